@@ -1,0 +1,33 @@
+#!/usr/bin/env bash
+# Installs the Debian packages Keel builds with, if any is missing:
+# apt-get as root, else through sudo, else prints the command to run and stops.
+set -euo pipefail
+
+packages=(
+    cmake ninja-build g++ clang clang-format libclang-rt-14-dev
+    libgtest-dev libgmock-dev libbenchmark-dev
+    libxml2-dev libxslt1-dev libzip-dev libgsf-1-dev libpcre2-dev
+    libsqlite3-dev unixodbc-dev libcairo2-dev libmuparser-dev
+)
+
+missing=()
+for package in "${packages[@]}"; do
+    status=$(dpkg-query -W -f='${Status}' "$package" 2>/dev/null || true)
+    [[ "$status" == "install ok installed" ]] || missing+=("$package")
+done
+[[ ${#missing[@]} -eq 0 ]] && exit 0
+
+command=(apt-get install -y --no-install-recommends "${missing[@]}")
+if [[ $(id -u) -eq 0 ]]; then
+    prefix=()
+elif command -v sudo >/dev/null && sudo -n true 2>/dev/null; then
+    prefix=(sudo -n)
+else
+    echo "Keel needs these packages: ${missing[*]}" >&2
+    echo "Install them with:  sudo apt-get update && sudo ${command[*]}" >&2
+    exit 1
+fi
+echo "Installing: ${missing[*]}"
+export DEBIAN_FRONTEND=noninteractive
+"${prefix[@]}" apt-get update -qq
+"${prefix[@]}" "${command[@]}" -qq
