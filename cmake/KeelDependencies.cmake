@@ -1,5 +1,8 @@
 # Third-party libraries, all from Debian packages (the Makefile installs what is missing).
 find_package(Threads REQUIRED)
+find_package(PkgConfig REQUIRED)
+pkg_check_modules(PCRE2 REQUIRED IMPORTED_TARGET libpcre2-16)
+pkg_check_modules(GLIB REQUIRED IMPORTED_TARGET glib-2.0)
 
 if(KEEL_BUILD_TESTS)
     find_package(GTest REQUIRED)

@@ -14,23 +14,27 @@ namespace keel {
 using TCHAR = char16_t;
 using LPCTSTR = const char16_t*;
 
+class CString;
+
 // One argument of CString::Format, captured by type so that a mismatch never reads garbage.
 class CFormatArg {
 public:
     enum class Kind { Signed, Unsigned, Double, Wide, Narrow, Pointer };
 
+    // clang-format off
     template <class T>
         requires std::is_integral_v<T> && std::is_signed_v<T>
     CFormatArg(T value) : m_kind(Kind::Signed), m_signed(value) {}
     template <class T>
         requires std::is_integral_v<T> && std::is_unsigned_v<T> && (!std::is_same_v<T, bool>)
     CFormatArg(T value) : m_kind(Kind::Unsigned), m_unsigned(value) {}
+    // clang-format on
     CFormatArg(bool value) : m_kind(Kind::Signed), m_signed(value ? 1 : 0) {}
     CFormatArg(double value) : m_kind(Kind::Double), m_double(value) {}
     CFormatArg(float value) : m_kind(Kind::Double), m_double(value) {}
     CFormatArg(const char16_t* text) : m_kind(Kind::Wide), m_wide(text ? text : u"(null)") {}
     CFormatArg(std::u16string_view text) : m_kind(Kind::Wide), m_wide(text) {}
-    CFormatArg(const class CString& text);
+    CFormatArg(const CString& text);
     CFormatArg(const char* text) : m_kind(Kind::Narrow), m_narrow(text ? text : "(null)") {}
     CFormatArg(const std::string& text) : m_kind(Kind::Narrow), m_narrow(text) {}
     CFormatArg(const void* pointer) : m_kind(Kind::Pointer), m_pointer(pointer) {}
@@ -133,9 +137,11 @@ public:
     CString& operator+=(char16_t ch);
     void Append(const char16_t* text, int count);
 
-    // printf-style: flags, width, precision and `*`; %d %i %u %o %x %X %c %e %E %f %g %G %p %%;
-    // %s and %ls take wide text (CString, char16_t*), %hs and %S narrow UTF-8; h, l, ll, I64, z
-    // length modifiers are accepted. A missing argument formats as nothing.
+    // printf-style: flags, width, precision and `*`; %d %i %u %o %x %X %c %e %E %f %F %g %G %a
+    // %A %p %%; %s and %ls take wide text (CString, char16_t*), %hs and %S narrow UTF-8, and each
+    // also takes the other kind; h, hh, l, ll, L, I64, I32, z, j, t length modifiers are accepted.
+    // Numbers always use '.' as the decimal point. A missing argument formats as nothing, and an
+    // argument of the wrong kind is converted (text as a number is 0, a number as text its digits).
     template <class... Args>
     void Format(const CString& format, const Args&... args) {
         const CFormatArg list[] = {CFormatArg(args)..., CFormatArg(0)};
@@ -173,8 +179,15 @@ private:
 
     static Buffer* Allocate(int capacity);
     static void Release(Buffer* buffer) noexcept;
+    bool IsUnique() const;
+    bool Overlaps(const char16_t* text, int count) const;
+    // A buffer of this string's own holding `newLength` (> 0) units, the first ones kept.
     char16_t* PrepareWrite(int newLength);
     void Assign(const char16_t* text, int count);
+    // Replaces `removeCount` units at `index` by `insertCount` units of `text`.
+    void Splice(int index, int removeCount, const char16_t* text, int insertCount);
+    void Truncate(int length);
+    CString& MapUnits(char16_t (*map)(char16_t));
 
     Buffer* m_data = nullptr;
 };

@@ -1,6 +1,63 @@
-#include <cstdio>
+#include "tools/keel/commands.h"
 
-int main() {
-    std::puts("keel");
+#include <cstdio>
+#include <string_view>
+#include <vector>
+
+namespace keel::tool {
+
+namespace {
+
+constexpr std::string_view c_help = R"(keel: the command-line program of the Keel library
+
+Usage: keel COMMAND [ARGUMENTS]
+
+Commands:
+  help                          show this list
+  --version                     print the version
+  complete PREFIX [N] --words FILE
+                                intern the words of FILE (one a line) as names and
+                                complete PREFIX with the N-th match (counting from 0,
+                                wrapping round the matches), as a formula editor does
+  demo [--words FILE]           a short tour of what the library does so far
+
+Exit status: 0 done, 1 failed, 2 bad usage.
+)";
+
+int PrintHelp() {
+    std::fputs(c_help.data(), stdout);
     return 0;
+}
+
+int PrintVersion() {
+    std::printf("keel %s\n", KEEL_VERSION);
+    return 0;
+}
+
+} // namespace
+
+int UsageError(std::string_view message) {
+    std::fprintf(stderr, "keel: %.*s\nTry 'keel help'.\n", static_cast<int>(message.size()),
+                 message.data());
+    return 2;
+}
+
+} // namespace keel::tool
+
+int main(int argc, char** argv) {
+    using namespace keel::tool;
+    const std::vector<std::string_view> args(argv + 1, argv + argc);
+    if (args.empty())
+        return UsageError("no command given");
+    const std::string_view command = args.front();
+    const std::span<const std::string_view> rest(args.begin() + 1, args.end());
+    if (command == "help" || command == "--help" || command == "-h")
+        return PrintHelp();
+    if (command == "--version" || command == "version")
+        return PrintVersion();
+    if (command == "complete")
+        return RunComplete(rest);
+    if (command == "demo")
+        return RunDemo(rest);
+    return UsageError("unknown command '" + std::string(command) + "'");
 }

@@ -1,0 +1,329 @@
+#include "keel/platform/file.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <fcntl.h>
+#include <string>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace keel {
+
+namespace {
+
+const char* CauseName(int cause) {
+    static const char* const names[] = {
+        "no error",
+        "unspecified error",
+        "file not found",
+        "bad path",
+        "too many open files",
+        "access denied",
+        "invalid file",
+        "cannot remove directory",
+        "directory full",
+        "bad seek",
+        "hardware I/O error",
+        "sharing violation",
+        "lock violation",
+        "disk full",
+        "end of file",
+    };
+    if (cause < 0 || cause >= static_cast<int>(std::size(names)))
+        return "unknown error";
+    return names[cause];
+}
+
+std::string DescribeFileFailure(int cause, long osError, const CString& fileName) {
+    std::string text = "File error: ";
+    text += CauseName(cause);
+    if (!fileName.IsEmpty())
+        text += " in '" + fileName.ToUtf8() + "'";
+    if (osError > 0)
+        text += std::string(" (") + std::strerror(static_cast<int>(osError)) + ")";
+    return text;
+}
+
+int OpenFlagsFor(unsigned flags) {
+    int result = O_CLOEXEC;
+    switch (flags & 0x3) {
+    case CFile::modeWrite:
+        result |= O_WRONLY;
+        break;
+    case CFile::modeReadWrite:
+        result |= O_RDWR;
+        break;
+    default:
+        result |= O_RDONLY;
+        break;
+    }
+    if (flags & CFile::modeCreate) {
+        result |= O_CREAT;
+        if (!(flags & CFile::modeNoTruncate))
+            result |= O_TRUNC;
+    }
+    return result;
+}
+
+bool IsDirectory(int descriptor) {
+    struct stat status {};
+    return fstat(descriptor, &status) == 0 && S_ISDIR(status.st_mode);
+}
+
+} // namespace
+
+CFileException::CFileException(int cause, long osError, const CString& fileName)
+    : CException(DescribeFileFailure(cause, osError, fileName)), m_cause(cause),
+      m_lOsError(osError), m_strFileName(fileName) {}
+
+int CFileException::OsErrorToException(long osError) {
+    switch (osError) {
+    case 0:
+        return none;
+    case ENOENT:
+        return fileNotFound;
+    case ENOTDIR:
+    case ENAMETOOLONG:
+    case ELOOP:
+        return badPath;
+    case EMFILE:
+    case ENFILE:
+        return tooManyOpenFiles;
+    case EACCES:
+    case EPERM:
+    case EROFS:
+    case EISDIR:
+    case EEXIST:
+        return accessDenied;
+    case EBADF:
+        return invalidFile;
+    case EMLINK:
+        return directoryFull;
+    case ESPIPE:
+    case EOVERFLOW:
+        return badSeek;
+    case EIO:
+        return hardIO;
+    case EBUSY:
+    case ETXTBSY:
+        return sharingViolation;
+    case ENOLCK:
+    case EDEADLK:
+        return lockViolation;
+    case ENOSPC:
+    case EDQUOT:
+    case EFBIG:
+        return diskFull;
+    default:
+        return genericException;
+    }
+}
+
+void CFileException::ThrowOsError(long osError, const CString& fileName) {
+    throw CFileException(OsErrorToException(osError), osError, fileName);
+}
+
+void ThrowFileException(int cause, long osError, const CString& fileName) {
+    throw CFileException(cause, osError, fileName);
+}
+
+CFile::CFile(const CString& path, unsigned flags) {
+    CFileException error;
+    if (!Open(path, flags, &error))
+        throw error;
+}
+
+CFile::~CFile() {
+    if (m_hFile != hFileNull)
+        ::close(m_hFile);
+}
+
+bool CFile::Open(const CString& path, unsigned flags, CFileException* error) {
+    if (m_hFile != hFileNull)
+        ThrowInvalidArgument("CFile::Open on a file that is already open");
+    const int descriptor = ::open(path.ToUtf8().c_str(), OpenFlagsFor(flags), 0666);
+    int failure = descriptor < 0 ? errno : 0;
+    // Directories open for reading on this system but are not files.
+    if (descriptor >= 0 && IsDirectory(descriptor)) {
+        ::close(descriptor);
+        failure = EISDIR;
+    }
+    if (failure != 0) {
+        if (error)
+            *error = CFileException(CFileException::OsErrorToException(failure), failure, path);
+        return false;
+    }
+    m_hFile = descriptor;
+    m_strFileName = path;
+    return true;
+}
+
+unsigned CFile::Read(void* buffer, unsigned count) {
+    const int descriptor = Handle();
+    auto* bytes = static_cast<char*>(buffer);
+    unsigned done = 0;
+    while (done < count) {
+        const ssize_t got = ::read(descriptor, bytes + done, count - done);
+        if (got < 0 && errno == EINTR)
+            continue;
+        if (got < 0)
+            ThrowLastError();
+        if (got == 0)
+            break;
+        done += static_cast<unsigned>(got);
+    }
+    return done;
+}
+
+void CFile::Write(const void* buffer, unsigned count) {
+    const int descriptor = Handle();
+    const auto* bytes = static_cast<const char*>(buffer);
+    unsigned done = 0;
+    while (done < count) {
+        const ssize_t written = ::write(descriptor, bytes + done, count - done);
+        if (written < 0 && errno == EINTR)
+            continue;
+        if (written < 0)
+            ThrowLastError();
+        done += static_cast<unsigned>(written);
+    }
+}
+
+unsigned long long CFile::Seek(long long offset, SeekPosition from) {
+    static constexpr int whence[] = {SEEK_SET, SEEK_CUR, SEEK_END};
+    if (from < begin || from > end)
+        ThrowInvalidArgument("CFile::Seek origin");
+    const off_t position = ::lseek(Handle(), offset, whence[from]);
+    if (position < 0)
+        throw CFileException(CFileException::badSeek, errno, m_strFileName);
+    return static_cast<unsigned long long>(position);
+}
+
+unsigned long long CFile::GetPosition() const {
+    const off_t position = ::lseek(Handle(), 0, SEEK_CUR);
+    if (position < 0)
+        ThrowLastError();
+    return static_cast<unsigned long long>(position);
+}
+
+unsigned long long CFile::GetLength() const {
+    struct stat status {};
+    if (fstat(Handle(), &status) != 0)
+        ThrowLastError();
+    return static_cast<unsigned long long>(status.st_size);
+}
+
+void CFile::SetLength(unsigned long long length) {
+    if (::ftruncate(Handle(), static_cast<off_t>(length)) != 0)
+        ThrowLastError();
+}
+
+void CFile::Flush() {
+    // Pipes and character devices cannot be synchronised, and need not be.
+    if (::fsync(Handle()) != 0 && errno != EINVAL && errno != EROFS)
+        ThrowLastError();
+}
+
+void CFile::Close() {
+    const int descriptor = m_hFile;
+    m_hFile = hFileNull;
+    if (descriptor != hFileNull && ::close(descriptor) != 0 && errno != EINTR)
+        ThrowLastError();
+}
+
+void CFile::Abort() {
+    if (m_hFile != hFileNull)
+        ::close(m_hFile);
+    m_hFile = hFileNull;
+}
+
+CString CFile::GetFileName() const {
+    const int slash = m_strFileName.ReverseFind(u'/');
+    return slash < 0 ? m_strFileName : m_strFileName.Mid(slash + 1);
+}
+
+int CFile::Handle() const {
+    if (m_hFile == hFileNull)
+        throw CFileException(CFileException::invalidFile, EBADF, m_strFileName);
+    return m_hFile;
+}
+
+void CFile::ThrowLastError() const {
+    CFileException::ThrowOsError(errno, m_strFileName);
+}
+
+CMemFile::CMemFile(std::vector<std::uint8_t> bytes) : m_bytes(std::move(bytes)) {}
+
+CMemFile::CMemFile(const void* data, std::size_t size)
+    : m_bytes(static_cast<const std::uint8_t*>(data),
+              static_cast<const std::uint8_t*>(data) + size) {}
+
+void CMemFile::Attach(std::vector<std::uint8_t> bytes) {
+    m_bytes = std::move(bytes);
+    m_position = 0;
+}
+
+std::vector<std::uint8_t> CMemFile::Detach() {
+    std::vector<std::uint8_t> bytes = std::move(m_bytes);
+    Close();
+    return bytes;
+}
+
+bool CMemFile::Open(const CString& path, unsigned, CFileException* error) {
+    if (error)
+        *error = CFileException(CFileException::genericException, -1, path);
+    return false;
+}
+
+unsigned CMemFile::Read(void* buffer, unsigned count) {
+    if (m_position >= m_bytes.size())
+        return 0;
+    const std::size_t available = std::min<std::size_t>(count, m_bytes.size() - m_position);
+    std::memcpy(buffer, m_bytes.data() + m_position, available);
+    m_position += available;
+    return static_cast<unsigned>(available);
+}
+
+void CMemFile::Write(const void* buffer, unsigned count) {
+    if (count == 0)
+        return;
+    if (m_position + count > m_bytes.size())
+        m_bytes.resize(m_position + count);
+    std::memcpy(m_bytes.data() + m_position, buffer, count);
+    m_position += count;
+}
+
+unsigned long long CMemFile::Seek(long long offset, SeekPosition from) {
+    long long origin = 0;
+    switch (from) {
+    case begin:
+        break;
+    case current:
+        origin = static_cast<long long>(m_position);
+        break;
+    case end:
+        origin = static_cast<long long>(m_bytes.size());
+        break;
+    default:
+        ThrowInvalidArgument("CMemFile::Seek origin");
+    }
+    long long target = 0;
+    if (__builtin_add_overflow(origin, offset, &target) || target < 0)
+        throw CFileException(CFileException::badSeek, EINVAL, m_strFileName);
+    m_position = static_cast<std::size_t>(target);
+    return m_position;
+}
+
+void CMemFile::SetLength(unsigned long long length) {
+    m_bytes.resize(length);
+    m_position = std::min<std::size_t>(m_position, m_bytes.size());
+}
+
+void CMemFile::Close() {
+    m_bytes.clear();
+    m_bytes.shrink_to_fit();
+    m_position = 0;
+}
+
+} // namespace keel

@@ -1,0 +1,507 @@
+#include "keel/platform/archive.h"
+#include "keel/platform/file.h"
+#include "keel/values/array.h"
+
+#include <cmath>
+#include <cstdint>
+#include <gtest/gtest.h>
+#include <vector>
+
+// Declared after the containers, as the value types of later subsystems are: the containers must
+// still find these overloads.
+namespace keel_test_types {
+
+// Equal within a tolerance, and with no operator< at all, so only its own COMPARE can order it.
+struct Approx {
+    double value;
+};
+
+inline int COMPARE(const Approx& a, const Approx& b) {
+    if (std::fabs(a.value - b.value) <= 0.5)
+        return 0;
+    return a.value < b.value ? -1 : 1;
+}
+
+// Counts the comparisons made on it.
+struct Probe {
+    int value;
+    static inline int compares = 0;
+};
+
+inline int COMPARE(const Probe& a, const Probe& b) {
+    ++Probe::compares;
+    return a.value < b.value ? -1 : (b.value < a.value ? 1 : 0);
+}
+
+} // namespace keel_test_types
+
+namespace keel {
+namespace {
+
+using keel_test_types::Approx;
+using keel_test_types::Probe;
+
+std::vector<int> Contents(const QArray<int>& array) {
+    return std::vector<int>(array.begin(), array.end());
+}
+
+TEST(QArray, CountsAndBounds) {
+    QArray<int> array;
+    EXPECT_TRUE(array.IsEmpty());
+    EXPECT_EQ(array.GetCount(), 0);
+    EXPECT_EQ(array.GetUpperBound(), -1);
+    EXPECT_EQ(array.Add(7), 0);
+    EXPECT_EQ(array.Add(8), 1);
+    EXPECT_EQ(array.GetSize(), 2);
+    EXPECT_EQ(array.GetUpperBound(), 1);
+    EXPECT_FALSE(array.IsEmpty());
+}
+
+TEST(QArray, ElementAccessIsBoundsChecked) {
+    QArray<int> array{10, 20, 30};
+    const QArray<int>& view = array;
+    EXPECT_EQ(array[0], 10);
+    EXPECT_EQ(view[2], 30);
+    EXPECT_EQ(view.GetAt(1), 20);
+    array.ElementAt(1) = 21;
+    array[2] = 31;
+    array.SetAt(0, 11);
+    EXPECT_EQ(Contents(array), (std::vector<int>{11, 21, 31}));
+    EXPECT_EQ(array.GetData()[1], 21);
+
+    EXPECT_THROW(array.GetAt(-1), InvalidArgumentException);
+    EXPECT_THROW(array.GetAt(3), InvalidArgumentException);
+    EXPECT_THROW(view[3], InvalidArgumentException);
+    EXPECT_THROW(array.ElementAt(3), InvalidArgumentException);
+    EXPECT_THROW(array.SetAt(3, 1), InvalidArgumentException);
+}
+
+TEST(QArray, SetAtGrowExtendsWithDefaults) {
+    QArray<int> array{1};
+    array.SetAtGrow(3, 4);
+    EXPECT_EQ(Contents(array), (std::vector<int>{1, 0, 0, 4}));
+    array.SetAtGrow(1, 2);
+    EXPECT_EQ(Contents(array), (std::vector<int>{1, 2, 0, 4}));
+    EXPECT_THROW(array.SetAtGrow(-1, 0), InvalidArgumentException);
+}
+
+TEST(QArray, SetAtGrowWithOneOfItsOwnElements) {
+    QArray<CString> array{CString(u"kept")};
+    array.SetGrowSize(1);
+    array.SetAtGrow(5, array[0]);
+    EXPECT_EQ(array.GetCount(), 6);
+    EXPECT_EQ(array[5], CString(u"kept"));
+    EXPECT_TRUE(array[3].IsEmpty());
+}
+
+TEST(QArray, HeadAndTail) {
+    QArray<int> array;
+    EXPECT_THROW(array.GetHead(), InvalidArgumentException);
+    EXPECT_THROW(array.GetTail(), InvalidArgumentException);
+    EXPECT_THROW(array.RemoveHead(), InvalidArgumentException);
+    EXPECT_THROW(array.RemoveTail(), InvalidArgumentException);
+    EXPECT_EQ(array.GetHeadPosition(), 0);
+    EXPECT_EQ(array.GetTailPosition(), -1);
+
+    array = {1, 2, 3, 4};
+    EXPECT_EQ(array.GetHead(), 1);
+    EXPECT_EQ(array.GetTail(), 4);
+    EXPECT_EQ(array.GetTailPosition(), 3);
+    EXPECT_EQ(array.FindIndex(2), 2);
+    EXPECT_EQ(array.RemoveHead(), 1);
+    EXPECT_EQ(array.RemoveTail(), 4);
+    EXPECT_EQ(Contents(array), (std::vector<int>{2, 3}));
+}
+
+TEST(QArray, GetNextAndGetPrevWalkAsymmetrically) {
+    QArray<int> array{1, 2, 3};
+    std::vector<int> forward;
+    for (int pos = array.GetHeadPosition(); pos < array.GetCount();)
+        forward.push_back(array.GetNext(pos));
+    EXPECT_EQ(forward, (std::vector<int>{1, 2, 3}));
+
+    int pos = array.GetCount();
+    std::vector<int> backward;
+    while (pos > 0)
+        backward.push_back(array.GetPrev(pos));
+    EXPECT_EQ(backward, (std::vector<int>{3, 2, 1}));
+
+    pos = 1;
+    EXPECT_EQ(array.GetPrev(pos), 1);
+    EXPECT_EQ(pos, 0);
+    EXPECT_EQ(array.GetNext(pos), 1);
+    EXPECT_EQ(pos, 1);
+}
+
+TEST(QArray, GetNextAtTheEndAndGetPrevAtZeroFail) {
+    QArray<int> array{1, 2, 3};
+    int pos = 3;
+    EXPECT_THROW(array.GetNext(pos), InvalidArgumentException);
+    EXPECT_EQ(pos, 3);
+    pos = 0;
+    EXPECT_THROW(array.GetPrev(pos), InvalidArgumentException);
+    EXPECT_EQ(pos, 0);
+    const QArray<int>& view = array;
+    pos = -1;
+    EXPECT_THROW(view.GetNext(pos), InvalidArgumentException);
+    pos = 4;
+    EXPECT_THROW(view.GetPrev(pos), InvalidArgumentException);
+}
+
+TEST(QArray, AddHeadAndAddTailReturnTheNewIndex) {
+    QArray<int> array{5};
+    EXPECT_EQ(array.AddTail(6), 1);
+    EXPECT_EQ(array.AddHead(4), 0);
+    EXPECT_EQ(Contents(array), (std::vector<int>{4, 5, 6}));
+
+    const QArray<int> more{7, 8};
+    EXPECT_EQ(array.AddTail(more), 3);
+    EXPECT_EQ(array.AddHead(QArray<int>{1, 2}), 0);
+    EXPECT_EQ(Contents(array), (std::vector<int>{1, 2, 4, 5, 6, 7, 8}));
+    EXPECT_EQ(array.Append(QArray<int>{9}), 7);
+    EXPECT_EQ(array.GetTail(), 9);
+}
+
+TEST(QArray, AppendToItself) {
+    QArray<int> array{1, 2};
+    EXPECT_EQ(array.Append(array), 2);
+    EXPECT_EQ(Contents(array), (std::vector<int>{1, 2, 1, 2}));
+    array.InsertAt(1, array);
+    EXPECT_EQ(Contents(array), (std::vector<int>{1, 1, 2, 1, 2, 2, 1, 2}));
+}
+
+TEST(QArray, InsertAtInsertsCopiesBeforeTheIndex) {
+    QArray<int> array{1, 5};
+    array.InsertAt(1, 3, 3);
+    EXPECT_EQ(Contents(array), (std::vector<int>{1, 3, 3, 3, 5}));
+    array.InsertAt(0, 0);
+    array.InsertAt(array.GetCount(), 9);
+    EXPECT_EQ(Contents(array), (std::vector<int>{0, 1, 3, 3, 3, 5, 9}));
+    EXPECT_THROW(array.InsertAt(-1, 0), InvalidArgumentException);
+    EXPECT_THROW(array.InsertAt(0, 0, 0), InvalidArgumentException);
+}
+
+TEST(QArray, InsertAtPastTheEndExtendsWithDefaults) {
+    QArray<int> array{1};
+    array.InsertAt(3, 7, 2);
+    EXPECT_EQ(Contents(array), (std::vector<int>{1, 0, 0, 7, 7}));
+
+    QArray<int> empty;
+    empty.InsertAt(2, 4, 3);
+    EXPECT_EQ(Contents(empty), (std::vector<int>{0, 0, 4, 4, 4}));
+
+    QArray<int> target{1};
+    target.InsertAt(3, QArray<int>{8, 9});
+    EXPECT_EQ(Contents(target), (std::vector<int>{1, 0, 0, 8, 9}));
+    EXPECT_THROW(target.InsertAt(-1, QArray<int>{1}), InvalidArgumentException);
+}
+
+TEST(QArray, InsertOneOfItsOwnElementsWhileGrowing) {
+    QArray<CString> array{CString(u"a"), CString(u"b")};
+    array.SetGrowSize(1);
+    array.InsertAt(0, array[1], 4);
+    array.Add(array[0]);
+    array.InsertAt(9, array[2]);
+    EXPECT_EQ(array.GetCount(), 10);
+    for (int i : {0, 1, 2, 3, 6, 9})
+        EXPECT_EQ(array[i], CString(u"b")) << i;
+    EXPECT_EQ(array[4], CString(u"a"));
+    EXPECT_EQ(array[5], CString(u"b"));
+    EXPECT_TRUE(array[7].IsEmpty());
+    EXPECT_TRUE(array[8].IsEmpty());
+
+    QArray<CString> geometric{CString(u"x")};
+    for (int i = 0; i < 40; ++i)
+        geometric.Add(geometric[i]);
+    EXPECT_EQ(geometric.Find(CString()), -1);
+    EXPECT_EQ(geometric.GetTail(), CString(u"x"));
+}
+
+TEST(QArray, InsertBeforeAndAfterReturnTheIndexUsed) {
+    QArray<int> array{1, 3};
+    EXPECT_EQ(array.InsertBefore(1, 2), 1);
+    EXPECT_EQ(array.InsertAfter(2, 4), 3);
+    EXPECT_EQ(array.InsertAfter(-1, 0), 0);
+    EXPECT_EQ(Contents(array), (std::vector<int>{0, 1, 2, 3, 4}));
+    EXPECT_THROW(array.InsertBefore(-1, 0), InvalidArgumentException);
+}
+
+TEST(QArray, RemoveAtChecksTheWholeRange) {
+    QArray<int> array{0, 1, 2, 3, 4};
+    array.RemoveAt(1, 2);
+    EXPECT_EQ(Contents(array), (std::vector<int>{0, 3, 4}));
+    array.RemoveAt(2);
+    EXPECT_EQ(Contents(array), (std::vector<int>{0, 3}));
+    array.RemoveAt(2, 0);
+    EXPECT_THROW(array.RemoveAt(1, 2), InvalidArgumentException);
+    EXPECT_THROW(array.RemoveAt(-1), InvalidArgumentException);
+    EXPECT_THROW(array.RemoveAt(0, -1), InvalidArgumentException);
+    EXPECT_THROW(array.RemoveAt(3, 0), InvalidArgumentException);
+    EXPECT_EQ(Contents(array), (std::vector<int>{0, 3}));
+    array.RemoveAll();
+    EXPECT_TRUE(array.IsEmpty());
+}
+
+TEST(QArray, RemoveHeadReturnsACopyOfAString) {
+    QArray<CString> array{CString(u"first"), CString(u"second")};
+    const CString head = array.RemoveHead();
+    EXPECT_EQ(head, CString(u"first"));
+    EXPECT_EQ(array.GetCount(), 1);
+    EXPECT_EQ(array[0], CString(u"second"));
+}
+
+TEST(QArray, FindStartsAboveAfter) {
+    QArray<int> array{4, 7, 4, 9};
+    EXPECT_EQ(array.Find(4), 0);
+    EXPECT_EQ(array.Find(4, 0), 2);
+    EXPECT_EQ(array.Find(4, 2), -1);
+    EXPECT_EQ(array.Find(5), -1);
+    EXPECT_EQ(array.Find(4, -7), 0);
+}
+
+TEST(QArray, FindAfterTheLastIndexComparesNothing) {
+    QArray<Probe> array{Probe{1}, Probe{2}, Probe{3}};
+    Probe::compares = 0;
+    EXPECT_EQ(array.Find(Probe{3}, array.GetCount() - 1), -1);
+    EXPECT_EQ(array.Find(Probe{3}, 1000), -1);
+    EXPECT_EQ(Probe::compares, 0);
+    EXPECT_EQ(array.Find(Probe{3}, 0), 2);
+    EXPECT_EQ(Probe::compares, 2);
+}
+
+TEST(QArray, FindAndFindNoCaseOnStrings) {
+    QArray<CString> array{CString(u"Width"), CString(u"height"), CString(u"WIDTH")};
+    EXPECT_EQ(array.Find(CString(u"WIDTH")), 2);
+    EXPECT_EQ(array.Find(CString(u"width")), -1);
+    EXPECT_EQ(array.FindNoCase(CString(u"width")), 0);
+    EXPECT_EQ(array.FindNoCase(CString(u"width"), 0), 2);
+    EXPECT_EQ(array.FindNoCase(CString(u"HEIGHT")), 1);
+}
+
+TEST(QArray, SortAndSortNoCaseOnStrings) {
+    QArray<CString> array{CString(u"b"), CString(u"C"), CString(u"a"), CString(u"B")};
+    array.Sort();
+    EXPECT_EQ(array[0], CString(u"B"));
+    EXPECT_EQ(array[1], CString(u"C"));
+    EXPECT_EQ(array[2], CString(u"a"));
+    EXPECT_EQ(array[3], CString(u"b"));
+
+    array.SortNoCase();
+    EXPECT_EQ(array[0], CString(u"a"));
+    EXPECT_EQ(array[1].CompareNoCase(CString(u"b")), 0);
+    EXPECT_EQ(array[2].CompareNoCase(CString(u"b")), 0);
+    EXPECT_EQ(array[3], CString(u"C"));
+}
+
+TEST(QArray, SortOrdersNumbers) {
+    QArray<int> array{5, -2, 9, 0, 5, 3};
+    array.Sort();
+    EXPECT_EQ(Contents(array), (std::vector<int>{-2, 0, 3, 5, 5, 9}));
+}
+
+int Descending(const int* a, const int* b) {
+    return *b - *a;
+}
+
+TEST(QArray, SortUsingTheCallersComparison) {
+    QArray<int> array{2, 7, 1, 8};
+    array.SortUsing(&Descending);
+    EXPECT_EQ(Contents(array), (std::vector<int>{8, 7, 2, 1}));
+    EXPECT_THROW(array.SortUsing(nullptr), InvalidArgumentException);
+}
+
+TEST(QArray, UsesTheElementTypesOwnCompareFoundByLookup) {
+    QArray<Approx> array{Approx{3.0}, Approx{1.0}, Approx{2.0}};
+    EXPECT_EQ(array.Find(Approx{2.4}), 2);
+    EXPECT_EQ(array.Find(Approx{2.6}), 0);
+    EXPECT_EQ(array.Find(Approx{5.0}), -1);
+    // No notion of case: FindNoCase falls back on the type's COMPARE.
+    EXPECT_EQ(array.FindNoCase(Approx{0.7}), 1);
+
+    array.Sort();
+    EXPECT_EQ(array[0].value, 1.0);
+    EXPECT_EQ(array[1].value, 2.0);
+    EXPECT_EQ(array[2].value, 3.0);
+    array.Add(Approx{0.0});
+    array.SortNoCase();
+    EXPECT_EQ(array[0].value, 0.0);
+    EXPECT_EQ(array[3].value, 3.0);
+}
+
+TEST(QArray, SetSizeKeepsTheGrowStep) {
+    QArray<int> array{1, 2};
+    array.SetGrowSize(16);
+    array.SetSize(5);
+    EXPECT_EQ(Contents(array), (std::vector<int>{1, 2, 0, 0, 0}));
+    EXPECT_EQ(array.GrowSize(), 16);
+    array.SetSize(1);
+    EXPECT_EQ(Contents(array), (std::vector<int>{1}));
+    EXPECT_THROW(array.SetSize(-1), InvalidArgumentException);
+    EXPECT_THROW(array.SetGrowSize(-1), InvalidArgumentException);
+    EXPECT_EQ(array.GrowSize(), 16);
+}
+
+TEST(QArray, GrowStepReservesAheadAndFreeExtraGivesItBack) {
+    QArray<int> array;
+    array.SetGrowSize(100);
+    array.Add(0);
+    const int* storage = array.GetData();
+    for (int i = 1; i < 100; ++i)
+        array.Add(i);
+    EXPECT_EQ(array.GetData(), storage);
+
+    array.SetSize(50);
+    array.FreeExtra();
+    EXPECT_EQ(array.GetCount(), 50);
+    EXPECT_EQ(array[49], 49);
+    // Nothing is left to spare, so the next element needs new storage.
+    storage = array.GetData();
+    array.Add(50);
+    EXPECT_NE(array.GetData(), storage);
+}
+
+TEST(QArray, CopyAndAssignment) {
+    QArray<int> source{1, 2, 3};
+    source.SetGrowSize(8);
+    QArray<int> copy(source);
+    EXPECT_EQ(Contents(copy), Contents(source));
+    copy[0] = 9;
+    EXPECT_EQ(source[0], 1);
+
+    QArray<int> assigned{7, 7, 7, 7, 7};
+    assigned.SetGrowSize(3);
+    assigned = source;
+    EXPECT_EQ(Contents(assigned), (std::vector<int>{1, 2, 3}));
+    EXPECT_EQ(assigned.GrowSize(), 3);
+
+    QArray<int>& same = assigned;
+    assigned = same;
+    EXPECT_EQ(Contents(assigned), (std::vector<int>{1, 2, 3}));
+
+    QArray<int> other{4};
+    other.Copy(source);
+    EXPECT_EQ(Contents(other), (std::vector<int>{1, 2, 3}));
+
+    QArray<int> moved(std::move(copy));
+    EXPECT_EQ(Contents(moved), (std::vector<int>{9, 2, 3}));
+    other = std::move(moved);
+    EXPECT_EQ(Contents(other), (std::vector<int>{9, 2, 3}));
+}
+
+TEST(QArray, HoldsSmartPointers) {
+    class Shared : public QSmartTarget {};
+    QSmartPtrArray<Shared> array;
+    QSmartPtr<Shared> one(new Shared);
+    array.Add(one);
+    array.Add(one);
+    EXPECT_FALSE(one->IsSinglyReferenced());
+    EXPECT_EQ(array.Find(one), 0);
+    EXPECT_EQ(array.Find(one, 0), 1);
+    array.RemoveAll();
+    EXPECT_TRUE(one->IsSinglyReferenced());
+}
+
+std::vector<std::uint8_t> Stored(QArrayBase<int, const int&>& array) {
+    CMemFile file;
+    CArchive ar(&file, CArchive::store);
+    array.Serialize(ar);
+    ar.Close();
+    return file.Bytes();
+}
+
+TEST(QArraySerialize, WritesTheCountThenEachElement) {
+    QArray<int> array{1, -2, 0x01020304};
+    const std::vector<std::uint8_t> expected{3, 0, 1, 0, 0, 0, 0xFE, 0xFF, 0xFF, 0xFF, 4, 3, 2, 1};
+    EXPECT_EQ(Stored(array), expected);
+}
+
+TEST(QArraySerialize, ReadingReplacesTheOldContents) {
+    QArray<int> array{4, 5, 6};
+    CMemFile file(Stored(array));
+    CArchive ar(&file, CArchive::load);
+    QArray<int> loaded{9, 9, 9, 9, 9, 9};
+    loaded.Serialize(ar);
+    EXPECT_EQ(Contents(loaded), (std::vector<int>{4, 5, 6}));
+}
+
+TEST(QArraySerialize, StringsMakeTheRoundTrip) {
+    QArray<CString> array{CString(u"Width"), CString(), CString(u"h\u00e9ight")};
+    CMemFile file;
+    {
+        CArchive ar(&file, CArchive::store);
+        array.Serialize(ar);
+        ar.Close();
+    }
+    CMemFile input(file.Bytes());
+    CArchive ar(&input, CArchive::load);
+    QArray<CString> loaded;
+    loaded.Serialize(ar);
+    ASSERT_EQ(loaded.GetCount(), 3);
+    EXPECT_EQ(loaded[0], CString(u"Width"));
+    EXPECT_TRUE(loaded[1].IsEmpty());
+    EXPECT_EQ(loaded[2], CString(u"h\u00e9ight"));
+}
+
+std::vector<std::uint8_t> CountThenInts(std::uint64_t count, const std::vector<int>& values) {
+    CMemFile file;
+    CArchive ar(&file, CArchive::store);
+    ar.WriteCount(count);
+    for (int value : values)
+        ar << value;
+    ar.Close();
+    return file.Bytes();
+}
+
+int LoadFailureCause(const std::vector<std::uint8_t>& bytes) {
+    CMemFile file(bytes);
+    CArchive ar(&file, CArchive::load);
+    QArray<int> loaded;
+    try {
+        loaded.Serialize(ar);
+    } catch (const CArchiveException& failure) {
+        return failure.m_cause;
+    }
+    return CArchiveException::none;
+}
+
+TEST(QArraySerialize, CountAboveTheLargestIndexFails) {
+    EXPECT_EQ(LoadFailureCause(CountThenInts(0x80000000ull, {1, 2})),
+              CArchiveException::genericException);
+    EXPECT_EQ(LoadFailureCause(CountThenInts(0x123456789ull, {})),
+              CArchiveException::genericException);
+}
+
+TEST(QArraySerialize, CountLargerThanTheDataRunsIntoTheEnd) {
+    EXPECT_EQ(LoadFailureCause(CountThenInts(2000000000ull, {1, 2})), CArchiveException::endOfFile);
+    EXPECT_EQ(LoadFailureCause(CountThenInts(3, {1, 2})), CArchiveException::endOfFile);
+    EXPECT_EQ(LoadFailureCause(CountThenInts(2, {1, 2})), CArchiveException::none);
+}
+
+TEST(QArraySerialize, ElementsWithoutAnArchiveFormFail) {
+    QSmartPtrArray<QSmartTarget> array;
+    CMemFile file;
+    CArchive ar(&file, CArchive::store);
+    EXPECT_THROW(array.Serialize(ar), InvalidArgumentException);
+}
+
+int Erratic(const int*, const int*) {
+    static unsigned state = 12345;
+    state = state * 1103515245u + 12345u;
+    return static_cast<int>((state >> 16) % 3) - 1;
+}
+
+TEST(QArray, SortSurvivesAComparisonThatIsNoOrder) {
+    QArray<int> array;
+    for (int i = 0; i < 2000; ++i)
+        array.Add(i % 97);
+    array.SortUsing(&Erratic);
+    ASSERT_EQ(array.GetCount(), 2000);
+    std::vector<int> seen(97, 0);
+    for (int value : array)
+        ++seen[value];
+    for (int value = 0; value < 97; ++value)
+        EXPECT_EQ(seen[value], value < 2000 % 97 ? 21 : 20) << value;
+}
+
+} // namespace
+} // namespace keel
