@@ -1,0 +1,469 @@
+#include "keel/platform/file.h"
+#include "keel/values/angle.h"
+
+#include <cmath>
+#include <cstdint>
+#include <cstring>
+#include <gtest/gtest.h>
+#include <limits>
+#include <numbers>
+#include <string>
+#include <vector>
+
+namespace keel {
+namespace {
+
+using Bytes = std::vector<std::uint8_t>;
+using Units = QAngle::ANGLEUNITS;
+
+class AngleTest : public ::testing::Test {
+protected:
+    void TearDown() override {
+        QAngle::SetDefaultUnits(m_units);
+        SetLimitDoubleTrace(m_trace);
+        SetLimitDoubleFailedReporter(m_reporter);
+    }
+
+private:
+    Units m_units = QAngle::DefaultUnits();
+    LimitDoubleTrace m_trace = SetLimitDoubleTrace(nullptr);
+    LimitDoubleFailedReporter m_reporter = SetLimitDoubleFailedReporter(nullptr);
+};
+
+std::vector<std::string> g_traced;
+std::vector<std::string> g_reported;
+
+void Trace(const CString& where, double) {
+    g_traced.push_back(where.ToUtf8());
+}
+void Report(CArchive&, const CString& what) {
+    g_reported.push_back(what.ToUtf8());
+}
+
+void InstallReports() {
+    g_traced.clear();
+    g_reported.clear();
+    SetLimitDoubleTrace(Trace);
+    SetLimitDoubleFailedReporter(Report);
+}
+
+Bytes DoubleBytes(double value) {
+    std::uint64_t bits = 0;
+    std::memcpy(&bits, &value, sizeof bits);
+    Bytes bytes;
+    for (int i = 0; i < 8; ++i)
+        bytes.push_back(static_cast<std::uint8_t>(bits >> (8 * i)));
+    return bytes;
+}
+
+Bytes Int32Bytes(std::int32_t value) {
+    const auto bits = static_cast<std::uint32_t>(value);
+    return {static_cast<std::uint8_t>(bits), static_cast<std::uint8_t>(bits >> 8),
+            static_cast<std::uint8_t>(bits >> 16), static_cast<std::uint8_t>(bits >> 24)};
+}
+
+Bytes Stored(const QAngle& angle) {
+    CMemFile file;
+    CArchive archive(&file, CArchive::store);
+    archive << angle;
+    archive.Close();
+    return file.Bytes();
+}
+
+// Reads into `angle`, which keeps whatever cosine and sine it had unless the reader resets them.
+void Load(const Bytes& bytes, unsigned schema, QAngle& angle) {
+    CMemFile file(bytes);
+    CArchive archive(&file, CArchive::load);
+    archive.SetObjectSchema(schema);
+    archive >> angle;
+    EXPECT_TRUE(archive.IsBufferEmpty()) << "the reader left bytes behind";
+}
+
+QAngle Degrees(double degrees) {
+    return QAngle(degrees, QAngle::ANGU_DEG);
+}
+
+TEST_F(AngleTest, StartsInDegrees) {
+    EXPECT_EQ(QAngle::DefaultUnits(), QAngle::ANGU_DEG);
+    EXPECT_EQ(QAngle::DefaultUnits(), 2);
+}
+
+TEST_F(AngleTest, EachUnitFactorMatchesItsKnownSize) {
+    EXPECT_DOUBLE_EQ(QAngle::Factor(QAngle::ANGU_RAW), 1);
+    EXPECT_DOUBLE_EQ(QAngle::Factor(QAngle::ANGU_TENTHDEG), 0.1);
+    EXPECT_DOUBLE_EQ(QAngle::Factor(QAngle::ANGU_DEG), 1);
+    EXPECT_DOUBLE_EQ(QAngle::Factor(QAngle::ANGU_RAD), 180 / std::numbers::pi);
+    EXPECT_DOUBLE_EQ(QAngle::deg_to_rad(180), std::numbers::pi);
+    EXPECT_DOUBLE_EQ(QAngle::rad_to_deg(std::numbers::pi / 2), 90);
+    EXPECT_DOUBLE_EQ(QAngle::tenthdeg_to_deg(155), 15.5);
+    EXPECT_DOUBLE_EQ(QAngle::deg_to_tenthdeg(15.5), 155);
+    EXPECT_DOUBLE_EQ(QAngle::rad_to_tenthdeg(std::numbers::pi), 1800);
+    EXPECT_DOUBLE_EQ(QAngle::tenthdeg_to_rad(900), std::numbers::pi / 2);
+}
+
+TEST_F(AngleTest, TheDefaultUnitServesWhereNoneIsGiven) {
+    QAngle::SetDefaultUnits(QAngle::ANGU_RAD);
+    EXPECT_DOUBLE_EQ(QAngle(std::numbers::pi).GetRaw(), 180);
+    EXPECT_DOUBLE_EQ(QAngle::FromRaw(90).AsDouble(), std::numbers::pi / 2);
+    EXPECT_DOUBLE_EQ(QAngle::double_to_raw(1), 180 / std::numbers::pi);
+    EXPECT_EQ(QAngle::AngleUnitSuffix(), u"rad");
+    EXPECT_TRUE(QAngle::DefaultUnitsAreMetric());
+    EXPECT_THROW(QAngle::SetDefaultUnits(QAngle::ANGU_DEFAULT), InvalidArgumentException);
+    EXPECT_THROW(QAngle::SetDefaultUnits(static_cast<Units>(4)), InvalidArgumentException);
+    EXPECT_EQ(QAngle::DefaultUnits(), QAngle::ANGU_RAD);
+}
+
+TEST_F(AngleTest, NormalizeBringsFiniteValuesIntoOneTurn) {
+    const struct {
+        double in, out;
+    } rows[] = {
+        {0, 0},         {-10, 350},  {720, 0},   {360, 0},    {-360, 0},
+        {359.5, 359.5}, {-730, 350}, {1090, 10}, {-1e-20, 0}, {370.25, 10.25},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.in);
+        EXPECT_DOUBLE_EQ(QAngle::Normalized(row.in), row.out);
+        EXPECT_DOUBLE_EQ(Degrees(row.in).Normalize().GetRaw(), row.out);
+    }
+}
+
+TEST_F(AngleTest, NormalizeOfHugeValuesEnds) {
+    for (const double huge : {1e17, -1e17, 1e300, -1e300, std::numeric_limits<double>::max()}) {
+        SCOPED_TRACE(huge);
+        const double normalized = QAngle::Normalized(huge);
+        EXPECT_GE(normalized, 0);
+        EXPECT_LT(normalized, 360);
+        EXPECT_DOUBLE_EQ(std::fmod(normalized - std::fmod(huge, 360.0), 360.0), 0);
+    }
+}
+
+TEST_F(AngleTest, NormalizeLeavesValuesThatAreNotFinite) {
+    const double inf = std::numeric_limits<double>::infinity();
+    EXPECT_EQ(QAngle::Normalized(inf), inf);
+    EXPECT_EQ(QAngle::Normalized(-inf), -inf);
+    EXPECT_TRUE(std::isnan(QAngle::Normalized(std::numeric_limits<double>::quiet_NaN())));
+}
+
+TEST_F(AngleTest, EqualityHoldsWithinEps) {
+    const struct {
+        double difference;
+        bool equal;
+    } rows[] = {
+        {0, true},     {0.99e-5, true},   {1e-5, true}, {1.01e-5, false},
+        {-1e-5, true}, {-1.01e-5, false}, {360, false},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.difference);
+        const QAngle a = QAngle::FromRaw(row.difference);
+        EXPECT_EQ(a == QAngle::Zero, row.equal);
+        EXPECT_EQ(a != QAngle::Zero, !row.equal);
+        EXPECT_EQ(!a, row.equal);
+    }
+}
+
+TEST_F(AngleTest, OrderGoesTheShortWayRound) {
+    const struct {
+        double a, b;
+        bool less, greater;
+    } rows[] = {
+        {350, 10, true, false},
+        {10, 350, false, true},
+        {0, 179, true, false},
+        {0, 181, false, true},
+        {181, 0, true, false},
+        {0, 180, false, false},
+        {180, 0, false, false},
+        {10, 10, false, false},
+        {10, 10.000001, false, false},
+        {10, 10.0001, true, false},
+        {359.9, 0.1, true, false},
+        {0.1, 359.9, false, true},
+        // Values are not normalised first: 370 lies 360 below 10 "the long way".
+        {370, 10, true, false},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(std::to_string(row.a) + " against " + std::to_string(row.b));
+        const QAngle a = Degrees(row.a);
+        const QAngle b = Degrees(row.b);
+        EXPECT_EQ(a < b, row.less);
+        EXPECT_EQ(a > b, row.greater);
+        EXPECT_EQ(a >= b, !row.less);
+        EXPECT_EQ(a <= b, !row.greater);
+    }
+}
+
+TEST_F(AngleTest, IsBetweenInclusiveAndExclusiveFollowTheShortWayOrder) {
+    EXPECT_TRUE(Degrees(0).IsBetweenInclusive(Degrees(350), Degrees(10)));
+    EXPECT_TRUE(Degrees(0).IsBetweenExclusive(Degrees(350), Degrees(10)));
+    EXPECT_TRUE(Degrees(10).IsBetweenInclusive(Degrees(350), Degrees(10)));
+    EXPECT_FALSE(Degrees(10).IsBetweenExclusive(Degrees(350), Degrees(10)));
+    EXPECT_FALSE(Degrees(20).IsBetweenInclusive(Degrees(350), Degrees(10)));
+    EXPECT_FALSE(Degrees(180).IsBetweenInclusive(Degrees(350), Degrees(10)));
+}
+
+TEST_F(AngleTest, IsBetweenCCWAndCWFollowTheSweep) {
+    const struct {
+        double angle, from, to;
+        bool ccw, cw;
+    } rows[] = {
+        {0, 350, 10, true, false},   {180, 350, 10, false, true},     {350, 350, 10, true, true},
+        {10, 350, 10, true, true},   {90, 0, 270, true, false},       {300, 0, 270, false, true},
+        {-100, 0, 270, true, false}, {720, 0, 90, true, true},        {45, 45, 45, true, true},
+        {46, 45, 45, false, false},  {359.999999, 0, 90, true, true},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(std::to_string(row.angle) + " from " + std::to_string(row.from) + " to " +
+                     std::to_string(row.to));
+        const QAngle angle = Degrees(row.angle);
+        EXPECT_EQ(angle.IsBetweenCCW(Degrees(row.from), Degrees(row.to)), row.ccw);
+        EXPECT_EQ(angle.IsBetweenCW(Degrees(row.from), Degrees(row.to)), row.cw);
+        EXPECT_EQ(angle.IsBetweenInDirection(Degrees(row.from), Degrees(row.to), true), row.ccw);
+        EXPECT_EQ(angle.IsBetweenInDirection(Degrees(row.from), Degrees(row.to), false), row.cw);
+    }
+}
+
+TEST_F(AngleTest, CosineAndSineAreComputedWhenFirstAskedFor) {
+    const QAngle angle = Degrees(60);
+    EXPECT_FALSE(angle.HasCosAndSin());
+    EXPECT_DOUBLE_EQ(angle.Cos(), 0.5);
+    EXPECT_TRUE(angle.HasCosAndSin());
+    EXPECT_DOUBLE_EQ(angle.Sin(), std::sqrt(3.0) / 2);
+}
+
+TEST_F(AngleTest, BothZeroMeansNotComputedSoZeroDegreesComputesAgain) {
+    QAngle angle = Degrees(0);
+    EXPECT_FALSE(angle.HasCosAndSin());
+    angle.CalcCosAndSinIfRequired();
+    EXPECT_TRUE(angle.HasCosAndSin());
+    EXPECT_EQ(angle.Cos(), 1);
+    EXPECT_EQ(angle.Sin(), 0);
+    angle.ResetCosAndSin();
+    EXPECT_FALSE(angle.HasCosAndSin());
+}
+
+TEST_F(AngleTest, ADefaultAngleIsZeroWithItsCosineAndSine) {
+    const QAngle angle;
+    EXPECT_EQ(angle.GetRaw(), 0);
+    EXPECT_TRUE(angle.HasCosAndSin());
+    EXPECT_EQ(angle.Cos(), 1);
+    EXPECT_EQ(angle.Sin(), 0);
+}
+
+TEST_F(AngleTest, ConstantsHoldTheirValues) {
+    EXPECT_EQ(QAngle::Zero.GetRaw(), 0);
+    EXPECT_EQ(QAngle::Deg15.GetRaw(), 15);
+    EXPECT_TRUE(QAngle::Deg15.HasCosAndSin());
+    EXPECT_DOUBLE_EQ(QAngle::Deg15.Cos(), std::cos(std::numbers::pi / 12));
+}
+
+TEST_F(AngleTest, ChangingTheValueResetsTheCosineAndSine) {
+    const auto changes = {
+        +[](QAngle& a) { a += Degrees(1); }, +[](QAngle& a) { a -= Degrees(1); },
+        +[](QAngle& a) { a *= 2; },          +[](QAngle& a) { a /= 2; },
+        +[](QAngle& a) { a.SetRaw(10); },    +[](QAngle& a) { a = a + Degrees(1); },
+        +[](QAngle& a) { a = a * 3.0; },     +[](QAngle& a) { a = a / 3; },
+    };
+    for (const auto change : changes) {
+        QAngle angle = Degrees(30);
+        angle.CalcCosAndSinIfRequired();
+        change(angle);
+        EXPECT_FALSE(angle.HasCosAndSin());
+    }
+}
+
+TEST_F(AngleTest, ArithmeticWorksOnTheValue) {
+    const QAngle a = Degrees(30);
+    const QAngle b = Degrees(12);
+    EXPECT_DOUBLE_EQ((a + b).GetRaw(), 42);
+    EXPECT_DOUBLE_EQ((a - b).GetRaw(), 18);
+    EXPECT_DOUBLE_EQ((a * 2).GetRaw(), 60);
+    EXPECT_DOUBLE_EQ((0.5 * a).GetRaw(), 15);
+    EXPECT_DOUBLE_EQ((a / 4).GetRaw(), 7.5);
+    EXPECT_DOUBLE_EQ(a / b, 2.5);
+    EXPECT_DOUBLE_EQ((+a).GetRaw(), 30);
+    EXPECT_DOUBLE_EQ((a * 13).GetRaw(), 390) << "arithmetic does not normalise";
+}
+
+TEST_F(AngleTest, NegationKeepsAComputedCosineAndSine) {
+    QAngle angle = Degrees(30);
+    angle.CalcCosAndSinIfRequired();
+    const QAngle negated = -angle;
+    EXPECT_EQ(negated.GetRaw(), -30);
+    EXPECT_TRUE(negated.HasCosAndSin());
+    EXPECT_EQ(negated.Cos(), angle.Cos());
+    EXPECT_EQ(negated.Sin(), -angle.Sin());
+    EXPECT_FALSE((-Degrees(30)).HasCosAndSin());
+}
+
+struct TurnRow {
+    const char* name;
+    QAngle& (QAngle::*turn)();
+    double value;
+};
+
+TEST_F(AngleTest, TurnsUpdateAComputedCosineAndSineByExchangeAndSign) {
+    const TurnRow rows[] = {
+        {"Plus90", &QAngle::Plus90, 120},         {"Minus90", &QAngle::Minus90, -60},
+        {"Reverse", &QAngle::Reverse, 210},       {"Complement", &QAngle::Complement, 60},
+        {"Supplement", &QAngle::Supplement, 150},
+    };
+    for (const TurnRow& row : rows) {
+        SCOPED_TRACE(row.name);
+        QAngle angle = Degrees(30);
+        const double cosine = angle.Cos();
+        const double sine = angle.Sin();
+        (angle.*row.turn)();
+        EXPECT_DOUBLE_EQ(angle.GetRaw(), row.value);
+        EXPECT_TRUE(angle.HasCosAndSin());
+        EXPECT_NEAR(angle.Cos(), std::cos(QAngle::deg_to_rad(row.value)), 1e-15);
+        EXPECT_NEAR(angle.Sin(), std::sin(QAngle::deg_to_rad(row.value)), 1e-15);
+        // Exchanged, not recomputed: each is exactly one of the old pair, signed.
+        EXPECT_TRUE(std::fabs(angle.Cos()) == std::fabs(cosine) ||
+                    std::fabs(angle.Cos()) == std::fabs(sine));
+        EXPECT_TRUE(std::fabs(angle.Sin()) == std::fabs(cosine) ||
+                    std::fabs(angle.Sin()) == std::fabs(sine));
+    }
+}
+
+TEST_F(AngleTest, Plus90TakesTheNegatedSineAsCosineAndTheCosineAsSine) {
+    QAngle angle = Degrees(30);
+    const double cosine = angle.Cos();
+    const double sine = angle.Sin();
+    angle.Plus90();
+    EXPECT_EQ(angle.Cos(), -sine);
+    EXPECT_EQ(angle.Sin(), cosine);
+}
+
+TEST_F(AngleTest, TurnsLeaveACosineAndSineNotYetComputed) {
+    const TurnRow rows[] = {
+        {"Plus90", &QAngle::Plus90, 100},         {"Minus90", &QAngle::Minus90, -80},
+        {"Reverse", &QAngle::Reverse, 190},       {"Complement", &QAngle::Complement, 80},
+        {"Supplement", &QAngle::Supplement, 170},
+    };
+    for (const TurnRow& row : rows) {
+        SCOPED_TRACE(row.name);
+        QAngle angle = Degrees(10);
+        (angle.*row.turn)();
+        EXPECT_DOUBLE_EQ(angle.GetRaw(), row.value);
+        EXPECT_FALSE(angle.HasCosAndSin());
+    }
+}
+
+TEST_F(AngleTest, ParseReadsDegreesAndRadians) {
+    const double radian = 180 / std::numbers::pi;
+    const struct {
+        const char* text;
+        Units defaultUnit;
+        PARSERESULT result;
+        double degrees;
+    } rows[] = {
+        {"45", QAngle::ANGU_DEG, PARSE_DEFAULTED, 45},
+        {" 45.5 ", QAngle::ANGU_DEG, PARSE_DEFAULTED, 45.5},
+        {"45 deg", QAngle::ANGU_RAD, PARSE_EXACT, 45},
+        {"45deg", QAngle::ANGU_RAD, PARSE_EXACT, 45},
+        {"1 rad", QAngle::ANGU_DEG, PARSE_EXACT, radian},
+        {"1", QAngle::ANGU_RAD, PARSE_DEFAULTED, radian},
+        {"455", QAngle::ANGU_TENTHDEG, PARSE_DEFAULTED, 45.5},
+        {"-90 deg", QAngle::ANGU_DEG, PARSE_EXACT, -90},
+        {"", QAngle::ANGU_DEG, PARSE_NONE, 0},
+        {"deg", QAngle::ANGU_DEG, PARSE_NONE, 0},
+        {"90 DEG", QAngle::ANGU_DEG, PARSE_NONE, 0},
+        {"90 degrees", QAngle::ANGU_DEG, PARSE_NONE, 0},
+        {"90 d", QAngle::ANGU_DEG, PARSE_NONE, 0},
+        {"90 dar", QAngle::ANGU_DEG, PARSE_NONE, 0},
+        {"90 deg x", QAngle::ANGU_DEG, PARSE_NONE, 0},
+        {"90 grad", QAngle::ANGU_DEG, PARSE_NONE, 0},
+        {"90 1", QAngle::ANGU_DEG, PARSE_NONE, 0},
+        {"inf deg", QAngle::ANGU_DEG, PARSE_NONE, 0},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.text);
+        QAngle::SetDefaultUnits(row.defaultUnit);
+        QAngle angle = Degrees(7);
+        EXPECT_EQ(angle.Parse(CString(row.text)), row.result);
+        EXPECT_DOUBLE_EQ(angle.GetRaw(), row.result == PARSE_NONE ? 7 : row.degrees);
+    }
+}
+
+TEST_F(AngleTest, ParseLeavesTheCosineAndSineToBeComputed) {
+    QAngle angle;
+    ASSERT_EQ(angle.Parse(u"90 deg"), PARSE_EXACT);
+    EXPECT_FALSE(angle.HasCosAndSin());
+    EXPECT_NEAR(angle.Cos(), 0, 1e-15);
+    EXPECT_EQ(angle.Sin(), 1);
+}
+
+TEST_F(AngleTest, FormatWritesTwoDecimalsAndTheUnitWordWhenAsked) {
+    EXPECT_EQ(Degrees(45).Format().ToUtf8(), "45.00");
+    EXPECT_EQ(Degrees(45).Format(QAngle::ANGU_DEG, true).ToUtf8(), "45.00 deg");
+    EXPECT_EQ(Degrees(45).Format(QAngle::ANGU_RAD, true).ToUtf8(), "0.79 rad");
+    EXPECT_EQ(Degrees(45).Format(QAngle::ANGU_TENTHDEG, true).ToUtf8(), "450.00");
+    EXPECT_EQ(Degrees(-0.5).Format(QAngle::ANGU_RAW).ToUtf8(), "-0.50");
+    QAngle::SetDefaultUnits(QAngle::ANGU_RAD);
+    EXPECT_EQ(Degrees(180).Format(QAngle::ANGU_DEFAULT, true).ToUtf8(), "3.14 rad");
+}
+
+TEST_F(AngleTest, UnitSuffixesAreTheUnitWords) {
+    const char* const words[] = {"", "", "deg", "rad"};
+    for (int unit = 0; unit <= 3; ++unit)
+        EXPECT_EQ(QAngle::AngleUnitSuffix(static_cast<Units>(unit)).ToUtf8(), words[unit]);
+    EXPECT_THROW(QAngle::AngleUnitSuffix(static_cast<Units>(4)), InvalidArgumentException);
+}
+
+TEST_F(AngleTest, StoresTheValueAloneAsEightBytesOfDouble) {
+    QAngle angle = Degrees(90);
+    angle.CalcCosAndSinIfRequired();
+    EXPECT_EQ(Stored(angle), (Bytes{0, 0, 0, 0, 0, 0x80, 0x56, 0x40}));
+    EXPECT_EQ(Stored(Degrees(-12.5)), DoubleBytes(-12.5));
+}
+
+TEST_F(AngleTest, ReadsByTheSchemaOfTheArchive) {
+    const struct {
+        unsigned schema;
+        Bytes bytes;
+        double degrees;
+    } rows[] = {
+        {0, Int32Bytes(905), 90.5},       {107, Int32Bytes(905), 90.5},
+        {107, Int32Bytes(-15), -1.5},     {107, {0x89, 0x03, 0, 0}, 90.5},
+        {108, DoubleBytes(90.5), 90.5},   {108, {0, 0, 0, 0, 0, 0x80, 0x56, 0x40}, 90},
+        {500, DoubleBytes(-0.25), -0.25},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.schema);
+        QAngle angle = Degrees(30);
+        angle.CalcCosAndSinIfRequired();
+        Load(row.bytes, row.schema, angle);
+        EXPECT_DOUBLE_EQ(angle.GetRaw(), row.degrees);
+        EXPECT_FALSE(angle.HasCosAndSin()) << "the cosine and sine of the old value were kept";
+    }
+}
+
+TEST_F(AngleTest, AStoredAngleOutOfRangeReadsAsZeroWithAReport) {
+    InstallReports();
+    QAngle angle = Degrees(30);
+    Load(DoubleBytes(1e30), 108, angle);
+    EXPECT_EQ(angle.GetRaw(), 0.0);
+    EXPECT_EQ(g_traced, std::vector<std::string>{"Angle CArchive>> loading"});
+    EXPECT_EQ(g_reported, std::vector<std::string>{"angle"});
+}
+
+TEST_F(AngleTest, AnAngleOutOfRangeIsStoredAsZeroWithAReport) {
+    InstallReports();
+    EXPECT_EQ(Stored(QAngle::FromRaw(-1e30)), DoubleBytes(0.0));
+    EXPECT_EQ(g_traced, std::vector<std::string>{"Angle CArchive<< storing"});
+    EXPECT_EQ(g_reported, std::vector<std::string>{"angle storing"});
+}
+
+TEST_F(AngleTest, LimitDoubleAlwaysResetsTheCosineAndSineOnlyWhenItClamps) {
+    QAngle good = Degrees(30);
+    good.CalcCosAndSinIfRequired();
+    EXPECT_FALSE(QAngle::LimitDoubleAlways(good, u"test"));
+    EXPECT_TRUE(good.HasCosAndSin());
+    QAngle bad = QAngle::FromRaw(std::numeric_limits<double>::quiet_NaN());
+    EXPECT_TRUE(QAngle::LimitDoubleAlways(bad, u"test"));
+    EXPECT_EQ(bad.GetRaw(), 0);
+    EXPECT_EQ(bad.Cos(), 1);
+}
+
+} // namespace
+} // namespace keel

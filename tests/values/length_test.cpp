@@ -1,0 +1,607 @@
+#include "keel/platform/file.h"
+#include "keel/platform/schema.h"
+#include "keel/values/compare.h"
+#include "keel/values/length.h"
+
+#include <clocale>
+#include <cmath>
+#include <cstdint>
+#include <cstring>
+#include <functional>
+#include <gtest/gtest.h>
+#include <limits>
+#include <string>
+#include <vector>
+
+namespace keel {
+
+namespace {
+
+using Bytes = std::vector<std::uint8_t>;
+using LU = QLength::LENGTHUNITS;
+
+// Puts back every process-wide setting a test may change.
+class LengthTest : public ::testing::Test {
+protected:
+    void TearDown() override {
+        QLength::SetDefaultUnits(m_units);
+        QLength::c_InchHandlerType = m_inchHandler;
+        QSchema::SetDefaultSchema(m_schema);
+        DoLimitDouble(m_limitDouble);
+        SetLimitDoubleTrace(m_trace);
+        SetLimitDoubleFailedReporter(m_reporter);
+    }
+
+private:
+    LU m_units = QLength::DefaultUnits();
+    int m_inchHandler = QLength::c_InchHandlerType;
+    int m_schema = QSchema::DefaultVersion();
+    bool m_limitDouble = IsLimitDouble();
+    LimitDoubleTrace m_trace = SetLimitDoubleTrace(nullptr);
+    LimitDoubleFailedReporter m_reporter = SetLimitDoubleFailedReporter(nullptr);
+};
+
+// What the guard hooks were told, most recent last.
+struct Reports {
+    static inline std::vector<std::string> traced;
+    static inline std::vector<double> rejected;
+    static inline std::vector<std::string> reported;
+    static inline std::vector<std::string> files;
+
+    static void Trace(const CString& where, double value) {
+        traced.push_back(where.ToUtf8());
+        rejected.push_back(value);
+    }
+    static void Report(CArchive& archive, const CString& what) {
+        reported.push_back(what.ToUtf8());
+        files.push_back(archive.GetFileName().ToUtf8());
+    }
+    static void Install() {
+        traced.clear();
+        rejected.clear();
+        reported.clear();
+        files.clear();
+        SetLimitDoubleTrace(Trace);
+        SetLimitDoubleFailedReporter(Report);
+    }
+};
+
+Bytes DoubleBytes(double value) {
+    std::uint64_t bits = 0;
+    std::memcpy(&bits, &value, sizeof bits);
+    Bytes bytes;
+    for (int i = 0; i < 8; ++i)
+        bytes.push_back(static_cast<std::uint8_t>(bits >> (8 * i)));
+    return bytes;
+}
+
+Bytes Int32Bytes(std::int32_t value) {
+    const auto bits = static_cast<std::uint32_t>(value);
+    return {static_cast<std::uint8_t>(bits), static_cast<std::uint8_t>(bits >> 8),
+            static_cast<std::uint8_t>(bits >> 16), static_cast<std::uint8_t>(bits >> 24)};
+}
+
+Bytes Stored(const QLength& length) {
+    CMemFile file;
+    file.SetFilePath(u"stored.drw");
+    CArchive archive(&file, CArchive::store);
+    archive << length;
+    archive.Close();
+    return file.Bytes();
+}
+
+// Reads one length from `bytes` under the archive schema `schema` (CArchive::noSchema: none).
+QLength Loaded(const Bytes& bytes, unsigned schema) {
+    CMemFile file(bytes);
+    file.SetFilePath(u"loaded.drw");
+    CArchive archive(&file, CArchive::load);
+    archive.SetObjectSchema(schema);
+    QLength length;
+    archive >> length;
+    EXPECT_TRUE(archive.IsBufferEmpty()) << "the reader left bytes behind";
+    return length;
+}
+
+TEST_F(LengthTest, StartsInMillimetresWithThirtySecondsOfAnInch) {
+    EXPECT_EQ(QLength::DefaultUnits(), QLength::LU_MM);
+    EXPECT_EQ(QLength::c_InchHandlerType, 0x20);
+    EXPECT_EQ(QLength::InchAsFraction(), 32);
+}
+
+TEST_F(LengthTest, EachUnitFactorMatchesItsKnownSize) {
+    const struct {
+        LU unit;
+        double millimetres;
+    } rows[] = {
+        {QLength::LU_RAW, 1},      {QLength::LU_HIMETRIC, 0.01}, {QLength::LU_LOMETRIC, 0.1},
+        {QLength::LU_MM, 1},       {QLength::LU_CM, 10},         {QLength::LU_INCH, 25.4},
+        {QLength::LU_FOOT, 304.8}, {QLength::LU_METRE, 1000},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.unit);
+        EXPECT_DOUBLE_EQ(QLength::Factor(row.unit), row.millimetres);
+        EXPECT_DOUBLE_EQ(QLength::double_to_raw(2, row.unit), 2 * row.millimetres);
+        EXPECT_DOUBLE_EQ(QLength::raw_to_double(2 * row.millimetres, row.unit), 2);
+    }
+    EXPECT_DOUBLE_EQ(QLength::Factor(QLength::LU_FOOT) / QLength::Factor(QLength::LU_INCH), 12);
+}
+
+TEST_F(LengthTest, NamedConversionsFollowFromTheFactors) {
+    EXPECT_DOUBLE_EQ(QLength::inch_to_mm(1), 25.4);
+    EXPECT_DOUBLE_EQ(QLength::foot_to_m(10), 3.048);
+    EXPECT_DOUBLE_EQ(QLength::himetric_to_lometric(10), 1);
+    EXPECT_DOUBLE_EQ(QLength::foot_to_inch(1), 12);
+    EXPECT_DOUBLE_EQ(QLength::m_to_cm(1.5), 150);
+    EXPECT_DOUBLE_EQ(QLength::mm_to_inch(50.8), 2);
+    EXPECT_DOUBLE_EQ(QLength::lometric_to_himetric(1), 10);
+    EXPECT_DOUBLE_EQ(QLength::cm_to_foot(30.48), 1);
+}
+
+TEST_F(LengthTest, TheOneArgumentConversionsUseTheDefaultUnit) {
+    QLength::SetDefaultUnits(QLength::LU_INCH);
+    EXPECT_DOUBLE_EQ(QLength::double_to_raw(2), 50.8);
+    EXPECT_DOUBLE_EQ(QLength::raw_to_double(50.8), 2);
+    EXPECT_DOUBLE_EQ(QLength(2).GetRaw(), 50.8);
+    EXPECT_DOUBLE_EQ(QLength(2, QLength::LU_CM).GetRaw(), 20);
+    EXPECT_DOUBLE_EQ(QLength::FromRaw(50.8).AsDouble(), 2);
+    EXPECT_DOUBLE_EQ(QLength::FromRaw(50.8).AsDouble(QLength::LU_MM), 50.8);
+}
+
+TEST_F(LengthTest, DefaultUnitsAreMetricForMillimetresCentimetresAndMetres) {
+    const struct {
+        LU unit;
+        bool metric;
+    } rows[] = {
+        {QLength::LU_RAW, false},  {QLength::LU_HIMETRIC, false}, {QLength::LU_LOMETRIC, false},
+        {QLength::LU_MM, true},    {QLength::LU_CM, true},        {QLength::LU_INCH, false},
+        {QLength::LU_FOOT, false}, {QLength::LU_METRE, true},
+    };
+    for (const auto& row : rows) {
+        QLength::SetDefaultUnits(row.unit);
+        EXPECT_EQ(QLength::DefaultUnits(), row.unit);
+        EXPECT_EQ(QLength::DefaultUnitsAreMetric(), row.metric) << row.unit;
+    }
+}
+
+TEST_F(LengthTest, AUnitOutsideTheTableIsAnInvalidArgument) {
+    EXPECT_THROW(QLength::SetDefaultUnits(QLength::LU_DEFAULT), InvalidArgumentException);
+    EXPECT_THROW(QLength::SetDefaultUnits(static_cast<LU>(8)), InvalidArgumentException);
+    EXPECT_THROW(QLength(1, static_cast<LU>(-2)), InvalidArgumentException);
+    EXPECT_THROW(QLength::LengthUnitSuffix(static_cast<LU>(8)), InvalidArgumentException);
+    EXPECT_EQ(QLength::DefaultUnits(), QLength::LU_MM);
+}
+
+TEST_F(LengthTest, ComparisonsHoldWithinAHundredthOfAMillimetre) {
+    const struct {
+        double difference;
+        bool equal, less, greater;
+    } rows[] = {
+        {0, true, false, false},    {0.005, true, false, false},   {0.0099, true, false, false},
+        {0.01, true, false, true},  {0.0101, false, false, true},  {-0.0099, true, false, false},
+        {-0.01, true, true, false}, {-0.0101, false, true, false},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.difference);
+        const QLength a = QLength::FromRaw(row.difference);
+        const QLength b = QLength::Zero;
+        EXPECT_EQ(a == b, row.equal);
+        EXPECT_EQ(a != b, !row.equal);
+        EXPECT_EQ(a < b, row.less);
+        EXPECT_EQ(a > b, row.greater);
+        EXPECT_EQ(a <= b, !row.greater);
+        EXPECT_EQ(a >= b, !row.less);
+        EXPECT_EQ(COMPARE(a, b), row.less ? -1 : row.greater ? 1 : 0);
+    }
+}
+
+TEST_F(LengthTest, EqualityIsNotTransitive) {
+    const QLength a = QLength::FromRaw(0);
+    const QLength b = QLength::FromRaw(0.008);
+    const QLength c = QLength::FromRaw(0.016);
+    EXPECT_TRUE(a == b);
+    EXPECT_TRUE(b == c);
+    EXPECT_FALSE(a == c);
+}
+
+TEST_F(LengthTest, ArithmeticWorksOnTheRawValue) {
+    const QLength a = QLength::FromRaw(7);
+    const QLength b = QLength::FromRaw(2);
+    EXPECT_DOUBLE_EQ((a + b).GetRaw(), 9);
+    EXPECT_DOUBLE_EQ((a - b).GetRaw(), 5);
+    EXPECT_DOUBLE_EQ((a * 2).GetRaw(), 14);
+    EXPECT_DOUBLE_EQ((2.5 * a).GetRaw(), 17.5);
+    EXPECT_DOUBLE_EQ((a / 2).GetRaw(), 3.5);
+    EXPECT_DOUBLE_EQ((a / 0.5).GetRaw(), 14);
+    EXPECT_DOUBLE_EQ(a / b, 3.5);
+    EXPECT_DOUBLE_EQ((-a).GetRaw(), -7);
+    EXPECT_DOUBLE_EQ((+a).GetRaw(), 7);
+    EXPECT_FALSE(!a);
+    EXPECT_TRUE(!QLength::FromRaw(0.005));
+    QLength c = a;
+    c += b;
+    c -= QLength::FromRaw(1);
+    c *= 3;
+    c /= 4;
+    EXPECT_DOUBLE_EQ(c.GetRaw(), 6);
+}
+
+struct ParseRow {
+    const char* text;
+    LU defaultUnit;
+    PARSERESULT result;
+    double raw;
+};
+
+TEST_F(LengthTest, ParseReadsFractionsDecimalsAndUnits) {
+    const LU mm = QLength::LU_MM;
+    const LU inch = QLength::LU_INCH;
+    const ParseRow rows[] = {
+        {"3", mm, PARSE_DEFAULTED, 3},         {"  3.5  ", mm, PARSE_DEFAULTED, 3.5},
+        {"-2.25", mm, PARSE_DEFAULTED, -2.25}, {"3mm", mm, PARSE_EXACT, 3},
+        {"3 mm", inch, PARSE_EXACT, 3},        {"2cm", mm, PARSE_EXACT, 20},
+        {"2.5 m", mm, PARSE_EXACT, 2500},      {"2\"", mm, PARSE_EXACT, 50.8},
+        {"2 '", mm, PARSE_EXACT, 609.6},       {"3/4", mm, PARSE_DEFAULTED, 0.75},
+        {"3 / 4", mm, PARSE_DEFAULTED, 0.75},  {"-3/4", mm, PARSE_DEFAULTED, -0.75},
+        {"1/2\"", mm, PARSE_EXACT, 12.7},      {"3/4'", mm, PARSE_EXACT, 228.6},
+        {"1 3/4", mm, PARSE_DEFAULTED, 1.75},  {"-1 1/2", mm, PARSE_DEFAULTED, -1.5},
+        {"1 1/2\"", mm, PARSE_EXACT, 38.1},    {"-1 1/2\"", mm, PARSE_EXACT, -38.1},
+        {"2 1/2'", mm, PARSE_EXACT, 762},      {"2", inch, PARSE_DEFAULTED, 50.8},
+        {"3/4", inch, PARSE_DEFAULTED, 19.05}, {"1 1/2", inch, PARSE_DEFAULTED, 38.1},
+        {"2mm", inch, PARSE_EXACT, 2},
+    };
+    for (const ParseRow& row : rows) {
+        SCOPED_TRACE(row.text);
+        QLength::SetDefaultUnits(row.defaultUnit);
+        QLength length;
+        EXPECT_EQ(length.Parse(CString(row.text)), row.result);
+        EXPECT_NEAR(length.GetRaw(), row.raw, 1e-9);
+    }
+}
+
+TEST_F(LengthTest, ParseRefusesWhatThePatternsDoNotTake) {
+    const char* const texts[] = {
+        "",      "abc",     "3 in",  "3 ft",    "3 MM",    "3 km",      "3 mc",  "3 m'",
+        "3mm x", "3 mm mm", "3/4 x", "3/4\" 5", "1 3/4 x", "1 3/4\" x", "1/2.5", "1/0",
+        "1 1/0", "5'6",     "inf",   "nan mm",  "- 1/2",   "1,5",
+    };
+    for (const char* text : texts) {
+        SCOPED_TRACE(text);
+        QLength length = QLength::FromRaw(42);
+        EXPECT_EQ(length.Parse(CString(text)), PARSE_NONE);
+        EXPECT_EQ(length.GetRaw(), 42) << "a failed parse changed the length";
+    }
+}
+
+TEST_F(LengthTest, ParseTakesABareNumberInTheUnitGiven) {
+    QLength length;
+    EXPECT_EQ(length.Parse(u"2", QLength::LU_CM), PARSE_DEFAULTED);
+    EXPECT_DOUBLE_EQ(length.GetRaw(), 20);
+    EXPECT_EQ(length.Parse(u"2\"", QLength::LU_CM), PARSE_EXACT);
+    EXPECT_DOUBLE_EQ(length.GetRaw(), 50.8);
+}
+
+TEST_F(LengthTest, ParseReadsAPointWhateverTheUserLocale) {
+    const std::string previous = std::setlocale(LC_ALL, nullptr);
+    if (std::setlocale(LC_ALL, "de_DE.UTF-8") == nullptr &&
+        std::setlocale(LC_ALL, "de_DE.utf8") == nullptr &&
+        std::setlocale(LC_ALL, "fr_FR.UTF-8") == nullptr)
+        GTEST_SKIP() << "no locale with a decimal comma installed";
+    QLength length;
+    const PARSERESULT point = length.Parse(u"1.5");
+    const double raw = length.GetRaw();
+    const PARSERESULT comma = length.Parse(u"1,5");
+    const CString text = QLength::FromRaw(1.25).Format(u"%.2f");
+    std::setlocale(LC_ALL, previous.c_str());
+    EXPECT_EQ(point, PARSE_DEFAULTED);
+    EXPECT_DOUBLE_EQ(raw, 1.5);
+    EXPECT_EQ(comma, PARSE_NONE);
+    EXPECT_EQ(text, u"1.25");
+}
+
+TEST_F(LengthTest, ParseFormatSpecifierCutsPrefixPrecisionAndSuffix) {
+    const struct {
+        const char16_t* specifier;
+        const char16_t *prefix, *precision, *suffix;
+        bool showUnit;
+    } rows[] = {
+        {u"", u"", u"", u"", false},
+        {u"%f", u"", u"", u"", false},
+        {u"%F", u"", u"", u"", true},
+        {u"L=%/16F mm", u"L=", u"/16", u" mm", true},
+        {u"%+-12.3f", u"", u"+-12.3", u"", false},
+        {u"%.f", u"", u".", u"", false},
+        {u"%-F", u"", u"-", u"", true},
+        {u"100% of %.2f", u"100% of ", u".2", u"", false},
+        {u"abc", u"", u"", u"abc", false},
+        {u"%x", u"", u"", u"%x", false},
+        {u"%.2.3f", u"", u"", u"%.2.3f", false},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(CString(row.specifier).ToUtf8());
+        const QLength::FormatSpec parts = QLength::ParseFormatSpecifier(row.specifier);
+        EXPECT_EQ(parts.prefix.ToUtf8(), CString(row.prefix).ToUtf8());
+        EXPECT_EQ(parts.precision.ToUtf8(), CString(row.precision).ToUtf8());
+        EXPECT_EQ(parts.suffix.ToUtf8(), CString(row.suffix).ToUtf8());
+        EXPECT_EQ(parts.showUnit, row.showUnit);
+    }
+}
+
+struct FormatRow {
+    double raw;
+    const char16_t* specifier;
+    LU unit;
+    const char16_t* text;
+};
+
+void ExpectFormats(const std::vector<FormatRow>& rows) {
+    for (const FormatRow& row : rows) {
+        SCOPED_TRACE(CString(row.specifier).ToUtf8() + " of " + std::to_string(row.raw) +
+                     " in unit " + std::to_string(row.unit));
+        EXPECT_EQ(QLength::FromRaw(row.raw).Format(row.specifier, row.unit).ToUtf8(),
+                  CString(row.text).ToUtf8());
+    }
+}
+
+TEST_F(LengthTest, FormatTakesEachUnitsDefaultPrecision) {
+    ExpectFormats({
+        {1234.56, u"", QLength::LU_MM, u"1234.6"},
+        {1234.04, u"%F", QLength::LU_MM, u"1234mm"},
+        {1234.5, u"%F", QLength::LU_CM, u"123.45cm"},
+        {1230, u"%F", QLength::LU_CM, u"123cm"},
+        {1500, u"%F", QLength::LU_METRE, u"1.5m"},
+        {1234.56789, u"%F", QLength::LU_METRE, u"1.2346m"},
+        {1.234, u"%F", QLength::LU_HIMETRIC, u"123"},
+        {1.26, u"%F", QLength::LU_LOMETRIC, u"13"},
+        {38.1, u"%F", QLength::LU_INCH, u"1 1/2\""},
+        {457.2, u"%F", QLength::LU_FOOT, u"1 1/2'"},
+        {304.8 + 25.4 / 32, u"%F", QLength::LU_FOOT, u"1 1/384'"},
+        {1.5, u"%F", QLength::LU_RAW, u"1.500000"},
+    });
+}
+
+TEST_F(LengthTest, FormatWithoutAUnitTakesTheDefaultUnit) {
+    QLength::SetDefaultUnits(QLength::LU_INCH);
+    EXPECT_EQ(QLength::FromRaw(38.1).Format(), u"1 1/2");
+    EXPECT_EQ(QLength::FromRaw(38.1).Format(u"%F"), u"1 1/2\"");
+    EXPECT_EQ(QLength::FromRaw(38.1).DefaultDimText(), u"1 1/2\"");
+}
+
+TEST_F(LengthTest, InchAsFractionDecidesTheTextOfInches) {
+    const struct {
+        int handler;
+        double inches;
+        const char16_t* text;
+    } rows[] = {
+        {0, 1.5, u"1.5\""},          {0, 1.23456, u"1.2346\""}, {16, 1.5, u"1 1/2\""},
+        {16, 1.0 / 32, u"1/16\""},   {16, 1.0 / 33, u"0\""},    {32, 1.0 / 32, u"1/32\""},
+        {32, 2.96875, u"2 31/32\""}, {8, 1.5, u"1.500000\""},   {1, 1.5, u"1.500000\""},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.handler);
+        QLength::c_InchHandlerType = row.handler;
+        EXPECT_EQ(QLength::InchAsFraction(), row.handler);
+        EXPECT_EQ(QLength(row.inches, QLength::LU_INCH).Format(u"%F", QLength::LU_INCH).ToUtf8(),
+                  CString(row.text).ToUtf8());
+    }
+}
+
+TEST_F(LengthTest, FormatWritesFractionsRoundedAndReduced) {
+    const LU mm = QLength::LU_MM;
+    ExpectFormats({
+        {1.3, u"%/8f", mm, u"1 1/4"},
+        {0.5, u"%/2f", mm, u"1/2"},
+        {-0.5, u"%/2f", mm, u"-1/2"},
+        {-1.5, u"%/4f", mm, u"-1 1/2"},
+        {2, u"%/16f", mm, u"2"},
+        {-2, u"%/16f", mm, u"-2"},
+        {0, u"%/16f", mm, u"0"},
+        {-0.001, u"%/16f", mm, u"0"},
+        {0.999, u"%/4f", mm, u"1"},
+        {1.5, u"%/1f", mm, u"2"},
+        {1.49, u"%/1f", mm, u"1"},
+        {1.25, u"%/f", mm, u"1 1/4"},
+        {1.25, u"%/0f", mm, u"1 1/4"},
+        {1.25, u"%/-8f", mm, u"1 1/4"},
+        {1 + 1.0 / 96, u"%/f", mm, u"1 1/96"},
+        {2.5, u"%/2F", mm, u"2 1/2mm"},
+        {12.7, u"%/16F", QLength::LU_INCH, u"1/2\""},
+    });
+}
+
+TEST_F(LengthTest, FormatWritesDecimalsAndStripsOnlyAfterAPoint) {
+    const LU mm = QLength::LU_MM;
+    ExpectFormats({
+        {1.5, u"%.3f", mm, u"1.5"},
+        {2, u"%.3f", mm, u"2"},
+        {1.5, u"%+.2f", mm, u"+1.50"},
+        {1.5, u"%6.2f", mm, u"  1.50"},
+        {1.5, u"%2f", mm, u"1.500000"},
+        {12.5, u"W=%.1F!", mm, u"W=12.5mm!"},
+        {12.5, u"%-F", mm, u"mm"},
+        {12.5, u"%-f", mm, u""},
+        {12.5, u"abc", mm, u"12.5abc"},
+        {12.5, u"(%F)", QLength::LU_CM, u"(1.25cm)"},
+    });
+}
+
+TEST_F(LengthTest, FormatOfValuesBeyondAnyFractionStaysReadable) {
+    const LU inch = QLength::LU_INCH;
+    ExpectFormats({
+        {std::numeric_limits<double>::infinity(), u"%/16f", inch, u"inf"},
+        {-std::numeric_limits<double>::infinity(), u"%/16f", inch, u"-inf"},
+        {1e20, u"%/32f", QLength::LU_MM, u"100000000000000000000"},
+        {1.5, u"%/99999999999999f", QLength::LU_MM, u"1 1073741824/2147483647"},
+    });
+}
+
+TEST_F(LengthTest, LengthUnitSuffixNamesFiveUnits) {
+    const struct {
+        LU unit;
+        const char16_t* suffix;
+    } rows[] = {
+        {QLength::LU_RAW, u""},   {QLength::LU_HIMETRIC, u""}, {QLength::LU_LOMETRIC, u""},
+        {QLength::LU_MM, u"mm"},  {QLength::LU_CM, u"cm"},     {QLength::LU_INCH, u"\""},
+        {QLength::LU_FOOT, u"'"}, {QLength::LU_METRE, u"m"},
+    };
+    for (const auto& row : rows)
+        EXPECT_EQ(QLength::LengthUnitSuffix(row.unit), row.suffix) << row.unit;
+    QLength::SetDefaultUnits(QLength::LU_FOOT);
+    EXPECT_EQ(QLength::LengthUnitSuffix(), u"'");
+}
+
+TEST_F(LengthTest, FormattedTextParsesBackToTheSameLength) {
+    const LU units[] = {QLength::LU_MM, QLength::LU_CM, QLength::LU_INCH, QLength::LU_FOOT,
+                        QLength::LU_METRE};
+    for (const LU unit : units) {
+        QLength::SetDefaultUnits(unit);
+        for (const double raw : {0.0, 12.7, -38.1, 914.4, 3048.0}) {
+            SCOPED_TRACE(std::to_string(unit) + " " + std::to_string(raw));
+            const QLength original = QLength::FromRaw(raw);
+            for (const char16_t* specifier : {u"%f", u"%F"}) {
+                QLength back;
+                const CString text = original.Format(specifier);
+                EXPECT_NE(back.Parse(text), PARSE_NONE) << text.ToUtf8();
+                EXPECT_TRUE(back == original) << text.ToUtf8() << " read back as " << back.GetRaw();
+            }
+        }
+    }
+}
+
+TEST(StripRedundantDecimalPlaces, CutsZerosAndAPointOnlyBehindAPoint) {
+    const struct {
+        const char16_t *in, *out;
+    } rows[] = {
+        {u"1.500", u"1.5"}, {u"2.000", u"2"},    {u"100", u"100"}, {u"0.0", u"0"},
+        {u"1.05", u"1.05"}, {u"-0.50", u"-0.5"}, {u"", u""},       {u"10.", u"10"},
+    };
+    for (const auto& row : rows) {
+        CString text = row.in;
+        EXPECT_EQ(StripRedundantDecimalPlaces(text).ToUtf8(), CString(row.out).ToUtf8());
+    }
+}
+
+TEST_F(LengthTest, LimitDoubleAlwaysZeroesValuesWithAnExponentBeyondSixty) {
+    const double inf = std::numeric_limits<double>::infinity();
+    const struct {
+        double value;
+        bool clamped;
+    } rows[] = {
+        {0.0, false},
+        {-0.0, false},
+        {1.0, false},
+        {-123.456, false},
+        {std::ldexp(1.0, 60), false},
+        {std::ldexp(1.999, 60), false},
+        {std::ldexp(1.0, 61), true},
+        {-std::ldexp(1.0, 61), true},
+        {std::ldexp(1.0, -60), false},
+        {std::ldexp(1.999, -61), true},
+        {1e30, true},
+        {1e-30, true},
+        {inf, true},
+        {-inf, true},
+        {std::numeric_limits<double>::quiet_NaN(), true},
+        {std::numeric_limits<double>::denorm_min(), true},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.value);
+        double value = row.value;
+        EXPECT_EQ(LimitDoubleAlways(value, u"test"), row.clamped);
+        if (row.clamped)
+            EXPECT_EQ(value, 0.0);
+        else
+            EXPECT_EQ(std::memcmp(&value, &row.value, sizeof value), 0);
+    }
+}
+
+TEST_F(LengthTest, LimitDoubleChecksOnlyWhileSwitchedOn) {
+    EXPECT_TRUE(IsLimitDouble());
+    double value = 1e30;
+    DoLimitDouble(false);
+    EXPECT_FALSE(IsLimitDouble());
+    EXPECT_FALSE(LimitDouble(value, u"test"));
+    EXPECT_EQ(value, 1e30);
+    DoLimitDouble(true);
+    EXPECT_TRUE(LimitDouble(value, u"test"));
+    EXPECT_EQ(value, 0.0);
+    value = 1e30;
+    DoLimitDouble(false);
+    EXPECT_TRUE(LimitDoubleAlways(value, u"test"));
+}
+
+TEST_F(LengthTest, LimitDoubleAlwaysTracesWhereAndWhat) {
+    Reports::Install();
+    double value = 1e30;
+    LimitDoubleAlways(value, u"somewhere");
+    QLength length = QLength::FromRaw(-1e25);
+    EXPECT_TRUE(QLength::LimitDoubleAlways(length, u"elsewhere"));
+    EXPECT_EQ(length.GetRaw(), 0.0);
+    EXPECT_EQ(Reports::traced, (std::vector<std::string>{"somewhere", "elsewhere"}));
+    EXPECT_EQ(Reports::rejected, (std::vector<double>{1e30, -1e25}));
+}
+
+TEST_F(LengthTest, StoresEightBytesOfDouble) {
+    EXPECT_EQ(Stored(QLength::FromRaw(1.5)), (Bytes{0, 0, 0, 0, 0, 0, 0xF8, 0x3F}));
+    EXPECT_EQ(Stored(QLength::FromRaw(-304.8)), DoubleBytes(-304.8));
+}
+
+TEST_F(LengthTest, ReadsByTheSchemaOfTheArchive) {
+    const struct {
+        unsigned schema;
+        Bytes bytes;
+        double raw;
+    } rows[] = {
+        {0, Int32Bytes(15), 1.5},
+        {16, Int32Bytes(15), 1.5},
+        {16, Int32Bytes(-25), -2.5},
+        {16, {0x0F, 0, 0, 0}, 1.5},
+        {17, Int32Bytes(480), 1.5},
+        {17, Int32Bytes(-32), -0.1},
+        {17, {0xE0, 0x01, 0, 0}, 1.5},
+        {18, DoubleBytes(1.5), 1.5},
+        {18, {0, 0, 0, 0, 0, 0, 0xF8, 0x3F}, 1.5},
+        {250, DoubleBytes(-12.25), -12.25},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.schema);
+        EXPECT_DOUBLE_EQ(Loaded(row.bytes, row.schema).GetRaw(), row.raw);
+    }
+}
+
+TEST_F(LengthTest, ReadingWithoutASchemaTakesTheDefaultSchema) {
+    QSchema::SetDefaultSchema(16);
+    EXPECT_DOUBLE_EQ(Loaded(Int32Bytes(15), CArchive::noSchema).GetRaw(), 1.5);
+    QSchema::SetDefaultSchema(18);
+    EXPECT_DOUBLE_EQ(Loaded(DoubleBytes(2.5), CArchive::noSchema).GetRaw(), 2.5);
+}
+
+TEST_F(LengthTest, AStoredLengthOutOfRangeReadsAsZeroWithAReport) {
+    Reports::Install();
+    EXPECT_EQ(Loaded(DoubleBytes(1e30), 18).GetRaw(), 0.0);
+    EXPECT_EQ(Reports::traced, std::vector<std::string>{"Length CArchive>> reading"});
+    EXPECT_EQ(Reports::reported, std::vector<std::string>{"length"});
+    EXPECT_EQ(Reports::files, std::vector<std::string>{"loaded.drw"});
+}
+
+TEST_F(LengthTest, ALengthOutOfRangeIsStoredAsZeroWithAReport) {
+    Reports::Install();
+    EXPECT_EQ(Stored(QLength::FromRaw(1e30)), DoubleBytes(0.0));
+    EXPECT_EQ(Reports::traced, std::vector<std::string>{"Length CArchive<< storing"});
+    EXPECT_EQ(Reports::reported, std::vector<std::string>{"length storing"});
+    EXPECT_EQ(Reports::files, std::vector<std::string>{"stored.drw"});
+}
+
+TEST_F(LengthTest, AGoodLengthIsNeitherTracedNorReported) {
+    Reports::Install();
+    Stored(QLength::FromRaw(12));
+    Loaded(DoubleBytes(12), 18);
+    EXPECT_TRUE(Reports::traced.empty());
+    EXPECT_TRUE(Reports::reported.empty());
+}
+
+TEST_F(LengthTest, WithNoReporterInstalledAClampIsSilent) {
+    EXPECT_EQ(Loaded(DoubleBytes(1e30), 18).GetRaw(), 0.0);
+}
+
+} // namespace
+} // namespace keel
