@@ -237,6 +237,10 @@ void AppendAscii(std::u16string& out, std::string_view ascii) {
 
 // ---- Format -------------------------------------------------------------------------------------
 
+// Widths and precisions above this are taken as this: no message needs more, and a format read
+// from a file must not be able to ask for gigabytes.
+constexpr int kMaxFieldSize = 4096;
+
 struct Directive {
     std::string flags;
     int width = -1;
@@ -298,7 +302,7 @@ private:
     size_t ParseNumber(size_t pos, int& value) const {
         value = 0;
         while (IsDigit(At(pos))) {
-            value = std::min(value * 10 + (At(pos) - u'0'), kMaxLength / 10);
+            value = std::min(value * 10 + (At(pos) - u'0'), kMaxFieldSize);
             ++pos;
         }
         return pos;
@@ -307,7 +311,7 @@ private:
     int StarArgument() {
         const CFormatArg* arg = NextArgument();
         return arg ? static_cast<int>(
-                         std::clamp<long long>(arg->AsSigned(), -kMaxLength / 10, kMaxLength / 10))
+                         std::clamp<long long>(arg->AsSigned(), -kMaxFieldSize, kMaxFieldSize))
                    : 0;
     }
 

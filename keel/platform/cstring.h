@@ -142,6 +142,7 @@ public:
     // also takes the other kind; h, hh, l, ll, L, I64, I32, z, j, t length modifiers are accepted.
     // Numbers always use '.' as the decimal point. A missing argument formats as nothing, and an
     // argument of the wrong kind is converted (text as a number is 0, a number as text its digits).
+    // Widths and precisions stop at 4096.
     template <class... Args>
     void Format(const CString& format, const Args&... args) {
         const CFormatArg list[] = {CFormatArg(args)..., CFormatArg(0)};

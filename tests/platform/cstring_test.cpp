@@ -595,6 +595,13 @@ TEST(CStringFormat, FloatingPoint) {
     });
 }
 
+TEST(CStringFormat, HugeWidthsAndPrecisionsStopAt4096) {
+    EXPECT_EQ(CString::Formatted(u"%100000000d", 1).GetLength(), 4096);
+    EXPECT_EQ(CString::Formatted(u"%*d", 2147483647, 1).GetLength(), 4096);
+    EXPECT_EQ(CString::Formatted(u"%.99999999f", 1.0).GetLength(), 4098);
+    EXPECT_EQ(CString::Formatted(u"%4096d", 7).GetLength(), 4096);
+}
+
 TEST(CStringFormat, StarTakesWidthAndPrecisionFromArguments) {
     ExpectFormats({
         {"%*d", [] { return CString::Formatted(u"%*d", 5, 42); }, u"   42"},
