@@ -1,7 +1,6 @@
 #include "keel/values/stringunique.h"
 
 #include <benchmark/benchmark.h>
-
 #include <unordered_set>
 #include <vector>
 

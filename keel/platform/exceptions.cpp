@@ -2,6 +2,8 @@
 
 namespace keel {
 
-void ThrowInvalidArgument(const std::string& where) { throw InvalidArgumentException(where); }
+void ThrowInvalidArgument(const std::string& where) {
+    throw InvalidArgumentException(where);
+}
 
 } // namespace keel

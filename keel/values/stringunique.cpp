@@ -159,9 +159,13 @@ CString QStringUniqueCommon::ToString() const {
     return SpellingAt(table, m_index);
 }
 
-const char16_t* QStringUniqueCommon::ToLPCTSTR() const { return ToString().GetString(); }
+const char16_t* QStringUniqueCommon::ToLPCTSTR() const {
+    return ToString().GetString();
+}
 
-int QStringUniqueCommon::GetLength() const { return IsEmpty() ? 0 : ToString().GetLength(); }
+int QStringUniqueCommon::GetLength() const {
+    return IsEmpty() ? 0 : ToString().GetLength();
+}
 
 char16_t QStringUniqueCommon::GetAt(int index) const {
     return IsEmpty() ? char16_t(0) : ToString().GetAt(index);
@@ -211,7 +215,9 @@ int QStringUniqueCommon::SuggestCompletion(CString& text, int n) {
     return chosen;
 }
 
-void QStringUniqueCommon::SetRespellHook(RespellHook hook) { c_respellHook.store(hook); }
+void QStringUniqueCommon::SetRespellHook(RespellHook hook) {
+    c_respellHook.store(hook);
+}
 
 CString IdentifierCanonicalForm(const CString& text, bool allowDot, bool allowTilde) {
     CString result = text;

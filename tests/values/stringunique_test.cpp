@@ -2,9 +2,8 @@
 #include "keel/values/array.h"
 #include "keel/values/stringunique.h"
 
-#include <gtest/gtest.h>
-
 #include <algorithm>
+#include <gtest/gtest.h>
 #include <string>
 #include <thread>
 #include <vector>
@@ -13,7 +12,9 @@ using namespace keel;
 
 namespace {
 
-std::string Utf8(const CString& text) { return text.ToUtf8(); }
+std::string Utf8(const CString& text) {
+    return text.ToUtf8();
+}
 
 std::string Completion(const char16_t* prefix, int n) {
     CString text = prefix;
@@ -67,7 +68,8 @@ TEST(StringUnique, CanonicalFormsOfEachKind) {
         {"QStringUnique", u"  free text, kept  ", u"  free text, kept  "},
     };
     for (const auto& c : cases)
-        EXPECT_EQ(Utf8(CanonicalOf(c)), Utf8(CString(c.canonical))) << c.kind << " " << Utf8(c.text);
+        EXPECT_EQ(Utf8(CanonicalOf(c)), Utf8(CString(c.canonical)))
+            << c.kind << " " << Utf8(c.text);
 }
 
 TEST(StringUnique, EmptyAndBlankTextsAreTheEmptyIndex) {
@@ -108,7 +110,9 @@ TEST(StringUnique, AllKindsShareOneTable) {
 
 namespace {
 std::vector<int> g_respelt;
-void RecordRespelling(int index) { g_respelt.push_back(index); }
+void RecordRespelling(int index) {
+    g_respelt.push_back(index);
+}
 } // namespace
 
 TEST(StringUnique, RespellReplacesTheSpellingAndDropsWhatWasCached) {
@@ -212,9 +216,8 @@ TEST(StringUnique, SortedListIsInCaseInsensitiveOrder) {
         PropId{word};
     const int count = QStringUniqueCommon::StringsCount();
     for (int i = 1; i < count; ++i)
-        EXPECT_LE(QStringUniqueCommon::StringAt(i - 1).CompareNoCase(
-                      QStringUniqueCommon::StringAt(i)),
-                  0)
+        EXPECT_LE(
+            QStringUniqueCommon::StringAt(i - 1).CompareNoCase(QStringUniqueCommon::StringAt(i)), 0)
             << i;
     EXPECT_THROW(QStringUniqueCommon::StringAt(-1), InvalidArgumentException);
     EXPECT_THROW(QStringUniqueCommon::StringAt(count), InvalidArgumentException);

@@ -1,5 +1,6 @@
-#include "keel/values/stringunique.h"
 #include "tools/keel/commands.h"
+
+#include "keel/values/stringunique.h"
 
 #include <cstdio>
 #include <string>
