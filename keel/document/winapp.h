@@ -1,0 +1,320 @@
+#pragma once
+
+#include "keel/document/commandline.h"
+#include "keel/platform/cstring.h"
+#include "keel/platform/lock.h"
+#include "keel/values/array.h"
+
+#include <functional>
+#include <map>
+
+namespace keel {
+
+// The elements of the option read cache: where a value lives and the value read from there.
+struct RegIntCacheElement {
+    CString m_strSection;
+    CString m_strKey;
+    int m_nValue = 0;
+};
+
+struct RegStringCacheElement {
+    CString m_strSection;
+    CString m_strKey;
+    CString m_strValue;
+};
+
+// A string of the machine-wide options, which the user's own options cannot override.
+struct RegHKLMStringCacheElement {
+    CString m_strSection;
+    CString m_strKey;
+    CString m_strValue;
+};
+
+// The nine folders of the file locations page. Each is stored as a string under the section
+// "Options", keyed by the first word of its name: "Data", "Library", ..., "Backup", "Program".
+enum class QFileLocation {
+    Data,
+    Library,
+    Table,
+    Picture,
+    Report,
+    ToolData,
+    Template,
+    Backup,
+    Program
+};
+
+// The folders of the desktop that GetSpecialFolderLocation knows.
+enum class QSpecialFolder {
+    Home,      // $HOME
+    Documents, // the desktop's documents folder, or ~/Documents
+    Desktop,   // the desktop's desktop folder, or ~/Desktop
+    Config,    // $XDG_CONFIG_HOME, or ~/.config
+    Data,      // $XDG_DATA_HOME, or ~/.local/share
+    Temp,      // $TMPDIR, or /tmp
+};
+
+// A change of a progress display, as a progress callback sees it.
+struct QProgressEvent {
+    enum class Kind { Create, Step, Text, Destroy };
+    Kind kind = Kind::Create;
+    int handle = -1;
+    CString text;
+    int low = 0;
+    int high = 0;
+    int position = 0;
+    bool cancellable = false;
+    bool redraw = false;
+};
+
+// Shows a change of progress. For a cancellable display, returning false asks to cancel it.
+using QProgressCallback = std::function<bool(const QProgressEvent&)>;
+
+// Options whose owners come with later parts of the library. Each keeps the name and start value
+// its owner will give it, inside a struct named after that owner, so that moving it is a rename.
+// LoadOptions fills them from the options store.
+struct QOptions {
+    struct Length {
+        static inline int c_defunits = 3;
+        static inline int c_InchHandlerType = 32;
+    };
+    struct Area {
+        static inline int c_defunits = 7;
+    };
+    struct Volume {
+        static inline int c_defunits = 7;
+    };
+    struct Spec3D {
+        static inline int c_contrast = 50;
+        static inline int c_brightness = 75;
+        static inline bool c_bEnableBackgroundLighting = true;
+        // A product that examines one object sets this before LoadOptions.
+        static inline bool c_bObject3DExaminationMode = false;
+    };
+    struct GL {
+        static inline bool c_UseOpenGLExt = true;
+        static inline bool c_UseOpenGLExt2 = true;
+    };
+    struct LookupTableDataStatics {
+        static inline int c_TableCacheOverSize = 20;
+    };
+    struct Exportable {
+        static inline int c_LastExportType = 0;
+    };
+    struct PropertyInspector {
+        static inline bool c_bFadeWhenInactive = true;
+    };
+    struct PageDoc {
+        static inline bool c_bPostscriptPrinterCheck = true;
+    };
+    struct Reports {
+        static inline bool c_bRepUseDef = false;
+    };
+    struct EditControls {
+        static inline bool c_bAllowAutoComplete = false;
+    };
+    struct AboutBox {
+        static inline CString c_strCompanyEmail;
+        static inline CString c_strCompanyWWW;
+    };
+    // The guard of doubles on reading (DoLimitDouble) and the checks of values read.
+    static inline bool c_bLimitDouble = true;
+    static inline bool g_bAlwaysCheckOnRead = false;
+    static inline bool g_bCheckValueTypes = false;
+    static inline bool g_bPromptForValues = false;
+};
+
+// The application object: one a process, alive for the whole run. A product derives from it and
+// fills in the virtual hooks. It holds the options with their read cache, the folders, the
+// progress service and the parsed command line.
+class QWinApp {
+public:
+    // The first application object constructed is the application until it is destroyed.
+    QWinApp();
+    virtual ~QWinApp();
+    QWinApp(const QWinApp&) = delete;
+    QWinApp& operator=(const QWinApp&) = delete;
+
+    // The live application object, or nullptr.
+    static QWinApp* GetApp();
+    // The name of the options file and of the application in messages.
+    virtual CString AppName() const;
+
+    bool IsServer() const { return m_bServer; }
+    void SetServer(bool server) { m_bServer = server; }
+    bool IsClosing() const { return m_bClosing; }
+    // Set by the way out of the application: messages are then shown plainly.
+    void SetClosing(bool closing) { m_bClosing = closing; }
+    bool IsMaximized() const { return m_bMaximized; }
+    void SetMaximized(bool maximized) { m_bMaximized = maximized; }
+
+    // Parses the command line into ParsedCommandLineInfoPtr(); a start by embedding or
+    // automation makes the application a server. False when a flag lacks its value.
+    bool ParseCommandLine(int argc, const char* const* argv);
+    // The parsed command line; a product with flags of its own returns its derived object.
+    virtual QCommandLineInfo* ParsedCommandLineInfoPtr() { return &m_commandLineInfo; }
+
+    // Options. LoadOptions copies the options that are not cached into the fields that use them,
+    // SaveOptions writes back those that the user can change.
+    virtual void LoadOptions();
+    virtual void SaveOptions();
+    // Reads the options that paint code asks for ("View", "Tip", "Pen" and the first "Options"
+    // keys) into the cache, in a fixed order, replacing what the int and string caches held. A
+    // product that caches keys of its own adds them after calling this.
+    virtual void InitRegistryOptionsCache();
+    // The default units of length, area and volume, and the inch display, from the locale and
+    // the options.
+    void LoadDefaultUnits();
+    // The locale's measurement system for LC_MEASUREMENT from the environment: 1 metric,
+    // 2 US-style, 0 when it cannot be read.
+    virtual int LocaleMeasurement() const;
+
+    // The cached value; a key that is not cached gives `defaultValue`, and the store is not
+    // read. Names match without regard to case.
+    int GetProfileIntFromCache(const CString& section, const CString& key, int defaultValue) const;
+    CString GetProfileStringFromCache(const CString& section, const CString& key,
+                                      const CString& defaultValue) const;
+    CString GetMachineAppProfileStringFromCache(const CString& section, const CString& key,
+                                                const CString& defaultValue) const;
+    // Write to the store and update the cached element, when the key is cached; the cached value
+    // changes even when the store fails, so the option is in force for this run. Returns
+    // whether the store took the value.
+    bool WriteProfileIntAndUpdateCache(const CString& section, const CString& key, int value);
+    bool WriteProfileStringAndUpdateCache(const CString& section, const CString& key,
+                                          const CString& value);
+    // Read a key from the store into the cache (or refresh its element) and return the value.
+    int CacheProfileInt(const CString& section, const CString& key, int defaultValue);
+    CString CacheProfileString(const CString& section, const CString& key,
+                               const CString& defaultValue);
+    CString CacheMachineAppProfileString(const CString& section, const CString& key,
+                                         const CString& defaultValue);
+    const QArray<RegIntCacheElement>& RegIntCache() const { return m_regIntCache; }
+    const QArray<RegStringCacheElement>& RegStringCache() const { return m_regStringCache; }
+    const QArray<RegHKLMStringCacheElement>& RegHKLMStringCache() const {
+        return m_regHKLMStringCache;
+    }
+
+    // Options in force before any object exists.
+    static unsigned c_UserTraceMask;
+    static bool c_SuppressFileLocations;
+    static bool c_SuppressPricing;
+    static bool c_SuppressDrawingAnswers;
+    static bool c_SuppressComponents;
+    static bool c_bMergingMessages;
+    static bool c_bMergingPrompts;
+    static bool c_bMergingDefault;
+    // How merges resolve a difference: 0 ask, 1 overwrite, 2 keep the existing value.
+    static int MergingStrategy();
+
+    // Folders; each ends in "/".
+    // The folder of the running program, and the program's full path.
+    static CString ProgramDir();
+    static CString ProgramPathAndName();
+    // The user's data folder for Keel programs: logs and trace files go here.
+    static CString DataDir();
+    static CString MyDocumentsDir();
+    // MyDocumentsDir with a folder named after the product.
+    CString MyDocumentsProductDir() const;
+    // The stored folder, or its default: the program's folder for Program, MyDocumentsProductDir
+    // for Data, and for the others a folder in it named after the kind ("Library/", "Tables/",
+    // "Pictures/", "Reports/", "ToolData/", "Templates/", "Backup/").
+    CString FileLocation(QFileLocation location) const;
+    bool SetFileLocation(QFileLocation location, const CString& folder);
+    // "Data Folder", "Library Folder", ... as the file locations page names them.
+    static CString FileLocationName(QFileLocation location);
+    static CString FileLocationKey(QFileLocation location);
+    CString BackupDir() const { return FileLocation(QFileLocation::Backup); }
+    bool SetBackupDir(const CString& folder) {
+        return SetFileLocation(QFileLocation::Backup, folder);
+    }
+    // The folder of the latest open or save dialog in this run; at first the Data folder.
+    CString LastOpenSaveDir() const;
+    void SetLastOpenSaveDir(const CString& folder) { m_strLastOpenSaveDir = folder; }
+    static CString GetSpecialFolderLocation(QSpecialFolder folder);
+
+    // The version block, from the build unless a product says otherwise.
+    virtual CString FileVersion() const;
+    virtual CString ProductVersion() const;
+    virtual CString FileVersionString() const;
+    virtual CString ProductVersionString() const;
+    virtual CString Comments() const;
+    virtual CString CompanyName() const;
+    virtual CString FileDescription() const;
+    virtual CString InternalName() const;
+    virtual CString LegalCopyright() const;
+    virtual CString LegalTrademarks() const;
+    virtual CString OriginalFilename() const;
+    virtual CString PrivateBuild() const;
+    virtual CString ProductFamily() const;
+    virtual CString SpecialBuild() const;
+    virtual CString ProductName() const;
+
+    // Progress. A display runs from `low` to `high`; ProgressCreate returns its handle, or -1
+    // when `high` is not above `low`. Each change goes to the progress callback when one is set,
+    // else to the standard error stream, one line a change, when that is a terminal or when
+    // SetProgressOnTerminal(true) asked for it. A handle that is not open is ignored.
+    int ProgressCreate(const CString& text, int low, int high, bool cancellable);
+    // Steps by one, up to `high`. False once the display was cancelled.
+    bool ProgressStepIt(int handle);
+    void ProgressSetText(int handle, const CString& text, bool redraw);
+    // Closes the display, showing `text` last when it is not empty.
+    void ProgressDestroy(int handle, const CString& text, bool redraw);
+    // Asks a cancellable display to stop; the work sees it at its next step.
+    void ProgressCancel(int handle);
+    bool IsProgressCancelled(int handle) const;
+    void SetProgressCallback(QProgressCallback callback);
+    void SetProgressOnTerminal(bool always) { m_bProgressOnTerminal = always; }
+
+    virtual bool IsFriendlyPagesOnly() const { return m_bFriendlyPagesOnly; }
+    virtual void SetFriendlyPagesOnly(bool friendlyOnly) { m_bFriendlyPagesOnly = friendlyOnly; }
+    // Minutes between automatic saves; 0 is off. The timer comes with the desktop front end.
+    void SetAutoSaveTime(int minutes) { m_nAutoSaveMinutes = minutes; }
+    int AutoSaveTime() const { return m_nAutoSaveMinutes; }
+    // Lets waiting window messages through during long work. Without a display there are none.
+    void CheckMessages() {}
+
+protected:
+    // Tells the user of a problem with the options file; by default through the error log.
+    virtual void ReportOptionsProblem(const CString& message);
+
+private:
+    struct Progress {
+        CString text;
+        int low = 0;
+        int high = 0;
+        int position = 0;
+        bool cancellable = false;
+        bool cancelled = false;
+        int shownPercent = -1;
+    };
+
+    // Each problem of the options store is reported once in the life of the application.
+    void ReportOptionsProblemOnce();
+    // The cached value when the key is cached, otherwise the stored one.
+    CString CachedOrStoredString(const CString& section, const CString& key,
+                                 const CString& defaultValue) const;
+    // Shows one change of an open display: `text` is its text, or the closing text.
+    void ShowProgress(int handle, QProgressEvent::Kind kind, const CString& text, bool redraw);
+    bool WantsTerminalProgress() const;
+    void PrintProgress(Progress& progress, QProgressEvent::Kind kind, const CString& text);
+
+    QArray<RegIntCacheElement> m_regIntCache;
+    QArray<RegStringCacheElement> m_regStringCache;
+    QArray<RegHKLMStringCacheElement> m_regHKLMStringCache;
+    QArray<CString> m_reportedOptionsProblems;
+    QCommandLineInfo m_commandLineInfo;
+    CString m_strLastOpenSaveDir;
+    bool m_bServer = false;
+    bool m_bClosing = false;
+    bool m_bMaximized = true;
+    bool m_bFriendlyPagesOnly = true;
+    int m_nAutoSaveMinutes = 0;
+
+    mutable CCriticalSection m_progressLock;
+    std::map<int, Progress> m_progress;
+    int m_nextProgressHandle = 1;
+    QProgressCallback m_progressCallback;
+    bool m_bProgressOnTerminal = false;
+};
+
+} // namespace keel

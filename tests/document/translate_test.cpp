@@ -1,0 +1,725 @@
+#include "keel/document/errorlog.h"
+#include "keel/document/translate.h"
+#include "keel/platform/registry.h"
+#include "keel/platform/uiservices.h"
+
+#include <atomic>
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <gtest/gtest.h>
+#include <iterator>
+#include <string>
+#include <thread>
+#include <unistd.h>
+#include <vector>
+
+namespace keel {
+namespace {
+
+namespace fs = std::filesystem;
+
+const fs::path c_fixtures = fs::path(KEEL_TEST_DATA) / "translations";
+
+std::string ReadBytes(const fs::path& path) {
+    std::ifstream in(path, std::ios::binary);
+    return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+}
+
+void WriteBytes(const fs::path& path, const std::string& bytes) {
+    std::ofstream(path, std::ios::binary) << bytes;
+}
+
+CString PathText(const fs::path& path) {
+    return CString::FromUtf8(path.string());
+}
+
+std::FILE* NullOutput() {
+    static std::FILE* const output = std::fopen("/dev/null", "w");
+    return output;
+}
+
+// Answers every box with its default button and keeps quiet about it.
+class QuietHost : public CHeadlessUIServices {
+public:
+    QuietHost() : CHeadlessUIServices(NullOutput()) {}
+};
+
+struct Report {
+    CString heading;
+    CString message;
+};
+
+// Each test starts with no translation file, every switch off, a fresh folder as home, and an
+// empty list of pending errors.
+class TranslateTest : public testing::Test {
+protected:
+    void SetUp() override {
+        m_folder = fs::temp_directory_path() /
+                   ("keel-translate-" + std::to_string(::getpid()) + "-" +
+                    testing::UnitTest::GetInstance()->current_test_info()->name());
+        fs::remove_all(m_folder);
+        fs::create_directories(m_folder);
+        for (const char* variable : {"HOME", "XDG_CONFIG_HOME", "XDG_DATA_HOME"})
+            ::setenv(variable, m_folder.c_str(), 1);
+        SetUIServices(&m_host);
+        ResetSwitches();
+        SwitchToTranslationFile(CString(), true, false);
+        TheErrorLog().DiscardPendingMessages();
+    }
+
+    void TearDown() override {
+        ResetSwitches();
+        SwitchToTranslationFile(CString(), true, false);
+        TheErrorLog().DiscardPendingMessages();
+        SetUIServices(nullptr);
+        fs::remove_all(m_folder);
+    }
+
+    static void ResetSwitches() {
+        EnableTranslationsFileUpdates(false);
+        EnablePartialTranslations(false);
+        DisableTranslations(false);
+    }
+
+    // A copy of a fixture in the test's folder, so that saving never touches the fixture.
+    fs::path Copy(const char* fixture) {
+        const fs::path copy = m_folder / fixture;
+        fs::copy_file(c_fixtures / fixture, copy, fs::copy_options::overwrite_existing);
+        return copy;
+    }
+
+    fs::path Write(const char* name, const std::string& bytes) {
+        const fs::path path = m_folder / name;
+        WriteBytes(path, bytes);
+        return path;
+    }
+
+    static void SwitchTo(const fs::path& path) {
+        ASSERT_TRUE(SwitchToTranslationFile(PathText(path), true, false)) << path;
+    }
+
+    static std::vector<Report> Reports() {
+        std::vector<Report> reports;
+        QErrorLog& log = TheErrorLog();
+        for (int i = 0; i < log.GetSize(); ++i)
+            reports.push_back(Report{log.ErrorType(i)->Description(), log.Message(i)});
+        return reports;
+    }
+
+    fs::path m_folder;
+    QuietHost m_host;
+};
+
+CString T(const char16_t* text, const char16_t* context = u"Message box") {
+    return TranslateString(text, CString(), context);
+}
+
+Translation RecordOf(const CString& original, const CString& qualifier = CString()) {
+    Translation record;
+    EXPECT_TRUE(Translator::TheTranslator().Lookup(original, qualifier, record))
+        << original.ToUtf8();
+    return record;
+}
+
+bool HasRecord(const CString& original, const CString& qualifier = CString()) {
+    Translation record;
+    return Translator::TheTranslator().Lookup(original, qualifier, record);
+}
+
+// Every record and match of the table as text, in order, to compare whole tables.
+std::vector<std::u16string> TableContents() {
+    std::vector<std::u16string> lines;
+    Translator& translator = Translator::TheTranslator();
+    for (int i = 0; i < translator.GetCount(); ++i) {
+        const Translation record = translator.GetAt(i);
+        for (const ContextMatch& match : record.m_matches)
+            lines.push_back(std::u16string(record.m_original.View()) + u"|" +
+                            std::u16string(record.m_qualifier.View()) + u"|" +
+                            std::u16string(match.m_translation.View()) + u"|" +
+                            std::u16string(match.m_contextPattern.View()) + u"|" +
+                            std::u16string(match.m_comment.View()));
+    }
+    return lines;
+}
+
+// --- Escapes of the file ----------------------------------------------------------------------
+
+struct EscapeCase {
+    const char16_t* text;
+    const char16_t* escaped;
+};
+
+class EscapeTest : public testing::TestWithParam<EscapeCase> {};
+
+TEST_P(EscapeTest, WritesTheEscapedFormAndReadsItBack) {
+    const EscapeCase& c = GetParam();
+    EXPECT_EQ(Translator::EscapeText(c.text), CString(c.escaped));
+    EXPECT_EQ(Translator::UnescapeText(c.escaped), CString(c.text));
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Cases, EscapeTest,
+    testing::Values(EscapeCase{u"", u""}, EscapeCase{u"plain text", u"plain text"},
+                    EscapeCase{u"a\tb", u"a\\tb"}, EscapeCase{u"one\ntwo\r", u"one\\ntwo\\r"},
+                    EscapeCase{u"\r\n", u"\\r\\n"},
+                    // A backslash stays single unless it would start an escape.
+                    EscapeCase{u"\\d+\\.\\s*", u"\\d+\\.\\s*"}, EscapeCase{u"end\\", u"end\\"},
+                    EscapeCase{u"C:\\temp", u"C:\\\\temp"}, EscapeCase{u"\\n", u"\\\\n"},
+                    EscapeCase{u"\\r", u"\\\\r"}, EscapeCase{u"\\\\", u"\\\\\\"},
+                    EscapeCase{u"\\\t", u"\\\\\\t"}, EscapeCase{u"\\\n", u"\\\\\\n"},
+                    EscapeCase{u"\\x\\", u"\\x\\"}));
+
+TEST(Escape, AnyBackslashThatStartsNoEscapeIsReadAsItself) {
+    EXPECT_EQ(Translator::UnescapeText(u"\\q\\"), CString(u"\\q\\"));
+    EXPECT_EQ(Translator::UnescapeText(u"\\\\t"), CString(u"\\t"));
+    EXPECT_EQ(Translator::UnescapeText(u"\\\\\\t"), CString(u"\\\t"));
+}
+
+// Every text of up to five characters over the characters that matter to the escapes (and two
+// that do not) comes back unchanged, and its escaped form holds no tab or line break.
+TEST(Escape, UnescapingTheEscapedFormGivesBackEveryText) {
+    const std::u16string alphabet = u"\\tnr\t\n\rx";
+    std::vector<std::u16string> texts = {u""};
+    int checked = 0;
+    for (int length = 1; length <= 5; ++length) {
+        std::vector<std::u16string> longer;
+        for (const std::u16string& text : texts) {
+            for (const char16_t ch : alphabet) {
+                const std::u16string candidate = text + ch;
+                longer.push_back(candidate);
+                const CString escaped = Translator::EscapeText(CString(candidate));
+                ASSERT_EQ(escaped.FindOneOf(u"\t\n\r"), -1);
+                ASSERT_EQ(std::u16string(Translator::UnescapeText(escaped).View()), candidate);
+                ++checked;
+            }
+        }
+        texts = std::move(longer);
+    }
+    EXPECT_EQ(checked, 8 + 64 + 512 + 4096 + 32768);
+}
+
+// --- Format conversions -------------------------------------------------------------------------
+
+struct FormatCase {
+    const char16_t* format;
+    int count;
+};
+
+class CountFormatSpecifiersTest : public testing::TestWithParam<FormatCase> {};
+
+TEST_P(CountFormatSpecifiersTest, CountsAsPrintfReads) {
+    EXPECT_EQ(CountFormatSpecifiers(GetParam().format), GetParam().count)
+        << CString(GetParam().format).ToUtf8();
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Cases, CountFormatSpecifiersTest,
+    testing::Values(FormatCase{u"", 0}, FormatCase{u"no conversions", 0}, FormatCase{u"%s", 1},
+                    FormatCase{u"%%", 0}, FormatCase{u"100%%", 0}, FormatCase{u"%d%%", 1},
+                    FormatCase{u"%%s", 0}, FormatCase{u"%%%s", 1}, FormatCase{u"%-8.2f", 1},
+                    FormatCase{u"%*d|%.*s|%*.*g", 3}, FormatCase{u"%ld %lld %I64d %hs %ls %zu", 6},
+                    FormatCase{u"%1$s %2$d", 2}, FormatCase{u"%08x %#o %+d %'d", 4},
+                    FormatCase{u"%c%C%S%p%n%X%e%E%G%a%A%u%i%F", 14},
+                    // printf reads "% o" as an octal conversion with the blank flag.
+                    FormatCase{u"50% off", 1},
+                    // Nothing to convert: a "%" at the end, or before an unknown letter.
+                    FormatCase{u"100%", 0}, FormatCase{u"%y and %k", 0}, FormatCase{u"%5", 0}));
+
+// --- Looking up ---------------------------------------------------------------------------------
+
+TEST_F(TranslateTest, WithoutAFileEveryTextIsItsOwnTranslation) {
+    EXPECT_FALSE(AreTranslationsEnabled());
+    EXPECT_TRUE(GetCurrentTranslationFile().IsEmpty());
+    EXPECT_FALSE(Translator::TheTranslator().IsLoaded());
+    EXPECT_EQ(T(u"Open"), CString(u"Open"));
+    EXPECT_EQ(Translator::TheTranslator().GetCount(), 0);
+}
+
+TEST_F(TranslateTest, ASingleTranslationIsFound) {
+    SwitchTo(Copy("translations_fr.txt"));
+    EXPECT_TRUE(AreTranslationsEnabled());
+    EXPECT_EQ(T(u"Open"), CString(u"Ouvrir"));
+    EXPECT_EQ(T(u"Save", u"Ribbon control label"), CString(u"Enregistrer"));
+    EXPECT_EQ(T(u"Cannot open %s"), CString(u"Impossible d'ouvrir %s"));
+    EXPECT_EQ(T(u"%d%% done"), CString(u"%d%% termin\u00e9"));
+    EXPECT_TRUE(Reports().empty());
+}
+
+TEST_F(TranslateTest, WithOneMatchItsPatternIsNotLookedAt) {
+    SwitchTo(Copy("translations_fr.txt"));
+    EXPECT_EQ(RecordOf(u"Print").m_matches[0].m_contextPattern, CString(u"Menu"));
+    for (const char16_t* context : {u"Menu", u"Status bar", u"", u"Message box (fileName)"})
+        EXPECT_EQ(T(u"Print", context), CString(u"Imprimer")) << CString(context).ToUtf8();
+    EXPECT_EQ(RecordOf(u"Print").m_matches.GetCount(), 1);
+}
+
+TEST_F(TranslateTest, ContextsChooseAmongTheTranslationsOfOneText) {
+    SwitchTo(Copy("translations_fr.txt"));
+    EXPECT_EQ(T(u"Close", u"Dialog item"), CString(u"Fermer"));
+    EXPECT_EQ(T(u"Close", u"Message box (fileName)"), CString(u"Fermeture"));
+    EXPECT_EQ(T(u"Close", u"Status bar"), CString(u"Clore"));
+    // The first pattern that matches wins.
+    EXPECT_EQ(T(u"Item", u"Quantity 12"), CString(u"\u00c9l\u00e9ment"));
+    EXPECT_EQ(T(u"Item", u"Friendly page combo value"), CString(u"Article"));
+    EXPECT_FALSE(Translator::TheTranslator().IsModified());
+}
+
+TEST_F(TranslateTest, AContextThatNoPatternMatchesAddsADefaultTranslation) {
+    SwitchTo(Copy("translations_fr.txt"));
+    ASSERT_EQ(RecordOf(u"Close").m_matches.GetCount(), 3);
+
+    // "^Message box" is anchored, so a context with the words further in is no match.
+    EXPECT_EQ(T(u"Close", u"Popup menu item (Message box)"), CString(u"Close"));
+    const Translation record = RecordOf(u"Close");
+    ASSERT_EQ(record.m_matches.GetCount(), 4);
+    EXPECT_EQ(record.m_matches[3].m_translation, CString(u"Close"));
+    EXPECT_EQ(record.m_matches[3].m_comment, CString(u"Default translation"));
+    EXPECT_EQ(record.m_matches[3].m_contextPattern, CString(u"Popup menu item \\(Message box\\)"));
+    EXPECT_TRUE(Translator::TheTranslator().IsModified());
+
+    // The pattern added matches its own context, so asking again adds nothing more.
+    EXPECT_EQ(T(u"Close", u"Popup menu item (Message box)"), CString(u"Close"));
+    EXPECT_EQ(RecordOf(u"Close").m_matches.GetCount(), 4);
+    EXPECT_EQ(T(u"Close", u"Dialog item"), CString(u"Fermer"));
+}
+
+TEST_F(TranslateTest, TheQualifierKeepsApartTheMeaningsOfOneText) {
+    SwitchTo(Copy("translations_fr.txt"));
+    EXPECT_EQ(TranslateString(u"Spring", u"season", u"Value type name"), CString(u"Printemps"));
+    EXPECT_EQ(TranslateString(u"Spring", u"coil", u"Value type name"), CString(u"Ressort"));
+    EXPECT_EQ(TranslateString(u"Spring", u"", u"Value type name"), CString(u"Spring"));
+}
+
+TEST_F(TranslateTest, EscapedTextsAreReadBack) {
+    SwitchTo(Copy("translations_fr.txt"));
+    EXPECT_EQ(T(u"Line one\nLine two"), CString(u"Ligne un\nLigne deux"));
+    EXPECT_EQ(T(u"Name\tValue"), CString(u"Nom\tValeur"));
+    EXPECT_EQ(T(u"Folder C:\\temp"), CString(u"Dossier C:\\temp"));
+    EXPECT_EQ(RecordOf(u"Item").m_matches[0].m_contextPattern, CString(u"Quantity \\d+"));
+}
+
+TEST_F(TranslateTest, AnEmptyTextIsReturnedAtOnceAndNeverEntersTheFile) {
+    const fs::path path = Copy("translations_fr.txt");
+    SwitchTo(path);
+    EnableTranslationsFileUpdates(true);
+    EnablePartialTranslations(true);
+    const std::vector<std::u16string> before = TableContents();
+    EXPECT_TRUE(TranslateString(u"", u"", u"Message box").IsEmpty());
+    EXPECT_TRUE(TranslateString(u"", u"qualifier", u"Dialog item").IsEmpty());
+    EXPECT_EQ(TableContents(), before);
+    EXPECT_FALSE(Translator::TheTranslator().IsModified());
+    ASSERT_TRUE(SaveTranslationFile());
+    EXPECT_EQ(ReadBytes(path), ReadBytes(c_fixtures / "translations_fr.txt"));
+}
+
+TEST_F(TranslateTest, TranslatingWhileDisabledLeavesTheTableUnchanged) {
+    SwitchTo(Copy("translations_fr.txt"));
+    EnableTranslationsFileUpdates(true);
+    const std::vector<std::u16string> before = TableContents();
+
+    EXPECT_FALSE(DisableTranslations(true));
+    EXPECT_FALSE(AreTranslationsEnabled());
+    EXPECT_EQ(T(u"Open"), CString(u"Open"));
+    EXPECT_EQ(T(u"A text never seen"), CString(u"A text never seen"));
+    EXPECT_EQ(T(u"Close", u"Ribbon panel label"), CString(u"Close"));
+    EXPECT_EQ(T(u"Too many %s"), CString(u"Too many %s"));
+    EXPECT_EQ(TableContents(), before);
+    EXPECT_FALSE(Translator::TheTranslator().IsModified());
+    EXPECT_TRUE(Reports().empty());
+
+    EXPECT_TRUE(DisableTranslations(false));
+    EXPECT_TRUE(AreTranslationsEnabled());
+    EXPECT_EQ(T(u"Open"), CString(u"Ouvrir"));
+}
+
+TEST_F(TranslateTest, AnUnknownTextIsAddedOnlyWhenFileUpdatesAreEnabled) {
+    SwitchTo(Copy("translations_fr.txt"));
+    const int count = Translator::TheTranslator().GetCount();
+    EXPECT_EQ(T(u"Unknown text"), CString(u"Unknown text"));
+    EXPECT_EQ(Translator::TheTranslator().GetCount(), count);
+    EXPECT_FALSE(Translator::TheTranslator().IsModified());
+
+    EnableTranslationsFileUpdates(true);
+    EXPECT_EQ(TranslateString(u"Unknown text", u"q", u"Status bar"), CString(u"Unknown text"));
+    EXPECT_EQ(Translator::TheTranslator().GetCount(), count + 1);
+    const Translation record = RecordOf(u"Unknown text", u"q");
+    ASSERT_EQ(record.m_matches.GetCount(), 1);
+    EXPECT_EQ(record.m_matches[0].m_translation, CString(u"Unknown text"));
+    EXPECT_TRUE(record.m_matches[0].m_contextPattern.IsEmpty());
+    EXPECT_TRUE(Translator::TheTranslator().IsModified());
+}
+
+// --- The format check ---------------------------------------------------------------------------
+
+TEST_F(TranslateTest, ATranslationWithAConversionMoreIsReportedAndTheOriginalUsed) {
+    const fs::path path = Copy("translations_fr.txt");
+    SwitchTo(path);
+    EXPECT_EQ(T(u"Too many %s"), CString(u"Too many %s"));
+    const std::vector<Report> reports = Reports();
+    ASSERT_EQ(reports.size(), 1u);
+    EXPECT_EQ(reports[0].heading, CString(u"Translation"));
+    EXPECT_EQ(reports[0].message, CString(u"Invalid translation - wrong number of format "
+                                          u"specifiers:\n\tTrop de %s et de %s\nWhen "
+                                          u"translating\n\tToo many %s\n"));
+}
+
+TEST_F(TranslateTest, ATranslationWithAConversionLessIsReportedToo) {
+    SwitchTo(Write("translations_x.txt", "Copy %d of %d\t\tCopie %d\n"));
+    EXPECT_EQ(T(u"Copy %d of %d"), CString(u"Copy %d of %d"));
+    EXPECT_EQ(Reports().size(), 1u);
+}
+
+TEST_F(TranslateTest, AQTStringWithABadTranslationReportsOnce) {
+    SwitchTo(Copy("translations_fr.txt"));
+    const QTString text(u"Too many %s", u"Message box (what)");
+    for (int i = 0; i < 3; ++i)
+        EXPECT_EQ(CString(text), CString(u"Too many %s"));
+    EXPECT_EQ(Reports().size(), 1u);
+}
+
+// The report of a bad translation is translated itself; when its own translation is bad as
+// well, the report falls back to English instead of reporting again.
+TEST_F(TranslateTest, AReportWhoseOwnTranslationIsBadFallsBackWithoutRecursion) {
+    SwitchTo(Write("translations_x.txt",
+                   "Too many %s\t\tTrop de %s et de %s\n"
+                   "Invalid translation - wrong number of format specifiers:\\n\\t%s\\nWhen "
+                   "translating\\n\\t%s\\n\t\tTraduction invalide : %s\n"
+                   "Translation\t\tTraduction\n"));
+    EXPECT_EQ(T(u"Too many %s"), CString(u"Too many %s"));
+    const std::vector<Report> reports = Reports();
+    ASSERT_EQ(reports.size(), 1u);
+    EXPECT_EQ(reports[0].heading, CString(u"Traduction"));
+    EXPECT_EQ(reports[0].message, CString(u"Invalid translation - wrong number of format "
+                                          u"specifiers:\n\tTrop de %s et de %s\nWhen "
+                                          u"translating\n\tToo many %s\n"));
+}
+
+TEST_F(TranslateTest, AGoodTranslationOfTheReportIsUsed) {
+    SwitchTo(Write("translations_x.txt",
+                   "Too many %s\t\tTrop de %s et de %s\n"
+                   "Invalid translation - wrong number of format specifiers:\\n\\t%s\\nWhen "
+                   "translating\\n\\t%s\\n\t\tTraduction invalide %s de %s\n"));
+    EXPECT_EQ(T(u"Too many %s"), CString(u"Too many %s"));
+    const std::vector<Report> reports = Reports();
+    ASSERT_EQ(reports.size(), 1u);
+    EXPECT_EQ(reports[0].message,
+              CString(u"Traduction invalide Trop de %s et de %s de Too many %s"));
+}
+
+// --- Partial translations -----------------------------------------------------------------------
+
+class PartialTranslationTest : public TranslateTest {
+protected:
+    void SetUp() override {
+        TranslateTest::SetUp();
+        SwitchTo(Write("translations_partial.txt", "<Special>\t<FriendlyName>\tFran\xc3\xa7"
+                                                   "ais\n"
+                                                   "Save\t\tEnregistrer\n"
+                                                   "Save the drawing\t\tEnregistrer le dessin\n"
+                                                   "drawing\t\tdessin\n"
+                                                   "file\t\tfichier\n"
+                                                   "Close\t\tFermer\tDialog item\t\n"
+                                                   "Close\t\tFermeture\tMessage box\t\n"));
+        EnablePartialTranslations(true);
+    }
+};
+
+TEST_F(PartialTranslationTest, LongerPiecesReplaceWholeWordsAfterShorterOnes) {
+    // "Save" changes the text first; "Save the drawing" is then no longer in it; "drawing" is
+    // longer than "Save" and is tried.
+    EXPECT_EQ(T(u"Save the drawing before closing"),
+              CString(u"Enregistrer the dessin before closing"));
+}
+
+TEST_F(PartialTranslationTest, APieceNoLongerThanTheLongestUsedIsNotTried) {
+    // After "drawing" (7 characters) has been used, "file" (4) is not tried.
+    EXPECT_EQ(T(u"Save the drawing, then file it"),
+              CString(u"Enregistrer the dessin, then file it"));
+    // Without a longer piece in the text, "file" is used.
+    EXPECT_EQ(T(u"Send the file"), CString(u"Send the fichier"));
+}
+
+TEST_F(PartialTranslationTest, OnlyWholeWordsAreReplaced) {
+    EXPECT_EQ(T(u"Saved the drawings to a profile"), CString(u"Saved the drawings to a profile"));
+    EXPECT_EQ(T(u"file_name and file2 and file"), CString(u"file_name and file2 and fichier"));
+    EXPECT_EQ(T(u"(file)"), CString(u"(fichier)"));
+    EXPECT_EQ(T(u"[drawing]"), CString(u"[dessin]"));
+    EXPECT_EQ(T(u"Save"), CString(u"Enregistrer"));
+}
+
+TEST_F(PartialTranslationTest, RecordsWithSeveralMatchesAndTheLanguageNameAreNoPieces) {
+    EXPECT_EQ(T(u"Close <Special> now"), CString(u"Close <Special> now"));
+}
+
+TEST_F(PartialTranslationTest, TheOutcomeIsStoredAsARecord) {
+    const int count = Translator::TheTranslator().GetCount();
+    EXPECT_EQ(T(u"Send the file"), CString(u"Send the fichier"));
+    EXPECT_EQ(T(u"Keep it as it is"), CString(u"Keep it as it is"));
+    EXPECT_EQ(Translator::TheTranslator().GetCount(), count + 2);
+    const Translation record = RecordOf(u"Send the file");
+    ASSERT_EQ(record.m_matches.GetCount(), 1);
+    EXPECT_EQ(record.m_matches[0].m_translation, CString(u"Send the fichier"));
+    EXPECT_TRUE(Translator::TheTranslator().IsModified());
+    // The stored record answers next time without another record.
+    EXPECT_EQ(T(u"Send the file"), CString(u"Send the fichier"));
+    EXPECT_EQ(Translator::TheTranslator().GetCount(), count + 2);
+}
+
+TEST_F(PartialTranslationTest, APartialOutcomeStillMeetsTheFormatCheck) {
+    SwitchTo(Write("translations_y.txt", "percent\t\t%s pour cent\n"));
+    EnablePartialTranslations(true);
+    EXPECT_EQ(T(u"Ten percent"), CString(u"Ten percent"));
+    EXPECT_EQ(Reports().size(), 1u);
+}
+
+// --- The file -----------------------------------------------------------------------------------
+
+TEST_F(TranslateTest, SavingAFileJustReadGivesItBackByteForByte) {
+    const fs::path path = Copy("translations_fr.txt");
+    SwitchTo(path);
+    ASSERT_TRUE(SaveTranslationFile());
+    EXPECT_EQ(ReadBytes(path), ReadBytes(c_fixtures / "translations_fr.txt"));
+    EXPECT_FALSE(fs::exists(m_folder / "~translations_fr.txt"));
+}
+
+TEST_F(TranslateTest, NewMatchesFollowTheirRecordAndNewRecordsTheEndOfTheFile) {
+    const fs::path path = Copy("translations_fr.txt");
+    SwitchTo(path);
+    EnableTranslationsFileUpdates(true);
+    EXPECT_EQ(T(u"Close", u"Ribbon control tooltip"), CString(u"Close"));
+    EXPECT_EQ(T(u"Brand new\ttext"), CString(u"Brand new\ttext"));
+    ASSERT_TRUE(SaveTranslationFile());
+
+    std::string expected = ReadBytes(c_fixtures / "translations_fr.txt");
+    const std::string lastClose = "Close\t\tClore\tStatus bar\t\n";
+    expected.insert(expected.find(lastClose) + lastClose.size(),
+                    "Close\t\tClose\tRibbon control tooltip\tDefault translation\n");
+    expected += "Brand new\\ttext\t\tBrand new\\ttext\n";
+    EXPECT_EQ(ReadBytes(path), expected);
+    EXPECT_FALSE(Translator::TheTranslator().IsModified());
+}
+
+TEST_F(TranslateTest, ALineForATextAlreadyReadAddsAMatchToItsRecord) {
+    const fs::path path =
+        Write("translations_x.txt", "Open\t\tOuvrir\n"
+                                    "Save\t\tEnregistrer\n"
+                                    "# before the second line of Open\n"
+                                    "Open\t\tOuverture\tStatus bar\tlater line\n");
+    SwitchTo(path);
+    EXPECT_EQ(Translator::TheTranslator().GetCount(), 2);
+    ASSERT_EQ(RecordOf(u"Open").m_matches.GetCount(), 2);
+    // The first line has no pattern, and an empty pattern matches every context.
+    EXPECT_EQ(T(u"Open", u"Status bar"), CString(u"Ouvrir"));
+    EXPECT_EQ(RecordOf(u"Open").m_matches[1].m_translation, CString(u"Ouverture"));
+    // Written back, the lines of a record stand together, each comment before its line.
+    ASSERT_TRUE(SaveTranslationFile());
+    EXPECT_EQ(ReadBytes(path), "Open\t\tOuvrir\n"
+                               "# before the second line of Open\n"
+                               "Open\t\tOuverture\tStatus bar\tlater line\n"
+                               "Save\t\tEnregistrer\n");
+}
+
+TEST_F(TranslateTest, SwitchingSavesTheModifiedFileWhenFileUpdatesAreEnabled) {
+    const fs::path french = Copy("translations_fr.txt");
+    SwitchTo(french);
+    EnableTranslationsFileUpdates(true);
+    T(u"Seen once");
+    SwitchTo(Copy("translations_de.txt"));
+    EXPECT_EQ(ReadBytes(french),
+              ReadBytes(c_fixtures / "translations_fr.txt") + "Seen once\t\tSeen once\n");
+    EXPECT_EQ(GetCurrentTranslationFile(), PathText(m_folder / "translations_de.txt"));
+    EXPECT_EQ(T(u"Open"), CString(u"\u00d6ffnen"));
+    EXPECT_FALSE(HasRecord(u"Seen once"));
+}
+
+TEST_F(TranslateTest, SwitchingDoesNotSaveWhenFileUpdatesAreDisabled) {
+    const fs::path french = Copy("translations_fr.txt");
+    SwitchTo(french);
+    T(u"Close", u"Ribbon category label");
+    ASSERT_TRUE(Translator::TheTranslator().IsModified());
+    SwitchTo(Copy("translations_de.txt"));
+    EXPECT_EQ(ReadBytes(french), ReadBytes(c_fixtures / "translations_fr.txt"));
+}
+
+TEST_F(TranslateTest, AMissingFileLeavesTheTableEmptyAndIsMadeBySaving) {
+    const fs::path path = m_folder / "translations_new.txt";
+    EXPECT_FALSE(SwitchToTranslationFile(PathText(path), false, false));
+    EXPECT_TRUE(AreTranslationsEnabled());
+    EXPECT_EQ(GetCurrentTranslationFile(), PathText(path));
+    EXPECT_TRUE(Translator::TheTranslator().IsLoaded());
+    EXPECT_EQ(Translator::TheTranslator().GetCount(), 0);
+    EXPECT_EQ(T(u"Open"), CString(u"Open"));
+    EXPECT_TRUE(Reports().empty());
+
+    EnableTranslationsFileUpdates(true);
+    EXPECT_EQ(T(u"Open"), CString(u"Open"));
+    ASSERT_TRUE(SaveTranslationFile());
+    EXPECT_EQ(ReadBytes(path), "Open\t\tOpen\n");
+}
+
+TEST_F(TranslateTest, DamagedLinesAreReportedOnceAndTheRestIsRead) {
+    const fs::path path = Copy("broken_lines.txt");
+    SwitchTo(path);
+    const std::vector<Report> reports = Reports();
+    ASSERT_EQ(reports.size(), 1u);
+    EXPECT_EQ(reports[0].heading, CString(u"Translation"));
+    EXPECT_EQ(reports[0].message,
+              CString(u"The translation file ") + PathText(path) +
+                  u" has 4 damaged lines, the first of them line 3:\n\tOnly two\tfields\nLines "
+                  u"without the fields of a translation are kept as comments.");
+
+    EXPECT_EQ(T(u"Open"), CString(u"Ouvrir"));
+    EXPECT_EQ(T(u"Close"), CString(u"Fermer"));
+    EXPECT_EQ(T(u"Save"), CString(u"Enregistr\uFFFDer"));
+    EXPECT_FALSE(HasRecord(u"Only two", u"fields"));
+    EXPECT_FALSE(HasRecord(u"Four"));
+    EXPECT_FALSE(HasRecord(u"Six"));
+
+    // The lines that are no records are kept where they were.
+    ASSERT_TRUE(SaveTranslationFile());
+    EXPECT_EQ(ReadBytes(path), "# A file with damaged lines\n"
+                               "Open\t\tOuvrir\n"
+                               "Only two\tfields\n"
+                               "Four\t\tfields\there\n"
+                               "Six\t\ta\tb\tc\td\n"
+                               "Save\t\tEnregistr\xef\xbf\xbd"
+                               "er\n"
+                               "Close\t\tFermer\n");
+}
+
+TEST_F(TranslateTest, CommentLinesAreNotReported) {
+    SwitchTo(Write("translations_x.txt", "Free text without a tab\n"
+                                         "\n"
+                                         "#\tcommented\tout\n"
+                                         "//\tcommented\tout\tas\twell\n"
+                                         "Open\t\tOuvrir\n"));
+    EXPECT_TRUE(Reports().empty());
+    EXPECT_EQ(Translator::TheTranslator().GetCount(), 1);
+    EXPECT_EQ(Translator::TheTranslator().GetCommentLines().GetCount(), 4);
+}
+
+TEST_F(TranslateTest, AFileThatCannotBeReadIsReported) {
+    const fs::path folder = m_folder / "translations_folder.txt";
+    fs::create_directory(folder);
+    EXPECT_FALSE(SwitchToTranslationFile(PathText(folder), false, false));
+    const std::vector<Report> reports = Reports();
+    ASSERT_EQ(reports.size(), 1u);
+    const CString start = CString(u"Cannot read the translation file ") + PathText(folder) + u":\n";
+    EXPECT_EQ(reports[0].message.Left(start.GetLength()), start);
+    EXPECT_EQ(T(u"Open"), CString(u"Open"));
+}
+
+TEST_F(TranslateTest, AFileThatCannotBeSavedIsReported) {
+    const fs::path path = m_folder / "no such folder" / "translations_x.txt";
+    EXPECT_FALSE(SwitchToTranslationFile(PathText(path), false, false));
+    EnableTranslationsFileUpdates(true);
+    T(u"Open");
+    EXPECT_FALSE(SaveTranslationFile());
+    const std::vector<Report> reports = Reports();
+    ASSERT_EQ(reports.size(), 1u);
+    const CString start = CString(u"Cannot save the translation file ") + PathText(path) + u":\n";
+    EXPECT_EQ(reports[0].message.Left(start.GetLength()), start);
+    EXPECT_TRUE(Translator::TheTranslator().IsModified());
+}
+
+TEST_F(TranslateTest, RememberStoresTheFileAsAnOption) {
+    const fs::path german = Copy("translations_de.txt");
+    SwitchToTranslationFile(PathText(german), false, true);
+    EXPECT_EQ(CRegistry::Current().GetProfileString(u"Options", u"TranslationsFile", u"none"),
+              PathText(german));
+    SwitchToTranslationFile(PathText(Copy("translations_fr.txt")), false, false);
+    EXPECT_EQ(CRegistry::Current().GetProfileString(u"Options", u"TranslationsFile", u"none"),
+              PathText(german));
+}
+
+// --- QTString -----------------------------------------------------------------------------------
+
+TEST_F(TranslateTest, AQTStringBuiltBeforeTheFileTranslatesAtFirstUse) {
+    const QTString text(u"Save", u"Menu");
+    SwitchTo(Copy("translations_fr.txt"));
+    EXPECT_EQ(CString(text), CString(u"Enregistrer"));
+    EXPECT_EQ(text.TranslationContext(), CString(u"Menu"));
+    EXPECT_EQ(std::u16string(text.c_str()), u"Enregistrer");
+}
+
+TEST_F(TranslateTest, AQTStringTranslatesAgainAfterARefreshingSwitch) {
+    const fs::path french = Copy("translations_fr.txt");
+    const fs::path german = Copy("translations_de.txt");
+    const QTString text(u"Open", u"Menu");
+    const QTString copy(text);
+    SwitchTo(french);
+    EXPECT_EQ(CString(text), CString(u"Ouvrir"));
+    const char16_t* before = text.c_str();
+
+    SwitchTo(german);
+    EXPECT_EQ(CString(text), CString(u"\u00d6ffnen"));
+    EXPECT_EQ(CString(copy), CString(u"\u00d6ffnen"));
+    // A pointer handed out before the change still reads the former translation.
+    EXPECT_EQ(std::u16string(before), u"Ouvrir");
+
+    // Without the refresh the translation made is kept until the objects are told.
+    ASSERT_TRUE(SwitchToTranslationFile(PathText(french), false, false));
+    EXPECT_EQ(CString(text), CString(u"\u00d6ffnen"));
+    QTranslatable::InvalidateTranslatables();
+    EXPECT_EQ(CString(text), CString(u"Ouvrir"));
+}
+
+// --- Available translations ---------------------------------------------------------------------
+
+TEST_F(TranslateTest, AvailableTranslationsAreTheFilesNamedTranslationsWithAnExtension) {
+    const QArray<AvailableTranslation> found = GetAvailableTranslations(PathText(c_fixtures));
+    ASSERT_EQ(found.GetCount(), 2);
+    EXPECT_EQ(found[0].m_filePath, PathText(c_fixtures / "translations_de.txt"));
+    EXPECT_EQ(found[0].m_displayName, CString(u"translations_de"));
+    EXPECT_EQ(found[1].m_filePath, PathText(c_fixtures / "translations_fr.txt"));
+    EXPECT_EQ(found[1].m_displayName, CString(u"Fran\u00e7ais"));
+}
+
+TEST_F(TranslateTest, TheNamePatternIgnoresCaseAndWantsAnExtension) {
+    for (const char* name : {"Translations_ES.txt", "translations", "translationsX",
+                             "my translations.txt", "~translations_fr.txt", "TRANSLATIONS.de"})
+        Write(name, "Open\t\tAbrir\n");
+    fs::create_directory(m_folder / "translations_folder.txt");
+    const QArray<AvailableTranslation> found = GetAvailableTranslations(PathText(m_folder));
+    ASSERT_EQ(found.GetCount(), 2);
+    EXPECT_EQ(found[0].m_displayName, CString(u"TRANSLATIONS"));
+    EXPECT_EQ(found[1].m_displayName, CString(u"Translations_ES"));
+}
+
+TEST_F(TranslateTest, AMissingFolderHasNoTranslations) {
+    EXPECT_EQ(GetAvailableTranslations(PathText(m_folder / "missing")).GetCount(), 0);
+}
+
+// --- Threads ------------------------------------------------------------------------------------
+
+TEST_F(TranslateTest, ThreadsTranslateAtTheSameTime) {
+    SwitchTo(Copy("translations_fr.txt"));
+    EnableTranslationsFileUpdates(true);
+    const int count = Translator::TheTranslator().GetCount();
+    const QTString shared(u"Save", u"Menu");
+    std::atomic<int> wrong{0};
+    std::vector<std::thread> threads;
+    for (int t = 0; t < 4; ++t) {
+        threads.emplace_back([t, &shared, &wrong] {
+            for (int i = 0; i < 500; ++i) {
+                const CString fresh = CString::Formatted(u"Thread text %d", (i * 7 + t) % 50);
+                if (T(u"Open") != CString(u"Ouvrir") ||
+                    T(u"Close", u"Dialog item") != CString(u"Fermer") ||
+                    TranslateString(fresh, CString(), u"Status bar") != fresh ||
+                    CString(shared) != CString(u"Enregistrer"))
+                    ++wrong;
+            }
+        });
+    }
+    for (std::thread& thread : threads)
+        thread.join();
+    EXPECT_EQ(wrong.load(), 0);
+    EXPECT_EQ(Translator::TheTranslator().GetCount(), count + 50);
+    for (int i = 0; i < 50; ++i)
+        EXPECT_EQ(RecordOf(CString::Formatted(u"Thread text %d", i)).m_matches.GetCount(), 1);
+}
+
+} // namespace
+} // namespace keel

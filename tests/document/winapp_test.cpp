@@ -1,0 +1,881 @@
+#include "keel/document/errorlog.h"
+#include "keel/document/winapp.h"
+#include "keel/platform/registry.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+#include <fcntl.h>
+#include <filesystem>
+#include <fstream>
+#include <gtest/gtest.h>
+#include <map>
+#include <optional>
+#include <sstream>
+#include <string>
+#include <unistd.h>
+#include <utility>
+#include <vector>
+
+namespace keel {
+namespace {
+
+namespace fs = std::filesystem;
+
+std::string U8(const CString& text) {
+    return text.ToUtf8();
+}
+
+std::string ReadText(const fs::path& path) {
+    std::ifstream file(path, std::ios::binary);
+    std::ostringstream text;
+    text << file.rdbuf();
+    return text.str();
+}
+
+void WriteText(const fs::path& path, const std::string& text) {
+    fs::create_directories(path.parent_path());
+    std::ofstream(path, std::ios::binary) << text;
+}
+
+class ScopedEnvironment {
+public:
+    ~ScopedEnvironment() {
+        for (const auto& [name, value] : m_saved) {
+            if (value)
+                setenv(name.c_str(), value->c_str(), 1);
+            else
+                unsetenv(name.c_str());
+        }
+    }
+    void Set(const std::string& name, const std::optional<std::string>& value) {
+        if (!m_saved.contains(name)) {
+            const char* old = std::getenv(name.c_str());
+            m_saved[name] = old ? std::optional<std::string>(old) : std::nullopt;
+        }
+        if (value)
+            setenv(name.c_str(), value->c_str(), 1);
+        else
+            unsetenv(name.c_str());
+    }
+
+private:
+    std::map<std::string, std::optional<std::string>> m_saved;
+};
+
+// The statics that LoadOptions and LoadDefaultUnits set, back at their start values.
+void ResetOptionStatics() {
+    QOptions::Length::c_defunits = 3;
+    QOptions::Length::c_InchHandlerType = 32;
+    QOptions::Area::c_defunits = 7;
+    QOptions::Volume::c_defunits = 7;
+    QOptions::Spec3D::c_contrast = 50;
+    QOptions::Spec3D::c_brightness = 75;
+    QOptions::Spec3D::c_bEnableBackgroundLighting = true;
+    QOptions::Spec3D::c_bObject3DExaminationMode = false;
+    QOptions::GL::c_UseOpenGLExt = true;
+    QOptions::GL::c_UseOpenGLExt2 = true;
+    QOptions::LookupTableDataStatics::c_TableCacheOverSize = 20;
+    QOptions::Exportable::c_LastExportType = 0;
+    QOptions::PropertyInspector::c_bFadeWhenInactive = true;
+    QOptions::PageDoc::c_bPostscriptPrinterCheck = true;
+    QOptions::Reports::c_bRepUseDef = false;
+    QOptions::EditControls::c_bAllowAutoComplete = false;
+    QOptions::AboutBox::c_strCompanyEmail.Empty();
+    QOptions::AboutBox::c_strCompanyWWW.Empty();
+    QOptions::c_bLimitDouble = true;
+    QOptions::g_bAlwaysCheckOnRead = false;
+    QOptions::g_bCheckValueTypes = false;
+    QOptions::g_bPromptForValues = false;
+    QWinApp::c_UserTraceMask = 0;
+    QWinApp::c_SuppressFileLocations = false;
+    QWinApp::c_SuppressPricing = false;
+    QWinApp::c_SuppressDrawingAnswers = false;
+    QWinApp::c_SuppressComponents = false;
+    QWinApp::c_bMergingMessages = false;
+    QWinApp::c_bMergingPrompts = false;
+    QWinApp::c_bMergingDefault = true;
+}
+
+// An application whose locale and reports the tests choose and see.
+class TestApp : public QWinApp {
+public:
+    int LocaleMeasurement() const override { return measurement; }
+
+    int measurement = 1;
+    std::vector<std::string> problems;
+
+protected:
+    void ReportOptionsProblem(const CString& message) override { problems.push_back(U8(message)); }
+};
+
+class WinAppTest : public testing::Test {
+protected:
+    void SetUp() override {
+        std::string pattern = (fs::temp_directory_path() / "keel-winapp-XXXXXX").string();
+        ASSERT_NE(mkdtemp(pattern.data()), nullptr);
+        m_root = pattern;
+        fs::permissions(m_root, fs::perms::owner_all | fs::perms::group_read |
+                                    fs::perms::group_exec | fs::perms::others_read |
+                                    fs::perms::others_exec);
+        m_environment.Set("HOME", m_root.string());
+        m_environment.Set("XDG_CONFIG_HOME", (m_root / "config").string());
+        m_environment.Set("XDG_DATA_HOME", (m_root / "data").string());
+        CRegistry::SetCurrentFile(CString());
+        CRegistry::SetMachineFolder(CString::FromUtf8((m_root / "machine").string()));
+        ResetOptionStatics();
+    }
+    void TearDown() override {
+        ResetOptionStatics();
+        CRegistry::SetMachineFolder(CString());
+        std::error_code ignored;
+        fs::permissions(OptionsFile().parent_path(), fs::perms::owner_all, ignored);
+        fs::remove_all(m_root, ignored);
+    }
+
+    fs::path OptionsFile() const { return m_root / "config/keel/Keel.ini"; }
+    void StoreOptions(const std::string& text) const { WriteText(OptionsFile(), text); }
+    int StoredInt(const CString& section, const CString& key) const {
+        return CRegistry(CString::FromUtf8(OptionsFile().string()))
+            .GetProfileInt(section, key, -12345);
+    }
+    std::string StoredString(const CString& section, const CString& key) const {
+        return U8(CRegistry(CString::FromUtf8(OptionsFile().string()))
+                      .GetProfileString(section, key, u"(none)"));
+    }
+
+    fs::path m_root;
+    ScopedEnvironment m_environment;
+};
+
+// ---------------------------------------------------------------------------------------------
+// The application object
+
+TEST_F(WinAppTest, TheFirstApplicationObjectIsTheApplicationWhileItLives) {
+    EXPECT_EQ(QWinApp::GetApp(), nullptr);
+    {
+        TestApp app;
+        EXPECT_EQ(QWinApp::GetApp(), &app);
+        {
+            TestApp second;
+            EXPECT_EQ(QWinApp::GetApp(), &app);
+        }
+        EXPECT_EQ(QWinApp::GetApp(), &app);
+    }
+    EXPECT_EQ(QWinApp::GetApp(), nullptr);
+}
+
+class PlannerApp : public TestApp {
+public:
+    CString AppName() const override { return u"Planner"; }
+    CString ProductName() const override { return u"Planner Pro"; }
+};
+
+TEST_F(WinAppTest, TheOptionsFileIsNamedAfterTheRunningApplication) {
+    EXPECT_EQ(U8(CRegistry::Current().FilePath()), OptionsFile().string());
+    {
+        PlannerApp app;
+        EXPECT_EQ(U8(CRegistry::Current().FilePath()),
+                  (m_root / "config/keel/Planner.ini").string());
+        EXPECT_TRUE(app.WriteProfileIntAndUpdateCache(u"Options", u"Value", 4));
+        EXPECT_TRUE(fs::exists(m_root / "config/keel/Planner.ini"));
+    }
+    EXPECT_EQ(U8(CRegistry::Current().FilePath()), OptionsFile().string());
+}
+
+TEST_F(WinAppTest, AStartByEmbeddingOrAutomationMakesTheApplicationAServer) {
+    struct Case {
+        std::vector<const char*> argv;
+        bool server;
+    };
+    const Case cases[] = {
+        {{"program"}, false},
+        {{"program", "-Embedding"}, true},
+        {{"program", "-Automation", "plan.kdoc"}, true},
+        {{"program", "/Embedding"}, false},
+    };
+    for (const Case& c : cases) {
+        TestApp app;
+        EXPECT_TRUE(app.ParseCommandLine(static_cast<int>(c.argv.size()), c.argv.data()));
+        EXPECT_EQ(app.IsServer(), c.server) << c.argv.back();
+    }
+}
+
+// ---------------------------------------------------------------------------------------------
+// The option read cache
+
+struct CacheRow {
+    std::string section;
+    std::string key;
+    std::string defaultValue;
+};
+
+// The first 29 rows of the options table, in order.
+const std::vector<CacheRow> c_cachedRows = {
+    {"View", "ShowGrid", "0"},
+    {"View", "ShowSnap", "0"},
+    {"View", "SnapGrid", "0"},
+    {"View", "SnapHandle", "1"},
+    {"View", "SnapGraphics", "1"},
+    {"View", "CrossHair", "0"},
+    {"View", "Units", "1"},
+    {"View", "Zoom", ""},
+    {"View", "GridSize", ""},
+    {"View", "SnapSize", ""},
+    {"Tip", "Startup", "0"},
+    {"Tip", "FilePos", "0"},
+    {"Options", "IconNum", "0"},
+    {"Options", "IncludeSubfolders", "0"},
+    {"Options", "UseCompareNoCase", "1"},
+    {"Options", "PageSizeX", "-1"},
+    {"Options", "PageSizeY", "-1"},
+    {"Options", "PageSizeA4", "0"},
+    {"Options", "PageSizeAlwaysAuto", "0"},
+    {"Pen", "MinWidth", "0"},
+    {"Pen", "MinWidthPrint", "0"},
+    {"Options", "SuppressGroupBoxDisables", "0"},
+    {"Options", "MaxDonorOffset", "0"},
+    {"Options", "ServerMessages", "0"},
+    {"Options", "ServerStandalone", "0"},
+    {"Options", "Library", ""},
+    {"Options", "ServerSpoolPath", ""},
+    {"Options", "ServerURL", ""},
+    {"Options", "CrystalDataPath", "C:\\"},
+};
+
+const std::vector<std::string> c_stringKeys = {
+    "Zoom", "GridSize", "SnapSize", "Library", "ServerSpoolPath", "ServerURL", "CrystalDataPath"};
+
+bool IsStringKey(const std::string& key) {
+    return std::find(c_stringKeys.begin(), c_stringKeys.end(), key) != c_stringKeys.end();
+}
+
+// The two arrays together, each element as "section/key=value", in the order of the table.
+std::vector<std::string> CacheContents(const QWinApp& app) {
+    std::vector<std::string> ints;
+    for (int i = 0; i < app.RegIntCache().GetCount(); ++i) {
+        const RegIntCacheElement& element = app.RegIntCache()[i];
+        ints.push_back(U8(element.m_strSection) + "/" + U8(element.m_strKey) + "=" +
+                       std::to_string(element.m_nValue));
+    }
+    std::vector<std::string> strings;
+    for (int i = 0; i < app.RegStringCache().GetCount(); ++i) {
+        const RegStringCacheElement& element = app.RegStringCache()[i];
+        strings.push_back(U8(element.m_strSection) + "/" + U8(element.m_strKey) + "=" +
+                          U8(element.m_strValue));
+    }
+    std::vector<std::string> merged;
+    std::size_t nextInt = 0;
+    std::size_t nextString = 0;
+    for (const CacheRow& row : c_cachedRows) {
+        std::vector<std::string>& from = IsStringKey(row.key) ? strings : ints;
+        std::size_t& next = IsStringKey(row.key) ? nextString : nextInt;
+        merged.push_back(next < from.size() ? from[next++] : "(missing)");
+    }
+    return merged;
+}
+
+TEST_F(WinAppTest, TheCacheHoldsTheFirst29OptionsInTheOrderOfTheTableWithTheirDefaults) {
+    TestApp app;
+    app.InitRegistryOptionsCache();
+    EXPECT_EQ(app.RegIntCache().GetCount(), 22);
+    EXPECT_EQ(app.RegStringCache().GetCount(), 7);
+    EXPECT_EQ(app.RegHKLMStringCache().GetCount(), 0);
+    std::vector<std::string> expected;
+    for (const CacheRow& row : c_cachedRows)
+        expected.push_back(row.section + "/" + row.key + "=" + row.defaultValue);
+    EXPECT_EQ(CacheContents(app), expected);
+    EXPECT_TRUE(app.problems.empty());
+    EXPECT_FALSE(fs::exists(OptionsFile())) << "reading never writes";
+}
+
+TEST_F(WinAppTest, TheCacheTakesTheStoredValuesAndIsRebuiltByAnotherInit) {
+    StoreOptions("[view]\nshowgrid=1\nZoom=150%\n[Options]\nCrystalDataPath=/reports/\n"
+                 "PageSizeX=2100\n[Pen]\nMinWidth=3\n");
+    TestApp app;
+    app.InitRegistryOptionsCache();
+    app.InitRegistryOptionsCache();
+    ASSERT_EQ(app.RegIntCache().GetCount(), 22);
+    ASSERT_EQ(app.RegStringCache().GetCount(), 7);
+    EXPECT_EQ(app.GetProfileIntFromCache(u"View", u"ShowGrid", 0), 1);
+    EXPECT_EQ(app.GetProfileIntFromCache(u"Options", u"PageSizeX", 0), 2100);
+    EXPECT_EQ(app.GetProfileIntFromCache(u"Options", u"PageSizeY", 0), -1);
+    EXPECT_EQ(app.GetProfileIntFromCache(u"Pen", u"MinWidth", 0), 3);
+    EXPECT_EQ(U8(app.GetProfileStringFromCache(u"View", u"Zoom", u"")), "150%");
+    EXPECT_EQ(U8(app.GetProfileStringFromCache(u"Options", u"CrystalDataPath", u"")), "/reports/");
+    EXPECT_EQ(app.GetProfileIntFromCache(u"VIEW", u"showGRID", 0), 1);
+}
+
+TEST_F(WinAppTest, AKeyThatIsNotCachedGivesTheDefaultWhateverTheStoreHolds) {
+    StoreOptions("[Options]\nUnknown=5\nName=stored\n[View]\nShowGrid=1\n");
+    TestApp app;
+    EXPECT_EQ(app.GetProfileIntFromCache(u"View", u"ShowGrid", 7), 7) << "nothing cached yet";
+    app.InitRegistryOptionsCache();
+    EXPECT_EQ(app.GetProfileIntFromCache(u"Options", u"Unknown", 42), 42);
+    EXPECT_EQ(U8(app.GetProfileStringFromCache(u"Options", u"Name", u"given")), "given");
+    EXPECT_EQ(U8(app.GetMachineAppProfileStringFromCache(u"Options", u"Name", u"given")), "given");
+    EXPECT_EQ(app.GetProfileIntFromCache(u"Options", u"ShowGrid", 9), 9) << "section matters";
+}
+
+TEST_F(WinAppTest, ACachedReadNeverGoesBackToTheStore) {
+    TestApp app;
+    app.InitRegistryOptionsCache();
+    StoreOptions("[View]\nShowGrid=1\nZoom=300%\n");
+    EXPECT_EQ(app.GetProfileIntFromCache(u"View", u"ShowGrid", 5), 0);
+    EXPECT_EQ(U8(app.GetProfileStringFromCache(u"View", u"Zoom", u"x")), "");
+}
+
+TEST_F(WinAppTest, AWriteGoesToTheStoreAndUpdatesTheCachedElement) {
+    TestApp app;
+    app.InitRegistryOptionsCache();
+    EXPECT_TRUE(app.WriteProfileIntAndUpdateCache(u"view", u"SHOWGRID", 1));
+    EXPECT_EQ(app.GetProfileIntFromCache(u"View", u"ShowGrid", 0), 1);
+    EXPECT_EQ(StoredInt(u"View", u"ShowGrid"), 1);
+    EXPECT_TRUE(app.WriteProfileStringAndUpdateCache(u"View", u"Zoom", u"75%"));
+    EXPECT_EQ(U8(app.GetProfileStringFromCache(u"View", u"Zoom", u"")), "75%");
+    EXPECT_EQ(StoredString(u"View", u"Zoom"), "75%");
+    EXPECT_EQ(app.RegIntCache().GetCount(), 22);
+
+    EXPECT_TRUE(app.WriteProfileIntAndUpdateCache(u"Options", u"NotCached", 8));
+    EXPECT_TRUE(app.WriteProfileStringAndUpdateCache(u"Options", u"NotCachedText", u"t"));
+    EXPECT_EQ(StoredInt(u"Options", u"NotCached"), 8);
+    EXPECT_EQ(StoredString(u"Options", u"NotCachedText"), "t");
+    EXPECT_EQ(app.GetProfileIntFromCache(u"Options", u"NotCached", 0), 0);
+    EXPECT_EQ(app.RegIntCache().GetCount(), 22);
+    EXPECT_EQ(app.RegStringCache().GetCount(), 7);
+}
+
+TEST_F(WinAppTest, KeysOfAProductAreCachedOnRequest) {
+    StoreOptions("[Options]\nHatch=4\nStyle=bold\n");
+    WriteText(m_root / "machine/Keel.ini", "[Options]\nLicenceServer=licences.example\n");
+    TestApp app;
+    app.InitRegistryOptionsCache();
+    EXPECT_EQ(app.CacheProfileInt(u"Options", u"Hatch", 0), 4);
+    EXPECT_EQ(U8(app.CacheProfileString(u"Options", u"Style", u"")), "bold");
+    EXPECT_EQ(U8(app.CacheMachineAppProfileString(u"Options", u"LicenceServer", u"")),
+              "licences.example");
+    EXPECT_EQ(app.RegIntCache().GetCount(), 23);
+    EXPECT_EQ(app.RegStringCache().GetCount(), 8);
+    StoreOptions("[Options]\nHatch=5\n");
+    EXPECT_EQ(app.GetProfileIntFromCache(u"Options", u"Hatch", 0), 4);
+    EXPECT_EQ(app.CacheProfileInt(u"Options", u"Hatch", 0), 5) << "caching again refreshes";
+    EXPECT_EQ(app.RegIntCache().GetCount(), 23);
+    EXPECT_EQ(U8(app.GetMachineAppProfileStringFromCache(u"options", u"licenceserver", u"")),
+              "licences.example");
+    EXPECT_EQ(U8(app.GetProfileStringFromCache(u"Options", u"LicenceServer", u"user")), "user");
+}
+
+// ---------------------------------------------------------------------------------------------
+// Problems of the options file
+
+TEST_F(WinAppTest, AMalformedOptionsFileIsReportedOnceAndTheDefaultsAreUsed) {
+    StoreOptions("ShowGrid=1\n[View]\n");
+    TestApp app;
+    app.LoadOptions();
+    app.InitRegistryOptionsCache();
+    app.LoadDefaultUnits();
+    app.InitRegistryOptionsCache();
+    ASSERT_EQ(app.problems.size(), 1u);
+    EXPECT_TRUE(app.problems[0].starts_with("Cannot read the options file \"" +
+                                            OptionsFile().string() + "\": "))
+        << app.problems[0];
+    EXPECT_EQ(app.GetProfileIntFromCache(u"View", u"ShowGrid", 9), 0);
+    EXPECT_EQ(QOptions::Length::c_defunits, 3);
+}
+
+// The superuser writes into any folder, so a test run as root writes with the rights of an
+// ordinary user.
+class UnprivilegedScope {
+public:
+    UnprivilegedScope() {
+        if (geteuid() == 0)
+            m_dropped = seteuid(65534) == 0;
+    }
+    ~UnprivilegedScope() {
+        if (m_dropped) {
+            EXPECT_EQ(seteuid(0), 0);
+        }
+    }
+
+private:
+    bool m_dropped = false;
+};
+
+TEST_F(WinAppTest, WritesIntoAnUnwritableFolderAreReportedOnceAndKeepTheOldFile) {
+    StoreOptions("[View]\nShowGrid=1\n");
+    fs::permissions(OptionsFile().parent_path(), fs::perms::owner_read | fs::perms::owner_exec |
+                                                     fs::perms::others_read |
+                                                     fs::perms::others_exec);
+    TestApp app;
+    app.InitRegistryOptionsCache();
+    {
+        UnprivilegedScope unprivileged;
+        EXPECT_FALSE(app.WriteProfileIntAndUpdateCache(u"View", u"ShowGrid", 0));
+        EXPECT_FALSE(app.WriteProfileIntAndUpdateCache(u"View", u"ShowSnap", 1));
+    }
+    EXPECT_EQ(app.GetProfileIntFromCache(u"View", u"ShowGrid", 9), 0) << "in force for this run";
+    ASSERT_EQ(app.problems.size(), 1u);
+    EXPECT_EQ(app.problems[0], "Cannot write the options file \"" + OptionsFile().string() +
+                                   "\": Permission denied");
+    EXPECT_EQ(ReadText(OptionsFile()), "[View]\nShowGrid=1\n");
+}
+
+TEST_F(WinAppTest, AProblemOfTheOptionsFileGoesToTheErrorLogUnderTheHeadingOptions) {
+    StoreOptions("not an options file\n");
+    QErrorLog::DiscardThePendingMessages();
+    {
+        QWinApp app;
+        app.InitRegistryOptionsCache();
+    }
+    QErrorLog& log = TheErrorLog();
+    ASSERT_EQ(log.GetSize(), 1);
+    EXPECT_EQ(U8(log.ErrorType(0)->Description()), "Options");
+    EXPECT_TRUE(U8(log.Message(0)).starts_with("Cannot read the options file"))
+        << U8(log.Message(0));
+    QErrorLog::DiscardThePendingMessages();
+}
+
+// ---------------------------------------------------------------------------------------------
+// Default units
+
+TEST_F(WinAppTest, DefaultUnitsFollowTheLocaleThenTheStoredLengthUnits) {
+    struct Case {
+        int measurement;
+        std::string stored;
+        int length, area, volume, inch;
+    };
+    const Case cases[] = {
+        {1, "", 3, 7, 7, 32},
+        {2, "", 5, 6, 6, 32},
+        {1, "LengthUnits=5\n", 5, 6, 6, 32},
+        {1, "LengthUnits=1\n", 1, 4, 4, 32},
+        {1, "LengthUnits=2\n", 2, 4, 4, 32},
+        {2, "LengthUnits=3\n", 3, 7, 7, 32},
+        {2, "LengthUnits=4\n", 4, 7, 7, 32},
+        {2, "LengthUnits=7\n", 7, 7, 7, 32},
+        {1, "LengthUnits=6\n", 6, 6, 6, 32},
+        // Outside the known units the locale's area and volume stay.
+        {1, "LengthUnits=8\n", 8, 7, 7, 32},
+        {2, "LengthUnits=0\n", 0, 6, 6, 32},
+        {1, "LengthUnits=5\nAreaUnits=2\n", 5, 2, 6, 32},
+        {1, "VolumeUnits=3\n", 3, 7, 3, 32},
+        {1, "InchAsFraction=1\n", 3, 7, 7, 32},
+        {1, "InchAsFraction=2\n", 3, 7, 7, 2},
+        {1, "InchAsFraction=0\n", 3, 7, 7, 0},
+        {1, "InchAsFraction=16\n", 3, 7, 7, 16},
+    };
+    for (const Case& c : cases) {
+        ResetOptionStatics();
+        StoreOptions("[Options]\n" + c.stored);
+        TestApp app;
+        app.measurement = c.measurement;
+        app.LoadDefaultUnits();
+        const std::string label = std::to_string(c.measurement) + " " + c.stored;
+        EXPECT_EQ(QOptions::Length::c_defunits, c.length) << label;
+        EXPECT_EQ(QOptions::Area::c_defunits, c.area) << label;
+        EXPECT_EQ(QOptions::Volume::c_defunits, c.volume) << label;
+        EXPECT_EQ(QOptions::Length::c_InchHandlerType, c.inch) << label;
+    }
+}
+
+TEST_F(WinAppTest, AnUnreadableLocaleKeepsTheStartValues) {
+    TestApp app;
+    app.measurement = 0;
+    QOptions::Length::c_defunits = 5;
+    QOptions::Area::c_defunits = 2;
+    app.LoadDefaultUnits();
+    EXPECT_EQ(QOptions::Length::c_defunits, 5);
+    EXPECT_EQ(QOptions::Area::c_defunits, 6) << "fixed by the length units";
+
+    QOptions::Length::c_defunits = 9;
+    QOptions::Area::c_defunits = 2;
+    QOptions::Volume::c_defunits = 1;
+    app.LoadDefaultUnits();
+    EXPECT_EQ(QOptions::Length::c_defunits, 9);
+    EXPECT_EQ(QOptions::Area::c_defunits, 2);
+    EXPECT_EQ(QOptions::Volume::c_defunits, 1);
+}
+
+TEST_F(WinAppTest, TheLocaleMeasurementIsReadFromTheEnvironment) {
+    QWinApp app;
+    m_environment.Set("LC_ALL", "C");
+    EXPECT_EQ(app.LocaleMeasurement(), 1);
+    m_environment.Set("LC_ALL", "xx_NOWHERE.UTF-8");
+    EXPECT_EQ(app.LocaleMeasurement(), 0);
+}
+
+// ---------------------------------------------------------------------------------------------
+// LoadOptions and SaveOptions
+
+TEST_F(WinAppTest, LoadOptionsCopiesStoredOptionsIntoTheirFields) {
+    StoreOptions("[Options]\nContrast=60\nBrightness=10\nXFileLocations=1\nXPricing=1\n"
+                 "UserTraceMask=8192\nMergingPrompts=1\nMergingDefault=0\nMaximized=0\n"
+                 "AutoSave=15\nShowFriendlyPagesOnly=0\nTableCacheOverSize=0\nLimitDouble=0\n"
+                 "CompanyEmail=sales@example.com\nLengthUnits=5\nPostscriptPrinterCheck=0\n");
+    TestApp app;
+    app.LoadOptions();
+    EXPECT_EQ(QOptions::Spec3D::c_contrast, 60);
+    EXPECT_EQ(QOptions::Spec3D::c_brightness, 10);
+    EXPECT_TRUE(QWinApp::c_SuppressFileLocations);
+    EXPECT_TRUE(QWinApp::c_SuppressPricing);
+    EXPECT_FALSE(QWinApp::c_SuppressComponents);
+    EXPECT_EQ(QWinApp::c_UserTraceMask, 0x2000u);
+    EXPECT_EQ(QWinApp::MergingStrategy(), 0);
+    EXPECT_FALSE(app.IsMaximized());
+    EXPECT_EQ(app.AutoSaveTime(), 15);
+    EXPECT_FALSE(app.IsFriendlyPagesOnly());
+    EXPECT_EQ(QOptions::LookupTableDataStatics::c_TableCacheOverSize, 0);
+    EXPECT_FALSE(QOptions::c_bLimitDouble);
+    EXPECT_EQ(U8(QOptions::AboutBox::c_strCompanyEmail), "sales@example.com");
+    EXPECT_EQ(QOptions::Length::c_defunits, 5);
+    EXPECT_EQ(QOptions::Area::c_defunits, 6);
+    EXPECT_FALSE(QOptions::PageDoc::c_bPostscriptPrinterCheck);
+}
+
+TEST_F(WinAppTest, MissingOptionsTakeTheTableDefaultOrThePresentFieldValue) {
+    // Fixed defaults in the table: the field's own value does not count.
+    QOptions::Spec3D::c_contrast = 10;
+    QWinApp::c_bMergingDefault = false;
+    QOptions::PageDoc::c_bPostscriptPrinterCheck = false;
+    // "Field value" defaults: what a product set before loading stays.
+    QOptions::GL::c_UseOpenGLExt = false;
+    QOptions::Spec3D::c_bObject3DExaminationMode = true;
+    QOptions::LookupTableDataStatics::c_TableCacheOverSize = 50;
+    TestApp app;
+    app.SetAutoSaveTime(5);
+    app.SetMaximized(false);
+    app.SetFriendlyPagesOnly(false);
+    app.LoadOptions();
+    EXPECT_EQ(QOptions::Spec3D::c_contrast, 50);
+    EXPECT_TRUE(QWinApp::c_bMergingDefault);
+    EXPECT_TRUE(QOptions::PageDoc::c_bPostscriptPrinterCheck);
+    EXPECT_FALSE(QOptions::GL::c_UseOpenGLExt);
+    EXPECT_TRUE(QOptions::Spec3D::c_bObject3DExaminationMode);
+    EXPECT_EQ(QOptions::LookupTableDataStatics::c_TableCacheOverSize, 50);
+    EXPECT_EQ(app.AutoSaveTime(), 5);
+    EXPECT_FALSE(app.IsMaximized());
+    EXPECT_TRUE(app.IsFriendlyPagesOnly()) << "the table's default is true";
+    EXPECT_TRUE(app.problems.empty());
+}
+
+TEST_F(WinAppTest, SaveOptionsWritesWhatTheUserCanChangeAndLoadOptionsReadsItBack) {
+    {
+        TestApp app;
+        QOptions::Spec3D::c_contrast = 61;
+        QWinApp::c_bMergingPrompts = true;
+        QOptions::Length::c_defunits = 5;
+        QOptions::Area::c_defunits = 4;
+        QOptions::Length::c_InchHandlerType = 16;
+        QOptions::Exportable::c_LastExportType = 1;
+        QWinApp::c_SuppressPricing = true;
+        QOptions::g_bCheckValueTypes = true;
+        app.SetAutoSaveTime(20);
+        app.SetMaximized(false);
+        app.SaveOptions();
+        EXPECT_TRUE(app.problems.empty());
+    }
+    EXPECT_EQ(StoredInt(u"Options", u"Contrast"), 61);
+    EXPECT_EQ(StoredInt(u"Options", u"AutoSave"), 20);
+    EXPECT_EQ(StoredInt(u"Options", u"Maximized"), 0);
+    EXPECT_EQ(StoredInt(u"Options", u"XPricing"), -12345) << "not the user's to change";
+    EXPECT_EQ(StoredInt(u"Options", u"CheckValueTypes"), -12345);
+
+    ResetOptionStatics();
+    TestApp app;
+    app.LoadOptions();
+    EXPECT_EQ(QOptions::Spec3D::c_contrast, 61);
+    EXPECT_TRUE(QWinApp::c_bMergingPrompts);
+    EXPECT_EQ(QOptions::Length::c_defunits, 5);
+    EXPECT_EQ(QOptions::Area::c_defunits, 4);
+    EXPECT_EQ(QOptions::Volume::c_defunits, 7) << "as saved, not as the length units suggest";
+    EXPECT_EQ(QOptions::Length::c_InchHandlerType, 16);
+    EXPECT_EQ(QOptions::Exportable::c_LastExportType, 1);
+    EXPECT_FALSE(QWinApp::c_SuppressPricing);
+    EXPECT_EQ(app.AutoSaveTime(), 20);
+    EXPECT_FALSE(app.IsMaximized());
+}
+
+TEST_F(WinAppTest, TheMergingStrategyFollowsThePromptsThenTheDefault) {
+    struct Case {
+        bool prompts;
+        bool byDefault;
+        int strategy;
+    };
+    const Case cases[] = {{true, true, 0}, {true, false, 0}, {false, true, 1}, {false, false, 2}};
+    for (const Case& c : cases) {
+        QWinApp::c_bMergingPrompts = c.prompts;
+        QWinApp::c_bMergingDefault = c.byDefault;
+        EXPECT_EQ(QWinApp::MergingStrategy(), c.strategy) << c.prompts << c.byDefault;
+    }
+}
+
+// ---------------------------------------------------------------------------------------------
+// Folders
+
+TEST_F(WinAppTest, TheProgramFolderHoldsTheRunningProgram) {
+    const CString program = QWinApp::ProgramPathAndName();
+    ASSERT_TRUE(fs::is_regular_file(U8(program)));
+    EXPECT_EQ(fs::path(U8(program)).filename(), "keel_document_tests");
+    const std::string folder = U8(QWinApp::ProgramDir());
+    EXPECT_TRUE(folder.ends_with("/"));
+    TestApp app;
+    EXPECT_EQ(folder + U8(app.OriginalFilename()), U8(program));
+}
+
+TEST_F(WinAppTest, TheDataFolderFollowsTheEnvironment) {
+    struct Case {
+        std::optional<std::string> dataHome;
+        std::string expected;
+    };
+    const Case cases[] = {
+        {"/var/data", "/var/data/keel/"},
+        {"/var/data/", "/var/data/keel/"},
+        {"relative", "HOME/.local/share/keel/"},
+        {std::nullopt, "HOME/.local/share/keel/"},
+    };
+    for (const Case& c : cases) {
+        m_environment.Set("XDG_DATA_HOME", c.dataHome);
+        std::string expected = c.expected;
+        if (expected.starts_with("HOME"))
+            expected.replace(0, 4, m_root.string());
+        EXPECT_EQ(U8(QWinApp::DataDir()), expected) << c.dataHome.value_or("(unset)");
+    }
+}
+
+TEST_F(WinAppTest, TheDocumentsFolderIsTheDesktopsOrTheHomeFoldersDocuments) {
+    struct Case {
+        std::optional<std::string> userDirs;
+        std::string expected;
+    };
+    const Case cases[] = {
+        {std::nullopt, "HOME/Documents/"},
+        {"XDG_DESKTOP_DIR=\"$HOME/Desk\"\nXDG_DOCUMENTS_DIR=\"$HOME/Papers\"\n", "HOME/Papers/"},
+        {"# comment\nXDG_DOCUMENTS_DIR=\"/srv/docs\"\n", "/srv/docs/"},
+        {"XDG_DOCUMENTS_DIR=\"$HOME/\"\n", "HOME/"},
+        {"XDG_DOCUMENTS_DIR=relative\n", "HOME/Documents/"},
+    };
+    for (const Case& c : cases) {
+        const fs::path userDirs = m_root / "config/user-dirs.dirs";
+        fs::remove(userDirs);
+        if (c.userDirs)
+            WriteText(userDirs, *c.userDirs);
+        std::string expected = c.expected;
+        if (expected.starts_with("HOME"))
+            expected.replace(0, 4, m_root.string());
+        EXPECT_EQ(U8(QWinApp::MyDocumentsDir()), expected) << c.userDirs.value_or("(none)");
+    }
+    PlannerApp app;
+    EXPECT_EQ(U8(app.MyDocumentsProductDir()), m_root.string() + "/Documents/Planner Pro/");
+}
+
+TEST_F(WinAppTest, SpecialFoldersEndInASlash) {
+    m_environment.Set("TMPDIR", "/var/tmp");
+    EXPECT_EQ(U8(QWinApp::GetSpecialFolderLocation(QSpecialFolder::Temp)), "/var/tmp/");
+    m_environment.Set("TMPDIR", std::nullopt);
+    EXPECT_EQ(U8(QWinApp::GetSpecialFolderLocation(QSpecialFolder::Temp)), "/tmp/");
+    EXPECT_EQ(U8(QWinApp::GetSpecialFolderLocation(QSpecialFolder::Home)), m_root.string() + "/");
+    EXPECT_EQ(U8(QWinApp::GetSpecialFolderLocation(QSpecialFolder::Config)),
+              m_root.string() + "/config/");
+    EXPECT_EQ(U8(QWinApp::GetSpecialFolderLocation(QSpecialFolder::Data)),
+              m_root.string() + "/data/");
+    EXPECT_EQ(U8(QWinApp::GetSpecialFolderLocation(QSpecialFolder::Desktop)),
+              m_root.string() + "/Desktop/");
+}
+
+TEST_F(WinAppTest, TheNineFileLocationsHaveTheirNamesKeysAndDefaults) {
+    struct Case {
+        QFileLocation location;
+        std::string name;
+        std::string key;
+        std::string defaultFolder; // below the product's documents folder
+    };
+    const Case cases[] = {
+        {QFileLocation::Data, "Data Folder", "Data", ""},
+        {QFileLocation::Library, "Library Folder", "Library", "Library/"},
+        {QFileLocation::Table, "Table Folder", "Table", "Tables/"},
+        {QFileLocation::Picture, "Picture Folder", "Picture", "Pictures/"},
+        {QFileLocation::Report, "Report Folder", "Report", "Reports/"},
+        {QFileLocation::ToolData, "ToolData Folder", "ToolData", "ToolData/"},
+        {QFileLocation::Template, "Template Folder", "Template", "Templates/"},
+        {QFileLocation::Backup, "Backup Folder", "Backup", "Backup/"},
+    };
+    TestApp app;
+    const std::string documents = m_root.string() + "/Documents/Keel/";
+    for (const Case& c : cases) {
+        EXPECT_EQ(U8(QWinApp::FileLocationName(c.location)), c.name);
+        EXPECT_EQ(U8(QWinApp::FileLocationKey(c.location)), c.key);
+        EXPECT_EQ(U8(app.FileLocation(c.location)), documents + c.defaultFolder) << c.name;
+    }
+    EXPECT_EQ(U8(QWinApp::FileLocationName(QFileLocation::Program)), "Program Folder");
+    EXPECT_EQ(U8(app.FileLocation(QFileLocation::Program)), U8(QWinApp::ProgramDir()));
+}
+
+TEST_F(WinAppTest, AFileLocationIsStoredUnderItsKeyAndReadWithATrailingSlash) {
+    TestApp app;
+    EXPECT_TRUE(app.SetBackupDir(u"/backups"));
+    EXPECT_EQ(StoredString(u"Options", u"Backup"), "/backups");
+    EXPECT_EQ(U8(app.BackupDir()), "/backups/");
+    EXPECT_TRUE(app.SetFileLocation(QFileLocation::Table, u"/tables/"));
+    EXPECT_EQ(U8(app.FileLocation(QFileLocation::Table)), "/tables/");
+
+    // The library folder is one of the cached options: a write updates the cache.
+    app.InitRegistryOptionsCache();
+    EXPECT_TRUE(app.SetFileLocation(QFileLocation::Library, u"/parts"));
+    EXPECT_EQ(U8(app.GetProfileStringFromCache(u"Options", u"Library", u"")), "/parts");
+    EXPECT_EQ(U8(app.FileLocation(QFileLocation::Library)), "/parts/");
+}
+
+TEST_F(WinAppTest, TheLastOpenSaveFolderStartsAtTheDataFolder) {
+    TestApp app;
+    EXPECT_EQ(U8(app.LastOpenSaveDir()), m_root.string() + "/Documents/Keel/");
+    app.SetLastOpenSaveDir(u"/work/drawings");
+    EXPECT_EQ(U8(app.LastOpenSaveDir()), "/work/drawings/");
+}
+
+// ---------------------------------------------------------------------------------------------
+// Version block
+
+TEST_F(WinAppTest, TheVersionBlockComesFromTheBuildUnlessTheProductSaysOtherwise) {
+    TestApp app;
+    EXPECT_EQ(U8(app.AppName()), "Keel");
+    EXPECT_EQ(U8(app.ProductName()), "Keel");
+    EXPECT_EQ(U8(app.FileVersionString()), "0.1.0");
+    EXPECT_EQ(U8(app.ProductVersionString()), "0.1.0");
+    EXPECT_EQ(U8(app.FileVersion()), "0.1.0.0");
+    EXPECT_EQ(U8(app.ProductVersion()), "0.1.0.0");
+    EXPECT_EQ(U8(app.OriginalFilename()), "keel_document_tests");
+
+    PlannerApp planner;
+    EXPECT_EQ(U8(planner.FileDescription()), "Planner Pro");
+    EXPECT_EQ(U8(planner.ProductFamily()), "Planner Pro");
+    EXPECT_EQ(U8(planner.InternalName()), "Planner");
+}
+
+// ---------------------------------------------------------------------------------------------
+// Progress
+
+std::string Describe(const QProgressEvent& event) {
+    static const char* const c_kinds[] = {"create", "step", "text", "destroy"};
+    return std::string(c_kinds[static_cast<int>(event.kind)]) + " " + U8(event.text) + " " +
+           std::to_string(event.position) + "/" + std::to_string(event.low) + ".." +
+           std::to_string(event.high) + (event.redraw ? " redraw" : "");
+}
+
+TEST_F(WinAppTest, ProgressGoesToTheCallbackOneEventAChange) {
+    TestApp app;
+    std::vector<std::string> events;
+    app.SetProgressCallback([&events](const QProgressEvent& event) {
+        events.push_back(Describe(event));
+        return true;
+    });
+    const int handle = app.ProgressCreate(u"Merging answers", 10, 12, false);
+    ASSERT_NE(handle, -1);
+    EXPECT_TRUE(app.ProgressStepIt(handle));
+    app.ProgressSetText(handle, u"Merging questions", false);
+    EXPECT_TRUE(app.ProgressStepIt(handle));
+    EXPECT_TRUE(app.ProgressStepIt(handle));
+    app.ProgressDestroy(handle, u"Merged answers", true);
+    EXPECT_EQ(events, (std::vector<std::string>{
+                          "create Merging answers 10/10..12 redraw",
+                          "step Merging answers 11/10..12",
+                          "text Merging questions 11/10..12",
+                          "step Merging questions 12/10..12",
+                          "step Merging questions 12/10..12",
+                          "destroy Merged answers 12/10..12 redraw",
+                      }));
+
+    events.clear();
+    EXPECT_TRUE(app.ProgressStepIt(handle));
+    app.ProgressSetText(handle, u"closed", true);
+    app.ProgressDestroy(handle, u"closed", true);
+    EXPECT_TRUE(app.ProgressStepIt(-1));
+    EXPECT_TRUE(events.empty()) << "a closed handle is ignored";
+}
+
+TEST_F(WinAppTest, AProgressRangeMustHaveAStep) {
+    TestApp app;
+    EXPECT_EQ(app.ProgressCreate(u"none", 5, 5, false), -1);
+    EXPECT_EQ(app.ProgressCreate(u"inverted", 5, 4, false), -1);
+    const int first = app.ProgressCreate(u"one step", 5, 6, false);
+    const int second = app.ProgressCreate(u"nested", 0, 100, false);
+    EXPECT_NE(first, -1);
+    EXPECT_NE(second, -1);
+    EXPECT_NE(first, second);
+}
+
+TEST_F(WinAppTest, ACallbackCancelsOnlyACancellableProgress) {
+    TestApp app;
+    app.SetProgressCallback([](const QProgressEvent& event) {
+        return event.kind != QProgressEvent::Kind::Step || event.position < 2;
+    });
+    const int cancellable = app.ProgressCreate(u"Importing", 0, 10, true);
+    const int steady = app.ProgressCreate(u"Saving", 0, 10, false);
+    EXPECT_TRUE(app.ProgressStepIt(cancellable));
+    EXPECT_FALSE(app.ProgressStepIt(cancellable));
+    EXPECT_TRUE(app.IsProgressCancelled(cancellable));
+    EXPECT_FALSE(app.ProgressStepIt(cancellable)) << "it stays cancelled";
+    EXPECT_TRUE(app.ProgressStepIt(steady));
+    EXPECT_TRUE(app.ProgressStepIt(steady));
+    EXPECT_FALSE(app.IsProgressCancelled(steady));
+
+    app.ProgressCancel(steady);
+    EXPECT_TRUE(app.ProgressStepIt(steady));
+    const int other = app.ProgressCreate(u"Reading", 0, 10, true);
+    app.ProgressCancel(other);
+    EXPECT_FALSE(app.ProgressStepIt(other));
+}
+
+// Sends the standard error stream to a file while it lives.
+class CapturedStandardError {
+public:
+    explicit CapturedStandardError(const fs::path& file) {
+        std::fflush(stderr);
+        m_saved = dup(STDERR_FILENO);
+        const int fd = open(file.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
+        dup2(fd, STDERR_FILENO);
+        close(fd);
+    }
+    ~CapturedStandardError() {
+        std::fflush(stderr);
+        dup2(m_saved, STDERR_FILENO);
+        close(m_saved);
+    }
+
+private:
+    int m_saved = -1;
+};
+
+TEST_F(WinAppTest, ProgressOnTheTerminalIsOneLineAVisibleChange) {
+    TestApp app;
+    app.SetProgressOnTerminal(true);
+    const fs::path output = m_root / "stderr.txt";
+    {
+        CapturedStandardError capture(output);
+        const int handle = app.ProgressCreate(u"Loading", 0, 4, false);
+        for (int i = 0; i < 5; ++i)
+            app.ProgressStepIt(handle);
+        app.ProgressSetText(handle, u"Checking", true);
+        app.ProgressDestroy(handle, u"Loaded", true);
+        const int fine = app.ProgressCreate(u"Fine", 0, 200, false);
+        app.ProgressStepIt(fine);
+        app.ProgressStepIt(fine);
+        app.ProgressDestroy(fine, u"", true);
+    }
+    EXPECT_EQ(ReadText(output), "Loading: 0%\nLoading: 25%\nLoading: 50%\nLoading: 75%\n"
+                                "Loading: 100%\nChecking: 100%\nLoaded\nFine: 0%\nFine: 1%\n");
+}
+
+TEST_F(WinAppTest, ProgressIsQuietWhenTheErrorStreamIsNoTerminal) {
+    TestApp app;
+    const fs::path output = m_root / "stderr.txt";
+    {
+        CapturedStandardError capture(output);
+        const int handle = app.ProgressCreate(u"Loading", 0, 4, false);
+        app.ProgressStepIt(handle);
+        app.ProgressDestroy(handle, u"Loaded", true);
+    }
+    EXPECT_EQ(ReadText(output), "");
+}
+
+} // namespace
+} // namespace keel

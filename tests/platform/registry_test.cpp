@@ -1,0 +1,483 @@
+#include "keel/platform/registry.h"
+
+#include <algorithm>
+#include <climits>
+#include <csignal>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <gtest/gtest.h>
+#include <map>
+#include <optional>
+#include <sstream>
+#include <string>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <unistd.h>
+#include <vector>
+
+namespace keel {
+namespace {
+
+namespace fs = std::filesystem;
+using Bytes = std::vector<std::uint8_t>;
+
+std::string U8(const CString& text) {
+    return text.ToUtf8();
+}
+
+std::string ReadText(const fs::path& path) {
+    std::ifstream file(path, std::ios::binary);
+    std::ostringstream text;
+    text << file.rdbuf();
+    return text.str();
+}
+
+void WriteText(const fs::path& path, const std::string& text) {
+    fs::create_directories(path.parent_path());
+    std::ofstream(path, std::ios::binary) << text;
+}
+
+// Sets environment variables for a scope and puts the old values back.
+class ScopedEnvironment {
+public:
+    ~ScopedEnvironment() {
+        for (const auto& [name, value] : m_saved) {
+            if (value)
+                setenv(name.c_str(), value->c_str(), 1);
+            else
+                unsetenv(name.c_str());
+        }
+    }
+    void Set(const std::string& name, const std::optional<std::string>& value) {
+        if (!m_saved.contains(name)) {
+            const char* old = std::getenv(name.c_str());
+            m_saved[name] = old ? std::optional<std::string>(old) : std::nullopt;
+        }
+        if (value)
+            setenv(name.c_str(), value->c_str(), 1);
+        else
+            unsetenv(name.c_str());
+    }
+
+private:
+    std::map<std::string, std::optional<std::string>> m_saved;
+};
+
+// Every test gets a fresh folder as its home and configuration folder.
+class RegistryTest : public testing::Test {
+protected:
+    void SetUp() override {
+        std::string pattern = (fs::temp_directory_path() / "keel-registry-XXXXXX").string();
+        ASSERT_NE(mkdtemp(pattern.data()), nullptr);
+        m_root = pattern;
+        fs::permissions(m_root, fs::perms::owner_all | fs::perms::group_read |
+                                    fs::perms::group_exec | fs::perms::others_read |
+                                    fs::perms::others_exec);
+        m_environment.Set("HOME", m_root.string());
+        m_environment.Set("XDG_CONFIG_HOME", (m_root / "config").string());
+        CRegistry::SetCurrentFile(CString());
+        CRegistry::SetMachineFolder(CString::FromUtf8((m_root / "machine").string()));
+        CRegistry::SetApplicationNameSource(nullptr);
+    }
+    void TearDown() override {
+        CRegistry::SetCurrentFile(CString());
+        CRegistry::SetMachineFolder(CString());
+        std::error_code ignored;
+        fs::permissions(OptionsFolder(), fs::perms::owner_all, ignored);
+        fs::remove_all(m_root, ignored);
+    }
+
+    fs::path OptionsFolder() const { return m_root / "config" / "keel"; }
+    fs::path OptionsFile() const { return OptionsFolder() / "Keel.ini"; }
+    CString OptionsPath() const { return CString::FromUtf8(OptionsFile().string()); }
+
+    fs::path m_root;
+    ScopedEnvironment m_environment;
+};
+
+TEST_F(RegistryTest, TheOptionsFileFollowsTheConfigurationFolderOfTheEnvironment) {
+    struct Case {
+        std::optional<std::string> configHome;
+        std::string appName;
+        std::string expected; // below the test's home folder
+    };
+    const Case cases[] = {
+        {"/elsewhere/conf", "Planner", "/elsewhere/conf/keel/Planner.ini"},
+        {"/elsewhere/conf/", "Planner", "/elsewhere/conf/keel/Planner.ini"},
+        {"relative/conf", "Planner", "HOME/.config/keel/Planner.ini"},
+        {std::nullopt, "Planner", "HOME/.config/keel/Planner.ini"},
+        {"", "Planner", "HOME/.config/keel/Planner.ini"},
+        {"/c", "a/b", "/c/keel/a_b.ini"},
+        {"/c", "", "/c/keel/Keel.ini"},
+    };
+    for (const Case& c : cases) {
+        m_environment.Set("XDG_CONFIG_HOME", c.configHome);
+        std::string expected = c.expected;
+        if (expected.starts_with("HOME"))
+            expected.replace(0, 4, m_root.string());
+        EXPECT_EQ(U8(CRegistry::UserFileFor(CString::FromUtf8(c.appName))), expected)
+            << c.configHome.value_or("(unset)") << " " << c.appName;
+    }
+}
+
+TEST_F(RegistryTest, TheHomeFolderComesFromTheEnvironmentWithoutATrailingSlash) {
+    m_environment.Set("HOME", m_root.string() + "/");
+    EXPECT_EQ(U8(UserHomeFolder()), m_root.string());
+    m_environment.Set("HOME", std::nullopt);
+    EXPECT_FALSE(UserHomeFolder().IsEmpty()); // from the password database
+}
+
+TEST_F(RegistryTest, CurrentIsTheStoreOfTheApplicationNameAndFollowsTheEnvironment) {
+    EXPECT_EQ(U8(CRegistry::Current().FilePath()), OptionsFile().string());
+    EXPECT_EQ(U8(CRegistry::Current().MachineFilePath()), (m_root / "machine/Keel.ini").string());
+
+    CRegistry::SetApplicationNameSource([] { return CString(u"Planner"); });
+    EXPECT_EQ(U8(CRegistry::Current().FilePath()), (OptionsFolder() / "Planner.ini").string());
+    CRegistry::SetApplicationNameSource([] { return CString(); });
+    EXPECT_EQ(U8(CRegistry::Current().FilePath()), OptionsFile().string());
+    CRegistry::SetApplicationNameSource(nullptr);
+
+    m_environment.Set("XDG_CONFIG_HOME", (m_root / "other").string());
+    EXPECT_EQ(U8(CRegistry::Current().FilePath()), (m_root / "other/keel/Keel.ini").string());
+
+    CRegistry::SetCurrentFile(u"/somewhere/test.ini");
+    EXPECT_EQ(U8(CRegistry::Current().FilePath()), "/somewhere/test.ini");
+}
+
+TEST_F(RegistryTest, AnEmptyStoreGivesTheDefaultsWithoutComplaint) {
+    CRegistry& store = CRegistry::Current();
+    EXPECT_EQ(store.GetProfileInt(u"Options", u"LengthUnits", 3), 3);
+    EXPECT_EQ(U8(store.GetProfileString(u"View", u"Zoom", u"100%")), "100%");
+    Bytes data{1, 2};
+    EXPECT_FALSE(store.GetProfileBinary(u"Options", u"FrameRect", data));
+    EXPECT_EQ(data, (Bytes{1, 2}));
+    EXPECT_TRUE(store.LastError().IsEmpty());
+    EXPECT_FALSE(fs::exists(OptionsFile()));
+}
+
+TEST_F(RegistryTest, WrittenValuesAreReadBackByAnotherStoreOverTheSameFile) {
+    CRegistry writer(OptionsPath());
+    const CString awkward = u"C:\\Data\n\ttabbed  \"quoted\" = [x] # \u00e9";
+    ASSERT_TRUE(writer.WriteProfileInt(u"Options", u"LengthUnits", 5));
+    ASSERT_TRUE(writer.WriteProfileInt(u"Options", u"Negative", INT_MIN));
+    ASSERT_TRUE(writer.WriteProfileString(u"Options", u"Awkward", awkward));
+    ASSERT_TRUE(writer.WriteProfileString(u"Options", u"Spaced", u"  both ends  "));
+    ASSERT_TRUE(writer.WriteProfileString(u"Options", u"Empty", u""));
+    ASSERT_TRUE(writer.WriteProfileBinary(u"Options", u"FrameRect", Bytes{0, 0x7f, 0xff, 0x10}));
+
+    CRegistry reader(OptionsPath());
+    EXPECT_EQ(reader.GetProfileInt(u"Options", u"LengthUnits", 0), 5);
+    EXPECT_EQ(reader.GetProfileInt(u"Options", u"Negative", 0), INT_MIN);
+    EXPECT_EQ(U8(reader.GetProfileString(u"Options", u"Awkward", u"")), U8(awkward));
+    EXPECT_EQ(U8(reader.GetProfileString(u"Options", u"Spaced", u"")), "  both ends  ");
+    EXPECT_EQ(U8(reader.GetProfileString(u"Options", u"Empty", u"default")), "");
+    Bytes data;
+    ASSERT_TRUE(reader.GetProfileBinary(u"Options", u"FrameRect", data));
+    EXPECT_EQ(data, (Bytes{0, 0x7f, 0xff, 0x10}));
+    EXPECT_NE(ReadText(OptionsFile()).find("FrameRect=007fff10"), std::string::npos);
+    EXPECT_TRUE(reader.LastError().IsEmpty());
+}
+
+TEST_F(RegistryTest, IntegersAreReadAsTheRegistryKeepsThem) {
+    struct Case {
+        std::string stored;
+        int expected;
+    };
+    const Case cases[] = {
+        {"12", 12},
+        {"-5", -5},
+        {"+7", 7},
+        {"2147483647", INT_MAX},
+        {"2147483648", INT_MIN}, // an unsigned 32-bit value reads as negative
+        {"4294967295", -1},
+        {"4294967296", 99}, // beyond 32 bits: the default
+        {"-2147483648", INT_MIN},
+        {"-2147483649", 99},
+        {"12abc", 99},
+        {"abc", 99},
+        {"1.5", 99},
+        {"", 99},
+    };
+    for (const Case& c : cases) {
+        WriteText(OptionsFile(), "[Options]\nValue=" + c.stored + "\n");
+        CRegistry store(OptionsPath());
+        EXPECT_EQ(store.GetProfileInt(u"Options", u"Value", 99), c.expected) << c.stored;
+        EXPECT_EQ(U8(store.GetProfileString(u"Options", u"Value", u"x")), c.stored);
+    }
+}
+
+TEST_F(RegistryTest, BinaryValuesAreEvenRunsOfHexDigitsInEitherCase) {
+    struct Case {
+        std::string stored;
+        std::optional<Bytes> expected;
+    };
+    const Case cases[] = {
+        {"0A1bFf", Bytes{0x0a, 0x1b, 0xff}},
+        {"", Bytes{}},
+        {"abc", std::nullopt},
+        {"0g", std::nullopt},
+        {"0x10", std::nullopt},
+    };
+    for (const Case& c : cases) {
+        WriteText(OptionsFile(), "[Options]\nBlob=" + c.stored + "\n");
+        CRegistry store(OptionsPath());
+        Bytes data{9};
+        EXPECT_EQ(store.GetProfileBinary(u"Options", u"Blob", data), c.expected.has_value())
+            << c.stored;
+        EXPECT_EQ(data, c.expected.value_or(Bytes{9})) << c.stored;
+    }
+}
+
+TEST_F(RegistryTest, NamesMatchWithoutRegardToCaseAndKeepTheirStoredSpelling) {
+    WriteText(OptionsFile(), "[options]\nlengthUnits=5\n");
+    CRegistry store(OptionsPath());
+    EXPECT_EQ(store.GetProfileInt(u"OPTIONS", u"LengthUnits", 0), 5);
+    ASSERT_TRUE(store.WriteProfileInt(u"Options", u"LENGTHUNITS", 6));
+    EXPECT_EQ(ReadText(OptionsFile()), "[options]\nlengthUnits=6\n");
+}
+
+TEST_F(RegistryTest, CommentsAndOtherKeysSurviveAWrite) {
+    WriteText(OptionsFile(), "# chosen by hand\n[View]\nZoom=200\n\n[Options]\nKeep=1\n");
+    CRegistry store(OptionsPath());
+    ASSERT_TRUE(store.WriteProfileInt(u"Options", u"Added", 2));
+    const std::string text = ReadText(OptionsFile());
+    EXPECT_NE(text.find("# chosen by hand"), std::string::npos);
+    EXPECT_NE(text.find("Zoom=200"), std::string::npos);
+    EXPECT_NE(text.find("Keep=1"), std::string::npos);
+    EXPECT_NE(text.find("Added=2"), std::string::npos);
+}
+
+TEST_F(RegistryTest, ChangesMadeByOthersAreSeenAndKeptByTheNextWrite) {
+    CRegistry mine(OptionsPath());
+    ASSERT_TRUE(mine.WriteProfileInt(u"Options", u"Mine", 1));
+    EXPECT_EQ(mine.GetProfileInt(u"Options", u"Theirs", 0), 0);
+
+    CRegistry theirs(OptionsPath());
+    ASSERT_TRUE(theirs.WriteProfileInt(u"Options", u"Theirs", 2));
+    EXPECT_EQ(mine.GetProfileInt(u"Options", u"Theirs", 0), 2);
+
+    ASSERT_TRUE(mine.WriteProfileInt(u"Options", u"Mine", 3));
+    CRegistry later(OptionsPath());
+    EXPECT_EQ(later.GetProfileInt(u"Options", u"Mine", 0), 3);
+    EXPECT_EQ(later.GetProfileInt(u"Options", u"Theirs", 0), 2);
+}
+
+TEST_F(RegistryTest, NamesTheFileCannotHoldAreRefusedWithAReason) {
+    struct Case {
+        std::u16string section;
+        std::u16string key;
+    };
+    const Case cases[] = {
+        {u"Options", u""},      {u"", u"Key"},
+        {u"Opt[ions", u"Key"},  {u"Options]", u"Key"},
+        {u"Options", u"a=b"},   {u"Options", u"a[1]"},
+        {u"Options", u" lead"}, {u"Options", u"trail "},
+        {u"Options", u"#hash"}, {u"Options", u"line\nbreak"},
+    };
+    for (const Case& c : cases) {
+        CRegistry store(OptionsPath());
+        EXPECT_FALSE(store.WriteProfileInt(c.section.c_str(), c.key.c_str(), 1));
+        const CString expected = CString::Formatted(
+            u"Cannot store the option \"%s\" of section \"%s\": the name is not allowed in the "
+            u"options file \"%s\"",
+            c.key.c_str(), c.section.c_str(), OptionsPath());
+        EXPECT_EQ(U8(store.LastError()), U8(expected));
+    }
+    EXPECT_FALSE(fs::exists(OptionsFile()));
+
+    CRegistry store(OptionsPath());
+    EXPECT_TRUE(store.WriteProfileInt(u"Options", u"inner space", 1));
+}
+
+TEST_F(RegistryTest, AMalformedFileGivesTheDefaultsAndIsKeptAsideWhenWrittenOver) {
+    const std::string malformed = "LengthUnits=5\n[Options]\nAreaUnits=6\n";
+    WriteText(OptionsFile(), malformed);
+    CRegistry store(OptionsPath());
+    EXPECT_EQ(store.GetProfileInt(u"Options", u"AreaUnits", 7), 7);
+    const std::string error = U8(store.LastError());
+    EXPECT_TRUE(
+        error.starts_with("Cannot read the options file \"" + OptionsFile().string() + "\": "))
+        << error;
+    EXPECT_GT(error.size(), OptionsFile().string().size() + 34) << "the reason is given";
+    EXPECT_EQ(ReadText(OptionsFile()), malformed);
+
+    ASSERT_TRUE(store.WriteProfileInt(u"Options", u"VolumeUnits", 6));
+    EXPECT_EQ(ReadText(OptionsFile().string() + ".bad"), malformed);
+    CRegistry reread(OptionsPath());
+    EXPECT_EQ(reread.GetProfileInt(u"Options", u"VolumeUnits", 0), 6);
+    EXPECT_EQ(reread.GetProfileInt(u"Options", u"AreaUnits", 7), 7);
+    EXPECT_TRUE(reread.LastError().IsEmpty());
+}
+
+TEST_F(RegistryTest, AValueThatIsNotUtf8ReadsAsTheDefault) {
+    WriteText(OptionsFile(), "[Options]\nName=\xff\xfe\nOther=fine\n");
+    CRegistry store(OptionsPath());
+    EXPECT_EQ(U8(store.GetProfileString(u"Options", u"Name", u"default")), "default");
+    EXPECT_EQ(U8(store.GetProfileString(u"Options", u"Other", u"default")), "fine");
+}
+
+// The folder of the options file is made read-only. The superuser ignores that, so a test run as
+// root does the write with the rights of an ordinary user.
+class UnprivilegedScope {
+public:
+    UnprivilegedScope() {
+        if (geteuid() == 0)
+            m_dropped = seteuid(65534) == 0;
+    }
+    ~UnprivilegedScope() {
+        if (m_dropped) {
+            EXPECT_EQ(seteuid(0), 0);
+        }
+    }
+
+private:
+    bool m_dropped = false;
+};
+
+std::vector<std::string> FolderListing(const fs::path& folder) {
+    std::vector<std::string> names;
+    for (const fs::directory_entry& entry : fs::directory_iterator(folder))
+        names.push_back(entry.path().filename().string());
+    std::sort(names.begin(), names.end());
+    return names;
+}
+
+TEST_F(RegistryTest, AWriteIntoAnUnwritableFolderLeavesTheOldFileIntact) {
+    const std::string original = "[Options]\nLengthUnits=5\n";
+    WriteText(OptionsFile(), original);
+    fs::permissions(OptionsFolder(), fs::perms::owner_read | fs::perms::owner_exec |
+                                         fs::perms::group_read | fs::perms::group_exec |
+                                         fs::perms::others_read | fs::perms::others_exec);
+    CRegistry store(OptionsPath());
+    bool written = true;
+    {
+        UnprivilegedScope unprivileged;
+        written = store.WriteProfileInt(u"Options", u"LengthUnits", 3);
+    }
+    EXPECT_FALSE(written);
+    EXPECT_EQ(U8(store.LastError()), "Cannot write the options file \"" + OptionsFile().string() +
+                                         "\": Permission denied");
+    EXPECT_EQ(ReadText(OptionsFile()), original);
+    EXPECT_EQ(FolderListing(OptionsFolder()), std::vector<std::string>{"Keel.ini"});
+    EXPECT_EQ(store.GetProfileInt(u"Options", u"LengthUnits", 0), 5)
+        << "the failed value is not kept in memory either";
+}
+
+// Files may grow no larger than `bytes` while it lives, as on a full disk.
+class FileSizeLimit {
+public:
+    explicit FileSizeLimit(rlim_t bytes) {
+        m_oldHandler = std::signal(SIGXFSZ, SIG_IGN);
+        getrlimit(RLIMIT_FSIZE, &m_old);
+        rlimit limited = m_old;
+        limited.rlim_cur = bytes;
+        setrlimit(RLIMIT_FSIZE, &limited);
+    }
+    ~FileSizeLimit() {
+        setrlimit(RLIMIT_FSIZE, &m_old);
+        std::signal(SIGXFSZ, m_oldHandler);
+    }
+
+private:
+    rlimit m_old{};
+    void (*m_oldHandler)(int);
+};
+
+TEST_F(RegistryTest, AWriteThatRunsOutOfSpaceLeavesTheOldFileIntact) {
+    const std::string original = "[Options]\nLengthUnits=5\n";
+    WriteText(OptionsFile(), original);
+    CRegistry store(OptionsPath());
+    bool written = true;
+    {
+        FileSizeLimit limit(1024);
+        written = store.WriteProfileString(u"Options", u"Large", CString(u'x', 8192));
+    }
+    EXPECT_FALSE(written);
+    EXPECT_EQ(U8(store.LastError()),
+              "Cannot write the options file \"" + OptionsFile().string() + "\": File too large");
+    EXPECT_EQ(ReadText(OptionsFile()), original);
+    EXPECT_EQ(FolderListing(OptionsFolder()), std::vector<std::string>{"Keel.ini"});
+}
+
+TEST_F(RegistryTest, DeferredWritesAreSavedOnceWhenTheOutermostGuardEnds) {
+    CRegistry store(OptionsPath());
+    CRegistry::DeferredSave outer(store);
+    ASSERT_TRUE(store.WriteProfileInt(u"Options", u"A", 1));
+    {
+        CRegistry::DeferredSave inner(store);
+        ASSERT_TRUE(store.WriteProfileInt(u"Options", u"B", 2));
+    }
+    EXPECT_FALSE(fs::exists(OptionsFile())) << "nothing is saved before the outer guard ends";
+    EXPECT_EQ(store.GetProfileInt(u"Options", u"A", 0), 1);
+
+    ASSERT_TRUE(CRegistry(OptionsPath()).WriteProfileInt(u"Options", u"C", 3));
+    EXPECT_EQ(store.GetProfileInt(u"Options", u"C", 0), 3);
+    EXPECT_EQ(store.GetProfileInt(u"Options", u"B", 0), 2) << "held back writes survive a reload";
+    ASSERT_TRUE(store.WriteProfileInt(u"Options", u"D", 4));
+    EXPECT_TRUE(outer.End());
+    EXPECT_TRUE(outer.End());
+
+    CRegistry reader(OptionsPath());
+    for (const auto& [key, value] : {std::pair{u"A", 1}, {u"B", 2}, {u"C", 3}, {u"D", 4}})
+        EXPECT_EQ(reader.GetProfileInt(u"Options", key, 0), value);
+}
+
+TEST_F(RegistryTest, AFailedDeferredSaveForgetsTheHeldBackWrites) {
+    const std::string original = "[Options]\nA=1\n";
+    WriteText(OptionsFile(), original);
+    fs::permissions(OptionsFolder(), fs::perms::owner_read | fs::perms::owner_exec |
+                                         fs::perms::others_read | fs::perms::others_exec);
+    CRegistry store(OptionsPath());
+    bool saved = true;
+    {
+        UnprivilegedScope unprivileged;
+        CRegistry::DeferredSave together(store);
+        EXPECT_TRUE(store.WriteProfileInt(u"Options", u"A", 5));
+        EXPECT_TRUE(store.WriteProfileInt(u"Options", u"B", 6));
+        saved = together.End();
+    }
+    EXPECT_FALSE(saved);
+    EXPECT_TRUE(U8(store.LastError()).starts_with("Cannot write the options file"));
+    EXPECT_EQ(ReadText(OptionsFile()), original);
+    EXPECT_EQ(store.GetProfileInt(u"Options", u"A", 0), 1);
+    EXPECT_EQ(store.GetProfileInt(u"Options", u"B", 0), 0);
+}
+
+TEST_F(RegistryTest, AWriteMakesTheMissingFoldersAndAPrivateFile) {
+    CRegistry store(CString::FromUtf8((m_root / "deep/er/options.ini").string()));
+    ASSERT_TRUE(store.WriteProfileInt(u"Options", u"Value", 1));
+    const fs::perms permissions = fs::status(m_root / "deep/er/options.ini").permissions();
+    EXPECT_EQ(permissions & (fs::perms::group_all | fs::perms::others_all), fs::perms::none);
+}
+
+TEST_F(RegistryTest, AWriteThroughALinkedFileKeepsTheLink) {
+    WriteText(m_root / "dotfiles/Keel.ini", "[Options]\nOld=1\n");
+    fs::create_directories(OptionsFolder());
+    fs::create_symlink(m_root / "dotfiles/Keel.ini", OptionsFile());
+    CRegistry store(OptionsPath());
+    ASSERT_TRUE(store.WriteProfileInt(u"Options", u"New", 2));
+    EXPECT_TRUE(fs::is_symlink(OptionsFile()));
+    EXPECT_EQ(ReadText(m_root / "dotfiles/Keel.ini"), "[Options]\nOld=1\nNew=2\n");
+}
+
+TEST_F(RegistryTest, MachineWideStringsComeFromTheirOwnReadOnlyFile) {
+    WriteText(m_root / "machine/Keel.ini", "[Options]\nLicenceServer=licences.example\n");
+    CRegistry& store = CRegistry::Current();
+    EXPECT_EQ(U8(store.GetMachineProfileString(u"options", u"licenceserver", u"none")),
+              "licences.example");
+    EXPECT_EQ(U8(store.GetMachineProfileString(u"Options", u"Missing", u"none")), "none");
+    EXPECT_EQ(U8(store.GetProfileString(u"Options", u"LicenceServer", u"none")), "none");
+    EXPECT_TRUE(store.LastError().IsEmpty());
+
+    WriteText(m_root / "machine/Keel.ini", "no group\n");
+    EXPECT_EQ(U8(store.GetMachineProfileString(u"Options", u"LicenceServer", u"none")), "none");
+    EXPECT_TRUE(U8(store.LastError()).starts_with("Cannot read the machine options file"));
+
+    CRegistry withoutMachineFile(OptionsPath());
+    EXPECT_EQ(U8(withoutMachineFile.GetMachineProfileString(u"Options", u"LicenceServer", u"d")),
+              "d");
+}
+
+} // namespace
+} // namespace keel
