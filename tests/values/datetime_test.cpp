@@ -1,0 +1,756 @@
+#include "keel/platform/file.h"
+#include "keel/values/datetime.h"
+
+#include <cmath>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <ctime>
+#include <gtest/gtest.h>
+#include <limits>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace keel {
+namespace {
+
+constexpr double kSecond = 1.0 / 86400;
+
+// Sets an environment variable for the life of the object and puts the old value back.
+class ScopedEnvironment {
+public:
+    ScopedEnvironment(const char* name, const char* value) : m_name(name) {
+        if (const char* old = std::getenv(name))
+            m_old = old;
+        setenv(name, value, 1);
+    }
+    ~ScopedEnvironment() {
+        if (m_old)
+            setenv(m_name, m_old->c_str(), 1);
+        else
+            unsetenv(m_name);
+    }
+    ScopedEnvironment(const ScopedEnvironment&) = delete;
+    ScopedEnvironment& operator=(const ScopedEnvironment&) = delete;
+
+private:
+    const char* m_name;
+    std::optional<std::string> m_old;
+};
+
+// Every test runs under the "C" locale, whose date format is "%m/%d/%y" and time "%H:%M:%S",
+// so that names of days and months are English whatever the machine is set to.
+class DateTimeTest : public ::testing::Test {
+protected:
+    void SetUp() override { QDateTime::ResetLocale(); }
+    void TearDown() override { QDateTime::ResetLocale(); }
+
+    static void UseDayMonthYear() { QDateTime::SetLocaleFormats(u"%d/%m/%Y", u"%H:%M:%S"); }
+    static void UseYearMonthDay() { QDateTime::SetLocaleFormats(u"%Y-%m-%d", u"%H:%M:%S"); }
+
+private:
+    ScopedEnvironment m_locale{"LC_ALL", "C"};
+};
+
+// The parts as "YYYY-MM-DD HH:MM:SS" by the getters, for readable comparisons.
+std::string PartsOf(const QDateTime& date) {
+    char text[64];
+    std::snprintf(text, sizeof text, "%04d-%02d-%02d %02d:%02d:%02d", date.GetYear(),
+                  date.GetMonth(), date.GetDay(), date.GetHour(), date.GetMinute(),
+                  date.GetSecond());
+    return text;
+}
+
+TEST_F(DateTimeTest, DayNumbersMatchTheKnownOleDates) {
+    const struct {
+        int year, month, day, hour, minute;
+        double oleDate;
+    } rows[] = {
+        {1899, 12, 30, 0, 0, 0.0},       {1899, 12, 31, 0, 0, 1.0},
+        {1900, 1, 1, 0, 0, 2.0},         {1900, 3, 1, 0, 0, 61.0},
+        {1970, 1, 1, 0, 0, 25569.0},     {2000, 1, 1, 0, 0, 36526.0},
+        {2000, 1, 1, 12, 0, 36526.5},    {1899, 12, 29, 0, 0, -1.0},
+        {1899, 12, 29, 6, 0, -1.25},     {1899, 12, 29, 18, 0, -1.75},
+        {1899, 12, 30, 6, 0, 0.25},      {1899, 12, 30, 18, 0, 0.75},
+        {1800, 1, 1, 0, 0, -36522.0},    {100, 1, 1, 0, 0, -657434.0},
+        {9999, 12, 31, 0, 0, 2958465.0}, {2026, 11, 21, 0, 0, 46347.0},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.oleDate);
+        const QDateTime built(row.year, row.month, row.day, row.hour, row.minute);
+        EXPECT_TRUE(built.IsValid());
+        EXPECT_DOUBLE_EQ(built.GetOleDate(), row.oleDate);
+        const QDateTime read(row.oleDate);
+        EXPECT_EQ(read.GetYear(), row.year);
+        EXPECT_EQ(read.GetMonth(), row.month);
+        EXPECT_EQ(read.GetDay(), row.day);
+        EXPECT_EQ(read.GetHour(), row.hour);
+        EXPECT_EQ(read.GetMinute(), row.minute);
+        EXPECT_EQ(read.GetSecond(), 0);
+    }
+}
+
+TEST_F(DateTimeTest, ANegativeFractionBetweenMinusOneAndZeroIsATimeOfDayZero) {
+    EXPECT_EQ(PartsOf(QDateTime(-0.25)), "1899-12-30 06:00:00");
+    EXPECT_EQ(PartsOf(QDateTime(0.25)), "1899-12-30 06:00:00");
+}
+
+TEST_F(DateTimeTest, PartsAreReadToTheNearestSecond) {
+    const double base = QDateTime(2026, 11, 21, 14, 30, 5).GetOleDate();
+    EXPECT_EQ(PartsOf(QDateTime(base + 0.4 * kSecond)), "2026-11-21 14:30:05");
+    EXPECT_EQ(PartsOf(QDateTime(base + 0.6 * kSecond)), "2026-11-21 14:30:06");
+    const double lastSecond = QDateTime(2026, 12, 31, 23, 59, 59).GetOleDate();
+    EXPECT_EQ(PartsOf(QDateTime(lastSecond + 0.6 * kSecond)), "2027-01-01 00:00:00");
+    EXPECT_EQ(PartsOf(QDateTime(-1.0 - 0.9999999)), "1899-12-30 00:00:00");
+    EXPECT_EQ(PartsOf(QDateTime(QDateTime::MaxDay + 0.9999999)), "9999-12-31 23:59:59");
+}
+
+TEST_F(DateTimeTest, TheValidRangeRunsFromTheYear100To9999) {
+    const struct {
+        double oleDate;
+        bool valid;
+    } rows[] = {
+        {-657434.0, true},  {-657434.99, true},    {-657435.0, false},
+        {2958465.99, true}, {2958466.0, false},    {1e300, false},
+        {-1e300, false},    {std::nan(""), false}, {std::nan(""), false},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.oleDate);
+        const QDateTime date(row.oleDate);
+        EXPECT_EQ(date.IsValid(), row.valid);
+        EXPECT_EQ(date.GetStatus(), row.valid ? QDateTime::valid : QDateTime::invalid);
+    }
+}
+
+TEST_F(DateTimeTest, PartsThatNameNoTimeMakeAnInvalidDate) {
+    const struct {
+        int year, month, day, hour, minute, second;
+        bool valid;
+    } rows[] = {
+        {100, 1, 1, 0, 0, 0, true},       {99, 12, 31, 23, 59, 59, false},
+        {9999, 12, 31, 23, 59, 59, true}, {10000, 1, 1, 0, 0, 0, false},
+        {2024, 2, 29, 0, 0, 0, true},     {2026, 2, 29, 0, 0, 0, false},
+        {1900, 2, 29, 0, 0, 0, false},    {2000, 2, 29, 0, 0, 0, true},
+        {2026, 4, 31, 0, 0, 0, false},    {2026, 13, 1, 0, 0, 0, false},
+        {2026, 0, 1, 0, 0, 0, false},     {2026, 1, 0, 0, 0, 0, false},
+        {2026, 1, 1, 24, 0, 0, false},    {2026, 1, 1, 0, 60, 0, false},
+        {2026, 1, 1, 0, 0, 60, false},    {2026, 1, 1, -1, 0, 0, false},
+        {2026, 1, 1, 0, -1, 0, false},    {2026, 1, 1, 0, 0, -1, false},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(testing::Message() << row.year << "-" << row.month << "-" << row.day << " "
+                                        << row.hour << ":" << row.minute << ":" << row.second);
+        QDateTime date;
+        EXPECT_EQ(date.SetDateTime(row.year, row.month, row.day, row.hour, row.minute, row.second),
+                  row.valid);
+        EXPECT_EQ(date.IsValid(), row.valid);
+    }
+}
+
+TEST_F(DateTimeTest, LeapYearsFollowTheGregorianRule) {
+    const struct {
+        int year;
+        bool leap;
+    } rows[] = {
+        {1900, false}, {2000, true}, {2024, true}, {2023, false},
+        {2100, false}, {1600, true}, {100, false}, {9996, true},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.year);
+        EXPECT_EQ(QDateTime::IsLeapYear(row.year), row.leap);
+        EXPECT_EQ(QDateTime::DaysInMonth(row.year, 2), row.leap ? 29 : 28);
+        EXPECT_EQ(QDateTime(row.year, 2, 1).GetLastDayOfMonth(), row.leap ? 29 : 28);
+    }
+    EXPECT_EQ(QDateTime::DaysInMonth(2026, 4), 30);
+    EXPECT_EQ(QDateTime::DaysInMonth(2026, 12), 31);
+    EXPECT_THROW(QDateTime::DaysInMonth(2026, 13), InvalidArgumentException);
+}
+
+TEST_F(DateTimeTest, StatusTellsValidNullAndInvalid) {
+    EXPECT_TRUE(QDateTime().IsValid());
+    EXPECT_FALSE(QDateTime().IsValidAndNotZero());
+    EXPECT_TRUE(QDateTime(1.0).IsValidAndNotZero());
+    EXPECT_TRUE(QDateTime(-0.5).IsValidAndNotZero());
+    QDateTime date(1.0);
+    date.SetStatus(QDateTime::null);
+    EXPECT_FALSE(date.IsValid());
+    EXPECT_FALSE(date.IsValidAndNotZero());
+    EXPECT_EQ(date.GetStatus(), 2);
+    EXPECT_EQ(QDateTime(1e9).GetStatus(), 1);
+    EXPECT_FALSE(QDateTime(1e9).IsValidAndNotZero());
+}
+
+TEST_F(DateTimeTest, PartsOfADateThatIsNotValidAreMinusOne) {
+    const QDateTime date(1e9);
+    EXPECT_EQ(date.GetYear(), -1);
+    EXPECT_EQ(date.GetMonth(), -1);
+    EXPECT_EQ(date.GetDay(), -1);
+    EXPECT_EQ(date.GetHour(), -1);
+    EXPECT_EQ(date.GetMinute(), -1);
+    EXPECT_EQ(date.GetSecond(), -1);
+    EXPECT_EQ(date.GetDayOfWeek(), -1);
+    EXPECT_EQ(date.GetDayOfYear(), -1);
+    EXPECT_EQ(date.GetLastDayOfMonth(), -1);
+}
+
+TEST_F(DateTimeTest, DayOfWeekCountsFromSunday) {
+    const struct {
+        int year, month, day;
+        int dayOfWeek;
+    } rows[] = {
+        {1899, 12, 30, 7}, {1899, 12, 31, 1}, {1899, 12, 29, 6}, {1970, 1, 1, 5},
+        {2000, 1, 1, 7},   {2026, 11, 21, 7}, {2026, 11, 23, 2}, {100, 1, 1, 6},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(testing::Message() << row.year << "-" << row.month << "-" << row.day);
+        EXPECT_EQ(QDateTime(row.year, row.month, row.day).GetDayOfWeek(), row.dayOfWeek);
+    }
+    EXPECT_EQ(QDateTime(-1.75).GetDayOfWeek(), 6);
+}
+
+TEST_F(DateTimeTest, DayOfYearCountsFromTheFirstOfJanuary) {
+    const struct {
+        int year, month, day;
+        int dayOfYear;
+    } rows[] = {
+        {2026, 1, 1, 1},     {2026, 2, 1, 32},    {2026, 3, 1, 60},    {2024, 3, 1, 61},
+        {2026, 12, 31, 365}, {2024, 12, 31, 366}, {2026, 11, 21, 325}, {1899, 12, 29, 363},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(testing::Message() << row.year << "-" << row.month << "-" << row.day);
+        EXPECT_EQ(QDateTime(row.year, row.month, row.day).GetDayOfYear(), row.dayOfYear);
+    }
+}
+
+TEST_F(DateTimeTest, SetDayOfMonthStopsAtTheLastDay) {
+    const struct {
+        int year, month, wanted;
+        int day;
+    } rows[] = {
+        {2026, 2, 31, 28}, {2024, 2, 31, 29}, {1900, 2, 31, 28},
+        {2000, 2, 31, 29}, {2026, 4, 31, 30}, {2026, 1, 31, 31},
+        {2026, 2, 15, 15}, {2026, 2, 0, 1},   {2026, 2, -5, 1},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(testing::Message() << row.year << "-" << row.month << " day " << row.wanted);
+        QDateTime date(row.year, row.month, 10, 14, 30, 5);
+        date.SetDayOfMonth(row.wanted);
+        EXPECT_EQ(date.GetYear(), row.year);
+        EXPECT_EQ(date.GetMonth(), row.month);
+        EXPECT_EQ(date.GetDay(), row.day);
+        EXPECT_EQ(date.GetHour(), 14);
+        EXPECT_EQ(date.GetMinute(), 30);
+        EXPECT_EQ(date.GetSecond(), 5);
+    }
+}
+
+TEST_F(DateTimeTest, FirstAndLastDayOfMonthKeepTheTime) {
+    QDateTime date(2024, 2, 10, 8, 15);
+    EXPECT_EQ(PartsOf(date.SetLastDayOfMonth()), "2024-02-29 08:15:00");
+    EXPECT_EQ(PartsOf(date.SetFirstDayOfMonth()), "2024-02-01 08:15:00");
+    QDateTime before(1899, 12, 29, 6);
+    EXPECT_EQ(PartsOf(before.SetFirstDayOfMonth()), "1899-12-01 06:00:00");
+}
+
+TEST_F(DateTimeTest, MonthAndYearArithmeticGoesThroughSetDayOfMonth) {
+    const struct {
+        int year, month, day;
+        int months;
+        const char* expected;
+    } rows[] = {
+        {2026, 1, 31, 1, "2026-02-28 12:00:00"},  {2024, 1, 31, 1, "2024-02-29 12:00:00"},
+        {2026, 3, 31, -1, "2026-02-28 12:00:00"}, {2026, 12, 15, 1, "2027-01-15 12:00:00"},
+        {2026, 1, 15, -1, "2025-12-15 12:00:00"}, {2026, 5, 31, 1, "2026-06-30 12:00:00"},
+        {2026, 1, 31, 13, "2027-02-28 12:00:00"}, {2026, 1, 31, -11, "2025-02-28 12:00:00"},
+        {2026, 8, 31, 0, "2026-08-31 12:00:00"},  {2026, 8, 31, -120, "2016-08-31 12:00:00"},
+        {1900, 1, 31, 1, "1900-02-28 12:00:00"},  {1899, 12, 29, 2, "1900-02-28 12:00:00"},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.expected);
+        QDateTime date(row.year, row.month, row.day, 12);
+        EXPECT_EQ(PartsOf(date.AddMonths(row.months)), row.expected);
+    }
+    QDateTime leapDay(2024, 2, 29);
+    EXPECT_EQ(PartsOf(QDateTime(leapDay).AddYears(1)), "2025-02-28 00:00:00");
+    EXPECT_EQ(PartsOf(QDateTime(leapDay).AddYears(4)), "2028-02-29 00:00:00");
+    EXPECT_EQ(PartsOf(QDateTime(leapDay).AddYears(-124)), "1900-02-28 00:00:00");
+    EXPECT_EQ(PartsOf(QDateTime(leapDay).SetNextYear()), "2025-02-28 00:00:00");
+    EXPECT_EQ(PartsOf(QDateTime(leapDay).SetPrevYear()), "2023-02-28 00:00:00");
+    EXPECT_EQ(PartsOf(QDateTime(2026, 3, 31).SetNextMonth()), "2026-04-30 00:00:00");
+    EXPECT_EQ(PartsOf(QDateTime(2026, 3, 31).SetPrevMonth()), "2026-02-28 00:00:00");
+}
+
+TEST_F(DateTimeTest, DayStepsCrossMonthYearAndTheStartOfTheScale) {
+    EXPECT_EQ(PartsOf(QDateTime(2026, 12, 31, 23).SetNextDay()), "2027-01-01 23:00:00");
+    EXPECT_EQ(PartsOf(QDateTime(2024, 3, 1).SetPrevDay()), "2024-02-29 00:00:00");
+    EXPECT_EQ(PartsOf(QDateTime(2026, 11, 21).AddDays(-365)), "2025-11-21 00:00:00");
+    QDateTime sixAm(0.25);
+    EXPECT_DOUBLE_EQ(sixAm.SetPrevDay().GetOleDate(), -1.25);
+    EXPECT_DOUBLE_EQ(sixAm.SetPrevDay().GetOleDate(), -2.25);
+    EXPECT_DOUBLE_EQ(sixAm.AddDays(2).GetOleDate(), 0.25);
+}
+
+TEST_F(DateTimeTest, ChangesThatLeaveTheRangeMakeTheDateInvalid) {
+    EXPECT_FALSE(QDateTime(9999, 12, 31).SetNextDay().IsValid());
+    EXPECT_FALSE(QDateTime(100, 1, 1).SetPrevDay().IsValid());
+    EXPECT_FALSE(QDateTime(9999, 12, 15).SetNextMonth().IsValid());
+    EXPECT_FALSE(QDateTime(100, 2, 15).AddYears(-1).IsValid());
+    EXPECT_FALSE(QDateTime(2026, 1, 1).AddYears(2000000000).IsValid());
+    EXPECT_FALSE(QDateTime(2026, 1, 1).AddMonths(-2000000000).IsValid());
+    EXPECT_TRUE(QDateTime(9999, 11, 30).SetNextMonth().IsValid());
+}
+
+TEST_F(DateTimeTest, ChangesLeaveADateThatIsNotValidAlone) {
+    QDateTime date(1e9);
+    date.SetDayOfMonth(3).AddDays(1).AddMonths(1).AddYears(1).SetZeroTime().SetLastDayOfMonth();
+    date += QTime::FromRaw(60);
+    EXPECT_EQ(date.GetStatus(), QDateTime::invalid);
+    EXPECT_EQ(date.GetOleDate(), 1e9);
+}
+
+TEST_F(DateTimeTest, SetZeroTimeKeepsTheDay) {
+    EXPECT_EQ(PartsOf(QDateTime(2026, 11, 21, 14, 30, 5).SetZeroTime()), "2026-11-21 00:00:00");
+    EXPECT_DOUBLE_EQ(QDateTime(-1.25).SetZeroTime().GetOleDate(), -1.0);
+    EXPECT_DOUBLE_EQ(QDateTime(-0.25).SetZeroTime().GetOleDate(), 0.0);
+}
+
+TEST_F(DateTimeTest, SpansMoveAlongOneStraightScaleAcrossDayZero) {
+    const QTime hour = QTime::FromRaw(3600);
+    EXPECT_EQ(PartsOf(QDateTime(2026, 11, 21, 23) + hour * 2), "2026-11-22 01:00:00");
+    EXPECT_EQ(PartsOf(QDateTime(2026, 11, 21, 1) - hour * 2), "2026-11-20 23:00:00");
+    EXPECT_NEAR((QDateTime(-1.25) + hour * 18).GetOleDate(), 0.0, 1e-12);
+    EXPECT_NEAR((QDateTime(0.25) - hour * 12).GetOleDate(), -1.75, 1e-12);
+    EXPECT_NEAR((QDateTime(0.25) - hour * 30).GetOleDate(), -1.0, 1e-12);
+    EXPECT_NEAR((QDateTime(0.25) - hour * 36).GetOleDate(), -2.75, 1e-12);
+    QDateTime date(-1.75);
+    date += hour * 12;
+    EXPECT_NEAR(date.GetOleDate(), 0.25, 1e-12);
+    date -= hour * 6;
+    EXPECT_EQ(PartsOf(date), "1899-12-30 00:00:00");
+    EXPECT_FALSE((QDateTime(9999, 12, 31, 23) + hour).IsValid());
+    EXPECT_FALSE((QDateTime(100, 1, 1) - QTime::FromRaw(1)).IsValid());
+}
+
+TEST_F(DateTimeTest, TheDifferenceOfTwoDatesIsASpanInSeconds) {
+    EXPECT_EQ((QDateTime(2026, 11, 22, 1) - QDateTime(2026, 11, 21, 23)).GetRaw(), 7200);
+    EXPECT_EQ((QDateTime(2026, 11, 21, 23) - QDateTime(2026, 11, 22, 1)).GetRaw(), -7200);
+    EXPECT_EQ((QDateTime(0.25) - QDateTime(-1.25)).GetRaw(), 86400);
+    EXPECT_EQ((QDateTime(-1.25) - QDateTime(-1.75)).GetRaw(), -43200);
+    EXPECT_EQ((QDateTime(2000, 1, 1) - QDateTime(1990, 1, 1)).GetRaw(), 3652 * 86400);
+    EXPECT_EQ((QDateTime(1e9) - QDateTime(1.0)).GetRaw(), 0);
+    EXPECT_EQ((QDateTime(9999, 1, 1) - QDateTime(100, 1, 1)).GetRaw(),
+              std::numeric_limits<std::int32_t>::max());
+}
+
+TEST_F(DateTimeTest, DatesWithinHalfASecondAreEqual) {
+    const double base = 46347.6;
+    EXPECT_TRUE(QDateTime(base) == QDateTime(base + 0.4 * kSecond));
+    EXPECT_TRUE(QDateTime(base) == QDateTime(base - 0.4 * kSecond));
+    EXPECT_FALSE(QDateTime(base) == QDateTime(base + 0.6 * kSecond));
+    EXPECT_TRUE(QDateTime(base) != QDateTime(base + 0.6 * kSecond));
+    EXPECT_TRUE(QDateTime(0.0) == QDateTime(-1.9999999));
+    EXPECT_FALSE(QDateTime(-1.25) == QDateTime(-0.75));
+    EXPECT_TRUE(QDateTime(-0.25) == QDateTime(0.25));
+}
+
+TEST_F(DateTimeTest, NullDatesAreEqualAndInvalidOnesEqualNothing) {
+    QDateTime null1(5.0);
+    QDateTime null2(7.0);
+    null1.SetStatus(QDateTime::null);
+    null2.SetStatus(QDateTime::null);
+    EXPECT_TRUE(null1 == null2);
+    EXPECT_FALSE(null1 == QDateTime(5.0));
+    EXPECT_FALSE(QDateTime(1e9) == QDateTime(1e9));
+    EXPECT_FALSE(QDateTime(1e9) == null1);
+}
+
+TEST_F(DateTimeTest, OrderFollowsTimeAcrossNegativeDays) {
+    EXPECT_TRUE(QDateTime(-1.25) < QDateTime(-1.75));
+    EXPECT_TRUE(QDateTime(-1.75) > QDateTime(-1.25));
+    EXPECT_TRUE(QDateTime(-1.75) < QDateTime(0.0));
+    EXPECT_TRUE(QDateTime(-2.0) < QDateTime(-1.5));
+    EXPECT_TRUE(QDateTime(36526.0) < QDateTime(36526.5));
+    EXPECT_FALSE(QDateTime(36526.0) < QDateTime(36526.0 + 0.4 * kSecond));
+    EXPECT_TRUE(QDateTime(36526.0) <= QDateTime(36526.0 + 0.4 * kSecond));
+    EXPECT_TRUE(QDateTime(36526.0) >= QDateTime(36526.0 + 0.4 * kSecond));
+}
+
+TEST_F(DateTimeTest, HashIsZeroUnlessValidThenTheLehmerStepOfTheWholeDays) {
+    EXPECT_EQ(QDateTime(1e9).HashKey(), 0u);
+    QDateTime null(5.0);
+    null.SetStatus(QDateTime::null);
+    EXPECT_EQ(null.HashKey(), 0u);
+    EXPECT_EQ(QDateTime(1.75).HashKey(), 16807u);
+    EXPECT_EQ(QDateTime(-1.25).HashKey(), 2147466840u);
+    EXPECT_EQ(QDateTime(0.5).HashKey(), 0u);
+    EXPECT_EQ(HashKey(QDateTime(127773.2)), 2147480811u);
+}
+
+TEST_F(DateTimeTest, FormatOfADateWithBadStatus) {
+    EXPECT_EQ(QDateTime(1e9).Format().ToUtf8(), "Invalid DateTime");
+    EXPECT_EQ(QDateTime(1e9).Format(u"%#c").ToUtf8(), "Invalid DateTime");
+    QDateTime date;
+    date.SetDateTime(2026, 2, 30);
+    EXPECT_EQ(date.Format(u"%Y").ToUtf8(), "Invalid DateTime");
+    date.SetStatus(QDateTime::null);
+    EXPECT_EQ(date.Format().ToUtf8(), "");
+    EXPECT_EQ(date.Format(u"%#x").ToUtf8(), "");
+}
+
+TEST_F(DateTimeTest, TheCLocaleGivesMonthFirstDatesAndTwentyFourHourTimes) {
+    const QDateTime::LocaleFormats formats = QDateTime::GetLocaleFormats();
+    EXPECT_EQ(formats.dateFormat.ToUtf8(), "%m/%d/%y");
+    EXPECT_EQ(formats.timeFormat.ToUtf8(), "%H:%M:%S");
+}
+
+TEST_F(DateTimeTest, DefaultFormatIsTheNumericDateInTheLocaleOrderAndTheTimeUnlessMidnight) {
+    const QDateTime afternoon(2026, 11, 21, 14, 30, 5);
+    const QDateTime midnight(2026, 3, 5);
+    EXPECT_EQ(afternoon.Format().ToUtf8(), "11/21/2026 14:30:05");
+    EXPECT_EQ(midnight.Format().ToUtf8(), "03/05/2026");
+    EXPECT_EQ(QDateTime(100, 1, 1).Format().ToUtf8(), "01/01/0100");
+    EXPECT_EQ(QDateTime(-1.25).Format().ToUtf8(), "12/29/1899 06:00:00");
+    QDateTime::SetLocaleFormats(u"%d.%m.%Y", u"%H:%M:%S");
+    EXPECT_EQ(afternoon.Format().ToUtf8(), "21.11.2026 14:30:05");
+    UseYearMonthDay();
+    EXPECT_EQ(midnight.Format().ToUtf8(), "2026-03-05");
+    QDateTime::SetLocaleFormats(u"%e %B %Y", u"%H:%M:%S");
+    EXPECT_EQ(midnight.Format().ToUtf8(), "05/03/2026");
+}
+
+TEST_F(DateTimeTest, FormatExpandsTheLongAndLocaleForms) {
+    const QDateTime date(2026, 11, 21, 14, 30, 5);
+    const struct {
+        const char* format;
+        const char* text;
+    } rows[] = {
+        {"%#x", "Saturday, November 21, 2026"},
+        {"%#X", "14:30:05"},
+        {"%#c", "Saturday, November 21, 2026 14:30:05"},
+        {"%x", "11/21/26"},
+        {"%X", "14:30:05"},
+        {"%c", "11/21/26 14:30:05"},
+        {"%Y-%m-%d %H:%M", "2026-11-21 14:30"},
+        {"%A %a %B %b", "Saturday Sat November Nov"},
+        {"%j", "325"},
+        {"%p %I", "PM 02"},
+        {"%#I %#H:%#M", "2 14:30"},
+        {"100%%", "100%"},
+        {"50%", "50%"},
+        {"at %#x!", "at Saturday, November 21, 2026!"},
+        {"", ""},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.format);
+        EXPECT_EQ(date.Format(CString::FromUtf8(row.format)).ToUtf8(), row.text);
+    }
+}
+
+TEST_F(DateTimeTest, TheHashFlagDropsLeadingZeros) {
+    const QDateTime date(2026, 3, 5, 7, 8, 9);
+    EXPECT_EQ(date.Format(u"%#d/%#m %#H:%#M:%#S").ToUtf8(), "5/3 7:8:9");
+    EXPECT_EQ(date.Format(u"%d/%m %H:%M:%S").ToUtf8(), "05/03 07:08:09");
+    EXPECT_EQ(date.Format(u"%#j").ToUtf8(), "64");
+    EXPECT_EQ(QDateTime(2026, 1, 1).Format(u"%#M").ToUtf8(), "0");
+    EXPECT_EQ(QDateTime(100, 1, 1).Format(u"%Y %#x").ToUtf8(), "100 Friday, January 1, 100");
+}
+
+TEST_F(DateTimeTest, TheLongDateFollowsTheLocaleOrder) {
+    const QDateTime date(2026, 3, 5, 7, 8, 9);
+    UseDayMonthYear();
+    EXPECT_EQ(date.Format(u"%#x").ToUtf8(), "Thursday 5 March 2026");
+    EXPECT_EQ(date.Format(u"%#c").ToUtf8(), "Thursday 5 March 2026 07:08:09");
+    EXPECT_EQ(date.Format(u"%x").ToUtf8(), "05/03/2026");
+    UseYearMonthDay();
+    EXPECT_EQ(date.Format(u"%#x").ToUtf8(), "Thursday, 2026 March 5");
+    QDateTime::SetLocaleFormats(u"%m/%d/%Y", u"%I:%M:%S %p");
+    EXPECT_EQ(date.Format(u"%#X").ToUtf8(), "07:08:09 AM");
+    EXPECT_EQ(QDateTime(-1.25).Format(u"%#c").ToUtf8(), "Friday, December 29, 1899 06:00:00 AM");
+}
+
+TEST_F(DateTimeTest, LocaleFormatsThatNameThemselvesDoNotLoop) {
+    QDateTime::SetLocaleFormats(u"%x", u"%X");
+    EXPECT_EQ(QDateTime(2026, 11, 21, 14, 30, 5).Format(u"%c").ToUtf8(), "11/21/26 14:30:05");
+}
+
+TEST_F(DateTimeTest, ParseNeedsADigit) {
+    QDateTime date(2026, 1, 1);
+    for (const char* text : {"", "   ", "today", "Saturday, November twenty-first"}) {
+        SCOPED_TRACE(text);
+        EXPECT_FALSE(date.Parse(CString::FromUtf8(text)));
+        EXPECT_EQ(PartsOf(date), "2026-01-01 00:00:00");
+    }
+}
+
+struct ParseRow {
+    const char* text;
+    const char* parts; // nullptr when the text is no date
+};
+
+void ExpectParses(const std::vector<ParseRow>& rows) {
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.text);
+        QDateTime date(1e9);
+        const bool parsed = date.Parse(CString::FromUtf8(row.text));
+        EXPECT_EQ(parsed, row.parts != nullptr);
+        if (row.parts) {
+            EXPECT_TRUE(date.IsValid());
+            EXPECT_EQ(PartsOf(date), row.parts);
+        } else {
+            EXPECT_EQ(date.GetStatus(), QDateTime::invalid);
+            EXPECT_EQ(date.GetOleDate(), 1e9);
+        }
+    }
+}
+
+TEST_F(DateTimeTest, ParseReadsMonthFirstDatesUnderTheCLocale) {
+    ExpectParses({
+        {"11/21/2026", "2026-11-21 00:00:00"},
+        {"11-21-2026", "2026-11-21 00:00:00"},
+        {"11.21.2026", "2026-11-21 00:00:00"},
+        {"  3/5/2026  ", "2026-03-05 00:00:00"},
+        {"1/2/05", "2005-01-02 00:00:00"},
+        {"1/2/29", "2029-01-02 00:00:00"},
+        {"1/2/30", "1930-01-02 00:00:00"},
+        {"1/2/99", "1999-01-02 00:00:00"},
+        {"1/1/100", "0100-01-01 00:00:00"},
+        {"12/31/9999 23:59:59", "9999-12-31 23:59:59"},
+        {"2/29/2024", "2024-02-29 00:00:00"},
+        {"11/21/2026 14:30", "2026-11-21 14:30:00"},
+        {"11/21/2026 2:30 PM", "2026-11-21 14:30:00"},
+        {"11/21/2026 2:30:15pm", "2026-11-21 14:30:15"},
+        {"11/21/2026 12:00 AM", "2026-11-21 00:00:00"},
+        {"11/21/2026 12:00 pm", "2026-11-21 12:00:00"},
+        {"21/11/2026", nullptr},
+        {"2/29/2026", nullptr},
+        {"2/29/1900", nullptr},
+        {"11/21", nullptr},
+        {"11/21/", nullptr},
+        {"11/21-2026", nullptr},
+        {"11/21/2026x", nullptr},
+        {"11/21/12345", nullptr},
+        {"123/1/2026", nullptr},
+        {"11/21/2026 13:00 PM", nullptr},
+        {"11/21/2026 0:30 AM", nullptr},
+        {"11/21/2026 2:30 XM", nullptr},
+        {"1/1/99 0:00", "1999-01-01 00:00:00"},
+        {"12/31/99", "1999-12-31 00:00:00"},
+    });
+}
+
+TEST_F(DateTimeTest, ParseReadsIsoDatesWhateverTheLocale) {
+    const std::vector<ParseRow> rows = {
+        {"2026-11-21", "2026-11-21 00:00:00"},
+        {"2026-11-21T14:30", "2026-11-21 14:30:00"},
+        {"2026-11-21 14:30:05", "2026-11-21 14:30:05"},
+        {"2026-11-21   14:30:05", "2026-11-21 14:30:05"},
+        {"2026/11/21", "2026-11-21 00:00:00"},
+        {"0100-01-01", "0100-01-01 00:00:00"},
+        {"1899-12-29T06:00", "1899-12-29 06:00:00"},
+        {"2026-11-21T", nullptr},
+        {"2026-11-21T 14:30", nullptr},
+        {"2026-11-21t14:30", nullptr},
+        {"2026-11-21 25:00", nullptr},
+        {"2026-11-21 24:00", nullptr},
+        {"2026-11-21 14:60", nullptr},
+        {"2026-11-21 14:3", nullptr},
+        {"2026-11-21 14:30:5", nullptr},
+        {"2026-11-21 14:30:60", nullptr},
+        {"2026-11-21 14:30:05.5", nullptr},
+        {"2026-11-21T14:30Z", nullptr},
+        {"2026-02-29", nullptr},
+        {"2026-13-01", nullptr},
+        {"2026-00-10", nullptr},
+        {"0099-12-31", nullptr},
+        {"10000-01-01", nullptr},
+        {"2026-11-21 14", nullptr},
+        {"12345", nullptr},
+        {"1.5", nullptr},
+        {"-2026-11-21", nullptr},
+    };
+    ExpectParses(rows);
+    UseDayMonthYear();
+    ExpectParses(rows);
+}
+
+TEST_F(DateTimeTest, ATimeAloneFallsOnDayZero) {
+    ExpectParses({
+        {"14:30", "1899-12-30 14:30:00"},
+        {"6:00 AM", "1899-12-30 06:00:00"},
+        {"23:59:59", "1899-12-30 23:59:59"},
+        {"24:00", nullptr},
+        {"14", nullptr},
+        {"14:30 11/21/2026", nullptr},
+    });
+    QDateTime date;
+    ASSERT_TRUE(date.Parse(u"18:00"));
+    EXPECT_DOUBLE_EQ(date.GetOleDate(), 0.75);
+}
+
+TEST_F(DateTimeTest, ParseFollowsTheDayFirstOrderOfTheLocale) {
+    UseDayMonthYear();
+    ExpectParses({
+        {"21/11/2026", "2026-11-21 00:00:00"},
+        {"21.11.2026 14:30", "2026-11-21 14:30:00"},
+        {"5-3-26", "2026-03-05 00:00:00"},
+        {"11/21/2026", nullptr},
+        {"31/4/2026", nullptr},
+    });
+}
+
+TEST_F(DateTimeTest, ParseFollowsTheYearFirstOrderOfTheLocale) {
+    UseYearMonthDay();
+    ExpectParses({
+        {"26-11-21", "2026-11-21 00:00:00"},
+        {"99.1.2", "1999-01-02 00:00:00"},
+        {"11/21/2026", nullptr},
+    });
+}
+
+TEST_F(DateTimeTest, FormattedDatesParseBackInEveryOrder) {
+    const std::vector<QDateTime> dates = {
+        QDateTime(2026, 11, 21, 14, 30, 5),  QDateTime(2026, 3, 5), QDateTime(100, 1, 1, 0, 0, 1),
+        QDateTime(9999, 12, 31, 23, 59, 59), QDateTime(-1.25),      QDateTime(1930, 1, 2),
+    };
+    for (const auto& formats : std::vector<std::pair<const char16_t*, const char16_t*>>{
+             {u"%m/%d/%y", u"%H:%M:%S"}, {u"%d.%m.%Y", u"%H:%M"}, {u"%Y-%m-%d", u"%T"}}) {
+        QDateTime::SetLocaleFormats(formats.first, formats.second);
+        for (const QDateTime& date : dates) {
+            SCOPED_TRACE(date.Format().ToUtf8());
+            QDateTime read;
+            ASSERT_TRUE(read.Parse(date.Format()));
+            EXPECT_TRUE(read == date);
+        }
+    }
+}
+
+TEST_F(DateTimeTest, ParseUsesTheLocaleWordsForMorningAndAfternoon) {
+    QDateTime date;
+    ASSERT_TRUE(date.Parse(u"2026-11-21 02:30:00 PM"));
+    EXPECT_EQ(date.GetHour(), 14);
+    ASSERT_TRUE(date.Parse(date.Format(u"%Y-%m-%d %I:%M:%S %p")));
+    EXPECT_EQ(PartsOf(date), "2026-11-21 14:30:00");
+}
+
+TEST_F(DateTimeTest, UnixTimeInUtcIsPlainArithmetic) {
+    EXPECT_DOUBLE_EQ(QDateTime::FromUnixTime(0, true).GetOleDate(), 25569.0);
+    EXPECT_EQ(PartsOf(QDateTime::FromUnixTime(-1, true)), "1969-12-31 23:59:59");
+    EXPECT_EQ(PartsOf(QDateTime::FromUnixTime(1795271405, true)), "2026-11-21 14:30:05");
+    EXPECT_EQ(PartsOf(QDateTime::FromUnixTime(-2209161600 - 64800, true)), "1899-12-29 06:00:00");
+    EXPECT_DOUBLE_EQ(QDateTime::FromUnixTime(-2209161600 - 64800, true).GetOleDate(), -1.25);
+    EXPECT_FALSE(QDateTime::FromUnixTime(300000000000LL, true).IsValid());
+    std::time_t seconds = 0;
+    ASSERT_TRUE(QDateTime(2026, 11, 21, 14, 30, 5).GetAsUnixTime(seconds, true));
+    EXPECT_EQ(seconds, 1795271405);
+    ASSERT_TRUE(QDateTime(-1.25).GetAsUnixTime(seconds, true));
+    EXPECT_EQ(seconds, -2209161600 - 64800);
+    EXPECT_FALSE(QDateTime(1e9).GetAsUnixTime(seconds, true));
+}
+
+TEST_F(DateTimeTest, LocalUnixTimeGoesAndComesBack) {
+    for (std::time_t seconds : {std::time_t{0}, std::time_t{1700000000}, std::time_t{1795271405}}) {
+        SCOPED_TRACE(seconds);
+        const QDateTime date = QDateTime::FromUnixTime(seconds);
+        ASSERT_TRUE(date.IsValid());
+        std::time_t back = 0;
+        ASSERT_TRUE(date.GetAsUnixTime(back));
+        EXPECT_EQ(back, seconds);
+        std::tm local{};
+        ASSERT_NE(localtime_r(&seconds, &local), nullptr);
+        EXPECT_EQ(date.GetHour(), local.tm_hour);
+        EXPECT_EQ(date.GetDay(), local.tm_mday);
+    }
+}
+
+TEST_F(DateTimeTest, ConvertsToAndFromTheCalendarFieldsOfATm) {
+    std::tm parts{};
+    ASSERT_TRUE(QDateTime(2026, 11, 21, 14, 30, 5).GetAsTm(parts));
+    EXPECT_EQ(parts.tm_year, 126);
+    EXPECT_EQ(parts.tm_mon, 10);
+    EXPECT_EQ(parts.tm_mday, 21);
+    EXPECT_EQ(parts.tm_hour, 14);
+    EXPECT_EQ(parts.tm_min, 30);
+    EXPECT_EQ(parts.tm_sec, 5);
+    EXPECT_EQ(parts.tm_wday, 6);
+    EXPECT_EQ(parts.tm_yday, 324);
+    EXPECT_EQ(parts.tm_isdst, -1);
+    EXPECT_EQ(PartsOf(QDateTime(parts)), "2026-11-21 14:30:05");
+    parts.tm_mday = 31;
+    EXPECT_FALSE(QDateTime(parts).IsValid());
+    parts.tm_mday = 21;
+    parts.tm_sec = 60;
+    EXPECT_EQ(PartsOf(QDateTime(parts)), "2026-11-21 14:30:59");
+    std::tm untouched{};
+    untouched.tm_year = 77;
+    EXPECT_FALSE(QDateTime(1e9).GetAsTm(untouched));
+    EXPECT_EQ(untouched.tm_year, 77);
+}
+
+TEST_F(DateTimeTest, NowIsTheLocalClockAndTodayItsMidnight) {
+    const std::time_t before = std::time(nullptr);
+    const QDateTime now = QDateTime::Now();
+    const QDateTime today = QDateTime::Today();
+    const std::time_t after = std::time(nullptr);
+    ASSERT_TRUE(now.IsValid());
+    std::time_t seconds = 0;
+    ASSERT_TRUE(now.GetAsUnixTime(seconds));
+    EXPECT_GE(seconds, before);
+    EXPECT_LE(seconds, after);
+    EXPECT_EQ(today.GetHour(), 0);
+    EXPECT_EQ(today.GetMinute(), 0);
+    EXPECT_EQ(today.GetSecond(), 0);
+    EXPECT_TRUE(today <= now);
+    EXPECT_LT((now - today).GetRaw(), 86400 + 2);
+}
+
+TEST_F(DateTimeTest, ArchiveHoldsTheStatusThenTheDouble) {
+    QDateTime invalid(1e9);
+    CMemFile file;
+    {
+        CArchive archive(&file, CArchive::store);
+        archive << QDateTime(-1.25) << invalid;
+        archive.Close();
+    }
+    std::vector<std::uint8_t> expected = {0, 0, 0, 0};
+    const double date = -1.25;
+    std::uint64_t bits = 0;
+    std::memcpy(&bits, &date, sizeof bits);
+    for (int i = 0; i < 8; ++i)
+        expected.push_back(static_cast<std::uint8_t>(bits >> (8 * i)));
+    ASSERT_GE(file.Bytes().size(), 12u);
+    EXPECT_EQ(std::vector<std::uint8_t>(file.Bytes().begin(), file.Bytes().begin() + 12), expected);
+    EXPECT_EQ(file.Bytes().size(), 24u);
+    EXPECT_EQ(file.Bytes()[12], 1);
+
+    CMemFile input(file.Bytes());
+    CArchive archive(&input, CArchive::load);
+    QDateTime first;
+    QDateTime second;
+    archive >> first >> second;
+    EXPECT_TRUE(first.IsValid());
+    EXPECT_EQ(first.GetOleDate(), -1.25);
+    EXPECT_EQ(second.GetStatus(), QDateTime::invalid);
+    EXPECT_EQ(second.GetOleDate(), 1e9);
+}
+
+TEST_F(DateTimeTest, ArchiveKeepsTheStoredStatus) {
+    QDateTime null(3.0);
+    null.SetStatus(QDateTime::null);
+    CMemFile file;
+    {
+        CArchive archive(&file, CArchive::store);
+        archive << null;
+        archive.Close();
+    }
+    CMemFile input(file.Bytes());
+    CArchive archive(&input, CArchive::load);
+    QDateTime read;
+    archive >> read;
+    EXPECT_EQ(read.GetStatus(), QDateTime::null);
+    EXPECT_EQ(read.GetOleDate(), 3.0);
+}
+
+} // namespace
+} // namespace keel
