@@ -3,6 +3,9 @@
 #include "keel/document/errorlog.h"
 #include "keel/document/translate.h"
 #include "keel/platform/registry.h"
+#include "keel/values/area.h"
+#include "keel/values/length.h"
+#include "keel/values/volume.h"
 
 #include <algorithm>
 #include <atomic>
@@ -119,7 +122,6 @@ const FieldOption<bool> c_boolOptions[] = {
      false},
     {u"UseOpenGLExt", &QOptions::GL::c_UseOpenGLExt, std::nullopt, false},
     {u"UseOpenGLExt2", &QOptions::GL::c_UseOpenGLExt2, std::nullopt, false},
-    {u"LimitDouble", &QOptions::c_bLimitDouble, std::nullopt, false},
     {u"FadeInactiveProperties", &QOptions::PropertyInspector::c_bFadeWhenInactive, std::nullopt,
      true},
     {u"AlwaysCheckOnRead", &QOptions::g_bAlwaysCheckOnRead, std::nullopt, false},
@@ -258,6 +260,7 @@ void QWinApp::LoadOptions() {
         *option.field = store.GetProfileString(c_options, option.key,
                                                option.fixedDefault.value_or(*option.field));
     c_UserTraceMask = static_cast<unsigned>(store.GetProfileInt(c_options, u"UserTraceMask", 0));
+    DoLimitDouble(store.GetProfileInt(c_options, u"LimitDouble", IsLimitDouble() ? 1 : 0) != 0);
     SetMaximized(store.GetProfileInt(c_options, u"Maximized", IsMaximized() ? 1 : 0) != 0);
     SetAutoSaveTime(store.GetProfileInt(c_options, u"AutoSave", AutoSaveTime()));
     SetFriendlyPagesOnly(store.GetProfileInt(c_options, u"ShowFriendlyPagesOnly", 1) != 0);
@@ -290,10 +293,10 @@ void QWinApp::SaveOptions() {
     store.WriteProfileInt(c_options, u"TranslationsEnableFileUpdates",
                           AreTranslationsFileUpdatesEnabled() ? 1 : 0);
     store.WriteProfileString(c_options, u"TranslationsFile", GetCurrentTranslationFile());
-    store.WriteProfileInt(c_options, u"LengthUnits", QOptions::Length::c_defunits);
-    store.WriteProfileInt(c_options, u"AreaUnits", QOptions::Area::c_defunits);
-    store.WriteProfileInt(c_options, u"VolumeUnits", QOptions::Volume::c_defunits);
-    store.WriteProfileInt(c_options, u"InchAsFraction", QOptions::Length::c_InchHandlerType);
+    store.WriteProfileInt(c_options, u"LengthUnits", QLength::DefaultUnits());
+    store.WriteProfileInt(c_options, u"AreaUnits", QArea::DefaultUnits());
+    store.WriteProfileInt(c_options, u"VolumeUnits", QVolume::DefaultUnits());
+    store.WriteProfileInt(c_options, u"InchAsFraction", QLength::c_InchHandlerType);
     together.End();
     ReportOptionsProblemOnce();
 }
@@ -309,10 +312,23 @@ void QWinApp::InitRegistryOptionsCache() {
     }
 }
 
+namespace {
+
+bool IsKnownUnit(int unit) {
+    return unit >= 0 && unit <= 7;
+}
+
+// A stored unit outside the known ones is ignored: the unit in force stays.
+int KnownUnitOr(int stored, int current) {
+    return IsKnownUnit(stored) ? stored : current;
+}
+
+} // namespace
+
 void QWinApp::LoadDefaultUnits() {
-    int& length = QOptions::Length::c_defunits;
-    int& area = QOptions::Area::c_defunits;
-    int& volume = QOptions::Volume::c_defunits;
+    int length = QLength::DefaultUnits();
+    int area = QArea::DefaultUnits();
+    int volume = QVolume::DefaultUnits();
     switch (LocaleMeasurement()) {
     case 1:
         length = 3, area = 7, volume = 7;
@@ -324,7 +340,7 @@ void QWinApp::LoadDefaultUnits() {
         break;
     }
     CRegistry& store = CRegistry::Current();
-    length = store.GetProfileInt(c_options, u"LengthUnits", length);
+    length = KnownUnitOr(store.GetProfileInt(c_options, u"LengthUnits", length), length);
     switch (length) {
     case 1:
     case 2:
@@ -342,11 +358,14 @@ void QWinApp::LoadDefaultUnits() {
     default:
         break;
     }
-    area = store.GetProfileInt(c_options, u"AreaUnits", area);
-    volume = store.GetProfileInt(c_options, u"VolumeUnits", volume);
+    area = KnownUnitOr(store.GetProfileInt(c_options, u"AreaUnits", area), area);
+    volume = KnownUnitOr(store.GetProfileInt(c_options, u"VolumeUnits", volume), volume);
+    QLength::SetDefaultUnits(static_cast<QLength::LENGTHUNITS>(length));
+    QArea::SetDefaultUnits(static_cast<QArea::AREAUNITS>(area));
+    QVolume::SetDefaultUnits(static_cast<QVolume::VOLUMEUNITS>(volume));
     // A stored 1 stands for the fraction display, the type 0x20.
     const int inch = store.GetProfileInt(c_options, u"InchAsFraction", 32);
-    QOptions::Length::c_InchHandlerType = inch == 1 ? 32 : inch;
+    QLength::c_InchHandlerType = inch == 1 ? 32 : inch;
     ReportOptionsProblemOnce();
 }
 

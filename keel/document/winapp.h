@@ -74,16 +74,6 @@ using QProgressCallback = std::function<bool(const QProgressEvent&)>;
 // its owner will give it, inside a struct named after that owner, so that moving it is a rename.
 // LoadOptions fills them from the options store.
 struct QOptions {
-    struct Length {
-        static inline int c_defunits = 3;
-        static inline int c_InchHandlerType = 32;
-    };
-    struct Area {
-        static inline int c_defunits = 7;
-    };
-    struct Volume {
-        static inline int c_defunits = 7;
-    };
     struct Spec3D {
         static inline int c_contrast = 50;
         static inline int c_brightness = 75;
@@ -117,8 +107,7 @@ struct QOptions {
         static inline CString c_strCompanyEmail;
         static inline CString c_strCompanyWWW;
     };
-    // The guard of doubles on reading (DoLimitDouble) and the checks of values read.
-    static inline bool c_bLimitDouble = true;
+    // The checks of values read.
     static inline bool g_bAlwaysCheckOnRead = false;
     static inline bool g_bCheckValueTypes = false;
     static inline bool g_bPromptForValues = false;

@@ -1,6 +1,9 @@
 #include "keel/document/errorlog.h"
 #include "keel/document/winapp.h"
 #include "keel/platform/registry.h"
+#include "keel/values/area.h"
+#include "keel/values/length.h"
+#include "keel/values/volume.h"
 
 #include <algorithm>
 #include <cstdio>
@@ -65,10 +68,10 @@ private:
 
 // The statics that LoadOptions and LoadDefaultUnits set, back at their start values.
 void ResetOptionStatics() {
-    QOptions::Length::c_defunits = 3;
-    QOptions::Length::c_InchHandlerType = 32;
-    QOptions::Area::c_defunits = 7;
-    QOptions::Volume::c_defunits = 7;
+    QLength::SetDefaultUnits(QLength::LU_MM);
+    QLength::c_InchHandlerType = 32;
+    QArea::SetDefaultUnits(QArea::AU_SQM);
+    QVolume::SetDefaultUnits(QVolume::VU_CBM);
     QOptions::Spec3D::c_contrast = 50;
     QOptions::Spec3D::c_brightness = 75;
     QOptions::Spec3D::c_bEnableBackgroundLighting = true;
@@ -83,7 +86,7 @@ void ResetOptionStatics() {
     QOptions::EditControls::c_bAllowAutoComplete = false;
     QOptions::AboutBox::c_strCompanyEmail.Empty();
     QOptions::AboutBox::c_strCompanyWWW.Empty();
-    QOptions::c_bLimitDouble = true;
+    DoLimitDouble(true);
     QOptions::g_bAlwaysCheckOnRead = false;
     QOptions::g_bCheckValueTypes = false;
     QOptions::g_bPromptForValues = false;
@@ -380,7 +383,7 @@ TEST_F(WinAppTest, AMalformedOptionsFileIsReportedOnceAndTheDefaultsAreUsed) {
                                             OptionsFile().string() + "\": "))
         << app.problems[0];
     EXPECT_EQ(app.GetProfileIntFromCache(u"View", u"ShowGrid", 9), 0);
-    EXPECT_EQ(QOptions::Length::c_defunits, 3);
+    EXPECT_EQ(QLength::DefaultUnits(), 3);
 }
 
 // The superuser writes into any folder, so a test run as root writes with the rights of an
@@ -454,8 +457,10 @@ TEST_F(WinAppTest, DefaultUnitsFollowTheLocaleThenTheStoredLengthUnits) {
         {2, "LengthUnits=4\n", 4, 7, 7, 32},
         {2, "LengthUnits=7\n", 7, 7, 7, 32},
         {1, "LengthUnits=6\n", 6, 6, 6, 32},
-        // Outside the known units the locale's area and volume stay.
-        {1, "LengthUnits=8\n", 8, 7, 7, 32},
+        // A unit outside the known ones is ignored, and the locale's units stay.
+        {1, "LengthUnits=8\n", 3, 7, 7, 32},
+        {2, "LengthUnits=-3\nAreaUnits=12\n", 5, 6, 6, 32},
+        // The raw unit fixes neither area nor volume.
         {2, "LengthUnits=0\n", 0, 6, 6, 32},
         {1, "LengthUnits=5\nAreaUnits=2\n", 5, 2, 6, 32},
         {1, "VolumeUnits=3\n", 3, 7, 3, 32},
@@ -471,29 +476,29 @@ TEST_F(WinAppTest, DefaultUnitsFollowTheLocaleThenTheStoredLengthUnits) {
         app.measurement = c.measurement;
         app.LoadDefaultUnits();
         const std::string label = std::to_string(c.measurement) + " " + c.stored;
-        EXPECT_EQ(QOptions::Length::c_defunits, c.length) << label;
-        EXPECT_EQ(QOptions::Area::c_defunits, c.area) << label;
-        EXPECT_EQ(QOptions::Volume::c_defunits, c.volume) << label;
-        EXPECT_EQ(QOptions::Length::c_InchHandlerType, c.inch) << label;
+        EXPECT_EQ(QLength::DefaultUnits(), c.length) << label;
+        EXPECT_EQ(QArea::DefaultUnits(), c.area) << label;
+        EXPECT_EQ(QVolume::DefaultUnits(), c.volume) << label;
+        EXPECT_EQ(QLength::c_InchHandlerType, c.inch) << label;
     }
 }
 
 TEST_F(WinAppTest, AnUnreadableLocaleKeepsTheStartValues) {
     TestApp app;
     app.measurement = 0;
-    QOptions::Length::c_defunits = 5;
-    QOptions::Area::c_defunits = 2;
+    QLength::SetDefaultUnits(QLength::LU_INCH);
+    QArea::SetDefaultUnits(QArea::AU_SQLOMETRIC);
     app.LoadDefaultUnits();
-    EXPECT_EQ(QOptions::Length::c_defunits, 5);
-    EXPECT_EQ(QOptions::Area::c_defunits, 6) << "fixed by the length units";
+    EXPECT_EQ(QLength::DefaultUnits(), QLength::LU_INCH);
+    EXPECT_EQ(QArea::DefaultUnits(), QArea::AU_SQFT) << "fixed by the length units";
 
-    QOptions::Length::c_defunits = 9;
-    QOptions::Area::c_defunits = 2;
-    QOptions::Volume::c_defunits = 1;
+    QLength::SetDefaultUnits(QLength::LU_RAW);
+    QArea::SetDefaultUnits(QArea::AU_SQLOMETRIC);
+    QVolume::SetDefaultUnits(QVolume::VU_CBHIMETRIC);
     app.LoadDefaultUnits();
-    EXPECT_EQ(QOptions::Length::c_defunits, 9);
-    EXPECT_EQ(QOptions::Area::c_defunits, 2);
-    EXPECT_EQ(QOptions::Volume::c_defunits, 1);
+    EXPECT_EQ(QLength::DefaultUnits(), QLength::LU_RAW);
+    EXPECT_EQ(QArea::DefaultUnits(), QArea::AU_SQLOMETRIC);
+    EXPECT_EQ(QVolume::DefaultUnits(), QVolume::VU_CBHIMETRIC);
 }
 
 TEST_F(WinAppTest, TheLocaleMeasurementIsReadFromTheEnvironment) {
@@ -525,10 +530,10 @@ TEST_F(WinAppTest, LoadOptionsCopiesStoredOptionsIntoTheirFields) {
     EXPECT_EQ(app.AutoSaveTime(), 15);
     EXPECT_FALSE(app.IsFriendlyPagesOnly());
     EXPECT_EQ(QOptions::LookupTableDataStatics::c_TableCacheOverSize, 0);
-    EXPECT_FALSE(QOptions::c_bLimitDouble);
+    EXPECT_FALSE(IsLimitDouble());
     EXPECT_EQ(U8(QOptions::AboutBox::c_strCompanyEmail), "sales@example.com");
-    EXPECT_EQ(QOptions::Length::c_defunits, 5);
-    EXPECT_EQ(QOptions::Area::c_defunits, 6);
+    EXPECT_EQ(QLength::DefaultUnits(), 5);
+    EXPECT_EQ(QArea::DefaultUnits(), 6);
     EXPECT_FALSE(QOptions::PageDoc::c_bPostscriptPrinterCheck);
 }
 
@@ -563,9 +568,9 @@ TEST_F(WinAppTest, SaveOptionsWritesWhatTheUserCanChangeAndLoadOptionsReadsItBac
         TestApp app;
         QOptions::Spec3D::c_contrast = 61;
         QWinApp::c_bMergingPrompts = true;
-        QOptions::Length::c_defunits = 5;
-        QOptions::Area::c_defunits = 4;
-        QOptions::Length::c_InchHandlerType = 16;
+        QLength::SetDefaultUnits(QLength::LU_INCH);
+        QArea::SetDefaultUnits(QArea::AU_SQCM);
+        QLength::c_InchHandlerType = 16;
         QOptions::Exportable::c_LastExportType = 1;
         QWinApp::c_SuppressPricing = true;
         QOptions::g_bCheckValueTypes = true;
@@ -585,10 +590,10 @@ TEST_F(WinAppTest, SaveOptionsWritesWhatTheUserCanChangeAndLoadOptionsReadsItBac
     app.LoadOptions();
     EXPECT_EQ(QOptions::Spec3D::c_contrast, 61);
     EXPECT_TRUE(QWinApp::c_bMergingPrompts);
-    EXPECT_EQ(QOptions::Length::c_defunits, 5);
-    EXPECT_EQ(QOptions::Area::c_defunits, 4);
-    EXPECT_EQ(QOptions::Volume::c_defunits, 7) << "as saved, not as the length units suggest";
-    EXPECT_EQ(QOptions::Length::c_InchHandlerType, 16);
+    EXPECT_EQ(QLength::DefaultUnits(), 5);
+    EXPECT_EQ(QArea::DefaultUnits(), 4);
+    EXPECT_EQ(QVolume::DefaultUnits(), 7) << "as saved, not as the length units suggest";
+    EXPECT_EQ(QLength::c_InchHandlerType, 16);
     EXPECT_EQ(QOptions::Exportable::c_LastExportType, 1);
     EXPECT_FALSE(QWinApp::c_SuppressPricing);
     EXPECT_EQ(app.AutoSaveTime(), 20);
