@@ -10,6 +10,8 @@ namespace keel::tool {
 // 0 done, 1 failed, 2 bad usage.
 int RunComplete(std::span<const std::string_view> args);
 int RunDemo(std::span<const std::string_view> args);
+int RunOptions(std::span<const std::string_view> args);
+int RunTranslate(std::span<const std::string_view> args);
 
 int UsageError(std::string_view message);
 

@@ -1,5 +1,8 @@
 #include "tools/keel/commands.h"
 
+#include "keel/document/errorlog.h"
+#include "keel/document/winapp.h"
+
 #include <cstdio>
 #include <string_view>
 #include <vector>
@@ -19,6 +22,12 @@ Commands:
                                 intern the words of FILE (one a line) as names and
                                 complete PREFIX with the N-th match (counting from 0,
                                 wrapping round the matches), as a formula editor does
+  options                       show the options the library reads, where they come
+                                from (the options file or the defaults), the default
+                                units and the file locations
+  translate --file FILE [--qualifier Q] [--partial] TEXT CONTEXT
+                                translate TEXT, said in CONTEXT, with the translation
+                                file FILE
   demo [--words FILE]           a short tour of what the library does so far
 
 Exit status: 0 done, 1 failed, 2 bad usage.
@@ -44,20 +53,39 @@ int UsageError(std::string_view message) {
 
 } // namespace keel::tool
 
-int main(int argc, char** argv) {
-    using namespace keel::tool;
-    const std::vector<std::string_view> args(argv + 1, argv + argc);
-    if (args.empty())
-        return UsageError("no command given");
-    const std::string_view command = args.front();
-    const std::span<const std::string_view> rest(args.begin() + 1, args.end());
+namespace keel::tool {
+namespace {
+
+int Dispatch(std::string_view command, std::span<const std::string_view> rest) {
     if (command == "help" || command == "--help" || command == "-h")
         return PrintHelp();
     if (command == "--version" || command == "version")
         return PrintVersion();
     if (command == "complete")
         return RunComplete(rest);
+    if (command == "options")
+        return RunOptions(rest);
+    if (command == "translate")
+        return RunTranslate(rest);
     if (command == "demo")
         return RunDemo(rest);
     return UsageError("unknown command '" + std::string(command) + "'");
+}
+
+} // namespace
+} // namespace keel::tool
+
+int main(int argc, char** argv) {
+    using namespace keel::tool;
+    // The program is an application of the library: its options, error log and folders are
+    // those of an application named "Keel".
+    keel::QWinApp application;
+    const std::vector<std::string_view> args(argv + 1, argv + argc);
+    if (args.empty())
+        return UsageError("no command given");
+    const int status = Dispatch(args.front(), std::span(args).subspan(1));
+    // Messages wait for the application to have time; a command has it when it is done.
+    std::fflush(stdout);
+    keel::QErrorLog::DisplayThePendingMessages(false);
+    return status;
 }
