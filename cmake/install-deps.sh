@@ -7,15 +7,23 @@ packages=(
     cmake ninja-build pkg-config g++ clang clang-format libclang-rt-14-dev
     libgtest-dev libgmock-dev libbenchmark-dev
     libxml2-dev libxslt1-dev libzip-dev libgsf-1-dev libglib2.0-dev libpcre2-dev
-    libsqlite3-dev unixodbc-dev libcairo2-dev libmuparser-dev
+    libsqlite3-dev unixodbc-dev libcairo2-dev libmuparser-dev locales
 )
+
+# Tests of locale independence need a locale whose decimal point is a comma.
+test_locale=de_DE.UTF-8
+
+has_test_locale() { locale -a 2>/dev/null | grep -qi '^de_DE\.utf-\?8$'; }
 
 missing=()
 for package in "${packages[@]}"; do
     status=$(dpkg-query -W -f='${Status}' "$package" 2>/dev/null || true)
     [[ "$status" == "install ok installed" ]] || missing+=("$package")
 done
-[[ ${#missing[@]} -eq 0 ]] && exit 0
+if [[ ${#missing[@]} -eq 0 ]]; then
+    has_test_locale || [[ $(id -u) -ne 0 ]] || localedef -i de_DE -f UTF-8 "$test_locale" || true
+    exit 0
+fi
 
 command=(apt-get install -y --no-install-recommends "${missing[@]}")
 if [[ $(id -u) -eq 0 ]]; then
@@ -31,3 +39,4 @@ echo "Installing: ${missing[*]}"
 export DEBIAN_FRONTEND=noninteractive
 "${prefix[@]}" apt-get update -qq
 "${prefix[@]}" "${command[@]}" -qq
+has_test_locale || "${prefix[@]}" localedef -i de_DE -f UTF-8 "$test_locale" || true
