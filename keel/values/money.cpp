@@ -12,18 +12,6 @@ namespace keel {
 
 namespace {
 
-using Int32Limits = std::numeric_limits<std::int32_t>;
-
-std::int32_t ClampWholeToInt32(double whole) {
-    if (std::isnan(whole))
-        return 0;
-    if (whole <= static_cast<double>(Int32Limits::min()))
-        return Int32Limits::min();
-    if (whole >= static_cast<double>(Int32Limits::max()))
-        return Int32Limits::max();
-    return static_cast<std::int32_t>(whole);
-}
-
 std::mutex g_symbolsLock;
 std::optional<QMoney::LocaleSymbols> g_symbols;
 
@@ -71,31 +59,6 @@ CString GroupedDigits(std::uint64_t whole, const CString& separator) {
 }
 
 } // namespace
-
-unsigned ScalarHashKey(std::int32_t value) {
-    const std::int64_t quotient = value / 127773;
-    const std::int64_t remainder = value % 127773;
-    std::int64_t next = 16807 * remainder - 2836 * quotient;
-    if (next < 0)
-        next += 0x7fffffff;
-    return static_cast<unsigned>(next);
-}
-
-std::int32_t FloorHalfUpToInt32(double value) {
-    return ClampWholeToInt32(std::floor(value + 0.5));
-}
-
-std::int32_t TruncateToInt32(double value) {
-    return ClampWholeToInt32(std::trunc(value));
-}
-
-std::int32_t SaturateToInt32(std::int64_t value) {
-    if (value < Int32Limits::min())
-        return Int32Limits::min();
-    if (value > Int32Limits::max())
-        return Int32Limits::max();
-    return static_cast<std::int32_t>(value);
-}
 
 void QMoney::SetDefaultUnits(MONEYUNITS unit) {
     if (unit < MU_RAW || unit > MU_DOLLARS)
@@ -156,13 +119,13 @@ PARSERESULT QMoney::Parse(const CString& text) {
     if (quantity_text::Scan(plain.ToUtf8(), " %lf %1s", &dollars, extra) != 1 ||
         !std::isfinite(dollars))
         return PARSE_NONE;
-    m_raw = dollar_to_raw(dollars);
+    SetRaw(dollar_to_raw(dollars));
     return PARSE_EXACT;
 }
 
 CString QMoney::Format() const {
     const LocaleSymbols symbols = GetLocaleSymbols();
-    const std::int64_t cents = m_raw;
+    const std::int64_t cents = GetRaw();
     const std::uint64_t magnitude = static_cast<std::uint64_t>(cents < 0 ? -cents : cents);
     CString text = cents < 0 ? u"-" : u"";
     text += symbols.symbol;
@@ -170,46 +133,6 @@ CString QMoney::Format() const {
     text += symbols.decimal;
     text += CString::Formatted(u"%02d", static_cast<int>(magnitude % 100));
     return text;
-}
-
-QMoney& QMoney::operator+=(const QMoney& other) {
-    m_raw = SaturateToInt32(static_cast<std::int64_t>(m_raw) + other.m_raw);
-    return *this;
-}
-
-QMoney& QMoney::operator-=(const QMoney& other) {
-    m_raw = SaturateToInt32(static_cast<std::int64_t>(m_raw) - other.m_raw);
-    return *this;
-}
-
-QMoney& QMoney::operator*=(int factor) {
-    m_raw = SaturateToInt32(static_cast<std::int64_t>(m_raw) * factor);
-    return *this;
-}
-
-QMoney& QMoney::operator*=(double factor) {
-    m_raw = FloorHalfUpToInt32(m_raw * factor);
-    return *this;
-}
-
-QMoney& QMoney::operator/=(int divisor) {
-    return *this /= static_cast<double>(divisor);
-}
-
-QMoney& QMoney::operator/=(double divisor) {
-    m_raw = FloorHalfUpToInt32(m_raw / divisor);
-    return *this;
-}
-
-CArchive& operator<<(CArchive& archive, const QMoney& money) {
-    return archive << money.GetRaw();
-}
-
-CArchive& operator>>(CArchive& archive, QMoney& money) {
-    std::int32_t cents = 0;
-    archive >> cents;
-    money.SetRaw(cents);
-    return archive;
 }
 
 } // namespace keel

@@ -3,25 +3,16 @@
 #include "keel/platform/archive.h"
 #include "keel/platform/cstring.h"
 #include "keel/values/length.h"
+#include "keel/values/wholeraw.h"
 
 #include <compare>
 #include <cstdint>
 
 namespace keel {
 
-// The hash that values give their integers: one step of the Lehmer generator (multiplier 16807,
-// modulus 2^31 - 1, by Schrage's method).
-unsigned ScalarHashKey(std::int32_t value);
-
-// Rounds to a signed 32-bit integer by the floor of the value plus 0.5, or by truncation; a value
-// beyond the 32-bit range saturates at its end, and NaN gives 0.
-std::int32_t FloorHalfUpToInt32(double value);
-std::int32_t TruncateToInt32(double value);
-std::int32_t SaturateToInt32(std::int64_t value);
-
 // An amount of money; raw unit the cent, held in 32 bits. Results that leave the 32-bit range
 // saturate at its ends instead of wrapping.
-class QMoney {
+class QMoney : public TWholeRaw<QMoney> {
 public:
     enum MONEYUNITS : int {
         MU_DEFAULT = -1,
@@ -34,16 +25,9 @@ public:
 
     constexpr QMoney() = default;
     explicit QMoney(double value, MONEYUNITS unit = MU_DEFAULT)
-        : m_raw(double_to_raw(value, unit)) {}
-    static constexpr QMoney FromRaw(std::int32_t cents) {
-        QMoney money;
-        money.m_raw = cents;
-        return money;
-    }
+        : TWholeRaw(double_to_raw(value, unit)) {}
 
-    constexpr std::int32_t GetRaw() const { return m_raw; }
-    constexpr void SetRaw(std::int32_t cents) { m_raw = cents; }
-    double AsDouble(MONEYUNITS unit = MU_DEFAULT) const { return raw_to_double(m_raw, unit); }
+    double AsDouble(MONEYUNITS unit = MU_DEFAULT) const { return raw_to_double(GetRaw(), unit); }
 
     static MONEYUNITS DefaultUnits() { return c_defunits; }
     // Only 0, 1 and 2 can be the default; anything else is an invalid argument.
@@ -83,53 +67,10 @@ public:
     // the decimal point and two digits of cents: "$1,234.50", "-$0.05". Parse reads it back.
     CString Format() const;
 
-    bool IsZero() const { return m_raw == 0; }
-    unsigned HashKey() const { return ScalarHashKey(m_raw); }
-
-    QMoney& operator+=(const QMoney& other);
-    QMoney& operator-=(const QMoney& other);
-    // By an integer: an integer product. By a double: the floor of the product plus 0.5.
-    QMoney& operator*=(int factor);
-    QMoney& operator*=(double factor);
-    // The floor of the quotient plus 0.5, for an integer divisor as for a double.
-    QMoney& operator/=(int divisor);
-    QMoney& operator/=(double divisor);
-
-    friend QMoney operator+(QMoney a, const QMoney& b) { return a += b; }
-    friend QMoney operator-(QMoney a, const QMoney& b) { return a -= b; }
-    friend QMoney operator*(QMoney a, int factor) { return a *= factor; }
-    friend QMoney operator*(int factor, QMoney a) { return a *= factor; }
-    friend QMoney operator*(QMoney a, double factor) { return a *= factor; }
-    friend QMoney operator*(double factor, QMoney a) { return a *= factor; }
-    friend QMoney operator/(QMoney a, int divisor) { return a /= divisor; }
-    friend QMoney operator/(QMoney a, double divisor) { return a /= divisor; }
-    // The ratio of the two amounts.
-    friend double operator/(const QMoney& a, const QMoney& b) {
-        return static_cast<double>(a.m_raw) / b.m_raw;
-    }
-    friend QMoney operator-(const QMoney& a) {
-        return FromRaw(SaturateToInt32(-static_cast<std::int64_t>(a.m_raw)));
-    }
-    friend QMoney operator+(const QMoney& a) { return a; }
-    friend bool operator!(const QMoney& a) { return a.IsZero(); }
-
-    friend bool operator==(const QMoney& a, const QMoney& b) = default;
-    friend std::strong_ordering operator<=>(const QMoney& a, const QMoney& b) = default;
-
 private:
     static inline MONEYUNITS c_defunits = MU_DOLLARS;
-
-    std::int32_t m_raw = 0;
 };
 
 inline constexpr QMoney QMoney::Zero{};
-
-inline unsigned HashKey(const QMoney& money) {
-    return money.HashKey();
-}
-
-// The raw cents, 4 bytes.
-CArchive& operator<<(CArchive& archive, const QMoney& money);
-CArchive& operator>>(CArchive& archive, QMoney& money);
 
 } // namespace keel

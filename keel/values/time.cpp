@@ -69,59 +69,19 @@ PARSERESULT QTime::Parse(const CString& text, TIMEUNITS unit) {
         text, " %f %2[smnhr] %1s", TU_SECONDS, TU_HOURS, SuffixOfTimeUnit);
     if (scanned.result == PARSE_NONE)
         return PARSE_NONE;
-    m_raw = double_to_raw(scanned.value,
-                          scanned.unit < 0 ? unit : static_cast<TIMEUNITS>(scanned.unit));
+    SetRaw(double_to_raw(scanned.value,
+                         scanned.unit < 0 ? unit : static_cast<TIMEUNITS>(scanned.unit)));
     return PARSE_EXACT;
 }
 
 CString QTime::Format(TIMEUNITS unit, bool showUnit) const {
     const TIMEUNITS resolved = Resolve(unit);
-    CString text = CString::Formatted(u"%f", raw_to_double(m_raw, resolved));
+    CString text = CString::Formatted(u"%f", raw_to_double(GetRaw(), resolved));
     StripRedundantDecimalPlaces(text);
     const CString suffix = TimeUnitSuffix(resolved);
     if (showUnit && !suffix.IsEmpty())
         text += u" " + suffix;
     return text;
-}
-
-QTime& QTime::operator+=(const QTime& other) {
-    m_raw = SaturateToInt32(static_cast<std::int64_t>(m_raw) + other.m_raw);
-    return *this;
-}
-
-QTime& QTime::operator-=(const QTime& other) {
-    m_raw = SaturateToInt32(static_cast<std::int64_t>(m_raw) - other.m_raw);
-    return *this;
-}
-
-QTime& QTime::operator*=(int factor) {
-    m_raw = SaturateToInt32(static_cast<std::int64_t>(m_raw) * factor);
-    return *this;
-}
-
-QTime& QTime::operator*=(double factor) {
-    m_raw = FloorHalfUpToInt32(m_raw * factor);
-    return *this;
-}
-
-QTime& QTime::operator/=(int divisor) {
-    return *this /= static_cast<double>(divisor);
-}
-
-QTime& QTime::operator/=(double divisor) {
-    m_raw = FloorHalfUpToInt32(m_raw / divisor);
-    return *this;
-}
-
-CArchive& operator<<(CArchive& archive, const QTime& time) {
-    return archive << time.GetRaw();
-}
-
-CArchive& operator>>(CArchive& archive, QTime& time) {
-    std::int32_t seconds = 0;
-    archive >> seconds;
-    time.SetRaw(seconds);
-    return archive;
 }
 
 } // namespace keel

@@ -3,7 +3,7 @@
 #include "keel/platform/archive.h"
 #include "keel/platform/cstring.h"
 #include "keel/values/length.h"
-#include "keel/values/money.h"
+#include "keel/values/wholeraw.h"
 
 #include <compare>
 #include <cstdint>
@@ -12,7 +12,7 @@ namespace keel {
 
 // A span of time; raw unit the second, held in 32 bits. Results that leave the 32-bit range
 // saturate at its ends instead of wrapping.
-class QTime {
+class QTime : public TWholeRaw<QTime> {
 public:
     enum TIMEUNITS : int {
         TU_DEFAULT = -1,
@@ -25,16 +25,10 @@ public:
     static const QTime Zero;
 
     constexpr QTime() = default;
-    explicit QTime(double value, TIMEUNITS unit = TU_DEFAULT) : m_raw(double_to_raw(value, unit)) {}
-    static constexpr QTime FromRaw(std::int32_t seconds) {
-        QTime time;
-        time.m_raw = seconds;
-        return time;
-    }
+    explicit QTime(double value, TIMEUNITS unit = TU_DEFAULT)
+        : TWholeRaw(double_to_raw(value, unit)) {}
 
-    constexpr std::int32_t GetRaw() const { return m_raw; }
-    constexpr void SetRaw(std::int32_t seconds) { m_raw = seconds; }
-    double AsDouble(TIMEUNITS unit = TU_DEFAULT) const { return raw_to_double(m_raw, unit); }
+    double AsDouble(TIMEUNITS unit = TU_DEFAULT) const { return raw_to_double(GetRaw(), unit); }
 
     static TIMEUNITS DefaultUnits() { return c_defunits; }
     // Only 0 to 3 can be the default; anything else is an invalid argument.
@@ -56,15 +50,15 @@ public:
     static CString TimeUnitSuffix(TIMEUNITS unit = TU_DEFAULT);
 
     // Whole units of the span, truncated toward zero.
-    std::int32_t GetTotalHours() const { return m_raw / 3600; }
-    std::int32_t GetTotalMinutes() const { return m_raw / 60; }
-    std::int32_t GetTotalSeconds() const { return m_raw; }
+    std::int32_t GetTotalHours() const { return GetRaw() / 3600; }
+    std::int32_t GetTotalMinutes() const { return GetRaw() / 60; }
+    std::int32_t GetTotalSeconds() const { return GetRaw(); }
     // The span cut into days, hours (0 to 23), minutes and seconds (0 to 59); a negative span
     // gives each part with the minus sign.
-    std::int32_t GetDays() const { return m_raw / 86400; }
+    std::int32_t GetDays() const { return GetRaw() / 86400; }
     std::int32_t GetHours() const { return GetTotalHours() % 24; }
     std::int32_t GetMinutes() const { return GetTotalMinutes() % 60; }
-    std::int32_t GetSeconds() const { return m_raw % 60; }
+    std::int32_t GetSeconds() const { return GetRaw() % 60; }
 
     // " %f %2[smnhr] %1s" on the trimmed text: a number alone is taken in `unit`, a number and
     // one of the words "s", "mn", "hr" in that unit; both give PARSE_EXACT. A further non-blank
@@ -74,53 +68,10 @@ public:
     // read back exactly, then, if asked, a space and the unit word.
     CString Format(TIMEUNITS unit = TU_DEFAULT, bool showUnit = false) const;
 
-    bool IsZero() const { return m_raw == 0; }
-    unsigned HashKey() const { return ScalarHashKey(m_raw); }
-
-    QTime& operator+=(const QTime& other);
-    QTime& operator-=(const QTime& other);
-    // By an integer: an integer product. By a double: the floor of the product plus 0.5.
-    QTime& operator*=(int factor);
-    QTime& operator*=(double factor);
-    // The floor of the quotient plus 0.5, for an integer divisor as for a double.
-    QTime& operator/=(int divisor);
-    QTime& operator/=(double divisor);
-
-    friend QTime operator+(QTime a, const QTime& b) { return a += b; }
-    friend QTime operator-(QTime a, const QTime& b) { return a -= b; }
-    friend QTime operator*(QTime a, int factor) { return a *= factor; }
-    friend QTime operator*(int factor, QTime a) { return a *= factor; }
-    friend QTime operator*(QTime a, double factor) { return a *= factor; }
-    friend QTime operator*(double factor, QTime a) { return a *= factor; }
-    friend QTime operator/(QTime a, int divisor) { return a /= divisor; }
-    friend QTime operator/(QTime a, double divisor) { return a /= divisor; }
-    // The ratio of the two spans.
-    friend double operator/(const QTime& a, const QTime& b) {
-        return static_cast<double>(a.m_raw) / b.m_raw;
-    }
-    friend QTime operator-(const QTime& a) {
-        return FromRaw(SaturateToInt32(-static_cast<std::int64_t>(a.m_raw)));
-    }
-    friend QTime operator+(const QTime& a) { return a; }
-    friend bool operator!(const QTime& a) { return a.IsZero(); }
-
-    friend bool operator==(const QTime& a, const QTime& b) = default;
-    friend std::strong_ordering operator<=>(const QTime& a, const QTime& b) = default;
-
 private:
     static inline TIMEUNITS c_defunits = TU_HOURS;
-
-    std::int32_t m_raw = 0;
 };
 
 inline constexpr QTime QTime::Zero{};
-
-inline unsigned HashKey(const QTime& time) {
-    return time.HashKey();
-}
-
-// The raw seconds, 4 bytes.
-CArchive& operator<<(CArchive& archive, const QTime& time);
-CArchive& operator>>(CArchive& archive, QTime& time);
 
 } // namespace keel
