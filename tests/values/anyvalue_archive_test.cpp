@@ -1,0 +1,365 @@
+#include "keel/platform/archive.h"
+#include "keel/platform/file.h"
+#include "keel/platform/schema.h"
+#include "keel/values/anyvalue.h"
+#include "keel/values/ratevalue.h"
+
+#include <cstdint>
+#include <gtest/gtest.h>
+#include <string>
+#include <vector>
+
+namespace keel {
+
+namespace {
+
+using Bytes = std::vector<std::uint8_t>;
+
+std::string Utf8(const CString& text) {
+    return text.ToUtf8();
+}
+
+QAnyValue Array(std::initializer_list<QAnyValue> elements) {
+    return QAnyValue(QArray<QAnyValue>(elements));
+}
+
+Bytes Stored(const QAnyValue& value) {
+    CMemFile file;
+    {
+        CArchive archive(&file, CArchive::store);
+        archive << value;
+        archive.Close();
+    }
+    return file.Bytes();
+}
+
+QAnyValue Loaded(const Bytes& bytes) {
+    CMemFile file(bytes);
+    CArchive archive(&file, CArchive::load);
+    archive.SetFileName(u"values.doc");
+    QAnyValue value(u"overwritten");
+    archive >> value;
+    return value;
+}
+
+Bytes Concat(std::initializer_list<Bytes> parts) {
+    Bytes all;
+    for (const Bytes& part : parts)
+        all.insert(all.end(), part.begin(), part.end());
+    return all;
+}
+
+Bytes DoubleBytes(double value) {
+    CMemFile file;
+    {
+        CArchive archive(&file, CArchive::store);
+        archive << value;
+        archive.Close();
+    }
+    return file.Bytes();
+}
+
+class NamedTable : public QTableHandle {
+public:
+    explicit NamedTable(const CString& name) : m_name(name) {}
+    CString Name() const override { return m_name; }
+    void Serialize(CArchive& archive) override {
+        if (archive.IsStoring())
+            archive << m_name;
+        else
+            archive >> m_name;
+    }
+
+private:
+    CString m_name;
+};
+
+class NamedTableSource : public QTableHandleSource {
+public:
+    QTableHandlePtr Open(const CString& name, bool, CString&) override {
+        return QTableHandlePtr(new NamedTable(name));
+    }
+    QTableHandlePtr CreateEmpty() override { return QTableHandlePtr(new NamedTable(CString())); }
+};
+
+// Documents of a current schema, so that lengths and angles are stored as doubles.
+class AnyValueArchiveTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        QSchema::SetDefaultSchema(200);
+        m_previousSource = SetTableHandleSource(&m_tables);
+        m_previousTrace = SetLimitDoubleTrace(nullptr);
+        m_previousReporter = SetLimitDoubleFailedReporter(&Report);
+        reported.clear();
+    }
+    void TearDown() override {
+        QSchema::SetDefaultSchema(m_schema);
+        SetTableHandleSource(m_previousSource);
+        SetLimitDoubleTrace(m_previousTrace);
+        SetLimitDoubleFailedReporter(m_previousReporter);
+    }
+
+    static void Report(CArchive&, const CString& what) { reported.push_back(what.ToUtf8()); }
+    static inline std::vector<std::string> reported;
+
+    NamedTableSource m_tables;
+
+private:
+    int m_schema = QSchema::DefaultVersion();
+    QTableHandleSource* m_previousSource = nullptr;
+    LimitDoubleTrace m_previousTrace = nullptr;
+    LimitDoubleFailedReporter m_previousReporter = nullptr;
+};
+
+TEST_F(AnyValueArchiveTest, EachTypeByteForByte) {
+    const struct {
+        const char* what;
+        QAnyValue value;
+        Bytes bytes;
+    } cases[] = {
+        {"empty", QAnyValue(), {0x00}},
+        {"string", QAnyValue(u"ab"), {0x01, 0xFF, 0xFE, 0xFF, 0x02, 'a', 0, 'b', 0}},
+        {"empty string", QAnyValue(u""), {0x01, 0xFF, 0xFE, 0xFF, 0x00}},
+        {"true", QAnyValue(true), {0x02, 1, 0, 0, 0}},
+        {"false", QAnyValue(false), {0x02, 0, 0, 0, 0}},
+        {"whole number", QAnyValue(-2), {0x03, 0xFE, 0xFF, 0xFF, 0xFF}},
+        {"number", QAnyValue(1.5), Concat({{0x04}, DoubleBytes(1.5)})},
+        {"money", QAnyValue(QMoney::FromRaw(150)), {0x05, 0x96, 0, 0, 0}},
+        {"time", QAnyValue(QTime::FromRaw(3600)), {0x06, 0x10, 0x0E, 0, 0}},
+        {"length", QAnyValue(QLength(2.5, QLength::LU_MM)), Concat({{0x07}, DoubleBytes(2.5)})},
+        {"area", QAnyValue(QArea(2, QArea::AU_SQM)), Concat({{0x08}, DoubleBytes(2)})},
+        {"angle", QAnyValue(QAngle(90, QAngle::ANGU_DEG)), Concat({{0x09}, DoubleBytes(90)})},
+        {"array",
+         Array({1, u"a"}),
+         {0x0A, 0x02, 0x00, 0x03, 1, 0, 0, 0, 0x01, 0xFF, 0xFE, 0xFF, 0x01, 'a', 0}},
+        {"empty array", Array({}), {0x0A, 0x00, 0x00}},
+        {"table",
+         QAnyValue(QTableHandlePtr(new NamedTable(u"t"))),
+         {0x0B, 0xFF, 0xFE, 0xFF, 0x01, 't', 0}},
+        {"date", QAnyValue(QDateTime(2.0)), Concat({{0x0C, 0, 0, 0, 0}, DoubleBytes(2)})},
+        {"volume", QAnyValue(QVolume(0.5, QVolume::VU_CBM)), Concat({{0x0D}, DoubleBytes(0.5)})},
+        {"rate",
+         QAnyValue(QRateValue(QAnyValue(QMoney::FromRaw(1)), QAnyValue(QLength(1)))),
+         {0x0E}},
+        {"colour", QAnyValue(0x00FF8040ul), {0x0F, 0x40, 0x80, 0xFF, 0x00}},
+    };
+    for (const auto& c : cases) {
+        EXPECT_EQ(Stored(c.value), c.bytes) << c.what;
+        const QAnyValue back = Loaded(c.bytes);
+        if (!c.value.IsRate()) {
+            EXPECT_TRUE(back.Identical(c.value)) << c.what << " read back";
+        }
+    }
+}
+
+TEST_F(AnyValueArchiveTest, ErrorAndNotAvailableLoseTheirState) {
+    QAnyValue error;
+    error.MakeError(u"the message is not stored");
+    EXPECT_EQ(Stored(error), Bytes{0xFF});
+    QAnyValue na;
+    na.MakeNA();
+    EXPECT_EQ(Stored(na), Bytes{0xFE});
+
+    const QAnyValue errorBack = Loaded({0xFF});
+    EXPECT_EQ(static_cast<int>(errorBack.Type()), 255);
+    EXPECT_FALSE(errorBack.IsError());
+    EXPECT_FALSE(errorBack.IsNA());
+    EXPECT_FALSE(errorBack.IsEmpty());
+    EXPECT_EQ(Utf8(errorBack.TypeName()), "#EMPTY");
+
+    const QAnyValue naBack = Loaded({0xFE});
+    EXPECT_EQ(static_cast<int>(naBack.Type()), 254);
+    EXPECT_FALSE(naBack.IsNA());
+
+    EXPECT_EQ(Stored(errorBack), Bytes{0xFF}) << "written again as it came";
+    QAnyValue copy = errorBack;
+    EXPECT_EQ(static_cast<int>(copy.Type()), 255);
+    EXPECT_TRUE(copy.Identical(errorBack));
+}
+
+TEST_F(AnyValueArchiveTest, ARateReadsBackEmpty) {
+    const QAnyValue back = Loaded({0x0E});
+    ASSERT_TRUE(back.IsRate());
+    QAnyValue copy = back;
+    EXPECT_TRUE(copy.MakeRate().Num().IsEmpty());
+    EXPECT_TRUE(copy.MakeRate().Den().IsEmpty());
+}
+
+TEST_F(AnyValueArchiveTest, AnArrayKeepsItsElementTypesButRatesAndErrors) {
+    QAnyValue error;
+    error.MakeError(u"lost");
+    const QAnyValue array =
+        Array({1, 2.5, u"x", QAnyValue(QLength(3, QLength::LU_MM)),
+               QAnyValue(QRateValue(QAnyValue(QMoney::FromRaw(1)), QAnyValue(QLength(1)))), error,
+               Array({true})});
+    QAnyValue back = Loaded(Stored(array));
+    ASSERT_TRUE(back.IsArray());
+    QArray<QAnyValue>& elements = back.MakeArray();
+    ASSERT_EQ(elements.GetCount(), 7);
+    EXPECT_TRUE(elements[0].Identical(QAnyValue(1)));
+    EXPECT_TRUE(elements[1].Identical(QAnyValue(2.5)));
+    EXPECT_TRUE(elements[2].Identical(QAnyValue(u"x")));
+    EXPECT_TRUE(elements[3].Identical(QAnyValue(QLength(3, QLength::LU_MM))));
+    ASSERT_TRUE(elements[4].IsRate());
+    EXPECT_TRUE(elements[4].MakeRate().Num().IsEmpty());
+    EXPECT_EQ(static_cast<int>(elements[5].Type()), 255);
+    EXPECT_TRUE(elements[6].Identical(Array({true})));
+}
+
+TEST_F(AnyValueArchiveTest, LongStringsUseTheLongerPrefixes) {
+    const CString text(u'x', 300);
+    const Bytes bytes = Stored(QAnyValue(text));
+    ASSERT_EQ(bytes.size(), 1u + 4u + 2u + 600u);
+    EXPECT_EQ(Bytes(bytes.begin(), bytes.begin() + 7),
+              (Bytes{0x01, 0xFF, 0xFE, 0xFF, 0xFF, 0x2C, 0x01}));
+    EXPECT_TRUE(Loaded(bytes).Identical(QAnyValue(text)));
+}
+
+TEST_F(AnyValueArchiveTest, ReadsTheNarrowStringForm) {
+    EXPECT_TRUE(Loaded({0x01, 0x02, 'h', 'i'}).Identical(QAnyValue(u"hi")));
+}
+
+TEST_F(AnyValueArchiveTest, AnyNonZeroBooleanIsTrue) {
+    EXPECT_TRUE(Loaded({0x02, 5, 0, 0, 0}).Identical(QAnyValue(true)));
+    EXPECT_TRUE(Loaded({0x02, 0, 0, 0, 0x80}).Identical(QAnyValue(true)));
+}
+
+TEST_F(AnyValueArchiveTest, OlderSchemasStoreLengthsAndAnglesAsIntegers) {
+    QSchema::SetDefaultSchema(16);
+    EXPECT_TRUE(Loaded({0x07, 10, 0, 0, 0}).Identical(QAnyValue(QLength(1.0, QLength::LU_MM))))
+        << "tenths of a millimetre";
+    QSchema::SetDefaultSchema(17);
+    EXPECT_TRUE(Loaded({0x07, 0x40, 0x01, 0, 0}).Identical(QAnyValue(QLength(1.0, QLength::LU_MM))))
+        << "320ths";
+    QSchema::SetDefaultSchema(107);
+    EXPECT_TRUE(Loaded({0x09, 0x84, 0x03, 0, 0}).Identical(QAnyValue(QAngle(90, QAngle::ANGU_DEG))))
+        << "tenths of a degree";
+    QSchema::SetDefaultSchema(108);
+    EXPECT_TRUE(Loaded(Concat({{0x09}, DoubleBytes(90)}))
+                    .Identical(QAnyValue(QAngle(90, QAngle::ANGU_DEG))));
+}
+
+TEST_F(AnyValueArchiveTest, NumbersOutOfRangeReadAsZero) {
+    EXPECT_TRUE(Loaded(Concat({{0x04}, DoubleBytes(1e30)})).Identical(QAnyValue(0.0)));
+    EXPECT_TRUE(Loaded(Concat({{0x04}, DoubleBytes(1e-30)})).Identical(QAnyValue(0.0)));
+    EXPECT_TRUE(Loaded(Concat({{0x04}, DoubleBytes(1e15)})).Identical(QAnyValue(1e15)));
+    EXPECT_TRUE(Loaded(Concat({{0x08}, DoubleBytes(1e30)})).Identical(QAnyValue(QArea())));
+    EXPECT_TRUE(Loaded(Concat({{0x0D}, DoubleBytes(1e30)})).Identical(QAnyValue(QVolume())));
+    reported.clear();
+    EXPECT_TRUE(Loaded(Concat({{0x07}, DoubleBytes(1e30)})).Identical(QAnyValue(QLength())));
+    EXPECT_EQ(reported, std::vector<std::string>{"length"});
+}
+
+TEST_F(AnyValueArchiveTest, LimitDoubleAlwaysByType) {
+    QAnyValue number(1e30);
+    EXPECT_TRUE(QAnyValue::LimitDoubleAlways(number, u"test"));
+    EXPECT_TRUE(number.Identical(QAnyValue(0.0)));
+    QAnyValue fine(12.5);
+    EXPECT_FALSE(QAnyValue::LimitDoubleAlways(fine, u"test"));
+    QAnyValue rate(QRateValue(QAnyValue(QMoney::FromRaw(1)), QAnyValue(QLength(1e40))));
+    ASSERT_TRUE(rate.IsRate());
+    EXPECT_TRUE(QAnyValue::LimitDoubleAlways(rate, u"test"));
+    EXPECT_TRUE(rate.MakeRate().Den().Identical(QAnyValue(QLength())));
+    QAnyValue angle(QAngle(1e30));
+    EXPECT_FALSE(QAnyValue::LimitDoubleAlways(angle, u"test")) << "angles are not guarded here";
+    QAnyValue array = Array({1e30});
+    EXPECT_FALSE(QAnyValue::LimitDoubleAlways(array, u"test"));
+}
+
+TEST_F(AnyValueArchiveTest, ATableNeedsASource) {
+    const QAnyValue table(QTableHandlePtr(new NamedTable(u"t")));
+    const Bytes bytes = Stored(table);
+    SetTableHandleSource(nullptr);
+    try {
+        Loaded(bytes);
+        ADD_FAILURE() << "loaded a table without a source";
+    } catch (const CArchiveException& failure) {
+        EXPECT_EQ(failure.m_cause, CArchiveException::badClass);
+        EXPECT_EQ(Utf8(failure.m_strFileName), "values.doc");
+    }
+    QAnyValue noTable;
+    noTable.SetType(QAnyValue::TYPE_LOOKUPTABLE);
+    EXPECT_THROW(Stored(noTable), CArchiveException);
+}
+
+TEST_F(AnyValueArchiveTest, AValueWithoutATableWritesTheEmptyTable) {
+    QAnyValue noTable;
+    noTable.SetType(QAnyValue::TYPE_LOOKUPTABLE);
+    EXPECT_EQ(Stored(noTable), (Bytes{0x0B, 0xFF, 0xFE, 0xFF, 0x00}));
+}
+
+TEST_F(AnyValueArchiveTest, BadStreamsRaiseTheArchiveException) {
+    try {
+        Loaded({0x10});
+        ADD_FAILURE() << "a type byte of 16 was accepted";
+    } catch (const CArchiveException& failure) {
+        EXPECT_EQ(failure.m_cause, CArchiveException::badClass);
+        EXPECT_EQ(Utf8(failure.m_strFileName), "values.doc");
+    }
+    try {
+        Loaded({0x03, 1, 0});
+        ADD_FAILURE() << "a cut integer was accepted";
+    } catch (const CArchiveException& failure) {
+        EXPECT_EQ(failure.m_cause, CArchiveException::endOfFile);
+    }
+}
+
+TEST_F(AnyValueArchiveTest, TheWrongDirectionRaisesTheArchiveException) {
+    CMemFile file;
+    CArchive storing(&file, CArchive::store);
+    storing.SetFileName(u"out.doc");
+    QAnyValue value;
+    try {
+        storing >> value;
+        ADD_FAILURE() << "read from a storing archive";
+    } catch (const CArchiveException& failure) {
+        EXPECT_EQ(failure.m_cause, CArchiveException::writeOnly);
+        EXPECT_EQ(Utf8(failure.m_strFileName), "out.doc");
+    }
+    CMemFile input(Bytes{0x00});
+    CArchive loading(&input, CArchive::load);
+    loading.SetFileName(u"in.doc");
+    try {
+        loading << QAnyValue(1);
+        ADD_FAILURE() << "wrote to a loading archive";
+    } catch (const CArchiveException& failure) {
+        EXPECT_EQ(failure.m_cause, CArchiveException::readOnly);
+        EXPECT_EQ(Utf8(failure.m_strFileName), "in.doc");
+    }
+}
+
+TEST_F(AnyValueArchiveTest, SerializeFollowsTheDirection) {
+    CMemFile file;
+    {
+        CArchive archive(&file, CArchive::store);
+        QAnyValue value(42);
+        value.Serialize(archive);
+        archive.Close();
+    }
+    CMemFile input(file.Bytes());
+    CArchive archive(&input, CArchive::load);
+    QAnyValue back;
+    back.Serialize(archive);
+    EXPECT_TRUE(back.Identical(QAnyValue(42)));
+}
+
+TEST_F(AnyValueArchiveTest, ARateArchivesItsHalvesOnItsOwn) {
+    const QRateValue rate(QAnyValue(QMoney::FromRaw(250)), QAnyValue(QTime::FromRaw(60)));
+    CMemFile file;
+    {
+        CArchive archive(&file, CArchive::store);
+        archive << rate;
+        archive.Close();
+    }
+    EXPECT_EQ(file.Bytes(), (Bytes{0x05, 0xFA, 0, 0, 0, 0x06, 0x3C, 0, 0, 0}));
+    CMemFile input(file.Bytes());
+    CArchive archive(&input, CArchive::load);
+    QRateValue back;
+    back.Serialize(archive);
+    EXPECT_TRUE(back.Num().Identical(QAnyValue(QMoney::FromRaw(250))));
+    EXPECT_TRUE(back.Den().Identical(QAnyValue(QTime::FromRaw(60))));
+}
+
+} // namespace
+
+} // namespace keel

@@ -1,0 +1,612 @@
+#include "keel/platform/exceptions.h"
+#include "keel/values/anyvalue.h"
+#include "keel/values/evaluatorfactory.h"
+#include "keel/values/ratevalue.h"
+
+#include <gtest/gtest.h>
+#include <string>
+#include <vector>
+
+namespace keel {
+
+namespace {
+
+using T = QAnyValue::TYPE;
+
+std::string Utf8(const CString& text) {
+    return text.ToUtf8();
+}
+
+std::string MessageOf(const QAnyValue& value) {
+    CString message;
+    return value.IsErrorAndGetMessage(message) ? message.ToUtf8() : "<no error>";
+}
+
+std::string Describe(const QAnyValue& value) {
+    return Utf8(value.TypeName()) + " " + Utf8(value.Format());
+}
+
+QAnyValue Array(std::initializer_list<QAnyValue> elements) {
+    return QAnyValue(QArray<QAnyValue>(elements));
+}
+
+QAnyValue Converted(QAnyValue value, T type) {
+    value.ChangeType(type);
+    return value;
+}
+
+QAnyValue Mm(double mm) {
+    return QAnyValue(QLength(mm, QLength::LU_MM));
+}
+
+QAnyValue Cents(int cents) {
+    return QAnyValue(QMoney::FromRaw(cents));
+}
+
+QAnyValue Seconds(int seconds) {
+    return QAnyValue(QTime::FromRaw(seconds));
+}
+
+QAnyValue Error(const char* message) {
+    QAnyValue value;
+    value.MakeError(CString(message));
+    return value;
+}
+
+QAnyValue NA() {
+    QAnyValue value;
+    value.MakeNA();
+    return value;
+}
+
+struct FakeEvaluator {
+    static inline std::vector<std::string> asked;
+
+    static bool Evaluate(const FormulaText& formula, QFormulaContext*, QAnyValue& result) {
+        const CString text = formula.ToString();
+        asked.push_back(text.ToUtf8());
+        if (text == u"1+1")
+            result = 2;
+        else if (text == u"3 ft")
+            result = QLength(3, QLength::LU_FOOT);
+        else if (text == u"true")
+            result = true;
+        else if (text == u"red")
+            result = 0xFFul;
+        else if (text == u"selfie")
+            result = u"selfie";
+        else if (text == u"ping")
+            result = u"pong";
+        else if (text == u"pong")
+            result = u"ping";
+        else if (text == u"missing")
+            result.MakeNA();
+        else if (text == u"broken")
+            result.MakeError(u"inner failure");
+        else if (text == u"five")
+            result = u"5";
+        else
+            return false;
+        return true;
+    }
+};
+
+class FakeTable : public QTableHandle {
+public:
+    explicit FakeTable(const CString& name) : m_name(name) {}
+    CString Name() const override { return m_name; }
+    void Serialize(CArchive&) override {}
+
+private:
+    CString m_name;
+};
+
+// The defaults of a metric installation: mm, m², m³, degrees, dollars and hours.
+class AnyValueConvertTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        QLength::SetDefaultUnits(QLength::LU_MM);
+        QArea::SetDefaultUnits(QArea::AU_SQM);
+        QVolume::SetDefaultUnits(QVolume::VU_CBM);
+        QAngle::SetDefaultUnits(QAngle::ANGU_DEG);
+        QMoney::SetDefaultUnits(QMoney::MU_DOLLARS);
+        QTime::SetDefaultUnits(QTime::TU_HOURS);
+        QMoney::SetLocaleSymbols(u"$", u",", u".");
+        QDateTime::SetLocaleFormats(u"%d/%m/%Y", u"%H:%M:%S");
+        m_previousHook = SetFormulaEvaluatorHook(&FakeEvaluator::Evaluate);
+        FakeEvaluator::asked.clear();
+    }
+    void TearDown() override {
+        QLength::SetDefaultUnits(m_length);
+        QArea::SetDefaultUnits(m_area);
+        QVolume::SetDefaultUnits(m_volume);
+        QAngle::SetDefaultUnits(m_angle);
+        QMoney::SetDefaultUnits(m_money);
+        QTime::SetDefaultUnits(m_time);
+        QMoney::ResetLocaleSymbols();
+        QDateTime::ResetLocale();
+        SetFormulaEvaluatorHook(m_previousHook);
+    }
+
+private:
+    QLength::LENGTHUNITS m_length = QLength::DefaultUnits();
+    QArea::AREAUNITS m_area = QArea::DefaultUnits();
+    QVolume::VOLUMEUNITS m_volume = QVolume::DefaultUnits();
+    QAngle::ANGLEUNITS m_angle = QAngle::DefaultUnits();
+    QMoney::MONEYUNITS m_money = QMoney::DefaultUnits();
+    QTime::TIMEUNITS m_time = QTime::DefaultUnits();
+    QFormulaEvaluatorHook m_previousHook = nullptr;
+};
+
+struct Row {
+    T target;
+    QAnyValue expected;
+};
+
+// Converts `source` to each target and compares without promotion.
+void ExpectRow(const char* source, const QAnyValue& value, const std::vector<Row>& row) {
+    for (const Row& cell : row) {
+        const QAnyValue result = Converted(value, cell.target);
+        EXPECT_TRUE(result.Identical(cell.expected))
+            << source << " to " << Utf8(QAnyValue::TypeToString(cell.target)) << ": got "
+            << Describe(result) << ", expected " << Describe(cell.expected);
+    }
+}
+
+// --- The matrix --------------------------------------------------------------------------------
+
+TEST_F(AnyValueConvertTest, FromBool) {
+    ExpectRow("true", QAnyValue(true),
+              {{T::TYPE_STRING, QAnyValue(u"Yes")},
+               {T::TYPE_INT, QAnyValue(1)},
+               {T::TYPE_DOUBLE, QAnyValue(1.0)},
+               {T::TYPE_MONEY, Cents(100)},
+               {T::TYPE_TIME, Seconds(3600)},
+               {T::TYPE_LENGTH, Mm(1)},
+               {T::TYPE_AREA, QAnyValue(QArea(1))},
+               {T::TYPE_VOLUME, QAnyValue(QVolume(1))},
+               {T::TYPE_ANGLE, QAnyValue(QAngle(1))},
+               {T::TYPE_DATETIME, QAnyValue(QDateTime(1.0))},
+               {T::TYPE_COLOR, QAnyValue(1ul)},
+               {T::TYPE_ARRAY, Array({true})}});
+    ExpectRow("false", QAnyValue(false),
+              {{T::TYPE_STRING, QAnyValue(u"No")},
+               {T::TYPE_INT, QAnyValue(0)},
+               {T::TYPE_DOUBLE, QAnyValue(0.0)},
+               {T::TYPE_MONEY, Cents(0)},
+               {T::TYPE_LENGTH, Mm(0)}});
+    QAnyValue rate = Converted(QAnyValue(true), T::TYPE_RATE);
+    ASSERT_TRUE(rate.IsRate());
+    EXPECT_TRUE(rate.MakeRate().Num().Identical(QAnyValue(1))) << "0 or 1 as numerator";
+}
+
+TEST_F(AnyValueConvertTest, FromInt) {
+    ExpectRow("3", QAnyValue(3),
+              {{T::TYPE_STRING, QAnyValue(u"3")},
+               {T::TYPE_BOOL, QAnyValue(true)},
+               {T::TYPE_DOUBLE, QAnyValue(3.0)},
+               {T::TYPE_MONEY, Cents(300)},
+               {T::TYPE_TIME, Seconds(3 * 3600)},
+               {T::TYPE_LENGTH, Mm(3)},
+               {T::TYPE_AREA, QAnyValue(QArea(3))},
+               {T::TYPE_VOLUME, QAnyValue(QVolume(3))},
+               {T::TYPE_ANGLE, QAnyValue(QAngle(3))},
+               {T::TYPE_DATETIME, QAnyValue(QDateTime(3.0))},
+               {T::TYPE_COLOR, QAnyValue(3ul)},
+               {T::TYPE_ARRAY, Array({3})}});
+    ExpectRow("-1", QAnyValue(-1),
+              {{T::TYPE_COLOR, QAnyValue(0xFFFFFFFFul)}, {T::TYPE_BOOL, QAnyValue(true)}});
+    ExpectRow("0", QAnyValue(0), {{T::TYPE_BOOL, QAnyValue(false)}});
+    QAnyValue rate = Converted(QAnyValue(3), T::TYPE_RATE);
+    ASSERT_TRUE(rate.IsRate());
+    EXPECT_TRUE(rate.MakeRate().Num().Identical(QAnyValue(3)));
+    EXPECT_TRUE(rate.MakeRate().Den().Identical(QAnyValue(1)));
+    EXPECT_TRUE(Converted(QAnyValue(3), T::TYPE_DATETIME).MakeDateTime().IsValid());
+}
+
+TEST_F(AnyValueConvertTest, FromNumber) {
+    ExpectRow("2.9", QAnyValue(2.9),
+              {{T::TYPE_STRING, QAnyValue(u"2.9")},
+               {T::TYPE_BOOL, QAnyValue(true)},
+               {T::TYPE_INT, QAnyValue(2)},
+               {T::TYPE_MONEY, Cents(290)},
+               {T::TYPE_TIME, Seconds(10440)},
+               {T::TYPE_LENGTH, Mm(2.9)},
+               {T::TYPE_DATETIME, QAnyValue(QDateTime(2.9))},
+               {T::TYPE_COLOR, QAnyValue(2ul)},
+               {T::TYPE_ARRAY, Array({2.9})}});
+    ExpectRow("-2.5", QAnyValue(-2.5), {{T::TYPE_INT, QAnyValue(-2)}});
+    ExpectRow("0.0001", QAnyValue(0.0001), {{T::TYPE_BOOL, QAnyValue(true)}});
+    ExpectRow("0.0", QAnyValue(0.0), {{T::TYPE_BOOL, QAnyValue(false)}});
+    ExpectRow("1e20", QAnyValue(1e20), {{T::TYPE_STRING, QAnyValue(u"100000000000000000000")}});
+    ExpectRow("1e-7", QAnyValue(1e-7), {{T::TYPE_STRING, QAnyValue(u"0")}});
+    ExpectRow("3.0", QAnyValue(3.0), {{T::TYPE_STRING, QAnyValue(u"3")}});
+    QAnyValue rate = Converted(QAnyValue(2.5), T::TYPE_RATE);
+    ASSERT_TRUE(rate.IsRate());
+    EXPECT_TRUE(rate.MakeRate().Num().Identical(QAnyValue(2.5)));
+}
+
+TEST_F(AnyValueConvertTest, FromUnitsThroughTheDefaultUnits) {
+    ExpectRow("$1.50", Cents(150),
+              {{T::TYPE_STRING, QAnyValue(u"$1.50")},
+               {T::TYPE_BOOL, QAnyValue(true)},
+               {T::TYPE_INT, QAnyValue(1)},
+               {T::TYPE_DOUBLE, QAnyValue(1.5)},
+               {T::TYPE_TIME, Seconds(5400)},
+               {T::TYPE_LENGTH, Mm(1.5)},
+               {T::TYPE_DATETIME, QAnyValue(QDateTime(1.5))},
+               {T::TYPE_COLOR, QAnyValue(1ul)},
+               {T::TYPE_ARRAY, Array({Cents(150)})}});
+    ExpectRow("1.5 h", Seconds(5400),
+              {{T::TYPE_STRING, QAnyValue(u"1.5")},
+               {T::TYPE_INT, QAnyValue(1)},
+               {T::TYPE_DOUBLE, QAnyValue(1.5)},
+               {T::TYPE_MONEY, Cents(150)}});
+    ExpectRow("1000 mm", Mm(1000),
+              {{T::TYPE_STRING, QAnyValue(u"1000")},
+               {T::TYPE_INT, QAnyValue(1000)},
+               {T::TYPE_DOUBLE, QAnyValue(1000.0)},
+               {T::TYPE_AREA, QAnyValue(QArea(1000))},
+               {T::TYPE_MONEY, Cents(100000)},
+               {T::TYPE_BOOL, QAnyValue(true)}});
+    ExpectRow("0.005 mm", Mm(0.005), {{T::TYPE_BOOL, QAnyValue(false)}});
+    ExpectRow("2 m2", QAnyValue(QArea(2)),
+              {{T::TYPE_STRING, QAnyValue(u"2.00")},
+               {T::TYPE_DOUBLE, QAnyValue(2.0)},
+               {T::TYPE_LENGTH, Mm(2)}});
+    ExpectRow("0.5 m3", QAnyValue(QVolume(0.5)),
+              {{T::TYPE_STRING, QAnyValue(u"0.50")}, {T::TYPE_DOUBLE, QAnyValue(0.5)}});
+    ExpectRow("90 degrees", QAnyValue(QAngle(90)),
+              {{T::TYPE_STRING, QAnyValue(u"90.00")},
+               {T::TYPE_DOUBLE, QAnyValue(90.0)},
+               {T::TYPE_INT, QAnyValue(90)}});
+    QAnyValue rate = Converted(Mm(2), T::TYPE_RATE);
+    ASSERT_TRUE(rate.IsRate());
+    EXPECT_TRUE(rate.MakeRate().Num().Identical(Mm(2))) << "the value itself is the numerator";
+}
+
+TEST_F(AnyValueConvertTest, ANumberFollowsTheDefaultUnit) {
+    QLength::SetDefaultUnits(QLength::LU_METRE);
+    EXPECT_TRUE(Converted(Mm(1000), T::TYPE_DOUBLE).Identical(QAnyValue(1.0)));
+    EXPECT_TRUE(Converted(QAnyValue(2), T::TYPE_LENGTH).Identical(Mm(2000)));
+    QLength::SetDefaultUnits(QLength::LU_MM);
+    EXPECT_TRUE(Converted(Mm(1000), T::TYPE_DOUBLE).Identical(QAnyValue(1000.0)));
+}
+
+TEST_F(AnyValueConvertTest, FromDate) {
+    const QDateTime date(2026, 11, 21, 12, 0, 0);
+    const double days = date.GetOleDate();
+    ExpectRow("a date", QAnyValue(date),
+              {{T::TYPE_STRING, QAnyValue(u"21/11/2026 12:00:00")},
+               {T::TYPE_BOOL, QAnyValue(true)},
+               {T::TYPE_INT, QAnyValue(static_cast<int>(days))},
+               {T::TYPE_DOUBLE, QAnyValue(days)},
+               {T::TYPE_LENGTH, Mm(days)},
+               {T::TYPE_COLOR, QAnyValue(static_cast<unsigned long>(days))}});
+    ExpectRow("day 0", QAnyValue(QDateTime(0.0)), {{T::TYPE_BOOL, QAnyValue(false)}});
+    QDateTime invalid(5.0);
+    invalid.SetStatus(QDateTime::invalid);
+    ExpectRow("an invalid date", QAnyValue(invalid),
+              {{T::TYPE_STRING, QAnyValue(u"Invalid DateTime")}});
+}
+
+TEST_F(AnyValueConvertTest, FromColor) {
+    ExpectRow("red", QAnyValue(0x0000FFul),
+              {{T::TYPE_STRING, QAnyValue(u"rgb(255,0,0)")},
+               {T::TYPE_BOOL, QAnyValue(true)},
+               {T::TYPE_INT, QAnyValue(255)},
+               {T::TYPE_DOUBLE, QAnyValue(255.0)},
+               {T::TYPE_LENGTH, Mm(255)},
+               {T::TYPE_DATETIME, QAnyValue(QDateTime(255.0))}});
+    ExpectRow("white with a high byte", QAnyValue(0xFFFFFFFFul),
+              {{T::TYPE_INT, QAnyValue(-1)}, {T::TYPE_DOUBLE, QAnyValue(4294967295.0)}});
+    ExpectRow("black", QAnyValue(0ul), {{T::TYPE_BOOL, QAnyValue(false)}});
+    EXPECT_EQ(Utf8(QAnyValue::ToRGBString(0x123456)), "rgb(86,52,18)");
+}
+
+TEST_F(AnyValueConvertTest, FromRate) {
+    const QAnyValue rate(QRateValue(Cents(300), Mm(2)));
+    ASSERT_TRUE(rate.IsRate());
+    ExpectRow("$3 per 2 mm", rate,
+              {{T::TYPE_STRING, QAnyValue(u"$3.00/2")},
+               {T::TYPE_BOOL, QAnyValue(true)},
+               {T::TYPE_INT, QAnyValue(1)},
+               {T::TYPE_DOUBLE, QAnyValue(1.5)},
+               {T::TYPE_MONEY, Cents(150)},
+               {T::TYPE_LENGTH, Mm(1.5)},
+               {T::TYPE_DATETIME, QAnyValue(QDateTime(1.5))},
+               {T::TYPE_COLOR, QAnyValue(1ul)}});
+    ExpectRow("a zero rate", QAnyValue(QRateValue(Cents(0), Mm(2))),
+              {{T::TYPE_BOOL, QAnyValue(false)}, {T::TYPE_STRING, QAnyValue(u"$0.00/2")}});
+}
+
+TEST_F(AnyValueConvertTest, ErrorsStayErrorsButForArrays) {
+    const T targets[] = {T::TYPE_EMPTY,  T::TYPE_STRING, T::TYPE_BOOL,        T::TYPE_INT,
+                         T::TYPE_DOUBLE, T::TYPE_MONEY,  T::TYPE_TIME,        T::TYPE_LENGTH,
+                         T::TYPE_AREA,   T::TYPE_ANGLE,  T::TYPE_LOOKUPTABLE, T::TYPE_DATETIME,
+                         T::TYPE_VOLUME, T::TYPE_RATE,   T::TYPE_COLOR,       T::TYPE_NA};
+    for (const T target : targets) {
+        const QAnyValue converted = Converted(Error("kept"), target);
+        EXPECT_EQ(MessageOf(converted), "kept") << Utf8(QAnyValue::TypeToString(target));
+    }
+    QAnyValue error = Error("kept");
+    QArray<QAnyValue>& elements = error.MakeArray();
+    ASSERT_EQ(elements.GetCount(), 1);
+    EXPECT_EQ(MessageOf(elements[0]), "kept");
+}
+
+TEST_F(AnyValueConvertTest, NotAvailableBecomesAnErrorOnlyWhenAskedTo) {
+    EXPECT_TRUE(Converted(NA(), T::TYPE_INT).IsNA());
+    EXPECT_TRUE(Converted(NA(), T::TYPE_STRING).IsNA());
+    EXPECT_TRUE(Converted(NA(), T::TYPE_EMPTY).IsNA());
+    EXPECT_TRUE(Converted(NA(), T::TYPE_ERROR).IsError());
+    EXPECT_TRUE(Converted(NA(), T::TYPE_ARRAY).Identical(Array({NA()})));
+}
+
+TEST_F(AnyValueConvertTest, EmptyTakesTheDefaultOfAnyType) {
+    EXPECT_TRUE(Converted(QAnyValue(), T::TYPE_INT).Identical(QAnyValue(0)));
+    EXPECT_TRUE(Converted(QAnyValue(), T::TYPE_STRING).Identical(QAnyValue(u"")));
+    EXPECT_TRUE(Converted(QAnyValue(), T::TYPE_LENGTH).Identical(Mm(0)));
+    EXPECT_TRUE(Converted(QAnyValue(), T::TYPE_ARRAY).Identical(Array({})))
+        << "an empty value becomes an empty array, not an array of one";
+}
+
+TEST_F(AnyValueConvertTest, NumbersToTheOtherTargets) {
+    EXPECT_TRUE(Converted(QAnyValue(3), T::TYPE_EMPTY).IsEmpty());
+    EXPECT_TRUE(Converted(QAnyValue(3), T::TYPE_NA).IsNA());
+    EXPECT_EQ(MessageOf(Converted(QAnyValue(3), T::TYPE_ERROR)), "");
+    const QAnyValue table = Converted(QAnyValue(3), T::TYPE_LOOKUPTABLE);
+    ASSERT_TRUE(table.IsLookupTable());
+    EXPECT_EQ(Utf8(table.Format()), "") << "no table";
+}
+
+TEST_F(AnyValueConvertTest, FromArray) {
+    const QAnyValue array = Array({2.5, u"a \"b\"", QAnyValue(), Mm(3)});
+    EXPECT_TRUE(Converted(array, T::TYPE_STRING).Identical(QAnyValue(u"[2.5,\"a \"\"b\"\"\",,3]")));
+    EXPECT_TRUE(Converted(array, T::TYPE_INT).Identical(QAnyValue(2)))
+        << "the first element counts";
+    EXPECT_TRUE(Converted(array, T::TYPE_LENGTH).Identical(Mm(2.5)));
+    EXPECT_TRUE(Converted(array, T::TYPE_EMPTY).IsEmpty());
+    EXPECT_TRUE(Converted(Array({Error("first")}), T::TYPE_INT).IsError());
+    EXPECT_TRUE(Converted(Array({}), T::TYPE_STRING).Identical(QAnyValue(u"[]")));
+    EXPECT_THROW(Converted(Array({}), T::TYPE_INT), InvalidArgumentException);
+    QAnyValue empty = Array({});
+    EXPECT_THROW(empty.MakeDouble(), InvalidArgumentException);
+}
+
+TEST_F(AnyValueConvertTest, FromLookupTable) {
+    const QAnyValue table(QTableHandlePtr(new FakeTable(u"/tables/prices.vlt")));
+    EXPECT_TRUE(Converted(table, T::TYPE_STRING).Identical(QAnyValue(u"/tables/prices.vlt")));
+    EXPECT_TRUE(Converted(table, T::TYPE_INT).Identical(QAnyValue(0)));
+    EXPECT_TRUE(Converted(table, T::TYPE_LENGTH).Identical(Mm(0)));
+    const QAnyValue wrapped = Converted(table, T::TYPE_ARRAY);
+    ASSERT_EQ(wrapped.GetSize(), 1);
+    EXPECT_TRUE(Converted(QAnyValue(QTableHandlePtr()), T::TYPE_STRING).Identical(QAnyValue(u"")));
+}
+
+// --- From a string -----------------------------------------------------------------------------
+
+TEST_F(AnyValueConvertTest, StringsBecomeErrorsAndStates) {
+    EXPECT_EQ(MessageOf(Converted(QAnyValue(u"my message"), T::TYPE_ERROR)), "my message");
+    EXPECT_TRUE(Converted(QAnyValue(u"#err!"), T::TYPE_INT).IsError());
+    EXPECT_TRUE(Converted(QAnyValue(u"#n/a"), T::TYPE_LENGTH).IsNA());
+    EXPECT_TRUE(Converted(QAnyValue(u"#Empty"), T::TYPE_DOUBLE).IsEmpty());
+    EXPECT_TRUE(Converted(QAnyValue(u"#N/A"), T::TYPE_ARRAY).IsNA())
+        << "the words come before the target";
+    EXPECT_TRUE(Converted(QAnyValue(u"anything"), T::TYPE_EMPTY).IsEmpty());
+    EXPECT_TRUE(Converted(QAnyValue(u"anything"), T::TYPE_NA).IsNA());
+    EXPECT_TRUE(Converted(QAnyValue(u"x"), T::TYPE_ARRAY).Identical(Array({u"x"})));
+    EXPECT_TRUE(FakeEvaluator::asked.empty());
+}
+
+TEST_F(AnyValueConvertTest, StringsToDates) {
+    const QAnyValue date = Converted(QAnyValue(u"21/11/2026"), T::TYPE_DATETIME);
+    EXPECT_TRUE(date.Identical(QAnyValue(QDateTime(2026, 11, 21))));
+    EXPECT_EQ(MessageOf(Converted(QAnyValue(u"soon"), T::TYPE_DATETIME)), "Invalid DateTime");
+}
+
+TEST_F(AnyValueConvertTest, ParsedStringsNeedNoFormula) {
+    const struct {
+        const char* text;
+        T target;
+        QAnyValue expected;
+    } cases[] = {
+        {"", T::TYPE_DOUBLE, QAnyValue(0.0)},
+        {"", T::TYPE_LENGTH, Mm(0)},
+        {"", T::TYPE_COLOR, QAnyValue(0ul)},
+        {"42", T::TYPE_INT, QAnyValue(42)},
+        {" 2.5 ", T::TYPE_DOUBLE, QAnyValue(2.5)},
+        {"3", T::TYPE_LENGTH, Mm(3)},
+        {"3'", T::TYPE_LENGTH, QAnyValue(QLength(3, QLength::LU_FOOT))},
+        {"$1,234.50", T::TYPE_MONEY, Cents(123450)},
+        {"90 s", T::TYPE_TIME, Seconds(90)},
+        {"yes", T::TYPE_BOOL, QAnyValue(true)},
+        {"n", T::TYPE_BOOL, QAnyValue(false)},
+        {"7", T::TYPE_BOOL, QAnyValue(true)},
+        {"rgb(255, 128, 0)", T::TYPE_COLOR, QAnyValue(0x0080FFul)},
+        {"RGB(1,2,3)", T::TYPE_COLOR, QAnyValue(0x030201ul)},
+        {"255", T::TYPE_COLOR, QAnyValue(255ul)},
+        {"2 sqm", T::TYPE_AREA, QAnyValue(QArea(2))},
+        {"45 deg", T::TYPE_ANGLE, QAnyValue(QAngle(45))},
+    };
+    for (const auto& c : cases) {
+        const QAnyValue result = Converted(QAnyValue(c.text), c.target);
+        EXPECT_TRUE(result.Identical(c.expected))
+            << "\"" << c.text << "\": got " << Describe(result);
+    }
+    EXPECT_TRUE(FakeEvaluator::asked.empty()) << "no text needed the evaluator";
+}
+
+TEST_F(AnyValueConvertTest, TheFormulaStep) {
+    EXPECT_TRUE(Converted(QAnyValue(u"=1+1"), T::TYPE_DOUBLE).Identical(QAnyValue(2.0)));
+    EXPECT_EQ(FakeEvaluator::asked, std::vector<std::string>{"1+1"}) << "without the =";
+    FakeEvaluator::asked.clear();
+    EXPECT_TRUE(Converted(QAnyValue(u"1+1"), T::TYPE_DOUBLE).Identical(QAnyValue(2.0)))
+        << "after the parse fails";
+    EXPECT_EQ(FakeEvaluator::asked, std::vector<std::string>{"1+1"});
+    EXPECT_TRUE(Converted(QAnyValue(u"=42"), T::TYPE_INT).IsError())
+        << "= skips the parser, and the fake evaluator knows no numbers";
+
+    EXPECT_TRUE(Converted(QAnyValue(u"3 ft"), T::TYPE_LENGTH)
+                    .Identical(QAnyValue(QLength(3, QLength::LU_FOOT))));
+    QAnyValue feet = Converted(QAnyValue(u"3 ft"), T::TYPE_DOUBLE);
+    ASSERT_TRUE(feet.IsDouble()) << "3 feet as a number in the default unit";
+    EXPECT_DOUBLE_EQ(feet.MakeDouble(), 914.4);
+    EXPECT_TRUE(Converted(QAnyValue(u"true"), T::TYPE_BOOL).Identical(QAnyValue(true)));
+    EXPECT_TRUE(Converted(QAnyValue(u"red"), T::TYPE_COLOR).Identical(QAnyValue(0xFFul)));
+    EXPECT_TRUE(Converted(QAnyValue(u"five"), T::TYPE_INT).Identical(QAnyValue(5)))
+        << "a string result is converted in turn";
+    EXPECT_TRUE(Converted(QAnyValue(u"missing"), T::TYPE_INT).IsNA());
+    EXPECT_EQ(MessageOf(Converted(QAnyValue(u"broken"), T::TYPE_INT)), "inner failure");
+    EXPECT_TRUE(Converted(QAnyValue(u"="), T::TYPE_INT).Identical(QAnyValue(0)));
+}
+
+TEST_F(AnyValueConvertTest, FormulaFailures) {
+    EXPECT_EQ(MessageOf(Converted(QAnyValue(u"abc"), T::TYPE_DOUBLE)),
+              "Could not evaluate formula\nabc");
+    EXPECT_EQ(MessageOf(Converted(QAnyValue(u"=abc"), T::TYPE_LENGTH)),
+              "Could not evaluate formula\nabc");
+    EXPECT_EQ(MessageOf(Converted(QAnyValue(u"selfie"), T::TYPE_DOUBLE)),
+              "Could not evaluate formula (looping)\nselfie");
+    const QAnyValue pingPong = Converted(QAnyValue(u"ping"), T::TYPE_INT);
+    EXPECT_EQ(MessageOf(pingPong).rfind("Could not evaluate formula (looping)\n", 0), 0u)
+        << MessageOf(pingPong);
+    EXPECT_EQ(MessageOf(Converted(QAnyValue(u"rgb(256,0,0)"), T::TYPE_COLOR)),
+              "Could not evaluate formula\nrgb(256,0,0)");
+}
+
+TEST_F(AnyValueConvertTest, WithoutAnEvaluatorTheFormulaStepFails) {
+    SetFormulaEvaluatorHook(nullptr);
+    EXPECT_EQ(MessageOf(Converted(QAnyValue(u"1+1"), T::TYPE_DOUBLE)),
+              "Could not evaluate formula\n1+1");
+    EXPECT_TRUE(Converted(QAnyValue(u"12"), T::TYPE_DOUBLE).Identical(QAnyValue(12.0)))
+        << "a text the parser reads needs no evaluator";
+}
+
+TEST_F(AnyValueConvertTest, RunAsFormulaSkipsTheParser) {
+    QAnyValue value(u"1+1");
+    value.ChangeTypeFromString(T::TYPE_INT, true);
+    EXPECT_TRUE(value.Identical(QAnyValue(2)));
+    QAnyValue digits(u"12");
+    digits.ChangeTypeFromString(T::TYPE_INT, true);
+    EXPECT_TRUE(digits.IsError()) << "the fake evaluator does not know digits";
+    EXPECT_EQ(FakeEvaluator::asked.back(), "12");
+}
+
+// --- The Make family over strings --------------------------------------------------------------
+
+TEST_F(AnyValueConvertTest, MakeFamilyEdgeCases) {
+    QAnyValue number(2.9);
+    EXPECT_EQ(number.MakeInt(), 2);
+    QAnyValue tiny(0.0001);
+    EXPECT_TRUE(tiny.MakeBool());
+    QAnyValue empty(u"");
+    EXPECT_EQ(empty.MakeDouble(), 0.0);
+    EXPECT_TRUE(empty.IsDouble());
+    QAnyValue length(u"3'");
+    EXPECT_DOUBLE_EQ(length.MakeLength().GetRaw(), 914.4);
+}
+
+// --- Parsing -----------------------------------------------------------------------------------
+
+TEST_F(AnyValueConvertTest, ParseOfOneTypeSetsTheTypeEvenWhenItFails) {
+    QAnyValue value(u"old");
+    EXPECT_EQ(value.Parse(u"abc", T::TYPE_LENGTH), PARSE_NONE);
+    EXPECT_TRUE(value.Identical(Mm(0)));
+    EXPECT_EQ(value.Parse(u"4", T::TYPE_LENGTH), PARSE_DEFAULTED);
+    EXPECT_TRUE(value.Identical(Mm(4)));
+    EXPECT_EQ(value.Parse(u"4cm", T::TYPE_LENGTH), PARSE_EXACT);
+    EXPECT_TRUE(value.Identical(Mm(40)));
+    EXPECT_EQ(value.Parse(u"any text", T::TYPE_STRING), PARSE_EXACT);
+    EXPECT_TRUE(value.Identical(QAnyValue(u"any text")));
+    EXPECT_EQ(value.Parse(u"x", T::TYPE_ARRAY), PARSE_NONE);
+    EXPECT_EQ(value.Parse(u"21/11/2026", T::TYPE_DATETIME), PARSE_EXACT);
+    EXPECT_EQ(value.Parse(u"no digits", T::TYPE_DATETIME), PARSE_NONE);
+    EXPECT_EQ(value.Parse(u"$2 / hr", T::TYPE_RATE), PARSE_EXACT);
+    EXPECT_TRUE(value.IsRate());
+}
+
+TEST_F(AnyValueConvertTest, ParseTriesTheTypesInOrder) {
+    const struct {
+        const char* text;
+        PARSERESULT result;
+        QAnyValue expected;
+    } cases[] = {
+        {"yes", PARSE_EXACT, QAnyValue(true)},
+        {"12", PARSE_EXACT, QAnyValue(true)},
+        {"0", PARSE_EXACT, QAnyValue(false)},
+        {"1.5", PARSE_EXACT, QAnyValue(1.5)},
+        {"$1.50", PARSE_EXACT, Cents(150)},
+        {"3 s", PARSE_EXACT, Seconds(3)},
+        {"2.5 hr", PARSE_EXACT, Seconds(9000)},
+        {"3 mm", PARSE_EXACT, Mm(3)},
+        {"3'", PARSE_EXACT, QAnyValue(QLength(3, QLength::LU_FOOT))},
+        {"3 sqm", PARSE_EXACT, QAnyValue(QArea(3))},
+        {"3 cbm", PARSE_EXACT, QAnyValue(QVolume(3))},
+        {"90 deg", PARSE_EXACT, QAnyValue(QAngle(90))},
+        {"yes please", PARSE_DEFAULTED, QAnyValue(true)},
+        {"hello", PARSE_EXACT, QAnyValue(u"hello")},
+        {"", PARSE_EXACT, QAnyValue(u"")},
+    };
+    for (const auto& c : cases) {
+        QAnyValue value;
+        EXPECT_EQ(value.Parse(CString(c.text)), c.result) << c.text;
+        EXPECT_TRUE(value.Identical(c.expected)) << "\"" << c.text << "\": " << Describe(value);
+    }
+    QAnyValue rate;
+    EXPECT_EQ(rate.Parse(u"$5 / hr"), PARSE_EXACT);
+    ASSERT_TRUE(rate.IsRate());
+    EXPECT_TRUE(rate.MakeRate().Num().Identical(Cents(500)));
+    EXPECT_TRUE(rate.MakeRate().Den().Identical(Seconds(3600)));
+}
+
+TEST_F(AnyValueConvertTest, ParseBool) {
+    const struct {
+        const char* text;
+        PARSERESULT result;
+        bool value;
+    } cases[] = {
+        {"Yes", PARSE_EXACT, true},       {" YES ", PARSE_EXACT, true},
+        {"y", PARSE_EXACT, true},         {"No", PARSE_EXACT, false},
+        {"n", PARSE_EXACT, false},        {"yess", PARSE_EXACT, true},
+        {"ye", PARSE_EXACT, true},        {"on", PARSE_EXACT, false},
+        {"nope", PARSE_DEFAULTED, false}, {"yes sir", PARSE_DEFAULTED, true},
+        {"42", PARSE_EXACT, true},        {"0", PARSE_EXACT, false},
+        {"-1", PARSE_EXACT, true},
+    };
+    for (const auto& c : cases) {
+        bool value = !c.value;
+        EXPECT_EQ(QAnyValue::ParseBool(value, CString(c.text)), c.result) << c.text;
+        EXPECT_EQ(value, c.value) << c.text;
+    }
+    for (const char* text : {"maybe", "", "1.5", "true"}) {
+        bool value = true;
+        EXPECT_EQ(QAnyValue::ParseBool(value, CString(text)), PARSE_NONE) << text;
+        EXPECT_TRUE(value) << "left alone: " << text;
+    }
+}
+
+TEST_F(AnyValueConvertTest, ParseIntAndParseDouble) {
+    int whole = 0;
+    EXPECT_TRUE(QAnyValue::ParseInt(whole, u" -12 "));
+    EXPECT_EQ(whole, -12);
+    for (const char* text : {"12x", "12 x", "1.5", "", "x"}) {
+        whole = 99;
+        EXPECT_FALSE(QAnyValue::ParseInt(whole, CString(text))) << text;
+        EXPECT_EQ(whole, 99) << text;
+    }
+    double number = 0;
+    EXPECT_TRUE(QAnyValue::ParseDouble(number, u" -2e3 "));
+    EXPECT_EQ(number, -2000.0);
+    EXPECT_TRUE(QAnyValue::ParseDouble(number, u"7"));
+    EXPECT_EQ(number, 7.0);
+    for (const char* text : {"1.5.2", "1.5 m", "", "inf", "nan"}) {
+        number = 99;
+        EXPECT_FALSE(QAnyValue::ParseDouble(number, CString(text))) << text;
+        EXPECT_EQ(number, 99.0) << text;
+    }
+}
+
+} // namespace
+
+} // namespace keel

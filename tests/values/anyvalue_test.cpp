@@ -1,0 +1,1413 @@
+#include "keel/platform/fpstatus.h"
+#include "keel/values/anyvalue.h"
+#include "keel/values/compare.h"
+#include "keel/values/evaluatorfactory.h"
+#include "keel/values/ratevalue.h"
+
+#include <cmath>
+#include <functional>
+#include <gtest/gtest.h>
+#include <limits>
+#include <string>
+#include <vector>
+
+namespace keel {
+
+namespace {
+
+using V = QAnyValue;
+
+std::string Utf8(const CString& text) {
+    return text.ToUtf8();
+}
+
+std::string MessageOf(const QAnyValue& value) {
+    CString message;
+    return value.IsErrorAndGetMessage(message) ? message.ToUtf8() : "<no error>";
+}
+
+QAnyValue Array(std::initializer_list<QAnyValue> elements) {
+    return QAnyValue(QArray<QAnyValue>(elements));
+}
+
+// A stand-in for the evaluator: a few literal formulas, and a record of what it was asked.
+struct FakeEvaluator {
+    static inline std::vector<std::string> asked;
+
+    static bool Evaluate(const FormulaText& formula, QFormulaContext*, QAnyValue& result) {
+        const CString text = formula.ToString();
+        asked.push_back(text.ToUtf8());
+        int whole = 0;
+        double number = 0;
+        if (text == u"1+1")
+            result = 2;
+        else if (text == u"2+3")
+            result = 5;
+        else if (QAnyValue::ParseInt(whole, text))
+            result = whole;
+        else if (QAnyValue::ParseDouble(number, text))
+            result = number;
+        else if (text == u"3 ft")
+            result = QLength(3, QLength::LU_FOOT);
+        else if (text == u"true")
+            result = true;
+        else if (text == u"selfie")
+            result = u"selfie";
+        else if (text == u"ping")
+            result = u"pong";
+        else if (text == u"pong")
+            result = u"ping";
+        else if (text == u"missing")
+            result.MakeNA();
+        else if (text.GetLength() >= 2 && text[0] == u'"' && text[text.GetLength() - 1] == u'"')
+            result = text.Mid(1, text.GetLength() - 2);
+        else
+            return false;
+        return true;
+    }
+};
+
+// A table known by its name alone.
+class FakeTable : public QTableHandle {
+public:
+    explicit FakeTable(const CString& name) : m_name(name) {}
+    CString Name() const override { return m_name; }
+    void Serialize(CArchive& archive) override {
+        if (archive.IsStoring())
+            archive << m_name;
+        else
+            archive >> m_name;
+    }
+
+private:
+    CString m_name;
+};
+
+class FakeTableSource : public QTableHandleSource {
+public:
+    QTableHandlePtr Open(const CString& name, bool reportErrors, CString& error) override {
+        lastReportErrors = reportErrors;
+        if (name.CompareNoCase(u"prices") != 0 && name.CompareNoCase(u"sizes") != 0) {
+            error = u"no such table";
+            return QTableHandlePtr();
+        }
+        return QTableHandlePtr(new FakeTable(name));
+    }
+    QTableHandlePtr CreateEmpty() override { return QTableHandlePtr(new FakeTable(CString())); }
+
+    bool lastReportErrors = true;
+};
+
+// Puts back every process-wide setting the tests change, and starts each test with the
+// fake evaluator, "$" money and the built-in options.
+class AnyValueTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        QMoney::SetLocaleSymbols(u"$", u",", u".");
+        m_previousHook = SetFormulaEvaluatorHook(&FakeEvaluator::Evaluate);
+        m_previousSource = SetTableHandleSource(&m_tables);
+        m_previousReader = QAnyValue::SetProfileIntReader(nullptr);
+        FakeEvaluator::asked.clear();
+    }
+    void TearDown() override {
+        QLength::SetDefaultUnits(m_length);
+        QArea::SetDefaultUnits(m_area);
+        QVolume::SetDefaultUnits(m_volume);
+        QAngle::SetDefaultUnits(m_angle);
+        QMoney::SetDefaultUnits(m_money);
+        QTime::SetDefaultUnits(m_time);
+        QMoney::ResetLocaleSymbols();
+        SetFormulaEvaluatorHook(m_previousHook);
+        SetTableHandleSource(m_previousSource);
+        QAnyValue::SetProfileIntReader(m_previousReader);
+        QAnyValue::SetYesNoStrings(u"Yes", u"No");
+    }
+
+    FakeTableSource m_tables;
+
+private:
+    QLength::LENGTHUNITS m_length = QLength::DefaultUnits();
+    QArea::AREAUNITS m_area = QArea::DefaultUnits();
+    QVolume::VOLUMEUNITS m_volume = QVolume::DefaultUnits();
+    QAngle::ANGLEUNITS m_angle = QAngle::DefaultUnits();
+    QMoney::MONEYUNITS m_money = QMoney::DefaultUnits();
+    QTime::TIMEUNITS m_time = QTime::DefaultUnits();
+    QFormulaEvaluatorHook m_previousHook = nullptr;
+    QTableHandleSource* m_previousSource = nullptr;
+    QAnyValue::ProfileIntReader m_previousReader = nullptr;
+};
+
+QAnyValue Error(const char* message) {
+    QAnyValue value;
+    value.MakeError(CString(message));
+    return value;
+}
+
+QAnyValue NA() {
+    QAnyValue value;
+    value.MakeNA();
+    return value;
+}
+
+QAnyValue Mm(double mm) {
+    return QAnyValue(QLength(mm, QLength::LU_MM));
+}
+
+QAnyValue SquareMetres(double value) {
+    return QAnyValue(QArea(value, QArea::AU_SQM));
+}
+
+QAnyValue CubicMetres(double value) {
+    return QAnyValue(QVolume(value, QVolume::VU_CBM));
+}
+
+QAnyValue Cents(int cents) {
+    return QAnyValue(QMoney::FromRaw(cents));
+}
+
+QAnyValue Seconds(int seconds) {
+    return QAnyValue(QTime::FromRaw(seconds));
+}
+
+QAnyValue Degrees(double degrees) {
+    return QAnyValue(QAngle(degrees, QAngle::ANGU_DEG));
+}
+
+QAnyValue Color(unsigned long color) {
+    return QAnyValue(color);
+}
+
+double RawOf(QAnyValue value) {
+    switch (value.Type()) {
+    case QAnyValue::TYPE_LENGTH:
+        return value.MakeLength().GetRaw();
+    case QAnyValue::TYPE_AREA:
+        return value.MakeArea().GetRaw();
+    case QAnyValue::TYPE_VOLUME:
+        return value.MakeVolume().GetRaw();
+    case QAnyValue::TYPE_ANGLE:
+        return value.MakeAngle().GetRaw();
+    case QAnyValue::TYPE_MONEY:
+        return value.MakeMoney().GetRaw();
+    case QAnyValue::TYPE_TIME:
+        return value.MakeTime().GetRaw();
+    case QAnyValue::TYPE_INT:
+        return value.MakeInt();
+    case QAnyValue::TYPE_DOUBLE:
+        return value.MakeDouble();
+    default:
+        ADD_FAILURE() << "no raw number for " << Utf8(value.TypeName());
+        return 0;
+    }
+}
+
+// --- Types -------------------------------------------------------------------------------------
+
+TEST_F(AnyValueTest, TypeNamesRoundTripIgnoringCase) {
+    const struct {
+        int number;
+        const char* name;
+    } cases[] = {
+        {-2, "#N/A"},     {-1, "#ERR!"},        {0, "<none>"},         {1, "String"},
+        {2, "Yes or No"}, {3, "Whole Number"},  {4, "Number"},         {5, "Money"},
+        {6, "Time"},      {7, "Length"},        {8, "Area"},           {9, "Angle"},
+        {10, "Array"},    {11, "Lookup Table"}, {12, "Date and Time"}, {13, "Volume"},
+        {14, "Rate"},     {15, "Color"},
+    };
+    for (const auto& c : cases) {
+        const auto type = static_cast<QAnyValue::TYPE>(c.number);
+        EXPECT_EQ(Utf8(QAnyValue::TypeToString(type)), c.name);
+        CString upper(c.name);
+        upper.MakeUpper();
+        EXPECT_EQ(QAnyValue::StringToType(upper), type) << c.name;
+    }
+    EXPECT_EQ(Utf8(QAnyValue::TypeToString(static_cast<QAnyValue::TYPE>(16))), "#EMPTY");
+    EXPECT_EQ(Utf8(QAnyValue::TypeToString(static_cast<QAnyValue::TYPE>(-3))), "#EMPTY");
+    EXPECT_EQ(Utf8(QAnyValue::TypeToString(static_cast<QAnyValue::TYPE>(255))), "#EMPTY");
+    EXPECT_EQ(QAnyValue::StringToType(u"Integer"), QAnyValue::TYPE_EMPTY);
+}
+
+TEST_F(AnyValueTest, IntToTypeKeepsOnlyZeroToFifteen) {
+    EXPECT_EQ(QAnyValue::IntToType(0), QAnyValue::TYPE_EMPTY);
+    EXPECT_EQ(QAnyValue::IntToType(15), QAnyValue::TYPE_COLOR);
+    EXPECT_EQ(QAnyValue::IntToType(7), QAnyValue::TYPE_LENGTH);
+    EXPECT_EQ(QAnyValue::IntToType(16), QAnyValue::TYPE_EMPTY);
+    EXPECT_EQ(QAnyValue::IntToType(-1), QAnyValue::TYPE_EMPTY);
+    EXPECT_EQ(QAnyValue::IntToType(-2), QAnyValue::TYPE_EMPTY);
+}
+
+TEST_F(AnyValueTest, CompareTypeWithIsTheDifferenceOfRanks) {
+    const struct {
+        QAnyValue a;
+        QAnyValue b;
+        int difference;
+    } cases[] = {
+        {QAnyValue(u"x"), QAnyValue(true), -1},
+        {QAnyValue(1), QAnyValue(1.5), -1},
+        {Mm(1), QAnyValue(1.5), 3},
+        {SquareMetres(1), Mm(1), 1},
+        {Degrees(1), Mm(1), -1},
+        {Array({1}), Degrees(1), 0},
+        {QAnyValue(QTableHandlePtr()), Color(1), 1},
+        {QAnyValue(QDateTime(2.0)), QAnyValue(u"x"), 0},
+        {QAnyValue(QRateValue(QAnyValue(Cents(1)), Mm(1))), SquareMetres(1), 1},
+        {Error("e"), Color(1), 0},
+        {Color(1), NA(), 0},
+    };
+    for (const auto& c : cases)
+        EXPECT_EQ(c.a.CompareTypeWith(c.b), c.difference)
+            << Utf8(c.a.TypeName()) << " against " << Utf8(c.b.TypeName());
+}
+
+TEST_F(AnyValueTest, ADOXColumnTypes) {
+    EXPECT_EQ(QAnyValue::TypeToADOXEnum(QAnyValue::TYPE_STRING), 202);
+    EXPECT_EQ(QAnyValue::TypeToADOXEnum(QAnyValue::TYPE_BOOL), 11);
+    EXPECT_EQ(QAnyValue::TypeToADOXEnum(QAnyValue::TYPE_INT), 3);
+    EXPECT_EQ(QAnyValue::TypeToADOXEnum(QAnyValue::TYPE_DOUBLE), 5);
+    EXPECT_EQ(QAnyValue::TypeToADOXEnum(QAnyValue::TYPE_LENGTH), 0);
+    EXPECT_EQ(QAnyValue::TypeToADOXEnum(QAnyValue::TYPE_MONEY), 0);
+}
+
+// --- Storage -----------------------------------------------------------------------------------
+
+TEST_F(AnyValueTest, SetTypeGivesEachTypeItsDefault) {
+    QAnyValue value(u"text");
+    value.SetType(QAnyValue::TYPE_STRING);
+    EXPECT_EQ(Utf8(value.MakeCString()), "text") << "the same type keeps the content";
+
+    const auto fresh = [&](QAnyValue::TYPE type) {
+        QAnyValue v(u"old content");
+        v.SetType(type);
+        EXPECT_EQ(v.Type(), type);
+        return v;
+    };
+    EXPECT_TRUE(fresh(QAnyValue::TYPE_STRING).IsString());
+    EXPECT_FALSE(fresh(QAnyValue::TYPE_BOOL).MakeBool());
+    EXPECT_EQ(fresh(QAnyValue::TYPE_INT).MakeInt(), 0);
+    EXPECT_EQ(fresh(QAnyValue::TYPE_DOUBLE).MakeDouble(), 0.0);
+    EXPECT_EQ(fresh(QAnyValue::TYPE_MONEY).MakeMoney().GetRaw(), 0);
+    EXPECT_EQ(fresh(QAnyValue::TYPE_TIME).MakeTime().GetRaw(), 0);
+    EXPECT_EQ(fresh(QAnyValue::TYPE_LENGTH).MakeLength().GetRaw(), 0.0);
+    EXPECT_EQ(fresh(QAnyValue::TYPE_AREA).MakeArea().GetRaw(), 0.0);
+    EXPECT_EQ(fresh(QAnyValue::TYPE_VOLUME).MakeVolume().GetRaw(), 0.0);
+    const QAngle angle = fresh(QAnyValue::TYPE_ANGLE).MakeAngle();
+    EXPECT_EQ(angle.GetRaw(), 0.0);
+    EXPECT_TRUE(angle.HasCosAndSin());
+    EXPECT_EQ(angle.Cos(), 1.0);
+    EXPECT_EQ(angle.Sin(), 0.0);
+    EXPECT_EQ(fresh(QAnyValue::TYPE_ARRAY).GetSize(), 0);
+    EXPECT_FALSE(fresh(QAnyValue::TYPE_LOOKUPTABLE).MakeLookupTable());
+    const QDateTime date = fresh(QAnyValue::TYPE_DATETIME).MakeDateTime();
+    EXPECT_EQ(date.GetOleDate(), 0.0);
+    EXPECT_TRUE(date.IsValid());
+    QAnyValue rate = fresh(QAnyValue::TYPE_RATE);
+    EXPECT_TRUE(rate.MakeRate().Num().IsEmpty());
+    EXPECT_TRUE(rate.MakeRate().Den().IsEmpty());
+    EXPECT_EQ(fresh(QAnyValue::TYPE_COLOR).MakeColor(), 0u);
+    QAnyValue error = fresh(QAnyValue::TYPE_ERROR);
+    EXPECT_EQ(MessageOf(error), "");
+}
+
+TEST_F(AnyValueTest, SetTypeOutsideTheRangeSetsTheNumberAlone) {
+    QAnyValue value(u"text");
+    value.SetType(static_cast<QAnyValue::TYPE>(20));
+    EXPECT_EQ(static_cast<int>(value.Type()), 20);
+    EXPECT_FALSE(value.IsEmpty());
+    EXPECT_FALSE(value.IsError());
+    EXPECT_EQ(Utf8(value.TypeName()), "#EMPTY");
+    value.SetType(QAnyValue::TYPE_NA);
+    EXPECT_TRUE(value.IsNA());
+    value.Clear();
+    EXPECT_TRUE(value.IsEmpty());
+}
+
+TEST_F(AnyValueTest, ConstructionSetsTypeAndContent) {
+    EXPECT_TRUE(QAnyValue().IsEmpty());
+    EXPECT_EQ(Utf8(QAnyValue(CString(u"a")).MakeCString()), "a");
+    EXPECT_EQ(Utf8(QAnyValue(u"wide").MakeCString()), "wide");
+    EXPECT_EQ(Utf8(QAnyValue("\xc3\xa9t\xc3\xa9").MakeCString()), "\xc3\xa9t\xc3\xa9");
+    EXPECT_TRUE(QAnyValue("narrow").IsString()) << "a narrow literal is text, not a boolean";
+    EXPECT_TRUE(QAnyValue(QMoney::FromRaw(5)).IsMoney());
+    EXPECT_TRUE(QAnyValue(QDateTime(3.0)).IsDateTime());
+    EXPECT_TRUE(QAnyValue(QTime::FromRaw(5)).IsTime());
+    EXPECT_TRUE(Mm(1).IsLength());
+    EXPECT_TRUE(SquareMetres(1).IsArea());
+    EXPECT_TRUE(CubicMetres(1).IsVolume());
+    EXPECT_TRUE(Degrees(1).IsAngle());
+    EXPECT_TRUE(QAnyValue(0xFF0000ul).IsColor());
+    EXPECT_EQ(QAnyValue(0xFF0000ul).MakeColor(), 0xFF0000ul);
+    EXPECT_TRUE(QAnyValue(3).IsInt());
+    EXPECT_TRUE(QAnyValue(true).IsBool());
+    EXPECT_TRUE(QAnyValue(2.5).IsDouble());
+    EXPECT_TRUE(Array({1, 2}).IsArray());
+    EXPECT_TRUE(QAnyValue(QTableHandlePtr(new FakeTable(u"t"))).IsLookupTable());
+
+    const QAnyValue items[] = {QAnyValue(1), QAnyValue(u"b")};
+    QAnyValue copies(items, 2);
+    ASSERT_TRUE(copies.IsArray());
+    ASSERT_EQ(copies.GetSize(), 2);
+    EXPECT_TRUE(copies.MakeArray()[0].Identical(QAnyValue(1)));
+    EXPECT_TRUE(copies.MakeArray()[1].Identical(QAnyValue(u"b")));
+}
+
+TEST_F(AnyValueTest, RateConstructionSimplifiesDivisibleHalves) {
+    const QAnyValue quotient(QRateValue(Cents(600), QAnyValue(3)));
+    ASSERT_TRUE(quotient.IsMoney());
+    EXPECT_EQ(RawOf(quotient), 200);
+
+    const QAnyValue sameUnits(QRateValue(Mm(10), Mm(4)));
+    ASSERT_TRUE(sameUnits.IsDouble());
+    EXPECT_DOUBLE_EQ(RawOf(sameUnits), 2.5);
+
+    const QAnyValue perLength(QRateValue(Cents(200), Mm(304.8)));
+    EXPECT_TRUE(perLength.IsRate()) << "money over a length stays a rate";
+
+    const QAnyValue overZero(QRateValue(QAnyValue(5), QAnyValue(0)));
+    EXPECT_TRUE(overZero.IsRate()) << "a zero denominator cannot be divided";
+
+    const QAnyValue nested(QRateValue(QAnyValue(QRateValue(Cents(1), Mm(1))), QAnyValue(2)));
+    EXPECT_TRUE(nested.IsRate()) << "a half that is a rate keeps the rate";
+}
+
+TEST_F(AnyValueTest, TemplateAssignmentCoversTheNarrowTypes) {
+    QAnyValue value;
+    value = 'A';
+    EXPECT_TRUE(value.Identical(QAnyValue(65)));
+    value = static_cast<unsigned char>(200);
+    EXPECT_TRUE(value.Identical(QAnyValue(200)));
+    value = static_cast<short>(-7);
+    EXPECT_TRUE(value.Identical(QAnyValue(-7)));
+    value = 123456L;
+    EXPECT_TRUE(value.Identical(QAnyValue(123456)));
+    value = 1.5f;
+    EXPECT_TRUE(value.Identical(QAnyValue(1.5)));
+    value = 0x00FF00ul;
+    EXPECT_TRUE(value.IsColor());
+    value = true;
+    EXPECT_TRUE(value.Identical(QAnyValue(true)));
+    value = CString(u"s");
+    EXPECT_TRUE(value.IsString());
+    value = QLength(2, QLength::LU_MM);
+    EXPECT_TRUE(value.IsLength());
+}
+
+TEST_F(AnyValueTest, CopiesAreDeep) {
+    QAnyValue original = Array({1, Array({2})});
+    QAnyValue copy = original;
+    copy.MakeArray()[1].MakeArray()[0] = 99;
+    EXPECT_TRUE(original.Identical(Array({1, Array({2})})));
+
+    QAnyValue rate(QRateValue(Cents(100), Mm(10)));
+    QAnyValue rateCopy = rate;
+    rateCopy.MakeRate().Num() = Cents(500);
+    EXPECT_TRUE(rate.MakeRate().Num().Identical(Cents(100)));
+
+    QAnyValue table(QTableHandlePtr(new FakeTable(u"shared")));
+    QAnyValue tableCopy = table;
+    EXPECT_EQ(table.MakeLookupTable().Get(), tableCopy.MakeLookupTable().Get())
+        << "a table handle is shared, not copied";
+}
+
+TEST_F(AnyValueTest, AssigningFromInsideItselfIsSafe) {
+    QAnyValue nested = Array({Array({1, 2}), 3});
+    nested = nested.MakeArray()[0];
+    EXPECT_TRUE(nested.Identical(Array({1, 2})));
+    nested = std::move(nested.MakeArray()[1]);
+    EXPECT_TRUE(nested.Identical(QAnyValue(2)));
+    QAnyValue self = Mm(3);
+    QAnyValue& alias = self;
+    self = alias;
+    EXPECT_TRUE(self.Identical(Mm(3)));
+}
+
+TEST_F(AnyValueTest, GroupTests) {
+    const struct {
+        QAnyValue value;
+        bool simple;
+        bool withUnits;
+        bool lengthAreaVolume;
+    } cases[] = {
+        {QAnyValue(1), true, false, false},
+        {QAnyValue(1.0), true, false, false},
+        {Cents(1), false, true, false},
+        {Seconds(1), false, true, false},
+        {Mm(1), false, true, true},
+        {SquareMetres(1), false, true, true},
+        {CubicMetres(1), false, true, true},
+        {Degrees(1), false, true, false},
+        {QAnyValue(QRateValue(Cents(1), Mm(1))), false, true, false},
+        {QAnyValue(true), false, false, false},
+        {QAnyValue(u"1"), false, false, false},
+        {QAnyValue(QDateTime(1.0)), false, false, false},
+        {Color(1), false, false, false},
+        {QAnyValue(), false, false, false},
+    };
+    for (const auto& c : cases) {
+        EXPECT_EQ(c.value.IsSimpleNumeric(), c.simple) << Utf8(c.value.TypeName());
+        EXPECT_EQ(c.value.IsNumericWithUnits(), c.withUnits) << Utf8(c.value.TypeName());
+        EXPECT_EQ(c.value.IsNumeric(), c.simple || c.withUnits) << Utf8(c.value.TypeName());
+        EXPECT_EQ(c.value.IsLengthAreaOrVolume(), c.lengthAreaVolume) << Utf8(c.value.TypeName());
+    }
+    EXPECT_TRUE(QAnyValue().IsEmptyOrEmptyString());
+    EXPECT_TRUE(QAnyValue(u"").IsEmptyOrEmptyString());
+    EXPECT_FALSE(QAnyValue(u" ").IsEmptyOrEmptyString());
+    EXPECT_EQ(Array({1, 2, 3}).GetSize(), 3);
+    EXPECT_EQ(QAnyValue(7).GetSize(), 1);
+    EXPECT_EQ(QAnyValue().GetSize(), 1);
+}
+
+// --- Error state -------------------------------------------------------------------------------
+
+TEST_F(AnyValueTest, MakeErrorKeepsOrComposesTheMessage) {
+    QAnyValue value(5);
+    EXPECT_EQ(Utf8(value.MakeError(u"broken")), "broken");
+    EXPECT_TRUE(value.IsError());
+    EXPECT_EQ(Utf8(value.MakeError()), "broken") << "an error keeps its message";
+
+    QAnyValue text(u"from a string");
+    EXPECT_EQ(Utf8(text.MakeError()), "from a string");
+    EXPECT_EQ(MessageOf(text), "from a string");
+
+    QAnyValue number(5);
+    EXPECT_EQ(Utf8(number.MakeError()), "");
+    EXPECT_TRUE(number.IsError());
+
+    CString message = u"stale";
+    EXPECT_FALSE(QAnyValue(1).IsErrorAndGetMessage(message));
+    EXPECT_TRUE(message.IsEmpty());
+
+    QAnyValue na = NA();
+    EXPECT_EQ(Utf8(na.MakeError()), "");
+    EXPECT_TRUE(na.IsError());
+}
+
+TEST_F(AnyValueTest, LeftStateWinsInEveryBinaryOperation) {
+    using Op = std::function<QAnyValue(QAnyValue, const QAnyValue&)>;
+    const std::vector<std::pair<const char*, Op>> operations = {
+        {"+", [](QAnyValue a, const QAnyValue& b) { return a += b; }},
+        {"-", [](QAnyValue a, const QAnyValue& b) { return a -= b; }},
+        {"*", [](QAnyValue a, const QAnyValue& b) { return a *= b; }},
+        {"/", [](QAnyValue a, const QAnyValue& b) { return a /= b; }},
+        {"EQ", [](QAnyValue a, const QAnyValue& b) { return a.EQit(b); }},
+        {"LT", [](QAnyValue a, const QAnyValue& b) { return a.LTit(b); }},
+    };
+    for (const auto& [name, op] : operations) {
+        const QAnyValue errorFirst = op(Error("left"), QAnyValue(1));
+        EXPECT_EQ(MessageOf(errorFirst), "left") << name;
+        const QAnyValue errorSecond = op(QAnyValue(1), Error("right"));
+        EXPECT_EQ(MessageOf(errorSecond), "right") << name;
+        EXPECT_TRUE(op(NA(), Error("right")).IsNA()) << name;
+        EXPECT_EQ(MessageOf(op(Error("left"), NA())), "left") << name;
+        EXPECT_TRUE(op(QAnyValue(1), NA()).IsNA()) << name;
+        EXPECT_EQ(MessageOf(op(Array({1, 2}), Error("whole"))), "whole")
+            << name << ": an error operand replaces a whole array";
+        EXPECT_EQ(MessageOf(op(Error("left"), Array({1, 2}))), "left") << name;
+    }
+}
+
+// --- Arrays ------------------------------------------------------------------------------------
+
+TEST_F(AnyValueTest, ShorterArrayIsPaddedWithItsLastElement) {
+    EXPECT_TRUE((Array({1, 2}) + Array({1, 2, 3})).Identical(Array({2, 4, 5})));
+    EXPECT_TRUE((Array({1, 2, 3}) + Array({10})).Identical(Array({11, 12, 13})));
+    EXPECT_TRUE((QAnyValue(10) - Array({1, 2})).Identical(Array({9, 8})));
+    EXPECT_TRUE((Array({2, 3}) * QAnyValue(2)).Identical(Array({4, 6})));
+    EXPECT_TRUE((Array({Array({1, 2}), 3}) + QAnyValue(1)).Identical(Array({Array({2, 3}), 4})))
+        << "element by element, recursively";
+}
+
+TEST_F(AnyValueTest, AnEmptyArrayLeavesNoWork) {
+    EXPECT_TRUE((Array({}) + QAnyValue(1)).Identical(Array({})));
+    EXPECT_TRUE((Array({}) + Array({1, 2})).Identical(Array({})));
+    EXPECT_TRUE((Array({1, 2}) + Array({})).Identical(Array({})));
+}
+
+TEST_F(AnyValueTest, ExtendArraysOverThreeAndFourValues) {
+    QAnyValue a = Array({1});
+    QAnyValue b(7);
+    QAnyValue c = Array({1, 2, 3});
+    EXPECT_EQ(QAnyValue::ExtendArrays(a, b, c), 3);
+    EXPECT_TRUE(a.Identical(Array({1, 1, 1})));
+    EXPECT_TRUE(b.Identical(Array({7, 7, 7})));
+    QAnyValue d(u"x");
+    EXPECT_EQ(QAnyValue::ExtendArrays(a, b, c, d), 3);
+    EXPECT_TRUE(d.Identical(Array({u"x", u"x", u"x"})));
+
+    QAnyValue scalar(4);
+    scalar.ExtendArray(0);
+    EXPECT_TRUE(scalar.IsInt()) << "a count of 0 does nothing";
+    scalar.ExtendArray(1);
+    EXPECT_TRUE(scalar.Identical(Array({4})));
+}
+
+// --- Addition and subtraction ------------------------------------------------------------------
+
+TEST_F(AnyValueTest, AdditionByTypePair) {
+    QLength::SetDefaultUnits(QLength::LU_MM);
+    QMoney::SetDefaultUnits(QMoney::MU_DOLLARS);
+    const struct {
+        const char* what;
+        QAnyValue a;
+        QAnyValue b;
+        QAnyValue sum;
+    } cases[] = {
+        {"int+int", QAnyValue(2), QAnyValue(3), QAnyValue(5)},
+        {"int+number", QAnyValue(2), QAnyValue(0.5), QAnyValue(2.5)},
+        {"number+int", QAnyValue(0.5), QAnyValue(2), QAnyValue(2.5)},
+        {"money+money", Cents(150), Cents(25), Cents(175)},
+        {"money+int is dollars", Cents(150), QAnyValue(2), Cents(350)},
+        {"time+time", Seconds(60), Seconds(30), Seconds(90)},
+        {"length+int in mm", Mm(100), QAnyValue(3), Mm(103)},
+        {"int+length", QAnyValue(3), Mm(100), Mm(103)},
+        {"area+area", SquareMetres(1), SquareMetres(2), SquareMetres(3)},
+        {"volume+volume", CubicMetres(1), CubicMetres(2), CubicMetres(3)},
+        {"angle+angle", Degrees(350), Degrees(20), Degrees(370)},
+        {"empty+int", QAnyValue(), QAnyValue(1), QAnyValue(1)},
+        {"int+empty", QAnyValue(1), QAnyValue(), QAnyValue(1)},
+        {"bool+int", QAnyValue(true), QAnyValue(1), QAnyValue(2.0)},
+        {"color+int", Color(5), QAnyValue(1), QAnyValue(6.0)},
+        {"string+int", QAnyValue(u"2"), QAnyValue(1), QAnyValue(3)},
+        {"int+string", QAnyValue(1), QAnyValue(u"2"), QAnyValue(3)},
+    };
+    for (const auto& c : cases) {
+        const QAnyValue sum = c.a + c.b;
+        EXPECT_TRUE(sum.Identical(c.sum))
+            << c.what << ": got " << Utf8(sum.TypeName()) << " " << Utf8(sum.Format());
+    }
+}
+
+TEST_F(AnyValueTest, AdditionFailures) {
+    const struct {
+        const char* what;
+        QAnyValue a;
+        QAnyValue b;
+        const char* message;
+    } cases[] = {
+        {"area+length", SquareMetres(1), Mm(1), "Units not compatible"},
+        {"money+time", Cents(1), Seconds(1), "Units not compatible"},
+        {"string that fails", QAnyValue(u"abc"), QAnyValue(1), "Could not evaluate formula\nabc"},
+        {"failing string on the right", QAnyValue(1), QAnyValue(u"abc"),
+         "Could not evaluate formula\nabc"},
+        {"rate+int", QAnyValue(QRateValue(Cents(1), Mm(1))), QAnyValue(1),
+         "Cannot + when types do not match"},
+        {"empty+empty", QAnyValue(), QAnyValue(), "Cannot + when not numeric"},
+    };
+    for (const auto& c : cases)
+        EXPECT_EQ(MessageOf(c.a + c.b), c.message) << c.what;
+    EXPECT_EQ(MessageOf(QAnyValue(QRateValue(Cents(1), Mm(1))) - QAnyValue(1)),
+              "Cannot - when types do not match");
+    EXPECT_EQ(MessageOf(QAnyValue() - QAnyValue()), "Cannot - when not numeric");
+    EXPECT_TRUE(
+        (QAnyValue(QTableHandlePtr(new FakeTable(u"a"))) + QAnyValue(2)).Identical(QAnyValue(2.0)))
+        << "anything else counts as a number: a table as 0";
+    EXPECT_TRUE((QAnyValue(u"missing") + QAnyValue(1)).IsNA())
+        << "a formula giving N/A makes the sum N/A";
+}
+
+TEST_F(AnyValueTest, SubtractionByTypePair) {
+    EXPECT_TRUE((QAnyValue(2) - QAnyValue(3)).Identical(QAnyValue(-1)));
+    EXPECT_TRUE((Cents(100) - Cents(250)).Identical(Cents(-150)));
+    EXPECT_TRUE((Mm(10) - Mm(2.5)).Identical(Mm(7.5)));
+    EXPECT_TRUE((Degrees(10) - Degrees(20)).Identical(Degrees(-10)));
+    EXPECT_TRUE((QAnyValue() - QAnyValue(1)).Identical(QAnyValue(-1)));
+    EXPECT_EQ(MessageOf(Mm(1) - SquareMetres(1)), "Units not compatible");
+}
+
+TEST_F(AnyValueTest, WholeNumbersWrapAroundLikeTheMachine) {
+    const int largest = std::numeric_limits<int>::max();
+    EXPECT_TRUE(
+        (QAnyValue(largest) + QAnyValue(1)).Identical(QAnyValue(std::numeric_limits<int>::min())));
+}
+
+TEST_F(AnyValueTest, DatesAddAndSubtractTimeSpans) {
+    QTime::SetDefaultUnits(QTime::TU_HOURS);
+    const QDateTime noon(2026, 3, 1, 12, 0, 0);
+    const QDateTime evening(2026, 3, 1, 18, 30, 0);
+
+    const QAnyValue later = QAnyValue(noon) + QAnyValue(6.5);
+    ASSERT_TRUE(later.IsDateTime());
+    EXPECT_TRUE(later.Identical(QAnyValue(evening))) << "6.5 is hours by the default";
+
+    const QAnyValue earlier = QAnyValue(evening) - Seconds(6 * 3600 + 1800);
+    EXPECT_TRUE(earlier.Identical(QAnyValue(noon)));
+
+    const QAnyValue span = QAnyValue(evening) - QAnyValue(noon);
+    ASSERT_TRUE(span.IsTime());
+    EXPECT_EQ(RawOf(span), 6 * 3600 + 1800);
+
+    const QAnyValue fromTheLeft = Seconds(6 * 3600 + 1800) + QAnyValue(noon);
+    EXPECT_TRUE(fromTheLeft.Identical(QAnyValue(evening)));
+
+    const QAnyValue twoDates = QAnyValue(QDateTime(2.0)) + QAnyValue(QDateTime(1.0));
+    ASSERT_TRUE(twoDates.IsDateTime()) << "the second date is taken as a span of 1 hour";
+    EXPECT_TRUE(twoDates.Identical(QAnyValue(QDateTime(2.0 + 1.0 / 24))));
+
+    EXPECT_EQ(MessageOf(QAnyValue(noon) + QAnyValue(u"abc")), "Could not evaluate formula\nabc")
+        << "the span that cannot be made is the error";
+}
+
+// --- Multiplication ----------------------------------------------------------------------------
+
+TEST_F(AnyValueTest, MultiplicationByTypePair) {
+    QLength::SetDefaultUnits(QLength::LU_MM);
+    QMoney::SetDefaultUnits(QMoney::MU_DOLLARS);
+    const struct {
+        const char* what;
+        QAnyValue a;
+        QAnyValue b;
+        QAnyValue product;
+    } cases[] = {
+        {"int*int", QAnyValue(6), QAnyValue(7), QAnyValue(42)},
+        {"int*number", QAnyValue(3), QAnyValue(0.5), QAnyValue(1.5)},
+        {"number*int", QAnyValue(0.5), QAnyValue(3), QAnyValue(1.5)},
+        {"money*number rounds", Cents(3), QAnyValue(0.5), Cents(2)},
+        {"negative half rounds up", Cents(-1), QAnyValue(1.5), Cents(-1)},
+        {"money*int", Cents(3), QAnyValue(4), Cents(12)},
+        {"time*number", Seconds(3), QAnyValue(1.5), Seconds(5)},
+        {"length*length", Mm(2000), Mm(3000), SquareMetres(6)},
+        {"length*area", Mm(2000), SquareMetres(3), CubicMetres(6)},
+        {"area*length", SquareMetres(3), Mm(2000), CubicMetres(6)},
+        {"money*money", Cents(200), Cents(300), QAnyValue(6.0)},
+        {"money*length", Cents(200), Mm(3), QAnyValue(6.0)},
+        {"int*length", QAnyValue(3), Mm(2), Mm(6)},
+        {"length*number", Mm(2), QAnyValue(1.5), Mm(3)},
+        {"angle*int normalises", Degrees(200), QAnyValue(2), Degrees(40)},
+        {"string*int", QAnyValue(u"2"), QAnyValue(3), QAnyValue(6)},
+    };
+    for (const auto& c : cases) {
+        const QAnyValue product = c.a * c.b;
+        EXPECT_TRUE(product.Identical(c.product))
+            << c.what << ": got " << Utf8(product.TypeName()) << " " << Utf8(product.Format());
+    }
+    EXPECT_EQ(MessageOf(QAnyValue() * QAnyValue(3)), "Cannot * when not numeric");
+    EXPECT_EQ(MessageOf(QAnyValue(3) * QAnyValue()), "Cannot * when not numeric");
+    EXPECT_EQ(MessageOf(QAnyValue(u"abc") * QAnyValue(2)), "Could not evaluate formula\nabc");
+}
+
+TEST_F(AnyValueTest, MultiplyingByAnAngleResetsItsCosineAndSine) {
+    QAnyValue angle = Degrees(30);
+    (void)angle.MakeAngle().Cos();
+    angle *= QAnyValue(3);
+    const QAngle result = angle.MakeAngle();
+    EXPECT_NEAR(result.GetRaw(), 90, 1e-12);
+    EXPECT_NEAR(result.Cos(), 0, 1e-12) << "the cosine is worked out again";
+}
+
+TEST_F(AnyValueTest, RatesMultiplyTheirHalves) {
+    QLength::SetDefaultUnits(QLength::LU_FOOT);
+    QMoney::SetDefaultUnits(QMoney::MU_DOLLARS);
+    const QAnyValue dollarsPerFoot(QRateValue(Cents(200), QAnyValue(QLength(1, QLength::LU_FOOT))));
+    ASSERT_TRUE(dollarsPerFoot.IsRate());
+    const QAnyValue product = dollarsPerFoot * QAnyValue(QLength(2, QLength::LU_FOOT));
+    ASSERT_TRUE(product.IsRate());
+    QAnyValue copy = product;
+    const QRateValue& rate = copy.MakeRate();
+    EXPECT_TRUE(rate.Num().Identical(QAnyValue(4.0))) << "money by length is a plain number";
+    EXPECT_TRUE(rate.Den().Identical(QAnyValue(QLength(1, QLength::LU_FOOT))));
+
+    const QAnyValue scaled = dollarsPerFoot * QAnyValue(3);
+    ASSERT_TRUE(scaled.IsRate());
+    QAnyValue scaledCopy = scaled;
+    EXPECT_TRUE(scaledCopy.MakeRate().Num().Identical(Cents(600)));
+}
+
+// --- Division ----------------------------------------------------------------------------------
+
+TEST_F(AnyValueTest, DivisionByTypePair) {
+    QLength::SetDefaultUnits(QLength::LU_MM);
+    const struct {
+        const char* what;
+        QAnyValue a;
+        QAnyValue b;
+        QAnyValue quotient;
+    } cases[] = {
+        {"1/2 is no integer division", QAnyValue(1), QAnyValue(2), QAnyValue(0.5)},
+        {"number/int", QAnyValue(3.0), QAnyValue(2), QAnyValue(1.5)},
+        {"area/length", SquareMetres(6), Mm(2000), Mm(3000)},
+        {"volume/length", CubicMetres(6), Mm(2000), SquareMetres(3)},
+        {"volume/area", CubicMetres(6), SquareMetres(2), Mm(3000)},
+        {"length/length", Mm(10), Mm(4), QAnyValue(2.5)},
+        {"money/money", Cents(300), Cents(200), QAnyValue(1.5)},
+        {"money/int rounds", Cents(5), QAnyValue(2), Cents(3)},
+        {"money/number rounds", Cents(-5), QAnyValue(2.0), Cents(-2)},
+        {"time/int", Seconds(7), QAnyValue(2), Seconds(4)},
+        {"length/number", Mm(10), QAnyValue(4), Mm(2.5)},
+        {"angle/int normalises", Degrees(-90), QAnyValue(2), Degrees(315)},
+        {"string/int", QAnyValue(u"2+3"), QAnyValue(2), QAnyValue(2.5)},
+    };
+    for (const auto& c : cases) {
+        const QAnyValue quotient = c.a / c.b;
+        EXPECT_TRUE(quotient.Identical(c.quotient))
+            << c.what << ": got " << Utf8(quotient.TypeName()) << " " << Utf8(quotient.Format());
+    }
+}
+
+TEST_F(AnyValueTest, DivisionFailures) {
+    const struct {
+        const char* what;
+        QAnyValue a;
+        QAnyValue b;
+        const char* message;
+    } cases[] = {
+        {"3/0", QAnyValue(3), QAnyValue(0), "Division by zero"},
+        {"3 ft/0", QAnyValue(QLength(3, QLength::LU_FOOT)), QAnyValue(0), "Division by zero"},
+        {"by a length within its tolerance", QAnyValue(3), Mm(0.005), "Division by zero"},
+        {"by an empty value", QAnyValue(3), QAnyValue(), "Division by zero"},
+        {"by zero money", Cents(3), Cents(0), "Division by zero"},
+        {"number over a unit", QAnyValue(1), Mm(2), "Cannot / when not same type"},
+        {"empty over a number", QAnyValue(), QAnyValue(2), "Cannot / when not numeric"},
+        {"overflow", QAnyValue(1e300), QAnyValue(1e-300), "Cannot /, result was too big"},
+        {"failing formula", QAnyValue(u"abc"), QAnyValue(2), "Could not evaluate formula\nabc"},
+    };
+    for (const auto& c : cases)
+        EXPECT_EQ(MessageOf(c.a / c.b), c.message) << c.what;
+}
+
+TEST_F(AnyValueTest, DivisionLeavesNoFaultBehind) {
+    ClearFPStatus();
+    const QAnyValue overflow = QAnyValue(1e300) / QAnyValue(1e-300);
+    EXPECT_TRUE(overflow.IsError());
+    EXPECT_EQ(ReadFPStatus() & (SW_OVERFLOW | SW_ZERODIVIDE | SW_INVALID), 0u);
+}
+
+TEST_F(AnyValueTest, DifferentUnitsDivideIntoARate) {
+    const QAnyValue perLength = Cents(500) / Mm(2);
+    ASSERT_TRUE(perLength.IsRate());
+    QAnyValue copy = perLength;
+    EXPECT_TRUE(copy.MakeRate().Num().Identical(Cents(500)));
+    EXPECT_TRUE(copy.MakeRate().Den().Identical(Mm(2)));
+
+    const QAnyValue back = perLength * Mm(2);
+    EXPECT_TRUE(back.IsRate()) << "money by length is a number, over a length";
+    const QAnyValue halved = perLength / QAnyValue(2);
+    ASSERT_TRUE(halved.IsRate());
+    QAnyValue halvedCopy = halved;
+    EXPECT_TRUE(halvedCopy.MakeRate().Num().Identical(Cents(500)));
+    EXPECT_TRUE(halvedCopy.MakeRate().Den().Identical(Mm(4))) << "through the reciprocal";
+}
+
+// --- Unary operations --------------------------------------------------------------------------
+
+TEST_F(AnyValueTest, PercentDividesTheNumberByAHundred) {
+    QLength::SetDefaultUnits(QLength::LU_MM);
+    EXPECT_TRUE(QAnyValue(50).PERCENT().Identical(QAnyValue(0.5)));
+    EXPECT_TRUE(Mm(10).PERCENT().Identical(QAnyValue(0.1)));
+    EXPECT_TRUE(QAnyValue(u"25").PERCENT().Identical(QAnyValue(0.25)));
+    EXPECT_TRUE(Array({100, 200}).PERCENT().Identical(Array({1.0, 2.0})));
+    EXPECT_EQ(MessageOf(QAnyValue(u"abc").PERCENT()), "Cannot PERCENT() when not numeric");
+    EXPECT_EQ(MessageOf(Error("kept").PERCENT()), "kept");
+    EXPECT_TRUE(NA().PERCENT().IsNA());
+}
+
+TEST_F(AnyValueTest, NotNegatesTheBoolean) {
+    EXPECT_TRUE((!QAnyValue(true)).Identical(QAnyValue(false)));
+    EXPECT_TRUE((!QAnyValue(0)).Identical(QAnyValue(true)));
+    EXPECT_TRUE((!QAnyValue(u"no")).Identical(QAnyValue(true)));
+    EXPECT_TRUE((!Array({true, 0})).Identical(Array({false, true})));
+    EXPECT_EQ(MessageOf(!Error("kept")), "kept");
+    EXPECT_TRUE((!NA()).IsNA());
+}
+
+TEST_F(AnyValueTest, NegationOfEachType) {
+    EXPECT_TRUE((-QAnyValue(3)).Identical(QAnyValue(-3)));
+    EXPECT_TRUE((-QAnyValue(2.5)).Identical(QAnyValue(-2.5)));
+    EXPECT_TRUE((-Cents(5)).Identical(Cents(-5)));
+    EXPECT_TRUE((-Seconds(5)).Identical(Seconds(-5)));
+    EXPECT_TRUE((-Mm(5)).Identical(Mm(-5)));
+    EXPECT_TRUE((-SquareMetres(5)).Identical(SquareMetres(-5)));
+    EXPECT_TRUE((-CubicMetres(5)).Identical(CubicMetres(-5)));
+    EXPECT_TRUE((-Degrees(5)).Identical(Degrees(-5)));
+    EXPECT_TRUE((-Array({1, 2})).Identical(Array({-1, -2})));
+    QAnyValue rate = -QAnyValue(QRateValue(Cents(5), Mm(1)));
+    ASSERT_TRUE(rate.IsRate());
+    EXPECT_TRUE(rate.MakeRate().Num().Identical(Cents(-5)));
+    EXPECT_EQ(MessageOf(-QAnyValue(u"5")), "Cannot negate when not numeric");
+    EXPECT_EQ(MessageOf(-QAnyValue(true)), "Cannot negate when not numeric");
+    EXPECT_EQ(MessageOf(-Error("kept")), "kept");
+    EXPECT_TRUE((+QAnyValue(u"5")).Identical(QAnyValue(u"5")));
+    QAnyValue same(4);
+    EXPECT_EQ(&same.POSit(), &same);
+}
+
+// --- Promotion ---------------------------------------------------------------------------------
+
+TEST_F(AnyValueTest, PromotionSteps) {
+    QLength::SetDefaultUnits(QLength::LU_MM);
+    const auto promoted = [](QAnyValue a, QAnyValue b) {
+        QAnyValue::PromoteToSameType(a, b);
+        return std::make_pair(a, b);
+    };
+    {
+        const auto [a, b] = promoted(Error("why"), QAnyValue(1));
+        EXPECT_EQ(MessageOf(a), "why");
+        EXPECT_EQ(MessageOf(b), "why");
+    }
+    {
+        const auto [a, b] = promoted(QAnyValue(1), NA());
+        EXPECT_TRUE(a.IsNA());
+        EXPECT_TRUE(b.IsNA());
+    }
+    {
+        const auto [a, b] = promoted(QAnyValue(), Mm(3));
+        EXPECT_TRUE(a.Identical(Mm(0)));
+    }
+    {
+        const auto [a, b] = promoted(QAnyValue(QRateValue(Cents(1), Mm(1))), QAnyValue(1));
+        EXPECT_TRUE(a.IsRate());
+        EXPECT_TRUE(b.IsInt()) << "rates are left as they are";
+    }
+    {
+        const auto [a, b] = promoted(Cents(1), Mm(1));
+        EXPECT_EQ(MessageOf(a), "Units not compatible");
+        EXPECT_EQ(MessageOf(b), "Units not compatible");
+    }
+    {
+        const auto [a, b] = promoted(QAnyValue(1), QAnyValue(u"2+3"));
+        EXPECT_TRUE(a.Identical(QAnyValue(1.0)));
+        EXPECT_TRUE(b.Identical(QAnyValue(5.0)));
+        EXPECT_EQ(FakeEvaluator::asked.back(), "2+3") << "the string runs as a formula";
+    }
+    {
+        const auto [a, b] = promoted(QAnyValue(u"4"), Mm(1));
+        EXPECT_TRUE(a.Identical(Mm(4))) << "the other side takes the unit";
+    }
+    {
+        const auto [a, b] = promoted(QAnyValue(true), QAnyValue(u"no"));
+        EXPECT_TRUE(b.Identical(QAnyValue(false))) << "the lower rank goes up";
+    }
+    {
+        const auto [a, b] = promoted(QAnyValue(QDateTime(2.0)), QAnyValue(u"x"));
+        EXPECT_EQ(MessageOf(a), "Invalid DateTime")
+            << "equal ranks: the right side takes the left type, and fails";
+        EXPECT_EQ(MessageOf(b), "Invalid DateTime");
+    }
+    {
+        const auto [a, b] = promoted(QAnyValue(true), QAnyValue(u"abc"));
+        EXPECT_EQ(MessageOf(a), "Could not evaluate formula\nabc")
+            << "a conversion that fails makes both errors";
+        EXPECT_EQ(MessageOf(b), "Could not evaluate formula\nabc");
+    }
+    {
+        const auto [a, b] = promoted(Array({1, 2}), QAnyValue(0.5));
+        EXPECT_TRUE(a.Identical(Array({1.0, 2.0})));
+        EXPECT_TRUE(b.Identical(Array({0.5, 0.5})));
+    }
+}
+
+TEST_F(AnyValueTest, CanDivDecidesWhatARateReducesTo) {
+    EXPECT_TRUE(QAnyValue::CanDiv(Cents(1), QAnyValue(2)));
+    EXPECT_TRUE(QAnyValue::CanDiv(Mm(1), Mm(2)));
+    EXPECT_TRUE(QAnyValue::CanDiv(SquareMetres(1), Mm(2)));
+    EXPECT_TRUE(QAnyValue::CanDiv(CubicMetres(1), Mm(2)));
+    EXPECT_TRUE(QAnyValue::CanDiv(CubicMetres(1), SquareMetres(2)));
+    EXPECT_FALSE(QAnyValue::CanDiv(Cents(1), Mm(2)));
+    EXPECT_FALSE(QAnyValue::CanDiv(QAnyValue(1), Mm(2)));
+    EXPECT_FALSE(QAnyValue::CanDiv(Mm(1), SquareMetres(2)));
+    EXPECT_FALSE(QAnyValue::CanDiv(QAnyValue(1), QAnyValue(0)));
+    EXPECT_FALSE(QAnyValue::CanDiv(QAnyValue(u"1"), QAnyValue(2)));
+}
+
+// --- Comparison --------------------------------------------------------------------------------
+
+TEST_F(AnyValueTest, CompareAfterPromotion) {
+    QLength::SetDefaultUnits(QLength::LU_MM);
+    const struct {
+        const char* what;
+        QAnyValue a;
+        QAnyValue b;
+        int sign;
+    } cases[] = {
+        {"1 and 1.0", QAnyValue(1), QAnyValue(1.0), 0},
+        {"1 and 2", QAnyValue(1), QAnyValue(2), -1},
+        {"strings ignore case", QAnyValue(u"abc"), QAnyValue(u"ABC"), 0},
+        {"strings order", QAnyValue(u"b"), QAnyValue(u"A"), 1},
+        {"length and a number in the default unit", Mm(3), QAnyValue(3), 0},
+        {"lengths within the tolerance", Mm(1), Mm(1.005), 0},
+        {"lengths apart", Mm(1), Mm(1.02), -1},
+        {"angles the short way", Degrees(350), Degrees(10), -1},
+        {"money", Cents(5), Cents(4), 1},
+        {"colours as unsigned", Color(0xFFFFFFFFul), Color(1), 1},
+        {"booleans", QAnyValue(false), QAnyValue(true), -1},
+        {"dates half a second apart", QAnyValue(QDateTime(1.0)), QAnyValue(QDateTime(1.0 + 5.7e-6)),
+         0},
+        {"dates apart", QAnyValue(QDateTime(1.0)), QAnyValue(QDateTime(1.1)), -1},
+        {"two empties", QAnyValue(), QAnyValue(), 0},
+        {"array element by element", Array({1, 2}), Array({1, 3}), -1},
+        {"the shorter array is less", Array({1, 2}), Array({1, 2, 0}), -1},
+        {"array and scalar", Array({2, 2}), QAnyValue(2), 0},
+        {"tables of one name", QAnyValue(QTableHandlePtr(new FakeTable(u"T"))),
+         QAnyValue(QTableHandlePtr(new FakeTable(u"t"))), 0},
+        {"tables of two names", QAnyValue(QTableHandlePtr(new FakeTable(u"a"))),
+         QAnyValue(QTableHandlePtr(new FakeTable(u"b"))), 1},
+        {"rates by their quotients", QAnyValue(QRateValue(Cents(100), Mm(2))),
+         QAnyValue(QRateValue(Cents(100), Mm(4))), 1},
+    };
+    for (const auto& c : cases) {
+        bool failed = true;
+        const int result = c.a.Compare(c.b, failed);
+        EXPECT_FALSE(failed) << c.what;
+        EXPECT_EQ((result > 0) - (result < 0), c.sign) << c.what;
+    }
+}
+
+TEST_F(AnyValueTest, CompareFailures) {
+    const struct {
+        const char* what;
+        QAnyValue a;
+        QAnyValue b;
+    } cases[] = {
+        {"two errors", Error("a"), Error("b")},
+        {"error and number", Error("a"), QAnyValue(1)},
+        {"N/A", NA(), NA()},
+        {"different units", Cents(1), Mm(1)},
+        {"rate and number", QAnyValue(QRateValue(Cents(1), Mm(1))), QAnyValue(1)},
+        {"rates of different units", QAnyValue(QRateValue(Cents(1), Mm(1))),
+         QAnyValue(QRateValue(Seconds(1), Mm(1)))},
+        {"an element that fails", Array({Cents(1)}), Array({Mm(1)})},
+    };
+    for (const auto& c : cases) {
+        bool failed = false;
+        EXPECT_EQ(c.a.Compare(c.b, failed), 0) << c.what;
+        EXPECT_TRUE(failed) << c.what;
+        EXPECT_FALSE(c.a < c.b) << c.what;
+        EXPECT_FALSE(c.a <= c.b) << c.what;
+        EXPECT_FALSE(c.a > c.b) << c.what;
+        EXPECT_FALSE(c.a >= c.b) << c.what;
+    }
+}
+
+TEST_F(AnyValueTest, OrderingOperators) {
+    EXPECT_TRUE(QAnyValue(1) < QAnyValue(2));
+    EXPECT_TRUE(QAnyValue(1) <= QAnyValue(1.0));
+    EXPECT_FALSE(QAnyValue(1) < QAnyValue(1.0));
+    EXPECT_TRUE(QAnyValue(3) > QAnyValue(2.5));
+    EXPECT_TRUE(QAnyValue(3) >= QAnyValue(3));
+}
+
+TEST_F(AnyValueTest, StringsCompareWithCaseWhenTheOptionSaysSo) {
+    QAnyValue::SetProfileIntReader([](const CString& section, const CString& key, int dflt) {
+        return section == u"Options" && key == u"UseCompareNoCase" ? 0 : dflt;
+    });
+    bool failed = false;
+    EXPECT_NE(QAnyValue(u"abc").Compare(QAnyValue(u"ABC"), failed), 0);
+    EXPECT_FALSE(QAnyValue(u"abc").Identical(QAnyValue(u"ABC")));
+    QAnyValue::SetProfileIntReader(nullptr);
+    EXPECT_EQ(QAnyValue(u"abc").Compare(QAnyValue(u"ABC"), failed), 0);
+    EXPECT_TRUE(QAnyValue(u"abc").Identical(QAnyValue(u"ABC")));
+}
+
+TEST_F(AnyValueTest, TheOptionsAreReadOnce) {
+    static int reads = 0;
+    reads = 0;
+    QAnyValue::SetProfileIntReader([](const CString&, const CString& key, int dflt) {
+        if (key == u"LengthDisplayEps") {
+            ++reads;
+            return 200;
+        }
+        return dflt;
+    });
+    EXPECT_DOUBLE_EQ(QAnyValue::LengthDisplayEps(), 2.0);
+    EXPECT_DOUBLE_EQ(QAnyValue::LengthDisplayEps(), 2.0);
+    EXPECT_EQ(reads, 1);
+    QAnyValue::ReloadOptions();
+    EXPECT_DOUBLE_EQ(QAnyValue::LengthDisplayEps(), 2.0);
+    EXPECT_EQ(reads, 2);
+    QAnyValue::SetProfileIntReader(nullptr);
+    EXPECT_DOUBLE_EQ(QAnyValue::LengthDisplayEps(), 0.8)
+        << "the built-in tolerance without options";
+    EXPECT_TRUE(QAnyValue::UseCompareNoCase());
+}
+
+TEST_F(AnyValueTest, IdenticalDoesNotPromote) {
+    EXPECT_FALSE(QAnyValue(1).Identical(QAnyValue(1.0)));
+    EXPECT_TRUE(QAnyValue(1) != QAnyValue(1.0));
+    EXPECT_TRUE(Error("a").Identical(Error("b"))) << "errors are identical whatever the message";
+    EXPECT_TRUE(NA() == NA());
+    EXPECT_FALSE(Error("a") == NA());
+    EXPECT_FALSE(Error("a") == QAnyValue(1));
+    EXPECT_TRUE(Mm(1) == Mm(1.005)) << "units with their tolerance";
+    EXPECT_FALSE(Mm(1) == Mm(1.02));
+    EXPECT_FALSE(Mm(3) == QAnyValue(3));
+    EXPECT_TRUE(Array({1, u"a"}) == Array({1, u"A"}));
+    EXPECT_FALSE(Array({1}) == Array({1, 1}));
+    EXPECT_FALSE(Array({1}) == Array({1.0}));
+    EXPECT_TRUE(QAnyValue() == QAnyValue());
+    EXPECT_TRUE(QAnyValue(QTableHandlePtr(new FakeTable(u"x"))) ==
+                QAnyValue(QTableHandlePtr(new FakeTable(u"X"))));
+    EXPECT_TRUE(QAnyValue(QDateTime(1.0)) == QAnyValue(QDateTime(1.0 + 5e-6)));
+}
+
+TEST_F(AnyValueTest, EquivalentWidensTheLengthTolerance) {
+    QLength::SetDefaultUnits(QLength::LU_MM);
+    EXPECT_TRUE(Mm(10).Equivalent(Mm(10.78)));
+    EXPECT_TRUE(Mm(10.78).Equivalent(Mm(10)));
+    EXPECT_FALSE(Mm(10).Equivalent(Mm(10.8))) << "within 0.8 less the length's own 0.01";
+    EXPECT_TRUE(Mm(10).Equivalent(QAnyValue(10.5))) << "after promotion";
+    EXPECT_TRUE(QAnyValue(1).Equivalent(QAnyValue(1.0)));
+    EXPECT_FALSE(QAnyValue(1).Equivalent(QAnyValue(1.5)));
+    EXPECT_FALSE(Error("a").Equivalent(Error("a")));
+}
+
+TEST_F(AnyValueTest, ComparisonMembersGiveBooleans) {
+    const struct {
+        const char* what;
+        QAnyValue result;
+        QAnyValue expected;
+    } cases[] = {
+        {"EQ", QAnyValue(1).EQ(QAnyValue(1.0)), QAnyValue(true)},
+        {"NE", QAnyValue(1).NE(QAnyValue(1.0)), QAnyValue(false)},
+        {"LT", QAnyValue(1).LT(QAnyValue(2)), QAnyValue(true)},
+        {"LE", QAnyValue(2).LE(QAnyValue(2)), QAnyValue(true)},
+        {"GT", QAnyValue(1).GT(QAnyValue(2)), QAnyValue(false)},
+        {"GE", QAnyValue(2).GE(QAnyValue(3)), QAnyValue(false)},
+        {"EQ over arrays", Array({1, 2, 3}).EQ(QAnyValue(2)), Array({false, true, false})},
+        {"LT over two arrays", Array({1, 5}).LT(Array({2, 2, 9})), Array({true, false, true})},
+    };
+    for (const auto& c : cases)
+        EXPECT_TRUE(c.result.Identical(c.expected)) << c.what << ": " << Utf8(c.result.Format());
+    EXPECT_EQ(MessageOf(Cents(1).EQ(Mm(1))), "Cannot compare");
+    EXPECT_EQ(MessageOf(QAnyValue(1).GT(Error("kept"))), "kept");
+    QAnyValue receiver(3);
+    EXPECT_EQ(&receiver.GEit(QAnyValue(2)), &receiver);
+    EXPECT_TRUE(receiver.Identical(QAnyValue(true)));
+}
+
+// --- Hashing -----------------------------------------------------------------------------------
+
+TEST_F(AnyValueTest, HashKeyByType) {
+    QLength::SetDefaultUnits(QLength::LU_MM);
+    const unsigned one = 16807;
+    const unsigned two = 33614;
+    const unsigned minusOne = 2147466840;
+    const struct {
+        const char* what;
+        QAnyValue value;
+        unsigned hash;
+    } cases[] = {
+        {"empty", QAnyValue(), 0},
+        {"error", Error("x"), 0},
+        {"N/A", NA(), 0},
+        {"whole number", QAnyValue(1), one},
+        {"negative whole number", QAnyValue(-1), minusOne},
+        {"at the divisor", QAnyValue(127773), 2147480811u},
+        {"boolean", QAnyValue(true), one},
+        {"false", QAnyValue(false), 0},
+        {"colour", Color(2), two},
+        {"number truncated", QAnyValue(2.9), two},
+        {"length truncated", Mm(2.9), two},
+        {"area", SquareMetres(1.5), one},
+        {"volume", CubicMetres(2.2), two},
+        {"angle", Degrees(1.9), one},
+        {"money raw", Cents(2), two},
+        {"time raw", Seconds(1), one},
+        {"date", QAnyValue(QDateTime(2.75)), two},
+        {"string", QAnyValue(u"abc"), HashKey(CString(u"abc"))},
+        {"array", Array({1, 2}), one ^ two},
+        {"empty array", Array({}), 0},
+        {"table", QAnyValue(QTableHandlePtr(new FakeTable(u"t"))), HashKey(CString(u"t"))},
+        {"rate", QAnyValue(QRateValue(Cents(1), Mm(2))), one ^ two},
+    };
+    for (const auto& c : cases)
+        EXPECT_EQ(c.value.HashKey(), c.hash) << c.what;
+    QDateTime invalid(1.0);
+    invalid.SetStatus(QDateTime::invalid);
+    EXPECT_EQ(QAnyValue(invalid).HashKey(), 0u);
+    EXPECT_EQ(HashKey(QAnyValue(1)), one) << "the free function for the containers";
+}
+
+// --- Truth -------------------------------------------------------------------------------------
+
+TEST_F(AnyValueTest, TruthTable) {
+    const struct {
+        const char* what;
+        QAnyValue value;
+        bool isTrue;
+        bool isFalse;
+        bool isZero;
+    } cases[] = {
+        {"error", Error("e"), false, false, false},
+        {"N/A", NA(), false, false, false},
+        {"empty", QAnyValue(), false, true, true},
+        {"true", QAnyValue(true), true, false, false},
+        {"false", QAnyValue(false), false, true, true},
+        {"all true", Array({true, 1}), true, false, false},
+        {"all false", Array({false, 0}), false, true, true},
+        {"mixed", Array({true, 0}), false, false, false},
+        {"empty array", Array({}), true, true, true},
+        {"yes", QAnyValue(u"Yes"), true, false, false},
+        {"the string 0", QAnyValue(u"0"), false, true, true},
+        {"an empty string", QAnyValue(u""), false, true, true},
+        {"an unknown word", QAnyValue(u"abc"), false, false, false},
+        {"2", QAnyValue(2), true, false, false},
+        {"0.0001", QAnyValue(0.0001), true, false, false},
+        {"0.0", QAnyValue(0.0), false, true, true},
+        {"a length within the tolerance", Mm(0.005), false, true, true},
+        {"a length", Mm(1), true, false, false},
+        {"zero money", Cents(0), false, true, true},
+        {"colour", Color(0), false, true, true},
+        {"rate with a zero numerator", QAnyValue(QRateValue(Cents(0), Mm(1))), false, true, true},
+    };
+    for (const auto& c : cases) {
+        EXPECT_EQ(c.value.IsTRUE(), c.isTrue) << c.what;
+        EXPECT_EQ(c.value.IsFALSE(), c.isFalse) << c.what;
+        EXPECT_EQ(c.value.IsZero(), c.isZero) << c.what;
+        EXPECT_EQ(c.value.IsNotZero(), !c.isZero) << c.what;
+    }
+}
+
+TEST_F(AnyValueTest, TrueFalseMembersSetBooleans) {
+    QAnyValue value(5);
+    EXPECT_TRUE(value.TRUEit().Identical(QAnyValue(true)));
+    QAnyValue zero(0);
+    EXPECT_TRUE(zero.FALSEit().Identical(QAnyValue(true)));
+    QAnyValue error = Error("kept");
+    EXPECT_EQ(MessageOf(error.TRUEit()), "kept");
+    QAnyValue array = Array({1, NA(), u"x"});
+    array.TRUEFALSEit(0);
+    ASSERT_EQ(array.GetSize(), 3);
+    EXPECT_TRUE(array.MakeArray()[0].Identical(QAnyValue(false)));
+    EXPECT_TRUE(array.MakeArray()[1].IsNA());
+    EXPECT_TRUE(array.MakeArray()[2].Identical(QAnyValue(false)));
+    QAnyValue scalar(u"x");
+    EXPECT_TRUE(scalar.TRUEFALSEit(7).Identical(QAnyValue(true)));
+}
+
+// --- Make families -----------------------------------------------------------------------------
+
+TEST_F(AnyValueTest, MakeFamilyReturnsDefaultsForErrors) {
+    QAnyValue error = Error("kept");
+    EXPECT_FALSE(error.MakeBool());
+    EXPECT_EQ(error.MakeInt(), 0);
+    EXPECT_EQ(error.MakeByte(), 0);
+    EXPECT_EQ(error.MakeDouble(), 0.0);
+    EXPECT_EQ(Utf8(error.MakeCString()), "#ERR!");
+    EXPECT_EQ(error.MakeMoney().GetRaw(), 0);
+    EXPECT_EQ(error.MakeTime().GetRaw(), 0);
+    EXPECT_EQ(error.MakeLength().GetRaw(), 0.0);
+    EXPECT_EQ(error.MakeArea().GetRaw(), 0.0);
+    EXPECT_EQ(error.MakeVolume().GetRaw(), 0.0);
+    EXPECT_EQ(error.MakeAngle().GetRaw(), 0.0);
+    EXPECT_EQ(error.MakeDateTime().GetOleDate(), 0.0);
+    EXPECT_EQ(error.MakeColor(), 0u);
+    EXPECT_EQ(MessageOf(error), "kept") << "the error survives every conversion";
+    QAnyValue na = NA();
+    EXPECT_EQ(Utf8(na.MakeCString()), "#N/A");
+    EXPECT_TRUE(na.IsNA());
+}
+
+TEST_F(AnyValueTest, MakeRateThatCannotConvert) {
+    QAnyValue na = NA();
+    const QRateValue& rate = na.MakeRate();
+    EXPECT_EQ(MessageOf(na), "Cannot convert to a rate");
+    EXPECT_TRUE(rate.Num().IsEmpty());
+    EXPECT_TRUE(rate.Den().IsEmpty());
+}
+
+TEST_F(AnyValueTest, TemplatedMake) {
+    QAnyValue value(2.9);
+    EXPECT_EQ(value.Make<int>(), 2);
+    EXPECT_TRUE(value.IsInt());
+    EXPECT_EQ(Utf8(value.Make<CString>()), "2");
+    QAnyValue copy(u"x");
+    EXPECT_TRUE(copy.Make<QAnyValue>().Identical(QAnyValue(u"x")));
+    EXPECT_EQ(QAnyValue(300).Make<unsigned char>(), 44);
+    QAnyValue length(3);
+    QLength::SetDefaultUnits(QLength::LU_MM);
+    EXPECT_EQ(length.Make<QLength>().GetRaw(), 3.0);
+    QAnyValue target(5);
+    target.MakeSameTypeAs(QAnyValue(u"s"));
+    EXPECT_TRUE(target.Identical(QAnyValue(u"5")));
+}
+
+TEST_F(AnyValueTest, MakeAllGoesDownIntoArrays) {
+    QAnyValue value = Array({1, Array({2.5, true})});
+    value.MakeAllCString();
+    EXPECT_TRUE(value.Identical(Array({u"1", Array({u"2.5", u"Yes"})})));
+    QAnyValue numbers = Array({u"2", 1.5});
+    numbers.MakeAllInt();
+    EXPECT_TRUE(numbers.Identical(Array({2, 1})));
+    QAnyValue arrays = Array({1, 2});
+    arrays.MakeAllArray();
+    EXPECT_TRUE(arrays.Identical(Array({Array({1}), Array({2})})));
+    QAnyValue errors = Array({u"why", 1});
+    errors.MakeAllError();
+    ASSERT_TRUE(errors.IsArray());
+    EXPECT_EQ(MessageOf(errors.MakeArray()[0]), "why");
+    EXPECT_TRUE(errors.MakeArray()[1].IsError());
+    QAnyValue empties = Array({1, 2});
+    empties.MakeAllEmpty();
+    EXPECT_TRUE(empties.Identical(Array({QAnyValue(), QAnyValue()})));
+    QAnyValue scalar(u"3");
+    scalar.MakeAllNumeric();
+    EXPECT_TRUE(scalar.Identical(QAnyValue(3)));
+}
+
+// --- Making numeric ----------------------------------------------------------------------------
+
+TEST_F(AnyValueTest, MakeNumericRunsStringsAsFormulas) {
+    QAnyValue text(u"1+1");
+    text.MakeNumeric();
+    EXPECT_TRUE(text.Identical(QAnyValue(2)));
+    EXPECT_EQ(FakeEvaluator::asked, std::vector<std::string>{"1+1"});
+
+    QAnyValue blank(u"   ");
+    blank.MakeNumeric();
+    EXPECT_TRUE(blank.Identical(QAnyValue(0))) << "an empty formula is the whole number 0";
+
+    QAnyValue quoted(u"\"7\"");
+    quoted.MakeNumeric();
+    EXPECT_TRUE(quoted.Identical(QAnyValue(7))) << "again while the result is a string";
+
+    QAnyValue failing(u"  abc ");
+    failing.MakeNumeric();
+    EXPECT_EQ(MessageOf(failing), "Could not evaluate formula\nabc");
+
+    QAnyValue looping(u"selfie");
+    looping.MakeNumeric();
+    EXPECT_EQ(MessageOf(looping), "Could not evaluate formula (looping)\nselfie");
+
+    QAnyValue pingPong(u"ping");
+    pingPong.MakeNumeric();
+    EXPECT_TRUE(pingPong.IsError());
+    EXPECT_EQ(MessageOf(pingPong).rfind("Could not evaluate formula (looping)\n", 0), 0u);
+}
+
+TEST_F(AnyValueTest, MakeNumericMakesOtherTypesNumbers) {
+    const struct {
+        QAnyValue value;
+        QAnyValue numeric;
+    } cases[] = {
+        {QAnyValue(true), QAnyValue(1.0)},
+        {QAnyValue(QDateTime(3.5)), QAnyValue(3.5)},
+        {Color(0xFF), QAnyValue(255.0)},
+        {QAnyValue(7), QAnyValue(7)},
+        {Mm(2), Mm(2)},
+        {QAnyValue(), QAnyValue()},
+    };
+    for (const auto& c : cases) {
+        QAnyValue value = c.value;
+        value.MakeNumeric();
+        EXPECT_TRUE(value.Identical(c.numeric)) << Utf8(c.value.TypeName());
+    }
+}
+
+TEST_F(AnyValueTest, TheEvaluatorSeamPassesTextAndContext) {
+    static QFormulaContext* seenContext = nullptr;
+    static std::string seenText;
+    const auto capture = [](const FormulaText& formula, QFormulaContext* context,
+                            QAnyValue& result) {
+        seenContext = context;
+        seenText = formula.ToString().ToUtf8();
+        result = 11;
+        return true;
+    };
+    SetFormulaEvaluatorHook(capture);
+    EXPECT_EQ(GetFormulaEvaluatorHook(), static_cast<QFormulaEvaluatorHook>(capture));
+    auto* const context = reinterpret_cast<QFormulaContext*>(&seenText);
+    QAnyValue direct;
+    EXPECT_TRUE(EvaluateFormula(FormulaText(u"a + b"), context, direct));
+    EXPECT_EQ(seenContext, context);
+    EXPECT_EQ(seenText, "a + b");
+    EXPECT_TRUE(direct.Identical(QAnyValue(11)));
+
+    QAnyValue text(u" width * 2 ");
+    text.MakeNumeric();
+    EXPECT_EQ(seenContext, nullptr) << "a string made numeric runs in no context";
+    EXPECT_EQ(seenText, "width * 2");
+    EXPECT_TRUE(text.Identical(QAnyValue(11)));
+
+    SetFormulaEvaluatorHook(nullptr);
+    QAnyValue none;
+    EXPECT_FALSE(EvaluateFormula(FormulaText(u"1"), nullptr, none));
+}
+
+TEST_F(AnyValueTest, WithoutAnEvaluatorEveryFormulaFails) {
+    SetFormulaEvaluatorHook(nullptr);
+    QAnyValue text(u"1+1");
+    text.MakeNumeric();
+    EXPECT_EQ(MessageOf(text), "Could not evaluate formula\n1+1");
+    EXPECT_EQ(MessageOf(QAnyValue(u"2") + QAnyValue(1)), "Could not evaluate formula\n2");
+}
+
+// --- Text forms --------------------------------------------------------------------------------
+
+TEST_F(AnyValueTest, AsFormulaEvaluatesBack) {
+    QLength::SetDefaultUnits(QLength::LU_MM);
+    QDateTime::SetLocaleFormats(u"%d/%m/%Y", u"%H:%M:%S");
+    EXPECT_EQ(Utf8(QAnyValue(u"say \"hi\"\\\n\r\t").AsFormula().ToString()),
+              "\"say \"\"hi\"\"\\\\\\n\\r\\t\"");
+    EXPECT_EQ(Utf8(QAnyValue(12).AsFormula().ToString()), "12");
+    EXPECT_EQ(Utf8(QAnyValue(2.5).AsFormula().ToString()), "2.5");
+    EXPECT_EQ(Utf8(QAnyValue(QDateTime(2026, 11, 21)).AsFormula().ToString()), "\"21/11/2026\"");
+    EXPECT_EQ(Utf8(Array({1, QAnyValue(), u"a"}).AsFormula().ToString()), "[1,,\"a\"]");
+    EXPECT_EQ(Utf8(Error("x").AsFormula().ToString()), "#ERR!");
+    EXPECT_EQ(Utf8(NA().AsFormula().ToString()), "#N/A");
+    EXPECT_EQ(Utf8(QAnyValue(true).AsFormula().ToString()), "Yes");
+    QDateTime::ResetLocale();
+}
+
+TEST_F(AnyValueTest, AsStringOrFormulaAndFormat) {
+    EXPECT_EQ(Utf8(QAnyValue(u"plain \"text\"").AsStringOrFormula()), "plain \"text\"");
+    EXPECT_EQ(Utf8(QAnyValue(3).AsStringOrFormula()), "3");
+    EXPECT_EQ(Utf8(QAnyValue(u"x").MakeCStringUntranslated()), "x");
+    const QAnyValue number(0.25);
+    EXPECT_EQ(Utf8(number.Format()), "0.25");
+    EXPECT_TRUE(number.IsDouble()) << "Format leaves the value alone";
+}
+
+TEST_F(AnyValueTest, CrystalFormulaText) {
+    QLength::SetDefaultUnits(QLength::LU_MM);
+    EXPECT_EQ(Utf8(NA().AsCrystalFormula()), "\"#N/A\"");
+    EXPECT_EQ(Utf8(QAnyValue(u"a\"b").AsCrystalFormula()), "\"a\"\"b\"");
+    EXPECT_EQ(Utf8(Mm(2.5).AsCrystalFormula()), "2.5");
+    EXPECT_EQ(Utf8(Cents(150).AsCrystalFormula()), "1.5");
+    EXPECT_EQ(Utf8(QAnyValue(7).AsCrystalFormula()), "7");
+}
+
+TEST_F(AnyValueTest, YesAndNoWordsCanBeTranslated) {
+    QAnyValue::SetYesNoStrings(u"Ja", u"Nein");
+    EXPECT_EQ(Utf8(QAnyValue(true).Format()), "Ja");
+    EXPECT_EQ(Utf8(QAnyValue(false).Format()), "Nein");
+    bool value = false;
+    EXPECT_EQ(QAnyValue::ParseBool(value, u"ja"), PARSE_EXACT);
+    EXPECT_TRUE(value);
+}
+
+// --- Tables through the seam -------------------------------------------------------------------
+
+TEST_F(AnyValueTest, MakeLookupTableOpensByName) {
+    QAnyValue name(u"prices");
+    const QTableHandlePtr table = name.MakeLookupTable();
+    ASSERT_TRUE(table);
+    EXPECT_TRUE(name.IsLookupTable());
+    EXPECT_EQ(Utf8(table->Name()), "prices");
+    EXPECT_TRUE(m_tables.lastReportErrors);
+    EXPECT_EQ(Utf8(name.Format()), "prices") << "a table shows as its name";
+
+    QAnyValue unknown(u"nowhere");
+    EXPECT_FALSE(unknown.MakeLookupTable());
+    EXPECT_EQ(MessageOf(unknown), "Cannot find lookup table nowhere");
+
+    QAnyValue quiet(u"nowhere");
+    EXPECT_FALSE(quiet.MakeLookupTableNoError());
+    EXPECT_TRUE(quiet.Identical(QAnyValue(u"nowhere"))) << "the value stays as it was";
+    EXPECT_FALSE(m_tables.lastReportErrors);
+
+    QAnyValue converted(u"sizes");
+    converted.ChangeType(QAnyValue::TYPE_LOOKUPTABLE);
+    EXPECT_TRUE(converted.IsLookupTable());
+    QAnyValue failed(u"nowhere");
+    failed.ChangeType(QAnyValue::TYPE_LOOKUPTABLE);
+    EXPECT_EQ(MessageOf(failed), "Error with lookup table named nowhere");
+}
+
+TEST_F(AnyValueTest, WithoutATableSourceNoTableOpens) {
+    SetTableHandleSource(nullptr);
+    QAnyValue name(u"prices");
+    EXPECT_FALSE(name.MakeLookupTable());
+    EXPECT_EQ(MessageOf(name), "Cannot find lookup table prices");
+}
+
+} // namespace
+
+} // namespace keel
