@@ -1,0 +1,933 @@
+#include "keel/platform/exceptions.h"
+#include "keel/platform/fpstatus.h"
+#include "keel/platform/muldiv.h"
+#include "keel/platform/random.h"
+#include "keel/values/anyvalue.h"
+#include "keel/values/evaluatorfactory.h"
+#include "keel/values/ratevalue.h"
+
+#include <cmath>
+#include <functional>
+#include <gtest/gtest.h>
+#include <limits>
+#include <string>
+#include <vector>
+
+namespace keel {
+
+namespace {
+
+using V = QAnyValue;
+using Binary = QAnyValue& (QAnyValue::*)(const QAnyValue&);
+using Unary = QAnyValue& (QAnyValue::*)();
+using Action = std::function<void(QAnyValue&)>;
+
+constexpr int kIntMin = std::numeric_limits<int>::min();
+constexpr int kIntMax = std::numeric_limits<int>::max();
+
+V Array(std::initializer_list<QAnyValue> elements) {
+    return V(QArray<QAnyValue>(elements));
+}
+
+V Error(const char* message) {
+    V value;
+    value.MakeError(CString(message));
+    return value;
+}
+
+V NA() {
+    V value;
+    value.MakeNA();
+    return value;
+}
+
+V Text(const char* text) {
+    return V(CString(text));
+}
+
+V Mm(double value) {
+    return V(QLength(value, QLength::LU_MM));
+}
+
+V Dollars(double value) {
+    return V(QMoney(value, QMoney::MU_DOLLARS));
+}
+
+std::string MessageOf(const QAnyValue& value) {
+    CString message;
+    return value.IsErrorAndGetMessage(message) ? message.ToUtf8() : "<no error>";
+}
+
+std::string Describe(const QAnyValue& value) {
+    if (value.IsError())
+        return "error \"" + MessageOf(value) + "\"";
+    return value.TypeName().ToUtf8() + " " + value.Format().ToUtf8();
+}
+
+// Same type and content; errors by their message, strings by their exact text, arrays element
+// by element, everything else as Identical sees it.
+bool SameValue(const QAnyValue& actual, const QAnyValue& expected) {
+    if (actual.Type() != expected.Type())
+        return false;
+    if (actual.IsError())
+        return MessageOf(actual) == MessageOf(expected);
+    if (actual.IsString())
+        return V(actual).MakeCString() == V(expected).MakeCString();
+    if (actual.IsArray()) {
+        V actualCopy(actual);
+        V expectedCopy(expected);
+        const QArray<QAnyValue>& mine = actualCopy.MakeArray();
+        const QArray<QAnyValue>& theirs = expectedCopy.MakeArray();
+        if (mine.GetCount() != theirs.GetCount())
+            return false;
+        for (int i = 0; i < mine.GetCount(); ++i)
+            if (!SameValue(mine[i], theirs[i]))
+                return false;
+        return true;
+    }
+    return actual.Identical(expected);
+}
+
+::testing::AssertionResult Same(const QAnyValue& actual, const QAnyValue& expected) {
+    if (SameValue(actual, expected))
+        return ::testing::AssertionSuccess();
+    return ::testing::AssertionFailure()
+           << "got " << Describe(actual) << ", expected " << Describe(expected);
+}
+
+// Reads numbers as the formula language would, and fails in the two ways a real evaluator can
+// fail beyond a false answer: with a message and without one.
+bool FakeEvaluate(const FormulaText& formula, QFormulaContext*, QAnyValue& result) {
+    const CString text = formula.ToString();
+    int whole = 0;
+    double number = 0;
+    if (text == u"boom")
+        throw CException("evaluator broke");
+    if (text == u"silent")
+        throw CException("");
+    if (QAnyValue::ParseInt(whole, text))
+        result = whole;
+    else if (QAnyValue::ParseDouble(number, text))
+        result = number;
+    else
+        return false;
+    return true;
+}
+
+// Millimetres, square and cubic metres, degrees, dollars and hours.
+class AnyValueFunctionsTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        QLength::SetDefaultUnits(QLength::LU_MM);
+        QArea::SetDefaultUnits(QArea::AU_SQM);
+        QVolume::SetDefaultUnits(QVolume::VU_CBM);
+        QAngle::SetDefaultUnits(QAngle::ANGU_DEG);
+        QMoney::SetDefaultUnits(QMoney::MU_DOLLARS);
+        QTime::SetDefaultUnits(QTime::TU_HOURS);
+        m_previousHook = SetFormulaEvaluatorHook(&FakeEvaluate);
+    }
+    void TearDown() override {
+        QLength::SetDefaultUnits(m_length);
+        QArea::SetDefaultUnits(m_area);
+        QVolume::SetDefaultUnits(m_volume);
+        QAngle::SetDefaultUnits(m_angle);
+        QMoney::SetDefaultUnits(m_money);
+        QTime::SetDefaultUnits(m_time);
+        SetFormulaEvaluatorHook(m_previousHook);
+    }
+
+private:
+    QLength::LENGTHUNITS m_length = QLength::DefaultUnits();
+    QArea::AREAUNITS m_area = QArea::DefaultUnits();
+    QVolume::VOLUMEUNITS m_volume = QVolume::DefaultUnits();
+    QAngle::ANGLEUNITS m_angle = QAngle::DefaultUnits();
+    QMoney::MONEYUNITS m_money = QMoney::DefaultUnits();
+    QTime::TIMEUNITS m_time = QTime::DefaultUnits();
+    QFormulaEvaluatorHook m_previousHook = nullptr;
+};
+
+struct BinaryCase {
+    const char* label;
+    Binary member;
+    V value;
+    V argument;
+    V expected;
+};
+
+void ExpectBinaryCases(const std::vector<BinaryCase>& cases) {
+    for (const BinaryCase& c : cases) {
+        SCOPED_TRACE(c.label);
+        V value = c.value;
+        EXPECT_TRUE(Same((value.*c.member)(c.argument), c.expected));
+        EXPECT_TRUE(Same(value, c.expected)) << "the receiver is the result";
+    }
+}
+
+struct UnaryCase {
+    const char* label;
+    Unary member;
+    V value;
+    V expected;
+};
+
+void ExpectUnaryCases(const std::vector<UnaryCase>& cases) {
+    for (const UnaryCase& c : cases) {
+        SCOPED_TRACE(c.label);
+        V value = c.value;
+        EXPECT_TRUE(Same((value.*c.member)(), c.expected));
+        EXPECT_TRUE(Same(value, c.expected)) << "the receiver is the result";
+    }
+}
+
+struct ActionCase {
+    const char* label;
+    Action action;
+    V value;
+    V expected;
+};
+
+void ExpectActionCases(const std::vector<ActionCase>& cases) {
+    for (const ActionCase& c : cases) {
+        SCOPED_TRACE(c.label);
+        V value = c.value;
+        c.action(value);
+        EXPECT_TRUE(Same(value, c.expected));
+    }
+}
+
+// --- MulDiv --------------------------------------------------------------------------------------
+
+TEST(MulDivTest, RoundsTheWideQuotientHalfAwayFromZero) {
+    struct Case {
+        int number;
+        int numerator;
+        int denominator;
+        int expected;
+    };
+    const Case cases[] = {
+        {0, 5, 3, 0},
+        {7, 1, 3, 2},
+        {8, 1, 3, 3},
+        {5, 1, 2, 3},
+        {-5, 1, 2, -3},
+        {5, -1, 2, -3},
+        {5, 1, -2, -3},
+        {-5, -1, -2, -3},
+        {-5, -1, 2, 3},
+        {41, 5, 32767, 0},
+        {18467, 5, 32767, 3},
+        {kIntMax, kIntMax, kIntMax, kIntMax},
+        {kIntMin, 2, 2, kIntMin},
+    };
+    for (const Case& c : cases)
+        EXPECT_EQ(MulDiv(c.number, c.numerator, c.denominator), c.expected)
+            << c.number << " * " << c.numerator << " / " << c.denominator;
+}
+
+TEST(MulDivTest, AZeroDivisorOrAResultBeyond32BitsIsMinusOne) {
+    EXPECT_EQ(MulDiv(5, 7, 0), -1);
+    EXPECT_EQ(MulDiv(kIntMax, 2, 1), -1);
+    EXPECT_EQ(MulDiv(kIntMin, 1, -1), -1);
+    EXPECT_EQ(MulDiv(kIntMin, -1, 2), 1073741824);
+}
+
+// --- Numeric functions with a second value -----------------------------------------------------
+
+TEST_F(AnyValueFunctionsTest, DivIsTheTruncatedQuotientAsAWholeNumber) {
+    ExpectBinaryCases({
+        {"7.5 by 2", &V::DIVit, V(7.5), V(2), V(3)},
+        {"-7.5 by 2", &V::DIVit, V(-7.5), V(2), V(-3)},
+        {"whole numbers", &V::DIVit, V(7), V(2), V(3)},
+        {"lengths", &V::DIVit, Mm(1000), Mm(300), V(3)},
+        {"a string of digits", &V::DIVit, Text("9"), V(2.0), V(4)},
+        {"beyond 32 bits saturates", &V::DIVit, V(1e20), V(1), V(kIntMax)},
+        {"by zero", &V::DIVit, V(7), V(0), Error("Cannot DIV() due to division by zero")},
+        {"zero by zero", &V::DIVit, V(0), V(0.0),
+         Error("Cannot DIV() due to result was not a number")},
+    });
+}
+
+TEST_F(AnyValueFunctionsTest, ModTakesTheTypeOfTheDivisor) {
+    ExpectBinaryCases({
+        {"whole numbers", &V::MODit, V(10), V(3), V(1)},
+        {"number divisor", &V::MODit, V(10), V(3.0), V(1.0)},
+        {"whole divisor cuts the remainder", &V::MODit, V(10.5), V(3), V(1)},
+        {"sign of the dividend", &V::MODit, V(-7), V(3), V(-1)},
+        {"lengths", &V::MODit, Mm(1000), Mm(300), Mm(100)},
+        {"string divisor", &V::MODit, V(10), Text("3"), Text("1")},
+        {"by zero", &V::MODit, V(10), V(0), Error("Cannot MOD() due to result was not a number")},
+    });
+}
+
+TEST_F(AnyValueFunctionsTest, CeilingNudgesTheQuotientTowardZero) {
+    ExpectBinaryCases({
+        {"floating error above a multiple", &V::CEILINGit, V(2.0000000001), V(1.0), V(2.0)},
+        {"clearly above", &V::CEILINGit, V(2.01), V(1.0), V(3.0)},
+        {"inside the nudge", &V::CEILINGit, V(2.0000009), V(1.0), V(2.0)},
+        {"beyond the nudge", &V::CEILINGit, V(2.0000011), V(1.0), V(3.0)},
+        {"negative half", &V::CEILINGit, V(-2.5), V(1.0), V(-2.0)},
+        {"negative beyond the nudge", &V::CEILINGit, V(-2.000002), V(1.0), V(-2.0)},
+        {"negative exact multiple moves toward zero", &V::CEILINGit, V(-2.0), V(1.0), V(-1.0)},
+        {"whole multiple", &V::CEILINGit, V(7), V(2), V(8)},
+        {"negative multiple", &V::CEILINGit, V(7.0), V(-2.0), V(6.0)},
+        {"length multiple", &V::CEILINGit, Mm(10), V(QLength(1, QLength::LU_INCH)), Mm(25.4)},
+        {"number by a length", &V::CEILINGit, V(30), Mm(25.4), Mm(50.8)},
+        {"by zero", &V::CEILINGit, V(5.0), V(0.0),
+         Error("Cannot CEILING() due to division by zero")},
+        {"zero by zero", &V::CEILINGit, V(0.0), V(0.0),
+         Error("Cannot CEILING() due to result was not a number")},
+    });
+}
+
+TEST_F(AnyValueFunctionsTest, FloorNudgesTheQuotientAwayFromZero) {
+    ExpectBinaryCases({
+        {"floating error below a multiple", &V::FLOORit, V(1.9999999), V(1.0), V(2.0)},
+        {"clearly below", &V::FLOORit, V(1.99), V(1.0), V(1.0)},
+        {"inside the nudge", &V::FLOORit, V(1.9999995), V(1.0), V(2.0)},
+        {"beyond the nudge", &V::FLOORit, V(1.9999985), V(1.0), V(1.0)},
+        {"negative half", &V::FLOORit, V(-2.5), V(1.0), V(-3.0)},
+        {"negative exact multiple moves away from zero", &V::FLOORit, V(-2.0), V(1.0), V(-3.0)},
+        {"whole negative multiple", &V::FLOORit, V(7), V(-2), V(8)},
+        {"both negative", &V::FLOORit, V(-7.0), V(-2.0), V(-6.0)},
+        {"length multiple", &V::FLOORit, Mm(10), V(QLength(1, QLength::LU_INCH)), Mm(0)},
+        {"by zero", &V::FLOORit, V(5), V(0), Error("Cannot FLOOR() due to division by zero")},
+    });
+}
+
+TEST_F(AnyValueFunctionsTest, MroundRoundsHalvesAwayFromZero) {
+    ExpectBinaryCases({
+        {"half up", &V::MROUNDit, V(2.5), V(1.0), V(3.0)},
+        {"negative half", &V::MROUNDit, V(-2.5), V(1.0), V(-3.0)},
+        {"below half", &V::MROUNDit, V(1.4), V(1.0), V(1.0)},
+        {"half of a multiple of 2", &V::MROUNDit, V(5.0), V(2.0), V(6.0)},
+        {"below half of 2", &V::MROUNDit, V(6.9), V(2.0), V(6.0)},
+        {"negative multiple", &V::MROUNDit, V(7), V(-2), V(8)},
+        {"lengths", &V::MROUNDit, Mm(1234), Mm(100), Mm(1200)},
+        {"money by a number", &V::MROUNDit, Dollars(7.3), V(0.5), V(7.5)},
+    });
+}
+
+TEST_F(AnyValueFunctionsTest, PowPutsBackTheTypeOfTheBase) {
+    ExpectBinaryCases({
+        {"whole base", &V::POWit, V(2), V(10), V(1024)},
+        {"whole base, fractional result", &V::POWit, V(2), V(-1), V(0)},
+        {"root", &V::POWit, V(9.0), V(0.5), V(3.0)},
+        {"length base", &V::POWit, Mm(3), V(2), Mm(9)},
+        {"zero to a negative power", &V::POWit, V(0.0), V(-1.0),
+         Error("Cannot POW() due to division by zero")},
+        {"negative to a fraction", &V::POWit, V(-8.0), V(1.0 / 3),
+         Error("Cannot POW() due to result was not a number")},
+        {"overflow", &V::POWit, V(10.0), V(400.0), Error("Cannot POW() due to result was too big")},
+    });
+}
+
+TEST_F(AnyValueFunctionsTest, AZeroResultCarriesNoSign) {
+    const V ceiling = V(0.0).CEILING(V(1.0));
+    const V floor = V(-0.0).FLOOR(V(1.0));
+    const V mod = V(-6.0).MOD(V(3.0));
+    const V trunc = V(-0.5).TRUNC();
+    for (const V* value : {&ceiling, &floor, &mod, &trunc}) {
+        ASSERT_TRUE(value->IsDouble()) << Describe(*value);
+        EXPECT_FALSE(std::signbit(V(*value).MakeDouble())) << Describe(*value);
+    }
+}
+
+TEST_F(AnyValueFunctionsTest, AFaultLeavesNoPendingStatusBehind) {
+    ClearFPStatus();
+    V(7).DIV(V(0));
+    V(-1.0).SQRT();
+    V(10.0).POW(V(400.0));
+    EXPECT_EQ(ReadFPStatus() & (SW_OVERFLOW | SW_ZERODIVIDE | SW_INVALID), 0u);
+}
+
+TEST_F(AnyValueFunctionsTest, AFailureInsideTheGuardNamesTheMember) {
+    const V boomRate(QRateValue(Text("boom"), V(1)));
+    const V silentRate(QRateValue(Text("silent"), V(1)));
+    ASSERT_TRUE(boomRate.IsRate());
+    ExpectBinaryCases({
+        {"DIV", &V::DIVit, Text("boom"), V(2), Error("Cannot DIV() due to evaluator broke")},
+        {"MOD", &V::MODit, V(2), Text("boom"), Error("Cannot MOD() due to evaluator broke")},
+        {"CEILING", &V::CEILINGit, Text("boom"), V(1),
+         Error("Cannot CEILING() due to evaluator broke")},
+        {"FLOOR", &V::FLOORit, V(1), Text("boom"), Error("Cannot FLOOR() due to evaluator broke")},
+        {"POW", &V::POWit, Text("boom"), V(2), Error("Cannot POW() due to evaluator broke")},
+        {"DIV, no message", &V::DIVit, Text("silent"), V(2), Error("Cannot DIV(), unknown error")},
+        {"MOD, no message", &V::MODit, Text("silent"), V(2), Error("Cannot MOD(), unknown error")},
+        {"CEILING, no message", &V::CEILINGit, V(2), Text("silent"),
+         Error("Cannot CEILING(), unknown error")},
+        {"FLOOR, no message", &V::FLOORit, Text("silent"), V(2),
+         Error("Cannot FLOOR(), unknown error")},
+        {"POW, no message", &V::POWit, V(2), Text("silent"), Error("Cannot POW(), unknown error")},
+    });
+    ExpectUnaryCases({
+        {"SQRT", &V::SQRTit, boomRate, Error("Cannot SQRT() due to evaluator broke")},
+        {"SQRT, no message", &V::SQRTit, silentRate, Error("Cannot SQRT(), unknown error")},
+    });
+}
+
+TEST_F(AnyValueFunctionsTest, AnArgumentThatIsNoNumberGivesItsOwnError) {
+    ExpectBinaryCases({
+        {"receiver", &V::MODit, Text("abc"), V(3), Error("Could not evaluate formula\nabc")},
+        {"argument", &V::MROUNDit, V(3), Text("abc"), Error("Could not evaluate formula\nabc")},
+        {"both", &V::DIVit, Text("abc"), Text("xyz"), Error("Could not evaluate formula\nabc")},
+        {"not-available text", &V::POWit, V(2), Text("#N/A"), NA()},
+    });
+}
+
+TEST_F(AnyValueFunctionsTest, RandBetweenFollowsTheSeededGenerator) {
+    // rand() after srand(1) gives 41, 18467, 6334: 1 + 41*5/32767 rounds to 1,
+    // 1 + 18467*5/32767 (2.82) to 4, 1 + 6334*5/32767 (0.97) to 2.
+    keel::srand(1);
+    EXPECT_TRUE(Same(V(1).RANDBETWEEN(V(6)), V(1)));
+    EXPECT_TRUE(Same(V(1).RANDBETWEEN(V(6)), V(4)));
+    EXPECT_TRUE(Same(V(1).RANDBETWEEN(V(6)), V(2)));
+
+    // 10 - 41*10/32767 (0.01) rounds to 10, 10 - 18467*10/32767 (5.64) to 4.
+    keel::srand(1);
+    EXPECT_TRUE(Same(V(10).RANDBETWEEN(V(0)), V(10)));
+    EXPECT_TRUE(Same(V(10).RANDBETWEEN(V(0)), V(4)));
+
+    keel::srand(1);
+    EXPECT_TRUE(Same(Text("1").RANDBETWEEN(V(6.9)), V(1))) << "both read as whole numbers";
+    EXPECT_TRUE(Same(V(1.5).RANDBETWEEN(V(6)), V(4)));
+
+    keel::srand(1);
+    EXPECT_TRUE(Same(Array({V(1), V(1), V(1)}).RANDBETWEEN(V(6)), Array({V(1), V(4), V(2)})));
+}
+
+TEST_F(AnyValueFunctionsTest, RandBetweenStaysInsideItsBounds) {
+    keel::srand(7);
+    for (int i = 0; i < 1000; ++i) {
+        const V drawn = V(-3).RANDBETWEEN(V(3));
+        ASSERT_TRUE(drawn.IsInt());
+        const int number = V(drawn).MakeInt();
+        ASSERT_GE(number, -3);
+        ASSERT_LE(number, 3);
+    }
+}
+
+// --- The shared rule ---------------------------------------------------------------------------
+
+TEST_F(AnyValueFunctionsTest, ErrorsAndNotAvailableFlowThroughEveryBinaryMember) {
+    const struct {
+        const char* name;
+        Binary member;
+    } members[] = {
+        {"DIV", &V::DIVit},     {"MOD", &V::MODit},       {"CEILING", &V::CEILINGit},
+        {"FLOOR", &V::FLOORit}, {"MROUND", &V::MROUNDit}, {"RANDBETWEEN", &V::RANDBETWEENit},
+        {"POW", &V::POWit},     {"AND", &V::ANDit},       {"OR", &V::ORit},
+        {"XOR", &V::XORit},     {"EQV", &V::EQVit},       {"IMP", &V::IMPit},
+        {"MIN", &V::MINit},     {"MAX", &V::MAXit},       {"CONCAT", &V::CONCATit},
+        {"JOIN", &V::JOINit},
+    };
+    const struct {
+        const char* label;
+        V value;
+        V argument;
+        V expected;
+    } situations[] = {
+        {"error receiver", Error("left"), V(5), Error("left")},
+        {"N/A receiver", NA(), V(5), NA()},
+        {"error argument", V(5), Error("right"), Error("right")},
+        {"N/A argument", V(5), NA(), NA()},
+        {"both errors: the receiver's wins", Error("left"), Error("right"), Error("left")},
+        {"N/A receiver before an error argument", NA(), Error("right"), NA()},
+        {"an error argument replaces a whole array", Array({V(1), V(2)}), Error("right"),
+         Error("right")},
+    };
+    for (const auto& member : members) {
+        for (const auto& situation : situations) {
+            SCOPED_TRACE(std::string(member.name) + ": " + situation.label);
+            V value = situation.value;
+            (value.*member.member)(situation.argument);
+            EXPECT_TRUE(Same(value, situation.expected));
+        }
+    }
+}
+
+TEST_F(AnyValueFunctionsTest, ErrorsAndNotAvailableStayThroughEveryOneValueMember) {
+    const struct {
+        const char* name;
+        Action action;
+    } members[] = {
+        {"ABS", [](V& v) { v.ABSit(); }},
+        {"SIGN", [](V& v) { v.SIGNit(); }},
+        {"SQRT", [](V& v) { v.SQRTit(); }},
+        {"TRUNC", [](V& v) { v.TRUNCit(); }},
+        {"DOLLAR", [](V& v) { v.DOLLARit(2, false); }},
+        {"LENGTH", [](V& v) { v.LENGTHit(0, true); }},
+        {"LOWERNOCVT", [](V& v) { v.LOWERNOCVTit(); }},
+        {"UPPERNOCVT", [](V& v) { v.UPPERNOCVTit(); }},
+    };
+    for (const auto& member : members) {
+        SCOPED_TRACE(member.name);
+        V error = Error("kept");
+        member.action(error);
+        EXPECT_TRUE(Same(error, Error("kept")));
+        V na = NA();
+        member.action(na);
+        EXPECT_TRUE(Same(na, NA()));
+    }
+}
+
+TEST_F(AnyValueFunctionsTest, ArraysGoPositionByPosition) {
+    ExpectBinaryCases({
+        {"DIV an array by a scalar", &V::DIVit, Array({V(7), V(9)}), V(2), Array({V(3), V(4)})},
+        {"MOD a scalar by an array", &V::MODit, V(10), Array({V(3), V(4)}), Array({V(1), V(2)})},
+        {"CEILING", &V::CEILINGit, Array({V(1.2), V(2.5)}), V(1.0), Array({V(2.0), V(3.0)})},
+        {"the shorter repeats its last element", &V::POWit, Array({V(1.0), V(2.0)}),
+         Array({V(1), V(2), V(3)}), Array({V(1.0), V(4.0), V(8.0)})},
+        {"an element error stays in its place", &V::MODit, Array({V(10), Error("bad")}), V(3),
+         Array({V(1), Error("bad")})},
+        {"an empty array has no work", &V::MODit, Array({}), V(3), Array({})},
+        {"AND", &V::ANDit, Array({V(true), V(false)}), V(true), Array({V(true), V(false)})},
+        {"MIN", &V::MINit, Array({V(1), V(5)}), V(3), Array({V(1), V(3)})},
+        {"CONCAT", &V::CONCATit, Array({Text("a"), Text("b")}), Text("!"),
+         Array({Text("a!"), Text("b!")})},
+    });
+    ExpectUnaryCases({
+        {"ABS", &V::ABSit, Array({V(-1), V(2.5), Error("bad")}),
+         Array({V(1), V(2.5), Error("bad")})},
+        {"TRUNC", &V::TRUNCit, Array({V(1.5), Mm(2.5)}), Array({V(1.0), Mm(2)})},
+        {"nested", &V::SIGNit, Array({Array({V(-3), V(0)}), V(4.0)}),
+         Array({Array({V(-1), V(0)}), V(1)})},
+    });
+    ExpectActionCases({
+        {"DOLLAR", [](V& v) { v.DOLLARit(2, false); }, Array({V(1), V(2.5)}),
+         Array({Dollars(1), Dollars(2.5)})},
+        {"LENGTH", [](V& v) { v.LENGTHit(0, false); }, Array({V(1), Text("abc")}),
+         Array({Mm(1), Error("Cannot LENGTH() when not numeric")})},
+    });
+}
+
+TEST_F(AnyValueFunctionsTest, TheCopyingFormsLeaveTheValueAlone) {
+    const V value(7.5);
+    EXPECT_TRUE(Same(value.DIV(V(2)), V(3)));
+    EXPECT_TRUE(Same(value.MOD(V(2.0)), V(1.5)));
+    EXPECT_TRUE(Same(value.CEILING(V(1)), V(8)));
+    EXPECT_TRUE(Same(value.FLOOR(V(1)), V(7)));
+    EXPECT_TRUE(Same(value.MROUND(V(5)), V(10)));
+    EXPECT_TRUE(Same(value.POW(V(2)), V(56.25)));
+    EXPECT_TRUE(Same(value.TRUNC(), V(7.0)));
+    EXPECT_TRUE(Same(value.CONCAT(Text("!")), Text("7.5!")));
+    EXPECT_TRUE(Same(value, V(7.5)));
+
+    const V elements = Array({V(3), V(1), V(2)});
+    EXPECT_TRUE(Same(elements.SORT(), Array({V(1), V(2), V(3)})));
+    EXPECT_TRUE(Same(elements.SUMOVER(), V(6)));
+    EXPECT_TRUE(Same(elements.GETAT(2), V(1)));
+    EXPECT_TRUE(Same(elements, Array({V(3), V(1), V(2)})));
+}
+
+// --- Numeric functions of one value ------------------------------------------------------------
+
+TEST_F(AnyValueFunctionsTest, AbsIsTheMagnitudeInTheSameType) {
+    const V negativeRate(QRateValue(Dollars(-10), Mm(1000)));
+    const V positiveRate(QRateValue(Dollars(10), Mm(1000)));
+    ASSERT_TRUE(negativeRate.IsRate());
+    ExpectUnaryCases({
+        {"whole number", &V::ABSit, V(-3), V(3)},
+        {"number", &V::ABSit, V(-2.5), V(2.5)},
+        {"positive stays", &V::ABSit, V(4), V(4)},
+        {"money", &V::ABSit, Dollars(-2.5), Dollars(2.5)},
+        {"time", &V::ABSit, V(QTime(-1.5, QTime::TU_HOURS)), V(QTime(1.5, QTime::TU_HOURS))},
+        {"length", &V::ABSit, Mm(-5), Mm(5)},
+        {"area", &V::ABSit, V(QArea(-2, QArea::AU_SQM)), V(QArea(2, QArea::AU_SQM))},
+        {"volume", &V::ABSit, V(QVolume(-2, QVolume::VU_CBM)), V(QVolume(2, QVolume::VU_CBM))},
+        {"angle", &V::ABSit, V(QAngle(-30, QAngle::ANGU_DEG)), V(QAngle(30, QAngle::ANGU_DEG))},
+        {"rate", &V::ABSit, negativeRate, positiveRate},
+        {"string", &V::ABSit, Text("-3"), Error("Cannot ABS() value when not numeric")},
+        {"boolean", &V::ABSit, V(true), Error("Cannot ABS() value when not numeric")},
+        {"empty", &V::ABSit, V(), Error("Cannot ABS() value when not numeric")},
+    });
+}
+
+TEST_F(AnyValueFunctionsTest, SignIsAWholeNumber) {
+    ExpectUnaryCases({
+        {"negative whole", &V::SIGNit, V(-3), V(-1)},
+        {"zero", &V::SIGNit, V(0.0), V(0)},
+        {"positive number", &V::SIGNit, V(2.5), V(1)},
+        {"tiny negative length", &V::SIGNit, Mm(-0.001), V(-1)},
+        {"zero money", &V::SIGNit, Dollars(0), V(0)},
+        {"positive time", &V::SIGNit, V(QTime(2, QTime::TU_HOURS)), V(1)},
+        {"string", &V::SIGNit, Text("x"), Error("Cannot SIGN() when not numeric")},
+        {"boolean", &V::SIGNit, V(false), Error("Cannot SIGN() when not numeric")},
+    });
+}
+
+TEST_F(AnyValueFunctionsTest, SqrtIsANumber) {
+    ExpectUnaryCases({
+        {"whole number", &V::SQRTit, V(9), V(3.0)},
+        {"number", &V::SQRTit, V(2.25), V(1.5)},
+        {"area in its default unit", &V::SQRTit, V(QArea(4, QArea::AU_SQM)), V(2.0)},
+        {"negative", &V::SQRTit, V(-1.0), Error("Cannot SQRT() due to result was not a number")},
+        {"string", &V::SQRTit, Text("9"), Error("Cannot SQRT() when not numeric")},
+        {"boolean", &V::SQRTit, V(true), Error("Cannot SQRT() when not numeric")},
+    });
+}
+
+TEST_F(AnyValueFunctionsTest, TruncKeepsUnitsInTheirType) {
+    const V rate(QRateValue(Dollars(2.75), Mm(1000)));
+    const V truncatedRate(QRateValue(Dollars(2), Mm(1000)));
+    ExpectUnaryCases({
+        {"number", &V::TRUNCit, V(2.9), V(2.0)},
+        {"negative number", &V::TRUNCit, V(-2.9), V(-2.0)},
+        {"whole number", &V::TRUNCit, V(7), V(7)},
+        {"numeric string", &V::TRUNCit, Text("2.9"), V(2.0)},
+        {"boolean counts as a number", &V::TRUNCit, V(true), V(1.0)},
+        {"money", &V::TRUNCit, Dollars(2.75), Dollars(2)},
+        {"time in hours", &V::TRUNCit, V(QTime(1.5, QTime::TU_HOURS)),
+         V(QTime(1, QTime::TU_HOURS))},
+        {"length in mm", &V::TRUNCit, Mm(2.7), Mm(2)},
+        {"area", &V::TRUNCit, V(QArea(3.5, QArea::AU_SQM)), V(QArea(3, QArea::AU_SQM))},
+        {"volume", &V::TRUNCit, V(QVolume(1.25, QVolume::VU_CBM)), V(QVolume(1, QVolume::VU_CBM))},
+        {"angle", &V::TRUNCit, V(QAngle(45.7, QAngle::ANGU_DEG)), V(QAngle(45, QAngle::ANGU_DEG))},
+        {"rate cuts its numerator", &V::TRUNCit, rate, truncatedRate},
+        {"empty", &V::TRUNCit, V(), Error("Cannot TRUNC() when not numeric")},
+        {"not a formula", &V::TRUNCit, Text("abc"), Error("Could not evaluate formula\nabc")},
+    });
+}
+
+TEST_F(AnyValueFunctionsTest, TruncOfARateKeepsItsDenominator) {
+    V rate(QRateValue(Dollars(2.75), Mm(1000)));
+    rate.TRUNCit();
+    ASSERT_TRUE(rate.IsRate());
+    EXPECT_TRUE(Same(rate.MakeRate().Num(), Dollars(2)));
+    EXPECT_TRUE(Same(rate.MakeRate().Den(), Mm(1000)));
+}
+
+// --- Conversions with a display form -----------------------------------------------------------
+
+TEST_F(AnyValueFunctionsTest, DollarAndLengthConvertOrFail) {
+    ExpectActionCases({
+        {"DOLLAR of a number", [](V& v) { v.DOLLARit(2, false); }, V(2.5), Dollars(2.5)},
+        {"DOLLAR of a money text", [](V& v) { v.DOLLARit(2, false); }, Text("3.25"), Dollars(3.25)},
+        {"DOLLAR without unit", [](V& v) { v.DOLLARit(2, true); }, Dollars(2), V(2.0)},
+        {"DOLLAR of an empty value", [](V& v) { v.DOLLARit(0, false); }, V(), Dollars(0)},
+        {"DOLLAR of a word", [](V& v) { v.DOLLARit(2, false); }, Text("abc"),
+         Error("Cannot DOLLAR() when not numeric")},
+        {"DOLLAR of a word without unit", [](V& v) { v.DOLLARit(2, true); }, Text("abc"),
+         Error("Cannot DOLLAR() when not numeric")},
+        {"LENGTH of a number", [](V& v) { v.LENGTHit(0, false); }, V(12.5), Mm(12.5)},
+        {"LENGTH without unit", [](V& v) { v.LENGTHit(0, true); }, V(QLength(1, QLength::LU_METRE)),
+         V(1000.0)},
+        {"LENGTH of a word", [](V& v) { v.LENGTHit(0, false); }, Text("abc"),
+         Error("Cannot LENGTH() when not numeric")},
+        {"LENGTH of a word without unit", [](V& v) { v.LENGTHit(0, true); }, Text("abc"),
+         Error("Cannot LENGTH() when not numeric")},
+    });
+    EXPECT_TRUE(Same(V(2.5).DOLLAR(2, false), Dollars(2.5)));
+    EXPECT_TRUE(Same(V(2.5).LENGTH(1, false), Mm(2.5)));
+}
+
+TEST_F(AnyValueFunctionsTest, LowerAndUpperNoCvtChangeOnlyStrings) {
+    ExpectUnaryCases({
+        {"lower", &V::LOWERNOCVTit, Text("MiXed"), Text("mixed")},
+        {"upper", &V::UPPERNOCVTit, Text("MiXed"), Text("MIXED")},
+        {"a number stays a number", &V::LOWERNOCVTit, V(5), V(5)},
+        {"a length stays", &V::UPPERNOCVTit, Mm(5), Mm(5)},
+        {"an empty value stays", &V::UPPERNOCVTit, V(), V()},
+        {"arrays by element", &V::LOWERNOCVTit, Array({Text("A"), V(5)}), Array({Text("a"), V(5)})},
+    });
+    EXPECT_TRUE(Same(Text("Ab").LOWERNOCVT(), Text("ab")));
+    EXPECT_TRUE(Same(Text("Ab").UPPERNOCVT(), Text("AB")));
+}
+
+// --- Logic -------------------------------------------------------------------------------------
+
+TEST_F(AnyValueFunctionsTest, LogicMembersFollowTheirTruthTables) {
+    const struct {
+        const char* name;
+        Binary member;
+        bool tt, tf, ft, ff;
+    } members[] = {
+        {"AND", &V::ANDit, true, false, false, false}, {"OR", &V::ORit, true, true, true, false},
+        {"XOR", &V::XORit, false, true, true, false},  {"EQV", &V::EQVit, true, false, false, true},
+        {"IMP", &V::IMPit, true, false, true, true},
+    };
+    for (const auto& m : members) {
+        SCOPED_TRACE(m.name);
+        ExpectBinaryCases({
+            {"true, true", m.member, V(true), V(true), V(m.tt)},
+            {"true, false", m.member, V(true), V(false), V(m.tf)},
+            {"false, true", m.member, V(false), V(true), V(m.ft)},
+            {"false, false", m.member, V(false), V(false), V(m.ff)},
+        });
+    }
+}
+
+TEST_F(AnyValueFunctionsTest, LogicMakesBothSidesBoolean) {
+    ExpectBinaryCases({
+        {"numbers", &V::ANDit, V(1), V(2.5), V(true)},
+        {"zero", &V::ORit, V(0), V(0.0), V(false)},
+        {"yes text", &V::ANDit, V(1), Text("yes"), V(true)},
+        {"no text", &V::XORit, Text("No"), V(true), V(true)},
+        {"a word that is no truth", &V::ANDit, Text("maybe"), V(true),
+         Error("Could not evaluate formula\nmaybe")},
+        {"an argument that is no truth", &V::IMPit, V(true), Text("maybe"),
+         Error("Could not evaluate formula\nmaybe")},
+    });
+    EXPECT_TRUE(Same(V(true).AND(V(false)), V(false)));
+    EXPECT_TRUE(Same(V(true).OR(V(false)), V(true)));
+    EXPECT_TRUE(Same(V(true).XOR(V(true)), V(false)));
+    EXPECT_TRUE(Same(V(false).EQV(V(false)), V(true)));
+    EXPECT_TRUE(Same(V(true).IMP(V(false)), V(false)));
+}
+
+// --- Least and greatest ------------------------------------------------------------------------
+
+TEST_F(AnyValueFunctionsTest, MinAndMaxKeepTheWinnerAsItWas) {
+    ExpectBinaryCases({
+        {"MIN takes the smaller", &V::MINit, V(3), V(2.5), V(2.5)},
+        {"MIN keeps the receiver on a tie", &V::MINit, V(2), V(2.0), V(2)},
+        {"MAX keeps the larger", &V::MAXit, V(3), V(2.5), V(3)},
+        {"MAX takes the larger", &V::MAXit, V(1), V(2.5), V(2.5)},
+        {"a number against a length", &V::MINit, Mm(10), V(5), V(5)},
+        {"strings ignore case", &V::MINit, Text("b"), Text("A"), Text("A")},
+        {"MIN cannot compare", &V::MINit, Mm(1), Dollars(1), Error("Cannot compare in MIN()")},
+        {"MAX cannot compare", &V::MAXit, Mm(1), Dollars(1), Error("Cannot compare in MAX()")},
+    });
+    EXPECT_TRUE(Same(V(3).MIN(V(4)), V(3)));
+    EXPECT_TRUE(Same(V(3).MAX(V(4)), V(4)));
+}
+
+// --- Folding -----------------------------------------------------------------------------------
+
+TEST_F(AnyValueFunctionsTest, FoldingStartsWithTheFirstElement) {
+    ExpectUnaryCases({
+        {"SUMOVER", &V::SUMOVERit, Array({V(1), V(2), V(3)}), V(6)},
+        {"SUMOVER of units", &V::SUMOVERit, Array({Mm(1), V(2)}), Mm(3)},
+        {"SUMOVER stops at an error", &V::SUMOVERit, Array({V(1), Error("bad"), V(3)}),
+         Error("bad")},
+        {"AVERAGEOVER", &V::AVERAGEOVERit, Array({V(1), V(2)}), V(1.5)},
+        {"AVERAGEOVER of lengths", &V::AVERAGEOVERit, Array({Mm(10), Mm(20)}), Mm(15)},
+        {"MINOVER", &V::MINOVERit, Array({V(3), V(1), V(2)}), V(1)},
+        {"MAXOVER", &V::MAXOVERit, Array({V(3), V(1), V(2)}), V(3)},
+        {"ANDOVER true", &V::ANDOVERit, Array({V(true), V(1)}), V(true)},
+        {"ANDOVER false", &V::ANDOVERit, Array({V(true), V(false), V(true)}), V(false)},
+        {"OROVER true", &V::OROVERit, Array({V(false), V(true)}), V(true)},
+        {"OROVER false", &V::OROVERit, Array({V(false), V(0)}), V(false)},
+        {"CONCATENATEOVER", &V::CONCATENATEOVERit, Array({Text("a"), V(1), Text("b")}),
+         Text("a1b")},
+    });
+}
+
+TEST_F(AnyValueFunctionsTest, FoldingAnEmptyArrayGivesTheUnitOfItsFamily) {
+    ExpectUnaryCases({
+        {"SUMOVER", &V::SUMOVERit, Array({}), V(0)},
+        {"AVERAGEOVER", &V::AVERAGEOVERit, Array({}), V()},
+        {"MINOVER", &V::MINOVERit, Array({}), V()},
+        {"MAXOVER", &V::MAXOVERit, Array({}), V()},
+        {"ANDOVER", &V::ANDOVERit, Array({}), V(true)},
+        {"OROVER", &V::OROVERit, Array({}), V(false)},
+        {"CONCATENATEOVER", &V::CONCATENATEOVERit, Array({}), Text("")},
+    });
+}
+
+TEST_F(AnyValueFunctionsTest, FoldingLeavesAnythingButAnArrayAlone) {
+    const Unary members[] = {&V::SUMOVERit, &V::AVERAGEOVERit, &V::MINOVERit,        &V::MAXOVERit,
+                             &V::ANDOVERit, &V::OROVERit,      &V::CONCATENATEOVERit};
+    const V values[] = {Error("kept"), NA(), V(), V(5), Text("x")};
+    for (Unary member : members) {
+        for (const V& original : values) {
+            SCOPED_TRACE(Describe(original));
+            V value = original;
+            (value.*member)();
+            EXPECT_TRUE(Same(value, original));
+        }
+    }
+}
+
+// --- Arrays as arrays --------------------------------------------------------------------------
+
+TEST_F(AnyValueFunctionsTest, ArrayMembersLeaveErrorsNotAvailableAndEmptyAlone) {
+    const struct {
+        const char* name;
+        Action action;
+    } members[] = {
+        {"GETSIZE", [](V& v) { v.GETSIZEit(); }},
+        {"GETAT", [](V& v) { v.GETATit(1); }},
+        {"SETARRAYVALUE", [](V& v) { v.SETARRAYVALUEit(1, V(5)); }},
+        {"APPENDITEM", [](V& v) { v.APPENDITEMit(V(5)); }},
+        {"MIDDLE", [](V& v) { v.MIDDLEit(1, 1); }},
+        {"FIRST", [](V& v) { v.FIRSTit(1); }},
+        {"LAST", [](V& v) { v.LASTit(1); }},
+        {"REVERSE", [](V& v) { v.REVERSEit(); }},
+        {"SORT", [](V& v) { v.SORTit(); }},
+        {"UNIQ", [](V& v) { v.UNIQit(); }},
+    };
+    const V values[] = {Error("kept"), NA(), V()};
+    for (const auto& member : members) {
+        for (const V& original : values) {
+            SCOPED_TRACE(std::string(member.name) + " of " + Describe(original));
+            V value = original;
+            member.action(value);
+            EXPECT_TRUE(Same(value, original));
+        }
+    }
+}
+
+TEST_F(AnyValueFunctionsTest, GetSizeAndGetAtCountFromOne) {
+    const V three = Array({V(10), V(20), V(30)});
+    ExpectActionCases({
+        {"size", [](V& v) { v.GETSIZEit(); }, three, V(3)},
+        {"size of a scalar", [](V& v) { v.GETSIZEit(); }, V(7.5), V(1)},
+        {"size of an empty array", [](V& v) { v.GETSIZEit(); }, Array({}), V(0)},
+        {"first", [](V& v) { v.GETATit(1); }, three, V(10)},
+        {"last", [](V& v) { v.GETATit(3); }, three, V(30)},
+        {"a scalar is its own first", [](V& v) { v.GETATit(1); }, V(7), V(7)},
+        {"below", [](V& v) { v.GETATit(0); }, three,
+         Error("Array subscript out of bounds [0] but should be in range [1 to 3]")},
+        {"above", [](V& v) { v.GETATit(4); }, three,
+         Error("Array subscript out of bounds [4] but should be in range [1 to 3]")},
+        {"second of a scalar", [](V& v) { v.GETATit(2); }, V(7),
+         Error("Array subscript out of bounds [2] but should be in range [1 to 1]")},
+        {"of an empty array", [](V& v) { v.GETATit(1); }, Array({}),
+         Error("Array subscript out of bounds [1] but should be in range [1 to 0]")},
+    });
+    EXPECT_TRUE(Same(three.GETSIZE(), V(3)));
+}
+
+TEST_F(AnyValueFunctionsTest, SetArrayValueStoresInsideTheArrayOnly) {
+    const V three = Array({V(1), V(2), V(3)});
+    ExpectActionCases({
+        {"inside", [](V& v) { v.SETARRAYVALUEit(2, Text("x")); }, three,
+         Array({V(1), Text("x"), V(3)})},
+        {"an error is stored as an element", [](V& v) { v.SETARRAYVALUEit(3, Error("e")); }, three,
+         Array({V(1), V(2), Error("e")})},
+        {"a scalar becomes an array", [](V& v) { v.SETARRAYVALUEit(1, V(6)); }, V(5),
+         Array({V(6)})},
+        {"past the end", [](V& v) { v.SETARRAYVALUEit(4, V(9)); }, three,
+         Error("Array subscript out of bounds [4] but should be in range [1 to 3]")},
+        {"before the start", [](V& v) { v.SETARRAYVALUEit(0, V(9)); }, three,
+         Error("Array subscript out of bounds [0] but should be in range [1 to 3]")},
+    });
+    EXPECT_TRUE(Same(three.SETARRAYVALUE(1, V(0)), Array({V(0), V(2), V(3)})));
+}
+
+TEST_F(AnyValueFunctionsTest, SetArrayValueAcceptsTheArrayItself) {
+    V value = Array({V(1), V(2)});
+    value.SETARRAYVALUEit(1, value);
+    EXPECT_TRUE(Same(value, Array({Array({V(1), V(2)}), V(2)})));
+}
+
+TEST_F(AnyValueFunctionsTest, AppendItemAddsOneElement) {
+    ExpectActionCases({
+        {"an array as one element",
+         [](V& v) {
+             v.APPENDITEMit(Array({V(2), V(3)}));
+         },
+         Array({V(1)}), Array({V(1), Array({V(2), V(3)})})},
+        {"a scalar receiver", [](V& v) { v.APPENDITEMit(V(2)); }, V(1), Array({V(1), V(2)})},
+        {"to an empty array", [](V& v) { v.APPENDITEMit(V(2)); }, Array({}), Array({V(2)})},
+        {"an error is stored as an element", [](V& v) { v.APPENDITEMit(Error("e")); },
+         Array({V(1)}), Array({V(1), Error("e")})},
+    });
+    V value = Array({V(1)});
+    value.APPENDITEMit(value);
+    EXPECT_TRUE(Same(value, Array({V(1), Array({V(1)})})));
+    EXPECT_TRUE(Same(V(1).APPENDITEM(V(2)), Array({V(1), V(2)})));
+}
+
+TEST_F(AnyValueFunctionsTest, JoinAddsTheElementsOfItsArgument) {
+    ExpectBinaryCases({
+        {"arrays", &V::JOINit, Array({V(1)}), Array({V(2), V(3)}), Array({V(1), V(2), V(3)})},
+        {"scalars", &V::JOINit, V(1), V(2), Array({V(1), V(2)})},
+        {"an empty receiver takes the argument", &V::JOINit, V(), V(5), V(5)},
+        {"an empty receiver takes an array", &V::JOINit, V(), Array({V(1)}), Array({V(1)})},
+        {"an empty array receiver", &V::JOINit, Array({}), V(5), Array({V(5)})},
+        {"an empty argument is an element", &V::JOINit, Array({V(1)}), V(), Array({V(1), V()})},
+    });
+    EXPECT_TRUE(Same(V(1).JOIN(Array({V(2)})), Array({V(1), V(2)})));
+}
+
+TEST_F(AnyValueFunctionsTest, MiddleFirstAndLastCutToWhatExists) {
+    const V four = Array({V(1), V(2), V(3), V(4)});
+    const V three = Array({V(1), V(2), V(3)});
+    ExpectActionCases({
+        {"MIDDLE inside", [](V& v) { v.MIDDLEit(2, 2); }, four, Array({V(2), V(3)})},
+        {"MIDDLE from 0 takes one", [](V& v) { v.MIDDLEit(0, 2); }, three, Array({V(1)})},
+        {"MIDDLE from -1", [](V& v) { v.MIDDLEit(-1, 3); }, four, Array({V(1)})},
+        {"MIDDLE from -1, nothing left", [](V& v) { v.MIDDLEit(-1, 2); }, four, Array({})},
+        {"MIDDLE past the end", [](V& v) { v.MIDDLEit(3, 10); }, four, Array({V(3), V(4)})},
+        {"MIDDLE starting after the end", [](V& v) { v.MIDDLEit(5, 1); }, four, Array({})},
+        {"MIDDLE of no elements", [](V& v) { v.MIDDLEit(2, 0); }, four, Array({})},
+        {"MIDDLE with a negative count", [](V& v) { v.MIDDLEit(2, -1); }, four, Array({})},
+        {"MIDDLE of a scalar", [](V& v) { v.MIDDLEit(1, 1); }, V(7), Array({V(7)})},
+        {"MIDDLE at the extremes", [](V& v) { v.MIDDLEit(kIntMin, kIntMax); }, four, Array({})},
+        {"FIRST", [](V& v) { v.FIRSTit(2); }, three, Array({V(1), V(2)})},
+        {"FIRST more than there are", [](V& v) { v.FIRSTit(5); }, three, three},
+        {"FIRST none", [](V& v) { v.FIRSTit(0); }, three, Array({})},
+        {"LAST", [](V& v) { v.LASTit(2); }, three, Array({V(2), V(3)})},
+        {"LAST more than there are", [](V& v) { v.LASTit(5); }, three, three},
+        {"LAST none", [](V& v) { v.LASTit(0); }, three, Array({})},
+        {"LAST of the smallest count", [](V& v) { v.LASTit(kIntMin); }, three, Array({})},
+        {"LAST of the largest count", [](V& v) { v.LASTit(kIntMax); }, three, three},
+    });
+    EXPECT_TRUE(Same(four.MIDDLE(2, 1), Array({V(2)})));
+    EXPECT_TRUE(Same(four.FIRST(1), Array({V(1)})));
+    EXPECT_TRUE(Same(four.LAST(1), Array({V(4)})));
+}
+
+TEST_F(AnyValueFunctionsTest, ReverseSortAndUniq) {
+    ExpectUnaryCases({
+        {"REVERSE", &V::REVERSEit, Array({V(1), Text("a"), V(2.5)}),
+         Array({V(2.5), Text("a"), V(1)})},
+        {"REVERSE of a scalar", &V::REVERSEit, V(5), Array({V(5)})},
+        {"SORT numbers", &V::SORTit, Array({V(3), V(1), V(2)}), Array({V(1), V(2), V(3)})},
+        {"SORT strings ignoring case", &V::SORTit, Array({Text("b"), Text("A"), Text("c")}),
+         Array({Text("A"), Text("b"), Text("c")})},
+        {"SORT a number among lengths", &V::SORTit, Array({Mm(20), V(5), Mm(10)}),
+         Array({V(5), Mm(10), Mm(20)})},
+        {"SORT an empty array", &V::SORTit, Array({}), Array({})},
+        {"UNIQ keeps what is apart", &V::UNIQit, Array({V(1), V(2), V(1)}),
+         Array({V(1), V(2), V(1)})},
+        {"UNIQ after SORT", &V::UNIQit, Array({V(1), V(1), V(2)}), Array({V(1), V(2)})},
+        {"UNIQ keeps the first of equals", &V::UNIQit, Array({V(1), V(1.0), V(2)}),
+         Array({V(1), V(2)})},
+        {"UNIQ of a run", &V::UNIQit, Array({V(4), V(4), V(4)}), Array({V(4)})},
+        {"UNIQ keeps what cannot be compared", &V::UNIQit, Array({Mm(1), Dollars(1), Dollars(1)}),
+         Array({Mm(1), Dollars(1)})},
+        {"UNIQ of an empty array", &V::UNIQit, Array({}), Array({})},
+    });
+    EXPECT_TRUE(Same(Array({V(1), V(2), V(1)}).SORT().UNIQ(), Array({V(1), V(2)})));
+    EXPECT_TRUE(Same(Array({V(1), V(2)}).REVERSE(), Array({V(2), V(1)})));
+}
+
+TEST_F(AnyValueFunctionsTest, SortKeepsEveryElementWhenSomeCannotBeCompared) {
+    V value = Array({Mm(3), Dollars(1), Mm(1), Dollars(2), Mm(2)});
+    value.SORTit();
+    ASSERT_TRUE(value.IsArray());
+    const QArray<QAnyValue>& sorted = value.MakeArray();
+    ASSERT_EQ(sorted.GetCount(), 5);
+    int lengths = 0;
+    int money = 0;
+    for (const V& element : sorted) {
+        lengths += element.IsLength() ? 1 : 0;
+        money += element.IsMoney() ? 1 : 0;
+    }
+    EXPECT_EQ(lengths, 3);
+    EXPECT_EQ(money, 2);
+}
+
+TEST_F(AnyValueFunctionsTest, ConcatJoinsTheTexts) {
+    ExpectBinaryCases({
+        {"text and number", &V::CONCATit, Text("a"), V(1), Text("a1")},
+        {"numbers", &V::CONCATit, V(1), V(2), Text("12")},
+        {"an empty value is no text", &V::CONCATit, V(), Text("x"), Text("x")},
+        {"a boolean", &V::CONCATit, Text("is "), V(true), Text("is Yes")},
+    });
+}
+
+TEST_F(AnyValueFunctionsTest, EquivalentNoCase) {
+    EXPECT_TRUE(QAnyValue::EquivalentNoCase(Text("ABC"), Text("abc")));
+    EXPECT_FALSE(QAnyValue::EquivalentNoCase(Text("abc"), Text("abd")));
+    EXPECT_TRUE(QAnyValue::EquivalentNoCase(Mm(10), Mm(10.5))) << "within the display tolerance";
+    EXPECT_FALSE(QAnyValue::EquivalentNoCase(Mm(10), Mm(11)));
+    EXPECT_TRUE(QAnyValue::EquivalentNoCase(Text("5"), V(5)));
+    EXPECT_FALSE(QAnyValue::EquivalentNoCase(Mm(1), Dollars(1)));
+}
+
+} // namespace
+
+} // namespace keel
