@@ -517,19 +517,11 @@ CString ErrorMessage(const std::exception& exception) {
 // --- Floating point --------------------------------------------------------------------------
 
 CString FPExceptionMessage() {
-    static constexpr struct {
-        unsigned bit;
-        const char16_t* text;
-    } kTexts[] = {
-        {SW_INEXACT, u", result was not exact"},    {SW_UNDERFLOW, u", result was too small"},
-        {SW_OVERFLOW, u", result was too big"},     {SW_ZERODIVIDE, u", division by zero"},
-        {SW_INVALID, u", result was not a number"}, {SW_DENORMAL, u", tried to use a bad number"},
-    };
     const unsigned status = ClearFPStatus();
     CString message;
-    for (const auto& entry : kTexts) {
+    for (const FPStatusText& entry : c_fpStatusTexts) {
         if (status & entry.bit)
-            message += Translated(entry.text);
+            message += u", " + Translated(entry.text);
     }
     return message.IsEmpty() ? message : message.Mid(2);
 }

@@ -13,6 +13,17 @@ inline constexpr unsigned SW_INVALID = 0x00010;
 // The processor does not report denormal operands through <cfenv>; this bit is never set.
 inline constexpr unsigned SW_DENORMAL = 0x80000;
 
+// The words for each flag, in the order in which a message lists them.
+struct FPStatusText {
+    unsigned bit;
+    const char16_t* text;
+};
+inline constexpr FPStatusText c_fpStatusTexts[] = {
+    {SW_INEXACT, u"result was not exact"},    {SW_UNDERFLOW, u"result was too small"},
+    {SW_OVERFLOW, u"result was too big"},     {SW_ZERODIVIDE, u"division by zero"},
+    {SW_INVALID, u"result was not a number"}, {SW_DENORMAL, u"tried to use a bad number"},
+};
+
 // The flags raised since they were last cleared.
 unsigned ReadFPStatus();
 // Returns the flags raised so far and clears them.

@@ -135,17 +135,9 @@ bool QAnyValue::FPFaultScope::Faulted() const {
 }
 
 CString QAnyValue::FPFaultScope::Message() const {
-    static constexpr struct {
-        unsigned bit;
-        const char16_t* text;
-    } kTexts[] = {
-        {SW_OVERFLOW, u"result was too big"},
-        {SW_ZERODIVIDE, u"division by zero"},
-        {SW_INVALID, u"result was not a number"},
-    };
-    const unsigned status = ReadFPStatus();
+    const unsigned status = ReadFPStatus() & kFaultBits;
     CString message;
-    for (const auto& entry : kTexts) {
+    for (const FPStatusText& entry : c_fpStatusTexts) {
         if ((status & entry.bit) == 0)
             continue;
         if (!message.IsEmpty())
