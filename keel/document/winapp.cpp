@@ -3,6 +3,7 @@
 #include "keel/document/errorlog.h"
 #include "keel/document/translate.h"
 #include "keel/platform/registry.h"
+#include "keel/values/anyvalue.h"
 #include "keel/values/area.h"
 #include "keel/values/length.h"
 #include "keel/values/volume.h"
@@ -273,7 +274,17 @@ void QWinApp::LoadOptions() {
     if (translations != GetCurrentTranslationFile())
         SwitchToTranslationFile(translations, true, false);
     LoadDefaultUnits();
+    ConnectValuesToOptions();
     ReportOptionsProblemOnce();
+}
+
+void QWinApp::ConnectValuesToOptions() {
+    QAnyValue::SetProfileIntReader([](const CString& section, const CString& key, int value) {
+        return CRegistry::Current().GetProfileInt(section, key, value);
+    });
+    QAnyValue::ReloadOptions();
+    QAnyValue::SetYesNoStrings(TranslateString(u"Yes", CString(), u"Value"),
+                               TranslateString(u"No", CString(), u"Value"));
 }
 
 void QWinApp::SaveOptions() {

@@ -146,6 +146,9 @@ public:
     // Options. LoadOptions copies the options that are not cached into the fields that use them,
     // SaveOptions writes back those that the user can change.
     virtual void LoadOptions();
+    // The variant reads its own options ("UseCompareNoCase", "LengthDisplayEps") from the store
+    // and takes its Yes and No words from the translations.
+    void ConnectValuesToOptions();
     virtual void SaveOptions();
     // Reads the options that paint code asks for ("View", "Tip", "Pen" and the first "Options"
     // keys) into the cache, in a fixed order, replacing what the int and string caches held. A

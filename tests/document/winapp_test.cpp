@@ -1,6 +1,7 @@
 #include "keel/document/errorlog.h"
 #include "keel/document/winapp.h"
 #include "keel/platform/registry.h"
+#include "keel/values/anyvalue.h"
 #include "keel/values/area.h"
 #include "keel/values/length.h"
 #include "keel/values/volume.h"
@@ -511,6 +512,21 @@ TEST_F(WinAppTest, TheLocaleMeasurementIsReadFromTheEnvironment) {
 
 // ---------------------------------------------------------------------------------------------
 // LoadOptions and SaveOptions
+
+TEST_F(WinAppTest, LoadOptionsLetsValuesReadTheirOwnOptions) {
+    StoreOptions("[Options]\nUseCompareNoCase=0\n");
+    TestApp app;
+    app.LoadOptions();
+    EXPECT_FALSE(QAnyValue::UseCompareNoCase());
+    bool failed = false;
+    EXPECT_NE(QAnyValue(u"Width").Compare(QAnyValue(u"WIDTH"), failed), 0);
+
+    StoreOptions("[Options]\nUseCompareNoCase=1\n");
+    app.LoadOptions();
+    EXPECT_TRUE(QAnyValue::UseCompareNoCase());
+    EXPECT_EQ(QAnyValue(u"Width").Compare(QAnyValue(u"WIDTH"), failed), 0);
+    EXPECT_EQ(QAnyValue::GetYesString(), CString(u"Yes"));
+}
 
 TEST_F(WinAppTest, LoadOptionsCopiesStoredOptionsIntoTheirFields) {
     StoreOptions("[Options]\nContrast=60\nBrightness=10\nXFileLocations=1\nXPricing=1\n"
