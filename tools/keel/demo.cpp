@@ -1,5 +1,6 @@
 #include "tools/keel/commands.h"
 
+#include "keel/values/anyvalue.h"
 #include "keel/values/stringunique.h"
 
 #include <cstdio>
@@ -37,6 +38,57 @@ void ShowCompletions(const char* prefix) {
     std::printf("\n");
 }
 
+// A user's text made a typed value, as a question page reads an answer.
+QAnyValue Typed(const char16_t* text) {
+    QAnyValue value;
+    value.Parse(text);
+    return value;
+}
+
+std::string Shown(QAnyValue value) {
+    const CString type = value.TypeName();
+    CString message;
+    if (value.IsErrorAndGetMessage(message)) {
+        message.Replace(u"\n", u": ");
+        return (type + u" \"" + message + u"\"").ToUtf8();
+    }
+    return (type + u" " + value.MakeCString()).ToUtf8();
+}
+
+void ShowValues() {
+    std::printf("\nValues know their units (lengths in mm, areas in m2 by default)\n");
+    struct Step {
+        const char* what;
+        QAnyValue a;
+        char op;
+        QAnyValue b;
+    };
+    const Step steps[] = {
+        {"wall 2400 mm by 3.5 m", Typed(u"2400mm"), '*', Typed(u"3.5m")},
+        {"two runs of skirting", Typed(u"1250mm"), '+', Typed(u"80cm")},
+        {"board cut in three", Typed(u"2.4m"), '/', QAnyValue(3)},
+        {"price $12.50 for 4", Typed(u"$12.50"), '*', QAnyValue(4)},
+        {"text times a number", Typed(u"Maple"), '*', QAnyValue(2)},
+        {"one number over zero", QAnyValue(1), '/', QAnyValue(0)},
+    };
+    for (const Step& step : steps) {
+        QAnyValue result = step.a;
+        switch (step.op) {
+        case '+':
+            result += step.b;
+            break;
+        case '*':
+            result *= step.b;
+            break;
+        default:
+            result /= step.b;
+            break;
+        }
+        std::printf("  %-22s %s %c %s = %s\n", step.what, Shown(step.a).c_str(), step.op,
+                    Shown(step.b).c_str(), Shown(result).c_str());
+    }
+}
+
 } // namespace
 
 int RunDemo(std::span<const std::string_view> args) {
@@ -54,6 +106,7 @@ int RunDemo(std::span<const std::string_view> args) {
                 static_cast<int>(wordsFile.size()), wordsFile.data());
     for (const char* prefix : {"wi", "Cab", "door_", "ROO", "pri", "zz"})
         ShowCompletions(prefix);
+    ShowValues();
     return 0;
 }
 
