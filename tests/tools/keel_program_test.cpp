@@ -134,6 +134,16 @@ TEST_F(KeelProgram, ABadTranslationIsReportedAndTheOriginalUsed) {
     EXPECT_TRUE(std::filesystem::exists(m_home / "data" / "keel" / "Logs"));
 }
 
+TEST_F(KeelProgram, DemoInternsCompletesAndCombinesUnits) {
+    const Outcome outcome =
+        RunKeel("demo --words '" + c_data + "/../../examples/estimating-words.txt'", Env());
+    EXPECT_EQ(outcome.status, 0) << outcome.out;
+    for (const char* line : {"PropId My_Var_2", "wi     Width Window_Count Window_Height",
+                             "Length 2400 * Length 3500 = Area 8.40",
+                             "Whole Number 1 / Whole Number 0 = #ERR! \"Division by zero\""})
+        EXPECT_NE(outcome.out.find(line), std::string::npos) << line << "\n" << outcome.out;
+}
+
 TEST_F(KeelProgram, TranslateRefusesAMissingFile) {
     const Outcome outcome = RunKeel("translate --file /no/such/file Open x", Env());
     EXPECT_EQ(outcome.status, 1);
