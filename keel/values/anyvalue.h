@@ -609,6 +609,13 @@ private:
     // What the numeric sources share: the value as a number in its default unit, its text and
     // its zero test decide every target.
     void ChangeTypeFromNumber(TYPE type, double number, const CString& text, bool isZero);
+    // A quantity converts by its number in its default unit, and to a string by its own text.
+    template <class Quantity>
+    void ChangeTypeFromQuantity(TYPE type, const Quantity& quantity) {
+        ChangeTypeFromNumber(type, quantity.AsDouble(),
+                             type == TYPE_STRING ? quantity.Format() : CString(),
+                             quantity.IsZero());
+    }
     void ChangeToArrayOfSelf();
     void ChangeToRateOfSelf();
     bool ChangeTypeFromSpecialWord(const CString& text);

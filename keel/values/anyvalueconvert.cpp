@@ -257,39 +257,27 @@ void QAnyValue::ChangeTypeFromDouble(TYPE type) {
 }
 
 void QAnyValue::ChangeTypeFromMoney(TYPE type) {
-    const QMoney money = m_object.m_money;
-    ChangeTypeFromNumber(type, money.AsDouble(), type == TYPE_STRING ? money.Format() : CString(),
-                         money.IsZero());
+    ChangeTypeFromQuantity(type, QMoney(m_object.m_money));
 }
 
 void QAnyValue::ChangeTypeFromTime(TYPE type) {
-    const QTime time = m_object.m_time;
-    ChangeTypeFromNumber(type, time.AsDouble(), type == TYPE_STRING ? time.Format() : CString(),
-                         time.IsZero());
+    ChangeTypeFromQuantity(type, QTime(m_object.m_time));
 }
 
 void QAnyValue::ChangeTypeFromLength(TYPE type) {
-    const QLength length = m_object.m_length;
-    ChangeTypeFromNumber(type, length.AsDouble(), type == TYPE_STRING ? length.Format() : CString(),
-                         length.IsZero());
+    ChangeTypeFromQuantity(type, QLength(m_object.m_length));
 }
 
 void QAnyValue::ChangeTypeFromArea(TYPE type) {
-    const QArea area = m_object.m_area;
-    ChangeTypeFromNumber(type, area.AsDouble(), type == TYPE_STRING ? area.Format() : CString(),
-                         area.IsZero());
+    ChangeTypeFromQuantity(type, QArea(m_object.m_area));
 }
 
 void QAnyValue::ChangeTypeFromVolume(TYPE type) {
-    const QVolume volume = m_object.m_volume;
-    ChangeTypeFromNumber(type, volume.AsDouble(), type == TYPE_STRING ? volume.Format() : CString(),
-                         volume.IsZero());
+    ChangeTypeFromQuantity(type, QVolume(m_object.m_volume));
 }
 
 void QAnyValue::ChangeTypeFromAngle(TYPE type) {
-    const QAngle angle = m_object.m_angle;
-    ChangeTypeFromNumber(type, angle.AsDouble(), type == TYPE_STRING ? angle.Format() : CString(),
-                         angle.IsZero());
+    ChangeTypeFromQuantity(type, QAngle(m_object.m_angle));
 }
 
 void QAnyValue::ChangeTypeFromDateTime(TYPE type) {
