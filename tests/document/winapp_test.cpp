@@ -1,3 +1,5 @@
+#include "tests/support/environment.h"
+
 #include "keel/document/errorlog.h"
 #include "keel/document/winapp.h"
 #include "keel/platform/registry.h"
@@ -25,47 +27,13 @@ namespace keel {
 namespace {
 
 namespace fs = std::filesystem;
+using test::ReadText;
+using test::ScopedEnvironment;
+using test::WriteText;
 
 std::string U8(const CString& text) {
     return text.ToUtf8();
 }
-
-std::string ReadText(const fs::path& path) {
-    std::ifstream file(path, std::ios::binary);
-    std::ostringstream text;
-    text << file.rdbuf();
-    return text.str();
-}
-
-void WriteText(const fs::path& path, const std::string& text) {
-    fs::create_directories(path.parent_path());
-    std::ofstream(path, std::ios::binary) << text;
-}
-
-class ScopedEnvironment {
-public:
-    ~ScopedEnvironment() {
-        for (const auto& [name, value] : m_saved) {
-            if (value)
-                setenv(name.c_str(), value->c_str(), 1);
-            else
-                unsetenv(name.c_str());
-        }
-    }
-    void Set(const std::string& name, const std::optional<std::string>& value) {
-        if (!m_saved.contains(name)) {
-            const char* old = std::getenv(name.c_str());
-            m_saved[name] = old ? std::optional<std::string>(old) : std::nullopt;
-        }
-        if (value)
-            setenv(name.c_str(), value->c_str(), 1);
-        else
-            unsetenv(name.c_str());
-    }
-
-private:
-    std::map<std::string, std::optional<std::string>> m_saved;
-};
 
 // The statics that LoadOptions and LoadDefaultUnits set, back at their start values.
 void ResetOptionStatics() {

@@ -1,3 +1,5 @@
+#include "tests/support/environment.h"
+
 #include "keel/platform/reentrancy.h"
 #include "keel/platform/uiservices.h"
 
@@ -31,33 +33,7 @@ private:
     std::FILE* m_file;
 };
 
-// Sets or clears an environment variable for one test.
-class ScopedEnvironment {
-public:
-    ScopedEnvironment(const char* name, const char* value) : m_name(name) {
-        if (const char* old = std::getenv(name)) {
-            m_hadValue = true;
-            m_oldValue = old;
-        }
-        if (value)
-            ::setenv(name, value, 1);
-        else
-            ::unsetenv(name);
-    }
-    ~ScopedEnvironment() {
-        if (m_hadValue)
-            ::setenv(m_name, m_oldValue.c_str(), 1);
-        else
-            ::unsetenv(m_name);
-    }
-    ScopedEnvironment(const ScopedEnvironment&) = delete;
-    ScopedEnvironment& operator=(const ScopedEnvironment&) = delete;
-
-private:
-    const char* m_name;
-    bool m_hadValue = false;
-    std::string m_oldValue;
-};
+using test::ScopedEnvironment;
 
 // --- Buttons and default answers ----------------------------------------------------------------
 

@@ -1,3 +1,5 @@
+#include "tests/support/environment.h"
+
 #include "keel/platform/file.h"
 #include "keel/values/datetime.h"
 
@@ -18,27 +20,7 @@ namespace {
 
 constexpr double kSecond = 1.0 / 86400;
 
-// Sets an environment variable for the life of the object and puts the old value back.
-class ScopedEnvironment {
-public:
-    ScopedEnvironment(const char* name, const char* value) : m_name(name) {
-        if (const char* old = std::getenv(name))
-            m_old = old;
-        setenv(name, value, 1);
-    }
-    ~ScopedEnvironment() {
-        if (m_old)
-            setenv(m_name, m_old->c_str(), 1);
-        else
-            unsetenv(m_name);
-    }
-    ScopedEnvironment(const ScopedEnvironment&) = delete;
-    ScopedEnvironment& operator=(const ScopedEnvironment&) = delete;
-
-private:
-    const char* m_name;
-    std::optional<std::string> m_old;
-};
+using test::ScopedEnvironment;
 
 // Every test runs under the "C" locale, whose date format is "%m/%d/%y" and time "%H:%M:%S",
 // so that names of days and months are English whatever the machine is set to.

@@ -1,3 +1,5 @@
+#include "tests/support/environment.h"
+
 #include "keel/platform/file.h"
 #include "keel/values/money.h"
 
@@ -29,27 +31,7 @@ private:
     Units m_units = QMoney::DefaultUnits();
 };
 
-// Sets an environment variable for the life of the object and puts the old value back.
-class ScopedEnvironment {
-public:
-    ScopedEnvironment(const char* name, const char* value) : m_name(name) {
-        if (const char* old = std::getenv(name))
-            m_old = old;
-        setenv(name, value, 1);
-    }
-    ~ScopedEnvironment() {
-        if (m_old)
-            setenv(m_name, m_old->c_str(), 1);
-        else
-            unsetenv(m_name);
-    }
-    ScopedEnvironment(const ScopedEnvironment&) = delete;
-    ScopedEnvironment& operator=(const ScopedEnvironment&) = delete;
-
-private:
-    const char* m_name;
-    std::optional<std::string> m_old;
-};
+using test::ScopedEnvironment;
 
 TEST_F(MoneyTest, StartsInDollars) {
     EXPECT_EQ(QMoney::DefaultUnits(), QMoney::MU_DOLLARS);
