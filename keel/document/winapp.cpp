@@ -2,6 +2,7 @@
 
 #include "keel/document/errorlog.h"
 #include "keel/document/translate.h"
+#include "keel/document/usertrace.h"
 #include "keel/platform/registry.h"
 #include "keel/values/anyvalue.h"
 #include "keel/values/area.h"
@@ -276,6 +277,15 @@ void QWinApp::LoadOptions() {
     LoadDefaultUnits();
     ConnectValuesToOptions();
     ReportOptionsProblemOnce();
+}
+
+int QWinApp::ExitInstance() {
+    SetClosing(true);
+    OnClosing();
+    UserTraceClose();
+    if (AreTranslationsFileUpdatesEnabled() && Translator::TheTranslator().IsModified())
+        SaveTranslationFile();
+    return 0;
 }
 
 void QWinApp::ConnectValuesToOptions() {

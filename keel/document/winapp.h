@@ -150,6 +150,12 @@ public:
     // and takes its Yes and No words from the translations.
     void ConnectValuesToOptions();
     virtual void SaveOptions();
+
+    // The end of the run: the closing hook, then the trace file is closed and a translation file
+    // that gathered new texts is saved. Returns the exit status for the program.
+    virtual int ExitInstance();
+    // What a product does first when the run ends; nothing by default.
+    virtual void OnClosing() {}
     // Reads the options that paint code asks for ("View", "Tip", "Pen" and the first "Options"
     // keys) into the cache, in a fixed order, replacing what the int and string caches held. A
     // product that caches keys of its own adds them after calling this.

@@ -1,6 +1,8 @@
 #include "tests/support/environment.h"
 
 #include "keel/document/errorlog.h"
+#include "keel/document/translate.h"
+#include "keel/document/usertrace.h"
 #include "keel/document/winapp.h"
 #include "keel/platform/registry.h"
 #include "keel/values/anyvalue.h"
@@ -480,6 +482,30 @@ TEST_F(WinAppTest, TheLocaleMeasurementIsReadFromTheEnvironment) {
 
 // ---------------------------------------------------------------------------------------------
 // LoadOptions and SaveOptions
+
+TEST_F(WinAppTest, ExitInstanceClosesTheTraceAndSavesNewTranslations) {
+    struct ClosingApp : QWinApp {
+        int closings = 0;
+        void OnClosing() override { ++closings; }
+    } app;
+    const fs::path translations = m_root / "translations_test.txt";
+    WriteText(translations, "Open\t\tOuvrir\n");
+    ASSERT_TRUE(SwitchToTranslationFile(CString::FromUtf8(translations.string()), false, false));
+    EnableTranslationsFileUpdates(true);
+    EXPECT_EQ(U8(TranslateString(u"Gathered text", CString(), u"Test")), "Gathered text");
+    UserTraceWriteLine(u"a line");
+    ASSERT_FALSE(UserTraceFilePath().IsEmpty());
+
+    EXPECT_EQ(app.ExitInstance(), 0);
+    EnableTranslationsFileUpdates(false);
+    SwitchToTranslationFile(CString(), false, false);
+
+    EXPECT_EQ(app.closings, 1);
+    EXPECT_TRUE(app.IsClosing());
+    EXPECT_TRUE(UserTraceFilePath().IsEmpty());
+    EXPECT_NE(ReadText(translations).find("Gathered text"), std::string::npos)
+        << ReadText(translations);
+}
 
 TEST_F(WinAppTest, LoadOptionsLetsValuesReadTheirOwnOptions) {
     StoreOptions("[Options]\nUseCompareNoCase=0\n");

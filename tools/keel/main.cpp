@@ -87,5 +87,6 @@ int main(int argc, char** argv) {
     // Messages wait for the application to have time; a command has it when it is done.
     std::fflush(stdout);
     keel::QErrorLog::DisplayThePendingMessages(false);
+    application.ExitInstance();
     return status;
 }
