@@ -1,3 +1,5 @@
+#include "tests/support/quantities.h"
+
 #include "keel/platform/file.h"
 #include "keel/values/angle.h"
 
@@ -13,7 +15,12 @@
 namespace keel {
 namespace {
 
-using Bytes = std::vector<std::uint8_t>;
+using test::Bytes;
+using test::DoubleBytes;
+using test::Int32Bytes;
+using test::LoadInto;
+using test::Stored;
+using Reports = test::LimitDoubleReports;
 using Units = QAngle::ANGLEUNITS;
 
 class AngleTest : public ::testing::Test {
@@ -29,55 +36,6 @@ private:
     LimitDoubleTrace m_trace = SetLimitDoubleTrace(nullptr);
     LimitDoubleFailedReporter m_reporter = SetLimitDoubleFailedReporter(nullptr);
 };
-
-std::vector<std::string> g_traced;
-std::vector<std::string> g_reported;
-
-void Trace(const CString& where, double) {
-    g_traced.push_back(where.ToUtf8());
-}
-void Report(CArchive&, const CString& what) {
-    g_reported.push_back(what.ToUtf8());
-}
-
-void InstallReports() {
-    g_traced.clear();
-    g_reported.clear();
-    SetLimitDoubleTrace(Trace);
-    SetLimitDoubleFailedReporter(Report);
-}
-
-Bytes DoubleBytes(double value) {
-    std::uint64_t bits = 0;
-    std::memcpy(&bits, &value, sizeof bits);
-    Bytes bytes;
-    for (int i = 0; i < 8; ++i)
-        bytes.push_back(static_cast<std::uint8_t>(bits >> (8 * i)));
-    return bytes;
-}
-
-Bytes Int32Bytes(std::int32_t value) {
-    const auto bits = static_cast<std::uint32_t>(value);
-    return {static_cast<std::uint8_t>(bits), static_cast<std::uint8_t>(bits >> 8),
-            static_cast<std::uint8_t>(bits >> 16), static_cast<std::uint8_t>(bits >> 24)};
-}
-
-Bytes Stored(const QAngle& angle) {
-    CMemFile file;
-    CArchive archive(&file, CArchive::store);
-    archive << angle;
-    archive.Close();
-    return file.Bytes();
-}
-
-// Reads into `angle`, which keeps whatever cosine and sine it had unless the reader resets them.
-void Load(const Bytes& bytes, unsigned schema, QAngle& angle) {
-    CMemFile file(bytes);
-    CArchive archive(&file, CArchive::load);
-    archive.SetObjectSchema(schema);
-    archive >> angle;
-    EXPECT_TRUE(archive.IsBufferEmpty()) << "the reader left bytes behind";
-}
 
 QAngle Degrees(double degrees) {
     return QAngle(degrees, QAngle::ANGU_DEG);
@@ -432,26 +390,26 @@ TEST_F(AngleTest, ReadsByTheSchemaOfTheArchive) {
         SCOPED_TRACE(row.schema);
         QAngle angle = Degrees(30);
         angle.CalcCosAndSinIfRequired();
-        Load(row.bytes, row.schema, angle);
+        LoadInto(row.bytes, row.schema, angle);
         EXPECT_DOUBLE_EQ(angle.GetRaw(), row.degrees);
         EXPECT_FALSE(angle.HasCosAndSin()) << "the cosine and sine of the old value were kept";
     }
 }
 
 TEST_F(AngleTest, AStoredAngleOutOfRangeReadsAsZeroWithAReport) {
-    InstallReports();
+    Reports::Install();
     QAngle angle = Degrees(30);
-    Load(DoubleBytes(1e30), 108, angle);
+    LoadInto(DoubleBytes(1e30), 108, angle);
     EXPECT_EQ(angle.GetRaw(), 0.0);
-    EXPECT_EQ(g_traced, std::vector<std::string>{"Angle CArchive>> loading"});
-    EXPECT_EQ(g_reported, std::vector<std::string>{"angle"});
+    EXPECT_EQ(Reports::traced, std::vector<std::string>{"Angle CArchive>> loading"});
+    EXPECT_EQ(Reports::reported, std::vector<std::string>{"angle"});
 }
 
 TEST_F(AngleTest, AnAngleOutOfRangeIsStoredAsZeroWithAReport) {
-    InstallReports();
+    Reports::Install();
     EXPECT_EQ(Stored(QAngle::FromRaw(-1e30)), DoubleBytes(0.0));
-    EXPECT_EQ(g_traced, std::vector<std::string>{"Angle CArchive<< storing"});
-    EXPECT_EQ(g_reported, std::vector<std::string>{"angle storing"});
+    EXPECT_EQ(Reports::traced, std::vector<std::string>{"Angle CArchive<< storing"});
+    EXPECT_EQ(Reports::reported, std::vector<std::string>{"angle storing"});
 }
 
 TEST_F(AngleTest, LimitDoubleAlwaysResetsTheCosineAndSineOnlyWhenItClamps) {

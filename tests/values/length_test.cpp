@@ -1,3 +1,5 @@
+#include "tests/support/quantities.h"
+
 #include "keel/platform/file.h"
 #include "keel/platform/schema.h"
 #include "keel/values/compare.h"
@@ -17,7 +19,12 @@ namespace keel {
 
 namespace {
 
-using Bytes = std::vector<std::uint8_t>;
+using test::Bytes;
+using test::DoubleBytes;
+using test::Int32Bytes;
+using test::Loaded;
+using test::Stored;
+using Reports = test::LimitDoubleReports;
 using LU = QLength::LENGTHUNITS;
 
 // Puts back every process-wide setting a test may change.
@@ -40,67 +47,6 @@ private:
     LimitDoubleTrace m_trace = SetLimitDoubleTrace(nullptr);
     LimitDoubleFailedReporter m_reporter = SetLimitDoubleFailedReporter(nullptr);
 };
-
-// What the guard hooks were told, most recent last.
-struct Reports {
-    static inline std::vector<std::string> traced;
-    static inline std::vector<double> rejected;
-    static inline std::vector<std::string> reported;
-    static inline std::vector<std::string> files;
-
-    static void Trace(const CString& where, double value) {
-        traced.push_back(where.ToUtf8());
-        rejected.push_back(value);
-    }
-    static void Report(CArchive& archive, const CString& what) {
-        reported.push_back(what.ToUtf8());
-        files.push_back(archive.GetFileName().ToUtf8());
-    }
-    static void Install() {
-        traced.clear();
-        rejected.clear();
-        reported.clear();
-        files.clear();
-        SetLimitDoubleTrace(Trace);
-        SetLimitDoubleFailedReporter(Report);
-    }
-};
-
-Bytes DoubleBytes(double value) {
-    std::uint64_t bits = 0;
-    std::memcpy(&bits, &value, sizeof bits);
-    Bytes bytes;
-    for (int i = 0; i < 8; ++i)
-        bytes.push_back(static_cast<std::uint8_t>(bits >> (8 * i)));
-    return bytes;
-}
-
-Bytes Int32Bytes(std::int32_t value) {
-    const auto bits = static_cast<std::uint32_t>(value);
-    return {static_cast<std::uint8_t>(bits), static_cast<std::uint8_t>(bits >> 8),
-            static_cast<std::uint8_t>(bits >> 16), static_cast<std::uint8_t>(bits >> 24)};
-}
-
-Bytes Stored(const QLength& length) {
-    CMemFile file;
-    file.SetFilePath(u"stored.drw");
-    CArchive archive(&file, CArchive::store);
-    archive << length;
-    archive.Close();
-    return file.Bytes();
-}
-
-// Reads one length from `bytes` under the archive schema `schema` (CArchive::noSchema: none).
-QLength Loaded(const Bytes& bytes, unsigned schema) {
-    CMemFile file(bytes);
-    file.SetFilePath(u"loaded.drw");
-    CArchive archive(&file, CArchive::load);
-    archive.SetObjectSchema(schema);
-    QLength length;
-    archive >> length;
-    EXPECT_TRUE(archive.IsBufferEmpty()) << "the reader left bytes behind";
-    return length;
-}
 
 TEST_F(LengthTest, StartsInMillimetresWithThirtySecondsOfAnInch) {
     EXPECT_EQ(QLength::DefaultUnits(), QLength::LU_MM);
@@ -564,20 +510,20 @@ TEST_F(LengthTest, ReadsByTheSchemaOfTheArchive) {
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.schema);
-        EXPECT_DOUBLE_EQ(Loaded(row.bytes, row.schema).GetRaw(), row.raw);
+        EXPECT_DOUBLE_EQ(Loaded<QLength>(row.bytes, row.schema).GetRaw(), row.raw);
     }
 }
 
 TEST_F(LengthTest, ReadingWithoutASchemaTakesTheDefaultSchema) {
     QSchema::SetDefaultSchema(16);
-    EXPECT_DOUBLE_EQ(Loaded(Int32Bytes(15), CArchive::noSchema).GetRaw(), 1.5);
+    EXPECT_DOUBLE_EQ(Loaded<QLength>(Int32Bytes(15), CArchive::noSchema).GetRaw(), 1.5);
     QSchema::SetDefaultSchema(18);
-    EXPECT_DOUBLE_EQ(Loaded(DoubleBytes(2.5), CArchive::noSchema).GetRaw(), 2.5);
+    EXPECT_DOUBLE_EQ(Loaded<QLength>(DoubleBytes(2.5), CArchive::noSchema).GetRaw(), 2.5);
 }
 
 TEST_F(LengthTest, AStoredLengthOutOfRangeReadsAsZeroWithAReport) {
     Reports::Install();
-    EXPECT_EQ(Loaded(DoubleBytes(1e30), 18).GetRaw(), 0.0);
+    EXPECT_EQ(Loaded<QLength>(DoubleBytes(1e30), 18).GetRaw(), 0.0);
     EXPECT_EQ(Reports::traced, std::vector<std::string>{"Length CArchive>> reading"});
     EXPECT_EQ(Reports::reported, std::vector<std::string>{"length"});
     EXPECT_EQ(Reports::files, std::vector<std::string>{"loaded.drw"});
@@ -594,13 +540,13 @@ TEST_F(LengthTest, ALengthOutOfRangeIsStoredAsZeroWithAReport) {
 TEST_F(LengthTest, AGoodLengthIsNeitherTracedNorReported) {
     Reports::Install();
     Stored(QLength::FromRaw(12));
-    Loaded(DoubleBytes(12), 18);
+    Loaded<QLength>(DoubleBytes(12), 18);
     EXPECT_TRUE(Reports::traced.empty());
     EXPECT_TRUE(Reports::reported.empty());
 }
 
 TEST_F(LengthTest, WithNoReporterInstalledAClampIsSilent) {
-    EXPECT_EQ(Loaded(DoubleBytes(1e30), 18).GetRaw(), 0.0);
+    EXPECT_EQ(Loaded<QLength>(DoubleBytes(1e30), 18).GetRaw(), 0.0);
 }
 
 } // namespace

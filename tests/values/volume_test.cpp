@@ -1,3 +1,5 @@
+#include "tests/support/quantities.h"
+
 #include "keel/platform/file.h"
 #include "keel/values/volume.h"
 
@@ -10,7 +12,11 @@
 namespace keel {
 namespace {
 
-using Bytes = std::vector<std::uint8_t>;
+using test::Bytes;
+using test::DoubleBytes;
+using test::Loaded;
+using test::Stored;
+using Reports = test::LimitDoubleReports;
 using Units = QVolume::VOLUMEUNITS;
 
 class VolumeTest : public ::testing::Test {
@@ -26,51 +32,6 @@ private:
     LimitDoubleTrace m_trace = SetLimitDoubleTrace(nullptr);
     LimitDoubleFailedReporter m_reporter = SetLimitDoubleFailedReporter(nullptr);
 };
-
-std::vector<std::string> g_traced;
-std::vector<std::string> g_reported;
-
-void Trace(const CString& where, double) {
-    g_traced.push_back(where.ToUtf8());
-}
-void Report(CArchive&, const CString& what) {
-    g_reported.push_back(what.ToUtf8());
-}
-
-void InstallReports() {
-    g_traced.clear();
-    g_reported.clear();
-    SetLimitDoubleTrace(Trace);
-    SetLimitDoubleFailedReporter(Report);
-}
-
-Bytes DoubleBytes(double value) {
-    std::uint64_t bits = 0;
-    std::memcpy(&bits, &value, sizeof bits);
-    Bytes bytes;
-    for (int i = 0; i < 8; ++i)
-        bytes.push_back(static_cast<std::uint8_t>(bits >> (8 * i)));
-    return bytes;
-}
-
-Bytes Stored(const QVolume& volume) {
-    CMemFile file;
-    CArchive archive(&file, CArchive::store);
-    archive << volume;
-    archive.Close();
-    return file.Bytes();
-}
-
-// The schema does not matter to this quantity: the oldest and the newest read the same.
-QVolume Loaded(const Bytes& bytes, unsigned schema = 0) {
-    CMemFile file(bytes);
-    CArchive archive(&file, CArchive::load);
-    archive.SetObjectSchema(schema);
-    QVolume volume;
-    archive >> volume;
-    EXPECT_TRUE(archive.IsBufferEmpty()) << "the reader left bytes behind";
-    return volume;
-}
 
 TEST_F(VolumeTest, StartsInCubicMetres) {
     EXPECT_EQ(QVolume::DefaultUnits(), QVolume::VU_CBM);
@@ -249,22 +210,22 @@ TEST_F(VolumeTest, StoresAndReadsEightBytesOfDoubleUnderAnySchema) {
     EXPECT_EQ(Stored(QVolume::FromRaw(1.5)), (Bytes{0, 0, 0, 0, 0, 0, 0xF8, 0x3F}));
     EXPECT_EQ(Stored(QVolume::FromRaw(-0.25)), DoubleBytes(-0.25));
     for (const unsigned schema : {0u, 16u, 17u, 107u, 108u, CArchive::noSchema}) {
-        EXPECT_DOUBLE_EQ(Loaded({0, 0, 0, 0, 0, 0, 0xF8, 0x3F}, schema).GetRaw(), 1.5);
-        EXPECT_DOUBLE_EQ(Loaded(DoubleBytes(-0.25), schema).GetRaw(), -0.25);
+        EXPECT_DOUBLE_EQ(Loaded<QVolume>({0, 0, 0, 0, 0, 0, 0xF8, 0x3F}, schema).GetRaw(), 1.5);
+        EXPECT_DOUBLE_EQ(Loaded<QVolume>(DoubleBytes(-0.25), schema).GetRaw(), -0.25);
     }
 }
 
 TEST_F(VolumeTest, AStoredValueOutOfRangeReadsAsZeroWithAReport) {
-    InstallReports();
-    EXPECT_EQ(Loaded(DoubleBytes(1e30)).GetRaw(), 0.0);
-    EXPECT_EQ(g_traced, std::vector<std::string>{"Volume CArchive>> reading"});
-    EXPECT_EQ(g_reported, std::vector<std::string>{"volume"});
+    Reports::Install();
+    EXPECT_EQ(Loaded<QVolume>(DoubleBytes(1e30)).GetRaw(), 0.0);
+    EXPECT_EQ(Reports::traced, std::vector<std::string>{"Volume CArchive>> reading"});
+    EXPECT_EQ(Reports::reported, std::vector<std::string>{"volume"});
 }
 
 TEST_F(VolumeTest, StoringWritesTheValueAsItIs) {
-    InstallReports();
+    Reports::Install();
     EXPECT_EQ(Stored(QVolume::FromRaw(1e30)), DoubleBytes(1e30));
-    EXPECT_TRUE(g_reported.empty());
+    EXPECT_TRUE(Reports::reported.empty());
 }
 
 TEST_F(VolumeTest, LimitDoubleAlwaysZeroesTheRawValue) {
