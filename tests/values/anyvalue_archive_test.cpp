@@ -1,3 +1,5 @@
+#include "tests/support/anyvalues.h"
+
 #include "keel/platform/archive.h"
 #include "keel/platform/file.h"
 #include "keel/platform/schema.h"
@@ -13,14 +15,12 @@ namespace keel {
 
 namespace {
 
+using test::Array;
+
 using Bytes = std::vector<std::uint8_t>;
 
 std::string Utf8(const CString& text) {
     return text.ToUtf8();
-}
-
-QAnyValue Array(std::initializer_list<QAnyValue> elements) {
-    return QAnyValue(QArray<QAnyValue>(elements));
 }
 
 Bytes Stored(const QAnyValue& value) {

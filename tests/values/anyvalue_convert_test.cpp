@@ -1,3 +1,5 @@
+#include "tests/support/anyvalues.h"
+
 #include "keel/platform/exceptions.h"
 #include "keel/values/anyvalue.h"
 #include "keel/values/evaluatorfactory.h"
@@ -11,51 +13,26 @@ namespace keel {
 
 namespace {
 
+using test::Array;
+using test::Cents;
+using test::Error;
+using test::MessageOf;
+using test::Mm;
+using test::NA;
+using test::Seconds;
+
 using T = QAnyValue::TYPE;
 
 std::string Utf8(const CString& text) {
     return text.ToUtf8();
 }
 
-std::string MessageOf(const QAnyValue& value) {
-    CString message;
-    return value.IsErrorAndGetMessage(message) ? message.ToUtf8() : "<no error>";
-}
-
 std::string Describe(const QAnyValue& value) {
     return Utf8(value.TypeName()) + " " + Utf8(value.Format());
 }
 
-QAnyValue Array(std::initializer_list<QAnyValue> elements) {
-    return QAnyValue(QArray<QAnyValue>(elements));
-}
-
 QAnyValue Converted(QAnyValue value, T type) {
     value.ChangeType(type);
-    return value;
-}
-
-QAnyValue Mm(double mm) {
-    return QAnyValue(QLength(mm, QLength::LU_MM));
-}
-
-QAnyValue Cents(int cents) {
-    return QAnyValue(QMoney::FromRaw(cents));
-}
-
-QAnyValue Seconds(int seconds) {
-    return QAnyValue(QTime::FromRaw(seconds));
-}
-
-QAnyValue Error(const char* message) {
-    QAnyValue value;
-    value.MakeError(CString(message));
-    return value;
-}
-
-QAnyValue NA() {
-    QAnyValue value;
-    value.MakeNA();
     return value;
 }
 

@@ -1,3 +1,5 @@
+#include "tests/support/anyvalues.h"
+
 #include "keel/platform/fpstatus.h"
 #include "keel/values/anyvalue.h"
 #include "keel/values/compare.h"
@@ -15,19 +17,18 @@ namespace keel {
 
 namespace {
 
+using test::Array;
+using test::Cents;
+using test::Error;
+using test::MessageOf;
+using test::Mm;
+using test::NA;
+using test::Seconds;
+
 using V = QAnyValue;
 
 std::string Utf8(const CString& text) {
     return text.ToUtf8();
-}
-
-std::string MessageOf(const QAnyValue& value) {
-    CString message;
-    return value.IsErrorAndGetMessage(message) ? message.ToUtf8() : "<no error>";
-}
-
-QAnyValue Array(std::initializer_list<QAnyValue> elements) {
-    return QAnyValue(QArray<QAnyValue>(elements));
 }
 
 // A stand-in for the evaluator: a few literal formulas, and a record of what it was asked.
@@ -137,36 +138,12 @@ private:
     QAnyValue::ProfileIntReader m_previousReader = nullptr;
 };
 
-QAnyValue Error(const char* message) {
-    QAnyValue value;
-    value.MakeError(CString(message));
-    return value;
-}
-
-QAnyValue NA() {
-    QAnyValue value;
-    value.MakeNA();
-    return value;
-}
-
-QAnyValue Mm(double mm) {
-    return QAnyValue(QLength(mm, QLength::LU_MM));
-}
-
 QAnyValue SquareMetres(double value) {
     return QAnyValue(QArea(value, QArea::AU_SQM));
 }
 
 QAnyValue CubicMetres(double value) {
     return QAnyValue(QVolume(value, QVolume::VU_CBM));
-}
-
-QAnyValue Cents(int cents) {
-    return QAnyValue(QMoney::FromRaw(cents));
-}
-
-QAnyValue Seconds(int seconds) {
-    return QAnyValue(QTime::FromRaw(seconds));
 }
 
 QAnyValue Degrees(double degrees) {

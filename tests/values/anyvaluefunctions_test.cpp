@@ -1,3 +1,5 @@
+#include "tests/support/anyvalues.h"
+
 #include "keel/platform/exceptions.h"
 #include "keel/platform/fpstatus.h"
 #include "keel/platform/muldiv.h"
@@ -17,6 +19,12 @@ namespace keel {
 
 namespace {
 
+using test::Array;
+using test::Error;
+using test::MessageOf;
+using test::Mm;
+using test::NA;
+
 using V = QAnyValue;
 using Binary = QAnyValue& (QAnyValue::*)(const QAnyValue&);
 using Unary = QAnyValue& (QAnyValue::*)();
@@ -25,37 +33,12 @@ using Action = std::function<void(QAnyValue&)>;
 constexpr int kIntMin = std::numeric_limits<int>::min();
 constexpr int kIntMax = std::numeric_limits<int>::max();
 
-V Array(std::initializer_list<QAnyValue> elements) {
-    return V(QArray<QAnyValue>(elements));
-}
-
-V Error(const char* message) {
-    V value;
-    value.MakeError(CString(message));
-    return value;
-}
-
-V NA() {
-    V value;
-    value.MakeNA();
-    return value;
-}
-
 V Text(const char* text) {
     return V(CString(text));
 }
 
-V Mm(double value) {
-    return V(QLength(value, QLength::LU_MM));
-}
-
 V Dollars(double value) {
     return V(QMoney(value, QMoney::MU_DOLLARS));
-}
-
-std::string MessageOf(const QAnyValue& value) {
-    CString message;
-    return value.IsErrorAndGetMessage(message) ? message.ToUtf8() : "<no error>";
 }
 
 std::string Describe(const QAnyValue& value) {

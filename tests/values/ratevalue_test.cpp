@@ -1,3 +1,5 @@
+#include "tests/support/anyvalues.h"
+
 #include "keel/values/ratevalue.h"
 
 #include <gtest/gtest.h>
@@ -7,20 +9,12 @@ namespace keel {
 
 namespace {
 
+using test::Cents;
+using test::Mm;
+using test::Seconds;
+
 std::string Utf8(const CString& text) {
     return text.ToUtf8();
-}
-
-QAnyValue Cents(int cents) {
-    return QAnyValue(QMoney::FromRaw(cents));
-}
-
-QAnyValue Seconds(int seconds) {
-    return QAnyValue(QTime::FromRaw(seconds));
-}
-
-QAnyValue Mm(double mm) {
-    return QAnyValue(QLength(mm, QLength::LU_MM));
 }
 
 QAnyValue Feet(double feet) {
