@@ -1,7 +1,7 @@
 #include "keel/values/anyvalue.h"
 
 #include "keel/platform/fpstatus.h"
-#include "keel/values/evaluatorfactory.h"
+#include "keel/values/formulahook.h"
 #include "keel/values/ratevalue.h"
 
 #include <algorithm>

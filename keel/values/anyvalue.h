@@ -532,6 +532,22 @@ public:
     QAnyValue& CONCATit(const QAnyValue& value);
     QAnyValue CONCAT(const QAnyValue& value) const;
 
+    // --- Lookup-table members (keel/tables/anyvaluetables.cpp) ----------------------------------
+    //
+    // The receiver is the table, by value or by name. Errors, N/A and empty in the receiver or a
+    // key pass through, arrays spread; a name that is no table gives "Cannot find lookup table "
+    // and the name. Updates give a boolean; the index forms count from 1.
+
+    QAnyValue& UPDATEEXACTit(const QAnyValue& row, const QAnyValue& col, const QAnyValue& value,
+                             QFormulaContext* context);
+    QAnyValue& UPDATEBYINDEXit(const QAnyValue& row, const QAnyValue& col, const QAnyValue& value,
+                               QFormulaContext* context);
+    // True, or the error "Failed BEGINTRANS for " (COMMITTRANS, ROLLBACK, RELOAD) and the name.
+    QAnyValue& BEGINTRANSit();
+    QAnyValue& COMMITTRANSit();
+    QAnyValue& ROLLBACKit();
+    QAnyValue& RELOADit();
+
     // Two strings compared by their text ignoring case; anything else by Equivalent.
     static bool EquivalentNoCase(const QAnyValue& a, const QAnyValue& b);
 

@@ -1,5 +1,5 @@
 #include "keel/values/anyvalue.h"
-#include "keel/values/evaluatorfactory.h"
+#include "keel/values/formulahook.h"
 #include "keel/values/ratevalue.h"
 
 #include <cmath>

@@ -7,6 +7,8 @@
 
 namespace keel {
 
+class QAnyValue;
+
 // What a value of type lookup table holds: a shared handle on one table. The tables layer
 // derives its table class from this; the value layer needs no more of a table than its name,
 // its identity and its archive form.
@@ -16,6 +18,16 @@ public:
     virtual CString Name() const = 0;
     // Writes or reads the whole table, as the archive's direction says.
     virtual void Serialize(CArchive& archive) = 0;
+
+    // The edits and transactions that formulas run on a table; each says whether it succeeded.
+    // Labels are matched exactly; indexes count from 0.
+    virtual bool UpdateExact(const QAnyValue& rowLabel, const QAnyValue& colLabel,
+                             const QAnyValue& value) = 0;
+    virtual bool UpdateByIndex(int row, int col, const QAnyValue& value) = 0;
+    virtual bool BeginTrans() = 0;
+    virtual bool CommitTrans() = 0;
+    virtual bool Rollback() = 0;
+    virtual bool Reload() = 0;
 
     // Two handles name the same table when they are one object or their names match, ignoring
     // case.
@@ -39,6 +51,8 @@ public:
     // A new, nameless table ready to read itself from an archive, or to write itself as the
     // empty table.
     virtual QTableHandlePtr CreateEmpty() = 0;
+    // Drops the tables nobody holds and marks the others to be read again on their next use.
+    virtual void ReloadAll() = 0;
 };
 
 // Returns the source it replaces; nullptr uninstalls.

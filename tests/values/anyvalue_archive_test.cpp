@@ -1,4 +1,5 @@
 #include "tests/support/anyvalues.h"
+#include "tests/support/tables.h"
 
 #include "keel/platform/archive.h"
 #include "keel/platform/file.h"
@@ -59,29 +60,6 @@ Bytes DoubleBytes(double value) {
     return file.Bytes();
 }
 
-class NamedTable : public QTableHandle {
-public:
-    explicit NamedTable(const CString& name) : m_name(name) {}
-    CString Name() const override { return m_name; }
-    void Serialize(CArchive& archive) override {
-        if (archive.IsStoring())
-            archive << m_name;
-        else
-            archive >> m_name;
-    }
-
-private:
-    CString m_name;
-};
-
-class NamedTableSource : public QTableHandleSource {
-public:
-    QTableHandlePtr Open(const CString& name, bool, CString&) override {
-        return QTableHandlePtr(new NamedTable(name));
-    }
-    QTableHandlePtr CreateEmpty() override { return QTableHandlePtr(new NamedTable(CString())); }
-};
-
 // Documents of a current schema, so that lengths and angles are stored as doubles.
 class AnyValueArchiveTest : public ::testing::Test {
 protected:
@@ -102,7 +80,7 @@ protected:
     static void Report(CArchive&, const CString& what) { reported.push_back(what.ToUtf8()); }
     static inline std::vector<std::string> reported;
 
-    NamedTableSource m_tables;
+    test::NamedTableSource m_tables;
 
 private:
     int m_schema = QSchema::DefaultVersion();
@@ -134,7 +112,7 @@ TEST_F(AnyValueArchiveTest, EachTypeByteForByte) {
          {0x0A, 0x02, 0x00, 0x03, 1, 0, 0, 0, 0x01, 0xFF, 0xFE, 0xFF, 0x01, 'a', 0}},
         {"empty array", Array({}), {0x0A, 0x00, 0x00}},
         {"table",
-         QAnyValue(QTableHandlePtr(new NamedTable(u"t"))),
+         QAnyValue(QTableHandlePtr(new test::NamedTable(u"t"))),
          {0x0B, 0xFF, 0xFE, 0xFF, 0x01, 't', 0}},
         {"date", QAnyValue(QDateTime(2.0)), Concat({{0x0C, 0, 0, 0, 0}, DoubleBytes(2)})},
         {"volume", QAnyValue(QVolume(0.5, QVolume::VU_CBM)), Concat({{0x0D}, DoubleBytes(0.5)})},
@@ -267,7 +245,7 @@ TEST_F(AnyValueArchiveTest, LimitDoubleAlwaysByType) {
 }
 
 TEST_F(AnyValueArchiveTest, ATableNeedsASource) {
-    const QAnyValue table(QTableHandlePtr(new NamedTable(u"t")));
+    const QAnyValue table(QTableHandlePtr(new test::NamedTable(u"t")));
     const Bytes bytes = Stored(table);
     SetTableHandleSource(nullptr);
     try {

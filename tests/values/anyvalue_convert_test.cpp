@@ -1,8 +1,9 @@
 #include "tests/support/anyvalues.h"
+#include "tests/support/tables.h"
 
 #include "keel/platform/exceptions.h"
 #include "keel/values/anyvalue.h"
-#include "keel/values/evaluatorfactory.h"
+#include "keel/values/formulahook.h"
 #include "keel/values/ratevalue.h"
 
 #include <gtest/gtest.h>
@@ -66,16 +67,6 @@ struct FakeEvaluator {
             return false;
         return true;
     }
-};
-
-class FakeTable : public QTableHandle {
-public:
-    explicit FakeTable(const CString& name) : m_name(name) {}
-    CString Name() const override { return m_name; }
-    void Serialize(CArchive&) override {}
-
-private:
-    CString m_name;
 };
 
 // The defaults of a metric installation: mm, m², m³, degrees, dollars and hours.
@@ -352,7 +343,7 @@ TEST_F(AnyValueConvertTest, FromArray) {
 }
 
 TEST_F(AnyValueConvertTest, FromLookupTable) {
-    const QAnyValue table(QTableHandlePtr(new FakeTable(u"/tables/prices.vlt")));
+    const QAnyValue table(QTableHandlePtr(new test::NamedTable(u"/tables/prices.vlt")));
     EXPECT_TRUE(Converted(table, T::TYPE_STRING).Identical(QAnyValue(u"/tables/prices.vlt")));
     EXPECT_TRUE(Converted(table, T::TYPE_INT).Identical(QAnyValue(0)));
     EXPECT_TRUE(Converted(table, T::TYPE_LENGTH).Identical(Mm(0)));

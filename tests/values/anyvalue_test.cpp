@@ -1,9 +1,10 @@
 #include "tests/support/anyvalues.h"
+#include "tests/support/tables.h"
 
 #include "keel/platform/fpstatus.h"
 #include "keel/values/anyvalue.h"
 #include "keel/values/compare.h"
-#include "keel/values/evaluatorfactory.h"
+#include "keel/values/formulahook.h"
 #include "keel/values/ratevalue.h"
 
 #include <cmath>
@@ -68,37 +69,6 @@ struct FakeEvaluator {
     }
 };
 
-// A table known by its name alone.
-class FakeTable : public QTableHandle {
-public:
-    explicit FakeTable(const CString& name) : m_name(name) {}
-    CString Name() const override { return m_name; }
-    void Serialize(CArchive& archive) override {
-        if (archive.IsStoring())
-            archive << m_name;
-        else
-            archive >> m_name;
-    }
-
-private:
-    CString m_name;
-};
-
-class FakeTableSource : public QTableHandleSource {
-public:
-    QTableHandlePtr Open(const CString& name, bool reportErrors, CString& error) override {
-        lastReportErrors = reportErrors;
-        if (name.CompareNoCase(u"prices") != 0 && name.CompareNoCase(u"sizes") != 0) {
-            error = u"no such table";
-            return QTableHandlePtr();
-        }
-        return QTableHandlePtr(new FakeTable(name));
-    }
-    QTableHandlePtr CreateEmpty() override { return QTableHandlePtr(new FakeTable(CString())); }
-
-    bool lastReportErrors = true;
-};
-
 // Puts back every process-wide setting the tests change, and starts each test with the
 // fake evaluator, "$" money and the built-in options.
 class AnyValueTest : public ::testing::Test {
@@ -124,7 +94,7 @@ protected:
         QAnyValue::SetYesNoStrings(u"Yes", u"No");
     }
 
-    FakeTableSource m_tables;
+    test::NamedTableSource m_tables{{"prices", "sizes"}};
 
 private:
     QLength::LENGTHUNITS m_length = QLength::DefaultUnits();
@@ -317,7 +287,7 @@ TEST_F(AnyValueTest, ConstructionSetsTypeAndContent) {
     EXPECT_TRUE(QAnyValue(true).IsBool());
     EXPECT_TRUE(QAnyValue(2.5).IsDouble());
     EXPECT_TRUE(Array({1, 2}).IsArray());
-    EXPECT_TRUE(QAnyValue(QTableHandlePtr(new FakeTable(u"t"))).IsLookupTable());
+    EXPECT_TRUE(QAnyValue(QTableHandlePtr(new test::NamedTable(u"t"))).IsLookupTable());
 
     const QAnyValue items[] = {QAnyValue(1), QAnyValue(u"b")};
     QAnyValue copies(items, 2);
@@ -379,7 +349,7 @@ TEST_F(AnyValueTest, CopiesAreDeep) {
     rateCopy.MakeRate().Num() = Cents(500);
     EXPECT_TRUE(rate.MakeRate().Num().Identical(Cents(100)));
 
-    QAnyValue table(QTableHandlePtr(new FakeTable(u"shared")));
+    QAnyValue table(QTableHandlePtr(new test::NamedTable(u"shared")));
     QAnyValue tableCopy = table;
     EXPECT_EQ(table.MakeLookupTable().Get(), tableCopy.MakeLookupTable().Get())
         << "a table handle is shared, not copied";
@@ -574,8 +544,8 @@ TEST_F(AnyValueTest, AdditionFailures) {
     EXPECT_EQ(MessageOf(QAnyValue(QRateValue(Cents(1), Mm(1))) - QAnyValue(1)),
               "Cannot - when types do not match");
     EXPECT_EQ(MessageOf(QAnyValue() - QAnyValue()), "Cannot - when not numeric");
-    EXPECT_TRUE(
-        (QAnyValue(QTableHandlePtr(new FakeTable(u"a"))) + QAnyValue(2)).Identical(QAnyValue(2.0)))
+    EXPECT_TRUE((QAnyValue(QTableHandlePtr(new test::NamedTable(u"a"))) + QAnyValue(2))
+                    .Identical(QAnyValue(2.0)))
         << "anything else counts as a number: a table as 0";
     EXPECT_TRUE((QAnyValue(u"missing") + QAnyValue(1)).IsNA())
         << "a formula giving N/A makes the sum N/A";
@@ -912,10 +882,10 @@ TEST_F(AnyValueTest, CompareAfterPromotion) {
         {"array element by element", Array({1, 2}), Array({1, 3}), -1},
         {"the shorter array is less", Array({1, 2}), Array({1, 2, 0}), -1},
         {"array and scalar", Array({2, 2}), QAnyValue(2), 0},
-        {"tables of one name", QAnyValue(QTableHandlePtr(new FakeTable(u"T"))),
-         QAnyValue(QTableHandlePtr(new FakeTable(u"t"))), 0},
-        {"tables of two names", QAnyValue(QTableHandlePtr(new FakeTable(u"a"))),
-         QAnyValue(QTableHandlePtr(new FakeTable(u"b"))), 1},
+        {"tables of one name", QAnyValue(QTableHandlePtr(new test::NamedTable(u"T"))),
+         QAnyValue(QTableHandlePtr(new test::NamedTable(u"t"))), 0},
+        {"tables of two names", QAnyValue(QTableHandlePtr(new test::NamedTable(u"a"))),
+         QAnyValue(QTableHandlePtr(new test::NamedTable(u"b"))), 1},
         {"rates by their quotients", QAnyValue(QRateValue(Cents(100), Mm(2))),
          QAnyValue(QRateValue(Cents(100), Mm(4))), 1},
     };
@@ -1009,8 +979,8 @@ TEST_F(AnyValueTest, IdenticalDoesNotPromote) {
     EXPECT_FALSE(Array({1}) == Array({1, 1}));
     EXPECT_FALSE(Array({1}) == Array({1.0}));
     EXPECT_TRUE(QAnyValue() == QAnyValue());
-    EXPECT_TRUE(QAnyValue(QTableHandlePtr(new FakeTable(u"x"))) ==
-                QAnyValue(QTableHandlePtr(new FakeTable(u"X"))));
+    EXPECT_TRUE(QAnyValue(QTableHandlePtr(new test::NamedTable(u"x"))) ==
+                QAnyValue(QTableHandlePtr(new test::NamedTable(u"X"))));
     EXPECT_TRUE(QAnyValue(QDateTime(1.0)) == QAnyValue(QDateTime(1.0 + 5e-6)));
 }
 
@@ -1081,7 +1051,7 @@ TEST_F(AnyValueTest, HashKeyByType) {
         {"string", QAnyValue(u"abc"), HashKey(CString(u"abc"))},
         {"array", Array({1, 2}), one ^ two},
         {"empty array", Array({}), 0},
-        {"table", QAnyValue(QTableHandlePtr(new FakeTable(u"t"))), HashKey(CString(u"t"))},
+        {"table", QAnyValue(QTableHandlePtr(new test::NamedTable(u"t"))), HashKey(CString(u"t"))},
         {"rate", QAnyValue(QRateValue(Cents(1), Mm(2))), one ^ two},
     };
     for (const auto& c : cases)
@@ -1358,7 +1328,7 @@ TEST_F(AnyValueTest, MakeLookupTableOpensByName) {
     ASSERT_TRUE(table);
     EXPECT_TRUE(name.IsLookupTable());
     EXPECT_EQ(Utf8(table->Name()), "prices");
-    EXPECT_TRUE(m_tables.lastReportErrors);
+    EXPECT_TRUE(m_tables.m_lastReportErrors);
     EXPECT_EQ(Utf8(name.Format()), "prices") << "a table shows as its name";
 
     QAnyValue unknown(u"nowhere");
@@ -1368,7 +1338,7 @@ TEST_F(AnyValueTest, MakeLookupTableOpensByName) {
     QAnyValue quiet(u"nowhere");
     EXPECT_FALSE(quiet.MakeLookupTableNoError());
     EXPECT_TRUE(quiet.Identical(QAnyValue(u"nowhere"))) << "the value stays as it was";
-    EXPECT_FALSE(m_tables.lastReportErrors);
+    EXPECT_FALSE(m_tables.m_lastReportErrors);
 
     QAnyValue converted(u"sizes");
     converted.ChangeType(QAnyValue::TYPE_LOOKUPTABLE);

@@ -5,7 +5,7 @@
 #include "keel/platform/muldiv.h"
 #include "keel/platform/random.h"
 #include "keel/values/anyvalue.h"
-#include "keel/values/evaluatorfactory.h"
+#include "keel/values/formulahook.h"
 #include "keel/values/ratevalue.h"
 
 #include <cmath>

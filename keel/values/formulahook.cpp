@@ -1,4 +1,4 @@
-#include "keel/values/evaluatorfactory.h"
+#include "keel/values/formulahook.h"
 
 #include <atomic>
 
