@@ -3,7 +3,9 @@
 #include "keel/document/errorlog.h"
 #include "keel/document/translate.h"
 #include "keel/document/usertrace.h"
+#include "keel/formula/evaluator.h"
 #include "keel/platform/registry.h"
+#include "keel/system/pathop.h"
 #include "keel/values/anyvalue.h"
 #include "keel/values/area.h"
 #include "keel/values/length.h"
@@ -222,17 +224,67 @@ int Percent(long long position, long long low, long long high) {
 
 QWinApp::QWinApp() {
     QWinApp* none = nullptr;
-    c_app.compare_exchange_strong(none, this);
+    if (c_app.compare_exchange_strong(none, this)) {
+        SetEvaluatorFactory(this);
+        QEvaluator::InstallAsFormulaHook();
+    }
     CRegistry::SetApplicationNameSource(&RunningAppName);
 }
 
 QWinApp::~QWinApp() {
+    if (GetEvaluatorFactory() == this)
+        SetEvaluatorFactory(nullptr);
     QWinApp* self = this;
     c_app.compare_exchange_strong(self, nullptr);
 }
 
 QWinApp* QWinApp::GetApp() {
     return c_app.load();
+}
+
+QEvaluator* QWinApp::NewQEvaluator(QAnyValue& result, FormulaText formula, QFormulaContext* context,
+                                   bool passThrough, bool reportErrors, bool isAction) {
+    return new QEvaluator(result, formula, context, passThrough, reportErrors, isAction);
+}
+
+CString QWinApp::FolderForConstant(QConstantFolder folder) const {
+    return QPathOp::FolderAsFilePath(FolderOfConstant(folder));
+}
+
+CString QWinApp::FolderOfConstant(QConstantFolder folder) const {
+    switch (folder) {
+    case QConstantFolder::Program:
+        return FileLocation(QFileLocation::Program);
+    // Drawings are kept in the Data folder.
+    case QConstantFolder::Data:
+    case QConstantFolder::Drawing:
+        return FileLocation(QFileLocation::Data);
+    // The folder among the drawings that the person works in now: where the latest open or
+    // save went, which starts at the Data folder.
+    case QConstantFolder::DrawingSub:
+        return LastOpenSaveDir();
+    case QConstantFolder::Report:
+        return FileLocation(QFileLocation::Report);
+    case QConstantFolder::ToolData:
+        return FileLocation(QFileLocation::ToolData);
+    // A product's base library has no folder of its own: it is kept with the libraries.
+    case QConstantFolder::Library:
+    case QConstantFolder::BasedOnLibrary:
+        return FileLocation(QFileLocation::Library);
+    case QConstantFolder::Table:
+        return FileLocation(QFileLocation::Table);
+    case QConstantFolder::Picture:
+        return FileLocation(QFileLocation::Picture);
+    case QConstantFolder::Template:
+        return FileLocation(QFileLocation::Template);
+    case QConstantFolder::Backup:
+        return FileLocation(QFileLocation::Backup);
+    case QConstantFolder::MyDocuments:
+        return MyDocumentsDir();
+    case QConstantFolder::MyDocumentsProduct:
+        return MyDocumentsProductDir();
+    }
+    return CString();
 }
 
 CString QWinApp::AppName() const {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "keel/document/commandline.h"
+#include "keel/formula/evaluatorfactory.h"
 #include "keel/platform/cstring.h"
 #include "keel/platform/lock.h"
 #include "keel/values/array.h"
@@ -115,17 +116,27 @@ struct QOptions {
 
 // The application object: one a process, alive for the whole run. A product derives from it and
 // fills in the virtual hooks. It holds the options with their read cache, the folders, the
-// progress service and the parsed command line.
-class QWinApp {
+// progress service and the parsed command line. While it is the application it is also the
+// evaluator factory of the formula layer, and the formula hook of the values layer is installed.
+class QWinApp : public QEvaluatorFactory {
 public:
-    // The first application object constructed is the application until it is destroyed.
+    // The first application object constructed is the application, and the evaluator factory,
+    // until it is destroyed.
     QWinApp();
-    virtual ~QWinApp();
+    ~QWinApp() override;
     QWinApp(const QWinApp&) = delete;
     QWinApp& operator=(const QWinApp&) = delete;
 
     // The live application object, or nullptr.
     static QWinApp* GetApp();
+
+    // The evaluator of the product's own class; a plain one unless a product says otherwise.
+    QEvaluator* NewQEvaluator(QAnyValue& result, FormulaText formula, QFormulaContext* context,
+                              bool passThrough, bool reportErrors, bool isAction) override;
+    // The folders that the formula constants name, from the file locations and the documents
+    // folders.
+    CString FolderForConstant(QConstantFolder folder) const override;
+
     // The name of the options file and of the application in messages.
     virtual CString AppName() const;
 
@@ -288,6 +299,8 @@ private:
 
     // Each problem of the options store is reported once in the life of the application.
     void ReportOptionsProblemOnce();
+    // The folder behind a formula constant, ending in "/".
+    CString FolderOfConstant(QConstantFolder folder) const;
     // The cached value when the key is cached, otherwise the stored one.
     CString CachedOrStoredString(const CString& section, const CString& key,
                                  const CString& defaultValue) const;

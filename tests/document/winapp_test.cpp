@@ -4,9 +4,12 @@
 #include "keel/document/translate.h"
 #include "keel/document/usertrace.h"
 #include "keel/document/winapp.h"
+#include "keel/formula/evaluator.h"
+#include "keel/formula/evaluatorfactory.h"
 #include "keel/platform/registry.h"
 #include "keel/values/anyvalue.h"
 #include "keel/values/area.h"
+#include "keel/values/formulahook.h"
 #include "keel/values/length.h"
 #include "keel/values/volume.h"
 
@@ -18,6 +21,7 @@
 #include <fstream>
 #include <gtest/gtest.h>
 #include <map>
+#include <memory>
 #include <optional>
 #include <sstream>
 #include <string>
@@ -890,6 +894,125 @@ TEST_F(WinAppTest, ProgressIsQuietWhenTheErrorStreamIsNoTerminal) {
         app.ProgressDestroy(handle, u"Loaded", true);
     }
     EXPECT_EQ(ReadText(output), "");
+}
+
+// ---------------------------------------------------------------------------------------------
+// The evaluator factory
+
+// A product whose evaluators know the constant "product".
+class ProductEvaluator : public QEvaluator {
+public:
+    using QEvaluator::QEvaluator;
+    bool EvaluateNamedConstantExtras(QAnyValue& result, PropId name) override {
+        if (!(name == PropId("product")))
+            return false;
+        if (IsEval())
+            result = QAnyValue(u"made by the product");
+        return true;
+    }
+};
+
+class ProductApp : public TestApp {
+public:
+    QEvaluator* NewQEvaluator(QAnyValue& result, FormulaText formula, QFormulaContext* context,
+                              bool passThrough, bool reportErrors, bool isAction) override {
+        return new ProductEvaluator(result, formula, context, passThrough, reportErrors, isAction);
+    }
+};
+
+class OtherFactory : public QEvaluatorFactory {
+public:
+    QEvaluator* NewQEvaluator(QAnyValue& result, FormulaText formula, QFormulaContext* context,
+                              bool passThrough, bool reportErrors, bool isAction) override {
+        return new QEvaluator(result, formula, context, passThrough, reportErrors, isAction);
+    }
+    CString FolderForConstant(QConstantFolder) const override { return CString(); }
+};
+
+std::string Evaluated(const char* formula) {
+    QAnyValue result;
+    const std::unique_ptr<QEvaluator> evaluator(
+        QEvaluator::New(result, FormulaText(formula), nullptr, false, false, false));
+    evaluator->Evaluate();
+    return U8(result.MakeCString());
+}
+
+TEST_F(WinAppTest, TheApplicationIsTheEvaluatorFactoryWhileItLives) {
+    EXPECT_EQ(GetEvaluatorFactory(), nullptr);
+    {
+        ProductApp app;
+        EXPECT_EQ(GetEvaluatorFactory(), &app);
+        EXPECT_EQ(Evaluated("product"), "made by the product");
+        {
+            TestApp second;
+            EXPECT_EQ(GetEvaluatorFactory(), &app) << "only the application is the factory";
+        }
+        EXPECT_EQ(GetEvaluatorFactory(), &app);
+    }
+    EXPECT_EQ(GetEvaluatorFactory(), nullptr);
+    EXPECT_EQ(Evaluated("product"), "#ERR!");
+
+    TestApp plain;
+    QAnyValue result;
+    const std::unique_ptr<QEvaluator> evaluator(
+        plain.NewQEvaluator(result, FormulaText("6 * 7"), nullptr, false, false, false));
+    EXPECT_TRUE(evaluator->Evaluate());
+    EXPECT_EQ(result.MakeInt(), 42);
+}
+
+TEST_F(WinAppTest, AFactoryInstalledLaterStaysWhenTheApplicationEnds) {
+    OtherFactory other;
+    {
+        TestApp app;
+        EXPECT_EQ(SetEvaluatorFactory(&other), &app);
+    }
+    EXPECT_EQ(GetEvaluatorFactory(), &other);
+    SetEvaluatorFactory(nullptr);
+}
+
+TEST_F(WinAppTest, TheApplicationLetsTheValuesRunFormulas) {
+    const QFormulaEvaluatorHook previous = SetFormulaEvaluatorHook(nullptr);
+    TestApp app;
+    QAnyValue value;
+    EXPECT_TRUE(EvaluateFormula(FormulaText("2 ft"), nullptr, value));
+    EXPECT_DOUBLE_EQ(value.MakeLength().GetRaw(), 609.6);
+    QAnyValue text(u"=3 * 4");
+    EXPECT_EQ(text.MakeInt(), 12);
+    SetFormulaEvaluatorHook(previous);
+}
+
+TEST_F(WinAppTest, FolderConstantsAreTheApplicationsFoldersAsFilePaths) {
+    TestApp app;
+    const std::string documents = m_root.string() + "/Documents";
+    std::string program = U8(QWinApp::ProgramDir());
+    program.pop_back();
+    const std::pair<const char*, std::string> defaults[] = {
+        {"programfolder", program},
+        {"datafolder", documents + "/Keel"},
+        {"drawingfolder", documents + "/Keel"},
+        {"drawingsubfolder", documents + "/Keel"},
+        {"reportfolder", documents + "/Keel/Reports"},
+        {"tooldatafolder", documents + "/Keel/ToolData"},
+        {"libraryfolder", documents + "/Keel/Library"},
+        {"basedonlibraryfolder", documents + "/Keel/Library"},
+        {"tablefolder", documents + "/Keel/Tables"},
+        {"picturefolder", documents + "/Keel/Pictures"},
+        {"bitmap_folder", documents + "/Keel/Pictures"},
+        {"templatefolder", documents + "/Keel/Templates"},
+        {"backupfolder", documents + "/Keel/Backup"},
+        {"mydocumentsfolder", documents},
+        {"mydocumentsproductfolder", documents + "/Keel"},
+    };
+    for (const auto& [name, folder] : defaults)
+        EXPECT_EQ(Evaluated(name), folder) << name;
+
+    EXPECT_TRUE(app.SetBackupDir(u"/backups/"));
+    EXPECT_TRUE(app.SetFileLocation(QFileLocation::Data, u"/drawings"));
+    app.SetLastOpenSaveDir(u"/drawings/2024");
+    EXPECT_EQ(Evaluated("backup_folder"), "/backups");
+    EXPECT_EQ(Evaluated("data_folder"), "/drawings");
+    EXPECT_EQ(Evaluated("drawing_folder"), "/drawings");
+    EXPECT_EQ(Evaluated("drawing_subfolder"), "/drawings/2024");
 }
 
 } // namespace

@@ -1,0 +1,1053 @@
+#include "keel/document/errorlog.h"
+#include "keel/document/translate.h"
+#include "keel/formula/evaluator.h"
+#include "keel/formula/formulacontext.h"
+
+#include <algorithm>
+#include <array>
+#include <atomic>
+#include <memory>
+#include <vector>
+
+namespace keel {
+
+namespace {
+
+// How many deferred string formulas are being evaluated inside each other, process-wide.
+std::atomic<int> c_deferredDepth{0};
+
+// The keywords of expressions, each interned once so that a test is one integer comparison.
+struct Words {
+    PropId where{u"where"};
+    PropId xorWord{u"xor"};
+    PropId eqv{u"eqv"};
+    PropId imp{u"imp"};
+    PropId orWord{u"or"};
+    PropId andWord{u"and"};
+    PropId notWord{u"not"};
+    PropId is{u"is"};
+    PropId it{u"it"};
+    PropId equal{u"equal"};
+    PropId to{u"to"};
+    PropId at{u"at"};
+    PropId least{u"least"};
+    PropId most{u"most"};
+    PropId greater{u"greater"};
+    PropId more{u"more"};
+    PropId than{u"than"};
+    PropId less{u"less"};
+    PropId fewer{u"fewer"};
+    PropId between{u"between"};
+    PropId inclusive{u"inclusive"};
+    PropId exclusive{u"exclusive"};
+    PropId plus{u"plus"};
+    PropId minus{u"minus"};
+    PropId mod{u"mod"};
+    PropId n{u"N"};
+    PropId a{u"A"};
+    PropId err{u"err"};
+    PropId empty{u"empty"};
+    PropId downto{u"downto"};
+    PropId step{u"step"};
+    PropId the{u"the"};
+    PropId of{u"of"};
+};
+
+const Words& Word() {
+    static const Words words;
+    return words;
+}
+
+// --- Unit words ---------------------------------------------------------------------------------
+
+enum class UnitKind {
+    Dollars,
+    Cents,
+    Length,
+    Area,
+    Volume,
+    Hours,
+    Minutes,
+    Seconds,
+    Degrees,
+    Radians
+};
+
+struct UnitWord {
+    // Unused places are null.
+    std::array<const char16_t*, 4> spellings;
+    UnitKind kind;
+    double factor;
+    // A value of this type is left as it is.
+    QAnyValue::TYPE alreadyType;
+};
+
+// In the order in which they are tested. The cubic rows leave an area alone, not a volume.
+const std::vector<UnitWord>& UnitWords() {
+    static const std::vector<UnitWord> words{
+        {{u"dollar", u"dollars"}, UnitKind::Dollars, 1, QAnyValue::TYPE_MONEY},
+        {{u"c", u"cent", u"cents"}, UnitKind::Cents, 1, QAnyValue::TYPE_MONEY},
+        {{u"in", u"inch", u"inches"}, UnitKind::Length, 25.400000000000002, QAnyValue::TYPE_LENGTH},
+        {{u"mm", u"millimetre", u"millimetres"}, UnitKind::Length, 1, QAnyValue::TYPE_LENGTH},
+        {{u"cm", u"centimetre", u"centimetres"}, UnitKind::Length, 10, QAnyValue::TYPE_LENGTH},
+        {{u"ft", u"foot", u"feet"}, UnitKind::Length, 304.8, QAnyValue::TYPE_LENGTH},
+        {{u"m", u"metre", u"metres"}, UnitKind::Length, 1000, QAnyValue::TYPE_LENGTH},
+        {{u"sqmm"}, UnitKind::Area, 1e-6, QAnyValue::TYPE_AREA},
+        {{u"sqcm"}, UnitKind::Area, 1e-4, QAnyValue::TYPE_AREA},
+        {{u"sqin"}, UnitKind::Area, 0.00064516, QAnyValue::TYPE_AREA},
+        {{u"sqft"}, UnitKind::Area, 0.09290304, QAnyValue::TYPE_AREA},
+        {{u"sqm"}, UnitKind::Area, 1, QAnyValue::TYPE_AREA},
+        {{u"cbmm"}, UnitKind::Volume, 1e-9, QAnyValue::TYPE_AREA},
+        {{u"cbcm"}, UnitKind::Volume, 1.0000000000000002e-6, QAnyValue::TYPE_AREA},
+        {{u"cbin"}, UnitKind::Volume, 1.6387064e-5, QAnyValue::TYPE_AREA},
+        {{u"cbft"}, UnitKind::Volume, 0.028316846592000004, QAnyValue::TYPE_AREA},
+        {{u"cbm"}, UnitKind::Volume, 1, QAnyValue::TYPE_AREA},
+        {{u"hr", u"hour", u"hours"}, UnitKind::Hours, 1, QAnyValue::TYPE_TIME},
+        {{u"mn", u"minute", u"minutes"}, UnitKind::Minutes, 1, QAnyValue::TYPE_TIME},
+        {{u"s", u"sec", u"second", u"seconds"}, UnitKind::Seconds, 1, QAnyValue::TYPE_TIME},
+        {{u"deg", u"degrees"}, UnitKind::Degrees, 1, QAnyValue::TYPE_ANGLE},
+        {{u"rad", u"radians"}, UnitKind::Radians, 1, QAnyValue::TYPE_ANGLE},
+    };
+    return words;
+}
+
+struct UnitSpelling {
+    PropId id;
+    const UnitWord* unit;
+};
+
+const std::vector<UnitSpelling>& UnitSpellings() {
+    static const std::vector<UnitSpelling> spellings = [] {
+        std::vector<UnitSpelling> all;
+        for (const UnitWord& unit : UnitWords())
+            for (const char16_t* spelling : unit.spellings)
+                if (spelling != nullptr)
+                    all.push_back({PropId(spelling), &unit});
+        return all;
+    }();
+    return spellings;
+}
+
+// The unit word at the cursor, taken; null when the next token is none.
+const UnitWord* MatchUnitWord(QEvaluator& evaluator) {
+    const QToken* token = evaluator.ThisToken();
+    if (token == nullptr || !token->IsId())
+        return nullptr;
+    for (const UnitSpelling& spelling : UnitSpellings())
+        if (evaluator.MatchIdWithToken(spelling.id, token))
+            return spelling.unit;
+    return nullptr;
+}
+
+QAnyValue ValueInUnit(double number, const UnitWord& unit) {
+    switch (unit.kind) {
+    case UnitKind::Dollars:
+        return QAnyValue(QMoney::FromRaw(QMoney::dollar_to_raw(number)));
+    case UnitKind::Cents:
+        return QAnyValue(QMoney(number, QMoney::MU_RAW));
+    case UnitKind::Length:
+        return QAnyValue(QLength::FromRaw(number * unit.factor));
+    case UnitKind::Area:
+        return QAnyValue(QArea::FromRaw(number * unit.factor));
+    case UnitKind::Volume:
+        return QAnyValue(QVolume::FromRaw(number * unit.factor));
+    case UnitKind::Hours:
+        return QAnyValue(QTime::FromRaw(QTime::hour_to_raw(number)));
+    case UnitKind::Minutes:
+        return QAnyValue(QTime::FromRaw(QTime::minute_to_raw(number)));
+    case UnitKind::Seconds:
+        return QAnyValue(QTime(number, QTime::TU_RAW));
+    case UnitKind::Degrees:
+        return QAnyValue(QAngle(number, QAngle::ANGU_DEG));
+    case UnitKind::Radians:
+        return QAnyValue(QAngle(number, QAngle::ANGU_RAD));
+    }
+    return QAnyValue();
+}
+
+void ApplyUnit(QAnyValue& value, const UnitWord& unit) {
+    if (value.IsErrorOrNA() || value.IsEmpty() || value.IsType(unit.alreadyType))
+        return;
+    value = ValueInUnit(value.MakeDouble(), unit);
+}
+
+// --- Operators ----------------------------------------------------------------------------------
+
+enum class Comparison { None, EQ, NE, LT, LE, GT, GE };
+
+Comparison Negated(Comparison comparison) {
+    switch (comparison) {
+    case Comparison::EQ:
+        return Comparison::NE;
+    case Comparison::NE:
+        return Comparison::EQ;
+    case Comparison::LT:
+        return Comparison::GE;
+    case Comparison::GE:
+        return Comparison::LT;
+    case Comparison::LE:
+        return Comparison::GT;
+    case Comparison::GT:
+        return Comparison::LE;
+    case Comparison::None:
+        break;
+    }
+    return Comparison::None;
+}
+
+// The pairs first, so that ">=" is not taken for ">".
+Comparison MatchComparisonOperator(QEvaluator& evaluator) {
+    if (evaluator.MatchCharPair(u'>', u'='))
+        return Comparison::GE;
+    if (evaluator.MatchCharPair(u'<', u'='))
+        return Comparison::LE;
+    if (evaluator.MatchCharPair(u'<', u'>') || evaluator.MatchCharPair(u'!', u'='))
+        return Comparison::NE;
+    if (evaluator.MatchCharPair(u'=', u'=') || evaluator.MatchChar(u'='))
+        return Comparison::EQ;
+    if (evaluator.MatchChar(u'>'))
+        return Comparison::GT;
+    if (evaluator.MatchChar(u'<'))
+        return Comparison::LT;
+    return Comparison::None;
+}
+
+void ApplyComparison(QAnyValue& left, Comparison comparison, const QAnyValue& right) {
+    switch (comparison) {
+    case Comparison::EQ:
+        left.EQit(right);
+        break;
+    case Comparison::NE:
+        left.NEit(right);
+        break;
+    case Comparison::LT:
+        left.LTit(right);
+        break;
+    case Comparison::LE:
+        left.LEit(right);
+        break;
+    case Comparison::GT:
+        left.GTit(right);
+        break;
+    case Comparison::GE:
+        left.GEit(right);
+        break;
+    case Comparison::None:
+        break;
+    }
+}
+
+void ApplyBetween(QAnyValue& value, const QAnyValue& low, const QAnyValue& high, bool exclusive,
+                  bool negate) {
+    bool lowFailed = false;
+    bool highFailed = false;
+    const int lowSign = low.Compare(value, lowFailed);
+    const int highSign = high.Compare(value, highFailed);
+    if (lowFailed || highFailed) {
+        value.MakeError(CString(u"Cannot compare with limits in BETWEEN"));
+        return;
+    }
+    const bool inside = exclusive ? lowSign < 0 && highSign > 0 : lowSign <= 0 && highSign >= 0;
+    value.TRUEFALSEit(inside != negate ? 1 : 0);
+}
+
+bool CompareWithRight(QEvaluator& evaluator, QAnyValue& left, Comparison comparison) {
+    QAnyValue right;
+    if (!evaluator.EvaluateConcat(right))
+        return false;
+    if (evaluator.IsEval())
+        ApplyComparison(left, comparison, right);
+    return true;
+}
+
+// "between low and high", optionally "inclusive" (the default) or "exclusive".
+bool ParseBetween(QEvaluator& evaluator, QAnyValue& left, bool negate) {
+    const Words& w = Word();
+    QAnyValue low;
+    QAnyValue high;
+    if (!evaluator.EvaluateConcat(low))
+        return false;
+    if (!evaluator.MatchId(w.andWord))
+        return evaluator.ExpectingAfterButFound(u"'and'", u"'is between'",
+                                                evaluator.ThisCharPlus());
+    if (!evaluator.EvaluateConcat(high))
+        return false;
+    const bool exclusive = !evaluator.MatchId(w.inclusive) && evaluator.MatchId(w.exclusive);
+    if (evaluator.IsEval())
+        ApplyBetween(left, low, high, exclusive, negate);
+    return true;
+}
+
+// The words after "is" that name a comparison; none means equality with the value that follows.
+bool MatchIsWords(QEvaluator& evaluator, Comparison& comparison, bool& between) {
+    const Words& w = Word();
+    comparison = Comparison::EQ;
+    between = false;
+    if (evaluator.MatchId(w.equal)) {
+        if (!evaluator.MatchId(w.to))
+            return evaluator.ExpectingAfterButFound(u"'to'", u"'equal'", evaluator.ThisCharPlus());
+    } else if (evaluator.MatchId(w.at)) {
+        if (evaluator.MatchId(w.least))
+            comparison = Comparison::GE;
+        else if (evaluator.MatchId(w.most))
+            comparison = Comparison::LE;
+        else
+            return evaluator.ExpectingAfterButFound(u"'least' or 'most'", u"'at'",
+                                                    evaluator.ThisCharPlus());
+    } else if (evaluator.MatchId(w.greater) || evaluator.MatchId(w.more)) {
+        if (!evaluator.MatchId(w.than))
+            return evaluator.ExpectingAfterButFound(u"'than'", u"'greater' or 'more'",
+                                                    evaluator.ThisCharPlus());
+        comparison = Comparison::GT;
+    } else if (evaluator.MatchId(w.less) || evaluator.MatchId(w.fewer)) {
+        if (!evaluator.MatchId(w.than))
+            return evaluator.ExpectingAfterButFound(u"'than'", u"'less' or 'fewer'",
+                                                    evaluator.ThisCharPlus());
+        comparison = Comparison::LT;
+    } else {
+        between = evaluator.MatchId(w.between);
+    }
+    return true;
+}
+
+// Everything after "is": an optional "not" that inverts, the words, and the right side.
+bool ParseIsForm(QEvaluator& evaluator, QAnyValue& left) {
+    const bool negate = evaluator.MatchId(Word().notWord);
+    Comparison comparison = Comparison::EQ;
+    bool between = false;
+    if (!MatchIsWords(evaluator, comparison, between))
+        return false;
+    if (between)
+        return ParseBetween(evaluator, left, negate);
+    return CompareWithRight(evaluator, left, negate ? Negated(comparison) : comparison);
+}
+
+// "%N": the argument N of the evaluator.
+bool EvaluateArgument(QEvaluator& evaluator, QAnyValue& result) {
+    QAnyValue number;
+    if (!evaluator.ParseValue(number) || !number.IsSimpleNumeric())
+        return evaluator.ExpectingAfterButFound(u"valid digit", u"'%'", evaluator.ThisCharPlus());
+    const int index = number.MakeInt();
+    if (evaluator.IsNoEval() || evaluator.GetArg(index, result))
+        return true;
+    return evaluator.Unknown(u"argument",
+                             CString::Formatted(u"%%%d\n\tOr maybe caused by User Defined "
+                                                u"Function trying to evaluate parameter %%%d "
+                                                u"when %d",
+                                                index, index, evaluator.ArgCount()));
+}
+
+// "#N/A", "#err!" and "#empty" after the "#"; false, with the cursor where it was, for others.
+bool MatchHashValue(QEvaluator& evaluator, QAnyValue& result) {
+    const Words& w = Word();
+    const short start = evaluator.SaveCursor();
+    if (evaluator.MatchId(w.n) && evaluator.MatchChar(u'/') && evaluator.MatchId(w.a)) {
+        result.MakeNA();
+        return true;
+    }
+    evaluator.RestoreCursor(start);
+    if (evaluator.MatchId(w.err) && evaluator.MatchChar(u'!')) {
+        result.MakeError(CString(u"#ERR!"));
+        return true;
+    }
+    evaluator.RestoreCursor(start);
+    if (evaluator.MatchId(w.empty)) {
+        result.MakeEmpty();
+        return true;
+    }
+    return false;
+}
+
+// A level of the ladder, called through the evaluator.
+using Level = bool (QEvaluator::*)(QAnyValue&);
+
+// The branch of "?:" or of a short-circuit that is not needed is parsed with evaluation off.
+bool ParseSkipped(QEvaluator& evaluator, Level level, QAnyValue& scratch) {
+    QEvaluator::NoEval off(evaluator);
+    return (evaluator.*level)(scratch);
+}
+
+bool ParseBranch(QEvaluator& evaluator, QAnyValue& value, bool needed) {
+    if (needed)
+        return evaluator.EvaluateConditional(value);
+    return ParseSkipped(evaluator, &QEvaluator::EvaluateConditional, value);
+}
+
+// The value of "condition ? whenTrue : whenFalse" once both branches are parsed; `result` holds
+// the condition.
+void ChooseBranch(QAnyValue& result, bool needTrue, bool needFalse, QAnyValue& whenTrue,
+                  QAnyValue& whenFalse) {
+    if (!result.IsArray()) {
+        result = needTrue ? whenTrue : whenFalse;
+        return;
+    }
+    if (!needTrue && !needFalse)
+        return; // an empty array of conditions selects nothing
+    if (!needTrue || !needFalse) {
+        QAnyValue& chosen = needTrue ? whenTrue : whenFalse;
+        QAnyValue::ExtendArrays(result, chosen);
+        result = chosen;
+        return;
+    }
+    const int count = QAnyValue::ExtendArrays(result, whenTrue, whenFalse);
+    const QArray<QAnyValue>& conditions = result.MakeArray();
+    const QArray<QAnyValue>& trues = whenTrue.MakeArray();
+    const QArray<QAnyValue>& falses = whenFalse.MakeArray();
+    QArray<QAnyValue> chosen;
+    for (int i = 0; i < count; ++i)
+        chosen.Add(conditions[i].IsFALSE() ? falses[i] : trues[i]);
+    result = QAnyValue(chosen);
+}
+
+// "values where condition": the elements whose condition is true.
+void ApplyWhere(QAnyValue& result, QAnyValue& condition) {
+    condition.MakeAllBool();
+    QAnyValue values(result);
+    QAnyValue::ExtendArrays(values, condition);
+    const QArray<QAnyValue>& elements = values.MakeArray();
+    const QArray<QAnyValue>& tests = condition.MakeArray();
+    QArray<QAnyValue> kept;
+    const int count = std::min(elements.GetSize(), tests.GetSize());
+    for (int i = 0; i < count; ++i)
+        if (tests[i].IsTRUE())
+            kept.Add(elements[i]);
+    result = QAnyValue(kept);
+}
+
+void ApplySubscript(QAnyValue& value, const QAnyValue& index) {
+    if (!index.IsArray()) {
+        value.GETATit(QAnyValue(index).MakeInt());
+        return;
+    }
+    QAnyValue positions(index);
+    QArray<QAnyValue> picked;
+    for (const QAnyValue& position : positions.MakeArray())
+        picked.Add(value.GETAT(QAnyValue(position).MakeInt()));
+    value = QAnyValue(picked);
+}
+
+void ApplyDollarSign(QAnyValue& value) {
+    if (value.IsMoney() || value.IsEmpty() || value.IsErrorOrNA())
+        return;
+    value = QAnyValue(QMoney::FromRaw(QMoney::dollar_to_raw(value.MakeDouble())));
+}
+
+// The values from `start` to `end` by `step`, rising or falling by the sign of the step. A step
+// that does not move the value ends the range after its first value.
+void AppendRange(QArray<QAnyValue>& elements, const QAnyValue& start, const QAnyValue& end,
+                 const QAnyValue& step) {
+    bool failed = false;
+    const bool rising = step.Compare(QAnyValue(0), failed) >= 0;
+    QAnyValue value(start);
+    for (;;) {
+        const int sign = value.Compare(end, failed);
+        if (failed || (rising ? sign > 0 : sign < 0))
+            return;
+        elements.Add(value);
+        QAnyValue next(value);
+        next += step;
+        if (next.Compare(value, failed) == 0)
+            return;
+        value = next;
+    }
+}
+
+// One element of an array literal, or a range "start to end step s" spread into elements.
+bool EvaluateArrayElement(QEvaluator& evaluator, QArray<QAnyValue>& elements) {
+    const Words& w = Word();
+    QAnyValue start;
+    if (!evaluator.EvaluateBlock(start))
+        return false;
+    const bool rising = evaluator.MatchId(w.to);
+    if (!rising && !evaluator.MatchId(w.downto)) {
+        if (evaluator.IsEval())
+            elements.Add(start);
+        return true;
+    }
+    QAnyValue end;
+    if (!evaluator.EvaluateBlock(end))
+        return false;
+    QAnyValue step(rising ? 1 : -1);
+    if (evaluator.MatchId(w.step) && !evaluator.EvaluateBlock(step))
+        return false;
+    if (evaluator.IsEval())
+        AppendRange(elements, start, end, step);
+    return true;
+}
+
+// An array literal after its "[": elements separated by ",", an empty position an empty element.
+bool EvaluateArrayLiteral(QEvaluator& evaluator, QAnyValue& result) {
+    QArray<QAnyValue> elements;
+    if (!evaluator.MatchChar(u']')) {
+        do {
+            if (evaluator.TestChar(u',') || evaluator.TestChar(u']'))
+                elements.Add(QAnyValue());
+            else if (!EvaluateArrayElement(evaluator, elements))
+                return false;
+        } while (evaluator.MatchChar(u','));
+        if (!evaluator.MatchChar(u']'))
+            return evaluator.ExpectingMatchingButFoundIn(u"']'", u"'['", evaluator.ThisCharPlus(),
+                                                         u"array value");
+    }
+    if (evaluator.IsEval())
+        result = QAnyValue(elements);
+    return true;
+}
+
+// Whether a simple expression can start at the cursor, for "#" and "@" standing alone.
+bool SimpleValueFollows(const QEvaluator& evaluator) {
+    const QToken* token = evaluator.ThisToken();
+    if (token == nullptr)
+        return false;
+    if (!token->IsChar())
+        return true;
+    switch (token->Char()) {
+    case u'(':
+    case u'[':
+    case u'#':
+    case u'@':
+    case u'%':
+        return true;
+    default:
+        return false;
+    }
+}
+
+// Puts another context in the evaluator's place for its lifetime.
+class ContextSwap {
+public:
+    ContextSwap(QFormulaContext*& slot, QFormulaContext* context) : m_slot(slot), m_saved(slot) {
+        m_slot = context;
+    }
+    ~ContextSwap() { m_slot = m_saved; }
+    ContextSwap(const ContextSwap&) = delete;
+    ContextSwap& operator=(const ContextSwap&) = delete;
+
+private:
+    QFormulaContext*& m_slot;
+    QFormulaContext* m_saved;
+};
+
+// Evaluates the simple expression behind "#" or "@" with `target` as the context, or, when none
+// follows, gives the number that ends the target's name.
+bool EvaluateInContext(QEvaluator& evaluator, QFormulaContext*& contextSlot,
+                       QFormulaContext* target, QAnyValue& result, const CString& op) {
+    const bool valueFollows = SimpleValueFollows(evaluator);
+    if (evaluator.IsNoEval())
+        return !valueFollows || evaluator.EvaluateSimple(result);
+    if (target == nullptr)
+        return evaluator.ErrorEvaluatingAtOrHash(op);
+    evaluator.RaiseCacheState(QCS_BySeq);
+    if (!valueFollows) {
+        const int index = QEvaluator::FindReverseInt(target->SimpleWhoAmI());
+        if (index < 0)
+            return evaluator.ErrorEvaluatingAtOrHash(op);
+        result = index;
+        return true;
+    }
+    const ContextSwap swap(contextSlot, target);
+    return evaluator.EvaluateSimple(result);
+}
+
+// `levels` named contexts up from `context`.
+QFormulaContext* NamedContextUp(QFormulaContext* context, int levels) {
+    for (int i = 0; i < levels && context != nullptr; ++i)
+        context = QEvaluator::FindContextWithName(context->ParentContext());
+    return context;
+}
+
+bool IsDeferredStringFormula(const QAnyValue& value) {
+    if (!value.IsString())
+        return false;
+    const CString text = QAnyValue(value).MakeCString();
+    return !text.IsEmpty() && (text[0] == u'=' || text[0] == u':');
+}
+
+void LowerDeferredDepth() {
+    int depth = c_deferredDepth.load();
+    while (depth > 0 && !c_deferredDepth.compare_exchange_weak(depth, depth - 1)) {
+    }
+}
+
+} // namespace
+
+int QEvaluator::DeferredDepth() {
+    return c_deferredDepth.load();
+}
+
+// --- Levels 1 to 5 ------------------------------------------------------------------------------
+
+bool QEvaluator::EvaluateExpression(QAnyValue& result) {
+    MarkOKUpToHere();
+    return EvaluateConditional(result);
+}
+
+bool QEvaluator::EvaluateConditional(QAnyValue& result) {
+    if (!EvaluateXOREQVIMPop(result))
+        return false;
+    if (MatchId(Word().where)) {
+        QAnyValue condition;
+        if (!EvaluateConditional(condition))
+            return false;
+        if (IsEval())
+            ApplyWhere(result, condition);
+        return true;
+    }
+    if (!MatchChar(u'?'))
+        return true;
+    bool needTrue = true;
+    bool needFalse = true;
+    if (IsEval()) {
+        needTrue = !result.IsFALSE();
+        needFalse = !result.IsTRUE();
+    }
+    QAnyValue whenTrue;
+    QAnyValue whenFalse;
+    if (!ParseBranch(*this, whenTrue, needTrue))
+        return false;
+    if (!MatchChar(u':'))
+        return ExpectingMatchingButFoundIn(u"':'", u"'?'", ThisCharPlus(), u"expr ? cond : expr");
+    if (!ParseBranch(*this, whenFalse, needFalse))
+        return false;
+    if (IsEval())
+        ChooseBranch(result, needTrue, needFalse, whenTrue, whenFalse);
+    return true;
+}
+
+bool QEvaluator::EvaluateXOREQVIMPop(QAnyValue& result) {
+    if (!EvaluateORop(result))
+        return false;
+    for (;;) {
+        QAnyValue& (QAnyValue::*operation)(const QAnyValue&) = nullptr;
+        if (MatchId(Word().xorWord))
+            operation = &QAnyValue::XORit;
+        else if (MatchId(Word().eqv))
+            operation = &QAnyValue::EQVit;
+        else if (MatchId(Word().imp))
+            operation = &QAnyValue::IMPit;
+        else
+            return true;
+        QAnyValue right;
+        if (!EvaluateORop(right))
+            return false;
+        if (IsEval())
+            (result.MakeAllBool().*operation)(right.MakeAllBool());
+    }
+}
+
+bool QEvaluator::EvaluateORop(QAnyValue& result) {
+    if (!EvaluateANDop(result))
+        return false;
+    bool shortCircuit = false;
+    while (MatchId(Word().orWord) || MatchCharPair(u'|', u'|')) {
+        if (IsEval())
+            result.MakeAllBool();
+        QAnyValue right;
+        if (shortCircuit || (IsEval() && result.IsTRUE())) {
+            shortCircuit = true;
+            if (!ParseSkipped(*this, &QEvaluator::EvaluateANDop, right))
+                return false;
+            continue;
+        }
+        if (!EvaluateANDop(right))
+            return false;
+        if (IsNoEval())
+            continue;
+        right.MakeAllBool();
+        if (result.IsArray() || right.IsArray())
+            result.ORit(right);
+        else
+            result = right;
+    }
+    return true;
+}
+
+bool QEvaluator::EvaluateANDop(QAnyValue& result) {
+    if (!EvaluateNOTop(result))
+        return false;
+    bool shortCircuit = false;
+    while (MatchId(Word().andWord) || MatchCharPair(u'&', u'&')) {
+        if (IsEval())
+            result.MakeAllBool();
+        QAnyValue right;
+        if (shortCircuit || (IsEval() && result.IsFALSE())) {
+            shortCircuit = true;
+            if (!ParseSkipped(*this, &QEvaluator::EvaluateNOTop, right))
+                return false;
+            continue;
+        }
+        if (!EvaluateNOTop(right))
+            return false;
+        if (IsNoEval())
+            continue;
+        right.MakeAllBool();
+        if (result.IsArray() || right.IsArray())
+            result.ANDit(right);
+        else
+            result = right;
+    }
+    return true;
+}
+
+bool QEvaluator::EvaluateNOTop(QAnyValue& result) {
+    if (!MatchId(Word().notWord) && !MatchChar(u'!'))
+        return EvaluateComparison(result);
+    if (!EvaluateNOTop(result))
+        return false;
+    if (IsEval())
+        result.NOTit();
+    return true;
+}
+
+// --- Level 6 ------------------------------------------------------------------------------------
+
+bool QEvaluator::EvaluateComparison(QAnyValue& result) {
+    if (!EvaluateConcat(result))
+        return false;
+    const bool isForm = MatchId(Word().is);
+    const Comparison comparison = isForm ? Comparison::None : MatchComparisonOperator(*this);
+    if (!isForm && comparison == Comparison::None)
+        return true;
+    const auto parseRight = [&] {
+        return isForm ? ParseIsForm(*this, result) : CompareWithRight(*this, result, comparison);
+    };
+    if (IsNoEval())
+        return parseRight();
+
+    // The right side may say "it" for the left value; the variable is put back afterwards.
+    const PropId& it = Word().it;
+    QAnyValue savedIt;
+    const bool hadIt = GetVar(it, savedIt);
+    SetVar(it, result);
+    const bool ok = parseRight();
+    if (hadIt)
+        SetVar(it, savedIt);
+    else
+        m_vars.RemoveKey(it);
+    return ok;
+}
+
+// --- Levels 7 to 12 -----------------------------------------------------------------------------
+
+bool QEvaluator::EvaluateConcat(QAnyValue& result) {
+    if (!EvaluateAddSub(result))
+        return false;
+    // "&&" belongs to the level of "and".
+    while (!TestCharPair(u'&', u'&') && MatchChar(u'&')) {
+        QAnyValue right;
+        if (!EvaluateAddSub(right))
+            return false;
+        if (IsEval())
+            result.CONCATit(right);
+    }
+    return true;
+}
+
+bool QEvaluator::EvaluateAddSub(QAnyValue& result) {
+    if (!EvaluateMulDiv(result))
+        return false;
+    for (;;) {
+        bool subtract;
+        if (MatchChar(u'+') || MatchId(Word().plus))
+            subtract = false;
+        else if (MatchChar(u'-') || MatchId(Word().minus) || MatchId(Word().less))
+            subtract = true;
+        else
+            return true;
+        QAnyValue right;
+        if (!EvaluateMulDiv(right))
+            return false;
+        if (IsNoEval())
+            continue;
+        if (subtract)
+            result -= right;
+        else
+            result += right;
+    }
+}
+
+bool QEvaluator::EvaluateMulDiv(QAnyValue& result) {
+    if (!EvaluateExponentiation(result))
+        return false;
+    for (;;) {
+        QAnyValue& (QAnyValue::*operation)(const QAnyValue&) = nullptr;
+        if (MatchChar(u'*'))
+            operation = &QAnyValue::operator*=;
+        else if (MatchChar(u'/'))
+            operation = &QAnyValue::operator/=;
+        else if (MatchChar(u'\\'))
+            operation = &QAnyValue::DIVit;
+        else if (MatchId(Word().mod))
+            operation = &QAnyValue::MODit;
+        else
+            return true;
+        QAnyValue right;
+        if (!EvaluateExponentiation(right))
+            return false;
+        if (IsEval())
+            (result.*operation)(right);
+    }
+}
+
+bool QEvaluator::EvaluateExponentiation(QAnyValue& result, bool allowSubscript) {
+    if (!EvaluatePercent(result, allowSubscript))
+        return false;
+    while (MatchChar(u'^')) {
+        QAnyValue exponent;
+        if (!EvaluatePercent(exponent, allowSubscript))
+            return false;
+        if (IsEval())
+            result.POWit(exponent);
+    }
+    return true;
+}
+
+bool QEvaluator::EvaluatePercent(QAnyValue& result, bool allowSubscript) {
+    if (!EvaluateNegPos(result, allowSubscript))
+        return false;
+    if (MatchChar(u'%') && IsEval())
+        result.PERCENTit();
+    return true;
+}
+
+bool QEvaluator::EvaluateNegPos(QAnyValue& result, bool allowSubscript) {
+    void (*operation)(QAnyValue&) = nullptr;
+    if (MatchChar(u'-'))
+        operation = [](QAnyValue& value) { value.NEGit(); };
+    else if (MatchChar(u'!'))
+        operation = [](QAnyValue& value) { value.NOTit(); };
+    else if (MatchChar(u'$'))
+        operation = &ApplyDollarSign;
+    else if (!MatchChar(u'+'))
+        return EvaluateSuffix(result, allowSubscript);
+    if (!EvaluateNegPos(result, allowSubscript))
+        return false;
+    if (operation != nullptr && IsEval())
+        operation(result);
+    return true;
+}
+
+bool QEvaluator::EvaluateSuffix(QAnyValue& result, bool allowSubscript) {
+    if (!EvaluateSimple(result))
+        return false;
+    if (const UnitWord* unit = MatchUnitWord(*this)) {
+        if (IsEval())
+            ApplyUnit(result, *unit);
+        return true;
+    }
+    if (!allowSubscript || !MatchChar(u'('))
+        return true;
+    QAnyValue index;
+    if (!EvaluateBlock(index))
+        return false;
+    if (!MatchChar(u')'))
+        return ExpectingMatchingButFoundIn(u"')'", u"'('", ThisCharPlus(), u"array subscript");
+    if (IsEval() && !result.IsEmpty() && !result.IsErrorOrNA())
+        ApplySubscript(result, index);
+    return true;
+}
+
+// --- Level 13 -----------------------------------------------------------------------------------
+
+bool QEvaluator::EvaluateSimple(QAnyValue& result) {
+    if (MatchChar(u'%'))
+        return EvaluateArgument(*this, result);
+    if (MatchChar(u'#'))
+        return MatchHashValue(*this, result) || FindContextForHashOperator(result);
+    if (MatchChar(u'@'))
+        return FindContextForAtOperator(result);
+    if (MatchChar(u'(')) {
+        if (!EvaluateBlock(result))
+            return false;
+        if (!MatchChar(u')'))
+            return ExpectingMatchingButFound(u"')'", u"'('", ThisCharPlus());
+        return true;
+    }
+    if (MatchChar(u'['))
+        return EvaluateArrayLiteral(*this, result);
+
+    const short start = SaveCursor();
+    FullId name;
+    bool simple = true;
+    if (ParseVarnameWithOf(name, simple)) {
+        if (MatchChar(u'('))
+            return EvaluateFunction(result, name);
+        return EvaluateName(result, name, simple);
+    }
+    if (SaveCursor() != start)
+        return false;
+    if (ParseValue(result))
+        return true;
+    return ExpectingButFoundIn(u"a number, string, name or (expression)", ThisCharPlus(),
+                               CString());
+}
+
+// --- Names --------------------------------------------------------------------------------------
+
+bool QEvaluator::ParseVarname(PropId& name) {
+    while (MatchId(Word().the)) {
+    }
+    PropId id;
+    if (!ParseId(id))
+        return false;
+    CString text = id.ToString();
+    while (MatchChar(u'[')) {
+        QAnyValue part;
+        if (!EvaluateExpression(part))
+            return false;
+        if (!MatchChar(u']'))
+            return ExpectingMatchingButFound(u"']'", u"'['", ThisCharPlus());
+        text += u"[" + (IsEval() ? part.MakeCString() : CString()) + u"]";
+    }
+    name = PropId(text);
+    return true;
+}
+
+bool QEvaluator::ParseVarnameWithContext(PropId& name) {
+    SaveRestoreCursor attempt(Iterator());
+    if (!ParseVarname(name))
+        return false;
+    attempt.DoNoRestore();
+    return true;
+}
+
+bool QEvaluator::ParseVarnameWithDot(FullId& name, bool& simple) {
+    PropId part;
+    if (!ParseVarnameWithContext(part))
+        return false;
+    CString text = part.ToString();
+    simple = true;
+    while (MatchChar(u'.')) {
+        if (!ParseVarnameWithContext(part))
+            return ExpectingAfterButFound(u"name", u"'.'", ThisCharPlus());
+        text += u"." + part.ToString();
+        simple = false;
+    }
+    name = FullId(text);
+    return true;
+}
+
+bool QEvaluator::ParseVarnameWithOf(FullId& name, bool& simple) {
+    if (!ParseVarnameWithDot(name, simple))
+        return false;
+    if (!MatchId(Word().of))
+        return true;
+    const short start = SaveCursor();
+    FullId context;
+    bool contextSimple = true;
+    if (!ParseVarnameWithOf(context, contextSimple))
+        return SaveCursor() != start ? false
+                                     : ExpectingAfterButFound(u"context", u"'of'", ThisCharPlus());
+    name = FullId(context.ToString() + u"." + name.ToString());
+    simple = false;
+    return true;
+}
+
+// --- The "#" and "@" operators ----------------------------------------------------------------
+
+bool QEvaluator::FindContextForHashOperator(QAnyValue& result) {
+    int levels = 1;
+    while (MatchChar(u'#'))
+        ++levels;
+    QFormulaContext* target = nullptr;
+    if (levels == 1 && MatchChar(u'(')) {
+        const short start = SaveCursor();
+        FullId name;
+        bool simple = true;
+        if (!ParseVarnameWithOf(name, simple))
+            return SaveCursor() != start ? false
+                                         : ExpectingButFoundIn(u"name", ThisCharPlus(), u"#()");
+        if (!MatchChar(u')'))
+            return ExpectingMatchingButFoundIn(u"')'", u"'('", ThisCharPlus(), u"#()");
+        QCacheState state = QCS_Stable;
+        if (IsEval() && m_context != nullptr && m_context->LookupContext(name, target, state))
+            RaiseCacheState(state);
+        else
+            target = nullptr;
+    } else if (IsEval() && m_context != nullptr) {
+        target = NamedContextUp(m_context, levels);
+    }
+    return EvaluateInContext(*this, m_context, target, result, CString(u"#"));
+}
+
+bool QEvaluator::FindContextForAtOperator(QAnyValue& result) {
+    QFormulaContext* target = IsEval() ? FindContextWithName(m_context) : nullptr;
+    return EvaluateInContext(*this, m_context, target, result, CString(u"@"));
+}
+
+// --- Look-up of a name --------------------------------------------------------------------------
+
+bool QEvaluator::EvaluateName(QAnyValue& result, const FullId& name, bool simple) {
+    if (IsNoEval())
+        return true;
+    if (simple) {
+        const PropId id(name.ToString());
+        if (GetVar(id, result) || EvaluateNamedConstant(result, id))
+            return true;
+    }
+    if (m_context == nullptr)
+        return Unknown(u"name", name.ToString());
+
+    m_context->EnsureUpToDate();
+    const FormulaText asFormula(name.ToString());
+    const bool useCaches = !IsDebug() && !IsAction();
+    QCacheState state = QCS_Stable;
+    QAnyValue value;
+    if (useCaches && m_context->HeresAFormulaValueIPreparedEarlier(value, state, asFormula)) {
+        RaiseCacheState(state);
+        result = value;
+        return true;
+    }
+    bool error = false;
+    const bool found =
+        m_context->LookupValue(name, value, error, state, IsPassThrough(), IsDebug(), !IsAction());
+    RaiseCacheState(state);
+    if (!found)
+        return Unknown(u"name", name.ToString());
+    if (error)
+        return ErrorEvaluating(name.ToString());
+    if (IsDeferredStringFormula(value) && !EvaluateDeferredStringFormula(value, name))
+        return false;
+    if (useCaches && state != QCS_NotCacheable)
+        m_context->RememberThisFormulaValueForNextTime(value, asFormula, state);
+    result = value;
+    return true;
+}
+
+bool QEvaluator::EvaluateDeferredStringFormula(QAnyValue& value, const FullId& name) {
+    const FormulaText formula(value.MakeCString().Mid(1));
+    if (++c_deferredDepth > c_maxDeferredDepth) {
+        c_deferredDepth = c_maxDeferredDepth;
+        static const QTString looping(
+            u"Stack depth exceeded, formula looping trying to evaluate [%s] deferred string "
+            u"formula:\n%s",
+            u"Message box (id,formula)");
+        m_message = CString::Formatted(looping, name.ToString(), formula.ToString());
+        return false;
+    }
+    QAnyValue deferred;
+    bool ok = false;
+    {
+        const std::unique_ptr<QEvaluator> evaluator(
+            New(deferred, formula, m_context, IsPassThrough(), IsReportErrors(), IsAction()));
+        evaluator->SetDebug(IsDebug());
+        ok = evaluator->Evaluate();
+        RaiseCacheState(evaluator->CacheState());
+    }
+    LowerDeferredDepth();
+    if (ok) {
+        value = deferred;
+        return true;
+    }
+    if (IsReportErrors() && m_message.IsEmpty()) {
+        static const QTString failed(u"Error evaluating deferred string formula [",
+                                     u"Message box (id)");
+        m_message = CString(failed) + name.ToString() + u"], " + ContextInfo(true);
+        static const QTString heading(u"Formula", u"Message box");
+        QMessageBoxOrLog(m_message, heading, true);
+        return false;
+    }
+    return ErrorEvaluatingWithFormula(name.ToString(), formula.ToString());
+}
+
+} // namespace keel

@@ -1,0 +1,548 @@
+#include "tests/support/anyvalues.h"
+
+#include "keel/document/errorlog.h"
+#include "keel/formula/evaluator.h"
+#include "keel/formula/evaluatorfactory.h"
+#include "keel/formula/formulacontext.h"
+#include "keel/platform/random.h"
+
+#include <filesystem>
+#include <gtest/gtest.h>
+#include <memory>
+#include <string>
+#include <unistd.h>
+#include <vector>
+
+namespace keel {
+namespace {
+
+namespace fs = std::filesystem;
+
+using test::MessageOf;
+
+std::string U8(const CString& text) {
+    return text.ToUtf8();
+}
+
+// The 82 names and spellings of the table of constants.
+const char* const c_constantNames[] = {
+    "na",
+    "true",
+    "false",
+    "sqrt2",
+    "pi",
+    "rnd",
+    "tab",
+    "endl",
+    "black",
+    "darkred",
+    "darkgreen",
+    "darkyellow",
+    "darkblue",
+    "darkmagenta",
+    "darkcyan",
+    "darkgray",
+    "lightgray",
+    "red",
+    "green",
+    "yellow",
+    "blue",
+    "magenta",
+    "cyan",
+    "white",
+    "dollar",
+    "c",
+    "cent",
+    "in",
+    "inch",
+    "mm",
+    "millimetre",
+    "cm",
+    "centimetre",
+    "ft",
+    "foot",
+    "m",
+    "metre",
+    "sqmm",
+    "sqcm",
+    "sqin",
+    "sqft",
+    "sqm",
+    "cbmm",
+    "cbcm",
+    "cbin",
+    "cbft",
+    "cbm",
+    "hr",
+    "hour",
+    "mn",
+    "minute",
+    "sec",
+    "second",
+    "deg",
+    "rad",
+    "programfolder",
+    "program_folder",
+    "datafolder",
+    "data_folder",
+    "drawingfolder",
+    "drawing_folder",
+    "drawingsubfolder",
+    "drawing_subfolder",
+    "reportfolder",
+    "report_folder",
+    "tooldatafolder",
+    "libraryfolder",
+    "library_folder",
+    "basedonlibraryfolder",
+    "tablefolder",
+    "table_folder",
+    "bitmapfolder",
+    "bitmap_folder",
+    "picturefolder",
+    "picture_folder",
+    "templatefolder",
+    "template_folder",
+    "backupfolder",
+    "backup_folder",
+    "mydocumentsfolder",
+    "my_documents_folder",
+    "mydocumentsproductfolder",
+};
+
+// An application's own constant, "answer", and the folders of an imagined installation.
+class ProductEvaluator : public QEvaluator {
+public:
+    using QEvaluator::QEvaluator;
+
+    bool EvaluateNamedConstantExtras(QAnyValue& result, PropId name) override {
+        if (!(name == PropId("answer")))
+            return false;
+        if (IsEval())
+            result = QAnyValue(42);
+        return true;
+    }
+};
+
+class ProductFactory : public QEvaluatorFactory {
+public:
+    QEvaluator* NewQEvaluator(QAnyValue& result, FormulaText formula, QFormulaContext* context,
+                              bool passThrough, bool reportErrors, bool isAction) override {
+        made.push_back({U8(formula.ToString()), reportErrors, isAction});
+        return new ProductEvaluator(result, formula, context, passThrough, reportErrors, isAction);
+    }
+    CString FolderForConstant(QConstantFolder folder) const override {
+        return CString::Formatted(u"/product/folder%d", static_cast<int>(folder));
+    }
+
+    struct Made {
+        std::string formula;
+        bool report;
+        bool action;
+    };
+    std::vector<Made> made;
+};
+
+// A context that holds named values as its properties.
+class ConstantsContext : public QFormulaContext {
+public:
+    CString SimpleTypeName() const override { return u"Panel"; }
+    QProperties* Properties() const override { return nullptr; }
+
+    bool SimpleLookupValueInThis(PropId name, QAnyValue& value, bool& error, QCacheState&,
+                                 bool) override {
+        return Find(name, value, error);
+    }
+    bool GetPropertyValue(PropId name, QAnyValue& value, bool& error, QCacheState*) override {
+        return Find(name, value, error);
+    }
+
+    void Set(const char* name, const QAnyValue& value) { m_values[PropId(name)] = value; }
+
+private:
+    bool Find(PropId name, QAnyValue& value, bool& error) const {
+        if (!m_values.Lookup(name, value))
+            return false;
+        error = value.IsError();
+        return true;
+    }
+
+    QMap<PropId, QAnyValue> m_values;
+};
+
+class ConstantsTest : public testing::Test {
+protected:
+    void SetUp() override {
+        TheErrorLog().SetFilename(CString::FromUtf8(LogPath().string()));
+        TheErrorLog().DiscardPendingMessages();
+        SetNoEvalReportErrors(false);
+    }
+    void TearDown() override {
+        SetEvaluatorFactory(nullptr);
+        QLength::SetDefaultUnits(QLength::LU_MM);
+        TheErrorLog().DiscardPendingMessages();
+        SetNoEvalReportErrors(false);
+        std::error_code ignored;
+        fs::remove(LogPath(), ignored);
+    }
+
+    static fs::path LogPath() {
+        return fs::temp_directory_path() /
+               ("keel-constants-" + std::to_string(::getpid()) + ".txt");
+    }
+
+    // The constant's value as the named-constant step gives it, or an error naming the miss.
+    static QAnyValue Constant(const char* name) {
+        QAnyValue ignored;
+        QEvaluator evaluator(ignored, FormulaText("1"), nullptr, false, true, false);
+        QAnyValue value;
+        if (!evaluator.EvaluateNamedConstant(value, PropId(name)))
+            value.MakeError(CString(u"no constant ") + CString(name));
+        return value;
+    }
+
+    static QAnyValue Evaluated(const char* formula, QFormulaContext* context = nullptr) {
+        QAnyValue result;
+        std::unique_ptr<QEvaluator> evaluator(
+            QEvaluator::New(result, FormulaText(formula), context, false, true, false));
+        evaluator->Evaluate();
+        return result;
+    }
+};
+
+TEST_F(ConstantsTest, TheTableHasEightyTwoNamesAndSpellings) {
+    EXPECT_EQ(std::size(c_constantNames), 82u);
+    for (const char* name : c_constantNames)
+        EXPECT_FALSE(Constant(name).IsError()) << name;
+    for (const char* other : {"pie", "sqrt3", "inches", "folder", "grey", "cents", "seconds",
+                              "radians", "tooldata_folder", "basedon_library_folder"})
+        EXPECT_EQ(MessageOf(Constant(other)), std::string("no constant ") + other);
+}
+
+TEST_F(ConstantsTest, PlainConstantsHaveTheirTypesAndValues) {
+    EXPECT_TRUE(Constant("na").IsNA());
+    EXPECT_EQ(Constant("true").Type(), QAnyValue::TYPE_BOOL);
+    EXPECT_TRUE(Constant("true").MakeBool());
+    EXPECT_EQ(Constant("false").Type(), QAnyValue::TYPE_BOOL);
+    EXPECT_FALSE(Constant("false").MakeBool());
+    EXPECT_EQ(Constant("sqrt2").Type(), QAnyValue::TYPE_DOUBLE);
+    EXPECT_EQ(Constant("sqrt2").MakeDouble(), 1.4142135623730951);
+    EXPECT_EQ(Constant("pi").Type(), QAnyValue::TYPE_DOUBLE);
+    EXPECT_EQ(Constant("pi").MakeDouble(), 3.141592653589793);
+    EXPECT_EQ(Constant("tab").Type(), QAnyValue::TYPE_STRING);
+    EXPECT_EQ(U8(Constant("tab").MakeCString()), "\t");
+    EXPECT_EQ(U8(Constant("endl").MakeCString()), "\r\n");
+}
+
+TEST_F(ConstantsTest, ColoursArePackedAsBlueGreenRed) {
+    const std::pair<const char*, unsigned long> colours[] = {
+        {"black", 0},           {"darkred", 0x80},      {"darkgreen", 0x8000},
+        {"darkyellow", 0x8080}, {"darkblue", 0x800000}, {"darkmagenta", 0x800080},
+        {"darkcyan", 0x808000}, {"darkgray", 0x808080}, {"lightgray", 0xC0C0C0},
+        {"red", 0xFF},          {"green", 0xFF00},      {"yellow", 0xFFFF},
+        {"blue", 0xFF0000},     {"magenta", 0xFF00FF},  {"cyan", 0xFFFF00},
+        {"white", 0xFFFFFF},
+    };
+    for (const auto& [name, colour] : colours) {
+        QAnyValue value = Constant(name);
+        EXPECT_EQ(value.Type(), QAnyValue::TYPE_COLOR) << name;
+        EXPECT_EQ(value.MakeColor(), colour) << name;
+    }
+}
+
+TEST_F(ConstantsTest, UnitsAreOneOfTheirUnitInRawUnits) {
+    struct Case {
+        const char* name;
+        QAnyValue::TYPE type;
+        double raw;
+    };
+    const Case cases[] = {
+        {"dollar", QAnyValue::TYPE_MONEY, 100},
+        {"c", QAnyValue::TYPE_MONEY, 1},
+        {"cent", QAnyValue::TYPE_MONEY, 1},
+        {"in", QAnyValue::TYPE_LENGTH, 25.4},
+        {"inch", QAnyValue::TYPE_LENGTH, 25.4},
+        {"mm", QAnyValue::TYPE_LENGTH, 1},
+        {"millimetre", QAnyValue::TYPE_LENGTH, 1},
+        {"cm", QAnyValue::TYPE_LENGTH, 10},
+        {"centimetre", QAnyValue::TYPE_LENGTH, 10},
+        {"ft", QAnyValue::TYPE_LENGTH, 304.8},
+        {"foot", QAnyValue::TYPE_LENGTH, 304.8},
+        {"m", QAnyValue::TYPE_LENGTH, 1000},
+        {"metre", QAnyValue::TYPE_LENGTH, 1000},
+        {"sqmm", QAnyValue::TYPE_AREA, 1e-06},
+        {"sqcm", QAnyValue::TYPE_AREA, 0.0001},
+        {"sqin", QAnyValue::TYPE_AREA, 0.00064516},
+        {"sqft", QAnyValue::TYPE_AREA, 0.09290304},
+        {"sqm", QAnyValue::TYPE_AREA, 1.0},
+        {"cbmm", QAnyValue::TYPE_VOLUME, 1e-09},
+        {"cbcm", QAnyValue::TYPE_VOLUME, 1e-06},
+        {"cbin", QAnyValue::TYPE_VOLUME, 1.6387064e-05},
+        {"cbft", QAnyValue::TYPE_VOLUME, 0.028316846592},
+        {"cbm", QAnyValue::TYPE_VOLUME, 1.0},
+        {"hr", QAnyValue::TYPE_TIME, 3600},
+        {"hour", QAnyValue::TYPE_TIME, 3600},
+        {"mn", QAnyValue::TYPE_TIME, 60},
+        {"minute", QAnyValue::TYPE_TIME, 60},
+        {"sec", QAnyValue::TYPE_TIME, 1},
+        {"second", QAnyValue::TYPE_TIME, 1},
+        {"deg", QAnyValue::TYPE_ANGLE, 1},
+        {"rad", QAnyValue::TYPE_ANGLE, 57.295779513082323},
+    };
+    for (const Case& c : cases) {
+        QAnyValue value = Constant(c.name);
+        ASSERT_EQ(value.Type(), c.type) << c.name;
+        double raw = 0;
+        switch (c.type) {
+        case QAnyValue::TYPE_MONEY:
+            raw = value.MakeMoney().GetRaw();
+            break;
+        case QAnyValue::TYPE_LENGTH:
+            raw = value.MakeLength().GetRaw();
+            break;
+        case QAnyValue::TYPE_AREA:
+            raw = value.MakeArea().GetRaw();
+            break;
+        case QAnyValue::TYPE_VOLUME:
+            raw = value.MakeVolume().GetRaw();
+            break;
+        case QAnyValue::TYPE_TIME:
+            raw = value.MakeTime().GetRaw();
+            break;
+        default:
+            raw = value.MakeAngle().GetRaw();
+            break;
+        }
+        EXPECT_DOUBLE_EQ(raw, c.raw) << c.name;
+    }
+}
+
+TEST_F(ConstantsTest, FoldersComeFromTheFactoryAndAreEmptyWithoutOne) {
+    const std::pair<const char*, QConstantFolder> folders[] = {
+        {"programfolder", QConstantFolder::Program},
+        {"program_folder", QConstantFolder::Program},
+        {"datafolder", QConstantFolder::Data},
+        {"data_folder", QConstantFolder::Data},
+        {"drawingfolder", QConstantFolder::Drawing},
+        {"drawing_folder", QConstantFolder::Drawing},
+        {"drawingsubfolder", QConstantFolder::DrawingSub},
+        {"drawing_subfolder", QConstantFolder::DrawingSub},
+        {"reportfolder", QConstantFolder::Report},
+        {"report_folder", QConstantFolder::Report},
+        {"tooldatafolder", QConstantFolder::ToolData},
+        {"libraryfolder", QConstantFolder::Library},
+        {"library_folder", QConstantFolder::Library},
+        {"basedonlibraryfolder", QConstantFolder::BasedOnLibrary},
+        {"tablefolder", QConstantFolder::Table},
+        {"table_folder", QConstantFolder::Table},
+        {"bitmapfolder", QConstantFolder::Picture},
+        {"bitmap_folder", QConstantFolder::Picture},
+        {"picturefolder", QConstantFolder::Picture},
+        {"picture_folder", QConstantFolder::Picture},
+        {"templatefolder", QConstantFolder::Template},
+        {"template_folder", QConstantFolder::Template},
+        {"backupfolder", QConstantFolder::Backup},
+        {"backup_folder", QConstantFolder::Backup},
+        {"mydocumentsfolder", QConstantFolder::MyDocuments},
+        {"my_documents_folder", QConstantFolder::MyDocuments},
+        {"mydocumentsproductfolder", QConstantFolder::MyDocumentsProduct},
+    };
+    for (const auto& [name, folder] : folders) {
+        QAnyValue none = Constant(name);
+        EXPECT_EQ(none.Type(), QAnyValue::TYPE_STRING) << name;
+        EXPECT_EQ(U8(none.MakeCString()), "") << name;
+    }
+    ProductFactory factory;
+    SetEvaluatorFactory(&factory);
+    for (const auto& [name, folder] : folders)
+        EXPECT_EQ(U8(Constant(name).MakeCString()),
+                  "/product/folder" + std::to_string(static_cast<int>(folder)))
+            << name;
+}
+
+TEST_F(ConstantsTest, RndIsANewNumberOnEveryRead) {
+    keel::srand(7);
+    const double first = keel::rand() * 3.0517578125e-05;
+    const double second = keel::rand() * 3.0517578125e-05;
+    keel::srand(7);
+    QAnyValue a = Constant("rnd");
+    QAnyValue b = Constant("rnd");
+    EXPECT_EQ(a.Type(), QAnyValue::TYPE_DOUBLE);
+    EXPECT_EQ(a.MakeDouble(), first);
+    EXPECT_EQ(b.MakeDouble(), second);
+    EXPECT_NE(first, second);
+
+    keel::srand(7);
+    QAnyValue sum = Evaluated("rnd + rnd");
+    EXPECT_DOUBLE_EQ(sum.MakeDouble(), first + second);
+}
+
+TEST_F(ConstantsTest, NamesMatchWithoutRegardToCase) {
+    for (const char* spelling : {"PI", "Pi", "pI"})
+        EXPECT_EQ(Constant(spelling).MakeDouble(), 3.141592653589793) << spelling;
+    EXPECT_EQ(Evaluated("RED").MakeColor(), 0xFFul);
+    EXPECT_EQ(Evaluated("Data_Folder").Type(), QAnyValue::TYPE_STRING);
+}
+
+TEST_F(ConstantsTest, WithEvaluationOffAConstantIsKnownButNotRead) {
+    QAnyValue ignored;
+    QEvaluator evaluator(ignored, FormulaText("1"), nullptr, false, true, false);
+    QEvaluator::NoEval noEval(evaluator);
+    QAnyValue value(5);
+    EXPECT_TRUE(evaluator.EvaluateNamedConstant(value, PropId("pi")));
+    EXPECT_EQ(value.MakeInt(), 5);
+    EXPECT_FALSE(evaluator.EvaluateNamedConstant(value, PropId("width")));
+}
+
+TEST_F(ConstantsTest, ALocalVariableHidesAConstantAndTheConstantHidesAProperty) {
+    EXPECT_EQ(Evaluated("red := 1; red").MakeInt(), 1);
+    EXPECT_EQ(Evaluated("pi := 3; pi * 2").MakeInt(), 6);
+
+    ConstantsContext context;
+    context.Set("red", QAnyValue(7));
+    context.Set("width", QAnyValue(9));
+    QAnyValue red = Evaluated("red", &context);
+    EXPECT_EQ(red.Type(), QAnyValue::TYPE_COLOR);
+    EXPECT_EQ(red.MakeColor(), 0xFFul);
+    EXPECT_EQ(Evaluated("width", &context).MakeInt(), 9);
+}
+
+TEST_F(ConstantsTest, AnApplicationAddsConstantsOfItsOwn) {
+    EXPECT_TRUE(Evaluated("answer").IsError()) << "a plain evaluator has no such constant";
+    TheErrorLog().DiscardPendingMessages();
+    ProductFactory factory;
+    SetEvaluatorFactory(&factory);
+    EXPECT_EQ(Evaluated("answer * 2").MakeInt(), 84);
+    EXPECT_EQ(QEvaluator::EvaluateFormulaAsInt(FormulaText("answer"), nullptr, false, true, false),
+              42);
+}
+
+// ---------------------------------------------------------------------------------------------
+// Entry points
+
+TEST_F(ConstantsTest, TheTypedEntryPointsChangeTheValueToTheirType) {
+    const FormulaText notAFormula;
+    EXPECT_TRUE(
+        QEvaluator::EvaluateFormulaAsBool(FormulaText("1 < 2"), nullptr, false, true, false));
+    EXPECT_FALSE(QEvaluator::EvaluateFormulaAsBool(FormulaText("0"), nullptr, false, true, false));
+    EXPECT_EQ(QEvaluator::EvaluateFormulaAsInt(FormulaText("3 * 4"), nullptr, false, true, false),
+              12);
+    EXPECT_DOUBLE_EQ(
+        QEvaluator::EvaluateFormulaAsDouble(FormulaText("pi / 2"), nullptr, false, true, false),
+        3.141592653589793 / 2);
+    EXPECT_DOUBLE_EQ(
+        QEvaluator::EvaluateFormulaAsAngle(FormulaText("90 deg"), nullptr, false, true, false)
+            .GetRaw(),
+        90);
+    EXPECT_DOUBLE_EQ(
+        QEvaluator::EvaluateFormulaAsLength(FormulaText("2 ft"), nullptr, false, true, false)
+            .GetRaw(),
+        609.6);
+    EXPECT_EQ(
+        U8(QEvaluator::EvaluateFormulaAsString(FormulaText("1 + 2"), nullptr, false, true, false)),
+        "3");
+    EXPECT_EQ(U8(QEvaluator::EvaluateFormulaAsString(notAFormula, nullptr, false, true, false)),
+              "");
+}
+
+TEST_F(ConstantsTest, APlainNumberAsALengthIsReadInTheDefaultUnit) {
+    QLength::SetDefaultUnits(QLength::LU_MM);
+    EXPECT_DOUBLE_EQ(
+        QEvaluator::EvaluateFormulaAsLength(FormulaText("5"), nullptr, false, true, false).GetRaw(),
+        5);
+    QLength::SetDefaultUnits(QLength::LU_INCH);
+    EXPECT_DOUBLE_EQ(
+        QEvaluator::EvaluateFormulaAsLength(FormulaText("5"), nullptr, false, true, false).GetRaw(),
+        127);
+    QLength::SetDefaultUnits(QLength::LU_MM);
+}
+
+TEST_F(ConstantsTest, TheEntryPointsMakeTheirEvaluatorsThroughTheFactory) {
+    ProductFactory factory;
+    SetEvaluatorFactory(&factory);
+    QEvaluator::EvaluateFormulaAsDouble(FormulaText("answer / 4"), nullptr, false, false, true);
+    ASSERT_EQ(factory.made.size(), 1u);
+    EXPECT_EQ(factory.made[0].formula, "answer / 4");
+    EXPECT_FALSE(factory.made[0].report);
+    EXPECT_TRUE(factory.made[0].action);
+}
+
+TEST_F(ConstantsTest, AFailedFormulaReportsAndGivesTheTypesDefault) {
+    EXPECT_EQ(QEvaluator::EvaluateFormulaAsInt(FormulaText("3 *"), nullptr, false, true, false), 0);
+    EXPECT_EQ(TheErrorLog().GetSize(), 1);
+    EXPECT_EQ(QEvaluator::EvaluateFormulaAsInt(FormulaText("4 *"), nullptr, false, false, false),
+              0);
+    EXPECT_EQ(TheErrorLog().GetSize(), 1) << "without the report flag nothing more is shown";
+}
+
+TEST_F(ConstantsTest, AConstantFormulaNeedsNoContext) {
+    QAnyValue result(1);
+    EXPECT_FALSE(QEvaluator::IsConstantFormula(FormulaText(), result));
+    EXPECT_EQ(result.MakeInt(), 1) << "an empty formula is not even evaluated";
+
+    EXPECT_TRUE(QEvaluator::IsConstantFormula(FormulaText("2 * pi"), result));
+    EXPECT_DOUBLE_EQ(result.MakeDouble(), 2 * 3.141592653589793);
+
+    EXPECT_FALSE(QEvaluator::IsConstantFormula(FormulaText("width * 2"), result));
+    EXPECT_TRUE(result.IsError());
+    EXPECT_EQ(TheErrorLog().GetSize(), 0) << "nothing is reported";
+    EXPECT_FALSE(NoEvalReportErrors());
+}
+
+TEST_F(ConstantsTest, AnActionVariableRunsAsAnActionWithAColonInFront) {
+    ProductFactory factory;
+    SetEvaluatorFactory(&factory);
+    ConstantsContext context;
+    context.Set("go", QAnyValue(u"a := 1"));
+    context.Set("stop", QAnyValue(u":a := 0"));
+    EXPECT_TRUE(QEvaluator::ExecuteActionVariableIfAny(u"go", &context));
+    ASSERT_EQ(factory.made.size(), 1u);
+    EXPECT_EQ(factory.made[0].formula, ":a := 1");
+    EXPECT_TRUE(factory.made[0].report);
+    EXPECT_TRUE(factory.made[0].action);
+
+    EXPECT_FALSE(QEvaluator::ExecuteActionVariableIfAny(u"stop", &context));
+    ASSERT_EQ(factory.made.size(), 2u);
+    EXPECT_EQ(factory.made[1].formula, ":a := 0") << "a colon is not doubled";
+}
+
+TEST_F(ConstantsTest, NoActionRunsForAMissingOrFailingProperty) {
+    ProductFactory factory;
+    SetEvaluatorFactory(&factory);
+    ConstantsContext context;
+    QAnyValue failing;
+    failing.MakeError(u"bad");
+    context.Set("broken", failing);
+    EXPECT_FALSE(QEvaluator::ExecuteActionVariableIfAny(u"absent", &context));
+    EXPECT_FALSE(QEvaluator::ExecuteActionVariableIfAny(u"broken", &context));
+    EXPECT_FALSE(QEvaluator::ExecuteActionVariableIfAny(u"absent", nullptr));
+    EXPECT_TRUE(factory.made.empty());
+}
+
+TEST_F(ConstantsTest, OnlyTheErrorTestsEvaluateTheirArgumentQuietly) {
+    for (const char* name : {"isna", "iserr", "iserror", "ISERROR"})
+        EXPECT_TRUE(QEvaluator::RequiresEvaluationWithNoErrorReporting(FullId(name))) << name;
+    for (const char* name : {"isblank", "istext", "iserrors", "error", "if"})
+        EXPECT_FALSE(QEvaluator::RequiresEvaluationWithNoErrorReporting(FullId(name))) << name;
+}
+
+TEST_F(ConstantsTest, AnIdentifierIsDefinedAsALocalVariableOrInTheContext) {
+    ConstantsContext context;
+    context.Set("width", QAnyValue(3));
+    QAnyValue result;
+    QEvaluator evaluator(result, FormulaText("1"), &context, false, true, false);
+    evaluator.SetVar(PropId("count"), QAnyValue(1));
+    EXPECT_TRUE(evaluator.IsIdentifierDefined(FullId("count")));
+    EXPECT_TRUE(evaluator.IsIdentifierDefined(FullId("Width")));
+    EXPECT_FALSE(evaluator.IsIdentifierDefined(FullId("depth")));
+    EXPECT_FALSE(evaluator.IsIdentifierDefined(FullId("pi"))) << "a constant is no identifier";
+    EXPECT_FALSE(evaluator.IsIdentifierDefined(FullId("count.x")));
+    EXPECT_EQ(TheErrorLog().GetSize(), 0);
+    EXPECT_FALSE(NoEvalReportErrors()) << "the quiet look-up puts the switch back";
+
+    QEvaluator alone(result, FormulaText("1"), nullptr, false, true, false);
+    EXPECT_FALSE(alone.IsIdentifierDefined(FullId("width")));
+}
+
+} // namespace
+} // namespace keel

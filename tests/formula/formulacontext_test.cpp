@@ -1,0 +1,1760 @@
+#include "keel/document/errorlog.h"
+#include "keel/formula/evaluator.h"
+#include "keel/formula/evaluatorfactory.h"
+#include "keel/formula/formulacontext.h"
+#include "keel/formula/state.h"
+#include "keel/formula/withcontext.h"
+
+#include <filesystem>
+#include <gtest/gtest.h>
+#include <map>
+#include <memory>
+#include <string>
+#include <unistd.h>
+#include <utility>
+#include <vector>
+
+namespace keel {
+namespace {
+
+struct Entry {
+    QAnyValue value;
+    FormulaText formula;
+    QCacheState state = QCS_Stable;
+    bool error = false;
+};
+
+// A context whose "properties" and hook values are plain maps, with counters of how often each
+// was read. Children are scanned in the order they were attached.
+class TestContext : public QFormulaContext {
+public:
+    explicit TestContext(const char* type = "Box", TestContext* parent = nullptr)
+        : m_type(CString(type)) {
+        if (parent)
+            AttachTo(parent);
+    }
+    ~TestContext() override {
+        if (m_destroyed)
+            ++*m_destroyed;
+    }
+
+    void AttachTo(TestContext* parent) {
+        DoSetParentContextAlways(parent);
+        parent->m_children.push_back(this);
+    }
+
+    void Prop(const char* name, const QAnyValue& value, QCacheState state = QCS_Stable) {
+        Entry& entry = m_props[PropId(name).UniqueId()];
+        entry.value = value;
+        entry.state = state;
+    }
+    void PropFormula(const char* name, const char* formula) {
+        m_props[PropId(name).UniqueId()].formula = FormulaText(formula);
+    }
+    void Hook(const char* name, const QAnyValue& value, QCacheState state = QCS_Stable) {
+        Entry& entry = m_hook[PropId(name).UniqueId()];
+        entry.value = value;
+        entry.state = state;
+    }
+    void HookFormula(const char* name, const char* formula) {
+        m_hook[PropId(name).UniqueId()].formula = FormulaText(formula);
+    }
+    bool HasOwnProp(const char* name) const { return m_props.contains(PropId(name).UniqueId()); }
+    const Entry& OwnProp(const char* name) const { return m_props.at(PropId(name).UniqueId()); }
+    const Entry& OwnHook(const char* name) const { return m_hook.at(PropId(name).UniqueId()); }
+
+    CString SimpleTypeName() const override { return m_type; }
+    QProperties* Properties() const override { return nullptr; }
+    QFormulaContext* ParentContext() override { return m_parent; }
+    const QFormulaContext* ParentContext() const override { return m_parent; }
+    void DoSetParentContextAlways(QFormulaContext* parent) override { m_parent = parent; }
+
+    bool HasProperty(PropId name) const override { return m_props.contains(name.UniqueId()); }
+    bool GetPropertyValue(PropId name, QAnyValue& value, bool& error, QCacheState* state) override {
+        ++m_propertyReads;
+        const auto found = m_props.find(name.UniqueId());
+        if (found == m_props.end() || found->second.formula.UniqueId() >= 0)
+            return false;
+        value = found->second.value;
+        error = found->second.error;
+        if (state)
+            RaiseCacheState(*state, found->second.state);
+        return true;
+    }
+    bool GetPropertyFormula(PropId name, FormulaText& formula) const override {
+        const auto found = m_props.find(name.UniqueId());
+        if (found == m_props.end())
+            return false;
+        formula = found->second.formula;
+        return true;
+    }
+    void SetPropertyValue(PropId name, const QAnyValue& value) override {
+        m_props[name.UniqueId()].value = value;
+    }
+    void SetPropertyFormula(PropId name, FormulaText formula) override {
+        m_props[name.UniqueId()].formula = formula;
+    }
+
+    bool SimpleLookupValueInThis(PropId name, QAnyValue& value, bool& error, QCacheState& state,
+                                 bool passthrough) override {
+        ++m_hookReads;
+        m_lastPassthrough = passthrough;
+        const auto found = m_hook.find(name.UniqueId());
+        if (found == m_hook.end())
+            return false;
+        value = found->second.value;
+        error = found->second.error;
+        RaiseCacheState(state, found->second.state);
+        return true;
+    }
+    bool SimpleLookupValueInChildren(PropId name, QAnyValue& value, bool& error, QCacheState& state,
+                                     const QFormulaContext* excluded, bool passthrough,
+                                     int tries) override {
+        for (TestContext* child : m_children)
+            if (child->SimpleLookupValueInThisAndChildren(name, value, error, state, excluded,
+                                                          passthrough, tries))
+                return true;
+        return false;
+    }
+    bool SimpleLookupFormulaInThis(PropId name, FormulaText& formula) override {
+        const auto found = m_hook.find(name.UniqueId());
+        if (found == m_hook.end() || found->second.formula.UniqueId() < 0)
+            return false;
+        formula = found->second.formula;
+        return true;
+    }
+    bool SimpleLookupFormulaInChildren(PropId name, FormulaText& formula,
+                                       const QFormulaContext* excluded, int tries) override {
+        for (TestContext* child : m_children)
+            if (child->SimpleLookupFormulaInThisAndChildren(name, formula, excluded, tries))
+                return true;
+        return false;
+    }
+    bool SimpleLookupContextInThis(PropId name, QFormulaContext*& context,
+                                   QCacheState& state) const override {
+        if (!QFormulaContext::SimpleLookupContextInThis(name, context, state))
+            return false;
+        RaiseCacheState(state, m_stateWhenFound);
+        return true;
+    }
+    bool SimpleLookupContextInChildren(PropId name, QFormulaContext*& context, QCacheState& state,
+                                       const QFormulaContext* excluded, int tries) const override {
+        for (const TestContext* child : m_children)
+            if (child->SimpleLookupContextInThisAndChildren(name, context, state, excluded, tries))
+                return true;
+        return false;
+    }
+    // The hook takes the names it holds.
+    bool SimpleSetValueInThis(PropId name, const QAnyValue& value) override {
+        const auto found = m_hook.find(name.UniqueId());
+        if (found == m_hook.end())
+            return false;
+        found->second.value = value;
+        return true;
+    }
+    bool SimpleSetValueInChildren(PropId name, const QAnyValue& value,
+                                  QFormulaContext* excluded) override {
+        for (TestContext* child : m_children)
+            if (child->SimpleSetValueInThisAndChildren(name, value, excluded))
+                return true;
+        return false;
+    }
+    bool SimpleSetFormulaInThis(PropId name, FormulaText formula) override {
+        const auto found = m_hook.find(name.UniqueId());
+        if (found == m_hook.end())
+            return false;
+        found->second.formula = formula;
+        return true;
+    }
+
+    bool DoNamedUpdates(CString name) override {
+        m_namedUpdates.push_back(name.ToUtf8());
+        return true;
+    }
+    void NotifyChildrenFullRecalc() override {
+        ++m_fullRecalcs;
+        for (TestContext* child : m_children)
+            child->OnNotifyFullRecalcFromParent();
+    }
+    void PreDeleteThis() override {
+        if (m_destructingAtPreDelete)
+            *m_destructingAtPreDelete = IsDestructing();
+    }
+
+    std::uint32_t SeqForValueCache() const override { return m_seq; }
+    const void* AcceptorForValueCache() const override { return m_acceptor; }
+
+    CString m_type;
+    QFormulaContext* m_parent = nullptr;
+    std::vector<TestContext*> m_children;
+    std::map<int, Entry> m_props;
+    std::map<int, Entry> m_hook;
+    QCacheState m_stateWhenFound = QCS_Stable;
+    std::uint32_t m_seq = 0;
+    const void* m_acceptor = nullptr;
+    int m_propertyReads = 0;
+    int m_hookReads = 0;
+    int m_fullRecalcs = 0;
+    bool m_lastPassthrough = false;
+    std::vector<std::string> m_namedUpdates;
+    int* m_destroyed = nullptr;
+    bool* m_destructingAtPreDelete = nullptr;
+};
+
+// A root that counts changes as the top-level context does: once per change notice.
+class TestRoot : public TestContext {
+public:
+    explicit TestRoot(const char* type = "Doc") : TestContext(type) { ++m_sync; }
+
+    const QState* SyncStateIfRoot() const override { return &m_sync; }
+    void OnNotifyPreChangeFromChild() override { m_notices.push_back("pre"); }
+    void OnNotifyChangedFromChild() override {
+        m_notices.push_back("changed");
+        ++m_sync;
+    }
+    void OnNotifyChildMadeUpToDate() const override {
+        ++m_madeUpToDate;
+        SetState(m_sync);
+    }
+
+    QState m_sync;
+    std::vector<std::string> m_notices;
+    mutable int m_madeUpToDate = 0;
+};
+
+struct Report {
+    std::string heading;
+    std::string message;
+    bool operator==(const Report&) const = default;
+};
+
+void PrintTo(const Report& report, std::ostream* out) {
+    *out << report.heading << ": " << report.message;
+}
+
+class FormulaContextTest : public testing::Test {
+protected:
+    void SetUp() override {
+        QErrorLog& log = TheErrorLog();
+        if (!log.IsOpen())
+            log.SetFilename(
+                CString::FromUtf8((std::filesystem::temp_directory_path() /
+                                   ("keel-formulacontext-" + std::to_string(::getpid()) + ".txt"))
+                                      .string()));
+        log.DiscardPendingMessages();
+    }
+    void TearDown() override { TheErrorLog().DiscardPendingMessages(); }
+
+    static std::vector<Report> Reports() {
+        std::vector<Report> reports;
+        QErrorLog& log = TheErrorLog();
+        for (int i = 0; i < log.GetSize(); ++i)
+            reports.push_back({log.ErrorType(i)->Description().ToUtf8(), log.Message(i).ToUtf8()});
+        return reports;
+    }
+
+    // A simple look-up with the cache on and debug off.
+    static bool Lookup(QFormulaContext& context, const char* name, QAnyValue& value,
+                       QCacheState& state, bool debug = false, bool useCache = true) {
+        bool error = false;
+        return context.LookupValue(FullId(name), value, error, state, false, debug, useCache);
+    }
+    static QAnyValue ValueOf(QFormulaContext& context, const char* name) {
+        QAnyValue value;
+        QCacheState state = QCS_Stable;
+        EXPECT_TRUE(Lookup(context, name, value, state)) << name;
+        return value;
+    }
+};
+
+// --- The order of a simple look-up ------------------------------------------------------------
+
+using FormulaContextLookup = FormulaContextTest;
+
+// The tree: grand <- parent <- asker <- kid, and parent <- sibling. Each place that holds the
+// name answers with its own number; the nearest place must win.
+enum Place {
+    AskerProp = 1,
+    AskerHook = 2,
+    Kid = 4,
+    ParentProp = 8,
+    ParentHook = 16,
+    Sibling = 32,
+    Grand = 64,
+};
+
+struct OrderCase {
+    int places;
+    int winner;
+};
+
+TEST_F(FormulaContextLookup, NearestPlaceWins) {
+    const OrderCase cases[] = {
+        {AskerProp | AskerHook | Kid | ParentProp | ParentHook | Sibling | Grand, AskerProp},
+        {AskerHook | Kid | ParentProp | ParentHook | Sibling | Grand, AskerHook},
+        {Kid | ParentProp | ParentHook | Sibling | Grand, Kid},
+        {ParentProp | ParentHook | Sibling | Grand, ParentProp},
+        {ParentHook | Sibling | Grand, ParentHook},
+        {Sibling | Grand, Sibling},
+        {Grand, Grand},
+        {AskerHook | Grand, AskerHook},
+        {Kid | Sibling, Kid},
+    };
+    for (const OrderCase& c : cases) {
+        TestContext grand("Grand");
+        TestContext parent("Parent", &grand);
+        TestContext asker("Asker", &parent);
+        TestContext kid("Kid", &asker);
+        TestContext sibling("Sibling", &parent);
+        if (c.places & AskerProp)
+            asker.Prop("x", AskerProp);
+        if (c.places & AskerHook)
+            asker.Hook("x", AskerHook);
+        if (c.places & Kid)
+            kid.Hook("x", Kid);
+        if (c.places & ParentProp)
+            parent.Prop("x", ParentProp);
+        if (c.places & ParentHook)
+            parent.Hook("x", ParentHook);
+        if (c.places & Sibling)
+            sibling.Hook("x", Sibling);
+        if (c.places & Grand)
+            grand.Hook("x", Grand);
+
+        EXPECT_TRUE(ValueOf(asker, "x") == QAnyValue(c.winner)) << "places " << c.places;
+    }
+}
+
+TEST_F(FormulaContextLookup, TheChildThatAskedIsNotSearchedAgainByItsParent) {
+    TestContext grand("Grand");
+    TestContext parent("Parent", &grand);
+    TestContext asker("Asker", &parent);
+    TestContext sibling("Sibling", &parent);
+    grand.Hook("x", 7);
+
+    EXPECT_TRUE(ValueOf(asker, "x") == QAnyValue(7));
+    EXPECT_EQ(asker.m_hookReads, 1);
+    EXPECT_EQ(sibling.m_hookReads, 1);
+    EXPECT_EQ(parent.m_hookReads, 1);
+}
+
+TEST_F(FormulaContextLookup, AnUnknownNameIsFalseAndSilent) {
+    TestContext parent("Parent");
+    TestContext asker("Asker", &parent);
+    QAnyValue value(5);
+    QCacheState state = QCS_Stable;
+
+    EXPECT_FALSE(Lookup(asker, "nowhere", value, state));
+    EXPECT_TRUE(value == QAnyValue(5));
+    EXPECT_TRUE(Reports().empty());
+}
+
+TEST_F(FormulaContextLookup, APropertyThatFailsToGiveAValueEndsTheSearch) {
+    TestContext parent("Parent");
+    TestContext asker("Asker", &parent);
+    asker.PropFormula("x", "1 +");
+    asker.Hook("x", 2);
+    parent.Hook("x", 3);
+    QAnyValue value;
+    QCacheState state = QCS_Stable;
+
+    EXPECT_FALSE(Lookup(asker, "x", value, state));
+    EXPECT_EQ(asker.m_hookReads, 0);
+    EXPECT_EQ(parent.m_hookReads, 0);
+}
+
+TEST_F(FormulaContextLookup, ErrorAndStateComeFromWhereTheNameWasFound) {
+    TestContext parent("Parent");
+    TestContext asker("Asker", &parent);
+    parent.Hook("x", 1, QCS_ByAcceptor);
+    parent.m_hook[PropId("x").UniqueId()].error = true;
+    QAnyValue value;
+    bool error = false;
+    QCacheState state = QCS_BySeq;
+
+    EXPECT_TRUE(asker.LookupValue(FullId("x"), value, error, state, true, false, true));
+    EXPECT_TRUE(error);
+    EXPECT_EQ(state, QCS_ByAcceptor);
+    EXPECT_TRUE(parent.m_lastPassthrough);
+}
+
+TEST_F(FormulaContextLookup, StateIsNeverLowered) {
+    TestContext asker("Asker");
+    asker.Hook("x", 1, QCS_Stable);
+    QAnyValue value;
+    QCacheState state = QCS_NotCacheable;
+
+    EXPECT_TRUE(Lookup(asker, "x", value, state));
+    EXPECT_EQ(state, QCS_NotCacheable);
+}
+
+TEST_F(FormulaContextLookup, FormulasAreFoundInTheSameOrder) {
+    TestContext grand("Grand");
+    TestContext parent("Parent", &grand);
+    TestContext asker("Asker", &parent);
+    TestContext sibling("Sibling", &parent);
+    grand.HookFormula("f", "1 + 1");
+    sibling.HookFormula("f", "2 + 2");
+    FormulaText formula;
+
+    EXPECT_TRUE(asker.LookupFormula(FullId("f"), formula));
+    EXPECT_EQ(formula, FormulaText("2 + 2"));
+
+    parent.PropFormula("f", "3 + 3");
+    EXPECT_TRUE(asker.LookupFormula(FullId("f"), formula));
+    EXPECT_EQ(formula, FormulaText("3 + 3"));
+
+    asker.HookFormula("f", "4 + 4");
+    EXPECT_TRUE(asker.LookupFormula(FullId("f"), formula));
+    EXPECT_EQ(formula, FormulaText("4 + 4"));
+
+    EXPECT_FALSE(asker.LookupFormula(FullId("g"), formula));
+}
+
+TEST_F(FormulaContextLookup, FormulaPathsGoThroughTheHeadContext) {
+    TestContext doc("Doc");
+    TestContext wall("Wall", &doc);
+    TestContext floor("Floor", &doc);
+    wall.PropFormula("h", "2 * 3");
+    FormulaText formula;
+
+    EXPECT_TRUE(floor.LookupFormula(FullId("Wall.h"), formula));
+    EXPECT_EQ(formula, FormulaText("2 * 3"));
+    EXPECT_FALSE(floor.LookupFormula(FullId("Roof.h"), formula));
+}
+
+// --- Contexts and paths -----------------------------------------------------------------------
+
+TEST_F(FormulaContextLookup, AContextIsFoundByItsTypeNameNearestFirst) {
+    TestContext doc("Doc");
+    TestContext wall("Wall", &doc);
+    TestContext window("Window", &wall);
+    TestContext floor("Floor", &doc);
+    TestContext innerWall("Wall", &floor);
+    QFormulaContext* found = nullptr;
+    QCacheState state = QCS_Stable;
+
+    EXPECT_TRUE(window.LookupContext(FullId("wall"), found, state));
+    EXPECT_EQ(found, &wall);
+    EXPECT_TRUE(floor.LookupContext(FullId("Wall"), found, state));
+    EXPECT_EQ(found, &innerWall);
+    EXPECT_TRUE(window.LookupContext(FullId("Window"), found, state));
+    EXPECT_EQ(found, &window);
+    EXPECT_TRUE(floor.LookupContext(FullId("Wall.Window"), found, state));
+    EXPECT_EQ(found, &window) << "the head is the nearest wall that leads on to a window";
+}
+
+TEST_F(FormulaContextLookup, AContextPathWithAMissingPartFails) {
+    TestContext doc("Doc");
+    TestContext wall("Wall", &doc);
+    QFormulaContext* found = nullptr;
+    QCacheState state = QCS_Stable;
+
+    EXPECT_FALSE(wall.LookupContext(FullId("Roof"), found, state));
+    EXPECT_FALSE(wall.LookupContext(FullId("Doc.Roof"), found, state));
+    EXPECT_FALSE(wall.LookupContext(FullId("Roof.Wall"), found, state));
+    EXPECT_TRUE(Reports().empty());
+}
+
+TEST_F(FormulaContextLookup, ADottedNameIsLookedUpInTheContextItsHeadNames) {
+    TestContext doc("Doc");
+    TestContext wall("Wall", &doc);
+    TestContext floor("Floor", &doc);
+    wall.Hook("w", 3);
+    floor.Hook("w", 7);
+
+    EXPECT_TRUE(ValueOf(floor, "Wall.w") == QAnyValue(3));
+    EXPECT_TRUE(ValueOf(doc, "Floor.w") == QAnyValue(7));
+    EXPECT_TRUE(ValueOf(floor, "w") == QAnyValue(7));
+}
+
+TEST_F(FormulaContextLookup, ADottedNameWithAnUnknownHeadIsNotFound) {
+    TestContext doc("Doc");
+    doc.Hook("w", 3);
+    QAnyValue value;
+    QCacheState state = QCS_Stable;
+
+    EXPECT_FALSE(Lookup(doc, "Roof.w", value, state));
+    EXPECT_EQ(doc.m_hookReads, 0);
+}
+
+TEST_F(FormulaContextLookup, ALeadingDotMakesNoPath) {
+    TestContext doc("Doc");
+    doc.Hook(".x", 4);
+    QAnyValue value;
+    QCacheState state = QCS_Stable;
+
+    EXPECT_TRUE(Lookup(doc, ".x", value, state));
+    EXPECT_TRUE(value == QAnyValue(4));
+}
+
+TEST_F(FormulaContextLookup, TheStateOfTheHeadIsAddedToTheValueState) {
+    TestContext doc("Doc");
+    TestContext wall("Wall", &doc);
+    wall.m_stateWhenFound = QCS_BySeq;
+    wall.Hook("w", 3);
+    QAnyValue value;
+    QCacheState state = QCS_Stable;
+
+    EXPECT_TRUE(Lookup(doc, "Wall.w", value, state));
+    EXPECT_EQ(state, QCS_BySeq);
+    wall.ForgetEverythingIKnow();
+    EXPECT_TRUE(Lookup(doc, "Wall.w", value, state));
+    EXPECT_EQ(wall.m_hookReads, 2) << "a value that depends on its head is not remembered";
+}
+
+TEST_F(FormulaContextLookup, TheStateOfTheHeadIsAddedEvenWhenTheTailIsNotFound) {
+    TestContext doc("Doc");
+    TestContext wall("Wall", &doc);
+    wall.m_stateWhenFound = QCS_ByAcceptor;
+    QAnyValue value;
+    QCacheState state = QCS_Stable;
+
+    EXPECT_FALSE(Lookup(doc, "Wall.w", value, state));
+    EXPECT_EQ(state, QCS_ByAcceptor);
+}
+
+// --- The value caches -------------------------------------------------------------------------
+
+using FormulaContextCache = FormulaContextTest;
+
+TEST_F(FormulaContextCache, AStableValueIsServedFromTheCache) {
+    TestContext parent("Parent");
+    TestContext asker("Asker", &parent);
+    asker.Prop("a", 1);
+    parent.Hook("b", 2);
+
+    for (int round = 0; round < 3; ++round) {
+        EXPECT_TRUE(ValueOf(asker, "a") == QAnyValue(1));
+        EXPECT_TRUE(ValueOf(asker, "b") == QAnyValue(2));
+    }
+    EXPECT_EQ(asker.m_propertyReads, 1);
+    EXPECT_EQ(parent.m_hookReads, 1);
+}
+
+TEST_F(FormulaContextCache, ACacheHitLeavesStateAndErrorAlone) {
+    TestContext asker("Asker");
+    asker.Hook("a", 1);
+    EXPECT_TRUE(ValueOf(asker, "a") == QAnyValue(1));
+    QAnyValue value;
+    bool error = true;
+    QCacheState state = QCS_BySeq;
+
+    EXPECT_TRUE(asker.LookupValue(FullId("a"), value, error, state, false, false, true));
+    EXPECT_TRUE(error);
+    EXPECT_EQ(state, QCS_BySeq);
+}
+
+TEST_F(FormulaContextCache, AValueAboveStableIsLookedUpEveryTime) {
+    for (QCacheState kept : {QCS_BySeq, QCS_ByAcceptor, QCS_NotCacheable}) {
+        TestContext asker("Asker");
+        asker.Prop("a", 1, kept);
+        for (int round = 0; round < 3; ++round) {
+            QAnyValue value;
+            QCacheState state = QCS_Stable;
+            EXPECT_TRUE(Lookup(asker, "a", value, state));
+            EXPECT_EQ(state, kept);
+        }
+        EXPECT_EQ(asker.m_propertyReads, 3) << "state " << kept;
+    }
+}
+
+TEST_F(FormulaContextCache, WithoutUseCacheNothingIsReadOrWritten) {
+    TestContext asker("Asker");
+    asker.Hook("a", 1);
+    QAnyValue value;
+    QCacheState state = QCS_Stable;
+
+    EXPECT_TRUE(Lookup(asker, "a", value, state, false, false));
+    EXPECT_TRUE(Lookup(asker, "a", value, state, false, false));
+    EXPECT_EQ(asker.m_hookReads, 2);
+    EXPECT_TRUE(Lookup(asker, "a", value, state));
+    EXPECT_EQ(asker.m_hookReads, 3);
+}
+
+TEST_F(FormulaContextCache, DebugNeverReadsTheCacheButWritesIt) {
+    TestContext asker("Asker");
+    asker.Hook("a", 1);
+    QAnyValue value;
+    QCacheState state = QCS_Stable;
+
+    EXPECT_TRUE(Lookup(asker, "a", value, state));
+    EXPECT_TRUE(Lookup(asker, "a", value, state, true));
+    EXPECT_EQ(asker.m_hookReads, 2);
+
+    asker.ForgetEverythingIKnow();
+    EXPECT_TRUE(Lookup(asker, "a", value, state, true));
+    EXPECT_TRUE(Lookup(asker, "a", value, state));
+    EXPECT_EQ(asker.m_hookReads, 3);
+}
+
+TEST_F(FormulaContextCache, DebugShowsEachHitWhereItWasFound) {
+    TestContext doc("Doc");
+    TestContext wall("Wall", &doc);
+    wall.Hook("debugAlpha", 12);
+    doc.Hook("debugBeta", 34);
+    QAnyValue value;
+    QCacheState state = QCS_Stable;
+
+    EXPECT_TRUE(Lookup(wall, "debugAlpha", value, state, true));
+    EXPECT_TRUE(Lookup(wall, "debugBeta", value, state, true));
+
+    EXPECT_EQ(Reports(),
+              (std::vector<Report>{
+                  {"Formula Debug", "debugAlpha\nfound with value\n\t12\nin\n\tDoc Wall"},
+                  {"Formula Debug", "debugBeta\nfound with value\n\t34\nin\n\tDoc"},
+              }));
+}
+
+TEST_F(FormulaContextCache, AFullNameIsRememberedUnderItsWholeText) {
+    TestContext doc("Doc");
+    TestContext wall("Wall", &doc);
+    wall.Hook("w", 3);
+
+    EXPECT_TRUE(ValueOf(doc, "Wall.w") == QAnyValue(3));
+    wall.ForgetEverythingIKnow();
+    EXPECT_TRUE(ValueOf(doc, "Wall.w") == QAnyValue(3));
+    EXPECT_EQ(wall.m_hookReads, 1);
+
+    doc.ForgetEverythingIKnow();
+    EXPECT_TRUE(ValueOf(doc, "Wall.w") == QAnyValue(3));
+    EXPECT_EQ(wall.m_hookReads, 2);
+}
+
+TEST_F(FormulaContextCache, SharedAndDestructingContextsKeepNothing) {
+    TestContext shared("Shared");
+    shared.SetCanBeShared(true);
+    TestContext dying("Dying");
+    dying.Destructing();
+    for (TestContext* context : {&shared, &dying}) {
+        context->Hook("a", 1);
+        EXPECT_TRUE(ValueOf(*context, "a") == QAnyValue(1));
+        EXPECT_TRUE(ValueOf(*context, "a") == QAnyValue(1));
+        EXPECT_EQ(context->m_hookReads, 2);
+
+        context->RememberThisFormulaValueForNextTime(QAnyValue(5), FormulaText("f"), QCS_Stable);
+        context->RememberThisPropIdValueForNextTime(QAnyValue(5), PropId("p"));
+        context->RememberThisFullIdValueForNextTime(QAnyValue(5), FullId("q"));
+    }
+    shared.SetCanBeShared(false);
+    QAnyValue out;
+    QCacheState state = QCS_Stable;
+    EXPECT_FALSE(shared.HeresAFormulaValueIPreparedEarlier(out, state, FormulaText("f")));
+    EXPECT_FALSE(shared.HeresAPropIdValueIPreparedEarlier(out, PropId("p")));
+    EXPECT_FALSE(shared.HeresAFullIdValueIPreparedEarlier(out, FullId("q")));
+}
+
+TEST_F(FormulaContextCache, AStoredValueIsNotServedOnceTheContextIsShared) {
+    TestContext context("Box");
+    context.RememberThisFormulaValueForNextTime(QAnyValue(5), FormulaText("f"), QCS_Stable);
+    context.SetCanBeShared(true);
+    QAnyValue out;
+    QCacheState state = QCS_Stable;
+
+    EXPECT_FALSE(context.HeresAFormulaValueIPreparedEarlier(out, state, FormulaText("f")));
+}
+
+struct RememberCase {
+    QCacheState remembered;
+    std::uint32_t seq;
+    bool acceptor;
+    bool kept;
+    QCacheState stateOnHit;
+};
+
+TEST_F(FormulaContextCache, AFormulaValueIsKeptUnderTheKeyOfItsState) {
+    static int acceptor;
+    const RememberCase cases[] = {
+        {QCS_Stable, 0, false, true, QCS_Stable},
+        {QCS_Stable, 9, true, true, QCS_Stable},
+        {QCS_BySeq, 9, false, true, QCS_BySeq},
+        {QCS_BySeq, 9, true, true, QCS_BySeq},
+        {QCS_ByAcceptor, 9, true, true, QCS_ByAcceptor},
+        {QCS_ByAcceptor, 0, true, true, QCS_ByAcceptor},
+        {QCS_ByAcceptor, 9, false, false, QCS_Stable},
+        {QCS_NotCacheable, 9, true, false, QCS_Stable},
+    };
+    for (const RememberCase& c : cases) {
+        TestContext context("Box");
+        context.m_seq = c.seq;
+        context.m_acceptor = c.acceptor ? &acceptor : nullptr;
+        context.RememberThisFormulaValueForNextTime(QAnyValue(5), FormulaText("f"), c.remembered);
+        QAnyValue out;
+        QCacheState state = QCS_Stable;
+
+        EXPECT_EQ(context.HeresAFormulaValueIPreparedEarlier(out, state, FormulaText("f")), c.kept)
+            << "state " << c.remembered << " seq " << c.seq << " acceptor " << c.acceptor;
+        EXPECT_EQ(state, c.stateOnHit) << "state " << c.remembered;
+        EXPECT_TRUE(out == (c.kept ? QAnyValue(5) : QAnyValue()));
+    }
+}
+
+TEST_F(FormulaContextCache, TheMostSpecificFormulaKeyWins) {
+    static int acceptor;
+    TestContext context("Box");
+    context.m_seq = 3;
+    context.m_acceptor = &acceptor;
+    const FormulaText formula("a + b");
+    context.RememberThisFormulaValueForNextTime(QAnyValue(0), formula, QCS_Stable);
+    context.RememberThisFormulaValueForNextTime(QAnyValue(1), formula, QCS_BySeq);
+    context.RememberThisFormulaValueForNextTime(QAnyValue(2), formula, QCS_ByAcceptor);
+    QAnyValue out;
+    QCacheState state = QCS_Stable;
+
+    EXPECT_TRUE(context.HeresAFormulaValueIPreparedEarlier(out, state, formula));
+    EXPECT_TRUE(out == QAnyValue(2));
+    EXPECT_EQ(state, QCS_ByAcceptor);
+
+    context.m_acceptor = nullptr;
+    state = QCS_Stable;
+    EXPECT_TRUE(context.HeresAFormulaValueIPreparedEarlier(out, state, formula));
+    EXPECT_TRUE(out == QAnyValue(1));
+    EXPECT_EQ(state, QCS_BySeq);
+
+    context.m_seq = 4;
+    state = QCS_Stable;
+    EXPECT_TRUE(context.HeresAFormulaValueIPreparedEarlier(out, state, formula));
+    EXPECT_TRUE(out == QAnyValue(0));
+    EXPECT_EQ(state, QCS_Stable);
+}
+
+TEST_F(FormulaContextCache, ForgettingAFormulaLeavesTheAcceptorEntry) {
+    static int acceptor;
+    TestContext context("Box");
+    context.m_seq = 3;
+    context.m_acceptor = &acceptor;
+    const FormulaText formula("a + b");
+    context.RememberThisFormulaValueForNextTime(QAnyValue(0), formula, QCS_Stable);
+    context.RememberThisFormulaValueForNextTime(QAnyValue(1), formula, QCS_BySeq);
+    context.RememberThisFormulaValueForNextTime(QAnyValue(2), formula, QCS_ByAcceptor);
+
+    context.ForgetThisFormulaValueForNextTime(formula);
+    QAnyValue out;
+    QCacheState state = QCS_Stable;
+    EXPECT_TRUE(context.HeresAFormulaValueIPreparedEarlier(out, state, formula));
+    EXPECT_TRUE(out == QAnyValue(2));
+
+    context.m_acceptor = nullptr;
+    EXPECT_FALSE(context.HeresAFormulaValueIPreparedEarlier(out, state, formula));
+}
+
+TEST_F(FormulaContextCache, FormulasAndKeysAreKeptApart) {
+    TestContext context("Box");
+    for (std::uint32_t seq = 0; seq < 40; ++seq) {
+        context.m_seq = seq;
+        for (int n = 0; n < 5; ++n) {
+            const FormulaText formula(CString::Formatted(u"%d + 1", n));
+            context.RememberThisFormulaValueForNextTime(QAnyValue(static_cast<int>(seq) * 10 + n),
+                                                        formula, QCS_BySeq);
+        }
+    }
+    for (std::uint32_t seq = 1; seq < 40; ++seq) {
+        context.m_seq = seq;
+        for (int n = 0; n < 5; ++n) {
+            QAnyValue out;
+            QCacheState state = QCS_Stable;
+            const FormulaText formula(CString::Formatted(u"%d + 1", n));
+            ASSERT_TRUE(context.HeresAFormulaValueIPreparedEarlier(out, state, formula));
+            EXPECT_TRUE(out == QAnyValue(static_cast<int>(seq) * 10 + n)) << seq << " " << n;
+        }
+    }
+}
+
+TEST_F(FormulaContextCache, NamesAreKeptUnderTheSequenceNumber) {
+    TestContext context("Box");
+    context.m_seq = 5;
+    context.RememberThisPropIdValueForNextTime(QAnyValue(1), PropId("p"));
+    context.RememberThisFullIdValueForNextTime(QAnyValue(2), FullId("a.q"));
+    QAnyValue out;
+
+    EXPECT_TRUE(context.HeresAPropIdValueIPreparedEarlier(out, PropId("p")));
+    EXPECT_TRUE(out == QAnyValue(1));
+    EXPECT_TRUE(context.HeresAFullIdValueIPreparedEarlier(out, FullId("a.q")));
+    EXPECT_TRUE(out == QAnyValue(2));
+
+    context.m_seq = 6;
+    EXPECT_FALSE(context.HeresAPropIdValueIPreparedEarlier(out, PropId("p")));
+    EXPECT_FALSE(context.HeresAFullIdValueIPreparedEarlier(out, FullId("a.q")));
+
+    context.m_seq = 5;
+    context.ForgetThisPropIdValueForNextTime(PropId("p"));
+    context.ForgetThisFullIdValueForNextTime(FullId("a.q"));
+    EXPECT_FALSE(context.HeresAPropIdValueIPreparedEarlier(out, PropId("p")));
+    EXPECT_FALSE(context.HeresAFullIdValueIPreparedEarlier(out, FullId("a.q")));
+}
+
+TEST_F(FormulaContextCache, TheThreeCachesAreSeparate) {
+    TestContext context("Box");
+    context.RememberThisPropIdValueForNextTime(QAnyValue(1), PropId("n"));
+    QAnyValue out;
+    QCacheState state = QCS_Stable;
+
+    EXPECT_FALSE(context.HeresAFullIdValueIPreparedEarlier(out, FullId("n")));
+    EXPECT_FALSE(context.HeresAFormulaValueIPreparedEarlier(out, state, FormulaText("n")));
+}
+
+TEST_F(FormulaContextCache, ForgetEverythingEmptiesThisContextOrItsLine) {
+    TestContext grand("Grand");
+    TestContext parent("Parent", &grand);
+    TestContext asker("Asker", &parent);
+    TestContext sibling("Sibling", &parent);
+    std::vector<TestContext*> all = {&grand, &parent, &asker, &sibling};
+    auto fill = [&] {
+        for (TestContext* context : all) {
+            context->RememberThisFormulaValueForNextTime(QAnyValue(1), FormulaText("f"),
+                                                         QCS_Stable);
+            context->RememberThisPropIdValueForNextTime(QAnyValue(1), PropId("p"));
+            context->RememberThisFullIdValueForNextTime(QAnyValue(1), FullId("q"));
+        }
+    };
+    auto keeps = [](TestContext* context) {
+        QAnyValue out;
+        QCacheState state = QCS_Stable;
+        const bool formula =
+            context->HeresAFormulaValueIPreparedEarlier(out, state, FormulaText("f"));
+        const bool prop = context->HeresAPropIdValueIPreparedEarlier(out, PropId("p"));
+        const bool full = context->HeresAFullIdValueIPreparedEarlier(out, FullId("q"));
+        EXPECT_EQ(formula, prop);
+        EXPECT_EQ(prop, full);
+        return formula;
+    };
+
+    fill();
+    asker.ForgetEverythingIKnow();
+    EXPECT_FALSE(keeps(&asker));
+    EXPECT_TRUE(keeps(&parent));
+
+    fill();
+    asker.ForgetEverythingIKnowInThisAndParents();
+    EXPECT_FALSE(keeps(&asker));
+    EXPECT_FALSE(keeps(&parent));
+    EXPECT_FALSE(keeps(&grand));
+    EXPECT_TRUE(keeps(&sibling));
+}
+
+TEST_F(FormulaContextCache, BeingBehindTheRootEmptiesTheCaches) {
+    TestRoot root;
+    TestContext wall("Wall", &root);
+    wall.Hook("w", 3);
+    EXPECT_TRUE(ValueOf(wall, "w") == QAnyValue(3));
+    EXPECT_TRUE(ValueOf(wall, "w") == QAnyValue(3));
+    EXPECT_EQ(wall.m_hookReads, 1);
+
+    ++root.m_sync;
+    EXPECT_TRUE(ValueOf(wall, "w") == QAnyValue(3));
+    EXPECT_EQ(wall.m_hookReads, 2);
+}
+
+TEST_F(FormulaContextCache, AfterAFullRecalcEveryContextLooksUpAgain) {
+    TestRoot root;
+    TestContext wall("Wall", &root);
+    TestContext window("Window", &wall);
+    root.Hook("r", 1);
+    wall.Hook("w", 2);
+    window.Hook("v", 3);
+    for (int round = 0; round < 2; ++round) {
+        ValueOf(root, "r");
+        ValueOf(wall, "w");
+        ValueOf(window, "v");
+    }
+    EXPECT_EQ(root.m_hookReads + wall.m_hookReads + window.m_hookReads, 3);
+
+    root.FullRecalc();
+    ValueOf(root, "r");
+    ValueOf(wall, "w");
+    ValueOf(window, "v");
+    EXPECT_EQ(root.m_hookReads, 2);
+    EXPECT_EQ(wall.m_hookReads, 2);
+    EXPECT_EQ(window.m_hookReads, 2);
+}
+
+// --- The count of tries -----------------------------------------------------------------------
+
+using FormulaContextTries = FormulaContextTest;
+
+// A line of contexts L0 <- L1 <- ... each the parent of the one before, with no children scanned.
+class Chain {
+public:
+    explicit Chain(int length) {
+        for (int i = 0; i < length; ++i) {
+            m_names.push_back("L" + std::to_string(i));
+            m_links.push_back(std::make_unique<TestContext>(m_names.back().c_str()));
+            if (i > 0)
+                m_links[i - 1]->DoSetParentContextAlways(m_links[i].get());
+        }
+    }
+    TestContext& operator[](int i) { return *m_links[static_cast<std::size_t>(i)]; }
+    // What WhoAmI gives for link i: the links above it first.
+    std::string WhoAmI(int i) const {
+        std::string text;
+        for (int j = static_cast<int>(m_names.size()) - 1; j >= i; --j)
+            text += (text.empty() ? "" : " ") + m_names[static_cast<std::size_t>(j)];
+        return text;
+    }
+
+private:
+    std::vector<std::string> m_names;
+    std::vector<std::unique_ptr<TestContext>> m_links;
+};
+
+TEST_F(FormulaContextTries, AValueOnTheTopOfAChainOf300IsNotFoundAndTheWalkGivesUpOnce) {
+    Chain chain(300);
+    chain[299].Hook("chainTop", 1);
+    QAnyValue value;
+    QCacheState state = QCS_Stable;
+
+    EXPECT_FALSE(Lookup(chain[0], "chainTop", value, state));
+    EXPECT_EQ(Reports(),
+              (std::vector<Report>{{"Construction", "In " + chain.WhoAmI(128) +
+                                                        "\nCannot find value for\nchainTop"}}));
+}
+
+TEST_F(FormulaContextTries, EachLinkTakesTwoTriesSo127LinksUpIsTheFarthestReach) {
+    Chain chain(130);
+    chain[127].Hook("chainTop", 1);
+    chain[128].Hook("chainFar", 2);
+    QAnyValue value;
+    QCacheState state = QCS_Stable;
+
+    EXPECT_TRUE(Lookup(chain[0], "chainTop", value, state));
+    EXPECT_TRUE(Reports().empty());
+    EXPECT_FALSE(Lookup(chain[0], "chainFar", value, state));
+    EXPECT_EQ(Reports(),
+              (std::vector<Report>{{"Construction", "In " + chain.WhoAmI(128) +
+                                                        "\nCannot find value for\nchainFar"}}));
+}
+
+TEST_F(FormulaContextTries, FormulaLookUpsGiveUpWithTheirOwnMessage) {
+    Chain chain(130);
+    chain[127].HookFormula("f", "1");
+    chain[128].HookFormula("g", "2");
+    FormulaText formula;
+
+    EXPECT_TRUE(chain[0].LookupFormula(FullId("f"), formula));
+    EXPECT_TRUE(Reports().empty());
+    EXPECT_FALSE(chain[0].LookupFormula(FullId("g"), formula));
+    EXPECT_EQ(Reports(),
+              (std::vector<Report>{
+                  {"Construction", "In " + chain.WhoAmI(128) + "\nCannot find formula for\ng"}}));
+}
+
+TEST_F(FormulaContextTries, ContextLookUpsGiveUpWithTheirOwnMessage) {
+    Chain chain(130);
+    QFormulaContext* found = nullptr;
+    QCacheState state = QCS_Stable;
+
+    EXPECT_TRUE(chain[0].SimpleLookupContext(PropId("L127"), found, state, nullptr));
+    EXPECT_EQ(found, &chain[127]);
+    EXPECT_TRUE(Reports().empty());
+    EXPECT_FALSE(chain[0].SimpleLookupContext(PropId("L128"), found, state, nullptr));
+    EXPECT_EQ(Reports(),
+              (std::vector<Report>{{"Construction", "In " + chain.WhoAmI(128) +
+                                                        "\nCannot find context for\nL128"}}));
+}
+
+TEST_F(FormulaContextTries, EveryFormOfTheThreeFamiliesGivesUpAtZero) {
+    TestContext context("TriesBox");
+    context.Hook("triesName", 1);
+    context.HookFormula("triesName", "1");
+    QAnyValue value;
+    bool error = false;
+    QCacheState state = QCS_Stable;
+    FormulaText formula;
+    QFormulaContext* found = nullptr;
+
+    EXPECT_FALSE(context.SimpleLookupValueWithTries(PropId("triesName"), value, error, state,
+                                                    nullptr, false, false, true, 0));
+    EXPECT_FALSE(context.SimpleLookupValueInThisAndChildren(PropId("triesName"), value, error,
+                                                            state, nullptr, false, 0));
+    EXPECT_FALSE(context.SimpleLookupValueInParent(PropId("triesName"), value, error, state, false,
+                                                   false, true, -1));
+    EXPECT_FALSE(context.SimpleLookupFormulaWithTries(PropId("triesName"), formula, nullptr, 0));
+    EXPECT_FALSE(
+        context.SimpleLookupFormulaInThisAndChildren(PropId("triesName"), formula, nullptr, 0));
+    EXPECT_FALSE(context.SimpleLookupFormulaInParent(PropId("triesName"), formula, 0));
+    EXPECT_FALSE(
+        context.SimpleLookupContextWithTries(PropId("TriesBox"), found, state, nullptr, 0));
+    EXPECT_FALSE(
+        context.SimpleLookupContextInThisAndChildren(PropId("TriesBox"), found, state, nullptr, 0));
+    EXPECT_FALSE(context.SimpleLookupContextInParent(PropId("TriesBox"), found, state, 0));
+    EXPECT_FALSE(context.LookupContextWithTries(FullId("TriesBox"), found, state, 0));
+    EXPECT_EQ(context.m_hookReads, 0);
+
+    // The log keeps one of each message that is still pending.
+    EXPECT_EQ(Reports(), (std::vector<Report>{
+                             {"Construction", "In TriesBox\nCannot find value for\ntriesName"},
+                             {"Construction", "In TriesBox\nCannot find formula for\ntriesName"},
+                             {"Construction", "In TriesBox\nCannot find context for\nTriesBox"},
+                         }));
+}
+
+TEST_F(FormulaContextTries, ACachedValueIsServedEvenWithoutTries) {
+    TestContext context("TriesBox");
+    context.RememberThisPropIdValueForNextTime(QAnyValue(9), PropId("triesName"));
+    QAnyValue value;
+    bool error = false;
+    QCacheState state = QCS_Stable;
+
+    EXPECT_TRUE(context.SimpleLookupValueWithTries(PropId("triesName"), value, error, state,
+                                                   nullptr, false, false, true, 0));
+    EXPECT_TRUE(value == QAnyValue(9));
+    EXPECT_TRUE(Reports().empty());
+}
+
+// --- Setting ----------------------------------------------------------------------------------
+
+using FormulaContextSet = FormulaContextTest;
+
+TEST_F(FormulaContextSet, AnUnknownNameBecomesAPropertyOfTheContextAsked) {
+    TestContext parent("Parent");
+    TestContext asker("Asker", &parent);
+    parent.Prop("w", 1);
+    EXPECT_TRUE(ValueOf(asker, "w") == QAnyValue(1));
+
+    EXPECT_TRUE(asker.SetValue(FullId("w"), QAnyValue(2)));
+    ASSERT_TRUE(asker.HasOwnProp("w"));
+    EXPECT_TRUE(asker.OwnProp("w").value == QAnyValue(2));
+    EXPECT_TRUE(parent.OwnProp("w").value == QAnyValue(1));
+    EXPECT_TRUE(ValueOf(asker, "w") == QAnyValue(2));
+}
+
+TEST_F(FormulaContextSet, AHookOrAChildThatHoldsTheNameTakesTheValue) {
+    TestContext asker("Asker");
+    TestContext kid("Kid", &asker);
+    asker.Hook("h", 1);
+    kid.Hook("k", 1);
+
+    EXPECT_TRUE(asker.SetValue(FullId("h"), QAnyValue(2)));
+    EXPECT_TRUE(asker.SetValue(FullId("k"), QAnyValue(3)));
+    EXPECT_TRUE(asker.OwnHook("h").value == QAnyValue(2));
+    EXPECT_TRUE(kid.OwnHook("k").value == QAnyValue(3));
+    EXPECT_TRUE(asker.m_props.empty());
+    EXPECT_TRUE(kid.m_props.empty());
+}
+
+TEST_F(FormulaContextSet, APropertyHereComesBeforeTheHook) {
+    TestContext asker("Asker");
+    asker.Prop("h", 1);
+    asker.Hook("h", 1);
+
+    EXPECT_TRUE(asker.SetValue(FullId("h"), QAnyValue(2)));
+    EXPECT_TRUE(asker.OwnProp("h").value == QAnyValue(2));
+    EXPECT_TRUE(asker.OwnHook("h").value == QAnyValue(1));
+}
+
+TEST_F(FormulaContextSet, TheExcludedContextIsNotOfferedTheValue) {
+    TestContext asker("Asker");
+    asker.Hook("h", 1);
+
+    EXPECT_TRUE(asker.SimpleSetValue(PropId("h"), QAnyValue(2), &asker));
+    EXPECT_TRUE(asker.OwnHook("h").value == QAnyValue(1));
+    EXPECT_TRUE(asker.OwnProp("h").value == QAnyValue(2));
+}
+
+TEST_F(FormulaContextSet, APathSetsOnTheContextItsHeadNames) {
+    TestContext doc("Doc");
+    TestContext wall("Wall", &doc);
+    TestContext floor("Floor", &doc);
+
+    EXPECT_TRUE(floor.SetValue(FullId("Wall.w"), QAnyValue(4)));
+    ASSERT_TRUE(wall.HasOwnProp("w"));
+    EXPECT_TRUE(wall.OwnProp("w").value == QAnyValue(4));
+    EXPECT_FALSE(floor.HasOwnProp("w"));
+}
+
+TEST_F(FormulaContextSet, APathWithAnUnknownHeadCreatesNothing) {
+    TestContext doc("Doc");
+    TestContext wall("Wall", &doc);
+
+    EXPECT_FALSE(wall.SetValue(FullId("Roof.w"), QAnyValue(4)));
+    EXPECT_FALSE(wall.SetFormula(FullId("Roof.w"), FormulaText("1")));
+    EXPECT_TRUE(doc.m_props.empty());
+    EXPECT_TRUE(wall.m_props.empty());
+}
+
+TEST_F(FormulaContextSet, SettingEmptiesTheCachesOfTheContextsOnThePath) {
+    TestContext doc("Doc");
+    TestContext wall("Wall", &doc);
+    doc.Hook("d", 1);
+    wall.Hook("w", 2);
+    ValueOf(doc, "d");
+    ValueOf(wall, "w");
+
+    EXPECT_TRUE(doc.SetValue(FullId("Wall.other"), QAnyValue(3)));
+    ValueOf(doc, "d");
+    ValueOf(wall, "w");
+    EXPECT_EQ(doc.m_hookReads, 2);
+    EXPECT_EQ(wall.m_hookReads, 2);
+
+    EXPECT_TRUE(wall.SetFormula(FullId("f"), FormulaText("1")));
+    ValueOf(doc, "d");
+    ValueOf(wall, "w");
+    EXPECT_EQ(doc.m_hookReads, 2) << "a parent waits for the root's notice";
+    EXPECT_EQ(wall.m_hookReads, 3);
+}
+
+TEST_F(FormulaContextSet, NamedUpdatesFollowValuesButNotFormulas) {
+    TestContext asker("Asker");
+    asker.Hook("namedHook", 1);
+
+    EXPECT_TRUE(asker.SetValue(FullId("a"), QAnyValue(1)));
+    EXPECT_TRUE(asker.m_namedUpdates.empty());
+
+    asker.SetNamedUpdates(true);
+    EXPECT_TRUE(asker.SetValue(FullId("namedOne"), QAnyValue(1)));
+    EXPECT_TRUE(asker.SetValue(FullId("namedHook"), QAnyValue(1)));
+    EXPECT_TRUE(asker.SetFormula(FullId("c"), FormulaText("1")));
+    EXPECT_EQ(asker.m_namedUpdates, (std::vector<std::string>{"namedOne", "namedHook"}));
+}
+
+TEST_F(FormulaContextSet, AFormulaIsSetLikeAValue) {
+    TestContext doc("Doc");
+    TestContext wall("Wall", &doc);
+    wall.HookFormula("h", "1");
+    doc.Prop("p", 1);
+
+    EXPECT_TRUE(wall.SetFormula(FullId("h"), FormulaText("2")));
+    EXPECT_EQ(wall.OwnHook("h").formula, FormulaText("2"));
+    EXPECT_TRUE(wall.SetFormula(FullId("p"), FormulaText("3")));
+    EXPECT_EQ(wall.OwnProp("p").formula, FormulaText("3"));
+    EXPECT_EQ(doc.OwnProp("p").formula.UniqueId(), -1);
+    EXPECT_TRUE(doc.SetFormula(FullId("Wall.q"), FormulaText("4")));
+    EXPECT_EQ(wall.OwnProp("q").formula, FormulaText("4"));
+}
+
+TEST_F(FormulaContextSet, WithoutPropertiesNothingIsStored) {
+    class Bare : public QFormulaContext {
+    public:
+        CString SimpleTypeName() const override { return u"Bare"; }
+        QProperties* Properties() const override { return nullptr; }
+    } bare;
+
+    EXPECT_TRUE(bare.SetValue(FullId("w"), QAnyValue(1)));
+    EXPECT_EQ(bare.PropertyCount(), 0);
+    EXPECT_EQ(bare.FindProperty(PropId("w")), -1);
+    EXPECT_FALSE(bare.HasProperty(PropId("w")));
+    QAnyValue value;
+    QCacheState state = QCS_Stable;
+    EXPECT_FALSE(Lookup(bare, "w", value, state));
+}
+
+// --- Identity ---------------------------------------------------------------------------------
+
+using FormulaContextIdentity = FormulaContextTest;
+
+struct WhoCase {
+    const char* root;
+    const char* middle;
+    const char* leaf;
+    const char* expected;
+};
+
+TEST_F(FormulaContextIdentity, WhoAmIPutsTheRootFirstAndSkipsEmptyParts) {
+    const WhoCase cases[] = {
+        {"Doc", "Wall", "Box", "Doc Wall Box"},
+        {"Doc", "", "Box", "Doc Box"},
+        {"", "Wall", "Box", "Wall Box"},
+        {"Doc", "Wall", "", "Doc Wall"},
+        {"", "", "Box", "Box"},
+        {"", "", "", ""},
+    };
+    for (const WhoCase& c : cases) {
+        TestContext root(c.root);
+        TestContext middle(c.middle, &root);
+        TestContext leaf(c.leaf, &middle);
+        EXPECT_EQ(leaf.WhoAmI().ToUtf8(), c.expected);
+    }
+}
+
+TEST_F(FormulaContextIdentity, AContextIsNamedByItsTypeName) {
+    TestContext box("Box");
+
+    EXPECT_EQ(box.Prefix(), PropId("Box"));
+    EXPECT_TRUE(box.IsNamed(PropId("BOX")));
+    EXPECT_FALSE(box.IsNamed(PropId("Bo")));
+    EXPECT_EQ(box.TypeName().ToUtf8(), "Box");
+    EXPECT_EQ(box.SimpleWhoAmI().ToUtf8(), "Box");
+    EXPECT_FALSE(box.IsAbleToHaveName());
+}
+
+TEST_F(FormulaContextIdentity, TheBaseHooksAnswerNothing) {
+    TestContext box("Box");
+
+    EXPECT_FALSE(box.IsWithinDocument());
+    EXPECT_FALSE(box.HasSeqForValueCache());
+    EXPECT_EQ(box.QFormulaContext::SeqForValueCache(), 0u);
+    EXPECT_EQ(box.QFormulaContext::AcceptorForValueCache(), nullptr);
+    EXPECT_FALSE(box.QFormulaContext::DoNamedUpdates(u"x"));
+    EXPECT_EQ(box.ConstructionAnswerCheck(u"x"), 0);
+    EXPECT_EQ(box.PropDefTabGroupSet(), nullptr);
+    EXPECT_EQ(box.PropDefTabGroup(), nullptr);
+    EXPECT_EQ(box.PropDefTab(), nullptr);
+    EXPECT_EQ(box.GetDoc(), nullptr);
+    EXPECT_EQ(box.GetDocOrActive(), nullptr);
+    EXPECT_EQ(box.PropertySheetSubject(), nullptr);
+    EXPECT_EQ(box.TopLevelContext(), nullptr);
+}
+
+// --- Sharing, destruction, copies -------------------------------------------------------------
+
+using FormulaContextLifecycle = FormulaContextTest;
+
+TEST_F(FormulaContextLifecycle, ACopyIsANewContext) {
+    TestContext original("Box");
+    original.RememberThisPropIdValueForNextTime(QAnyValue(1), PropId("p"));
+    original.SetNamedUpdates(true);
+    original.SetCanBeShared(true);
+
+    const TestContext copy(original);
+    QAnyValue out;
+    EXPECT_FALSE(copy.HeresAPropIdValueIPreparedEarlier(out, PropId("p")));
+    EXPECT_FALSE(copy.CanBeShared());
+    EXPECT_FALSE(copy.AreNamedUpdatesOn());
+}
+
+TEST_F(FormulaContextLifecycle, AssignmentCopiesNothing) {
+    TestContext target("Box");
+    target.RememberThisPropIdValueForNextTime(QAnyValue(1), PropId("p"));
+    TestContext source("Box");
+    source.SetCanBeShared(true);
+    source.SetNamedUpdates(true);
+
+    static_cast<QFormulaContext&>(target) = source;
+    QAnyValue out;
+    EXPECT_TRUE(target.HeresAPropIdValueIPreparedEarlier(out, PropId("p")));
+    EXPECT_FALSE(target.CanBeShared());
+    EXPECT_FALSE(target.AreNamedUpdatesOn());
+}
+
+TEST_F(FormulaContextLifecycle, SharingDetachesFromTheParent) {
+    TestContext parent("Parent");
+    TestContext child("Child", &parent);
+
+    child.SetCanBeShared(true);
+    EXPECT_TRUE(child.CanBeShared());
+    EXPECT_TRUE(child.CanBeSharedOrIsDestructing());
+    EXPECT_EQ(child.ParentContext(), nullptr);
+
+    child.DoSetParentContext(&parent);
+    EXPECT_EQ(child.ParentContext(), nullptr) << "a shared context gets no parent this way";
+    child.DoSetParentContextIfNotShared(&parent);
+    EXPECT_EQ(child.ParentContext(), nullptr);
+
+    child.SetCanBeShared(false);
+    child.DoSetParentContextIfNotShared(&parent);
+    EXPECT_EQ(child.ParentContext(), &parent);
+    child.DoSetParentContext(nullptr);
+    EXPECT_EQ(child.ParentContext(), nullptr);
+}
+
+TEST_F(FormulaContextLifecycle, ASharedContextGivenAParentKeepsItWhenSharedAgain) {
+    TestContext parent("Parent");
+    TestContext child("Child");
+    child.SetCanBeShared(true);
+    child.DoSetParentContextAlways(&parent);
+
+    child.SetCanBeShared(true);
+    EXPECT_EQ(child.ParentContext(), &parent);
+    EXPECT_TRUE(child.CanBeShared());
+
+    child.SetCanBeShared(false);
+    EXPECT_FALSE(child.CanBeShared());
+    EXPECT_EQ(child.ParentContext(), &parent);
+}
+
+TEST_F(FormulaContextLifecycle, UnsharingAnUnsharedContextKeepsItsParent) {
+    TestContext parent("Parent");
+    TestContext child("Child", &parent);
+
+    child.SetCanBeShared(false);
+    EXPECT_EQ(child.ParentContext(), &parent);
+    EXPECT_FALSE(child.CanBeShared());
+}
+
+TEST_F(FormulaContextLifecycle, DeleteThisMarksTheContextBeforeItGoes) {
+    int destroyed = 0;
+    bool destructingAtPreDelete = false;
+    auto* context = new TestContext("Box");
+    context->m_destroyed = &destroyed;
+    context->m_destructingAtPreDelete = &destructingAtPreDelete;
+
+    context->DeleteThis();
+    EXPECT_TRUE(destructingAtPreDelete);
+    EXPECT_EQ(destroyed, 1);
+}
+
+TEST_F(FormulaContextLifecycle, TheLastSmartPointerDeletesThroughDeleteThis) {
+    int destroyed = 0;
+    bool destructingAtPreDelete = false;
+    {
+        QSmartPtr<TestContext> held(new TestContext("Box"));
+        held->m_destroyed = &destroyed;
+        held->m_destructingAtPreDelete = &destructingAtPreDelete;
+    }
+    EXPECT_TRUE(destructingAtPreDelete);
+    EXPECT_EQ(destroyed, 1);
+}
+
+TEST_F(FormulaContextLifecycle, FullRecalcTellsTheRootAndReachesEveryChild) {
+    TestRoot root;
+    TestContext wall("Wall", &root);
+    TestContext window("Window", &wall);
+    TestContext floor("Floor", &root);
+    const QState before = root.m_sync;
+
+    root.FullRecalc();
+    EXPECT_EQ(root.m_notices, (std::vector<std::string>{"pre", "changed"}));
+    EXPECT_NE(root.m_sync, before);
+    EXPECT_EQ(root.m_fullRecalcs, 1);
+    EXPECT_EQ(wall.m_fullRecalcs, 1);
+    EXPECT_EQ(window.m_fullRecalcs, 1);
+    EXPECT_EQ(floor.m_fullRecalcs, 1);
+}
+
+TEST_F(FormulaContextLifecycle, FullRecalcStopsAtSharedAndDestructingContexts) {
+    TestRoot root;
+    TestContext wall("Wall", &root);
+    TestContext window("Window", &wall);
+    wall.Destructing();
+
+    root.FullRecalc();
+    EXPECT_EQ(wall.m_fullRecalcs, 0);
+    EXPECT_EQ(window.m_fullRecalcs, 0);
+
+    TestRoot shared;
+    shared.SetCanBeShared(true);
+    shared.FullRecalc();
+    EXPECT_TRUE(shared.m_notices.empty());
+    EXPECT_EQ(shared.m_fullRecalcs, 0);
+}
+
+TEST_F(FormulaContextLifecycle, InspectorAndSubscribersGoUpward) {
+    class Top : public TestContext {
+    public:
+        Top() : TestContext("Top") {}
+        void SetAsPropertyInspectorSubject() override { ++m_inspected; }
+        void RegisterChangedSubscriber(QFormulaContextChangedSubscriber* s) override {
+            m_subscribers.push_back(s);
+        }
+        void DeregisterChangedSubscriber(QFormulaContextChangedSubscriber* s) override {
+            std::erase(m_subscribers, s);
+        }
+        int m_inspected = 0;
+        std::vector<QFormulaContextChangedSubscriber*> m_subscribers;
+    } top;
+    TestContext wall("Wall", &top);
+    TestContext window("Window", &wall);
+    static int marker;
+    auto* subscriber = reinterpret_cast<QFormulaContextChangedSubscriber*>(&marker);
+
+    window.SetAsPropertyInspectorSubject();
+    window.RegisterChangedSubscriber(subscriber);
+    EXPECT_EQ(top.m_inspected, 1);
+    EXPECT_EQ(top.m_subscribers, (std::vector<QFormulaContextChangedSubscriber*>{subscriber}));
+    window.DeregisterChangedSubscriber(subscriber);
+    EXPECT_TRUE(top.m_subscribers.empty());
+}
+
+// --- Evaluation -------------------------------------------------------------------------------
+
+using FormulaContextEvaluate = FormulaContextTest;
+
+TEST_F(FormulaContextEvaluate, ASharedOrDestructingContextEvaluatesNothing) {
+    TestContext shared("Shared");
+    shared.SetCanBeShared(true);
+    TestContext dying("Dying");
+    dying.Destructing();
+    for (TestContext* context : {&shared, &dying}) {
+        QAnyValue out(17);
+        QCacheState state = QCS_BySeq;
+        EXPECT_TRUE(context->Evaluate(out, state, FormulaText("1 +"), false, true, false));
+        EXPECT_TRUE(out == QAnyValue(17));
+        EXPECT_EQ(state, QCS_BySeq);
+    }
+    EXPECT_TRUE(Reports().empty());
+}
+
+TEST_F(FormulaContextEvaluate, AFormulaIsEvaluatedInTheContext) {
+    TestContext parent("Parent");
+    TestContext box("Box", &parent);
+    parent.Hook("w", 4);
+    QAnyValue out;
+    QCacheState state = QCS_Stable;
+
+    EXPECT_TRUE(box.Evaluate(out, state, FormulaText("w * 2 + 1"), false, false, false));
+    EXPECT_TRUE(out == QAnyValue(9));
+    EXPECT_EQ(state, QCS_Stable);
+}
+
+TEST_F(FormulaContextEvaluate, TheStateRisesToTheEvaluatorsState) {
+    TestContext box("Box");
+    box.Hook("w", 4, QCS_BySeq);
+    QAnyValue out;
+    QCacheState state = QCS_Stable;
+
+    EXPECT_TRUE(box.Evaluate(out, state, FormulaText("w + 1"), false, false, false));
+    EXPECT_TRUE(out == QAnyValue(5));
+    EXPECT_EQ(state, QCS_BySeq);
+}
+
+TEST_F(FormulaContextEvaluate, AFailureIsReturned) {
+    TestContext box("Box");
+    QAnyValue out;
+    QCacheState state = QCS_Stable;
+
+    EXPECT_FALSE(box.Evaluate(out, state, FormulaText("1 +"), false, false, false));
+    EXPECT_TRUE(out.IsError());
+}
+
+// Records the arguments of each evaluator it makes.
+class RecordingFactory : public QEvaluatorFactory {
+public:
+    QEvaluator* NewQEvaluator(QAnyValue& result, FormulaText formula, QFormulaContext* context,
+                              bool passThrough, bool reportErrors, bool isAction) override {
+        m_formula = formula;
+        m_context = context;
+        m_flags = {passThrough, reportErrors, isAction};
+        ++m_made;
+        return new QEvaluator(result, formula, context, passThrough, reportErrors, isAction);
+    }
+    CString FolderForConstant(QConstantFolder) const override { return CString(); }
+
+    FormulaText m_formula;
+    QFormulaContext* m_context = nullptr;
+    std::vector<bool> m_flags;
+    int m_made = 0;
+};
+
+TEST_F(FormulaContextEvaluate, TheEvaluatorComesFromTheInstalledFactory) {
+    RecordingFactory factory;
+    QEvaluatorFactory* previous = SetEvaluatorFactory(&factory);
+    TestContext box("Box");
+    QAnyValue out;
+    QCacheState state = QCS_Stable;
+
+    EXPECT_TRUE(box.Evaluate(out, state, FormulaText("2 + 3"), true, false, true));
+    SetEvaluatorFactory(previous);
+    EXPECT_TRUE(out == QAnyValue(5));
+    EXPECT_EQ(factory.m_made, 1);
+    EXPECT_EQ(factory.m_formula, FormulaText("2 + 3"));
+    EXPECT_EQ(factory.m_context, &box);
+    EXPECT_EQ(factory.m_flags, (std::vector<bool>{true, false, true}));
+}
+
+TEST_F(FormulaContextEvaluate, EvaluateVarRunsAnIdentifierOrAFormula) {
+    RecordingFactory factory;
+    QEvaluatorFactory* previous = SetEvaluatorFactory(&factory);
+    TestContext box("Box");
+    box.Hook("w", 4);
+    box.Hook("flagOn", true);
+
+    EXPECT_EQ(box.EvaluateVarAsInt(u"w", false), 4);
+    EXPECT_EQ(factory.m_flags, (std::vector<bool>{false, false, false}));
+    EXPECT_EQ(box.EvaluateVarAsInt(u"w * 3", true), 12);
+    EXPECT_EQ(factory.m_flags, (std::vector<bool>{false, true, false}));
+    EXPECT_DOUBLE_EQ(box.EvaluateVarAsDouble(u"w * 0.5", false), 2.0);
+    EXPECT_TRUE(box.EvaluateVarAsBool(u"flagOn", false));
+    EXPECT_FALSE(box.EvaluateVarAsBool(u"w > 5", false));
+    SetEvaluatorFactory(previous);
+    EXPECT_EQ(factory.m_context, &box);
+}
+
+// --- The holders of a context -----------------------------------------------------------------
+
+using FormulaContextHolders = FormulaContextTest;
+
+// A holder that counts its updates.
+class CountingHolder : public QWithContextVirtual {
+public:
+    QFormulaContext* ParentContext() override { return m_parent; }
+    const QFormulaContext* ParentContext() const override { return m_parent; }
+    void DoSetParentContextAlways(QFormulaContext* parent) override { m_parent = parent; }
+    // Either moves the root, as an update that changes something does, or looks again, as a
+    // look-up made from inside the update does.
+    void OnEnsureUpToDate() const override {
+        ++m_updates;
+        if (m_moveRootOnce && m_root) {
+            m_moveRootOnce = false;
+            ++m_root->m_sync;
+            return;
+        }
+        EnsureUpToDate();
+    }
+
+    QFormulaContext* m_parent = nullptr;
+    TestRoot* m_root = nullptr;
+    mutable int m_updates = 0;
+    mutable bool m_moveRootOnce = false;
+};
+
+TEST_F(FormulaContextHolders, WithoutARootNothingIsBroughtUpToDate) {
+    CountingHolder holder;
+    TestContext box("Box");
+    holder.DoSetParentContext(&box);
+
+    holder.EnsureUpToDate();
+    EXPECT_EQ(holder.m_updates, 0);
+    EXPECT_EQ(holder.State().Number(), 0u);
+    EXPECT_EQ(holder.TopLevelSyncState().Number(), 0u);
+    EXPECT_TRUE(holder.IsUpToDate());
+}
+
+TEST_F(FormulaContextHolders, BehindTheRootTheHolderTakesItsNumberOnce) {
+    TestRoot root;
+    TestContext wall("Wall", &root);
+    CountingHolder holder;
+    holder.DoSetParentContext(&wall);
+    EXPECT_FALSE(holder.IsUpToDate());
+
+    holder.EnsureUpToDate();
+    EXPECT_EQ(holder.m_updates, 1) << "a look-up from inside the update does not recurse";
+    EXPECT_EQ(holder.State(), root.m_sync);
+    EXPECT_EQ(root.m_madeUpToDate, 1);
+    holder.EnsureUpToDate();
+    EXPECT_EQ(holder.m_updates, 1);
+
+    ++root.m_sync;
+    holder.EnsureUpToDate();
+    EXPECT_EQ(holder.m_updates, 2);
+    EXPECT_EQ(root.m_madeUpToDate, 2);
+}
+
+TEST_F(FormulaContextHolders, AnUpdateThatMovesTheRootIsFollowedOnce) {
+    TestRoot root;
+    CountingHolder holder;
+    holder.m_root = &root;
+    holder.m_moveRootOnce = true;
+    holder.DoSetParentContext(&root);
+
+    holder.EnsureUpToDate();
+    EXPECT_EQ(holder.m_updates, 1);
+    EXPECT_EQ(root.m_madeUpToDate, 2);
+    EXPECT_EQ(holder.State(), root.m_sync);
+}
+
+TEST_F(FormulaContextHolders, MakeUpToDateSkipsTheUpdate) {
+    TestRoot root;
+    CountingHolder holder;
+    holder.DoSetParentContext(&root);
+
+    holder.MakeUpToDate();
+    EXPECT_TRUE(holder.IsUpToDate());
+    EXPECT_EQ(holder.m_updates, 0);
+    EXPECT_EQ(root.m_madeUpToDate, 1);
+}
+
+TEST_F(FormulaContextHolders, TheContextUpdateEmptiesCachesAndClearsTheErrorBit) {
+    TestRoot root;
+    TestContext wall("Wall", &root);
+    wall.RememberThisPropIdValueForNextTime(QAnyValue(1), PropId("p"));
+    wall.SetErrorBit();
+
+    wall.EnsureUpToDate();
+    QAnyValue out;
+    EXPECT_FALSE(wall.HeresAPropIdValueIPreparedEarlier(out, PropId("p")));
+    EXPECT_FALSE(wall.IsErrorBit());
+}
+
+TEST_F(FormulaContextHolders, SettingAParentTellsTheRootOfTheChange) {
+    TestRoot root;
+    CountingHolder holder;
+    holder.SetErrorBit();
+
+    holder.SetParentContext(&root);
+    EXPECT_EQ(holder.ParentContext(), &root);
+    EXPECT_FALSE(holder.IsErrorBit());
+    EXPECT_EQ(root.m_notices, (std::vector<std::string>{"pre", "changed"}));
+
+    holder.SetErrorBit();
+    holder.SetParentContext(&root);
+    EXPECT_TRUE(holder.IsErrorBit()) << "the same parent changes nothing";
+    EXPECT_EQ(root.m_notices.size(), 2u);
+
+    holder.SetParentContext(nullptr);
+    EXPECT_TRUE(holder.IsParentContextEmpty());
+    EXPECT_FALSE(holder.IsErrorBit());
+    EXPECT_EQ(root.m_notices.size(), 2u);
+}
+
+TEST_F(FormulaContextHolders, ChangesReachTheNearestRoot) {
+    TestRoot root;
+    TestContext wall("Wall", &root);
+    CountingHolder holder;
+    holder.DoSetParentContext(&wall);
+
+    holder.PreChange();
+    holder.Changed();
+    holder.Refresh();
+    EXPECT_EQ(root.m_notices, (std::vector<std::string>{"pre", "changed"}));
+    EXPECT_EQ(holder.SyncRoot(), &root);
+    EXPECT_EQ(root.SyncRoot(), &root);
+}
+
+TEST_F(FormulaContextHolders, TheConcreteHolderKeepsItsParentInItself) {
+    TestRoot root;
+    TestContext wall("Wall", &root);
+    QWithContextConcrete holder;
+    EXPECT_TRUE(holder.IsParentContextEmpty());
+    EXPECT_EQ(holder.TopLevelSyncState().Number(), 0u);
+
+    holder.SetErrorBit();
+    holder.SetParentContext(&wall);
+    EXPECT_EQ(holder.ParentContext(), &wall);
+    EXPECT_FALSE(holder.IsErrorBit());
+    EXPECT_EQ(root.m_notices, (std::vector<std::string>{"pre", "changed"}));
+    EXPECT_FALSE(holder.IsUpToDate());
+
+    holder.EnsureUpToDate();
+    EXPECT_TRUE(holder.IsUpToDate());
+    EXPECT_EQ(holder.State(), root.m_sync);
+    EXPECT_EQ(root.m_madeUpToDate, 1);
+
+    holder.PreChange();
+    holder.Changed();
+    EXPECT_EQ(root.m_notices.size(), 4u);
+    EXPECT_FALSE(holder.IsUpToDate());
+    holder.MakeUpToDate();
+    EXPECT_TRUE(holder.IsUpToDate());
+}
+
+TEST_F(FormulaContextHolders, ACopyOfAConcreteHolderMayTakeAnotherParent) {
+    TestRoot root;
+    TestContext wall("Wall", &root);
+    TestContext floor("Floor", &root);
+    QWithContextConcrete original(&wall);
+    original.EnsureUpToDate();
+    original.SetErrorBit();
+
+    const QWithContextConcrete copy(original);
+    const QWithContextConcrete moved(original, &floor);
+    EXPECT_EQ(copy.ParentContext(), &wall);
+    EXPECT_EQ(moved.ParentContext(), &floor);
+    EXPECT_EQ(moved.State(), original.State());
+    EXPECT_FALSE(moved.IsErrorBit()) << "a copied state keeps only its number";
+}
+
+// --- QState and QDelayedBase ------------------------------------------------------------------
+
+// A state whose number is 2^bits - 1, built by doubling: from all ones, count up to the next
+// power and put the ones back.
+QState AllOnes(int bits) {
+    QState state;
+    ++state;
+    for (int i = 1; i < bits; ++i) {
+        const QState ones(state);
+        ++state;
+        state ^= ones;
+    }
+    return state;
+}
+
+TEST(StateCounter, CountsFromOne) {
+    QState state;
+    EXPECT_EQ(state.Number(), 0u);
+    ++state;
+    EXPECT_EQ(state.Number(), 1u);
+    ++state;
+    EXPECT_EQ(state.Number(), 2u);
+    EXPECT_EQ(state.ToString().ToUtf8(), "2");
+}
+
+TEST(StateCounter, WrapsWithin29BitsAndSkipsZero) {
+    QState state = AllOnes(29);
+    EXPECT_EQ(state.Number(), (1u << 29) - 1);
+    EXPECT_EQ(state.ToString().ToUtf8(), "536870911");
+
+    ++state;
+    EXPECT_EQ(state.Number(), 1u);
+    EXPECT_EQ(state.Word(), 1u) << "the carry never reaches the flags";
+}
+
+TEST(StateCounter, CountingLeavesTheFlagsAlone) {
+    QState state = AllOnes(29);
+    state.SetCacheState(QCS_ByAcceptor);
+    state.SetErrorBit(true);
+
+    ++state;
+    EXPECT_EQ(state.Number(), 1u);
+    EXPECT_EQ(state.CacheState(), QCS_ByAcceptor);
+    EXPECT_TRUE(state.IsErrorBit());
+}
+
+TEST(StateCounter, OnlyTheNumberIsCompared) {
+    QState a;
+    ++a;
+    QState b;
+    ++b;
+    b.SetErrorBit(true);
+    b.SetCacheState(QCS_NotCacheable);
+
+    EXPECT_TRUE(a == b);
+    ++b;
+    EXPECT_TRUE(a != b);
+}
+
+TEST(StateCounter, CopyingTakesTheNumberOnly) {
+    QState source = AllOnes(3);
+    source.SetErrorBit(true);
+    source.SetCacheState(QCS_BySeq);
+
+    const QState copy(source);
+    EXPECT_EQ(copy.Word(), 7u);
+
+    QState target;
+    target.SetCacheState(QCS_NotCacheable);
+    target = source;
+    EXPECT_EQ(target.Number(), 7u);
+    EXPECT_EQ(target.CacheState(), QCS_NotCacheable);
+    EXPECT_FALSE(target.IsErrorBit());
+}
+
+TEST(StateCounter, XorTouchesTheNumberOnly) {
+    QState a = AllOnes(4);
+    a.SetErrorBit(true);
+    QState b = AllOnes(2);
+    b.SetCacheState(QCS_ByAcceptor);
+
+    a ^= b;
+    EXPECT_EQ(a.Number(), 12u);
+    EXPECT_TRUE(a.IsErrorBit());
+    EXPECT_EQ(a.CacheState(), QCS_Stable);
+}
+
+TEST(StateCounter, ResetClearsTheWholeWord) {
+    QState state = AllOnes(5);
+    state.SetErrorBit(true);
+    state.SetCacheState(QCS_BySeq);
+
+    state.Reset();
+    EXPECT_EQ(state.Word(), 0u);
+}
+
+TEST(StateDelayedBase, FlagsAndNumberAreKeptApart) {
+    QDelayedBase a;
+    QDelayedBase b;
+    EXPECT_TRUE(a.IsSameStateAs(b));
+    EXPECT_FALSE(a.NeedsReevaluation());
+
+    a.SetCacheState(QCS_BySeq);
+    a.SetErrorBit();
+    EXPECT_TRUE(a.NeedsReevaluation());
+    EXPECT_TRUE(a.IsErrorBit());
+    EXPECT_EQ(a.CacheState(), QCS_BySeq);
+    EXPECT_TRUE(a.IsSameStateAs(b));
+
+    const QState seven = AllOnes(3);
+    a.SetState(seven);
+    EXPECT_TRUE(a.IsState(seven));
+    EXPECT_FALSE(a.IsSameStateAs(b));
+    EXPECT_TRUE(a.IsErrorBit()) << "setting the state keeps the flags";
+    EXPECT_EQ(a.CacheState(), QCS_BySeq);
+
+    a.SetErrorBit(false);
+    a.SetCacheState(QCS_Stable);
+    EXPECT_FALSE(a.IsErrorBit());
+    EXPECT_FALSE(a.NeedsReevaluation());
+    EXPECT_EQ(a.State().Number(), 7u);
+}
+
+} // namespace
+} // namespace keel

@@ -1,0 +1,749 @@
+#include "keel/formula/tokeniser.h"
+#include "keel/values/stringunique.h"
+
+#include <cstdio>
+#include <cstdlib>
+#include <gtest/gtest.h>
+#include <string>
+#include <vector>
+
+namespace keel {
+namespace {
+
+// The shortest text that reads back as the same double.
+std::string Shortest(double value) {
+    char buffer[40];
+    for (int precision = 1; precision <= 17; ++precision) {
+        std::snprintf(buffer, sizeof buffer, "%.*g", precision, value);
+        if (std::strtod(buffer, nullptr) == value)
+            break;
+    }
+    return buffer;
+}
+
+std::string Lowered(const CString& text) {
+    CString lowered(text);
+    return lowered.MakeLower().ToUtf8();
+}
+
+// One token as "kind:content": c: for a character, id: for a name (lower-cased, since the table
+// shows whichever spelling came first), and int:, num:, len: (raw mm), money: (cents), str: for
+// the values.
+std::string Describe(const QToken& token) {
+    if (token.IsChar())
+        return "c:" + CString(token.Char()).ToUtf8();
+    if (token.IsId())
+        return "id:" + Lowered(token.Id().ToString());
+    if (!token.IsValue())
+        return "empty";
+    QAnyValue value = token.Value();
+    switch (value.Type()) {
+    case QAnyValue::TYPE_INT:
+        return "int:" + std::to_string(value.MakeInt());
+    case QAnyValue::TYPE_DOUBLE:
+        return "num:" + Shortest(value.MakeDouble());
+    case QAnyValue::TYPE_LENGTH: {
+        char buffer[40];
+        std::snprintf(buffer, sizeof buffer, "%.10g", value.MakeLength().GetRaw());
+        return std::string("len:") + buffer;
+    }
+    case QAnyValue::TYPE_MONEY:
+        return "money:" + std::to_string(value.MakeMoney().GetRaw());
+    case QAnyValue::TYPE_STRING:
+        return "str:" + value.MakeCString().ToUtf8();
+    default:
+        return "type " + std::to_string(value.Type());
+    }
+}
+
+std::vector<std::string> DescribeAll(const QTokenStream& stream) {
+    std::vector<std::string> tokens;
+    for (short position = 0; !stream.PastEOF(position); ++position)
+        tokens.push_back(Describe(*stream.GetToken(position)));
+    return tokens;
+}
+
+struct TokenCase {
+    const char* formula;
+    std::vector<std::string> tokens;
+};
+
+void PrintTo(const TokenCase& tokenCase, std::ostream* out) {
+    *out << '"' << tokenCase.formula << '"';
+}
+
+class TokeniserTokens : public testing::TestWithParam<TokenCase> {};
+
+TEST_P(TokeniserTokens, CutsTheTextIntoTheseTokens) {
+    QTokenStream stream{FormulaText(GetParam().formula)};
+    ASSERT_TRUE(stream.Create(true)) << stream.ErrorText().ToUtf8();
+    EXPECT_EQ(DescribeAll(stream), GetParam().tokens);
+    EXPECT_EQ(stream.ErrorText().ToUtf8(), "");
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Operators, TokeniserTokens,
+    testing::Values(TokenCase{"1+2*3", {"int:1", "c:+", "int:2", "c:*", "int:3"}},
+                    TokenCase{"a>=b", {"id:a", "c:>", "c:=", "id:b"}},
+                    TokenCase{"a <> b", {"id:a", "c:<", "c:>", "id:b"}},
+                    TokenCase{"x&&y||!z",
+                              {"id:x", "c:&", "c:&", "id:y", "c:|", "c:|", "c:!", "id:z"}},
+                    TokenCase{"#N/A", {"c:#", "id:n", "c:/", "id:a"}},
+                    TokenCase{"%1", {"c:%", "int:1"}},
+                    TokenCase{"[1,,2]", {"c:[", "int:1", "c:,", "c:,", "int:2", "c:]"}},
+                    TokenCase{" \t1\r\n+\n2 ", {"int:1", "c:+", "int:2"}},
+                    TokenCase{"6 / 2", {"int:6", "c:/", "int:2"}},
+                    TokenCase{"a/b", {"id:a", "c:/", "id:b"}}, TokenCase{"/", {"c:/"}}));
+
+INSTANTIATE_TEST_SUITE_P(Comments, TokeniserTokens,
+                         testing::Values(TokenCase{"// nothing but a note", {}},
+                                         TokenCase{"/* nothing */", {}},
+                                         TokenCase{"/* one */ // two", {}},
+                                         TokenCase{"1 /* two */ + 3", {"int:1", "c:+", "int:3"}},
+                                         TokenCase{"1 // rest\n+ 2", {"int:1", "c:+", "int:2"}},
+                                         TokenCase{"1/**/2", {"int:1", "int:2"}},
+                                         TokenCase{"1 /* open", {"int:1", "c:/", "c:*", "id:open"}},
+                                         TokenCase{"/*/", {"c:/", "c:*", "c:/"}},
+                                         TokenCase{"1 /", {"int:1", "c:/"}}));
+
+INSTANTIATE_TEST_SUITE_P(
+    Strings, TokeniserTokens,
+    testing::Values(TokenCase{"\"abc\"", {"str:abc"}}, TokenCase{"'abc'", {"str:abc"}},
+                    TokenCase{"'it''s'", {"str:it's"}},
+                    TokenCase{"\"say \"\"hi\"\"\"", {"str:say \"hi\""}},
+                    TokenCase{"\"it's\"", {"str:it's"}}, TokenCase{"'a\"b'", {"str:a\"b"}},
+                    TokenCase{"\"\"", {"str:"}}, TokenCase{"''''", {"str:'"}},
+                    TokenCase{"'a''''b'", {"str:a''b"}}, TokenCase{"\"a\\tb\"", {"str:a\tb"}},
+                    TokenCase{"\"a\\\\b\"", {"str:a\\b"}},
+                    TokenCase{"\"a\\\" & 1", {"str:a\\", "c:&", "int:1"}},
+                    TokenCase{"\"a\"&'b'", {"str:a", "c:&", "str:b"}},
+                    TokenCase{"\"/* not a comment */\"", {"str:/* not a comment */"}}));
+
+INSTANTIATE_TEST_SUITE_P(
+    Money, TokeniserTokens,
+    testing::Values(TokenCase{"$5", {"money:500"}}, TokenCase{"$1,234.50", {"money:123450"}},
+                    TokenCase{"$1,234,567", {"money:123456700"}}, TokenCase{"$0.005", {"money:1"}},
+                    TokenCase{"$5.", {"money:500"}}, TokenCase{"$1,", {"money:100", "c:,"}},
+                    TokenCase{"$1,,2", {"money:100", "c:,", "c:,", "int:2"}},
+                    TokenCase{"$,5", {"c:$", "c:,", "int:5"}}, TokenCase{"$x", {"c:$", "id:x"}},
+                    TokenCase{"$ 5", {"c:$", "int:5"}}, TokenCase{"$.5", {"c:$", "num:0.5"}},
+                    TokenCase{"$", {"c:$"}}));
+
+INSTANTIATE_TEST_SUITE_P(
+    Numbers, TokeniserTokens,
+    testing::Values(TokenCase{"7", {"int:7"}}, TokenCase{"007", {"int:7"}},
+                    TokenCase{"2147483647", {"int:2147483647"}},
+                    TokenCase{"2147483648", {"num:2147483648"}},
+                    TokenCase{"12345678901", {"num:12345678901"}}, TokenCase{"1.5", {"num:1.5"}},
+                    TokenCase{"0.1", {"num:0.1"}}, TokenCase{"1.1", {"num:1.1"}},
+                    TokenCase{"3.14159", {"num:3.14159"}}, TokenCase{"5.", {"num:5"}},
+                    TokenCase{"5.0", {"num:5"}}, TokenCase{".5", {"num:0.5"}},
+                    TokenCase{".", {"c:."}}, TokenCase{"..5", {"c:.", "num:0.5"}},
+                    TokenCase{"1.2.3", {"num:1.2", "num:0.3"}}, TokenCase{"2x", {"int:2", "id:x"}},
+                    TokenCase{"2 x", {"int:2", "id:x"}}));
+
+INSTANTIATE_TEST_SUITE_P(
+    Fractions, TokeniserTokens,
+    testing::Values(TokenCase{"6/2", {"num:3"}}, TokenCase{"3/4", {"num:0.75"}},
+                    TokenCase{"1.5/2", {"num:0.75"}}, TokenCase{"3 1/2", {"num:3.5"}},
+                    TokenCase{"3   1/4", {"num:3.25"}}, TokenCase{"3 4/2", {"num:5"}},
+                    TokenCase{"3 1", {"int:3", "int:1"}}, TokenCase{"2.5 1/2", {"num:3"}},
+                    TokenCase{"3 1/2 1/4", {"num:3.5", "num:0.25"}},
+                    TokenCase{"3 1.5", {"int:3", "num:1.5"}}, TokenCase{"3 x", {"int:3", "id:x"}},
+                    TokenCase{"1/2 3/4", {"num:0.5", "num:0.75"}},
+                    TokenCase{"6/", {"int:6", "c:/"}}, TokenCase{"6/x", {"int:6", "c:/", "id:x"}},
+                    TokenCase{"6/.5", {"int:6", "c:/", "num:0.5"}},
+                    // A fraction needs only the '/' behind its numerator: with no digit behind
+                    // the '/', the numerator alone is added.
+                    TokenCase{"3 1/x", {"int:4", "c:/", "id:x"}}));
+
+INSTANTIATE_TEST_SUITE_P(DenominatorZero, TokeniserTokens,
+                         testing::Values(TokenCase{"1/0", {"c:1", "c:/", "int:0"}},
+                                         TokenCase{"1/0.0", {"c:1", "c:/", "num:0"}},
+                                         TokenCase{"12/0+1",
+                                                   {"c:1", "c:2", "c:/", "int:0", "c:+", "int:1"}},
+                                         TokenCase{"3 1/0", {"int:3", "c:1", "c:/", "int:0"}},
+                                         TokenCase{"1 / 0", {"int:1", "c:/", "int:0"}}));
+
+INSTANTIATE_TEST_SUITE_P(
+    FeetAndInches, TokeniserTokens,
+    testing::Values(TokenCase{"5'", {"len:1524"}}, TokenCase{"5\"", {"len:127"}},
+                    TokenCase{"5'6", {"len:1676.4"}}, TokenCase{"5'6\"", {"len:1676.4"}},
+                    TokenCase{"5'6 1/2", {"len:1689.1"}}, TokenCase{"5'6 1/2\"", {"len:1689.1"}},
+                    TokenCase{"5' 6\"", {"len:1524", "len:152.4"}},
+                    TokenCase{"5.5'", {"len:1676.4"}}, TokenCase{"2.5\"", {"len:63.5"}},
+                    TokenCase{"1/2\"", {"len:12.7"}}, TokenCase{"3 1/2\"", {"len:88.9"}},
+                    TokenCase{".5\"", {"len:12.7"}}, TokenCase{"5'abc", {"len:1524", "id:abc"}},
+                    TokenCase{"5'+1", {"len:1524", "c:+", "int:1"}}));
+
+INSTANTIATE_TEST_SUITE_P(
+    Names, TokeniserTokens,
+    testing::Values(TokenCase{"tokWidth", {"id:tokwidth"}}, TokenCase{"_x1", {"id:_x1"}},
+                    TokenCase{"x2y_z", {"id:x2y_z"}}, TokenCase{"a.b", {"id:a", "c:.", "id:b"}},
+                    TokenCase{"width of frame", {"id:width", "id:of", "id:frame"}},
+                    TokenCase{"a[2]", {"id:a", "c:[", "int:2", "c:]"}},
+                    TokenCase{"caf\xc3\xa9", {"id:caf\xc3\xa9"}},
+                    TokenCase{"a-b", {"id:a", "c:-", "id:b"}}, TokenCase{"@x", {"c:@", "id:x"}}));
+
+TEST(TokeniserTokenKinds, EachKindAnswersOnlyForItself) {
+    QTokenStream stream{FormulaText("+ tokKindName 'text'")};
+    ASSERT_TRUE(stream.Create(true));
+    const QToken& character = *stream.GetToken(0);
+    const QToken& name = *stream.GetToken(1);
+    const QToken& value = *stream.GetToken(2);
+
+    EXPECT_TRUE(character.IsChar() && !character.IsId() && !character.IsValue());
+    EXPECT_TRUE(name.IsId() && !name.IsChar() && !name.IsValue());
+    EXPECT_TRUE(value.IsValue() && !value.IsChar() && !value.IsId());
+    for (const QToken* token : {&character, &name, &value})
+        EXPECT_FALSE(token->Empty());
+
+    EXPECT_EQ(name.Char(), u'\0');
+    EXPECT_EQ(value.Char(), u'\0');
+    EXPECT_TRUE(character.Id().IsEmpty());
+    EXPECT_TRUE(value.Id().IsEmpty());
+    EXPECT_TRUE(character.Value().IsEmpty());
+    EXPECT_TRUE(name.Value().IsEmpty());
+    EXPECT_EQ(name.Id(), PropId("TOKKINDNAME"));
+}
+
+TEST(TokeniserTokenKinds, TheBaseTokenIsEmpty) {
+    const QToken token(4);
+    EXPECT_TRUE(token.Empty());
+    EXPECT_FALSE(token.IsChar() || token.IsId() || token.IsValue());
+    EXPECT_EQ(token.Cursor(), 4);
+}
+
+TEST(TokeniserTokenKinds, CursorIsTheOffsetOfTheFirstCharacter) {
+    QTokenStream stream{FormulaText("ab + 'x' /* c */ $1,000 5'6 .5")};
+    ASSERT_TRUE(stream.Create(true));
+    std::vector<int> cursors;
+    for (short position = 0; position < stream.Count(); ++position)
+        cursors.push_back(stream.GetToken(position)->Cursor());
+    EXPECT_EQ(cursors, (std::vector<int>{0, 3, 5, 17, 24, 28}));
+}
+
+TEST(TokeniserTokenKinds, CursorsCountFromTheTrimmedText) {
+    // The interned formula loses what lies at or below a space at both ends.
+    QTokenStream stream{FormulaText("\n\t  a+b")};
+    ASSERT_TRUE(stream.Create(true));
+    EXPECT_EQ(stream.GetToken(0)->Cursor(), 0);
+    EXPECT_EQ(stream.GetToken(2)->Cursor(), 2);
+}
+
+TEST(TokeniserNumbers, FeetAreTwelveInchesOfThisManyRawUnits) {
+    QTokenStream stream{FormulaText("5' 1\"")};
+    ASSERT_TRUE(stream.Create(true));
+    QAnyValue feet = stream.GetToken(0)->Value();
+    QAnyValue inch = stream.GetToken(1)->Value();
+    EXPECT_EQ(feet.MakeLength().GetRaw(), 60 * 25.400000000000002);
+    EXPECT_EQ(inch.MakeLength().GetRaw(), 25.400000000000002);
+}
+
+TEST(TokeniserNumbers, WholeNumbersAreIntegersAndFractionsNumbers) {
+    QTokenStream stream{FormulaText("4, 4.0, 8/2, 2147483647, 2147483648")};
+    ASSERT_TRUE(stream.Create(true));
+    const QAnyValue::TYPE expected[] = {QAnyValue::TYPE_INT, QAnyValue::TYPE_DOUBLE,
+                                        QAnyValue::TYPE_DOUBLE, QAnyValue::TYPE_INT,
+                                        QAnyValue::TYPE_DOUBLE};
+    ASSERT_EQ(stream.Count(), 9);
+    for (short i = 0; i < 5; ++i)
+        EXPECT_EQ(stream.GetToken(static_cast<short>(2 * i))->Value().Type(), expected[i]) << i;
+}
+
+TEST(TokeniserNumbers, DecimalsAreTheNearestDouble) {
+    for (const char* literal : {"0.1", "0.3", "1.1", "2.675", "123.456", "9.999999999999999",
+                                "0.000001", "1234567.891"}) {
+        QTokenStream stream{FormulaText(literal)};
+        ASSERT_TRUE(stream.Create(true));
+        QAnyValue value = stream.GetToken(0)->Value();
+        EXPECT_EQ(value.MakeDouble(), std::strtod(literal, nullptr)) << literal;
+    }
+}
+
+TEST(TokeniserNumbers, MoneyCentsAreRoundedFromTheDollars) {
+    QTokenStream stream{FormulaText("$19.99 $0.125 $1,000,000.01")};
+    ASSERT_TRUE(stream.Create(true));
+    ASSERT_EQ(stream.Count(), 3);
+    EXPECT_EQ(stream.GetToken(0)->Value().Type(), QAnyValue::TYPE_MONEY);
+    EXPECT_EQ(DescribeAll(stream),
+              (std::vector<std::string>{"money:1999", "money:13", "money:100000001"}));
+}
+
+// --- Escapes -------------------------------------------------------------------------------------
+
+struct EscapeCase {
+    const char16_t* text;
+    const char16_t* expected;
+};
+
+class TokeniserEscapes : public testing::TestWithParam<EscapeCase> {};
+
+TEST_P(TokeniserEscapes, UnquotesBackslashSequences) {
+    EXPECT_EQ(QTokenInput::UndoInsertEscapeSequences(GetParam().text).ToUtf8(),
+              CString(GetParam().expected).ToUtf8());
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Sequences, TokeniserEscapes,
+    testing::Values(EscapeCase{u"plain text", u"plain text"}, EscapeCase{u"a\\\\b", u"a\\b"},
+                    EscapeCase{u"\\n", u"\n"}, EscapeCase{u"\\r", u"\r"}, EscapeCase{u"\\t", u"\t"},
+                    EscapeCase{u"1\\n2\\t3", u"1\n2\t3"}, EscapeCase{u"\\q", u"\\q"},
+                    EscapeCase{u"\\N", u"\\N"}, EscapeCase{u"\\\"", u"\\\""},
+                    EscapeCase{u"end\\", u"end\\"}, EscapeCase{u"\\", u"\\"},
+                    // One pass: the escaped backslash does not start a further sequence.
+                    EscapeCase{u"\\\\n", u"\\n"}, EscapeCase{u"\\\\\\n", u"\\\n"},
+                    EscapeCase{u"", u""}));
+
+TEST(TokeniserEscapesFlag, WithoutEscapesTheBackslashesStay) {
+    QTokenStream stream{FormulaText("'a\\nb'")};
+    ASSERT_TRUE(stream.Create(false));
+    EXPECT_EQ(DescribeAll(stream), std::vector<std::string>{"str:a\\nb"});
+}
+
+TEST(TokeniserEscapesFlag, TheTokeniserAlwaysUnquotes) {
+    QTokeniser tokeniser{FormulaText("'tokEscape\\tline\\n'")};
+    CString error;
+    ASSERT_TRUE(tokeniser.Create(error));
+    QAnyValue value;
+    ASSERT_TRUE(tokeniser.ParseValue(value));
+    EXPECT_EQ(value.MakeCString().ToUtf8(), "tokEscape\tline\n");
+}
+
+// --- Failures ------------------------------------------------------------------------------------
+
+struct FailureCase {
+    const char16_t* formula;
+    const char16_t* message;
+};
+
+class TokeniserFailures : public testing::TestWithParam<FailureCase> {};
+
+TEST_P(TokeniserFailures, StopsWithThisMessage) {
+    QTokenStream stream{FormulaText(GetParam().formula)};
+    EXPECT_FALSE(stream.Create(true));
+    EXPECT_EQ(stream.ErrorText().ToUtf8(), CString(GetParam().message).ToUtf8());
+}
+
+INSTANTIATE_TEST_SUITE_P(Quotes, TokeniserFailures,
+                         testing::Values(FailureCase{u"'abc", u"Mismatched quotes"},
+                                         FailureCase{u"\"abc'", u"Mismatched quotes"},
+                                         FailureCase{u"'it''", u"Mismatched quotes"},
+                                         FailureCase{u"\"a\" & \"b", u"Mismatched quotes"},
+                                         FailureCase{u"\"tab\there\"", u"Mismatched quotes"},
+                                         FailureCase{u"\"two\nlines\"", u"Mismatched quotes"},
+                                         FailureCase{u"\"unit\x1f\"", u"Mismatched quotes"},
+                                         FailureCase{u"1 + '", u"Mismatched quotes"},
+                                         FailureCase{u"\"a\\\"b\"", u"Mismatched quotes"},
+                                         FailureCase{u"5'6 '", u"Mismatched quotes"}));
+
+TEST(TokeniserFailuresText, ASpaceIsTheLowestCharacterAStringMayHold) {
+    QTokenStream stream{FormulaText("\" \x7f\"")};
+    EXPECT_TRUE(stream.Create(true));
+    EXPECT_EQ(DescribeAll(stream), std::vector<std::string>{"str: \x7f"});
+}
+
+TEST(TokeniserFailuresText, TheErrorOfAFailedNumberIsEmptiedByTheNextToken) {
+    QTokenInput input(FormulaText("1/0"), true);
+    CString error;
+
+    QSmartPtr<QToken> first(input.GetNewToken(error));
+    ASSERT_TRUE(first);
+    EXPECT_TRUE(first->IsChar());
+    EXPECT_EQ(first->Char(), u'1');
+    EXPECT_EQ(error.ToUtf8(), "Denominator zero in fraction");
+
+    QSmartPtr<QToken> second(input.GetNewToken(error));
+    ASSERT_TRUE(second);
+    EXPECT_EQ(second->Char(), u'/');
+    EXPECT_EQ(error.ToUtf8(), "");
+}
+
+TEST(TokeniserFailuresText, TheLastTokenLeavesNoError) {
+    QTokenInput input(FormulaText("7"), true);
+    CString error(u"earlier");
+    QSmartPtr<QToken> seven(input.GetNewToken(error));
+    ASSERT_TRUE(seven);
+    EXPECT_EQ(error.ToUtf8(), "");
+    EXPECT_EQ(input.GetNewToken(error), nullptr);
+    EXPECT_EQ(error.ToUtf8(), "");
+}
+
+TEST(TokeniserFailuresText, ANumberThatIsNoFractionEndsBeforeTheSpace) {
+    QTokenInput input(FormulaText("3 1 x"), true);
+    CString error;
+    QSmartPtr<QToken> three(input.GetNewToken(error));
+    EXPECT_EQ(error.ToUtf8(), "");
+    EXPECT_EQ(input.Cursor(), 1);
+}
+
+std::u16string Repeated(std::u16string_view unit, int count) {
+    std::u16string text;
+    for (int i = 0; i < count; ++i)
+        text += unit;
+    return text;
+}
+
+TEST(TokeniserLength, AFormulaOfTheLongestLengthIsTokenised) {
+    // "1+1+...+1" of 32767 characters: as many tokens as the cursor can count.
+    const CString text(std::u16string_view(u"1" + Repeated(u"+1", 16383)));
+    ASSERT_EQ(text.GetLength(), 32767);
+    QTokenStream stream{FormulaText(text)};
+    ASSERT_TRUE(stream.Create(true));
+    EXPECT_EQ(stream.Count(), 32767);
+    EXPECT_EQ(stream.GetToken(32766)->Cursor(), 32766);
+    EXPECT_EQ(stream.ThisCharPlus(32766, 20).ToUtf8(), "1");
+    EXPECT_EQ(stream.FormulaStringBetween(32765, 32766, 20).ToUtf8(), "+1");
+}
+
+TEST(TokeniserLength, ALongerFormulaIsRefused) {
+    const CString text(std::u16string_view(u"1" + Repeated(u"+1", 16383) + u" "));
+    const CString longer(std::u16string_view(u"1" + Repeated(u"+1", 16383) + u"+"));
+    ASSERT_EQ(longer.GetLength(), 32768);
+
+    QTokenInput input(FormulaText(longer), true);
+    EXPECT_TRUE(input.TooLong());
+    QTokenStream stream{FormulaText(longer)};
+    EXPECT_FALSE(stream.Create(true));
+    EXPECT_EQ(stream.ErrorText().ToUtf8(),
+              "Formula too long to evaluate (more than 32767 characters)");
+    EXPECT_EQ(stream.Count(), 0);
+
+    // The trailing space is trimmed by the interned formula, so this one still fits.
+    QTokenStream trimmed{FormulaText(text)};
+    EXPECT_TRUE(trimmed.Create(true));
+}
+
+TEST(TokeniserLength, ALongerFormulaFailsThroughTheTokeniserAndIsNotCached) {
+    const CString longer(std::u16string_view(u"tokLong+" + Repeated(u"x", 40000)));
+    QTokeniser tokeniser{FormulaText(longer)};
+    CString error;
+    EXPECT_FALSE(tokeniser.Create(error));
+    EXPECT_EQ(error.ToUtf8(), "Formula too long to evaluate (more than 32767 characters)");
+    EXPECT_EQ(tokeniser.Stream(), nullptr);
+    const int index = tokeniser.Formula().UniqueId();
+    EXPECT_TRUE(index >= QTokeniser::c_tokenstreams.GetCount() ||
+                !QTokeniser::c_tokenstreams[index]);
+}
+
+// --- Fragments of the text -----------------------------------------------------------------------
+
+class TokeniserFragments : public testing::Test {
+protected:
+    void SetUp() override { ASSERT_TRUE(m_stream.Create(true)); }
+    // Tokens: 0 alpha, 1 +, 2 beta, 3 *, 4 gamma, 5 -, 6 delta, 7 /, 8 epsilon.
+    QTokenStream m_stream{FormulaText("alpha + beta * gamma - delta / epsilon")};
+};
+
+TEST_F(TokeniserFragments, BetweenRunsToTheTokenAfterTheLast) {
+    EXPECT_EQ(m_stream.FormulaStringBetween(0, 0, 20).ToUtf8(), "alpha ");
+    EXPECT_EQ(m_stream.FormulaStringBetween(2, 4, 20).ToUtf8(), "beta * gamma ");
+    EXPECT_EQ(m_stream.FormulaStringBetween(1, 1, 20).ToUtf8(), "+ ");
+}
+
+TEST_F(TokeniserFragments, BetweenRunsToTheEndAfterTheLastToken) {
+    EXPECT_EQ(m_stream.FormulaStringBetween(8, 8, 20).ToUtf8(), "epsilon");
+    EXPECT_EQ(m_stream.FormulaStringBetween(6, 8, 20).ToUtf8(), "delta / epsilon");
+    EXPECT_EQ(m_stream.FormulaStringBetween(6, 30, 20).ToUtf8(), "delta / epsilon");
+}
+
+TEST_F(TokeniserFragments, BetweenIsCutToTheLongestLength) {
+    EXPECT_EQ(m_stream.FormulaStringBetween(0, 8, 20).ToUtf8(), "alpha + beta * gamma");
+    EXPECT_EQ(m_stream.FormulaStringBetween(0, 4, 19).ToUtf8(), "alpha + beta * gamm");
+    EXPECT_EQ(m_stream.FormulaStringBetween(0, 8, 0).ToUtf8(), "");
+}
+
+TEST_F(TokeniserFragments, BetweenIsEmptyPastTheEndOrBackwards) {
+    EXPECT_EQ(m_stream.FormulaStringBetween(9, 9, 20).ToUtf8(), "");
+    EXPECT_EQ(m_stream.FormulaStringBetween(4, 2, 20).ToUtf8(), "");
+}
+
+TEST_F(TokeniserFragments, ThisCharPlusRunsFromTheTokenOnward) {
+    EXPECT_EQ(m_stream.ThisCharPlus(0, 20).ToUtf8(), "alpha + beta * gamma");
+    EXPECT_EQ(m_stream.ThisCharPlus(4, 20).ToUtf8(), "gamma - delta / epsi");
+    EXPECT_EQ(m_stream.ThisCharPlus(6, 20).ToUtf8(), "delta / epsilon");
+    EXPECT_EQ(m_stream.ThisCharPlus(8, 3).ToUtf8(), "eps");
+    EXPECT_EQ(m_stream.ThisCharPlus(9, 20).ToUtf8(), "");
+}
+
+TEST(TokeniserFragmentsText, CommentsAreKeptInTheText) {
+    QTokenStream stream{FormulaText("1 /* one */ + 2")};
+    ASSERT_TRUE(stream.Create(true));
+    EXPECT_EQ(stream.FormulaStringBetween(0, 0, 20).ToUtf8(), "1 /* one */ ");
+    EXPECT_EQ(stream.ThisCharPlus(1, 20).ToUtf8(), "+ 2");
+}
+
+TEST(TokeniserFragmentsText, TheTokeniserCutsAtTwentyByDefault) {
+    QTokeniser tokeniser{FormulaText("tokFragment + 123456789 + 987654321")};
+    CString error;
+    ASSERT_TRUE(tokeniser.Create(error));
+    EXPECT_EQ(tokeniser.ThisCharPlus().ToUtf8(), "tokFragment + 123456");
+    tokeniser.NextToken();
+    EXPECT_EQ(tokeniser.ThisCharPlus().ToUtf8(), "+ 123456789 + 987654");
+    EXPECT_EQ(tokeniser.FormulaStringBetween(0, 4).ToUtf8(), "tokFragment + 123456");
+    EXPECT_EQ(tokeniser.FormulaStringBetween(0, 1).ToUtf8(), "tokFragment + ");
+}
+
+TEST(TokeniserFragmentsText, ADivisionByZeroLiteralIsFoundWholeAtTheStart) {
+    QTokeniser tokeniser{FormulaText("1/0")};
+    CString error;
+    ASSERT_TRUE(tokeniser.Create(error));
+    EXPECT_EQ(error.ToUtf8(), "");
+    EXPECT_TRUE(tokeniser.TestChar(u'1'));
+    EXPECT_EQ(tokeniser.ThisCharPlus().ToUtf8(), "1/0");
+}
+
+// --- Matching
+// --------------------------------------------------------------------------------------
+
+class TokeniserMatching : public testing::Test {
+protected:
+    void SetUp() override {
+        CString error;
+        ASSERT_TRUE(m_tokeniser.Create(error)) << error.ToUtf8();
+    }
+    // Tokens: 0 tokA, 1 >, 2 =, 3 3, 4 and, 5 tokB, 6 'x'.
+    QTokeniser m_tokeniser{FormulaText("tokA >= 3 and tokB 'x'")};
+    const PropId m_a{"tokA"};
+    const PropId m_b{"tokB"};
+    const PropId m_and{"and"};
+};
+
+TEST_F(TokeniserMatching, TestLooksAndMatchMovesOn) {
+    EXPECT_TRUE(m_tokeniser.TestId(m_a));
+    EXPECT_EQ(m_tokeniser.SaveCursor(), 0);
+    EXPECT_FALSE(m_tokeniser.MatchId(m_b));
+    EXPECT_EQ(m_tokeniser.SaveCursor(), 0);
+    EXPECT_TRUE(m_tokeniser.MatchId(m_a));
+    EXPECT_EQ(m_tokeniser.SaveCursor(), 1);
+    EXPECT_TRUE(m_tokeniser.TestChar(u'>'));
+    EXPECT_FALSE(m_tokeniser.MatchChar(u'<'));
+    EXPECT_TRUE(m_tokeniser.MatchChar(u'>'));
+    EXPECT_EQ(m_tokeniser.SaveCursor(), 2);
+}
+
+TEST_F(TokeniserMatching, NamesMatchWhateverTheirCase) {
+    EXPECT_TRUE(m_tokeniser.TestId(PropId("TOKa")));
+    m_tokeniser.RestoreCursor(4);
+    EXPECT_TRUE(m_tokeniser.MatchId(PropId("AND")));
+}
+
+TEST_F(TokeniserMatching, KindsDoNotMatchEachOther) {
+    EXPECT_FALSE(m_tokeniser.TestChar(u't'));
+    char16_t character = 0;
+    EXPECT_FALSE(m_tokeniser.ParseChar(character));
+    QAnyValue value;
+    EXPECT_FALSE(m_tokeniser.ParseValue(value));
+    m_tokeniser.RestoreCursor(1);
+    PropId id;
+    EXPECT_FALSE(m_tokeniser.ParseId(id));
+    EXPECT_FALSE(m_tokeniser.TestId(PropId()));
+    EXPECT_EQ(m_tokeniser.SaveCursor(), 1);
+}
+
+TEST_F(TokeniserMatching, PairsAreTwoSuccessiveTokens) {
+    m_tokeniser.RestoreCursor(1);
+    EXPECT_TRUE(m_tokeniser.TestCharPair(u'>', u'='));
+    EXPECT_FALSE(m_tokeniser.TestCharPair(u'>', u'>'));
+    EXPECT_FALSE(m_tokeniser.MatchCharPair(u'=', u'>'));
+    EXPECT_EQ(m_tokeniser.SaveCursor(), 1);
+    EXPECT_TRUE(m_tokeniser.MatchCharPair(u'>', u'='));
+    EXPECT_EQ(m_tokeniser.SaveCursor(), 3);
+
+    m_tokeniser.RestoreCursor(4);
+    EXPECT_TRUE(m_tokeniser.TestIdPair(m_and, m_b));
+    EXPECT_FALSE(m_tokeniser.TestIdPair(m_b, m_and));
+    EXPECT_TRUE(m_tokeniser.MatchIdPair(m_and, PropId("TOKB")));
+    EXPECT_EQ(m_tokeniser.SaveCursor(), 6);
+}
+
+TEST_F(TokeniserMatching, APairNeedsItsSecondToken) {
+    m_tokeniser.RestoreCursor(5);
+    EXPECT_FALSE(m_tokeniser.TestIdPair(m_b, m_b));
+    m_tokeniser.RestoreCursor(6);
+    EXPECT_FALSE(m_tokeniser.MatchIdPair(m_b, m_b));
+    EXPECT_EQ(m_tokeniser.SaveCursor(), 6);
+}
+
+TEST_F(TokeniserMatching, ParseGivesTheContent) {
+    PropId id;
+    ASSERT_TRUE(m_tokeniser.ParseId(id));
+    EXPECT_EQ(id, m_a);
+    char16_t character = 0;
+    ASSERT_TRUE(m_tokeniser.ParseChar(character));
+    EXPECT_EQ(character, u'>');
+    ASSERT_TRUE(m_tokeniser.ParseChar(character));
+    EXPECT_EQ(character, u'=');
+    QAnyValue value;
+    ASSERT_TRUE(m_tokeniser.ParseValue(value));
+    EXPECT_EQ(value.MakeInt(), 3);
+    EXPECT_EQ(m_tokeniser.SaveCursor(), 4);
+}
+
+TEST_F(TokeniserMatching, MatchIdWithTokenUsesTheTokenGiven) {
+    m_tokeniser.RestoreCursor(4);
+    const QToken* token = m_tokeniser.ThisToken();
+    EXPECT_FALSE(m_tokeniser.MatchIdWithToken(m_b, token));
+    EXPECT_FALSE(m_tokeniser.MatchIdWithToken(m_and, nullptr));
+    EXPECT_EQ(m_tokeniser.SaveCursor(), 4);
+    EXPECT_TRUE(m_tokeniser.MatchIdWithToken(m_and, token));
+    EXPECT_EQ(m_tokeniser.SaveCursor(), 5);
+}
+
+TEST_F(TokeniserMatching, NothingMatchesAtTheEnd) {
+    m_tokeniser.RestoreCursor(6);
+    EXPECT_FALSE(m_tokeniser.PastEOF());
+    m_tokeniser.NextToken();
+    EXPECT_TRUE(m_tokeniser.PastEOF());
+    EXPECT_EQ(m_tokeniser.ThisToken(), nullptr);
+    EXPECT_FALSE(m_tokeniser.TestChar(u'x'));
+    EXPECT_FALSE(m_tokeniser.MatchId(m_b));
+    QAnyValue value;
+    EXPECT_FALSE(m_tokeniser.ParseValue(value));
+    EXPECT_EQ(m_tokeniser.SaveCursor(), 7);
+    EXPECT_FALSE(m_tokeniser.IsEmpty());
+}
+
+TEST_F(TokeniserMatching, SaveRestoreCursorPutsThePositionBack) {
+    {
+        QTokeniser::SaveRestoreCursor guard(m_tokeniser.Iterator());
+        m_tokeniser.NextToken();
+        m_tokeniser.NextToken();
+    }
+    EXPECT_EQ(m_tokeniser.SaveCursor(), 0);
+    {
+        QTokeniser::SaveRestoreCursor guard(m_tokeniser.Iterator());
+        m_tokeniser.NextToken();
+        guard.DoNoRestore();
+    }
+    EXPECT_EQ(m_tokeniser.SaveCursor(), 1);
+}
+
+TEST(TokeniserIterator, AnIteratorWithoutStreamIsEmptyAndAtTheEnd) {
+    QTokenStreamIterator iterator;
+    EXPECT_TRUE(iterator.IsEmpty());
+    EXPECT_TRUE(iterator.PastEOF());
+    EXPECT_EQ(iterator.ThisToken(), nullptr);
+    EXPECT_EQ(iterator.ThisCharPlus(20).ToUtf8(), "");
+    EXPECT_EQ(iterator.FormulaStringBetween(0, 0, 20).ToUtf8(), "");
+}
+
+TEST(TokeniserIterator, CreateStartsAtTheFirstToken) {
+    QSmartPtr<QTokenStream> stream(new QTokenStream(FormulaText("tokIter + 1")));
+    ASSERT_TRUE(stream->Create(true));
+    QTokenStreamIterator iterator;
+    iterator.Create(stream);
+    iterator.NextToken();
+    iterator.Create(stream);
+    EXPECT_EQ(iterator.SaveCursor(), 0);
+    EXPECT_EQ(iterator.Stream(), stream.Get());
+    EXPECT_TRUE(iterator.ThisToken()->IsId());
+    EXPECT_EQ(iterator.ThisCharPlus(20).ToUtf8(), "tokIter + 1");
+}
+
+// --- The token cache
+// -------------------------------------------------------------------------------
+
+QSmartPtr<QTokenStream> StreamOf(const char* formula) {
+    QTokeniser tokeniser{FormulaText(formula)};
+    CString error;
+    EXPECT_TRUE(tokeniser.Create(error)) << formula;
+    return tokeniser.Stream();
+}
+
+TEST(TokeniserCache, TextsThatDifferInCaseShareOneStream) {
+    const QSmartPtr<QTokenStream> first = StreamOf("tokCacheA+b");
+    const QSmartPtr<QTokenStream> second = StreamOf("TOKCACHEa+B");
+    ASSERT_TRUE(first);
+    EXPECT_EQ(first.Get(), second.Get());
+    EXPECT_EQ(QTokeniser::c_tokenstreams[FormulaText("tokcachea+b").UniqueId()].Get(), first.Get());
+}
+
+TEST(TokeniserCache, CreateStartsAtTheBeginningAndEmptiesTheError) {
+    QTokeniser tokeniser{FormulaText("tokCacheStart * 2")};
+    CString error(u"left over");
+    ASSERT_TRUE(tokeniser.Create(error));
+    EXPECT_EQ(error.ToUtf8(), "");
+    EXPECT_EQ(tokeniser.SaveCursor(), 0);
+    EXPECT_FALSE(tokeniser.IsEmpty());
+    EXPECT_EQ(tokeniser.Stream()->Count(), 3);
+}
+
+TEST(TokeniserCache, ForceRetokeniseDropsTheStream) {
+    const FormulaText formula("tokCacheForce + 1");
+    const QSmartPtr<QTokenStream> before = StreamOf("tokCacheForce + 1");
+    QTokeniser::ForceRetokenise(formula.UniqueId());
+    EXPECT_FALSE(QTokeniser::c_tokenstreams[formula.UniqueId()]);
+    EXPECT_EQ(before->Count(), 3) << "whoever holds the stream keeps it";
+    const QSmartPtr<QTokenStream> after = StreamOf("tokCacheForce + 1");
+    EXPECT_NE(before.Get(), after.Get());
+    EXPECT_EQ(after->Count(), 3);
+    EXPECT_EQ(QTokeniser::c_tokenstreams[formula.UniqueId()].Get(), after.Get());
+}
+
+TEST(TokeniserCache, ForceRetokeniseOfAnUncachedIndexDoesNothing) {
+    const int count = QTokeniser::c_tokenstreams.GetCount();
+    QTokeniser::ForceRetokenise(-1);
+    QTokeniser::ForceRetokenise(count + 1000);
+    EXPECT_EQ(QTokeniser::c_tokenstreams.GetCount(), count);
+}
+
+TEST(TokeniserCache, RespellingTokenisesTheNewSpellingAgain) {
+    const QSmartPtr<QTokenStream> before = StreamOf("'tokRespell' & 1");
+    ASSERT_EQ(DescribeAll(*before)[0], "str:tokRespell");
+
+    const FormulaText respelt("'TOKRESPELL' & 1", false, true);
+    EXPECT_EQ(respelt, FormulaText("'tokRespell' & 1"));
+
+    const QSmartPtr<QTokenStream> after = StreamOf("'tokRespell' & 1");
+    EXPECT_NE(before.Get(), after.Get());
+    EXPECT_EQ(DescribeAll(*after)[0], "str:TOKRESPELL");
+    EXPECT_EQ(after->ThisCharPlus(0, 20).ToUtf8(), "'TOKRESPELL' & 1");
+}
+
+TEST(TokeniserCache, AFailedTextIsNotCachedAndFailsAgain) {
+    QTokeniser first{FormulaText("'tokCacheUnclosed")};
+    CString error;
+    EXPECT_FALSE(first.Create(error));
+    EXPECT_EQ(error.ToUtf8(), "Mismatched quotes");
+    const int index = first.Formula().UniqueId();
+    EXPECT_TRUE(index >= QTokeniser::c_tokenstreams.GetCount() ||
+                !QTokeniser::c_tokenstreams[index]);
+
+    QTokeniser second{FormulaText("'tokCacheUnclosed")};
+    error.Empty();
+    EXPECT_FALSE(second.Create(error));
+    EXPECT_EQ(error.ToUtf8(), "Mismatched quotes");
+}
+
+TEST(TokeniserCache, AnEmptyFormulaGetsAFreshStreamEachTime) {
+    QTokeniser first{FormulaText("  ")};
+    QTokeniser second{FormulaText()};
+    CString error;
+    ASSERT_TRUE(first.Create(error));
+    ASSERT_TRUE(second.Create(error));
+    EXPECT_EQ(first.Formula().UniqueId(), -1);
+    ASSERT_TRUE(first.Stream());
+    EXPECT_NE(first.Stream(), second.Stream());
+    EXPECT_TRUE(first.IsEmpty());
+    EXPECT_TRUE(first.PastEOF());
+}
+
+TEST(TokeniserCache, CommentsAloneGiveAnEmptyStream) {
+    QTokeniser tokeniser{FormulaText("// tokCacheNote")};
+    CString error;
+    ASSERT_TRUE(tokeniser.Create(error));
+    EXPECT_TRUE(tokeniser.IsEmpty());
+    EXPECT_EQ(tokeniser.Stream()->Count(), 0);
+}
+
+TEST(TokeniserCache, ForgetAllTokenStreamsEmptiesTheCache) {
+    const QSmartPtr<QTokenStream> before = StreamOf("tokCacheForget");
+    QTokeniser::ForgetAllTokenStreams();
+    EXPECT_EQ(QTokeniser::c_tokenstreams.GetCount(), 0);
+    const QSmartPtr<QTokenStream> after = StreamOf("tokCacheForget");
+    EXPECT_NE(before.Get(), after.Get());
+}
+
+} // namespace
+} // namespace keel
