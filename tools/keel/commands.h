@@ -1,8 +1,11 @@
 #pragma once
 
+#include "keel/values/anyvalue.h"
+
 #include <span>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace keel::tool {
 
@@ -10,7 +13,9 @@ namespace keel::tool {
 // 0 done, 1 failed, 2 bad usage.
 int RunComplete(std::span<const std::string_view> args);
 int RunDemo(std::span<const std::string_view> args);
+int RunEval(std::span<const std::string_view> args);
 int RunOptions(std::span<const std::string_view> args);
+int RunRepl(std::span<const std::string_view> args);
 int RunTranslate(std::span<const std::string_view> args);
 
 int UsageError(std::string_view message);
@@ -18,5 +23,29 @@ int UsageError(std::string_view message);
 // Interns every non-blank line of a UTF-8 file as a name offered for completion; gives the
 // number of lines taken, or -1 (with a message on stderr) when the file cannot be read.
 int InternWordsFile(std::string_view path);
+
+// What `keel eval` and `keel repl` share.
+struct EvalOptions {
+    bool json = false;
+    bool action = false;
+    // Kept for the lookup tables, which formulas cannot open yet.
+    std::string tableDir;
+};
+
+// Loads the stored options (the default units among them) and lets the values run formulas
+// through the evaluator; comes before ParseEvalOptions, whose unit options override.
+void PrepareEvaluation();
+// Reads the options of `keel eval`, applying the unit options as they come; the other arguments
+// are the formulas. Returns 0, or the exit status of bad usage after saying what is wrong.
+int ParseEvalOptions(std::span<const std::string_view> args, EvalOptions& options,
+                     std::vector<std::string_view>& formulas);
+// Evaluates a formula with no context into `result`. The failure's message is composed, as
+// with reports on, but neither shown nor logged: it comes back in `message`. True when the
+// formula evaluated.
+bool EvaluateQuietly(std::string_view formula, bool action, QAnyValue& result, CString& message);
+// Evaluates one formula with no context and prints its line: the type name, a tab and the
+// display text, or with `json` one JSON object. A failure's message also goes to stderr in the
+// plain form. True when the formula evaluated.
+bool EvaluateAndPrint(std::string_view formula, const EvalOptions& options);
 
 } // namespace keel::tool

@@ -1,5 +1,6 @@
 #include "tools/keel/commands.h"
 
+#include "keel/formula/evaluator.h"
 #include "keel/values/anyvalue.h"
 #include "keel/values/stringunique.h"
 
@@ -49,6 +50,7 @@ std::string Shown(QAnyValue value) {
     const CString type = value.TypeName();
     CString message;
     if (value.IsErrorAndGetMessage(message)) {
+        message.Replace(u"\n\t", u" ");
         message.Replace(u"\n", u": ");
         return (type + u" \"" + message + u"\"").ToUtf8();
     }
@@ -89,6 +91,24 @@ void ShowValues() {
     }
 }
 
+void ShowFormulas() {
+    QEvaluator::InstallAsFormulaHook();
+    std::printf("\nFormulas with units (the suffix binds tighter than any operator)\n");
+    const char* formulas[] = {
+        "1 + 2 * 3",       "2 ft + 3 in",         "5'6\" + 1 ft",
+        "3 m * 2 m",       "12 ft * 10 ft",       "3 m * 2 m * 50 cm",
+        "$12.50 * 4",      "1 hour + 30 minutes", "90 deg - 30 deg",
+        "[1, 2, 3] * 2 m", "x := 2.4 m; x / 3",   "2 m > 6 ft ? 'longer' : 'shorter'",
+        "1 / 0",
+    };
+    for (const char* formula : formulas) {
+        QAnyValue result;
+        CString message;
+        EvaluateQuietly(formula, false, result, message);
+        std::printf("  %-36s %s\n", formula, Shown(result).c_str());
+    }
+}
+
 } // namespace
 
 int RunDemo(std::span<const std::string_view> args) {
@@ -107,6 +127,7 @@ int RunDemo(std::span<const std::string_view> args) {
     for (const char* prefix : {"wi", "Cab", "door_", "ROO", "pri", "zz"})
         ShowCompletions(prefix);
     ShowValues();
+    ShowFormulas();
     return 0;
 }
 

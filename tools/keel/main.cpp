@@ -28,6 +28,21 @@ Commands:
   translate --file FILE [--qualifier Q] [--partial] TEXT CONTEXT
                                 translate TEXT, said in CONTEXT, with the translation
                                 file FILE
+  eval [OPTIONS] [--] FORMULA...
+                                evaluate each FORMULA and print its type, a tab and
+                                its value, one line each (exit 1 if any fails):
+    --json                      one JSON object a line: formula, ok, message, type,
+                                typeNumber, text and raw (the stored payload)
+    --action                    run the formulas as action fields
+    --length-units N            the default units: length 1-7 (3 mm, 5 in, 7 m),
+    --area-units N              area and volume 1-7 (7 square or cubic metres),
+    --volume-units N            angle 1-3 (2 degrees)
+    --angle-units N
+    --inch-fraction N           inches shown as decimals (0) or fractions (16, 32)
+    --table-dir DIR             the folder of the lookup tables
+    --set NAME=FORMULA          a property of the root context (not available yet)
+  repl [OPTIONS]                the same, a line at a time, with history and Tab
+                                completion of names; reads plain lines from a pipe
   demo [--words FILE]           a short tour of what the library does so far
 
 Exit status: 0 done, 1 failed, 2 bad usage.
@@ -69,6 +84,10 @@ int Dispatch(std::string_view command, std::span<const std::string_view> rest) {
         return RunTranslate(rest);
     if (command == "demo")
         return RunDemo(rest);
+    if (command == "eval")
+        return RunEval(rest);
+    if (command == "repl")
+        return RunRepl(rest);
     return UsageError("unknown command '" + std::string(command) + "'");
 }
 

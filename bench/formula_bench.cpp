@@ -1,0 +1,188 @@
+// The evaluator side by side with muparser, a compiling expression parser, on the same texts:
+// the first evaluation of formulas never seen before, and the repeated evaluation of one formula.
+// After the usual table the program prints each pair's ratio, ours over muparser, by CPU time
+// (the machine may be shared, so wall time is noisier).
+#include "keel/formula/evaluator.h"
+
+#include <benchmark/benchmark.h>
+#include <cstdio>
+#include <map>
+#include <muParser.h>
+#include <string>
+#include <string_view>
+#include <unistd.h>
+#include <vector>
+
+using namespace keel;
+
+namespace {
+
+constexpr int c_formulasPerBatch = 10000;
+constexpr int c_batches = 5;
+
+// Formulas of the shape "a * 2 + b - c / 3" with literals, distinct over all batches, so that
+// each is new to the token cache and to the table of interned texts. The operators stand
+// between spaces: "9/3" would be a single fraction token for us, and both parsers must do the
+// same work.
+std::vector<std::string> MakeFormulas(int batch) {
+    std::vector<std::string> formulas;
+    formulas.reserve(c_formulasPerBatch);
+    for (int i = 0; i < c_formulasPerBatch; ++i)
+        formulas.push_back(std::to_string(i + 1) + " * 2 + " + std::to_string(batch + 7) + " - " +
+                           std::to_string((i * 7) % 1000 + 1) + " / 3");
+    return formulas;
+}
+
+const std::vector<std::vector<std::string>>& Batches() {
+    static const std::vector<std::vector<std::string>> batches = [] {
+        std::vector<std::vector<std::string>> made;
+        for (int batch = 0; batch < c_batches; ++batch)
+            made.push_back(MakeFormulas(batch));
+        return made;
+    }();
+    return batches;
+}
+
+// Each batch is converted for us beforehand, as muparser's strings are made beforehand.
+std::vector<std::vector<CString>> OurBatches() {
+    std::vector<std::vector<CString>> batches;
+    for (const std::vector<std::string>& formulas : Batches()) {
+        std::vector<CString> texts;
+        texts.reserve(formulas.size());
+        for (const std::string& formula : formulas)
+            texts.push_back(CString::FromUtf8(formula));
+        batches.push_back(std::move(texts));
+    }
+    return batches;
+}
+
+double OurValue(const FormulaText& formula) {
+    QAnyValue result;
+    QEvaluator evaluator(result, formula, nullptr, false, false, false);
+    evaluator.Evaluate();
+    return result.MakeDouble();
+}
+
+double MuparserValue(mu::Parser& parser, const std::string& formula) {
+    parser.SetExpr(formula);
+    return parser.Eval();
+}
+
+// Both must compute the same number, or the comparison means nothing.
+bool SameResults(const std::string& formula) {
+    mu::Parser parser;
+    return OurValue(FormulaText(CString::FromUtf8(formula))) == MuparserValue(parser, formula);
+}
+
+void FirstEvaluationOurs(benchmark::State& state) {
+    const std::vector<std::vector<CString>> batches = OurBatches();
+    if (!SameResults("17 * 2 + 4 - 9 / 3") || !SameResults("10 * 2 + 4 - 8 / 3"))
+        state.SkipWithError("the two evaluators disagree");
+    size_t batch = 0;
+    for (auto _ : state) {
+        for (const CString& text : batches[batch % batches.size()]) {
+            QAnyValue result;
+            QEvaluator evaluator(result, FormulaText(text), nullptr, false, false, false);
+            benchmark::DoNotOptimize(evaluator.Evaluate());
+        }
+        ++batch;
+    }
+    state.SetItemsProcessed(state.iterations() * c_formulasPerBatch);
+}
+
+void FirstEvaluationMuparser(benchmark::State& state) {
+    mu::Parser parser;
+    size_t batch = 0;
+    for (auto _ : state) {
+        for (const std::string& formula : Batches()[batch % Batches().size()])
+            benchmark::DoNotOptimize(MuparserValue(parser, formula));
+        ++batch;
+    }
+    state.SetItemsProcessed(state.iterations() * c_formulasPerBatch);
+}
+
+constexpr const char* c_repeated = "17 * 2 + 4 - 9 / 3";
+
+// The tokens are cached after the first round; every round still makes an evaluator, as each
+// read of a property does.
+void RepeatedEvaluationOurs(benchmark::State& state) {
+    const FormulaText formula{CString(c_repeated)};
+    OurValue(formula);
+    for (auto _ : state) {
+        QAnyValue result;
+        QEvaluator evaluator(result, formula, nullptr, false, false, false);
+        benchmark::DoNotOptimize(evaluator.Evaluate());
+    }
+    state.SetItemsProcessed(state.iterations());
+}
+
+// muparser compiles the expression to byte code at the first Eval and runs that afterwards.
+void RepeatedEvaluationMuparser(benchmark::State& state) {
+    mu::Parser parser;
+    parser.SetExpr(c_repeated);
+    parser.Eval();
+    for (auto _ : state)
+        benchmark::DoNotOptimize(parser.Eval());
+    state.SetItemsProcessed(state.iterations());
+}
+
+// Every batch is new only once: the first-evaluation runs take one batch per iteration.
+BENCHMARK(FirstEvaluationOurs)
+    ->Name("FirstEvaluation10000/keel")
+    ->Iterations(c_batches)
+    ->Unit(benchmark::kMillisecond);
+BENCHMARK(FirstEvaluationMuparser)
+    ->Name("FirstEvaluation10000/muparser")
+    ->Iterations(c_batches)
+    ->Unit(benchmark::kMillisecond);
+BENCHMARK(RepeatedEvaluationOurs)->Name("RepeatedEvaluation/keel");
+BENCHMARK(RepeatedEvaluationMuparser)->Name("RepeatedEvaluation/muparser");
+
+// The console table, then the time of one formula for each pair and their ratio.
+class RatioReporter : public benchmark::ConsoleReporter {
+public:
+    RatioReporter() : ConsoleReporter(isatty(STDOUT_FILENO) ? OO_Defaults : OO_Tabular) {}
+
+    void ReportRuns(const std::vector<Run>& reports) override {
+        ConsoleReporter::ReportRuns(reports);
+        for (const Run& run : reports) {
+            const auto rate = run.counters.find("items_per_second");
+            if (!run.error_occurred && run.run_type == Run::RT_Iteration &&
+                rate != run.counters.end())
+                m_seconds[run.benchmark_name()] = 1 / rate->second.value;
+        }
+    }
+
+    void PrintRatios() const {
+        std::printf("\nOne formula, by CPU time; a ratio above 1 means we are slower\n");
+        for (const auto& [name, seconds] : m_seconds) {
+            const std::string::size_type at = name.find(c_ours);
+            if (at == std::string::npos)
+                continue;
+            const std::string pair = name.substr(0, at);
+            const auto peer = m_seconds.find(std::string(name).replace(at, c_ours.size(), c_peer));
+            if (peer == m_seconds.end())
+                continue;
+            std::printf("  %-22s keel %10.3f us  muparser %10.3f us  ratio %6.2f\n", pair.c_str(),
+                        seconds * 1e6, peer->second * 1e6, seconds / peer->second);
+        }
+    }
+
+private:
+    static constexpr std::string_view c_ours = "/keel";
+    static constexpr std::string_view c_peer = "/muparser";
+    std::map<std::string, double> m_seconds;
+};
+
+} // namespace
+
+int main(int argc, char** argv) {
+    benchmark::Initialize(&argc, argv);
+    if (benchmark::ReportUnrecognizedArguments(argc, argv))
+        return 1;
+    RatioReporter reporter;
+    benchmark::RunSpecifiedBenchmarks(&reporter);
+    reporter.PrintRatios();
+    benchmark::Shutdown();
+    return 0;
+}
