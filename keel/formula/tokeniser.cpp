@@ -111,6 +111,14 @@ void InstallRespellHookOnce() {
     (void)installed;
 }
 
+int MatchKeyOf(const QToken& token) {
+    if (token.IsChar())
+        return token.Char();
+    if (token.IsId())
+        return QTokenStream::c_idKeyBase + token.Id().UniqueId();
+    return -1;
+}
+
 } // namespace
 
 // --- Tokens and streams ------------------------------------------------------------------------
@@ -123,9 +131,12 @@ const QAnyValue& QToken::Value() const {
 bool QTokenStream::Create(bool escapes) {
     QTokenInput input(m_formula, escapes);
     m_tokens.RemoveAll();
+    m_keys.clear();
     m_error.Empty();
-    while (QToken* token = input.GetNewToken(m_error))
+    while (QToken* token = input.GetNewToken(m_error)) {
         m_tokens.Add(QSmartPtr<QToken>(token));
+        m_keys.push_back(MatchKeyOf(*token));
+    }
     m_count = static_cast<short>(m_tokens.GetCount());
     return m_error.IsEmpty();
 }
@@ -488,47 +499,12 @@ void QTokeniser::ForgetAllTokenStreams() {
     c_tokenstreams.RemoveAll();
 }
 
-bool QTokeniser::TestChar(char16_t character) const {
-    const QToken* token = ThisToken();
-    return token && token->IsChar() && token->Char() == character;
-}
-
-bool QTokeniser::MatchChar(char16_t character) {
-    if (!TestChar(character))
-        return false;
-    NextToken();
-    return true;
-}
-
-bool QTokeniser::TestCharPair(char16_t first, char16_t second) const {
-    if (!TestChar(first) || !m_stream)
-        return false;
-    const QToken* token = m_stream->GetToken(static_cast<short>(SaveCursor() + 1));
-    return token && token->IsChar() && token->Char() == second;
-}
-
 bool QTokeniser::MatchCharPair(char16_t first, char16_t second) {
     if (!TestCharPair(first, second))
         return false;
     NextToken();
     NextToken();
     return true;
-}
-
-bool QTokeniser::TestId(PropId id) const {
-    const QToken* token = ThisToken();
-    return token && token->IsId() && token->Id() == id;
-}
-
-bool QTokeniser::MatchId(PropId id) {
-    return MatchIdWithToken(id, ThisToken());
-}
-
-bool QTokeniser::TestIdPair(PropId first, PropId second) const {
-    if (!TestId(first) || !m_stream)
-        return false;
-    const QToken* token = m_stream->GetToken(static_cast<short>(SaveCursor() + 1));
-    return token && token->IsId() && token->Id() == second;
 }
 
 bool QTokeniser::MatchIdPair(PropId first, PropId second) {

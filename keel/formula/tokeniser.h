@@ -6,6 +6,8 @@
 #include "keel/values/smartptr.h"
 #include "keel/values/stringunique.h"
 
+#include <vector>
+
 namespace keel {
 
 // One token of a formula. There are no operator tokens beyond single characters: ">=" is the
@@ -77,6 +79,15 @@ public:
     // Null past the end.
     QToken* GetToken(short position) const;
     bool PastEOF(short position) const { return position >= m_count; }
+
+    // What a match compares, one integer a token, so that an operator or keyword test reads no
+    // token object: a character token's character, an identifier's interned index plus
+    // c_idKeyBase, -1 for a value, and -2 past the end.
+    static constexpr int c_idKeyBase = 0x10000;
+    int MatchKeyAt(short position) const {
+        return position >= 0 && position < m_count ? m_keys[static_cast<std::size_t>(position)]
+                                                   : -2;
+    }
     // The source text from the first token's offset to the offset of the token after `last`
     // (to the end of the text when there is none), cut to `maxLength` characters.
     CString FormulaStringBetween(short first, short last, int maxLength) const;
@@ -85,6 +96,7 @@ public:
 private:
     FormulaText m_formula;
     QSmartPtrArray<QToken> m_tokens;
+    std::vector<int> m_keys;
     short m_count = 0;
     CString m_error;
 };
@@ -200,13 +212,17 @@ public:
     // The text from the current token on, at most `maxLength` characters.
     CString ThisCharPlus(int maxLength = 20) const { return m_iterator.ThisCharPlus(maxLength); }
 
-    bool TestChar(char16_t character) const;
-    bool MatchChar(char16_t character);
-    bool TestCharPair(char16_t first, char16_t second) const;
+    bool TestChar(char16_t character) const { return KeyAt(0) == character; }
+    bool MatchChar(char16_t character) { return MatchKey(character); }
+    bool TestCharPair(char16_t first, char16_t second) const {
+        return KeyAt(0) == first && KeyAt(1) == second;
+    }
     bool MatchCharPair(char16_t first, char16_t second);
-    bool TestId(PropId id) const;
-    bool MatchId(PropId id);
-    bool TestIdPair(PropId first, PropId second) const;
+    bool TestId(PropId id) const { return KeyAt(0) == IdKey(id); }
+    bool MatchId(PropId id) { return MatchKey(IdKey(id)); }
+    bool TestIdPair(PropId first, PropId second) const {
+        return KeyAt(0) == IdKey(first) && KeyAt(1) == IdKey(second);
+    }
     bool MatchIdPair(PropId first, PropId second);
     // MatchId on a token the caller fetched, so that one fetch serves a list of tests.
     bool MatchIdWithToken(PropId id, const QToken* token);
@@ -223,6 +239,20 @@ protected:
     FormulaText m_formula;
     QSmartPtr<QTokenStream> m_stream;
     QTokenStreamIterator m_iterator;
+
+private:
+    static int IdKey(PropId id) {
+        return id.IsEmpty() ? -3 : QTokenStream::c_idKeyBase + id.UniqueId();
+    }
+    int KeyAt(short ahead) const {
+        return m_stream ? m_stream->MatchKeyAt(static_cast<short>(SaveCursor() + ahead)) : -2;
+    }
+    bool MatchKey(int key) {
+        if (KeyAt(0) != key)
+            return false;
+        NextToken();
+        return true;
+    }
 };
 
 } // namespace keel
