@@ -24,7 +24,7 @@ test-sanitize: deps
 test-tsan: deps
 	$(CMAKE_CONFIGURE) -B build-tsan -DCMAKE_BUILD_TYPE=Debug -DKEEL_TSAN=ON
 	cmake --build build-tsan -j $(JOBS)
-	TSAN_OPTIONS=halt_on_error=1 ctest --test-dir build-tsan --output-on-failure -j $(JOBS) -R '^(platform|values)[.]'
+	TSAN_OPTIONS=halt_on_error=1 ctest --test-dir build-tsan --output-on-failure -j $(JOBS) -R '^((platform|values)[.]|formula[.](TopLevel|WithFormula|DeferredEval))'
 
 bench: deps
 	$(CMAKE_CONFIGURE) -B build-bench -DCMAKE_BUILD_TYPE=Release -DKEEL_BUILD_TESTS=OFF -DKEEL_BUILD_BENCH=ON

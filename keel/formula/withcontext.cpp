@@ -1,6 +1,9 @@
 #include "keel/formula/withcontext.h"
 
+#include "keel/formula/deferredeval.h"
 #include "keel/formula/formulacontext.h"
+
+#include <utility>
 
 namespace keel {
 
@@ -15,18 +18,68 @@ const QState& SyncStateOf(const QWithContextVirtual* root) {
     return root ? *root->SyncStateIfRoot() : ZeroState();
 }
 
-// The walk of EnsureUpToDate, shared by both holders.
+} // namespace
+
+// --- Operations of both holders ---------------------------------------------------------------
+
 template <class Holder>
-void BringUpToDate(const Holder& holder) {
-    if (!holder.SyncRoot() || holder.IsState(holder.TopLevelSyncState()))
-        return;
-    holder.MakeUpToDate();
-    holder.OnEnsureUpToDate();
-    if (!holder.IsState(holder.TopLevelSyncState()))
-        holder.MakeUpToDate();
+bool QWithContextOperations<Holder>::IsParentContextEmpty() const {
+    return Self().ParentContext() == nullptr;
 }
 
-} // namespace
+template <class Holder>
+void QWithContextOperations<Holder>::SetParentContext(QFormulaContext* context) {
+    if (context == Self().ParentContext())
+        return;
+    Self().DoSetParentContext(context);
+    ClearErrorBit();
+    if (context) {
+        NotifyTopLevelOfPreChangeFromChild();
+        NotifyTopLevelOfChangedFromChild();
+    }
+}
+
+template <class Holder>
+bool QWithContextOperations<Holder>::IsUpToDate() const {
+    return IsState(Self().TopLevelSyncState());
+}
+
+template <class Holder>
+void QWithContextOperations<Holder>::MakeUpToDate() const {
+    SetState(Self().TopLevelSyncState());
+    NotifyTopLevelOfChildMadeUpToDate();
+}
+
+template <class Holder>
+void QWithContextOperations<Holder>::EnsureUpToDate() const {
+    if (!Self().SyncRoot() || IsUpToDate())
+        return;
+    MakeUpToDate();
+    Self().OnEnsureUpToDate();
+    if (!IsUpToDate())
+        MakeUpToDate();
+}
+
+template <class Holder>
+void QWithContextOperations<Holder>::NotifyTopLevelOfPreChangeFromChild() {
+    if (QWithContextVirtual* root = Self().SyncRoot())
+        root->OnNotifyPreChangeFromChild();
+}
+
+template <class Holder>
+void QWithContextOperations<Holder>::NotifyTopLevelOfChangedFromChild() {
+    if (QWithContextVirtual* root = Self().SyncRoot())
+        root->OnNotifyChangedFromChild();
+}
+
+template <class Holder>
+void QWithContextOperations<Holder>::NotifyTopLevelOfChildMadeUpToDate() const {
+    if (const QWithContextVirtual* root = Self().SyncRoot())
+        root->OnNotifyChildMadeUpToDate();
+}
+
+template class QWithContextOperations<QWithContextVirtual>;
+template class QWithContextOperations<QWithContextConcrete>;
 
 // --- QWithContextVirtual ----------------------------------------------------------------------
 
@@ -47,7 +100,9 @@ void QWithContextVirtual::DoSetParentContext(QFormulaContext* context) {
 
 void QWithContextVirtual::DoSetParentContextAlways(QFormulaContext*) {}
 
+// Nothing may be evaluated while the object is detached.
 void QWithContextVirtual::DoSetParentContextAlwaysNull() {
+    QDeferEnsureUpToDateEvaluation deferred;
     DoSetParentContextAlways(nullptr);
 }
 
@@ -78,10 +133,7 @@ void QWithContextVirtual::OnNotifyChangedFromChild() {}
 void QWithContextVirtual::OnNotifyChildMadeUpToDate() const {}
 
 QWithContextVirtual* QWithContextVirtual::SyncRoot() {
-    QWithContextVirtual* node = this;
-    while (node && !node->SyncStateIfRoot())
-        node = node->ParentContext();
-    return node;
+    return const_cast<QWithContextVirtual*>(std::as_const(*this).SyncRoot());
 }
 
 const QWithContextVirtual* QWithContextVirtual::SyncRoot() const {
@@ -91,69 +143,23 @@ const QWithContextVirtual* QWithContextVirtual::SyncRoot() const {
     return node;
 }
 
-bool QWithContextVirtual::IsParentContextEmpty() const {
-    return ParentContext() == nullptr;
-}
-
-void QWithContextVirtual::SetParentContext(QFormulaContext* context) {
-    if (context == ParentContext())
-        return;
-    DoSetParentContext(context);
-    ClearErrorBit();
-    if (context) {
-        NotifyTopLevelOfPreChangeFromChild();
-        NotifyTopLevelOfChangedFromChild();
-    }
-}
-
-bool QWithContextVirtual::IsUpToDate() const {
-    return IsState(TopLevelSyncState());
-}
-
-void QWithContextVirtual::MakeUpToDate() const {
-    SetState(TopLevelSyncState());
-    NotifyTopLevelOfChildMadeUpToDate();
-}
-
-void QWithContextVirtual::EnsureUpToDate() const {
-    BringUpToDate(*this);
-}
-
-void QWithContextVirtual::ClearErrorBit() const {
-    SetErrorBit(false);
-}
-
-void QWithContextVirtual::PreChange() {
-    NotifyTopLevelOfPreChangeFromChild();
-}
-
-void QWithContextVirtual::Changed() {
-    NotifyTopLevelOfChangedFromChild();
-}
-
-void QWithContextVirtual::NotifyTopLevelOfPreChangeFromChild() {
-    if (QWithContextVirtual* root = SyncRoot())
-        root->OnNotifyPreChangeFromChild();
-}
-
-void QWithContextVirtual::NotifyTopLevelOfChangedFromChild() {
-    if (QWithContextVirtual* root = SyncRoot())
-        root->OnNotifyChangedFromChild();
-}
-
-void QWithContextVirtual::NotifyTopLevelOfChildMadeUpToDate() const {
-    if (const QWithContextVirtual* root = SyncRoot())
-        root->OnNotifyChildMadeUpToDate();
-}
-
 // --- QWithContextConcrete ---------------------------------------------------------------------
 
 QWithContextConcrete::QWithContextConcrete(const QWithContextConcrete& other,
                                            QFormulaContext* parent)
-    : QDelayedBase(other), m_pParentContext(parent) {}
+    : QWithContextOperations(other), m_pParentContext(parent) {}
 
 void QWithContextConcrete::DoSetParentContext(QFormulaContext* context) {
-    m_pParentContext = context;
+    if (context)
+        DoSetParentContextAlways(context);
+    else
+        DoSetParentContextAlwaysNull();
+}
+
+// Nothing may be evaluated while the object is detached.
+void QWithContextConcrete::DoSetParentContextAlwaysNull() {
+    QDeferEnsureUpToDateEvaluation deferred;
+    m_pParentContext = nullptr;
 }
 
 QTopLevelFormulaContext* QWithContextConcrete::TopLevelContext() {
@@ -171,57 +177,6 @@ const QState& QWithContextConcrete::TopLevelSyncState() const {
 
 QWithContextVirtual* QWithContextConcrete::SyncRoot() const {
     return m_pParentContext ? m_pParentContext->SyncRoot() : nullptr;
-}
-
-void QWithContextConcrete::SetParentContext(QFormulaContext* context) {
-    if (context == m_pParentContext)
-        return;
-    DoSetParentContext(context);
-    ClearErrorBit();
-    if (context) {
-        NotifyTopLevelOfPreChangeFromChild();
-        NotifyTopLevelOfChangedFromChild();
-    }
-}
-
-bool QWithContextConcrete::IsUpToDate() const {
-    return IsState(TopLevelSyncState());
-}
-
-void QWithContextConcrete::MakeUpToDate() const {
-    SetState(TopLevelSyncState());
-    NotifyTopLevelOfChildMadeUpToDate();
-}
-
-void QWithContextConcrete::EnsureUpToDate() const {
-    BringUpToDate(*this);
-}
-
-void QWithContextConcrete::ClearErrorBit() const {
-    SetErrorBit(false);
-}
-
-void QWithContextConcrete::PreChange() {
-    NotifyTopLevelOfPreChangeFromChild();
-}
-
-void QWithContextConcrete::Changed() {
-    NotifyTopLevelOfChangedFromChild();
-}
-
-void QWithContextConcrete::NotifyTopLevelOfPreChangeFromChild() {
-    if (QWithContextVirtual* root = SyncRoot())
-        root->OnNotifyPreChangeFromChild();
-}
-
-void QWithContextConcrete::NotifyTopLevelOfChangedFromChild() {
-    if (QWithContextVirtual* root = SyncRoot())
-        root->OnNotifyChangedFromChild();
-}
-
-void QWithContextConcrete::NotifyTopLevelOfChildMadeUpToDate() const {
-    if (const QWithContextVirtual* root = SyncRoot())
-        root->OnNotifyChildMadeUpToDate();
 }
 
 } // namespace keel

@@ -7,6 +7,37 @@ namespace keel {
 class QFormulaContext;
 class QTopLevelFormulaContext;
 
+// The operations that both holders below share. `Holder` says how its parent and its root are
+// reached (ParentContext, DoSetParentContext, SyncRoot, TopLevelSyncState, OnEnsureUpToDate);
+// the members are instantiated for the two holders only.
+template <class Holder>
+class QWithContextOperations : public QDelayedBase {
+public:
+    bool IsParentContextEmpty() const;
+    // Nothing when `context` is the parent already. Otherwise sets it, clears the error bit and,
+    // for a non-null context, tells the root of a change.
+    void SetParentContext(QFormulaContext* context);
+    // Whether the number of this object equals the root's; a missing root counts as number 0.
+    bool IsUpToDate() const;
+    // Takes the root's number and tells the root, without OnEnsureUpToDate.
+    void MakeUpToDate() const;
+    // Nothing without a root or when in step with it. Otherwise takes the root's number before
+    // calling OnEnsureUpToDate, so that a look-up made from there does not recurse, and takes it
+    // again if the update itself moved the root.
+    void EnsureUpToDate() const;
+    void ClearErrorBit() const { SetErrorBit(false); }
+    void PreChange() { NotifyTopLevelOfPreChangeFromChild(); }
+    void Changed() { NotifyTopLevelOfChangedFromChild(); }
+    void NotifyTopLevelOfPreChangeFromChild();
+    void NotifyTopLevelOfChangedFromChild();
+    void NotifyTopLevelOfChildMadeUpToDate() const;
+    void Refresh() {}
+
+private:
+    Holder& Self() { return static_cast<Holder&>(*this); }
+    const Holder& Self() const { return static_cast<const Holder&>(*this); }
+};
+
 // Anything that lives under a formula context without knowing how its parent is stored. This base
 // keeps no parent: ParentContext gives null and DoSetParentContextAlways does nothing, so a
 // derived class that wants a parent overrides that pair and stores the pointer itself.
@@ -14,7 +45,7 @@ class QTopLevelFormulaContext;
 // The root of a tree is the object that keeps the sync state: it answers SyncStateIfRoot and
 // hears the notifications of its descendants through the OnNotify... members, which do nothing
 // here.
-class QWithContextVirtual : public QDelayedBase {
+class QWithContextVirtual : public QWithContextOperations<QWithContextVirtual> {
 public:
     QWithContextVirtual() = default;
     QWithContextVirtual(const QWithContextVirtual&) = default;
@@ -26,6 +57,7 @@ public:
     // A non-null context goes to DoSetParentContextAlways, null to DoSetParentContextAlwaysNull.
     virtual void DoSetParentContext(QFormulaContext* context);
     virtual void DoSetParentContextAlways(QFormulaContext* context);
+    // Calls DoSetParentContextAlways(nullptr) in a deferred stretch.
     virtual void DoSetParentContextAlwaysNull();
     // The parent's, null without a parent; the top-level class answers itself.
     virtual QTopLevelFormulaContext* TopLevelContext();
@@ -46,33 +78,11 @@ public:
     // The nearest of this object and its ancestors that is a root; null when there is none.
     QWithContextVirtual* SyncRoot();
     const QWithContextVirtual* SyncRoot() const;
-
-    // --- Operations --------------------------------------------------------------------------
-
-    bool IsParentContextEmpty() const;
-    // Nothing when `context` is the parent already. Otherwise sets it, clears the error bit and,
-    // for a non-null context, tells the root of a change.
-    void SetParentContext(QFormulaContext* context);
-    // Whether the number of this object equals the root's; a missing root counts as number 0.
-    bool IsUpToDate() const;
-    // Takes the root's number and tells the root, without OnEnsureUpToDate.
-    void MakeUpToDate() const;
-    // Nothing without a root or when in step with it. Otherwise takes the root's number before
-    // calling OnEnsureUpToDate, so that a look-up made from there does not recurse, and takes it
-    // again if the update itself moved the root.
-    void EnsureUpToDate() const;
-    void ClearErrorBit() const;
-    void PreChange();
-    void Changed();
-    void NotifyTopLevelOfPreChangeFromChild();
-    void NotifyTopLevelOfChangedFromChild();
-    void NotifyTopLevelOfChildMadeUpToDate() const;
-    void Refresh() {}
 };
 
-// The same operations without virtuals, the parent stored in one pointer: the base of question
-// definitions and property sets.
-class QWithContextConcrete : public QDelayedBase {
+// The same without virtuals, the parent stored in one pointer: the base of question definitions
+// and property sets.
+class QWithContextConcrete : public QWithContextOperations<QWithContextConcrete> {
 public:
     QWithContextConcrete() = default;
     QWithContextConcrete(const QWithContextConcrete&) = default;
@@ -83,9 +93,10 @@ public:
 
     QFormulaContext* ParentContext() { return m_pParentContext; }
     const QFormulaContext* ParentContext() const { return m_pParentContext; }
+    // Null is taken in a deferred stretch, so that nothing is evaluated while detached.
     void DoSetParentContext(QFormulaContext* context);
     void DoSetParentContextAlways(QFormulaContext* context) { m_pParentContext = context; }
-    void DoSetParentContextAlwaysNull() { m_pParentContext = nullptr; }
+    void DoSetParentContextAlwaysNull();
     QTopLevelFormulaContext* TopLevelContext();
     const QTopLevelFormulaContext* TopLevelContext() const;
     const QState& TopLevelSyncState() const;
@@ -93,21 +104,11 @@ public:
 
     QWithContextVirtual* SyncRoot() const;
 
-    bool IsParentContextEmpty() const { return m_pParentContext == nullptr; }
-    void SetParentContext(QFormulaContext* context);
-    bool IsUpToDate() const;
-    void MakeUpToDate() const;
-    void EnsureUpToDate() const;
-    void ClearErrorBit() const;
-    void PreChange();
-    void Changed();
-    void NotifyTopLevelOfPreChangeFromChild();
-    void NotifyTopLevelOfChangedFromChild();
-    void NotifyTopLevelOfChildMadeUpToDate() const;
-    void Refresh() {}
-
 private:
     QFormulaContext* m_pParentContext = nullptr;
 };
+
+extern template class QWithContextOperations<QWithContextVirtual>;
+extern template class QWithContextOperations<QWithContextConcrete>;
 
 } // namespace keel

@@ -1,0 +1,341 @@
+#include "keel/document/errorlog.h"
+#include "keel/formula/deferredeval.h"
+#include "keel/formula/evaluator.h"
+#include "keel/formula/toplevelcontext.h"
+#include "keel/formula/withformula.h"
+
+#include <atomic>
+#include <chrono>
+#include <filesystem>
+#include <gtest/gtest.h>
+#include <memory>
+#include <pthread.h>
+#include <string>
+#include <thread>
+#include <unistd.h>
+#include <vector>
+
+namespace keel {
+namespace {
+
+using namespace std::chrono_literals;
+
+// A root that answers one name, "tick", counting the reads; a read may take its time, and tells
+// from which thread it was made. Everything a read touches is atomic, because the worker reads.
+class TickRoot : public QTopLevelFormulaContext {
+public:
+    CString SimpleTypeName() const override { return CString(u"Ticks"); }
+    QProperties* Properties() const override { return nullptr; }
+    void ProcessPreChangeFromChildHelper() override {}
+    void ProcessChangedFromChildHelper() override {}
+
+    bool SimpleLookupValueInThis(PropId name, QAnyValue& value, bool&, QCacheState& state,
+                                 bool) override {
+        if (!(name == PropId("tick")))
+            return false;
+        m_inside.store(true);
+        std::this_thread::sleep_for(m_delay);
+        char threadName[16] = {};
+        pthread_getname_np(pthread_self(), threadName, sizeof(threadName));
+        m_threadName = threadName;
+        value = QAnyValue(++m_reads);
+        RaiseCacheState(state, QCS_NotCacheable);
+        m_finished.store(true);
+        return true;
+    }
+
+    std::atomic<int> m_reads{0};
+    std::atomic<bool> m_inside{false};
+    std::atomic<bool> m_finished{false};
+    std::chrono::milliseconds m_delay{0};
+    std::string m_threadName;
+};
+
+std::string Text(const QAnyValue& value) {
+    return value.MakeCStringUntranslated().ToUtf8();
+}
+
+std::atomic<const void*> g_changedAddress{nullptr};
+
+void RecordChange(const void* address) {
+    g_changedAddress.store(address);
+}
+
+class DeferredEvalTest : public testing::Test {
+protected:
+    void SetUp() override { g_changedAddress.store(nullptr); }
+    void TearDown() override {
+        QDeferredEval::WaitForWorker();
+        QDeferredEval::SetValueChangedHandler(nullptr);
+        QDeferredEval::RemoveAllPendingEvaluations();
+    }
+
+    TickRoot root;
+};
+
+// --- The guard --------------------------------------------------------------------------------
+
+using DeferredEvalGuard = DeferredEvalTest;
+
+TEST_F(DeferredEvalGuard, TheFlagIsPerThreadAndGuardsNest) {
+    EXPECT_FALSE(QDeferredEval::IsDeferred());
+    {
+        QDeferEnsureUpToDateEvaluation outer;
+        EXPECT_TRUE(QDeferredEval::IsDeferred());
+        EXPECT_EQ(QDeferEnsureUpToDateEvaluation::GuardCount(), 1);
+        bool deferredElsewhere = true;
+        std::thread([&] { deferredElsewhere = QDeferredEval::IsDeferred(); }).join();
+        EXPECT_FALSE(deferredElsewhere);
+        {
+            QDeferEnsureUpToDateEvaluation inner;
+            EXPECT_EQ(QDeferEnsureUpToDateEvaluation::GuardCount(), 2);
+        }
+        EXPECT_TRUE(QDeferredEval::IsDeferred());
+        EXPECT_EQ(QDeferEnsureUpToDateEvaluation::GuardCount(), 1);
+    }
+    EXPECT_FALSE(QDeferredEval::IsDeferred());
+    EXPECT_EQ(QDeferEnsureUpToDateEvaluation::GuardCount(), 0);
+}
+
+// Writes down whether a deferred stretch was open when its parent was set.
+class DetachWatcher : public QWithContextVirtual {
+public:
+    void DoSetParentContextAlways(QFormulaContext* context) override {
+        m_parent = context;
+        m_deferredAtLastSet = QDeferredEval::IsDeferred();
+    }
+    QFormulaContext* ParentContext() override { return m_parent; }
+    const QFormulaContext* ParentContext() const override { return m_parent; }
+
+    QFormulaContext* m_parent = nullptr;
+    bool m_deferredAtLastSet = false;
+};
+
+TEST_F(DeferredEvalGuard, ClearingAParentHappensInADeferredStretch) {
+    DetachWatcher watcher;
+    watcher.DoSetParentContext(&root);
+    EXPECT_FALSE(watcher.m_deferredAtLastSet);
+    watcher.DoSetParentContext(nullptr);
+    EXPECT_TRUE(watcher.m_deferredAtLastSet);
+    EXPECT_EQ(watcher.m_parent, nullptr);
+    watcher.SetParentContext(&root);
+    watcher.SetParentContext(nullptr);
+    EXPECT_TRUE(watcher.m_deferredAtLastSet);
+    EXPECT_FALSE(QDeferredEval::IsDeferred());
+}
+
+// --- Pending evaluations ----------------------------------------------------------------------
+
+using DeferredEvalPending = DeferredEvalTest;
+
+TEST_F(DeferredEvalPending, AStaleValueReadInADeferredStretchIsLeftToTheWorker) {
+    QDeferredEval::SetValueChangedHandler(&RecordChange);
+    QWithFormula<QAnyValue> value(&root, QAnyValue(), FormulaText(u"tick * 10"));
+    const long before = QDeferredEval::WorkerEvaluationCount();
+    {
+        QDeferEnsureUpToDateEvaluation deferred;
+        EXPECT_TRUE(value.Value().IsEmpty());
+        EXPECT_TRUE(value.Value().IsEmpty());
+        EXPECT_TRUE(QDeferredEval::HasPendingEvaluation(&value));
+        EXPECT_EQ(root.m_reads.load(), 0);
+    }
+    QDeferredEval::WaitForWorker();
+    EXPECT_FALSE(QDeferredEval::HasPendingEvaluation(&value));
+    EXPECT_EQ(QDeferredEval::WorkerEvaluationCount(), before + 1);
+    EXPECT_EQ(root.m_reads.load(), 1);
+    EXPECT_EQ(Text(value.ValueNoEnsureUpToDate()), "10");
+    EXPECT_EQ(value.State(), root.SyncState());
+    EXPECT_EQ(g_changedAddress.load(), &value);
+    EXPECT_EQ(root.m_threadName, "EnsureUpToDateW");
+}
+
+TEST_F(DeferredEvalPending, AnUnchangedValueIsNotReported) {
+    QDeferredEval::SetValueChangedHandler(&RecordChange);
+    QWithFormula<QAnyValue> value(&root, QAnyValue(10), FormulaText(u"tick * 10"));
+    {
+        QDeferEnsureUpToDateEvaluation deferred;
+        value.Value();
+    }
+    QDeferredEval::WaitForWorker();
+    EXPECT_EQ(Text(value.ValueNoEnsureUpToDate()), "10");
+    EXPECT_EQ(g_changedAddress.load(), nullptr);
+}
+
+TEST_F(DeferredEvalPending, OnlyStaleValuesWithAFormulaAndARootWait) {
+    QWithFormula<QAnyValue> plain(&root, QAnyValue(3));
+    QWithFormula<QAnyValue> rootless(nullptr, QAnyValue(), FormulaText(u"1"));
+    QWithFormula<QAnyValue> fresh(&root, QAnyValue(), FormulaText(u"2 + 2"));
+    fresh.Value();
+    QDeferEnsureUpToDateEvaluation deferred;
+    EXPECT_EQ(Text(plain.Value()), "3");
+    EXPECT_EQ(Text(fresh.Value()), "4");
+    rootless.Value();
+    EXPECT_FALSE(QDeferredEval::HasPendingEvaluation(&plain));
+    EXPECT_FALSE(QDeferredEval::HasPendingEvaluation(&rootless));
+    EXPECT_FALSE(QDeferredEval::HasPendingEvaluation(&fresh));
+}
+
+TEST_F(DeferredEvalPending, AValueDestroyedWhilePendingIsNeverEvaluated) {
+    auto doomed =
+        std::make_unique<QWithFormula<QAnyValue>>(&root, QAnyValue(), FormulaText(u"tick + 1000"));
+    const void* doomedAddress = doomed.get();
+    QWithFormula<QAnyValue> survivor(&root, QAnyValue(), FormulaText(u"tick"));
+    const long before = QDeferredEval::WorkerEvaluationCount();
+    {
+        QDeferEnsureUpToDateEvaluation deferred;
+        doomed->Value();
+        survivor.Value();
+        ASSERT_TRUE(QDeferredEval::HasPendingEvaluation(doomedAddress));
+        doomed.reset();
+        EXPECT_FALSE(QDeferredEval::HasPendingEvaluation(doomedAddress));
+        EXPECT_TRUE(QDeferredEval::HasPendingEvaluation(&survivor));
+    }
+    QDeferredEval::WaitForWorker();
+    EXPECT_EQ(QDeferredEval::WorkerEvaluationCount(), before + 1);
+    EXPECT_EQ(root.m_reads.load(), 1);
+    EXPECT_EQ(Text(survivor.ValueNoEnsureUpToDate()), "1");
+}
+
+TEST_F(DeferredEvalPending, RemovingAllLeavesTheValuesStaleForTheirNextRead) {
+    QWithFormula<QAnyValue> value(&root, QAnyValue(), FormulaText(u"tick"));
+    {
+        QDeferEnsureUpToDateEvaluation deferred;
+        value.Value();
+        QDeferredEval::RemoveAllPendingEvaluations();
+        EXPECT_FALSE(QDeferredEval::HasPendingEvaluation(&value));
+    }
+    QDeferredEval::WaitForWorker();
+    EXPECT_EQ(root.m_reads.load(), 0);
+    EXPECT_EQ(Text(value.Value()), "1");
+}
+
+TEST_F(DeferredEvalPending, TheFirstGuardWaitsForTheEvaluationInHand) {
+    root.m_delay = 50ms;
+    QWithFormula<QAnyValue> value(&root, QAnyValue(), FormulaText(u"tick"));
+    {
+        QDeferEnsureUpToDateEvaluation deferred;
+        value.Value();
+    }
+    while (!root.m_inside.load())
+        std::this_thread::yield();
+    {
+        QDeferEnsureUpToDateEvaluation deferred;
+        EXPECT_TRUE(root.m_finished.load());
+    }
+    QDeferredEval::WaitForWorker();
+    EXPECT_EQ(root.m_reads.load(), 1);
+}
+
+TEST_F(DeferredEvalPending, TheWorkerCanBeStartedAgainAfterItEnds) {
+    QWithFormula<QAnyValue> first(&root, QAnyValue(), FormulaText(u"tick"));
+    QWithFormula<QAnyValue> second(&root, QAnyValue(), FormulaText(u"tick * 100"));
+    {
+        QDeferEnsureUpToDateEvaluation deferred;
+        first.Value();
+    }
+    QDeferredEval::WaitForWorker();
+    {
+        QDeferEnsureUpToDateEvaluation deferred;
+        second.Value();
+    }
+    QDeferredEval::WaitForWorker();
+    EXPECT_EQ(Text(first.ValueNoEnsureUpToDate()), "1");
+    EXPECT_EQ(Text(second.ValueNoEnsureUpToDate()), "200");
+}
+
+// --- Deferred string formulas -----------------------------------------------------------------
+
+// Names s0 .. s<depth - 1> hold the strings "=s1" .. "=s<depth>"; s<depth> holds 7.
+class StringChain : public QFormulaContext {
+public:
+    explicit StringChain(int depth) : m_depth(depth) {}
+    CString SimpleTypeName() const override { return CString(u"Chain"); }
+    QProperties* Properties() const override { return nullptr; }
+
+    bool SimpleLookupValueInThis(PropId name, QAnyValue& value, bool&, QCacheState&,
+                                 bool) override {
+        const CString text = name.ToString();
+        if (text.GetLength() < 2 || text[0] != u's')
+            return false;
+        const int index = std::stoi(text.Mid(1).ToUtf8());
+        if (index < m_depth)
+            value = QAnyValue(CString::Formatted(CString(u"=s%d"), index + 1));
+        else
+            value = QAnyValue(7);
+        return true;
+    }
+
+private:
+    int m_depth;
+};
+
+struct ChainResult {
+    bool ok;
+    std::string value;
+    std::string message;
+};
+
+ChainResult EvaluateChain(int depth, bool report = false) {
+    StringChain chain(depth);
+    QAnyValue result;
+    QEvaluator evaluator(result, FormulaText(u"s0"), &chain, false, report, false);
+    const bool ok = evaluator.Evaluate();
+    return {ok, Text(result), evaluator.Message().ToUtf8()};
+}
+
+std::vector<std::string> PendingReports() {
+    std::vector<std::string> reports;
+    QErrorLog& log = TheErrorLog();
+    for (int i = 0; i < log.GetSize(); ++i)
+        reports.push_back(log.ErrorType(i)->Description().ToUtf8() + ": " +
+                          log.Message(i).ToUtf8());
+    return reports;
+}
+
+class DeferredEvalStringFormula : public testing::Test {
+protected:
+    void SetUp() override {
+        QErrorLog& log = TheErrorLog();
+        if (!log.IsOpen())
+            log.SetFilename(
+                CString::FromUtf8((std::filesystem::temp_directory_path() /
+                                   ("keel-deferredeval-" + std::to_string(::getpid()) + ".txt"))
+                                      .string()));
+        log.DiscardPendingMessages();
+        m_noReports = NoEvalReportErrors();
+        SetNoEvalReportErrors(false);
+    }
+    void TearDown() override {
+        TheErrorLog().DiscardPendingMessages();
+        SetNoEvalReportErrors(m_noReports);
+    }
+
+private:
+    bool m_noReports = false;
+};
+
+TEST_F(DeferredEvalStringFormula, AChainOf100Succeeds) {
+    const ChainResult result = EvaluateChain(100, true);
+    EXPECT_TRUE(result.ok) << result.message;
+    EXPECT_EQ(result.value, "7");
+    EXPECT_TRUE(PendingReports().empty());
+}
+
+TEST_F(DeferredEvalStringFormula, AChainOf101FailsAtTheLastLinkAndTheNextEvaluationSucceeds) {
+    const ChainResult failed = EvaluateChain(101, true);
+    EXPECT_FALSE(failed.ok);
+    const std::vector<std::string> reports = PendingReports();
+    ASSERT_FALSE(reports.empty());
+    EXPECT_EQ(reports.front().rfind("Formula: Stack depth exceeded, formula looping trying to "
+                                    "evaluate [s100] deferred string formula:\ns101\n",
+                                    0),
+              0u)
+        << reports.front();
+
+    const ChainResult next = EvaluateChain(100);
+    EXPECT_TRUE(next.ok) << next.message;
+    EXPECT_EQ(next.value, "7");
+}
+
+} // namespace
+} // namespace keel

@@ -1,0 +1,447 @@
+#include "keel/document/errorlog.h"
+#include "keel/formula/toplevelcontext.h"
+#include "keel/formula/withformula.h"
+#include "keel/platform/archive.h"
+#include "keel/platform/file.h"
+
+#include <filesystem>
+#include <gtest/gtest.h>
+#include <map>
+#include <memory>
+#include <string>
+#include <unistd.h>
+#include <vector>
+
+namespace keel {
+namespace {
+
+std::string Text(const QAnyValue& value) {
+    return value.MakeCStringUntranslated().ToUtf8();
+}
+
+// A context whose names are values with formulas of its own, and one extra name, "counter",
+// that counts how often it is read and may say how long its value may be kept.
+template <class Base>
+class ValuesContext : public Base {
+public:
+    explicit ValuesContext(const char* type = "Sheet") : m_type(CString(type)) {}
+
+    CString SimpleTypeName() const override { return m_type; }
+    QProperties* Properties() const override { return nullptr; }
+
+    QWithFormula<QAnyValue>& Add(const char* name, const QAnyValue& value,
+                                 const char* formula = nullptr) {
+        auto& slot = m_values[PropId(name).UniqueId()];
+        slot = std::make_unique<QWithFormula<QAnyValue>>(
+            this, value, formula ? FormulaText(formula) : FormulaText());
+        return *slot;
+    }
+    QWithFormula<QAnyValue>& Add(const char* name, const char* formula) {
+        return Add(name, QAnyValue(), formula);
+    }
+
+    bool SimpleLookupValueInThis(PropId name, QAnyValue& value, bool& error, QCacheState& state,
+                                 bool) override {
+        if (name == PropId("counter")) {
+            value = QAnyValue(++m_counterReads);
+            RaiseCacheState(state, m_counterState);
+            if (m_moveRootOnFirstCount && m_counterReads == 1)
+                this->TopLevelContext()->MarkAsNotUpToDate();
+            return true;
+        }
+        const auto found = m_values.find(name.UniqueId());
+        if (found == m_values.end())
+            return false;
+        value = found->second->Value();
+        error = found->second->IsErrorBit();
+        return true;
+    }
+
+    int m_counterReads = 0;
+    QCacheState m_counterState = QCS_Stable;
+    bool m_moveRootOnFirstCount = false;
+
+private:
+    CString m_type;
+    std::map<int, std::unique_ptr<QWithFormula<QAnyValue>>> m_values;
+};
+
+class Root : public ValuesContext<QTopLevelFormulaContext> {
+public:
+    using ValuesContext::ValuesContext;
+    void ProcessPreChangeFromChildHelper() override { m_notices.push_back("pre"); }
+    void ProcessChangedFromChildHelper() override { m_notices.push_back("changed"); }
+
+    std::vector<std::string> m_notices;
+};
+
+// A context that is not a root and has none above it.
+class Loose : public ValuesContext<QFormulaContext> {
+public:
+    using ValuesContext::ValuesContext;
+};
+
+struct Report {
+    std::string heading;
+    std::string message;
+    bool operator==(const Report&) const = default;
+};
+
+void PrintTo(const Report& report, std::ostream* out) {
+    *out << report.heading << ": " << report.message;
+}
+
+class WithFormulaTest : public testing::Test {
+protected:
+    void SetUp() override {
+        QErrorLog& log = TheErrorLog();
+        if (!log.IsOpen())
+            log.SetFilename(
+                CString::FromUtf8((std::filesystem::temp_directory_path() /
+                                   ("keel-withformula-" + std::to_string(::getpid()) + ".txt"))
+                                      .string()));
+        log.DiscardPendingMessages();
+        m_noReports = NoEvalReportErrors();
+    }
+    void TearDown() override {
+        TheErrorLog().DiscardPendingMessages();
+        SetNoEvalReportErrors(m_noReports);
+    }
+
+    static std::vector<Report> Reports() {
+        std::vector<Report> reports;
+        QErrorLog& log = TheErrorLog();
+        for (int i = 0; i < log.GetSize(); ++i)
+            reports.push_back({log.ErrorType(i)->Description().ToUtf8(), log.Message(i).ToUtf8()});
+        return reports;
+    }
+
+    // What a property does when something else changes.
+    static void ChangeSomething(QFormulaContext& root) {
+        QWithContextConcrete other(&root);
+        other.PreChange();
+        other.Changed();
+    }
+
+private:
+    bool m_noReports = false;
+};
+
+// --- Bringing a value up to date -------------------------------------------------------------
+
+using WithFormulaRead = WithFormulaTest;
+
+TEST_F(WithFormulaRead, AValueWithoutARootIsNeverEvaluated) {
+    Loose loose;
+    QWithFormula<QAnyValue>& value = loose.Add("a", QAnyValue(7), "2 + 3");
+    EXPECT_EQ(Text(value.Value()), "7");
+    EXPECT_EQ(value.State().Number(), 0u);
+    QWithFormula<QAnyValue> detached(nullptr, QAnyValue(1), FormulaText(u"2 + 3"));
+    EXPECT_EQ(Text(detached.Value()), "1");
+}
+
+TEST_F(WithFormulaRead, TheFirstReadEvaluatesAndTakesTheRootsNumber) {
+    Root root;
+    QWithFormula<QAnyValue>& value = root.Add("a", "2 + 3");
+    EXPECT_EQ(Text(value.ValueNoEnsureUpToDate()), "");
+    EXPECT_EQ(Text(value.Value()), "5");
+    EXPECT_EQ(value.State(), root.SyncState());
+    EXPECT_EQ(root.State(), root.SyncState());
+    EXPECT_FALSE(value.IsErrorBit());
+}
+
+TEST_F(WithFormulaRead, AReadInStepWithTheRootDoesNotEvaluateAgain) {
+    Root root;
+    QWithFormula<QAnyValue>& value = root.Add("a", "counter");
+    EXPECT_EQ(Text(value.Value()), "1");
+    EXPECT_EQ(Text(value.Value()), "1");
+    EXPECT_EQ(root.m_counterReads, 1);
+    ChangeSomething(root);
+    EXPECT_EQ(Text(value.Value()), "2");
+    EXPECT_EQ(root.m_counterReads, 2);
+}
+
+TEST_F(WithFormulaRead, AValueThatMayNotBeKeptIsEvaluatedOnEveryRead) {
+    Root root;
+    root.m_counterState = QCS_NotCacheable;
+    QWithFormula<QAnyValue>& value = root.Add("a", "counter");
+    EXPECT_EQ(Text(value.Value()), "1");
+    EXPECT_EQ(value.CacheState(), QCS_NotCacheable);
+    EXPECT_EQ(Text(value.Value()), "2");
+    EXPECT_EQ(Text(value.Value()), "3");
+}
+
+TEST_F(WithFormulaRead, ARootMovedByTheEvaluationMakesItGoRoundOnce) {
+    Root root;
+    root.m_moveRootOnFirstCount = true;
+    root.m_counterState = QCS_NotCacheable;
+    QWithFormula<QAnyValue>& value = root.Add("a", "counter");
+    EXPECT_EQ(Text(value.Value()), "2");
+    EXPECT_EQ(value.State(), root.SyncState());
+    EXPECT_EQ(root.m_counterReads, 2);
+}
+
+TEST_F(WithFormulaRead, AChangeOfOneValueReachesTheValuesThatReadIt) {
+    Root root;
+    QWithFormula<QAnyValue>& depth = root.Add("depth", QAnyValue(4));
+    QWithFormula<QAnyValue>& width = root.Add("width", "depth * 2");
+    EXPECT_EQ(Text(width.Value()), "8");
+    depth = QAnyValue(5);
+    EXPECT_EQ(Text(width.Value()), "10");
+    depth.Assign(QAnyValue(), FormulaText(u"1 + 2"));
+    EXPECT_EQ(Text(width.Value()), "6");
+}
+
+TEST_F(WithFormulaRead, AFailingFormulaSetsTheErrorBit) {
+    Root root;
+    QWithFormula<QAnyValue>& value = root.Add("a", "nosuchname + 1");
+    value.Value();
+    EXPECT_TRUE(value.IsErrorBit());
+    // Put right, the next read clears it.
+    value.Assign(QAnyValue(), FormulaText(u"1 + 1"));
+    EXPECT_EQ(Text(value.Value()), "2");
+    EXPECT_FALSE(value.IsErrorBit());
+}
+
+TEST_F(WithFormulaRead, EvaluateNowSaysWhetherItSucceeded) {
+    Root root;
+    QWithFormula<QAnyValue>& good = root.Add("good", "3 * 3");
+    QWithFormula<QAnyValue>& bad = root.Add("bad", "3 *");
+    EXPECT_TRUE(good.EvaluateNow(false));
+    EXPECT_EQ(Text(good.ValueNoEnsureUpToDate()), "9");
+    EXPECT_FALSE(bad.EvaluateNow(false));
+    EXPECT_TRUE(bad.IsErrorBit());
+    QWithFormula<QAnyValue> plain(&root, QAnyValue(4));
+    EXPECT_TRUE(plain.EvaluateNow(false));
+    EXPECT_EQ(Text(plain.ValueNoEnsureUpToDate()), "4");
+}
+
+TEST_F(WithFormulaRead, AValueWithoutAFormulaUnderARootKeepsItsValue) {
+    Root root;
+    QWithFormula<QAnyValue>& value = root.Add("a", QAnyValue(12));
+    EXPECT_EQ(Text(value.Value()), "12");
+    EXPECT_EQ(value.State(), root.SyncState());
+}
+
+// --- Recursion ------------------------------------------------------------------------------
+
+using WithFormulaRecursion = WithFormulaTest;
+
+TEST_F(WithFormulaRecursion, AFormulaThatReadsItselfIsEmptyWithItsErrorBitAndSilent) {
+    SetNoEvalReportErrors(true);
+    Root root;
+    QWithFormula<QAnyValue>& value = root.Add("x", QAnyValue(3), "x + 1");
+    EXPECT_TRUE(value.Value().IsEmpty());
+    EXPECT_TRUE(value.IsErrorBit());
+    EXPECT_FALSE(value.IsEvaluatingNow());
+    EXPECT_TRUE(Reports().empty());
+}
+
+TEST_F(WithFormulaRecursion, WithReportsOnTheMessageNamesTheFormulaAndTheContext) {
+    SetNoEvalReportErrors(false);
+    Root root("Sheet");
+    QWithFormula<QAnyValue>& value = root.Add("x", "x + 1");
+    value.Value(true);
+    const std::vector<Report> reports = Reports();
+    ASSERT_FALSE(reports.empty());
+    EXPECT_EQ(reports.front(), (Report{"Formula", "Recursive formula\n\tx + 1\nin\n\tSheet"}));
+}
+
+TEST_F(WithFormulaRecursion, AContextWithoutANameGivesTheShortMessage) {
+    SetNoEvalReportErrors(false);
+    Root root("");
+    QWithFormula<QAnyValue>& value = root.Add("x", "x * 2");
+    value.Value(true);
+    const std::vector<Report> reports = Reports();
+    ASSERT_FALSE(reports.empty());
+    EXPECT_EQ(reports.front(), (Report{"Formula", "Recursive formula\n\tx * 2"}));
+}
+
+TEST_F(WithFormulaRecursion, ALoopThroughAnotherValueIsCaughtToo) {
+    SetNoEvalReportErrors(true);
+    Root root;
+    QWithFormula<QAnyValue>& a = root.Add("a", "b + 1");
+    QWithFormula<QAnyValue>& b = root.Add("b", "a + 1");
+    a.Value();
+    EXPECT_TRUE(a.IsErrorBit());
+    EXPECT_TRUE(a.ValueNoEnsureUpToDate().IsEmpty());
+    EXPECT_TRUE(b.IsErrorBit());
+}
+
+// --- Assignment -----------------------------------------------------------------------------
+
+using WithFormulaAssign = WithFormulaTest;
+
+struct RootInStep {
+    RootInStep() { QWithContextConcrete(&root).MakeUpToDate(); }
+    Root root;
+};
+
+TEST_F(WithFormulaAssign, AFormulaIsTakenWithBothNotices) {
+    RootInStep tree;
+    QWithFormula<QAnyValue> value(&tree.root);
+    value.Assign(QAnyValue(1), FormulaText(u"1 + 1"));
+    EXPECT_EQ(tree.root.m_notices, (std::vector<std::string>{"pre", "changed"}));
+    EXPECT_EQ(value.Formula(), FormulaText(u"1 + 1"));
+    EXPECT_EQ(Text(value.ValueNoEnsureUpToDate()), "1");
+}
+
+TEST_F(WithFormulaAssign, ADifferentFormulaClearsTheErrorBitAndTheSameKeepsIt) {
+    Root root;
+    QWithFormula<QAnyValue> value(&root, QAnyValue(), FormulaText(u"1 +"));
+    value.SetErrorBit();
+    value.Assign(QAnyValue(), FormulaText(u"1 +"));
+    EXPECT_TRUE(value.IsErrorBit());
+    value.Assign(QAnyValue(), FormulaText(u"1 + 2"));
+    EXPECT_FALSE(value.IsErrorBit());
+}
+
+TEST_F(WithFormulaAssign, AnIdenticalValueOnlyDropsTheFormulaAndTheErrorBitSilently) {
+    RootInStep tree;
+    QWithFormula<QAnyValue> value(&tree.root, QAnyValue(5), FormulaText(u"2 + 3"));
+    value.SetErrorBit();
+    value = QAnyValue(5);
+    EXPECT_TRUE(tree.root.m_notices.empty());
+    EXPECT_TRUE(value.IsFormulaEmpty());
+    EXPECT_FALSE(value.IsErrorBit());
+}
+
+TEST_F(WithFormulaAssign, ADifferentValueIsTakenWithBothNotices) {
+    RootInStep tree;
+    QWithFormula<QAnyValue> value(&tree.root, QAnyValue(5), FormulaText(u"2 + 3"));
+    value.SetErrorBit();
+    value = QAnyValue(6);
+    EXPECT_EQ(tree.root.m_notices, (std::vector<std::string>{"pre", "changed"}));
+    EXPECT_EQ(Text(value.ValueNoEnsureUpToDate()), "6");
+    EXPECT_TRUE(value.IsFormulaEmpty());
+    EXPECT_FALSE(value.IsErrorBit());
+}
+
+TEST_F(WithFormulaAssign, WithoutARootNothingIsToldAndTheValueIsTaken) {
+    Loose loose;
+    QWithFormula<QAnyValue> value(&loose);
+    value.Assign(QAnyValue(2), FormulaText(u"a"));
+    EXPECT_EQ(value.Formula(), FormulaText(u"a"));
+    value = QAnyValue(3);
+    EXPECT_EQ(Text(value.ValueNoEnsureUpToDate()), "3");
+    EXPECT_TRUE(value.IsFormulaEmpty());
+}
+
+TEST_F(WithFormulaAssign, AssignmentAdoptsTheSourcesContextOnlyWhenItHasNone) {
+    Root first("First");
+    Root second("Second");
+    const QWithFormula<QAnyValue> source(&first, QAnyValue(1), FormulaText(u"1"));
+    QWithFormula<QAnyValue> orphan;
+    orphan = source;
+    EXPECT_EQ(orphan.ParentContext(), &first);
+    QWithFormula<QAnyValue> settled(&second);
+    settled = source;
+    EXPECT_EQ(settled.ParentContext(), &second);
+    EXPECT_EQ(settled.Formula(), FormulaText(u"1"));
+}
+
+TEST_F(WithFormulaAssign, ACopyCarriesValueFormulaAndContextAndIsNotEvaluating) {
+    Root root;
+    const QWithFormula<QAnyValue> original(&root, QAnyValue(4), FormulaText(u"2 * 2"));
+    const QWithFormula<QAnyValue> copy(original);
+    EXPECT_EQ(copy.ParentContext(), &root);
+    EXPECT_EQ(copy.Formula(), original.Formula());
+    EXPECT_EQ(Text(copy.ValueNoEnsureUpToDate()), "4");
+    EXPECT_FALSE(copy.IsEvaluatingNow());
+    Loose elsewhere;
+    const QWithFormula<QAnyValue> moved(original, &elsewhere);
+    EXPECT_EQ(moved.ParentContext(), &elsewhere);
+}
+
+// --- The formula --------------------------------------------------------------------------
+
+using WithFormulaBase = WithFormulaTest;
+
+TEST_F(WithFormulaBase, NoEvaluationIsPossibleWithoutAFormulaOrAContext) {
+    Root root;
+    EXPECT_TRUE(QWithFormulaBase(&root).NoEvaluationPossible());
+    EXPECT_TRUE(QWithFormulaBase(nullptr, FormulaText(u"1")).NoEvaluationPossible());
+    EXPECT_FALSE(QWithFormulaBase(&root, FormulaText(u"1")).NoEvaluationPossible());
+    EXPECT_TRUE(QWithFormulaBase(&root, FormulaText(u"")).IsFormulaEmpty());
+}
+
+TEST_F(WithFormulaBase, SetFormulaTellsTheRootAndTheNoChangeFormsDoNot) {
+    RootInStep tree;
+    QWithFormulaBase holder(&tree.root);
+    holder.SetFormulaNoChange(FormulaText(u"a + 1"));
+    EXPECT_EQ(holder.Formula(), FormulaText(u"a + 1"));
+    holder.ClearFormulaNoChange();
+    EXPECT_TRUE(holder.IsFormulaEmpty());
+    EXPECT_TRUE(tree.root.m_notices.empty());
+    holder.SetFormula(FormulaText(u"a + 2"));
+    EXPECT_EQ(tree.root.m_notices, (std::vector<std::string>{"pre", "changed"}));
+}
+
+TEST_F(WithFormulaBase, SetFormulaAndContextSetsBothAndTellsTheNewRoot) {
+    RootInStep tree;
+    QWithFormulaBase holder;
+    holder.SetFormulaAndContext(FormulaText(u"b"), &tree.root);
+    EXPECT_EQ(holder.ParentContext(), &tree.root);
+    EXPECT_EQ(holder.Formula(), FormulaText(u"b"));
+    EXPECT_EQ(tree.root.m_notices, (std::vector<std::string>{"pre", "changed"}));
+}
+
+struct ColorCase {
+    const char16_t* formula;
+    bool error;
+    bool selected;
+    unsigned long color;
+};
+
+TEST_F(WithFormulaBase, DisplayColorTellsFormulasAndErrorsApart) {
+    const unsigned long normal = 0x123456;
+    const ColorCase cases[] = {
+        {u"", false, false, normal},
+        {u"", false, true, normal},
+        {u"a", false, false, QWithFormulaBase::c_formulaColor},
+        {u"a", false, true, QWithFormulaBase::c_formulaSelectedColor},
+        {u"a", true, false, QWithFormulaBase::c_errorColor},
+        {u"", true, true, QWithFormulaBase::c_errorColor},
+    };
+    for (const ColorCase& c : cases) {
+        QWithFormulaBase holder(nullptr, FormulaText(c.formula));
+        holder.SetErrorBit(c.error);
+        EXPECT_EQ(holder.DisplayColor(normal, c.selected), c.color)
+            << CString(c.formula).ToUtf8() << c.error << c.selected;
+    }
+}
+
+std::vector<std::uint8_t> Stored(const QWithFormulaBase& holder) {
+    CMemFile file;
+    {
+        CArchive archive(&file, CArchive::store);
+        holder.StoreIntoArchive(archive);
+        archive.Close();
+    }
+    return file.Detach();
+}
+
+FormulaText Loaded(std::vector<std::uint8_t> bytes) {
+    CMemFile file(std::move(bytes));
+    CArchive archive(&file, CArchive::load);
+    QWithFormulaBase holder(nullptr, FormulaText(u"left over"));
+    holder.LoadFromArchive(archive);
+    return holder.Formula();
+}
+
+TEST_F(WithFormulaBase, TheFormulaIsArchivedAsACountedString) {
+    EXPECT_EQ(Stored(QWithFormulaBase(nullptr, FormulaText(u"a+1"))),
+              (std::vector<std::uint8_t>{0xFF, 0xFE, 0xFF, 3, 'a', 0, '+', 0, '1', 0}));
+    EXPECT_EQ(Stored(QWithFormulaBase()), (std::vector<std::uint8_t>{0xFF, 0xFE, 0xFF, 0}));
+}
+
+TEST_F(WithFormulaBase, AnArchivedFormulaReadsBackAndNoFormulaStaysNone) {
+    EXPECT_EQ(Loaded(Stored(QWithFormulaBase(nullptr, FormulaText(u"width * 2")))),
+              FormulaText(u"width * 2"));
+    EXPECT_TRUE(Loaded(Stored(QWithFormulaBase())).IsEmpty());
+    // A narrow string from an older file reads as well.
+    EXPECT_EQ(Loaded({2, 'x', '1'}), FormulaText(u"x1"));
+}
+
+} // namespace
+} // namespace keel
