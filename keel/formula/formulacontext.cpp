@@ -3,6 +3,7 @@
 #include "keel/document/errorlog.h"
 #include "keel/document/translate.h"
 #include "keel/formula/evaluator.h"
+#include "keel/questions/properties.h"
 
 #include <memory>
 #include <utility>
@@ -501,97 +502,161 @@ QPropDefTab* QFormulaContext::PropDefTab() {
     return nullptr;
 }
 
-// --- Properties: the answers of a context without properties; the property layer forwards ----
+// --- Properties: forwarded to Properties(); a context without them has none ------------------
 
 int QFormulaContext::PropertyCount() const {
-    return 0;
+    const QProperties* properties = Properties();
+    return properties ? properties->PropertyCount() : 0;
 }
 
-int QFormulaContext::FindProperty(PropId) const {
-    return -1;
+int QFormulaContext::FindProperty(PropId name) const {
+    const QProperties* properties = Properties();
+    return properties ? properties->FindProperty(name) : -1;
 }
 
-bool QFormulaContext::HasProperty(PropId) const {
-    return false;
+bool QFormulaContext::HasProperty(PropId name) const {
+    const QProperties* properties = Properties();
+    return properties && properties->HasProperty(name);
 }
 
-bool QFormulaContext::GetProperty(PropId, QProp&) const {
-    return false;
+bool QFormulaContext::GetProperty(PropId name, QProp& property) const {
+    const QProperties* properties = Properties();
+    return properties && properties->GetProperty(name, property);
 }
 
-bool QFormulaContext::GetPropertyValueWithFormula(PropId, QAnyValue&, FormulaText&, bool&,
-                                                  QCacheState*) {
-    return false;
+bool QFormulaContext::GetPropertyValueWithFormula(PropId name, QAnyValue& value,
+                                                  FormulaText& formula, bool& error,
+                                                  QCacheState* state) {
+    const QProperties* properties = Properties();
+    return properties &&
+           properties->GetPropertyValueWithFormula(name, value, formula, error, state);
 }
 
-bool QFormulaContext::GetPropertyValueWithFormulaWithNoEnsureUpToDate(PropId, QAnyValue&,
-                                                                      FormulaText&) const {
-    return false;
+bool QFormulaContext::GetPropertyValueWithFormulaWithNoEnsureUpToDate(PropId name, QAnyValue& value,
+                                                                      FormulaText& formula) const {
+    const QProperties* properties = Properties();
+    return properties &&
+           properties->GetPropertyValueWithFormulaWithNoEnsureUpToDate(name, value, formula);
 }
 
-bool QFormulaContext::GetPropertyValue(PropId, QAnyValue&, bool&, QCacheState*) {
-    return false;
+bool QFormulaContext::GetPropertyValue(PropId name, QAnyValue& value, bool& error,
+                                       QCacheState* state) {
+    const QProperties* properties = Properties();
+    return properties && properties->GetPropertyValue(name, value, error, state);
 }
 
-bool QFormulaContext::GetPropertyFormula(PropId, FormulaText&) const {
-    return false;
+bool QFormulaContext::GetPropertyFormula(PropId name, FormulaText& formula) const {
+    const QProperties* properties = Properties();
+    return properties && properties->GetPropertyFormula(name, formula);
 }
 
-bool QFormulaContext::GetPropertyDesc(PropId, QStringUnique&) const {
-    return false;
+bool QFormulaContext::GetPropertyDesc(PropId name, QStringUnique& desc) const {
+    const QProperties* properties = Properties();
+    return properties && properties->GetPropertyDesc(name, desc);
 }
 
-void QFormulaContext::SetProperty(PropId, const QProp&) {}
-
-void QFormulaContext::SetPropertyValueWithFormula(PropId, const QAnyValue&, FormulaText) {}
-
-void QFormulaContext::SetPropertyValue(PropId, const QAnyValue&) {}
-
-void QFormulaContext::SetPropertyFormula(PropId, FormulaText) {}
-
-void QFormulaContext::SetPropertyDesc(PropId, QStringUnique) {}
-
-bool QFormulaContext::GetAtProperty(int, QProp&) const {
-    return false;
+void QFormulaContext::SetProperty(PropId name, const QProp& property) {
+    if (QProperties* properties = Properties())
+        properties->SetProperty(name, property);
 }
 
-bool QFormulaContext::GetAtPropertyValueWithFormula(int, PropId&, QAnyValue&, FormulaText&, bool&,
-                                                    QCacheState*) {
-    return false;
+void QFormulaContext::SetPropertyValueWithFormula(PropId name, const QAnyValue& value,
+                                                  FormulaText formula) {
+    if (QProperties* properties = Properties())
+        properties->SetPropertyValueWithFormula(name, value, formula);
 }
 
-bool QFormulaContext::GetAtPropertyValueWithFormulaWithNoEnsureUpToDate(int, PropId&, QAnyValue&,
-                                                                        FormulaText&) const {
-    return false;
+void QFormulaContext::SetPropertyValue(PropId name, const QAnyValue& value) {
+    if (QProperties* properties = Properties())
+        properties->SetPropertyValue(name, value);
 }
 
-bool QFormulaContext::GetAtPropertyValue(int, PropId&, QAnyValue&, bool&, QCacheState*) {
-    return false;
+void QFormulaContext::SetPropertyFormula(PropId name, FormulaText formula) {
+    if (QProperties* properties = Properties())
+        properties->SetPropertyFormula(name, formula);
 }
 
-bool QFormulaContext::GetAtPropertyFormula(int, PropId&, FormulaText&) const {
-    return false;
+void QFormulaContext::SetPropertyDesc(PropId name, QStringUnique desc) {
+    if (QProperties* properties = Properties())
+        properties->SetPropertyDesc(name, desc);
 }
 
-bool QFormulaContext::GetAtPropertyDesc(int, PropId&, QStringUnique&) const {
-    return false;
+bool QFormulaContext::GetAtProperty(int index, QProp& property) const {
+    const QProperties* properties = Properties();
+    return properties && properties->GetAtProperty(index, property);
 }
 
-void QFormulaContext::SetAtProperty(int, const QProp&) {}
+bool QFormulaContext::GetAtPropertyValueWithFormula(int index, PropId& name, QAnyValue& value,
+                                                    FormulaText& formula, bool& error,
+                                                    QCacheState* state) {
+    const QProperties* properties = Properties();
+    return properties &&
+           properties->GetAtPropertyValueWithFormula(index, name, value, formula, error, state);
+}
 
-void QFormulaContext::SetAtPropertyValueWithFormula(int, PropId, const QAnyValue&, FormulaText) {}
+bool QFormulaContext::GetAtPropertyValueWithFormulaWithNoEnsureUpToDate(
+    int index, PropId& name, QAnyValue& value, FormulaText& formula) const {
+    const QProperties* properties = Properties();
+    return properties && properties->GetAtPropertyValueWithFormulaWithNoEnsureUpToDate(
+                             index, name, value, formula);
+}
 
-void QFormulaContext::SetAtPropertyValue(int, PropId, const QAnyValue&) {}
+bool QFormulaContext::GetAtPropertyValue(int index, PropId& name, QAnyValue& value, bool& error,
+                                         QCacheState* state) {
+    const QProperties* properties = Properties();
+    return properties && properties->GetAtPropertyValue(index, name, value, error, state);
+}
 
-void QFormulaContext::SetAtPropertyFormula(int, PropId, FormulaText) {}
+bool QFormulaContext::GetAtPropertyFormula(int index, PropId& name, FormulaText& formula) const {
+    const QProperties* properties = Properties();
+    return properties && properties->GetAtPropertyFormula(index, name, formula);
+}
 
-void QFormulaContext::SetAtPropertyDesc(int, PropId, QStringUnique) {}
+bool QFormulaContext::GetAtPropertyDesc(int index, PropId& name, QStringUnique& desc) const {
+    const QProperties* properties = Properties();
+    return properties && properties->GetAtPropertyDesc(index, name, desc);
+}
 
-void QFormulaContext::RemoveProperty(PropId) {}
+void QFormulaContext::SetAtProperty(int index, const QProp& property) {
+    if (QProperties* properties = Properties())
+        properties->SetAtProperty(index, property);
+}
 
-void QFormulaContext::RemoveAllProperties() {}
+void QFormulaContext::SetAtPropertyValueWithFormula(int index, PropId name, const QAnyValue& value,
+                                                    FormulaText formula) {
+    if (QProperties* properties = Properties())
+        properties->SetAtPropertyValueWithFormula(index, name, value, formula);
+}
 
-void QFormulaContext::RemoveAtProperty(int) {}
+void QFormulaContext::SetAtPropertyValue(int index, PropId name, const QAnyValue& value) {
+    if (QProperties* properties = Properties())
+        properties->SetAtPropertyValue(index, name, value);
+}
+
+void QFormulaContext::SetAtPropertyFormula(int index, PropId name, FormulaText formula) {
+    if (QProperties* properties = Properties())
+        properties->SetAtPropertyFormula(index, name, formula);
+}
+
+void QFormulaContext::SetAtPropertyDesc(int index, PropId name, QStringUnique desc) {
+    if (QProperties* properties = Properties())
+        properties->SetAtPropertyDesc(index, name, desc);
+}
+
+void QFormulaContext::RemoveProperty(PropId name) {
+    if (QProperties* properties = Properties())
+        properties->RemoveProperty(name);
+}
+
+void QFormulaContext::RemoveAllProperties() {
+    if (QProperties* properties = Properties())
+        properties->RemoveAllProperties();
+}
+
+void QFormulaContext::RemoveAtProperty(int index) {
+    if (QProperties* properties = Properties())
+        properties->RemoveAtProperty(index);
+}
 
 // --- Inspector and subscribers ----------------------------------------------------------------
 

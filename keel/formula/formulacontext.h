@@ -195,9 +195,8 @@ public:
 
     // --- Properties --------------------------------------------------------------------------
     //
-    // Without properties (Properties() null) the count is 0, finding gives -1, the getters and
-    // HasProperty give false and the setters and removers do nothing. The property layer
-    // forwards these to the QProperties object.
+    // Each goes to the QProperties object of Properties(). Without one the count is 0, finding
+    // gives -1, the getters and HasProperty give false and the setters and removers do nothing.
 
     virtual int PropertyCount() const;
     virtual int FindProperty(PropId name) const;
