@@ -1,9 +1,11 @@
 #include "keel/document/errorlog.h"
+#include "keel/formula/builtins.h"
 #include "keel/formula/evaluator.h"
 #include "keel/formula/formulacontext.h"
 
 #include <array>
 #include <memory>
+#include <utility>
 #include <vector>
 
 namespace keel {
@@ -17,10 +19,6 @@ constexpr int c_maxArguments = 7;
 const char16_t* const c_countWords[] = {u"no value",     u"one value",   u"two values",
                                         u"three values", u"four values", u"five values",
                                         u"six values",   u"seven values"};
-
-// The names that the dispatchers serve, with bodies here or in an application's extras. A name
-// outside it is looked for among the application's own functions and the context's properties.
-constexpr std::array<const char16_t*, 0> c_knownFunctionNames{};
 
 // The functions that take a whole array at the first argument.
 constexpr std::array c_arrayAwareFunctionNames{u"arraytostring",
@@ -47,9 +45,19 @@ QMap<FullId, bool> MapOfNames(const std::array<const char16_t*, N>& names, unsig
     return map;
 }
 
-bool IsKnownFunction(FullId name) {
-    static const QMap<FullId, bool> known = MapOfNames(c_knownFunctionNames, 199);
-    return known.PLookup(name) != nullptr;
+// The names that the dispatchers serve, with bodies here or in an application's extras. A name
+// outside it is looked for among the application's own functions and the context's properties.
+const QMap<FullId, const QBuiltinFunction*>& KnownFunctions() {
+    static const QMap<FullId, const QBuiltinFunction*> known = [] {
+        QMap<FullId, const QBuiltinFunction*> map;
+        map.InitHashTable(199);
+        for (const QBuiltinGroup* group : BuiltinGroups())
+            for (const QBuiltinFunction& function : group->functions)
+                if (!map.PLookup(FullId(function.name)))
+                    map[FullId(function.name)] = &function;
+        return map;
+    }();
+    return known;
 }
 
 // Whether the function takes a whole array at that one-based position, so that an array there is
@@ -114,15 +122,324 @@ bool EvaluateIff(QEvaluator& evaluator, QAnyValue& result) {
     return true;
 }
 
+// Parses the arguments up to the ")", each by `argument`, which returns false on a failure.
+template <class Argument>
+bool ParseArguments(QEvaluator& evaluator, FullId name, Argument argument) {
+    while (true) {
+        if (!argument())
+            return false;
+        if (evaluator.MatchChar(u')'))
+            return true;
+        if (!evaluator.MatchChar(u','))
+            return evaluator.ExpectingCommaOrParenthesisButFoundIn(name.ToString(),
+                                                                   evaluator.ThisCharPlus(20));
+    }
+}
+
+// Every argument evaluated as a block; `take` sees each value when evaluation is on.
+template <class Take>
+bool ForEachValue(QEvaluator& evaluator, FullId name, Take take) {
+    return ParseArguments(evaluator, name, [&] {
+        QAnyValue value;
+        if (!evaluator.EvaluateBlock(value, true))
+            return false;
+        if (evaluator.IsEval())
+            take(value);
+        return true;
+    });
+}
+
+// and(...) and or(...): once the outcome is fixed the rest is only parsed.
+bool EvaluateAndOr(QEvaluator& evaluator, QAnyValue& result, FullId name, bool isAnd) {
+    QAnyValue outcome(isAnd);
+    bool fixed = false;
+    const bool parsed = ParseArguments(evaluator, name, [&] {
+        QAnyValue value;
+        if (fixed || evaluator.IsNoEval()) {
+            QEvaluator::NoEval noEval(evaluator);
+            return evaluator.EvaluateConditional(value);
+        }
+        if (!evaluator.EvaluateConditional(value))
+            return false;
+        if (isAnd) {
+            outcome.ANDit(value.ANDOVERit());
+            fixed = outcome.IsFALSE();
+        } else {
+            outcome.ORit(value.OROVERit());
+            fixed = outcome.IsTRUE();
+        }
+        return true;
+    });
+    if (parsed && evaluator.IsEval())
+        result = outcome;
+    return parsed;
+}
+
+bool EvaluateMinMax(QEvaluator& evaluator, QAnyValue& result, FullId name, bool isMin) {
+    QAnyValue best;
+    bool first = true;
+    const bool parsed = ForEachValue(evaluator, name, [&](QAnyValue& value) {
+        value.MakeAllNumeric();
+        if (isMin)
+            value.MINOVERit();
+        else
+            value.MAXOVERit();
+        if (first) {
+            best = value;
+            first = false;
+            return;
+        }
+        bool failed = false;
+        const int order = value.Compare(best, failed);
+        if (failed)
+            best.MakeError(isMin ? u"Cannot compare in MIN()" : u"Cannot compare in MAX()");
+        else if (isMin ? order < 0 : order > 0)
+            best = value;
+    });
+    if (parsed && evaluator.IsEval())
+        result = best;
+    return parsed;
+}
+
+// An array folded by `operation` from its first element; an empty one gives `unit`.
+QAnyValue& FoldArray(QAnyValue& value, QAnyValue& (QAnyValue::*operation)(const QAnyValue&),
+                     const QAnyValue& unit) {
+    if (!value.IsArray())
+        return value;
+    const QArray<QAnyValue> elements = value.MakeArray();
+    if (elements.GetSize() == 0)
+        return value = unit;
+    value = elements[0];
+    for (int i = 1; i < elements.GetSize(); ++i)
+        (value.*operation)(elements[i]);
+    return value;
+}
+
+QAnyValue& Square(QAnyValue& value) {
+    const QAnyValue factor = value;
+    return value *= factor;
+}
+
+QAnyValue& SumOfSquares(QAnyValue& value) {
+    if (!value.IsArray())
+        return Square(value);
+    for (QAnyValue& element : value.MakeArray())
+        Square(element);
+    return value.SUMOVERit();
+}
+
+enum class Total { Sum, SumOfSquares, Product, Average };
+
+// Each value is folded first if it is an array; the first value is taken as it is and the
+// others are added, or multiplied. The average divides by the count of values given.
+bool EvaluateTotal(QEvaluator& evaluator, QAnyValue& result, FullId name, Total total) {
+    QAnyValue outcome;
+    int count = 0;
+    const bool parsed = ForEachValue(evaluator, name, [&](QAnyValue& value) {
+        switch (total) {
+        case Total::Sum:
+            value.SUMOVERit();
+            break;
+        case Total::SumOfSquares:
+            SumOfSquares(value);
+            break;
+        case Total::Product:
+            FoldArray(value, &QAnyValue::operator*=, QAnyValue(1));
+            break;
+        case Total::Average:
+            value.AVERAGEOVERit();
+            break;
+        }
+        if (count++ == 0)
+            outcome = value;
+        else if (total == Total::Product)
+            outcome *= value;
+        else
+            outcome += value;
+    });
+    if (!parsed || evaluator.IsNoEval())
+        return parsed;
+    result = total == Total::Average ? outcome / QAnyValue(count) : outcome;
+    return true;
+}
+
+bool EvaluateConcatenate(QEvaluator& evaluator, QAnyValue& result, FullId name) {
+    QAnyValue text{CString()};
+    const bool parsed = ForEachValue(
+        evaluator, name, [&](QAnyValue& value) { text.CONCATit(value.CONCATENATEOVERit()); });
+    if (parsed && evaluator.IsEval())
+        result = text;
+    return parsed;
+}
+
+bool EvaluateJoin(QEvaluator& evaluator, QAnyValue& result, FullId name) {
+    QAnyValue joined;
+    const bool parsed =
+        ForEachValue(evaluator, name, [&](QAnyValue& value) { joined.JOINit(value); });
+    if (parsed && evaluator.IsEval())
+        result = joined;
+    return parsed;
+}
+
+// array() with nothing between the parentheses is the empty array.
+bool EvaluateArray(QEvaluator& evaluator, QAnyValue& result, FullId name) {
+    QAnyValue elements{QArray<QAnyValue>()};
+    const bool parsed =
+        evaluator.MatchChar(u')') ||
+        ForEachValue(evaluator, name, [&](QAnyValue& value) { elements.APPENDITEMit(value); });
+    if (parsed && evaluator.IsEval())
+        result = elements;
+    return parsed;
+}
+
+// choose(i, a, b, ...): only the i-th value after the index is evaluated. An index that is an
+// error or N/A is the result; one out of range gives the empty value.
+bool EvaluateChoose(QEvaluator& evaluator, QAnyValue& result, FullId name) {
+    QAnyValue index;
+    if (!evaluator.EvaluateBlock(index, true))
+        return false;
+    if (!evaluator.MatchChar(u','))
+        return evaluator.ExpectingAfterButFound(u"','", u"index value in choose",
+                                                evaluator.ThisCharPlus(20));
+    const bool evaluating = evaluator.IsEval();
+    QAnyValue chosen;
+    int wanted = 0;
+    if (evaluating) {
+        QAnyValue number = index;
+        wanted = number.MakeInt();
+        if (number.IsErrorOrNA())
+            chosen = number;
+    }
+    int position = 0;
+    const bool parsed = ParseArguments(evaluator, name, [&] {
+        ++position;
+        if (evaluating && position == wanted && !chosen.IsErrorOrNA())
+            return evaluator.EvaluateBlock(chosen, true);
+        QEvaluator::NoEval noEval(evaluator);
+        QAnyValue skipped;
+        return evaluator.EvaluateBlock(skipped, true);
+    });
+    if (parsed && evaluating)
+        result = chosen;
+    return parsed;
+}
+
+bool ExpectClosingParenthesis(QEvaluator& evaluator, const char16_t* in) {
+    return evaluator.MatchChar(u')') ||
+           evaluator.ExpectingMatchingButFoundIn(u"')'", u"'('", evaluator.ThisCharPlus(20), in);
+}
+
+// debug(e): the value of e, with every look-up on the way shown.
+bool EvaluateDebug(QEvaluator& evaluator, QAnyValue& result) {
+    if (evaluator.IsEval())
+        TheErrorLog().DiscardPendingMessages();
+    const bool wasDebug = evaluator.IsDebug();
+    evaluator.SetDebug(true);
+    QAnyValue value;
+    const bool evaluated = evaluator.EvaluateBlock(value, true);
+    evaluator.SetDebug(wasDebug);
+    if (!evaluated || !ExpectClosingParenthesis(evaluator, u"DEBUG function"))
+        return false;
+    if (evaluator.IsEval())
+        result = value;
+    return true;
+}
+
+// defined(name): whether a variable or a name in the context exists; the name is not evaluated.
+bool EvaluateDefined(QEvaluator& evaluator, QAnyValue& result) {
+    const short start = evaluator.SaveCursor();
+    FullId name;
+    bool simple = true;
+    if (!evaluator.ParseVarnameWithDot(name, simple))
+        return evaluator.SaveCursor() != start
+                   ? false
+                   : evaluator.ExpectingButFoundIn(u"variable name", evaluator.ThisCharPlus(20),
+                                                   u"DEFINED function");
+    if (!ExpectClosingParenthesis(evaluator, u"DEFINED function"))
+        return false;
+    if (evaluator.IsEval())
+        result = evaluator.IsIdentifierDefined(name);
+    return true;
+}
+
 // `handled` tells whether the name is one of them; the result is then the call's success.
 bool EvaluateVariableArgumentFunction(QEvaluator& evaluator, QAnyValue& result, FullId name,
                                       bool& handled) {
-    static const FullId iff(u"iff");
-    static const FullId ifFunction(u"if");
-    handled = true;
-    if (name == iff || name == ifFunction)
+    enum Function {
+        Debug,
+        Defined,
+        Iff,
+        And,
+        Or,
+        Min,
+        Max,
+        Sum,
+        SumSq,
+        Product,
+        Average,
+        Concatenate,
+        Join,
+        Choose,
+        Array
+    };
+    static const QMap<FullId, Function> functions = [] {
+        const std::pair<const char16_t*, Function> names[] = {{u"debug", Debug},
+                                                              {u"defined", Defined},
+                                                              {u"iff", Iff},
+                                                              {u"if", Iff},
+                                                              {u"and", And},
+                                                              {u"or", Or},
+                                                              {u"min", Min},
+                                                              {u"max", Max},
+                                                              {u"average", Average},
+                                                              {u"sum", Sum},
+                                                              {u"sumsq", SumSq},
+                                                              {u"product", Product},
+                                                              {u"concatenate", Concatenate},
+                                                              {u"join", Join},
+                                                              {u"choose", Choose},
+                                                              {u"array", Array}};
+        QMap<FullId, Function> map;
+        for (const auto& [text, function] : names)
+            map[FullId(text)] = function;
+        return map;
+    }();
+    const auto* found = functions.PLookup(name);
+    handled = found != nullptr;
+    if (!handled)
+        return false;
+    switch (found->value) {
+    case Debug:
+        return EvaluateDebug(evaluator, result);
+    case Defined:
+        return EvaluateDefined(evaluator, result);
+    case Iff:
         return EvaluateIff(evaluator, result);
-    handled = false;
+    case And:
+        return EvaluateAndOr(evaluator, result, name, true);
+    case Or:
+        return EvaluateAndOr(evaluator, result, name, false);
+    case Min:
+        return EvaluateMinMax(evaluator, result, name, true);
+    case Max:
+        return EvaluateMinMax(evaluator, result, name, false);
+    case Sum:
+        return EvaluateTotal(evaluator, result, name, Total::Sum);
+    case SumSq:
+        return EvaluateTotal(evaluator, result, name, Total::SumOfSquares);
+    case Product:
+        return EvaluateTotal(evaluator, result, name, Total::Product);
+    case Average:
+        return EvaluateTotal(evaluator, result, name, Total::Average);
+    case Concatenate:
+        return EvaluateConcatenate(evaluator, result, name);
+    case Join:
+        return EvaluateJoin(evaluator, result, name);
+    case Choose:
+        return EvaluateChoose(evaluator, result, name);
+    case Array:
+        return EvaluateArray(evaluator, result, name);
+    }
     return false;
 }
 
@@ -133,28 +450,41 @@ bool WrongCount(QEvaluator& evaluator, FullId name, std::size_t count) {
                                          u"correct number of values");
 }
 
-bool CallBodies(QEvaluator& evaluator, QAnyValue& result, FullId name, const Arguments& a) {
-    bool served = false;
+bool CallExtras(QEvaluator& evaluator, QAnyValue& result, FullId name, const Arguments& a) {
     switch (a.size()) {
     case 0:
-        served = evaluator.EvaluateSimpleFunctionExtras(result, name);
-        break;
+        return evaluator.EvaluateSimpleFunctionExtras(result, name);
     case 1:
-        served = evaluator.EvaluateUnaryFunctionExtras(result, name, a[0]);
-        break;
+        return evaluator.EvaluateUnaryFunctionExtras(result, name, a[0]);
     case 2:
-        served = evaluator.EvaluateBinaryFunctionExtras(result, name, a[0], a[1]);
-        break;
+        return evaluator.EvaluateBinaryFunctionExtras(result, name, a[0], a[1]);
     case 3:
-        served = evaluator.EvaluateTernaryFunctionExtras(result, name, a[0], a[1], a[2]);
-        break;
+        return evaluator.EvaluateTernaryFunctionExtras(result, name, a[0], a[1], a[2]);
     case 4:
-        served = evaluator.EvaluateQuadaryFunctionExtras(result, name, a[0], a[1], a[2], a[3]);
-        break;
+        return evaluator.EvaluateQuadaryFunctionExtras(result, name, a[0], a[1], a[2], a[3]);
     default:
-        break;
+        return false;
     }
-    return served || WrongCount(evaluator, name, a.size());
+}
+
+bool TakesCount(const QBuiltinFunction& function, std::size_t count) {
+    const int n = static_cast<int>(count);
+    return n >= function.minArgs &&
+           (function.maxArgs == c_builtinAnyCount || n <= function.maxArgs);
+}
+
+// The function's own body, then the application's extras, then the report of the count.
+bool CallBodies(QEvaluator& evaluator, QAnyValue& result, const QBuiltinFunction& function,
+                FullId name, const Arguments& a) {
+    if (function.body && TakesCount(function, a.size())) {
+        if (function.actionOnly && !evaluator.IsAction())
+            return evaluator.ActionOnly(evaluator.ThisCharPlus(20));
+        QBuiltinCall call{evaluator, result, name, a};
+        bool succeeded = false;
+        if (function.body(call, succeeded))
+            return succeeded;
+    }
+    return CallExtras(evaluator, result, name, a) || WrongCount(evaluator, name, a.size());
 }
 
 bool CallDerived(QEvaluator& evaluator, QAnyValue& result, FullId name, const Arguments& a) {
@@ -184,15 +514,16 @@ bool CallDerived(QEvaluator& evaluator, QAnyValue& result, FullId name, const Ar
 // --- Array spreading ----------------------------------------------------------------------------
 
 // Runs the bodies once a position, the arguments at `spread` taking their element there.
-bool CallPerPosition(QEvaluator& evaluator, QAnyValue& result, FullId name, const Arguments& a,
-                     const std::vector<std::size_t>& spread, int length) {
+bool CallPerPosition(QEvaluator& evaluator, QAnyValue& result, const QBuiltinFunction& function,
+                     FullId name, const Arguments& a, const std::vector<std::size_t>& spread,
+                     int length) {
     QAnyValue elements{QArray<QAnyValue>()};
     for (int position = 1; position <= length; ++position) {
         Arguments atPosition = a;
         for (std::size_t i : spread)
             atPosition[i] = a[i].GETAT(position);
         QAnyValue element;
-        if (!CallBodies(evaluator, element, name, atPosition))
+        if (!CallBodies(evaluator, element, function, name, atPosition))
             return false;
         elements.APPENDITEMit(element);
     }
@@ -214,20 +545,21 @@ int ExtendSpreadArrays(Arguments& a, const std::vector<std::size_t>& spread) {
 // An array where the function takes a scalar is spread: one array gives a call per element;
 // with three or four arguments, several arrays are brought to one length and spread together.
 // Anything else runs unchanged, and the value operations decide what arrays mean.
-bool CallSpreadingArrays(QEvaluator& evaluator, QAnyValue& result, FullId name,
-                         const Arguments& a) {
+bool CallSpreadingArrays(QEvaluator& evaluator, QAnyValue& result, const QBuiltinFunction& function,
+                         FullId name, const Arguments& a) {
     std::vector<std::size_t> spread;
     for (std::size_t i = 0; i < a.size(); ++i)
         if (a[i].IsArray() && !IsArrayArgument(name, static_cast<int>(i) + 1))
             spread.push_back(i);
     if (spread.size() == 1)
-        return CallPerPosition(evaluator, result, name, a, spread, a[spread[0]].GetSize());
+        return CallPerPosition(evaluator, result, function, name, a, spread,
+                               a[spread[0]].GetSize());
     if (spread.size() >= 2 && (a.size() == 3 || a.size() == 4)) {
         Arguments extended = a;
         const int length = ExtendSpreadArrays(extended, spread);
-        return CallPerPosition(evaluator, result, name, extended, spread, length);
+        return CallPerPosition(evaluator, result, function, name, extended, spread, length);
     }
-    return CallBodies(evaluator, result, name, a);
+    return CallBodies(evaluator, result, function, name, a);
 }
 
 // --- Names that are no built-in function --------------------------------------------------------
@@ -360,12 +692,101 @@ bool CallUnknownFunction(QEvaluator& evaluator, QAnyValue& result, FullId name,
 bool Dispatch(QEvaluator& evaluator, QAnyValue& result, FullId name, const Arguments& a) {
     if (evaluator.IsNoEval())
         return true;
-    if (!IsKnownFunction(name))
+    const QBuiltinFunction* function = FindBuiltinFunction(name);
+    if (!function)
         return CallUnknownFunction(evaluator, result, name, a);
-    return CallSpreadingArrays(evaluator, result, name, a);
+    return CallSpreadingArrays(evaluator, result, *function, name, a);
 }
 
 } // namespace
+
+const QBuiltinGroup& ApplicationFunctions() {
+    static constexpr QBuiltinFunction functions[] = {
+        {u"_oneditchange", 0, c_builtinAnyCount, u"...", false, nullptr},
+        {u"_onopenpage", 0, c_builtinAnyCount, u"...", false, nullptr},
+        {u"_systemaction", 0, c_builtinAnyCount, u"...", false, nullptr},
+        {u"_updateprops", 0, c_builtinAnyCount, u"...", false, nullptr},
+        {u"addtocatalog", 0, c_builtinAnyCount, u"...", false, nullptr},
+        {u"addtolibrary", 0, c_builtinAnyCount, u"...", false, nullptr},
+        {u"averagecolor", 0, c_builtinAnyCount, u"...", false, nullptr},
+        {u"export", 0, c_builtinAnyCount, u"...", false, nullptr},
+        {u"exportdata", 0, c_builtinAnyCount, u"...", false, nullptr},
+        {u"exportdatamin", 0, c_builtinAnyCount, u"...", false, nullptr},
+        {u"exportdoc3d", 0, c_builtinAnyCount, u"...", false, nullptr},
+        {u"exportitem3d", 0, c_builtinAnyCount, u"...", false, nullptr},
+        {u"hascatalog", 0, c_builtinAnyCount, u"...", false, nullptr},
+        {u"merge", 0, c_builtinAnyCount, u"...", false, nullptr},
+        {u"previewcurrent", 0, c_builtinAnyCount, u"...", false, nullptr},
+        {u"previewdonorfaceshadows", 0, c_builtinAnyCount, u"...", false, nullptr},
+        {u"previewelevation", 0, c_builtinAnyCount, u"...", false, nullptr},
+        {u"previewhilite", 0, c_builtinAnyCount, u"...", false, nullptr},
+        {u"previewmachining", 0, c_builtinAnyCount, u"...", false, nullptr},
+        {u"previewshowmachining", 0, c_builtinAnyCount, u"...", false, nullptr},
+        {u"previewtype", 0, c_builtinAnyCount, u"...", false, nullptr},
+        {u"report", 0, c_builtinAnyCount, u"...", false, nullptr},
+        {u"savedrawing", 0, c_builtinAnyCount, u"...", false, nullptr},
+        {u"transformtolocalx", 0, c_builtinAnyCount, u"...", false, nullptr},
+        {u"transformtolocaly", 0, c_builtinAnyCount, u"...", false, nullptr},
+        {u"writehostdxf", 0, c_builtinAnyCount, u"...", false, nullptr},
+    };
+    static const QBuiltinGroup group{u"Served by the application", functions};
+    return group;
+}
+
+const QBuiltinGroup& VariableArgumentFunctions() {
+    static constexpr QBuiltinFunction functions[] = {
+        {u"debug", 1, 1, u"e", false, nullptr},
+        {u"defined", 1, 1, u"name", false, nullptr},
+        {u"iff", 3, 3, u"c, a, b", false, nullptr},
+        {u"if", 3, 3, u"c, a, b", false, nullptr},
+        {u"and", 1, c_builtinAnyCount, u"b, ...", false, nullptr},
+        {u"or", 1, c_builtinAnyCount, u"b, ...", false, nullptr},
+        {u"min", 1, c_builtinAnyCount, u"v, ...", false, nullptr},
+        {u"max", 1, c_builtinAnyCount, u"v, ...", false, nullptr},
+        {u"average", 1, c_builtinAnyCount, u"v, ...", false, nullptr},
+        {u"sum", 1, c_builtinAnyCount, u"v, ...", false, nullptr},
+        {u"sumsq", 1, c_builtinAnyCount, u"v, ...", false, nullptr},
+        {u"product", 1, c_builtinAnyCount, u"v, ...", false, nullptr},
+        {u"concatenate", 1, c_builtinAnyCount, u"v, ...", false, nullptr},
+        {u"join", 1, c_builtinAnyCount, u"v, ...", false, nullptr},
+        {u"choose", 2, c_builtinAnyCount, u"i, a, b, ...", false, nullptr},
+        {u"array", 0, c_builtinAnyCount, u"v, ...", false, nullptr},
+    };
+    static const QBuiltinGroup group{u"Logic and control, variable arguments", functions};
+    return group;
+}
+
+const QBuiltinFunction* FindBuiltinFunction(FullId name) {
+    const auto* pair = KnownFunctions().PLookup(name);
+    return pair ? pair->value : nullptr;
+}
+
+int KnownFunctionCount() {
+    return KnownFunctions().GetCount();
+}
+
+std::span<const QBuiltinGroup* const> BuiltinGroups() {
+    static const std::array<const QBuiltinGroup*, 9> groups{
+        &LogicFunctions(),   &ConversionFunctions(), &MathFunctions(),
+        &StringFunctions(),  &ArrayFunctions(),      &FileFunctions(),
+        &ContextFunctions(), &WindowFunctions(),     &ApplicationFunctions()};
+    return groups;
+}
+
+bool TakeErrorArgument(QBuiltinCall& call) {
+    for (const QAnyValue& argument : call.args)
+        if (argument.IsErrorOrNA()) {
+            call.result = argument;
+            return true;
+        }
+    return false;
+}
+
+bool CallWithDefault(QBuiltinCall& call, const QAnyValue& defaultValue) {
+    Arguments a = call.args;
+    a.push_back(defaultValue);
+    return Dispatch(call.evaluator, call.result, call.name, a);
+}
 
 bool QEvaluator::EvaluateFunction(QAnyValue& result, FullId name) {
     bool handled = false;

@@ -88,6 +88,31 @@ public:
     // The count of pending errors changed: indicators that show it (status bars, table editors)
     // are brought up to date. A host without such indicators has nothing to do.
     virtual void RefreshErrorButtons() {}
+
+    // The dialogs that formulas open. A host that has none of them keeps these answers: nothing
+    // was chosen, nothing was opened. (The formula functions do not ask a host without a
+    // display; they answer as a server does.)
+
+    // The text edit dialog, titled `title`: true with `text` changed when the person confirmed.
+    virtual bool EditText(CString& /*text*/, const CString& /*title*/) { return false; }
+    // The colour dialog starting at `color` (0x00BBGGRR): true with the colour chosen.
+    virtual bool PickColor(unsigned long& /*color*/) { return false; }
+    // A dialog that picks a file to open, starting in `folder` at `path`; `filter` is a list of
+    // patterns such as "*.png;*.jpg", empty for all files. True with the full path chosen.
+    virtual bool BrowseForFile(const CString& /*title*/, const CString& /*folder*/,
+                               const CString& /*filter*/, CString& /*path*/) {
+        return false;
+    }
+    // The form editor on a question file, and the table editor on a table file, both modal.
+    // True when the editor was shown.
+    virtual bool EditForm(const CString& /*path*/, const CString& /*group*/) { return false; }
+    virtual bool EditTable(const CString& /*path*/) { return false; }
+    // Asks the active property sheet to show a page.
+    enum class PageSelection { NoSheet, NotFound, Selected };
+    virtual PageSelection SelectCategoryAndPage(const CString& /*category*/,
+                                                const CString& /*page*/) {
+        return PageSelection::NoSheet;
+    }
 };
 
 // The installed host; the headless host until another is installed.

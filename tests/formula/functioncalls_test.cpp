@@ -68,7 +68,7 @@ public:
     using QEvaluator::QEvaluator;
 
     bool IsDerivedClassDefined(FullId name) override {
-        for (const char* own : {"answer", "twice", "pair", "sum7", "refuse", "iserror"})
+        for (const char* own : {"answer", "twice", "pair", "sum7", "refuse"})
             if (name == FullId(own))
                 return true;
         return false;
@@ -81,13 +81,8 @@ public:
     bool EvaluateUnaryFunctionDerived(QAnyValue& result, FullId name,
                                       const QAnyValue& a1) override {
         ++c_calls;
-        c_lastArgument = a1;
         if (name == FullId("refuse"))
             return ErrorEvaluatingFunction(name.ToString());
-        if (name == FullId("iserror")) {
-            result = QAnyValue(a1.IsError());
-            return true;
-        }
         result = a1 * QAnyValue(2);
         return true;
     }
@@ -107,7 +102,6 @@ public:
     }
 
     static inline int c_calls = 0;
-    static inline QAnyValue c_lastArgument;
 };
 
 class ApplicationFactory : public QEvaluatorFactory {
@@ -278,31 +272,6 @@ TEST_F(FunctionCallsTest, WithEvaluationOffNothingIsCalled) {
     EXPECT_TRUE(evaluator->EvaluateNoEval());
     EXPECT_EQ(ApplicationEvaluator::c_calls, 0);
     EXPECT_TRUE(result.IsEmpty());
-}
-
-TEST_F(FunctionCallsTest, TheErrorTestsTakeAFailingArgumentAsAnErrorValueQuietly) {
-    ApplicationFactory factory;
-    SetEvaluatorFactory(&factory);
-    Outcome outcome = Run("iserror(nosuchname)");
-    EXPECT_TRUE(outcome.ok) << outcome.message;
-    EXPECT_TRUE(outcome.result.MakeBool());
-    EXPECT_EQ(outcome.message, "");
-
-    outcome = Run("iserror(1 +)");
-    EXPECT_TRUE(outcome.ok) << outcome.message;
-    EXPECT_TRUE(outcome.result.MakeBool());
-    EXPECT_EQ(MessageOf(ApplicationEvaluator::c_lastArgument),
-              "Expecting a number, string, name or (expression)\nbut found\n\t)");
-
-    outcome = Run("iserror(2)");
-    EXPECT_FALSE(outcome.result.MakeBool());
-    EXPECT_EQ(Pending(), 0);
-    EXPECT_FALSE(NoEvalReportErrors());
-
-    // Any other function fails with its argument.
-    outcome = Run("twice(nosuchname)");
-    EXPECT_FALSE(outcome.ok);
-    EXPECT_EQ(outcome.message, "Unknown name\n\tnosuchname");
 }
 
 // ---------------------------------------------------------------------------------------------

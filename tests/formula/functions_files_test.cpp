@@ -1,0 +1,346 @@
+#include "tests/support/anyvalues.h"
+#include "tests/support/environment.h"
+
+#include "keel/document/usertrace.h"
+#include "keel/document/winapp.h"
+#include "keel/formula/evaluator.h"
+#include "keel/formula/evaluatorfactory.h"
+#include "keel/formula/formulacontext.h"
+#include "keel/system/currentdirectory.h"
+#include "keel/system/fsfile.h"
+
+#include <chrono>
+#include <fcntl.h>
+#include <filesystem>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <string>
+#include <sys/file.h>
+#include <thread>
+#include <unistd.h>
+
+namespace keel {
+namespace {
+
+namespace fs = std::filesystem;
+using testing::HasSubstr;
+
+class FilesContext : public QFormulaContext {
+public:
+    CString SimpleTypeName() const override { return u"Desk"; }
+    QProperties* Properties() const override { return nullptr; }
+    bool SimpleLookupValueInThis(PropId name, QAnyValue& value, bool&, QCacheState&,
+                                 bool) override {
+        return m_values.Lookup(name, value);
+    }
+    void Set(const char* name, const QAnyValue& value) { m_values[PropId(name)] = value; }
+
+private:
+    QMap<PropId, QAnyValue> m_values;
+};
+
+// An application whose library folder is the test's own.
+class LibraryFactory : public QEvaluatorFactory {
+public:
+    explicit LibraryFactory(const fs::path& library) : m_library(library) {}
+    QEvaluator* NewQEvaluator(QAnyValue& result, FormulaText formula, QFormulaContext* context,
+                              bool passThrough, bool reportErrors, bool isAction) override {
+        return new QEvaluator(result, formula, context, passThrough, reportErrors, isAction);
+    }
+    CString FolderForConstant(QConstantFolder folder) const override {
+        return folder == QConstantFolder::Library ? CString::FromUtf8(m_library.string())
+                                                  : CString();
+    }
+
+private:
+    fs::path m_library;
+};
+
+struct Outcome {
+    bool ok = false;
+    QAnyValue value;
+    std::string message;
+};
+
+std::string Text(const QAnyValue& value) {
+    return QAnyValue(value).MakeCString().ToUtf8();
+}
+
+// Each test has a fresh library folder of its own.
+class FunctionsFiles : public testing::Test {
+protected:
+    FunctionsFiles()
+        : m_library(fs::temp_directory_path() /
+                    ("keel-files-" + std::to_string(::getpid()) + "-" +
+                     testing::UnitTest::GetInstance()->current_test_info()->name())),
+          m_factory(m_library) {
+        fs::remove_all(m_library);
+        fs::create_directories(m_library);
+        m_previous = SetEvaluatorFactory(&m_factory);
+        QFSFile::ClearFileStatusCache();
+    }
+    ~FunctionsFiles() override {
+        SetEvaluatorFactory(m_previous);
+        fs::remove_all(m_library);
+    }
+
+    Outcome Evaluated(const std::string& formula, bool action = false) {
+        Outcome outcome;
+        QEvaluator evaluator(outcome.value, FormulaText(CString::FromUtf8(formula)), &m_desk, false,
+                             false, action);
+        outcome.ok = evaluator.Evaluate();
+        outcome.message = evaluator.Message().ToUtf8();
+        return outcome;
+    }
+    // The value of a formula that must evaluate.
+    QAnyValue ValueOf(const std::string& formula, bool action = false) {
+        const Outcome outcome = Evaluated(formula, action);
+        EXPECT_TRUE(outcome.ok) << formula << ": " << outcome.message;
+        return outcome.value;
+    }
+    std::string InLibrary(const std::string& name) const { return (m_library / name).string(); }
+    void Write(const std::string& name, const std::string& text) const {
+        test::WriteText(m_library / name, text);
+    }
+    std::string Read(const std::string& name) const { return test::ReadText(m_library / name); }
+
+    fs::path m_library;
+    LibraryFactory m_factory;
+    QEvaluatorFactory* m_previous = nullptr;
+    FilesContext m_desk;
+};
+
+// Holds another open file's lock, as a second program would.
+class ForeignLock {
+public:
+    ForeignLock(const std::string& path, int operation)
+        : m_fd(::open(path.c_str(), O_RDONLY | O_CLOEXEC)) {
+        EXPECT_GE(m_fd, 0) << path;
+        EXPECT_EQ(::flock(m_fd, operation | LOCK_NB), 0);
+    }
+    ~ForeignLock() { Release(); }
+    ForeignLock(const ForeignLock&) = delete;
+    ForeignLock& operator=(const ForeignLock&) = delete;
+    void Release() {
+        if (m_fd >= 0)
+            ::close(m_fd);
+        m_fd = -1;
+    }
+
+private:
+    int m_fd;
+};
+
+TEST_F(FunctionsFiles, WriteLineWritesAndAppendLineAdds) {
+    EXPECT_TRUE(ValueOf("writeline(\"notes\", \"first\")", true).IsTRUE());
+    EXPECT_EQ(Read("notes.txt"), "first\n");
+    EXPECT_TRUE(ValueOf("appendline(\"notes\", 2 + 3)", true).IsTRUE());
+    EXPECT_EQ(Read("notes.txt"), "first\n5\n");
+    EXPECT_TRUE(ValueOf("writeline(\"notes\", \"again\")", true).IsTRUE());
+    EXPECT_EQ(Read("notes.txt"), "again\n");
+}
+
+TEST_F(FunctionsFiles, WriteLineMakesTheFoldersAndKeepsAnExtension) {
+    EXPECT_TRUE(ValueOf("writeline(\"sub/deep/list.csv\", \"a;b\")", true).IsTRUE());
+    EXPECT_EQ(Read("sub/deep/list.csv"), "a;b\n");
+    const std::string absolute = InLibrary("elsewhere/abs");
+    EXPECT_TRUE(ValueOf("appendline(\"" + absolute + "\", \"x\")", true).IsTRUE());
+    EXPECT_EQ(Read("elsewhere/abs.txt"), "x\n");
+}
+
+TEST_F(FunctionsFiles, WritingIsOnlyForActionFields) {
+    for (const char* formula : {"writeline(\"notes\", \"x\")", "appendline(\"notes\", \"x\")"}) {
+        const Outcome outcome = Evaluated(formula);
+        EXPECT_FALSE(outcome.ok) << formula;
+        EXPECT_THAT(outcome.message, HasSubstr("Only allowed in an action field")) << formula;
+    }
+    EXPECT_FALSE(fs::exists(m_library / "notes.txt"));
+}
+
+struct ReadCase {
+    const char* formula;
+    const char* expected;
+};
+
+class FunctionsFilesReading : public FunctionsFiles,
+                              public testing::WithParamInterface<ReadCase> {};
+
+TEST_P(FunctionsFilesReading, GiveTheText) {
+    Write("notes.txt", "first\r\nsecond\nthird\n");
+    Write("data.csv", "1;2\n");
+    Write("\xC3\xA9t\xC3\xA9.txt", "summer\n");
+    Write("empty.txt", "");
+    const QAnyValue value = ValueOf(GetParam().formula);
+    EXPECT_EQ(Text(value), GetParam().expected) << GetParam().formula;
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Table, FunctionsFilesReading,
+    testing::Values(
+        ReadCase{"readfile(\"notes\")", "first\r\nsecond\r\nthird"},
+        ReadCase{"readfile(\"notes\", \" | \")", "first | second | third"},
+        ReadCase{"readfile(\"data.csv\")", "1;2"},
+        ReadCase{"readfile(\"\xC3\xA9t\xC3\xA9\")", "summer"}, ReadCase{"readfile(\"empty\")", ""},
+        ReadCase{"readline(\"notes\", 1)", "first"}, ReadCase{"readline(\"notes\", 3)", "third"},
+        ReadCase{"fileexists(\"notes\")", "Yes"}, ReadCase{"fileexists(\"notes.csv\")", "No"},
+        ReadCase{"fileexists(\"data.csv\")", "Yes"}, ReadCase{"filelen(\"notes\")", "20"},
+        ReadCase{"filelen(\"empty\")", "0"}));
+
+TEST_F(FunctionsFiles, AMissingFileIsAnErrorValue) {
+    const std::string missing = InLibrary("missing.txt");
+    for (const char* formula : {"readfile(\"missing\")", "readline(\"missing\", 1)",
+                                "filelen(\"missing\")", "call(\"missing\")"}) {
+        const QAnyValue value = ValueOf(formula);
+        EXPECT_EQ(test::MessageOf(value), "Cannot open file " + missing) << formula;
+    }
+}
+
+TEST_F(FunctionsFiles, ALineThatIsNotThereIsAnErrorValue) {
+    Write("notes.txt", "first\nsecond\n");
+    const std::string path = InLibrary("notes.txt");
+    EXPECT_EQ(test::MessageOf(ValueOf("readline(\"notes\", 3)")),
+              "Cannot read line 3 of file " + path + ": it has 2");
+    EXPECT_EQ(test::MessageOf(ValueOf("readline(\"notes\", 0)")),
+              "Cannot read line 0 of file " + path + ": it has 2");
+}
+
+TEST_F(FunctionsFiles, ReadAndIncrementCountsFromTheNumberInTheFile) {
+    Write("counter.txt", "  41 apples\n");
+    EXPECT_EQ(Text(ValueOf("readandincrement(\"counter\")")), "41");
+    EXPECT_EQ(Read("counter.txt"), "42\n");
+    EXPECT_EQ(Text(ValueOf("readandincrement(\"counter\")")), "42");
+    EXPECT_EQ(Read("counter.txt"), "43\n");
+}
+
+TEST_F(FunctionsFiles, ReadAndIncrementStartsANewCounterAtZero) {
+    EXPECT_EQ(Text(ValueOf("readandincrement(\"counters/new\")")), "0");
+    EXPECT_EQ(Read("counters/new.txt"), "1\n");
+    Write("words.txt", "none\n");
+    EXPECT_EQ(Text(ValueOf("readandincrement(\"words\")")), "0");
+    EXPECT_EQ(Read("words.txt"), "1\n");
+}
+
+TEST_F(FunctionsFiles, AFileLockedByAnotherProgramIsTriedTenTimes) {
+    Write("notes.txt", "first\n");
+    ForeignLock lock(InLibrary("notes.txt"), LOCK_EX);
+    const auto start = std::chrono::steady_clock::now();
+    const QAnyValue value = ValueOf("readfile(\"notes\")");
+    const auto waited = std::chrono::steady_clock::now() - start;
+    EXPECT_EQ(test::MessageOf(value),
+              "Cannot open file " + InLibrary("notes.txt") + ", it is in use");
+    EXPECT_GE(waited, std::chrono::milliseconds(850));
+    EXPECT_EQ(test::MessageOf(ValueOf("readandincrement(\"notes\")")),
+              "Cannot open file " + InLibrary("notes.txt") + ", it is in use");
+    EXPECT_EQ(Read("notes.txt"), "first\n");
+}
+
+TEST_F(FunctionsFiles, ALockLetGoWithinTheTriesIsWaitedFor) {
+    Write("notes.txt", "first\n");
+    ForeignLock lock(InLibrary("notes.txt"), LOCK_EX);
+    std::thread releaser([&lock] {
+        std::this_thread::sleep_for(std::chrono::milliseconds(250));
+        lock.Release();
+    });
+    const QAnyValue value = ValueOf("readfile(\"notes\")");
+    releaser.join();
+    EXPECT_EQ(Text(value), "first");
+}
+
+TEST_F(FunctionsFiles, ReadersShareAFileButAWriterWaits) {
+    Write("notes.txt", "first\n");
+    ForeignLock lock(InLibrary("notes.txt"), LOCK_SH);
+    EXPECT_EQ(Text(ValueOf("readfile(\"notes\")")), "first");
+    EXPECT_EQ(test::MessageOf(ValueOf("writeline(\"notes\", \"x\")", true)),
+              "Cannot open file " + InLibrary("notes.txt") + ", it is in use");
+}
+
+TEST_F(FunctionsFiles, CallRunsTheFileInThisContext) {
+    m_desk.Set("width", 40);
+    Write("script.txt", "x := width;\r\nx * 2 + 1\n");
+    EXPECT_EQ(Text(ValueOf("call(\"script\")")), "81");
+}
+
+TEST_F(FunctionsFiles, CallOfAnEmptyFileIsEmpty) {
+    Write("empty.txt", "");
+    EXPECT_TRUE(ValueOf("call(\"empty\")").IsEmpty());
+}
+
+TEST_F(FunctionsFiles, CallOfAnEmptyFileIsTracedWithEvaluations) {
+    test::ScopedEnvironment data("XDG_DATA_HOME", (m_library / "data").c_str());
+    UserTraceClose();
+    UserTraceRestart();
+    const unsigned mask = QWinApp::c_UserTraceMask;
+    QWinApp::c_UserTraceMask = 0x1 | USER_TRACE_PLAIN_LINES;
+    Write("empty.txt", "");
+    EXPECT_TRUE(ValueOf("call(\"empty\")").IsEmpty());
+    const std::string path = UserTraceFilePath().ToUtf8();
+    UserTraceClose();
+    QWinApp::c_UserTraceMask = mask;
+    UserTraceRestart();
+    EXPECT_THAT(test::ReadText(path), HasSubstr("\tCALL EMPTY\n"));
+}
+
+TEST_F(FunctionsFiles, CallOfAFailingFormulaGivesItsMessageAsAnErrorValue) {
+    Write("bad.txt", "1 +\n");
+    const QAnyValue value = ValueOf("call(\"bad\")");
+    EXPECT_TRUE(value.IsError());
+    EXPECT_NE(test::MessageOf(value), "");
+}
+
+TEST_F(FunctionsFiles, ListsNameFilesAndFoldersInOrder) {
+    Write("b.txt", "");
+    Write("a.txt", "");
+    Write("c.vlt", "");
+    Write("sub/inner.txt", "");
+    Write("other/x.txt", "");
+    EXPECT_EQ(Text(ValueOf("listfilenames(\"*\")")), "a.txt|b.txt|c.vlt");
+    EXPECT_EQ(Text(ValueOf("listfilenames(\"*.txt\", \", \")")), "a.txt, b.txt");
+    EXPECT_EQ(Text(ValueOf("listfilenames(\"?.vlt\")")), "c.vlt");
+    EXPECT_EQ(Text(ValueOf("listfilenames(\"sub/\")")), "inner.txt");
+    EXPECT_EQ(Text(ValueOf("listfoldernames(\"*\")")), "other|sub");
+    EXPECT_EQ(Text(ValueOf("listfoldernames(\"s*\", \";\")")), "sub");
+    EXPECT_EQ(Text(ValueOf("listfilenames(\"nowhere/*\")")), "");
+}
+
+TEST_F(FunctionsFiles, LibraryListsNameTheItemsByFilterAndType) {
+    Write("door.viqx", "");
+    Write("door.vlt", "");
+    Write("drawer.viqx", "");
+    Write("shelf.vlt", "");
+    Write("kitchen/sink.viqx", "");
+    EXPECT_EQ(Text(ValueOf("librarylist()")), "door|drawer|shelf");
+    EXPECT_EQ(Text(ValueOf("librarylist(\"\", \"d.*\")")), "door|drawer");
+    EXPECT_EQ(Text(ValueOf("librarylist(\"\", \"door\", \";\", \"vlt\")")), "door");
+    EXPECT_EQ(Text(ValueOf("librarylist(\"kitchen\")")), "sink");
+    EXPECT_EQ(Text(ValueOf("librarylistbytype(\"viqx\")")), "door|drawer");
+    EXPECT_EQ(Text(ValueOf("librarylistbytype(\".vlt\", \"\", \".*f\")")), "shelf");
+    EXPECT_EQ(Text(ValueOf("librarylistbytype(\"vlt\", \"\", \".*\", \" \")")), "door shelf");
+}
+
+TEST_F(FunctionsFiles, WithoutAnApplicationNamesAreInTheCurrentFolder) {
+    SetEvaluatorFactory(nullptr);
+    Write("here.txt", "local\n");
+    QSaveAndRestoreCurrentDirectory inLibrary(CString::FromUtf8(m_library.string()));
+    ASSERT_TRUE(inLibrary.IsEntered());
+    EXPECT_EQ(Text(ValueOf("readfile(\"here\")")), "local");
+}
+
+TEST_F(FunctionsFiles, ExportValuesIsLeftToTheApplication) {
+    const Outcome outcome = Evaluated("exportvalues(1, 2, 3)", true);
+    EXPECT_FALSE(outcome.ok);
+    EXPECT_THAT(outcome.message, HasSubstr("correct number of values"));
+}
+
+TEST_F(FunctionsFiles, ACountOutsideTheRangeIsRefused) {
+    for (const char* formula :
+         {"call()", "readfile()", "readline(\"a\")", "readandincrement()", "writeline(\"a\")",
+          "appendline(\"a\", 1, 2)", "fileexists(\"a\", 1)", "filelen()", "listfilenames()",
+          "listfoldernames(1, 2, 3)", "librarylist(1, 2, 3, 4, 5)", "librarylistbytype()"}) {
+        const Outcome outcome = Evaluated(formula, true);
+        EXPECT_FALSE(outcome.ok) << formula;
+        EXPECT_THAT(outcome.message, HasSubstr("correct number of values")) << formula;
+    }
+}
+
+} // namespace
+} // namespace keel

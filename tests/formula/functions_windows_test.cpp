@@ -1,0 +1,335 @@
+#include "tests/support/anyvalues.h"
+#include "tests/support/environment.h"
+
+#include "keel/document/errorlog.h"
+#include "keel/document/winapp.h"
+#include "keel/formula/evaluator.h"
+#include "keel/formula/evaluatorfactory.h"
+#include "keel/platform/uiservices.h"
+
+#include <filesystem>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <memory>
+#include <optional>
+#include <regex>
+#include <sstream>
+#include <string>
+#include <unistd.h>
+#include <vector>
+
+namespace keel {
+namespace {
+
+namespace fs = std::filesystem;
+using testing::ElementsAre;
+using testing::HasSubstr;
+
+std::string Utf8(const CString& text) {
+    return text.ToUtf8();
+}
+
+// Records what the functions ask of the person and answers from what the test set.
+class DialogHost : public IUIServices {
+public:
+    bool HasDisplay() const override { return display; }
+    int MessageBox(const CString& text, const CString&, unsigned) override {
+        boxes.push_back(Utf8(text));
+        return boxAnswer;
+    }
+    void ShowPendingMessages(const std::vector<CPendingMessage>&) override {}
+    bool Customise(CCheckList&, CCheckList&, const std::function<void()>&) override {
+        return false;
+    }
+    bool OpenFile(const CString&) override { return false; }
+
+    bool EditText(CString& text, const CString& title) override {
+        asked.push_back("edit " + Utf8(title) + ": " + Utf8(text));
+        if (!answer)
+            return false;
+        text = CString::FromUtf8(*answer);
+        return true;
+    }
+    bool PickColor(unsigned long& color) override {
+        asked.push_back("color " + std::to_string(color));
+        if (!answer)
+            return false;
+        color = std::stoul(*answer);
+        return true;
+    }
+    bool BrowseForFile(const CString& title, const CString& folder, const CString& filter,
+                       CString& path) override {
+        asked.push_back("browse " + Utf8(title) + " in " + Utf8(folder) + " for " + Utf8(filter) +
+                        " at " + Utf8(path));
+        if (!answer)
+            return false;
+        path = CString::FromUtf8(*answer);
+        return true;
+    }
+    bool EditForm(const CString& path, const CString& group) override {
+        asked.push_back("form " + Utf8(path) + " " + Utf8(group));
+        return true;
+    }
+    bool EditTable(const CString& path) override {
+        asked.push_back("table " + Utf8(path));
+        return true;
+    }
+    PageSelection SelectCategoryAndPage(const CString& category, const CString& page) override {
+        asked.push_back("page " + Utf8(category) + "/" + Utf8(page));
+        return selection;
+    }
+
+    bool display = false;
+    int boxAnswer = IDOK;
+    std::optional<std::string> answer;
+    PageSelection selection = PageSelection::NoSheet;
+    std::vector<std::string> boxes;
+    std::vector<std::string> asked;
+};
+
+struct Outcome {
+    bool ok = false;
+    QAnyValue value;
+    std::string message;
+};
+
+// Each test has its own home, an application object, the recording host and the process's log
+// in a file of its own.
+class FunctionsWindows : public testing::Test {
+protected:
+    FunctionsWindows()
+        : m_folder(fs::temp_directory_path() /
+                   ("keel-windows-" + std::to_string(::getpid()) + "-" +
+                    testing::UnitTest::GetInstance()->current_test_info()->name())) {
+        fs::remove_all(m_folder);
+        fs::create_directories(m_folder);
+        for (const char* variable : {"HOME", "XDG_CONFIG_HOME", "XDG_DATA_HOME"})
+            m_environment.Set(variable, m_folder.string());
+        SetUIServices(&m_host);
+        m_app = std::make_unique<QWinApp>();
+        QErrorType::ReloadErrorLogOnly();
+        QErrorLog& log = TheErrorLog();
+        log.DiscardPendingMessages();
+        log.CloseLogFile();
+        log.SetFilename(CString::FromUtf8((m_folder / "log.txt").string()));
+    }
+    ~FunctionsWindows() override {
+        TheErrorLog().DiscardPendingMessages();
+        TheErrorLog().CloseLogFile();
+        m_app.reset();
+        SetUIServices(nullptr);
+        QErrorType::ReloadErrorLogOnly();
+        fs::remove_all(m_folder);
+    }
+
+    Outcome Evaluated(const std::string& formula, bool action = true, bool report = false) {
+        Outcome outcome;
+        QEvaluator evaluator(outcome.value, FormulaText(CString::FromUtf8(formula)), nullptr, false,
+                             report, action);
+        outcome.ok = evaluator.Evaluate();
+        outcome.message = Utf8(evaluator.Message());
+        return outcome;
+    }
+    std::string ValueOf(const std::string& formula, bool action = true) {
+        const Outcome outcome = Evaluated(formula, action);
+        if (!outcome.ok)
+            return "failed: " + outcome.message;
+        if (outcome.value.IsError())
+            return "#ERR " + test::MessageOf(outcome.value);
+        return Utf8(QAnyValue(outcome.value).MakeCString());
+    }
+    // The lines of the log file without their times: "Server:Ignoring ...". Closing the log
+    // asks whether to view it, so boxes are to be looked at before.
+    std::vector<std::string> Logged() const {
+        TheErrorLog().CloseLogFile();
+        static const std::regex line(R"(^\d\d:\d\d:\d\d (.*)$)");
+        std::vector<std::string> lines;
+        std::istringstream in(test::ReadText(m_folder / "log.txt"));
+        for (std::string text; std::getline(in, text);) {
+            std::smatch match;
+            if (std::regex_match(text, match, line))
+                lines.push_back(match[1]);
+        }
+        return lines;
+    }
+    std::string Folder(QConstantFolder kind) const {
+        return Utf8(m_app->FolderForConstant(kind)) + "/";
+    }
+
+    fs::path m_folder;
+    test::ScopedEnvironment m_environment;
+    DialogHost m_host;
+    std::unique_ptr<QWinApp> m_app;
+};
+
+struct ServerCase {
+    const char* formula;
+    const char* value;
+    const char* logged;
+};
+
+class FunctionsWindowsWithoutDisplay : public FunctionsWindows,
+                                       public testing::WithParamInterface<ServerCase> {};
+
+// Without a display the functions answer as a server does: nothing is asked, the request is
+// logged as ignored and the value is what a cancelled dialog gives.
+TEST_P(FunctionsWindowsWithoutDisplay, LogTheRequestAsIgnored) {
+    EXPECT_EQ(ValueOf(GetParam().formula), GetParam().value) << GetParam().formula;
+    EXPECT_TRUE(m_host.asked.empty());
+    EXPECT_TRUE(m_host.boxes.empty());
+    EXPECT_THAT(Logged(), ElementsAre(GetParam().logged)) << GetParam().formula;
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Table, FunctionsWindowsWithoutDisplay,
+    testing::Values(
+        ServerCase{"edittext(\"draft\")", "draft", "Server:Ignoring EDITTEXT: draft"},
+        ServerCase{"pickcolor(255)", "255", "Server:Ignoring PICKCOLOR: 255"},
+        ServerCase{"browsefile(\"a.dat\")", "a.dat", "Server:Ignoring BROWSEFILE: Browse for File"},
+        ServerCase{"browseimage()", "", "Server:Ignoring BROWSEIMAGE: Browse for Texture"},
+        ServerCase{"browsemodel()", "", "Server:Ignoring BROWSEMODEL: Browse for Model"},
+        ServerCase{"browsedxf()", "", "Server:Ignoring BROWSEDXF: Browse for File"},
+        ServerCase{"msgbox(\"Hello\")", "Yes", "Server:Ignoring MSGBOX: Hello"},
+        ServerCase{"alert(\"Watch out\")", "Yes", "Server:Ignoring MSGBOX: Watch out"},
+        ServerCase{"confirm(\"Sure?\")", "Yes", "Server:Ignoring CONFIRM: Sure?"},
+        ServerCase{"showfriendlypages(\"Doors\")", "No",
+                   "Server:Ignoring SHOWFRIENDLYPAGES: Doors"},
+        ServerCase{"showfriendlywizard(\"Doors\", 1, 2, 3, 4)", "No",
+                   "Server:Ignoring SHOWFRIENDLYWIZARD: Doors"}));
+
+TEST_F(FunctionsWindows, EditorsAreIgnoredWithoutADisplay) {
+    EXPECT_EQ(ValueOf("tableeditor(\"prices\")"), "No");
+    EXPECT_EQ(ValueOf("formeditor(\"kitchen\")"), "No");
+    EXPECT_THAT(
+        Logged(),
+        ElementsAre("Server:Ignoring TABLEEDITOR: " + Folder(QConstantFolder::Table) + "prices.vlt",
+                    "Server:Ignoring FORMEDITOR: " + Folder(QConstantFolder::Library) +
+                        "kitchen.viqx"));
+}
+
+TEST_F(FunctionsWindows, AServerWithADisplayAsksNothingEither) {
+    m_host.display = true;
+    m_app->SetServer(true);
+    EXPECT_EQ(ValueOf("edittext(\"draft\")"), "draft");
+    EXPECT_THAT(Logged(), ElementsAre("Server:Ignoring EDITTEXT: draft"));
+    EXPECT_TRUE(m_host.asked.empty());
+}
+
+TEST_F(FunctionsWindows, ShowPageWithoutASheetFails) {
+    const Outcome outcome = Evaluated("showpage(\"Doors\", \"Size\")", true, true);
+    EXPECT_FALSE(outcome.ok);
+    EXPECT_THAT(outcome.message, HasSubstr("No Property Sheet active"));
+    EXPECT_THAT(outcome.message, HasSubstr("showpage"));
+}
+
+TEST_F(FunctionsWindows, ShowPageSelectsThePageOfTheSheet) {
+    m_host.selection = IUIServices::PageSelection::Selected;
+    EXPECT_EQ(ValueOf("showpage(\"Doors\", \"Size\")"), "Yes");
+    m_host.selection = IUIServices::PageSelection::NotFound;
+    EXPECT_EQ(ValueOf("showpage(\"Doors\", \"Colour\")"),
+              "#ERR Cannot select the page of category [Doors], page [Colour]");
+    EXPECT_THAT(m_host.asked, ElementsAre("page Doors/Size", "page Doors/Colour"));
+}
+
+TEST_F(FunctionsWindows, EditTextGivesTheTextEditedOrTheOldOne) {
+    m_host.display = true;
+    m_host.answer = "final";
+    EXPECT_EQ(ValueOf("edittext(\"draft\")"), "final");
+    m_host.answer.reset();
+    EXPECT_EQ(ValueOf("edittext(\"draft\")"), "draft");
+    EXPECT_THAT(m_host.asked, ElementsAre("edit Edit Text: draft", "edit Edit Text: draft"));
+    EXPECT_TRUE(Logged().empty());
+}
+
+TEST_F(FunctionsWindows, PickColorGivesTheColourChosen) {
+    m_host.display = true;
+    m_host.answer = "65280";
+    const Outcome chosen = Evaluated("pickcolor(255)");
+    ASSERT_TRUE(chosen.ok) << chosen.message;
+    EXPECT_TRUE(chosen.value.IsColor());
+    EXPECT_EQ(QAnyValue(chosen.value).MakeColor(), 65280u);
+    m_host.answer.reset();
+    EXPECT_EQ(ValueOf("pickcolor(17)"), "17");
+    EXPECT_THAT(m_host.asked, ElementsAre("color 255", "color 17"));
+}
+
+TEST_F(FunctionsWindows, BrowseGivesAPathRelativeToTheDialogsFolder) {
+    m_host.display = true;
+    const std::string tables = Folder(QConstantFolder::Table);
+    m_host.answer = tables + "sub/a.dat";
+    EXPECT_EQ(ValueOf("browsefile()"), "sub/a.dat");
+    m_host.answer = "/elsewhere/b.dat";
+    EXPECT_EQ(ValueOf("browsemodel(\"old.obj\", \"*.obj\")"), "/elsewhere/b.dat");
+    m_host.answer.reset();
+    EXPECT_EQ(ValueOf("browseimage(\"wood.png\")"), "wood.png");
+    const std::string pictures = Folder(QConstantFolder::Picture);
+    EXPECT_THAT(
+        m_host.asked,
+        ElementsAre("browse Browse for File in " + tables + " for  at ",
+                    "browse Browse for Model in " + tables + " for *.obj at " + tables + "old.obj",
+                    "browse Browse for Texture in " + pictures +
+                        " for *.png;*.jpg;*.jpeg;*.bmp;*.gif;*.tif;*.tiff at " + pictures +
+                        "wood.png"));
+}
+
+TEST_F(FunctionsWindows, EditorsOpenOnTheirFiles) {
+    m_host.display = true;
+    EXPECT_EQ(ValueOf("tableeditor(\"prices\")"), "Yes");
+    EXPECT_EQ(ValueOf("formeditor(\"/forms/kitchen.viqx\", \"Doors\")"), "Yes");
+    EXPECT_THAT(m_host.asked, ElementsAre("table " + Folder(QConstantFolder::Table) + "prices.vlt",
+                                          "form /forms/kitchen.viqx Doors"));
+}
+
+TEST_F(FunctionsWindows, BoxesAskThePerson) {
+    m_host.display = true;
+    m_host.boxAnswer = IDNO;
+    EXPECT_EQ(ValueOf("confirm(\"Sure?\")"), "No");
+    m_host.boxAnswer = IDYES;
+    EXPECT_EQ(ValueOf("confirm(\"Sure?\")"), "Yes");
+    EXPECT_EQ(ValueOf("msgbox(\"Hello\")"), "Yes");
+    EXPECT_THAT(m_host.boxes, ElementsAre("Sure?", "Sure?", "Hello"));
+}
+
+TEST_F(FunctionsWindows, FriendlyPagesNeedTheQuestionPages) {
+    m_host.display = true;
+    EXPECT_EQ(ValueOf("showfriendlypages(\"Doors\")"),
+              "#ERR Friendly pages cannot be shown: there are no question pages");
+}
+
+TEST_F(FunctionsWindows, MsgBoxLogReportsUnderItsHeading) {
+    EXPECT_EQ(ValueOf("msgboxlog(\"Careful\", \"Checks\")"), "Yes");
+    EXPECT_EQ(ValueOf("msgboxlog(\"Again\")"), "Yes");
+    QErrorLog& log = TheErrorLog();
+    ASSERT_EQ(log.GetSize(), 2);
+    EXPECT_EQ(Utf8(log.Message(0)), "Careful");
+    EXPECT_EQ(Utf8(log.ErrorType(0)->Description()), "Checks");
+    EXPECT_EQ(Utf8(log.Message(1)), "Again");
+    EXPECT_EQ(Utf8(log.ErrorType(1)->Description()), "Error");
+}
+
+TEST_F(FunctionsWindows, DialogsAreOnlyForActionFields) {
+    for (const char* formula :
+         {"showpage(\"a\", \"b\")", "pickcolor(1)", "browsefile()", "browseimage()",
+          "browsemodel()", "browsedxf()", "formeditor(\"a\")", "tableeditor(\"a\")",
+          "showfriendlypages(1)", "showfriendlywizard(1)"}) {
+        const Outcome outcome = Evaluated(formula, false);
+        EXPECT_FALSE(outcome.ok) << formula;
+        EXPECT_THAT(outcome.message, HasSubstr("Only allowed in an action field")) << formula;
+    }
+    EXPECT_TRUE(m_host.asked.empty());
+}
+
+TEST_F(FunctionsWindows, ACountOutsideTheRangeIsRefused) {
+    for (const char* formula :
+         {"msgbox()", "alert(1, 2)", "confirm(1, 2)", "edittext()", "pickcolor()", "showpage(1)",
+          "browsefile(1, 2, 3)", "browseimage(1, 2, 3)", "browsemodel(1, 2, 3)",
+          "browsedxf(1, 2, 3)", "formeditor()", "showfriendlypages()",
+          "showfriendlypages(1, 2, 3, 4, 5, 6)", "msgboxlog(1, 2, 3)", "tableeditor()"}) {
+        const Outcome outcome = Evaluated(formula);
+        EXPECT_FALSE(outcome.ok) << formula;
+        EXPECT_THAT(outcome.message, HasSubstr("correct number of values")) << formula;
+    }
+}
+
+} // namespace
+} // namespace keel

@@ -1,0 +1,126 @@
+#include "keel/platform/timer.h"
+
+#include <atomic>
+#include <chrono>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace keel {
+namespace {
+
+using namespace std::chrono_literals;
+using testing::ElementsAre;
+
+// What the timers' work did, in order, from the queue's thread.
+class Journal {
+public:
+    std::function<void()> Note(std::string text) {
+        return [this, text] {
+            const std::lock_guard lock(m_mutex);
+            m_entries.push_back(text);
+        };
+    }
+    std::vector<std::string> Entries() const {
+        const std::lock_guard lock(m_mutex);
+        return m_entries;
+    }
+
+private:
+    mutable std::mutex m_mutex;
+    std::vector<std::string> m_entries;
+};
+
+TEST(TimerQueue, RunsTheWorkOnceAfterItsDelay) {
+    QTimerQueue queue;
+    const auto start = QTimerQueue::Clock::now();
+    std::atomic<QTimerQueue::Clock::time_point> ranAt{};
+    queue.Schedule(80ms, [&ranAt] { ranAt = QTimerQueue::Clock::now(); });
+    EXPECT_EQ(queue.PendingCount(), 1);
+    ASSERT_TRUE(queue.WaitUntilIdle(5s));
+    EXPECT_GE(ranAt.load() - start, 80ms);
+    EXPECT_EQ(queue.PendingCount(), 0);
+}
+
+TEST(TimerQueue, RunsByDueTimeThenByOrderOfScheduling) {
+    QTimerQueue queue;
+    Journal journal;
+    std::mutex gate;
+    {
+        // The first work holds the thread until everything else is scheduled.
+        const std::lock_guard hold(gate);
+        queue.Schedule(0ms, [&gate] { const std::lock_guard wait(gate); });
+        queue.Schedule(150ms, journal.Note("late"));
+        queue.Schedule(0ms, journal.Note("first"));
+        queue.Schedule(0ms, journal.Note("second"));
+        queue.Schedule(50ms, journal.Note("soon"));
+    }
+    ASSERT_TRUE(queue.WaitUntilIdle(5s));
+    EXPECT_THAT(journal.Entries(), ElementsAre("first", "second", "soon", "late"));
+}
+
+TEST(TimerQueue, ACancelledTimerNeverRuns) {
+    QTimerQueue queue;
+    Journal journal;
+    const QTimerQueue::TimerId dropped = queue.Schedule(100ms, journal.Note("dropped"));
+    const QTimerQueue::TimerId kept = queue.Schedule(150ms, journal.Note("kept"));
+    EXPECT_NE(dropped, 0u);
+    EXPECT_NE(dropped, kept);
+    EXPECT_TRUE(queue.Cancel(dropped));
+    EXPECT_FALSE(queue.Cancel(dropped));
+    EXPECT_EQ(queue.PendingCount(), 1);
+    ASSERT_TRUE(queue.WaitUntilIdle(5s));
+    EXPECT_THAT(journal.Entries(), ElementsAre("kept"));
+    EXPECT_FALSE(queue.Cancel(kept));
+    EXPECT_FALSE(queue.Cancel(12345));
+}
+
+TEST(TimerQueue, WorkMayCancelAnotherTimer) {
+    QTimerQueue queue;
+    Journal journal;
+    const QTimerQueue::TimerId later = queue.Schedule(200ms, journal.Note("later"));
+    queue.Schedule(10ms, [&] { journal.Note(queue.Cancel(later) ? "cancelled" : "missed")(); });
+    ASSERT_TRUE(queue.WaitUntilIdle(5s));
+    EXPECT_THAT(journal.Entries(), ElementsAre("cancelled"));
+}
+
+TEST(TimerQueue, WaitUntilIdleGivesUpAtItsTimeout) {
+    QTimerQueue queue;
+    queue.Schedule(10s, [] {});
+    EXPECT_FALSE(queue.WaitUntilIdle(30ms));
+    EXPECT_EQ(queue.PendingCount(), 1);
+}
+
+TEST(TimerQueue, AnIdleQueueIsIdleAtOnce) {
+    const QTimerQueue queue;
+    EXPECT_TRUE(queue.WaitUntilIdle(0ms));
+}
+
+TEST(TimerQueue, TheEndOfTheQueueDropsWhatWaits) {
+    std::atomic<bool> ran{false};
+    const auto start = QTimerQueue::Clock::now();
+    {
+        QTimerQueue queue;
+        queue.Schedule(10s, [&ran] { ran = true; });
+    }
+    EXPECT_FALSE(ran);
+    EXPECT_LT(QTimerQueue::Clock::now() - start, 5s);
+}
+
+TEST(TimerQueue, ANegativeDelayRunsAtOnce) {
+    QTimerQueue queue;
+    Journal journal;
+    queue.Schedule(-5s, journal.Note("now"));
+    ASSERT_TRUE(queue.WaitUntilIdle(5s));
+    EXPECT_THAT(journal.Entries(), ElementsAre("now"));
+}
+
+TEST(TimerQueue, TheProcessHasOneQueue) {
+    EXPECT_EQ(&QTimerQueue::Instance(), &QTimerQueue::Instance());
+}
+
+} // namespace
+} // namespace keel
