@@ -290,11 +290,22 @@ TEST_F(KeelEvalProgram, BadUsageExitsWithTwoAndSaysWhy) {
         {{"--inch-fraction", "8", "1"}, "keel: --inch-fraction takes 0, 1, 16 or 32\n"},
         {{"--table-dir", noSuchFolder, "1"},
          "keel: --table-dir needs a folder that exists: '" + noSuchFolder + "'\n"},
+        {{"--set"}, "keel: --set needs a value\n"},
         {{"--set", "width", "1"}, "keel: --set takes NAME=FORMULA\n"},
         {{"--set", "=3", "1"}, "keel: --set takes NAME=FORMULA\n"},
-        {{"--set", "width=3", "width"},
-         "keel: --set is not available yet: the program has no root context to store "
-         "properties on\n"},
+        {{"--set", " =3", "1"}, "keel: --set takes NAME=FORMULA\n"},
+        {{"--set", "width=", "1"}, "keel: --set takes NAME=FORMULA\n"},
+        {{"--set", "width=  ", "1"}, "keel: --set takes NAME=FORMULA\n"},
+        {{"--set", "2x=3", "1"}, "keel: --set takes NAME=FORMULA, and '2x' is not a name\n"},
+        {{"--set", "my width=3", "1"},
+         "keel: --set takes NAME=FORMULA, and 'my width' is not a name\n"},
+        {{"--set", "a.b=3", "1"}, "keel: --set takes NAME=FORMULA, and 'a.b' is not a name\n"},
+        {{"--set", "x=1 +", "1"},
+         "keel: --set cannot store the formula of x: Expecting a number, string, name or "
+         "(expression)\nbut found end of formula\n"},
+        {{"--set", "x=1", "--set", "y=(x", "x"},
+         "keel: --set cannot store the formula of y: Expecting a matching ')' for the '('\n"
+         "but found end of formula\n"},
     };
     for (const UsageCase& c : cases) {
         const Outcome outcome = Eval(c.words);
@@ -303,6 +314,70 @@ TEST_F(KeelEvalProgram, BadUsageExitsWithTwoAndSaysWhy) {
         EXPECT_EQ(outcome.err.rfind(c.message, 0), 0u) << Joined(c.words) << "\n" << outcome.err;
         EXPECT_NE(outcome.err.find("Try 'keel help'."), std::string::npos) << Joined(c.words);
     }
+}
+
+TEST_F(KeelEvalProgram, SetStoresPropertiesThatTheFormulasRead) {
+    const Outcome outcome = Eval({"--set", "depth=10", "--set", "width=depth * 2", "width"});
+    EXPECT_EQ(outcome.out, "Whole Number\t20\n") << outcome.err;
+    EXPECT_EQ(outcome.status, 0);
+    EXPECT_EQ(outcome.err, "");
+}
+
+// A property is evaluated when it is read, so it may name one that is set after it.
+TEST_F(KeelEvalProgram, SetPropertiesMayReferToOnesSetLater) {
+    const Outcome outcome = Eval({"--set", "area=length * width", "--set", "length=5.2 m", "--set",
+                                  "width=3.8 m", "area", "length + width", "area / 2"});
+    EXPECT_EQ(outcome.out, "Area\t19.76\nLength\t9000\nArea\t9.88\n") << outcome.err;
+    EXPECT_EQ(outcome.status, 0);
+}
+
+TEST_F(KeelEvalProgram, SetsAreTakenInOrderSoTheLastOfANameWins) {
+    EXPECT_EQ(Eval({"--set", "a=1", "--set", "A=2", "a"}).out, "Whole Number\t2\n");
+    EXPECT_EQ(Eval({"--set", "a=2", "--set", "a=1", "a"}).out, "Whole Number\t1\n");
+}
+
+TEST_F(KeelEvalProgram, SetMayFollowTheFormulasAndTrimsTheName) {
+    const Outcome outcome = Eval({"w * 2", "--set", " w = 3 m"});
+    EXPECT_EQ(outcome.out, "Length\t6000\n") << outcome.err;
+    EXPECT_EQ(outcome.status, 0);
+}
+
+TEST_F(KeelEvalProgram, SetPropertiesLiveOnTheRootContext) {
+    const Outcome outcome = Eval({"--set", "a=2 m", "Root.a", "a of root"});
+    EXPECT_EQ(outcome.out, "Length\t2000\nLength\t2000\n") << outcome.err;
+}
+
+TEST_F(KeelEvalProgram, JsonShowsTheValueOfASetProperty) {
+    const Outcome outcome = Eval({"--json", "--set", "a=2 m", "a * 2"});
+    EXPECT_EQ(outcome.out, R"({"formula":"a * 2","ok":true,"message":"","type":"Length",)"
+                           R"("typeNumber":7,"text":"4000","raw":4000})"
+                           "\n");
+}
+
+// All the formulas share one root: what an action stores there, the next formula reads, and a
+// property that depends on it follows.
+TEST_F(KeelEvalProgram, TheFormulasShareTheRootAndSeeItsChanges) {
+    const Outcome outcome =
+        Eval({"--action", "--set", "a=1", "--set", "b=a * 10", "b", "set value a = 5", "b",
+              "set value total = b + 1; total", "total"});
+    EXPECT_EQ(outcome.out, "Whole Number\t10\nWhole Number\t5\nWhole Number\t50\n"
+                           "Whole Number\t51\nWhole Number\t51\n")
+        << outcome.err;
+    EXPECT_EQ(outcome.status, 0);
+}
+
+TEST_F(KeelEvalProgram, AFailingPropertyFailsTheFormulaThatReadsIt) {
+    const Outcome outcome = Eval({"--set", "w=v + 1", "--set", "v=nothing", "w", "1"});
+    EXPECT_EQ(outcome.status, 1);
+    EXPECT_EQ(outcome.out, "#ERR!\t#ERR!\nWhole Number\t1\n");
+    EXPECT_EQ(outcome.err.rfind("keel: cannot evaluate 'w'\n", 0), 0u) << outcome.err;
+}
+
+TEST_F(KeelEvalProgram, ReplTakesSetAndKeepsOneRoot) {
+    const Outcome outcome =
+        Run({"repl", "--action", "--set", "a=2", "--set", "b=a * a"}, "b\nset value a = 3\nb\n");
+    EXPECT_EQ(outcome.out, "Whole Number\t4\nWhole Number\t3\nWhole Number\t9\n") << outcome.err;
+    EXPECT_EQ(outcome.status, 0);
 }
 
 TEST_F(KeelEvalProgram, AnExistingTableFolderIsAccepted) {
@@ -330,7 +405,7 @@ TEST_F(KeelEvalProgram, TableStatementsAreForActionFieldsAlone) {
 TEST_F(KeelEvalProgram, HelpListsEvalAndRepl) {
     const Outcome help = Run({"help"});
     for (const char* text : {"eval [OPTIONS] [--] FORMULA...", "--json", "--length-units N",
-                             "--set NAME=FORMULA", "repl [OPTIONS]"})
+                             "--set NAME=FORMULA", "repl [OPTIONS]", "run FILE [OPTIONS]"})
         EXPECT_NE(help.out.find(text), std::string::npos) << text;
 }
 
@@ -361,6 +436,30 @@ TEST_F(KeelEvalProgram, ReplRefusesFormulasOnItsCommandLine) {
     EXPECT_EQ(outcome.status, 2);
     EXPECT_EQ(outcome.err.rfind("keel: repl takes the options of eval and no FORMULA\n", 0), 0u)
         << outcome.err;
+}
+
+// The estimate is shown twice: as stored, and after the width has changed, when every value
+// that depends on it follows at its next read.
+TEST_F(KeelEvalProgram, DemoShowsAnEstimateOfPropertiesThatReferToEachOther) {
+    const Outcome outcome = Run(
+        {"demo", "--words", std::string(KEEL_TEST_DATA) + "/../../examples/estimating-words.txt"});
+    EXPECT_EQ(outcome.status, 0) << outcome.err;
+    const std::string::size_type estimate = outcome.out.find("An estimate made of properties");
+    ASSERT_NE(estimate, std::string::npos) << outcome.out;
+    EXPECT_EQ(outcome.out.substr(estimate),
+              "An estimate made of properties that refer to each other\n"
+              "  length         5.2 m                          Length 5200\n"
+              "  width          3.8 m                          Length 3800\n"
+              "  area           length * width                 Area 19.76\n"
+              "  price_per_sqm  $45.00                         Money $45.00\n"
+              "  total          area / 1 sqm * price_per_sqm   Money $889.20\n"
+              "\n"
+              "The width changed to 4.1 m: nothing is recalculated until it is read\n"
+              "  length         5.2 m                          Length 5200\n"
+              "  width          4.1 m                          Length 4100\n"
+              "  area           length * width                 Area 21.32\n"
+              "  price_per_sqm  $45.00                         Money $45.00\n"
+              "  total          area / 1 sqm * price_per_sqm   Money $959.40\n");
 }
 
 TEST_F(KeelEvalProgram, DemoShowsFormulasWithUnits) {

@@ -1,6 +1,9 @@
 #pragma once
 
+#include "tools/keel/rootcontext.h"
+
 #include "keel/values/anyvalue.h"
+#include "keel/values/smartptr.h"
 
 #include <span>
 #include <string>
@@ -14,8 +17,11 @@ namespace keel::tool {
 int RunComplete(std::span<const std::string_view> args);
 int RunDemo(std::span<const std::string_view> args);
 int RunEval(std::span<const std::string_view> args);
+// `keel help functions`: every built-in function with its argument words and counts.
+int RunHelpFunctions(std::span<const std::string_view> args);
 int RunOptions(std::span<const std::string_view> args);
 int RunRepl(std::span<const std::string_view> args);
+int RunRun(std::span<const std::string_view> args);
 int RunTranslate(std::span<const std::string_view> args);
 
 int UsageError(std::string_view message);
@@ -24,28 +30,34 @@ int UsageError(std::string_view message);
 // number of lines taken, or -1 (with a message on stderr) when the file cannot be read.
 int InternWordsFile(std::string_view path);
 
-// What `keel eval` and `keel repl` share.
+// What `keel eval`, `keel run` and `keel repl` share.
 struct EvalOptions {
     bool json = false;
     bool action = false;
     // Kept for the lookup tables, which formulas cannot open yet.
     std::string tableDir;
+    // Every formula runs in this one root, which holds the properties given with --set.
+    QSmartPtr<QRootContext> root;
 };
 
 // Loads the stored options (the default units among them) and lets the values run formulas
 // through the evaluator; comes before ParseEvalOptions, whose unit options override.
 void PrepareEvaluation();
-// Reads the options of `keel eval`, applying the unit options as they come; the other arguments
-// are the formulas. Returns 0, or the exit status of bad usage after saying what is wrong.
+// Reads the options of `keel eval`, applying the unit options as they come and storing each
+// --set property on the root context, which it makes; the other arguments are the formulas.
+// Returns 0, or the exit status of bad usage after saying what is wrong.
 int ParseEvalOptions(std::span<const std::string_view> args, EvalOptions& options,
                      std::vector<std::string_view>& formulas);
-// Evaluates a formula with no context into `result`. The failure's message is composed, as
-// with reports on, but neither shown nor logged: it comes back in `message`. True when the
+// Evaluates a formula in `context` (which may be null) into `result`. The failure's message is
+// composed, as with reports on, but neither shown nor logged: it comes back in `message`. True
+// when the formula evaluated.
+bool EvaluateQuietly(std::string_view formula, QFormulaContext* context, bool action,
+                     QAnyValue& result, CString& message);
+// Evaluates one formula in the options' root context and prints its line: the type name, a tab
+// and the display text, or with `json` one JSON object. A failure's message also goes to stderr
+// in the plain form, naming the formula by its text or by `shownAs` when given. True when the
 // formula evaluated.
-bool EvaluateQuietly(std::string_view formula, bool action, QAnyValue& result, CString& message);
-// Evaluates one formula with no context and prints its line: the type name, a tab and the
-// display text, or with `json` one JSON object. A failure's message also goes to stderr in the
-// plain form. True when the formula evaluated.
-bool EvaluateAndPrint(std::string_view formula, const EvalOptions& options);
+bool EvaluateAndPrint(std::string_view formula, const EvalOptions& options,
+                      std::string_view shownAs = {});
 
 } // namespace keel::tool

@@ -1,10 +1,13 @@
 #include "tools/keel/commands.h"
+#include "tools/keel/rootcontext.h"
 
 #include "keel/formula/evaluator.h"
 #include "keel/values/anyvalue.h"
 #include "keel/values/stringunique.h"
 
 #include <cstdio>
+#include <iterator>
+#include <span>
 #include <string>
 
 namespace keel::tool {
@@ -104,9 +107,49 @@ void ShowFormulas() {
     for (const char* formula : formulas) {
         QAnyValue result;
         CString message;
-        EvaluateQuietly(formula, false, result, message);
+        EvaluateQuietly(formula, nullptr, false, result, message);
         std::printf("  %-36s %s\n", formula, Shown(result).c_str());
     }
+}
+
+struct Estimated {
+    const char* name;
+    const char* formula;
+};
+
+// Each value is read through its context, which brings it up to date when something changed
+// since the last read.
+void ShowEstimateLines(QRootContext& root, std::span<const Estimated> lines) {
+    for (const Estimated& line : lines) {
+        QAnyValue value;
+        bool error = false;
+        QCacheState state = QCS_Stable;
+        root.GetPropertyValue(PropId(line.name), value, error, &state);
+        std::printf("  %-14s %-30s %s\n", line.name, line.formula, Shown(value).c_str());
+    }
+}
+
+void ShowEstimate() {
+    std::printf("\nAn estimate made of properties that refer to each other\n");
+    Estimated lines[] = {
+        {"length", "5.2 m"},
+        {"width", "3.8 m"},
+        {"area", "length * width"},
+        {"price_per_sqm", "$45.00"},
+        {"total", "area / 1 sqm * price_per_sqm"},
+    };
+    const QSmartPtr<QRootContext> root(new QRootContext);
+    // Stored from the total back to the sizes: a property may name one that is not there yet.
+    for (auto line = std::rbegin(lines); line != std::rend(lines); ++line)
+        root->SetPropertyFormula(PropId(line->name), FormulaText(line->formula));
+    ShowEstimateLines(*root, lines);
+
+    const Estimated wider = {"width", "4.1 m"};
+    root->SetPropertyFormula(PropId(wider.name), FormulaText(wider.formula));
+    std::printf("\nThe width changed to %s: nothing is recalculated until it is read\n",
+                wider.formula);
+    lines[1] = wider;
+    ShowEstimateLines(*root, lines);
 }
 
 } // namespace
@@ -128,6 +171,7 @@ int RunDemo(std::span<const std::string_view> args) {
         ShowCompletions(prefix);
     ShowValues();
     ShowFormulas();
+    ShowEstimate();
     return 0;
 }
 

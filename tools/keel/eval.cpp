@@ -3,6 +3,7 @@
 #include "keel/document/errorlog.h"
 #include "keel/document/winapp.h"
 #include "keel/formula/evaluator.h"
+#include "keel/formula/tokeniser.h"
 #include "keel/values/angle.h"
 #include "keel/values/area.h"
 #include "keel/values/datetime.h"
@@ -248,13 +249,55 @@ int ApplyTableDir(std::string_view value, EvalOptions& options) {
     return 0;
 }
 
-// A property is stored on the root context, and the program has none until the formula
-// contexts exist: refused rather than quietly ignored.
-int RefuseSet(std::string_view value) {
-    if (value.find('=') == std::string_view::npos || value.front() == '=')
+void TrimBlanks(std::string_view& text) {
+    const std::string_view::size_type first = text.find_first_not_of(" \t");
+    if (first == std::string_view::npos) {
+        text = {};
+        return;
+    }
+    text = text.substr(first, text.find_last_not_of(" \t") - first + 1);
+}
+
+// A name that a formula can refer to: the text is one identifier token and nothing else.
+bool IsName(std::string_view text) {
+    QTokeniser tokeniser{FormulaText(CString::FromUtf8(text))};
+    CString error;
+    PropId name;
+    return tokeniser.Create(error) && tokeniser.ParseId(name) && tokeniser.PastEOF();
+}
+
+// The formula's syntax, checked with evaluation off; gives the evaluator's message.
+bool FormulaParses(std::string_view formula, QFormulaContext* context, CString& message) {
+    QAnyValue scratch;
+    const std::unique_ptr<QEvaluator> evaluator(QEvaluator::New(
+        scratch, FormulaText(CString::FromUtf8(formula)), context, false, true, false));
+    SetNoEvalReportErrors(true);
+    const bool ok = evaluator->EvaluateNoEval();
+    message = evaluator->Message();
+    return ok;
+}
+
+// Stores a property with the formula of NAME=FORMULA on the root context. A formula that does
+// not parse is refused here, where it is given, rather than when something reads it.
+int ApplySet(std::string_view setting, EvalOptions& options) {
+    const std::string_view::size_type equals = setting.find('=');
+    if (equals == std::string_view::npos)
         return UsageError("--set takes NAME=FORMULA");
-    return UsageError("--set is not available yet: the program has no root context to store "
-                      "properties on");
+    std::string_view name = setting.substr(0, equals);
+    TrimBlanks(name);
+    std::string_view formula = setting.substr(equals + 1);
+    if (name.empty() || formula.find_first_not_of(" \t") == std::string_view::npos)
+        return UsageError("--set takes NAME=FORMULA");
+    if (!IsName(name))
+        return UsageError("--set takes NAME=FORMULA, and '" + std::string(name) +
+                          "' is not a name");
+    CString message;
+    if (!FormulaParses(formula, options.root, message))
+        return UsageError("--set cannot store the formula of " + std::string(name) + ": " +
+                          message.ToUtf8());
+    options.root->SetPropertyFormula(PropId(CString::FromUtf8(name)),
+                                     FormulaText(CString::FromUtf8(formula)));
+    return 0;
 }
 
 bool TakesValue(std::string_view option) {
@@ -269,7 +312,7 @@ int ApplyOptionWithValue(std::string_view option, std::string_view value, EvalOp
         return ApplyInchFraction(value);
     if (option == "--table-dir")
         return ApplyTableDir(value, options);
-    return RefuseSet(value);
+    return ApplySet(value, options);
 }
 
 bool IsOption(std::string_view arg) {
@@ -292,6 +335,8 @@ void PrepareEvaluation() {
 
 int ParseEvalOptions(std::span<const std::string_view> args, EvalOptions& options,
                      std::vector<std::string_view>& formulas) {
+    if (!options.root)
+        options.root = new QRootContext;
     for (size_t i = 0; i < args.size(); ++i) {
         const std::string_view arg = args[i];
         if (arg == "--") {
@@ -317,21 +362,23 @@ int ParseEvalOptions(std::span<const std::string_view> args, EvalOptions& option
     return 0;
 }
 
-bool EvaluateQuietly(std::string_view formula, bool action, QAnyValue& result, CString& message) {
+bool EvaluateQuietly(std::string_view formula, QFormulaContext* context, bool action,
+                     QAnyValue& result, CString& message) {
     // The evaluator's report flag makes it compose its messages; the process-wide switch, off
     // until the evaluator is gone, keeps it from showing them.
     const std::unique_ptr<QEvaluator> evaluator(QEvaluator::New(
-        result, FormulaText(CString::FromUtf8(formula)), nullptr, false, true, action));
+        result, FormulaText(CString::FromUtf8(formula)), context, false, true, action));
     SetNoEvalReportErrors(true);
     const bool ok = evaluator->Evaluate();
     message = ok ? CString() : evaluator->Message();
     return ok;
 }
 
-bool EvaluateAndPrint(std::string_view formula, const EvalOptions& options) {
+bool EvaluateAndPrint(std::string_view formula, const EvalOptions& options,
+                      std::string_view shownAs) {
     QAnyValue result;
     CString message;
-    const bool ok = EvaluateQuietly(formula, options.action, result, message);
+    const bool ok = EvaluateQuietly(formula, options.root, options.action, result, message);
     if (options.json) {
         std::printf("%s\n", JsonLine(formula, ok, message, result).c_str());
         return ok;
@@ -339,7 +386,7 @@ bool EvaluateAndPrint(std::string_view formula, const EvalOptions& options) {
     std::printf("%s\t%s\n", result.TypeName().ToUtf8().c_str(),
                 QAnyValue(result).MakeCString().ToUtf8().c_str());
     if (!ok)
-        ReportFailure(formula, message);
+        ReportFailure(shownAs.empty() ? formula : shownAs, message);
     return ok;
 }
 

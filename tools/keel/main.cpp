@@ -17,6 +17,8 @@ Usage: keel COMMAND [ARGUMENTS]
 
 Commands:
   help                          show this list
+  help functions                list the built-in functions of formulas with their
+                                arguments and the counts they take
   --version                     print the version
   complete PREFIX [N] --words FILE
                                 intern the words of FILE (one a line) as names and
@@ -40,9 +42,14 @@ Commands:
     --angle-units N
     --inch-fraction N           inches shown as decimals (0) or fractions (16, 32)
     --table-dir DIR             the folder of the lookup tables
-    --set NAME=FORMULA          a property of the root context (not available yet)
+    --set NAME=FORMULA          store a property with that formula on the root
+                                context the formulas run in (in order, before
+                                they run); properties may refer to each other
   repl [OPTIONS]                the same, a line at a time, with history and Tab
                                 completion of names; reads plain lines from a pipe
+  run FILE [OPTIONS]            evaluate the formula file FILE, a block of statements,
+                                with the options of eval, and print its line as eval
+                                does; exit 2 when FILE cannot be read
   demo [--words FILE]           a short tour of what the library does so far
 
 Exit status: 0 done, 1 failed, 2 bad usage.
@@ -72,6 +79,8 @@ namespace keel::tool {
 namespace {
 
 int Dispatch(std::string_view command, std::span<const std::string_view> rest) {
+    if (command == "help" && !rest.empty() && rest.front() == "functions")
+        return RunHelpFunctions(rest.subspan(1));
     if (command == "help" || command == "--help" || command == "-h")
         return PrintHelp();
     if (command == "--version" || command == "version")
@@ -88,6 +97,8 @@ int Dispatch(std::string_view command, std::span<const std::string_view> rest) {
         return RunEval(rest);
     if (command == "repl")
         return RunRepl(rest);
+    if (command == "run")
+        return RunRun(rest);
     return UsageError("unknown command '" + std::string(command) + "'");
 }
 
