@@ -16,7 +16,7 @@ namespace keel {
 
 class QDoc;
 class QFormulaContextChangedSubscriber;
-class QProp;
+struct QProp;
 class QProperties;
 class QPropDefTab;
 class QPropDefTabGroup;
