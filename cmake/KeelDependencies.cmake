@@ -3,6 +3,8 @@ find_package(Threads REQUIRED)
 find_package(PkgConfig REQUIRED)
 pkg_check_modules(PCRE2 REQUIRED IMPORTED_TARGET libpcre2-16)
 pkg_check_modules(GLIB REQUIRED IMPORTED_TARGET glib-2.0)
+# Shipped tables may live in one zip archive instead of loose files.
+pkg_check_modules(LIBZIP REQUIRED IMPORTED_TARGET libzip)
 # Line editing, history and completion for `keel repl`; the program alone links it.
 pkg_check_modules(LIBEDIT REQUIRED IMPORTED_TARGET libedit)
 
@@ -14,4 +16,6 @@ if(KEEL_BUILD_BENCH)
     find_package(benchmark REQUIRED)
     # The peer that the formula benchmark compares the evaluator with.
     pkg_check_modules(MUPARSER REQUIRED IMPORTED_TARGET muparser)
+    # The peer that the table benchmark compares opening a table with.
+    pkg_check_modules(SQLITE3 REQUIRED IMPORTED_TARGET sqlite3)
 endif()

@@ -6,6 +6,8 @@
 #include "keel/formula/evaluator.h"
 #include "keel/platform/registry.h"
 #include "keel/system/pathop.h"
+#include "keel/tables/lookuptable.h"
+#include "keel/tables/lookuptablesource.h"
 #include "keel/values/anyvalue.h"
 #include "keel/values/area.h"
 #include "keel/values/length.h"
@@ -137,8 +139,7 @@ const FieldOption<bool> c_boolOptions[] = {
 const FieldOption<int> c_intOptions[] = {
     {u"Contrast", &QOptions::Spec3D::c_contrast, 50, true},
     {u"Brightness", &QOptions::Spec3D::c_brightness, 75, true},
-    {u"TableCacheOverSize", &QOptions::LookupTableDataStatics::c_TableCacheOverSize, std::nullopt,
-     false},
+    {u"TableCacheOverSize", &QLookupTableDataStatics::c_TableCacheOverSize, std::nullopt, false},
     {u"LastExportType", &QOptions::Exportable::c_LastExportType, std::nullopt, true},
 };
 
@@ -227,6 +228,7 @@ QWinApp::QWinApp() {
     if (c_app.compare_exchange_strong(none, this)) {
         SetEvaluatorFactory(this);
         QEvaluator::InstallAsFormulaHook();
+        QLookupTableSource::Install();
     }
     CRegistry::SetApplicationNameSource(&RunningAppName);
 }
@@ -249,6 +251,10 @@ QEvaluator* QWinApp::NewQEvaluator(QAnyValue& result, FormulaText formula, QForm
 
 CString QWinApp::FolderForConstant(QConstantFolder folder) const {
     return QPathOp::FolderAsFilePath(FolderOfConstant(folder));
+}
+
+int QWinApp::ProfileInt(const CString& section, const CString& key, int defaultValue) const {
+    return CRegistry::Current().GetProfileInt(section, key, defaultValue);
 }
 
 CString QWinApp::FolderOfConstant(QConstantFolder folder) const {
@@ -598,6 +604,9 @@ CString QWinApp::MyDocumentsProductDir() const {
 }
 
 CString QWinApp::FileLocation(QFileLocation location) const {
+    const CString& overridden = m_locationOverrides[static_cast<int>(location)];
+    if (!overridden.IsEmpty())
+        return WithTrailingSlash(overridden);
     const FileLocationInfo& info = InfoOf(location);
     const CString stored = CachedOrStoredString(c_options, info.key, CString());
     if (!stored.IsEmpty())
@@ -609,6 +618,10 @@ CString QWinApp::FileLocation(QFileLocation location) const {
 
 bool QWinApp::SetFileLocation(QFileLocation location, const CString& folder) {
     return WriteProfileStringAndUpdateCache(c_options, InfoOf(location).key, folder);
+}
+
+void QWinApp::OverrideFileLocation(QFileLocation location, const CString& folder) {
+    m_locationOverrides[static_cast<int>(location)] = folder;
 }
 
 CString QWinApp::FileLocationName(QFileLocation location) {

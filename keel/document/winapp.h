@@ -86,9 +86,6 @@ struct QOptions {
         static inline bool c_UseOpenGLExt = true;
         static inline bool c_UseOpenGLExt2 = true;
     };
-    struct LookupTableDataStatics {
-        static inline int c_TableCacheOverSize = 20;
-    };
     struct Exportable {
         static inline int c_LastExportType = 0;
     };
@@ -117,7 +114,8 @@ struct QOptions {
 // The application object: one a process, alive for the whole run. A product derives from it and
 // fills in the virtual hooks. It holds the options with their read cache, the folders, the
 // progress service and the parsed command line. While it is the application it is also the
-// evaluator factory of the formula layer, and the formula hook of the values layer is installed.
+// evaluator factory of the formula layer; the formula hook of the values layer and the source
+// of lookup tables are installed.
 class QWinApp : public QEvaluatorFactory {
 public:
     // The first application object constructed is the application, and the evaluator factory,
@@ -136,6 +134,8 @@ public:
     // The folders that the formula constants name, from the file locations and the documents
     // folders.
     CString FolderForConstant(QConstantFolder folder) const override;
+    // Read from the store, past the cache.
+    int ProfileInt(const CString& section, const CString& key, int defaultValue) const override;
 
     // The name of the options file and of the application in messages.
     virtual CString AppName() const;
@@ -229,6 +229,9 @@ public:
     // "Pictures/", "Reports/", "ToolData/", "Templates/", "Backup/").
     CString FileLocation(QFileLocation location) const;
     bool SetFileLocation(QFileLocation location, const CString& folder);
+    // A folder for this run only, ahead of the stored one; nothing is stored. An empty folder
+    // takes the override away.
+    void OverrideFileLocation(QFileLocation location, const CString& folder);
     // "Data Folder", "Library Folder", ... as the file locations page names them.
     static CString FileLocationName(QFileLocation location);
     static CString FileLocationKey(QFileLocation location);
@@ -315,6 +318,7 @@ private:
     QArray<CString> m_reportedOptionsProblems;
     QCommandLineInfo m_commandLineInfo;
     CString m_strLastOpenSaveDir;
+    CString m_locationOverrides[static_cast<int>(QFileLocation::Program) + 1];
     bool m_bServer = false;
     bool m_bClosing = false;
     bool m_bMaximized = true;

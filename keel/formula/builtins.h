@@ -68,6 +68,8 @@ const QBuiltinGroup& MathFunctions();
 const QBuiltinGroup& StringFunctions();
 // functionsarrays.cpp
 const QBuiltinGroup& ArrayFunctions();
+// functionstables.cpp: the lookup-table functions.
+const QBuiltinGroup& TableFunctions();
 // functionsfiles.cpp
 const QBuiltinGroup& FileFunctions();
 // functionscontext.cpp: variables, contexts and actions.

@@ -27,9 +27,9 @@ enum class QConstantFolder {
     MyDocumentsProduct,
 };
 
-// What the formula layer needs of the application above it: evaluators of the application's own
-// class, and the folders it keeps. The application object installs itself; without one, plain
-// evaluators are made and the folder constants are empty strings.
+// What the layers below the application need of it: evaluators of the application's own class,
+// the folders it keeps and its options. The application object installs itself; without one,
+// plain evaluators are made, the folder constants are empty strings and options their defaults.
 class QEvaluatorFactory {
 public:
     virtual ~QEvaluatorFactory() = default;
@@ -38,6 +38,12 @@ public:
                                       bool isAction) = 0;
     // The folder as a file path ("/a/b", no trailing "/"), or empty when there is none.
     virtual CString FolderForConstant(QConstantFolder folder) const = 0;
+    // An integer option from the application's store; `defaultValue` unless a factory keeps
+    // options.
+    virtual int ProfileInt(const CString& /*section*/, const CString& /*key*/,
+                           int defaultValue) const {
+        return defaultValue;
+    }
 };
 
 // Returns the factory it replaces; nullptr uninstalls.

@@ -5,6 +5,7 @@
 #include <cstring>
 #include <fcntl.h>
 #include <string>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -64,6 +65,33 @@ int OpenFlagsFor(unsigned flags) {
             result |= O_TRUNC;
     }
     return result;
+}
+
+// The sharing modes are advisory locks that every opener of this library takes: denying writers
+// lets readers share the file and keeps a writer alone with it; denying readers, or everyone,
+// keeps the opener alone. Compatibility and deny-none take no lock.
+int ShareLockFor(unsigned flags) {
+    switch (flags & 0x70) {
+    case CFile::shareExclusive:
+    case CFile::shareDenyRead:
+        return LOCK_EX;
+    case CFile::shareDenyWrite:
+        return (flags & 0x3) == CFile::modeRead ? LOCK_SH : LOCK_EX;
+    default:
+        return 0;
+    }
+}
+
+// False, with errno set, when another opener's sharing mode refuses this one.
+bool TakeShareLock(int descriptor, unsigned flags) {
+    const int lock = ShareLockFor(flags);
+    if (lock == 0)
+        return true;
+    while (::flock(descriptor, lock | LOCK_NB) != 0) {
+        if (errno != EINTR)
+            return false;
+    }
+    return true;
 }
 
 bool IsDirectory(int descriptor) {
@@ -148,6 +176,14 @@ bool CFile::Open(const CString& path, unsigned flags, CFileException* error) {
     if (descriptor >= 0 && IsDirectory(descriptor)) {
         ::close(descriptor);
         failure = EISDIR;
+    } else if (descriptor >= 0 && !TakeShareLock(descriptor, flags)) {
+        failure = errno;
+        ::close(descriptor);
+        if (failure == EWOULDBLOCK) {
+            if (error)
+                *error = CFileException(CFileException::sharingViolation, failure, path);
+            return false;
+        }
     }
     if (failure != 0) {
         if (error)

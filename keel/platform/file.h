@@ -53,7 +53,9 @@ public:
         modeRead = 0x0000,
         modeWrite = 0x0001,
         modeReadWrite = 0x0002,
-        // Sharing is not enforced on this platform; the flags are accepted and ignored.
+        // Sharing is an advisory lock that every opener of this library takes (flock): denying
+        // writers lets readers share the file and keeps a writer alone with it; denying readers,
+        // or everyone, keeps the opener alone. A refused open fails with sharingViolation.
         shareCompat = 0x0000,
         shareExclusive = 0x0010,
         shareDenyWrite = 0x0020,

@@ -401,7 +401,11 @@ void QProperties::AppendProperty(PropId key, const QAnyValue& value, FormulaText
     QSmartPtr<QProp> prop(
         new QProp(key, QWithFormula<QAnyValue>(m_pParentContext, value, formula), desc));
     const int index = m_properties.Add(prop);
-    if (!m_bMapIsStale)
+    // The map keeps its buckets; once the bag outgrows them, the next look-up rebuilds it with
+    // twice as many as there are properties, so a bag filled key by key stays one probe deep.
+    if (static_cast<unsigned>(PropertyCount()) > m_map.GetHashTableSize())
+        m_bMapIsStale = true;
+    else if (!m_bMapIsStale)
         m_map[key] = index;
     prop->DoSetParentContext(m_pParentContext);
     prop->PreChange();

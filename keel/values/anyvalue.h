@@ -20,6 +20,8 @@ namespace keel {
 
 class QRateValue;
 class QFormulaContext;
+// How long an evaluated value stays good; keel/formula/state.h gives the levels.
+enum QCacheState : int;
 
 // The one value type of the system: what a formula yields, what a property holds, what a table
 // cell contains. A tagged union whose types include physical units, so that "2 ft + 3 in" and a
@@ -538,6 +540,56 @@ public:
     // key pass through, arrays spread; a name that is no table gives "Cannot find lookup table "
     // and the name. Updates give a boolean; the index forms count from 1.
 
+    // The cell found by nearest match, by exact match, or by position; the cell is evaluated in
+    // `context`, and the evaluation raises `state`. A miss is N/A.
+    QAnyValue& LOOKUPit(const QAnyValue& row, const QAnyValue& col, QFormulaContext* context,
+                        QCacheState* state);
+    QAnyValue& LOOKUPEXACTit(const QAnyValue& row, const QAnyValue& col, QFormulaContext* context,
+                             QCacheState* state);
+    QAnyValue& LOOKUPBYINDEXit(const QAnyValue& row, const QAnyValue& col, QFormulaContext* context,
+                               QCacheState* state);
+    QAnyValue& ROWLABELit(const QAnyValue& index, QFormulaContext* context, QCacheState* state);
+    QAnyValue& COLLABELit(const QAnyValue& index, QFormulaContext* context, QCacheState* state);
+    // The lists are strings of items joined by "|".
+    QAnyValue& ROWLABELSit(QFormulaContext* context, QCacheState* state);
+    QAnyValue& COLLABELSit(QFormulaContext* context, QCacheState* state);
+    QAnyValue& ROWLABELSFORVALit(const QAnyValue& value, bool same, QFormulaContext* context,
+                                 QCacheState* state);
+    QAnyValue& COLLABELSFORVALit(const QAnyValue& value, bool same, QFormulaContext* context,
+                                 QCacheState* state);
+    QAnyValue& ROWLABELSFORCOLit(const QAnyValue& col, const QAnyValue& value, bool same,
+                                 QFormulaContext* context, QCacheState* state);
+    QAnyValue& COLLABELSFORROWit(const QAnyValue& row, const QAnyValue& value, bool same,
+                                 QFormulaContext* context, QCacheState* state);
+    QAnyValue& ROWLABELSFORCOL2it(const QAnyValue& col1, const QAnyValue& value1, bool same1,
+                                  const QAnyValue& col2, const QAnyValue& value2, bool same2,
+                                  QFormulaContext* context, QCacheState* state);
+    QAnyValue& COLLABELSFORROW2it(const QAnyValue& row1, const QAnyValue& value1, bool same1,
+                                  const QAnyValue& row2, const QAnyValue& value2, bool same2,
+                                  QFormulaContext* context, QCacheState* state);
+    QAnyValue& ROWVALUESit(const QAnyValue& row, QFormulaContext* context, QCacheState* state);
+    QAnyValue& COLVALUESit(const QAnyValue& col, QFormulaContext* context, QCacheState* state);
+    QAnyValue& ROWVALUESBYINDEXit(const QAnyValue& index, QFormulaContext* context,
+                                  QCacheState* state);
+    QAnyValue& COLVALUESBYINDEXit(const QAnyValue& index, QFormulaContext* context,
+                                  QCacheState* state);
+    QAnyValue& ROWVALUESFILTERBYROW2it(const QAnyValue& row, const QAnyValue& filterRow,
+                                       const QAnyValue& filterValue, bool same,
+                                       QFormulaContext* context, QCacheState* state);
+    QAnyValue& COLVALUESFILTERBYCOL2it(const QAnyValue& col, const QAnyValue& filterCol,
+                                       const QAnyValue& filterValue, bool same,
+                                       QFormulaContext* context, QCacheState* state);
+    // Whole numbers; N/A for a table that failed.
+    QAnyValue& ROWCOUNTit();
+    QAnyValue& COLCOUNTit();
+    // The edits give true, or N/A when the table refused.
+    QAnyValue& ADDROWit(const QAnyValue& label);
+    QAnyValue& REMOVEROWit(const QAnyValue& label, QFormulaContext* context);
+    QAnyValue& REMOVEROWBYINDEXit(const QAnyValue& index);
+    // `type` is a type number; the empty value stands for 0.
+    QAnyValue& ADDCOLit(const QAnyValue& label, const QAnyValue& type);
+    QAnyValue& REMOVECOLit(const QAnyValue& label, QFormulaContext* context);
+    QAnyValue& REMOVECOLBYINDEXit(const QAnyValue& index);
     QAnyValue& UPDATEEXACTit(const QAnyValue& row, const QAnyValue& col, const QAnyValue& value,
                              QFormulaContext* context);
     QAnyValue& UPDATEBYINDEXit(const QAnyValue& row, const QAnyValue& col, const QAnyValue& value,

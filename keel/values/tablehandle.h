@@ -8,6 +8,7 @@
 namespace keel {
 
 class QAnyValue;
+class QFormulaContext;
 
 // What a value of type lookup table holds: a shared handle on one table. The tables layer
 // derives its table class from this; the value layer needs no more of a table than its name,
@@ -20,9 +21,9 @@ public:
     virtual void Serialize(CArchive& archive) = 0;
 
     // The edits and transactions that formulas run on a table; each says whether it succeeded.
-    // Labels are matched exactly; indexes count from 0.
+    // Labels are matched exactly, formula labels evaluated in `context`; indexes count from 0.
     virtual bool UpdateExact(const QAnyValue& rowLabel, const QAnyValue& colLabel,
-                             const QAnyValue& value) = 0;
+                             const QAnyValue& value, QFormulaContext* context) = 0;
     virtual bool UpdateByIndex(int row, int col, const QAnyValue& value) = 0;
     virtual bool BeginTrans() = 0;
     virtual bool CommitTrans() = 0;

@@ -7,6 +7,7 @@
 #include "keel/formula/evaluator.h"
 #include "keel/formula/evaluatorfactory.h"
 #include "keel/platform/registry.h"
+#include "keel/tables/lookuptable.h"
 #include "keel/values/anyvalue.h"
 #include "keel/values/area.h"
 #include "keel/values/formulahook.h"
@@ -53,7 +54,7 @@ void ResetOptionStatics() {
     QOptions::Spec3D::c_bObject3DExaminationMode = false;
     QOptions::GL::c_UseOpenGLExt = true;
     QOptions::GL::c_UseOpenGLExt2 = true;
-    QOptions::LookupTableDataStatics::c_TableCacheOverSize = 20;
+    QLookupTableDataStatics::c_TableCacheOverSize = 20;
     QOptions::Exportable::c_LastExportType = 0;
     QOptions::PropertyInspector::c_bFadeWhenInactive = true;
     QOptions::PageDoc::c_bPostscriptPrinterCheck = true;
@@ -543,7 +544,7 @@ TEST_F(WinAppTest, LoadOptionsCopiesStoredOptionsIntoTheirFields) {
     EXPECT_FALSE(app.IsMaximized());
     EXPECT_EQ(app.AutoSaveTime(), 15);
     EXPECT_FALSE(app.IsFriendlyPagesOnly());
-    EXPECT_EQ(QOptions::LookupTableDataStatics::c_TableCacheOverSize, 0);
+    EXPECT_EQ(QLookupTableDataStatics::c_TableCacheOverSize, 0);
     EXPECT_FALSE(IsLimitDouble());
     EXPECT_EQ(U8(QOptions::AboutBox::c_strCompanyEmail), "sales@example.com");
     EXPECT_EQ(QLength::DefaultUnits(), 5);
@@ -559,7 +560,7 @@ TEST_F(WinAppTest, MissingOptionsTakeTheTableDefaultOrThePresentFieldValue) {
     // "Field value" defaults: what a product set before loading stays.
     QOptions::GL::c_UseOpenGLExt = false;
     QOptions::Spec3D::c_bObject3DExaminationMode = true;
-    QOptions::LookupTableDataStatics::c_TableCacheOverSize = 50;
+    QLookupTableDataStatics::c_TableCacheOverSize = 50;
     TestApp app;
     app.SetAutoSaveTime(5);
     app.SetMaximized(false);
@@ -570,7 +571,7 @@ TEST_F(WinAppTest, MissingOptionsTakeTheTableDefaultOrThePresentFieldValue) {
     EXPECT_TRUE(QOptions::PageDoc::c_bPostscriptPrinterCheck);
     EXPECT_FALSE(QOptions::GL::c_UseOpenGLExt);
     EXPECT_TRUE(QOptions::Spec3D::c_bObject3DExaminationMode);
-    EXPECT_EQ(QOptions::LookupTableDataStatics::c_TableCacheOverSize, 50);
+    EXPECT_EQ(QLookupTableDataStatics::c_TableCacheOverSize, 50);
     EXPECT_EQ(app.AutoSaveTime(), 5);
     EXPECT_FALSE(app.IsMaximized());
     EXPECT_TRUE(app.IsFriendlyPagesOnly()) << "the table's default is true";
@@ -742,6 +743,19 @@ TEST_F(WinAppTest, AFileLocationIsStoredUnderItsKeyAndReadWithATrailingSlash) {
     EXPECT_TRUE(app.SetFileLocation(QFileLocation::Library, u"/parts"));
     EXPECT_EQ(U8(app.GetProfileStringFromCache(u"Options", u"Library", u"")), "/parts");
     EXPECT_EQ(U8(app.FileLocation(QFileLocation::Library)), "/parts/");
+}
+
+TEST_F(WinAppTest, AnOverriddenFileLocationWinsForTheRunAndIsNotStored) {
+    TestApp app;
+    EXPECT_TRUE(app.SetFileLocation(QFileLocation::Table, u"/tables"));
+    app.OverrideFileLocation(QFileLocation::Table, u"/run/tables");
+    EXPECT_EQ(U8(app.FileLocation(QFileLocation::Table)), "/run/tables/");
+    EXPECT_EQ(StoredString(u"Options", u"Table"), "/tables");
+    EXPECT_EQ(U8(app.FileLocation(QFileLocation::Library)),
+              m_root.string() + "/Documents/Keel/Library/")
+        << "only the location named is overridden";
+    app.OverrideFileLocation(QFileLocation::Table, u"");
+    EXPECT_EQ(U8(app.FileLocation(QFileLocation::Table)), "/tables/");
 }
 
 TEST_F(WinAppTest, TheLastOpenSaveFolderStartsAtTheDataFolder) {

@@ -766,8 +766,9 @@ public:
     bool CommitTrans() override { return Record(NamedTable::CommitTrans()); }
     bool Rollback() override { return Record(NamedTable::Rollback()); }
     bool Reload() override { return Record(NamedTable::Reload()); }
-    bool UpdateExact(const QAnyValue& row, const QAnyValue& col, const QAnyValue& value) override {
-        return Record(NamedTable::UpdateExact(row, col, value));
+    bool UpdateExact(const QAnyValue& row, const QAnyValue& col, const QAnyValue& value,
+                     QFormulaContext* context) override {
+        return Record(NamedTable::UpdateExact(row, col, value, context));
     }
 
     std::vector<std::string> m_contexts;

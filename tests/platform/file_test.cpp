@@ -229,6 +229,41 @@ TEST_F(FileOnDisk, OpenAfterCloseReusesTheObject) {
     EXPECT_EQ(file.GetFileName(), u"second");
 }
 
+struct SharingCase {
+    unsigned first;
+    unsigned second;
+    bool secondOpens;
+};
+
+TEST_F(FileOnDisk, SharingModesHoldOffOtherOpenersUntilTheFirstCloses) {
+    constexpr unsigned read = CFile::modeRead;
+    constexpr unsigned write = CFile::modeReadWrite;
+    const SharingCase cases[] = {
+        {read | CFile::shareDenyWrite, read | CFile::shareDenyWrite, true},
+        {read | CFile::shareDenyWrite, write | CFile::shareDenyWrite, false},
+        {write | CFile::shareDenyWrite, read | CFile::shareDenyWrite, false},
+        {write | CFile::shareDenyWrite, write | CFile::shareDenyWrite, false},
+        {read | CFile::shareExclusive, read | CFile::shareDenyWrite, false},
+        {read | CFile::shareDenyRead, read | CFile::shareExclusive, false},
+        {write | CFile::shareDenyWrite, read | CFile::shareDenyNone, true},
+        {write | CFile::shareExclusive, write | CFile::shareCompat, true},
+    };
+    WriteFile("shared", "x");
+    for (const SharingCase& c : cases) {
+        CFile first;
+        ASSERT_TRUE(first.Open(PathOf("shared"), c.first));
+        CFile second;
+        CFileException error;
+        EXPECT_EQ(second.Open(PathOf("shared"), c.second, &error), c.secondOpens)
+            << std::hex << c.first << " then " << c.second;
+        if (!c.secondOpens) {
+            EXPECT_EQ(error.m_cause, CFileException::sharingViolation);
+            first.Close();
+            EXPECT_TRUE(second.Open(PathOf("shared"), c.second)) << "the lock goes with the file";
+        }
+    }
+}
+
 struct ErrnoCase {
     int osError;
     int cause;

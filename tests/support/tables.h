@@ -22,7 +22,8 @@ public:
             archive >> m_name;
     }
 
-    bool UpdateExact(const QAnyValue& row, const QAnyValue& col, const QAnyValue& value) override {
+    bool UpdateExact(const QAnyValue& row, const QAnyValue& col, const QAnyValue& value,
+                     QFormulaContext*) override {
         return Note("UpdateExact " + Text(row) + " " + Text(col) + " " + Text(value));
     }
     bool UpdateByIndex(int row, int col, const QAnyValue& value) override {

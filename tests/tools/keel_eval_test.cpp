@@ -1,3 +1,5 @@
+#include "tests/support/program.h"
+
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
@@ -10,73 +12,21 @@
 
 namespace {
 
-struct Outcome {
-    std::string out;
-    std::string err;
-    int status = -1;
-};
-
-// Puts a text in single quotes for the shell.
-std::string Quoted(const std::string& text) {
-    std::string quoted = "'";
-    for (const char ch : text)
-        quoted += ch == '\'' ? std::string("'\\''") : std::string(1, ch);
-    return quoted + "'";
-}
+using Outcome = keel::test::ProgramOutcome;
 
 std::string Joined(const std::vector<std::string>& words) {
     std::string joined;
     for (const std::string& word : words)
-        joined += " " + Quoted(word);
+        joined += " " + keel::test::ShellQuoted(word);
     return joined;
 }
 
-// Runs `keel` on the given words in a home of its own; `input` is piped to its stdin.
-class KeelEvalProgram : public testing::Test {
+class KeelEvalProgram : public keel::test::KeelProgramTest {
 protected:
-    void SetUp() override {
-        m_home = std::filesystem::temp_directory_path() /
-                 ("keel-eval-" + std::to_string(::getpid()) + "-" +
-                  testing::UnitTest::GetInstance()->current_test_info()->name());
-        std::filesystem::remove_all(m_home);
-        std::filesystem::create_directories(m_home / "config" / "keel");
-    }
-    void TearDown() override { std::filesystem::remove_all(m_home); }
-
-    Outcome Run(const std::vector<std::string>& words, const std::string& input = "") const {
-        const std::filesystem::path errFile = m_home / "stderr.txt";
-        const std::filesystem::path inFile = m_home / "stdin.txt";
-        std::ofstream(inFile) << input;
-        const std::string command = "HOME=" + Quoted(m_home.string()) +
-                                    " XDG_CONFIG_HOME=" + Quoted((m_home / "config").string()) +
-                                    " XDG_DATA_HOME=" + Quoted((m_home / "data").string()) +
-                                    " LC_ALL=C " + Quoted(KEEL_PROGRAM) + Joined(words) + " <" +
-                                    Quoted(inFile.string()) + " 2>" + Quoted(errFile.string());
-        Outcome outcome;
-        FILE* pipe = popen(command.c_str(), "r");
-        if (!pipe)
-            return outcome;
-        char buffer[4096];
-        for (size_t n; (n = fread(buffer, 1, sizeof buffer, pipe)) > 0;)
-            outcome.out.append(buffer, n);
-        const int status = pclose(pipe);
-        outcome.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-        std::stringstream err;
-        err << std::ifstream(errFile).rdbuf();
-        outcome.err = err.str();
-        return outcome;
-    }
-
     Outcome Eval(std::vector<std::string> words) const {
         words.insert(words.begin(), "eval");
         return Run(words);
     }
-
-    void StoreOptions(const std::string& text) const {
-        std::ofstream(m_home / "config" / "keel" / "Keel.ini") << text;
-    }
-
-    std::filesystem::path m_home;
 };
 
 struct PlainCase {
@@ -445,8 +395,10 @@ TEST_F(KeelEvalProgram, DemoShowsAnEstimateOfPropertiesThatReferToEachOther) {
         {"demo", "--words", std::string(KEEL_TEST_DATA) + "/../../examples/estimating-words.txt"});
     EXPECT_EQ(outcome.status, 0) << outcome.err;
     const std::string::size_type estimate = outcome.out.find("An estimate made of properties");
+    const std::string::size_type priced = outcome.out.find("\nThe estimate priced");
     ASSERT_NE(estimate, std::string::npos) << outcome.out;
-    EXPECT_EQ(outcome.out.substr(estimate),
+    ASSERT_NE(priced, std::string::npos) << outcome.out;
+    EXPECT_EQ(outcome.out.substr(estimate, priced - estimate),
               "An estimate made of properties that refer to each other\n"
               "  length         5.2 m                          Length 5200\n"
               "  width          3.8 m                          Length 3800\n"
@@ -460,6 +412,35 @@ TEST_F(KeelEvalProgram, DemoShowsAnEstimateOfPropertiesThatReferToEachOther) {
               "  area           length * width                 Area 21.32\n"
               "  price_per_sqm  $45.00                         Money $45.00\n"
               "  total          area / 1 sqm * price_per_sqm   Money $959.40\n");
+}
+
+// The price comes from one table by the finish, the allowance from another by the first area at
+// least the floor's (20 sqm for 19.76 sqm); a new finish changes the price and the total only.
+TEST_F(KeelEvalProgram, DemoPricesTheEstimateFromTheBundledTables) {
+    const std::string examples = std::string(KEEL_TEST_DATA) + "/../../examples/";
+    const Outcome outcome = Run(
+        {"demo", "--words", examples + "estimating-words.txt", "--tables", examples + "tables"});
+    EXPECT_EQ(outcome.status, 0) << outcome.err;
+    const std::string::size_type priced = outcome.out.find("The estimate priced");
+    ASSERT_NE(priced, std::string::npos) << outcome.out;
+    const std::string section = outcome.out.substr(outcome.out.find('\n', priced) + 1);
+    EXPECT_EQ(section,
+              "  finish         \"Oak\"                                           String Oak\n"
+              "  length         5.2 m                                           Length 5200\n"
+              "  width          3.8 m                                           Length 3800\n"
+              "  area           length * width                                  Area 19.76\n"
+              "  price_per_sqm  lookupexact(\"flooring\", finish, \"Price\")        Money $78.50\n"
+              "  allowance      lookup(\"wastage\", area, \"Allowance\")            Number 0.1\n"
+              "  total          area * (1 + allowance) / 1 sqm * price_per_sqm  Money $1,706.28\n"
+              "\n"
+              "The finish changed to \"Tiles\"\n"
+              "  finish         \"Tiles\"                                         String Tiles\n"
+              "  length         5.2 m                                           Length 5200\n"
+              "  width          3.8 m                                           Length 3800\n"
+              "  area           length * width                                  Area 19.76\n"
+              "  price_per_sqm  lookupexact(\"flooring\", finish, \"Price\")        Money $54.00\n"
+              "  allowance      lookup(\"wastage\", area, \"Allowance\")            Number 0.1\n"
+              "  total          area * (1 + allowance) / 1 sqm * price_per_sqm  Money $1,173.74\n");
 }
 
 TEST_F(KeelEvalProgram, DemoShowsFormulasWithUnits) {

@@ -159,6 +159,14 @@ TEST_F(KeelHelpFunctions, TheStatedCountIsTheNumberOfNamesInTheMap) {
     EXPECT_EQ(static_cast<int>(inMap.size()), knownCount);
 }
 
+// Counts inside a function's range that it does not take: the label lists of two tests take
+// three, five or seven values.
+bool TakesCount(const std::string& name, int count) {
+    if (name == "rowlabelsforcol2" || name == "collabelsforrow2")
+        return count % 2 == 1;
+    return true;
+}
+
 // For every listed name, each count it takes gets past the dispatcher's count check, and a count
 // it does not take is refused with "correct number of values". A name reserved for applications
 // has no body here, so every count is refused.
@@ -175,7 +183,8 @@ TEST_F(KeelHelpFunctions, TheListAndTheDispatcherAgreeOnTheCounts) {
         const int last =
             entry.maxArgs < 0 ? std::min(entry.minArgs + 2, c_maxArguments) : entry.maxArgs;
         for (int count = entry.minArgs; count <= last; ++count)
-            probes.push_back({CallOf(entry.name, count), entry.application});
+            probes.push_back(
+                {CallOf(entry.name, count), entry.application || !TakesCount(entry.name, count)});
         if (entry.parsesOwnArguments || entry.maxArgs < 0)
             continue;
         if (entry.maxArgs < c_maxArguments)

@@ -1,4 +1,5 @@
 #include "tests/support/environment.h"
+#include "tests/support/program.h"
 
 #include <cstdio>
 #include <filesystem>
@@ -13,53 +14,16 @@ namespace {
 using keel::test::ReadText;
 using keel::test::WriteText;
 
-struct Outcome {
-    std::string out;
-    std::string err;
-    int status = -1;
-};
-
-std::string Quoted(const std::string& text) {
-    std::string quoted = "'";
-    for (const char ch : text)
-        quoted += ch == '\'' ? std::string("'\\''") : std::string(1, ch);
-    return quoted + "'";
-}
+using Outcome = keel::test::ProgramOutcome;
 
 const std::string c_examples = std::string(KEEL_TEST_DATA) + "/../../examples/";
 
 // Runs `keel run` on the given words in a home of its own.
-class KeelRunProgram : public testing::Test {
+class KeelRunProgram : public keel::test::KeelProgramTest {
 protected:
-    void SetUp() override {
-        m_home = std::filesystem::temp_directory_path() /
-                 ("keel-run-" + std::to_string(::getpid()) + "-" +
-                  testing::UnitTest::GetInstance()->current_test_info()->name());
-        std::filesystem::remove_all(m_home);
-        std::filesystem::create_directories(m_home / "config" / "keel");
-    }
-    void TearDown() override { std::filesystem::remove_all(m_home); }
-
-    Outcome Run(const std::vector<std::string>& words) const {
-        const std::filesystem::path errFile = m_home / "stderr.txt";
-        std::string command = "HOME=" + Quoted(m_home.string()) +
-                              " XDG_CONFIG_HOME=" + Quoted((m_home / "config").string()) +
-                              " XDG_DATA_HOME=" + Quoted((m_home / "data").string()) +
-                              " LC_ALL=C " + Quoted(KEEL_PROGRAM) + " run";
-        for (const std::string& word : words)
-            command += " " + Quoted(word);
-        command += " </dev/null 2>" + Quoted(errFile.string());
-        Outcome outcome;
-        FILE* pipe = popen(command.c_str(), "r");
-        if (!pipe)
-            return outcome;
-        char buffer[4096];
-        for (size_t n; (n = fread(buffer, 1, sizeof buffer, pipe)) > 0;)
-            outcome.out.append(buffer, n);
-        const int status = pclose(pipe);
-        outcome.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-        outcome.err = ReadText(errFile);
-        return outcome;
+    Outcome Run(std::vector<std::string> words) const {
+        words.insert(words.begin(), "run");
+        return KeelProgramTest::Run(words);
     }
 
     // A formula file of this test's own.
@@ -68,8 +32,6 @@ protected:
         WriteText(path, text);
         return path.string();
     }
-
-    std::filesystem::path m_home;
 };
 
 TEST_F(KeelRunProgram, TheFileIsOneBlockOfStatementsAndItsValueIsTheLastOne) {

@@ -22,6 +22,8 @@ int RunHelpFunctions(std::span<const std::string_view> args);
 int RunOptions(std::span<const std::string_view> args);
 int RunRepl(std::span<const std::string_view> args);
 int RunRun(std::span<const std::string_view> args);
+// `keel table show|check|lookup|convert`.
+int RunTable(std::span<const std::string_view> args);
 int RunTranslate(std::span<const std::string_view> args);
 
 int UsageError(std::string_view message);
@@ -34,8 +36,6 @@ int InternWordsFile(std::string_view path);
 struct EvalOptions {
     bool json = false;
     bool action = false;
-    // Kept for the lookup tables, which formulas cannot open yet.
-    std::string tableDir;
     // Every formula runs in this one root, which holds the properties given with --set.
     QSmartPtr<QRootContext> root;
 };

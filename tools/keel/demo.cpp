@@ -1,11 +1,13 @@
 #include "tools/keel/commands.h"
 #include "tools/keel/rootcontext.h"
 
+#include "keel/document/winapp.h"
 #include "keel/formula/evaluator.h"
 #include "keel/values/anyvalue.h"
 #include "keel/values/stringunique.h"
 
 #include <cstdio>
+#include <filesystem>
 #include <iterator>
 #include <span>
 #include <string>
@@ -119,13 +121,15 @@ struct Estimated {
 
 // Each value is read through its context, which brings it up to date when something changed
 // since the last read.
-void ShowEstimateLines(QRootContext& root, std::span<const Estimated> lines) {
+void ShowEstimateLines(QRootContext& root, std::span<const Estimated> lines,
+                       int formulaWidth = 30) {
     for (const Estimated& line : lines) {
         QAnyValue value;
         bool error = false;
         QCacheState state = QCS_Stable;
         root.GetPropertyValue(PropId(line.name), value, error, &state);
-        std::printf("  %-14s %-30s %s\n", line.name, line.formula, Shown(value).c_str());
+        std::printf("  %-14s %-*s %s\n", line.name, formulaWidth, line.formula,
+                    Shown(value).c_str());
     }
 }
 
@@ -152,14 +156,50 @@ void ShowEstimate() {
     ShowEstimateLines(*root, lines);
 }
 
+// The same kind of estimate, priced from the lookup tables of the tables folder: the finish's
+// price by exact row, and the cutting allowance by the first area at least the floor's.
+constexpr int c_tableFormulaWidth = 47;
+
+void ShowTablePricedEstimate(std::string_view tablesFolder) {
+    std::printf("\nThe estimate priced from the lookup tables of %.*s\n",
+                static_cast<int>(tablesFolder.size()), tablesFolder.data());
+    QWinApp::GetApp()->OverrideFileLocation(
+        QFileLocation::Table,
+        CString::FromUtf8(std::filesystem::absolute(std::filesystem::path(tablesFolder)).string()));
+    Estimated lines[] = {
+        {"finish", "\"Oak\""},
+        {"length", "5.2 m"},
+        {"width", "3.8 m"},
+        {"area", "length * width"},
+        {"price_per_sqm", "lookupexact(\"flooring\", finish, \"Price\")"},
+        {"allowance", "lookup(\"wastage\", area, \"Allowance\")"},
+        {"total", "area * (1 + allowance) / 1 sqm * price_per_sqm"},
+    };
+    const QSmartPtr<QRootContext> root(new QRootContext);
+    for (const Estimated& line : lines)
+        root->SetPropertyFormula(PropId(line.name), FormulaText(line.formula));
+    ShowEstimateLines(*root, lines, c_tableFormulaWidth);
+
+    const Estimated tiles = {"finish", "\"Tiles\""};
+    root->SetPropertyFormula(PropId(tiles.name), FormulaText(tiles.formula));
+    std::printf("\nThe finish changed to %s\n", tiles.formula);
+    lines[0] = tiles;
+    ShowEstimateLines(*root, lines, c_tableFormulaWidth);
+}
+
 } // namespace
 
 int RunDemo(std::span<const std::string_view> args) {
     std::string_view wordsFile = "examples/estimating-words.txt";
-    if (args.size() == 2 && args[0] == "--words")
-        wordsFile = args[1];
-    else if (!args.empty())
-        return UsageError("demo takes [--words FILE]");
+    std::string_view tablesFolder = "examples/tables";
+    for (std::size_t i = 0; i < args.size(); i += 2) {
+        if (i + 1 < args.size() && args[i] == "--words")
+            wordsFile = args[i + 1];
+        else if (i + 1 < args.size() && args[i] == "--tables")
+            tablesFolder = args[i + 1];
+        else
+            return UsageError("demo takes [--words FILE] [--tables FOLDER]");
+    }
 
     ShowInterning();
     const int count = InternWordsFile(wordsFile);
@@ -172,6 +212,7 @@ int RunDemo(std::span<const std::string_view> args) {
     ShowValues();
     ShowFormulas();
     ShowEstimate();
+    ShowTablePricedEstimate(tablesFolder);
     return 0;
 }
 

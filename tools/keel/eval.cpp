@@ -241,11 +241,12 @@ int ApplyInchFraction(std::string_view value) {
     return 0;
 }
 
-int ApplyTableDir(std::string_view value, EvalOptions& options) {
+int ApplyTableDir(std::string_view value) {
     std::error_code error;
     if (!std::filesystem::is_directory(std::filesystem::path(value), error))
         return UsageError("--table-dir needs a folder that exists: '" + std::string(value) + "'");
-    options.tableDir = value;
+    const std::string folder = std::filesystem::absolute(std::filesystem::path(value)).string();
+    QWinApp::GetApp()->OverrideFileLocation(QFileLocation::Table, CString::FromUtf8(folder));
     return 0;
 }
 
@@ -311,7 +312,7 @@ int ApplyOptionWithValue(std::string_view option, std::string_view value, EvalOp
     if (option == "--inch-fraction")
         return ApplyInchFraction(value);
     if (option == "--table-dir")
-        return ApplyTableDir(value, options);
+        return ApplyTableDir(value);
     return ApplySet(value, options);
 }
 

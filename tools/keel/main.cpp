@@ -41,7 +41,7 @@ Commands:
     --volume-units N            angle 1-3 (2 degrees)
     --angle-units N
     --inch-fraction N           inches shown as decimals (0) or fractions (16, 32)
-    --table-dir DIR             the folder of the lookup tables
+    --table-dir DIR             the folder where formulas find lookup tables by name
     --set NAME=FORMULA          store a property with that formula on the root
                                 context the formulas run in (in order, before
                                 they run); properties may refer to each other
@@ -50,7 +50,17 @@ Commands:
   run FILE [OPTIONS]            evaluate the formula file FILE, a block of statements,
                                 with the options of eval, and print its line as eval
                                 does; exit 2 when FILE cannot be read
-  demo [--words FILE]           a short tour of what the library does so far
+  table show FILE               print a lookup table: its comment, counts, headings with
+                                their types, and every row
+  table check FILE              read the whole table; every message of the reader is
+                                shown, exit 1 when one is fatal
+  table lookup FILE ROW COL [--exact]
+                                the cell found by nearest (or exact) match of ROW and
+                                COL, each a formula ("7", "3 ft") or else a text
+  table convert FOLDER          rewrite every .vlt file under FOLDER in the current
+                                format; exit 1 when any fails
+  demo [--words FILE] [--tables FOLDER]
+                                a short tour of what the library does so far
 
 Exit status: 0 done, 1 failed, 2 bad usage.
 )";
@@ -99,6 +109,8 @@ int Dispatch(std::string_view command, std::span<const std::string_view> rest) {
         return RunRepl(rest);
     if (command == "run")
         return RunRun(rest);
+    if (command == "table")
+        return RunTable(rest);
     return UsageError("unknown command '" + std::string(command) + "'");
 }
 

@@ -1,0 +1,85 @@
+#include "keel/tables/tabtokens.h"
+
+#include "keel/formula/tokeniser.h"
+
+namespace keel {
+
+void PutTabDelimToken(CString& line, const CString& token) {
+    if (line == c_EmptyFirstTokenMarker)
+        line = u"\t";
+    else if (!line.IsEmpty())
+        line += u'\t';
+    if (!token.IsEmpty())
+        line += token;
+    else if (line.IsEmpty())
+        line = c_EmptyFirstTokenMarker;
+}
+
+bool GetTabDelimToken(CString& line, CString& token) {
+    const int tab = line.Find(u'\t');
+    if (tab < 0) {
+        token = line;
+        line.Empty();
+        return false;
+    }
+    token = line.Left(tab);
+    line = line.Mid(tab + 1);
+    return true;
+}
+
+bool IsEnclosedByQuotes(const CString& text) {
+    const int length = text.GetLength();
+    return length >= 2 && text[0] == u'"' && text[length - 1] == u'"';
+}
+
+CString DoubleQuotesAndEnclose(const CString& text) {
+    CString doubled = text;
+    doubled.Replace(CString(u"\""), CString(u"\"\""));
+    return u'"' + doubled + u'"';
+}
+
+CString UndoDoubleQuotesAndEnclose(const CString& text) {
+    if (!IsEnclosedByQuotes(text))
+        return text;
+    CString inner = text.Mid(1, text.GetLength() - 2);
+    inner.Replace(CString(u"\"\""), CString(u"\""));
+    return inner;
+}
+
+CString InsertEscapeSequences(const CString& text) {
+    CString escaped;
+    for (const char16_t ch : text.View()) {
+        switch (ch) {
+        case u'\\':
+            escaped += u"\\\\";
+            break;
+        case u'\n':
+            escaped += u"\\n";
+            break;
+        case u'\r':
+            escaped += u"\\r";
+            break;
+        case u'\t':
+            escaped += u"\\t";
+            break;
+        default:
+            escaped += ch;
+            break;
+        }
+    }
+    return escaped;
+}
+
+CString UndoInsertEscapeSequences(const CString& text) {
+    return QTokenInput::UndoInsertEscapeSequences(text);
+}
+
+CString InsertEscapesDoubleQuotesAndEnclose(const CString& text) {
+    return DoubleQuotesAndEnclose(InsertEscapeSequences(text));
+}
+
+CString UndoInsertEscapesDoubleQuotesAndEnclose(const CString& text) {
+    return UndoInsertEscapeSequences(UndoDoubleQuotesAndEnclose(text));
+}
+
+} // namespace keel

@@ -1,0 +1,612 @@
+#include "keel/document/errorlog.h"
+#include "keel/formula/evaluator.h"
+#include "keel/formula/stringtovalue.h"
+#include "keel/system/fsfile.h"
+#include "keel/system/pathop.h"
+#include "keel/tables/lookuptable.h"
+#include "keel/tables/tabtokens.h"
+#include "keel/values/length.h"
+
+#include <algorithm>
+#include <climits>
+#include <cstdio>
+#include <cwctype>
+#include <filesystem>
+#include <system_error>
+#include <utility>
+#include <vector>
+
+namespace keel {
+
+namespace {
+
+using TYPE = QAnyValue::TYPE;
+using LENGTHUNITS = QLength::LENGTHUNITS;
+
+constexpr const char16_t* c_currentVersion = u"VltFormat=2.1";
+constexpr char16_t c_byteOrderMark = 0xFEFF;
+
+constexpr const char16_t* c_madeInImperial =
+    u"The current table appears to have been created using imperial units, and may be damaged "
+    u"if resaved using the current settings.\n\nSave using imperial instead?";
+constexpr const char16_t* c_madeInMetric =
+    u"The current table appears to have been created using metric units, and may be damaged if "
+    u"resaved using the current settings.\n\nSave using metric instead?";
+constexpr const char16_t* c_madeInEitherUnits =
+    u"The current table appears to have been created using different units (metric/imperial), "
+    u"and may be damaged if resaved using the current settings.\n\nContinue?";
+
+enum class VltVersion { Older, V20, V21, Unsupported };
+
+VltVersion VersionOf(const CString& token) {
+    if (token.CompareNoCase(u"VltFormat=2.0") == 0)
+        return VltVersion::V20;
+    if (token.CompareNoCase(c_currentVersion) == 0)
+        return VltVersion::V21;
+    if (token.Left(9).CompareNoCase(u"VltFormat") == 0)
+        return VltVersion::Unsupported;
+    return VltVersion::Older;
+}
+
+// Leading white space, a sign and digits; anything after them is ignored, and a number too big
+// for an int is the largest int of its sign.
+int WToI(const CString& text) {
+    const std::u16string_view chars = text.View();
+    std::size_t i = 0;
+    while (i < chars.size() && std::iswspace(static_cast<wint_t>(chars[i])))
+        ++i;
+    bool negative = false;
+    if (i < chars.size() && (chars[i] == u'+' || chars[i] == u'-'))
+        negative = chars[i++] == u'-';
+    long long magnitude = 0;
+    for (; i < chars.size() && chars[i] >= u'0' && chars[i] <= u'9'; ++i)
+        magnitude = std::min(magnitude * 10 + (chars[i] - u'0'), 1LL + INT_MAX);
+    if (negative)
+        return static_cast<int>(std::max(-magnitude, static_cast<long long>(INT_MIN)));
+    return static_cast<int>(std::min(magnitude, static_cast<long long>(INT_MAX)));
+}
+
+bool IsBlankLine(const CString& line) {
+    for (const char16_t ch : line.View())
+        if (!std::iswspace(static_cast<wint_t>(ch)))
+            return false;
+    return true;
+}
+
+int CountTokensBeforeEmptyOne(CString line) {
+    int count = 0;
+    CString token;
+    while (!line.IsEmpty()) {
+        GetTabDelimToken(line, token);
+        if (token.IsEmpty())
+            break;
+        ++count;
+    }
+    return count;
+}
+
+// A file read again from its start shows its byte order mark as a character.
+void DropByteOrderMark(CString& line) {
+    if (!line.IsEmpty() && line[0] == c_byteOrderMark)
+        line.Delete(0);
+}
+
+// One token off the line made a value: the enclosing quotes undone, the text run as a formula in
+// no context. False when the formula fails; the value then holds what the evaluator left.
+bool ReadValueToken(CString& line, QAnyValue& value, CString& token) {
+    GetTabDelimToken(line, token);
+    const CString text = IsEnclosedByQuotes(token) ? UndoDoubleQuotesAndEnclose(token) : token;
+    return StringToValue(value, text, nullptr, false, nullptr);
+}
+
+// The token that reads back as the value in a place of the given type. The table's own value is
+// left as it is.
+CString ValueToken(const QAnyValue& value, TYPE type) {
+    if (value.IsEmptyOrEmptyString())
+        return CString();
+    QAnyValue written(value);
+    if (type != QAnyValue::TYPE_EMPTY && !QLookupTableData::IsValueFormula(written))
+        written.ChangeType(type);
+    const CString text = written.AsFormula().ToString();
+    return written.IsString() ? DoubleQuotesAndEnclose(text) : text;
+}
+
+// The one type that the values share, formula cells and empty values aside; empty when they
+// have none or more than one.
+class TypeDeduction {
+public:
+    void Add(const QAnyValue& value) {
+        if (m_mixed || value.IsEmpty() || QLookupTableData::IsValueFormula(value))
+            return;
+        if (m_type == QAnyValue::TYPE_EMPTY) {
+            m_type = value.Type();
+        } else if (value.Type() != m_type) {
+            m_type = QAnyValue::TYPE_EMPTY;
+            m_mixed = true;
+        }
+    }
+    TYPE Type() const { return m_type; }
+
+private:
+    TYPE m_type = QAnyValue::TYPE_EMPTY;
+    bool m_mixed = false;
+};
+
+TYPE DeduceType(const QArray<QAnyValue>& values) {
+    TypeDeduction deduction;
+    for (const QAnyValue& value : values)
+        deduction.Add(value);
+    return deduction.Type();
+}
+
+// Percentages that happen to be whole numbers must not be rounded as whole numbers.
+bool IsMarkupLabel(const QAnyValue& label) {
+    CString text = ValueToString(label);
+    text.MakeLower();
+    return text.Find(CString(u"markup")) >= 0;
+}
+
+bool IsMetric(LENGTHUNITS units) {
+    return units == QLength::LU_MM || units == QLength::LU_CM || units == QLength::LU_METRE;
+}
+
+LENGTHUNITS OtherSystemUnits() {
+    return IsMetric(QLength::DefaultUnits()) ? QLength::LU_INCH : QLength::LU_MM;
+}
+
+class ScopedDefaultLengthUnits {
+public:
+    explicit ScopedDefaultLengthUnits(LENGTHUNITS units) : m_saved(QLength::DefaultUnits()) {
+        QLength::SetDefaultUnits(units);
+    }
+    ~ScopedDefaultLengthUnits() { QLength::SetDefaultUnits(m_saved); }
+    ScopedDefaultLengthUnits(const ScopedDefaultLengthUnits&) = delete;
+    ScopedDefaultLengthUnits& operator=(const ScopedDefaultLengthUnits&) = delete;
+
+private:
+    LENGTHUNITS m_saved;
+};
+
+// A length that prints, in the current units, as a text that reads back as another length.
+bool LosesPrecisionAsText(const QAnyValue& stored) {
+    QAnyValue value(stored);
+    QLookupTableData::EvaluateCell(value, QAnyValue::TYPE_LENGTH, nullptr, nullptr);
+    if (!value.IsType(QAnyValue::TYPE_LENGTH))
+        return false;
+    QAnyValue printed(value);
+    QAnyValue readBack(printed.MakeCString());
+    readBack.MakeLength();
+    return !readBack.Identical(value);
+}
+
+bool AnyLosesPrecision(const QArray<QAnyValue>& values) {
+    return std::any_of(values.begin(), values.end(), LosesPrecisionAsText);
+}
+
+int AskAboutUnits(const CString& question, unsigned flags) {
+    return QMessageBoxExceptServer(u"Lookup Table", question, flags | MB_ICONEXCLAMATION);
+}
+
+class UnlockOnExit {
+public:
+    explicit UnlockOnExit(QLookupTableData& data) : m_data(data) {}
+    ~UnlockOnExit() { m_data.Unlock(); }
+    UnlockOnExit(const UnlockOnExit&) = delete;
+    UnlockOnExit& operator=(const UnlockOnExit&) = delete;
+
+private:
+    QLookupTableData& m_data;
+};
+
+} // namespace
+
+// --- Reading -------------------------------------------------------------------------------------
+
+bool QLookupTableData::ReadFromFile(bool sortRows, bool repairCounts, int forcedRows,
+                                    int forcedCols) {
+    if (m_strName.IsEmpty()) {
+        ReportError(u"No name supplied");
+        return false;
+    }
+    LockAndUnlock lock(*this, false);
+    if (!lock) {
+        ReportError(u"Could not open");
+        return false;
+    }
+    const QEvaluator::ExtraContextInfoForErrors errorContext(m_strName);
+    m_file.SeekToBegin();
+
+    CString line;
+    if (!m_file.ReadString(line)) {
+        ReportError(u"Cannot read description line");
+        return false;
+    }
+    DropByteOrderMark(line);
+    CString versionToken;
+    GetTabDelimToken(line, m_strComment);
+    GetTabDelimToken(line, versionToken);
+    GetTabDelimToken(line, m_strSecondComment);
+    const VltVersion version = VersionOf(versionToken);
+    if (version == VltVersion::Unsupported) {
+        ReportError(u"Unsupported VLT format version string");
+        return false;
+    }
+
+    if (!ReadCountsLine(repairCounts, forcedRows, forcedCols))
+        return false;
+
+    if (!m_file.ReadString(line)) {
+        ReportError(u"No column headings line");
+        return false;
+    }
+    GetTabDelimToken(line, m_strTLDesc);
+    const auto readAgain = [&] {
+        Delete();
+        return ReadFromFile(sortRows, repairCounts, forcedRows, forcedCols);
+    };
+    switch (ReadColumnHeadings(line, repairCounts, forcedCols)) {
+    case ReadStep::Failed:
+        return false;
+    case ReadStep::Repair:
+        return readAgain();
+    case ReadStep::Good:
+        break;
+    }
+    if (version != VltVersion::Older && !ReadColumnTypes(version == VltVersion::V21))
+        return false;
+
+    const bool lazy = QLookupTableDataStatics::IsTableCacheOverSize(m_nRows) || sortRows;
+    switch (ReadRowLines(lazy, repairCounts, forcedRows)) {
+    case ReadStep::Failed:
+        return false;
+    case ReadStep::Repair:
+        return readAgain();
+    case ReadStep::Good:
+        break;
+    }
+    m_bAllRowsLoaded = !lazy;
+    if (sortRows)
+        SortRowsByLabel();
+    m_bSorted = sortRows || AreRowLabelsAscending();
+    if (version == VltVersion::Older) {
+        if (!DeduceTypes(true))
+            return false;
+    } else if (version == VltVersion::V20) {
+        DeduceTypes(false);
+    }
+
+    switch (ReadPastLastRow(repairCounts, forcedRows)) {
+    case ReadStep::Failed:
+        return false;
+    case ReadStep::Repair:
+        return readAgain();
+    case ReadStep::Good:
+        break;
+    }
+    RecreateCache();
+    return true;
+}
+
+bool QLookupTableData::ReadCountsLine(bool repairCounts, int forcedRows, int forcedCols) {
+    CString line;
+    if (!m_file.ReadString(line)) {
+        ReportError(u"Cannot read row/col counts line");
+        return false;
+    }
+    CString token;
+    GetTabDelimToken(line, token);
+    int rows = WToI(token);
+    GetTabDelimToken(line, token);
+    int cols = WToI(token);
+    if (repairCounts && forcedRows != -1)
+        rows = forcedRows;
+    if (repairCounts && forcedCols != -1)
+        cols = forcedCols;
+    if (rows < 0 || cols < 0) {
+        ReportError(u"Row/col counts invalid");
+        return false;
+    }
+    return AllocateArrays(rows, cols);
+}
+
+QLookupTableData::ReadStep QLookupTableData::ReadColumnHeadings(CString& line, bool repairCounts,
+                                                                int& forcedCols) {
+    const bool mayRepair = repairCounts && forcedCols == -1;
+    CString token;
+    for (int col = 0; col < m_nCols; ++col) {
+        if (line.IsEmpty()) {
+            if (mayRepair) {
+                forcedCols = col;
+                return ReadStep::Repair;
+            }
+            ReportError(u"Not enough column headings");
+            return ReadStep::Failed;
+        }
+        if (!ReadValueToken(line, m_colLabels[col], token) || token.IsEmpty())
+            ReportErrorCol(u"Bad column %d label", col);
+    }
+    if (line.IsEmpty())
+        return ReadStep::Good;
+    if (mayRepair) {
+        forcedCols = m_nCols + CountTokensBeforeEmptyOne(line);
+        return ReadStep::Repair;
+    }
+    ReportError(u"Too many column headings");
+    return ReadStep::Failed;
+}
+
+bool QLookupTableData::ReadColumnTypes(bool withColLabelType) {
+    CString line;
+    if (!m_file.ReadString(line)) {
+        ReportError(u"No column types line");
+        return false;
+    }
+    CString token;
+    GetTabDelimToken(line, token);
+    if (token.IsEmpty()) {
+        ReportError(u"Not enough column types");
+        return false;
+    }
+    if (withColLabelType) {
+        const int backslash = token.Find(u'\\');
+        const CString rowLabelType = backslash < 0 ? token : token.Left(backslash);
+        const CString colLabelType = backslash < 0 ? CString() : token.Mid(backslash + 1);
+        m_rowLabelType = QAnyValue::StringToType(rowLabelType);
+        m_colLabelType = QAnyValue::StringToType(colLabelType);
+    } else {
+        m_rowLabelType = QAnyValue::StringToType(token);
+    }
+    for (int col = 0; col < m_nCols; ++col) {
+        GetTabDelimToken(line, token);
+        if (token.IsEmpty()) {
+            ReportError(u"Not enough column types");
+            return false;
+        }
+        m_colTypes[col] = QAnyValue::StringToType(token);
+    }
+    if (!line.IsEmpty()) {
+        ReportError(u"Too many column types");
+        return false;
+    }
+    return true;
+}
+
+QLookupTableData::ReadStep QLookupTableData::ReadRowLines(bool lazy, bool repairCounts,
+                                                          int& forcedRows) {
+    if (lazy)
+        m_pendingRowText.SetSize(m_nRows);
+    CString line;
+    CString token;
+    for (int row = 0; row < m_nRows; ++row) {
+        if (!m_file.ReadString(line) || IsBlankLine(line)) {
+            if (repairCounts && forcedRows == -1) {
+                forcedRows = row;
+                return ReadStep::Repair;
+            }
+            ReportError(u"Not enough rows of data");
+            return ReadStep::Failed;
+        }
+        if (!ReadValueToken(line, m_rowLabels[row], token) || token.IsEmpty())
+            ReportErrorRow(u"Bad row %d label", row);
+        if (lazy)
+            m_pendingRowText[row] = line;
+        else if (!LoadRow(row, line))
+            return ReadStep::Failed;
+    }
+    return ReadStep::Good;
+}
+
+QLookupTableData::ReadStep QLookupTableData::ReadPastLastRow(bool repairCounts, int& forcedRows) {
+    int linesRead = 0;
+    int linesThatMatter = 0;
+    CString line;
+    while (m_file.ReadString(line)) {
+        ++linesRead;
+        if (!IsBlankLine(line))
+            linesThatMatter = linesRead;
+    }
+    if (linesThatMatter == 0)
+        return ReadStep::Good;
+    if (repairCounts && forcedRows == -1) {
+        forcedRows = m_nRows + linesThatMatter;
+        return ReadStep::Repair;
+    }
+    ReportError(u"Too many rows of data");
+    return ReadStep::Failed;
+}
+
+bool QLookupTableData::LoadRow(int row, CString& rest) {
+    if (m_bRowLoadFailed)
+        return false;
+    CString token;
+    for (int col = 0; col < m_nCols; ++col)
+        if (!ReadValueToken(rest, Cell(row, col), token))
+            ReportErrorRowCol(u"Bad value at row %d column %d", row, col);
+    const bool tooManyColumns = !rest.IsEmpty();
+    rest.Empty();
+    if (tooManyColumns) {
+        ReportErrorRow(u"Too many columns for row %d", row);
+        m_bRowLoadFailed = true;
+        return false;
+    }
+    return true;
+}
+
+// The labels are sorted with the text of their rows, which is still unparsed: nothing is
+// evaluated on the way.
+void QLookupTableData::SortRowsByLabel() {
+    std::vector<std::pair<QAnyValue, CString>> rows;
+    rows.reserve(static_cast<std::size_t>(m_nRows));
+    for (int row = 0; row < m_nRows; ++row)
+        rows.emplace_back(m_rowLabels[row], m_pendingRowText[row]);
+    std::stable_sort(rows.begin(), rows.end(), [](const auto& a, const auto& b) {
+        bool failed = false;
+        return a.first.Compare(b.first, failed) < 0 && !failed;
+    });
+    for (int row = 0; row < m_nRows; ++row) {
+        m_rowLabels[row] = std::move(rows[static_cast<std::size_t>(row)].first);
+        m_pendingRowText[row] = std::move(rows[static_cast<std::size_t>(row)].second);
+    }
+}
+
+bool QLookupTableData::AreRowLabelsAscending() const {
+    for (int row = 0; row + 1 < m_nRows; ++row) {
+        bool failed = false;
+        if (m_rowLabels[row].Compare(m_rowLabels[row + 1], failed) > 0 || failed)
+            return false;
+    }
+    return true;
+}
+
+bool QLookupTableData::DeduceTypes(bool olderFormat) {
+    m_colLabelType = DeduceType(m_colLabels);
+    if (!olderFormat)
+        return true;
+    m_rowLabelType = DeduceType(m_rowLabels);
+    if (!LoadRowsIfNecessary())
+        return false;
+    for (int col = 0; col < m_nCols; ++col) {
+        TypeDeduction deduction;
+        for (int row = 0; row < m_nRows; ++row)
+            deduction.Add(Cell(row, col));
+        m_colTypes[col] = deduction.Type();
+        if (m_colTypes[col] == QAnyValue::TYPE_INT && IsMarkupLabel(m_colLabels[col]))
+            m_colTypes[col] = QAnyValue::TYPE_DOUBLE;
+    }
+    return true;
+}
+
+// --- Writing -------------------------------------------------------------------------------------
+
+bool QLookupTableData::WriteToFile(CStdioFileEx& file) {
+    if (!IsValid())
+        return false;
+    if (!QLookupTableDataStatics::IsForceAsciiWrite())
+        file.SetCodePage(CStdioFileEx::c_codePageUtf8);
+    file.SetLength(0);
+    file.SeekToBegin();
+    file.WriteString(m_strComment + u'\t' + c_currentVersion + u'\t' + m_strSecondComment + u'\n');
+    file.WriteString(CString::Formatted(u"%d\t%d\n", m_nRows, m_nCols));
+
+    CString line;
+    PutTabDelimToken(line, m_strTLDesc);
+    for (int col = 0; col < m_nCols; ++col)
+        PutTabDelimToken(line, ValueToken(m_colLabels[col], m_colLabelType));
+    file.WriteString(line);
+    file.WriteString(u"\n");
+
+    line.Empty();
+    PutTabDelimToken(line, QAnyValue::TypeToString(m_rowLabelType) + u'\\' +
+                               QAnyValue::TypeToString(m_colLabelType));
+    for (int col = 0; col < m_nCols; ++col)
+        PutTabDelimToken(line, QAnyValue::TypeToString(m_colTypes[col]));
+    file.WriteString(line + u'\n');
+
+    if (!LoadRowsIfNecessary())
+        return false;
+    for (int row = 0; row < m_nRows; ++row) {
+        line.Empty();
+        PutTabDelimToken(line, ValueToken(m_rowLabels[row], m_rowLabelType));
+        for (int col = 0; col < m_nCols; ++col)
+            PutTabDelimToken(line, ValueToken(Cell(row, col), m_colTypes[col]));
+        file.WriteString(line + u'\n');
+    }
+    return true;
+}
+
+bool QLookupTableData::WriteToFile() {
+    if (m_strName.IsEmpty()) {
+        ReportError(u"No name supplied");
+        return false;
+    }
+    const int lockCount = m_nLockCount;
+    if (!Lock(true)) {
+        m_nLockCount = lockCount;
+        ReportError(u"Could not open for writing");
+        return false;
+    }
+    const UnlockOnExit unlock(*this);
+    const QEvaluator::ExtraContextInfoForErrors errorContext(m_strName);
+    if (!HasLengthPrecisionErrors())
+        return WriteThroughTemporaryFile();
+
+    const LENGTHUNITS otherUnits = OtherSystemUnits();
+    bool otherUnitsLosePrecision = false;
+    {
+        const ScopedDefaultLengthUnits trial(otherUnits);
+        otherUnitsLosePrecision = HasLengthPrecisionErrors();
+    }
+    if (otherUnitsLosePrecision) {
+        if (AskAboutUnits(c_madeInEitherUnits, MB_YESNO | MB_DEFBUTTON2) != IDYES)
+            return false;
+        return WriteThroughTemporaryFile();
+    }
+    switch (
+        AskAboutUnits(IsMetric(otherUnits) ? c_madeInMetric : c_madeInImperial, MB_YESNOCANCEL)) {
+    case IDYES: {
+        const ScopedDefaultLengthUnits units(otherUnits);
+        return WriteThroughTemporaryFile();
+    }
+    case IDNO:
+        return WriteThroughTemporaryFile();
+    default:
+        return false;
+    }
+}
+
+bool QLookupTableData::HasLengthPrecisionErrors() {
+    if (!IsValid())
+        return false;
+    for (int col = 0; col < m_nCols; ++col) {
+        if (m_colTypes[col] != QAnyValue::TYPE_LENGTH)
+            continue;
+        for (int row = 0; row < m_nRows; ++row)
+            if (LoadRowIfNecessary(row) && LosesPrecisionAsText(Cell(row, col)))
+                return true;
+    }
+    if (m_colLabelType == QAnyValue::TYPE_LENGTH && AnyLosesPrecision(m_colLabels))
+        return true;
+    return m_rowLabelType == QAnyValue::TYPE_LENGTH && AnyLosesPrecision(m_rowLabels);
+}
+
+bool QLookupTableData::WriteThroughTemporaryFile() {
+    const CString tempPath = QFSFile::GenerateTempPath(QPathOp::PathWithoutFileSpec(m_strName));
+    CStdioFileEx temp;
+    if (!temp.Open(tempPath, CFile::modeCreate | CFile::modeWrite | CFile::typeText)) {
+        ReportError(u"Could not open for writing");
+        return false;
+    }
+    bool written = false;
+    try {
+        written = WriteToFile(temp);
+        temp.Close();
+    } catch (const CFileException&) {
+        temp.Abort();
+        written = false;
+    }
+    if (written && ReplaceFileWith(tempPath))
+        return true;
+    std::remove(tempPath.ToUtf8().c_str());
+    return false;
+}
+
+bool QLookupTableData::ReplaceFileWith(const CString& writtenPath) {
+    const std::filesystem::path table(m_strName.ToUtf8());
+    const std::filesystem::path written(writtenPath.ToUtf8());
+    std::error_code error;
+    const std::filesystem::file_status old = std::filesystem::status(table, error);
+    if (!error && std::filesystem::exists(old))
+        std::filesystem::permissions(written, old.permissions(), error);
+    std::filesystem::rename(written, table, error);
+    QFSFile::ClearFileStatusCache();
+    if (error)
+        return false;
+    // The lock held the file that was replaced; it now holds the new one.
+    CloseFile();
+    m_bFileOpen =
+        m_file.Open(m_strName, CFile::modeReadWrite | CFile::modeCreate | CFile::modeNoTruncate |
+                                   CFile::typeText | CFile::shareDenyWrite);
+    return true;
+}
+
+} // namespace keel

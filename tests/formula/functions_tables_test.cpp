@@ -1,0 +1,339 @@
+#include "tests/support/anyvalues.h"
+#include "tests/support/environment.h"
+#include "tests/tables/memorytable.h"
+#include "tests/tables/tablefixture.h"
+
+#include "keel/document/usertrace.h"
+#include "keel/document/winapp.h"
+#include "keel/formula/builtins.h"
+#include "keel/formula/evaluator.h"
+#include "keel/formula/stringtovalue.h"
+
+#include <algorithm>
+#include <gtest/gtest.h>
+#include <memory>
+#include <sstream>
+#include <string>
+#include <vector>
+
+namespace keel {
+namespace {
+
+namespace fs = std::filesystem;
+using test::Array;
+using test::MemoryTable;
+
+std::string U8(const CString& text) {
+    return text.ToUtf8();
+}
+
+std::string Describe(const QAnyValue& value) {
+    CString message;
+    if (value.IsErrorAndGetMessage(message))
+        return "error \"" + U8(message) + "\"";
+    if (value.IsNA())
+        return "N/A";
+    return value.TypeName().ToUtf8() + " " + U8(value.AsStringOrFormula());
+}
+
+QAnyValue Error(const char* message) {
+    return test::Error(message);
+}
+
+struct Outcome {
+    bool ok = false;
+    QAnyValue result;
+    std::string message;
+};
+
+// The table "prices" in the table folder: whole-number rows 5, 10 and 15, columns "small" and
+// "large", and whole-number cells 1 to 6 row by row.
+class FunctionsTablesTest : public test::TableFixture {
+protected:
+    void SetUp() override {
+        QEvaluator::InstallAsFormulaHook();
+        QLookupTable table =
+            MemoryTable({5, 10, 15}, {u"small", u"large"}, {{1, 2}, {3, 4}, {5, 6}});
+        table.UpdateRowLabelType(QAnyValue::TYPE_INT);
+        table.UpdateColLabelType(QAnyValue::TYPE_STRING);
+        table.UpdateColType(0, QAnyValue::TYPE_INT);
+        table.UpdateColType(1, QAnyValue::TYPE_INT);
+        CStdioFileEx file;
+        ASSERT_TRUE(file.Open(TableCString("prices"),
+                              CFile::modeCreate | CFile::modeWrite | CFile::typeText));
+        ASSERT_TRUE(table.WriteToFile(file));
+        file.Close();
+        QLookupTableData::CleanupCache();
+        m_t = QAnyValue(MemoryTable({u"a", u"b"}, {u"x"}, {{1}, {2}}).AsHandle());
+        m_context.Set("t", m_t);
+        m_context.Set("nothing", QAnyValue());
+    }
+
+    Outcome Run(const std::string& formula) {
+        Outcome outcome;
+        std::unique_ptr<QEvaluator> evaluator(
+            QEvaluator::New(outcome.result, FormulaText(CString::FromUtf8(formula)), &m_context,
+                            false, true, false));
+        outcome.ok = evaluator->Evaluate();
+        outcome.message = U8(evaluator->Message());
+        return outcome;
+    }
+
+    struct Case {
+        const char* formula;
+        QAnyValue expected;
+    };
+    // Each formula is evaluated afresh, as after a change of the document: a table read is kept
+    // in the context's formula cache like any other value.
+    void ExpectValues(std::initializer_list<Case> cases) {
+        for (const Case& c : cases) {
+            m_context.ForgetEverythingIKnow();
+            const Outcome outcome = Run(c.formula);
+            EXPECT_TRUE(outcome.ok) << c.formula << ": " << outcome.message;
+            EXPECT_EQ(Describe(outcome.result), Describe(c.expected)) << c.formula;
+        }
+    }
+
+    static std::string WrongCount(const std::string& name, const char* word) {
+        return "Expecting " + name + " in correct number of values\nbut found\n\t" + word;
+    }
+
+    test::NamesContext m_context;
+    QAnyValue m_t;
+};
+
+QAnyValue NA() {
+    return test::NA();
+}
+
+TEST_F(FunctionsTablesTest, TheGroupHoldsTheTwentySevenFunctions) {
+    EXPECT_EQ(TableFunctions().functions.size(), 27u);
+    for (const QBuiltinFunction& row : TableFunctions().functions) {
+        EXPECT_EQ(FindBuiltinFunction(FullId(row.name)), &row) << U8(row.name);
+        EXPECT_NE(row.body, nullptr) << U8(row.name);
+        EXPECT_FALSE(row.actionOnly) << U8(row.name);
+    }
+}
+
+TEST_F(FunctionsTablesTest, LookupsByLabelAndByIndex) {
+    ExpectValues({
+        {"lookup(\"prices\", 7, \"large\")", 4},
+        {"lookup(\"PRICES.vlt\", 15, \"small\")", 5},
+        {"lookup(\"prices\", 16, \"small\")", NA()},
+        {"lookup(\"prices\", 7, \"medium\")", NA()},
+        {"lookup(\"nosuch\", 7, \"large\")", Error("Cannot find lookup table nosuch")},
+        {"lookup(\"nosuch\", 7, \"large\", -1)", -1},
+        {"lookup(\"prices\", 7, \"large\", -1)", 4},
+        {"lookup(\"prices\", 99, \"large\", -1)", NA()},
+        {"lookup(t, \"B\", \"x\")", 2},
+        {"lookupexact(\"prices\", 10, \"SMALL\")", 3},
+        {"lookupexact(\"prices\", 7, \"small\")", NA()},
+        {"lookupexact(\"nosuch\", 10, \"small\", \"none\")", u"none"},
+        {"lookupbyindex(\"prices\", 3, 2)", 6},
+        {"lookupbyindex(\"prices\", 0, 1)", NA()},
+        {"lookupbyindex(\"prices\", 1, cverr(\"bad\"))", Error("bad")},
+        {"lookupbyindex(\"nosuch\", 1, 1, 0)", 0},
+    });
+}
+
+TEST_F(FunctionsTablesTest, AnArrayArgumentSpreads) {
+    ExpectValues({
+        {"lookup(\"prices\", array(5, 11, 99), \"small\")", Array({1, 5, NA()})},
+        {"rowlabel(\"prices\", array(1, 3))", Array({5, 15})},
+    });
+}
+
+TEST_F(FunctionsTablesTest, CountsAndLabels) {
+    ExpectValues({
+        {"rowcount(\"prices\")", 3},
+        {"rowcount(\"nosuch\")", Error("Cannot find lookup table nosuch")},
+        {"colcount(\"prices\")", 2},
+        {"colcount(cverr(\"x\"))", Error("x")},
+        {"rowlabel(\"prices\", 2)", 10},
+        {"rowlabel(\"prices\", 4)", NA()},
+        {"collabel(\"prices\", 1)", u"small"},
+        {"collabel(\"prices\", cverr(\"bad\"))", Error("bad")},
+        {"rowlabels(\"prices\")", u"5|10|15"},
+        {"rowlabels(nothing)", QAnyValue()},
+        {"rowlabels(\"\")", Error("Cannot find lookup table ")},
+        {"collabels(\"prices\")", u"small|large"},
+        {"collabels(\"nosuch\")", Error("Cannot find lookup table nosuch")},
+    });
+}
+
+TEST_F(FunctionsTablesTest, ValuesOfARowOrColumn) {
+    ExpectValues({
+        {"rowvalues(\"prices\", 10)", u"3|4"},
+        {"rowvalues(\"prices\", 11)", NA()},
+        {"colvalues(\"prices\", \"large\")", u"2|4|6"},
+        {"colvalues(\"prices\", \"medium\")", NA()},
+        {"rowvaluesbyindex(\"prices\", 1)", u"1|2"},
+        {"rowvaluesbyindex(\"prices\", 0)", NA()},
+        {"colvaluesbyindex(\"prices\", 2)", u"2|4|6"},
+        {"colvaluesbyindex(\"prices\", 3)", NA()},
+    });
+}
+
+TEST_F(FunctionsTablesTest, LabelsOfMatchingCells) {
+    ExpectValues({
+        {"rowlabelsforval(\"prices\", 4)", u"10"},
+        {"rowlabelsforval(\"prices\", 4, false)", u"5|10|15"},
+        {"rowlabelsforval(\"prices\")", u""},
+        {"rowlabelsforval(\"prices\", 4, cverr(\"f\"))", Error("f")},
+        {"collabelsforval(\"prices\", 6)", u"large"},
+        {"collabelsforval(\"nosuch\", 6)", Error("Cannot find lookup table nosuch")},
+        {"rowlabelsforcol(\"prices\", \"small\", 3)", u"10"},
+        {"rowlabelsforcol(\"prices\", \"small\", 3, false)", u"5|15"},
+        {"rowlabelsforcol(\"prices\", \"small\")", u""},
+        {"rowlabelsforcol(\"prices\", \"medium\", 3)", NA()},
+        {"collabelsforrow(\"prices\", 15, 5)", u"small"},
+        {"collabelsforrow(\"prices\", 16, 5)", NA()},
+    });
+}
+
+TEST_F(FunctionsTablesTest, LabelsOfTwoTests) {
+    ExpectValues({
+        {"rowlabelsforcol2(\"prices\", \"small\", 1, \"large\", 2)", u"5"},
+        {"rowlabelsforcol2(\"prices\", \"small\", 1, false, \"large\", 2, false)", u"10|15"},
+        {"rowlabelsforcol2(\"prices\", \"small\", \"large\")", u""},
+        {"rowlabelsforcol2(\"prices\", \"small\", 1, cverr(\"s\"), \"large\", 2, true)",
+         Error("s")},
+        {"collabelsforrow2(\"prices\", 5, 1, 10, 3)", u"small"},
+        {"collabelsforrow2(\"prices\", 5, 1, 11, 3)", NA()},
+    });
+    for (const char* name : {"rowlabelsforcol2", "collabelsforrow2"}) {
+        for (const auto& [arguments, word] :
+             {std::pair{"(\"prices\", 1, 2, 3)", "four values"},
+              std::pair{"(\"prices\", 1, 2, 3, 4, 5)", "six values"}}) {
+            const Outcome outcome = Run(std::string(name) + arguments);
+            EXPECT_FALSE(outcome.ok) << name << arguments;
+            EXPECT_EQ(outcome.message, WrongCount(name, word));
+        }
+    }
+}
+
+TEST_F(FunctionsTablesTest, FilteredValues) {
+    ExpectValues({
+        {"rowvaluesfilterbyrow2(\"prices\", 5, 10, 3)", u"1"},
+        {"rowvaluesfilterbyrow2(\"prices\", 5, 10, 3, false)", u"2"},
+        {"rowvaluesfilterbyrow2(\"prices\", 5, 99, 3)", NA()},
+        {"colvaluesfilterbycol2(\"prices\", \"small\", \"large\", 4)", u"3"},
+        {"colvaluesfilterbycol2(\"prices\", \"small\", \"large\", 4, cverr(\"e\"))", Error("e")},
+    });
+}
+
+TEST_F(FunctionsTablesTest, EditsChangeTheSharedTable) {
+    ExpectValues({
+        {"addrow(\"prices\", 20)", true},
+        {"rowcount(\"prices\")", 4},
+        {"lookup(\"prices\", 17, \"small\")", QAnyValue()},
+        {"addrow(\"nosuch\", 1)", Error("Cannot find lookup table nosuch")},
+        {"removerow(\"prices\", 5)", true},
+        {"removerow(\"prices\", 5)", NA()},
+        {"removerowbyindex(\"prices\", 1)", true},
+        {"removerowbyindex(\"prices\", 9)", NA()},
+        {"rowlabels(\"prices\")", u"15|20"},
+        {"addcol(\"prices\", \"extra\")", true},
+        {"addcol(\"prices\", \"money\", 5)", true},
+        {"addcol(\"prices\", \"odd\", 99)", NA()},
+        {"addcol(\"prices\", \"odd\", cverr(\"t\"))", Error("t")},
+        {"collabels(\"prices\")", u"small|large|extra|money"},
+        {"removecol(\"prices\", \"EXTRA\")", true},
+        {"removecol(\"prices\", \"none\")", NA()},
+        {"removecolbyindex(\"prices\", 1)", true},
+        {"removecolbyindex(\"prices\", 5)", NA()},
+        {"collabels(\"prices\")", u"large|money"},
+    });
+    QLookupTable table;
+    ASSERT_TRUE(table.SetName(u"prices"));
+    QAnyValue::TYPE type = QAnyValue::TYPE_EMPTY;
+    ASSERT_TRUE(table.ColType(1, type));
+    EXPECT_EQ(type, QAnyValue::TYPE_MONEY);
+}
+
+TEST_F(FunctionsTablesTest, AnEditIsNeverTakenFromTheFormulaCache) {
+    const Outcome first = Run("removerow(\"prices\", 5)");
+    const Outcome second = Run("removerow(\"prices\", 5)");
+    EXPECT_EQ(Describe(first.result), Describe(QAnyValue(true)));
+    EXPECT_EQ(Describe(second.result), "N/A");
+    EXPECT_EQ(Describe(Run("addcol(t, \"y\")").result), Describe(QAnyValue(true)));
+    EXPECT_EQ(Describe(Run("addcol(t, \"y\")").result), Describe(QAnyValue(true)));
+    int cols = 0;
+    ASSERT_TRUE(QLookupTable(m_t.MakeLookupTable()).ColCount(cols));
+    EXPECT_EQ(cols, 3);
+}
+
+TEST_F(FunctionsTablesTest, WrongCountsAreRefused) {
+    struct Case {
+        const char* formula;
+        const char* name;
+        const char* word;
+    };
+    const Case cases[] = {
+        {"lookup(\"prices\", 1)", "lookup", "two values"},
+        {"lookupbyindex(\"prices\", 1, 1, 1, 1)", "lookupbyindex", "five values"},
+        {"rowcount()", "rowcount", "no value"},
+        {"rowcount(\"prices\", 1)", "rowcount", "two values"},
+        {"rowlabel(\"prices\")", "rowlabel", "one value"},
+        {"rowlabels(\"prices\", 1)", "rowlabels", "two values"},
+        {"rowlabelsforval(\"prices\", 1, 2, 3)", "rowlabelsforval", "four values"},
+        {"rowlabelsforcol(\"prices\")", "rowlabelsforcol", "one value"},
+        {"rowvaluesfilterbyrow2(\"prices\", 1, 2)", "rowvaluesfilterbyrow2", "three values"},
+        {"addcol(\"prices\", 1, 2, 3)", "addcol", "four values"},
+        {"removecolbyindex(\"prices\")", "removecolbyindex", "one value"},
+    };
+    for (const Case& c : cases) {
+        const Outcome outcome = Run(c.formula);
+        EXPECT_FALSE(outcome.ok) << c.formula;
+        EXPECT_EQ(outcome.message, WrongCount(c.name, c.word)) << c.formula;
+    }
+}
+
+// An application with a data folder of the test's own, for the trace file.
+class TraceApp : public QWinApp {
+public:
+    CString AppName() const override { return u"Tracer"; }
+};
+
+std::vector<std::string> TextsOfLines(const std::string& file) {
+    std::vector<std::string> texts;
+    std::istringstream lines(file);
+    for (std::string line; std::getline(lines, line);) {
+        const auto tab = line.rfind('\t');
+        texts.push_back(tab == std::string::npos ? line : line.substr(tab + 1));
+    }
+    return texts;
+}
+
+TEST_F(FunctionsTablesTest, EachCallIsTracedAndAFailureToo) {
+    const fs::path home = m_folder / "home";
+    fs::create_directories(home);
+    test::ScopedEnvironment environment;
+    for (const char* variable : {"HOME", "XDG_CONFIG_HOME", "XDG_DATA_HOME"})
+        environment.Set(variable, home.string());
+    const unsigned savedMask = QWinApp::c_UserTraceMask;
+    std::vector<std::string> texts;
+    {
+        TraceApp app;
+        UserTraceRestart();
+        QWinApp::c_UserTraceMask = USER_TRACE_PLAIN_LINES | 0x1;
+        const Outcome found = Run("lookup(t, \"a\", \"x\")");
+        const Outcome missed = Run("rowlabel(t, 7)");
+        QWinApp::c_UserTraceMask = savedMask;
+        EXPECT_TRUE(found.ok);
+        EXPECT_TRUE(missed.ok);
+        const fs::path path = UserTraceFilePath().ToUtf8();
+        UserTraceClose();
+        texts = TextsOfLines(test::ReadText(path));
+        UserTraceRestart();
+    }
+    auto has = [&](const std::string& text) {
+        return std::find(texts.begin(), texts.end(), text) != texts.end();
+    };
+    EXPECT_TRUE(has("LOOKUP(" + U8(ValueToString(m_t)) + ", a, x) = 1"));
+    EXPECT_FALSE(has("LOOKUP ERROR"));
+    EXPECT_TRUE(has("ROWLABEL ERROR"));
+}
+
+} // namespace
+} // namespace keel

@@ -1,0 +1,85 @@
+#pragma once
+
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <gtest/gtest.h>
+#include <sstream>
+#include <string>
+#include <sys/wait.h>
+#include <unistd.h>
+#include <vector>
+
+namespace keel::test {
+
+// What a run of the built program gave.
+struct ProgramOutcome {
+    std::string out;
+    std::string err;
+    int status = -1;
+};
+
+// Puts a text in single quotes for the shell.
+inline std::string ShellQuoted(const std::string& text) {
+    std::string quoted = "'";
+    for (const char ch : text)
+        quoted += ch == '\'' ? std::string("'\\''") : std::string(1, ch);
+    return quoted + "'";
+}
+
+// Runs `keel` in a home of its own for each test: its options file, logs and data stay there and
+// go with the test.
+class KeelProgramTest : public testing::Test {
+protected:
+    void SetUp() override {
+        m_home = std::filesystem::temp_directory_path() /
+                 ("keel-program-" + std::to_string(::getpid()) + "-" +
+                  testing::UnitTest::GetInstance()->current_test_info()->name());
+        std::filesystem::remove_all(m_home);
+        std::filesystem::create_directories(m_home / "config" / "keel");
+    }
+    void TearDown() override { std::filesystem::remove_all(m_home); }
+
+    // `keel` with the given words; `input` is piped to its stdin.
+    ProgramOutcome Run(const std::vector<std::string>& words, const std::string& input = "") const {
+        const std::filesystem::path errFile = m_home / "stderr.txt";
+        const std::filesystem::path inFile = m_home / "stdin.txt";
+        std::ofstream(inFile) << input;
+        std::string command = "HOME=" + ShellQuoted(m_home.string()) +
+                              " XDG_CONFIG_HOME=" + ShellQuoted((m_home / "config").string()) +
+                              " XDG_DATA_HOME=" + ShellQuoted((m_home / "data").string()) +
+                              " LC_ALL=C " + ShellQuoted(KEEL_PROGRAM);
+        for (const std::string& word : words)
+            command += " " + ShellQuoted(word);
+        command += " <" + ShellQuoted(inFile.string()) + " 2>" + ShellQuoted(errFile.string());
+        ProgramOutcome outcome;
+        FILE* pipe = popen(command.c_str(), "r");
+        if (!pipe)
+            return outcome;
+        char buffer[4096];
+        for (size_t n; (n = fread(buffer, 1, sizeof buffer, pipe)) > 0;)
+            outcome.out.append(buffer, n);
+        const int status = pclose(pipe);
+        outcome.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+        std::stringstream err;
+        err << std::ifstream(errFile).rdbuf();
+        outcome.err = err.str();
+        return outcome;
+    }
+
+    // A file of this test's own, in its home.
+    std::string FileOfTest(const std::string& name, const std::string& text) const {
+        const std::filesystem::path path = m_home / name;
+        std::filesystem::create_directories(path.parent_path());
+        std::ofstream(path, std::ios::binary) << text;
+        return path.string();
+    }
+
+    void StoreOptions(const std::string& text) const {
+        std::ofstream(m_home / "config" / "keel" / "Keel.ini") << text;
+    }
+
+    std::filesystem::path m_home;
+};
+
+} // namespace keel::test

@@ -1,0 +1,1089 @@
+#include "tests/support/anyvalues.h"
+#include "tests/support/tables.h"
+#include "tests/tables/tablefixture.h"
+
+#include "keel/document/errorlog.h"
+#include "keel/platform/archive.h"
+#include "keel/platform/schema.h"
+#include "keel/tables/lookuptable.h"
+#include "keel/tables/lookuptablesource.h"
+
+#include <chrono>
+#include <cstdint>
+#include <filesystem>
+#include <gtest/gtest.h>
+#include <string>
+#include <vector>
+#include <zip.h>
+
+namespace keel {
+namespace {
+
+namespace fs = std::filesystem;
+using Bytes = std::vector<std::uint8_t>;
+using TYPE = QAnyValue::TYPE;
+
+std::string U(const CString& text) {
+    return text.ToUtf8();
+}
+
+// The fields of a table in the order its document form keeps them.
+struct TableImage {
+    CString name;
+    CString comment;
+    CString tlDesc;
+    CString secondComment;
+    int rows = 0;
+    int cols = 0;
+    std::vector<QAnyValue> colLabels;
+    std::vector<QAnyValue> rowLabels;
+    std::vector<QAnyValue> cells;
+};
+
+// The document form written field by field, as a reader of the document expects it.
+Bytes ImageBytes(const TableImage& image, int schema) {
+    CMemFile file;
+    {
+        CArchive archive(&file, CArchive::store);
+        QSchema::SetSchemaDirect(archive, schema);
+        archive << image.name << image.comment << image.tlDesc;
+        archive << static_cast<std::int32_t>(image.rows) << static_cast<std::int32_t>(image.cols);
+        if (schema >= 109)
+            archive << image.secondComment;
+        for (const QAnyValue& label : image.colLabels)
+            archive << label;
+        for (const QAnyValue& label : image.rowLabels)
+            archive << label;
+        for (const QAnyValue& cell : image.cells)
+            archive << cell;
+        archive.Close();
+    }
+    return file.Bytes();
+}
+
+Bytes StoredBytes(QLookupTableData& data, int schema) {
+    CMemFile file;
+    {
+        CArchive archive(&file, CArchive::store);
+        QSchema::SetSchemaDirect(archive, schema);
+        data.Serialize(archive);
+        archive.Close();
+    }
+    return file.Bytes();
+}
+
+QSmartPtr<QLookupTableData> LoadedTable(const Bytes& bytes, int schema) {
+    QSmartPtr<QLookupTableData> data(new QLookupTableData);
+    CMemFile file(bytes);
+    CArchive archive(&file, CArchive::load);
+    QSchema::SetSchemaDirect(archive, schema);
+    data->Serialize(archive);
+    return data;
+}
+
+TableImage PriceImage(const CString& name) {
+    TableImage image;
+    image.name = name;
+    image.comment = u"Prices";
+    image.tlDesc = u"Item";
+    image.secondComment = u"checked";
+    image.rows = 2;
+    image.cols = 3;
+    image.colLabels = {QAnyValue(u"Small"), QAnyValue(u"Medium"), QAnyValue(u"Large")};
+    image.rowLabels = {QAnyValue(u"Pine"), QAnyValue(u"Oak")};
+    image.cells = {QAnyValue(1), QAnyValue(2), QAnyValue(3),
+                   QAnyValue(4), QAnyValue(),  QAnyValue(u"=1+1")};
+    return image;
+}
+
+// A table named `name` made from its document form, so that no table file is read.
+QSmartPtr<QLookupTableData> NamedTableInMemory(const CString& name) {
+    return LoadedTable(ImageBytes(PriceImage(name), 109), 109);
+}
+
+const char* const c_priceFile = "Prices\tVltFormat=2.1\tchecked\n"
+                                "2\t2\n"
+                                "Item\t\"\"\"Small\"\"\"\t\"\"\"Large\"\"\"\n"
+                                "String\\String\tWhole Number\tWhole Number\n"
+                                "\"\"\"Pine\"\"\"\t1\t2\n"
+                                "\"\"\"Oak\"\"\"\t3\t4\n";
+
+// A file of `rows` rows labelled 1, 2, ... with one column.
+std::string NumberedFile(int rows) {
+    std::string text = "Numbers\tVltFormat=2.1\t\n" + std::to_string(rows) +
+                       "\t1\nN\t\"\"\"Value\"\"\"\nWhole Number\\String\tWhole Number\n";
+    for (int row = 1; row <= rows; ++row)
+        text += std::to_string(row) + "\t" + std::to_string(row * 10) + "\n";
+    return text;
+}
+
+void WriteZip(const fs::path& path, const std::vector<std::pair<std::string, std::string>>& files) {
+    int error = 0;
+    zip_t* archive = zip_open(path.c_str(), ZIP_CREATE | ZIP_TRUNCATE, &error);
+    ASSERT_NE(archive, nullptr);
+    for (const auto& [name, text] : files) {
+        zip_source_t* source = zip_source_buffer(archive, text.data(), text.size(), 0);
+        ASSERT_NE(source, nullptr);
+        ASSERT_GE(zip_file_add(archive, name.c_str(), source, ZIP_FL_OVERWRITE), 0);
+    }
+    ASSERT_EQ(zip_close(archive), 0);
+}
+
+int FilesIn(const fs::path& folder) {
+    int count = 0;
+    for ([[maybe_unused]] const auto& entry : fs::directory_iterator(folder))
+        ++count;
+    return count;
+}
+
+class LookupTable : public test::TableFixture {};
+
+// --- Null and invalid handles --------------------------------------------------------------------
+
+TEST_F(LookupTable, ANullHandleAnswersFalseAndEmptyNames) {
+    QLookupTable table;
+    int count = 0;
+    TYPE type = TYPE(0);
+    EXPECT_FALSE(table.IsValid());
+    EXPECT_TRUE(table.Name().IsEmpty());
+    EXPECT_TRUE(table.LastError().IsEmpty());
+    EXPECT_TRUE(table.Comment().IsEmpty());
+    EXPECT_FALSE(table.RowCount(count));
+    EXPECT_FALSE(table.ColCount(count));
+    EXPECT_FALSE(table.RowLabelType(type));
+    EXPECT_FALSE(table.ColLabelType(type));
+    EXPECT_FALSE(table.ColType(0, type));
+    EXPECT_FALSE(table.SetComment(u"x"));
+    EXPECT_FALSE(table.SetTLDesc(u"x"));
+    EXPECT_FALSE(table.SetIsSorted(true));
+    EXPECT_FALSE(table.IsSorted());
+    EXPECT_FALSE(table.BeginTrans());
+    EXPECT_FALSE(table.CommitTrans());
+    EXPECT_FALSE(table.Rollback());
+    EXPECT_FALSE(table.Reload());
+    EXPECT_FALSE(table.IsSameNameAs(table));
+}
+
+TEST_F(LookupTable, ATableNotYetReadIsInvalidAndRefusesTheForwarders) {
+    QLookupTable table(new QLookupTableData);
+    int count = 7;
+    TYPE type = QAnyValue::TYPE_MONEY;
+    EXPECT_FALSE(table.IsValid());
+    EXPECT_FALSE(table.RowCount(count));
+    EXPECT_EQ(count, 7);
+    EXPECT_FALSE(table.UpdateRowLabelType(QAnyValue::TYPE_INT));
+    EXPECT_FALSE(table.UpdateColLabelType(QAnyValue::TYPE_INT));
+    EXPECT_FALSE(table.UpdateColType(0, QAnyValue::TYPE_INT));
+    EXPECT_FALSE(table.ColType(0, type));
+    EXPECT_EQ(type, QAnyValue::TYPE_MONEY);
+}
+
+// --- A new table ---------------------------------------------------------------------------------
+
+TEST_F(LookupTable, CreateNewFileMakesOneStringRowAndColumnSortedAndNameless) {
+    QLookupTable table;
+    table.CreateNewFile();
+    ASSERT_TRUE(table.IsValid());
+    int rows = 0;
+    int cols = 0;
+    ASSERT_TRUE(table.RowCount(rows));
+    ASSERT_TRUE(table.ColCount(cols));
+    EXPECT_EQ(rows, 1);
+    EXPECT_EQ(cols, 1);
+    TYPE type = TYPE(0);
+    ASSERT_TRUE(table.RowLabelType(type));
+    EXPECT_EQ(type, QAnyValue::TYPE_STRING);
+    ASSERT_TRUE(table.ColLabelType(type));
+    EXPECT_EQ(type, QAnyValue::TYPE_STRING);
+    ASSERT_TRUE(table.ColType(0, type));
+    EXPECT_EQ(type, QAnyValue::TYPE_STRING);
+    EXPECT_TRUE(table.IsSorted());
+    EXPECT_TRUE(table.Name().IsEmpty());
+    EXPECT_TRUE(table->AreAllRowsLoaded());
+    EXPECT_FALSE(table->IsWritable());
+    EXPECT_FALSE(table->IsFileOpen());
+
+    // The labels and the empty cell, as the document form shows them.
+    TableImage expected;
+    expected.rows = 1;
+    expected.cols = 1;
+    expected.colLabels = {QAnyValue(u"New Column")};
+    expected.rowLabels = {QAnyValue(u"New Row")};
+    expected.cells = {QAnyValue()};
+    EXPECT_EQ(StoredBytes(*table.Data(), 109), ImageBytes(expected, 109));
+}
+
+TEST_F(LookupTable, CreateNewFileOnTheHandleDetachesFromTheOldTable) {
+    QLookupTable first;
+    first.CreateNewFile();
+    QLookupTable second(first);
+    second.CreateNewFile();
+    EXPECT_NE(first.Data(), second.Data());
+    EXPECT_TRUE(first.IsValid());
+}
+
+TEST_F(LookupTable, DeleteFreesTheContentsButKeepsNameAndDescription) {
+    QSmartPtr<QLookupTableData> data = NamedTableInMemory(TableCString("kept"));
+    ASSERT_TRUE(data->IsValid());
+    data->Delete();
+    EXPECT_FALSE(data->IsValid());
+    EXPECT_EQ(data->RowCount(), 0);
+    EXPECT_EQ(data->ColCount(), 0);
+    EXPECT_EQ(data->RowLabelType(), TYPE(0));
+    EXPECT_TRUE(data->Comment().IsEmpty());
+    EXPECT_TRUE(data->SecondComment().IsEmpty());
+    EXPECT_EQ(U(data->Name()), U(TableCString("kept")));
+    EXPECT_EQ(U(data->TLDesc()), "Item");
+}
+
+TEST_F(LookupTable, ForwardersSetWhatTheyNameOnAValidTable) {
+    QLookupTable table;
+    table.CreateNewFile();
+    EXPECT_TRUE(table.SetComment(u"note"));
+    EXPECT_EQ(U(table.Comment()), "note");
+    EXPECT_TRUE(table.SetTLDesc(u"corner"));
+    EXPECT_EQ(U(table.TLDesc()), "corner");
+    EXPECT_TRUE(table.SetIsSorted(false));
+    EXPECT_FALSE(table.IsSorted());
+    EXPECT_TRUE(table.UpdateRowLabelType(QAnyValue::TYPE_LENGTH));
+    TYPE type = TYPE(0);
+    ASSERT_TRUE(table.RowLabelType(type));
+    EXPECT_EQ(type, QAnyValue::TYPE_LENGTH);
+    EXPECT_TRUE(table.UpdateColLabelType(QAnyValue::TYPE_MONEY));
+    ASSERT_TRUE(table.ColLabelType(type));
+    EXPECT_EQ(type, QAnyValue::TYPE_MONEY);
+}
+
+TEST_F(LookupTable, ColumnTypesAreRefusedOutsideTheColumns) {
+    QLookupTable table;
+    table.CreateNewFile();
+    TYPE type = QAnyValue::TYPE_AREA;
+    for (int col : {-1, 1, 100}) {
+        EXPECT_FALSE(table.ColType(col, type)) << col;
+        EXPECT_FALSE(table.UpdateColType(col, QAnyValue::TYPE_INT)) << col;
+    }
+    EXPECT_EQ(type, QAnyValue::TYPE_AREA);
+    EXPECT_TRUE(table.UpdateColType(0, QAnyValue::TYPE_INT));
+    ASSERT_TRUE(table.ColType(0, type));
+    EXPECT_EQ(type, QAnyValue::TYPE_INT);
+}
+
+// --- The list ------------------------------------------------------------------------------------
+
+TEST_F(LookupTable, EveryNewTableEntersTheListAndOnlyTheListHoldsItThen) {
+    QLookupTableData::CleanupCache();
+    const int before = QLookupTableData::ListCount();
+    QLookupTableData* data = new QLookupTableData;
+    EXPECT_EQ(QLookupTableData::ListCount(), before + 1);
+    EXPECT_TRUE(data->IsSinglyReferenced());
+    QLookupTableData::CleanupCache();
+    EXPECT_EQ(QLookupTableData::ListCount(), before);
+}
+
+TEST_F(LookupTable, CleanupCacheLeavesTablesThatAHandleHolds) {
+    QLookupTableData::CleanupCache();
+    const int before = QLookupTableData::ListCount();
+    QLookupTable held;
+    held.CreateNewFile();
+    QLookupTable dropped;
+    dropped.CreateNewFile();
+    dropped = QLookupTable();
+    EXPECT_EQ(QLookupTableData::ListCount(), before + 2);
+    QLookupTableData::CleanupCache();
+    EXPECT_EQ(QLookupTableData::ListCount(), before + 1);
+    EXPECT_TRUE(held.IsValid());
+}
+
+TEST_F(LookupTable, FindIgnoresCaseAndGivesTheFirstOfTheName) {
+    const CString name = TableCString("Prices");
+    QSmartPtr<QLookupTableData> first = NamedTableInMemory(name);
+    QSmartPtr<QLookupTableData> second = NamedTableInMemory(name);
+    CString upper(name);
+    upper.MakeUpper();
+    EXPECT_EQ(QLookupTableData::Find(upper).Get(), first.Get());
+    EXPECT_EQ(QLookupTableData::Find(name).Get(), first.Get());
+    EXPECT_EQ(QLookupTableData::Find(TableCString("Other")).Get(), nullptr);
+}
+
+TEST_F(LookupTable, FindNeverGivesANamelessTableForAnEmptyName) {
+    QLookupTable nameless;
+    nameless.CreateNewFile();
+    EXPECT_EQ(QLookupTableData::Find(CString()).Get(), nullptr);
+}
+
+TEST_F(LookupTable, SetAllReloadRequiredMarksEveryTable) {
+    QLookupTable one;
+    one.CreateNewFile();
+    QSmartPtr<QLookupTableData> two = NamedTableInMemory(TableCString("two"));
+    EXPECT_FALSE(one->IsReloadRequired());
+    EXPECT_FALSE(two->IsReloadRequired());
+    QLookupTableData::SetAllReloadRequired();
+    EXPECT_TRUE(one->IsReloadRequired());
+    EXPECT_TRUE(two->IsReloadRequired());
+}
+
+TEST_F(LookupTable, AHandleMadeFromATableValueSharesItsTable) {
+    QLookupTable table;
+    table.CreateNewFile();
+    const QTableHandlePtr handle = table.AsHandle();
+    EXPECT_EQ(QLookupTable(handle).Data(), table.Data());
+    const QTableHandlePtr other(new test::NamedTable(u"elsewhere"));
+    EXPECT_EQ(QLookupTable(other).Data(), nullptr);
+    EXPECT_EQ(QLookupTable(QTableHandlePtr()).Data(), nullptr);
+}
+
+// --- Names ---------------------------------------------------------------------------------------
+
+TEST_F(LookupTable, NamesResolveInTheTableFolderWithTheTableExtension) {
+    const std::string folder = m_folder.string();
+    const struct {
+        const char16_t* given;
+        std::string expected;
+    } cases[] = {
+        {u"prices", folder + "/prices.vlt"},
+        {u"prices.vlt", folder + "/prices.vlt"},
+        {u"prices.VLT", folder + "/prices.VLT"},
+        {u"prices.2019", folder + "/prices.2019.vlt"},
+        {u"sub/prices", folder + "/sub/prices.vlt"},
+        {u"/elsewhere/prices", "/elsewhere/prices.vlt"},
+    };
+    for (const auto& c : cases)
+        EXPECT_EQ(QLookupTable::ResolveName(c.given).ToUtf8(), c.expected)
+            << CString(c.given).ToUtf8();
+    EXPECT_TRUE(QLookupTable::ResolveName(CString()).IsEmpty());
+}
+
+TEST_F(LookupTable, TheNameMemoFollowsAChangeOfTableFolder) {
+    EXPECT_EQ(QLookupTable::ResolveName(u"prices").ToUtf8(), (m_folder / "prices.vlt").string());
+    const fs::path other = m_folder / "other";
+    SetTableFolder(other);
+    EXPECT_EQ(QLookupTable::ResolveName(u"prices").ToUtf8(), (other / "prices.vlt").string());
+}
+
+TEST_F(LookupTable, AnEmptyNameIsNoNameAndChangesNothing) {
+    QLookupTable table;
+    table.CreateNewFile();
+    QLookupTableData* before = table.Data();
+    EXPECT_FALSE(table.SetName(CString()));
+    EXPECT_EQ(table.Data(), before);
+    EXPECT_TRUE(table.IsValid());
+    EXPECT_EQ(U(table.LastError()), "\nNo name supplied");
+
+    QLookupTable none;
+    EXPECT_FALSE(none.SetName(CString()));
+    EXPECT_EQ(U(none.LastError()), "\nNo name supplied");
+}
+
+TEST_F(LookupTable, AMissingFileForWritingWithoutArchiveFailsAndStaysListed) {
+    QLookupTable table;
+    EXPECT_FALSE(table.SetName(u"missing", true));
+    const CString fullName = TableCString("missing");
+    EXPECT_EQ(U(table.LastError()), U(fullName + u"\nCould not open for writing"));
+    EXPECT_FALSE(table.IsValid());
+    EXPECT_EQ(U(table.Name()), U(fullName));
+    QSmartPtr<QLookupTableData> listed = QLookupTableData::Find(fullName);
+    ASSERT_NE(listed.Get(), nullptr);
+    EXPECT_EQ(listed.Get(), table.Data());
+    EXPECT_FALSE(listed->IsFileOpen());
+    EXPECT_FALSE(fs::exists(TablePath("missing")));
+}
+
+TEST_F(LookupTable, AMissingFileForReadingReportsCouldNotOpen) {
+    QLookupTable table;
+    EXPECT_FALSE(table.SetName(u"missing"));
+    EXPECT_EQ(U(table.LastError()), U(TableCString("missing") + u"\nCould not open"));
+    EXPECT_NE(QLookupTableData::Find(TableCString("missing")).Get(), nullptr);
+}
+
+// --- Locking -------------------------------------------------------------------------------------
+
+TEST_F(LookupTable, ReadLocksNestAndTheLastUnlockClosesTheFile) {
+    WriteTable("locked", "anything\n");
+    QSmartPtr<QLookupTableData> data = NamedTableInMemory(TableCString("locked"));
+    ASSERT_TRUE(data->Lock(false));
+    EXPECT_TRUE(data->IsFileOpen());
+    EXPECT_FALSE(data->IsWritable());
+    ASSERT_TRUE(data->Lock(false));
+    data->Unlock();
+    EXPECT_TRUE(data->IsFileOpen());
+    data->Unlock();
+    EXPECT_FALSE(data->IsFileOpen());
+    // Unlocking below zero is harmless: the next lock is the outermost again.
+    data->Unlock();
+    ASSERT_TRUE(data->Lock(false));
+    data->Unlock();
+    EXPECT_FALSE(data->IsFileOpen());
+}
+
+TEST_F(LookupTable, AWriteLockOpensWithoutTruncatingAndTheWritableFlagOutlivesIt) {
+    WriteTable("locked", "contents stay\n");
+    QSmartPtr<QLookupTableData> data = NamedTableInMemory(TableCString("locked"));
+    ASSERT_TRUE(data->Lock(true));
+    EXPECT_TRUE(data->IsWritable());
+    EXPECT_TRUE(data->IsFileOpen());
+    data->Unlock();
+    EXPECT_FALSE(data->IsFileOpen());
+    EXPECT_TRUE(data->IsWritable());
+    EXPECT_EQ(ReadTable("locked"), "contents stay\n");
+}
+
+TEST_F(LookupTable, AWriteLockUpgradesANestedReadLock) {
+    WriteTable("locked", "x\n");
+    QSmartPtr<QLookupTableData> data = NamedTableInMemory(TableCString("locked"));
+    ASSERT_TRUE(data->Lock(false));
+    ASSERT_TRUE(data->Lock(true));
+    EXPECT_TRUE(data->IsWritable());
+    EXPECT_TRUE(data->IsFileOpen());
+    data->Unlock();
+    data->Unlock();
+    EXPECT_FALSE(data->IsFileOpen());
+}
+
+TEST_F(LookupTable, AFailedLockRestoresTheCount) {
+    QSmartPtr<QLookupTableData> data = NamedTableInMemory(TableCString("absent"));
+    EXPECT_FALSE(data->Lock(false));
+    EXPECT_FALSE(data->Lock(true));
+    EXPECT_FALSE(data->IsFileOpen());
+    EXPECT_FALSE(fs::exists(TablePath("absent")));
+    // Had a count been left behind, this lock would be nested and find no open file.
+    WriteTable("absent", "now here\n");
+    EXPECT_TRUE(data->Lock(false));
+    data->Unlock();
+    EXPECT_FALSE(data->IsFileOpen());
+}
+
+TEST_F(LookupTable, TheGuardLocksForItsScope) {
+    WriteTable("guarded", "x\n");
+    QSmartPtr<QLookupTableData> data = NamedTableInMemory(TableCString("guarded"));
+    {
+        QLookupTableData::LockAndUnlock guard(*data, false);
+        EXPECT_TRUE(static_cast<bool>(guard));
+        EXPECT_TRUE(data->IsFileOpen());
+    }
+    EXPECT_FALSE(data->IsFileOpen());
+}
+
+// Another holder of the file: a writer keeps everyone else out, a reader only writers.
+class FileHolder {
+public:
+    FileHolder(const fs::path& path, bool writing)
+        : m_file(CString::FromUtf8(path.string()),
+                 (writing ? CFile::modeReadWrite : CFile::modeRead) | CFile::shareDenyWrite) {}
+
+private:
+    CFile m_file;
+};
+
+template <class Action>
+std::chrono::milliseconds TimeOf(Action action) {
+    const auto start = std::chrono::steady_clock::now();
+    action();
+    return std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() -
+                                                                 start);
+}
+
+TEST_F(LookupTable, ALockOnAFileHeldByAnotherWriterGivesUpAfterTenTries) {
+    WriteTable("busy", "x\n");
+    QSmartPtr<QLookupTableData> data = NamedTableInMemory(TableCString("busy"));
+    {
+        FileHolder holder(TablePath("busy"), true);
+        for (bool forWriting : {true, false}) {
+            bool locked = true;
+            const auto elapsed = TimeOf([&] { locked = data->Lock(forWriting); });
+            EXPECT_FALSE(locked) << forWriting;
+            EXPECT_FALSE(data->IsFileOpen()) << forWriting;
+            // Ten tries with nine waits of 100 ms between them.
+            EXPECT_GE(elapsed, std::chrono::milliseconds(880)) << forWriting;
+            EXPECT_LT(elapsed, std::chrono::milliseconds(3000)) << forWriting;
+        }
+    }
+    // The count went back: once the holder has gone the next lock is the outermost.
+    EXPECT_TRUE(data->Lock(true));
+    data->Unlock();
+    EXPECT_FALSE(data->IsFileOpen());
+}
+
+TEST_F(LookupTable, ReadersShareAFileThatNoOneWrites) {
+    WriteTable("read", "x\n");
+    QSmartPtr<QLookupTableData> data = NamedTableInMemory(TableCString("read"));
+    FileHolder reader(TablePath("read"), false);
+    bool locked = false;
+    EXPECT_LT(TimeOf([&] { locked = data->Lock(false); }), std::chrono::milliseconds(90));
+    EXPECT_TRUE(locked);
+    data->Unlock();
+    EXPECT_FALSE(data->Lock(true));
+}
+
+TEST_F(LookupTable, ATableOthersReadOpensForWritingReadOnlyWithoutComplaint) {
+    WriteTable("prices", c_priceFile);
+    FileHolder reader(TablePath("prices"), false);
+    QLookupTable table;
+    ASSERT_TRUE(table.SetName(u"prices", true)) << U(table.LastError());
+    EXPECT_TRUE(table.IsValid());
+    EXPECT_FALSE(table->IsWritable());
+    EXPECT_TRUE(table.LastError().IsEmpty());
+}
+
+TEST_F(LookupTable, ATableAnotherWriterHoldsCannotBeOpenedForWriting) {
+    WriteTable("prices", c_priceFile);
+    FileHolder writer(TablePath("prices"), true);
+    QLookupTable table;
+    EXPECT_FALSE(table.SetName(u"prices", true));
+    EXPECT_EQ(U(table.LastError()), U(TableCString("prices") + u"\nCould not open for writing"));
+    EXPECT_FALSE(table.IsValid());
+}
+
+TEST_F(LookupTable, ATableInATransactionKeepsOtherWritersOut) {
+    WriteTable("prices", c_priceFile);
+    QLookupTable table;
+    ASSERT_TRUE(table.SetName(u"prices"));
+    ASSERT_TRUE(table.BeginTrans());
+    CFile other;
+    EXPECT_FALSE(other.Open(TableCString("prices"), CFile::modeRead | CFile::shareDenyWrite));
+    ASSERT_TRUE(table.Rollback());
+    EXPECT_TRUE(other.Open(TableCString("prices"), CFile::modeRead | CFile::shareDenyWrite));
+}
+
+// --- Reporting -----------------------------------------------------------------------------------
+
+TEST_F(LookupTable, ReportedErrorsCarryTheNameAndCountFromOne) {
+    QSmartPtr<QLookupTableData> data = NamedTableInMemory(u"/t/prices.vlt");
+    data->ReportError(u"Out of memory");
+    EXPECT_EQ(U(data->LastError()), "/t/prices.vlt\nOut of memory");
+    data->ReportErrorRow(u"Bad row %d label", 0);
+    EXPECT_EQ(U(data->LastError()), "/t/prices.vlt\nBad row 1 label");
+    data->ReportErrorCol(u"Bad column %d label", 4);
+    EXPECT_EQ(U(data->LastError()), "/t/prices.vlt\nBad column 5 label");
+    data->ReportErrorRowCol(u"Bad value at row %d column %d", 2, 0);
+    EXPECT_EQ(U(data->LastError()), "/t/prices.vlt\nBad value at row 3 column 1");
+}
+
+TEST_F(LookupTable, ReportsAreShownOnlyWhileTheEvaluationReportsErrors) {
+    QSmartPtr<QLookupTableData> data = NamedTableInMemory(u"/t/shown.vlt");
+    const bool saved = NoEvalReportErrors();
+    QErrorLog::DiscardThePendingMessages();
+
+    SetNoEvalReportErrors(true);
+    data->ReportError(u"quiet one");
+    const int afterQuiet = TheErrorLog().GetSize();
+    SetNoEvalReportErrors(false);
+    data->ReportError(u"loud one");
+    const int afterLoud = TheErrorLog().GetSize();
+    const CString shown = afterLoud > 0 ? TheErrorLog().Message(afterLoud - 1) : CString();
+    const CString heading =
+        afterLoud > 0 ? TheErrorLog().ErrorType(afterLoud - 1)->Description() : CString();
+
+    SetNoEvalReportErrors(saved);
+    QErrorLog::DiscardThePendingMessages();
+    EXPECT_EQ(afterQuiet, 0);
+    EXPECT_EQ(afterLoud, 1);
+    EXPECT_EQ(U(shown), "/t/shown.vlt\nloud one");
+    EXPECT_EQ(U(heading), "Lookup Table");
+    EXPECT_EQ(U(data->LastError()), "/t/shown.vlt\nloud one");
+}
+
+// --- The document form ---------------------------------------------------------------------------
+
+TEST_F(LookupTable, TheDocumentFormReadsEveryFieldInOrder) {
+    const TableImage image = PriceImage(u"/t/prices.vlt");
+    QSmartPtr<QLookupTableData> data = LoadedTable(ImageBytes(image, 109), 109);
+    ASSERT_TRUE(data->IsValid());
+    EXPECT_EQ(U(data->Name()), U(image.name));
+    EXPECT_EQ(U(data->Comment()), U(image.comment));
+    EXPECT_EQ(U(data->TLDesc()), U(image.tlDesc));
+    EXPECT_EQ(U(data->SecondComment()), U(image.secondComment));
+    EXPECT_EQ(data->RowCount(), 2);
+    EXPECT_EQ(data->ColCount(), 3);
+    EXPECT_TRUE(data->AreAllRowsLoaded());
+    EXPECT_FALSE(data->IsReloadRequired());
+}
+
+TEST_F(LookupTable, TheDocumentFormRoundTripsByteForByteWithTheSecondCommentFrom109) {
+    for (int schema : {108, 109, 110}) {
+        const Bytes bytes = ImageBytes(PriceImage(u"/t/prices.vlt"), schema);
+        QSmartPtr<QLookupTableData> data = LoadedTable(bytes, schema);
+        ASSERT_TRUE(data->IsValid()) << schema;
+        EXPECT_EQ(StoredBytes(*data, schema), bytes) << schema;
+        EXPECT_EQ(data->SecondComment().IsEmpty(), schema < 109) << schema;
+    }
+}
+
+TEST_F(LookupTable, AnOlderDocumentFormHasNoSecondComment) {
+    QSmartPtr<QLookupTableData> data = NamedTableInMemory(u"/t/prices.vlt");
+    ASSERT_EQ(data->SecondComment(), CString(u"checked"));
+    const Bytes older = StoredBytes(*data, 108);
+    const Bytes newer = StoredBytes(*data, 109);
+    CMemFile file;
+    {
+        CArchive archive(&file, CArchive::store);
+        archive << CString(u"checked");
+        archive.Close();
+    }
+    EXPECT_EQ(newer.size(), older.size() + file.Bytes().size());
+}
+
+TEST_F(LookupTable, AnEmptyTableWritesItselfAsNoRowsAndReadsBackInvalid) {
+    QLookupTableSource source;
+    QTableHandlePtr empty = source.CreateEmpty();
+    QLookupTableData& data = *QLookupTable(empty).Data();
+    const Bytes bytes = StoredBytes(data, 109);
+    EXPECT_EQ(bytes, ImageBytes(TableImage(), 109));
+    QSmartPtr<QLookupTableData> read = LoadedTable(bytes, 109);
+    EXPECT_FALSE(read->IsValid());
+}
+
+TEST_F(LookupTable, ADocumentFormTooBigForMemoryIsOutOfMemory) {
+    TableImage huge;
+    huge.name = u"/t/huge.vlt";
+    huge.rows = 100000;
+    huge.cols = 100000;
+    const Bytes bytes = ImageBytes(huge, 109);
+    QSmartPtr<QLookupTableData> data(new QLookupTableData);
+    CMemFile file(bytes);
+    CArchive archive(&file, CArchive::load);
+    QSchema::SetSchemaDirect(archive, 109);
+    EXPECT_THROW(data->Serialize(archive), CArchiveException);
+    EXPECT_EQ(U(data->LastError()), "/t/huge.vlt\nOut of memory");
+    EXPECT_FALSE(data->IsValid());
+}
+
+TEST_F(LookupTable, ATableValueTravelsThroughADocument) {
+    QSmartPtr<QLookupTableData> data = NamedTableInMemory(u"/t/prices.vlt");
+    CMemFile file;
+    {
+        CArchive archive(&file, CArchive::store);
+        QSchema::SetSchemaDirect(archive, 109);
+        archive << QAnyValue(QTableHandlePtr(data.Get()));
+        archive.Close();
+    }
+    CMemFile input(file.Bytes());
+    CArchive archive(&input, CArchive::load);
+    QSchema::SetSchemaDirect(archive, 109);
+    QAnyValue value;
+    archive >> value;
+    ASSERT_TRUE(value.IsLookupTable());
+    QLookupTable read(value.MakeLookupTable());
+    ASSERT_TRUE(read.IsValid());
+    EXPECT_NE(read.Data(), data.Get());
+    EXPECT_EQ(U(read.Name()), "/t/prices.vlt");
+    EXPECT_EQ(StoredBytes(*read.Data(), 109), StoredBytes(*data, 109));
+}
+
+// --- Label indexes -------------------------------------------------------------------------------
+
+TEST_F(LookupTable, LabelIndexesExistFromTheSizeThresholdOn) {
+    const struct {
+        int threshold;
+        bool rowIndex;
+        bool colIndex;
+    } cases[] = {{20, false, false},
+                 {3, false, true},
+                 {2, true, true},
+                 {0, false, false},
+                 {-1, false, false}};
+    for (const auto& c : cases) {
+        QLookupTableDataStatics::c_TableCacheOverSize = c.threshold;
+        QSmartPtr<QLookupTableData> data = NamedTableInMemory(u"/t/prices.vlt");
+        EXPECT_EQ(data->HasRowIndex(), c.rowIndex) << c.threshold;
+        EXPECT_EQ(data->HasColIndex(), c.colIndex) << c.threshold;
+    }
+}
+
+TEST_F(LookupTable, ChangingTheColumnLabelTypeRebuildsTheIndex) {
+    QLookupTableDataStatics::c_TableCacheOverSize = 20;
+    QSmartPtr<QLookupTableData> data = NamedTableInMemory(u"/t/prices.vlt");
+    EXPECT_FALSE(data->HasColIndex());
+    QLookupTableDataStatics::c_TableCacheOverSize = 2;
+    data->UpdateColLabelType(QAnyValue::TYPE_STRING);
+    EXPECT_TRUE(data->HasColIndex());
+    EXPECT_EQ(data->ColLabelType(), QAnyValue::TYPE_STRING);
+}
+
+TEST_F(LookupTable, IndexKeysCompareAsValues) {
+    EXPECT_EQ(COMPARE(QAnyValue(3), QAnyValue(3.0)), 0);
+    EXPECT_EQ(COMPARE(QAnyValue(u"abc"), QAnyValue(u"abc")), 0);
+    EXPECT_LT(COMPARE(QAnyValue(2), QAnyValue(3)), 0);
+    EXPECT_GT(COMPARE(QAnyValue(u"b"), QAnyValue(u"a")), 0);
+    EXPECT_NE(COMPARE(QAnyValue(u"abc"), QAnyValue(true)), 0);
+}
+
+// --- Rows read on demand -------------------------------------------------------------------------
+
+TEST_F(LookupTable, RowsOfATableInMemoryNeedNoLoading) {
+    QLookupTable table;
+    table.CreateNewFile();
+    EXPECT_TRUE(table->LoadRowIfNecessary(0));
+    EXPECT_TRUE(table->LoadRowsIfNecessary());
+}
+
+// --- Transactions --------------------------------------------------------------------------------
+
+TEST_F(LookupTable, CommitOnANamelessTableIsTrueAndWritesNothing) {
+    QLookupTable table;
+    table.CreateNewFile();
+    const int before = FilesIn(m_folder);
+    EXPECT_TRUE(table.CommitTrans());
+    EXPECT_EQ(FilesIn(m_folder), before);
+    EXPECT_FALSE(table.BeginTrans());
+}
+
+TEST_F(LookupTable, RollbackOnANamelessTableStartsANewTable) {
+    QLookupTable table;
+    table.CreateNewFile();
+    table.SetComment(u"changed");
+    QLookupTableData* before = table.Data();
+    EXPECT_TRUE(table.Rollback());
+    EXPECT_NE(table.Data(), before);
+    EXPECT_TRUE(table.IsValid());
+    EXPECT_TRUE(table.Comment().IsEmpty());
+}
+
+TEST_F(LookupTable, RollbackThroughATableValueResetsTheSameTable) {
+    QLookupTable table;
+    table.CreateNewFile();
+    table.SetComment(u"changed");
+    table.SetIsSorted(false);
+    QAnyValue value(table.AsHandle());
+    value.ROLLBACKit();
+    EXPECT_TRUE(value.IsBool());
+    EXPECT_TRUE(table.IsValid());
+    EXPECT_TRUE(table.Comment().IsEmpty());
+    EXPECT_TRUE(table.IsSorted());
+}
+
+TEST_F(LookupTable, CommitWithoutBeginIsRefused) {
+    WriteTable("prices", c_priceFile);
+    QSmartPtr<QLookupTableData> data = NamedTableInMemory(TableCString("prices"));
+    EXPECT_FALSE(data->IsWritable());
+    EXPECT_FALSE(QLookupTable(data.Get()).CommitTrans());
+    EXPECT_EQ(ReadTable("prices"), c_priceFile);
+}
+
+// --- Tables read from files ----------------------------------------------------------------------
+
+TEST_F(LookupTable, ATableFileReadsThroughItsName) {
+    WriteTable("prices", c_priceFile);
+    QLookupTable table;
+    ASSERT_TRUE(table.SetName(u"prices")) << table.LastError().ToUtf8();
+    int rows = 0;
+    ASSERT_TRUE(table.RowCount(rows));
+    EXPECT_EQ(rows, 2);
+    EXPECT_EQ(U(table.Name()), U(TableCString("prices")));
+    EXPECT_EQ(U(table.Comment()), "Prices");
+    EXPECT_FALSE(table->IsFileOpen());
+    EXPECT_FALSE(table->IsReloadRequired());
+}
+
+TEST_F(LookupTable, NamesDifferingInCaseOrExtensionShareOneTable) {
+    WriteTable("prices", c_priceFile);
+    QLookupTable first;
+    QLookupTable second;
+    QLookupTable third;
+    ASSERT_TRUE(first.SetName(u"prices"));
+    const int count = QLookupTableData::ListCount();
+    ASSERT_TRUE(second.SetName(u"prices.vlt"));
+    ASSERT_TRUE(third.SetName(CString::FromUtf8((m_folder / "PRICES.VLT").string())));
+    EXPECT_EQ(first.Data(), second.Data());
+    EXPECT_EQ(first.Data(), third.Data());
+    EXPECT_TRUE(first.IsSameNameAs(third));
+    EXPECT_EQ(QLookupTableData::ListCount(), count);
+    first.SetComment(u"seen by all");
+    EXPECT_EQ(U(third.Comment()), "seen by all");
+}
+
+TEST_F(LookupTable, AFailedReadStaysListedAsInvalid) {
+    WriteTable("broken", "Only a comment\n");
+    QLookupTable first;
+    EXPECT_FALSE(first.SetName(u"broken"));
+    const CString fullName = TableCString("broken");
+    QSmartPtr<QLookupTableData> listed = QLookupTableData::Find(fullName);
+    ASSERT_NE(listed.Get(), nullptr);
+    EXPECT_FALSE(listed->IsValid());
+    // The next handle finds the invalid entry and does not read again.
+    WriteTable("broken", c_priceFile);
+    QLookupTable second;
+    EXPECT_FALSE(second.SetName(u"broken"));
+    EXPECT_EQ(second.Data(), listed.Get());
+    // Unless a reload is asked for.
+    QLookupTableData::SetAllReloadRequired();
+    QLookupTable third;
+    EXPECT_TRUE(third.SetName(u"broken"));
+    EXPECT_TRUE(first.IsValid());
+}
+
+TEST_F(LookupTable, AfterSetAllReloadRequiredAHandleKeepsItsContentsUntilTheNextSetName) {
+    WriteTable("prices", c_priceFile);
+    QLookupTable table;
+    ASSERT_TRUE(table.SetName(u"prices"));
+    WriteTable("prices", "Changed\tVltFormat=2.1\t\n1\t1\nItem\t\"\"\"Only\"\"\"\n"
+                         "String\\String\tWhole Number\n\"\"\"Fir\"\"\"\t9\n");
+    QLookupTableData::SetAllReloadRequired();
+    EXPECT_EQ(U(table.Comment()), "Prices");
+    int rows = 0;
+    ASSERT_TRUE(table.RowCount(rows));
+    EXPECT_EQ(rows, 2);
+    QLookupTable other;
+    ASSERT_TRUE(other.SetName(u"prices"));
+    EXPECT_EQ(other.Data(), table.Data());
+    EXPECT_EQ(U(table.Comment()), "Changed");
+    ASSERT_TRUE(table.RowCount(rows));
+    EXPECT_EQ(rows, 1);
+    EXPECT_FALSE(table->IsReloadRequired());
+}
+
+TEST_F(LookupTable, ReloadReadsTheFileAgain) {
+    WriteTable("prices", c_priceFile);
+    QLookupTable table;
+    ASSERT_TRUE(table.SetName(u"prices"));
+    table.SetComment(u"edited in memory");
+    ASSERT_TRUE(table.Reload());
+    EXPECT_EQ(U(table.Comment()), "Prices");
+}
+
+TEST_F(LookupTable, WithoutTheSizeThresholdATableIsReadWholeAndHasNoIndex) {
+    WriteTable("numbers", NumberedFile(30));
+    QLookupTableDataStatics::c_TableCacheOverSize = 0;
+    QLookupTable whole;
+    ASSERT_TRUE(whole.SetName(u"numbers")) << whole.LastError().ToUtf8();
+    EXPECT_TRUE(whole->AreAllRowsLoaded());
+    EXPECT_FALSE(whole->HasRowIndex());
+    EXPECT_FALSE(whole->HasColIndex());
+
+    QLookupTableData::CleanupCache();
+    whole = QLookupTable();
+    QLookupTableData::CleanupCache();
+    QLookupTableDataStatics::c_TableCacheOverSize = 20;
+    QLookupTable lazy;
+    ASSERT_TRUE(lazy.SetName(u"numbers"));
+    EXPECT_FALSE(lazy->AreAllRowsLoaded());
+    EXPECT_TRUE(lazy->HasRowIndex());
+    EXPECT_TRUE(lazy->LoadRowsIfNecessary());
+    EXPECT_TRUE(lazy->AreAllRowsLoaded());
+}
+
+TEST_F(LookupTable, TheMemoFollowsTheFolderToAnotherTable) {
+    WriteTable("prices", c_priceFile);
+    const fs::path other = m_folder / "other";
+    test::WriteText(other / "prices.vlt", "Other\tVltFormat=2.1\t\n1\t1\nItem\t\"\"\"Only\"\"\"\n"
+                                          "String\\String\tWhole Number\n\"\"\"Fir\"\"\"\t9\n");
+    QLookupTable first;
+    ASSERT_TRUE(first.SetName(u"prices"));
+    SetTableFolder(other);
+    QLookupTable second;
+    ASSERT_TRUE(second.SetName(u"prices"));
+    EXPECT_NE(first.Data(), second.Data());
+    EXPECT_EQ(U(second.Comment()), "Other");
+}
+
+TEST_F(LookupTable, ATransactionWritesTheChangedTableOnCommit) {
+    WriteTable("prices", c_priceFile);
+    QLookupTable table;
+    ASSERT_TRUE(table.SetName(u"prices"));
+    ASSERT_TRUE(table.BeginTrans());
+    EXPECT_TRUE(table->IsWritable());
+    EXPECT_TRUE(table->IsFileOpen());
+    ASSERT_TRUE(table.SetComment(u"Committed"));
+    ASSERT_TRUE(table.CommitTrans()) << U(table.LastError());
+    EXPECT_FALSE(table->IsFileOpen());
+    const std::string written = ReadTable("prices");
+    EXPECT_EQ(written.substr(0, written.find('\t')), "Committed");
+    QLookupTableData::CleanupCache();
+    QLookupTable reread;
+    QLookupTableData::SetAllReloadRequired();
+    ASSERT_TRUE(reread.SetName(u"prices"));
+    EXPECT_EQ(U(reread.Comment()), "Committed");
+}
+
+TEST_F(LookupTable, RollbackDropsTheChangesAndTheLock) {
+    WriteTable("prices", c_priceFile);
+    QLookupTable table;
+    ASSERT_TRUE(table.SetName(u"prices"));
+    ASSERT_TRUE(table.BeginTrans());
+    table.SetComment(u"not kept");
+    EXPECT_TRUE(table.Rollback());
+    EXPECT_FALSE(table->IsFileOpen());
+    EXPECT_EQ(U(table.Comment()), "Prices");
+    EXPECT_EQ(ReadTable("prices"), c_priceFile);
+}
+
+TEST_F(LookupTable, TableValuesRunTransactionsOnTheirTable) {
+    WriteTable("prices", c_priceFile);
+    QAnyValue table(u"prices");
+    ASSERT_NE(table.MakeLookupTable().Get(), nullptr);
+    QLookupTable handle(table.MakeLookupTable());
+    QAnyValue begin(table);
+    begin.BEGINTRANSit();
+    ASSERT_TRUE(begin.IsBool()) << test::MessageOf(begin);
+    EXPECT_TRUE(handle->IsWritable());
+    handle.SetComment(u"By value");
+    QAnyValue commit(table);
+    commit.COMMITTRANSit();
+    ASSERT_TRUE(commit.IsBool()) << test::MessageOf(commit);
+    const std::string written = ReadTable("prices");
+    EXPECT_EQ(written.substr(0, written.find('\t')), "By value");
+    QAnyValue reload(table);
+    reload.RELOADit();
+    EXPECT_TRUE(reload.IsBool()) << test::MessageOf(reload);
+    EXPECT_EQ(U(handle.Comment()), "By value");
+}
+
+TEST_F(LookupTable, ANamelessTableValueCannotBeginATransaction) {
+    QLookupTable table;
+    table.CreateNewFile();
+    QAnyValue value(table.AsHandle());
+    value.BEGINTRANSit();
+    EXPECT_EQ(test::MessageOf(value), "Failed BEGINTRANS for ");
+    QAnyValue commit(table.AsHandle());
+    commit.COMMITTRANSit();
+    EXPECT_TRUE(commit.IsBool());
+}
+
+// --- Tables taken from the archive ---------------------------------------------------------------
+
+TEST_F(LookupTable, AMissingFileIsReadFromTheArchive) {
+    WriteZip(m_folder / "TableBasedOn.zip", {{"shipped.vlt", c_priceFile}});
+    QFSFile::ClearFileStatusCache();
+    QLookupTable table;
+    ASSERT_TRUE(table.SetName(u"shipped")) << table.LastError().ToUtf8();
+    EXPECT_TRUE(table->IsTakenFromArchive());
+    EXPECT_EQ(U(table.Comment()), "Prices");
+    EXPECT_FALSE(fs::exists(TablePath("shipped")));
+}
+
+TEST_F(LookupTable, ALockForReadingOpensTheArchivedFile) {
+    WriteZip(m_folder / "TableBasedOn.zip", {{"sub/shipped.vlt", c_priceFile}});
+    QFSFile::ClearFileStatusCache();
+    QSmartPtr<QLookupTableData> data = NamedTableInMemory(TableCString("sub/shipped"));
+    ASSERT_TRUE(data->Lock(false));
+    EXPECT_TRUE(data->IsTakenFromArchive());
+    EXPECT_TRUE(data->IsFileOpen());
+    EXPECT_FALSE(data->IsWritable());
+    data->Unlock();
+    EXPECT_FALSE(data->IsFileOpen());
+    QSmartPtr<QLookupTableData> absent = NamedTableInMemory(TableCString("sub/absent"));
+    EXPECT_FALSE(absent->Lock(false));
+    EXPECT_FALSE(absent->IsTakenFromArchive());
+}
+
+TEST_F(LookupTable, TheFirstWriteLockGivesAnArchivedTableItsOwnFile) {
+    WriteZip(m_folder / "TableBasedOn.zip", {{"sub/shipped.vlt", c_priceFile}});
+    QFSFile::ClearFileStatusCache();
+    QLookupTable table;
+    ASSERT_TRUE(table.SetName(u"sub/shipped"));
+    ASSERT_TRUE(table->IsTakenFromArchive());
+    ASSERT_TRUE(table->Lock(true));
+    EXPECT_FALSE(table->IsTakenFromArchive());
+    EXPECT_TRUE(table->IsWritable());
+    table->Unlock();
+    ASSERT_TRUE(fs::exists(TablePath("sub/shipped")));
+    QLookupTableData::CleanupCache();
+    QLookupTable reread;
+    QLookupTableData::SetAllReloadRequired();
+    ASSERT_TRUE(reread.SetName(u"sub/shipped"));
+    EXPECT_FALSE(reread->IsTakenFromArchive());
+    EXPECT_EQ(U(reread.Comment()), "Prices");
+}
+
+TEST_F(LookupTable, AnArchivedTableOpensForWriting) {
+    WriteZip(m_folder / "TableBasedOn.zip", {{"shipped.vlt", c_priceFile}});
+    QFSFile::ClearFileStatusCache();
+    QLookupTable table;
+    ASSERT_TRUE(table.SetName(u"shipped"));
+    ASSERT_TRUE(table.BeginTrans());
+    EXPECT_TRUE(fs::exists(TablePath("shipped")));
+    table.SetComment(u"Mine now");
+    ASSERT_TRUE(table.CommitTrans()) << U(table.LastError());
+    const std::string written = ReadTable("shipped");
+    EXPECT_EQ(written.substr(0, written.find('\t')), "Mine now");
+}
+
+// --- The source of table values ------------------------------------------------------------------
+
+TEST_F(LookupTable, TableValuesOpenTablesByName) {
+    WriteTable("prices", c_priceFile);
+    QAnyValue value(u"prices");
+    QTableHandlePtr handle = value.MakeLookupTable();
+    ASSERT_TRUE(value.IsLookupTable()) << value.Format().ToUtf8();
+    QLookupTable table(handle);
+    ASSERT_TRUE(table.IsValid());
+    EXPECT_EQ(U(table.Name()), U(TableCString("prices")));
+}
+
+TEST_F(LookupTable, AMissingTableIsAnErrorValue) {
+    QAnyValue value(u"nowhere");
+    EXPECT_EQ(value.MakeLookupTable().Get(), nullptr);
+    EXPECT_TRUE(value.IsError());
+    EXPECT_EQ(test::MessageOf(value), "Cannot find lookup table nowhere");
+}
+
+TEST_F(LookupTable, TheSourceGivesTheTablesLastErrorWhenItCannotOpen) {
+    QLookupTableSource source;
+    CString error;
+    EXPECT_EQ(source.Open(u"", false, error).Get(), nullptr);
+    EXPECT_EQ(U(error), "\nNo name supplied");
+    EXPECT_EQ(source.Open(u"missing", false, error).Get(), nullptr);
+    EXPECT_EQ(U(error), U(TableCString("missing") + u"\nCould not open"));
+}
+
+TEST_F(LookupTable, QuietOpeningLeavesTheReportSwitchAsItWas) {
+    QLookupTableSource source;
+    CString error;
+    const bool saved = NoEvalReportErrors();
+    SetNoEvalReportErrors(false);
+    source.Open(u"missing", false, error);
+    EXPECT_FALSE(NoEvalReportErrors());
+    SetNoEvalReportErrors(saved);
+}
+
+TEST_F(LookupTable, TheSourceMakesNamelessTablesThatAreNotYetValid) {
+    QLookupTableSource source;
+    const int before = QLookupTableData::ListCount();
+    QLookupTable made(source.CreateEmpty());
+    ASSERT_NE(made.Data(), nullptr);
+    EXPECT_FALSE(made.IsValid());
+    EXPECT_TRUE(made.Name().IsEmpty());
+    EXPECT_EQ(QLookupTableData::ListCount(), before + 1);
+}
+
+TEST_F(LookupTable, ReloadAllDropsUnheldTablesAndMarksTheRest) {
+    QLookupTableSource source;
+    QLookupTableData::CleanupCache();
+    const int before = QLookupTableData::ListCount();
+    QLookupTable held;
+    held.CreateNewFile();
+    new QLookupTableData;
+    EXPECT_EQ(QLookupTableData::ListCount(), before + 2);
+    source.ReloadAll();
+    EXPECT_EQ(QLookupTableData::ListCount(), before + 1);
+    EXPECT_TRUE(held->IsReloadRequired());
+}
+
+TEST_F(LookupTable, InstallMakesTheTablesTheSourceOfTableValues) {
+    QTableHandleSource* installed = GetTableHandleSource();
+    ASSERT_NE(installed, nullptr);
+    EXPECT_NE(dynamic_cast<QLookupTableSource*>(installed), nullptr);
+    EXPECT_EQ(QLookupTableSource::Install(), installed);
+    EXPECT_EQ(GetTableHandleSource(), installed);
+}
+
+// --- Settings ------------------------------------------------------------------------------------
+
+TEST_F(LookupTable, ForceAsciiIsReadOnceFromTheOptions) {
+    m_factory.SetOption("Options", "VltForceAscii", 1);
+    EXPECT_TRUE(QLookupTableDataStatics::IsForceAsciiWrite());
+    m_factory.SetOption("Options", "VltForceAscii", 0);
+    EXPECT_TRUE(QLookupTableDataStatics::IsForceAsciiWrite());
+    QLookupTableDataStatics::ForgetForceAsciiWrite();
+    EXPECT_FALSE(QLookupTableDataStatics::IsForceAsciiWrite());
+}
+
+TEST_F(LookupTable, ForceAsciiIsOffWithoutAnApplication) {
+    QEvaluatorFactory* previous = SetEvaluatorFactory(nullptr);
+    QLookupTableDataStatics::ForgetForceAsciiWrite();
+    const bool forced = QLookupTableDataStatics::IsForceAsciiWrite();
+    SetEvaluatorFactory(previous);
+    EXPECT_FALSE(forced);
+}
+
+} // namespace
+} // namespace keel

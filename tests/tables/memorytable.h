@@ -1,0 +1,64 @@
+#pragma once
+
+#include "keel/formula/formulacontext.h"
+#include "keel/tables/lookuptable.h"
+
+#include <string>
+#include <vector>
+
+namespace keel::test {
+
+using Cells = std::vector<std::vector<QAnyValue>>;
+
+// A nameless, unsorted table built in memory through the table's own operations: the first row
+// and column labels replace those of a new table and the others are appended. Labels and cells
+// are typed 0, so they read back as they were stored.
+inline QLookupTable MemoryTable(const std::vector<QAnyValue>& rows,
+                                const std::vector<QAnyValue>& cols, const Cells& cells = {}) {
+    QLookupTable table;
+    table.CreateNewFile();
+    table.SetIsSorted(false);
+    table.UpdateRowLabelType(QAnyValue::TYPE_EMPTY);
+    table.UpdateColLabelType(QAnyValue::TYPE_EMPTY);
+    table.UpdateColType(0, QAnyValue::TYPE_EMPTY);
+    table->UpdateRowLabel(0, rows[0]);
+    table->UpdateColLabel(0, cols[0]);
+    int index = 0;
+    for (std::size_t i = 1; i < rows.size(); ++i)
+        table->AddRow(rows[i], index);
+    for (std::size_t j = 1; j < cols.size(); ++j)
+        table->AddCol(cols[j], index);
+    for (std::size_t r = 0; r < cells.size(); ++r)
+        for (std::size_t c = 0; c < cells[r].size(); ++c)
+            table->UpdateByIndex(static_cast<int>(r), static_cast<int>(c), cells[r][c]);
+    return table;
+}
+
+// The cell as stored, as text, for comparisons.
+inline std::string StoredText(const QLookupTable& table, int row, int col) {
+    QAnyValue value;
+    if (!table->LookupByIndexNoEval(row, col, value))
+        return "<none>";
+    return value.Format().ToUtf8();
+}
+
+// A context that answers the names it was given and nothing else.
+class NamesContext : public QFormulaContext {
+public:
+    CString SimpleTypeName() const override { return u"Panel"; }
+    QProperties* Properties() const override { return nullptr; }
+    bool SimpleLookupValueInThis(PropId name, QAnyValue& value, bool&, QCacheState&,
+                                 bool) override {
+        const auto* entry = m_values.PLookup(name);
+        if (!entry)
+            return false;
+        value = entry->value;
+        return true;
+    }
+    void Set(const char* name, const QAnyValue& value) { m_values[PropId(name)] = value; }
+
+private:
+    QMap<PropId, QAnyValue> m_values;
+};
+
+} // namespace keel::test

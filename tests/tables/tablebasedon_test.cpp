@@ -1,0 +1,174 @@
+#include "tests/tables/tablefixture.h"
+
+#include "keel/platform/file.h"
+#include "keel/tables/tablebasedon.h"
+
+#include <filesystem>
+#include <gtest/gtest.h>
+#include <string>
+#include <utility>
+#include <vector>
+#include <zip.h>
+
+namespace keel {
+namespace {
+
+namespace fs = std::filesystem;
+
+using Members = std::vector<std::pair<std::string, std::string>>;
+
+// A zip archive of the members; a name ending in "/" is a folder entry.
+void WriteZip(const fs::path& path, const Members& members) {
+    int error = 0;
+    zip_t* archive = zip_open(path.c_str(), ZIP_CREATE | ZIP_TRUNCATE, &error);
+    ASSERT_NE(archive, nullptr);
+    for (const auto& [name, text] : members) {
+        if (!name.empty() && name.back() == '/') {
+            ASSERT_GE(zip_dir_add(archive, name.c_str(), ZIP_FL_ENC_UTF_8), 0);
+            continue;
+        }
+        zip_source_t* source = zip_source_buffer(archive, text.data(), text.size(), 0);
+        ASSERT_NE(source, nullptr);
+        ASSERT_GE(zip_file_add(archive, name.c_str(), source, ZIP_FL_OVERWRITE | ZIP_FL_ENC_UTF_8),
+                  0);
+    }
+    ASSERT_EQ(zip_close(archive), 0);
+    QFSFile::ClearFileStatusCache();
+}
+
+std::vector<std::string> Names(VZLib* archive) {
+    std::vector<std::string> names;
+    QTableBasedOn::DoForEachFileInZip(
+        archive, [&names](const CString& name) { names.push_back(name.ToUtf8()); });
+    return names;
+}
+
+std::vector<std::string> NamesOfTheTableFolder() {
+    std::vector<std::string> names;
+    QTableBasedOn::DoForEachFileInZip(
+        [&names](const CString& name) { names.push_back(name.ToUtf8()); });
+    return names;
+}
+
+std::string Text(const CMemFile& file) {
+    return std::string(file.Bytes().begin(), file.Bytes().end());
+}
+
+class TableBasedOn : public test::TableFixture {
+protected:
+    fs::path ZipPath() const { return m_folder / "TableBasedOn.zip"; }
+    CString InFolder(const std::string& name) const {
+        return CString::FromUtf8((m_folder / name).string());
+    }
+};
+
+// --- The archive reader --------------------------------------------------------------------------
+
+TEST_F(TableBasedOn, TheReaderListsFilesButNotFolders) {
+    WriteZip(ZipPath(), {{"a.vlt", "one"}, {"dir/", ""}, {"dir/b.vlt", "two"}});
+    VZLib archive;
+    ASSERT_TRUE(archive.Open(CString::FromUtf8(ZipPath().string())));
+    EXPECT_TRUE(archive.IsOpen());
+    EXPECT_EQ(Names(&archive), (std::vector<std::string>{"a.vlt", "dir/b.vlt"}));
+}
+
+TEST_F(TableBasedOn, TheReaderExtractsAMemberWholeAtTheFilePosition) {
+    const std::string big(100000, 'x');
+    WriteZip(ZipPath(), {{"a.vlt", "first\tline\n"}, {"Big.vlt", big}});
+    VZLib archive;
+    ASSERT_TRUE(archive.Open(CString::FromUtf8(ZipPath().string())));
+    CMemFile file;
+    file.Write("head:", 5);
+    ASSERT_TRUE(archive.Extract(u"a.vlt", file));
+    EXPECT_EQ(Text(file), "head:first\tline\n");
+
+    CMemFile large;
+    ASSERT_TRUE(archive.Extract(u"big.VLT", large));
+    EXPECT_EQ(Text(large), big);
+}
+
+TEST_F(TableBasedOn, TheReaderRefusesWhatItCannotGive) {
+    WriteZip(ZipPath(), {{"a.vlt", "one"}});
+    VZLib archive;
+    CMemFile file;
+    EXPECT_FALSE(archive.Extract(u"a.vlt", file));
+    EXPECT_TRUE(archive.MemberNames().IsEmpty());
+    EXPECT_FALSE(archive.Open(CString::FromUtf8((m_folder / "none.zip").string())));
+    test::WriteText(m_folder / "plain.zip", "this is no archive");
+    EXPECT_FALSE(archive.Open(CString::FromUtf8((m_folder / "plain.zip").string())));
+    EXPECT_FALSE(archive.IsOpen());
+
+    ASSERT_TRUE(archive.Open(CString::FromUtf8(ZipPath().string())));
+    EXPECT_FALSE(archive.Extract(u"b.vlt", file));
+    EXPECT_TRUE(file.Bytes().empty());
+    CFile closed;
+    EXPECT_FALSE(archive.Extract(u"a.vlt", closed));
+    archive.Close();
+    EXPECT_FALSE(archive.IsOpen());
+    EXPECT_FALSE(archive.Extract(u"a.vlt", file));
+}
+
+// --- The archive of the table folder -------------------------------------------------------------
+
+TEST_F(TableBasedOn, WithoutAnArchiveThereIsNothingInIt) {
+    EXPECT_EQ(QTableBasedOn::TableBasedOnZip(), nullptr);
+    EXPECT_FALSE(QTableBasedOn::FileExistsInZip(InFolder("a.vlt")));
+    EXPECT_TRUE(NamesOfTheTableFolder().empty());
+    EXPECT_TRUE(Names(nullptr).empty());
+}
+
+TEST_F(TableBasedOn, TheArchiveOfTheTableFolderOpensOnceOnFirstUse) {
+    WriteZip(ZipPath(), {{"a.vlt", "one"}});
+    VZLib* archive = QTableBasedOn::TableBasedOnZip();
+    ASSERT_NE(archive, nullptr);
+    EXPECT_EQ(archive->Path().ToUtf8(), ZipPath().string());
+    EXPECT_EQ(QTableBasedOn::TableBasedOnZip(), archive);
+    EXPECT_EQ(NamesOfTheTableFolder(), (std::vector<std::string>{"a.vlt"}));
+}
+
+TEST_F(TableBasedOn, MemberNamesAreTheFullNamesWithoutTheTableFolder) {
+    EXPECT_EQ(QTableBasedOn::FileNameInBasedOnZip(InFolder("a.vlt")).ToUtf8(), "a.vlt");
+    EXPECT_EQ(QTableBasedOn::FileNameInBasedOnZip(InFolder("sub/b.vlt")).ToUtf8(), "sub/b.vlt");
+    EXPECT_EQ(QTableBasedOn::FileNameInBasedOnZip(u"/elsewhere/c.vlt").ToUtf8(),
+              "/elsewhere/c.vlt");
+}
+
+TEST_F(TableBasedOn, FileExistsInZipLooksUpTheMembersIgnoringCase) {
+    WriteZip(ZipPath(), {{"a.vlt", "one"}, {"Sub/B.vlt", "two"}});
+    const struct {
+        CString fullName;
+        bool exists;
+    } cases[] = {
+        {InFolder("a.vlt"), true},     {InFolder("A.VLT"), true},  {InFolder("sub/b.vlt"), true},
+        {InFolder("Sub/B.vlt"), true}, {InFolder("b.vlt"), false}, {InFolder("sub"), false},
+        {u"/elsewhere/a.vlt", false},  {u"a.vlt", false},
+    };
+    for (const auto& c : cases)
+        EXPECT_EQ(QTableBasedOn::FileExistsInZip(c.fullName), c.exists) << c.fullName.ToUtf8();
+}
+
+TEST_F(TableBasedOn, TheMemberNamesAreGatheredOnceUntilReset) {
+    WriteZip(ZipPath(), {{"a.vlt", "one"}});
+    EXPECT_TRUE(QTableBasedOn::FileExistsInZip(InFolder("a.vlt")));
+    WriteZip(ZipPath(), {{"b.vlt", "two"}});
+    EXPECT_TRUE(QTableBasedOn::FileExistsInZip(InFolder("a.vlt")));
+    EXPECT_FALSE(QTableBasedOn::FileExistsInZip(InFolder("b.vlt")));
+    QTableBasedOn::Reset();
+    EXPECT_FALSE(QTableBasedOn::FileExistsInZip(InFolder("a.vlt")));
+    EXPECT_TRUE(QTableBasedOn::FileExistsInZip(InFolder("b.vlt")));
+}
+
+TEST_F(TableBasedOn, AnotherTableFolderHasItsOwnArchive) {
+    WriteZip(ZipPath(), {{"a.vlt", "one"}});
+    ASSERT_TRUE(QTableBasedOn::FileExistsInZip(InFolder("a.vlt")));
+    const fs::path other = m_folder / "other";
+    SetTableFolder(other);
+    EXPECT_EQ(QTableBasedOn::TableBasedOnZip(), nullptr);
+    EXPECT_FALSE(QTableBasedOn::FileExistsInZip(CString::FromUtf8((other / "a.vlt").string())));
+    WriteZip(other / "TableBasedOn.zip", {{"c.vlt", "three"}});
+    EXPECT_TRUE(QTableBasedOn::FileExistsInZip(CString::FromUtf8((other / "c.vlt").string())));
+    EXPECT_EQ(NamesOfTheTableFolder(), (std::vector<std::string>{"c.vlt"}));
+}
+
+} // namespace
+} // namespace keel

@@ -1,0 +1,122 @@
+#pragma once
+
+#include "tests/support/environment.h"
+
+#include "keel/formula/evaluator.h"
+#include "keel/formula/evaluatorfactory.h"
+#include "keel/system/fsfile.h"
+#include "keel/tables/lookuptable.h"
+#include "keel/tables/lookuptablesource.h"
+#include "keel/tables/tablebasedon.h"
+
+#include <filesystem>
+#include <gtest/gtest.h>
+#include <map>
+#include <string>
+#include <unistd.h>
+#include <utility>
+
+namespace keel::test {
+
+// An application whose table folder is a folder of the test's own, and whose options are what
+// the test sets.
+class TableFolderFactory : public QEvaluatorFactory {
+public:
+    QEvaluator* NewQEvaluator(QAnyValue& result, FormulaText formula, QFormulaContext* context,
+                              bool passThrough, bool reportErrors, bool isAction) override {
+        return new QEvaluator(result, formula, context, passThrough, reportErrors, isAction);
+    }
+    CString FolderForConstant(QConstantFolder folder) const override {
+        return folder == QConstantFolder::Table ? m_tableFolder : CString();
+    }
+    int ProfileInt(const CString& section, const CString& key, int defaultValue) const override {
+        const auto found = m_options.find({section.ToUtf8(), key.ToUtf8()});
+        return found == m_options.end() ? defaultValue : found->second;
+    }
+
+    void SetTableFolder(const std::filesystem::path& folder) {
+        m_tableFolder = CString::FromUtf8(folder.string());
+    }
+    void SetOption(const std::string& section, const std::string& key, int value) {
+        m_options[{section, key}] = value;
+    }
+
+private:
+    CString m_tableFolder;
+    std::map<std::pair<std::string, std::string>, int> m_options;
+};
+
+// A fresh table folder for each test, installed as the application's, with the tables' source
+// installed, so that names resolve there and table values open through the tables. On the way
+// out every table nobody holds is dropped and the process-wide settings are put back.
+class TableFixture : public testing::Test {
+protected:
+    TableFixture()
+        : m_folder(std::filesystem::temp_directory_path() /
+                   ("keel-tables-" + std::to_string(::getpid()) + "-" + CurrentTestName())),
+          m_savedCacheOverSize(QLookupTableDataStatics::c_TableCacheOverSize) {
+        std::filesystem::remove_all(m_folder);
+        std::filesystem::create_directories(m_folder);
+        m_factory.SetTableFolder(m_folder);
+        m_previousFactory = SetEvaluatorFactory(&m_factory);
+        m_previousSource = QLookupTableSource::Install();
+        QTableBasedOn::Reset();
+        QLookupTableDataStatics::ForgetForceAsciiWrite();
+        QFSFile::ClearFileStatusCache();
+    }
+    ~TableFixture() override {
+        QLookupTableData::CleanupCache();
+        QTableBasedOn::Reset();
+        QLookupTableDataStatics::ForgetForceAsciiWrite();
+        QLookupTableDataStatics::c_TableCacheOverSize = m_savedCacheOverSize;
+        SetTableHandleSource(m_previousSource);
+        SetEvaluatorFactory(m_previousFactory);
+        std::filesystem::remove_all(m_folder);
+        QFSFile::ClearFileStatusCache();
+    }
+
+    // The path of a file in the table folder; ".vlt" is added to a name without an extension.
+    std::filesystem::path TablePath(const std::string& name) const {
+        std::filesystem::path path = m_folder / name;
+        if (!path.has_extension())
+            path += ".vlt";
+        return path;
+    }
+    CString TableCString(const std::string& name) const {
+        return CString::FromUtf8(TablePath(name).string());
+    }
+    // Writes the text (bytes as given, newlines included) as a table file and returns its path.
+    std::filesystem::path WriteTable(const std::string& name, const std::string& text) const {
+        const std::filesystem::path path = TablePath(name);
+        WriteText(path, text);
+        QFSFile::ClearFileStatusCache();
+        return path;
+    }
+    std::string ReadTable(const std::string& name) const { return ReadText(TablePath(name)); }
+
+    // Moves the table folder elsewhere for the rest of the test; the old folder stays.
+    void SetTableFolder(const std::filesystem::path& folder) {
+        std::filesystem::create_directories(folder);
+        m_factory.SetTableFolder(folder);
+        QFSFile::ClearFileStatusCache();
+    }
+
+    static std::string CurrentTestName() {
+        const testing::TestInfo* info = testing::UnitTest::GetInstance()->current_test_info();
+        std::string name = info ? std::string(info->test_suite_name()) + "-" + info->name() : "x";
+        for (char& c : name)
+            if (c == '/')
+                c = '_';
+        return name;
+    }
+
+    std::filesystem::path m_folder;
+    TableFolderFactory m_factory;
+
+private:
+    QEvaluatorFactory* m_previousFactory = nullptr;
+    QTableHandleSource* m_previousSource = nullptr;
+    int m_savedCacheOverSize;
+};
+
+} // namespace keel::test
