@@ -2,14 +2,13 @@
 // read through a table handle, plain, with the counts repaired and with the rows sorted; every
 // label and cell of a table that opens is then read, which parses the rows held as text.
 //
-// The cells of a table are formulas, run as the file is read. So, as for formula texts, every
-// evaluator made on the way goes through a factory that leaves out formulas naming a loop, a
-// range, a repetition or a function with effects outside the process (a shell, files, boxes),
-// and each input has a budget of evaluations. The counts of the second line decide how much is
-// allocated before anything else is read, so an input that claims large counts is left out.
+// The cells of a table are formulas, run as the file is read, so the formula guard watches
+// every evaluator made on the way, with a budget of evaluations for each input. The counts of the
+// second line decide how much is allocated before anything else is read, so an input that claims
+// large counts is left out.
+#include "fuzz/formulaguard.h"
+
 #include "keel/document/errorlog.h"
-#include "keel/formula/evaluator.h"
-#include "keel/formula/evaluatorfactory.h"
 #include "keel/tables/lookuptable.h"
 
 #include <cstddef>
@@ -25,99 +24,13 @@
 namespace {
 
 using namespace keel;
+using keel::fuzz::GuardingFactory;
 
 constexpr std::size_t c_maxInputBytes = 2048;
 // A repair can raise a count by what the rest of the file holds, so this bound and the input
 // size together keep a table within a few million cells.
 constexpr long c_maxClaimedCount = 256;
-constexpr int c_maxNesting = 100;
 constexpr int c_maxEvaluationsPerInput = 2000;
-
-constexpr std::u16string_view c_unboundedWords[] = {
-    u"while",
-    u"repeat",
-    u"do",
-    u"for",
-    u"loop",
-    u"until",
-    u"to",
-    u"downto",
-    u"rept",
-    u"setarrayvalue",
-    u"shell",
-    u"shellwait",
-    u"readandincrement",
-    u"call",
-    u"msgbox",
-    u"msgboxlog",
-    u"alert",
-    u"confirm",
-    u"edittext",
-    u"debug",
-};
-
-// Words are runs of the letters a to z after lowering, which finds more of them than the
-// tokeniser does: "2while" and "_do" count.
-bool IsUnboundedWord(std::u16string_view word) {
-    if (word.starts_with(u"db")) // the database functions reach outside the process
-        return true;
-    for (const std::u16string_view unbounded : c_unboundedWords)
-        if (word == unbounded)
-            return true;
-    return false;
-}
-
-bool NamesUnboundedWork(const CString& text) {
-    CString lowered = text;
-    lowered.MakeLower();
-    const std::u16string_view view = lowered.View();
-    std::size_t start = 0;
-    for (std::size_t i = 0; i <= view.size(); ++i) {
-        const bool letter = i < view.size() && view[i] >= u'a' && view[i] <= u'z';
-        if (letter)
-            continue;
-        if (i > start && IsUnboundedWord(view.substr(start, i - start)))
-            return true;
-        start = i + 1;
-    }
-    return false;
-}
-
-bool NestsTooDeeply(const CString& text) {
-    int depth = 0;
-    for (const char16_t ch : text.View()) {
-        if (ch == u'(' || ch == u'[' || ch == u'{')
-            ++depth;
-        else if (ch == u')' || ch == u']' || ch == u'}')
-            --depth;
-        if (depth > c_maxNesting)
-            return true;
-    }
-    return false;
-}
-
-bool IsBounded(const CString& text) {
-    return !NamesUnboundedWork(text) && !NestsTooDeeply(text);
-}
-
-int c_evaluationsLeft = 0;
-
-// Every evaluator made on the way goes through here; a formula out of bounds, or one beyond the
-// budget, is replaced by the empty formula. Tables are looked for in the harness's own folder.
-class GuardingFactory : public QEvaluatorFactory {
-public:
-    QEvaluator* NewQEvaluator(QAnyValue& result, FormulaText formula, QFormulaContext* context,
-                              bool passThrough, bool reportErrors, bool isAction) override {
-        if (--c_evaluationsLeft < 0 || !IsBounded(formula.ToString()))
-            formula = FormulaText();
-        return new QEvaluator(result, formula, context, passThrough, reportErrors, isAction);
-    }
-    CString FolderForConstant(QConstantFolder folder) const override {
-        return folder == QConstantFolder::Table ? m_tableFolder : CString();
-    }
-
-    CString m_tableFolder;
-};
 
 GuardingFactory& Factory() {
     static GuardingFactory factory;
@@ -192,7 +105,7 @@ extern "C" int LLVMFuzzerInitialize(int* /*argc*/, char*** /*argv*/) {
     std::filesystem::create_directories(folder);
     TablePath() = folder / "fuzz.vlt";
     std::atexit(RemoveTableFolder);
-    Factory().m_tableFolder = CString::FromUtf8(folder.string());
+    Factory().SetTableFolder(CString::FromUtf8(folder.string()));
     SetEvaluatorFactory(&Factory());
     QEvaluator::InstallAsFormulaHook();
     TheErrorLog().SetFilename(CString::FromUtf8((folder / "errors.log").string()));
@@ -210,7 +123,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         return 0;
     std::ofstream(TablePath(), std::ios::binary | std::ios::trunc)
         .write(bytes.data(), std::streamsize(size));
-    c_evaluationsLeft = c_maxEvaluationsPerInput;
+    Factory().StartInput(c_maxEvaluationsPerInput);
     Open(false, false);
     Open(false, true);
     Open(true, false);

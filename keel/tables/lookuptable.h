@@ -282,14 +282,14 @@ private:
     bool m_bTakenFromArchive = false;
     bool m_bArraysAllocated = false;
 
-    // --- Locking and the archive (core) ---
+    // --- Locking and the archive ---
     void CloseFile();
     // Takes the table out of "TableBasedOn.zip" into an open, read-only file.
     bool OpenFromArchive();
     // Gives a table taken from the archive a file of its own, written from memory.
     bool WriteOwnFileFromMemory();
 
-    // --- The file format (file) ---
+    // --- Reading the file in steps, and writing it safely ---
     // How a step of the reader ended: go on, fail, or read again with a repaired count.
     enum class ReadStep { Good, Failed, Repair };
     // Line 2; a forced count replaces the count read when counts are repaired.
