@@ -229,6 +229,7 @@ QWinApp::QWinApp() {
         SetEvaluatorFactory(this);
         QEvaluator::InstallAsFormulaHook();
         QLookupTableSource::Install();
+        SetMergeServices(&m_mergeServices);
     }
     CRegistry::SetApplicationNameSource(&RunningAppName);
 }
@@ -236,8 +237,14 @@ QWinApp::QWinApp() {
 QWinApp::~QWinApp() {
     if (GetEvaluatorFactory() == this)
         SetEvaluatorFactory(nullptr);
+    if (&MergeServices() == &m_mergeServices)
+        SetMergeServices(nullptr);
     QWinApp* self = this;
     c_app.compare_exchange_strong(self, nullptr);
+}
+
+bool QWinApp::IsRunningAutomated() const {
+    return IsServer() || !UIServices().HasDisplay();
 }
 
 QWinApp* QWinApp::GetApp() {

@@ -4,6 +4,7 @@
 #include "keel/formula/evaluatorfactory.h"
 #include "keel/platform/cstring.h"
 #include "keel/platform/lock.h"
+#include "keel/questions/properties.h"
 #include "keel/values/array.h"
 
 #include <functional>
@@ -114,8 +115,8 @@ struct QOptions {
 // The application object: one a process, alive for the whole run. A product derives from it and
 // fills in the virtual hooks. It holds the options with their read cache, the folders, the
 // progress service and the parsed command line. While it is the application it is also the
-// evaluator factory of the formula layer; the formula hook of the values layer and the source
-// of lookup tables are installed.
+// evaluator factory of the formula layer; the formula hook of the values layer, the source of
+// lookup tables and the merge services of answers are installed.
 class QWinApp : public QEvaluatorFactory {
 public:
     // The first application object constructed is the application, and the evaluator factory,
@@ -142,6 +143,8 @@ public:
 
     bool IsServer() const { return m_bServer; }
     void SetServer(bool server) { m_bServer = server; }
+    // No one to ask: a server, or a run without a display.
+    bool IsRunningAutomated() const;
     bool IsClosing() const { return m_bClosing; }
     // Set by the way out of the application: messages are then shown plainly.
     void SetClosing(bool closing) { m_bClosing = closing; }
@@ -317,6 +320,26 @@ private:
     QArray<RegHKLMStringCacheElement> m_regHKLMStringCache;
     QArray<CString> m_reportedOptionsProblems;
     QCommandLineInfo m_commandLineInfo;
+
+    // What merges of answers ask of the application: whether anyone can be asked, whether to
+    // show their progress, and the progress display.
+    class MergeServicesOfApp : public QMergeServices {
+    public:
+        explicit MergeServicesOfApp(QWinApp& app) : m_app(app) {}
+        bool IsRunningAutomated() const override { return m_app.IsRunningAutomated(); }
+        bool ShowsMergingMessages() const override { return c_bMergingMessages; }
+        int ProgressCreate(const CString& text, int low, int high) override {
+            return m_app.ProgressCreate(text, low, high, false);
+        }
+        void ProgressStepIt(int handle) override { m_app.ProgressStepIt(handle); }
+        void ProgressDestroy(int handle, const CString& text) override {
+            m_app.ProgressDestroy(handle, text, false);
+        }
+
+    private:
+        QWinApp& m_app;
+    };
+    MergeServicesOfApp m_mergeServices{*this};
     CString m_strLastOpenSaveDir;
     CString m_locationOverrides[static_cast<int>(QFileLocation::Program) + 1];
     bool m_bServer = false;

@@ -836,6 +836,36 @@ TEST_F(WinAppTest, AProgressRangeMustHaveAStep) {
     EXPECT_NE(first, second);
 }
 
+TEST_F(WinAppTest, MergesOfAnswersAskTheApplicationWhileItLives) {
+    QMergeServices& defaults = MergeServices();
+    {
+        TestApp app;
+        QMergeServices& services = MergeServices();
+        EXPECT_NE(&services, &defaults);
+        EXPECT_TRUE(services.IsRunningAutomated()) << "the headless host has no display";
+        const bool savedMessages = QWinApp::c_bMergingMessages;
+        QWinApp::c_bMergingMessages = true;
+        EXPECT_TRUE(services.ShowsMergingMessages());
+        QWinApp::c_bMergingMessages = false;
+        EXPECT_FALSE(services.ShowsMergingMessages());
+        QWinApp::c_bMergingMessages = savedMessages;
+
+        std::vector<std::string> events;
+        app.SetProgressCallback([&events](const QProgressEvent& event) {
+            events.push_back(Describe(event));
+            return true;
+        });
+        const int handle = services.ProgressCreate(u"Merging answers", 0, 2);
+        services.ProgressStepIt(handle);
+        services.ProgressDestroy(handle, u"Merged");
+        ASSERT_EQ(events.size(), 3u);
+        EXPECT_EQ(events[0].rfind("create Merging answers 0/0..2", 0), 0u) << events[0];
+        EXPECT_EQ(events[1].rfind("step", 0), 0u) << events[1];
+        EXPECT_EQ(events[2].rfind("destroy Merged", 0), 0u) << events[2];
+    }
+    EXPECT_EQ(&MergeServices(), &defaults) << "the defaults come back with the application gone";
+}
+
 TEST_F(WinAppTest, ACallbackCancelsOnlyACancellableProgress) {
     TestApp app;
     app.SetProgressCallback([](const QProgressEvent& event) {
