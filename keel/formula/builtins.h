@@ -105,4 +105,33 @@ bool TakeErrorArgument(QBuiltinCall& call);
 // count with it.
 bool CallWithDefault(QBuiltinCall& call, const QAnyValue& defaultValue);
 
+// The small steps that many bodies share.
+namespace builtin {
+
+inline QAnyValue ErrorValue(const CString& message) {
+    QAnyValue value;
+    value.MakeError(message);
+    return value;
+}
+
+// The call gives `value` and succeeded.
+inline bool Done(QBuiltinCall& call, const QAnyValue& value, bool& succeeded) {
+    call.result = value;
+    succeeded = true;
+    return true;
+}
+
+// The call re-enters with `defaultValue` for its missing last argument.
+inline bool WithDefault(QBuiltinCall& call, const QAnyValue& defaultValue, bool& succeeded) {
+    succeeded = CallWithDefault(call, defaultValue);
+    return true;
+}
+
+// The display text of a value.
+inline CString Text(const QAnyValue& value) {
+    return QAnyValue(value).MakeCString();
+}
+
+} // namespace builtin
+
 } // namespace keel

@@ -6,24 +6,14 @@ namespace keel {
 
 namespace {
 
-// Gives the call its result; the functions of this group do not fail the evaluation.
-bool Done(QBuiltinCall& call, const QAnyValue& value, bool& succeeded) {
-    call.result = value;
-    succeeded = true;
-    return true;
-}
+using namespace builtin;
 
+// Gives the call its result; the functions of this group do not fail the evaluation.
 // An error or N/A given where a whole number is wanted becomes the result, as a value operation
 // would make it.
 bool ErrorAsPosition(QBuiltinCall& call, std::size_t index, bool& succeeded) {
     const QAnyValue& position = call.args[index];
     return position.IsErrorOrNA() && Done(call, position, succeeded);
-}
-
-QAnyValue ErrorValue(const CString& message) {
-    QAnyValue value;
-    value.MakeError(message);
-    return value;
 }
 
 int Position(const QBuiltinCall& call, std::size_t index) {

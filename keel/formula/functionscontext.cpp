@@ -28,26 +28,7 @@ namespace keel {
 
 namespace {
 
-QAnyValue ErrorValue(const CString& message) {
-    QAnyValue value;
-    value.MakeError(message);
-    return value;
-}
-
-bool Done(QBuiltinCall& call, const QAnyValue& value, bool& succeeded) {
-    call.result = value;
-    succeeded = true;
-    return true;
-}
-
-bool WithDefault(QBuiltinCall& call, const QAnyValue& defaultValue, bool& succeeded) {
-    succeeded = CallWithDefault(call, defaultValue);
-    return true;
-}
-
-CString Text(const QAnyValue& value) {
-    return QAnyValue(value).MakeCString();
-}
+using namespace builtin;
 
 bool IsDotted(const CString& name) {
     return name.Find(u'.') >= 0;

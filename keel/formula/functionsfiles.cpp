@@ -26,34 +26,15 @@ namespace keel {
 
 namespace {
 
+using namespace builtin;
+
 // The bit of the trace mask that traces evaluations, and with them what the functions read.
 constexpr unsigned c_traceEvaluations = 0x1;
 
 constexpr int c_sharingTries = 10;
 constexpr auto c_sharingWait = std::chrono::milliseconds(100);
 
-QAnyValue ErrorValue(const CString& message) {
-    QAnyValue value;
-    value.MakeError(message);
-    return value;
-}
-
 // The functions of this group give their failures as error values and do not fail the formula.
-bool Done(QBuiltinCall& call, const QAnyValue& value, bool& succeeded) {
-    call.result = value;
-    succeeded = true;
-    return true;
-}
-
-bool WithDefault(QBuiltinCall& call, const QAnyValue& defaultValue, bool& succeeded) {
-    succeeded = CallWithDefault(call, defaultValue);
-    return true;
-}
-
-CString Text(const QAnyValue& value) {
-    return QAnyValue(value).MakeCString();
-}
-
 // What a file holds can change at any time, so no value read from one is kept in a cache.
 void ReadsTheDisk(QBuiltinCall& call) {
     call.evaluator.RaiseCacheState(QCS_NotCacheable);

@@ -10,6 +10,8 @@ namespace keel {
 
 namespace {
 
+using namespace builtin;
+
 // The bit of the trace mask that traces evaluations, and with them what the functions read.
 constexpr unsigned c_traceEvaluations = 0x1;
 
@@ -58,11 +60,6 @@ bool ServeOn(QBuiltinCall& call, QAnyValue table, bool& succeeded, const Member&
 // Runs a table member on a copy of the first argument, which becomes the result.
 bool Serve(QBuiltinCall& call, bool& succeeded, const Member& member) {
     return ServeOn(call, QAnyValue(call.args[0]), succeeded, member);
-}
-
-bool WithDefault(QBuiltinCall& call, const QAnyValue& defaultValue, bool& succeeded) {
-    succeeded = CallWithDefault(call, defaultValue);
-    return true;
 }
 
 // A flag argument; an error or N/A there is given as the result, and false returned.

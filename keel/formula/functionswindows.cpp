@@ -12,26 +12,7 @@ namespace keel {
 
 namespace {
 
-QAnyValue ErrorValue(const CString& message) {
-    QAnyValue value;
-    value.MakeError(message);
-    return value;
-}
-
-bool Done(QBuiltinCall& call, const QAnyValue& value, bool& succeeded) {
-    call.result = value;
-    succeeded = true;
-    return true;
-}
-
-bool WithDefault(QBuiltinCall& call, const QAnyValue& defaultValue, bool& succeeded) {
-    succeeded = CallWithDefault(call, defaultValue);
-    return true;
-}
-
-CString Text(const QAnyValue& value) {
-    return QAnyValue(value).MakeCString();
-}
+using namespace builtin;
 
 // A server, or a program without a display, opens no dialog: the request is logged as ignored
 // under "Server" and the function gives what it would give had the person cancelled.

@@ -1,4 +1,5 @@
 #include "tests/support/anyvalues.h"
+#include "tests/support/functioncalls.h"
 
 #include "keel/document/errorlog.h"
 #include "keel/formula/builtins.h"
@@ -18,19 +19,11 @@
 namespace keel {
 namespace {
 
-namespace fs = std::filesystem;
 using test::Array;
 using test::MessageOf;
 
 std::string U8(const CString& text) {
     return text.ToUtf8();
-}
-
-std::string Describe(const QAnyValue& value) {
-    CString message;
-    if (value.IsErrorAndGetMessage(message))
-        return "error \"" + U8(message) + "\"";
-    return value.TypeName().ToUtf8() + " " + U8(value.AsStringOrFormula());
 }
 
 // A context answering from a table of its own.
@@ -105,63 +98,15 @@ public:
     std::vector<std::string> boxes;
 };
 
-struct Outcome {
-    bool ok = false;
-    QAnyValue result;
-    std::string message;
-};
+using Outcome = test::CallOutcome;
 
-class FunctionsLogicTest : public testing::Test {
+class FunctionsLogicTest : public test::FunctionCallTest {
 protected:
-    void SetUp() override {
-        TheErrorLog().SetFilename(CString::FromUtf8(LogPath().string()));
-        TheErrorLog().DiscardPendingMessages();
-        SetNoEvalReportErrors(false);
-        QEvaluator::InstallAsFormulaHook();
-    }
-    void TearDown() override {
-        SetEvaluatorFactory(nullptr);
-        SetUIServices(nullptr);
-        TheErrorLog().DiscardPendingMessages();
-        SetNoEvalReportErrors(false);
-        std::error_code ignored;
-        fs::remove(LogPath(), ignored);
-    }
-
-    static fs::path LogPath() {
-        return fs::temp_directory_path() /
-               ("keel-functionslogic-" + std::to_string(::getpid()) + ".txt");
-    }
-
-    static Outcome Run(const std::string& formula, QFormulaContext* context = nullptr) {
-        Outcome outcome;
-        std::unique_ptr<QEvaluator> evaluator(QEvaluator::New(
-            outcome.result, FormulaText(CString::FromUtf8(formula)), context, false, true, false));
-        outcome.ok = evaluator->Evaluate();
-        outcome.message = U8(evaluator->Message());
-        return outcome;
-    }
-
     static std::vector<std::string> Pending() {
         std::vector<std::string> messages;
         for (int i = 0; i < TheErrorLog().GetSize(); ++i)
             messages.push_back(U8(TheErrorLog().Message(i)));
         return messages;
-    }
-
-    struct ValueCase {
-        const char* formula;
-        QAnyValue expected;
-    };
-    static void ExpectValues(std::initializer_list<ValueCase> cases,
-                             QFormulaContext* context = nullptr) {
-        for (const ValueCase& c : cases) {
-            const Outcome outcome = Run(c.formula, context);
-            EXPECT_TRUE(outcome.ok) << c.formula << ": " << outcome.message;
-            EXPECT_TRUE(outcome.result.Identical(c.expected))
-                << c.formula << " gave " << Describe(outcome.result) << ", expected "
-                << Describe(c.expected);
-        }
     }
 
     struct FailureCase {
@@ -173,40 +118,6 @@ protected:
             const Outcome outcome = Run(c.formula);
             EXPECT_FALSE(outcome.ok) << c.formula;
             EXPECT_EQ(outcome.message, c.message) << c.formula;
-        }
-    }
-
-    static std::string WrongCount(const std::string& name, const char* word) {
-        return "Expecting " + name + " in correct number of values\nbut found\n\t" + word;
-    }
-
-    // For each name, a call with one value too few (when there can be fewer) and one too many
-    // gives the count report.
-    struct CountCase {
-        const char* name;
-        int minArgs;
-        int maxArgs;
-    };
-    static void ExpectCountsTaken(std::initializer_list<CountCase> cases) {
-        static const char* const words[] = {"no value",     "one value",   "two values",
-                                            "three values", "four values", "five values"};
-        for (const CountCase& c : cases) {
-            const QBuiltinFunction* row = FindBuiltinFunction(FullId(c.name));
-            ASSERT_NE(row, nullptr) << c.name;
-            EXPECT_EQ(row->minArgs, c.minArgs) << c.name;
-            EXPECT_EQ(row->maxArgs, c.maxArgs) << c.name;
-            EXPECT_FALSE(row->actionOnly) << c.name;
-            for (int count : {c.minArgs - 1, c.maxArgs + 1}) {
-                if (count < 0)
-                    continue;
-                std::string formula = std::string(c.name) + "(";
-                for (int i = 0; i < count; ++i)
-                    formula += i == 0 ? "1" : ", 1";
-                formula += ")";
-                const Outcome outcome = Run(formula);
-                EXPECT_FALSE(outcome.ok) << formula;
-                EXPECT_EQ(outcome.message, WrongCount(c.name, words[count])) << formula;
-            }
         }
     }
 };

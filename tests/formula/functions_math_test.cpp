@@ -1,4 +1,5 @@
 #include "tests/support/anyvalues.h"
+#include "tests/support/functioncalls.h"
 
 #include "keel/document/errorlog.h"
 #include "keel/formula/builtins.h"
@@ -15,69 +16,12 @@
 namespace keel {
 namespace {
 
-namespace fs = std::filesystem;
 using test::Array;
 using test::MessageOf;
+using Outcome = test::CallOutcome;
 
-std::string U8(const CString& text) {
-    return text.ToUtf8();
-}
-
-std::string Describe(const QAnyValue& value) {
-    CString message;
-    if (value.IsErrorAndGetMessage(message))
-        return "error \"" + U8(message) + "\"";
-    return value.TypeName().ToUtf8() + " " + U8(value.AsStringOrFormula());
-}
-
-struct Outcome {
-    bool ok = false;
-    QAnyValue result;
-    std::string message;
-};
-
-class FunctionsMathTest : public testing::Test {
+class FunctionsMathTest : public test::FunctionCallTest {
 protected:
-    void SetUp() override {
-        TheErrorLog().SetFilename(CString::FromUtf8(LogPath().string()));
-        TheErrorLog().DiscardPendingMessages();
-        SetNoEvalReportErrors(false);
-        QEvaluator::InstallAsFormulaHook();
-    }
-    void TearDown() override {
-        TheErrorLog().DiscardPendingMessages();
-        std::error_code ignored;
-        fs::remove(LogPath(), ignored);
-    }
-
-    static fs::path LogPath() {
-        return fs::temp_directory_path() /
-               ("keel-functionsmath-" + std::to_string(::getpid()) + ".txt");
-    }
-
-    static Outcome Run(const std::string& formula) {
-        Outcome outcome;
-        QEvaluator evaluator(outcome.result, FormulaText(CString::FromUtf8(formula)), nullptr,
-                             false, true, false);
-        outcome.ok = evaluator.Evaluate();
-        outcome.message = U8(evaluator.Message());
-        return outcome;
-    }
-
-    struct ValueCase {
-        const char* formula;
-        QAnyValue expected;
-    };
-    static void ExpectValues(std::initializer_list<ValueCase> cases) {
-        for (const ValueCase& c : cases) {
-            const Outcome outcome = Run(c.formula);
-            EXPECT_TRUE(outcome.ok) << c.formula << ": " << outcome.message;
-            EXPECT_TRUE(outcome.result.Identical(c.expected))
-                << c.formula << " gave " << Describe(outcome.result) << ", expected "
-                << Describe(c.expected);
-        }
-    }
-
     // A number of the given type, within a rounding error of the expected one.
     struct NearCase {
         const char* formula;
@@ -89,49 +33,8 @@ protected:
             const Outcome outcome = Run(c.formula);
             EXPECT_TRUE(outcome.ok) << c.formula << ": " << outcome.message;
             EXPECT_EQ(outcome.result.Type(), c.type)
-                << c.formula << ": " << Describe(outcome.result);
+                << c.formula << ": " << test::DescribeValue(outcome.result);
             EXPECT_NEAR(QAnyValue(outcome.result).MakeDouble(), c.expected, 1e-9) << c.formula;
-        }
-    }
-
-    // The call succeeds with an error value: a bad argument is no failure of the formula.
-    struct ErrorCase {
-        const char* formula;
-        const char* message;
-    };
-    static void ExpectErrors(std::initializer_list<ErrorCase> cases) {
-        for (const ErrorCase& c : cases) {
-            const Outcome outcome = Run(c.formula);
-            EXPECT_TRUE(outcome.ok) << c.formula << ": " << outcome.message;
-            EXPECT_EQ(MessageOf(outcome.result), c.message) << c.formula;
-        }
-    }
-
-    struct CountCase {
-        const char* name;
-        int minArgs;
-        int maxArgs;
-    };
-    static void ExpectCountsTaken(std::initializer_list<CountCase> cases) {
-        static const char* const words[] = {"no value",     "one value",   "two values",
-                                            "three values", "four values", "five values"};
-        for (const CountCase& c : cases) {
-            const QBuiltinFunction* row = FindBuiltinFunction(FullId(c.name));
-            ASSERT_NE(row, nullptr) << c.name;
-            EXPECT_EQ(row->minArgs, c.minArgs) << c.name;
-            EXPECT_EQ(row->maxArgs, c.maxArgs) << c.name;
-            for (int count : {c.minArgs - 1, c.maxArgs + 1}) {
-                std::string formula = std::string(c.name) + "(";
-                for (int i = 0; i < count; ++i)
-                    formula += i == 0 ? "1" : ", 1";
-                formula += ")";
-                const Outcome outcome = Run(formula);
-                EXPECT_FALSE(outcome.ok) << formula;
-                EXPECT_EQ(outcome.message, "Expecting " + std::string(c.name) +
-                                               " in correct number of values\nbut found\n\t" +
-                                               words[count])
-                    << formula;
-            }
         }
     }
 };

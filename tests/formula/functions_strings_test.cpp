@@ -1,4 +1,5 @@
 #include "tests/support/anyvalues.h"
+#include "tests/support/functioncalls.h"
 
 #include "keel/document/errorlog.h"
 #include "keel/formula/builtins.h"
@@ -13,20 +14,8 @@
 namespace keel {
 namespace {
 
-namespace fs = std::filesystem;
 using test::Array;
 using test::MessageOf;
-
-std::string U8(const CString& text) {
-    return text.ToUtf8();
-}
-
-std::string Describe(const QAnyValue& value) {
-    CString message;
-    if (value.IsErrorAndGetMessage(message))
-        return "error \"" + U8(message) + "\"";
-    return value.TypeName().ToUtf8() + " " + U8(value.AsStringOrFormula());
-}
 
 QAnyValue Text(const char* text) {
     return QAnyValue(CString::FromUtf8(text));
@@ -39,98 +28,24 @@ QAnyValue Texts(std::initializer_list<const char*> texts) {
     return QAnyValue(elements);
 }
 
-struct Outcome {
-    bool ok = false;
-    QAnyValue result;
-    std::string message;
-};
+using Outcome = test::CallOutcome;
 
 // Formula texts that differ only in case share their tokens, string literals included, so no
 // two formulas here differ only in case.
-class FunctionsStringsTest : public testing::Test {
+class FunctionsStringsTest : public test::FunctionCallTest {
 protected:
     void SetUp() override {
-        TheErrorLog().SetFilename(CString::FromUtf8(LogPath().string()));
-        TheErrorLog().DiscardPendingMessages();
-        SetNoEvalReportErrors(false);
-        QEvaluator::InstallAsFormulaHook();
+        FunctionCallTest::SetUp();
         QDateTime::SetLocaleFormats(u"%d/%m/%Y", u"%H:%M:%S");
     }
     void TearDown() override {
         QDateTime::ResetLocale();
-        TheErrorLog().DiscardPendingMessages();
-        std::error_code ignored;
-        fs::remove(LogPath(), ignored);
+        FunctionCallTest::TearDown();
     }
 
-    static fs::path LogPath() {
-        return fs::temp_directory_path() /
-               ("keel-functionsstrings-" + std::to_string(::getpid()) + ".txt");
-    }
-
-    static Outcome Run(const std::string& formula) {
-        Outcome outcome;
-        QEvaluator evaluator(outcome.result, FormulaText(CString::FromUtf8(formula)), nullptr,
-                             false, true, false);
-        outcome.ok = evaluator.Evaluate();
-        outcome.message = U8(evaluator.Message());
-        return outcome;
-    }
-
-    struct ValueCase {
-        const char* formula;
-        QAnyValue expected;
-    };
-    static void ExpectValues(std::initializer_list<ValueCase> cases) {
-        for (const ValueCase& c : cases) {
-            const Outcome outcome = Run(c.formula);
-            EXPECT_TRUE(outcome.ok) << c.formula << ": " << outcome.message;
-            EXPECT_TRUE(outcome.result.Identical(c.expected))
-                << c.formula << " gave " << Describe(outcome.result) << ", expected "
-                << Describe(c.expected);
-        }
-    }
-
-    // An error or N/A argument is the result; a value that cannot be read as what the function
-    // takes gives the error of that conversion.
-    struct ErrorCase {
-        const char* formula;
-        const char* message;
-    };
-    static void ExpectErrors(std::initializer_list<ErrorCase> cases) {
-        for (const ErrorCase& c : cases) {
-            const Outcome outcome = Run(c.formula);
-            EXPECT_TRUE(outcome.ok) << c.formula << ": " << outcome.message;
-            EXPECT_EQ(MessageOf(outcome.result), c.message) << c.formula;
-        }
-    }
-
-    struct CountCase {
-        const char* name;
-        int minArgs;
-        int maxArgs;
-    };
+    // Every string function can take a text first.
     static void ExpectCountsTaken(std::initializer_list<CountCase> cases) {
-        static const char* const words[] = {"no value",     "one value",   "two values",
-                                            "three values", "four values", "five values"};
-        for (const CountCase& c : cases) {
-            const QBuiltinFunction* row = FindBuiltinFunction(FullId(c.name));
-            ASSERT_NE(row, nullptr) << c.name;
-            EXPECT_EQ(row->minArgs, c.minArgs) << c.name;
-            EXPECT_EQ(row->maxArgs, c.maxArgs) << c.name;
-            for (int count : {c.minArgs - 1, c.maxArgs + 1}) {
-                std::string formula = std::string(c.name) + "(";
-                for (int i = 0; i < count; ++i)
-                    formula += i == 0 ? "\"a\"" : ", 1";
-                formula += ")";
-                const Outcome outcome = Run(formula);
-                EXPECT_FALSE(outcome.ok) << formula;
-                EXPECT_EQ(outcome.message, "Expecting " + std::string(c.name) +
-                                               " in correct number of values\nbut found\n\t" +
-                                               words[count])
-                    << formula;
-            }
-        }
+        FunctionCallTest::ExpectCountsTaken(cases, "\"a\"");
     }
 };
 
@@ -346,7 +261,7 @@ TEST_F(FunctionsStringsTest, FormatWritesADateByAFormOrAText) {
     });
     const Outcome longDate = Run("format(45000, 1)");
     ASSERT_TRUE(longDate.ok) << longDate.message;
-    const std::string text = U8(QAnyValue(longDate.result).MakeCString());
+    const std::string text = QAnyValue(longDate.result).MakeCString().ToUtf8();
     EXPECT_NE(text.find("Wednesday"), std::string::npos) << text;
     EXPECT_NE(text.find("2023"), std::string::npos) << text;
     ExpectErrors({{"format(cverr(\"passed\"), 1)", "passed"},
