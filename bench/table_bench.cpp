@@ -1,6 +1,8 @@
 // A price list of 100 000 rows: opened lazily and read whole, looked up exactly and by nearest
 // match, and, as the peer, imported into SQLite from the same rows as CSV.
 
+#include "keel/formula/evaluator.h"
+#include "keel/formula/evaluatorfactory.h"
 #include "keel/tables/lookuptable.h"
 #include "keel/tables/lookuptablesource.h"
 
@@ -146,6 +148,38 @@ void BM_LookupNearestWalking1000Rows(benchmark::State& state) {
         benchmark::DoNotOptimize(table->Lookup(key, column, cell, nullptr, nullptr));
 }
 BENCHMARK(BM_LookupNearestWalking1000Rows)->Unit(benchmark::kMicrosecond);
+
+// The same exact look-up from a formula: the table is found by its name in the table folder on
+// every evaluation, the keys are evaluated and the function dispatched.
+class BenchFolderFactory : public QEvaluatorFactory {
+public:
+    QEvaluator* NewQEvaluator(QAnyValue& result, FormulaText formula, QFormulaContext* context,
+                              bool passThrough, bool reportErrors, bool isAction) override {
+        return new QEvaluator(result, formula, context, passThrough, reportErrors, isAction);
+    }
+    CString FolderForConstant(QConstantFolder folder) const override {
+        return folder == QConstantFolder::Table ? CString::FromUtf8(BenchFolder().string())
+                                                : CString();
+    }
+};
+
+void BM_LookupExactFromAFormula(benchmark::State& state) {
+    QLookupTableSource::Install();
+    static BenchFolderFactory factory;
+    SetEvaluatorFactory(&factory);
+    QLookupTable table = OpenFresh(VltPath());
+    table->LoadRowsIfNecessary();
+    const FormulaText formula(u"lookupexact(\"prices\", 50000, \"Price\")");
+    QAnyValue result;
+    for (auto _ : state) {
+        QEvaluator evaluator(result, formula, nullptr, false, false, false);
+        benchmark::DoNotOptimize(evaluator.Evaluate());
+    }
+    SetEvaluatorFactory(nullptr);
+    if (!result.IsDouble())
+        state.SkipWithError("the formula found no price");
+}
+BENCHMARK(BM_LookupExactFromAFormula);
 
 void SplitCsvLine(const std::string& line, std::string (&fields)[5]) {
     std::size_t start = 0;

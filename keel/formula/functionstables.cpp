@@ -17,9 +17,8 @@ constexpr unsigned c_traceEvaluations = 0x1;
 
 using Member = std::function<void(QAnyValue& table, QFormulaContext* context, QCacheState* state)>;
 
-void Trace(const CString& line) {
-    if ((QWinApp::c_UserTraceMask & c_traceEvaluations) != 0)
-        UserTraceWriteLine(line);
+bool IsTracing() {
+    return (QWinApp::c_UserTraceMask & c_traceEvaluations) != 0;
 }
 
 // "LOOKUP(prices, 7, b)": the upper-case name and the arguments' texts.
@@ -37,14 +36,21 @@ CString CallText(const QBuiltinCall& call) {
 
 // Gives the result and traces it. The table functions never fail the evaluation: a failing step
 // leaves its error, or N/A, as the result.
-bool Give(QBuiltinCall& call, const QAnyValue& value, bool& succeeded) {
-    call.result = value;
-    Trace(CallText(call) + u" = " + ValueToString(value));
+// The trace lines of a call: "LOOKUP(prices, 7, b) = $4.00", and "LOOKUP ERROR" after a failing
+// one.
+void TraceCall(const QBuiltinCall& call, const QAnyValue& value) {
+    UserTraceWriteLine(CallText(call) + u" = " + ValueToString(value));
     if (value.IsErrorOrNA()) {
         CString failed = call.name.ToString();
         failed.MakeUpper();
-        Trace(failed + u" ERROR");
+        UserTraceWriteLine(failed + u" ERROR");
     }
+}
+
+bool Give(QBuiltinCall& call, const QAnyValue& value, bool& succeeded) {
+    call.result = value;
+    if (IsTracing())
+        TraceCall(call, value);
     succeeded = true;
     return true;
 }

@@ -59,12 +59,12 @@ QAnyValue& RunOnTable(QAnyValue& table, Keys keys, const TableOperation& operati
         table = QAnyValue(results);
         return table;
     }
-    const CString name = table.Format();
+    const QAnyValue asGiven(table);
     const QTableHandlePtr handle = table.MakeLookupTable();
     if (!handle) {
         // A value that is no name can turn into a table value that holds no table.
         if (!table.IsError())
-            table.MakeError(u"Cannot find lookup table " + name);
+            table.MakeError(u"Cannot find lookup table " + asGiven.Format());
         return table;
     }
     QAnyValue result;
