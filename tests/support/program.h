@@ -40,15 +40,19 @@ protected:
     }
     void TearDown() override { std::filesystem::remove_all(m_home); }
 
+    // The home, the options and data folders of the test, and the C locale, for the shell.
+    std::string Environment() const {
+        return "HOME=" + ShellQuoted(m_home.string()) +
+               " XDG_CONFIG_HOME=" + ShellQuoted((m_home / "config").string()) +
+               " XDG_DATA_HOME=" + ShellQuoted((m_home / "data").string()) + " LC_ALL=C";
+    }
+
     // `keel` with the given words; `input` is piped to its stdin.
     ProgramOutcome Run(const std::vector<std::string>& words, const std::string& input = "") const {
         const std::filesystem::path errFile = m_home / "stderr.txt";
         const std::filesystem::path inFile = m_home / "stdin.txt";
         std::ofstream(inFile) << input;
-        std::string command = "HOME=" + ShellQuoted(m_home.string()) +
-                              " XDG_CONFIG_HOME=" + ShellQuoted((m_home / "config").string()) +
-                              " XDG_DATA_HOME=" + ShellQuoted((m_home / "data").string()) +
-                              " LC_ALL=C " + ShellQuoted(KEEL_PROGRAM);
+        std::string command = Environment() + " " + ShellQuoted(KEEL_PROGRAM);
         for (const std::string& word : words)
             command += " " + ShellQuoted(word);
         command += " <" + ShellQuoted(inFile.string()) + " 2>" + ShellQuoted(errFile.string());
@@ -64,6 +68,23 @@ protected:
         std::stringstream err;
         err << std::ifstream(errFile).rdbuf();
         outcome.err = err.str();
+        return outcome;
+    }
+
+    // `keel` with arguments as the shell reads them, quoting and redirections included; stderr
+    // comes merged into `out`.
+    ProgramOutcome RunMerged(const std::string& shellArguments) const {
+        const std::string command =
+            Environment() + " " + ShellQuoted(KEEL_PROGRAM) + " " + shellArguments + " 2>&1";
+        ProgramOutcome outcome;
+        FILE* pipe = popen(command.c_str(), "r");
+        if (!pipe)
+            return outcome;
+        char buffer[4096];
+        for (size_t n; (n = fread(buffer, 1, sizeof buffer, pipe)) > 0;)
+            outcome.out.append(buffer, n);
+        const int status = pclose(pipe);
+        outcome.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
         return outcome;
     }
 

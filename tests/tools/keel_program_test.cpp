@@ -1,3 +1,5 @@
+#include "tests/support/program.h"
+
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
@@ -7,60 +9,22 @@
 
 namespace {
 
-struct Outcome {
-    std::string out;
-    int status = -1;
-};
+using Outcome = keel::test::ProgramOutcome;
 
-// Runs the built program with a shell; `env` holds assignments put before it.
-Outcome RunKeel(const std::string& args, const std::string& env = "") {
-    const std::string command = env + " '" KEEL_PROGRAM "' " + args + " 2>&1";
-    Outcome outcome;
-    FILE* pipe = popen(command.c_str(), "r");
-    if (!pipe)
-        return outcome;
-    char buffer[4096];
-    for (size_t n; (n = fread(buffer, 1, sizeof buffer, pipe)) > 0;)
-        outcome.out.append(buffer, n);
-    const int status = pclose(pipe);
-    outcome.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-    return outcome;
-}
-
-class KeelProgram : public testing::Test {
-protected:
-    void SetUp() override {
-        m_home = std::filesystem::temp_directory_path() /
-                 ("keel-program-" + std::to_string(::getpid()) + "-" +
-                  testing::UnitTest::GetInstance()->current_test_info()->name());
-        std::filesystem::remove_all(m_home);
-        std::filesystem::create_directories(m_home / "config" / "keel");
-    }
-    void TearDown() override { std::filesystem::remove_all(m_home); }
-
-    std::string Env() const {
-        return "HOME='" + m_home.string() + "' XDG_CONFIG_HOME='" + (m_home / "config").string() +
-               "' XDG_DATA_HOME='" + (m_home / "data").string() + "' LC_ALL=C";
-    }
-    void StoreOptions(const std::string& text) const {
-        std::ofstream(m_home / "config" / "keel" / "Keel.ini") << text;
-    }
-
-    std::filesystem::path m_home;
-};
+class KeelProgram : public keel::test::KeelProgramTest {};
 
 const std::string c_data = KEEL_TEST_DATA;
 
 TEST_F(KeelProgram, HelpListsTheCommandsAndBadUsageExitsWithTwo) {
-    const Outcome help = RunKeel("help", Env());
+    const Outcome help = RunMerged("help");
     EXPECT_EQ(help.status, 0);
     for (const char* command : {"complete", "options", "translate", "demo", "--version"})
         EXPECT_NE(help.out.find(command), std::string::npos) << command;
-    EXPECT_EQ(RunKeel("", Env()).status, 2);
-    const Outcome unknown = RunKeel("frobnicate", Env());
+    EXPECT_EQ(RunMerged("").status, 2);
+    const Outcome unknown = RunMerged("frobnicate");
     EXPECT_EQ(unknown.status, 2);
     EXPECT_NE(unknown.out.find("unknown command 'frobnicate'"), std::string::npos);
-    EXPECT_EQ(RunKeel("--version", Env()).out.rfind("keel ", 0), 0u);
+    EXPECT_EQ(RunMerged("--version").out.rfind("keel ", 0), 0u);
 }
 
 TEST_F(KeelProgram, CompleteOffersTheNthNameOfTheWordsFile) {
@@ -83,7 +47,7 @@ TEST_F(KeelProgram, CompleteOffersTheNthNameOfTheWordsFile) {
         {"wi --words /no/such/file", "keel: cannot read the words file '/no/such/file'\n", 1},
     };
     for (const Case& c : cases) {
-        const Outcome outcome = RunKeel("complete " + c.args, Env());
+        const Outcome outcome = RunMerged("complete " + c.args);
         EXPECT_EQ(outcome.status, c.status) << c.args;
         if (c.status != 2) {
             EXPECT_EQ(outcome.out, c.out) << c.args;
@@ -93,7 +57,7 @@ TEST_F(KeelProgram, CompleteOffersTheNthNameOfTheWordsFile) {
 
 TEST_F(KeelProgram, OptionsShowStoredValuesAndDefaults) {
     StoreOptions("[Options]\nLengthUnits=5\nIconNum=4\n[View]\nZoom=150%\n");
-    const Outcome outcome = RunKeel("options", Env());
+    const Outcome outcome = RunMerged("options");
     EXPECT_EQ(outcome.status, 0) << outcome.out;
     for (const char* line :
          {"[Options] IconNum = 4 (stored)", "[View] ShowGrid = 0 (default)",
@@ -116,16 +80,15 @@ TEST_F(KeelProgram, TranslateUsesTheFileAndItsContexts) {
         {file + "Untranslated x", "Untranslated\n"},
     };
     for (const Case& c : cases) {
-        const Outcome outcome = RunKeel("translate" + c.args + " 2>/dev/null", Env());
+        const Outcome outcome = RunMerged("translate" + c.args + " 2>/dev/null");
         EXPECT_EQ(outcome.status, 0) << c.args;
         EXPECT_EQ(outcome.out, c.out) << c.args;
     }
 }
 
 TEST_F(KeelProgram, ABadTranslationIsReportedAndTheOriginalUsed) {
-    const Outcome outcome = RunKeel("translate --file '" + c_data +
-                                        "/translations/translations_fr.txt' 'Too many %s' x",
-                                    Env());
+    const Outcome outcome = RunMerged("translate --file '" + c_data +
+                                      "/translations/translations_fr.txt' 'Too many %s' x");
     EXPECT_EQ(outcome.status, 0);
     EXPECT_EQ(outcome.out.rfind("Too many %s\n", 0), 0u) << outcome.out;
     EXPECT_NE(outcome.out.find("Invalid translation - wrong number of format specifiers"),
@@ -136,7 +99,7 @@ TEST_F(KeelProgram, ABadTranslationIsReportedAndTheOriginalUsed) {
 
 TEST_F(KeelProgram, DemoInternsCompletesAndCombinesUnits) {
     const Outcome outcome =
-        RunKeel("demo --words '" + c_data + "/../../examples/estimating-words.txt'", Env());
+        RunMerged("demo --words '" + c_data + "/../../examples/estimating-words.txt'");
     EXPECT_EQ(outcome.status, 0) << outcome.out;
     for (const char* line : {"PropId My_Var_2", "wi     Width Window_Count Window_Height",
                              "Length 2400 * Length 3500 = Area 8.40",
@@ -145,10 +108,10 @@ TEST_F(KeelProgram, DemoInternsCompletesAndCombinesUnits) {
 }
 
 TEST_F(KeelProgram, TranslateRefusesAMissingFile) {
-    const Outcome outcome = RunKeel("translate --file /no/such/file Open x", Env());
+    const Outcome outcome = RunMerged("translate --file /no/such/file Open x");
     EXPECT_EQ(outcome.status, 1);
     EXPECT_NE(outcome.out.find("cannot read the translation file"), std::string::npos);
-    EXPECT_EQ(RunKeel("translate Open x", Env()).status, 2);
+    EXPECT_EQ(RunMerged("translate Open x").status, 2);
 }
 
 } // namespace
