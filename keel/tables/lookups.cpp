@@ -1,4 +1,5 @@
 #include "keel/formula/stringtovalue.h"
+#include "keel/platform/exceptions.h"
 #include "keel/tables/lookuptable.h"
 
 #include <initializer_list>
@@ -42,6 +43,16 @@ private:
     QLookupTableData& m_table;
     bool m_rows;
 };
+
+// A conversion that the value cannot take (an empty array made a number) leaves an error value
+// in the cell read, instead of failing the whole table.
+void ChangeTypeOrError(QAnyValue& value, QAnyValue::TYPE type) {
+    try {
+        value.ChangeType(type);
+    } catch (const InvalidArgumentException& failure) {
+        value.MakeError(CString::FromUtf8(failure.what()));
+    }
+}
 
 CString TextOf(const QAnyValue& label) {
     return ValueToString(label);
@@ -259,7 +270,7 @@ bool QLookupTableData::EvaluateCell(QAnyValue& value, TYPE type, QFormulaContext
         }
     }
     if (!value.IsEmpty() && type != QAnyValue::TYPE_EMPTY && (context || !formula))
-        value.ChangeType(type);
+        ChangeTypeOrError(value, type);
     return true;
 }
 

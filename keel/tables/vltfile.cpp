@@ -1,6 +1,7 @@
 #include "keel/document/errorlog.h"
 #include "keel/formula/evaluator.h"
 #include "keel/formula/stringtovalue.h"
+#include "keel/platform/exceptions.h"
 #include "keel/system/fsfile.h"
 #include "keel/system/pathop.h"
 #include "keel/tables/lookuptable.h"
@@ -100,13 +101,19 @@ bool ReadValueToken(CString& line, QAnyValue& value, CString& token) {
 }
 
 // The token that reads back as the value in a place of the given type. The table's own value is
-// left as it is.
+// left as it is, and a value that cannot take the type (an empty array in a column of numbers)
+// is written as it stands, so that nothing is lost.
 CString ValueToken(const QAnyValue& value, TYPE type) {
     if (value.IsEmptyOrEmptyString())
         return CString();
     QAnyValue written(value);
-    if (type != QAnyValue::TYPE_EMPTY && !QLookupTableData::IsValueFormula(written))
-        written.ChangeType(type);
+    if (type != QAnyValue::TYPE_EMPTY && !QLookupTableData::IsValueFormula(written)) {
+        try {
+            written.ChangeType(type);
+        } catch (const InvalidArgumentException&) {
+            written = value;
+        }
+    }
     const CString text = written.AsFormula().ToString();
     return written.IsString() ? DoubleQuotesAndEnclose(text) : text;
 }

@@ -43,7 +43,13 @@ std::string TypeName(QAnyValue::TYPE type) {
     return U8(QAnyValue::TypeToString(type));
 }
 
+// The display text; for an error, its message on one line.
 std::string Shown(const QAnyValue& value) {
+    CString message;
+    if (value.IsErrorAndGetMessage(message) && !message.IsEmpty()) {
+        message.Replace(u"\n", u" ");
+        return U8(message);
+    }
     return U8(QAnyValue(value).MakeCString());
 }
 
