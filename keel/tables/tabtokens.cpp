@@ -1,6 +1,7 @@
 #include "keel/tables/tabtokens.h"
 
 #include "keel/formula/tokeniser.h"
+#include "keel/values/anyvalue.h"
 
 namespace keel {
 
@@ -47,27 +48,7 @@ CString UndoDoubleQuotesAndEnclose(const CString& text) {
 }
 
 CString InsertEscapeSequences(const CString& text) {
-    CString escaped;
-    for (const char16_t ch : text.View()) {
-        switch (ch) {
-        case u'\\':
-            escaped += u"\\\\";
-            break;
-        case u'\n':
-            escaped += u"\\n";
-            break;
-        case u'\r':
-            escaped += u"\\r";
-            break;
-        case u'\t':
-            escaped += u"\\t";
-            break;
-        default:
-            escaped += ch;
-            break;
-        }
-    }
-    return escaped;
+    return QAnyValue::InsertEscapeSequences(text);
 }
 
 CString UndoInsertEscapeSequences(const CString& text) {
@@ -75,7 +56,7 @@ CString UndoInsertEscapeSequences(const CString& text) {
 }
 
 CString InsertEscapesDoubleQuotesAndEnclose(const CString& text) {
-    return DoubleQuotesAndEnclose(InsertEscapeSequences(text));
+    return QAnyValue::InsertEscapesDoubleQuotesAndEnclose(text);
 }
 
 CString UndoInsertEscapesDoubleQuotesAndEnclose(const CString& text) {

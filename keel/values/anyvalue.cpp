@@ -921,32 +921,34 @@ void QAnyValue::EvaluateStringAsNumber() {
 
 // --- Text forms --------------------------------------------------------------------------------
 
-CString QAnyValue::InsertEscapesDoubleQuotesAndEnclose(const CString& text) {
-    CString result(u'"');
+CString QAnyValue::InsertEscapeSequences(const CString& text) {
+    CString escaped;
     for (const char16_t ch : text.View()) {
         switch (ch) {
         case u'\\':
-            result += u"\\\\";
+            escaped += u"\\\\";
             break;
         case u'\n':
-            result += u"\\n";
+            escaped += u"\\n";
             break;
         case u'\r':
-            result += u"\\r";
+            escaped += u"\\r";
             break;
         case u'\t':
-            result += u"\\t";
-            break;
-        case u'"':
-            result += u"\"\"";
+            escaped += u"\\t";
             break;
         default:
-            result += ch;
+            escaped += ch;
             break;
         }
     }
-    result += u'"';
-    return result;
+    return escaped;
+}
+
+CString QAnyValue::InsertEscapesDoubleQuotesAndEnclose(const CString& text) {
+    CString result = InsertEscapeSequences(text);
+    result.Replace(CString(u"\""), CString(u"\"\""));
+    return CString(u'"') + result + u'"';
 }
 
 CString QAnyValue::FormulaTextOf() const {

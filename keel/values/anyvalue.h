@@ -305,8 +305,10 @@ public:
     // The text for a report tool's formula: "\"#N/A\"" for not-available, units as plain numbers,
     // a string as a double-quoted literal with its double quotes doubled.
     CString AsCrystalFormula() const;
-    // Backslash, newline, carriage return and tab become \\, \n, \r and \t; each double quote is
-    // doubled; the whole is enclosed in double quotes.
+    // Backslash, newline, carriage return and tab become \\, \n, \r and \t.
+    static CString InsertEscapeSequences(const CString& text);
+    // InsertEscapeSequences, then each double quote is doubled and the whole enclosed in double
+    // quotes.
     static CString InsertEscapesDoubleQuotesAndEnclose(const CString& text);
     // "rgb(r,g,b)" of a colour 0x00BBGGRR, the form the formula function reads.
     static CString ToRGBString(std::uint32_t color);

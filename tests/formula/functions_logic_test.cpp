@@ -1,5 +1,6 @@
 #include "tests/support/anyvalues.h"
 #include "tests/support/functioncalls.h"
+#include "tests/support/namescontext.h"
 
 #include "keel/document/errorlog.h"
 #include "keel/formula/builtins.h"
@@ -26,24 +27,7 @@ std::string U8(const CString& text) {
     return text.ToUtf8();
 }
 
-// A context answering from a table of its own.
-class LogicContext : public QFormulaContext {
-public:
-    CString SimpleTypeName() const override { return u"Panel"; }
-    QProperties* Properties() const override { return nullptr; }
-    bool SimpleLookupValueInThis(PropId name, QAnyValue& value, bool&, QCacheState&,
-                                 bool) override {
-        const auto* entry = m_values.PLookup(name);
-        if (!entry)
-            return false;
-        value = entry->value;
-        return true;
-    }
-    void Set(const char* name, const QAnyValue& value) { m_values[PropId(name)] = value; }
-
-private:
-    QMap<PropId, QAnyValue> m_values;
-};
+using LogicContext = test::NamesContext;
 
 // Serves the reserved name "report" with one value, and "len" with two, through its extras.
 class ExtrasEvaluator : public QEvaluator {

@@ -56,15 +56,7 @@ protected:
         for (const std::string& word : words)
             command += " " + ShellQuoted(word);
         command += " <" + ShellQuoted(inFile.string()) + " 2>" + ShellQuoted(errFile.string());
-        ProgramOutcome outcome;
-        FILE* pipe = popen(command.c_str(), "r");
-        if (!pipe)
-            return outcome;
-        char buffer[4096];
-        for (size_t n; (n = fread(buffer, 1, sizeof buffer, pipe)) > 0;)
-            outcome.out.append(buffer, n);
-        const int status = pclose(pipe);
-        outcome.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+        ProgramOutcome outcome = Piped(command);
         std::stringstream err;
         err << std::ifstream(errFile).rdbuf();
         outcome.err = err.str();
@@ -74,8 +66,12 @@ protected:
     // `keel` with arguments as the shell reads them, quoting and redirections included; stderr
     // comes merged into `out`.
     ProgramOutcome RunMerged(const std::string& shellArguments) const {
-        const std::string command =
-            Environment() + " " + ShellQuoted(KEEL_PROGRAM) + " " + shellArguments + " 2>&1";
+        return Piped(Environment() + " " + ShellQuoted(KEEL_PROGRAM) + " " + shellArguments +
+                     " 2>&1");
+    }
+
+    // Runs a shell command and gives what it wrote to stdout and its exit status.
+    static ProgramOutcome Piped(const std::string& command) {
         ProgramOutcome outcome;
         FILE* pipe = popen(command.c_str(), "r");
         if (!pipe)
