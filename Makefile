@@ -1,9 +1,12 @@
 # The two commands of README are `make demo` and `make test`; each sets up a fresh Debian machine first.
 JOBS ?= $(shell nproc)
 FUZZ_SECONDS ?= 30
+MUTANTS ?= 30
+MUTANTS_SEED ?= 1
+SUBSYSTEMS ?=
 CMAKE_CONFIGURE = cmake -G Ninja -S . -Wno-dev
 
-.PHONY: demo test test-sanitize test-tsan bench fuzz build deps format format-check clean
+.PHONY: demo test test-sanitize test-tsan bench fuzz mutants build deps format format-check clean
 
 demo: build
 	build/bin/keel demo
@@ -42,6 +45,12 @@ fuzz: deps
 			build-fuzz/corpus/$$name fuzz/corpus/$$name || exit 1; \
 	done
 
+# A sample of MUTANTS small faults a subsystem, drawn with MUTANTS_SEED; the report names the survivors.
+mutants: deps
+	$(CMAKE_CONFIGURE) -B build-mutants -DCMAKE_BUILD_TYPE=Release -DCMAKE_CXX_FLAGS_RELEASE=-O1
+	cmake --build build-mutants -j $(JOBS)
+	python3 tools/mutants/mutants.py --build-dir build-mutants --seed $(MUTANTS_SEED) --count $(MUTANTS) $(SUBSYSTEMS)
+
 deps:
 	@cmake/install-deps.sh
 
@@ -52,4 +61,4 @@ format-check:
 	git ls-files '*.h' '*.cpp' | xargs clang-format --dry-run --Werror
 
 clean:
-	rm -rf build build-sanitize build-tsan build-bench build-fuzz
+	rm -rf build build-sanitize build-tsan build-bench build-fuzz build-mutants
