@@ -4,6 +4,8 @@
 #include "keel/document/winapp.h"
 
 #include <cstdio>
+#include <exception>
+#include <new>
 #include <string_view>
 #include <vector>
 
@@ -83,6 +85,12 @@ int UsageError(std::string_view message) {
     return 2;
 }
 
+int UsageError(std::string_view command, std::string_view message) {
+    std::fprintf(stderr, "keel %.*s: %.*s\nTry 'keel help'.\n", static_cast<int>(command.size()),
+                 command.data(), static_cast<int>(message.size()), message.data());
+    return 2;
+}
+
 } // namespace keel::tool
 
 namespace keel::tool {
@@ -114,6 +122,33 @@ int Dispatch(std::string_view command, std::span<const std::string_view> rest) {
     return UsageError("unknown command '" + std::string(command) + "'");
 }
 
+// What escapes a command is its failure: said in the program's words, never a crash.
+int DispatchGuarded(std::string_view command, std::span<const std::string_view> rest) {
+    try {
+        return Dispatch(command, rest);
+    } catch (const std::bad_alloc&) {
+        std::fflush(stdout);
+        std::fputs("keel: Out of memory\n", stderr);
+    } catch (const std::exception& failure) {
+        std::fflush(stdout);
+        std::fprintf(stderr, "keel: %s\n", failure.what());
+    }
+    return 1;
+}
+
+// Messages wait for the application to have time; a command has it when it is done. Each is
+// shown once, on its own, without the offers of the boxes that would show it on a desktop.
+void ShowPendingMessages() {
+    QErrorLog& log = TheErrorLog();
+    for (int i = 0; i < log.GetSize(); ++i) {
+        std::string text = log.Message(i).ToUtf8();
+        text.erase(text.find_last_not_of(" \t\r\n") + 1);
+        std::fprintf(stderr, "keel: %s: %s\n", log.ErrorType(i)->Description().ToUtf8().c_str(),
+                     text.c_str());
+    }
+    log.DiscardPendingMessages();
+}
+
 } // namespace
 } // namespace keel::tool
 
@@ -125,10 +160,9 @@ int main(int argc, char** argv) {
     const std::vector<std::string_view> args(argv + 1, argv + argc);
     if (args.empty())
         return UsageError("no command given");
-    const int status = Dispatch(args.front(), std::span(args).subspan(1));
-    // Messages wait for the application to have time; a command has it when it is done.
+    const int status = DispatchGuarded(args.front(), std::span(args).subspan(1));
     std::fflush(stdout);
-    keel::QErrorLog::DisplayThePendingMessages(false);
+    ShowPendingMessages();
     application.ExitInstance();
     return status;
 }

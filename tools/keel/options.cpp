@@ -58,7 +58,7 @@ void ShowFileLocations(const QWinApp& app) {
 
 int RunOptions(std::span<const std::string_view> args) {
     if (!args.empty())
-        return UsageError("options takes no arguments");
+        return UsageError("options", "takes no arguments");
     QWinApp& app = *QWinApp::GetApp();
     app.LoadOptions();
     app.InitRegistryOptionsCache();
