@@ -34,9 +34,11 @@ Commands:
                                 file FILE
   eval [OPTIONS] [--] FORMULA...
                                 evaluate each FORMULA and print its type, a tab and
-                                its value, one line each (exit 1 if any fails):
-    --json                      one JSON object a line: formula, ok, message, type,
-                                typeNumber, text and raw (the stored payload)
+                                its value, one line each; an error value shows its
+                                message (exit 1 if any fails or gives an error value):
+    --json                      one JSON object a line: formula, ok, error (true for
+                                an error value), message, type, typeNumber, text and
+                                raw (the stored payload)
     --action                    run the formulas as action fields
     --length-units N            the default units: length 1-7 (3 mm, 5 in, 7 m),
     --area-units N              area and volume 1-7 (7 square or cubic metres),
@@ -49,9 +51,10 @@ Commands:
                                 they run); properties may refer to each other
   repl [OPTIONS]                the same, a line at a time, with history and Tab
                                 completion of names; reads plain lines from a pipe
-  run FILE [OPTIONS]            evaluate the formula file FILE, a block of statements,
-                                with the options of eval, and print its line as eval
-                                does; exit 2 when FILE cannot be read
+  run FILE [OPTIONS]            evaluate the formula file FILE (UTF-8, a byte order
+                                mark skipped), a block of statements, with the options
+                                of eval, and print its line as eval does; exit 1 when
+                                FILE holds a NUL byte, 2 when it cannot be read
   table show FILE               print a lookup table: its comment, counts, headings with
                                 their types, and every row
   table check FILE              read the whole table; every message of the reader is
@@ -64,7 +67,9 @@ Commands:
   demo [--words FILE] [--tables FOLDER]
                                 a short tour of what the library does so far
 
-Exit status: 0 done, 1 failed, 2 bad usage.
+Exit status: 0 done; 1 failed (for eval, repl and run: a formula failed or gave an
+error value); 2 bad usage. Messages that wait for the user are shown on stderr when
+the command ends.
 )";
 
 int PrintHelp() {
