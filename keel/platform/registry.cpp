@@ -194,14 +194,16 @@ std::optional<std::string> ReadRegularFile(const std::string& path, CString& rea
     return data;
 }
 
-// Writes go to the file a symbolic link points at, so that a linked options file stays linked.
+// Writes go to the file a symbolic link points at, so that a linked options file stays linked;
+// a link to anything but a regular file is itself replaced, and what it points at left alone.
 std::string ResolvedPath(const std::string& path) {
     char* resolved = ::realpath(path.c_str(), nullptr);
     if (!resolved)
         return path;
     std::string result(resolved);
     std::free(resolved);
-    return result;
+    struct stat status {};
+    return ::stat(result.c_str(), &status) == 0 && S_ISREG(status.st_mode) ? result : path;
 }
 
 } // namespace

@@ -354,7 +354,7 @@ TEST_F(KeelHardening, RunningOutOfMemoryIsSaidInTheProgramsWords) {
     if (c_sanitized)
         GTEST_SKIP() << "a sanitizer's shadow memory does not fit under the limit";
     const Outcome outcome =
-        Run({"eval", "len(rept(\"abcdefghij\", 100000000))"}, "", "ulimit -v 1000000; ");
+        Run({"eval", "len(rept(\"abcdefghij\", 100000000))"}, "", "ulimit -v 400000; ");
     EXPECT_EQ(outcome.status, 1);
     EXPECT_EQ(outcome.err, "keel: cannot evaluate 'len(rept(\"abcdefghij\", 100000000))'\n"
                            "Out of memory\n");
