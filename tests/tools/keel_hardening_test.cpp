@@ -331,6 +331,14 @@ TEST_F(KeelHardening, WaitingMessagesAreShownOnceAtTheEnd) {
     EXPECT_EQ(Occurrences(outcome.err, "Invalid translation"), 1u);
     EXPECT_EQ(outcome.err.find("=>"), std::string::npos);
     EXPECT_EQ(outcome.err.find("\\n"), std::string::npos);
+
+    // The options command reports what it read; a reason that waits is left to the end.
+    std::filesystem::create_directory(m_home / "config" / "keel" / "Keel.ini");
+    const Outcome options = Run({"options"});
+    EXPECT_EQ(options.status, 0);
+    const std::string reason = "Not a regular file";
+    EXPECT_EQ(Occurrences(options.out + options.err, reason), 1u) << options.out << options.err;
+    EXPECT_NE(options.err.find("keel: Options: Cannot read the options file"), std::string::npos);
 }
 
 TEST_F(KeelHardening, ARangeBeyondTheLimitIsAnErrorValue) {
