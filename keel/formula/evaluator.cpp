@@ -12,6 +12,7 @@
 #include <climits>
 #include <memory>
 #include <mutex>
+#include <new>
 #include <utility>
 #include <vector>
 
@@ -110,6 +111,9 @@ bool ParseAndEvaluate(QEvaluator& evaluator, CString& failure) {
             return false;
         return evaluator.PastEOF() || evaluator.ExpectingButFoundIn(
                                           u"end of formula", evaluator.ThisCharPlus(20), CString());
+    } catch (const std::bad_alloc&) {
+        failure = u"Out of memory";
+        return false;
     } catch (const std::exception& exception) { // CException among them
         failure = ErrorMessage(exception);
         return false;

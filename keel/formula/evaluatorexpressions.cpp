@@ -432,9 +432,14 @@ void ApplyDollarSign(QAnyValue& value) {
     value = QAnyValue(QMoney::FromRaw(QMoney::dollar_to_raw(value.MakeDouble())));
 }
 
+// An array literal spreads its ranges into at most this many elements; a range that goes on
+// would take gigabytes before it ended.
+constexpr int c_maxRangeElements = 1'000'000;
+
 // The values from `start` to `end` by `step`, rising or falling by the sign of the step. A step
-// that does not move the value ends the range after its first value.
-void AppendRange(QArray<QAnyValue>& elements, const QAnyValue& start, const QAnyValue& end,
+// that does not move the value ends the range after its first value. False when the elements
+// would pass the limit of a range.
+bool AppendRange(QArray<QAnyValue>& elements, const QAnyValue& start, const QAnyValue& end,
                  const QAnyValue& step) {
     bool failed = false;
     const bool rising = step.Compare(QAnyValue(0), failed) >= 0;
@@ -442,18 +447,21 @@ void AppendRange(QArray<QAnyValue>& elements, const QAnyValue& start, const QAny
     for (;;) {
         const int sign = value.Compare(end, failed);
         if (failed || (rising ? sign > 0 : sign < 0))
-            return;
+            return true;
+        if (elements.GetSize() >= c_maxRangeElements)
+            return false;
         elements.Add(value);
         QAnyValue next(value);
         next += step;
         if (next.Compare(value, failed) == 0)
-            return;
+            return true;
         value = next;
     }
 }
 
-// One element of an array literal, or a range "start to end step s" spread into elements.
-bool EvaluateArrayElement(QEvaluator& evaluator, QArray<QAnyValue>& elements) {
+// One element of an array literal, or a range "start to end step s" spread into elements;
+// `fits` is cleared when a range passes the limit.
+bool EvaluateArrayElement(QEvaluator& evaluator, QArray<QAnyValue>& elements, bool& fits) {
     const Words& w = Word();
     QAnyValue start;
     if (!evaluator.EvaluateBlock(start))
@@ -470,27 +478,31 @@ bool EvaluateArrayElement(QEvaluator& evaluator, QArray<QAnyValue>& elements) {
     QAnyValue step(rising ? 1 : -1);
     if (evaluator.MatchId(w.step) && !evaluator.EvaluateBlock(step))
         return false;
-    if (evaluator.IsEval())
-        AppendRange(elements, start, end, step);
+    if (evaluator.IsEval() && fits)
+        fits = AppendRange(elements, start, end, step);
     return true;
 }
 
 // An array literal after its "[": elements separated by ",", an empty position an empty element.
+// A literal whose ranges pass the limit is the error "Out of memory".
 bool EvaluateArrayLiteral(QEvaluator& evaluator, QAnyValue& result) {
     QArray<QAnyValue> elements;
+    bool fits = true;
     if (!evaluator.MatchChar(u']')) {
         do {
             if (evaluator.TestChar(u',') || evaluator.TestChar(u']'))
                 elements.Add(QAnyValue());
-            else if (!EvaluateArrayElement(evaluator, elements))
+            else if (!EvaluateArrayElement(evaluator, elements, fits))
                 return false;
         } while (evaluator.MatchChar(u','));
         if (!evaluator.MatchChar(u']'))
             return evaluator.ExpectingMatchingButFoundIn(u"']'", u"'['", evaluator.ThisCharPlus(),
                                                          u"array value");
     }
-    if (evaluator.IsEval())
+    if (evaluator.IsEval() && fits)
         result = QAnyValue(elements);
+    else if (evaluator.IsEval())
+        result.MakeError(u"Out of memory");
     return true;
 }
 

@@ -4,6 +4,7 @@
 #include <climits>
 #include <cstdlib>
 #include <cstring>
+#include <fcntl.h>
 #include <glib.h>
 #include <optional>
 #include <pwd.h>
@@ -147,14 +148,62 @@ bool WriteAll(int fd, const std::string& data) {
     return true;
 }
 
-// Writes go to the file a symbolic link points at, so that a linked options file stays linked.
+bool ReadAll(int fd, std::string& data) {
+    char buffer[16384];
+    for (;;) {
+        const ssize_t count = ::read(fd, buffer, sizeof buffer);
+        if (count < 0 && errno == EINTR)
+            continue;
+        if (count < 0)
+            return false;
+        if (count == 0)
+            return true;
+        data.append(buffer, static_cast<std::size_t>(count));
+    }
+}
+
+// The whole of a regular file, or empty with the reason. Anything else in its place, a folder, a
+// FIFO or a device, is refused before it is opened, and the open does not wait, so that a FIFO
+// put there in between is refused too instead of blocking the reader.
+std::optional<std::string> ReadRegularFile(const std::string& path, CString& reason) {
+    static const CString notRegular = u"Not a regular file";
+    struct stat status {};
+    if (::stat(path.c_str(), &status) != 0) {
+        reason = ErrnoText(errno);
+        return std::nullopt;
+    }
+    if (!S_ISREG(status.st_mode)) {
+        reason = notRegular;
+        return std::nullopt;
+    }
+    const int fd = ::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC | O_NOCTTY);
+    if (fd < 0) {
+        reason = ErrnoText(errno);
+        return std::nullopt;
+    }
+    std::optional<std::string> data;
+    if (::fstat(fd, &status) != 0)
+        reason = ErrnoText(errno);
+    else if (!S_ISREG(status.st_mode))
+        reason = notRegular;
+    else if (std::string bytes; ReadAll(fd, bytes))
+        data = std::move(bytes);
+    else
+        reason = ErrnoText(errno);
+    ::close(fd);
+    return data;
+}
+
+// Writes go to the file a symbolic link points at, so that a linked options file stays linked;
+// a link to anything but a regular file is itself replaced, and what it points at left alone.
 std::string ResolvedPath(const std::string& path) {
     char* resolved = ::realpath(path.c_str(), nullptr);
     if (!resolved)
         return path;
     std::string result(resolved);
     std::free(resolved);
-    return result;
+    struct stat status {};
+    return ::stat(result.c_str(), &status) == 0 && S_ISREG(status.st_mode) ? result : path;
 }
 
 } // namespace
@@ -189,10 +238,14 @@ public:
 
     // Empty when loaded; otherwise what went wrong.
     CString Load(const CString& path) {
+        CString reason;
+        const std::optional<std::string> data = ReadRegularFile(path.ToUtf8(), reason);
+        if (!data)
+            return reason;
         GError* error = nullptr;
         const GKeyFileFlags flags =
             static_cast<GKeyFileFlags>(G_KEY_FILE_KEEP_COMMENTS | G_KEY_FILE_KEEP_TRANSLATIONS);
-        if (g_key_file_load_from_file(m_file, path.ToUtf8().c_str(), flags, &error))
+        if (g_key_file_load_from_data(m_file, data->data(), data->size(), flags, &error))
             return CString();
         CString message = CString::FromUtf8(error->message);
         g_error_free(error);

@@ -47,12 +47,15 @@ protected:
                " XDG_DATA_HOME=" + ShellQuoted((m_home / "data").string()) + " LC_ALL=C";
     }
 
-    // `keel` with the given words; `input` is piped to its stdin.
-    ProgramOutcome Run(const std::vector<std::string>& words, const std::string& input = "") const {
+    // `keel` with the given words; `input` is piped to its stdin. `shellSetup` goes ahead of the
+    // command as the shell reads it: limits ("ulimit -t 30; ") or a wrapper that takes the
+    // environment's assignments ("timeout 10 env ").
+    ProgramOutcome Run(const std::vector<std::string>& words, const std::string& input = "",
+                       const std::string& shellSetup = "") const {
         const std::filesystem::path errFile = m_home / "stderr.txt";
         const std::filesystem::path inFile = m_home / "stdin.txt";
         std::ofstream(inFile) << input;
-        std::string command = Environment() + " " + ShellQuoted(KEEL_PROGRAM);
+        std::string command = shellSetup + Environment() + " " + ShellQuoted(KEEL_PROGRAM);
         for (const std::string& word : words)
             command += " " + ShellQuoted(word);
         command += " <" + ShellQuoted(inFile.string()) + " 2>" + ShellQuoted(errFile.string());

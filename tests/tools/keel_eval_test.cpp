@@ -51,7 +51,6 @@ TEST_F(KeelEvalProgram, PlainLinesAreTheTypeNameATabAndTheDisplayText) {
         {"red", "Color\trgb(255,0,0)"},
         {"[1, 2, 3]", "Array\t[1,2,3]"},
         {"na", "#N/A\t#N/A"},
-        {"1 / 0", "#ERR!\t#ERR!"}, // an error value is a result: the formula evaluated
         {"", "<none>\t"},
         {"// only a comment", "<none>\t"},
     };
@@ -104,8 +103,6 @@ TEST_F(KeelEvalProgram, JsonLinesCarryTheStoredPayload) {
                R"("text":"#N/A","raw":null})"},
         {"", R"({"formula":"","ok":true,"message":"","type":"<none>","typeNumber":0,)"
              R"("text":"","raw":null})"},
-        {"1 / 0", R"({"formula":"1 / 0","ok":true,"message":"","type":"#ERR!","typeNumber":-1,)"
-                  R"("text":"#ERR!","raw":"Division by zero"})"},
     };
     for (const PlainCase& c : cases) {
         const Outcome outcome = Eval({"--json", c.formula});
@@ -138,7 +135,7 @@ TEST_F(KeelEvalProgram, JsonEscapesQuotesBackslashesAndControlCharacters) {
 TEST_F(KeelEvalProgram, JsonOfAFailureHoldsTheMessageAndExitsWithOne) {
     const Outcome outcome = Eval({"--json", "(1 + 2", "1"});
     EXPECT_EQ(outcome.out,
-              R"({"formula":"(1 + 2","ok":false,)"
+              R"({"formula":"(1 + 2","ok":false,"error":true,)"
               R"("message":"Expecting a matching ')' for the '('\nbut found end of formula",)"
               R"("type":"#ERR!","typeNumber":-1,"text":"#ERR!",)"
               R"("raw":"Expecting a matching ')' for the '('\nbut found end of formula"})"
@@ -164,7 +161,8 @@ TEST_F(KeelEvalProgram, JsonRatesGiveTheirHalvesAsValues) {
 // logged: the line on stdout is the only report.
 TEST_F(KeelEvalProgram, AnUnknownNameIsNamedInTheMessageAndNothingIsLogged) {
     const Outcome outcome = Eval({"--json", "width * 2"});
-    EXPECT_EQ(outcome.out, R"({"formula":"width * 2","ok":false,"message":"Unknown name\n\twidth",)"
+    EXPECT_EQ(outcome.out, R"({"formula":"width * 2","ok":false,"error":true,)"
+                           R"("message":"Unknown name\n\twidth",)"
                            R"("type":"#ERR!","typeNumber":-1,"text":"#ERR!",)"
                            R"("raw":"Unknown name\n\twidth"})"
                            "\n");
@@ -227,34 +225,38 @@ struct UsageCase {
 TEST_F(KeelEvalProgram, BadUsageExitsWithTwoAndSaysWhy) {
     const std::string noSuchFolder = (m_home / "no-such-folder").string();
     const UsageCase cases[] = {
-        {{}, "keel: eval takes [--json] [--action]"},
-        {{"--json"}, "keel: eval takes [--json] [--action]"},
-        {{"--verbose", "1"}, "keel: unknown option '--verbose' of eval\n"},
-        {{"--length-units"}, "keel: --length-units needs a value\n"},
-        {{"--length-units", "8", "1"}, "keel: --length-units takes a unit number from 1 to 7\n"},
-        {{"--length-units", "0", "1"}, "keel: --length-units takes a unit number from 1 to 7\n"},
-        {{"--length-units", "mm", "1"}, "keel: --length-units takes a unit number from 1 to 7\n"},
-        {{"--area-units", "9", "1"}, "keel: --area-units takes a unit number from 1 to 7\n"},
-        {{"--volume-units", "-1", "1"}, "keel: --volume-units takes a unit number from 1 to 7\n"},
-        {{"--angle-units", "4", "1"}, "keel: --angle-units takes a unit number from 1 to 3\n"},
-        {{"--inch-fraction", "8", "1"}, "keel: --inch-fraction takes 0, 1, 16 or 32\n"},
+        {{}, "keel eval: usage: keel eval [--json] [--action]"},
+        {{"--json"}, "keel eval: usage: keel eval [--json] [--action]"},
+        {{"--verbose", "1"}, "keel eval: unknown option '--verbose'\n"},
+        {{"--length-units"}, "keel eval: --length-units needs a value\n"},
+        {{"--length-units", "8", "1"},
+         "keel eval: --length-units takes a unit number from 1 to 7\n"},
+        {{"--length-units", "0", "1"},
+         "keel eval: --length-units takes a unit number from 1 to 7\n"},
+        {{"--length-units", "mm", "1"},
+         "keel eval: --length-units takes a unit number from 1 to 7\n"},
+        {{"--area-units", "9", "1"}, "keel eval: --area-units takes a unit number from 1 to 7\n"},
+        {{"--volume-units", "-1", "1"},
+         "keel eval: --volume-units takes a unit number from 1 to 7\n"},
+        {{"--angle-units", "4", "1"}, "keel eval: --angle-units takes a unit number from 1 to 3\n"},
+        {{"--inch-fraction", "8", "1"}, "keel eval: --inch-fraction takes 0, 1, 16 or 32\n"},
         {{"--table-dir", noSuchFolder, "1"},
-         "keel: --table-dir needs a folder that exists: '" + noSuchFolder + "'\n"},
-        {{"--set"}, "keel: --set needs a value\n"},
-        {{"--set", "width", "1"}, "keel: --set takes NAME=FORMULA\n"},
-        {{"--set", "=3", "1"}, "keel: --set takes NAME=FORMULA\n"},
-        {{"--set", " =3", "1"}, "keel: --set takes NAME=FORMULA\n"},
-        {{"--set", "width=", "1"}, "keel: --set takes NAME=FORMULA\n"},
-        {{"--set", "width=  ", "1"}, "keel: --set takes NAME=FORMULA\n"},
-        {{"--set", "2x=3", "1"}, "keel: --set takes NAME=FORMULA, and '2x' is not a name\n"},
+         "keel eval: --table-dir needs a folder that exists: '" + noSuchFolder + "'\n"},
+        {{"--set"}, "keel eval: --set needs a value\n"},
+        {{"--set", "width", "1"}, "keel eval: --set takes NAME=FORMULA\n"},
+        {{"--set", "=3", "1"}, "keel eval: --set takes NAME=FORMULA\n"},
+        {{"--set", " =3", "1"}, "keel eval: --set takes NAME=FORMULA\n"},
+        {{"--set", "width=", "1"}, "keel eval: --set takes NAME=FORMULA\n"},
+        {{"--set", "width=  ", "1"}, "keel eval: --set takes NAME=FORMULA\n"},
+        {{"--set", "2x=3", "1"}, "keel eval: --set takes NAME=FORMULA, and '2x' is not a name\n"},
         {{"--set", "my width=3", "1"},
-         "keel: --set takes NAME=FORMULA, and 'my width' is not a name\n"},
-        {{"--set", "a.b=3", "1"}, "keel: --set takes NAME=FORMULA, and 'a.b' is not a name\n"},
+         "keel eval: --set takes NAME=FORMULA, and 'my width' is not a name\n"},
+        {{"--set", "a.b=3", "1"}, "keel eval: --set takes NAME=FORMULA, and 'a.b' is not a name\n"},
         {{"--set", "x=1 +", "1"},
-         "keel: --set cannot store the formula of x: Expecting a number, string, name or "
+         "keel eval: --set cannot store the formula of x: Expecting a number, string, name or "
          "(expression)\nbut found end of formula\n"},
         {{"--set", "x=1", "--set", "y=(x", "x"},
-         "keel: --set cannot store the formula of y: Expecting a matching ')' for the '('\n"
+         "keel eval: --set cannot store the formula of y: Expecting a matching ')' for the '('\n"
          "but found end of formula\n"},
     };
     for (const UsageCase& c : cases) {
@@ -345,9 +347,9 @@ TEST_F(KeelEvalProgram, TableStatementsAreForActionFieldsAlone) {
         << refused.err;
 
     // In an action field the statement runs; with no tables to be had, its value is the error
-    // of a missing table, which is a value and no failure of the formula.
+    // of a missing table: the formula evaluated, and gave an error value.
     const Outcome action = Eval({"--json", "--action", formula});
-    EXPECT_EQ(action.status, 0) << action.err;
+    EXPECT_EQ(action.status, 1) << action.err;
     EXPECT_NE(action.out.find("\"raw\":\"Cannot find lookup table prices\""), std::string::npos)
         << action.out;
 }
@@ -384,7 +386,7 @@ TEST_F(KeelEvalProgram, ReplGoesOnAfterAFailureAndExitsWithOne) {
 TEST_F(KeelEvalProgram, ReplRefusesFormulasOnItsCommandLine) {
     const Outcome outcome = Run({"repl", "1+2"});
     EXPECT_EQ(outcome.status, 2);
-    EXPECT_EQ(outcome.err.rfind("keel: repl takes the options of eval and no FORMULA\n", 0), 0u)
+    EXPECT_EQ(outcome.err.rfind("keel repl: takes the options of eval and no FORMULA\n", 0), 0u)
         << outcome.err;
 }
 

@@ -140,12 +140,13 @@ TEST_F(KeelRunProgram, BadUsageExitsWithTwo) {
         const Outcome outcome = Run(words);
         EXPECT_EQ(outcome.status, 2) << words.size();
         EXPECT_EQ(outcome.out, "");
-        EXPECT_EQ(outcome.err.rfind("keel: run takes FILE [--json] [--action]", 0), 0u)
+        EXPECT_EQ(outcome.err.rfind("keel run: usage: keel run FILE [--json] [--action]", 0), 0u)
             << outcome.err;
     }
     const Outcome badSet = Run({script, "--set", "2x=1"});
     EXPECT_EQ(badSet.status, 2);
-    EXPECT_EQ(badSet.err.rfind("keel: --set takes NAME=FORMULA, and '2x' is not a name\n", 0), 0u)
+    EXPECT_EQ(badSet.err.rfind("keel run: --set takes NAME=FORMULA, and '2x' is not a name\n", 0),
+              0u)
         << badSet.err;
 }
 

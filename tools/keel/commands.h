@@ -26,7 +26,10 @@ int RunRun(std::span<const std::string_view> args);
 int RunTable(std::span<const std::string_view> args);
 int RunTranslate(std::span<const std::string_view> args);
 
+// Says what is wrong with the command line, on stderr, and gives 2: "keel: MESSAGE", or with a
+// subcommand "keel COMMAND: MESSAGE".
 int UsageError(std::string_view message);
+int UsageError(std::string_view command, std::string_view message);
 
 // Interns every non-blank line of a UTF-8 file as a name offered for completion; gives the
 // number of lines taken, or -1 (with a message on stderr) when the file cannot be read.
@@ -45,18 +48,18 @@ struct EvalOptions {
 void PrepareEvaluation();
 // Reads the options of `keel eval`, applying the unit options as they come and storing each
 // --set property on the root context, which it makes; the other arguments are the formulas.
-// Returns 0, or the exit status of bad usage after saying what is wrong.
-int ParseEvalOptions(std::span<const std::string_view> args, EvalOptions& options,
-                     std::vector<std::string_view>& formulas);
+// Returns 0, or the exit status of bad usage after saying what is wrong of `command`.
+int ParseEvalOptions(std::string_view command, std::span<const std::string_view> args,
+                     EvalOptions& options, std::vector<std::string_view>& formulas);
 // Evaluates a formula in `context` (which may be null) into `result`. The failure's message is
 // composed, as with reports on, but neither shown nor logged: it comes back in `message`. True
 // when the formula evaluated.
 bool EvaluateQuietly(std::string_view formula, QFormulaContext* context, bool action,
                      QAnyValue& result, CString& message);
 // Evaluates one formula in the options' root context and prints its line: the type name, a tab
-// and the display text, or with `json` one JSON object. A failure's message also goes to stderr
-// in the plain form, naming the formula by its text or by `shownAs` when given. True when the
-// formula evaluated.
+// and the display text (an error value's message), or with `json` one JSON object. A failure's
+// message goes to stderr in the plain form, naming the formula by its text or by `shownAs` when
+// given. True when the formula evaluated to a value that is no error value.
 bool EvaluateAndPrint(std::string_view formula, const EvalOptions& options,
                       std::string_view shownAs = {});
 

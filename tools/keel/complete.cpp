@@ -27,6 +27,8 @@ int InternWordsFile(std::string_view path) {
 
 namespace {
 
+constexpr std::string_view c_completeUsage = "usage: keel complete PREFIX [N] --words FILE";
+
 struct CompleteArgs {
     std::string_view prefix;
     int n = 0;
@@ -43,21 +45,23 @@ int ParseCompleteArgs(std::span<const std::string_view> args, CompleteArgs& pars
     for (size_t i = 0; i < args.size(); ++i) {
         if (args[i] == "--words") {
             if (++i == args.size())
-                return UsageError("--words needs a file name");
+                return UsageError("complete", "--words needs a file name");
             parsed.wordsFile = args[i];
+        } else if (args[i].starts_with("--")) {
+            return UsageError("complete", "unknown option '" + std::string(args[i]) + "'");
         } else if (positional == 0) {
             parsed.prefix = args[i];
             ++positional;
         } else if (positional == 1) {
             if (!ParseCount(args[i], parsed.n))
-                return UsageError("N must be a whole number of 0 or more");
+                return UsageError("complete", "N must be a whole number of 0 or more");
             ++positional;
         } else {
-            return UsageError("complete takes PREFIX [N] --words FILE");
+            return UsageError("complete", c_completeUsage);
         }
     }
     if (positional == 0 || parsed.wordsFile.empty())
-        return UsageError("complete takes PREFIX [N] --words FILE");
+        return UsageError("complete", c_completeUsage);
     return 0;
 }
 

@@ -198,7 +198,7 @@ int RunDemo(std::span<const std::string_view> args) {
         else if (i + 1 < args.size() && args[i] == "--tables")
             tablesFolder = args[i + 1];
         else
-            return UsageError("demo takes [--words FILE] [--tables FOLDER]");
+            return UsageError("demo", "usage: keel demo [--words FILE] [--tables FOLDER]");
     }
 
     ShowInterning();

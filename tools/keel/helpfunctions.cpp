@@ -49,7 +49,7 @@ void PrintGroup(const QBuiltinGroup& group, bool parsesOwnArguments) {
 
 int RunHelpFunctions(std::span<const std::string_view> args) {
     if (!args.empty())
-        return UsageError("help functions takes no arguments");
+        return UsageError("help functions", "takes no arguments");
     std::printf("The built-in functions: name(arguments), then the counts of arguments taken.\n"
                 "'action': only in an action field. '(the application's)': reserved for an\n"
                 "application's evaluator, which gives the body.\n\n");

@@ -4,6 +4,8 @@
 #include "keel/document/winapp.h"
 
 #include <cstdio>
+#include <exception>
+#include <new>
 #include <string_view>
 #include <vector>
 
@@ -32,9 +34,11 @@ Commands:
                                 file FILE
   eval [OPTIONS] [--] FORMULA...
                                 evaluate each FORMULA and print its type, a tab and
-                                its value, one line each (exit 1 if any fails):
-    --json                      one JSON object a line: formula, ok, message, type,
-                                typeNumber, text and raw (the stored payload)
+                                its value, one line each; an error value shows its
+                                message (exit 1 if any fails or gives an error value):
+    --json                      one JSON object a line: formula, ok, error (true for
+                                an error value), message, type, typeNumber, text and
+                                raw (the stored payload)
     --action                    run the formulas as action fields
     --length-units N            the default units: length 1-7 (3 mm, 5 in, 7 m),
     --area-units N              area and volume 1-7 (7 square or cubic metres),
@@ -47,9 +51,10 @@ Commands:
                                 they run); properties may refer to each other
   repl [OPTIONS]                the same, a line at a time, with history and Tab
                                 completion of names; reads plain lines from a pipe
-  run FILE [OPTIONS]            evaluate the formula file FILE, a block of statements,
-                                with the options of eval, and print its line as eval
-                                does; exit 2 when FILE cannot be read
+  run FILE [OPTIONS]            evaluate the formula file FILE (UTF-8, a byte order
+                                mark skipped), a block of statements, with the options
+                                of eval, and print its line as eval does; exit 1 when
+                                FILE holds a NUL byte, 2 when it cannot be read
   table show FILE               print a lookup table: its comment, counts, headings with
                                 their types, and every row
   table check FILE              read the whole table; every message of the reader is
@@ -62,7 +67,9 @@ Commands:
   demo [--words FILE] [--tables FOLDER]
                                 a short tour of what the library does so far
 
-Exit status: 0 done, 1 failed, 2 bad usage.
+Exit status: 0 done; 1 failed (for eval, repl and run: a formula failed or gave an
+error value); 2 bad usage. Messages that wait for the user are shown on stderr when
+the command ends.
 )";
 
 int PrintHelp() {
@@ -80,6 +87,12 @@ int PrintVersion() {
 int UsageError(std::string_view message) {
     std::fprintf(stderr, "keel: %.*s\nTry 'keel help'.\n", static_cast<int>(message.size()),
                  message.data());
+    return 2;
+}
+
+int UsageError(std::string_view command, std::string_view message) {
+    std::fprintf(stderr, "keel %.*s: %.*s\nTry 'keel help'.\n", static_cast<int>(command.size()),
+                 command.data(), static_cast<int>(message.size()), message.data());
     return 2;
 }
 
@@ -114,6 +127,33 @@ int Dispatch(std::string_view command, std::span<const std::string_view> rest) {
     return UsageError("unknown command '" + std::string(command) + "'");
 }
 
+// What escapes a command is its failure: said in the program's words, never a crash.
+int DispatchGuarded(std::string_view command, std::span<const std::string_view> rest) {
+    try {
+        return Dispatch(command, rest);
+    } catch (const std::bad_alloc&) {
+        std::fflush(stdout);
+        std::fputs("keel: Out of memory\n", stderr);
+    } catch (const std::exception& failure) {
+        std::fflush(stdout);
+        std::fprintf(stderr, "keel: %s\n", failure.what());
+    }
+    return 1;
+}
+
+// Messages wait for the application to have time; a command has it when it is done. Each is
+// shown once, on its own, without the offers of the boxes that would show it on a desktop.
+void ShowPendingMessages() {
+    QErrorLog& log = TheErrorLog();
+    for (int i = 0; i < log.GetSize(); ++i) {
+        std::string text = log.Message(i).ToUtf8();
+        text.erase(text.find_last_not_of(" \t\r\n") + 1);
+        std::fprintf(stderr, "keel: %s: %s\n", log.ErrorType(i)->Description().ToUtf8().c_str(),
+                     text.c_str());
+    }
+    log.DiscardPendingMessages();
+}
+
 } // namespace
 } // namespace keel::tool
 
@@ -125,10 +165,9 @@ int main(int argc, char** argv) {
     const std::vector<std::string_view> args(argv + 1, argv + argc);
     if (args.empty())
         return UsageError("no command given");
-    const int status = Dispatch(args.front(), std::span(args).subspan(1));
-    // Messages wait for the application to have time; a command has it when it is done.
+    const int status = DispatchGuarded(args.front(), std::span(args).subspan(1));
     std::fflush(stdout);
-    keel::QErrorLog::DisplayThePendingMessages(false);
+    ShowPendingMessages();
     application.ExitInstance();
     return status;
 }

@@ -1,5 +1,6 @@
 #include "tools/keel/commands.h"
 
+#include "keel/document/errorlog.h"
 #include "keel/document/winapp.h"
 #include "keel/platform/registry.h"
 #include "keel/values/area.h"
@@ -23,6 +24,15 @@ bool IsStored(const CString& section, const CString& key) {
 
 const char* Origin(const CString& section, const CString& key) {
     return IsStored(section, key) ? "stored" : "default";
+}
+
+// A message that waits in the error log is shown when the command ends, and only then.
+bool IsPending(const CString& message) {
+    const QErrorLog& log = TheErrorLog();
+    for (int i = 0; i < log.GetSize(); ++i)
+        if (log.Message(i) == message)
+            return true;
+    return false;
 }
 
 void ShowCachedOptions(const QWinApp& app) {
@@ -58,13 +68,13 @@ void ShowFileLocations(const QWinApp& app) {
 
 int RunOptions(std::span<const std::string_view> args) {
     if (!args.empty())
-        return UsageError("options takes no arguments");
+        return UsageError("options", "takes no arguments");
     QWinApp& app = *QWinApp::GetApp();
     app.LoadOptions();
     app.InitRegistryOptionsCache();
     const CRegistry& store = CRegistry::Current();
     std::printf("Options file: %s\n", Utf8(store.FilePath()).c_str());
-    if (!store.LastError().IsEmpty())
+    if (!store.LastError().IsEmpty() && !IsPending(store.LastError()))
         std::printf("  (%s)\n", Utf8(store.LastError()).c_str());
     ShowCachedOptions(app);
     ShowUnits();

@@ -80,9 +80,18 @@ bool RunInteractive(const EvalOptions& options) {
 // From a pipe or a file: plain lines, no prompt.
 bool RunFromStream(const EvalOptions& options) {
     bool allOk = true;
+    int number = 0;
     for (std::string line; std::getline(std::cin, line);) {
+        ++number;
         if (IsBlank(line))
             continue;
+        // The evaluator's text ends at a NUL: the rest of the line would be lost without a word.
+        if (line.find('\0') != std::string::npos) {
+            std::fflush(stdout);
+            std::fprintf(stderr, "keel: line %d holds a NUL byte\n", number);
+            allOk = false;
+            continue;
+        }
         allOk = EvaluateAndPrint(line, options) && allOk;
     }
     return allOk;
@@ -94,10 +103,10 @@ int RunRepl(std::span<const std::string_view> args) {
     PrepareEvaluation();
     EvalOptions options;
     std::vector<std::string_view> formulas;
-    if (const int status = ParseEvalOptions(args, options, formulas))
+    if (const int status = ParseEvalOptions("repl", args, options, formulas))
         return status;
     if (!formulas.empty())
-        return UsageError("repl takes the options of eval and no FORMULA");
+        return UsageError("repl", "takes the options of eval and no FORMULA");
     const bool allOk = isatty(STDIN_FILENO) ? RunInteractive(options) : RunFromStream(options);
     return allOk ? 0 : 1;
 }

@@ -11,8 +11,9 @@ namespace keel::tool {
 namespace {
 
 constexpr std::string_view c_runUsage =
-    "run takes FILE [--json] [--action] [--length-units N] [--area-units N] [--volume-units N] "
-    "[--angle-units N] [--inch-fraction N] [--table-dir DIR] [--set NAME=FORMULA]...";
+    "usage: keel run FILE [--json] [--action] [--length-units N] [--area-units N] "
+    "[--volume-units N] [--angle-units N] [--inch-fraction N] [--table-dir DIR] "
+    "[--set NAME=FORMULA]...";
 
 // The whole file as it stands (UTF-8), or false with the system's reason.
 bool ReadFormulaFile(const std::string& path, std::string& text, std::string& reason) {
@@ -32,16 +33,22 @@ bool ReadFormulaFile(const std::string& path, std::string& text, std::string& re
     return true;
 }
 
+// A byte order mark is no part of the formula.
+void SkipByteOrderMark(std::string& text) {
+    if (text.starts_with("\xEF\xBB\xBF"))
+        text.erase(0, 3);
+}
+
 } // namespace
 
 int RunRun(std::span<const std::string_view> args) {
     PrepareEvaluation();
     EvalOptions options;
     std::vector<std::string_view> files;
-    if (const int status = ParseEvalOptions(args, options, files))
+    if (const int status = ParseEvalOptions("run", args, options, files))
         return status;
     if (files.size() != 1)
-        return UsageError(c_runUsage);
+        return UsageError("run", c_runUsage);
     const std::string path(files.front());
     std::string formula;
     std::string reason;
@@ -50,6 +57,13 @@ int RunRun(std::span<const std::string_view> args) {
                      reason.c_str());
         return 2;
     }
+    // The evaluator's text ends at a NUL: what follows would be lost without a word.
+    if (const std::string::size_type nul = formula.find('\0'); nul != std::string::npos) {
+        std::fprintf(stderr, "keel: the formula file '%s' holds a NUL byte at offset %zu\n",
+                     path.c_str(), nul);
+        return 1;
+    }
+    SkipByteOrderMark(formula);
     return EvaluateAndPrint(formula, options, path) ? 0 : 1;
 }
 

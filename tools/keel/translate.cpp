@@ -17,12 +17,12 @@ struct TranslateArgs {
 };
 
 int ParseTranslateArgs(std::span<const std::string_view> args, TranslateArgs& parsed) {
-    constexpr std::string_view usage = "translate takes --file FILE [--qualifier Q] [--partial] "
-                                       "TEXT CONTEXT";
+    constexpr std::string_view usage =
+        "usage: keel translate --file FILE [--qualifier Q] [--partial] TEXT CONTEXT";
     for (size_t i = 0; i < args.size(); ++i) {
         if (args[i] == "--file" || args[i] == "--qualifier") {
             if (i + 1 == args.size())
-                return UsageError(usage);
+                return UsageError("translate", usage);
             std::string_view& value = args[i] == "--file" ? parsed.file : parsed.qualifier;
             value = args[++i];
         } else if (args[i] == "--partial") {
@@ -32,7 +32,7 @@ int ParseTranslateArgs(std::span<const std::string_view> args, TranslateArgs& pa
         }
     }
     if (parsed.file.empty() || parsed.texts.size() != 2)
-        return UsageError(usage);
+        return UsageError("translate", usage);
     return 0;
 }
 
