@@ -7,6 +7,9 @@ subsystem's test program is rebuilt (only what changed, through ninja), and the 
 directly, stopping at the first failure. A mutant is killed when the program fails or times out,
 survives when it passes, and is left out when it does not compile. The same seed and the same
 sources give the same mutants, so two runs compare.
+
+A mutant can turn a guarded operation loose (a folder deletion that no longer refuses the root),
+so run as root, the tests run as the unprivileged user 65534 with a home of their own.
 """
 
 import argparse
@@ -14,7 +17,9 @@ import os
 import random
 import re
 import subprocess
+import shutil
 import sys
+import tempfile
 import time
 from dataclasses import dataclass
 
@@ -135,13 +140,38 @@ def sources_of(subsystem):
     return [os.path.join("keel", subsystem, n) for n in names]
 
 
-def run(command, timeout=None):
+UNPRIVILEGED = 65534
+
+
+def unprivileged(command):
+    """The command as the unprivileged user, with a home and temporary folder it owns."""
+    if os.geteuid() != 0:
+        return command, None
+    home = tempfile.mkdtemp(prefix="keel-mutant-")
+    os.chown(home, UNPRIVILEGED, UNPRIVILEGED)
+    env = dict(os.environ, HOME=home, TMPDIR=home, XDG_CONFIG_HOME=os.path.join(home, "config"),
+               XDG_DATA_HOME=os.path.join(home, "data"))
+    setpriv = ["setpriv", "--reuid=%d" % UNPRIVILEGED, "--regid=%d" % UNPRIVILEGED,
+               "--clear-groups", "--no-new-privs"]
+    return (setpriv + command, (home, env))
+
+
+def run(command, timeout=None, as_tests=False):
+    sandbox = None
+    env = None
+    if as_tests:
+        command, sandbox = unprivileged(command)
+        if sandbox:
+            env = sandbox[1]
     try:
         done = subprocess.run(command, cwd=ROOT, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL,
-                              timeout=timeout)
+                              timeout=timeout, env=env)
         return done.returncode
     except subprocess.TimeoutExpired:
         return "timeout"
+    finally:
+        if sandbox:
+            shutil.rmtree(sandbox[0], ignore_errors=True)
 
 
 def build(build_dir, target):
@@ -155,7 +185,7 @@ def test_command(build_dir, subsystem):
 
 def baseline_seconds(build_dir, subsystem):
     start = time.monotonic()
-    status = run(test_command(build_dir, subsystem))
+    status = run(test_command(build_dir, subsystem), as_tests=True)
     if status != 0:
         sys.exit("the %s tests fail without mutants; fix them first" % subsystem)
     return time.monotonic() - start
@@ -170,7 +200,7 @@ def try_mutant(mutant, build_dir, subsystem, timeout):
             f.write(apply(mutant, original))
         if not build(build_dir, "keel_%s_tests" % subsystem):
             return "invalid"
-        status = run(test_command(build_dir, subsystem), timeout=timeout)
+        status = run(test_command(build_dir, subsystem), timeout=timeout, as_tests=True)
         return "survived" if status == 0 else "killed"
     finally:
         with open(path, "w", encoding="utf-8") as f:
