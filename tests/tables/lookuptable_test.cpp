@@ -199,9 +199,9 @@ TEST_F(LookupTable, CreateNewFileMakesOneStringRowAndColumnSortedAndNameless) {
     EXPECT_EQ(type, QAnyValue::TYPE_STRING);
     EXPECT_TRUE(table.IsSorted());
     EXPECT_TRUE(table.Name().IsEmpty());
-    EXPECT_TRUE(table->AreAllRowsLoaded());
-    EXPECT_FALSE(table->IsWritable());
-    EXPECT_FALSE(table->IsFileOpen());
+    EXPECT_TRUE(table.Data()->AreAllRowsLoaded());
+    EXPECT_FALSE(table.Data()->IsWritable());
+    EXPECT_FALSE(table.Data()->IsFileOpen());
 
     // The labels and the empty cell, as the document form shows them.
     TableImage expected;
@@ -315,10 +315,10 @@ TEST_F(LookupTable, SetAllReloadRequiredMarksEveryTable) {
     QLookupTable one;
     one.CreateNewFile();
     QSmartPtr<QLookupTableData> two = NamedTableInMemory(TableCString("two"));
-    EXPECT_FALSE(one->IsReloadRequired());
+    EXPECT_FALSE(one.Data()->IsReloadRequired());
     EXPECT_FALSE(two->IsReloadRequired());
     QLookupTableData::SetAllReloadRequired();
-    EXPECT_TRUE(one->IsReloadRequired());
+    EXPECT_TRUE(one.Data()->IsReloadRequired());
     EXPECT_TRUE(two->IsReloadRequired());
 }
 
@@ -520,7 +520,7 @@ TEST_F(LookupTable, ATableOthersReadOpensForWritingReadOnlyWithoutComplaint) {
     QLookupTable table;
     ASSERT_TRUE(table.SetName(u"prices", true)) << U(table.LastError());
     EXPECT_TRUE(table.IsValid());
-    EXPECT_FALSE(table->IsWritable());
+    EXPECT_FALSE(table.Data()->IsWritable());
     EXPECT_TRUE(table.LastError().IsEmpty());
 }
 
@@ -712,8 +712,8 @@ TEST_F(LookupTable, IndexKeysCompareAsValues) {
 TEST_F(LookupTable, RowsOfATableInMemoryNeedNoLoading) {
     QLookupTable table;
     table.CreateNewFile();
-    EXPECT_TRUE(table->LoadRowIfNecessary(0));
-    EXPECT_TRUE(table->LoadRowsIfNecessary());
+    EXPECT_TRUE(table.LoadRowIfNecessary(0));
+    EXPECT_TRUE(table.LoadRowsIfNecessary());
 }
 
 // --- Transactions --------------------------------------------------------------------------------
@@ -770,8 +770,8 @@ TEST_F(LookupTable, ATableFileReadsThroughItsName) {
     EXPECT_EQ(rows, 2);
     EXPECT_EQ(U(table.Name()), U(TableCString("prices")));
     EXPECT_EQ(U(table.Comment()), "Prices");
-    EXPECT_FALSE(table->IsFileOpen());
-    EXPECT_FALSE(table->IsReloadRequired());
+    EXPECT_FALSE(table.Data()->IsFileOpen());
+    EXPECT_FALSE(table.Data()->IsReloadRequired());
 }
 
 TEST_F(LookupTable, NamesDifferingInCaseOrExtensionShareOneTable) {
@@ -828,7 +828,7 @@ TEST_F(LookupTable, AfterSetAllReloadRequiredAHandleKeepsItsContentsUntilTheNext
     EXPECT_EQ(U(table.Comment()), "Changed");
     ASSERT_TRUE(table.RowCount(rows));
     EXPECT_EQ(rows, 1);
-    EXPECT_FALSE(table->IsReloadRequired());
+    EXPECT_FALSE(table.Data()->IsReloadRequired());
 }
 
 TEST_F(LookupTable, ReloadReadsTheFileAgain) {
@@ -845,9 +845,9 @@ TEST_F(LookupTable, WithoutTheSizeThresholdATableIsReadWholeAndHasNoIndex) {
     QLookupTableDataStatics::c_TableCacheOverSize = 0;
     QLookupTable whole;
     ASSERT_TRUE(whole.SetName(u"numbers")) << whole.LastError().ToUtf8();
-    EXPECT_TRUE(whole->AreAllRowsLoaded());
-    EXPECT_FALSE(whole->HasRowIndex());
-    EXPECT_FALSE(whole->HasColIndex());
+    EXPECT_TRUE(whole.Data()->AreAllRowsLoaded());
+    EXPECT_FALSE(whole.Data()->HasRowIndex());
+    EXPECT_FALSE(whole.Data()->HasColIndex());
 
     QLookupTableData::CleanupCache();
     whole = QLookupTable();
@@ -855,10 +855,10 @@ TEST_F(LookupTable, WithoutTheSizeThresholdATableIsReadWholeAndHasNoIndex) {
     QLookupTableDataStatics::c_TableCacheOverSize = 20;
     QLookupTable lazy;
     ASSERT_TRUE(lazy.SetName(u"numbers"));
-    EXPECT_FALSE(lazy->AreAllRowsLoaded());
-    EXPECT_TRUE(lazy->HasRowIndex());
-    EXPECT_TRUE(lazy->LoadRowsIfNecessary());
-    EXPECT_TRUE(lazy->AreAllRowsLoaded());
+    EXPECT_FALSE(lazy.Data()->AreAllRowsLoaded());
+    EXPECT_TRUE(lazy.Data()->HasRowIndex());
+    EXPECT_TRUE(lazy.LoadRowsIfNecessary());
+    EXPECT_TRUE(lazy.Data()->AreAllRowsLoaded());
 }
 
 TEST_F(LookupTable, TheMemoFollowsTheFolderToAnotherTable) {
@@ -880,11 +880,11 @@ TEST_F(LookupTable, ATransactionWritesTheChangedTableOnCommit) {
     QLookupTable table;
     ASSERT_TRUE(table.SetName(u"prices"));
     ASSERT_TRUE(table.BeginTrans());
-    EXPECT_TRUE(table->IsWritable());
-    EXPECT_TRUE(table->IsFileOpen());
+    EXPECT_TRUE(table.Data()->IsWritable());
+    EXPECT_TRUE(table.Data()->IsFileOpen());
     ASSERT_TRUE(table.SetComment(u"Committed"));
     ASSERT_TRUE(table.CommitTrans()) << U(table.LastError());
-    EXPECT_FALSE(table->IsFileOpen());
+    EXPECT_FALSE(table.Data()->IsFileOpen());
     const std::string written = ReadTable("prices");
     EXPECT_EQ(written.substr(0, written.find('\t')), "Committed");
     QLookupTableData::CleanupCache();
@@ -901,7 +901,7 @@ TEST_F(LookupTable, RollbackDropsTheChangesAndTheLock) {
     ASSERT_TRUE(table.BeginTrans());
     table.SetComment(u"not kept");
     EXPECT_TRUE(table.Rollback());
-    EXPECT_FALSE(table->IsFileOpen());
+    EXPECT_FALSE(table.Data()->IsFileOpen());
     EXPECT_EQ(U(table.Comment()), "Prices");
     EXPECT_EQ(ReadTable("prices"), c_priceFile);
 }
@@ -914,7 +914,7 @@ TEST_F(LookupTable, TableValuesRunTransactionsOnTheirTable) {
     QAnyValue begin(table);
     begin.BEGINTRANSit();
     ASSERT_TRUE(begin.IsBool()) << test::MessageOf(begin);
-    EXPECT_TRUE(handle->IsWritable());
+    EXPECT_TRUE(handle.Data()->IsWritable());
     handle.SetComment(u"By value");
     QAnyValue commit(table);
     commit.COMMITTRANSit();
@@ -945,7 +945,7 @@ TEST_F(LookupTable, AMissingFileIsReadFromTheArchive) {
     QFSFile::ClearFileStatusCache();
     QLookupTable table;
     ASSERT_TRUE(table.SetName(u"shipped")) << table.LastError().ToUtf8();
-    EXPECT_TRUE(table->IsTakenFromArchive());
+    EXPECT_TRUE(table.Data()->IsTakenFromArchive());
     EXPECT_EQ(U(table.Comment()), "Prices");
     EXPECT_FALSE(fs::exists(TablePath("shipped")));
 }
@@ -970,17 +970,17 @@ TEST_F(LookupTable, TheFirstWriteLockGivesAnArchivedTableItsOwnFile) {
     QFSFile::ClearFileStatusCache();
     QLookupTable table;
     ASSERT_TRUE(table.SetName(u"sub/shipped"));
-    ASSERT_TRUE(table->IsTakenFromArchive());
-    ASSERT_TRUE(table->Lock(true));
-    EXPECT_FALSE(table->IsTakenFromArchive());
-    EXPECT_TRUE(table->IsWritable());
-    table->Unlock();
+    ASSERT_TRUE(table.Data()->IsTakenFromArchive());
+    ASSERT_TRUE(table.Data()->Lock(true));
+    EXPECT_FALSE(table.Data()->IsTakenFromArchive());
+    EXPECT_TRUE(table.Data()->IsWritable());
+    table.Data()->Unlock();
     ASSERT_TRUE(fs::exists(TablePath("sub/shipped")));
     QLookupTableData::CleanupCache();
     QLookupTable reread;
     QLookupTableData::SetAllReloadRequired();
     ASSERT_TRUE(reread.SetName(u"sub/shipped"));
-    EXPECT_FALSE(reread->IsTakenFromArchive());
+    EXPECT_FALSE(reread.Data()->IsTakenFromArchive());
     EXPECT_EQ(U(reread.Comment()), "Prices");
 }
 
@@ -1055,7 +1055,7 @@ TEST_F(LookupTable, ReloadAllDropsUnheldTablesAndMarksTheRest) {
     EXPECT_EQ(QLookupTableData::ListCount(), before + 2);
     source.ReloadAll();
     EXPECT_EQ(QLookupTableData::ListCount(), before + 1);
-    EXPECT_TRUE(held->IsReloadRequired());
+    EXPECT_TRUE(held.Data()->IsReloadRequired());
 }
 
 TEST_F(LookupTable, InstallMakesTheTablesTheSourceOfTableValues) {

@@ -88,7 +88,7 @@ protected:
     }
     static QAnyValue Stored(const QLookupTable& table, int row, int col) {
         QAnyValue value;
-        EXPECT_TRUE(table->LookupByIndexNoEval(row, col, value)) << row << "," << col;
+        EXPECT_TRUE(table.LookupByIndexNoEval(row, col, value)) << row << "," << col;
         return value;
     }
     static std::string StoredText(const QLookupTable& table, int row, int col) {
@@ -96,12 +96,12 @@ protected:
     }
     static QAnyValue RowLabel(const QLookupTable& table, int row) {
         QAnyValue label;
-        EXPECT_TRUE(table->RowLabel(row, label, nullptr, nullptr));
+        EXPECT_TRUE(table.RowLabel(row, label, nullptr, nullptr));
         return label;
     }
     static QAnyValue ColLabel(const QLookupTable& table, int col) {
         QAnyValue label;
-        EXPECT_TRUE(table->ColLabel(col, label, nullptr, nullptr));
+        EXPECT_TRUE(table.ColLabel(col, label, nullptr, nullptr));
         return label;
     }
     static TYPE ColType(const QLookupTable& table, int col) {
@@ -114,7 +114,7 @@ protected:
         CStdioFileEx file;
         EXPECT_TRUE(
             file.Open(TableCString(name), CFile::modeCreate | CFile::modeWrite | CFile::typeText));
-        EXPECT_TRUE(table->WriteToFile(file));
+        EXPECT_TRUE(table.WriteToFile(file));
         file.Close();
         QFSFile::ClearFileStatusCache();
         return ReadTable(name);
@@ -147,12 +147,12 @@ TEST_F(VltFile, ReadsTheCurrentForm) {
     ASSERT_TRUE(m_opened) << U8(table.LastError());
     EXPECT_EQ(U8(table.LastError()), "");
     EXPECT_EQ(U8(table.Comment()), "Prices");
-    EXPECT_EQ(U8(table->SecondComment()), "second note");
+    EXPECT_EQ(U8(table.Data()->SecondComment()), "second note");
     EXPECT_EQ(U8(table.TLDesc()), "Size");
-    EXPECT_EQ(table->RowCount(), 3);
-    EXPECT_EQ(table->ColCount(), 2);
-    EXPECT_EQ(table->RowLabelType(), QAnyValue::TYPE_STRING);
-    EXPECT_EQ(table->ColLabelType(), QAnyValue::TYPE_STRING);
+    EXPECT_EQ(table.Data()->RowCount(), 3);
+    EXPECT_EQ(table.Data()->ColCount(), 2);
+    EXPECT_EQ(table.Data()->RowLabelType(), QAnyValue::TYPE_STRING);
+    EXPECT_EQ(table.Data()->ColLabelType(), QAnyValue::TYPE_STRING);
     EXPECT_EQ(ColType(table, 0), QAnyValue::TYPE_STRING);
     EXPECT_EQ(ColType(table, 1), QAnyValue::TYPE_DOUBLE);
     EXPECT_EQ(U8(ColLabel(table, 0).Format()), "Colour");
@@ -161,11 +161,11 @@ TEST_F(VltFile, ReadsTheCurrentForm) {
     EXPECT_EQ(StoredText(table, 0, 1), "1.5");
     // A formula cell keeps its text; a constant expression is evaluated on reading.
     EXPECT_EQ(StoredText(table, 1, 0), "=1+1");
-    EXPECT_TRUE(table->IsValueFormulaControlled(1, 0));
+    EXPECT_TRUE(table.IsValueFormulaControlled(1, 0));
     EXPECT_EQ(StoredText(table, 1, 1), "5");
     EXPECT_TRUE(Stored(table, 2, 0).IsEmpty());
     EXPECT_TRUE(table.IsSorted());
-    EXPECT_TRUE(table->AreAllRowsLoaded());
+    EXPECT_TRUE(table.Data()->AreAllRowsLoaded());
 }
 
 TEST_F(VltFile, ReadsForm20WithTheColumnLabelTypeDeduced) {
@@ -177,8 +177,8 @@ TEST_F(VltFile, ReadsForm20WithTheColumnLabelTypeDeduced) {
                       "3\t\"\"\"yew\"\"\"\t2\n");
     const QLookupTable table = Open("t20");
     ASSERT_TRUE(m_opened) << U8(table.LastError());
-    EXPECT_EQ(table->RowLabelType(), QAnyValue::TYPE_LENGTH);
-    EXPECT_EQ(table->ColLabelType(), QAnyValue::TYPE_INT);
+    EXPECT_EQ(table.Data()->RowLabelType(), QAnyValue::TYPE_LENGTH);
+    EXPECT_EQ(table.Data()->ColLabelType(), QAnyValue::TYPE_INT);
     EXPECT_EQ(ColType(table, 0), QAnyValue::TYPE_STRING);
     EXPECT_EQ(ColType(table, 1), QAnyValue::TYPE_INT);
     EXPECT_EQ(U8(table.TLDesc()), "");
@@ -197,8 +197,8 @@ TEST_F(VltFile, OlderFormDeducesEveryTypeAndMarkupColumnsAreNumbers) {
     const QLookupTable table = Open("old");
     ASSERT_TRUE(m_opened) << U8(table.LastError());
     EXPECT_EQ(U8(table.Comment()), "Old prices");
-    EXPECT_EQ(table->RowLabelType(), QAnyValue::TYPE_STRING);
-    EXPECT_EQ(table->ColLabelType(), QAnyValue::TYPE_STRING);
+    EXPECT_EQ(table.Data()->RowLabelType(), QAnyValue::TYPE_STRING);
+    EXPECT_EQ(table.Data()->ColLabelType(), QAnyValue::TYPE_STRING);
     // Whole numbers under a markup heading are percentages.
     EXPECT_EQ(ColType(table, 0), QAnyValue::TYPE_DOUBLE);
     EXPECT_EQ(ColType(table, 1), QAnyValue::TYPE_INT);
@@ -212,10 +212,10 @@ TEST_F(VltFile, OlderFormOfALazyTableIsLoadedInFullToDeduceTypes) {
     WriteTable("oldlazy", "\n3\t1\n\t\"\"\"num\"\"\"\n1\t4\n2\t5\n3\t6\n");
     const QLookupTable table = Open("oldlazy");
     ASSERT_TRUE(m_opened) << U8(table.LastError());
-    EXPECT_TRUE(table->AreAllRowsLoaded());
-    EXPECT_EQ(table->RowLabelType(), QAnyValue::TYPE_INT);
+    EXPECT_TRUE(table.Data()->AreAllRowsLoaded());
+    EXPECT_EQ(table.Data()->RowLabelType(), QAnyValue::TYPE_INT);
     EXPECT_EQ(ColType(table, 0), QAnyValue::TYPE_INT);
-    EXPECT_TRUE(table->HasRowIndex());
+    EXPECT_TRUE(table.Data()->HasRowIndex());
 }
 
 TEST_F(VltFile, AByteOrderMarkIsNoPartOfTheComment) {
@@ -269,7 +269,7 @@ TEST_F(VltFile, AnyOtherVersionWordReadsAsOlderForm) {
     WriteTable("word", "c\tFormat=2.1\tz\n1\t1\n\t\"\"\"col\"\"\"\n\"\"\"rowan\"\"\"\t4\n");
     const QLookupTable table = Open("word");
     ASSERT_TRUE(m_opened) << U8(table.LastError());
-    EXPECT_EQ(U8(table->SecondComment()), "z");
+    EXPECT_EQ(U8(table.Data()->SecondComment()), "z");
     EXPECT_EQ(ColType(table, 0), QAnyValue::TYPE_INT);
 }
 
@@ -368,14 +368,14 @@ TEST_F(VltFile, ALongRowOfALazyTableFailsAtFirstTouch) {
     const QLookupTable table = Open("lazy");
     ASSERT_TRUE(m_opened) << U8(table.LastError());
     EXPECT_EQ(U8(table.LastError()), "");
-    EXPECT_FALSE(table->AreAllRowsLoaded());
+    EXPECT_FALSE(table.Data()->AreAllRowsLoaded());
     EXPECT_EQ(StoredText(table, 0, 0), "1");
     QAnyValue value;
-    EXPECT_FALSE(table->LookupByIndexNoEval(1, 0, value));
+    EXPECT_FALSE(table.LookupByIndexNoEval(1, 0, value));
     EXPECT_EQ(Message(table, "lazy"), "Too many columns for row 2");
     // The table stays valid, but no further row is parsed.
     EXPECT_TRUE(table.IsValid());
-    EXPECT_FALSE(table->LookupByIndexNoEval(2, 0, value));
+    EXPECT_FALSE(table.LookupByIndexNoEval(2, 0, value));
     EXPECT_EQ(StoredText(table, 0, 0), "1");
 }
 
@@ -436,8 +436,8 @@ TEST_P(VltRepair, FixesTheCountsSilently) {
     const QLookupTable table = Open("fixed", false, true);
     ASSERT_TRUE(m_opened) << U8(table.LastError());
     EXPECT_EQ(U8(table.LastError()), "");
-    EXPECT_EQ(table->RowCount(), GetParam().rows);
-    EXPECT_EQ(table->ColCount(), GetParam().cols);
+    EXPECT_EQ(table.Data()->RowCount(), GetParam().rows);
+    EXPECT_EQ(table.Data()->ColCount(), GetParam().cols);
     EXPECT_FALSE(QErrorLog::TheLogHasPendingMessages());
 }
 
@@ -595,8 +595,8 @@ TEST_F(VltFile, WritesTheCurrentFormByteForByte) {
     table.CreateNewFile();
     ASSERT_TRUE(table.IsValid());
     table.SetComment(u"My table");
-    table->SetSecondComment(u"more");
-    ASSERT_TRUE(table->UpdateByIndex(0, 0, QAnyValue(u"say \"hi\"\tthere")));
+    table.Data()->SetSecondComment(u"more");
+    ASSERT_TRUE(table.UpdateByIndex(0, 0, QAnyValue(u"say \"hi\"\tthere")));
     EXPECT_EQ(WriteCopy(table, "new"),
               "My table\tVltFormat=2.1\tmore\n"
               "1\t1\n"
@@ -640,7 +640,7 @@ TEST_F(VltFile, WritingTruncatesAFileOpenedWithoutTruncation) {
     CStdioFileEx file;
     ASSERT_TRUE(file.Open(TableCString("over"), CFile::modeReadWrite | CFile::modeCreate |
                                                     CFile::modeNoTruncate | CFile::typeText));
-    ASSERT_TRUE(table->WriteToFile(file));
+    ASSERT_TRUE(table.WriteToFile(file));
     file.Close();
     const std::string written = ReadTable("over");
     EXPECT_EQ(written.find('x'), std::string::npos);
@@ -657,7 +657,7 @@ TEST_F(VltFile, WritesUtf8UnlessForcedToTheNarrowCodePage) {
         EXPECT_TRUE(file.Open(TableCString(name), CFile::modeCreate | CFile::modeWrite |
                                                       CFile::typeText |
                                                       CStdioFileEx::modeUseCodePage));
-        EXPECT_TRUE(table->WriteToFile(file));
+        EXPECT_TRUE(table.WriteToFile(file));
         file.Close();
         return ReadTable(name);
     };
@@ -677,24 +677,24 @@ TEST_F(VltFile, AnInvalidTableWritesNothing) {
     ASSERT_TRUE(
         file.Open(TableCString("out"), CFile::modeCreate | CFile::modeWrite | CFile::typeText));
     ASSERT_NE(table.Data(), nullptr);
-    EXPECT_FALSE(table->WriteToFile(file));
+    EXPECT_FALSE(table.WriteToFile(file));
 }
 
 // --- Round trips ---------------------------------------------------------------------------------
 
 void ExpectSameTable(const QLookupTable& a, const QLookupTable& b) {
-    ASSERT_EQ(a->RowCount(), b->RowCount());
-    ASSERT_EQ(a->ColCount(), b->ColCount());
-    EXPECT_EQ(a->RowLabelType(), b->RowLabelType());
-    EXPECT_EQ(a->ColLabelType(), b->ColLabelType());
+    ASSERT_EQ(a.Data()->RowCount(), b.Data()->RowCount());
+    ASSERT_EQ(a.Data()->ColCount(), b.Data()->ColCount());
+    EXPECT_EQ(a.Data()->RowLabelType(), b.Data()->RowLabelType());
+    EXPECT_EQ(a.Data()->ColLabelType(), b.Data()->ColLabelType());
     EXPECT_EQ(U8(a.Comment()), U8(b.Comment()));
-    EXPECT_EQ(U8(a->SecondComment()), U8(b->SecondComment()));
+    EXPECT_EQ(U8(a.Data()->SecondComment()), U8(b.Data()->SecondComment()));
     EXPECT_EQ(U8(a.TLDesc()), U8(b.TLDesc()));
-    for (int col = 0; col < a->ColCount(); ++col) {
+    for (int col = 0; col < a.Data()->ColCount(); ++col) {
         QAnyValue labelA;
         QAnyValue labelB;
-        a->ColLabel(col, labelA, nullptr, nullptr);
-        b->ColLabel(col, labelB, nullptr, nullptr);
+        a.ColLabel(col, labelA, nullptr, nullptr);
+        b.ColLabel(col, labelB, nullptr, nullptr);
         EXPECT_TRUE(labelA.Identical(labelB)) << col;
         TYPE typeA = TYPE(0);
         TYPE typeB = TYPE(1);
@@ -702,17 +702,17 @@ void ExpectSameTable(const QLookupTable& a, const QLookupTable& b) {
         b.ColType(col, typeB);
         EXPECT_EQ(typeA, typeB) << col;
     }
-    for (int row = 0; row < a->RowCount(); ++row) {
+    for (int row = 0; row < a.Data()->RowCount(); ++row) {
         QAnyValue labelA;
         QAnyValue labelB;
-        a->RowLabel(row, labelA, nullptr, nullptr);
-        b->RowLabel(row, labelB, nullptr, nullptr);
+        a.RowLabel(row, labelA, nullptr, nullptr);
+        b.RowLabel(row, labelB, nullptr, nullptr);
         EXPECT_TRUE(labelA.Identical(labelB)) << row;
-        for (int col = 0; col < a->ColCount(); ++col) {
+        for (int col = 0; col < a.Data()->ColCount(); ++col) {
             QAnyValue cellA;
             QAnyValue cellB;
-            EXPECT_TRUE(a->LookupByIndex(row, col, cellA, nullptr, nullptr));
-            EXPECT_TRUE(b->LookupByIndex(row, col, cellB, nullptr, nullptr));
+            EXPECT_TRUE(a.LookupByIndex(row, col, cellA, nullptr, nullptr));
+            EXPECT_TRUE(b.LookupByIndex(row, col, cellB, nullptr, nullptr));
             EXPECT_TRUE(cellA.Identical(cellB))
                 << row << "," << col << ": " << U8(cellA.Format()) << " / " << U8(cellB.Format());
         }
@@ -771,29 +771,29 @@ TEST_F(VltFile, CommitWritesTheTableIntoItsFile) {
     QLookupTable table = Open("commit");
     ASSERT_TRUE(m_opened);
     ASSERT_TRUE(table.BeginTrans());
-    ASSERT_TRUE(table->UpdateByIndex(1, 0, QAnyValue(u"42")));
+    ASSERT_TRUE(table.UpdateByIndex(1, 0, QAnyValue(u"42")));
     ASSERT_TRUE(table.CommitTrans()) << U8(table.LastError());
     EXPECT_EQ(ReadTable("commit"), "c\tVltFormat=2.1\t\n2\t1\n\t\"\"\"num\"\"\"\n"
                                    "String\\String\tWhole Number\n"
                                    "\"\"\"ash\"\"\"\t1\n\"\"\"birch\"\"\"\t42\n");
     EXPECT_EQ(FolderEntries(), std::vector<std::string>{"commit.vlt"});
-    EXPECT_FALSE(table->IsFileOpen());
+    EXPECT_FALSE(table.Data()->IsFileOpen());
 }
 
 TEST_F(VltFile, ALockHeldAroundTheWriteHoldsTheNewFile) {
     WriteTable("held", c_smallTable);
     QLookupTable table = Open("held");
     ASSERT_TRUE(table.BeginTrans());
-    ASSERT_TRUE(table->Lock(true));
-    ASSERT_TRUE(table->UpdateByIndex(0, 0, QAnyValue(u"7")));
+    ASSERT_TRUE(table.Data()->Lock(true));
+    ASSERT_TRUE(table.UpdateByIndex(0, 0, QAnyValue(u"7")));
     ASSERT_TRUE(table.CommitTrans());
-    EXPECT_TRUE(table->IsFileOpen());
+    EXPECT_TRUE(table.Data()->IsFileOpen());
     // Read through the lock that is still held: the new contents.
     QLookupTableData::CleanupCache();
     ASSERT_TRUE(table.Reload());
     EXPECT_EQ(StoredText(table, 0, 0), "7");
-    table->Unlock();
-    EXPECT_FALSE(table->IsFileOpen());
+    table.Data()->Unlock();
+    EXPECT_FALSE(table.Data()->IsFileOpen());
 }
 
 TEST_F(VltFile, AFailedWriteLeavesTheOldFileAsItWas) {
@@ -821,7 +821,7 @@ TEST_F(VltFile, AWriteThatCannotOpenTheFileSaysSo) {
     QFSFile::ClearFileStatusCache();
     EXPECT_FALSE(table.CommitTrans());
     EXPECT_EQ(Message(table, "gone"), "Could not open for writing");
-    EXPECT_FALSE(table->IsFileOpen());
+    EXPECT_FALSE(table.Data()->IsFileOpen());
 }
 
 // --- Units of lengths at the write ---------------------------------------------------------------
