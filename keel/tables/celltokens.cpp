@@ -4,6 +4,7 @@
 #include "keel/platform/exceptions.h"
 #include "keel/tables/lookuptable.h"
 #include "keel/tables/tabtokens.h"
+#include "keel/values/length.h"
 #include "keel/values/stringunique.h"
 
 #include <charconv>
@@ -45,6 +46,26 @@ CString WithUnit(double number, const char16_t* unit) {
     return digits.IsEmpty() ? CString() : digits + u' ' + unit;
 }
 
+// A length in the current units with their word, which the units question of the write decides,
+// and in millimetres when that does not read back exactly.
+std::vector<CString> LengthForms(double millimetres) {
+    struct Unit {
+        QLength::LENGTHUNITS units;
+        double perUnit;
+        const char16_t* word;
+    };
+    static constexpr Unit c_units[] = {{QLength::LU_CM, 10, u"cm"},
+                                       {QLength::LU_INCH, 25.400000000000002, u"in"},
+                                       {QLength::LU_FOOT, 304.8, u"ft"},
+                                       {QLength::LU_METRE, 1000, u"m"}};
+    std::vector<CString> forms;
+    for (const Unit& unit : c_units)
+        if (unit.units == QLength::DefaultUnits())
+            forms.push_back(WithUnit(millimetres / unit.perUnit, unit.word));
+    forms.push_back(WithUnit(millimetres, u"mm"));
+    return forms;
+}
+
 // The display text; the value itself is left as it is.
 CString Printed(const QAnyValue& value) {
     return QAnyValue(value).MakeCString();
@@ -70,7 +91,7 @@ std::vector<CString> TokenForms(const QAnyValue& value) {
         return {
             CString::Formatted(u"%lld seconds", static_cast<long long>(copy.MakeTime().GetRaw()))};
     case QAnyValue::TYPE_LENGTH:
-        return {WithUnit(copy.MakeLength().GetRaw(), u"mm")};
+        return LengthForms(copy.MakeLength().GetRaw());
     case QAnyValue::TYPE_AREA:
         return {WithUnit(copy.MakeArea().GetRaw(), u"sqm")};
     case QAnyValue::TYPE_VOLUME:
@@ -96,6 +117,20 @@ bool ReadsBackAs(const CString& token, const QAnyValue& value, TYPE type) {
     return ReadTokenText(token, readBack, true) && IsSameCell(readBack, value, type);
 }
 
+// A value whose number means something only with its units.
+bool IsMeasure(const QAnyValue& value) {
+    switch (value.Type()) {
+    case QAnyValue::TYPE_LENGTH:
+    case QAnyValue::TYPE_AREA:
+    case QAnyValue::TYPE_VOLUME:
+    case QAnyValue::TYPE_ANGLE:
+    case QAnyValue::TYPE_TIME:
+        return true;
+    default:
+        return false;
+    }
+}
+
 QAnyValue MadeType(const QAnyValue& value, TYPE type) {
     QAnyValue made(value);
     if (type == QAnyValue::TYPE_EMPTY || value.IsEmpty() || QLookupTableData::IsValueFormula(value))
@@ -119,7 +154,10 @@ CString CellToken(const QAnyValue& value, TYPE type) {
     if (value.IsEmptyOrEmptyString())
         return CString();
     const QAnyValue converted = MadeType(value, type);
-    for (const QAnyValue* candidate : {&value, &converted})
+    // A conversion into or out of units would tie the file to the units of this writer.
+    const bool changesUnits =
+        (IsMeasure(value) || IsMeasure(converted)) && converted.Type() != value.Type();
+    for (const QAnyValue* candidate : {changesUnits ? &value : &converted, &value})
         for (const CString& token : TokenForms(*candidate))
             if (ReadsBackAs(token, value, type))
                 return token;

@@ -11,10 +11,12 @@ namespace keel {
 // value then holds what the evaluator left. With `quiet` the evaluator reports nothing.
 bool ReadCellToken(CString& line, QAnyValue& value, CString& token, bool quiet = false);
 
-// The token of a value in a place of the given type (0 for none): the value as it stands when a
-// token of it reads back the same, else the value made that type. Numbers keep every digit, and
-// measures are written with unit words, so that the file does not depend on the units of its
-// reader. A value that no token gives back (an error, an array of texts) is written as it prints.
+// The token of a value in a place of the given type (0 for none): the value made that type when
+// that reads back the same, else the value as it stands, so that a fraction in a column of whole
+// numbers, a date in its own spelling or a measure in a column of numbers keeps what it was.
+// Numbers keep every digit, and measures are written with unit words (lengths in the current
+// units when that is exact), so that the file does not depend on the units of its reader. A
+// value that no token gives back (an error, an array of texts) is written as it prints.
 CString CellToken(const QAnyValue& value, QAnyValue::TYPE type);
 
 // Whether a value read back gives the original in a place of the given type: formula cells the

@@ -299,9 +299,8 @@ private:
     ReadStep ReadLines(bool sortRows, bool repairCounts, int& forcedRows, int& forcedCols);
     // Line 2; a forced count replaces the count read when counts are repaired.
     bool ReadCountsLine(bool repairCounts, int forcedRows, int forcedCols, int& rows, int& cols);
-    // Brings the counts within what the rest of the file can hold, or fails.
-    bool FitCountsToFile(const CString& headings, bool mayRepairRows, bool mayRepairCols, int& rows,
-                         int& cols);
+    // Brings the counts within what the rest of the file can hold.
+    void FitCountsToFile(const CString& headings, int& rows, int& cols);
     // Line 3 after the top-left description; sets forcedCols to the columns found on Repair.
     ReadStep ReadColumnHeadings(CString& line, bool repairCounts, int& forcedCols);
     // Line 4; the column label type is on it from format 2.1 on.

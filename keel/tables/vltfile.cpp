@@ -235,15 +235,21 @@ QLookupTableData::ReadStep QLookupTableData::ReadLines(bool sortRows, bool repai
     int cols = 0;
     if (!ReadCountsLine(repairCounts, forcedRows, forcedCols, rows, cols))
         return ReadStep::Failed;
-    if (!m_file.ReadString(line)) {
+    if (static_cast<long long>(rows) * cols > INT_MAX) {
+        ReportError(u"Out of memory");
+        return ReadStep::Failed;
+    }
+    const bool withHeadings = m_file.ReadString(line);
+    if (!withHeadings)
+        line.Empty();
+    GetTabDelimToken(line, m_strTLDesc);
+    FitCountsToFile(line, rows, cols);
+    if (!AllocateArrays(rows, cols))
+        return ReadStep::Failed;
+    if (!withHeadings) {
         ReportError(u"No column headings line");
         return ReadStep::Failed;
     }
-    GetTabDelimToken(line, m_strTLDesc);
-    if (!FitCountsToFile(line, repairCounts && forcedRows == -1, repairCounts && forcedCols == -1,
-                         rows, cols) ||
-        !AllocateArrays(rows, cols))
-        return ReadStep::Failed;
 
     ReadStep step = ReadColumnHeadings(line, repairCounts, forcedCols);
     if (step != ReadStep::Good)
@@ -292,29 +298,15 @@ bool QLookupTableData::ReadCountsLine(bool repairCounts, int forcedRows, int for
 }
 
 // Each column needs at least a character of the headings line, and each row a line of its own
-// with something on it, so a count beyond that is false and nothing is allocated for it. A count
-// that may still be repaired is brought down to what the file can hold: the rows and columns read
-// then give the true count.
-bool QLookupTableData::FitCountsToFile(const CString& headings, bool mayRepairRows,
-                                       bool mayRepairCols, int& rows, int& cols) {
-    const int colsRoom = headings.GetLength();
-    if (cols > colsRoom) {
-        if (!mayRepairCols) {
-            ReportError(u"Not enough column headings");
-            return false;
-        }
-        cols = colsRoom;
-    }
+// with something on it. A count beyond that is brought down to one more than the file can hold,
+// so that nothing is allocated for what is not there: the reader then runs out where it would
+// have, with the same message, or finds the true count when it repairs.
+void QLookupTableData::FitCountsToFile(const CString& headings, int& rows, int& cols) {
+    cols = std::min(cols, headings.GetLength() + 1);
     const unsigned long long bytesLeft = m_file.GetLength() - m_file.GetPosition();
     const unsigned long long rowsRoom = (bytesLeft + 1) / 2;
-    if (static_cast<unsigned long long>(rows) > rowsRoom) {
-        if (!mayRepairRows) {
-            ReportError(u"Not enough rows of data");
-            return false;
-        }
-        rows = static_cast<int>(rowsRoom);
-    }
-    return true;
+    if (static_cast<unsigned long long>(rows) > rowsRoom)
+        rows = static_cast<int>(rowsRoom + 1);
 }
 
 QLookupTableData::ReadStep QLookupTableData::ReadColumnHeadings(CString& line, bool repairCounts,

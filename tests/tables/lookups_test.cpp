@@ -37,72 +37,79 @@ private:
     int m_savedOverSize;
 };
 
-// Upper bounds 5, 10, 15 with the prices for each.
-QLookupTable Bounds() {
-    return MemoryTable({5, 10, 15}, {u"price"}, {{u"five"}, {u"ten"}, {u"fifteen"}});
-}
-
-struct NearestCase {
-    QAnyValue key;
-    int row;
-    const char* cell;
-};
-
-TEST_F(LookupsTest, NearestMatchInNumbersIsTheFirstLabelAtOrAboveTheKey) {
-    QLookupTable table = Bounds();
-    const NearestCase cases[] = {{1, 0, "five"},        {5, 0, "five"},       {7, 1, "ten"},
-                                 {10, 1, "ten"},        {10.5, 2, "fifteen"}, {15, 2, "fifteen"},
-                                 {16, -1, nullptr},     {-3, 0, "five"},      {u"A", -1, nullptr},
-                                 {15.0001, -1, nullptr}};
-    for (const NearestCase& c : cases) {
-        SCOPED_TRACE(Text(c.key));
-        EXPECT_EQ(table.FindRow(c.key, nullptr), c.row);
-        QAnyValue value;
-        const bool found = table.Lookup(c.key, u"price", value, nullptr, nullptr);
-        EXPECT_EQ(found, c.cell != nullptr);
-        if (c.cell) {
-            EXPECT_EQ(Text(value), c.cell);
-        }
+// Numbers find the first label at or above the key, so that sorted labels are upper bounds;
+// texts find the first label that begins the key, in row order. Exact matches ignore case and
+// need the whole label, numbers matching by value. An empty label catches every key that reaches
+// it, in both forms.
+TEST_F(LookupsTest, RowKeysFindTheirRowByNearestOrExactMatch) {
+    const QLookupTable bounds = MemoryTable({5, 10, 15}, {u"x"});
+    const QLookupTable texts = MemoryTable({u"A", u"AB", u"B"}, {u"x"});
+    const QLookupTable mixed = MemoryTable({u"A", u"AB", 10}, {u"x"});
+    const QLookupTable catchAll = MemoryTable({5, QAnyValue(), 10}, {u"x"});
+    struct Case {
+        const QLookupTable* table;
+        QAnyValue key;
+        bool exact;
+        int row;
+    };
+    const Case cases[] = {
+        {&bounds, 1, false, 0},
+        {&bounds, 5, false, 0},
+        {&bounds, 7, false, 1},
+        {&bounds, 10, false, 1},
+        {&bounds, 10.5, false, 2},
+        {&bounds, 15, false, 2},
+        {&bounds, 16, false, -1},
+        {&bounds, -3, false, 0},
+        {&bounds, u"A", false, -1},
+        {&bounds, 15.0001, false, -1},
+        {&texts, u"ABC", false, 0},
+        {&texts, u"ab", false, 0},
+        {&texts, u"b", false, 2},
+        {&texts, u"C", false, -1},
+        {&texts, u"", false, -1},
+        {&mixed, u"ab", true, 1},
+        {&mixed, u"ABC", true, -1},
+        {&mixed, 10.0, true, 2},
+        {&mixed, 7, true, -1},
+        {&catchAll, 99, false, 1},
+        {&catchAll, 10, true, 1},
+        {&catchAll, 5, true, 0},
+        {&catchAll, u"anything", true, 1},
+    };
+    for (const Case& c : cases) {
+        const int row =
+            c.exact ? c.table->FindRowExact(c.key, nullptr) : c.table->FindRow(c.key, nullptr);
+        EXPECT_EQ(row, c.row) << Text(c.key) << (c.exact ? " exact" : " nearest");
     }
 }
 
-TEST_F(LookupsTest, NearestMatchInTextIsTheFirstLabelThatBeginsTheKey) {
-    QLookupTable table = MemoryTable({u"A", u"AB", u"B"}, {u"x"}, {{1}, {2}, {3}});
-    EXPECT_EQ(table.FindRow(u"ABC", nullptr), 0) << "A comes first although AB is longer";
-    EXPECT_EQ(table.FindRow(u"ab", nullptr), 0);
-    EXPECT_EQ(table.FindRow(u"b", nullptr), 2);
-    EXPECT_EQ(table.FindRow(u"C", nullptr), -1);
-    EXPECT_EQ(table.FindRow(u"", nullptr), -1) << "no label is a prefix of nothing";
-    QAnyValue value;
-    ASSERT_TRUE(table.Lookup(u"ABC", u"X", value, nullptr, nullptr));
-    EXPECT_EQ(value.MakeInt(), 1);
-}
-
-TEST_F(LookupsTest, ExactMatchIgnoresCaseAndNeedsTheWholeLabel) {
-    QLookupTable table = MemoryTable({u"A", u"AB", 10}, {u"x", u"y"}, {{1, 2}, {3, 4}, {5, 6}});
-    EXPECT_EQ(table.FindRowExact(u"ab", nullptr), 1);
-    EXPECT_EQ(table.FindRowExact(u"ABC", nullptr), -1);
-    EXPECT_EQ(table.FindRowExact(10.0, nullptr), 2) << "numbers match by value";
-    EXPECT_EQ(table.FindRowExact(7, nullptr), -1);
+// A look-up gives the cell where the row and the column found meet, and nothing when either
+// is missing.
+TEST_F(LookupsTest, LookupsGiveTheCellWhereRowAndColumnMeet) {
+    const QLookupTable table =
+        MemoryTable({u"A", u"AB", 10}, {u"x", u"y"}, {{1, 2}, {3, 4}, {5, 6}});
+    struct Case {
+        QAnyValue row;
+        QAnyValue col;
+        bool exact;
+        const char* cell; // null for a miss
+    };
+    const Case cases[] = {
+        {u"ab", u"Y", true, "4"},   {u"abc", u"y", true, nullptr}, {u"ab", u"z", true, nullptr},
+        {u"ABC", u"X", false, "1"}, {7, u"y", false, "6"},         {11, u"x", false, nullptr},
+        {10.0, u"y", true, "6"},
+    };
     EXPECT_EQ(table.FindColExact(u"Y", nullptr), 1);
-    QAnyValue value;
-    ASSERT_TRUE(table.LookupExact(u"ab", u"Y", value, nullptr, nullptr));
-    EXPECT_EQ(value.MakeInt(), 4);
-    EXPECT_FALSE(table.LookupExact(u"abc", u"y", value, nullptr, nullptr));
-    EXPECT_FALSE(table.LookupExact(u"ab", u"z", value, nullptr, nullptr));
-}
-
-TEST_F(LookupsTest, AnEmptyLabelCatchesEveryKeyThatReachesIt) {
-    QLookupTable table = MemoryTable({5, QAnyValue(), 10}, {u"x"}, {{u"five"}, {u"any"}, {u"ten"}});
-    QAnyValue value;
-    ASSERT_TRUE(table.Lookup(99, u"x", value, nullptr, nullptr));
-    EXPECT_EQ(Text(value), "any");
-    ASSERT_TRUE(table.LookupExact(10, u"x", value, nullptr, nullptr));
-    EXPECT_EQ(Text(value), "any") << "the empty row stands before 10";
-    ASSERT_TRUE(table.LookupExact(5, u"x", value, nullptr, nullptr));
-    EXPECT_EQ(Text(value), "five");
-    ASSERT_TRUE(table.LookupExact(u"anything", u"x", value, nullptr, nullptr));
-    EXPECT_EQ(Text(value), "any");
+    for (const Case& c : cases) {
+        QAnyValue value;
+        const bool found = c.exact ? table.LookupExact(c.row, c.col, value, nullptr, nullptr)
+                                   : table.Lookup(c.row, c.col, value, nullptr, nullptr);
+        EXPECT_EQ(found, c.cell != nullptr) << Text(c.row) << " " << Text(c.col);
+        if (found && c.cell) {
+            EXPECT_EQ(Text(value), c.cell) << Text(c.row) << " " << Text(c.col);
+        }
+    }
 }
 
 TEST_F(LookupsTest, AFormulaCellGivesItsResultInAContextAndItsTextWithout) {

@@ -11,6 +11,7 @@
 #include <chrono>
 #include <cstdint>
 #include <filesystem>
+#include <functional>
 #include <gtest/gtest.h>
 #include <string>
 #include <vector>
@@ -140,42 +141,87 @@ class LookupTable : public test::TableFixture {};
 
 // --- Null and invalid handles --------------------------------------------------------------------
 
-TEST_F(LookupTable, ANullHandleAnswersFalseAndEmptyNames) {
-    QLookupTable table;
-    int count = 0;
-    TYPE type = TYPE(0);
-    EXPECT_FALSE(table.IsValid());
-    EXPECT_TRUE(table.Name().IsEmpty());
-    EXPECT_TRUE(table.LastError().IsEmpty());
-    EXPECT_TRUE(table.Comment().IsEmpty());
-    EXPECT_FALSE(table.RowCount(count));
-    EXPECT_FALSE(table.ColCount(count));
-    EXPECT_FALSE(table.RowLabelType(type));
-    EXPECT_FALSE(table.ColLabelType(type));
-    EXPECT_FALSE(table.ColType(0, type));
-    EXPECT_FALSE(table.SetComment(u"x"));
-    EXPECT_FALSE(table.SetTLDesc(u"x"));
-    EXPECT_FALSE(table.SetIsSorted(true));
-    EXPECT_FALSE(table.IsSorted());
-    EXPECT_FALSE(table.BeginTrans());
-    EXPECT_FALSE(table.CommitTrans());
-    EXPECT_FALSE(table.Rollback());
-    EXPECT_FALSE(table.Reload());
-    EXPECT_FALSE(table.IsSameNameAs(table));
-}
-
-TEST_F(LookupTable, ATableNotYetReadIsInvalidAndRefusesTheForwarders) {
-    QLookupTable table(new QLookupTableData);
-    int count = 7;
+// A null handle and one on a table that did not read answer every operation with false (or no
+// index), leave what they would give untouched, and name nothing but the table's own name and
+// error.
+TEST_F(LookupTable, HandlesWithoutAValidTableAnswerFalse) {
+    WriteTable("broken", "c\tVltFormat=2.1\t\n-1\t1\n");
+    QLookupTable invalid;
+    ASSERT_FALSE(invalid.SetName(u"broken"));
+    ASSERT_NE(invalid.Data(), nullptr);
+    const QAnyValue key(1);
+    QAnyValue value;
+    CString list;
+    int number = 7;
     TYPE type = QAnyValue::TYPE_MONEY;
-    EXPECT_FALSE(table.IsValid());
-    EXPECT_FALSE(table.RowCount(count));
-    EXPECT_EQ(count, 7);
-    EXPECT_FALSE(table.UpdateRowLabelType(QAnyValue::TYPE_INT));
-    EXPECT_FALSE(table.UpdateColLabelType(QAnyValue::TYPE_INT));
-    EXPECT_FALSE(table.UpdateColType(0, QAnyValue::TYPE_INT));
-    EXPECT_FALSE(table.ColType(0, type));
+    const std::vector<std::function<bool(QLookupTable&)>> operations = {
+        [&](QLookupTable& t) { return t.IsValid() || t.IsSorted(); },
+        [&](QLookupTable& t) { return t.RowCount(number) || t.ColCount(number); },
+        [&](QLookupTable& t) { return t.RowLabelType(type) || t.ColLabelType(type); },
+        [&](QLookupTable& t) { return t.ColType(0, type) || t.UpdateColType(0, type); },
+        [&](QLookupTable& t) { return t.UpdateRowLabelType(type) || t.UpdateColLabelType(type); },
+        [&](QLookupTable& t) { return t.SetComment(u"x") || t.SetTLDesc(u"x"); },
+        [&](QLookupTable& t) { return t.SetIsSorted(true); },
+        // An invalid table of a name still begins a transaction: it is locked by name.
+        [&](QLookupTable& t) { return t.CommitTrans(); },
+        [&](QLookupTable& t) { return t.Rollback() || t.Reload(); },
+        [&](QLookupTable& t) { return t.Lookup(key, key, value, nullptr, nullptr); },
+        [&](QLookupTable& t) { return t.LookupExact(key, key, value, nullptr, nullptr); },
+        [&](QLookupTable& t) { return t.LookupByIndex(0, 0, value, nullptr, nullptr); },
+        [&](QLookupTable& t) { return t.LookupByIndexNoEval(0, 0, value); },
+        [&](QLookupTable& t) { return t.IsValueFormulaControlled(0, 0); },
+        [&](QLookupTable& t) { return t.UpdateByIndex(0, 0, key); },
+        [&](QLookupTable& t) { return t.UpdateExact(key, key, key, nullptr); },
+        [&](QLookupTable& t) { return t.RowLabel(0, value, nullptr, nullptr); },
+        [&](QLookupTable& t) { return t.ColLabel(0, value, nullptr, nullptr); },
+        [&](QLookupTable& t) { return t.UpdateRowLabel(0, key) || t.UpdateColLabel(0, key); },
+        [&](QLookupTable& t) { return t.RowLabels(list, nullptr, nullptr); },
+        [&](QLookupTable& t) { return t.ColLabels(list, nullptr, nullptr); },
+        [&](QLookupTable& t) { return t.RowLabelsForVal(list, key, true, nullptr, nullptr); },
+        [&](QLookupTable& t) { return t.ColLabelsForVal(list, key, true, nullptr, nullptr); },
+        [&](QLookupTable& t) { return t.RowLabelsForCol(list, key, key, true, nullptr, nullptr); },
+        [&](QLookupTable& t) { return t.ColLabelsForRow(list, key, key, true, nullptr, nullptr); },
+        [&](QLookupTable& t) {
+            return t.RowLabelsForCol2(list, key, key, true, key, key, true, nullptr, nullptr);
+        },
+        [&](QLookupTable& t) {
+            return t.ColLabelsForRow2(list, key, key, true, key, key, true, nullptr, nullptr);
+        },
+        [&](QLookupTable& t) { return t.RowValues(key, list, nullptr, nullptr); },
+        [&](QLookupTable& t) { return t.ColValues(key, list, nullptr, nullptr); },
+        [&](QLookupTable& t) { return t.RowValuesByIndex(0, list, nullptr, nullptr); },
+        [&](QLookupTable& t) { return t.ColValuesByIndex(0, list, nullptr, nullptr); },
+        [&](QLookupTable& t) {
+            return t.RowValuesFilterByRow2(key, list, key, key, true, nullptr, nullptr);
+        },
+        [&](QLookupTable& t) {
+            return t.ColValuesFilterByCol2(key, list, key, key, true, nullptr, nullptr);
+        },
+        [&](QLookupTable& t) { return t.AddRow(key, number) || t.AddCol(key, number); },
+        [&](QLookupTable& t) { return t.RemoveRowByIndex(0) || t.RemoveRow(key, nullptr); },
+        [&](QLookupTable& t) { return t.RemoveColByIndex(0) || t.RemoveCol(key, nullptr); },
+        [&](QLookupTable& t) { return t.MoveRowUp(1) || t.MoveRowDown(0); },
+        [&](QLookupTable& t) { return t.MoveColLeft(1) || t.MoveColRight(0); },
+        [&](QLookupTable& t) { return t.LoadRowIfNecessary(0); },
+        [&](QLookupTable& t) { return t.FindRow(key, nullptr) != -1; },
+        [&](QLookupTable& t) { return t.FindRowExact(key, nullptr) != -1; },
+        [&](QLookupTable& t) { return t.FindCol(key, nullptr) != -1; },
+        [&](QLookupTable& t) { return t.FindColExact(key, nullptr) != -1; },
+    };
+    QLookupTable null;
+    for (std::size_t i = 0; i < operations.size(); ++i) {
+        EXPECT_FALSE(operations[i](null)) << "operation " << i;
+        EXPECT_FALSE(operations[i](invalid)) << "operation " << i;
+    }
+    EXPECT_EQ(number, 7);
     EXPECT_EQ(type, QAnyValue::TYPE_MONEY);
+    EXPECT_FALSE(null.IsSameNameAs(null));
+    EXPECT_FALSE(null.BeginTrans());
+    EXPECT_TRUE(null.Name().IsEmpty());
+    EXPECT_TRUE(null.LastError().IsEmpty());
+    EXPECT_TRUE(invalid.Comment().IsEmpty());
+    EXPECT_EQ(U(invalid.Name()), U(TableCString("broken")));
+    EXPECT_EQ(U(invalid.LastError()), U(TableCString("broken")) + "\nRow/col counts invalid");
 }
 
 // --- A new table ---------------------------------------------------------------------------------

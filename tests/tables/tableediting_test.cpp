@@ -41,37 +41,14 @@ std::string Shape(const QLookupTable& table) {
     return shape;
 }
 
-// A host with a display that answers the text dialog with what the test gives it and notes every
-// title and box.
-class ScriptedHost : public IUIServices {
-public:
-    bool HasDisplay() const override { return true; }
-    int MessageBox(const CString& text, const CString&, unsigned) override {
-        m_boxes.push_back(text.ToUtf8());
-        return m_boxAnswer;
-    }
-    void ShowPendingMessages(const std::vector<CPendingMessage>&) override {}
-    bool Customise(CCheckList&, CCheckList&, const std::function<void()>&) override {
-        return false;
-    }
-    bool OpenFile(const CString&) override { return false; }
-    bool EditText(CString& text, const CString& title) override {
-        m_titles.push_back(title.ToUtf8());
-        if (!m_answer)
-            return false;
-        text = CString::FromUtf8(*m_answer);
-        return true;
-    }
-
-    std::optional<std::string> m_answer;
-    int m_boxAnswer = IDOK;
-    std::vector<std::string> m_titles;
-    std::vector<std::string> m_boxes;
-};
+using test::ScriptedHost;
 
 class TableEditingTest : public testing::Test {
 protected:
-    TableEditingTest() { SetUIServices(&m_host); }
+    TableEditingTest() {
+        m_host.otherwise = IDOK;
+        SetUIServices(&m_host);
+    }
     ~TableEditingTest() override {
         SetUIServices(nullptr);
         QLookupTableData::CleanupCache();
@@ -230,15 +207,15 @@ TEST_F(TableEditingTest, MarkupArithmeticKeepsTheCellType) {
 
 TEST_F(TableEditingTest, MarkupAsksTheAmountUnderItsTitle) {
     QLookupTable table = MemoryTable({u"a", u"b"}, {u"x", u"y"}, {{100, u"t"}, {50, 7}});
-    m_host.m_answer = " 10 ";
+    m_host.editAnswer = " 10 ";
     ASSERT_TRUE(MarkupHelper(table, QMarkup::Percentage, {{0, 0}, {0, 1}, {1, 0}}));
-    EXPECT_EQ(m_host.m_titles, std::vector<std::string>{"Markup by percentage"});
-    EXPECT_TRUE(m_host.m_boxes.empty());
+    EXPECT_EQ(m_host.titles, std::vector<std::string>{"Markup by percentage"});
+    EXPECT_TRUE(m_host.questions.empty());
     EXPECT_EQ(Shape(table), "a|b / x|y / 110 t / 55 7");
-    m_host.m_answer = "3";
+    m_host.editAnswer = "3";
     ASSERT_TRUE(MarkupHelper(table, QMarkup::FixedAmount, {{1, 1}}));
     ASSERT_TRUE(MarkupHelper(table, QMarkup::Multiplier, {{1, 1}}));
-    EXPECT_EQ(m_host.m_titles,
+    EXPECT_EQ(m_host.titles,
               (std::vector<std::string>{"Markup by percentage", "Markup by fixed amount",
                                         "Markup by multiplier"}));
     EXPECT_EQ(test::StoredText(table, 1, 1), "30");
@@ -246,26 +223,26 @@ TEST_F(TableEditingTest, MarkupAsksTheAmountUnderItsTitle) {
 
 TEST_F(TableEditingTest, ABadAmountChangesNoCell) {
     QLookupTable table = MemoryTable({u"a"}, {u"x"}, {{100}});
-    m_host.m_answer = "abc";
+    m_host.editAnswer = "abc";
     EXPECT_FALSE(MarkupHelper(table, QMarkup::FixedAmount, {{0, 0}}));
-    EXPECT_EQ(m_host.m_boxes, std::vector<std::string>{"Invalid markup amount."});
+    EXPECT_EQ(m_host.questions, std::vector<std::string>{"Invalid markup amount."});
     EXPECT_EQ(test::StoredText(table, 0, 0), "100");
 }
 
 TEST_F(TableEditingTest, ASelectionThatTakesNoMarkupIsReported) {
     QLookupTable table = MemoryTable({u"a"}, {u"x", u"y"}, {{u"t", QAnyValue()}});
-    m_host.m_answer = "2";
+    m_host.editAnswer = "2";
     EXPECT_FALSE(MarkupHelper(table, QMarkup::Multiplier, {{0, 0}, {0, 1}, {5, 5}}));
-    EXPECT_EQ(m_host.m_boxes,
+    EXPECT_EQ(m_host.questions,
               std::vector<std::string>{"None of the selection could be marked up by that amount."});
     EXPECT_EQ(Shape(table), "a / x|y / t ");
 }
 
 TEST_F(TableEditingTest, ACancelledAmountDoesNothing) {
     QLookupTable table = MemoryTable({u"a"}, {u"x"}, {{100}});
-    m_host.m_answer.reset();
+    m_host.editAnswer.reset();
     EXPECT_FALSE(MarkupHelper(table, QMarkup::Multiplier, {{0, 0}}));
-    EXPECT_TRUE(m_host.m_boxes.empty());
+    EXPECT_TRUE(m_host.questions.empty());
     EXPECT_EQ(test::StoredText(table, 0, 0), "100");
 }
 
@@ -288,7 +265,7 @@ TEST_F(TableEditingTest, ADuplicateRowNeedsAUniqueLabel) {
     QLookupTable table = MemoryTable({u"a", u"b"}, {u"x", u"y"}, {{1, 2}, {3, 4}});
     int index = -1;
     EXPECT_FALSE(DuplicateRow(table, 0, u"B", index));
-    EXPECT_EQ(m_host.m_boxes, std::vector<std::string>{"Please specify a unique row label."});
+    EXPECT_EQ(m_host.questions, std::vector<std::string>{"Please specify a unique row label."});
     ASSERT_TRUE(DuplicateRow(table, 0, u"c", index));
     EXPECT_EQ(index, 2);
     EXPECT_EQ(Shape(table), "a|b|c / x|y / 1 2 / 3 4 / 1 2");
@@ -308,7 +285,7 @@ TEST_F(TableEditingTest, ADuplicateColumnNeedsAUniqueLabel) {
     table.UpdateColType(0, QAnyValue::TYPE_INT);
     int index = -1;
     EXPECT_FALSE(DuplicateCol(table, 0, u"Y", index));
-    EXPECT_EQ(m_host.m_boxes, std::vector<std::string>{"Please specify a unique column label."});
+    EXPECT_EQ(m_host.questions, std::vector<std::string>{"Please specify a unique column label."});
     ASSERT_TRUE(DuplicateCol(table, 0, u"z", index));
     EXPECT_EQ(index, 2);
     EXPECT_EQ(Shape(table), "a|b / x|y|z / 1 2 1 / 3 4 3");
@@ -404,7 +381,10 @@ TEST_F(BatchConversionTest, AnEmptyFolderConvertsNothing) {
 
 class TableEditorFiles : public test::TableFixture {
 protected:
-    TableEditorFiles() { SetUIServices(&m_host); }
+    TableEditorFiles() {
+        m_host.otherwise = IDOK;
+        SetUIServices(&m_host);
+    }
     ~TableEditorFiles() override { SetUIServices(nullptr); }
 
     static std::string Numbers(const std::string& counts, const std::string& rows) {
@@ -432,15 +412,15 @@ TEST_F(TableEditorFiles, TryOpenRepairsCountsOrSaysWhyItFailed) {
     };
     for (const Case& c : cases) {
         QLookupTableData::CleanupCache();
-        m_host.m_boxes.clear();
+        m_host.questions.clear();
         WriteTable("t", c.text);
         QLookupTable table;
         EXPECT_EQ(TryOpen(table, TableCString("t")), c.opens) << c.text;
         if (c.box.empty()) {
-            EXPECT_TRUE(m_host.m_boxes.empty()) << m_host.m_boxes.front();
+            EXPECT_TRUE(m_host.questions.empty()) << m_host.questions.front();
         } else {
-            ASSERT_EQ(m_host.m_boxes.size(), 1u) << c.text;
-            EXPECT_EQ(m_host.m_boxes[0].rfind(c.box, 0), 0u) << m_host.m_boxes[0];
+            ASSERT_EQ(m_host.questions.size(), 1u) << c.text;
+            EXPECT_EQ(m_host.questions[0].rfind(c.box, 0), 0u) << m_host.questions[0];
         }
         if (c.opens) {
             EXPECT_TRUE(table.Data()->IsWritable());
@@ -465,11 +445,11 @@ TEST_F(TableEditorFiles, SortRowsReadsAgainSortedAndBackInFileOrder) {
     QLookupTable table;
     ASSERT_TRUE(table.SetName(u"t"));
     for (const Step& step : steps) {
-        m_host.m_boxAnswer = step.answer;
-        m_host.m_boxes.clear();
+        m_host.otherwise = step.answer;
+        m_host.questions.clear();
         const bool wasSorted = table.IsSorted();
         EXPECT_EQ(ToggleSortRows(table), step.result);
-        EXPECT_EQ(m_host.m_boxes.size(), wasSorted ? 0u : 1u);
+        EXPECT_EQ(m_host.questions.size(), wasSorted ? 0u : 1u);
         CString labels;
         table.RowLabels(labels, nullptr, nullptr);
         EXPECT_EQ(labels.ToUtf8(), step.labels);
@@ -493,23 +473,23 @@ TEST_F(TableEditorFiles, MakingFractionsWholeNumbersAsksFirst) {
         {{u"x", 3}, QAnyValue::TYPE_INT, IDNO, false, true},
     };
     for (const Case& c : cases) {
-        m_host.m_boxAnswer = c.answer;
-        m_host.m_boxes.clear();
+        m_host.otherwise = c.answer;
+        m_host.questions.clear();
         QLookupTable table = MemoryTable({u"r1", u"r2"}, {u"c"}, {{c.cells[0]}, {c.cells[1]}});
         EXPECT_EQ(SelectColumnType(table, 0, c.type), c.changed);
         QAnyValue::TYPE type = QAnyValue::TYPE_EMPTY;
         table.ColType(0, type);
         EXPECT_EQ(type == c.type, c.changed);
-        EXPECT_EQ(m_host.m_boxes.size(), c.asked ? 1u : 0u);
+        EXPECT_EQ(m_host.questions.size(), c.asked ? 1u : 0u);
         if (c.asked) {
-            EXPECT_EQ(m_host.m_boxes[0],
+            EXPECT_EQ(m_host.questions[0],
                       "Type conversion will lose some fractional amounts. Continue anyway?");
         }
 
         QLookupTable headings = MemoryTable({u"r"}, {c.cells[0], c.cells[1]});
-        m_host.m_boxes.clear();
+        m_host.questions.clear();
         EXPECT_EQ(SelectColumnHeadingType(headings, c.type), c.changed);
-        EXPECT_EQ(m_host.m_boxes.size(), c.asked ? 1u : 0u);
+        EXPECT_EQ(m_host.questions.size(), c.asked ? 1u : 0u);
     }
 }
 
