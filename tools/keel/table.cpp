@@ -92,8 +92,10 @@ bool Open(const std::string_view file, QLookupTable& table) {
     if (table.SetName(path))
         return true;
     PrintReportedMessages(table.LastError());
-    std::fprintf(stderr, "keel: cannot read the table '%.*s': %s\n", static_cast<int>(file.size()),
-                 file.data(), WithReason(LastMessage(table), path).c_str());
+    std::fprintf(
+        stderr, "keel: cannot read the table '%.*s': %s\n", static_cast<int>(file.size()),
+        file.data(),
+        WithReason(LastMessage(table), table.Name().IsEmpty() ? path : table.Name()).c_str());
     return false;
 }
 
