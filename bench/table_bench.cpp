@@ -101,7 +101,7 @@ void BM_OpenAndReadWhole(benchmark::State& state) {
     const std::string& path = VltPath(); // written before the clock starts
     for (auto _ : state) {
         QLookupTable table = OpenFresh(path);
-        benchmark::DoNotOptimize(table->LoadRowsIfNecessary());
+        benchmark::DoNotOptimize(table.LoadRowsIfNecessary());
     }
     state.SetItemsProcessed(state.iterations() * c_rows);
 }
@@ -123,13 +123,13 @@ void BM_LookupExact(benchmark::State& state) {
     QLookupTableSource::Install();
     const std::string& path = VltPath(); // written before the clock starts
     QLookupTable table = OpenFresh(path);
-    table->LoadRowsIfNecessary();
+    table.LoadRowsIfNecessary();
     const QAnyValue column(u"Price");
     QAnyValue cell;
     int row = 0;
     for (auto _ : state) {
         const QAnyValue key(row * c_labelStep);
-        benchmark::DoNotOptimize(table->LookupExact(key, column, cell, nullptr, nullptr));
+        benchmark::DoNotOptimize(table.LookupExact(key, column, cell, nullptr, nullptr));
         row = (row + 7919) % c_rows;
     }
 }
@@ -140,12 +140,12 @@ void BM_LookupNearestWalking1000Rows(benchmark::State& state) {
     QLookupTableSource::Install();
     const std::string& path = VltPath(); // written before the clock starts
     QLookupTable table = OpenFresh(path);
-    table->LoadRowsIfNecessary();
+    table.LoadRowsIfNecessary();
     const QAnyValue column(u"Price");
     const QAnyValue key(1000 * c_labelStep - c_labelStep / 2);
     QAnyValue cell;
     for (auto _ : state)
-        benchmark::DoNotOptimize(table->Lookup(key, column, cell, nullptr, nullptr));
+        benchmark::DoNotOptimize(table.Lookup(key, column, cell, nullptr, nullptr));
 }
 BENCHMARK(BM_LookupNearestWalking1000Rows)->Unit(benchmark::kMicrosecond);
 
@@ -168,7 +168,7 @@ void BM_LookupExactFromAFormula(benchmark::State& state) {
     static BenchFolderFactory factory;
     SetEvaluatorFactory(&factory);
     QLookupTable table = OpenFresh(VltPath());
-    table->LoadRowsIfNecessary();
+    table.LoadRowsIfNecessary();
     const FormulaText formula(u"lookupexact(\"prices\", 50000, \"Price\")");
     QAnyValue result;
     for (auto _ : state) {

@@ -176,6 +176,14 @@ void QLookupTableData::SetAllReloadRequired() {
     TraceTables(u"VLTSETALLRELOADREQUIRED");
 }
 
+void QLookupTableData::LeaveList(const QLookupTableData* data) {
+    CSingleLock lock(&ListLock(), true);
+    QSmartPtrArray<QLookupTableData>& list = TheList();
+    for (int i = list.GetSize() - 1; i >= 0; --i)
+        if (list[i].Get() == data)
+            list.RemoveAt(i);
+}
+
 int QLookupTableData::ListCount() {
     CSingleLock lock(&ListLock(), true);
     return TheList().GetSize();
@@ -220,6 +228,7 @@ void QLookupTableData::Delete() {
     m_bAllRowsLoaded = false;
     m_bRowLoadFailed = false;
     m_bArraysAllocated = false;
+    m_strFirstBadToken.Empty();
 }
 
 void QLookupTableData::CreateNewFile() {

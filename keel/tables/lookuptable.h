@@ -82,6 +82,9 @@ public:
         return this == &other || IsNamed(other.m_strName);
     }
     CString LastError() const { return m_strLastError; }
+    // The message of the first label or cell of the file that did not read (and holds an error
+    // value instead), for the rows read so far; empty when every one did.
+    CString FirstBadToken() const { return m_strFirstBadToken; }
     CString Comment() const { return m_strComment; }
     void SetComment(const CString& comment) { m_strComment = comment; }
     CString SecondComment() const { return m_strSecondComment; }
@@ -292,8 +295,12 @@ private:
     // --- Reading the file in steps, and writing it safely ---
     // How a step of the reader ended: go on, fail, or read again with a repaired count.
     enum class ReadStep { Good, Failed, Repair };
+    // Every line from the first; Repair leaves the repaired count in forcedRows or forcedCols.
+    ReadStep ReadLines(bool sortRows, bool repairCounts, int& forcedRows, int& forcedCols);
     // Line 2; a forced count replaces the count read when counts are repaired.
-    bool ReadCountsLine(bool repairCounts, int forcedRows, int forcedCols);
+    bool ReadCountsLine(bool repairCounts, int forcedRows, int forcedCols, int& rows, int& cols);
+    // Brings the counts within what the rest of the file can hold.
+    void FitCountsToFile(const CString& headings, int& rows, int& cols);
     // Line 3 after the top-left description; sets forcedCols to the columns found on Repair.
     ReadStep ReadColumnHeadings(CString& line, bool repairCounts, int& forcedCols);
     // Line 4; the column label type is on it from format 2.1 on.
@@ -309,7 +316,15 @@ private:
     // The file is written beside the table's own and renamed over it, so that a failed write
     // leaves the old file as it was; the lock's file is then opened again on the new one.
     bool WriteThroughTemporaryFile();
-    bool ReplaceFileWith(const CString& writtenPath);
+    CString ResolvedFileName() const;
+    bool ReadsBackAsItIs(const CString& writtenPath);
+    CString DifferenceFrom(const QLookupTableData& other);
+    bool ReplaceFileWith(const CString& writtenPath, const CString& target);
+    // Takes a table that was never shared out of the list at once.
+    static void LeaveList(const QLookupTableData* data);
+    // The first label or cell of the file that did not read, as reported; empty when all did.
+    CString m_strFirstBadToken;
+    void NoteBadToken();
 };
 
 // A handle on a shared table: one pointer, copied freely. A null handle, or one on a table that
@@ -364,11 +379,149 @@ public:
     bool ColLabelType(TYPE& type) const;
     bool UpdateColLabelType(TYPE type);
 
-    bool WriteToFile(CStdioFileEx& file) { return IsValid() && m_data->WriteToFile(file); }
+    bool WriteToFile(CStdioFileEx& file) const { return IsValid() && m_data->WriteToFile(file); }
     void Serialize(CArchive& archive);
 
-    // The look-ups and edits of the table, each false on a handle without a valid table.
-    QLookupTableData* operator->() const { return m_data.Get(); }
+    // --- Look-ups, updates and edits, forwarded; false on a handle without a valid table ---
+
+    bool LoadRowIfNecessary(int row) const { return IsValid() && m_data->LoadRowIfNecessary(row); }
+    bool LoadRowsIfNecessary() const { return IsValid() && m_data->LoadRowsIfNecessary(); }
+    bool Lookup(const QAnyValue& rowKey, const QAnyValue& colKey, QAnyValue& value,
+                QFormulaContext* context, QCacheState* state) const {
+        return IsValid() && m_data->Lookup(rowKey, colKey, value, context, state);
+    }
+    bool LookupExact(const QAnyValue& rowKey, const QAnyValue& colKey, QAnyValue& value,
+                     QFormulaContext* context, QCacheState* state) const {
+        return IsValid() && m_data->LookupExact(rowKey, colKey, value, context, state);
+    }
+    bool LookupByIndex(int row, int col, QAnyValue& value, QFormulaContext* context,
+                       QCacheState* state) const {
+        return IsValid() && m_data->LookupByIndex(row, col, value, context, state);
+    }
+    bool LookupByIndexNoEval(int row, int col, QAnyValue& value) const {
+        return IsValid() && m_data->LookupByIndexNoEval(row, col, value);
+    }
+    bool IsValueFormulaControlled(int row, int col) const {
+        return IsValid() && m_data->IsValueFormulaControlled(row, col);
+    }
+    bool UpdateByIndex(int row, int col, const QAnyValue& value) const {
+        return IsValid() && m_data->UpdateByIndex(row, col, value);
+    }
+    bool UpdateExact(const QAnyValue& rowKey, const QAnyValue& colKey, const QAnyValue& value,
+                     QFormulaContext* context) const {
+        return IsValid() && m_data->UpdateExact(rowKey, colKey, value, context);
+    }
+    bool RowLabel(int row, QAnyValue& label, QFormulaContext* context, QCacheState* state) const {
+        return IsValid() && m_data->RowLabel(row, label, context, state);
+    }
+    bool ColLabel(int col, QAnyValue& label, QFormulaContext* context, QCacheState* state) const {
+        return IsValid() && m_data->ColLabel(col, label, context, state);
+    }
+    bool UpdateRowLabel(int row, const QAnyValue& label) const {
+        return IsValid() && m_data->UpdateRowLabel(row, label);
+    }
+    bool UpdateColLabel(int col, const QAnyValue& label) const {
+        return IsValid() && m_data->UpdateColLabel(col, label);
+    }
+    bool RowLabels(CString& list, QFormulaContext* context, QCacheState* state) const {
+        return IsValid() && m_data->RowLabels(list, context, state);
+    }
+    bool ColLabels(CString& list, QFormulaContext* context, QCacheState* state) const {
+        return IsValid() && m_data->ColLabels(list, context, state);
+    }
+    bool RowLabelsForVal(CString& list, const QAnyValue& value, bool same, QFormulaContext* context,
+                         QCacheState* state) const {
+        return IsValid() && m_data->RowLabelsForVal(list, value, same, context, state);
+    }
+    bool ColLabelsForVal(CString& list, const QAnyValue& value, bool same, QFormulaContext* context,
+                         QCacheState* state) const {
+        return IsValid() && m_data->ColLabelsForVal(list, value, same, context, state);
+    }
+    bool RowLabelsForCol(CString& list, const QAnyValue& colKey, const QAnyValue& value, bool same,
+                         QFormulaContext* context, QCacheState* state) const {
+        return IsValid() && m_data->RowLabelsForCol(list, colKey, value, same, context, state);
+    }
+    bool ColLabelsForRow(CString& list, const QAnyValue& rowKey, const QAnyValue& value, bool same,
+                         QFormulaContext* context, QCacheState* state) const {
+        return IsValid() && m_data->ColLabelsForRow(list, rowKey, value, same, context, state);
+    }
+    bool RowLabelsForCol2(CString& list, const QAnyValue& key1, const QAnyValue& value1, bool same1,
+                          const QAnyValue& key2, const QAnyValue& value2, bool same2,
+                          QFormulaContext* context, QCacheState* state) const {
+        return IsValid() && m_data->RowLabelsForCol2(list, key1, value1, same1, key2, value2, same2,
+                                                     context, state);
+    }
+    bool ColLabelsForRow2(CString& list, const QAnyValue& key1, const QAnyValue& value1, bool same1,
+                          const QAnyValue& key2, const QAnyValue& value2, bool same2,
+                          QFormulaContext* context, QCacheState* state) const {
+        return IsValid() && m_data->ColLabelsForRow2(list, key1, value1, same1, key2, value2, same2,
+                                                     context, state);
+    }
+    bool RowValues(const QAnyValue& rowKey, CString& list, QFormulaContext* context,
+                   QCacheState* state) const {
+        return IsValid() && m_data->RowValues(rowKey, list, context, state);
+    }
+    bool ColValues(const QAnyValue& colKey, CString& list, QFormulaContext* context,
+                   QCacheState* state) const {
+        return IsValid() && m_data->ColValues(colKey, list, context, state);
+    }
+    bool RowValuesByIndex(int row, CString& list, QFormulaContext* context,
+                          QCacheState* state) const {
+        return IsValid() && m_data->RowValuesByIndex(row, list, context, state);
+    }
+    bool ColValuesByIndex(int col, CString& list, QFormulaContext* context,
+                          QCacheState* state) const {
+        return IsValid() && m_data->ColValuesByIndex(col, list, context, state);
+    }
+    bool RowValuesFilterByRow2(const QAnyValue& rowKey, CString& list, const QAnyValue& filterKey,
+                               const QAnyValue& filterValue, bool same, QFormulaContext* context,
+                               QCacheState* state) const {
+        return IsValid() && m_data->RowValuesFilterByRow2(rowKey, list, filterKey, filterValue,
+                                                          same, context, state);
+    }
+    bool ColValuesFilterByCol2(const QAnyValue& colKey, CString& list, const QAnyValue& filterKey,
+                               const QAnyValue& filterValue, bool same, QFormulaContext* context,
+                               QCacheState* state) const {
+        return IsValid() && m_data->ColValuesFilterByCol2(colKey, list, filterKey, filterValue,
+                                                          same, context, state);
+    }
+    bool AddRow(const QAnyValue& label, int& index) const {
+        return IsValid() && m_data->AddRow(label, index);
+    }
+    bool AddCol(const QAnyValue& label, TYPE type, int& index) const {
+        return IsValid() && m_data->AddCol(label, type, index);
+    }
+    bool AddCol(const QAnyValue& label, int& index) const {
+        return IsValid() && m_data->AddCol(label, index);
+    }
+    bool RemoveRowByIndex(int row) const { return IsValid() && m_data->RemoveRowByIndex(row); }
+    bool RemoveRow(const QAnyValue& label, QFormulaContext* context) const {
+        return IsValid() && m_data->RemoveRow(label, context);
+    }
+    bool RemoveColByIndex(int col) const { return IsValid() && m_data->RemoveColByIndex(col); }
+    bool RemoveCol(const QAnyValue& label, QFormulaContext* context) const {
+        return IsValid() && m_data->RemoveCol(label, context);
+    }
+    bool MoveRowUp(int row) const { return IsValid() && m_data->MoveRowUp(row); }
+    bool MoveRowDown(int row) const { return IsValid() && m_data->MoveRowDown(row); }
+    bool MoveColLeft(int col) const { return IsValid() && m_data->MoveColLeft(col); }
+    bool MoveColRight(int col) const { return IsValid() && m_data->MoveColRight(col); }
+    // -1 on a handle without a valid table.
+    int FindRowExact(const QAnyValue& value, QFormulaContext* context) const {
+        return IsValid() ? m_data->FindRowExact(value, context) : -1;
+    }
+    // -1 on a handle without a valid table.
+    int FindColExact(const QAnyValue& value, QFormulaContext* context) const {
+        return IsValid() ? m_data->FindColExact(value, context) : -1;
+    }
+    // -1 on a handle without a valid table.
+    int FindRow(const QAnyValue& value, QFormulaContext* context) const {
+        return IsValid() ? m_data->FindRow(value, context) : -1;
+    }
+    // -1 on a handle without a valid table.
+    int FindCol(const QAnyValue& value, QFormulaContext* context) const {
+        return IsValid() ? m_data->FindCol(value, context) : -1;
+    }
 
 private:
     QSmartPtr<QLookupTableData> m_data;

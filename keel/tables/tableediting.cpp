@@ -220,26 +220,118 @@ std::vector<CString> FilesUnder(const CString& folder, const CString& mask) {
     return files;
 }
 
-bool ConvertTable(const CString& path, const std::function<void(const CString&)>& status) {
+// The table's own message: its last error without the name ahead of it.
+CString MessageOf(const QLookupTable& table) {
+    const CString error = table.LastError();
+    return error.Mid(error.Find(u'\n') + 1);
+}
+
+// Opens, checks and rewrites one table; on failure `reason` says why and the file is as it was.
+bool ConvertTable(const CString& path, const std::function<void(const CString&)>& status,
+                  CString& reason) {
     QLookupTable table;
     if (!table.SetName(path, false, false, false)) {
         // The failed table stays in the list under its name and is read again only when told.
         if (table.Data())
             table.Data()->SetReloadRequired(true);
-        if (!table.SetName(path, false, false, true))
+        if (!table.SetName(path, false, false, true)) {
+            reason = MessageOf(table);
             return false;
+        }
         status(CString::Formatted(Translated(u"Fixed row/col counts for %s"), path));
     }
-    return table.BeginTrans() && table.CommitTrans();
+    // A label or cell that did not read holds an error value, which would be written over it.
+    if (!table.LoadRowsIfNecessary() || !table.Data()->FirstBadToken().IsEmpty()) {
+        reason = table.Data()->FirstBadToken().IsEmpty() ? MessageOf(table)
+                                                         : table.Data()->FirstBadToken();
+        return false;
+    }
+    if (table.BeginTrans() && table.CommitTrans())
+        return true;
+    reason = MessageOf(table);
+    table.Rollback();
+    return false;
 }
 
-CString FailureOf(const CString& path) {
-    const QSmartPtr<QLookupTableData> data = QLookupTableData::Find(path);
-    const CString error = data ? data->LastError() : CString();
-    return error.IsEmpty() ? path : error;
+bool MayLoseFractions(const std::vector<QAnyValue>& values, QAnyValue::TYPE type) {
+    if (type != QAnyValue::TYPE_INT || !HoldsFractions(values))
+        return true;
+    return QMessageBoxYesNoExceptServer(
+               c_editorContext,
+               Translated(u"Type conversion will lose some fractional amounts. Continue anyway?"),
+               IDNO, MB_YESNO | MB_DEFBUTTON2 | MB_ICONEXCLAMATION) == IDYES;
 }
 
 } // namespace
+
+bool TryOpen(QLookupTable& table, const CString& name) {
+    if (table.SetName(name, true, false, false))
+        return true;
+    // The failed table stays in the list under its name and is read again only when told.
+    if (table.Data())
+        table.Data()->SetReloadRequired(true);
+    if (table.SetName(name, true, false, true)) {
+        Tell(u"This table contained an incorrect row or column count which has now been "
+             u"fixed.\nYou should save the table to keep this change.");
+        return true;
+    }
+    const CString format = TranslateString(u"Failed to open file: \n\t%s\n%s", CString(),
+                                           u"Table editor (filename,error)");
+    QMessageBoxExceptServer(c_editorContext, CString::Formatted(format, name, MessageOf(table)),
+                            MB_OK | MB_ICONEXCLAMATION);
+    return false;
+}
+
+bool ToggleSortRows(QLookupTable& table) {
+    if (!table.IsValid())
+        return false;
+    const bool sorted = table.IsSorted();
+    if (!sorted) {
+        const int answer = QMessageBoxExceptServer(
+            c_editorContext,
+            TranslateString(u"Sorting rows requires the file to be re-read. Include changes "
+                            u"since the last save?",
+                            CString(), u"File save prompt"),
+            MB_YESNOCANCEL | MB_ICONQUESTION);
+        if (answer == IDCANCEL)
+            return false;
+        if (answer == IDYES && table.Data()->IsWritable() && !table.CommitTrans())
+            return false;
+    }
+    if (!table.Reload(!sorted))
+        return false;
+    return table.SetIsSorted(!sorted);
+}
+
+bool HoldsFractions(const std::vector<QAnyValue>& values) {
+    return std::any_of(values.begin(), values.end(), [](const QAnyValue& value) {
+        if (!value.IsNumeric() || value.IsType(QAnyValue::TYPE_INT))
+            return false;
+        const double number = QAnyValue(value).MakeDouble();
+        return std::isfinite(number) && number != std::floor(number);
+    });
+}
+
+bool SelectColumnHeadingType(QLookupTable& table, QAnyValue::TYPE type) {
+    int cols = 0;
+    if (!table.ColCount(cols))
+        return false;
+    std::vector<QAnyValue> labels(static_cast<std::size_t>(cols));
+    for (int col = 0; col < cols; ++col)
+        table.ColLabel(col, labels[static_cast<std::size_t>(col)], nullptr, nullptr);
+    return MayLoseFractions(labels, type) && table.UpdateColLabelType(type);
+}
+
+bool SelectColumnType(QLookupTable& table, int col, QAnyValue::TYPE type) {
+    int rows = 0;
+    QAnyValue::TYPE current = QAnyValue::TYPE_EMPTY;
+    if (!table.RowCount(rows) || !table.ColType(col, current))
+        return false;
+    std::vector<QAnyValue> cells(static_cast<std::size_t>(rows));
+    for (int row = 0; row < rows; ++row)
+        table.LookupByIndex(row, col, cells[static_cast<std::size_t>(row)], nullptr, nullptr);
+    return MayLoseFractions(cells, type) && table.UpdateColType(col, type);
+}
 
 CString MarkupTitle(QMarkup markup) {
     switch (markup) {
@@ -276,8 +368,8 @@ int DoForEachSelectedCell(QLookupTable& table, const std::vector<QTableCell>& ce
     int changed = 0;
     for (const QTableCell& at : cells) {
         QAnyValue cell;
-        if (table->LookupByIndexNoEval(at.row, at.col, cell) && change(cell) &&
-            table->UpdateByIndex(at.row, at.col, cell))
+        if (table.LookupByIndexNoEval(at.row, at.col, cell) && change(cell) &&
+            table.UpdateByIndex(at.row, at.col, cell))
             ++changed;
     }
     return changed;
@@ -301,21 +393,21 @@ bool DuplicateRow(QLookupTable& table, int row, const QAnyValue& label, int& ind
     if (!table.RowCount(rows) || row < 0 || row >= rows)
         return false;
     const bool unique = IsUniqueLabel(label, rows, [&](int i, QAnyValue& existing) {
-        return table->RowLabel(i, existing, nullptr, nullptr);
+        return table.RowLabel(i, existing, nullptr, nullptr);
     });
     if (!unique) {
         Tell(u"Please specify a unique row label.");
         return false;
     }
-    if (!table->AddRow(label, index))
+    if (!table.AddRow(label, index))
         return false;
     const int from = index <= row ? row + 1 : row;
     int cols = 0;
     table.ColCount(cols);
     for (int col = 0; col < cols; ++col) {
         QAnyValue cell;
-        table->LookupByIndexNoEval(from, col, cell);
-        table->UpdateByIndex(index, col, cell);
+        table.LookupByIndexNoEval(from, col, cell);
+        table.UpdateByIndex(index, col, cell);
     }
     return true;
 }
@@ -326,20 +418,20 @@ bool DuplicateCol(QLookupTable& table, int col, const QAnyValue& label, int& ind
     if (!table.ColCount(cols) || !table.ColType(col, type))
         return false;
     const bool unique = IsUniqueLabel(label, cols, [&](int i, QAnyValue& existing) {
-        return table->ColLabel(i, existing, nullptr, nullptr);
+        return table.ColLabel(i, existing, nullptr, nullptr);
     });
     if (!unique) {
         Tell(u"Please specify a unique column label.");
         return false;
     }
-    if (!table->AddCol(label, type, index))
+    if (!table.AddCol(label, type, index))
         return false;
     int rows = 0;
     table.RowCount(rows);
     for (int row = 0; row < rows; ++row) {
         QAnyValue cell;
-        table->LookupByIndexNoEval(row, col, cell);
-        table->UpdateByIndex(row, index, cell);
+        table.LookupByIndexNoEval(row, col, cell);
+        table.UpdateByIndex(row, index, cell);
     }
     return true;
 }
@@ -353,11 +445,13 @@ QBatchConversion BatchConvertTables(const CString& folder,
     for (int i = 0; i < count; ++i) {
         const CString& path = files[i];
         status(CString::Formatted(Translated(u"Converting %d/%d %s"), i + 1, count, path));
-        if (ConvertTable(path, status)) {
+        CString reason;
+        if (ConvertTable(path, status, reason)) {
             ++result.converted;
         } else {
             ++result.failed;
-            QMessageBoxOrLog(FailureOf(path), u"Lookup Table", true);
+            result.failures.push_back({path, reason});
+            QMessageBoxOrLog(path + u"\n" + reason, u"Lookup Table", true);
         }
         QLookupTableData::CleanupCache();
     }

@@ -48,14 +48,44 @@ bool MarkupHelper(QLookupTable& table, QMarkup markup, const std::vector<QTableC
 bool DuplicateRow(QLookupTable& table, int row, const QAnyValue& label, int& index);
 bool DuplicateCol(QLookupTable& table, int col, const QAnyValue& label, int& index);
 
+// Opens the named table for editing, locked for writing when it can be: plainly, else with its
+// counts repaired, when the person is told "This table contained an incorrect row or column
+// count which has now been fixed.\nYou should save the table to keep this change.". A failure
+// shows "Failed to open file: \n\t%s\n%s" with the name and the table's message.
+bool TryOpen(QLookupTable& table, const CString& name);
+
+// The sort command: the table is read again with its rows sorted, or in the file's order when
+// they were sorted, and the sorted flag follows. Sorting a table first asks "Sorting rows
+// requires the file to be re-read. Include changes since the last save?": Yes writes the changes
+// first, No drops them, Cancel leaves everything as it was and gives false.
+bool ToggleSortRows(QLookupTable& table);
+
+// Whether some value is a number with a fractional part, which whole numbers would lose.
+bool HoldsFractions(const std::vector<QAnyValue>& values);
+
+// Change the type of the column labels, or of a column's cells. Making labels or cells that
+// hold fractions whole numbers first asks "Type conversion will lose some fractional amounts.
+// Continue anyway?", and anything but Yes changes nothing and gives false.
+bool SelectColumnHeadingType(QLookupTable& table, QAnyValue::TYPE type);
+bool SelectColumnType(QLookupTable& table, int col, QAnyValue::TYPE type);
+
+struct QConversionFailure {
+    CString path;
+    // The message of the table: why it did not read, or why it could not be written as it is.
+    CString reason;
+};
+
 struct QBatchConversion {
     int converted = 0;
     int failed = 0;
+    std::vector<QConversionFailure> failures;
 };
 
 // Rewrites every "*.vlt" under the folder, in all its subfolders, in the current format: each is
 // opened plainly, or else with its counts repaired, then written by a transaction. A file that
-// fails is left as it was and its error logged, and the next one is tried. `status` sees
+// fails is left as it was, byte for byte, and its error logged, and the next one is tried: one
+// with a label or cell that does not read, one that would not read back as it was read, one
+// whose owner cannot be kept. A symbolic link stays a link to the rewritten file. `status` sees
 // "Finding files...", "Converting %d/%d %s" for each file, "Fixed row/col counts for %s" for each
 // repair, "Converted %d files" and, when any failed,
 // "Failed to convert %d files.\nSee error log for details".

@@ -1,9 +1,11 @@
 #include "keel/document/errorlog.h"
+#include "keel/document/translate.h"
 #include "keel/formula/evaluator.h"
 #include "keel/formula/stringtovalue.h"
 #include "keel/platform/exceptions.h"
 #include "keel/system/fsfile.h"
 #include "keel/system/pathop.h"
+#include "keel/tables/celltokens.h"
 #include "keel/tables/lookuptable.h"
 #include "keel/tables/tabtokens.h"
 #include "keel/values/length.h"
@@ -13,7 +15,9 @@
 #include <cstdio>
 #include <cwctype>
 #include <filesystem>
+#include <sys/stat.h>
 #include <system_error>
+#include <unistd.h>
 #include <utility>
 #include <vector>
 
@@ -90,32 +94,6 @@ int CountTokensBeforeEmptyOne(CString line) {
 void DropByteOrderMark(CString& line) {
     if (!line.IsEmpty() && line[0] == c_byteOrderMark)
         line.Delete(0);
-}
-
-// One token off the line made a value: the enclosing quotes undone, the text run as a formula in
-// no context. False when the formula fails; the value then holds what the evaluator left.
-bool ReadValueToken(CString& line, QAnyValue& value, CString& token) {
-    GetTabDelimToken(line, token);
-    const CString text = IsEnclosedByQuotes(token) ? UndoDoubleQuotesAndEnclose(token) : token;
-    return StringToValue(value, text, nullptr, false, nullptr);
-}
-
-// The token that reads back as the value in a place of the given type. The table's own value is
-// left as it is, and a value that cannot take the type (an empty array in a column of numbers)
-// is written as it stands, so that nothing is lost.
-CString ValueToken(const QAnyValue& value, TYPE type) {
-    if (value.IsEmptyOrEmptyString())
-        return CString();
-    QAnyValue written(value);
-    if (type != QAnyValue::TYPE_EMPTY && !QLookupTableData::IsValueFormula(written)) {
-        try {
-            written.ChangeType(type);
-        } catch (const InvalidArgumentException&) {
-            written = value;
-        }
-    }
-    const CString text = written.AsFormula().ToString();
-    return written.IsString() ? DoubleQuotesAndEnclose(text) : text;
 }
 
 // The one type that the values share, formula cells and empty values aside; empty when they
@@ -221,12 +199,26 @@ bool QLookupTableData::ReadFromFile(bool sortRows, bool repairCounts, int forced
         return false;
     }
     const QEvaluator::ExtraContextInfoForErrors errorContext(m_strName);
-    m_file.SeekToBegin();
+    switch (ReadLines(sortRows, repairCounts, forcedRows, forcedCols)) {
+    case ReadStep::Good:
+        RecreateCache();
+        return true;
+    case ReadStep::Failed:
+        return false;
+    case ReadStep::Repair:
+        Delete();
+        return ReadFromFile(sortRows, repairCounts, forcedRows, forcedCols);
+    }
+    return false;
+}
 
+QLookupTableData::ReadStep QLookupTableData::ReadLines(bool sortRows, bool repairCounts,
+                                                       int& forcedRows, int& forcedCols) {
+    m_file.SeekToBegin();
     CString line;
     if (!m_file.ReadString(line)) {
         ReportError(u"Cannot read description line");
-        return false;
+        return ReadStep::Failed;
     }
     DropByteOrderMark(line);
     CString versionToken;
@@ -236,65 +228,54 @@ bool QLookupTableData::ReadFromFile(bool sortRows, bool repairCounts, int forced
     const VltVersion version = VersionOf(versionToken);
     if (version == VltVersion::Unsupported) {
         ReportError(u"Unsupported VLT format version string");
-        return false;
+        return ReadStep::Failed;
     }
 
-    if (!ReadCountsLine(repairCounts, forcedRows, forcedCols))
-        return false;
-
-    if (!m_file.ReadString(line)) {
-        ReportError(u"No column headings line");
-        return false;
+    int rows = 0;
+    int cols = 0;
+    if (!ReadCountsLine(repairCounts, forcedRows, forcedCols, rows, cols))
+        return ReadStep::Failed;
+    if (static_cast<long long>(rows) * cols > INT_MAX) {
+        ReportError(u"Out of memory");
+        return ReadStep::Failed;
     }
+    const bool withHeadings = m_file.ReadString(line);
+    if (!withHeadings)
+        line.Empty();
     GetTabDelimToken(line, m_strTLDesc);
-    const auto readAgain = [&] {
-        Delete();
-        return ReadFromFile(sortRows, repairCounts, forcedRows, forcedCols);
-    };
-    switch (ReadColumnHeadings(line, repairCounts, forcedCols)) {
-    case ReadStep::Failed:
-        return false;
-    case ReadStep::Repair:
-        return readAgain();
-    case ReadStep::Good:
-        break;
+    FitCountsToFile(line, rows, cols);
+    if (!AllocateArrays(rows, cols))
+        return ReadStep::Failed;
+    if (!withHeadings) {
+        ReportError(u"No column headings line");
+        return ReadStep::Failed;
     }
+
+    ReadStep step = ReadColumnHeadings(line, repairCounts, forcedCols);
+    if (step != ReadStep::Good)
+        return step;
     if (version != VltVersion::Older && !ReadColumnTypes(version == VltVersion::V21))
-        return false;
+        return ReadStep::Failed;
 
     const bool lazy = QLookupTableDataStatics::IsTableCacheOverSize(m_nRows) || sortRows;
-    switch (ReadRowLines(lazy, repairCounts, forcedRows)) {
-    case ReadStep::Failed:
-        return false;
-    case ReadStep::Repair:
-        return readAgain();
-    case ReadStep::Good:
-        break;
-    }
+    step = ReadRowLines(lazy, repairCounts, forcedRows);
+    if (step != ReadStep::Good)
+        return step;
     m_bAllRowsLoaded = !lazy;
     if (sortRows)
         SortRowsByLabel();
     m_bSorted = sortRows || AreRowLabelsAscending();
     if (version == VltVersion::Older) {
         if (!DeduceTypes(true))
-            return false;
+            return ReadStep::Failed;
     } else if (version == VltVersion::V20) {
         DeduceTypes(false);
     }
-
-    switch (ReadPastLastRow(repairCounts, forcedRows)) {
-    case ReadStep::Failed:
-        return false;
-    case ReadStep::Repair:
-        return readAgain();
-    case ReadStep::Good:
-        break;
-    }
-    RecreateCache();
-    return true;
+    return ReadPastLastRow(repairCounts, forcedRows);
 }
 
-bool QLookupTableData::ReadCountsLine(bool repairCounts, int forcedRows, int forcedCols) {
+bool QLookupTableData::ReadCountsLine(bool repairCounts, int forcedRows, int forcedCols, int& rows,
+                                      int& cols) {
     CString line;
     if (!m_file.ReadString(line)) {
         ReportError(u"Cannot read row/col counts line");
@@ -302,9 +283,9 @@ bool QLookupTableData::ReadCountsLine(bool repairCounts, int forcedRows, int for
     }
     CString token;
     GetTabDelimToken(line, token);
-    int rows = WToI(token);
+    rows = WToI(token);
     GetTabDelimToken(line, token);
-    int cols = WToI(token);
+    cols = WToI(token);
     if (repairCounts && forcedRows != -1)
         rows = forcedRows;
     if (repairCounts && forcedCols != -1)
@@ -313,7 +294,19 @@ bool QLookupTableData::ReadCountsLine(bool repairCounts, int forcedRows, int for
         ReportError(u"Row/col counts invalid");
         return false;
     }
-    return AllocateArrays(rows, cols);
+    return true;
+}
+
+// Each column needs at least a character of the headings line, and each row a line of its own
+// with something on it. A count beyond that is brought down to one more than the file can hold,
+// so that nothing is allocated for what is not there: the reader then runs out where it would
+// have, with the same message, or finds the true count when it repairs.
+void QLookupTableData::FitCountsToFile(const CString& headings, int& rows, int& cols) {
+    cols = std::min(cols, headings.GetLength() + 1);
+    const unsigned long long bytesLeft = m_file.GetLength() - m_file.GetPosition();
+    const unsigned long long rowsRoom = (bytesLeft + 1) / 2;
+    if (static_cast<unsigned long long>(rows) > rowsRoom)
+        rows = static_cast<int>(rowsRoom + 1);
 }
 
 QLookupTableData::ReadStep QLookupTableData::ReadColumnHeadings(CString& line, bool repairCounts,
@@ -329,8 +322,11 @@ QLookupTableData::ReadStep QLookupTableData::ReadColumnHeadings(CString& line, b
             ReportError(u"Not enough column headings");
             return ReadStep::Failed;
         }
-        if (!ReadValueToken(line, m_colLabels[col], token) || token.IsEmpty())
+        const bool good = ReadCellToken(line, m_colLabels[col], token);
+        if (!good || token.IsEmpty())
             ReportErrorCol(u"Bad column %d label", col);
+        if (!good)
+            NoteBadToken();
     }
     if (line.IsEmpty())
         return ReadStep::Good;
@@ -393,8 +389,11 @@ QLookupTableData::ReadStep QLookupTableData::ReadRowLines(bool lazy, bool repair
             ReportError(u"Not enough rows of data");
             return ReadStep::Failed;
         }
-        if (!ReadValueToken(line, m_rowLabels[row], token) || token.IsEmpty())
+        const bool good = ReadCellToken(line, m_rowLabels[row], token);
+        if (!good || token.IsEmpty())
             ReportErrorRow(u"Bad row %d label", row);
+        if (!good)
+            NoteBadToken();
         if (lazy)
             m_pendingRowText[row] = line;
         else if (!LoadRow(row, line))
@@ -422,13 +421,20 @@ QLookupTableData::ReadStep QLookupTableData::ReadPastLastRow(bool repairCounts, 
     return ReadStep::Failed;
 }
 
+void QLookupTableData::NoteBadToken() {
+    if (m_strFirstBadToken.IsEmpty())
+        m_strFirstBadToken = m_strLastError.Mid(m_strLastError.Find(u'\n') + 1);
+}
+
 bool QLookupTableData::LoadRow(int row, CString& rest) {
     if (m_bRowLoadFailed)
         return false;
     CString token;
     for (int col = 0; col < m_nCols; ++col)
-        if (!ReadValueToken(rest, Cell(row, col), token))
+        if (!ReadCellToken(rest, Cell(row, col), token)) {
             ReportErrorRowCol(u"Bad value at row %d column %d", row, col);
+            NoteBadToken();
+        }
     const bool tooManyColumns = !rest.IsEmpty();
     rest.Empty();
     if (tooManyColumns) {
@@ -498,7 +504,7 @@ bool QLookupTableData::WriteToFile(CStdioFileEx& file) {
     CString line;
     PutTabDelimToken(line, m_strTLDesc);
     for (int col = 0; col < m_nCols; ++col)
-        PutTabDelimToken(line, ValueToken(m_colLabels[col], m_colLabelType));
+        PutTabDelimToken(line, CellToken(m_colLabels[col], m_colLabelType));
     file.WriteString(line);
     file.WriteString(u"\n");
 
@@ -513,9 +519,9 @@ bool QLookupTableData::WriteToFile(CStdioFileEx& file) {
         return false;
     for (int row = 0; row < m_nRows; ++row) {
         line.Empty();
-        PutTabDelimToken(line, ValueToken(m_rowLabels[row], m_rowLabelType));
+        PutTabDelimToken(line, CellToken(m_rowLabels[row], m_rowLabelType));
         for (int col = 0; col < m_nCols; ++col)
-            PutTabDelimToken(line, ValueToken(Cell(row, col), m_colTypes[col]));
+            PutTabDelimToken(line, CellToken(Cell(row, col), m_colTypes[col]));
         file.WriteString(line + u'\n');
     }
     return true;
@@ -576,8 +582,17 @@ bool QLookupTableData::HasLengthPrecisionErrors() {
     return m_rowLabelType == QAnyValue::TYPE_LENGTH && AnyLosesPrecision(m_rowLabels);
 }
 
+// The file that the name stands for: a symbolic link is followed, so that the link stays.
+CString QLookupTableData::ResolvedFileName() const {
+    std::error_code error;
+    const std::filesystem::path resolved =
+        std::filesystem::weakly_canonical(std::filesystem::path(m_strName.ToUtf8()), error);
+    return error ? m_strName : CString::FromUtf8(resolved.string());
+}
+
 bool QLookupTableData::WriteThroughTemporaryFile() {
-    const CString tempPath = QFSFile::GenerateTempPath(QPathOp::PathWithoutFileSpec(m_strName));
+    const CString target = ResolvedFileName();
+    const CString tempPath = QFSFile::GenerateTempPath(QPathOp::PathWithoutFileSpec(target));
     CStdioFileEx temp;
     if (!temp.Open(tempPath, CFile::modeCreate | CFile::modeWrite | CFile::typeText)) {
         ReportError(u"Could not open for writing");
@@ -591,23 +606,81 @@ bool QLookupTableData::WriteThroughTemporaryFile() {
         temp.Abort();
         written = false;
     }
-    if (written && ReplaceFileWith(tempPath))
+    if (written && ReadsBackAsItIs(tempPath) && ReplaceFileWith(tempPath, target))
         return true;
     std::remove(tempPath.ToUtf8().c_str());
     return false;
 }
 
-bool QLookupTableData::ReplaceFileWith(const CString& writtenPath) {
-    const std::filesystem::path table(m_strName.ToUtf8());
-    const std::filesystem::path written(writtenPath.ToUtf8());
-    std::error_code error;
-    const std::filesystem::file_status old = std::filesystem::status(table, error);
-    if (!error && std::filesystem::exists(old))
-        std::filesystem::permissions(written, old.permissions(), error);
-    std::filesystem::rename(written, table, error);
+// The written file is read as a table of its own and compared with this one, so that a table
+// is never replaced by one that reads differently.
+bool QLookupTableData::ReadsBackAsItIs(const CString& writtenPath) {
+    QSmartPtr<QLookupTableData> written(new QLookupTableData);
+    written->m_strName = writtenPath;
+    const bool read = written->ReadFromFile(false, false, -1, -1) &&
+                      written->LoadRowsIfNecessary() && written->FirstBadToken().IsEmpty();
+    const CString difference = read ? DifferenceFrom(*written) : CString(u"it does not read");
+    written->CloseFile();
+    LeaveList(written.Get());
+    if (difference.IsEmpty())
+        return true;
+    ReportError(CString::Formatted(TranslateString(u"The table would not read back as it is: %s",
+                                                   CString(), u"Lookup table error"),
+                                   difference),
+                true);
+    return false;
+}
+
+// Where the other table reads differently from this one, in words; empty when nowhere.
+CString QLookupTableData::DifferenceFrom(const QLookupTableData& other) {
+    if (m_strComment != other.m_strComment || m_strSecondComment != other.m_strSecondComment)
+        return u"the comments";
+    if (m_strTLDesc != other.m_strTLDesc)
+        return u"the top-left description";
+    if (m_nRows != other.m_nRows || m_nCols != other.m_nCols)
+        return u"the counts";
+    if (m_rowLabelType != other.m_rowLabelType || m_colLabelType != other.m_colLabelType)
+        return u"the label types";
+    for (int col = 0; col < m_nCols; ++col) {
+        if (m_colTypes[col] != other.m_colTypes[col])
+            return CString::Formatted(u"the type of column %d", col + 1);
+        if (!IsSameCell(other.m_colLabels[col], m_colLabels[col], m_colLabelType))
+            return CString::Formatted(u"the label of column %d", col + 1);
+    }
+    for (int row = 0; row < m_nRows; ++row) {
+        if (!IsSameCell(other.m_rowLabels[row], m_rowLabels[row], m_rowLabelType))
+            return CString::Formatted(u"the label of row %d", row + 1);
+        for (int col = 0; col < m_nCols; ++col) {
+            const QAnyValue& cell = m_cells[row * m_nCols + col];
+            if (!IsSameCell(other.m_cells[row * m_nCols + col], cell, m_colTypes[col]))
+                return CString::Formatted(u"row %d column %d", row + 1, col + 1);
+        }
+    }
+    return CString();
+}
+
+// The written file takes the place of the target with the target's mode and owner; a target
+// whose owner cannot be kept is left alone.
+bool QLookupTableData::ReplaceFileWith(const CString& writtenPath, const CString& target) {
+    const std::string targetPath = target.ToUtf8();
+    const std::string written = writtenPath.ToUtf8();
+    struct stat old {};
+    if (::stat(targetPath.c_str(), &old) == 0) {
+        struct stat made {};
+        if (::chmod(written.c_str(), old.st_mode & 07777) != 0 ||
+            ::stat(written.c_str(), &made) != 0 ||
+            ((made.st_uid != old.st_uid || made.st_gid != old.st_gid) &&
+             ::chown(written.c_str(), old.st_uid, old.st_gid) != 0)) {
+            ReportError(u"Could not keep the owner and mode of the file");
+            return false;
+        }
+    }
+    const bool renamed = std::rename(written.c_str(), targetPath.c_str()) == 0;
     QFSFile::ClearFileStatusCache();
-    if (error)
+    if (!renamed) {
+        ReportError(u"Could not open for writing");
         return false;
+    }
     // The lock held the file that was replaced; it now holds the new one.
     CloseFile();
     m_bFileOpen =

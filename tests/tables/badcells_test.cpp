@@ -33,7 +33,7 @@ TEST_F(BadCells, ACellThatCannotTakeItsTypeReadsAsAnErrorAndTheOthersAreUntouche
     for (const Case& c : {Case{u"a", u"Count", true}, Case{u"a", u"Size", false},
                           Case{u"b", u"Count", false}, Case{u"b", u"Size", true}}) {
         QAnyValue cell;
-        ASSERT_TRUE(table->LookupExact(QAnyValue(c.row), QAnyValue(c.col), cell, nullptr, nullptr));
+        ASSERT_TRUE(table.LookupExact(QAnyValue(c.row), QAnyValue(c.col), cell, nullptr, nullptr));
         CString message;
         EXPECT_EQ(cell.IsErrorAndGetMessage(message), c.error)
             << CString(c.row).ToUtf8() << " " << CString(c.col).ToUtf8();

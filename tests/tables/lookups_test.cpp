@@ -29,80 +29,87 @@ protected:
     // Rebuilds the label index under the present threshold.
     static void RebuildIndex(QLookupTable& table) {
         QAnyValue label;
-        table->RowLabel(0, label, nullptr, nullptr);
-        table->UpdateRowLabel(0, label);
+        table.RowLabel(0, label, nullptr, nullptr);
+        table.UpdateRowLabel(0, label);
     }
 
 private:
     int m_savedOverSize;
 };
 
-// Upper bounds 5, 10, 15 with the prices for each.
-QLookupTable Bounds() {
-    return MemoryTable({5, 10, 15}, {u"price"}, {{u"five"}, {u"ten"}, {u"fifteen"}});
-}
-
-struct NearestCase {
-    QAnyValue key;
-    int row;
-    const char* cell;
-};
-
-TEST_F(LookupsTest, NearestMatchInNumbersIsTheFirstLabelAtOrAboveTheKey) {
-    QLookupTable table = Bounds();
-    const NearestCase cases[] = {{1, 0, "five"},        {5, 0, "five"},       {7, 1, "ten"},
-                                 {10, 1, "ten"},        {10.5, 2, "fifteen"}, {15, 2, "fifteen"},
-                                 {16, -1, nullptr},     {-3, 0, "five"},      {u"A", -1, nullptr},
-                                 {15.0001, -1, nullptr}};
-    for (const NearestCase& c : cases) {
-        SCOPED_TRACE(Text(c.key));
-        EXPECT_EQ(table->FindRow(c.key, nullptr), c.row);
-        QAnyValue value;
-        const bool found = table->Lookup(c.key, u"price", value, nullptr, nullptr);
-        EXPECT_EQ(found, c.cell != nullptr);
-        if (c.cell) {
-            EXPECT_EQ(Text(value), c.cell);
-        }
+// Numbers find the first label at or above the key, so that sorted labels are upper bounds;
+// texts find the first label that begins the key, in row order. Exact matches ignore case and
+// need the whole label, numbers matching by value. An empty label catches every key that reaches
+// it, in both forms.
+TEST_F(LookupsTest, RowKeysFindTheirRowByNearestOrExactMatch) {
+    const QLookupTable bounds = MemoryTable({5, 10, 15}, {u"x"});
+    const QLookupTable texts = MemoryTable({u"A", u"AB", u"B"}, {u"x"});
+    const QLookupTable mixed = MemoryTable({u"A", u"AB", 10}, {u"x"});
+    const QLookupTable catchAll = MemoryTable({5, QAnyValue(), 10}, {u"x"});
+    struct Case {
+        const QLookupTable* table;
+        QAnyValue key;
+        bool exact;
+        int row;
+    };
+    const Case cases[] = {
+        {&bounds, 1, false, 0},
+        {&bounds, 5, false, 0},
+        {&bounds, 7, false, 1},
+        {&bounds, 10, false, 1},
+        {&bounds, 10.5, false, 2},
+        {&bounds, 15, false, 2},
+        {&bounds, 16, false, -1},
+        {&bounds, -3, false, 0},
+        {&bounds, u"A", false, -1},
+        {&bounds, 15.0001, false, -1},
+        {&texts, u"ABC", false, 0},
+        {&texts, u"ab", false, 0},
+        {&texts, u"b", false, 2},
+        {&texts, u"C", false, -1},
+        {&texts, u"", false, -1},
+        {&mixed, u"ab", true, 1},
+        {&mixed, u"ABC", true, -1},
+        {&mixed, 10.0, true, 2},
+        {&mixed, 7, true, -1},
+        {&catchAll, 99, false, 1},
+        {&catchAll, 10, true, 1},
+        {&catchAll, 5, true, 0},
+        {&catchAll, u"anything", true, 1},
+    };
+    for (const Case& c : cases) {
+        const int row =
+            c.exact ? c.table->FindRowExact(c.key, nullptr) : c.table->FindRow(c.key, nullptr);
+        EXPECT_EQ(row, c.row) << Text(c.key) << (c.exact ? " exact" : " nearest");
     }
 }
 
-TEST_F(LookupsTest, NearestMatchInTextIsTheFirstLabelThatBeginsTheKey) {
-    QLookupTable table = MemoryTable({u"A", u"AB", u"B"}, {u"x"}, {{1}, {2}, {3}});
-    EXPECT_EQ(table->FindRow(u"ABC", nullptr), 0) << "A comes first although AB is longer";
-    EXPECT_EQ(table->FindRow(u"ab", nullptr), 0);
-    EXPECT_EQ(table->FindRow(u"b", nullptr), 2);
-    EXPECT_EQ(table->FindRow(u"C", nullptr), -1);
-    EXPECT_EQ(table->FindRow(u"", nullptr), -1) << "no label is a prefix of nothing";
-    QAnyValue value;
-    ASSERT_TRUE(table->Lookup(u"ABC", u"X", value, nullptr, nullptr));
-    EXPECT_EQ(value.MakeInt(), 1);
-}
-
-TEST_F(LookupsTest, ExactMatchIgnoresCaseAndNeedsTheWholeLabel) {
-    QLookupTable table = MemoryTable({u"A", u"AB", 10}, {u"x", u"y"}, {{1, 2}, {3, 4}, {5, 6}});
-    EXPECT_EQ(table->FindRowExact(u"ab", nullptr), 1);
-    EXPECT_EQ(table->FindRowExact(u"ABC", nullptr), -1);
-    EXPECT_EQ(table->FindRowExact(10.0, nullptr), 2) << "numbers match by value";
-    EXPECT_EQ(table->FindRowExact(7, nullptr), -1);
-    EXPECT_EQ(table->FindColExact(u"Y", nullptr), 1);
-    QAnyValue value;
-    ASSERT_TRUE(table->LookupExact(u"ab", u"Y", value, nullptr, nullptr));
-    EXPECT_EQ(value.MakeInt(), 4);
-    EXPECT_FALSE(table->LookupExact(u"abc", u"y", value, nullptr, nullptr));
-    EXPECT_FALSE(table->LookupExact(u"ab", u"z", value, nullptr, nullptr));
-}
-
-TEST_F(LookupsTest, AnEmptyLabelCatchesEveryKeyThatReachesIt) {
-    QLookupTable table = MemoryTable({5, QAnyValue(), 10}, {u"x"}, {{u"five"}, {u"any"}, {u"ten"}});
-    QAnyValue value;
-    ASSERT_TRUE(table->Lookup(99, u"x", value, nullptr, nullptr));
-    EXPECT_EQ(Text(value), "any");
-    ASSERT_TRUE(table->LookupExact(10, u"x", value, nullptr, nullptr));
-    EXPECT_EQ(Text(value), "any") << "the empty row stands before 10";
-    ASSERT_TRUE(table->LookupExact(5, u"x", value, nullptr, nullptr));
-    EXPECT_EQ(Text(value), "five");
-    ASSERT_TRUE(table->LookupExact(u"anything", u"x", value, nullptr, nullptr));
-    EXPECT_EQ(Text(value), "any");
+// A look-up gives the cell where the row and the column found meet, and nothing when either
+// is missing.
+TEST_F(LookupsTest, LookupsGiveTheCellWhereRowAndColumnMeet) {
+    const QLookupTable table =
+        MemoryTable({u"A", u"AB", 10}, {u"x", u"y"}, {{1, 2}, {3, 4}, {5, 6}});
+    struct Case {
+        QAnyValue row;
+        QAnyValue col;
+        bool exact;
+        const char* cell; // null for a miss
+    };
+    const Case cases[] = {
+        {u"ab", u"Y", true, "4"},   {u"abc", u"y", true, nullptr}, {u"ab", u"z", true, nullptr},
+        {u"ABC", u"X", false, "1"}, {7, u"y", false, "6"},         {11, u"x", false, nullptr},
+        {10.0, u"y", true, "6"},
+    };
+    EXPECT_EQ(table.FindColExact(u"Y", nullptr), 1);
+    for (const Case& c : cases) {
+        QAnyValue value;
+        const bool found = c.exact ? table.LookupExact(c.row, c.col, value, nullptr, nullptr)
+                                   : table.Lookup(c.row, c.col, value, nullptr, nullptr);
+        EXPECT_EQ(found, c.cell != nullptr) << Text(c.row) << " " << Text(c.col);
+        if (found && c.cell) {
+            EXPECT_EQ(Text(value), c.cell) << Text(c.row) << " " << Text(c.col);
+        }
+    }
 }
 
 TEST_F(LookupsTest, AFormulaCellGivesItsResultInAContextAndItsTextWithout) {
@@ -110,20 +117,20 @@ TEST_F(LookupsTest, AFormulaCellGivesItsResultInAContextAndItsTextWithout) {
     test::NamesContext context;
     context.Set("price", 21);
     QAnyValue value;
-    ASSERT_TRUE(table->LookupByIndex(0, 0, value, &context, nullptr));
+    ASSERT_TRUE(table.LookupByIndex(0, 0, value, &context, nullptr));
     EXPECT_EQ(value.Type(), QAnyValue::TYPE_INT);
     EXPECT_EQ(value.MakeInt(), 42);
-    ASSERT_TRUE(table->LookupByIndex(0, 0, value, nullptr, nullptr));
+    ASSERT_TRUE(table.LookupByIndex(0, 0, value, nullptr, nullptr));
     EXPECT_EQ(Text(value), "=price * 2");
-    ASSERT_TRUE(table->LookupByIndex(0, 1, value, &context, nullptr));
+    ASSERT_TRUE(table.LookupByIndex(0, 1, value, &context, nullptr));
     EXPECT_EQ(value.MakeInt(), 3);
-    ASSERT_TRUE(table->LookupByIndexNoEval(0, 0, value));
+    ASSERT_TRUE(table.LookupByIndexNoEval(0, 0, value));
     EXPECT_EQ(Text(value), "=price * 2");
-    EXPECT_TRUE(table->IsValueFormulaControlled(0, 0));
-    EXPECT_TRUE(table->IsValueFormulaControlled(0, 1));
+    EXPECT_TRUE(table.IsValueFormulaControlled(0, 0));
+    EXPECT_TRUE(table.IsValueFormulaControlled(0, 1));
     // With a context, a formula that fails is a failed read.
     test::NamesContext empty;
-    EXPECT_FALSE(table->LookupByIndex(0, 0, value, &empty, nullptr));
+    EXPECT_FALSE(table.LookupByIndex(0, 0, value, &empty, nullptr));
 }
 
 TEST_F(LookupsTest, WhatIsAFormula) {
@@ -169,39 +176,39 @@ TEST_F(LookupsTest, LabelsAndCellsReadWithTheirTypes) {
     table.UpdateRowLabelType(QAnyValue::TYPE_INT);
     table.UpdateColType(0, QAnyValue::TYPE_INT);
     QAnyValue label;
-    ASSERT_TRUE(table->RowLabel(1, label, nullptr, nullptr));
+    ASSERT_TRUE(table.RowLabel(1, label, nullptr, nullptr));
     EXPECT_EQ(label.Type(), QAnyValue::TYPE_INT);
     EXPECT_EQ(label.MakeInt(), 20);
-    EXPECT_EQ(table->FindRow(15, nullptr), 1) << "the labels compare as numbers";
+    EXPECT_EQ(table.FindRow(15, nullptr), 1) << "the labels compare as numbers";
     QAnyValue cell;
-    ASSERT_TRUE(table->Lookup(15, u"cost", cell, nullptr, nullptr));
+    ASSERT_TRUE(table.Lookup(15, u"cost", cell, nullptr, nullptr));
     EXPECT_EQ(cell.Type(), QAnyValue::TYPE_INT);
     EXPECT_EQ(cell.MakeInt(), 7);
-    EXPECT_FALSE(table->RowLabel(2, label, nullptr, nullptr));
-    EXPECT_FALSE(table->ColLabel(-1, label, nullptr, nullptr));
+    EXPECT_FALSE(table.RowLabel(2, label, nullptr, nullptr));
+    EXPECT_FALSE(table.ColLabel(-1, label, nullptr, nullptr));
 }
 
 TEST_F(LookupsTest, UpdatesStoreWithoutChangingTheType) {
     QLookupTable table = MemoryTable({u"a", u"b"}, {u"x", u"y"});
-    EXPECT_TRUE(table->UpdateByIndex(1, 1, 2.5));
+    EXPECT_TRUE(table.UpdateByIndex(1, 1, 2.5));
     EXPECT_EQ(test::StoredText(table, 1, 1), "2.5");
-    EXPECT_TRUE(table->UpdateExact(u"A", u"Y", u"text", nullptr));
+    EXPECT_TRUE(table.UpdateExact(u"A", u"Y", u"text", nullptr));
     EXPECT_EQ(test::StoredText(table, 0, 1), "text");
-    EXPECT_FALSE(table->UpdateExact(u"c", u"y", 1, nullptr));
+    EXPECT_FALSE(table.UpdateExact(u"c", u"y", 1, nullptr));
     for (const auto& [row, col] : {std::pair{2, 0}, std::pair{0, 2}, std::pair{-1, 0}})
-        EXPECT_FALSE(table->UpdateByIndex(row, col, 1)) << row << "," << col;
+        EXPECT_FALSE(table.UpdateByIndex(row, col, 1)) << row << "," << col;
 }
 
 TEST_F(LookupsTest, ANewLabelIsFoundAtOnce) {
     QLookupTableDataStatics::c_TableCacheOverSize = 2;
     QLookupTable table = MemoryTable({u"a", u"b", u"c"}, {u"x"}, {{1}, {2}, {3}});
-    ASSERT_TRUE(table->HasRowIndex());
-    ASSERT_TRUE(table->UpdateRowLabel(1, u"Beta"));
-    EXPECT_EQ(table->FindRowExact(u"beta", nullptr), 1);
-    EXPECT_EQ(table->FindRowExactInCache(u"BETA", nullptr), 1);
-    EXPECT_EQ(table->FindRowExact(u"b", nullptr), -1);
-    ASSERT_TRUE(table->UpdateColLabel(0, u"Z"));
-    EXPECT_EQ(table->FindColExact(u"z", nullptr), 0);
+    ASSERT_TRUE(table.Data()->HasRowIndex());
+    ASSERT_TRUE(table.UpdateRowLabel(1, u"Beta"));
+    EXPECT_EQ(table.FindRowExact(u"beta", nullptr), 1);
+    EXPECT_EQ(table.Data()->FindRowExactInCache(u"BETA", nullptr), 1);
+    EXPECT_EQ(table.FindRowExact(u"b", nullptr), -1);
+    ASSERT_TRUE(table.UpdateColLabel(0, u"Z"));
+    EXPECT_EQ(table.FindColExact(u"z", nullptr), 0);
 }
 
 TEST_F(LookupsTest, TheLabelIndexGivesTheAnswersOfTheWalk) {
@@ -210,36 +217,36 @@ TEST_F(LookupsTest, TheLabelIndexGivesTheAnswersOfTheWalk) {
     auto answers = [&](QLookupTable& table) {
         std::vector<int> found;
         for (const QAnyValue& key : keys) {
-            found.push_back(table->FindRowExact(key, nullptr));
-            found.push_back(table->FindRow(key, nullptr));
+            found.push_back(table.FindRowExact(key, nullptr));
+            found.push_back(table.FindRow(key, nullptr));
         }
         return found;
     };
     QLookupTableDataStatics::c_TableCacheOverSize = 0;
     QLookupTable table = MemoryTable({u"a", u"b", 10, 20, u"c"}, {u"x"});
-    ASSERT_FALSE(table->HasRowIndex());
+    ASSERT_FALSE(table.Data()->HasRowIndex());
     const std::vector<int> walked = answers(table);
     QLookupTableDataStatics::c_TableCacheOverSize = 3;
     RebuildIndex(table);
-    ASSERT_TRUE(table->HasRowIndex());
+    ASSERT_TRUE(table.Data()->HasRowIndex());
     EXPECT_EQ(answers(table), walked);
-    EXPECT_EQ(table->FindRowExactInCache(u"B", nullptr), 1);
-    EXPECT_EQ(table->FindRowExactInCache(20, nullptr), 3);
-    EXPECT_EQ(table->FindRowExactInCache(u"zz", nullptr), -1);
+    EXPECT_EQ(table.Data()->FindRowExactInCache(u"B", nullptr), 1);
+    EXPECT_EQ(table.Data()->FindRowExactInCache(20, nullptr), 3);
+    EXPECT_EQ(table.Data()->FindRowExactInCache(u"zz", nullptr), -1);
 }
 
 TEST_F(LookupsTest, TheIndexGivesTheLastOfEqualLabelsAndTheWalkTheFirst) {
     QLookupTableDataStatics::c_TableCacheOverSize = 3;
     QLookupTable table = MemoryTable({u"a", u"dup", u"b", u"DUP"}, {u"x"});
-    ASSERT_TRUE(table->HasRowIndex());
-    EXPECT_EQ(table->FindRowExact(u"dup", nullptr), 3);
+    ASSERT_TRUE(table.Data()->HasRowIndex());
+    EXPECT_EQ(table.FindRowExact(u"dup", nullptr), 3);
     test::NamesContext context;
-    EXPECT_EQ(table->FindRowExact(u"dup", &context), 3) << "the hit still matches in a context";
+    EXPECT_EQ(table.FindRowExact(u"dup", &context), 3) << "the hit still matches in a context";
     QLookupTableDataStatics::c_TableCacheOverSize = 0;
     RebuildIndex(table);
-    ASSERT_FALSE(table->HasRowIndex());
-    EXPECT_EQ(table->FindRowExact(u"dup", nullptr), 1);
-    EXPECT_EQ(table->FindRowExactInCache(u"dup", nullptr), -1);
+    ASSERT_FALSE(table.Data()->HasRowIndex());
+    EXPECT_EQ(table.FindRowExact(u"dup", nullptr), 1);
+    EXPECT_EQ(table.Data()->FindRowExactInCache(u"dup", nullptr), -1);
 }
 
 TEST_F(LookupsTest, AnIndexHitIsCheckedAgainInAContext) {
@@ -249,45 +256,45 @@ TEST_F(LookupsTest, AnIndexHitIsCheckedAgainInAContext) {
     QLookupTable table = MemoryTable({u"=label", u"b"}, {u"x"}, {{1}, {2}});
     test::NamesContext context;
     context.Set("label", u"real");
-    EXPECT_EQ(table->FindRowExactInCache(u"=label", nullptr), 0);
-    EXPECT_EQ(table->FindRowExactInCache(u"=label", &context), -1);
-    EXPECT_EQ(table->FindRowExact(u"real", &context), 0);
+    EXPECT_EQ(table.Data()->FindRowExactInCache(u"=label", nullptr), 0);
+    EXPECT_EQ(table.Data()->FindRowExactInCache(u"=label", &context), -1);
+    EXPECT_EQ(table.FindRowExact(u"real", &context), 0);
 }
 
 TEST_F(LookupsTest, ListsJoinTheTextsWithBars) {
     QLookupTable table =
         MemoryTable({u"a", u"b", 3}, {u"x", u"y"}, {{1, 2.5}, {u"t", QAnyValue()}, {true, -4}});
     CString list = u"left over";
-    ASSERT_TRUE(table->RowLabels(list, nullptr, nullptr));
+    ASSERT_TRUE(table.RowLabels(list, nullptr, nullptr));
     EXPECT_EQ(list.ToUtf8(), "a|b|3");
-    ASSERT_TRUE(table->ColLabels(list, nullptr, nullptr));
+    ASSERT_TRUE(table.ColLabels(list, nullptr, nullptr));
     EXPECT_EQ(list.ToUtf8(), "x|y");
-    ASSERT_TRUE(table->RowValues(u"A", list, nullptr, nullptr));
+    ASSERT_TRUE(table.RowValues(u"A", list, nullptr, nullptr));
     EXPECT_EQ(list.ToUtf8(), "1|2.5");
-    ASSERT_TRUE(table->RowValuesByIndex(1, list, nullptr, nullptr));
+    ASSERT_TRUE(table.RowValuesByIndex(1, list, nullptr, nullptr));
     EXPECT_EQ(list.ToUtf8(), "t|");
-    ASSERT_TRUE(table->ColValues(u"Y", list, nullptr, nullptr));
+    ASSERT_TRUE(table.ColValues(u"Y", list, nullptr, nullptr));
     EXPECT_EQ(list.ToUtf8(), "2.5||-4");
-    ASSERT_TRUE(table->ColValuesByIndex(0, list, nullptr, nullptr));
+    ASSERT_TRUE(table.ColValuesByIndex(0, list, nullptr, nullptr));
     EXPECT_EQ(list.ToUtf8(), "1|t|" + Text(true));
-    EXPECT_FALSE(table->RowValues(u"c", list, nullptr, nullptr));
+    EXPECT_FALSE(table.RowValues(u"c", list, nullptr, nullptr));
     EXPECT_EQ(list.ToUtf8(), "") << "a list is emptied first";
-    EXPECT_FALSE(table->RowValuesByIndex(3, list, nullptr, nullptr));
-    EXPECT_FALSE(table->ColValuesByIndex(-1, list, nullptr, nullptr));
+    EXPECT_FALSE(table.RowValuesByIndex(3, list, nullptr, nullptr));
+    EXPECT_FALSE(table.ColValuesByIndex(-1, list, nullptr, nullptr));
 }
 
 TEST_F(LookupsTest, LabelsForAValueListEachRowOnce) {
     QLookupTable table = MemoryTable({u"a", u"b", u"c"}, {u"x", u"y"}, {{1, 2}, {1, 1}, {2, 2}});
     CString list;
-    ASSERT_TRUE(table->RowLabelsForVal(list, 1, true, nullptr, nullptr));
+    ASSERT_TRUE(table.RowLabelsForVal(list, 1, true, nullptr, nullptr));
     EXPECT_EQ(list.ToUtf8(), "a|b");
-    ASSERT_TRUE(table->RowLabelsForVal(list, 1, false, nullptr, nullptr));
+    ASSERT_TRUE(table.RowLabelsForVal(list, 1, false, nullptr, nullptr));
     EXPECT_EQ(list.ToUtf8(), "a|c") << "a row with one differing cell counts";
-    ASSERT_TRUE(table->ColLabelsForVal(list, 2, true, nullptr, nullptr));
+    ASSERT_TRUE(table.ColLabelsForVal(list, 2, true, nullptr, nullptr));
     EXPECT_EQ(list.ToUtf8(), "x|y");
-    ASSERT_TRUE(table->ColLabelsForVal(list, 1, false, nullptr, nullptr));
+    ASSERT_TRUE(table.ColLabelsForVal(list, 1, false, nullptr, nullptr));
     EXPECT_EQ(list.ToUtf8(), "x|y");
-    ASSERT_TRUE(table->RowLabelsForVal(list, 9, true, nullptr, nullptr));
+    ASSERT_TRUE(table.RowLabelsForVal(list, 9, true, nullptr, nullptr));
     EXPECT_EQ(list.ToUtf8(), "");
 }
 
@@ -295,24 +302,24 @@ TEST_F(LookupsTest, LabelsForOneOrTwoTests) {
     QLookupTable table = MemoryTable({u"a", u"b", u"c"}, {u"kind", u"size"},
                                      {{u"Oak", 1}, {u"oak", 2}, {u"pine", 2}});
     CString list;
-    ASSERT_TRUE(table->RowLabelsForCol(list, u"KIND", u"OAK", true, nullptr, nullptr));
+    ASSERT_TRUE(table.RowLabelsForCol(list, u"KIND", u"OAK", true, nullptr, nullptr));
     EXPECT_EQ(list.ToUtf8(), "a|b") << "texts compare ignoring case";
-    ASSERT_TRUE(table->RowLabelsForCol(list, u"kind", u"oak", false, nullptr, nullptr));
+    ASSERT_TRUE(table.RowLabelsForCol(list, u"kind", u"oak", false, nullptr, nullptr));
     EXPECT_EQ(list.ToUtf8(), "c");
-    EXPECT_FALSE(table->RowLabelsForCol(list, u"colour", u"oak", true, nullptr, nullptr));
+    EXPECT_FALSE(table.RowLabelsForCol(list, u"colour", u"oak", true, nullptr, nullptr));
     EXPECT_EQ(list.ToUtf8(), "");
     ASSERT_TRUE(
-        table->RowLabelsForCol2(list, u"kind", u"oak", true, u"size", 2, true, nullptr, nullptr));
+        table.RowLabelsForCol2(list, u"kind", u"oak", true, u"size", 2, true, nullptr, nullptr));
     EXPECT_EQ(list.ToUtf8(), "b");
     ASSERT_TRUE(
-        table->RowLabelsForCol2(list, u"kind", u"oak", false, u"size", 2, true, nullptr, nullptr));
+        table.RowLabelsForCol2(list, u"kind", u"oak", false, u"size", 2, true, nullptr, nullptr));
     EXPECT_EQ(list.ToUtf8(), "c");
     EXPECT_FALSE(
-        table->RowLabelsForCol2(list, u"kind", u"oak", true, u"none", 2, true, nullptr, nullptr));
-    ASSERT_TRUE(table->ColLabelsForRow(list, u"b", 2, true, nullptr, nullptr));
+        table.RowLabelsForCol2(list, u"kind", u"oak", true, u"none", 2, true, nullptr, nullptr));
+    ASSERT_TRUE(table.ColLabelsForRow(list, u"b", 2, true, nullptr, nullptr));
     EXPECT_EQ(list.ToUtf8(), "size");
     ASSERT_TRUE(
-        table->ColLabelsForRow2(list, u"a", u"oak", true, u"b", u"OAK", true, nullptr, nullptr));
+        table.ColLabelsForRow2(list, u"a", u"oak", true, u"b", u"OAK", true, nullptr, nullptr));
     EXPECT_EQ(list.ToUtf8(), "kind");
 }
 
@@ -321,24 +328,23 @@ TEST_F(LookupsTest, FilteredValuesGiveEachTextOnce) {
         MemoryTable({u"name", u"keep", 10}, {u"c1", u"c2", u"c3", u"c4", u"c5", u"c6"},
                     {{u"x", u"y", u"x", u"", u"X", u"z"}, {1, 1, 1, 1, 1, 0}, {1, 2, 3, 4, 5, 6}});
     CString list;
-    ASSERT_TRUE(table->RowValuesFilterByRow2(u"name", list, u"keep", 1, true, nullptr, nullptr));
+    ASSERT_TRUE(table.RowValuesFilterByRow2(u"name", list, u"keep", 1, true, nullptr, nullptr));
     EXPECT_EQ(list.ToUtf8(), "x|y|X") << "empty texts and repeats are left out, with case";
-    ASSERT_TRUE(table->RowValuesFilterByRow2(u"name", list, u"keep", 1, false, nullptr, nullptr));
+    ASSERT_TRUE(table.RowValuesFilterByRow2(u"name", list, u"keep", 1, false, nullptr, nullptr));
     EXPECT_EQ(list.ToUtf8(), "z");
-    ASSERT_TRUE(table->RowValuesFilterByRow2(7, list, u"keep", 1, true, nullptr, nullptr));
+    ASSERT_TRUE(table.RowValuesFilterByRow2(7, list, u"keep", 1, true, nullptr, nullptr));
     EXPECT_EQ(list.ToUtf8(), "1|2|3|4|5") << "the keys match by nearness";
-    EXPECT_FALSE(
-        table->RowValuesFilterByRow2(u"nothing", list, u"keep", 1, true, nullptr, nullptr));
-    EXPECT_FALSE(table->RowValuesFilterByRow2(u"name", list, 11, 1, true, nullptr, nullptr));
+    EXPECT_FALSE(table.RowValuesFilterByRow2(u"nothing", list, u"keep", 1, true, nullptr, nullptr));
+    EXPECT_FALSE(table.RowValuesFilterByRow2(u"name", list, 11, 1, true, nullptr, nullptr));
 }
 
 TEST_F(LookupsTest, ColumnFilterMirrorsTheRows) {
     QLookupTable table =
         MemoryTable({u"r1", u"r2", u"r3"}, {u"name", u"keep"}, {{u"p", 1}, {u"q", 0}, {u"p", 1}});
     CString list;
-    ASSERT_TRUE(table->ColValuesFilterByCol2(u"name", list, u"keep", 1, true, nullptr, nullptr));
+    ASSERT_TRUE(table.ColValuesFilterByCol2(u"name", list, u"keep", 1, true, nullptr, nullptr));
     EXPECT_EQ(list.ToUtf8(), "p");
-    ASSERT_TRUE(table->ColValuesFilterByCol2(u"name", list, u"keep", 1, false, nullptr, nullptr));
+    ASSERT_TRUE(table.ColValuesFilterByCol2(u"name", list, u"keep", 1, false, nullptr, nullptr));
     EXPECT_EQ(list.ToUtf8(), "q");
 }
 
@@ -352,10 +358,10 @@ TEST_F(LookupsTest, TheWalkIgnoresCaseWhenComparisonsDoNot) {
     QAnyValue::ReloadOptions();
     ASSERT_FALSE(QAnyValue::UseCompareNoCase());
     QLookupTable table = MemoryTable({u"A", u"AB"}, {u"x"}, {{u"Oak"}, {u"pine"}});
-    EXPECT_EQ(table->FindRowExact(u"ab", nullptr), 1);
-    EXPECT_EQ(table->FindRow(u"abc", nullptr), 0);
+    EXPECT_EQ(table.FindRowExact(u"ab", nullptr), 1);
+    EXPECT_EQ(table.FindRow(u"abc", nullptr), 0);
     CString list;
-    ASSERT_TRUE(table->RowLabelsForVal(list, u"OAK", true, nullptr, nullptr));
+    ASSERT_TRUE(table.RowLabelsForVal(list, u"OAK", true, nullptr, nullptr));
     EXPECT_EQ(list.ToUtf8(), "A");
     QAnyValue::SetProfileIntReader(previous);
     QAnyValue::ReloadOptions();
@@ -366,14 +372,14 @@ TEST_F(LookupsTest, AnInvalidTableAnswersNothing) {
     ASSERT_FALSE(table.IsValid());
     QAnyValue value;
     CString list;
-    EXPECT_EQ(table->FindRow(1, nullptr), -1);
-    EXPECT_EQ(table->FindColExact(1, nullptr), -1);
-    EXPECT_FALSE(table->Lookup(1, 1, value, nullptr, nullptr));
-    EXPECT_FALSE(table->LookupByIndex(0, 0, value, nullptr, nullptr));
-    EXPECT_FALSE(table->UpdateByIndex(0, 0, 1));
-    EXPECT_FALSE(table->UpdateRowLabel(0, 1));
-    EXPECT_FALSE(table->RowLabels(list, nullptr, nullptr));
-    EXPECT_FALSE(table->ColLabelsForVal(list, 1, true, nullptr, nullptr));
+    EXPECT_EQ(table.FindRow(1, nullptr), -1);
+    EXPECT_EQ(table.FindColExact(1, nullptr), -1);
+    EXPECT_FALSE(table.Lookup(1, 1, value, nullptr, nullptr));
+    EXPECT_FALSE(table.LookupByIndex(0, 0, value, nullptr, nullptr));
+    EXPECT_FALSE(table.UpdateByIndex(0, 0, 1));
+    EXPECT_FALSE(table.UpdateRowLabel(0, 1));
+    EXPECT_FALSE(table.RowLabels(list, nullptr, nullptr));
+    EXPECT_FALSE(table.ColLabelsForVal(list, 1, true, nullptr, nullptr));
 }
 
 } // namespace

@@ -11,6 +11,7 @@
 #include <chrono>
 #include <cstdint>
 #include <filesystem>
+#include <functional>
 #include <gtest/gtest.h>
 #include <string>
 #include <vector>
@@ -140,42 +141,87 @@ class LookupTable : public test::TableFixture {};
 
 // --- Null and invalid handles --------------------------------------------------------------------
 
-TEST_F(LookupTable, ANullHandleAnswersFalseAndEmptyNames) {
-    QLookupTable table;
-    int count = 0;
-    TYPE type = TYPE(0);
-    EXPECT_FALSE(table.IsValid());
-    EXPECT_TRUE(table.Name().IsEmpty());
-    EXPECT_TRUE(table.LastError().IsEmpty());
-    EXPECT_TRUE(table.Comment().IsEmpty());
-    EXPECT_FALSE(table.RowCount(count));
-    EXPECT_FALSE(table.ColCount(count));
-    EXPECT_FALSE(table.RowLabelType(type));
-    EXPECT_FALSE(table.ColLabelType(type));
-    EXPECT_FALSE(table.ColType(0, type));
-    EXPECT_FALSE(table.SetComment(u"x"));
-    EXPECT_FALSE(table.SetTLDesc(u"x"));
-    EXPECT_FALSE(table.SetIsSorted(true));
-    EXPECT_FALSE(table.IsSorted());
-    EXPECT_FALSE(table.BeginTrans());
-    EXPECT_FALSE(table.CommitTrans());
-    EXPECT_FALSE(table.Rollback());
-    EXPECT_FALSE(table.Reload());
-    EXPECT_FALSE(table.IsSameNameAs(table));
-}
-
-TEST_F(LookupTable, ATableNotYetReadIsInvalidAndRefusesTheForwarders) {
-    QLookupTable table(new QLookupTableData);
-    int count = 7;
+// A null handle and one on a table that did not read answer every operation with false (or no
+// index), leave what they would give untouched, and name nothing but the table's own name and
+// error.
+TEST_F(LookupTable, HandlesWithoutAValidTableAnswerFalse) {
+    WriteTable("broken", "c\tVltFormat=2.1\t\n-1\t1\n");
+    QLookupTable invalid;
+    ASSERT_FALSE(invalid.SetName(u"broken"));
+    ASSERT_NE(invalid.Data(), nullptr);
+    const QAnyValue key(1);
+    QAnyValue value;
+    CString list;
+    int number = 7;
     TYPE type = QAnyValue::TYPE_MONEY;
-    EXPECT_FALSE(table.IsValid());
-    EXPECT_FALSE(table.RowCount(count));
-    EXPECT_EQ(count, 7);
-    EXPECT_FALSE(table.UpdateRowLabelType(QAnyValue::TYPE_INT));
-    EXPECT_FALSE(table.UpdateColLabelType(QAnyValue::TYPE_INT));
-    EXPECT_FALSE(table.UpdateColType(0, QAnyValue::TYPE_INT));
-    EXPECT_FALSE(table.ColType(0, type));
+    const std::vector<std::function<bool(QLookupTable&)>> operations = {
+        [&](QLookupTable& t) { return t.IsValid() || t.IsSorted(); },
+        [&](QLookupTable& t) { return t.RowCount(number) || t.ColCount(number); },
+        [&](QLookupTable& t) { return t.RowLabelType(type) || t.ColLabelType(type); },
+        [&](QLookupTable& t) { return t.ColType(0, type) || t.UpdateColType(0, type); },
+        [&](QLookupTable& t) { return t.UpdateRowLabelType(type) || t.UpdateColLabelType(type); },
+        [&](QLookupTable& t) { return t.SetComment(u"x") || t.SetTLDesc(u"x"); },
+        [&](QLookupTable& t) { return t.SetIsSorted(true); },
+        // An invalid table of a name still begins a transaction: it is locked by name.
+        [&](QLookupTable& t) { return t.CommitTrans(); },
+        [&](QLookupTable& t) { return t.Rollback() || t.Reload(); },
+        [&](QLookupTable& t) { return t.Lookup(key, key, value, nullptr, nullptr); },
+        [&](QLookupTable& t) { return t.LookupExact(key, key, value, nullptr, nullptr); },
+        [&](QLookupTable& t) { return t.LookupByIndex(0, 0, value, nullptr, nullptr); },
+        [&](QLookupTable& t) { return t.LookupByIndexNoEval(0, 0, value); },
+        [&](QLookupTable& t) { return t.IsValueFormulaControlled(0, 0); },
+        [&](QLookupTable& t) { return t.UpdateByIndex(0, 0, key); },
+        [&](QLookupTable& t) { return t.UpdateExact(key, key, key, nullptr); },
+        [&](QLookupTable& t) { return t.RowLabel(0, value, nullptr, nullptr); },
+        [&](QLookupTable& t) { return t.ColLabel(0, value, nullptr, nullptr); },
+        [&](QLookupTable& t) { return t.UpdateRowLabel(0, key) || t.UpdateColLabel(0, key); },
+        [&](QLookupTable& t) { return t.RowLabels(list, nullptr, nullptr); },
+        [&](QLookupTable& t) { return t.ColLabels(list, nullptr, nullptr); },
+        [&](QLookupTable& t) { return t.RowLabelsForVal(list, key, true, nullptr, nullptr); },
+        [&](QLookupTable& t) { return t.ColLabelsForVal(list, key, true, nullptr, nullptr); },
+        [&](QLookupTable& t) { return t.RowLabelsForCol(list, key, key, true, nullptr, nullptr); },
+        [&](QLookupTable& t) { return t.ColLabelsForRow(list, key, key, true, nullptr, nullptr); },
+        [&](QLookupTable& t) {
+            return t.RowLabelsForCol2(list, key, key, true, key, key, true, nullptr, nullptr);
+        },
+        [&](QLookupTable& t) {
+            return t.ColLabelsForRow2(list, key, key, true, key, key, true, nullptr, nullptr);
+        },
+        [&](QLookupTable& t) { return t.RowValues(key, list, nullptr, nullptr); },
+        [&](QLookupTable& t) { return t.ColValues(key, list, nullptr, nullptr); },
+        [&](QLookupTable& t) { return t.RowValuesByIndex(0, list, nullptr, nullptr); },
+        [&](QLookupTable& t) { return t.ColValuesByIndex(0, list, nullptr, nullptr); },
+        [&](QLookupTable& t) {
+            return t.RowValuesFilterByRow2(key, list, key, key, true, nullptr, nullptr);
+        },
+        [&](QLookupTable& t) {
+            return t.ColValuesFilterByCol2(key, list, key, key, true, nullptr, nullptr);
+        },
+        [&](QLookupTable& t) { return t.AddRow(key, number) || t.AddCol(key, number); },
+        [&](QLookupTable& t) { return t.RemoveRowByIndex(0) || t.RemoveRow(key, nullptr); },
+        [&](QLookupTable& t) { return t.RemoveColByIndex(0) || t.RemoveCol(key, nullptr); },
+        [&](QLookupTable& t) { return t.MoveRowUp(1) || t.MoveRowDown(0); },
+        [&](QLookupTable& t) { return t.MoveColLeft(1) || t.MoveColRight(0); },
+        [&](QLookupTable& t) { return t.LoadRowIfNecessary(0); },
+        [&](QLookupTable& t) { return t.FindRow(key, nullptr) != -1; },
+        [&](QLookupTable& t) { return t.FindRowExact(key, nullptr) != -1; },
+        [&](QLookupTable& t) { return t.FindCol(key, nullptr) != -1; },
+        [&](QLookupTable& t) { return t.FindColExact(key, nullptr) != -1; },
+    };
+    QLookupTable null;
+    for (std::size_t i = 0; i < operations.size(); ++i) {
+        EXPECT_FALSE(operations[i](null)) << "operation " << i;
+        EXPECT_FALSE(operations[i](invalid)) << "operation " << i;
+    }
+    EXPECT_EQ(number, 7);
     EXPECT_EQ(type, QAnyValue::TYPE_MONEY);
+    EXPECT_FALSE(null.IsSameNameAs(null));
+    EXPECT_FALSE(null.BeginTrans());
+    EXPECT_TRUE(null.Name().IsEmpty());
+    EXPECT_TRUE(null.LastError().IsEmpty());
+    EXPECT_TRUE(invalid.Comment().IsEmpty());
+    EXPECT_EQ(U(invalid.Name()), U(TableCString("broken")));
+    EXPECT_EQ(U(invalid.LastError()), U(TableCString("broken")) + "\nRow/col counts invalid");
 }
 
 // --- A new table ---------------------------------------------------------------------------------
@@ -199,9 +245,9 @@ TEST_F(LookupTable, CreateNewFileMakesOneStringRowAndColumnSortedAndNameless) {
     EXPECT_EQ(type, QAnyValue::TYPE_STRING);
     EXPECT_TRUE(table.IsSorted());
     EXPECT_TRUE(table.Name().IsEmpty());
-    EXPECT_TRUE(table->AreAllRowsLoaded());
-    EXPECT_FALSE(table->IsWritable());
-    EXPECT_FALSE(table->IsFileOpen());
+    EXPECT_TRUE(table.Data()->AreAllRowsLoaded());
+    EXPECT_FALSE(table.Data()->IsWritable());
+    EXPECT_FALSE(table.Data()->IsFileOpen());
 
     // The labels and the empty cell, as the document form shows them.
     TableImage expected;
@@ -315,10 +361,10 @@ TEST_F(LookupTable, SetAllReloadRequiredMarksEveryTable) {
     QLookupTable one;
     one.CreateNewFile();
     QSmartPtr<QLookupTableData> two = NamedTableInMemory(TableCString("two"));
-    EXPECT_FALSE(one->IsReloadRequired());
+    EXPECT_FALSE(one.Data()->IsReloadRequired());
     EXPECT_FALSE(two->IsReloadRequired());
     QLookupTableData::SetAllReloadRequired();
-    EXPECT_TRUE(one->IsReloadRequired());
+    EXPECT_TRUE(one.Data()->IsReloadRequired());
     EXPECT_TRUE(two->IsReloadRequired());
 }
 
@@ -520,7 +566,7 @@ TEST_F(LookupTable, ATableOthersReadOpensForWritingReadOnlyWithoutComplaint) {
     QLookupTable table;
     ASSERT_TRUE(table.SetName(u"prices", true)) << U(table.LastError());
     EXPECT_TRUE(table.IsValid());
-    EXPECT_FALSE(table->IsWritable());
+    EXPECT_FALSE(table.Data()->IsWritable());
     EXPECT_TRUE(table.LastError().IsEmpty());
 }
 
@@ -712,8 +758,8 @@ TEST_F(LookupTable, IndexKeysCompareAsValues) {
 TEST_F(LookupTable, RowsOfATableInMemoryNeedNoLoading) {
     QLookupTable table;
     table.CreateNewFile();
-    EXPECT_TRUE(table->LoadRowIfNecessary(0));
-    EXPECT_TRUE(table->LoadRowsIfNecessary());
+    EXPECT_TRUE(table.LoadRowIfNecessary(0));
+    EXPECT_TRUE(table.LoadRowsIfNecessary());
 }
 
 // --- Transactions --------------------------------------------------------------------------------
@@ -770,8 +816,8 @@ TEST_F(LookupTable, ATableFileReadsThroughItsName) {
     EXPECT_EQ(rows, 2);
     EXPECT_EQ(U(table.Name()), U(TableCString("prices")));
     EXPECT_EQ(U(table.Comment()), "Prices");
-    EXPECT_FALSE(table->IsFileOpen());
-    EXPECT_FALSE(table->IsReloadRequired());
+    EXPECT_FALSE(table.Data()->IsFileOpen());
+    EXPECT_FALSE(table.Data()->IsReloadRequired());
 }
 
 TEST_F(LookupTable, NamesDifferingInCaseOrExtensionShareOneTable) {
@@ -828,7 +874,7 @@ TEST_F(LookupTable, AfterSetAllReloadRequiredAHandleKeepsItsContentsUntilTheNext
     EXPECT_EQ(U(table.Comment()), "Changed");
     ASSERT_TRUE(table.RowCount(rows));
     EXPECT_EQ(rows, 1);
-    EXPECT_FALSE(table->IsReloadRequired());
+    EXPECT_FALSE(table.Data()->IsReloadRequired());
 }
 
 TEST_F(LookupTable, ReloadReadsTheFileAgain) {
@@ -845,9 +891,9 @@ TEST_F(LookupTable, WithoutTheSizeThresholdATableIsReadWholeAndHasNoIndex) {
     QLookupTableDataStatics::c_TableCacheOverSize = 0;
     QLookupTable whole;
     ASSERT_TRUE(whole.SetName(u"numbers")) << whole.LastError().ToUtf8();
-    EXPECT_TRUE(whole->AreAllRowsLoaded());
-    EXPECT_FALSE(whole->HasRowIndex());
-    EXPECT_FALSE(whole->HasColIndex());
+    EXPECT_TRUE(whole.Data()->AreAllRowsLoaded());
+    EXPECT_FALSE(whole.Data()->HasRowIndex());
+    EXPECT_FALSE(whole.Data()->HasColIndex());
 
     QLookupTableData::CleanupCache();
     whole = QLookupTable();
@@ -855,10 +901,10 @@ TEST_F(LookupTable, WithoutTheSizeThresholdATableIsReadWholeAndHasNoIndex) {
     QLookupTableDataStatics::c_TableCacheOverSize = 20;
     QLookupTable lazy;
     ASSERT_TRUE(lazy.SetName(u"numbers"));
-    EXPECT_FALSE(lazy->AreAllRowsLoaded());
-    EXPECT_TRUE(lazy->HasRowIndex());
-    EXPECT_TRUE(lazy->LoadRowsIfNecessary());
-    EXPECT_TRUE(lazy->AreAllRowsLoaded());
+    EXPECT_FALSE(lazy.Data()->AreAllRowsLoaded());
+    EXPECT_TRUE(lazy.Data()->HasRowIndex());
+    EXPECT_TRUE(lazy.LoadRowsIfNecessary());
+    EXPECT_TRUE(lazy.Data()->AreAllRowsLoaded());
 }
 
 TEST_F(LookupTable, TheMemoFollowsTheFolderToAnotherTable) {
@@ -880,11 +926,11 @@ TEST_F(LookupTable, ATransactionWritesTheChangedTableOnCommit) {
     QLookupTable table;
     ASSERT_TRUE(table.SetName(u"prices"));
     ASSERT_TRUE(table.BeginTrans());
-    EXPECT_TRUE(table->IsWritable());
-    EXPECT_TRUE(table->IsFileOpen());
+    EXPECT_TRUE(table.Data()->IsWritable());
+    EXPECT_TRUE(table.Data()->IsFileOpen());
     ASSERT_TRUE(table.SetComment(u"Committed"));
     ASSERT_TRUE(table.CommitTrans()) << U(table.LastError());
-    EXPECT_FALSE(table->IsFileOpen());
+    EXPECT_FALSE(table.Data()->IsFileOpen());
     const std::string written = ReadTable("prices");
     EXPECT_EQ(written.substr(0, written.find('\t')), "Committed");
     QLookupTableData::CleanupCache();
@@ -901,7 +947,7 @@ TEST_F(LookupTable, RollbackDropsTheChangesAndTheLock) {
     ASSERT_TRUE(table.BeginTrans());
     table.SetComment(u"not kept");
     EXPECT_TRUE(table.Rollback());
-    EXPECT_FALSE(table->IsFileOpen());
+    EXPECT_FALSE(table.Data()->IsFileOpen());
     EXPECT_EQ(U(table.Comment()), "Prices");
     EXPECT_EQ(ReadTable("prices"), c_priceFile);
 }
@@ -914,7 +960,7 @@ TEST_F(LookupTable, TableValuesRunTransactionsOnTheirTable) {
     QAnyValue begin(table);
     begin.BEGINTRANSit();
     ASSERT_TRUE(begin.IsBool()) << test::MessageOf(begin);
-    EXPECT_TRUE(handle->IsWritable());
+    EXPECT_TRUE(handle.Data()->IsWritable());
     handle.SetComment(u"By value");
     QAnyValue commit(table);
     commit.COMMITTRANSit();
@@ -945,7 +991,7 @@ TEST_F(LookupTable, AMissingFileIsReadFromTheArchive) {
     QFSFile::ClearFileStatusCache();
     QLookupTable table;
     ASSERT_TRUE(table.SetName(u"shipped")) << table.LastError().ToUtf8();
-    EXPECT_TRUE(table->IsTakenFromArchive());
+    EXPECT_TRUE(table.Data()->IsTakenFromArchive());
     EXPECT_EQ(U(table.Comment()), "Prices");
     EXPECT_FALSE(fs::exists(TablePath("shipped")));
 }
@@ -970,17 +1016,17 @@ TEST_F(LookupTable, TheFirstWriteLockGivesAnArchivedTableItsOwnFile) {
     QFSFile::ClearFileStatusCache();
     QLookupTable table;
     ASSERT_TRUE(table.SetName(u"sub/shipped"));
-    ASSERT_TRUE(table->IsTakenFromArchive());
-    ASSERT_TRUE(table->Lock(true));
-    EXPECT_FALSE(table->IsTakenFromArchive());
-    EXPECT_TRUE(table->IsWritable());
-    table->Unlock();
+    ASSERT_TRUE(table.Data()->IsTakenFromArchive());
+    ASSERT_TRUE(table.Data()->Lock(true));
+    EXPECT_FALSE(table.Data()->IsTakenFromArchive());
+    EXPECT_TRUE(table.Data()->IsWritable());
+    table.Data()->Unlock();
     ASSERT_TRUE(fs::exists(TablePath("sub/shipped")));
     QLookupTableData::CleanupCache();
     QLookupTable reread;
     QLookupTableData::SetAllReloadRequired();
     ASSERT_TRUE(reread.SetName(u"sub/shipped"));
-    EXPECT_FALSE(reread->IsTakenFromArchive());
+    EXPECT_FALSE(reread.Data()->IsTakenFromArchive());
     EXPECT_EQ(U(reread.Comment()), "Prices");
 }
 
@@ -1055,7 +1101,7 @@ TEST_F(LookupTable, ReloadAllDropsUnheldTablesAndMarksTheRest) {
     EXPECT_EQ(QLookupTableData::ListCount(), before + 2);
     source.ReloadAll();
     EXPECT_EQ(QLookupTableData::ListCount(), before + 1);
-    EXPECT_TRUE(held->IsReloadRequired());
+    EXPECT_TRUE(held.Data()->IsReloadRequired());
 }
 
 TEST_F(LookupTable, InstallMakesTheTablesTheSourceOfTableValues) {

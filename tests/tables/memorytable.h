@@ -23,23 +23,23 @@ inline QLookupTable MemoryTable(const std::vector<QAnyValue>& rows,
     table.UpdateRowLabelType(QAnyValue::TYPE_EMPTY);
     table.UpdateColLabelType(QAnyValue::TYPE_EMPTY);
     table.UpdateColType(0, QAnyValue::TYPE_EMPTY);
-    table->UpdateRowLabel(0, rows[0]);
-    table->UpdateColLabel(0, cols[0]);
+    table.UpdateRowLabel(0, rows[0]);
+    table.UpdateColLabel(0, cols[0]);
     int index = 0;
     for (std::size_t i = 1; i < rows.size(); ++i)
-        table->AddRow(rows[i], index);
+        table.AddRow(rows[i], index);
     for (std::size_t j = 1; j < cols.size(); ++j)
-        table->AddCol(cols[j], index);
+        table.AddCol(cols[j], index);
     for (std::size_t r = 0; r < cells.size(); ++r)
         for (std::size_t c = 0; c < cells[r].size(); ++c)
-            table->UpdateByIndex(static_cast<int>(r), static_cast<int>(c), cells[r][c]);
+            table.UpdateByIndex(static_cast<int>(r), static_cast<int>(c), cells[r][c]);
     return table;
 }
 
 // The cell as stored, as text, for comparisons.
 inline std::string StoredText(const QLookupTable& table, int row, int col) {
     QAnyValue value;
-    if (!table->LookupByIndexNoEval(row, col, value))
+    if (!table.LookupByIndexNoEval(row, col, value))
         return "<none>";
     return value.Format().ToUtf8();
 }

@@ -15,6 +15,7 @@ namespace {
 
 using test::Cells;
 using test::MemoryTable;
+using TYPE = QAnyValue::TYPE;
 
 std::string Text(const QAnyValue& value) {
     return QAnyValue(value).MakeCString().ToUtf8();
@@ -24,9 +25,9 @@ std::string Text(const QAnyValue& value) {
 std::string Shape(const QLookupTable& table) {
     std::string shape;
     CString list;
-    table->RowLabels(list, nullptr, nullptr);
+    table.RowLabels(list, nullptr, nullptr);
     shape += list.ToUtf8() + " / ";
-    table->ColLabels(list, nullptr, nullptr);
+    table.ColLabels(list, nullptr, nullptr);
     shape += list.ToUtf8();
     int rows = 0;
     int cols = 0;
@@ -40,36 +41,14 @@ std::string Shape(const QLookupTable& table) {
     return shape;
 }
 
-// A host with a display that answers the text dialog with what the test gives it and notes every
-// title and box.
-class ScriptedHost : public IUIServices {
-public:
-    bool HasDisplay() const override { return true; }
-    int MessageBox(const CString& text, const CString&, unsigned) override {
-        m_boxes.push_back(text.ToUtf8());
-        return IDOK;
-    }
-    void ShowPendingMessages(const std::vector<CPendingMessage>&) override {}
-    bool Customise(CCheckList&, CCheckList&, const std::function<void()>&) override {
-        return false;
-    }
-    bool OpenFile(const CString&) override { return false; }
-    bool EditText(CString& text, const CString& title) override {
-        m_titles.push_back(title.ToUtf8());
-        if (!m_answer)
-            return false;
-        text = CString::FromUtf8(*m_answer);
-        return true;
-    }
-
-    std::optional<std::string> m_answer;
-    std::vector<std::string> m_titles;
-    std::vector<std::string> m_boxes;
-};
+using test::ScriptedHost;
 
 class TableEditingTest : public testing::Test {
 protected:
-    TableEditingTest() { SetUIServices(&m_host); }
+    TableEditingTest() {
+        m_host.otherwise = IDOK;
+        SetUIServices(&m_host);
+    }
     ~TableEditingTest() override {
         SetUIServices(nullptr);
         QLookupTableData::CleanupCache();
@@ -89,7 +68,7 @@ TEST_F(TableEditingTest, AddRowPutsALabelInItsPlaceInASortedTable) {
     };
     for (const Case& c : {Case{u"c", 1}, Case{u"a", 0}, Case{u"e", 4}}) {
         int index = -1;
-        ASSERT_TRUE(table->AddRow(c.label, index)) << CString(c.label).ToUtf8();
+        ASSERT_TRUE(table.AddRow(c.label, index)) << CString(c.label).ToUtf8();
         EXPECT_EQ(index, c.index);
     }
     EXPECT_EQ(Shape(table), "a|b|c|d|e / x /  / 1 /  / 2 / ");
@@ -100,7 +79,7 @@ TEST_F(TableEditingTest, AddRowOfALabelAlreadyThereInASortedTableChangesNothing)
     table.SetIsSorted(true);
     const std::string before = Shape(table);
     int index = -7;
-    EXPECT_FALSE(table->AddRow(u"D", index));
+    EXPECT_FALSE(table.AddRow(u"D", index));
     EXPECT_EQ(index, -7);
     EXPECT_EQ(Shape(table), before);
 }
@@ -108,69 +87,69 @@ TEST_F(TableEditingTest, AddRowOfALabelAlreadyThereInASortedTableChangesNothing)
 TEST_F(TableEditingTest, AddRowAppendsInAnUnsortedTable) {
     QLookupTable table = MemoryTable({u"b", u"d"}, {u"x", u"y"}, {{1, 2}, {3, 4}});
     int index = -1;
-    ASSERT_TRUE(table->AddRow(u"a", index));
+    ASSERT_TRUE(table.AddRow(u"a", index));
     EXPECT_EQ(index, 2);
-    ASSERT_TRUE(table->AddRow(u"b", index)) << "a repeat is no obstacle when unsorted";
+    ASSERT_TRUE(table.AddRow(u"b", index)) << "a repeat is no obstacle when unsorted";
     EXPECT_EQ(index, 3);
     EXPECT_EQ(Shape(table), "b|d|a|b / x|y / 1 2 / 3 4 /   /  ");
-    EXPECT_EQ(table->FindRowExact(u"a", nullptr), 2);
+    EXPECT_EQ(table.FindRowExact(u"a", nullptr), 2);
 }
 
 TEST_F(TableEditingTest, AddColAppendsEmptyCellsOfItsType) {
     QLookupTable table = MemoryTable({u"a", u"b"}, {u"x"}, {{1}, {2}});
     int index = -1;
-    ASSERT_TRUE(table->AddCol(u"price", QAnyValue::TYPE_MONEY, index));
+    ASSERT_TRUE(table.AddCol(u"price", QAnyValue::TYPE_MONEY, index));
     EXPECT_EQ(index, 1);
     QAnyValue::TYPE type = QAnyValue::TYPE_EMPTY;
     ASSERT_TRUE(table.ColType(1, type));
     EXPECT_EQ(type, QAnyValue::TYPE_MONEY);
     EXPECT_EQ(Shape(table), "a|b / x|price / 1  / 2 ");
-    EXPECT_EQ(table->FindColExact(u"PRICE", nullptr), 1);
+    EXPECT_EQ(table.FindColExact(u"PRICE", nullptr), 1);
 }
 
 TEST_F(TableEditingTest, RemovingShiftsTheRest) {
     QLookupTable table =
         MemoryTable({u"a", u"b", u"c"}, {u"x", u"y", u"z"}, {{1, 2, 3}, {4, 5, 6}, {7, 8, 9}});
-    ASSERT_TRUE(table->RemoveRowByIndex(1));
+    ASSERT_TRUE(table.RemoveRowByIndex(1));
     EXPECT_EQ(Shape(table), "a|c / x|y|z / 1 2 3 / 7 8 9");
-    ASSERT_TRUE(table->RemoveColByIndex(0));
+    ASSERT_TRUE(table.RemoveColByIndex(0));
     EXPECT_EQ(Shape(table), "a|c / y|z / 2 3 / 8 9");
-    ASSERT_TRUE(table->RemoveRow(u"C", nullptr));
-    ASSERT_TRUE(table->RemoveCol(u"Z", nullptr));
+    ASSERT_TRUE(table.RemoveRow(u"C", nullptr));
+    ASSERT_TRUE(table.RemoveCol(u"Z", nullptr));
     EXPECT_EQ(Shape(table), "a / y / 2");
-    EXPECT_FALSE(table->RemoveRow(u"nothing", nullptr));
-    EXPECT_FALSE(table->RemoveCol(u"nothing", nullptr));
-    EXPECT_FALSE(table->RemoveRowByIndex(1));
-    EXPECT_FALSE(table->RemoveColByIndex(-1));
+    EXPECT_FALSE(table.RemoveRow(u"nothing", nullptr));
+    EXPECT_FALSE(table.RemoveCol(u"nothing", nullptr));
+    EXPECT_FALSE(table.RemoveRowByIndex(1));
+    EXPECT_FALSE(table.RemoveColByIndex(-1));
     EXPECT_EQ(Shape(table), "a / y / 2");
 }
 
 TEST_F(TableEditingTest, MovingSwapsLabelsAndCells) {
     QLookupTable table = MemoryTable({u"a", u"b", u"c"}, {u"x", u"y"}, {{1, 2}, {3, 4}, {5, 6}});
     table.UpdateColType(1, QAnyValue::TYPE_MONEY);
-    ASSERT_TRUE(table->MoveRowUp(2));
+    ASSERT_TRUE(table.MoveRowUp(2));
     EXPECT_EQ(Shape(table), "a|c|b / x|y / 1 2 / 5 6 / 3 4");
-    ASSERT_TRUE(table->MoveRowDown(0));
+    ASSERT_TRUE(table.MoveRowDown(0));
     EXPECT_EQ(Shape(table), "c|a|b / x|y / 5 6 / 1 2 / 3 4");
-    ASSERT_TRUE(table->MoveColRight(0));
+    ASSERT_TRUE(table.MoveColRight(0));
     EXPECT_EQ(Shape(table), "c|a|b / y|x / 6 5 / 2 1 / 4 3");
     QAnyValue::TYPE type = QAnyValue::TYPE_EMPTY;
     ASSERT_TRUE(table.ColType(0, type));
     EXPECT_EQ(type, QAnyValue::TYPE_MONEY) << "the type goes with its column";
-    ASSERT_TRUE(table->MoveColLeft(1));
+    ASSERT_TRUE(table.MoveColLeft(1));
     EXPECT_EQ(Shape(table), "c|a|b / x|y / 5 6 / 1 2 / 3 4");
-    EXPECT_EQ(table->FindRowExact(u"c", nullptr), 0);
+    EXPECT_EQ(table.FindRowExact(u"c", nullptr), 0);
 }
 
 TEST_F(TableEditingTest, MovingPastAnEdgeFails) {
     QLookupTable table = MemoryTable({u"a", u"b"}, {u"x", u"y"}, {{1, 2}, {3, 4}});
     const std::string before = Shape(table);
-    EXPECT_FALSE(table->MoveRowUp(0));
-    EXPECT_FALSE(table->MoveRowDown(1));
-    EXPECT_FALSE(table->MoveColLeft(0));
-    EXPECT_FALSE(table->MoveColRight(1));
-    EXPECT_FALSE(table->MoveRowUp(2));
-    EXPECT_FALSE(table->MoveRowDown(-1));
+    EXPECT_FALSE(table.MoveRowUp(0));
+    EXPECT_FALSE(table.MoveRowDown(1));
+    EXPECT_FALSE(table.MoveColLeft(0));
+    EXPECT_FALSE(table.MoveColRight(1));
+    EXPECT_FALSE(table.MoveRowUp(2));
+    EXPECT_FALSE(table.MoveRowDown(-1));
     EXPECT_EQ(Shape(table), before);
 }
 
@@ -178,16 +157,16 @@ TEST_F(TableEditingTest, EditsKeepTheLabelIndexUpToDate) {
     const int saved = QLookupTableDataStatics::c_TableCacheOverSize;
     QLookupTableDataStatics::c_TableCacheOverSize = 2;
     QLookupTable table = MemoryTable({u"a", u"b", u"c"}, {u"x", u"y"}, {{1, 2}, {3, 4}, {5, 6}});
-    ASSERT_TRUE(table->HasRowIndex());
-    table->MoveRowDown(0);
-    EXPECT_EQ(table->FindRowExactInCache(u"a", nullptr), 1);
-    table->RemoveRowByIndex(0);
-    EXPECT_EQ(table->FindRowExactInCache(u"c", nullptr), 1);
+    ASSERT_TRUE(table.Data()->HasRowIndex());
+    table.MoveRowDown(0);
+    EXPECT_EQ(table.Data()->FindRowExactInCache(u"a", nullptr), 1);
+    table.RemoveRowByIndex(0);
+    EXPECT_EQ(table.Data()->FindRowExactInCache(u"c", nullptr), 1);
     int index = 0;
-    table->AddRow(u"d", index);
-    EXPECT_EQ(table->FindRowExactInCache(u"d", nullptr), 2);
-    table->MoveColRight(0);
-    EXPECT_EQ(table->FindColExactInCache(u"x", nullptr), 1);
+    table.AddRow(u"d", index);
+    EXPECT_EQ(table.Data()->FindRowExactInCache(u"d", nullptr), 2);
+    table.MoveColRight(0);
+    EXPECT_EQ(table.Data()->FindColExactInCache(u"x", nullptr), 1);
     QLookupTableDataStatics::c_TableCacheOverSize = saved;
 }
 
@@ -228,15 +207,15 @@ TEST_F(TableEditingTest, MarkupArithmeticKeepsTheCellType) {
 
 TEST_F(TableEditingTest, MarkupAsksTheAmountUnderItsTitle) {
     QLookupTable table = MemoryTable({u"a", u"b"}, {u"x", u"y"}, {{100, u"t"}, {50, 7}});
-    m_host.m_answer = " 10 ";
+    m_host.editAnswer = " 10 ";
     ASSERT_TRUE(MarkupHelper(table, QMarkup::Percentage, {{0, 0}, {0, 1}, {1, 0}}));
-    EXPECT_EQ(m_host.m_titles, std::vector<std::string>{"Markup by percentage"});
-    EXPECT_TRUE(m_host.m_boxes.empty());
+    EXPECT_EQ(m_host.titles, std::vector<std::string>{"Markup by percentage"});
+    EXPECT_TRUE(m_host.questions.empty());
     EXPECT_EQ(Shape(table), "a|b / x|y / 110 t / 55 7");
-    m_host.m_answer = "3";
+    m_host.editAnswer = "3";
     ASSERT_TRUE(MarkupHelper(table, QMarkup::FixedAmount, {{1, 1}}));
     ASSERT_TRUE(MarkupHelper(table, QMarkup::Multiplier, {{1, 1}}));
-    EXPECT_EQ(m_host.m_titles,
+    EXPECT_EQ(m_host.titles,
               (std::vector<std::string>{"Markup by percentage", "Markup by fixed amount",
                                         "Markup by multiplier"}));
     EXPECT_EQ(test::StoredText(table, 1, 1), "30");
@@ -244,26 +223,26 @@ TEST_F(TableEditingTest, MarkupAsksTheAmountUnderItsTitle) {
 
 TEST_F(TableEditingTest, ABadAmountChangesNoCell) {
     QLookupTable table = MemoryTable({u"a"}, {u"x"}, {{100}});
-    m_host.m_answer = "abc";
+    m_host.editAnswer = "abc";
     EXPECT_FALSE(MarkupHelper(table, QMarkup::FixedAmount, {{0, 0}}));
-    EXPECT_EQ(m_host.m_boxes, std::vector<std::string>{"Invalid markup amount."});
+    EXPECT_EQ(m_host.questions, std::vector<std::string>{"Invalid markup amount."});
     EXPECT_EQ(test::StoredText(table, 0, 0), "100");
 }
 
 TEST_F(TableEditingTest, ASelectionThatTakesNoMarkupIsReported) {
     QLookupTable table = MemoryTable({u"a"}, {u"x", u"y"}, {{u"t", QAnyValue()}});
-    m_host.m_answer = "2";
+    m_host.editAnswer = "2";
     EXPECT_FALSE(MarkupHelper(table, QMarkup::Multiplier, {{0, 0}, {0, 1}, {5, 5}}));
-    EXPECT_EQ(m_host.m_boxes,
+    EXPECT_EQ(m_host.questions,
               std::vector<std::string>{"None of the selection could be marked up by that amount."});
     EXPECT_EQ(Shape(table), "a / x|y / t ");
 }
 
 TEST_F(TableEditingTest, ACancelledAmountDoesNothing) {
     QLookupTable table = MemoryTable({u"a"}, {u"x"}, {{100}});
-    m_host.m_answer.reset();
+    m_host.editAnswer.reset();
     EXPECT_FALSE(MarkupHelper(table, QMarkup::Multiplier, {{0, 0}}));
-    EXPECT_TRUE(m_host.m_boxes.empty());
+    EXPECT_TRUE(m_host.questions.empty());
     EXPECT_EQ(test::StoredText(table, 0, 0), "100");
 }
 
@@ -286,7 +265,7 @@ TEST_F(TableEditingTest, ADuplicateRowNeedsAUniqueLabel) {
     QLookupTable table = MemoryTable({u"a", u"b"}, {u"x", u"y"}, {{1, 2}, {3, 4}});
     int index = -1;
     EXPECT_FALSE(DuplicateRow(table, 0, u"B", index));
-    EXPECT_EQ(m_host.m_boxes, std::vector<std::string>{"Please specify a unique row label."});
+    EXPECT_EQ(m_host.questions, std::vector<std::string>{"Please specify a unique row label."});
     ASSERT_TRUE(DuplicateRow(table, 0, u"c", index));
     EXPECT_EQ(index, 2);
     EXPECT_EQ(Shape(table), "a|b|c / x|y / 1 2 / 3 4 / 1 2");
@@ -306,7 +285,7 @@ TEST_F(TableEditingTest, ADuplicateColumnNeedsAUniqueLabel) {
     table.UpdateColType(0, QAnyValue::TYPE_INT);
     int index = -1;
     EXPECT_FALSE(DuplicateCol(table, 0, u"Y", index));
-    EXPECT_EQ(m_host.m_boxes, std::vector<std::string>{"Please specify a unique column label."});
+    EXPECT_EQ(m_host.questions, std::vector<std::string>{"Please specify a unique column label."});
     ASSERT_TRUE(DuplicateCol(table, 0, u"z", index));
     EXPECT_EQ(index, 2);
     EXPECT_EQ(Shape(table), "a|b / x|y|z / 1 2 1 / 3 4 3");
@@ -340,15 +319,15 @@ TEST_F(TableEditingFileTest, RowsStillHeldAsTextMoveWithTheirLabels) {
     QLookupTable table;
     ASSERT_TRUE(table.SetName(u"lazy"));
     table.SetIsSorted(true);
-    ASSERT_FALSE(table->AreAllRowsLoaded());
+    ASSERT_FALSE(table.Data()->AreAllRowsLoaded());
     int index = -1;
-    ASSERT_TRUE(table->AddRow(u"b", index));
+    ASSERT_TRUE(table.AddRow(u"b", index));
     EXPECT_EQ(index, 1);
-    ASSERT_TRUE(table->MoveRowDown(2));
-    ASSERT_TRUE(table->RemoveRowByIndex(0));
-    ASSERT_FALSE(table->AreAllRowsLoaded()) << "the edits parse no row";
+    ASSERT_TRUE(table.MoveRowDown(2));
+    ASSERT_TRUE(table.RemoveRowByIndex(0));
+    ASSERT_FALSE(table.Data()->AreAllRowsLoaded()) << "the edits parse no row";
     EXPECT_EQ(Shape(table), "b|e|c|g / x|y /   / e1 e2 / c1 c2 / g1 g2");
-    ASSERT_TRUE(table->AddCol(u"z", QAnyValue::TYPE_STRING, index));
+    ASSERT_TRUE(table.AddCol(u"z", QAnyValue::TYPE_STRING, index));
     EXPECT_EQ(Shape(table), "b|e|c|g / x|y|z /    / e1 e2  / c1 c2  / g1 g2 ");
 }
 
@@ -396,6 +375,122 @@ TEST_F(BatchConversionTest, AnEmptyFolderConvertsNothing) {
     EXPECT_EQ(result.converted, 0);
     EXPECT_EQ(result.failed, 0);
     EXPECT_EQ(statuses, (std::vector<std::string>{"Finding files...", "Converted 0 files"}));
+}
+
+// --- Opening, sorting and column types in the editor ------------------------------------------
+
+class TableEditorFiles : public test::TableFixture {
+protected:
+    TableEditorFiles() {
+        m_host.otherwise = IDOK;
+        SetUIServices(&m_host);
+    }
+    ~TableEditorFiles() override { SetUIServices(nullptr); }
+
+    static std::string Numbers(const std::string& counts, const std::string& rows) {
+        return "c\tVltFormat=2.1\t\n" + counts + "\nd\t\"\"\"P\"\"\"\nString\\String\tNumber\n" +
+               rows;
+    }
+
+    ScriptedHost m_host;
+};
+
+TEST_F(TableEditorFiles, TryOpenRepairsCountsOrSaysWhyItFailed) {
+    const std::string rows = "\"\"\"b\"\"\"\t2\n\"\"\"a\"\"\"\t1\n";
+    struct Case {
+        std::string text;
+        bool opens;
+        std::string box; // the start of the one box shown, or none
+    };
+    const Case cases[] = {
+        {Numbers("2\t1", rows), true, ""},
+        {Numbers("5\t1", rows), true,
+         "This table contained an incorrect row or column count "
+         "which has now been fixed.\nYou should save the table"},
+        {Numbers("-1\t1", rows), false,
+         "Failed to open file: \n\t" + TablePath("t").string() + "\nRow/col counts invalid"},
+    };
+    for (const Case& c : cases) {
+        QLookupTableData::CleanupCache();
+        m_host.questions.clear();
+        WriteTable("t", c.text);
+        QLookupTable table;
+        EXPECT_EQ(TryOpen(table, TableCString("t")), c.opens) << c.text;
+        if (c.box.empty()) {
+            EXPECT_TRUE(m_host.questions.empty()) << m_host.questions.front();
+        } else {
+            ASSERT_EQ(m_host.questions.size(), 1u) << c.text;
+            EXPECT_EQ(m_host.questions[0].rfind(c.box, 0), 0u) << m_host.questions[0];
+        }
+        if (c.opens) {
+            EXPECT_TRUE(table.Data()->IsWritable());
+            table.Rollback();
+        }
+    }
+}
+
+TEST_F(TableEditorFiles, SortRowsReadsAgainSortedAndBackInFileOrder) {
+    WriteTable("t", Numbers("3\t1", "\"\"\"b\"\"\"\t2\n\"\"\"c\"\"\"\t3\n\"\"\"a\"\"\"\t1\n"));
+    struct Step {
+        int answer;
+        bool result;
+        const char* labels;
+        bool sorted;
+    };
+    const Step steps[] = {
+        {IDCANCEL, false, "b|c|a", false},
+        {IDNO, true, "a|b|c", true},
+        {IDOK, true, "b|c|a", false},
+    };
+    QLookupTable table;
+    ASSERT_TRUE(table.SetName(u"t"));
+    for (const Step& step : steps) {
+        m_host.otherwise = step.answer;
+        m_host.questions.clear();
+        const bool wasSorted = table.IsSorted();
+        EXPECT_EQ(ToggleSortRows(table), step.result);
+        EXPECT_EQ(m_host.questions.size(), wasSorted ? 0u : 1u);
+        CString labels;
+        table.RowLabels(labels, nullptr, nullptr);
+        EXPECT_EQ(labels.ToUtf8(), step.labels);
+        EXPECT_EQ(table.IsSorted(), step.sorted);
+    }
+}
+
+TEST_F(TableEditorFiles, MakingFractionsWholeNumbersAsksFirst) {
+    struct Case {
+        std::vector<QAnyValue> cells;
+        TYPE type;
+        int answer;
+        bool asked;
+        bool changed;
+    };
+    const Case cases[] = {
+        {{1, 2.5}, QAnyValue::TYPE_INT, IDNO, true, false},
+        {{1, 2.5}, QAnyValue::TYPE_INT, IDYES, true, true},
+        {{1, 2.0}, QAnyValue::TYPE_INT, IDNO, false, true},
+        {{1, 2.5}, QAnyValue::TYPE_MONEY, IDNO, false, true},
+        {{u"x", 3}, QAnyValue::TYPE_INT, IDNO, false, true},
+    };
+    for (const Case& c : cases) {
+        m_host.otherwise = c.answer;
+        m_host.questions.clear();
+        QLookupTable table = MemoryTable({u"r1", u"r2"}, {u"c"}, {{c.cells[0]}, {c.cells[1]}});
+        EXPECT_EQ(SelectColumnType(table, 0, c.type), c.changed);
+        QAnyValue::TYPE type = QAnyValue::TYPE_EMPTY;
+        table.ColType(0, type);
+        EXPECT_EQ(type == c.type, c.changed);
+        EXPECT_EQ(m_host.questions.size(), c.asked ? 1u : 0u);
+        if (c.asked) {
+            EXPECT_EQ(m_host.questions[0],
+                      "Type conversion will lose some fractional amounts. Continue anyway?");
+        }
+
+        QLookupTable headings = MemoryTable({u"r"}, {c.cells[0], c.cells[1]});
+        m_host.questions.clear();
+        EXPECT_EQ(SelectColumnHeadingType(headings, c.type), c.changed);
+        EXPECT_EQ(m_host.questions.size(), c.asked ? 1u : 0u);
+    }
 }
 
 } // namespace

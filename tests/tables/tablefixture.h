@@ -4,6 +4,7 @@
 
 #include "keel/formula/evaluator.h"
 #include "keel/formula/evaluatorfactory.h"
+#include "keel/platform/uiservices.h"
 #include "keel/system/fsfile.h"
 #include "keel/tables/lookuptable.h"
 #include "keel/tables/lookuptablesource.h"
@@ -12,9 +13,11 @@
 #include <filesystem>
 #include <gtest/gtest.h>
 #include <map>
+#include <optional>
 #include <string>
 #include <unistd.h>
 #include <utility>
+#include <vector>
 
 namespace keel::test {
 
@@ -44,6 +47,41 @@ public:
 private:
     CString m_tableFolder;
     std::map<std::pair<std::string, std::string>, int> m_options;
+};
+
+// A host with a display that answers each box from a script, then with `otherwise`, answers the
+// text dialog with `editAnswer` (cancelled when unset), and keeps every box and title.
+class ScriptedHost : public IUIServices {
+public:
+    bool HasDisplay() const override { return true; }
+    int MessageBox(const CString& text, const CString&, unsigned boxFlags) override {
+        questions.push_back(text.ToUtf8());
+        flags.push_back(boxFlags);
+        if (answers.empty())
+            return otherwise;
+        const int answer = answers.front();
+        answers.erase(answers.begin());
+        return answer;
+    }
+    void ShowPendingMessages(const std::vector<CPendingMessage>&) override {}
+    bool Customise(CCheckList&, CCheckList&, const std::function<void()>&) override {
+        return false;
+    }
+    bool OpenFile(const CString&) override { return false; }
+    bool EditText(CString& text, const CString& title) override {
+        titles.push_back(title.ToUtf8());
+        if (!editAnswer)
+            return false;
+        text = CString::FromUtf8(*editAnswer);
+        return true;
+    }
+
+    std::vector<int> answers;
+    int otherwise = IDCANCEL;
+    std::optional<std::string> editAnswer;
+    std::vector<std::string> questions;
+    std::vector<unsigned> flags;
+    std::vector<std::string> titles;
 };
 
 // A fresh table folder for each test, installed as the application's, with the tables' source

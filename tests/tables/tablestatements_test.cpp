@@ -45,7 +45,7 @@ protected:
         QLookupTable table;
         EXPECT_TRUE(table.SetName(u"prices")) << table.LastError().ToUtf8();
         QAnyValue price;
-        table->LookupExact(QAnyValue(size), QAnyValue(u"Price"), price, nullptr, nullptr);
+        table.LookupExact(QAnyValue(size), QAnyValue(u"Price"), price, nullptr, nullptr);
         return price.MakeCString().ToUtf8();
     }
 };
@@ -78,13 +78,13 @@ TEST_F(TableStatements, AnUpdateChangesTheSharedTableAtOnceAndARollbackReadsTheF
                                    u"where row = 5 and col = \"Price\"");
     ASSERT_TRUE(updated.ok) << updated.message.ToUtf8();
     QAnyValue price;
-    ASSERT_TRUE(held->LookupByIndexNoEval(0, 0, price));
+    ASSERT_TRUE(held.LookupByIndexNoEval(0, 0, price));
     EXPECT_EQ(price.MakeCString().ToUtf8(), "$7.00") << "a handle sees the change before any write";
     EXPECT_EQ(ReadTable("prices"), c_prices) << "nothing is written before the commit";
 
     const Outcome rolledBack = Action(u"rollback vlt \"prices\"");
     ASSERT_TRUE(rolledBack.ok) << rolledBack.message.ToUtf8();
-    ASSERT_TRUE(held->LookupByIndexNoEval(0, 0, price));
+    ASSERT_TRUE(held.LookupByIndexNoEval(0, 0, price));
     EXPECT_EQ(price.MakeCString().ToUtf8(), "$2.50");
     EXPECT_EQ(ReadTable("prices"), c_prices);
 }
@@ -95,11 +95,11 @@ TEST_F(TableStatements, ReloadOfEveryTableDropsTheUnheldAndRereadsTheHeldAtTheir
     WriteTable("prices", c_prices.substr(0, c_prices.find("10\t")) + "10\t$4.40\n");
     const Outcome outcome = Action(u"reload vlt *");
     ASSERT_TRUE(outcome.ok) << outcome.message.ToUtf8();
-    EXPECT_TRUE(held->IsReloadRequired());
+    EXPECT_TRUE(held.Data()->IsReloadRequired());
     QLookupTable again;
     ASSERT_TRUE(again.SetName(u"prices"));
     QAnyValue price;
-    ASSERT_TRUE(again->LookupByIndexNoEval(1, 0, price));
+    ASSERT_TRUE(again.LookupByIndexNoEval(1, 0, price));
     EXPECT_EQ(price.MakeCString().ToUtf8(), "$4.40");
 }
 

@@ -1,8 +1,13 @@
+#include "tests/support/environment.h"
 #include "tests/support/program.h"
 
+#include <fcntl.h>
 #include <filesystem>
 #include <gtest/gtest.h>
 #include <string>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 namespace {
 
@@ -101,6 +106,163 @@ TEST_F(KeelTableProgram, ConvertRewritesEveryTableOfTheFolderAndCountsFailures) 
     EXPECT_EQ(withFailure.status, 1);
     EXPECT_NE(withFailure.out.find("Failed to convert 1 files."), std::string::npos)
         << withFailure.out;
+}
+
+std::string Vlt(const std::string& headings, const std::string& types, const std::string& rows,
+                int rowCount) {
+    return "c\tVltFormat=2.1\t\n" + std::to_string(rowCount) + "\t1\nd\t" + headings + "\n" +
+           types + "\n" + rows;
+}
+
+bool Has(const std::string& text, const std::string& part) {
+    return text.find(part) != std::string::npos;
+}
+
+// Each table is converted three times in a batch after a table with the same labels in another
+// case; what `show` prints must not change, and what the file holds afterwards is checked.
+TEST_F(KeelTableProgram, ConvertKeepsEveryValueAsItWasRead) {
+    struct Case {
+        std::string name;
+        std::string text;
+        std::string written; // a part of the file after conversion
+    };
+    const Case cases[] = {
+        {"date",
+         Vlt("\"\"\"When\"\"\"", "String\\String\tDate and Time",
+             "\"\"\"a\"\"\"\t\"\"\"2020-02-01\"\"\"\n", 1),
+         "\"\"\"2020-02-01\"\"\""},
+        {"lower",
+         Vlt("\"\"\"P\"\"\"", "String\\String\tNumber", "\"\"\"a\"\"\"\t1\n\"\"\"b\"\"\"\t2\n", 2),
+         "\"\"\"a\"\"\"\t1\n\"\"\"b\"\"\""},
+        {"pi",
+         Vlt("\"\"\"P\"\"\"", "String\\String\tNumber", "\"\"\"x\"\"\"\t3.14159265358979\n", 1),
+         "\t3.14159265358979\n"},
+        {"tiny", Vlt("\"\"\"P\"\"\"", "String\\String\tNumber", "\"\"\"x\"\"\"\t0.00000012\n", 1),
+         "\t0.00000012\n"},
+        {"feet", Vlt("\"\"\"P\"\"\"", "String\\String\tLength", "\"\"\"x\"\"\"\t1 ft\n", 1),
+         "\t304.8 mm\n"},
+        {"feetinnumbers",
+         Vlt("\"\"\"P\"\"\"", "String\\String\tNumber", "\"\"\"x\"\"\"\t1 ft\n", 1),
+         "\t304.8 mm\n"},
+        {"fraction",
+         Vlt("\"\"\"P\"\"\"", "String\\String\tWhole Number", "\"\"\"x\"\"\"\t2.5\n", 1),
+         "\t2.5\n"},
+    };
+    for (const Case& c : cases) {
+        std::filesystem::remove_all(TablesFolder());
+        Table("a/upper.vlt", Vlt("\"\"\"P\"\"\"", "String\\String\tNumber",
+                                 "\"\"\"A\"\"\"\t1\n\"\"\"B\"\"\"\t2\n", 2));
+        const std::string file = Table("b/" + c.name + ".vlt", c.text);
+        const Outcome before = Run({"table", "show", file});
+        for (int run = 0; run < 3; ++run) {
+            const Outcome converted = Run({"table", "convert", TablesFolder()});
+            EXPECT_EQ(converted.status, 0) << c.name << "\n" << converted.out << converted.err;
+        }
+        const Outcome after = Run({"table", "show", file});
+        EXPECT_EQ(after.out, before.out) << c.name;
+        EXPECT_TRUE(Has(keel::test::ReadText(file), c.written)) << c.name << "\n"
+                                                                << keel::test::ReadText(file);
+    }
+}
+
+TEST_F(KeelTableProgram, ConvertLeavesATableWithCellsThatDoNotReadByteForByte) {
+    const std::string cells[] = {"foo", "(", "\xff\xfe\x80", "1 +* ]] junk"};
+    for (const std::string& cell : cells) {
+        std::filesystem::remove_all(TablesFolder());
+        const std::string text =
+            Vlt("\"\"\"P\"\"\"", "String\\String\tNumber", "\"\"\"x\"\"\"\t" + cell + "\n", 1);
+        const std::string file = Table("junk.vlt", text);
+        Table("good.vlt", c_prices);
+        const Outcome outcome = Run({"table", "convert", TablesFolder()});
+        EXPECT_EQ(outcome.status, 1) << cell;
+        EXPECT_EQ(keel::test::ReadText(file), text) << cell;
+        EXPECT_TRUE(Has(outcome.out, "Converted 1 files")) << cell << "\n" << outcome.out;
+        EXPECT_TRUE(Has(outcome.err, "not converted: " + file + ": Bad value at row 1 column 1"))
+            << cell << "\n"
+            << outcome.err;
+        EXPECT_TRUE(Has(outcome.err, "error log: " + (m_home / "data/keel/Logs/").string()))
+            << outcome.err;
+    }
+}
+
+TEST_F(KeelTableProgram, ConvertWritesThroughASymbolicLinkKeepingModeAndOwner) {
+    const std::string real = Table("real/prices.vlt", c_prices);
+    ASSERT_EQ(::chmod(real.c_str(), 0640), 0);
+    const bool root = ::geteuid() == 0;
+    if (root) {
+        ASSERT_EQ(::chown(real.c_str(), 12345, 23456), 0);
+    }
+    std::filesystem::create_directories(TablesFolder() + "/links");
+    const std::filesystem::path link = TablesFolder() + "/links/prices.vlt";
+    std::filesystem::create_symlink(real, link);
+    std::filesystem::remove(TablesFolder() + "/real/prices.vlt.bak");
+    const Outcome outcome = Run({"table", "convert", TablesFolder() + "/links"});
+    EXPECT_EQ(outcome.status, 0) << outcome.err;
+    EXPECT_TRUE(std::filesystem::is_symlink(link));
+    EXPECT_EQ(std::filesystem::read_symlink(link), real);
+    struct stat status {};
+    ASSERT_EQ(::stat(real.c_str(), &status), 0);
+    EXPECT_EQ(status.st_mode & 07777, 0640u);
+    if (root) {
+        EXPECT_EQ(status.st_uid, 12345u);
+        EXPECT_EQ(status.st_gid, 23456u);
+    }
+    EXPECT_TRUE(Has(keel::test::ReadText(real), "\t\"\"\"Grade\"\"\"\n"));
+    EXPECT_EQ(std::distance(std::filesystem::directory_iterator(TablesFolder() + "/real"),
+                            std::filesystem::directory_iterator()),
+              1);
+}
+
+TEST_F(KeelTableProgram, ConvertOfSomethingThatIsNoFolderIsBadUsage) {
+    const std::string file = Table("prices.vlt", c_prices);
+    for (const std::string& folder : {TablesFolder() + "/nosuch", file}) {
+        const Outcome outcome = Run({"table", "convert", folder});
+        EXPECT_EQ(outcome.status, 2) << folder;
+        EXPECT_FALSE(Has(outcome.out, "Converted")) << outcome.out;
+    }
+}
+
+// Every message once, on one line, without the wording of a box.
+TEST_F(KeelTableProgram, MessagesArePrintedOnceOnOneLineWithTheirReason) {
+    const std::string badLabel =
+        Table("badlabel.vlt", Vlt("P", "String\\String\tNumber", "\"\"\"x\"\"\"\tfoo\n", 1));
+    Table("folder.vlt/inside.vlt", c_prices);
+    const std::string locked = Table("locked.vlt", c_prices);
+    struct Case {
+        std::vector<std::string> words;
+        std::string message;
+        int status;
+    };
+    const Case cases[] = {
+        {{"table", "check", badLabel}, "keel: " + badLabel + ": Bad column 1 label\n", 0},
+        {{"table", "show", TablesFolder() + "/folder.vlt"}, "Could not open (it is a folder)", 1},
+        {{"table", "check", locked}, "Could not open (it is locked by another process)", 1},
+        {{"table", "show", Table("tabs.vlt", "a\tb\tc")}, "Cannot read row/col counts line", 1},
+    };
+    const int holder = ::open(locked.c_str(), O_RDWR);
+    ASSERT_GE(holder, 0);
+    ASSERT_EQ(::flock(holder, LOCK_EX), 0);
+    for (const Case& c : cases) {
+        const Outcome outcome = Run(c.words);
+        EXPECT_EQ(outcome.status, c.status) << c.words[2];
+        const std::size_t first = outcome.err.find(c.message);
+        EXPECT_NE(first, std::string::npos) << outcome.err;
+        EXPECT_EQ(outcome.err.find(c.message, first + 1), std::string::npos) << outcome.err;
+        EXPECT_FALSE(Has(outcome.err, "Change error reporting")) << outcome.err;
+        EXPECT_FALSE(Has(outcome.err, "\\n")) << outcome.err;
+        EXPECT_FALSE(Has(outcome.err, "\t")) << outcome.err;
+    }
+    ::close(holder);
+}
+
+// A tab in a cell, or in the message of a cell that did not read, is shown as \t.
+TEST_F(KeelTableProgram, ShowEscapesTabsInItsCells) {
+    const Outcome outcome =
+        Run({"table", "show",
+             Table("tabs.vlt", Vlt("\"\"\"P\"\"\"", "String\\String\tString",
+                                   "\"\"\"x\"\"\"\t\"\"\"a\\tb\"\"\"\n\"\"\"y\"\"\"\tfoo\n", 2))});
+    EXPECT_EQ(outcome.status, 0) << outcome.err;
+    EXPECT_TRUE(Has(outcome.out, "x\ta\\tb\ny\tUnknown name foo")) << outcome.out;
 }
 
 TEST_F(KeelTableProgram, FormulasFindTablesByNameInTheTableFolder) {

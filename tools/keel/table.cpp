@@ -5,9 +5,15 @@
 #include "keel/tables/lookuptable.h"
 #include "keel/tables/tableediting.h"
 
+#include <cerrno>
 #include <cstdio>
+#include <cstring>
+#include <fcntl.h>
 #include <filesystem>
 #include <string>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 namespace keel::tool {
 
@@ -25,17 +31,71 @@ CString AbsolutePath(std::string_view path) {
 }
 
 // The table's own message: its last error without the name the table puts ahead of it.
-std::string LastMessage(const QLookupTable& table) {
+CString LastMessage(const QLookupTable& table) {
     const CString error = table.LastError();
-    const int newline = error.Find(u'\n');
-    return U8(newline < 0 ? error : error.Mid(newline + 1));
+    return error.Mid(error.Find(u'\n') + 1);
+}
+
+// Why a file could not be opened, as far as the file itself tells; empty when it does not.
+std::string WhyNotOpened(const CString& path, bool forWriting) {
+    const std::string file = path.ToUtf8();
+    struct stat status {};
+    if (::stat(file.c_str(), &status) != 0)
+        return errno == ENOENT ? "no such file" : std::strerror(errno);
+    if (S_ISDIR(status.st_mode))
+        return "it is a folder";
+    if (::access(file.c_str(), forWriting ? R_OK | W_OK : R_OK) != 0)
+        return forWriting ? "it is read-only" : "it cannot be read";
+    const int descriptor = ::open(file.c_str(), O_RDONLY | O_CLOEXEC);
+    if (descriptor < 0)
+        return std::strerror(errno);
+    const bool locked = ::flock(descriptor, LOCK_SH | LOCK_NB) != 0 && errno == EWOULDBLOCK;
+    ::close(descriptor);
+    return locked ? "it is locked by another process" : std::string();
+}
+
+// A table's message with its reason, when the message is that the file could not be opened.
+std::string WithReason(const CString& message, const CString& path) {
+    const bool forWriting = message.Find(u"for writing") >= 0;
+    if (message.Find(u"Could not open") < 0 && message.Find(u"Could not keep") < 0)
+        return U8(message);
+    const std::string reason = WhyNotOpened(path, forWriting);
+    return reason.empty() ? U8(message) : U8(message) + " (" + reason + ")";
+}
+
+// A message of several lines on one line: each line break, with the indent after it, a space.
+std::string OneLine(CString message) {
+    message.Replace(u"\n\t", u" ");
+    message.Replace(u"\n", u" ");
+    message.Replace(u"\t", u" ");
+    return U8(message);
+}
+
+// The messages that the table and its formulas reported on the way, each once and on one line,
+// instead of the boxes that the program shows when it ends; `shownAlready` is left out.
+void PrintReportedMessages(const CString& shownAlready = CString()) {
+    QErrorLog& log = TheErrorLog();
+    for (int i = 0; i < log.GetSize(); ++i) {
+        CString message = log.Message(i);
+        if (message == shownAlready)
+            continue;
+        const int newline = message.Find(u'\n');
+        if (log.ErrorType(i)->Description() == u"Lookup Table" && newline >= 0)
+            message = message.Left(newline) + u": " + message.Mid(newline + 1);
+        std::fprintf(stderr, "keel: %s\n", OneLine(message).c_str());
+    }
+    QErrorLog::DiscardThePendingMessages();
 }
 
 bool Open(const std::string_view file, QLookupTable& table) {
-    if (table.SetName(AbsolutePath(file)))
+    const CString path = AbsolutePath(file);
+    if (table.SetName(path))
         return true;
-    std::fprintf(stderr, "keel: cannot read the table '%.*s': %s\n", static_cast<int>(file.size()),
-                 file.data(), LastMessage(table).c_str());
+    PrintReportedMessages(table.LastError());
+    std::fprintf(
+        stderr, "keel: cannot read the table '%.*s': %s\n", static_cast<int>(file.size()),
+        file.data(),
+        WithReason(LastMessage(table), table.Name().IsEmpty() ? path : table.Name()).c_str());
     return false;
 }
 
@@ -43,14 +103,16 @@ std::string TypeName(QAnyValue::TYPE type) {
     return U8(QAnyValue::TypeToString(type));
 }
 
-// The display text; for an error, its message on one line.
+// The display text, tabs escaped so that they cannot pass for the separators of the output; for
+// an error, its message on one line.
 std::string Shown(const QAnyValue& value) {
-    CString message;
-    if (value.IsErrorAndGetMessage(message) && !message.IsEmpty()) {
-        message.Replace(u"\n", u" ");
-        return U8(message);
-    }
-    return U8(QAnyValue(value).MakeCString());
+    CString text;
+    if (!value.IsErrorAndGetMessage(text) || text.IsEmpty())
+        text = QAnyValue(value).MakeCString();
+    text.Replace(u"\n\t", u" ");
+    text.Replace(u"\n", u" ");
+    text.Replace(u"\t", u"\\t");
+    return U8(text);
 }
 
 void PrintHeadings(QLookupTableData& data) {
@@ -95,9 +157,11 @@ int Show(std::string_view file) {
     std::printf("%s\n%d rows, %d columns%s\n", U8(data.Comment()).c_str(), data.RowCount(),
                 data.ColCount(), data.IsSorted() ? ", rows sorted" : "");
     PrintHeadings(data);
-    if (PrintRows(data))
+    const bool printed = PrintRows(data);
+    PrintReportedMessages(printed ? CString() : table.LastError());
+    if (printed)
         return 0;
-    std::fprintf(stderr, "keel: %s\n", LastMessage(table).c_str());
+    std::fprintf(stderr, "keel: %s\n", U8(LastMessage(table)).c_str());
     return 1;
 }
 
@@ -107,8 +171,10 @@ int Check(std::string_view file) {
     QLookupTable table;
     if (!Open(file, table))
         return 1;
-    if (!table->LoadRowsIfNecessary()) {
-        std::fprintf(stderr, "keel: %s\n", LastMessage(table).c_str());
+    const bool loaded = table.LoadRowsIfNecessary();
+    PrintReportedMessages(loaded ? CString() : table.LastError());
+    if (!loaded) {
+        std::fprintf(stderr, "keel: %s\n", U8(LastMessage(table)).c_str());
         return 1;
     }
     int rows = 0;
@@ -146,8 +212,9 @@ int Lookup(std::span<const std::string_view> args) {
     QAnyValue cell;
     const QAnyValue row = Key(words[1]);
     const QAnyValue col = Key(words[2]);
-    const bool found = exact ? table->LookupExact(row, col, cell, nullptr, nullptr)
-                             : table->Lookup(row, col, cell, nullptr, nullptr);
+    const bool found = exact ? table.LookupExact(row, col, cell, nullptr, nullptr)
+                             : table.Lookup(row, col, cell, nullptr, nullptr);
+    PrintReportedMessages();
     if (!found) {
         std::fprintf(stderr, "keel: no cell at row %s, column %s\n", Shown(row).c_str(),
                      Shown(col).c_str());
@@ -158,9 +225,21 @@ int Lookup(std::span<const std::string_view> args) {
 }
 
 int Convert(std::string_view folder) {
+    std::error_code error;
+    if (!std::filesystem::is_directory(std::filesystem::path(folder), error)) {
+        return UsageError("table convert takes a folder; '" + std::string(folder) + "' is none");
+    }
+    // A status of several lines (the closing count of failures) is printed line by line.
     const QBatchConversion result =
         BatchConvertTables(AbsolutePath(folder),
                            [](const CString& status) { std::printf("%s\n", U8(status).c_str()); });
+    // The failures were each logged; here each is told once, with its reason.
+    QErrorLog::DiscardThePendingMessages();
+    for (const QConversionFailure& failure : result.failures)
+        std::fprintf(stderr, "keel: not converted: %s: %s\n", U8(failure.path).c_str(),
+                     OneLine(CString::FromUtf8(WithReason(failure.reason, failure.path))).c_str());
+    if (result.failed > 0)
+        std::fprintf(stderr, "keel: error log: %s\n", U8(TheErrorLog().FilenameFullPath()).c_str());
     return result.failed > 0 ? 1 : 0;
 }
 

@@ -1,0 +1,157 @@
+#include "tests/tables/memorytable.h"
+#include "tests/tables/tablefixture.h"
+
+#include "keel/formula/stringtovalue.h"
+#include "keel/tables/celltokens.h"
+#include "keel/values/stringunique.h"
+
+#include <gtest/gtest.h>
+#include <string>
+#include <sys/resource.h>
+#include <vector>
+
+namespace keel {
+namespace {
+
+using TYPE = QAnyValue::TYPE;
+
+// The value of a formula, its texts in the case they are given.
+QAnyValue Evaluated(const char16_t* formula, bool good = true) {
+    FormulaText(CString(formula), false, true);
+    QAnyValue value;
+    EXPECT_EQ(StringToValue(value, formula, nullptr, true, nullptr), good)
+        << CString(formula).ToUtf8();
+    return value;
+}
+
+// The token of each value, and that it reads back as the same value in its place.
+TEST(CellToken, KeepsEveryDigitUnitAndCaseAndReadsBack) {
+    // A text in another case interned first must not change the case of the one written.
+    const FormulaText upper(u"\"ABC\"");
+    struct Case {
+        const char16_t* formula;
+        TYPE type;
+        const char16_t* token;
+    };
+    const Case cases[] = {
+        {u"3.14159265358979", QAnyValue::TYPE_DOUBLE, u"3.14159265358979"},
+        {u"0.00000012", QAnyValue::TYPE_DOUBLE, u"0.00000012"},
+        {u"2.5", QAnyValue::TYPE_DOUBLE, u"2.5"},
+        {u"2.5", QAnyValue::TYPE_INT, u"2.5"},
+        {u"3", QAnyValue::TYPE_INT, u"3"},
+        {u"1 ft", QAnyValue::TYPE_LENGTH, u"304.8 mm"},
+        {u"1 ft", QAnyValue::TYPE_DOUBLE, u"304.8 mm"},
+        {u"2 sqm", QAnyValue::TYPE_AREA, u"2 sqm"},
+        {u"30 deg", QAnyValue::TYPE_ANGLE, u"30 deg"},
+        {u"1.5 hours", QAnyValue::TYPE_TIME, u"5400 seconds"},
+        {u"$12.50", QAnyValue::TYPE_MONEY, u"$12.50"},
+        {u"-$0.05", QAnyValue::TYPE_MONEY, u"-$0.05"},
+        {u"true", QAnyValue::TYPE_BOOL, u"true"},
+        {u"\"abc\"", QAnyValue::TYPE_STRING, u"\"\"\"abc\"\"\""},
+        {u"\"a\"\"b\"", QAnyValue::TYPE_STRING, u"\"\"\"a\"\"\"\"b\"\"\""},
+        {u"\"2020-02-01\"", QAnyValue::TYPE_DATETIME, u"\"\"\"2020-02-01\"\"\""},
+        {u"\"=1+2\"", QAnyValue::TYPE_INT, u"\"\"\"=1+2\"\"\""},
+        {u"\"\"", QAnyValue::TYPE_STRING, u""},
+    };
+    for (const Case& c : cases) {
+        const QAnyValue value = Evaluated(c.formula);
+        const CString token = CellToken(value, c.type);
+        EXPECT_EQ(token.ToUtf8(), CString(c.token).ToUtf8()) << CString(c.formula).ToUtf8();
+        CString line = token;
+        CString taken;
+        QAnyValue read;
+        EXPECT_TRUE(ReadCellToken(line, read, taken, true)) << token.ToUtf8();
+        EXPECT_TRUE(IsSameCell(read, value, c.type)) << token.ToUtf8();
+    }
+}
+
+TEST(CellToken, ReadsTheTextOfTheFileInItsOwnCase) {
+    const FormulaText upper(u"\"XYZ\"");
+    CString line = u"\"\"\"xyz\"\"\"\tnext";
+    CString token;
+    QAnyValue value;
+    ASSERT_TRUE(ReadCellToken(line, value, token, true));
+    EXPECT_EQ(value.Format().ToUtf8(), "xyz");
+    EXPECT_EQ(line.ToUtf8(), "next");
+}
+
+TEST(CellToken, SameCellTellsWhatAReaderWouldSeeDifferently) {
+    struct Case {
+        const char16_t* read;
+        const char16_t* original;
+        TYPE type;
+        bool same;
+    };
+    const Case cases[] = {
+        {u"\"a\"", u"\"a\"", QAnyValue::TYPE_STRING, true},
+        {u"\"A\"", u"\"a\"", QAnyValue::TYPE_STRING, false},
+        {u"2", u"2.5", QAnyValue::TYPE_INT, false},
+        {u"3", u"3", QAnyValue::TYPE_DOUBLE, true},
+        {u"3.141593", u"3.14159265358979", QAnyValue::TYPE_DOUBLE, false},
+        {u"304.8", u"1 ft", QAnyValue::TYPE_EMPTY, false},
+        {u"304.8 mm", u"1 ft", QAnyValue::TYPE_LENGTH, true},
+        {u"\"02/01/2020\"", u"\"2020-02-01\"", QAnyValue::TYPE_DATETIME, false},
+        {u"\"=A+1\"", u"\"=a+1\"", QAnyValue::TYPE_EMPTY, false},
+        {u"\"=a+1\"", u"\"=a+1\"", QAnyValue::TYPE_INT, true},
+        {u"\"\"", u"\"\"", QAnyValue::TYPE_INT, true},
+        {u"1/0", u"1/0", QAnyValue::TYPE_EMPTY, false},
+    };
+    for (const Case& c : cases) {
+        const bool good = std::u16string_view(c.read) != u"1/0";
+        const QAnyValue read = Evaluated(c.read, good);
+        const QAnyValue original = Evaluated(c.original, good);
+        EXPECT_EQ(IsSameCell(read, original, c.type), c.same)
+            << CString(c.read).ToUtf8() << " / " << CString(c.original).ToUtf8();
+    }
+}
+
+class TableCountsTest : public test::TableFixture {};
+
+// Counts that the rest of the file cannot hold fail before anything is allocated for them, with
+// the message the reader would give at the end of the line or file; a repair finds the true
+// count.
+TEST_F(TableCountsTest, CountsBeyondWhatTheFileHoldsAreRefusedOrRepaired) {
+    struct Case {
+        std::string counts;
+        bool repair;
+        const char* message; // empty when the table opens
+        int rows;
+        int cols;
+    };
+    const Case cases[] = {
+        {"10000\t10000", false, "Not enough column headings", 0, 0},
+        {"1\t100000000", false, "Not enough column headings", 0, 0},
+        {"100000000\t1", false, "Not enough rows of data", 0, 0},
+        {"2147483647\t2147483647", false, "Out of memory", 0, 0},
+        {"100000000\t1", true, "", 2, 1},
+        {"3\t100000000", true, "", 2, 1},
+        {"2\t1", false, "", 2, 1},
+    };
+    for (const Case& c : cases) {
+        QLookupTableData::CleanupCache();
+        WriteTable("counts", "c\tVltFormat=2.1\t\n" + c.counts +
+                                 "\nd\t\"\"\"P\"\"\"\nString\\String\tNumber\n"
+                                 "\"\"\"a\"\"\"\t1\n\"\"\"b\"\"\"\t2\n");
+        QLookupTable table;
+        const bool opened = table.SetName(u"counts", false, false, c.repair);
+        EXPECT_EQ(opened, std::string(c.message).empty()) << c.counts;
+        if (!opened) {
+            EXPECT_EQ(table.LastError().ToUtf8(),
+                      TableCString("counts").ToUtf8() + "\n" + c.message)
+                << c.counts;
+            continue;
+        }
+        int rows = 0;
+        int cols = 0;
+        table.RowCount(rows);
+        table.ColCount(cols);
+        EXPECT_EQ(rows, c.rows) << c.counts;
+        EXPECT_EQ(cols, c.cols) << c.counts;
+    }
+    rusage usage{};
+    ::getrusage(RUSAGE_SELF, &usage);
+    EXPECT_LT(usage.ru_maxrss, 1024L * 1024L) << "kilobytes at most, about a gigabyte";
+}
+
+} // namespace
+} // namespace keel
