@@ -1,4 +1,5 @@
 #include "tests/support/anyvalues.h"
+#include "tests/support/namescontext.h"
 
 #include "keel/document/errorlog.h"
 #include "keel/formula/evaluator.h"
@@ -58,31 +59,7 @@ public:
 };
 
 // A context that holds named values as its properties.
-class ConstantsContext : public QFormulaContext {
-public:
-    CString SimpleTypeName() const override { return u"Panel"; }
-    QProperties* Properties() const override { return nullptr; }
-
-    bool SimpleLookupValueInThis(PropId name, QAnyValue& value, bool& error, QCacheState&,
-                                 bool) override {
-        return Find(name, value, error);
-    }
-    bool GetPropertyValue(PropId name, QAnyValue& value, bool& error, QCacheState*) override {
-        return Find(name, value, error);
-    }
-
-    void Set(const char* name, const QAnyValue& value) { m_values[PropId(name)] = value; }
-
-private:
-    bool Find(PropId name, QAnyValue& value, bool& error) const {
-        if (!m_values.Lookup(name, value))
-            return false;
-        error = value.IsError();
-        return true;
-    }
-
-    QMap<PropId, QAnyValue> m_values;
-};
+using ConstantsContext = test::NamesContext;
 
 class ConstantsTest : public testing::Test {
 protected:

@@ -1,4 +1,5 @@
 #include "tests/support/anyvalues.h"
+#include "tests/support/namescontext.h"
 
 #include "keel/document/errorlog.h"
 #include "keel/formula/evaluator.h"
@@ -17,72 +18,7 @@ namespace {
 using test::Array;
 using test::MessageOf;
 
-// A context that answers from a table of its own, counts what it is asked, and may have a parent.
-// Without a name it keeps its type name for look-ups but says it has no name of its own.
-class CountingContext : public QFormulaContext {
-public:
-    explicit CountingContext(const char* name = "Test", QFormulaContext* parent = nullptr,
-                             bool named = true)
-        : m_name(name), m_parent(parent), m_named(named) {}
-
-    CString SimpleTypeName() const override { return m_name; }
-    CString SimpleWhoAmI() const override { return m_named ? m_name : CString(); }
-    bool IsAbleToHaveName() const override { return m_named; }
-    QProperties* Properties() const override { return nullptr; }
-    QFormulaContext* ParentContext() override { return m_parent; }
-    const QFormulaContext* ParentContext() const override { return m_parent; }
-
-    bool SimpleLookupValueInThis(PropId name, QAnyValue& value, bool& error, QCacheState& state,
-                                 bool) override {
-        ++m_lookups[name.UniqueId()];
-        const auto entry = m_entries.find(name.UniqueId());
-        if (entry == m_entries.end())
-            return false;
-        value = entry->second.value;
-        error = entry->second.failing;
-        keel::RaiseCacheState(state, entry->second.state);
-        return true;
-    }
-
-    bool LookupValue(FullId name, QAnyValue& value, bool& error, QCacheState& state,
-                     bool passthrough, bool debug, bool useCache) override {
-        m_asked.push_back(name.ToString().ToUtf8());
-        return QFormulaContext::LookupValue(name, value, error, state, passthrough, debug,
-                                            useCache);
-    }
-
-    void Set(const char* name, const QAnyValue& value, QCacheState state = QCS_Stable) {
-        m_entries[PropId(name).UniqueId()] = Entry{value, state, false};
-    }
-    void SetFailing(const char* name) {
-        m_entries[PropId(name).UniqueId()] = Entry{QAnyValue(), QCS_Stable, true};
-    }
-    int LookupsOf(const char* name) const {
-        const auto count = m_lookups.find(PropId(name).UniqueId());
-        return count == m_lookups.end() ? 0 : count->second;
-    }
-    int AllLookups() const {
-        int total = 0;
-        for (const auto& [id, count] : m_lookups)
-            total += count;
-        return total;
-    }
-    const std::vector<std::string>& Asked() const { return m_asked; }
-
-private:
-    struct Entry {
-        QAnyValue value;
-        QCacheState state = QCS_Stable;
-        bool failing = false;
-    };
-
-    CString m_name;
-    QFormulaContext* m_parent;
-    bool m_named;
-    std::map<int, Entry> m_entries;
-    std::map<int, int> m_lookups;
-    std::vector<std::string> m_asked;
-};
+using CountingContext = test::NamesContext;
 
 struct Outcome {
     bool ok = false;
@@ -545,11 +481,12 @@ protected:
         room.Set("width", QAnyValue(4000));
         shelf.Set("width", QAnyValue(600));
         panel.Set("width", QAnyValue(20));
+        panel.MakeNameless();
     }
 
-    CountingContext room{"Room1"};
-    CountingContext shelf{"Shelf3", &room};
-    CountingContext panel{"Panel", &shelf, false};
+    CountingContext room{"Room1", nullptr, true};
+    CountingContext shelf{"Shelf3", &room, true};
+    CountingContext panel{"Panel", &shelf};
 };
 
 TEST_F(ExpressionsHashAndAt, HashAloneIsTheNumberEndingTheNameAbove) {
