@@ -1,4 +1,5 @@
 #include "tests/support/anyvalues.h"
+#include "tests/support/namescontext.h"
 
 #include "keel/document/errorlog.h"
 #include "keel/formula/evaluator.h"
@@ -23,92 +24,6 @@ using test::MessageOf;
 std::string U8(const CString& text) {
     return text.ToUtf8();
 }
-
-// The 82 names and spellings of the table of constants.
-const char* const c_constantNames[] = {
-    "na",
-    "true",
-    "false",
-    "sqrt2",
-    "pi",
-    "rnd",
-    "tab",
-    "endl",
-    "black",
-    "darkred",
-    "darkgreen",
-    "darkyellow",
-    "darkblue",
-    "darkmagenta",
-    "darkcyan",
-    "darkgray",
-    "lightgray",
-    "red",
-    "green",
-    "yellow",
-    "blue",
-    "magenta",
-    "cyan",
-    "white",
-    "dollar",
-    "c",
-    "cent",
-    "in",
-    "inch",
-    "mm",
-    "millimetre",
-    "cm",
-    "centimetre",
-    "ft",
-    "foot",
-    "m",
-    "metre",
-    "sqmm",
-    "sqcm",
-    "sqin",
-    "sqft",
-    "sqm",
-    "cbmm",
-    "cbcm",
-    "cbin",
-    "cbft",
-    "cbm",
-    "hr",
-    "hour",
-    "mn",
-    "minute",
-    "sec",
-    "second",
-    "deg",
-    "rad",
-    "programfolder",
-    "program_folder",
-    "datafolder",
-    "data_folder",
-    "drawingfolder",
-    "drawing_folder",
-    "drawingsubfolder",
-    "drawing_subfolder",
-    "reportfolder",
-    "report_folder",
-    "tooldatafolder",
-    "libraryfolder",
-    "library_folder",
-    "basedonlibraryfolder",
-    "tablefolder",
-    "table_folder",
-    "bitmapfolder",
-    "bitmap_folder",
-    "picturefolder",
-    "picture_folder",
-    "templatefolder",
-    "template_folder",
-    "backupfolder",
-    "backup_folder",
-    "mydocumentsfolder",
-    "my_documents_folder",
-    "mydocumentsproductfolder",
-};
 
 // An application's own constant, "answer", and the folders of an imagined installation.
 class ProductEvaluator : public QEvaluator {
@@ -144,31 +59,7 @@ public:
 };
 
 // A context that holds named values as its properties.
-class ConstantsContext : public QFormulaContext {
-public:
-    CString SimpleTypeName() const override { return u"Panel"; }
-    QProperties* Properties() const override { return nullptr; }
-
-    bool SimpleLookupValueInThis(PropId name, QAnyValue& value, bool& error, QCacheState&,
-                                 bool) override {
-        return Find(name, value, error);
-    }
-    bool GetPropertyValue(PropId name, QAnyValue& value, bool& error, QCacheState*) override {
-        return Find(name, value, error);
-    }
-
-    void Set(const char* name, const QAnyValue& value) { m_values[PropId(name)] = value; }
-
-private:
-    bool Find(PropId name, QAnyValue& value, bool& error) const {
-        if (!m_values.Lookup(name, value))
-            return false;
-        error = value.IsError();
-        return true;
-    }
-
-    QMap<PropId, QAnyValue> m_values;
-};
+using ConstantsContext = test::NamesContext;
 
 class ConstantsTest : public testing::Test {
 protected:
@@ -209,113 +100,6 @@ protected:
         return result;
     }
 };
-
-TEST_F(ConstantsTest, TheTableHasEightyTwoNamesAndSpellings) {
-    EXPECT_EQ(std::size(c_constantNames), 82u);
-    for (const char* name : c_constantNames)
-        EXPECT_FALSE(Constant(name).IsError()) << name;
-    for (const char* other : {"pie", "sqrt3", "inches", "folder", "grey", "cents", "seconds",
-                              "radians", "tooldata_folder", "basedon_library_folder"})
-        EXPECT_EQ(MessageOf(Constant(other)), std::string("no constant ") + other);
-}
-
-TEST_F(ConstantsTest, PlainConstantsHaveTheirTypesAndValues) {
-    EXPECT_TRUE(Constant("na").IsNA());
-    EXPECT_EQ(Constant("true").Type(), QAnyValue::TYPE_BOOL);
-    EXPECT_TRUE(Constant("true").MakeBool());
-    EXPECT_EQ(Constant("false").Type(), QAnyValue::TYPE_BOOL);
-    EXPECT_FALSE(Constant("false").MakeBool());
-    EXPECT_EQ(Constant("sqrt2").Type(), QAnyValue::TYPE_DOUBLE);
-    EXPECT_EQ(Constant("sqrt2").MakeDouble(), 1.4142135623730951);
-    EXPECT_EQ(Constant("pi").Type(), QAnyValue::TYPE_DOUBLE);
-    EXPECT_EQ(Constant("pi").MakeDouble(), 3.141592653589793);
-    EXPECT_EQ(Constant("tab").Type(), QAnyValue::TYPE_STRING);
-    EXPECT_EQ(U8(Constant("tab").MakeCString()), "\t");
-    EXPECT_EQ(U8(Constant("endl").MakeCString()), "\r\n");
-}
-
-TEST_F(ConstantsTest, ColoursArePackedAsBlueGreenRed) {
-    const std::pair<const char*, unsigned long> colours[] = {
-        {"black", 0},           {"darkred", 0x80},      {"darkgreen", 0x8000},
-        {"darkyellow", 0x8080}, {"darkblue", 0x800000}, {"darkmagenta", 0x800080},
-        {"darkcyan", 0x808000}, {"darkgray", 0x808080}, {"lightgray", 0xC0C0C0},
-        {"red", 0xFF},          {"green", 0xFF00},      {"yellow", 0xFFFF},
-        {"blue", 0xFF0000},     {"magenta", 0xFF00FF},  {"cyan", 0xFFFF00},
-        {"white", 0xFFFFFF},
-    };
-    for (const auto& [name, colour] : colours) {
-        QAnyValue value = Constant(name);
-        EXPECT_EQ(value.Type(), QAnyValue::TYPE_COLOR) << name;
-        EXPECT_EQ(value.MakeColor(), colour) << name;
-    }
-}
-
-TEST_F(ConstantsTest, UnitsAreOneOfTheirUnitInRawUnits) {
-    struct Case {
-        const char* name;
-        QAnyValue::TYPE type;
-        double raw;
-    };
-    const Case cases[] = {
-        {"dollar", QAnyValue::TYPE_MONEY, 100},
-        {"c", QAnyValue::TYPE_MONEY, 1},
-        {"cent", QAnyValue::TYPE_MONEY, 1},
-        {"in", QAnyValue::TYPE_LENGTH, 25.4},
-        {"inch", QAnyValue::TYPE_LENGTH, 25.4},
-        {"mm", QAnyValue::TYPE_LENGTH, 1},
-        {"millimetre", QAnyValue::TYPE_LENGTH, 1},
-        {"cm", QAnyValue::TYPE_LENGTH, 10},
-        {"centimetre", QAnyValue::TYPE_LENGTH, 10},
-        {"ft", QAnyValue::TYPE_LENGTH, 304.8},
-        {"foot", QAnyValue::TYPE_LENGTH, 304.8},
-        {"m", QAnyValue::TYPE_LENGTH, 1000},
-        {"metre", QAnyValue::TYPE_LENGTH, 1000},
-        {"sqmm", QAnyValue::TYPE_AREA, 1e-06},
-        {"sqcm", QAnyValue::TYPE_AREA, 0.0001},
-        {"sqin", QAnyValue::TYPE_AREA, 0.00064516},
-        {"sqft", QAnyValue::TYPE_AREA, 0.09290304},
-        {"sqm", QAnyValue::TYPE_AREA, 1.0},
-        {"cbmm", QAnyValue::TYPE_VOLUME, 1e-09},
-        {"cbcm", QAnyValue::TYPE_VOLUME, 1e-06},
-        {"cbin", QAnyValue::TYPE_VOLUME, 1.6387064e-05},
-        {"cbft", QAnyValue::TYPE_VOLUME, 0.028316846592},
-        {"cbm", QAnyValue::TYPE_VOLUME, 1.0},
-        {"hr", QAnyValue::TYPE_TIME, 3600},
-        {"hour", QAnyValue::TYPE_TIME, 3600},
-        {"mn", QAnyValue::TYPE_TIME, 60},
-        {"minute", QAnyValue::TYPE_TIME, 60},
-        {"sec", QAnyValue::TYPE_TIME, 1},
-        {"second", QAnyValue::TYPE_TIME, 1},
-        {"deg", QAnyValue::TYPE_ANGLE, 1},
-        {"rad", QAnyValue::TYPE_ANGLE, 57.295779513082323},
-    };
-    for (const Case& c : cases) {
-        QAnyValue value = Constant(c.name);
-        ASSERT_EQ(value.Type(), c.type) << c.name;
-        double raw = 0;
-        switch (c.type) {
-        case QAnyValue::TYPE_MONEY:
-            raw = value.MakeMoney().GetRaw();
-            break;
-        case QAnyValue::TYPE_LENGTH:
-            raw = value.MakeLength().GetRaw();
-            break;
-        case QAnyValue::TYPE_AREA:
-            raw = value.MakeArea().GetRaw();
-            break;
-        case QAnyValue::TYPE_VOLUME:
-            raw = value.MakeVolume().GetRaw();
-            break;
-        case QAnyValue::TYPE_TIME:
-            raw = value.MakeTime().GetRaw();
-            break;
-        default:
-            raw = value.MakeAngle().GetRaw();
-            break;
-        }
-        EXPECT_DOUBLE_EQ(raw, c.raw) << c.name;
-    }
-}
 
 TEST_F(ConstantsTest, FoldersComeFromTheFactoryAndAreEmptyWithoutOne) {
     const std::pair<const char*, QConstantFolder> folders[] = {
@@ -377,13 +161,6 @@ TEST_F(ConstantsTest, RndIsANewNumberOnEveryRead) {
     EXPECT_DOUBLE_EQ(sum.MakeDouble(), first + second);
 }
 
-TEST_F(ConstantsTest, NamesMatchWithoutRegardToCase) {
-    for (const char* spelling : {"PI", "Pi", "pI"})
-        EXPECT_EQ(Constant(spelling).MakeDouble(), 3.141592653589793) << spelling;
-    EXPECT_EQ(Evaluated("RED").MakeColor(), 0xFFul);
-    EXPECT_EQ(Evaluated("Data_Folder").Type(), QAnyValue::TYPE_STRING);
-}
-
 TEST_F(ConstantsTest, WithEvaluationOffAConstantIsKnownButNotRead) {
     QAnyValue ignored;
     QEvaluator evaluator(ignored, FormulaText("1"), nullptr, false, true, false);
@@ -395,9 +172,6 @@ TEST_F(ConstantsTest, WithEvaluationOffAConstantIsKnownButNotRead) {
 }
 
 TEST_F(ConstantsTest, ALocalVariableHidesAConstantAndTheConstantHidesAProperty) {
-    EXPECT_EQ(Evaluated("red := 1; red").MakeInt(), 1);
-    EXPECT_EQ(Evaluated("pi := 3; pi * 2").MakeInt(), 6);
-
     ConstantsContext context;
     context.Set("red", QAnyValue(7));
     context.Set("width", QAnyValue(9));

@@ -1,4 +1,5 @@
 #include "tests/support/anyvalues.h"
+#include "tests/support/namescontext.h"
 
 #include "keel/document/errorlog.h"
 #include "keel/formula/evaluator.h"
@@ -23,43 +24,7 @@ std::string U8(const CString& text) {
     return text.ToUtf8();
 }
 
-// A context answering from a table of its own. A value may be found only by a look-up that is not
-// passed through, fail, or come with a cache state.
-class CallsContext : public QFormulaContext {
-public:
-    CString SimpleTypeName() const override { return u"Cabinet"; }
-    QProperties* Properties() const override { return nullptr; }
-
-    bool SimpleLookupValueInThis(PropId name, QAnyValue& value, bool& error, QCacheState& state,
-                                 bool passthrough) override {
-        const Entry* entry = m_entries.PLookup(name) ? &m_entries[name] : nullptr;
-        if (!entry || (passthrough && entry->hiddenFromPassThrough))
-            return false;
-        value = entry->value;
-        error = entry->failing;
-        keel::RaiseCacheState(state, entry->state);
-        return true;
-    }
-
-    void Set(const char* name, const QAnyValue& value, QCacheState state = QCS_Stable) {
-        m_entries[PropId(name)] = Entry{value, state, false, false};
-    }
-    void SetFailing(const char* name) {
-        m_entries[PropId(name)] = Entry{{}, QCS_Stable, true, false};
-    }
-    void SetHiddenFromPassThrough(const char* name, const QAnyValue& value) {
-        m_entries[PropId(name)] = Entry{value, QCS_Stable, false, true};
-    }
-
-private:
-    struct Entry {
-        QAnyValue value;
-        QCacheState state = QCS_Stable;
-        bool failing = false;
-        bool hiddenFromPassThrough = false;
-    };
-    QMap<PropId, Entry> m_entries;
-};
+using CallsContext = test::NamesContext;
 
 // An application's own functions: "answer()", "twice(x)", "pair(a, b)", "sum7(...)" with seven
 // arguments, "refuse(x)" that fails, and "iserror(x)", which the library evaluates quietly.

@@ -1,4 +1,5 @@
 #include "tests/support/anyvalues.h"
+#include "tests/support/namescontext.h"
 
 #include "keel/formula/evaluator.h"
 #include "keel/formula/formulacontext.h"
@@ -13,34 +14,7 @@ namespace {
 using test::Array;
 using testing::HasSubstr;
 
-// A context holding values by name; a name in `m_refused` cannot be set.
-class ArraysContext : public QFormulaContext {
-public:
-    CString SimpleTypeName() const override { return u"Shelf"; }
-    QProperties* Properties() const override { return nullptr; }
-
-    bool SimpleLookupValueInThis(PropId name, QAnyValue& value, bool&, QCacheState&,
-                                 bool) override {
-        return m_values.Lookup(name, value);
-    }
-    bool SimpleSetValueInThis(PropId name, const QAnyValue& value) override {
-        m_values[name] = value;
-        return true;
-    }
-    bool SetValue(FullId name, const QAnyValue& value) override {
-        return name != FullId(u"locked") && QFormulaContext::SetValue(name, value);
-    }
-
-    void Set(const char* name, const QAnyValue& value) { m_values[PropId(name)] = value; }
-    QAnyValue Get(const char* name) const {
-        QAnyValue value;
-        m_values.Lookup(PropId(name), value);
-        return value;
-    }
-
-private:
-    QMap<PropId, QAnyValue> m_values;
-};
+using ArraysContext = test::NamesContext;
 
 // A value as the tables below write it: "(3, 1)" for an array, "<empty>", "#ERR <message>",
 // texts in quotes, anything else in its display form.

@@ -1,5 +1,6 @@
 #include "tests/support/anyvalues.h"
 #include "tests/support/environment.h"
+#include "tests/support/namescontext.h"
 
 #include "keel/document/usertrace.h"
 #include "keel/document/winapp.h"
@@ -25,19 +26,7 @@ namespace {
 namespace fs = std::filesystem;
 using testing::HasSubstr;
 
-class FilesContext : public QFormulaContext {
-public:
-    CString SimpleTypeName() const override { return u"Desk"; }
-    QProperties* Properties() const override { return nullptr; }
-    bool SimpleLookupValueInThis(PropId name, QAnyValue& value, bool&, QCacheState&,
-                                 bool) override {
-        return m_values.Lookup(name, value);
-    }
-    void Set(const char* name, const QAnyValue& value) { m_values[PropId(name)] = value; }
-
-private:
-    QMap<PropId, QAnyValue> m_values;
-};
+using FilesContext = test::NamesContext;
 
 // An application whose library folder is the test's own.
 class LibraryFactory : public QEvaluatorFactory {
