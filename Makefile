@@ -42,6 +42,7 @@ fuzz: deps
 		name=$$(basename $$f); mkdir -p build-fuzz/corpus/$$name; \
 		echo "== $$name for $(FUZZ_SECONDS) s"; \
 		$$f -max_total_time=$(FUZZ_SECONDS) -timeout=10 -rss_limit_mb=2048 \
+			$$(cat fuzz/$$name.options 2>/dev/null) \
 			build-fuzz/corpus/$$name fuzz/corpus/$$name || exit 1; \
 	done
 

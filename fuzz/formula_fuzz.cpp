@@ -15,7 +15,8 @@ namespace {
 
 using namespace keel;
 
-constexpr std::size_t c_maxInputBytes = 4096;
+// A formula's offsets are 16-bit: nothing longer can be tokenised.
+constexpr std::size_t c_maxInputBytes = 32767;
 constexpr int c_maxEvaluationsPerInput = 1000;
 
 keel::fuzz::GuardingFactory& Factory() {

@@ -358,8 +358,8 @@ void QWinApp::ConnectValuesToOptions() {
         return CRegistry::Current().GetProfileInt(section, key, value);
     });
     QAnyValue::ReloadOptions();
-    QAnyValue::SetYesNoStrings(TranslateString(u"Yes", CString(), u"Value"),
-                               TranslateString(u"No", CString(), u"Value"));
+    QAnyValue::SetYesNoStrings(TranslateString(u"Yes", CString(), u"Boolean value string"),
+                               TranslateString(u"No", CString(), u"Boolean value string"));
 }
 
 void QWinApp::SaveOptions() {

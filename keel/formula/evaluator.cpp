@@ -25,6 +25,10 @@ constexpr unsigned c_traceEvaluations = 0x1;
 
 std::atomic<int> c_nestingCount{0};
 
+// The levels of QEvaluator::NestingLevel and QEvaluator::RoutineLevel in force on this thread.
+thread_local int t_nestingDepth = 0;
+thread_local int t_routineDepth = 0;
+
 // The lines of ExtraContextInfoForErrors in force, innermost last; a guard that has one line
 // keeps an empty second.
 std::mutex c_extraContextMutex;
@@ -161,6 +165,45 @@ void QEvaluator::InstallAsFormulaHook() {
 
 int QEvaluator::NestingCount() {
     return c_nestingCount.load();
+}
+
+// --- Limits of nesting --------------------------------------------------------------------------
+
+int QEvaluator::NestingDepth() {
+    return t_nestingDepth;
+}
+
+QEvaluator::NestingLevel::NestingLevel() {
+    ++t_nestingDepth;
+}
+
+QEvaluator::NestingLevel::~NestingLevel() {
+    --t_nestingDepth;
+}
+
+bool QEvaluator::NestingLevel::IsTooDeep() const {
+    return t_nestingDepth > c_maxNestingDepth;
+}
+
+bool QEvaluator::NestedTooDeeply() {
+    m_message = u"Formula nested too deeply";
+    return false;
+}
+
+int QEvaluator::RoutineDepth() {
+    return t_routineDepth;
+}
+
+QEvaluator::RoutineLevel::RoutineLevel() {
+    ++t_routineDepth;
+}
+
+QEvaluator::RoutineLevel::~RoutineLevel() {
+    --t_routineDepth;
+}
+
+bool QEvaluator::RoutineLevel::IsTooDeep() const {
+    return t_routineDepth > c_maxRoutineDepth;
 }
 
 // --- Extension points: the base serves nothing of its own ---------------------------------------

@@ -231,18 +231,35 @@ public:
     // True when `name` is a constant; the result is set only when evaluation is on.
     bool EvaluateNamedConstant(QAnyValue& result, PropId name);
 
+    // The formula's value changed to the type of T and made one, as the value's own Make does:
+    // T is bool, int, double, QAngle, QLength or CString.
+    template <class T>
+    static T EvaluateFormulaAs(FormulaText formula, QFormulaContext* context, bool passThrough,
+                               bool report, bool action);
     static bool EvaluateFormulaAsBool(FormulaText formula, QFormulaContext* context,
-                                      bool passThrough, bool report, bool action);
+                                      bool passThrough, bool report, bool action) {
+        return EvaluateFormulaAs<bool>(formula, context, passThrough, report, action);
+    }
     static int EvaluateFormulaAsInt(FormulaText formula, QFormulaContext* context, bool passThrough,
-                                    bool report, bool action);
+                                    bool report, bool action) {
+        return EvaluateFormulaAs<int>(formula, context, passThrough, report, action);
+    }
     static double EvaluateFormulaAsDouble(FormulaText formula, QFormulaContext* context,
-                                          bool passThrough, bool report, bool action);
+                                          bool passThrough, bool report, bool action) {
+        return EvaluateFormulaAs<double>(formula, context, passThrough, report, action);
+    }
     static QAngle EvaluateFormulaAsAngle(FormulaText formula, QFormulaContext* context,
-                                         bool passThrough, bool report, bool action);
+                                         bool passThrough, bool report, bool action) {
+        return EvaluateFormulaAs<QAngle>(formula, context, passThrough, report, action);
+    }
     static QLength EvaluateFormulaAsLength(FormulaText formula, QFormulaContext* context,
-                                           bool passThrough, bool report, bool action);
+                                           bool passThrough, bool report, bool action) {
+        return EvaluateFormulaAs<QLength>(formula, context, passThrough, report, action);
+    }
     static CString EvaluateFormulaAsString(FormulaText formula, QFormulaContext* context,
-                                           bool passThrough, bool report, bool action);
+                                           bool passThrough, bool report, bool action) {
+        return EvaluateFormulaAs<CString>(formula, context, passThrough, report, action);
+    }
     static bool IsConstantFormula(FormulaText formula, QAnyValue& result);
     static bool ExecuteActionVariableIfAny(const CString& name, QFormulaContext* context);
     static bool RequiresEvaluationWithNoErrorReporting(FullId name);
@@ -259,6 +276,39 @@ public:
     static int DeferredDepth();
     // Above this many nested deferred string formulas, the evaluation fails.
     static constexpr int c_maxDeferredDepth = 100;
+
+    // The descent is recursive, so how deep a formula nests is bounded by the stack. The levels
+    // are counted per thread over every formula evaluating on it, a formula run from inside
+    // another included: a statement, a conditional expression, a prefix operator, a context
+    // after "of", "#" or "@" each count one, so a parenthesis, a bracket or a call's argument,
+    // which holds a statement and a conditional, counts two. Past the limit the formula fails
+    // with "Formula nested too deeply".
+    static constexpr int c_maxNestingDepth = 400;
+    static int NestingDepth();
+    // One level for its lifetime; a level past the limit is refused, and the caller fails with
+    // NestedTooDeeply.
+    class NestingLevel {
+    public:
+        NestingLevel();
+        ~NestingLevel();
+        NestingLevel(const NestingLevel&) = delete;
+        NestingLevel& operator=(const NestingLevel&) = delete;
+        bool IsTooDeep() const;
+    };
+    bool NestedTooDeeply();
+
+    // User-defined functions, subroutines and called files running inside each other on one
+    // thread: above this many, the call gives an error value instead of running.
+    static constexpr int c_maxRoutineDepth = 100;
+    static int RoutineDepth();
+    class RoutineLevel {
+    public:
+        RoutineLevel();
+        ~RoutineLevel();
+        RoutineLevel(const RoutineLevel&) = delete;
+        RoutineLevel& operator=(const RoutineLevel&) = delete;
+        bool IsTooDeep() const;
+    };
 
 protected:
     static constexpr std::uint8_t c_running = 1 << 0;
@@ -292,6 +342,8 @@ protected:
 
     // Looks a name up (local variable, constant, context) into `result`, as level 13 does.
     bool EvaluateName(QAnyValue& result, const FullId& name, bool simple);
+    // The failure of a name whose look-up gave an error.
+    bool FailedLookUp(const FullId& name, const QAnyValue& value);
     // Runs a string found by look-up that begins with "=" or ":" as a formula in this context.
     bool EvaluateDeferredStringFormula(QAnyValue& value, const FullId& name);
     // Composes and shows the failure message of Evaluate.

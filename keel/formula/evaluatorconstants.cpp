@@ -199,16 +199,21 @@ QAnyValue ValueOf(const NamedConstant& constant) {
     return value;
 }
 
-// Runs the formula through an evaluator from the factory and gives the value as `type`.
-QAnyValue EvaluatedAs(QAnyValue::TYPE type, FormulaText formula, QFormulaContext* context,
-                      bool passThrough, bool report, bool action) {
-    QAnyValue value;
-    const std::unique_ptr<QEvaluator> evaluator(
-        QEvaluator::New(value, formula, context, passThrough, report, action));
-    evaluator->Evaluate();
-    value.ChangeType(type);
-    return value;
-}
+// The type number of each result that EvaluateFormulaAs gives.
+template <class T>
+constexpr QAnyValue::TYPE c_resultType = QAnyValue::TYPE_EMPTY;
+template <>
+constexpr QAnyValue::TYPE c_resultType<bool> = QAnyValue::TYPE_BOOL;
+template <>
+constexpr QAnyValue::TYPE c_resultType<int> = QAnyValue::TYPE_INT;
+template <>
+constexpr QAnyValue::TYPE c_resultType<double> = QAnyValue::TYPE_DOUBLE;
+template <>
+constexpr QAnyValue::TYPE c_resultType<QAngle> = QAnyValue::TYPE_ANGLE;
+template <>
+constexpr QAnyValue::TYPE c_resultType<QLength> = QAnyValue::TYPE_LENGTH;
+template <>
+constexpr QAnyValue::TYPE c_resultType<CString> = QAnyValue::TYPE_STRING;
 
 } // namespace
 
@@ -221,41 +226,29 @@ bool QEvaluator::EvaluateNamedConstant(QAnyValue& result, PropId name) {
     return true;
 }
 
-bool QEvaluator::EvaluateFormulaAsBool(FormulaText formula, QFormulaContext* context,
-                                       bool passThrough, bool report, bool action) {
-    return EvaluatedAs(QAnyValue::TYPE_BOOL, formula, context, passThrough, report, action)
-        .MakeBool();
+// Runs the formula through an evaluator from the factory.
+template <class T>
+T QEvaluator::EvaluateFormulaAs(FormulaText formula, QFormulaContext* context, bool passThrough,
+                                bool report, bool action) {
+    static_assert(c_resultType<T> != QAnyValue::TYPE_EMPTY, "no such result type");
+    QAnyValue value;
+    const std::unique_ptr<QEvaluator> evaluator(
+        New(value, formula, context, passThrough, report, action));
+    evaluator->Evaluate();
+    value.ChangeType(c_resultType<T>);
+    return value.Make<T>();
 }
 
-int QEvaluator::EvaluateFormulaAsInt(FormulaText formula, QFormulaContext* context,
-                                     bool passThrough, bool report, bool action) {
-    return EvaluatedAs(QAnyValue::TYPE_INT, formula, context, passThrough, report, action)
-        .MakeInt();
-}
-
-double QEvaluator::EvaluateFormulaAsDouble(FormulaText formula, QFormulaContext* context,
-                                           bool passThrough, bool report, bool action) {
-    return EvaluatedAs(QAnyValue::TYPE_DOUBLE, formula, context, passThrough, report, action)
-        .MakeDouble();
-}
-
-QAngle QEvaluator::EvaluateFormulaAsAngle(FormulaText formula, QFormulaContext* context,
-                                          bool passThrough, bool report, bool action) {
-    return EvaluatedAs(QAnyValue::TYPE_ANGLE, formula, context, passThrough, report, action)
-        .MakeAngle();
-}
-
-QLength QEvaluator::EvaluateFormulaAsLength(FormulaText formula, QFormulaContext* context,
-                                            bool passThrough, bool report, bool action) {
-    return EvaluatedAs(QAnyValue::TYPE_LENGTH, formula, context, passThrough, report, action)
-        .MakeLength();
-}
-
-CString QEvaluator::EvaluateFormulaAsString(FormulaText formula, QFormulaContext* context,
-                                            bool passThrough, bool report, bool action) {
-    return EvaluatedAs(QAnyValue::TYPE_STRING, formula, context, passThrough, report, action)
-        .MakeCString();
-}
+template bool QEvaluator::EvaluateFormulaAs<bool>(FormulaText, QFormulaContext*, bool, bool, bool);
+template int QEvaluator::EvaluateFormulaAs<int>(FormulaText, QFormulaContext*, bool, bool, bool);
+template double QEvaluator::EvaluateFormulaAs<double>(FormulaText, QFormulaContext*, bool, bool,
+                                                      bool);
+template QAngle QEvaluator::EvaluateFormulaAs<QAngle>(FormulaText, QFormulaContext*, bool, bool,
+                                                      bool);
+template QLength QEvaluator::EvaluateFormulaAs<QLength>(FormulaText, QFormulaContext*, bool, bool,
+                                                        bool);
+template CString QEvaluator::EvaluateFormulaAs<CString>(FormulaText, QFormulaContext*, bool, bool,
+                                                        bool);
 
 // A formula is constant when it evaluates without a context.
 bool QEvaluator::IsConstantFormula(FormulaText formula, QAnyValue& result) {

@@ -2,6 +2,7 @@
 #include "keel/document/translate.h"
 #include "keel/formula/evaluator.h"
 #include "keel/formula/formulacontext.h"
+#include "keel/formula/withformula.h"
 
 #include <algorithm>
 #include <array>
@@ -544,6 +545,9 @@ private:
 // follows, gives the number that ends the target's name.
 bool EvaluateInContext(QEvaluator& evaluator, QFormulaContext*& contextSlot,
                        QFormulaContext* target, QAnyValue& result, const CString& op) {
+    const QEvaluator::NestingLevel level;
+    if (level.IsTooDeep())
+        return evaluator.NestedTooDeeply();
     const bool valueFollows = SimpleValueFollows(evaluator);
     if (evaluator.IsNoEval())
         return !valueFollows || evaluator.EvaluateSimple(result);
@@ -595,6 +599,9 @@ bool QEvaluator::EvaluateExpression(QAnyValue& result) {
 }
 
 bool QEvaluator::EvaluateConditional(QAnyValue& result) {
+    const NestingLevel level;
+    if (level.IsTooDeep())
+        return NestedTooDeeply();
     if (!EvaluateXOREQVIMPop(result))
         return false;
     if (MatchId(Word().where)) {
@@ -704,6 +711,9 @@ bool QEvaluator::EvaluateANDop(QAnyValue& result) {
 bool QEvaluator::EvaluateNOTop(QAnyValue& result) {
     if (!MatchId(Word().notWord) && !MatchChar(u'!'))
         return EvaluateComparison(result);
+    const NestingLevel level;
+    if (level.IsTooDeep())
+        return NestedTooDeeply();
     if (!EvaluateNOTop(result))
         return false;
     if (IsEval())
@@ -832,6 +842,9 @@ bool QEvaluator::EvaluateNegPos(QAnyValue& result, bool allowSubscript) {
         operation = &ApplyDollarSign;
     else if (!MatchChar(u'+'))
         return EvaluateSuffix(result, allowSubscript);
+    const NestingLevel level;
+    if (level.IsTooDeep())
+        return NestedTooDeeply();
     if (!EvaluateNegPos(result, allowSubscript))
         return false;
     if (operation != nullptr && IsEval())
@@ -944,6 +957,9 @@ bool QEvaluator::ParseVarnameWithOf(FullId& name, bool& simple) {
         return false;
     if (!MatchId(Word().of))
         return true;
+    const NestingLevel level;
+    if (level.IsTooDeep())
+        return NestedTooDeeply();
     const short start = SaveCursor();
     FullId context;
     bool contextSimple = true;
@@ -1017,13 +1033,21 @@ bool QEvaluator::EvaluateName(QAnyValue& result, const FullId& name, bool simple
     if (!found)
         return Unknown(u"name", name.ToString());
     if (error)
-        return ErrorEvaluating(name.ToString());
+        return FailedLookUp(name, value);
     if (IsDeferredStringFormula(value) && !EvaluateDeferredStringFormula(value, name))
         return false;
     if (useCaches && state != QCS_NotCacheable)
         m_context->RememberThisFormulaValueForNextTime(value, asFormula, state);
     result = value;
     return true;
+}
+
+// A value in a loop of formulas says so itself; any other failed value is named.
+bool QEvaluator::FailedLookUp(const FullId& name, const QAnyValue& value) {
+    if (!QWithFormula<QAnyValue>::IsRecursiveFormulaError(value))
+        return ErrorEvaluating(name.ToString());
+    m_message = QAnyValue(value).MakeError();
+    return false;
 }
 
 bool QEvaluator::EvaluateDeferredStringFormula(QAnyValue& value, const FullId& name) {
@@ -1051,15 +1075,18 @@ bool QEvaluator::EvaluateDeferredStringFormula(QAnyValue& value, const FullId& n
         value = deferred;
         return true;
     }
-    if (IsReportErrors() && m_message.IsEmpty()) {
-        static const QTString failed(u"Error evaluating deferred string formula [",
-                                     u"Message box (id)");
-        m_message = CString(failed) + name.ToString() + u"], " + ContextInfo(true);
+    const bool told = !m_message.IsEmpty();
+    ErrorEvaluatingWithFormula(name.ToString(), formula.ToString());
+    if (!IsReportErrors() || told)
+        return false;
+    static const QTString failed(u"Error evaluating deferred string formula [",
+                                 u"Message box (id)");
+    m_message = CString(failed) + name.ToString() + u"], " + m_message + ContextInfo(true);
+    if (!NoEvalReportErrors()) {
         static const QTString heading(u"Formula", u"Message box");
         QMessageBoxOrLog(m_message, heading, true);
-        return false;
     }
-    return ErrorEvaluatingWithFormula(name.ToString(), formula.ToString());
+    return false;
 }
 
 } // namespace keel

@@ -1,4 +1,5 @@
 #include "keel/document/errorlog.h"
+#include "keel/document/translate.h"
 #include "keel/formula/builtins.h"
 #include "keel/formula/evaluator.h"
 #include "keel/formula/formulacontext.h"
@@ -651,6 +652,14 @@ bool CallUserDefinedFunction(QEvaluator& evaluator, QAnyValue& result, FullId na
     CString text = body.MakeCString();
     text.TrimLeft(u"=:");
     const FormulaText formula(text);
+    const QEvaluator::RoutineLevel level;
+    if (level.IsTooDeep()) {
+        static const QTString looping(
+            u"Stack depth exceeded, formula looping calling function [%s]:\n%s",
+            u"Message box (id,formula)");
+        result.MakeError(CString::Formatted(looping, name.ToString(), text));
+        return true;
+    }
     QFormulaContext* context = evaluator.Context();
     context->ForgetThisFormulaValueForNextTime(formula);
     bool succeeded = false;

@@ -1324,6 +1324,9 @@ bool QEvaluator::EvaluateBlock(QAnyValue& result, bool requireOpener) {
 
 // `forClause`: a part of a for(;;) header, which may be empty and ends at ';' or ')'.
 bool QEvaluator::EvaluateStatement(QAnyValue& result, bool forClause) {
+    const NestingLevel level;
+    if (level.IsTooDeep())
+        return NestedTooDeeply();
     MarkOKUpToHere();
     const short start = SaveCursor();
     if (!EvaluateStatementHelper(result, forClause))

@@ -113,7 +113,7 @@ bool QFormulaContext::LookupValue(FullId name, QAnyValue& value, bool& error, QC
         return false;
     const bool found =
         context->LookupValue(split.m_tail, value, error, state, passthrough, debug, useCache);
-    if (found && headState == QCS_Stable && state == QCS_Stable && useCache)
+    if (found && !error && headState == QCS_Stable && state == QCS_Stable && useCache)
         RememberThisFullIdValueForNextTime(value, name);
     RaiseCacheState(state, headState);
     return found;
@@ -180,7 +180,8 @@ bool QFormulaContext::SimpleLookupValueWithTries(PropId name, QAnyValue& value, 
     }
     if (debug && foundNearby)
         ShowDebugHit(*this, name, value);
-    if (state == QCS_Stable && useCache)
+    // A hit from the cache tells no error, so a failed value is not kept there.
+    if (state == QCS_Stable && useCache && !error)
         RememberThisPropIdValueForNextTime(value, name);
     return true;
 }

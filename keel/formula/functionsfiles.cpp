@@ -1,3 +1,4 @@
+#include "keel/document/translate.h"
 #include "keel/document/usertrace.h"
 #include "keel/document/winapp.h"
 #include "keel/formula/builtins.h"
@@ -8,6 +9,7 @@
 #include "keel/system/currentdirectory.h"
 #include "keel/system/fsfile.h"
 #include "keel/system/pathop.h"
+#include "keel/values/tablehandle.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -199,6 +201,12 @@ bool Call(QBuiltinCall& call, bool& succeeded) {
             UserTraceWriteLine(u"CALL EMPTY");
         return Done(call, QAnyValue(), succeeded);
     }
+    const QEvaluator::RoutineLevel level;
+    if (level.IsTooDeep()) {
+        static const QTString looping(u"Stack depth exceeded, formula looping calling file [%s]",
+                                      u"Message box (id)");
+        return Done(call, ErrorValue(CString::Formatted(looping, path)), succeeded);
+    }
     QEvaluator& caller = call.evaluator;
     QAnyValue value;
     const std::unique_ptr<QEvaluator> evaluator(
@@ -284,9 +292,13 @@ bool AppendLine(QBuiltinCall& call, bool& succeeded) {
     return WriteText(call, true, succeeded);
 }
 
+// fileexists(name): a file on disk, or a shipped table standing in for a missing one.
 bool FileExists(QBuiltinCall& call, bool& succeeded) {
     ReadsTheDisk(call);
-    return Done(call, QAnyValue(QFSFile::Exists(FilePath(call.args[0]))), succeeded);
+    const CString path = FilePath(call.args[0]);
+    QTableHandleSource* tables = GetTableHandleSource();
+    const bool exists = QFSFile::Exists(path) || (tables && tables->ExistsInArchive(path));
+    return Done(call, QAnyValue(exists), succeeded);
 }
 
 // filelen(name): the size in bytes, from the open file.

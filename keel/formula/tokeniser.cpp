@@ -37,10 +37,16 @@ double PowerOfTen(int exponent) {
     return power;
 }
 
+// Digits with an optional decimal part. A number too large for a double is infinite, one too
+// small is 0.
 double ParseAscii(const std::string& text) {
     double value = 0;
-    std::from_chars(text.data(), text.data() + text.size(), value);
-    return value;
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
+    if (error != std::errc::result_out_of_range)
+        return value;
+    const std::size_t firstNonZero = text.find_first_not_of("0");
+    const bool large = firstNonZero != std::string::npos && text[firstNonZero] != '.';
+    return large ? HUGE_VAL : 0.0;
 }
 
 std::string AsciiDigits(const char16_t* digits, int count) {

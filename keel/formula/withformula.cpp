@@ -6,6 +6,9 @@
 #include "keel/formula/formulacontext.h"
 #include "keel/platform/archive.h"
 
+#include <algorithm>
+#include <vector>
+
 namespace keel {
 
 // --- QWithFormulaBase -------------------------------------------------------------------------
@@ -129,17 +132,47 @@ void QWithFormula<QAnyValue, 0>::BringUpToDateOnce(bool report) const {
 
 namespace {
 
-// Sets the evaluating-now flag for the length of one evaluation, on every way out.
+using ValueWithFormula = QWithFormula<QAnyValue, 0>;
+
+// The values evaluating on this thread, innermost last: when one of them is read again, the
+// values from it to the end form the loop.
+thread_local std::vector<const ValueWithFormula*> t_evaluating;
+
+// Sets the evaluating-now flag for the length of one evaluation, on every way out, and keeps the
+// value on the thread's list meanwhile.
 class EvaluatingNow {
 public:
-    explicit EvaluatingNow(bool& flag) : m_flag(flag) { m_flag = true; }
-    ~EvaluatingNow() { m_flag = false; }
+    EvaluatingNow(bool& flag, const ValueWithFormula* value) : m_flag(flag) {
+        m_flag = true;
+        t_evaluating.push_back(value);
+    }
+    ~EvaluatingNow() {
+        m_flag = false;
+        t_evaluating.pop_back();
+    }
     EvaluatingNow(const EvaluatingNow&) = delete;
     EvaluatingNow& operator=(const EvaluatingNow&) = delete;
 
 private:
     bool& m_flag;
 };
+
+const QTString& RecursiveFormulaText() {
+    static const QTString text(u"Recursive formula\n\t%s", u"Message box (formula)");
+    return text;
+}
+
+const QTString& RecursiveFormulaInContextText() {
+    static const QTString text(u"Recursive formula\n\t%s\nin\n\t%s",
+                               u"Message box (formula,context)");
+    return text;
+}
+
+// The text of a translated form up to its first argument.
+CString TextBeforeArgument(const CString& form) {
+    const int argument = form.Find(u"%s");
+    return argument < 0 ? form : form.Left(argument);
+}
 
 } // namespace
 
@@ -156,33 +189,54 @@ bool QWithFormula<QAnyValue, 0>::EvaluateNow(bool report) const {
     QCacheState state = QCS_Stable;
     bool succeeded;
     {
-        EvaluatingNow evaluating(m_bEvaluatingNow);
+        EvaluatingNow evaluating(m_bEvaluatingNow, this);
         QFormulaContext* context = const_cast<QFormulaContext*>(ParentContext());
         succeeded = context->Evaluate(result, state, Formula(), false, reportNow, false);
     }
     SetCacheState(state);
-    // A read of this value from inside its own formula emptied it and set the error bit.
-    if (IsErrorBit())
+    if (m_bInLoop) {
+        m_bInLoop = false;
+        m_value.MakeError(RecursiveFormulaMessage());
+        SetErrorBit();
         return false;
+    }
     m_value = result;
     if (!succeeded)
         SetErrorBit();
     return succeeded;
 }
 
+// The values from this one to the innermost evaluating make the loop; each fails when its
+// evaluation ends. Until then this value reads as the failure.
 void QWithFormula<QAnyValue, 0>::FailAsRecursive(bool report) const {
-    m_value = QAnyValue();
+    const auto first = std::find(t_evaluating.begin(), t_evaluating.end(), this);
+    for (auto it = first; it != t_evaluating.end(); ++it)
+        (*it)->m_bInLoop = true;
+    const CString message = RecursiveFormulaMessage();
+    m_value.MakeError(message);
     SetErrorBit();
-    if (!report)
-        return;
-    static const QTString plain(u"Recursive formula\n\t%s", u"Message box (formula)");
-    static const QTString inContext(u"Recursive formula\n\t%s\nin\n\t%s",
-                                    u"Message box (formula,context)");
+    if (report)
+        QMessageBoxOrLog(message, CString(u"Formula"), true);
+}
+
+CString QWithFormula<QAnyValue, 0>::RecursiveFormulaMessage() const {
     const CString formula = Formula().ToString();
     const CString context = ParentContext()->WhoAmI();
-    const CString message = context.IsEmpty() ? CString::Formatted(plain, formula)
-                                              : CString::Formatted(inContext, formula, context);
-    QMessageBoxOrLog(message, CString(u"Formula"), true);
+    return context.IsEmpty()
+               ? CString::Formatted(RecursiveFormulaText(), formula)
+               : CString::Formatted(RecursiveFormulaInContextText(), formula, context);
+}
+
+bool QWithFormula<QAnyValue, 0>::IsRecursiveFormulaError(const QAnyValue& value) {
+    CString message;
+    if (!value.IsErrorAndGetMessage(message))
+        return false;
+    for (const QTString* form : {&RecursiveFormulaText(), &RecursiveFormulaInContextText()}) {
+        const CString start = TextBeforeArgument(*form);
+        if (!start.IsEmpty() && message.Left(start.GetLength()) == start)
+            return true;
+    }
+    return false;
 }
 
 } // namespace keel

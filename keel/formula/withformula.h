@@ -93,17 +93,25 @@ public:
     // it takes the root's number and evaluates its formula; if the root moved meanwhile, once
     // more. In a deferred stretch the evaluation is left to the worker instead.
     void EnsureUpToDate(bool report = false) const;
-    // Runs the formula into the value now. False on a failure, which sets the error bit; a value
-    // read while it is evaluating fails as recursive.
+    // Runs the formula into the value now. False on a failure, which sets the error bit. A value
+    // read while it is evaluating fails as recursive, and so does every value whose evaluation
+    // led to that read: each value of the loop holds the error "Recursive formula" with its own
+    // formula, whichever of them was read first.
     bool EvaluateNow(bool report) const;
+
+    // Whether an error value is the report of a formula that reads itself.
+    static bool IsRecursiveFormulaError(const QAnyValue& value);
 
 private:
     bool IsBehindRoot() const;
     void BringUpToDateOnce(bool report) const;
     void FailAsRecursive(bool report) const;
+    CString RecursiveFormulaMessage() const;
 
     mutable QAnyValue m_value;
     mutable bool m_bEvaluatingNow = false;
+    // Set on each value of a loop found while they evaluate, for the end of their evaluation.
+    mutable bool m_bInLoop = false;
 };
 
 } // namespace keel

@@ -2,6 +2,7 @@
 
 #include "keel/document/errorlog.h"
 #include "keel/tables/lookuptable.h"
+#include "keel/tables/tablebasedon.h"
 
 namespace keel {
 
@@ -42,6 +43,10 @@ QTableHandlePtr QLookupTableSource::CreateEmpty() {
 void QLookupTableSource::ReloadAll() {
     QLookupTableData::CleanupCache();
     QLookupTableData::SetAllReloadRequired();
+}
+
+bool QLookupTableSource::ExistsInArchive(const CString& path) {
+    return QTableBasedOn::FileExistsInZip(path);
 }
 
 QTableHandleSource* QLookupTableSource::Install() {

@@ -11,6 +11,8 @@ public:
     QTableHandlePtr Open(const CString& name, bool reportErrors, CString& error) override;
     QTableHandlePtr CreateEmpty() override;
     void ReloadAll() override;
+    // In "TableBasedOn.zip" of the table folder.
+    bool ExistsInArchive(const CString& path) override;
 
     // Installs the process's one source; returns the source it replaces.
     static QTableHandleSource* Install();

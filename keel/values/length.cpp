@@ -2,6 +2,8 @@
 
 #include "keel/platform/schema.h"
 #include "keel/platform/wchar.h"
+#include "keel/values/anyvalue.h"
+#include "keel/values/formulahook.h"
 
 #include <algorithm>
 #include <atomic>
@@ -357,6 +359,14 @@ PARSERESULT QLength::Parse(const CString& text, LENGTHUNITS unit) {
     if (scanned.result != PARSE_NONE)
         SetRaw(double_to_raw(scanned.value, scanned.unit == LU_DEFAULT ? unit : scanned.unit));
     return scanned.result;
+}
+
+bool QLength::SetFromFormula(const FormulaText& formula) {
+    QAnyValue value;
+    if (!EvaluateFormula(formula, nullptr, value) || value.IsEmpty() || value.IsErrorOrNA())
+        return false;
+    *this = value.MakeLength();
+    return true;
 }
 
 QLength::FormatSpec QLength::ParseFormatSpecifier(const CString& specifier) {

@@ -3,6 +3,7 @@
 #include "keel/platform/archive.h"
 #include "keel/platform/cstring.h"
 #include "keel/platform/exceptions.h"
+#include "keel/values/stringunique.h"
 
 #include <string>
 
@@ -237,6 +238,10 @@ public:
     // a number followed by a unit suffix. A number without a unit is taken in `unit`. On
     // success the length is set; otherwise it is left as it was.
     PARSERESULT Parse(const CString& text, LENGTHUNITS unit = LU_DEFAULT);
+    // Evaluates the formula, in no context, through the evaluator the formula layer installs,
+    // and takes its value as a length: a number is in the default unit. False, with the length
+    // left as it was, when the formula fails or its value is empty, an error or not available.
+    bool SetFromFormula(const FormulaText& formula);
 
     // A format specifier cut into its parts: prefix, "%", precision, 'f' or 'F', suffix.
     struct FormatSpec {

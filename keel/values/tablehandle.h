@@ -54,6 +54,8 @@ public:
     virtual QTableHandlePtr CreateEmpty() = 0;
     // Drops the tables nobody holds and marks the others to be read again on their next use.
     virtual void ReloadAll() = 0;
+    // Whether the shipped tables that stand in for missing files hold one for this full path.
+    virtual bool ExistsInArchive(const CString& /*path*/) { return false; }
 };
 
 // Returns the source it replaces; nullptr uninstalls.

@@ -411,7 +411,8 @@ TEST(ExpressionsDeferred, WithReportsTheFailureIsToldWithTheIdentifier) {
     context.Set("x", String("=1 +"));
     const Outcome outcome = Evaluated("x", &context, true);
     EXPECT_FALSE(outcome.ok);
-    EXPECT_EQ(outcome.message, "Error evaluating deferred string formula [x], ");
+    EXPECT_EQ(outcome.message,
+              "Error evaluating deferred string formula [x], Error in value of x\n\t1 +");
 }
 
 // Remembers the message of every evaluator it made, so that the innermost failure of a chain can

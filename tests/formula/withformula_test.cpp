@@ -227,11 +227,12 @@ TEST_F(WithFormulaRead, AValueWithoutAFormulaUnderARootKeepsItsValue) {
 
 using WithFormulaRecursion = WithFormulaTest;
 
-TEST_F(WithFormulaRecursion, AFormulaThatReadsItselfIsEmptyWithItsErrorBitAndSilent) {
+TEST_F(WithFormulaRecursion, AFormulaThatReadsItselfHoldsTheReportWithItsErrorBitAndSilent) {
     SetNoEvalReportErrors(true);
     Root root;
     QWithFormula<QAnyValue>& value = root.Add("x", QAnyValue(3), "x + 1");
-    EXPECT_TRUE(value.Value().IsEmpty());
+    EXPECT_EQ(QAnyValue(value.Value()).MakeError().ToUtf8(),
+              "Recursive formula\n\tx + 1\nin\n\tSheet");
     EXPECT_TRUE(value.IsErrorBit());
     EXPECT_FALSE(value.IsEvaluatingNow());
     EXPECT_TRUE(Reports().empty());
@@ -264,8 +265,11 @@ TEST_F(WithFormulaRecursion, ALoopThroughAnotherValueIsCaughtToo) {
     QWithFormula<QAnyValue>& b = root.Add("b", "a + 1");
     a.Value();
     EXPECT_TRUE(a.IsErrorBit());
-    EXPECT_TRUE(a.ValueNoEnsureUpToDate().IsEmpty());
+    EXPECT_EQ(QAnyValue(a.ValueNoEnsureUpToDate()).MakeError().ToUtf8(),
+              "Recursive formula\n\tb + 1\nin\n\tSheet");
     EXPECT_TRUE(b.IsErrorBit());
+    EXPECT_EQ(QAnyValue(b.ValueNoEnsureUpToDate()).MakeError().ToUtf8(),
+              "Recursive formula\n\ta + 1\nin\n\tSheet");
 }
 
 // --- Assignment -----------------------------------------------------------------------------

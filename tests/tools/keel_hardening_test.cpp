@@ -291,7 +291,7 @@ TEST_F(KeelHardening, SetRefusesNamesThatNoFormulaReads) {
 }
 
 // A formula nested deeper than the parser takes is a parse failure like any other.
-TEST_F(KeelHardening, DISABLED_SetRefusesAFormulaNestedTooDeeply) {
+TEST_F(KeelHardening, SetRefusesAFormulaNestedTooDeeply) {
     const std::string deep = std::string(5000, '(') + "1" + std::string(5000, ')');
     const Outcome outcome = Run({"eval", "--set", "x=" + deep, "1"});
     EXPECT_EQ(outcome.status, 2);
