@@ -89,13 +89,17 @@ TEST(CStringCopyOnWrite, EveryMutationLeavesTheSharedOriginalAlone) {
         {"Empty", [](CString& s) { s.Empty(); }},
         {"assign", [](CString& s) { s = u"other"; }}};
     const std::u16string_view text = u"  Hello, World  ";
-    for (const Mutation& mutation : mutations) {
-        SCOPED_TRACE(mutation.name);
-        const CString original(text);
-        CString copy = original;
-        mutation.apply(copy);
-        EXPECT_EQ(original.View(), text);
-        EXPECT_NE(copy.View(), text);
+    for (const bool spareRoom : {false, true}) {
+        for (const Mutation& mutation : mutations) {
+            SCOPED_TRACE(std::string(mutation.name) + (spareRoom ? " with spare room" : ""));
+            // A shrunk string keeps its buffer, which has room for growing in place.
+            CString original(spareRoom ? CString(text) + u"0123456789" : CString(text));
+            original.Delete(static_cast<int>(text.size()), 10);
+            CString copy = original;
+            mutation.apply(copy);
+            EXPECT_EQ(original.View(), text);
+            EXPECT_NE(copy.View(), text);
+        }
     }
 }
 
@@ -555,6 +559,7 @@ TEST(CStringFormat, MissingMismatchedAndUnknownNeverMisbehave) {
     ExpectFormats({F(u"0", u"%x", "narrow"), F(u"0.000000", u"%f", u"text"), F(u"42", u"%s", 42),
                    F(u"-42", u"%s", -42), F(u"7", u"%s", 7u), F(u"2.5", u"%s", 2.5)});
     ExpectFormats({F(u"  0.1|", u"%5s|", 0.1), F(u"2", u"%d", 2.9), F(u"ff", u"%x", 255.0),
+                   F(u"10000000000000000000", u"%llu", 1e19),
                    F(u"9223372036854775807", u"%d", 1e300),
                    F(u"-9223372036854775808", u"%d", -1e300), F(u"0", u"%d", std::nan(""))});
     ExpectFormats({F(u"[]", u"[%c]", u"text"), F(u"5", u"%#d", 5), F(u"a%yb", u"a%yb", 1),

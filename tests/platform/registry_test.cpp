@@ -235,6 +235,8 @@ TEST_F(RegistryTest, AMalformedFileGivesTheDefaultsAndIsKeptAsideWhenWrittenOver
 
     ASSERT_TRUE(store.WriteProfileInt(u"Options", u"VolumeUnits", 6));
     EXPECT_EQ(ReadText(OptionsFile().string() + ".bad"), malformed);
+    ASSERT_TRUE(store.WriteProfileInt(u"Options", u"LengthUnits", 3));
+    EXPECT_EQ(ReadText(OptionsFile().string() + ".bad"), malformed) << "kept aside once only";
     CRegistry reread(OptionsPath());
     EXPECT_EQ(reread.GetProfileInt(u"Options", u"VolumeUnits", 0), 6);
     EXPECT_EQ(reread.GetProfileInt(u"Options", u"AreaUnits", 7), 7);

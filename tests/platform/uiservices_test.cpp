@@ -74,6 +74,17 @@ TEST(HeadlessUIServicesTest, AnswersWithTheDefaultButtonAndWritesOneLineEach) {
     EXPECT_FALSE(log[0].checked);
     EXPECT_FALSE(viewed);
     EXPECT_FALSE(host.OpenFile(u"/tmp/Logs/errorlog_01-Jan-24_000000.txt"));
+    // It has none of the dialogs of formulas: nothing is chosen, edited or shown.
+    CString edited = u"kept";
+    unsigned long color = 0x123456;
+    EXPECT_FALSE(host.EditText(edited, u"Title"));
+    EXPECT_FALSE(host.PickColor(color));
+    EXPECT_FALSE(host.BrowseForFile(u"Open", u"/tmp/", u"*.png", edited));
+    EXPECT_FALSE(host.EditForm(u"/q.qst", u"Main"));
+    EXPECT_FALSE(host.EditTable(u"/t.vlt"));
+    EXPECT_EQ(host.SelectCategoryAndPage(u"Main", u"Sizes"), IUIServices::PageSelection::NoSheet);
+    EXPECT_EQ(edited, u"kept");
+    EXPECT_EQ(color, 0x123456u);
 
     std::rewind(output);
     std::string text;

@@ -11,6 +11,7 @@
 #include <gtest/gtest.h>
 #include <string>
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <system_error>
 #include <unistd.h>
 #include <utility>
@@ -289,7 +290,7 @@ TEST_F(FilesOnDisk, SearchesThroughFoldersAndTrees) {
     EXPECT_TRUE(Boxes().empty());
 }
 
-TEST_F(FilesOnDisk, DeleteContentsByPatternAndDeleteAllButNeverARoot) {
+TEST_F(FilesOnDisk, DeleteContentsByPatternAndDeleteAllFollowsNoLink) {
     for (const char* name : {"box/a.txt", "box/B.TXT", "box/c.log", "box/sub/inner.log",
                              "box/keep/inner.txt", "tree/a/b/c.txt", "target/precious.txt"})
         MakeFile(name);
@@ -311,8 +312,31 @@ TEST_F(FilesOnDisk, DeleteContentsByPatternAndDeleteAllButNeverARoot) {
     EXPECT_TRUE(QFSFolder::DeleteAll(Folder("alias")));
     EXPECT_FALSE(fs::exists(fs::symlink_status(P("alias"))));
     EXPECT_TRUE(fs::exists(P("target/precious.txt")));
-    for (const char16_t* root : {u"", u"/", u"C:\\"})
-        EXPECT_FALSE(QFSFolder::DeleteAll(root));
+}
+
+// DeleteAll refuses an empty path and every root. A fault there removes whatever the root holds,
+// so the check runs in a child process shut in a folder of the test (chroot, which needs root):
+// at worst it empties that folder. Without that right the check is skipped, never pointed at the
+// real root.
+TEST_F(FilesOnDisk, DeleteAllNeverRemovesARoot) {
+    if (!RunningAsRoot())
+        GTEST_SKIP() << "a chroot needs root";
+    MakeFile("jail/keep.txt");
+    const std::string jail = P("jail");
+    const pid_t child = ::fork();
+    ASSERT_NE(child, -1);
+    if (child == 0) {
+        if (::chroot(jail.c_str()) != 0 || ::chdir("/") != 0)
+            ::_exit(100);
+        int accepted = 0;
+        for (const char16_t* root : {u"", u"/", u"C:\\", u"//server/share/"})
+            accepted += QFSFolder::DeleteAll(root) ? 1 : 0;
+        ::_exit(accepted + (fs::exists("/keep.txt") ? 0 : 10));
+    }
+    int status = 0;
+    ASSERT_EQ(::waitpid(child, &status, 0), child);
+    ASSERT_TRUE(WIFEXITED(status));
+    EXPECT_EQ(WEXITSTATUS(status), 0) << "roots accepted, plus 10 if the jail was emptied";
 }
 
 TEST_F(FilesOnDisk, TheCurrentFolderIsEnteredAndRestored) {
