@@ -1,15 +1,13 @@
+#include "tests/support/archivebytes.h"
+#include "tests/support/tempfolder.h"
+
 #include "keel/platform/archive.h"
 
-#include <algorithm>
 #include <bit>
 #include <cstdint>
-#include <cstdlib>
 #include <cstring>
-#include <filesystem>
-#include <fstream>
 #include <functional>
 #include <gtest/gtest.h>
-#include <iterator>
 #include <limits>
 #include <string>
 #include <vector>
@@ -17,49 +15,21 @@
 namespace keel {
 namespace {
 
-using Bytes = std::vector<std::uint8_t>;
+using test::Bytes;
+using test::Concat;
+using test::Loading;
+using test::Stored;
+using test::WideUnits;
 
-Bytes Stored(const std::function<void(CArchive&)>& write, int bufferSize = 4096) {
-    CMemFile file;
-    CArchive archive(&file, CArchive::store, bufferSize);
-    write(archive);
-    archive.Close();
-    return file.Bytes();
-}
-
-CMemFile* Named(CMemFile& file, const CString& name) {
-    file.SetFilePath(name);
-    return &file;
-}
-
-// A loading archive over bytes, with the memory file it reads.
-struct Loading {
-    explicit Loading(Bytes bytes, int bufferSize = 4096, const CString& name = CString())
-        : file(std::move(bytes)), archive(Named(file, name), CArchive::load, bufferSize) {}
-    CMemFile file;
-    CArchive archive;
-};
-
-Bytes Concat(std::initializer_list<Bytes> parts) {
-    Bytes all;
-    for (const Bytes& part : parts)
-        all.insert(all.end(), part.begin(), part.end());
-    return all;
-}
-
-Bytes WideUnits(const std::u16string& text) {
-    Bytes bytes;
-    for (const char16_t unit : text) {
-        bytes.push_back(static_cast<std::uint8_t>(unit & 0xFF));
-        bytes.push_back(static_cast<std::uint8_t>(unit >> 8));
-    }
-    return bytes;
-}
-
-int CauseOf(const std::function<void()>& action) {
+// The cause of the archive exception that `action` throws, or `none`.
+int CauseOf(const std::function<void()>& action, const char* fileName = nullptr) {
     try {
         action();
     } catch (const CArchiveException& failure) {
+        if (fileName) {
+            EXPECT_EQ(failure.m_strFileName, CString(fileName));
+            EXPECT_NE(std::string(failure.what()).find(fileName), std::string::npos);
+        }
         return failure.m_cause;
     }
     return CArchiveException::none;
@@ -85,36 +55,33 @@ const PrimitiveCase kPrimitiveCases[] = {
     {"int32 min", [](CArchive& ar) { ar << std::int32_t{INT32_MIN}; }, {0x00, 0x00, 0x00, 0x80}},
     {"int32 -2", [](CArchive& ar) { ar << -2; }, {0xFE, 0xFF, 0xFF, 0xFF}},
     {"uint32", [](CArchive& ar) { ar << std::uint32_t{0xDEADBEEF}; }, {0xEF, 0xBE, 0xAD, 0xDE}},
-    {"int64 min",
-     [](CArchive& ar) { ar << std::int64_t{INT64_MIN}; },
-     {0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x80}},
+    {"int64 min", [](CArchive& ar) { ar << std::int64_t{INT64_MIN}; }, {0, 0, 0, 0, 0, 0, 0, 0x80}},
     {"uint64",
      [](CArchive& ar) { ar << std::uint64_t{0x0102030405060708}; },
-     {0x08, 0x07, 0x06, 0x05, 0x04, 0x03, 0x02, 0x01}},
+     {8, 7, 6, 5, 4, 3, 2, 1}},
     // long is std::int64_t on this platform and writes 8 bytes, never 4.
-    {"long", [](CArchive& ar) { ar << 5L; }, {0x05, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00}},
-    {"unsigned long",
-     [](CArchive& ar) { ar << 0x0102UL; },
-     {0x02, 0x01, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00}},
-    {"long long -1",
-     [](CArchive& ar) { ar << -1LL; },
-     {0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF}},
+    {"long", [](CArchive& ar) { ar << 5L; }, {5, 0, 0, 0, 0, 0, 0, 0}},
+    {"unsigned long", [](CArchive& ar) { ar << 0x0102UL; }, {2, 1, 0, 0, 0, 0, 0, 0}},
+    {"long long -1", [](CArchive& ar) { ar << -1LL; }, Bytes(8, 0xFF)},
     {"unsigned long long",
      [](CArchive& ar) { ar << 0x8000000000000001ULL; },
-     {0x01, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x80}},
+     {1, 0, 0, 0, 0, 0, 0, 0x80}},
     {"float 1", [](CArchive& ar) { ar << 1.0f; }, {0x00, 0x00, 0x80, 0x3F}},
     {"float -2.5", [](CArchive& ar) { ar << -2.5f; }, {0x00, 0x00, 0x20, 0xC0}},
-    {"double 1", [](CArchive& ar) { ar << 1.0; }, {0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0xF0, 0x3F}},
-    {"double -0",
-     [](CArchive& ar) { ar << -0.0; },
-     {0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x80}},
+    {"double 1", [](CArchive& ar) { ar << 1.0; }, {0, 0, 0, 0, 0, 0, 0xF0, 0x3F}},
+    {"double -0", [](CArchive& ar) { ar << -0.0; }, {0, 0, 0, 0, 0, 0, 0, 0x80}},
     {"double 0.1",
      [](CArchive& ar) { ar << 0.1; },
      {0x9A, 0x99, 0x99, 0x99, 0x99, 0x99, 0xB9, 0x3F}},
+    {"double NaN payload",
+     [](CArchive& ar) { ar << std::bit_cast<double>(std::uint64_t{0x7FF4000000000123}); },
+     {0x23, 0x01, 0x00, 0x00, 0x00, 0x00, 0xF4, 0x7F}},
+    {"float NaN payload",
+     [](CArchive& ar) { ar << std::bit_cast<float>(std::uint32_t{0xFFA00001}); },
+     {0x01, 0x00, 0xA0, 0xFF}},
     {"sequence",
      [](CArchive& ar) { ar << std::uint8_t{1} << std::int16_t{2} << 3; },
-     {0x01, 0x02, 0x00, 0x03, 0x00, 0x00, 0x00}},
-};
+     {0x01, 0x02, 0x00, 0x03, 0x00, 0x00, 0x00}}};
 
 TEST(ArchivePrimitives, WriteLittleEndianBytes) {
     for (const PrimitiveCase& test : kPrimitiveCases) {
@@ -123,81 +90,101 @@ TEST(ArchivePrimitives, WriteLittleEndianBytes) {
     }
 }
 
-template <class T>
-class ArchiveRoundTrip : public ::testing::Test {};
+TEST(ArchivePrimitives, AnyNonZeroByteReadsAsTrue) {
+    Loading loading({0x00, 0x01, 0x7F, 0xFF});
+    for (const bool expected : {false, true, true, true}) {
+        bool value = !expected;
+        loading.archive >> value;
+        EXPECT_EQ(value, expected);
+    }
+}
 
-using RoundTripTypes =
+// Every primitive type: its limits come back bit for bit (NaN payloads and the sign of zero
+// count), and a read or write in the wrong direction or past the end fails with its cause and
+// the file's name.
+template <class T>
+class ArchiveTyped : public ::testing::Test {};
+
+using ArchiveTypes =
     ::testing::Types<bool, char, std::int8_t, std::uint8_t, std::int16_t, std::uint16_t, char16_t,
                      std::int32_t, std::uint32_t, std::int64_t, std::uint64_t, long long,
                      unsigned long long, float, double>;
-TYPED_TEST_SUITE(ArchiveRoundTrip, RoundTripTypes);
+TYPED_TEST_SUITE(ArchiveTyped, ArchiveTypes);
 
 template <class T>
 std::vector<T> LimitValues() {
     using Limits = std::numeric_limits<T>;
     std::vector<T> values = {T{}, Limits::min(), Limits::max(), Limits::lowest()};
     if constexpr (std::is_floating_point_v<T>) {
-        values.push_back(-T{0});
-        values.push_back(Limits::infinity());
-        values.push_back(-Limits::infinity());
-        values.push_back(Limits::denorm_min());
-        values.push_back(Limits::quiet_NaN());
-        values.push_back(-Limits::quiet_NaN());
-        values.push_back(Limits::epsilon());
+        values.insert(values.end(),
+                      {-T{0}, Limits::infinity(), -Limits::infinity(), Limits::denorm_min(),
+                       Limits::quiet_NaN(), -Limits::quiet_NaN(), Limits::epsilon()});
+        if constexpr (sizeof(T) == 8)
+            values.push_back(std::bit_cast<T>(std::uint64_t{0x7FF4000000000123}));
+        else
+            values.push_back(std::bit_cast<T>(std::uint32_t{0xFFA00001}));
     }
     return values;
 }
 
-// Floating values compare by bit pattern, so NaN payloads and the sign of zero count.
-template <class T>
-bool SameBits(T a, T b) {
-    return std::memcmp(&a, &b, sizeof(T)) == 0;
-}
-
-TYPED_TEST(ArchiveRoundTrip, LimitsSurviveBitForBit) {
+TYPED_TEST(ArchiveTyped, LimitsSurviveBitForBit) {
     for (const TypeParam value : LimitValues<TypeParam>()) {
         const Bytes bytes = Stored([&](CArchive& ar) { ar << value; });
         EXPECT_EQ(bytes.size(), sizeof(TypeParam));
         Loading loading(bytes);
         TypeParam back{};
         loading.archive >> back;
-        EXPECT_TRUE(SameBits(back, value));
+        EXPECT_EQ(std::memcmp(&back, &value, sizeof(TypeParam)), 0);
         EXPECT_TRUE(loading.archive.IsBufferEmpty());
     }
 }
 
-TEST(ArchiveRoundTripNaN, PayloadIsKept) {
-    const auto doubleBits = std::uint64_t{0x7FF4000000000123};
-    const auto floatBits = std::uint32_t{0xFFA00001};
-    const Bytes bytes = Stored([&](CArchive& ar) {
-        ar << std::bit_cast<double>(doubleBits) << std::bit_cast<float>(floatBits);
-    });
-    EXPECT_EQ(bytes,
-              (Bytes{0x23, 0x01, 0x00, 0x00, 0x00, 0x00, 0xF4, 0x7F, 0x01, 0x00, 0xA0, 0xFF}));
-    Loading loading(bytes);
-    double d = 0;
-    float f = 0;
-    loading.archive >> d >> f;
-    EXPECT_EQ(std::bit_cast<std::uint64_t>(d), doubleBits);
-    EXPECT_EQ(std::bit_cast<std::uint32_t>(f), floatBits);
+TYPED_TEST(ArchiveTyped, WrongDirectionAndEndOfFileFail) {
+    TypeParam value{};
+    CMemFile file;
+    file.SetFilePath(u"/drawings/site plan.kdf");
+    CArchive storing(&file, CArchive::store);
+    EXPECT_EQ(CauseOf([&] { storing >> value; }, "/drawings/site plan.kdf"),
+              CArchiveException::writeOnly);
+    Loading loading({1, 2, 3, 4, 5, 6, 7, 8, 9, 10}, 4096, u"/drawings/site plan.kdf");
+    EXPECT_EQ(CauseOf([&] { loading.archive << value; }, "/drawings/site plan.kdf"),
+              CArchiveException::readOnly);
+    EXPECT_EQ(loading.file.Bytes().size(), 10u);
+    Loading empty({}, 4096, u"empty.kdf");
+    EXPECT_EQ(CauseOf([&] { empty.archive >> value; }, "empty.kdf"), CArchiveException::endOfFile);
 }
 
-TEST(ArchivePrimitives, AnyNonZeroByteReadsAsTrue) {
-    Loading loading({0x00, 0x01, 0x7F, 0xFF});
-    bool values[4] = {};
-    for (bool& value : values)
-        loading.archive >> value;
-    EXPECT_FALSE(values[0]);
-    EXPECT_TRUE(values[1]);
-    EXPECT_TRUE(values[2]);
-    EXPECT_TRUE(values[3]);
+// Strings, counts and raw bytes in the wrong direction.
+TEST(ArchiveDirection, StringsCountsAndRawBytes) {
+    const char* name = "/drawings/site plan.kdf";
+    CMemFile file;
+    file.SetFilePath(CString(name));
+    CArchive storing(&file, CArchive::store);
+    Loading loading({1, 2, 3, 4, 5, 6, 7, 8, 9, 10}, 4096, CString(name));
+    CString text;
+    char raw[2];
+    const std::function<void()> reads[] = {[&] { storing >> text; }, [&] { storing.ReadCount(); },
+                                           [&] { storing.Read(raw, 2); }};
+    for (const auto& read : reads)
+        EXPECT_EQ(CauseOf(read, name), CArchiveException::writeOnly);
+    const std::function<void()> writes[] = {[&] { loading.archive << CString(u"s"); },
+                                            [&] { loading.archive.WriteCount(1); },
+                                            [&] { loading.archive.Write("ab", 2); }};
+    for (const auto& write : writes)
+        EXPECT_EQ(CauseOf(write, name), CArchiveException::readOnly);
+    EXPECT_EQ(loading.file.Bytes().size(), 10u);
+    Loading empty({}, 4096, u"empty.kdf");
+    EXPECT_EQ(CauseOf([&] { empty.archive >> text; }, "empty.kdf"), CArchiveException::endOfFile);
+    EXPECT_EQ(CauseOf([&] { empty.archive.ReadCount(); }, "empty.kdf"),
+              CArchiveException::endOfFile);
 }
 
 // --- Counts ---------------------------------------------------------------------------------
 
 struct CountCase {
     std::uint64_t count;
-    Bytes expected;
+    Bytes bytes;
+    bool shortest = true; // the form that is written; the others are only read
 };
 
 const CountCase kCountCases[] = {
@@ -207,81 +194,30 @@ const CountCase kCountCases[] = {
     {0xFFFF, {0xFF, 0xFF, 0xFF, 0xFF, 0x00, 0x00}},
     {0x10000, {0xFF, 0xFF, 0x00, 0x00, 0x01, 0x00}},
     {0xFFFFFFFE, {0xFF, 0xFF, 0xFE, 0xFF, 0xFF, 0xFF}},
-    {0xFFFFFFFF,
-     {0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0x00, 0x00, 0x00, 0x00}},
-    {0x123456789A,
-     {0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0x9A, 0x78, 0x56, 0x34, 0x12, 0x00, 0x00, 0x00}},
-    {UINT64_MAX,
-     {0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF}},
-};
+    {0xFFFFFFFF, Concat({Bytes(6, 0xFF), {0xFF, 0xFF, 0xFF, 0xFF, 0x00, 0x00, 0x00, 0x00}})},
+    {0x123456789A, Concat({Bytes(6, 0xFF), {0x9A, 0x78, 0x56, 0x34, 0x12, 0x00, 0x00, 0x00}})},
+    {UINT64_MAX, Bytes(14, 0xFF)},
+    {5, {0xFF, 0xFF, 0x05, 0x00, 0x00, 0x00}, false}};
 
-TEST(ArchiveCount, WritesTheShortestForm) {
+TEST(ArchiveCount, WritesTheShortestFormAndReadsEveryForm) {
     for (const CountCase& test : kCountCases) {
         SCOPED_TRACE(test.count);
-        EXPECT_EQ(Stored([&](CArchive& ar) { ar.WriteCount(test.count); }), test.expected);
-    }
-}
-
-TEST(ArchiveCount, ReadsEveryForm) {
-    for (const CountCase& test : kCountCases) {
-        SCOPED_TRACE(test.count);
-        Loading loading(test.expected);
+        if (test.shortest) {
+            EXPECT_EQ(Stored([&](CArchive& ar) { ar.WriteCount(test.count); }), test.bytes);
+        }
+        Loading loading(test.bytes);
         EXPECT_EQ(loading.archive.ReadCount(), test.count);
         EXPECT_TRUE(loading.archive.IsBufferEmpty());
     }
 }
 
-TEST(ArchiveCount, AcceptsLongerFormsThanNeeded) {
-    Loading loading({0xFF, 0xFF, 0x05, 0x00, 0x00, 0x00});
-    EXPECT_EQ(loading.archive.ReadCount(), 5u);
-}
-
 // --- Strings --------------------------------------------------------------------------------
 
 struct StringCase {
-    const char* name;
+    std::string name;
     std::u16string text;
-    Bytes expected;
-};
-
-const StringCase kStringCases[] = {
-    {"empty", u"", {0xFF, 0xFE, 0xFF, 0x00}},
-    {"abc", u"abc", {0xFF, 0xFE, 0xFF, 0x03, 'a', 0, 'b', 0, 'c', 0}},
-    {"euro and e acute", u"\u20AC\u00E9", {0xFF, 0xFE, 0xFF, 0x02, 0xAC, 0x20, 0xE9, 0x00}},
-    {"surrogate pair", u"\U0001F600", {0xFF, 0xFE, 0xFF, 0x02, 0x3D, 0xD8, 0x00, 0xDE}},
-    {"embedded null", std::u16string(u"a\0b", 3), {0xFF, 0xFE, 0xFF, 0x03, 'a', 0, 0, 0, 'b', 0}},
-};
-
-TEST(ArchiveString, WritesTheWideForm) {
-    for (const StringCase& test : kStringCases) {
-        SCOPED_TRACE(test.name);
-        EXPECT_EQ(Stored([&](CArchive& ar) { ar << CString(test.text); }), test.expected);
-    }
-}
-
-TEST(ArchiveString, ReadsTheWideForm) {
-    for (const StringCase& test : kStringCases) {
-        SCOPED_TRACE(test.name);
-        Loading loading(test.expected);
-        CString text = u"old";
-        loading.archive >> text;
-        EXPECT_EQ(text.View(), test.text);
-        EXPECT_TRUE(loading.archive.IsBufferEmpty());
-    }
-}
-
-struct LengthCase {
-    int length;
-    Bytes prefix;
-};
-
-const LengthCase kLengthCases[] = {
-    {254, {0xFF, 0xFE, 0xFF, 0xFE}},
-    {255, {0xFF, 0xFE, 0xFF, 0xFF, 0xFF, 0x00}},
-    {256, {0xFF, 0xFE, 0xFF, 0xFF, 0x00, 0x01}},
-    {0xFFFD, {0xFF, 0xFE, 0xFF, 0xFF, 0xFD, 0xFF}},
-    {0xFFFE, {0xFF, 0xFE, 0xFF, 0xFF, 0xFF, 0xFF, 0xFE, 0xFF, 0x00, 0x00}},
-    {0x10005, {0xFF, 0xFE, 0xFF, 0xFF, 0xFF, 0xFF, 0x05, 0x00, 0x01, 0x00}},
+    Bytes bytes;
+    bool written = true; // the form that is written; the others are only read
 };
 
 std::u16string PatternText(int length) {
@@ -291,86 +227,65 @@ std::u16string PatternText(int length) {
     return text;
 }
 
-TEST(ArchiveString, LengthPrefixBoundaries) {
-    for (const LengthCase& test : kLengthCases) {
-        SCOPED_TRACE(test.length);
-        const std::u16string text = PatternText(test.length);
-        const Bytes bytes = Stored([&](CArchive& ar) { ar << CString(text); }, 100);
-        EXPECT_EQ(bytes, Concat({test.prefix, WideUnits(text)}));
-        Loading loading(bytes, 100);
-        CString back;
-        loading.archive >> back;
-        EXPECT_EQ(back.View(), text);
-    }
+// A text of `length` units after the wide marker and the given length prefix.
+StringCase Long(int length, const Bytes& prefix) {
+    const std::u16string text = PatternText(length);
+    return {std::to_string(length), text, Concat({{0xFF, 0xFE, 0xFF}, prefix, WideUnits(text)})};
 }
 
-struct ReadCase {
-    const char* name;
-    Bytes bytes;
-    std::u16string expected;
-};
-
-Bytes NarrowLongForm() {
-    Bytes bytes = {0xFF, 0x00, 0x01};
-    bytes.insert(bytes.end(), 256, 'z');
-    return bytes;
-}
-
-const ReadCase kReadCases[] = {
-    {"narrow abc", {0x03, 'a', 'b', 'c'}, u"abc"},
-    {"narrow empty", {0x00}, u""},
-    {"narrow latin-1", {0x03, 0xE9, 0xFF, 0xA0}, u"\u00E9\u00FF\u00A0"},
-    {"narrow euro", {0x01, 0x80}, u"\u20AC"},
-    {"narrow 16-bit length", NarrowLongForm(), std::u16string(256, u'z')},
-    {"narrow 32-bit length", {0xFF, 0xFF, 0xFF, 0x02, 0x00, 0x00, 0x00, 'x', 'y'}, u"xy"},
-    {"narrow 64-bit length",
-     {0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0x01, 0, 0, 0, 0, 0, 0, 0, 'q'},
-     u"q"},
-    {"wide 16-bit length for a short text",
-     {0xFF, 0xFE, 0xFF, 0xFF, 0x02, 0x00, 'h', 0, 'i', 0},
-     u"hi"},
-    {"wide 64-bit length",
-     {0xFF, 0xFE, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0x02,
-      0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 'h',  0,    'i',  0},
-     u"hi"},
-};
-
-TEST(ArchiveString, ReadsEveryAcceptedForm) {
-    for (const ReadCase& test : kReadCases) {
-        SCOPED_TRACE(test.name);
-        Loading loading(test.bytes);
-        CString text;
-        loading.archive >> text;
-        EXPECT_EQ(text.View(), test.expected);
-        EXPECT_TRUE(loading.archive.IsBufferEmpty());
-    }
-}
-
-TEST(ArchiveString, NarrowBytesDecodeAsWindows1252) {
-    const std::u16string expected = u"\u20AC\u0081\u201A\u0192\u201E\u2026\u2020\u2021"
-                                    u"\u02C6\u2030\u0160\u2039\u0152\u008D\u017D\u008F"
-                                    u"\u0090\u2018\u2019\u201C\u201D\u2022\u2013\u2014"
-                                    u"\u02DC\u2122\u0161\u203A\u0153\u009D\u017E\u0178";
+// The narrow form holds bytes of code page 1252.
+StringCase NarrowC1() {
     Bytes bytes = {0x20};
     for (int byte = 0x80; byte <= 0x9F; ++byte)
         bytes.push_back(static_cast<std::uint8_t>(byte));
-    Loading loading(bytes);
-    CString text;
-    loading.archive >> text;
-    EXPECT_EQ(text.View(), expected);
+    return {"narrow 0x80-0x9F",
+            u"\u20AC\u0081\u201A\u0192\u201E\u2026\u2020\u2021"
+            u"\u02C6\u2030\u0160\u2039\u0152\u008D\u017D\u008F"
+            u"\u0090\u2018\u2019\u201C\u201D\u2022\u2013\u2014"
+            u"\u02DC\u2122\u0161\u203A\u0153\u009D\u017E\u0178",
+            bytes, false};
 }
 
-TEST(ArchiveString, StringsFollowEachOtherAndOtherValues) {
-    const Bytes bytes = Stored(
-        [](CArchive& ar) { ar << CString(u"one") << 7 << CString(u"") << CString(u"three"); });
-    Loading loading(bytes, 5);
-    CString one, empty, three;
-    int seven = 0;
-    loading.archive >> one >> seven >> empty >> three;
-    EXPECT_EQ(one, u"one");
-    EXPECT_EQ(seven, 7);
-    EXPECT_TRUE(empty.IsEmpty());
-    EXPECT_EQ(three, u"three");
+const std::vector<StringCase> kStringCases = {
+    {"empty", u"", {0xFF, 0xFE, 0xFF, 0x00}},
+    {"abc", u"abc", {0xFF, 0xFE, 0xFF, 0x03, 'a', 0, 'b', 0, 'c', 0}},
+    {"euro and e acute", u"\u20AC\u00E9", {0xFF, 0xFE, 0xFF, 0x02, 0xAC, 0x20, 0xE9, 0x00}},
+    {"surrogate pair", u"\U0001F600", {0xFF, 0xFE, 0xFF, 0x02, 0x3D, 0xD8, 0x00, 0xDE}},
+    {"embedded null", std::u16string(u"a\0b", 3), {0xFF, 0xFE, 0xFF, 0x03, 'a', 0, 0, 0, 'b', 0}},
+    Long(254, {0xFE}),
+    Long(255, {0xFF, 0xFF, 0x00}),
+    Long(256, {0xFF, 0x00, 0x01}),
+    Long(0xFFFD, {0xFF, 0xFD, 0xFF}),
+    Long(0xFFFE, {0xFF, 0xFF, 0xFF, 0xFE, 0xFF, 0x00, 0x00}),
+    Long(0x10005, {0xFF, 0xFF, 0xFF, 0x05, 0x00, 0x01, 0x00}),
+    {"narrow abc", u"abc", {0x03, 'a', 'b', 'c'}, false},
+    {"narrow empty", u"", {0x00}, false},
+    {"narrow latin-1", u"\u00E9\u00FF\u00A0", {0x03, 0xE9, 0xFF, 0xA0}, false},
+    NarrowC1(),
+    {"narrow 16-bit length", std::u16string(256, u'z'),
+     Concat({{0xFF, 0x00, 0x01}, Bytes(256, 'z')}), false},
+    {"narrow 32-bit length", u"xy", {0xFF, 0xFF, 0xFF, 0x02, 0x00, 0x00, 0x00, 'x', 'y'}, false},
+    {"narrow 64-bit length", u"q", Concat({Bytes(7, 0xFF), {0x01, 0, 0, 0, 0, 0, 0, 0, 'q'}}),
+     false},
+    {"wide 16-bit length", u"hi", {0xFF, 0xFE, 0xFF, 0xFF, 0x02, 0x00, 'h', 0, 'i', 0}, false},
+    {"wide 64-bit length", u"hi",
+     Concat({{0xFF, 0xFE}, Bytes(8, 0xFF), {0x02, 0, 0, 0, 0, 0, 0, 0, 'h', 0, 'i', 0}}), false}};
+
+TEST(ArchiveString, WritesTheWideFormAndReadsEveryAcceptedForm) {
+    for (const StringCase& test : kStringCases) {
+        for (const int bufferSize : {7, 4096}) {
+            SCOPED_TRACE(test.name + " buffer " + std::to_string(bufferSize));
+            if (test.written) {
+                EXPECT_EQ(Stored([&](CArchive& ar) { ar << CString(test.text); }, bufferSize),
+                          test.bytes);
+            }
+            Loading loading(test.bytes, bufferSize);
+            CString text = u"old";
+            loading.archive >> text;
+            EXPECT_EQ(text.View(), test.text);
+            EXPECT_TRUE(loading.archive.IsBufferEmpty());
+        }
+    }
 }
 
 struct BadStringCase {
@@ -399,212 +314,30 @@ const BadStringCase kBadStringCases[] = {
      {0xFF, 0xFE, 0xFF, 0xFF, 0xFF, 0xFF, 0x00, 0x00, 0x00, 0x80, 'a', 0},
      CArchiveException::genericException},
     {"64-bit huge",
-     {0xFF, 0xFE, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0x00, 0x00, 0x00, 0x00, 0x00,
-      0x01, 0x00, 0x00},
+     Concat({{0xFF, 0xFE}, Bytes(8, 0xFF), {0x00, 0x00, 0x00, 0x00, 0x00, 0x01, 0x00, 0x00}}),
      CArchiveException::genericException},
-    {"narrow 64-bit huge",
-     {0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF},
-     CArchiveException::genericException},
+    {"narrow 64-bit huge", Bytes(15, 0xFF), CArchiveException::genericException},
     {"marker twice",
      {0xFF, 0xFE, 0xFF, 0xFF, 0xFE, 0xFF, 0x00},
-     CArchiveException::genericException},
-};
+     CArchiveException::genericException}};
 
 TEST(ArchiveString, MalformedInputFailsWithACause) {
     for (const BadStringCase& test : kBadStringCases) {
         SCOPED_TRACE(test.name);
         Loading loading(test.bytes, 4096, u"broken.kdf");
         CString text;
-        try {
-            loading.archive >> text;
-            ADD_FAILURE() << "no exception";
-        } catch (const CArchiveException& failure) {
-            EXPECT_EQ(failure.m_cause, test.cause);
-            EXPECT_EQ(failure.m_strFileName, u"broken.kdf");
-        }
+        EXPECT_EQ(CauseOf([&] { loading.archive >> text; }, "broken.kdf"), test.cause);
     }
 }
 
-// --- Direction and end of file ------------------------------------------------------------
-
-struct OperationCase {
-    const char* name;
-    std::function<void(CArchive&)> operation;
-};
-
-const OperationCase kReads[] = {
-    {"bool",
-     [](CArchive& ar) {
-         bool v;
-         ar >> v;
-     }},
-    {"char",
-     [](CArchive& ar) {
-         char v;
-         ar >> v;
-     }},
-    {"int8",
-     [](CArchive& ar) {
-         std::int8_t v;
-         ar >> v;
-     }},
-    {"uint8",
-     [](CArchive& ar) {
-         std::uint8_t v;
-         ar >> v;
-     }},
-    {"int16",
-     [](CArchive& ar) {
-         std::int16_t v;
-         ar >> v;
-     }},
-    {"uint16",
-     [](CArchive& ar) {
-         std::uint16_t v;
-         ar >> v;
-     }},
-    {"char16_t",
-     [](CArchive& ar) {
-         char16_t v;
-         ar >> v;
-     }},
-    {"int32",
-     [](CArchive& ar) {
-         std::int32_t v;
-         ar >> v;
-     }},
-    {"uint32",
-     [](CArchive& ar) {
-         std::uint32_t v;
-         ar >> v;
-     }},
-    {"int64",
-     [](CArchive& ar) {
-         std::int64_t v;
-         ar >> v;
-     }},
-    {"uint64",
-     [](CArchive& ar) {
-         std::uint64_t v;
-         ar >> v;
-     }},
-    {"long long",
-     [](CArchive& ar) {
-         long long v;
-         ar >> v;
-     }},
-    {"unsigned long long",
-     [](CArchive& ar) {
-         unsigned long long v;
-         ar >> v;
-     }},
-    {"float",
-     [](CArchive& ar) {
-         float v;
-         ar >> v;
-     }},
-    {"double",
-     [](CArchive& ar) {
-         double v;
-         ar >> v;
-     }},
-    {"string",
-     [](CArchive& ar) {
-         CString v;
-         ar >> v;
-     }},
-    {"count", [](CArchive& ar) { ar.ReadCount(); }},
-    {"raw",
-     [](CArchive& ar) {
-         char v[2];
-         ar.Read(v, 2);
-     }},
-};
-
-const OperationCase kWrites[] = {
-    {"bool", [](CArchive& ar) { ar << true; }},
-    {"char", [](CArchive& ar) { ar << 'c'; }},
-    {"int8", [](CArchive& ar) { ar << std::int8_t{1}; }},
-    {"uint8", [](CArchive& ar) { ar << std::uint8_t{1}; }},
-    {"int16", [](CArchive& ar) { ar << std::int16_t{1}; }},
-    {"uint16", [](CArchive& ar) { ar << std::uint16_t{1}; }},
-    {"char16_t", [](CArchive& ar) { ar << u'x'; }},
-    {"int32", [](CArchive& ar) { ar << 1; }},
-    {"uint32", [](CArchive& ar) { ar << 1u; }},
-    {"int64", [](CArchive& ar) { ar << std::int64_t{1}; }},
-    {"uint64", [](CArchive& ar) { ar << std::uint64_t{1}; }},
-    {"long long", [](CArchive& ar) { ar << 1LL; }},
-    {"unsigned long long", [](CArchive& ar) { ar << 1ULL; }},
-    {"float", [](CArchive& ar) { ar << 1.0f; }},
-    {"double", [](CArchive& ar) { ar << 1.0; }},
-    {"string", [](CArchive& ar) { ar << CString(u"s"); }},
-    {"count", [](CArchive& ar) { ar.WriteCount(1); }},
-    {"raw", [](CArchive& ar) { ar.Write("ab", 2); }},
-};
-
-TEST(ArchiveDirection, ReadingFromAStoringArchiveIsWriteOnly) {
-    for (const OperationCase& test : kReads) {
-        SCOPED_TRACE(test.name);
-        CMemFile file;
-        file.SetFilePath(u"/drawings/site plan.kdf");
-        CArchive archive(&file, CArchive::store);
-        try {
-            test.operation(archive);
-            ADD_FAILURE() << "no exception";
-        } catch (const CArchiveException& failure) {
-            EXPECT_EQ(failure.m_cause, CArchiveException::writeOnly);
-            EXPECT_EQ(failure.m_cause, 4);
-            EXPECT_EQ(failure.m_strFileName, u"/drawings/site plan.kdf");
-            EXPECT_NE(std::string(failure.what()).find("/drawings/site plan.kdf"),
-                      std::string::npos);
-        }
-    }
-}
-
-TEST(ArchiveDirection, WritingToALoadingArchiveIsReadOnly) {
-    for (const OperationCase& test : kWrites) {
-        SCOPED_TRACE(test.name);
-        Loading loading({1, 2, 3, 4, 5, 6, 7, 8, 9, 10}, 4096, u"/drawings/site plan.kdf");
-        try {
-            test.operation(loading.archive);
-            ADD_FAILURE() << "no exception";
-        } catch (const CArchiveException& failure) {
-            EXPECT_EQ(failure.m_cause, CArchiveException::readOnly);
-            EXPECT_EQ(failure.m_cause, 2);
-            EXPECT_EQ(failure.m_strFileName, u"/drawings/site plan.kdf");
-        }
-        EXPECT_EQ(loading.file.Bytes().size(), 10u);
-    }
-}
-
-TEST(ArchiveEndOfFile, EveryReadPastTheEndFails) {
-    for (const OperationCase& test : kReads) {
-        if (std::string(test.name) == "raw")
-            continue; // raw reads report a short count instead
-        SCOPED_TRACE(test.name);
-        Loading loading({}, 4096, u"empty.kdf");
-        try {
-            test.operation(loading.archive);
-            ADD_FAILURE() << "no exception";
-        } catch (const CArchiveException& failure) {
-            EXPECT_EQ(failure.m_cause, CArchiveException::endOfFile);
-            EXPECT_EQ(failure.m_cause, 3);
-            EXPECT_EQ(failure.m_strFileName, u"empty.kdf");
-            EXPECT_NE(std::string(failure.what()).find("empty.kdf"), std::string::npos);
-        }
-    }
-}
+// --- Raw bytes, end of file and buffering ----------------------------------------------------
 
 TEST(ArchiveEndOfFile, PartialValueFailsAfterEarlierValuesRead) {
     Loading loading({0x01, 0x00, 0x00, 0x00, 0x02, 0x00, 0x00}, 3);
     int first = 0;
     loading.archive >> first;
     EXPECT_EQ(first, 1);
-    EXPECT_EQ(CauseOf([&] {
-                  int second;
-                  loading.archive >> second;
-              }),
-              CArchiveException::endOfFile);
+    EXPECT_EQ(CauseOf([&] { loading.archive >> first; }), CArchiveException::endOfFile);
 }
 
 TEST(ArchiveRaw, ReadIsShortOnlyAtTheEnd) {
@@ -633,8 +366,6 @@ TEST(ArchiveRaw, LargeAndSmallWritesKeepTheirOrder) {
         16);
     EXPECT_EQ(bytes, Concat({{1}, big, {2}, Bytes(10, 0xAB)}));
 }
-
-// --- Buffering ------------------------------------------------------------------------------
 
 // A memory file that counts the calls reaching it.
 class CountingFile : public CMemFile {
@@ -673,145 +404,118 @@ TEST(ArchiveBuffering, FieldsAreGatheredIntoFewFileCalls) {
     EXPECT_LE(source.reads, 2);
 }
 
-TEST(ArchiveBuffering, StoringKeepsBytesUntilFlush) {
+TEST(ArchiveBuffering, StoringKeepsBytesUntilFlushCloseOrDestructionButNotAbort) {
     CMemFile file;
-    CArchive archive(&file, CArchive::store);
+    CArchive archive(&file, CArchive::store, 4);
     EXPECT_TRUE(archive.IsBufferEmpty());
-    archive << 0x01020304;
+    archive << std::int16_t{0x0102};
     EXPECT_FALSE(archive.IsBufferEmpty());
     EXPECT_TRUE(file.Bytes().empty());
     archive.Flush();
     EXPECT_TRUE(archive.IsBufferEmpty());
-    EXPECT_EQ(file.Bytes(), (Bytes{0x04, 0x03, 0x02, 0x01}));
-}
+    EXPECT_EQ(file.Bytes(), (Bytes{0x02, 0x01}));
+    archive << std::int16_t{-1};
+    archive.Close();
+    EXPECT_EQ(archive.GetFile(), nullptr);
+    EXPECT_EQ(file.Bytes(), (Bytes{0x02, 0x01, 0xFF, 0xFF}));
+    EXPECT_EQ(CauseOf([&] { archive << 2.0; }), CArchiveException::genericException);
 
-TEST(ArchiveBuffering, DestructorFlushesAStoringArchive) {
-    CMemFile file;
-    {
-        CArchive archive(&file, CArchive::store);
-        archive << std::int16_t{-1};
+    for (const bool abort : {false, true}) {
+        CMemFile other;
+        {
+            CArchive scoped(&other, CArchive::store);
+            scoped << std::int16_t{-1};
+            if (abort)
+                scoped.Abort();
+        }
+        EXPECT_EQ(other.Bytes(), abort ? Bytes() : Bytes(2, 0xFF));
     }
-    EXPECT_EQ(file.Bytes(), (Bytes{0xFF, 0xFF}));
-}
-
-TEST(ArchiveBuffering, AbortDropsPendingBytes) {
-    CMemFile file;
-    {
-        CArchive archive(&file, CArchive::store);
-        archive << std::int16_t{-1};
-        archive.Abort();
-    }
-    EXPECT_TRUE(file.Bytes().empty());
 }
 
 TEST(ArchiveBuffering, LoadingFlushGivesUnreadBytesBack) {
     Loading loading({1, 2, 3, 4, 5, 6, 7, 8, 9, 10});
-    std::uint8_t first = 0;
-    loading.archive >> first;
-    EXPECT_EQ(first, 1);
+    std::uint8_t byte = 0;
+    loading.archive >> byte;
+    EXPECT_EQ(byte, 1);
     EXPECT_EQ(loading.file.GetPosition(), 10u);
     EXPECT_FALSE(loading.archive.IsBufferEmpty());
     loading.archive.Flush();
     EXPECT_TRUE(loading.archive.IsBufferEmpty());
     EXPECT_EQ(loading.file.GetPosition(), 1u);
-    std::uint8_t second = 0;
-    loading.archive >> second;
-    EXPECT_EQ(second, 2);
+    loading.archive >> byte;
+    EXPECT_EQ(byte, 2);
 }
 
-TEST(ArchiveBuffering, TinyBufferRoundTripsMixedValues) {
-    for (const int bufferSize : {1, 2, 3, 7, 8, 9, 4096}) {
+TEST(ArchiveBuffering, TinyBuffersRoundTripMixedValues) {
+    for (const int bufferSize : {1, 2, 3, 5, 7, 8, 9, 4096}) {
         SCOPED_TRACE(bufferSize);
         const Bytes bytes = Stored(
             [](CArchive& ar) {
-                ar << std::uint8_t{0x11} << -3.5 << CString(u"buffer") << std::int64_t{-9};
+                ar << std::uint8_t{0x11} << -3.5 << CString(u"buffer") << 7 << CString(u"")
+                   << std::int64_t{-9};
                 ar.WriteCount(0x12345);
             },
             bufferSize);
         Loading loading(bytes, bufferSize);
         std::uint8_t byte = 0;
         double number = 0;
-        CString text;
+        CString text, empty = u"x";
+        int seven = 0;
         std::int64_t wide = 0;
-        loading.archive >> byte >> number >> text >> wide;
+        loading.archive >> byte >> number >> text >> seven >> empty >> wide;
         EXPECT_EQ(byte, 0x11);
         EXPECT_EQ(number, -3.5);
         EXPECT_EQ(text, u"buffer");
+        EXPECT_EQ(seven, 7);
+        EXPECT_TRUE(empty.IsEmpty());
         EXPECT_EQ(wide, -9);
         EXPECT_EQ(loading.archive.ReadCount(), 0x12345u);
     }
 }
 
-TEST(ArchiveLifetime, ClosedArchiveNoLongerReachesTheFile) {
-    CMemFile file;
-    CArchive archive(&file, CArchive::store, 4);
-    archive << 1;
-    archive.Close();
-    EXPECT_EQ(archive.GetFile(), nullptr);
-    EXPECT_EQ(file.Bytes().size(), 4u);
-    EXPECT_EQ(CauseOf([&] { archive << 2.0; }), CArchiveException::genericException);
-}
+// --- Construction, mode, schema, file name, causes --------------------------------------------
 
-TEST(ArchiveLifetime, ConstructorRejectsMissingFileAndEmptyBuffer) {
+TEST(ArchiveState, ConstructionModeSchemaAndFileName) {
     CMemFile file;
     EXPECT_THROW(CArchive(nullptr, CArchive::load), InvalidArgumentException);
     EXPECT_THROW(CArchive(&file, CArchive::load, 0), InvalidArgumentException);
-}
-
-// --- Mode, schema, file name ----------------------------------------------------------------
-
-TEST(ArchiveState, ModeValuesAndQueries) {
     EXPECT_EQ(CArchive::store, 0);
     EXPECT_EQ(CArchive::load, 1);
-    CMemFile file;
     CArchive storing(&file, CArchive::store);
     EXPECT_TRUE(storing.IsStoring());
     EXPECT_FALSE(storing.IsLoading());
     EXPECT_EQ(storing.GetFile(), &file);
+
     CMemFile other;
+    other.SetFilePath(u"/plans/house.kdf");
     CArchive loading(&other, CArchive::load);
     EXPECT_TRUE(loading.IsLoading());
     EXPECT_FALSE(loading.IsStoring());
-}
-
-TEST(ArchiveState, SchemaStartsAsNoneAndIsConsumedByReading) {
-    CMemFile file;
-    CArchive archive(&file, CArchive::load);
-    EXPECT_EQ(archive.m_nObjectSchema, 0xFFFFFFFFu);
-    EXPECT_EQ(archive.GetObjectSchema(), 0xFFFFFFFFu);
-    archive.SetObjectSchema(3);
-    EXPECT_EQ(archive.GetObjectSchema(), 3u);
-    EXPECT_EQ(archive.GetObjectSchema(), CArchive::noSchema);
-}
-
-TEST(ArchiveState, FileNameComesFromTheFileAndCanBeChanged) {
-    CMemFile file;
-    file.SetFilePath(u"/plans/house.kdf");
-    CArchive archive(&file, CArchive::load);
-    EXPECT_EQ(archive.GetFileName(), u"/plans/house.kdf");
-    archive.SetFileName(u"renamed.kdf");
-    EXPECT_EQ(archive.m_strFileName, u"renamed.kdf");
-    try {
-        std::uint8_t byte;
-        archive >> byte;
-        ADD_FAILURE() << "no exception";
-    } catch (const CArchiveException& failure) {
-        EXPECT_EQ(failure.m_strFileName, u"renamed.kdf");
-    }
-    EXPECT_EQ(archive.m_pDocument, nullptr);
+    EXPECT_EQ(loading.m_pDocument, nullptr);
+    // The schema starts as none and is consumed by reading it.
+    EXPECT_EQ(loading.m_nObjectSchema, 0xFFFFFFFFu);
+    EXPECT_EQ(loading.GetObjectSchema(), 0xFFFFFFFFu);
+    loading.SetObjectSchema(3);
+    EXPECT_EQ(loading.GetObjectSchema(), 3u);
+    EXPECT_EQ(loading.GetObjectSchema(), CArchive::noSchema);
+    // The file name comes from the file and can be changed; failures report the new one.
+    EXPECT_EQ(loading.GetFileName(), u"/plans/house.kdf");
+    loading.SetFileName(u"renamed.kdf");
+    EXPECT_EQ(loading.m_strFileName, u"renamed.kdf");
+    std::uint8_t byte;
+    EXPECT_EQ(CauseOf([&] { loading >> byte; }, "renamed.kdf"), CArchiveException::endOfFile);
 }
 
 TEST(ArchiveException, CauseValuesAndText) {
-    EXPECT_EQ(CArchiveException::none, 0);
-    EXPECT_EQ(CArchiveException::genericException, 1);
-    EXPECT_EQ(CArchiveException::readOnly, 2);
-    EXPECT_EQ(CArchiveException::endOfFile, 3);
-    EXPECT_EQ(CArchiveException::writeOnly, 4);
-    EXPECT_EQ(CArchiveException::badIndex, 5);
-    EXPECT_EQ(CArchiveException::badClass, 6);
-    EXPECT_EQ(CArchiveException::badSchema, 7);
+    const int causes[] = {CArchiveException::none,      CArchiveException::genericException,
+                          CArchiveException::readOnly,  CArchiveException::endOfFile,
+                          CArchiveException::writeOnly, CArchiveException::badIndex,
+                          CArchiveException::badClass,  CArchiveException::badSchema};
+    for (int i = 0; i < static_cast<int>(std::size(causes)); ++i)
+        EXPECT_EQ(causes[i], i);
     try {
         ThrowArchiveException(CArchiveException::badSchema, u"doc.kdf");
+        ADD_FAILURE() << "no exception";
     } catch (const CException& failure) {
         const std::string text = failure.what();
         EXPECT_NE(text.find("schema"), std::string::npos);
@@ -821,21 +525,10 @@ TEST(ArchiveException, CauseValuesAndText) {
 
 // --- On disk --------------------------------------------------------------------------------
 
-class ArchiveDisk : public ::testing::Test {
-protected:
-    void SetUp() override {
-        std::string pattern = (std::filesystem::temp_directory_path() / "keel-archive-XXXXXX");
-        ASSERT_NE(mkdtemp(pattern.data()), nullptr);
-        m_directory = pattern;
-    }
-    void TearDown() override { std::filesystem::remove_all(m_directory); }
-
-    std::filesystem::path m_directory;
-};
+using ArchiveDisk = test::TempFolderTest;
 
 TEST_F(ArchiveDisk, RoundTripThroughAFile) {
-    const std::string path = (m_directory / "values.kdf").string();
-    const CString name = CString::FromUtf8(path);
+    const CString name = PathOf("values.kdf");
     {
         CFile file(name, CFile::modeCreate | CFile::modeWrite | CFile::typeBinary);
         CArchive archive(&file, CArchive::store);
@@ -845,13 +538,11 @@ TEST_F(ArchiveDisk, RoundTripThroughAFile) {
         archive.Close();
         file.Close();
     }
-    std::ifstream stream(path, std::ios::binary);
-    const Bytes onDisk((std::istreambuf_iterator<char>(stream)), std::istreambuf_iterator<char>());
-    EXPECT_EQ(onDisk, Concat({{0xFF, 0xFE, 0xFF, 0x0C},
-                              WideUnits(u"Wall \u2013 north"),
-                              {0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x06, 0x40},
-                              {0xD8, 0xFF, 0xFF, 0xFF},
-                              {0xFF, 0xFF, 0x70, 0x11, 0x01, 0x00}}));
+    EXPECT_EQ(ReadBytes("values.kdf"), Concat({{0xFF, 0xFE, 0xFF, 0x0C},
+                                               WideUnits(u"Wall \u2013 north"),
+                                               {0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x06, 0x40},
+                                               {0xD8, 0xFF, 0xFF, 0xFF},
+                                               {0xFF, 0xFF, 0x70, 0x11, 0x01, 0x00}}));
 
     CFile file(name, CFile::modeRead | CFile::shareDenyWrite);
     CArchive archive(&file, CArchive::load);
@@ -863,11 +554,7 @@ TEST_F(ArchiveDisk, RoundTripThroughAFile) {
     EXPECT_EQ(length, 2.75);
     EXPECT_EQ(offset, -40);
     EXPECT_EQ(archive.ReadCount(), 70000u);
-    EXPECT_EQ(CauseOf([&] {
-                  std::uint8_t byte;
-                  archive >> byte;
-              }),
-              CArchiveException::endOfFile);
+    EXPECT_EQ(CauseOf([&] { archive >> offset; }), CArchiveException::endOfFile);
 }
 
 } // namespace

@@ -22,33 +22,21 @@ std::string U8(const CString& text) {
 
 // ---- Copy-on-write ------------------------------------------------------------------------------
 
-TEST(CStringCopyOnWrite, CopySharesTheBuffer) {
-    const CString original(u"hello");
-    const CString copy = original;
-    EXPECT_EQ(copy.GetString(), original.GetString());
+TEST(CStringCopyOnWrite, CopiesShareUntilOneIsWritten) {
+    CString original(u"hello");
+    CString copy = original;
     CString assigned;
     assigned = original;
+    EXPECT_EQ(copy.GetString(), original.GetString());
     EXPECT_EQ(assigned.GetString(), original.GetString());
-}
-
-TEST(CStringCopyOnWrite, WriteToACopySeparatesIt) {
-    const CString original(u"hello");
-    CString copy = original;
     copy.SetAt(0, u'J');
     EXPECT_NE(copy.GetString(), original.GetString());
-    EXPECT_EQ(U8(original), "hello");
     EXPECT_EQ(U8(copy), "Jello");
-}
-
-TEST(CStringCopyOnWrite, WriteToTheOriginalLeavesTheCopy) {
-    CString original(u"hello");
-    const CString copy = original;
     original.MakeUpper();
     EXPECT_EQ(U8(original), "HELLO");
-    EXPECT_EQ(U8(copy), "hello");
-}
+    EXPECT_EQ(U8(assigned), "hello");
 
-TEST(CStringCopyOnWrite, SoleOwnerWritesInPlace) {
+    // The sole owner writes in place.
     CString text(u"hello");
     const char16_t* before = text.GetString();
     text.SetAt(0, u'j');
@@ -56,6 +44,23 @@ TEST(CStringCopyOnWrite, SoleOwnerWritesInPlace) {
     text.Replace(u'L', u'1');
     EXPECT_EQ(text.GetString(), before);
     EXPECT_EQ(U8(text), "JE11O");
+
+    // Empty strings have no buffer of their own but a valid text.
+    const CString empty;
+    ASSERT_NE(empty.GetString(), nullptr);
+    EXPECT_EQ(empty.GetString()[0], u'\0');
+    EXPECT_TRUE(empty.IsEmpty());
+    EXPECT_EQ(CString(u"").GetString(), empty.GetString());
+    CString emptied(u"abc");
+    emptied.Delete(0, 3);
+    EXPECT_EQ(emptied.GetString(), empty.GetString());
+
+    // A move takes the buffer and leaves the source empty.
+    CString source(u"moved");
+    const char16_t* buffer = source.GetString();
+    CString target(std::move(source));
+    EXPECT_EQ(target.GetString(), buffer);
+    EXPECT_TRUE(source.IsEmpty()); // NOLINT(bugprone-use-after-move): a moved-from string is empty
 }
 
 TEST(CStringCopyOnWrite, EveryMutationLeavesTheSharedOriginalAlone) {
@@ -82,37 +87,20 @@ TEST(CStringCopyOnWrite, EveryMutationLeavesTheSharedOriginalAlone) {
         {"Format", [](CString& s) { s.Format(u"%d", 1); }},
         {"AppendFormat", [](CString& s) { s.AppendFormat(u"%d", 1); }},
         {"Empty", [](CString& s) { s.Empty(); }},
-        {"assign", [](CString& s) { s = u"other"; }},
-    };
+        {"assign", [](CString& s) { s = u"other"; }}};
     const std::u16string_view text = u"  Hello, World  ";
-    for (const Mutation& mutation : mutations) {
-        SCOPED_TRACE(mutation.name);
-        const CString original(text);
-        CString copy = original;
-        mutation.apply(copy);
-        EXPECT_EQ(original.View(), text);
-        EXPECT_NE(copy.View(), text);
+    for (const bool spareRoom : {false, true}) {
+        for (const Mutation& mutation : mutations) {
+            SCOPED_TRACE(std::string(mutation.name) + (spareRoom ? " with spare room" : ""));
+            // A shrunk string keeps its buffer, which has room for growing in place.
+            CString original(spareRoom ? CString(text) + u"0123456789" : CString(text));
+            original.Delete(static_cast<int>(text.size()), 10);
+            CString copy = original;
+            mutation.apply(copy);
+            EXPECT_EQ(original.View(), text);
+            EXPECT_NE(copy.View(), text);
+        }
     }
-}
-
-TEST(CStringCopyOnWrite, EmptyHasNoBufferButAValidString) {
-    const CString empty;
-    ASSERT_NE(empty.GetString(), nullptr);
-    EXPECT_EQ(empty.GetString()[0], u'\0');
-    EXPECT_TRUE(empty.IsEmpty());
-    const CString alsoEmpty(u"");
-    EXPECT_EQ(alsoEmpty.GetString(), empty.GetString());
-    CString emptied(u"abc");
-    emptied.Delete(0, 3);
-    EXPECT_EQ(emptied.GetString(), empty.GetString());
-}
-
-TEST(CStringCopyOnWrite, MoveLeavesTheSourceEmpty) {
-    CString source(u"moved");
-    const char16_t* buffer = source.GetString();
-    CString target(std::move(source));
-    EXPECT_EQ(target.GetString(), buffer);
-    EXPECT_TRUE(source.IsEmpty()); // NOLINT(bugprone-use-after-move): a moved-from string is empty
 }
 
 TEST(CStringCopyOnWrite, OperationsWithTheirOwnText) {
@@ -129,35 +117,31 @@ TEST(CStringCopyOnWrite, OperationsWithTheirOwnText) {
     EXPECT_EQ(U8(text), "babba!");
     text.Format(u"[%s]", text);
     EXPECT_EQ(U8(text), "[babba!]");
-}
 
-// After a shrink the buffer has room to spare, so an insertion of the string into itself could be
-// done in place; the source must not be overwritten while it is copied.
-TEST(CStringCopyOnWrite, InsertingItselfIntoSpareRoom) {
-    CString text(u"abcdef");
-    text.Delete(3, 3);
-    EXPECT_EQ(text.Insert(1, text), 6);
-    EXPECT_EQ(U8(text), "aabcbc");
-    text.Delete(2, 4);
-    text.Append(text.GetString(), 2);
-    EXPECT_EQ(U8(text), "aaaa");
-}
+    // After a shrink the buffer has room to spare, so an insertion of the string into itself
+    // could be done in place; the source must not be overwritten while it is copied.
+    CString spare(u"abcdef");
+    spare.Delete(3, 3);
+    EXPECT_EQ(spare.Insert(1, spare), 6);
+    EXPECT_EQ(U8(spare), "aabcbc");
+    spare.Delete(2, 4);
+    spare.Append(spare.GetString(), 2);
+    EXPECT_EQ(U8(spare), "aaaa");
 
-TEST(CStringCopyOnWrite, GrowingByAppendKeepsEveryCharacter) {
-    CString text;
+    CString grown;
     std::u16string expected;
     for (int i = 0; i < 2000; ++i) {
         const auto ch = static_cast<char16_t>(u'a' + i % 26);
-        text += ch;
+        grown += ch;
         expected.push_back(ch);
     }
-    EXPECT_EQ(text.View(), expected);
-    EXPECT_EQ(text.GetString()[text.GetLength()], u'\0');
+    EXPECT_EQ(grown.View(), expected);
+    EXPECT_EQ(grown.GetString()[grown.GetLength()], u'\0');
 }
 
 // ---- Construction and access --------------------------------------------------------------------
 
-TEST(CStringAccess, Constructors) {
+TEST(CStringAccess, ConstructorsAndCharacters) {
     EXPECT_EQ(U8(CString(u"abc", 2)), "ab");
     EXPECT_EQ(U8(CString(u'x', 3)), "xxx");
     EXPECT_TRUE(CString(u'x', 0).IsEmpty());
@@ -171,9 +155,7 @@ TEST(CStringAccess, Constructors) {
     EXPECT_EQ(U8(assigned), "q");
     assigned = "caf\xC3\xA9";
     EXPECT_EQ(assigned.View(), u"caf\u00E9");
-}
 
-TEST(CStringAccess, GetAtAndSetAtOutsideTheStringThrow) {
     CString text(u"abc");
     EXPECT_EQ(text.GetAt(0), u'a');
     EXPECT_EQ(text[2], u'c');
@@ -188,46 +170,49 @@ TEST(CStringAccess, GetAtAndSetAtOutsideTheStringThrow) {
 
 // ---- Extraction ---------------------------------------------------------------------------------
 
-struct ExtractRow {
-    int first;
-    int count;
-    const char* expected;
-};
-
-TEST(CStringExtract, LeftClamps) {
+TEST(CStringExtract, LeftRightAndMidClamp) {
+    enum Part { Left, Right, Mid, MidToEnd };
+    const struct {
+        Part part;
+        int first;
+        int count;
+        const char* expected;
+    } rows[] = {{Left, 0, -1, ""},
+                {Left, 0, 0, ""},
+                {Left, 0, 3, "abc"},
+                {Left, 0, 6, "abcdef"},
+                {Left, 0, 100, "abcdef"},
+                {Left, 0, INT_MAX, "abcdef"},
+                {Right, 0, -1, ""},
+                {Right, 0, 0, ""},
+                {Right, 0, 2, "ef"},
+                {Right, 0, 6, "abcdef"},
+                {Right, 0, 100, "abcdef"},
+                {Right, 0, INT_MIN, ""},
+                {Mid, -2, 3, "abc"},
+                {Mid, 2, 2, "cd"},
+                {Mid, 4, 10, "ef"},
+                {Mid, 6, 1, ""},
+                {Mid, 7, 1, ""},
+                {Mid, 2, -1, ""},
+                {Mid, 0, 6, "abcdef"},
+                {Mid, 2, INT_MAX, "cdef"},
+                {Mid, INT_MIN, 2, "ab"},
+                {Mid, 5, 0, ""},
+                {MidToEnd, -1, 0, "abcdef"},
+                {MidToEnd, 3, 0, "def"},
+                {MidToEnd, 6, 0, ""},
+                {MidToEnd, 99, 0, ""}};
     const CString text(u"abcdef");
-    const ExtractRow rows[] = {{0, -1, ""},      {0, 0, ""},         {0, 3, "abc"},
-                               {0, 6, "abcdef"}, {0, 100, "abcdef"}, {0, INT_MAX, "abcdef"}};
-    for (const ExtractRow& row : rows) {
-        SCOPED_TRACE(row.count);
-        EXPECT_EQ(U8(text.Left(row.count)), row.expected);
+    for (const auto& row : rows) {
+        SCOPED_TRACE(std::to_string(row.part) + ": " + std::to_string(row.first) + ", " +
+                     std::to_string(row.count));
+        const CString part = row.part == Left    ? text.Left(row.count)
+                             : row.part == Right ? text.Right(row.count)
+                             : row.part == Mid   ? text.Mid(row.first, row.count)
+                                                 : text.Mid(row.first);
+        EXPECT_EQ(U8(part), row.expected);
     }
-}
-
-TEST(CStringExtract, RightClamps) {
-    const CString text(u"abcdef");
-    const ExtractRow rows[] = {{0, -1, ""},      {0, 0, ""},         {0, 2, "ef"},
-                               {0, 6, "abcdef"}, {0, 100, "abcdef"}, {0, INT_MIN, ""}};
-    for (const ExtractRow& row : rows) {
-        SCOPED_TRACE(row.count);
-        EXPECT_EQ(U8(text.Right(row.count)), row.expected);
-    }
-}
-
-TEST(CStringExtract, MidClamps) {
-    const CString text(u"abcdef");
-    const ExtractRow rows[] = {
-        {-2, 3, "abc"}, {2, 2, "cd"},     {4, 10, "ef"},        {6, 1, ""},         {7, 1, ""},
-        {2, -1, ""},    {0, 6, "abcdef"}, {2, INT_MAX, "cdef"}, {INT_MIN, 2, "ab"}, {5, 0, ""},
-    };
-    for (const ExtractRow& row : rows) {
-        SCOPED_TRACE(std::to_string(row.first) + ", " + std::to_string(row.count));
-        EXPECT_EQ(U8(text.Mid(row.first, row.count)), row.expected);
-    }
-    EXPECT_EQ(U8(text.Mid(-1)), "abcdef");
-    EXPECT_EQ(U8(text.Mid(3)), "def");
-    EXPECT_EQ(U8(text.Mid(6)), "");
-    EXPECT_EQ(U8(text.Mid(99)), "");
 }
 
 TEST(CStringExtract, Spans) {
@@ -242,82 +227,61 @@ TEST(CStringExtract, Spans) {
 }
 
 TEST(CStringExtract, TokenizeWalksTheTokens) {
-    const CString text(u"  alpha, beta;;gamma ;");
-    struct Step {
+    const struct {
+        const char16_t* text;
+        int start;
         const char* token;
         int next;
-    };
-    const Step steps[] = {{"alpha", 8}, {"beta", 14}, {"gamma", 21}, {"", -1}, {"", -1}};
-    int start = 0;
-    for (const Step& step : steps) {
-        SCOPED_TRACE(step.token);
-        EXPECT_EQ(U8(text.Tokenize(u" ,;", start)), step.token);
+    } steps[] = {{u"  alpha, beta;;gamma ;", 0, "alpha", 8},
+                 {u"  alpha, beta;;gamma ;", 8, "beta", 14},
+                 {u"  alpha, beta;;gamma ;", 14, "gamma", 21},
+                 {u"  alpha, beta;;gamma ;", 21, "", -1},
+                 {u"  alpha, beta;;gamma ;", -1, "", -1},
+                 {u"abc", 0, "abc", 4},
+                 {u"abc", 4, "", -1},
+                 {u"", 0, "", -1},
+                 {u",,,", 0, "", -1},
+                 {u"a,bc,d", 2, "bc", 5}};
+    for (const auto& step : steps) {
+        SCOPED_TRACE(U8(step.text) + " from " + std::to_string(step.start));
+        int start = step.start;
+        EXPECT_EQ(U8(CString(step.text).Tokenize(u" ,;", start)), step.token);
         EXPECT_EQ(start, step.next);
     }
 }
 
-TEST(CStringExtract, TokenizeEdges) {
-    int start = 0;
-    EXPECT_EQ(U8(CString(u"abc").Tokenize(u",", start)), "abc");
-    EXPECT_EQ(start, 4);
-    EXPECT_EQ(U8(CString(u"abc").Tokenize(u",", start)), "");
-    EXPECT_EQ(start, -1);
-
-    start = 0;
-    EXPECT_EQ(U8(CString().Tokenize(u",", start)), "");
-    EXPECT_EQ(start, -1);
-
-    start = 0;
-    EXPECT_EQ(U8(CString(u",,,").Tokenize(u",", start)), "");
-    EXPECT_EQ(start, -1);
-
-    start = 2;
-    EXPECT_EQ(U8(CString(u"a,bc,d").Tokenize(u",", start)), "bc");
-    EXPECT_EQ(start, 5);
-}
-
 // ---- Search -------------------------------------------------------------------------------------
 
-TEST(CStringSearch, FindCharacter) {
+TEST(CStringSearch, FindReverseFindAndFindOneOf) {
     const CString text(u"abcabc");
-    struct Row {
+    const struct {
         char16_t ch;
         int start;
         int expected;
-    };
-    const Row rows[] = {{u'c', 0, 2},  {u'c', 3, 5},  {u'b', 2, 4},  {u'c', 6, -1},
-                        {u'a', -3, 0}, {u'z', 0, -1}, {u'a', 99, -1}};
-    for (const Row& row : rows) {
+    } characters[] = {{u'c', 0, 2},  {u'c', 3, 5},  {u'b', 2, 4},  {u'c', 6, -1},
+                      {u'a', -3, 0}, {u'z', 0, -1}, {u'a', 99, -1}};
+    for (const auto& row : characters) {
         SCOPED_TRACE(std::to_string(row.start));
         EXPECT_EQ(text.Find(row.ch, row.start), row.expected);
     }
-    EXPECT_EQ(CString().Find(u'a'), -1);
-}
-
-TEST(CStringSearch, FindSubstring) {
-    const CString text(u"abcabc");
-    struct Row {
+    const struct {
         const char16_t* sub;
         int start;
         int expected;
-    };
-    const Row rows[] = {{u"cab", 0, 2}, {u"bc", 2, 4}, {u"bc", 5, -1}, {u"abcd", 0, -1},
-                        {u"", 0, 0},    {u"", 6, 6},   {u"x", 99, -1}, {u"", 7, -1}};
-    for (const Row& row : rows) {
+    } substrings[] = {{u"cab", 0, 2}, {u"bc", 2, 4}, {u"bc", 5, -1}, {u"abcd", 0, -1},
+                      {u"", 0, 0},    {u"", 6, 6},   {u"x", 99, -1}, {u"", 7, -1}};
+    for (const auto& row : substrings) {
         SCOPED_TRACE(U8(row.sub) + " from " + std::to_string(row.start));
         EXPECT_EQ(text.Find(CString(row.sub), row.start), row.expected);
     }
-}
-
-TEST(CStringSearch, ReverseFindAndFindOneOf) {
-    const CString text(u"abcabc");
+    EXPECT_EQ(CString().Find(u'a'), -1);
     EXPECT_EQ(text.ReverseFind(u'b'), 4);
     EXPECT_EQ(text.ReverseFind(u'z'), -1);
+    EXPECT_EQ(CString().ReverseFind(u'a'), -1);
     EXPECT_EQ(text.FindOneOf(u"xc"), 2);
     EXPECT_EQ(text.FindOneOf(u"cb"), 1);
     EXPECT_EQ(text.FindOneOf(u"xyz"), -1);
     EXPECT_EQ(text.FindOneOf(u""), -1);
-    EXPECT_EQ(CString().ReverseFind(u'a'), -1);
 }
 
 // ---- Comparison ---------------------------------------------------------------------------------
@@ -329,18 +293,16 @@ struct CompareRow {
 };
 
 TEST(CStringCompare, OrdinalOverCodeUnits) {
-    const CompareRow rows[] = {
-        {u"abc", u"abd", -1},
-        {u"abd", u"abc", 1},
-        {u"abc", u"abc", 0},
-        {u"ab", u"abc", -1},
-        {u"", u"a", -1},
-        {u"", u"", 0},
-        {u"B", u"a", -1},
-        {u"\u00E9", u"z", 1},
-        {u"\u00C9", u"\u00E9", -1},
-        {u"\uFFFD", u"\U0001F600", 1},
-    };
+    const CompareRow rows[] = {{u"abc", u"abd", -1},
+                               {u"abd", u"abc", 1},
+                               {u"abc", u"abc", 0},
+                               {u"ab", u"abc", -1},
+                               {u"", u"a", -1},
+                               {u"", u"", 0},
+                               {u"B", u"a", -1},
+                               {u"\u00E9", u"z", 1},
+                               {u"\u00C9", u"\u00E9", -1},
+                               {u"\uFFFD", u"\U0001F600", 1}};
     for (const CompareRow& row : rows) {
         SCOPED_TRACE(U8(row.a) + " vs " + U8(row.b));
         EXPECT_EQ(CString(row.a).Compare(CString(row.b)), row.expected);
@@ -361,8 +323,7 @@ TEST(CStringCompare, NoCaseLowersBothSides) {
         {u"\u041F\u0420\u0418\u0412\u0415\u0422", u"\u043F\u0440\u0438\u0432\u0435\u0442", 0},
         {u"\u00C9", u"f", 1},
         {u"Zebra", u"apple", 1},
-        {u"\U0001F600", u"\U0001F600", 0},
-    };
+        {u"\U0001F600", u"\U0001F600", 0}};
     for (const CompareRow& row : rows) {
         SCOPED_TRACE(U8(row.a) + " vs " + U8(row.b));
         EXPECT_EQ(CString(row.a).CompareNoCase(CString(row.b)), row.expected);
@@ -372,25 +333,21 @@ TEST(CStringCompare, NoCaseLowersBothSides) {
 
 // ---- Transformation -----------------------------------------------------------------------------
 
-TEST(CStringTransform, CaseMapping) {
+TEST(CStringTransform, CaseMappingAndReverse) {
     CString text(u"Hello \u00C9t\u00E9 \u03A9mega \u0416\u0443\u043A \U0001F600x");
     text.MakeUpper();
     EXPECT_EQ(U8(text), U8(u"HELLO \u00C9T\u00C9 \u03A9MEGA \u0416\u0423\u041A \U0001F600X"));
     text.MakeLower();
     EXPECT_EQ(U8(text), U8(u"hello \u00E9t\u00E9 \u03C9mega \u0436\u0443\u043A \U0001F600x"));
-}
-
-TEST(CStringTransform, CaseMappingLeavesSurrogatesAlone) {
     // U+10428 has an upper-case form, but only as a pair; single units are all we map.
-    CString text(u"\U00010428");
-    text.MakeUpper();
-    EXPECT_EQ(text.View(), u"\U00010428");
-}
+    CString pair(u"\U00010428");
+    pair.MakeUpper();
+    EXPECT_EQ(pair.View(), u"\U00010428");
 
-TEST(CStringTransform, ReverseKeepsSurrogatePairsInOrder) {
-    CString text(u"ab\U0001F600c");
-    text.MakeReverse();
-    EXPECT_EQ(U8(text), U8(u"c\U0001F600ba"));
+    // Reversing keeps surrogate pairs in order.
+    CString reversed(u"ab\U0001F600c");
+    reversed.MakeReverse();
+    EXPECT_EQ(U8(reversed), U8(u"c\U0001F600ba"));
     const char16_t loneHighThenPair[] = {char16_t(0xD800), char16_t(0xD83D), char16_t(0xDE00), 0};
     const char16_t pairThenLoneHigh[] = {char16_t(0xD83D), char16_t(0xDE00), char16_t(0xD800), 0};
     CString mixed(loneHighThenPair);
@@ -421,8 +378,7 @@ TEST(CStringTransform, TrimVariants) {
         {"TrimLeft(set)", u"xyyaxybyx", [](CString& s) { s.TrimLeft(u"yx"); }, u"axybyx"},
         {"TrimRight(set)", u"xyyaxybyx", [](CString& s) { s.TrimRight(u"xy"); }, u"xyyaxyb"},
         {"Trim(empty set)", u" a ", [](CString& s) { s.Trim(u""); }, u" a "},
-        {"Trim(set) all", u"xyx", [](CString& s) { s.Trim(u"xy"); }, u""},
-    };
+        {"Trim(set) all", u"xyx", [](CString& s) { s.Trim(u"xy"); }, u""}};
     for (const Row& row : rows) {
         SCOPED_TRACE(row.name);
         CString text(row.input);
@@ -433,50 +389,41 @@ TEST(CStringTransform, TrimVariants) {
 
 // ---- Editing ------------------------------------------------------------------------------------
 
-TEST(CStringEdit, ReplaceCharacterCounts) {
+TEST(CStringEdit, ReplaceAndRemoveCount) {
     CString text(u"banana");
     EXPECT_EQ(text.Replace(u'a', u'o'), 3);
     EXPECT_EQ(U8(text), "bonono");
     EXPECT_EQ(text.Replace(u'z', u'y'), 0);
     EXPECT_EQ(text.Replace(u'o', u'o'), 0);
     EXPECT_EQ(U8(text), "bonono");
-}
-
-TEST(CStringEdit, ReplaceStringCounts) {
-    struct Row {
+    const struct {
         const char16_t* from;
         const char16_t* to;
         int count;
         const char16_t* expected;
-    };
-    const Row rows[] = {
-        {u"an", u"AN", 2, u"bANANa"},
-        {u"ana", u"", 1, u"bna"},
-        {u"a", u"aa", 3, u"baanaanaa"},
-        {u"", u"x", 0, u"banana"},
-        {u"xyz", u"q", 0, u"banana"},
-        {u"banana", u"", 1, u""},
-        {u"b", u"\u00E9\u00E9", 1, u"\u00E9\u00E9anana"},
-    };
-    for (const Row& row : rows) {
+    } rows[] = {{u"an", u"AN", 2, u"bANANa"},
+                {u"ana", u"", 1, u"bna"},
+                {u"a", u"aa", 3, u"baanaanaa"},
+                {u"", u"x", 0, u"banana"},
+                {u"xyz", u"q", 0, u"banana"},
+                {u"banana", u"", 1, u""},
+                {u"b", u"\u00E9\u00E9", 1, u"\u00E9\u00E9anana"}};
+    for (const auto& row : rows) {
         SCOPED_TRACE(U8(row.from) + " -> " + U8(row.to));
-        CString text(u"banana");
-        EXPECT_EQ(text.Replace(CString(row.from), CString(row.to)), row.count);
-        EXPECT_EQ(U8(text), U8(CString(row.expected)));
+        CString banana(u"banana");
+        EXPECT_EQ(banana.Replace(CString(row.from), CString(row.to)), row.count);
+        EXPECT_EQ(U8(banana), U8(CString(row.expected)));
     }
-}
-
-TEST(CStringEdit, RemoveCounts) {
-    CString text(u"a,b,,c");
-    EXPECT_EQ(text.Remove(u','), 3);
-    EXPECT_EQ(U8(text), "abc");
-    EXPECT_EQ(text.Remove(u'z'), 0);
+    CString list(u"a,b,,c");
+    EXPECT_EQ(list.Remove(u','), 3);
+    EXPECT_EQ(U8(list), "abc");
+    EXPECT_EQ(list.Remove(u'z'), 0);
     CString all(u"xxx");
     EXPECT_EQ(all.Remove(u'x'), 3);
     EXPECT_TRUE(all.IsEmpty());
 }
 
-TEST(CStringEdit, InsertClampsAndReturnsTheLength) {
+TEST(CStringEdit, InsertAndDeleteClampAndReturnTheLength) {
     CString text(u"abc");
     EXPECT_EQ(text.Insert(-5, u'x'), 4);
     EXPECT_EQ(U8(text), "xabc");
@@ -488,28 +435,24 @@ TEST(CStringEdit, InsertClampsAndReturnsTheLength) {
     CString empty;
     EXPECT_EQ(empty.Insert(0, u'q'), 1);
     EXPECT_EQ(U8(empty), "q");
-}
 
-TEST(CStringEdit, DeleteClampsAndReturnsTheLength) {
-    struct Row {
+    const struct {
         int index;
         int count;
         int length;
         const char* expected;
-    };
-    const Row rows[] = {
-        {2, 2, 4, "abef"},    {-1, 2, 4, "cdef"},   {4, 99, 4, "abcd"}, {6, 1, 6, "abcdef"},
-        {99, 1, 6, "abcdef"}, {1, -3, 6, "abcdef"}, {0, 6, 0, ""},      {5, INT_MAX, 5, "abcde"},
-    };
-    for (const Row& row : rows) {
+    } rows[] = {{2, 2, 4, "abef"},   {-1, 2, 4, "cdef"},      {4, 99, 4, "abcd"},
+                {6, 1, 6, "abcdef"}, {99, 1, 6, "abcdef"},    {1, -3, 6, "abcdef"},
+                {0, 6, 0, ""},       {5, INT_MAX, 5, "abcde"}};
+    for (const auto& row : rows) {
         SCOPED_TRACE(std::to_string(row.index) + ", " + std::to_string(row.count));
-        CString text(u"abcdef");
-        EXPECT_EQ(text.Delete(row.index, row.count), row.length);
-        EXPECT_EQ(U8(text), row.expected);
+        CString deleted(u"abcdef");
+        EXPECT_EQ(deleted.Delete(row.index, row.count), row.length);
+        EXPECT_EQ(U8(deleted), row.expected);
     }
-    CString text(u"abc");
-    EXPECT_EQ(text.Delete(1), 2);
-    EXPECT_EQ(U8(text), "ac");
+    CString one(u"abc");
+    EXPECT_EQ(one.Delete(1), 2);
+    EXPECT_EQ(U8(one), "ac");
 }
 
 TEST(CStringEdit, Concatenation) {
@@ -533,191 +476,102 @@ TEST(CStringEdit, Concatenation) {
 
 // ---- Format -------------------------------------------------------------------------------------
 
+// A formatted text and what it should be; the format names the row that fails.
 struct FormatRow {
-    const char* format;
-    std::function<CString()> make;
     std::u16string expected;
+    CString actual;
+    const char16_t* format;
 };
 
-void ExpectFormats(const std::vector<FormatRow>& rows) {
-    for (const FormatRow& row : rows) {
-        SCOPED_TRACE(row.format);
-        EXPECT_EQ(U8(row.make()), U8(CString(row.expected)));
-    }
+template <class... Args>
+FormatRow F(std::u16string expected, const char16_t* format, const Args&... args) {
+    return {std::move(expected), CString::Formatted(format, args...), format};
 }
 
-TEST(CStringFormat, Integers) {
-    ExpectFormats({
-        {"%d", [] { return CString::Formatted(u"%d", 42); }, u"42"},
-        {"%d negative", [] { return CString::Formatted(u"%d", -7); }, u"-7"},
-        {"%i", [] { return CString::Formatted(u"%i", 13); }, u"13"},
-        {"%5d|", [] { return CString::Formatted(u"%5d|", 42); }, u"   42|"},
-        {"%-5d|", [] { return CString::Formatted(u"%-5d|", 42); }, u"42   |"},
-        {"%05d", [] { return CString::Formatted(u"%05d", 42); }, u"00042"},
-        {"%+d", [] { return CString::Formatted(u"%+d", 5); }, u"+5"},
-        {"% d", [] { return CString::Formatted(u"% d", 5); }, u" 5"},
-        {"%.3d", [] { return CString::Formatted(u"%.3d", 5); }, u"005"},
-        {"%u", [] { return CString::Formatted(u"%u", 3000000000u); }, u"3000000000"},
-        {"%x", [] { return CString::Formatted(u"%x", 255); }, u"ff"},
-        {"%X", [] { return CString::Formatted(u"%X", 255); }, u"FF"},
-        {"%#x", [] { return CString::Formatted(u"%#x", 255); }, u"0xff"},
-        {"%08X", [] { return CString::Formatted(u"%08X", 0xBEEF); }, u"0000BEEF"},
-        {"%o", [] { return CString::Formatted(u"%o", 8); }, u"10"},
-        {"%x of -1", [] { return CString::Formatted(u"%x", -1); }, u"ffffffff"},
-        {"%u of -1", [] { return CString::Formatted(u"%u", -1); }, u"4294967295"},
-        {"%llx of -1", [] { return CString::Formatted(u"%llx", -1LL); }, u"ffffffffffffffff"},
-        {"%I64d", [] { return CString::Formatted(u"%I64d", 1LL << 40); }, u"1099511627776"},
-        {"%I64u", [] { return CString::Formatted(u"%I64u", ULLONG_MAX); }, u"18446744073709551615"},
-        {"%I32d", [] { return CString::Formatted(u"%I32d", -3); }, u"-3"},
-        {"%lld", [] { return CString::Formatted(u"%lld", LLONG_MIN); }, u"-9223372036854775808"},
-        {"%ld %hd %hhd", [] { return CString::Formatted(u"%ld %hd %hhd", 1L, short{2}, 3); },
-         u"1 2 3"},
-        {"%zu", [] { return CString::Formatted(u"%zu", size_t{77}); }, u"77"},
-        {"%d bool", [] { return CString::Formatted(u"%d", true); }, u"1"},
-        {"%d char16_t", [] { return CString::Formatted(u"%d", u'A'); }, u"65"},
-    });
+void ExpectFormats(std::initializer_list<FormatRow> rows) {
+    for (const FormatRow& row : rows)
+        EXPECT_EQ(U8(row.actual), U8(CString(row.expected))) << U8(row.format);
 }
 
-TEST(CStringFormat, FloatingPoint) {
-    ExpectFormats({
-        {"%5.2f", [] { return CString::Formatted(u"%5.2f", 3.14159); }, u" 3.14"},
-        {"%08.3f", [] { return CString::Formatted(u"%08.3f", -3.14159); }, u"-003.142"},
-        {"%f", [] { return CString::Formatted(u"%f", 1.5f); }, u"1.500000"},
-        {"%e", [] { return CString::Formatted(u"%e", 12345.678); }, u"1.234568e+04"},
-        {"%E", [] { return CString::Formatted(u"%.2E", 0.000123); }, u"1.23E-04"},
-        {"%g", [] { return CString::Formatted(u"%g", 0.0001); }, u"0.0001"},
-        {"%G", [] { return CString::Formatted(u"%G", 1e-10); }, u"1E-10"},
-        {"%#.0f", [] { return CString::Formatted(u"%#.0f", 2.0); }, u"2."},
-        {"%a", [] { return CString::Formatted(u"%a", 1.0); }, u"0x1p+0"},
-        {"%Lf", [] { return CString::Formatted(u"%.1Lf", 2.25); }, u"2.2"},
-        {"%f of int", [] { return CString::Formatted(u"%.1f", 3); }, u"3.0"},
-        {"%f inf", [] { return CString::Formatted(u"%f", HUGE_VAL); }, u"inf"},
-    });
+TEST(CStringFormat, Numbers) {
+    ExpectFormats({F(u"42", u"%d", 42), F(u"-7", u"%d", -7), F(u"13", u"%i", 13),
+                   F(u"   42|", u"%5d|", 42), F(u"42   |", u"%-5d|", 42),
+                   F(u"00042", u"%05d", 42)});
+    ExpectFormats({F(u"+5", u"%+d", 5), F(u" 5", u"% d", 5), F(u"005", u"%.3d", 5),
+                   F(u"3000000000", u"%u", 3000000000u), F(u"ff", u"%x", 255),
+                   F(u"FF", u"%X", 255)});
+    ExpectFormats({F(u"0xff", u"%#x", 255), F(u"0000BEEF", u"%08X", 0xBEEF), F(u"10", u"%o", 8),
+                   F(u"ffffffff", u"%x", -1), F(u"4294967295", u"%u", -1),
+                   F(u"ffffffffffffffff", u"%llx", -1LL)});
+    ExpectFormats({F(u"1099511627776", u"%I64d", 1LL << 40),
+                   F(u"18446744073709551615", u"%I64u", ULLONG_MAX), F(u"-3", u"%I32d", -3),
+                   F(u"-9223372036854775808", u"%lld", LLONG_MIN),
+                   F(u"1 2 3", u"%ld %hd %hhd", 1L, static_cast<short>(2), 3),
+                   F(u"77", u"%zu", static_cast<std::size_t>(77))});
+    ExpectFormats({F(u"1", u"%d", true), F(u"65", u"%d", u'A')});
+    ExpectFormats({F(u" 3.14", u"%5.2f", 3.14159), F(u"-003.142", u"%08.3f", -3.14159),
+                   F(u"1.500000", u"%f", 1.5f), F(u"1.234568e+04", u"%e", 12345.678),
+                   F(u"1.23E-04", u"%.2E", 0.000123), F(u"0.0001", u"%g", 0.0001)});
+    ExpectFormats({F(u"1E-10", u"%G", 1e-10), F(u"2.", u"%#.0f", 2.0), F(u"0x1p+0", u"%a", 1.0),
+                   F(u"2.2", u"%.1Lf", 2.25), F(u"3.0", u"%.1f", 3), F(u"inf", u"%f", HUGE_VAL)});
 }
 
-TEST(CStringFormat, HugeWidthsAndPrecisionsStopAt4096) {
+TEST(CStringFormat, WidthsAndPrecisions) {
     EXPECT_EQ(CString::Formatted(u"%100000000d", 1).GetLength(), 4096);
     EXPECT_EQ(CString::Formatted(u"%*d", 2147483647, 1).GetLength(), 4096);
     EXPECT_EQ(CString::Formatted(u"%.99999999f", 1.0).GetLength(), 4098);
     EXPECT_EQ(CString::Formatted(u"%4096d", 7).GetLength(), 4096);
+    const std::u16string longText(300, u'q');
+    EXPECT_EQ(CString::Formatted(u"%.256s", longText).View(), std::u16string(256, u'q'));
+    EXPECT_EQ(CString::Formatted(u"%s", longText).GetLength(), 300);
+    ExpectFormats({F(u"   42", u"%*d", 5, 42), F(u"7   |", u"%-*d|", 4, 7),
+                   F(u"7   |", u"%*d|", -4, 7), F(u"3.14", u"%.*f", 2, 3.14159),
+                   F(u"    2.2", u"%*.*f", 7, 1, 2.25), F(u"ab", u"%.*s", 2, u"abcdef")});
+    ExpectFormats({F(u"abc", u"%.*s", -1, u"abc"), F(u"  ab|", u"%*s|", 4, u"ab")});
 }
 
-TEST(CStringFormat, StarTakesWidthAndPrecisionFromArguments) {
-    ExpectFormats({
-        {"%*d", [] { return CString::Formatted(u"%*d", 5, 42); }, u"   42"},
-        {"%-*d|", [] { return CString::Formatted(u"%-*d|", 4, 7); }, u"7   |"},
-        {"%*d| negative", [] { return CString::Formatted(u"%*d|", -4, 7); }, u"7   |"},
-        {"%.*f", [] { return CString::Formatted(u"%.*f", 2, 3.14159); }, u"3.14"},
-        {"%*.*f", [] { return CString::Formatted(u"%*.*f", 7, 1, 2.25); }, u"    2.2"},
-        {"%.*s", [] { return CString::Formatted(u"%.*s", 2, u"abcdef"); }, u"ab"},
-        {"%.*s negative", [] { return CString::Formatted(u"%.*s", -1, u"abc"); }, u"abc"},
-        {"%*s", [] { return CString::Formatted(u"%*s|", 4, u"ab"); }, u"  ab|"},
-    });
-}
-
-TEST(CStringFormat, TextConversions) {
+TEST(CStringFormat, TextCharactersAndPercent) {
     const CString wide(u"w\u00EEde");
     const char16_t* pointer = u"ptr";
-    const std::u16string standard = u"std";
-    const std::string narrow = "n\xC3\xA4rrow";
-    ExpectFormats({
-        {"%s CString", [&] { return CString::Formatted(u"%s", wide); }, u"w\u00EEde"},
-        {"%s char16_t*", [&] { return CString::Formatted(u"%s", pointer); }, u"ptr"},
-        {"%s literal", [] { return CString::Formatted(u"<%s>", u"lit"); }, u"<lit>"},
-        {"%s u16string", [&] { return CString::Formatted(u"%s", standard); }, u"std"},
-        {"%ls", [&] { return CString::Formatted(u"%ls", wide); }, u"w\u00EEde"},
-        {"%hs UTF-8", [] { return CString::Formatted(u"%hs", "h\xC3\xA9llo"); }, u"h\u00E9llo"},
-        {"%S UTF-8", [&] { return CString::Formatted(u"%S", narrow); }, u"n\u00E4rrow"},
-        {"%s given UTF-8", [] { return CString::Formatted(u"%s", "\xE2\x82\xAC"); }, u"\u20AC"},
-        {"%hs given wide", [&] { return CString::Formatted(u"%hs", wide); }, u"w\u00EEde"},
-        {"%-6s|", [] { return CString::Formatted(u"%-6s|", u"ab"); }, u"ab    |"},
-        {"%6s|", [] { return CString::Formatted(u"%6s|", u"ab"); }, u"    ab|"},
-        {"%2s shorter width", [] { return CString::Formatted(u"%2s", u"abcd"); }, u"abcd"},
-        {"%.3s", [] { return CString::Formatted(u"%.3s", u"abcdef"); }, u"abc"},
-        {"%.0s", [] { return CString::Formatted(u"[%.0s]", u"abc"); }, u"[]"},
-        {"%5.2s|", [] { return CString::Formatted(u"%5.2s|", u"abc"); }, u"   ab|"},
-        {"%s null", [] { return CString::Formatted(u"%s", static_cast<const char16_t*>(nullptr)); },
-         u"(null)"},
-        {"%s=%d", [] { return CString::Formatted(u"%s=%d", u"x", 5); }, u"x=5"},
-    });
+    ExpectFormats({F(u"w\u00EEde", u"%s", wide), F(u"ptr", u"%s", pointer),
+                   F(u"<lit>", u"<%s>", u"lit"), F(u"std", u"%s", std::u16string(u"std")),
+                   F(u"w\u00EEde", u"%ls", wide), F(u"h\u00E9llo", u"%hs", "h\xC3\xA9llo")});
+    ExpectFormats({F(u"n\u00E4rrow", u"%S", std::string("n\xC3\xA4rrow")),
+                   F(u"\u20AC", u"%s", "\xE2\x82\xAC"), F(u"w\u00EEde", u"%hs", wide),
+                   F(u"ab    |", u"%-6s|", u"ab"), F(u"    ab|", u"%6s|", u"ab"),
+                   F(u"abcd", u"%2s", u"abcd")});
+    ExpectFormats({F(u"abc", u"%.3s", u"abcdef"), F(u"[]", u"[%.0s]", u"abc"),
+                   F(u"   ab|", u"%5.2s|", u"abc"),
+                   F(u"(null)", u"%s", static_cast<const char16_t*>(nullptr)),
+                   F(u"x=5", u"%s=%d", u"x", 5), F(u"A", u"%c", u'A')});
+    ExpectFormats({F(u"\u00E9", u"%c", 0x00E9), F(u"  x|", u"%3c|", u'x'),
+                   F(u"x  |", u"%-3c|", u'x'), F(u"\U0001F600", u"%c", 0x1F600),
+                   F(u"\uFFFD", u"%c", -5), F(u"z", u"%C", 'z')});
+    ExpectFormats({F(u"%", u"%%"), F(u"100% of 3", u"100%% of %d", 3),
+                   F(u"no directives \u00E9", u"no directives \u00E9"), F(u"", u"")});
 }
 
-TEST(CStringFormat, PrecisionTruncatesLongText) {
-    const std::u16string longText(300, u'q');
-    const CString result = CString::Formatted(u"%.256s", longText);
-    EXPECT_EQ(result.GetLength(), 256);
-    EXPECT_EQ(result.View(), std::u16string(256, u'q'));
-    EXPECT_EQ(CString::Formatted(u"%s", longText).GetLength(), 300);
+TEST(CStringFormat, MissingMismatchedAndUnknownNeverMisbehave) {
+    // Missing arguments format as nothing and extra ones are ignored; arguments are converted by
+    // their kind; unknown or cut-short directives are copied.
+    ExpectFormats({F(u" and .", u"%d and %s."), F(u"1-", u"%d-%d", 1), F(u"[]", u"[%5d]"),
+                   F(u"[]", u"[%*d]", 3), F(u"1", u"%d", 1, 2, 3), F(u"0", u"%d", u"text")});
+    ExpectFormats({F(u"0", u"%x", "narrow"), F(u"0.000000", u"%f", u"text"), F(u"42", u"%s", 42),
+                   F(u"-42", u"%s", -42), F(u"7", u"%s", 7u), F(u"2.5", u"%s", 2.5)});
+    ExpectFormats({F(u"  0.1|", u"%5s|", 0.1), F(u"2", u"%d", 2.9), F(u"ff", u"%x", 255.0),
+                   F(u"10000000000000000000", u"%llu", 1e19),
+                   F(u"9223372036854775807", u"%d", 1e300),
+                   F(u"-9223372036854775808", u"%d", -1e300), F(u"0", u"%d", std::nan(""))});
+    ExpectFormats({F(u"[]", u"[%c]", u"text"), F(u"5", u"%#d", 5), F(u"a%yb", u"a%yb", 1),
+                   F(u"%n", u"%n", 1), F(u"abc%", u"abc%"), F(u"abc%5", u"abc%5")});
+    ExpectFormats({F(u"abc%-", u"abc%-"), F(u"%q4", u"%q%d", 4)});
 }
 
-TEST(CStringFormat, CharactersPercentAndPlainText) {
-    ExpectFormats({
-        {"%c", [] { return CString::Formatted(u"%c", u'A'); }, u"A"},
-        {"%c int", [] { return CString::Formatted(u"%c", 0x00E9); }, u"\u00E9"},
-        {"%3c", [] { return CString::Formatted(u"%3c|", u'x'); }, u"  x|"},
-        {"%-3c", [] { return CString::Formatted(u"%-3c|", u'x'); }, u"x  |"},
-        {"%c above BMP", [] { return CString::Formatted(u"%c", 0x1F600); }, u"\U0001F600"},
-        {"%c negative", [] { return CString::Formatted(u"%c", -5); }, u"\uFFFD"},
-        {"%C", [] { return CString::Formatted(u"%C", 'z'); }, u"z"},
-        {"%%", [] { return CString::Formatted(u"%%"); }, u"%"},
-        {"100%%", [] { return CString::Formatted(u"100%% of %d", 3); }, u"100% of 3"},
-        {"plain", [] { return CString::Formatted(u"no directives \u00E9"); },
-         u"no directives \u00E9"},
-        {"empty", [] { return CString::Formatted(u""); }, u""},
-    });
-}
-
-TEST(CStringFormat, MissingArgumentsFormatAsNothing) {
-    ExpectFormats({
-        {"none", [] { return CString::Formatted(u"%d and %s."); }, u" and ."},
-        {"one of two", [] { return CString::Formatted(u"%d-%d", 1); }, u"1-"},
-        {"width", [] { return CString::Formatted(u"[%5d]"); }, u"[]"},
-        {"star", [] { return CString::Formatted(u"[%*d]", 3); }, u"[]"},
-        {"extra", [] { return CString::Formatted(u"%d", 1, 2, 3); }, u"1"},
-    });
-}
-
-TEST(CStringFormat, MismatchedKindsNeverMisbehave) {
-    ExpectFormats({
-        {"%d text", [] { return CString::Formatted(u"%d", u"text"); }, u"0"},
-        {"%x text", [] { return CString::Formatted(u"%x", "narrow"); }, u"0"},
-        {"%f text", [] { return CString::Formatted(u"%f", u"text"); }, u"0.000000"},
-        {"%s int", [] { return CString::Formatted(u"%s", 42); }, u"42"},
-        {"%s negative", [] { return CString::Formatted(u"%s", -42); }, u"-42"},
-        {"%s unsigned", [] { return CString::Formatted(u"%s", 7u); }, u"7"},
-        {"%s double", [] { return CString::Formatted(u"%s", 2.5); }, u"2.5"},
-        {"%5s double", [] { return CString::Formatted(u"%5s|", 0.1); }, u"  0.1|"},
-        {"%d double", [] { return CString::Formatted(u"%d", 2.9); }, u"2"},
-        {"%x double", [] { return CString::Formatted(u"%x", 255.0); }, u"ff"},
-        {"%d huge double", [] { return CString::Formatted(u"%d", 1e300); }, u"9223372036854775807"},
-        {"%d -huge double", [] { return CString::Formatted(u"%d", -1e300); },
-         u"-9223372036854775808"},
-        {"%d NaN", [] { return CString::Formatted(u"%d", std::nan("")); }, u"0"},
-        {"%c text", [] { return CString::Formatted(u"[%c]", u"text"); }, u"[]"},
-        {"%#d", [] { return CString::Formatted(u"%#d", 5); }, u"5"},
-    });
-}
-
-TEST(CStringFormat, UnknownOrCutShortDirectivesAreCopied) {
-    ExpectFormats({
-        {"%y", [] { return CString::Formatted(u"a%yb", 1); }, u"a%yb"},
-        {"%n", [] { return CString::Formatted(u"%n", 1); }, u"%n"},
-        {"trailing %", [] { return CString::Formatted(u"abc%"); }, u"abc%"},
-        {"trailing %5", [] { return CString::Formatted(u"abc%5"); }, u"abc%5"},
-        {"trailing %-", [] { return CString::Formatted(u"abc%-"); }, u"abc%-"},
-        {"after unknown", [] { return CString::Formatted(u"%q%d", 4); }, u"%q4"},
-    });
-}
-
-TEST(CStringFormat, PointerIsFullWidthHexadecimal) {
+TEST(CStringFormat, PointersUtf8FormatsAndAppending) {
     const auto* pointer = reinterpret_cast<const void*>(std::uintptr_t{0xBEEF});
-    const std::u16string zeros(2 * sizeof(void*) - 4, u'0');
-    EXPECT_EQ(U8(CString::Formatted(u"%p", pointer)), U8(CString(zeros + u"BEEF")));
-    EXPECT_EQ(U8(CString::Formatted(u"%p", static_cast<const void*>(nullptr))),
-              std::string(2 * sizeof(void*), '0'));
-}
-
-TEST(CStringFormat, FormatAcceptsUtf8AndAppends) {
+    ExpectFormats(
+        {F(std::u16string(2 * sizeof(void*) - 4, u'0') + u"BEEF", u"%p", pointer),
+         F(std::u16string(2 * sizeof(void*), u'0'), u"%p", static_cast<const void*>(nullptr))});
     CString text;
     text.Format("%s \xC3\xA9 %d", u"a", 3);
     EXPECT_EQ(U8(text), "a \xC3\xA9 3");
@@ -752,35 +606,30 @@ TEST(CStringFormat, NumbersIgnoreTheLocale) {
 // ---- UTF-8 --------------------------------------------------------------------------------------
 
 TEST(CStringUtf8, ValidTextRoundTrips) {
-    struct Row {
+    const struct {
         const char* utf8;
         std::u16string_view utf16;
-    };
-    const Row rows[] = {
-        {"", u""},
-        {"abc", u"abc"},
-        {"\xC3\xA9", u"\u00E9"},
-        {"\xDF\xBF", u"\u07FF"},
-        {"\xE0\xA0\x80", u"\u0800"},
-        {"\xE2\x82\xAC", u"\u20AC"},
-        {"\xED\x9F\xBF", u"\uD7FF"},
-        {"\xEE\x80\x80", u"\uE000"},
-        {"\xEF\xBF\xBF", u"\uFFFF"},
-        {"\xF0\x90\x80\x80", u"\U00010000"},
-        {"\xF0\x9F\x98\x80", u"\U0001F600"},
-        {"\xF4\x8F\xBF\xBF", u"\U0010FFFF"},
-        {"a\xC3\xA9\xE2\x82\xAC\xF0\x9F\x98\x80z", u"a\u00E9\u20AC\U0001F600z"},
-    };
-    for (const Row& row : rows) {
+    } rows[] = {{"", u""},
+                {"abc", u"abc"},
+                {"\xC3\xA9", u"\u00E9"},
+                {"\xDF\xBF", u"\u07FF"},
+                {"\xE0\xA0\x80", u"\u0800"},
+                {"\xE2\x82\xAC", u"\u20AC"},
+                {"\xED\x9F\xBF", u"\uD7FF"},
+                {"\xEE\x80\x80", u"\uE000"},
+                {"\xEF\xBF\xBF", u"\uFFFF"},
+                {"\xF0\x90\x80\x80", u"\U00010000"},
+                {"\xF0\x9F\x98\x80", u"\U0001F600"},
+                {"\xF4\x8F\xBF\xBF", u"\U0010FFFF"},
+                {"a\xC3\xA9\xE2\x82\xAC\xF0\x9F\x98\x80z", u"a\u00E9\u20AC\U0001F600z"}};
+    for (const auto& row : rows) {
         SCOPED_TRACE(row.utf8);
         const CString decoded = CString::FromUtf8(row.utf8);
         EXPECT_EQ(decoded.View(), row.utf16);
         EXPECT_EQ(CString(row.utf8).View(), row.utf16);
         EXPECT_EQ(decoded.ToUtf8(), row.utf8);
     }
-}
-
-TEST(CStringUtf8, FourByteCharacterIsASurrogatePair) {
+    // A four-byte character is a surrogate pair.
     const CString face = CString::FromUtf8("\xF0\x9F\x98\x80");
     ASSERT_EQ(face.GetLength(), 2);
     EXPECT_EQ(face[0], char16_t(0xD83D));
@@ -788,65 +637,57 @@ TEST(CStringUtf8, FourByteCharacterIsASurrogatePair) {
 }
 
 TEST(CStringUtf8, MalformedInputBecomesReplacementCharacters) {
-    struct Row {
+    const std::string euro = "\xE2\x82\xAC";
+    const struct {
         const char* name;
         std::string_view utf8;
         std::u16string_view expected;
-    };
-    const Row rows[] = {
-        {"lone continuation", "\x80", u"\uFFFD"},
-        {"continuation inside", "a\x80z", u"a\uFFFDz"},
-        {"two continuations", "\x80\xBF", u"\uFFFD\uFFFD"},
-        {"overlong slash", "\xC0\xAF", u"\uFFFD\uFFFD"},
-        {"overlong C1", "\xC1\xBF", u"\uFFFD\uFFFD"},
-        {"overlong three bytes", "\xE0\x80\xAF", u"\uFFFD\uFFFD\uFFFD"},
-        {"overlong four bytes", "\xF0\x80\x80\x80", u"\uFFFD\uFFFD\uFFFD\uFFFD"},
-        {"high surrogate", "\xED\xA0\x80", u"\uFFFD\uFFFD\uFFFD"},
-        {"low surrogate", "\xED\xBF\xBF", u"\uFFFD\uFFFD\uFFFD"},
-        {"past U+10FFFF", "\xF4\x90\x80\x80", u"\uFFFD\uFFFD\uFFFD\uFFFD"},
-        {"F5 lead", "\xF5\x80", u"\uFFFD\uFFFD"},
-        {"FF byte", "\xFF", u"\uFFFD"},
-        {"FE byte", "a\xFE", u"a\uFFFD"},
-        {"truncated two bytes", "\xC3", u"\uFFFD"},
-        {"truncated three bytes", "\xE2\x82", u"\uFFFD"},
-        {"truncated four bytes", "\xF0\x9F\x98", u"\uFFFD"},
-        {"broken then ASCII", "\xE2\x82x", u"\uFFFDx"},
-        {"broken four then ASCII", "\xF0\x9F\x98\x41", u"\uFFFDA"},
-        {"lead then lead", "\xC3\xC3\xA9", u"\uFFFD\u00E9"},
-        {"embedded null", std::string_view("a\0b", 3), std::u16string_view(u"a\0b", 3)},
-        {"mixed", "\x61\xF1\x80\x80\xE1\x80\xC2\x62\x80\x63\x80\xBF\x64",
-         u"a\uFFFD\uFFFD\uFFFDb\uFFFDc\uFFFD\uFFFDd"},
-    };
-    for (const Row& row : rows) {
+    } rows[] = {{"lone continuation", "\x80", u"\uFFFD"},
+                {"continuation inside", "a\x80z", u"a\uFFFDz"},
+                {"two continuations", "\x80\xBF", u"\uFFFD\uFFFD"},
+                {"overlong slash", "\xC0\xAF", u"\uFFFD\uFFFD"},
+                {"overlong C1", "\xC1\xBF", u"\uFFFD\uFFFD"},
+                {"overlong three bytes", "\xE0\x80\xAF", u"\uFFFD\uFFFD\uFFFD"},
+                {"overlong four bytes", "\xF0\x80\x80\x80", u"\uFFFD\uFFFD\uFFFD\uFFFD"},
+                {"high surrogate", "\xED\xA0\x80", u"\uFFFD\uFFFD\uFFFD"},
+                {"low surrogate", "\xED\xBF\xBF", u"\uFFFD\uFFFD\uFFFD"},
+                {"past U+10FFFF", "\xF4\x90\x80\x80", u"\uFFFD\uFFFD\uFFFD\uFFFD"},
+                {"F5 lead", "\xF5\x80", u"\uFFFD\uFFFD"},
+                {"FF byte", "\xFF", u"\uFFFD"},
+                {"FE byte", "a\xFE", u"a\uFFFD"},
+                {"truncated two bytes", "\xC3", u"\uFFFD"},
+                {"truncated three bytes", "\xE2\x82", u"\uFFFD"},
+                {"truncated four bytes", "\xF0\x9F\x98", u"\uFFFD"},
+                {"broken then ASCII", "\xE2\x82x", u"\uFFFDx"},
+                {"broken four then ASCII", "\xF0\x9F\x98\x41", u"\uFFFDA"},
+                {"lead then lead", "\xC3\xC3\xA9", u"\uFFFD\u00E9"},
+                {"embedded null", std::string_view("a\0b", 3), std::u16string_view(u"a\0b", 3)},
+                {"mixed", "\x61\xF1\x80\x80\xE1\x80\xC2\x62\x80\x63\x80\xBF\x64",
+                 u"a\uFFFD\uFFFD\uFFFDb\uFFFDc\uFFFD\uFFFDd"},
+                // Decoding stops at the end of the view, inside a character or before it.
+                {"view cut inside", std::string_view(euro.data(), 2), u"\uFFFD"},
+                {"empty view", std::string_view(euro.data(), 0), u""}};
+    for (const auto& row : rows) {
         SCOPED_TRACE(row.name);
         EXPECT_EQ(U8(CString::FromUtf8(row.utf8)), U8(CString(row.expected)));
         EXPECT_EQ(CString::FromUtf8(row.utf8).View(), row.expected);
     }
 }
 
-TEST(CStringUtf8, DecodingStopsAtTheEndOfTheInput) {
-    const std::string euro = "\xE2\x82\xAC";
-    EXPECT_EQ(CString::FromUtf8(std::string_view(euro.data(), 2)).View(), u"\uFFFD");
-    EXPECT_EQ(CString::FromUtf8(std::string_view(euro.data(), 0)).View(), u"");
-}
-
 TEST(CStringUtf8, LoneSurrogatesEncodeAsReplacement) {
-    struct Row {
-        std::u16string_view utf16;
-        const char* utf8;
-    };
     const char16_t high[] = {u'a', char16_t(0xD800), u'b', 0};
     const char16_t low[] = {char16_t(0xDC00), 0};
     const char16_t highAtEnd[] = {u'x', char16_t(0xD83D), 0};
     const char16_t swapped[] = {char16_t(0xDE00), char16_t(0xD83D), 0};
-    const Row rows[] = {
-        {high, "a\xEF\xBF\xBD"
-               "b"},
-        {low, "\xEF\xBF\xBD"},
-        {highAtEnd, "x\xEF\xBF\xBD"},
-        {swapped, "\xEF\xBF\xBD\xEF\xBF\xBD"},
-    };
-    for (const Row& row : rows) {
+    const struct {
+        std::u16string_view utf16;
+        const char* utf8;
+    } rows[] = {{high, "a\xEF\xBF\xBD"
+                       "b"},
+                {low, "\xEF\xBF\xBD"},
+                {highAtEnd, "x\xEF\xBF\xBD"},
+                {swapped, "\xEF\xBF\xBD\xEF\xBF\xBD"}};
+    for (const auto& row : rows) {
         SCOPED_TRACE(row.utf8);
         EXPECT_EQ(CString(row.utf16).ToUtf8(), row.utf8);
     }

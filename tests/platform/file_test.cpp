@@ -1,162 +1,167 @@
+#include "tests/support/tempfolder.h"
+
 #include "keel/platform/file.h"
 
 #include <cerrno>
-#include <cstdint>
-#include <cstdlib>
 #include <filesystem>
-#include <fstream>
+#include <functional>
 #include <gtest/gtest.h>
-#include <iterator>
 #include <limits>
+#include <memory>
 #include <string>
-#include <vector>
 
 namespace keel {
 namespace {
 
-using Bytes = std::vector<std::uint8_t>;
+using test::Bytes;
 
-class FileOnDisk : public ::testing::Test {
-protected:
-    void SetUp() override {
-        std::string pattern = (std::filesystem::temp_directory_path() / "keel-file-XXXXXX");
-        ASSERT_NE(mkdtemp(pattern.data()), nullptr);
-        m_directory = pattern;
-    }
-    void TearDown() override { std::filesystem::remove_all(m_directory); }
-
-    CString PathOf(const std::string& name) const {
-        return CString::FromUtf8((m_directory / name).string());
-    }
-    void WriteFile(const std::string& name, const std::string& content) const {
-        std::ofstream(m_directory / name, std::ios::binary) << content;
-    }
-    std::string ReadFile(const std::string& name) const {
-        std::ifstream stream(m_directory / name, std::ios::binary);
-        return {std::istreambuf_iterator<char>(stream), std::istreambuf_iterator<char>()};
-    }
-
-    std::filesystem::path m_directory;
-};
-
-TEST_F(FileOnDisk, WriteThenReadBack) {
-    const CString path = PathOf("data.bin");
-    {
-        CFile file(path, CFile::modeCreate | CFile::modeWrite | CFile::typeBinary);
-        file.Write("hello, world", 12);
-        EXPECT_EQ(file.GetPosition(), 12u);
-        EXPECT_EQ(file.GetLength(), 12u);
-        file.Flush();
-        file.Close();
-    }
-    EXPECT_EQ(ReadFile("data.bin"), "hello, world");
-
-    CFile file(path, CFile::modeRead);
-    char buffer[32] = {};
-    EXPECT_EQ(file.Read(buffer, 5), 5u);
-    EXPECT_EQ(std::string(buffer, 5), "hello");
-    EXPECT_EQ(file.Read(buffer, 32), 7u);
-    EXPECT_EQ(std::string(buffer, 7), ", world");
-    EXPECT_EQ(file.Read(buffer, 32), 0u);
+std::string Text(const Bytes& bytes) {
+    return std::string(bytes.begin(), bytes.end());
 }
 
-TEST_F(FileOnDisk, SeekFromEachOrigin) {
-    WriteFile("digits", "0123456789");
-    CFile file(PathOf("digits"), CFile::modeRead);
-    char ch = 0;
-    struct SeekCase {
+// The cause of the file exception that `action` throws, or -1.
+int CauseOf(const std::function<void()>& action, const CString& fileName = CString()) {
+    try {
+        action();
+    } catch (const CFileException& failure) {
+        if (!fileName.IsEmpty()) {
+            EXPECT_EQ(failure.m_strFileName, fileName);
+        }
+        return failure.m_cause;
+    }
+    return -1;
+}
+
+// The same reads, writes and seeks on a file on disk and on a memory file.
+class AnyFile : public test::TempFolderTest, public testing::WithParamInterface<bool> {
+protected:
+    bool OnDisk() const { return GetParam(); }
+    std::unique_ptr<CFile> Opened(const std::string& content) {
+        if (OnDisk()) {
+            WriteBytes("file.bin", Bytes(content.begin(), content.end()));
+            return std::make_unique<CFile>(PathOf("file.bin"), CFile::modeReadWrite);
+        }
+        auto file = std::make_unique<CMemFile>(Bytes(content.begin(), content.end()));
+        file->SetFilePath(PathOf("file.bin"));
+        return file;
+    }
+    Bytes Content(CFile& file) {
+        if (!OnDisk())
+            return static_cast<CMemFile&>(file).Bytes();
+        file.Close();
+        return ReadBytes("file.bin");
+    }
+};
+
+INSTANTIATE_TEST_SUITE_P(DiskAndMemory, AnyFile, testing::Bool());
+
+TEST_P(AnyFile, WritesGrowAndReadBack) {
+    const std::unique_ptr<CFile> file = Opened("");
+    EXPECT_EQ(file->GetLength(), 0u);
+    file->Write("hello, ", 7);
+    file->Write("world", 5);
+    EXPECT_EQ(file->GetPosition(), 12u);
+    EXPECT_EQ(file->GetLength(), 12u);
+    file->Flush();
+    file->SeekToBegin();
+    char buffer[32] = {};
+    EXPECT_EQ(file->Read(buffer, 5), 5u);
+    EXPECT_EQ(std::string(buffer, 5), "hello");
+    EXPECT_EQ(file->Read(buffer, 32), 7u);
+    EXPECT_EQ(std::string(buffer, 7), ", world");
+    EXPECT_EQ(file->Read(buffer, 32), 0u);
+    EXPECT_EQ(Text(Content(*file)), "hello, world");
+}
+
+TEST_P(AnyFile, SeekFromEachOrigin) {
+    const std::unique_ptr<CFile> file = Opened("0123456789");
+    const struct {
         long long offset;
         CFile::SeekPosition from;
         unsigned long long position;
         char next;
-    };
-    const SeekCase cases[] = {
-        {3, CFile::begin, 3, '3'},
-        {2, CFile::current, 6, '6'},
-        {-3, CFile::end, 7, '7'},
-        {-8, CFile::current, 0, '0'},
-    };
-    for (const SeekCase& test : cases) {
+    } cases[] = {{3, CFile::begin, 3, '3'},
+                 {2, CFile::current, 6, '6'},
+                 {-3, CFile::end, 7, '7'},
+                 {-8, CFile::current, 0, '0'}};
+    for (const auto& test : cases) {
         SCOPED_TRACE(test.position);
-        EXPECT_EQ(file.Seek(test.offset, test.from), test.position);
-        EXPECT_EQ(file.GetPosition(), test.position);
-        ASSERT_EQ(file.Read(&ch, 1), 1u);
+        EXPECT_EQ(file->Seek(test.offset, test.from), test.position);
+        EXPECT_EQ(file->GetPosition(), test.position);
+        char ch = 0;
+        ASSERT_EQ(file->Read(&ch, 1), 1u);
         EXPECT_EQ(ch, test.next);
     }
-    EXPECT_EQ(file.SeekToEnd(), 10u);
-    file.SeekToBegin();
-    EXPECT_EQ(file.GetPosition(), 0u);
+    EXPECT_EQ(file->SeekToEnd(), 10u);
+    file->SeekToBegin();
+    EXPECT_EQ(file->GetPosition(), 0u);
+    // Before the start is a bad seek that leaves the position.
+    file->Seek(2, CFile::begin);
+    EXPECT_EQ(CauseOf([&] { file->Seek(-5, CFile::begin); }, PathOf("file.bin")),
+              CFileException::badSeek);
+    EXPECT_EQ(CauseOf([&] { file->Seek(-11, CFile::end); }), CFileException::badSeek);
+    EXPECT_EQ(file->GetPosition(), 2u);
 }
 
-TEST_F(FileOnDisk, SeekBeforeTheStartIsBadSeek) {
-    WriteFile("short", "ab");
-    CFile file(PathOf("short"), CFile::modeRead);
-    try {
-        file.Seek(-5, CFile::begin);
-        ADD_FAILURE() << "no exception";
-    } catch (const CFileException& failure) {
-        EXPECT_EQ(failure.m_cause, CFileException::badSeek);
-        EXPECT_EQ(failure.m_strFileName, PathOf("short"));
-    }
+TEST_P(AnyFile, OverwriteSeekPastTheEndAndSetLength) {
+    const std::unique_ptr<CFile> file = Opened("1234");
+    file->Seek(1, CFile::begin);
+    file->Write("xy", 2);
+    EXPECT_EQ(file->Seek(3, CFile::end), 7u);
+    char ch = 0;
+    EXPECT_EQ(file->Read(&ch, 1), 0u);
+    file->Write("b", 1);
+    EXPECT_EQ(file->GetLength(), 8u);
+    file->Seek(4, CFile::begin);
+    char tail[8] = {};
+    EXPECT_EQ(file->Read(tail, 8), 4u);
+    EXPECT_EQ(std::string(tail, 4), std::string("\0\0\0b", 4));
+    file->SetLength(6);
+    EXPECT_EQ(file->GetLength(), 6u);
+    file->SetLength(7);
+    EXPECT_EQ(Content(*file), (Bytes{'1', 'x', 'y', '4', 0, 0, 0}));
 }
 
-TEST_F(FileOnDisk, CreateTruncatesUnlessToldNotTo) {
-    WriteFile("kept", "abcdef");
-    WriteFile("emptied", "abcdef");
+// --- On disk --------------------------------------------------------------------------------
+
+using FileOnDisk = test::TempFolderTest;
+
+TEST_F(FileOnDisk, CreateTruncatesUnlessToldNotToAndKeepsThePath) {
+    WriteBytes("kept", {'a', 'b', 'c', 'd', 'e', 'f'});
+    WriteBytes("emptied", {'a', 'b', 'c'});
     {
         CFile kept(PathOf("kept"),
                    CFile::modeCreate | CFile::modeNoTruncate | CFile::modeReadWrite);
         EXPECT_EQ(kept.GetLength(), 6u);
         kept.Write("XY", 2);
-    }
-    {
         CFile emptied(PathOf("emptied"), CFile::modeCreate | CFile::modeReadWrite);
         EXPECT_EQ(emptied.GetLength(), 0u);
     }
-    EXPECT_EQ(ReadFile("kept"), "XYcdef");
-    EXPECT_EQ(ReadFile("emptied"), "");
-}
+    EXPECT_EQ(Text(ReadBytes("kept")), "XYcdef");
+    EXPECT_TRUE(ReadBytes("emptied").empty());
 
-TEST_F(FileOnDisk, SetLengthCutsAndExtends) {
-    CFile file(PathOf("sized"), CFile::modeCreate | CFile::modeReadWrite);
-    file.Write("abcdef", 6);
-    file.SetLength(3);
-    EXPECT_EQ(file.GetLength(), 3u);
-    file.SetLength(5);
-    file.SeekToBegin();
-    char buffer[8] = {};
-    EXPECT_EQ(file.Read(buffer, 8), 5u);
-    EXPECT_EQ(std::string(buffer, 5), std::string("abc\0\0", 5));
-}
-
-TEST_F(FileOnDisk, PathAndNameAreKept) {
     const CString path = PathOf("plan \u00E9\u20AC.kdf");
     CFile file(path, CFile::modeCreate | CFile::modeWrite);
     EXPECT_EQ(file.GetFilePath(), path);
     EXPECT_EQ(file.GetFileName(), u"plan \u00E9\u20AC.kdf");
-    EXPECT_TRUE(std::filesystem::exists(m_directory / "plan \u00E9\u20AC.kdf"));
+    EXPECT_TRUE(std::filesystem::exists(m_root / "plan \u00E9\u20AC.kdf"));
 }
 
-struct OpenFailureCase {
-    const char* name;
-    std::string relativePath;
-    unsigned flags;
-    int cause;
-    int osError;
-};
-
 TEST_F(FileOnDisk, OpenFailuresDescribeTheCause) {
-    WriteFile("plain", "x");
-    std::filesystem::create_directory(m_directory / "folder");
-    const OpenFailureCase cases[] = {
-        {"missing", "missing.kdf", CFile::modeRead, CFileException::fileNotFound, ENOENT},
-        {"missing folder", "nowhere/x.kdf", CFile::modeCreate | CFile::modeWrite,
-         CFileException::fileNotFound, ENOENT},
-        {"file used as folder", "plain/child", CFile::modeRead, CFileException::badPath, ENOTDIR},
-        {"directory", "folder", CFile::modeRead, CFileException::accessDenied, EISDIR},
-    };
-    for (const OpenFailureCase& test : cases) {
-        SCOPED_TRACE(test.name);
+    WriteBytes("plain", {'x'});
+    std::filesystem::create_directory(m_root / "folder");
+    const struct {
+        std::string relativePath;
+        unsigned flags;
+        int cause;
+        int osError;
+    } cases[] = {{"missing.kdf", CFile::modeRead, CFileException::fileNotFound, ENOENT},
+                 {"nowhere/x.kdf", CFile::modeCreate | CFile::modeWrite,
+                  CFileException::fileNotFound, ENOENT},
+                 {"plain/child", CFile::modeRead, CFileException::badPath, ENOTDIR},
+                 {"folder", CFile::modeRead, CFileException::accessDenied, EISDIR}};
+    for (const auto& test : cases) {
+        SCOPED_TRACE(test.relativePath);
         const CString path = PathOf(test.relativePath);
         CFile file;
         CFileException error;
@@ -167,89 +172,63 @@ TEST_F(FileOnDisk, OpenFailuresDescribeTheCause) {
         EXPECT_EQ(error.m_strFileName, path);
         EXPECT_NE(std::string(error.what()).find(path.ToUtf8()), std::string::npos);
         EXPECT_FALSE(file.Open(path, test.flags));
+        // The constructor throws what Open reports.
+        try {
+            CFile thrown(path, test.flags);
+            ADD_FAILURE() << "no exception";
+        } catch (const CFileException& failure) {
+            EXPECT_EQ(failure.m_cause, test.cause);
+            EXPECT_EQ(failure.m_strFileName, path);
+            EXPECT_NE(std::string(failure.what()).find(path.ToUtf8()), std::string::npos);
+        }
     }
 }
 
-TEST_F(FileOnDisk, ConstructorThrowsWhenOpenFails) {
-    const CString path = PathOf("absent.kdf");
-    try {
-        CFile file(path, CFile::modeRead);
-        ADD_FAILURE() << "no exception";
-    } catch (const CFileException& failure) {
-        EXPECT_EQ(failure.m_cause, CFileException::fileNotFound);
-        EXPECT_EQ(failure.m_strFileName, path);
-        EXPECT_NE(std::string(failure.what()).find("absent.kdf"), std::string::npos);
-    }
-}
-
-TEST_F(FileOnDisk, WritingAReadOnlyFileFails) {
-    WriteFile("readonly", "x");
-    CFile file(PathOf("readonly"), CFile::modeRead);
+TEST_F(FileOnDisk, ReadOnlyClosedAndReopenedFiles) {
+    WriteBytes("first", {'1'});
+    WriteBytes("second", {'2'});
+    CFile file(PathOf("first"), CFile::modeRead);
     try {
         file.Write("y", 1);
         ADD_FAILURE() << "no exception";
     } catch (const CFileException& failure) {
         EXPECT_EQ(failure.m_cause, CFileException::invalidFile);
         EXPECT_EQ(failure.m_lOsError, EBADF);
-        EXPECT_EQ(failure.m_strFileName, PathOf("readonly"));
+        EXPECT_EQ(failure.m_strFileName, PathOf("first"));
     }
-}
+    EXPECT_THROW(file.Open(PathOf("second"), CFile::modeRead), InvalidArgumentException);
 
-TEST_F(FileOnDisk, ClosedFileRefusesWork) {
-    CFile file(PathOf("closed"), CFile::modeCreate | CFile::modeWrite);
     file.Close();
     EXPECT_FALSE(file.IsOpen());
     char ch = 0;
-    try {
-        file.Read(&ch, 1);
-        ADD_FAILURE() << "no exception";
-    } catch (const CFileException& failure) {
-        EXPECT_EQ(failure.m_cause, CFileException::invalidFile);
-    }
+    EXPECT_EQ(CauseOf([&] { file.Read(&ch, 1); }), CFileException::invalidFile);
     EXPECT_THROW(file.GetLength(), CFileException);
     EXPECT_NO_THROW(file.Close());
     EXPECT_NO_THROW(file.Abort());
-}
 
-TEST_F(FileOnDisk, OpeningAnOpenFileIsAnInvalidArgument) {
-    WriteFile("twice", "x");
-    CFile file(PathOf("twice"), CFile::modeRead);
-    EXPECT_THROW(file.Open(PathOf("twice"), CFile::modeRead), InvalidArgumentException);
-}
-
-TEST_F(FileOnDisk, OpenAfterCloseReusesTheObject) {
-    WriteFile("first", "1");
-    WriteFile("second", "2");
-    CFile file(PathOf("first"), CFile::modeRead);
-    file.Close();
     ASSERT_TRUE(file.Open(PathOf("second"), CFile::modeRead | CFile::shareDenyNone));
-    char ch = 0;
     EXPECT_EQ(file.Read(&ch, 1), 1u);
     EXPECT_EQ(ch, '2');
     EXPECT_EQ(file.GetFileName(), u"second");
 }
 
-struct SharingCase {
-    unsigned first;
-    unsigned second;
-    bool secondOpens;
-};
-
 TEST_F(FileOnDisk, SharingModesHoldOffOtherOpenersUntilTheFirstCloses) {
     constexpr unsigned read = CFile::modeRead;
     constexpr unsigned write = CFile::modeReadWrite;
-    const SharingCase cases[] = {
-        {read | CFile::shareDenyWrite, read | CFile::shareDenyWrite, true},
-        {read | CFile::shareDenyWrite, write | CFile::shareDenyWrite, false},
-        {write | CFile::shareDenyWrite, read | CFile::shareDenyWrite, false},
-        {write | CFile::shareDenyWrite, write | CFile::shareDenyWrite, false},
-        {read | CFile::shareExclusive, read | CFile::shareDenyWrite, false},
-        {read | CFile::shareDenyRead, read | CFile::shareExclusive, false},
-        {write | CFile::shareDenyWrite, read | CFile::shareDenyNone, true},
-        {write | CFile::shareExclusive, write | CFile::shareCompat, true},
-    };
-    WriteFile("shared", "x");
-    for (const SharingCase& c : cases) {
+    const struct {
+        unsigned first;
+        unsigned second;
+        bool secondOpens;
+    } cases[] = {{read | CFile::shareDenyWrite, read | CFile::shareDenyWrite, true},
+                 {read | CFile::shareDenyWrite, write | CFile::shareDenyWrite, false},
+                 {write | CFile::shareDenyWrite, read | CFile::shareDenyWrite, false},
+                 {write | CFile::shareDenyWrite, write | CFile::shareDenyWrite, false},
+                 {read | CFile::shareExclusive, read | CFile::shareDenyWrite, false},
+                 {read | CFile::shareDenyRead, read | CFile::shareExclusive, false},
+                 {write | CFile::shareDenyWrite, read | CFile::shareDenyNone, true},
+                 {write | CFile::shareExclusive, write | CFile::shareCompat, true}};
+    WriteBytes("shared", {'x'});
+    for (const auto& c : cases) {
         CFile first;
         ASSERT_TRUE(first.Open(PathOf("shared"), c.first));
         CFile second;
@@ -264,62 +243,35 @@ TEST_F(FileOnDisk, SharingModesHoldOffOtherOpenersUntilTheFirstCloses) {
     }
 }
 
-struct ErrnoCase {
-    int osError;
-    int cause;
-};
+// --- Causes and flags -----------------------------------------------------------------------
 
 TEST(FileException, OsErrorsMapToCauses) {
-    const ErrnoCase cases[] = {
-        {0, CFileException::none},
-        {ENOENT, CFileException::fileNotFound},
-        {ENOTDIR, CFileException::badPath},
-        {ENAMETOOLONG, CFileException::badPath},
-        {EMFILE, CFileException::tooManyOpenFiles},
-        {ENFILE, CFileException::tooManyOpenFiles},
-        {EACCES, CFileException::accessDenied},
-        {EPERM, CFileException::accessDenied},
-        {EROFS, CFileException::accessDenied},
-        {EBADF, CFileException::invalidFile},
-        {ESPIPE, CFileException::badSeek},
-        {EIO, CFileException::hardIO},
-        {ETXTBSY, CFileException::sharingViolation},
-        {ENOLCK, CFileException::lockViolation},
-        {ENOSPC, CFileException::diskFull},
-        {EDQUOT, CFileException::diskFull},
-        {EINVAL, CFileException::genericException},
-    };
-    for (const ErrnoCase& test : cases) {
-        SCOPED_TRACE(test.osError);
-        EXPECT_EQ(CFileException::OsErrorToException(test.osError), test.cause);
-    }
-}
+    const struct {
+        int osError;
+        int cause;
+    } cases[] = {{0, CFileException::none},
+                 {ENOENT, CFileException::fileNotFound},
+                 {ENOTDIR, CFileException::badPath},
+                 {ENAMETOOLONG, CFileException::badPath},
+                 {EMFILE, CFileException::tooManyOpenFiles},
+                 {ENFILE, CFileException::tooManyOpenFiles},
+                 {EACCES, CFileException::accessDenied},
+                 {EPERM, CFileException::accessDenied},
+                 {EROFS, CFileException::accessDenied},
+                 {EBADF, CFileException::invalidFile},
+                 {ESPIPE, CFileException::badSeek},
+                 {EIO, CFileException::hardIO},
+                 {ETXTBSY, CFileException::sharingViolation},
+                 {ENOLCK, CFileException::lockViolation},
+                 {ENOSPC, CFileException::diskFull},
+                 {EDQUOT, CFileException::diskFull},
+                 {EINVAL, CFileException::genericException}};
+    for (const auto& test : cases)
+        EXPECT_EQ(CFileException::OsErrorToException(test.osError), test.cause) << test.osError;
 
-TEST(FileException, CauseValuesAreFixed) {
-    const int values[] = {
-        CFileException::none,
-        CFileException::genericException,
-        CFileException::fileNotFound,
-        CFileException::badPath,
-        CFileException::tooManyOpenFiles,
-        CFileException::accessDenied,
-        CFileException::invalidFile,
-        CFileException::removeCurrentDir,
-        CFileException::directoryFull,
-        CFileException::badSeek,
-        CFileException::hardIO,
-        CFileException::sharingViolation,
-        CFileException::lockViolation,
-        CFileException::diskFull,
-        CFileException::endOfFile,
-    };
-    for (int i = 0; i < static_cast<int>(std::size(values)); ++i)
-        EXPECT_EQ(values[i], i);
-}
-
-TEST(FileException, ThrowOsErrorCarriesEverything) {
     try {
         CFileException::ThrowOsError(ENOSPC, u"/full/disk.kdf");
+        ADD_FAILURE() << "no exception";
     } catch (const CException& failure) {
         const auto& fileFailure = dynamic_cast<const CFileException&>(failure);
         EXPECT_EQ(fileFailure.m_cause, CFileException::diskFull);
@@ -330,7 +282,24 @@ TEST(FileException, ThrowOsErrorCarriesEverything) {
     }
 }
 
-TEST(FileFlags, ValuesAreFixed) {
+TEST(FileException, CauseAndFlagValuesAreFixed) {
+    const int causes[] = {CFileException::none,
+                          CFileException::genericException,
+                          CFileException::fileNotFound,
+                          CFileException::badPath,
+                          CFileException::tooManyOpenFiles,
+                          CFileException::accessDenied,
+                          CFileException::invalidFile,
+                          CFileException::removeCurrentDir,
+                          CFileException::directoryFull,
+                          CFileException::badSeek,
+                          CFileException::hardIO,
+                          CFileException::sharingViolation,
+                          CFileException::lockViolation,
+                          CFileException::diskFull,
+                          CFileException::endOfFile};
+    for (int i = 0; i < static_cast<int>(std::size(causes)); ++i)
+        EXPECT_EQ(causes[i], i);
     EXPECT_EQ(CFile::modeRead, 0u);
     EXPECT_EQ(CFile::modeWrite, 1u);
     EXPECT_EQ(CFile::modeReadWrite, 2u);
@@ -341,77 +310,18 @@ TEST(FileFlags, ValuesAreFixed) {
     EXPECT_EQ(CFile::end, 2);
 }
 
-// --- In memory ------------------------------------------------------------------------------
+// --- In memory only -------------------------------------------------------------------------
 
-TEST(MemFile, WritesGrowAndReadBack) {
-    CMemFile file;
-    EXPECT_EQ(file.GetLength(), 0u);
-    file.Write("abc", 3);
-    file.Write("de", 2);
-    EXPECT_EQ(file.GetLength(), 5u);
-    EXPECT_EQ(file.GetPosition(), 5u);
-    EXPECT_EQ(file.Bytes(), (Bytes{'a', 'b', 'c', 'd', 'e'}));
-    file.SeekToBegin();
-    char buffer[8] = {};
-    EXPECT_EQ(file.Read(buffer, 8), 5u);
-    EXPECT_EQ(std::string(buffer, 5), "abcde");
-    EXPECT_EQ(file.Read(buffer, 8), 0u);
-}
-
-TEST(MemFile, OverwriteInTheMiddle) {
-    CMemFile file(Bytes{'1', '2', '3', '4'});
-    file.Seek(1, CFile::begin);
-    file.Write("xy", 2);
-    EXPECT_EQ(file.Bytes(), (Bytes{'1', 'x', 'y', '4'}));
-}
-
-TEST(MemFile, SeekPastTheEndThenWriteFillsWithZeros) {
-    CMemFile file;
-    file.Write("a", 1);
-    EXPECT_EQ(file.Seek(3, CFile::end), 4u);
-    char ch = 0;
-    EXPECT_EQ(file.Read(&ch, 1), 0u);
-    file.Write("b", 1);
-    EXPECT_EQ(file.Bytes(), (Bytes{'a', 0, 0, 0, 'b'}));
-}
-
-TEST(MemFile, SeekOrigins) {
-    CMemFile file(Bytes{0, 1, 2, 3, 4, 5, 6, 7, 8, 9});
-    EXPECT_EQ(file.Seek(4, CFile::begin), 4u);
-    EXPECT_EQ(file.Seek(-1, CFile::current), 3u);
-    EXPECT_EQ(file.Seek(-2, CFile::end), 8u);
-    EXPECT_EQ(file.SeekToEnd(), 10u);
-}
-
-TEST(MemFile, SeekBeforeTheStartIsBadSeek) {
-    CMemFile file(Bytes{1, 2});
-    file.SetFilePath(u"memory.kdf");
-    try {
-        file.Seek(-3, CFile::end);
-        ADD_FAILURE() << "no exception";
-    } catch (const CFileException& failure) {
-        EXPECT_EQ(failure.m_cause, CFileException::badSeek);
-        EXPECT_EQ(failure.m_strFileName, u"memory.kdf");
-    }
-    EXPECT_EQ(file.GetPosition(), 0u);
+TEST(MemFile, PositionsBytesAndPaths) {
+    CMemFile file(Bytes{1, 2, 3, 4, 5});
     file.Seek(2, CFile::begin);
     EXPECT_THROW(file.Seek(std::numeric_limits<long long>::max(), CFile::current), CFileException);
     EXPECT_EQ(file.GetPosition(), 2u);
-}
-
-TEST(MemFile, SetLengthMovesAPositionPastTheEnd) {
-    CMemFile file(Bytes{1, 2, 3, 4, 5});
+    // Cutting the length brings a position past the end back to it.
     file.SeekToEnd();
     file.SetLength(2);
     EXPECT_EQ(file.GetPosition(), 2u);
-    EXPECT_EQ(file.Bytes(), (Bytes{1, 2}));
-    file.SetLength(4);
-    EXPECT_EQ(file.Bytes(), (Bytes{1, 2, 0, 0}));
-}
 
-TEST(MemFile, AttachDetachAndClose) {
-    CMemFile file;
-    file.Write("zz", 2);
     file.Attach(Bytes{7, 8, 9});
     EXPECT_EQ(file.GetPosition(), 0u);
     std::uint8_t first = 0;
@@ -424,20 +334,14 @@ TEST(MemFile, AttachDetachAndClose) {
     CMemFile closing(Bytes{1, 2, 3});
     closing.Close();
     EXPECT_TRUE(closing.Bytes().empty());
-}
-
-TEST(MemFile, ConstructFromRawBytes) {
     const char raw[] = {'k', 'e', 'e', 'l'};
-    CMemFile file(raw, sizeof raw);
-    EXPECT_EQ(file.Bytes(), (Bytes{'k', 'e', 'e', 'l'}));
-}
+    EXPECT_EQ(CMemFile(raw, sizeof raw).Bytes(), (Bytes{'k', 'e', 'e', 'l'}));
 
-TEST(MemFile, HasNoPathToOpen) {
-    CMemFile file;
+    // A memory file has no path to open.
     CFileException error;
-    EXPECT_FALSE(file.Open(u"/tmp/anything", CFile::modeRead, &error));
+    EXPECT_FALSE(closing.Open(u"/tmp/anything", CFile::modeRead, &error));
     EXPECT_EQ(error.m_cause, CFileException::genericException);
-    EXPECT_TRUE(file.IsOpen());
+    EXPECT_TRUE(closing.IsOpen());
 }
 
 } // namespace

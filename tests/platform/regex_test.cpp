@@ -8,70 +8,55 @@
 namespace keel {
 namespace {
 
-struct MatchCase {
-    const char* text;
-    const char* pattern;
-    bool matches;
-};
-
-class RegexMatchTest : public testing::TestWithParam<MatchCase> {};
-
-TEST_P(RegexMatchTest, AnswersAsTheTableSays) {
-    const MatchCase& c = GetParam();
-    EXPECT_EQ(RegexMatch(CString(c.text), CString(c.pattern)), c.matches)
-        << "text \"" << c.text << "\", pattern \"" << c.pattern << "\"";
-}
-
-INSTANTIATE_TEST_SUITE_P(
-    Cases, RegexMatchTest,
-    testing::Values(
-        // A search: the pattern may match anywhere in the text.
-        MatchCase{"Message box (fileName)", "box", true},
-        MatchCase{"Message box (fileName)", "Message", true},
-        MatchCase{"Message box (fileName)", "fileName\\)", true},
-        MatchCase{"Message box", "Dialog", false},
-        // Anchors make it a match of the start, the end or the whole text.
-        MatchCase{"Message box (fileName)", "^box", false},
-        MatchCase{"Message box (fileName)", "^Message", true},
-        MatchCase{"Message box (fileName)", "Message$", false},
-        MatchCase{"Message box", "^Message box$", true},
-        MatchCase{"Message box (x)", "^Message box$", false},
-        // Groups are groups, not literal parentheses.
-        MatchCase{"Message box (fileName)", "Message box (fileName)", false},
-        MatchCase{"Message box fileName", "Message box (fileName)", true},
-        // Common syntax: classes, alternation, repetition.
-        MatchCase{"Ribbon control label", "Ribbon (panel|control) label", true},
-        MatchCase{"Ribbon category label", "Ribbon (panel|control) label", false},
-        MatchCase{"Status bar 12", "\\d+$", true}, MatchCase{"Status bar", "\\d", false},
-        // Case matters.
-        MatchCase{"message box", "Message", false},
+TEST(RegexMatch, AnswersAsTheTableSays) {
+    const char16_t loneInText[] = {u'a', 0xD800, u'b', u'c', 0};
+    const char16_t loneInPattern[] = {u'a', 0xDC00, 0};
+    const struct {
+        CString text;
+        CString pattern;
+        bool matches;
+    } cases[] = {
+        // A search: the pattern may match anywhere in the text; anchors make it a match of the
+        // start, the end or the whole text.
+        {u"Message box (fileName)", u"box", true},
+        {u"Message box (fileName)", u"fileName\\)", true},
+        {u"Message box", u"Dialog", false},
+        {u"Message box (fileName)", u"^box", false},
+        {u"Message box (fileName)", u"^Message", true},
+        {u"Message box (fileName)", u"Message$", false},
+        {u"Message box", u"^Message box$", true},
+        {u"Message box (x)", u"^Message box$", false},
+        // Groups are groups, not literal parentheses; the usual syntax; case matters.
+        {u"Message box (fileName)", u"Message box (fileName)", false},
+        {u"Message box fileName", u"Message box (fileName)", true},
+        {u"Ribbon control label", u"Ribbon (panel|control) label", true},
+        {u"Ribbon category label", u"Ribbon (panel|control) label", false},
+        {u"Status bar 12", u"\\d+$", true},
+        {u"Status bar", u"\\d", false},
+        {u"message box", u"Message", false},
         // The empty pattern matches any text, the empty text too.
-        MatchCase{"anything", "", true}, MatchCase{"", "", true}, MatchCase{"", "a", false},
-        // A pattern that does not compile matches nothing, not even its own text.
-        MatchCase{"Message box (", "Message box (", false}, MatchCase{"[", "[", false},
-        MatchCase{"a", "a{2,1}", false}, MatchCase{"abc", "(?<", false}));
-
-TEST(RegexMatch, CharactersBeyondTheBasicPlaneCountAsOneCharacter) {
-    const CString text(u"x\U0001F600y");
-    EXPECT_TRUE(RegexMatch(text, CString(u"^x.y$")));
-    EXPECT_TRUE(RegexMatch(text, CString(u"\U0001F600")));
-}
-
-TEST(RegexMatch, ALoneSurrogateInTheTextDoesNotStopTheSearch) {
-    const char16_t units[] = {u'a', 0xD800, u'b', u'c', 0};
-    EXPECT_TRUE(RegexMatch(CString(units), CString(u"bc")));
-    EXPECT_FALSE(RegexMatch(CString(units), CString(u"xyz")));
-}
-
-TEST(RegexMatch, APatternWithALoneSurrogateMatchesNothing) {
-    const char16_t pattern[] = {u'a', 0xDC00, 0};
-    EXPECT_FALSE(RegexMatch(CString(pattern), CString(pattern)));
-}
-
-TEST(RegexMatch, ABadPatternStaysBadWhenAskedAgain) {
-    for (int i = 0; i < 3; ++i)
-        EXPECT_FALSE(RegexMatch(CString("(a"), CString("(a")));
-    EXPECT_TRUE(RegexMatch(CString("(a"), CString("\\(a")));
+        {u"anything", u"", true},
+        {u"", u"", true},
+        {u"", u"a", false},
+        // A pattern that does not compile matches nothing, not even its own text, each time.
+        {u"Message box (", u"Message box (", false},
+        {u"[", u"[", false},
+        {u"a", u"a{2,1}", false},
+        {u"abc", u"(?<", false},
+        {u"(a", u"(a", false},
+        {u"(a", u"(a", false},
+        {u"(a", u"\\(a", true},
+        // A character beyond the basic plane is one character; a lone surrogate in the text
+        // does not stop the search, and in the pattern matches nothing.
+        {u"x\U0001F600y", u"^x.y$", true},
+        {u"x\U0001F600y", u"\U0001F600", true},
+        {loneInText, u"bc", true},
+        {loneInText, u"xyz", false},
+        {loneInPattern, loneInPattern, false}};
+    for (const auto& c : cases) {
+        EXPECT_EQ(RegexMatch(c.text, c.pattern), c.matches)
+            << "text \"" << c.text.ToUtf8() << "\", pattern \"" << c.pattern.ToUtf8() << "\"";
+    }
 }
 
 TEST(RegexMatch, ManyDistinctPatternsKeepGivingRightAnswers) {
@@ -101,28 +86,21 @@ TEST(RegexMatch, ThreadsMatchAtTheSameTime) {
     EXPECT_EQ(wrong.load(), 0);
 }
 
-class RegexQuoteTest : public testing::TestWithParam<const char16_t*> {};
-
-TEST_P(RegexQuoteTest, TheQuotedTextMatchesItselfAndNotAVariant) {
-    const CString text(GetParam());
-    const CString quoted = RegexQuote(text);
-    EXPECT_TRUE(RegexMatch(text, quoted));
-    EXPECT_TRUE(RegexMatch(CString(u"before ") + text + u" after", quoted));
-    EXPECT_TRUE(RegexMatch(text, u"^" + quoted + u"$"));
-    const CString lastChanged = text.Left(text.GetLength() - 1) + u'\u00e9';
-    EXPECT_FALSE(RegexMatch(lastChanged, quoted));
-}
-
-INSTANTIATE_TEST_SUITE_P(Texts, RegexQuoteTest,
-                         testing::Values(u"Message box (fileName)", u"Message box (a,b)",
-                                         u"a.b*c+d?e", u"[x]{2}", u"^start$", u"a|b",
-                                         u"back\\slash\\", u"\\Q(\\E", u"tab\there",
-                                         u"caf\u00e9 \U0001F600", u"#hash and - dash"));
-
-TEST(RegexQuote, LeavesOrdinaryCharactersAsTheyAre) {
+TEST(RegexQuote, TheQuotedTextMatchesItselfAndNotAVariant) {
     EXPECT_EQ(RegexQuote(CString("Dialog item")), CString("Dialog item"));
     EXPECT_EQ(RegexQuote(CString("Message box (a)")), CString("Message box \\(a\\)"));
     EXPECT_EQ(RegexQuote(CString("")), CString(""));
+    for (const char16_t* original : {u"Message box (fileName)", u"Message box (a,b)", u"a.b*c+d?e",
+                                     u"[x]{2}", u"^start$", u"a|b", u"back\\slash\\", u"\\Q(\\E",
+                                     u"tab\there", u"caf\u00e9 \U0001F600", u"#hash and - dash"}) {
+        const CString text(original);
+        const CString quoted = RegexQuote(text);
+        SCOPED_TRACE(text.ToUtf8());
+        EXPECT_TRUE(RegexMatch(text, quoted));
+        EXPECT_TRUE(RegexMatch(CString(u"before ") + text + u" after", quoted));
+        EXPECT_TRUE(RegexMatch(text, u"^" + quoted + u"$"));
+        EXPECT_FALSE(RegexMatch(text.Left(text.GetLength() - 1) + u'\u00e9', quoted));
+    }
 }
 
 } // namespace

@@ -1,20 +1,17 @@
 #include "tests/support/environment.h"
+#include "tests/support/tempfolder.h"
 
 #include "keel/platform/registry.h"
 
-#include <algorithm>
 #include <climits>
 #include <csignal>
-#include <cstdlib>
 #include <filesystem>
-#include <fstream>
+#include <functional>
 #include <gtest/gtest.h>
-#include <map>
+#include <memory>
 #include <optional>
-#include <sstream>
 #include <string>
 #include <sys/resource.h>
-#include <sys/stat.h>
 #include <unistd.h>
 #include <vector>
 
@@ -22,22 +19,19 @@ namespace keel {
 namespace {
 
 namespace fs = std::filesystem;
+using test::Bytes;
 using test::ReadText;
-using test::ScopedEnvironment;
 using test::WriteText;
-using Bytes = std::vector<std::uint8_t>;
 
 std::string U8(const CString& text) {
     return text.ToUtf8();
 }
 
 // Every test gets a fresh folder as its home and configuration folder.
-class RegistryTest : public testing::Test {
+class RegistryTest : public test::TempFolderTest {
 protected:
     void SetUp() override {
-        std::string pattern = (fs::temp_directory_path() / "keel-registry-XXXXXX").string();
-        ASSERT_NE(mkdtemp(pattern.data()), nullptr);
-        m_root = pattern;
+        TempFolderTest::SetUp();
         fs::permissions(m_root, fs::perms::owner_all | fs::perms::group_read |
                                     fs::perms::group_exec | fs::perms::others_read |
                                     fs::perms::others_exec);
@@ -50,35 +44,29 @@ protected:
     void TearDown() override {
         CRegistry::SetCurrentFile(CString());
         CRegistry::SetMachineFolder(CString());
-        std::error_code ignored;
-        fs::permissions(OptionsFolder(), fs::perms::owner_all, ignored);
-        fs::remove_all(m_root, ignored);
+        TempFolderTest::TearDown();
     }
 
     fs::path OptionsFolder() const { return m_root / "config" / "keel"; }
     fs::path OptionsFile() const { return OptionsFolder() / "Keel.ini"; }
     CString OptionsPath() const { return CString::FromUtf8(OptionsFile().string()); }
 
-    fs::path m_root;
-    ScopedEnvironment m_environment;
+    test::ScopedEnvironment m_environment;
 };
 
-TEST_F(RegistryTest, TheOptionsFileFollowsTheConfigurationFolderOfTheEnvironment) {
-    struct Case {
+TEST_F(RegistryTest, TheOptionsFileFollowsTheEnvironmentAndTheApplicationName) {
+    const struct {
         std::optional<std::string> configHome;
         std::string appName;
-        std::string expected; // below the test's home folder
-    };
-    const Case cases[] = {
-        {"/elsewhere/conf", "Planner", "/elsewhere/conf/keel/Planner.ini"},
-        {"/elsewhere/conf/", "Planner", "/elsewhere/conf/keel/Planner.ini"},
-        {"relative/conf", "Planner", "HOME/.config/keel/Planner.ini"},
-        {std::nullopt, "Planner", "HOME/.config/keel/Planner.ini"},
-        {"", "Planner", "HOME/.config/keel/Planner.ini"},
-        {"/c", "a/b", "/c/keel/a_b.ini"},
-        {"/c", "", "/c/keel/Keel.ini"},
-    };
-    for (const Case& c : cases) {
+        std::string expected; // HOME is the test's home folder
+    } cases[] = {{"/elsewhere/conf", "Planner", "/elsewhere/conf/keel/Planner.ini"},
+                 {"/elsewhere/conf/", "Planner", "/elsewhere/conf/keel/Planner.ini"},
+                 {"relative/conf", "Planner", "HOME/.config/keel/Planner.ini"},
+                 {std::nullopt, "Planner", "HOME/.config/keel/Planner.ini"},
+                 {"", "Planner", "HOME/.config/keel/Planner.ini"},
+                 {"/c", "a/b", "/c/keel/a_b.ini"},
+                 {"/c", "", "/c/keel/Keel.ini"}};
+    for (const auto& c : cases) {
         m_environment.Set("XDG_CONFIG_HOME", c.configHome);
         std::string expected = c.expected;
         if (expected.starts_with("HOME"))
@@ -86,28 +74,22 @@ TEST_F(RegistryTest, TheOptionsFileFollowsTheConfigurationFolderOfTheEnvironment
         EXPECT_EQ(U8(CRegistry::UserFileFor(CString::FromUtf8(c.appName))), expected)
             << c.configHome.value_or("(unset)") << " " << c.appName;
     }
-}
-
-TEST_F(RegistryTest, TheHomeFolderComesFromTheEnvironmentWithoutATrailingSlash) {
     m_environment.Set("HOME", m_root.string() + "/");
     EXPECT_EQ(U8(UserHomeFolder()), m_root.string());
     m_environment.Set("HOME", std::nullopt);
     EXPECT_FALSE(UserHomeFolder().IsEmpty()); // from the password database
-}
+    m_environment.Set("HOME", m_root.string());
 
-TEST_F(RegistryTest, CurrentIsTheStoreOfTheApplicationNameAndFollowsTheEnvironment) {
+    m_environment.Set("XDG_CONFIG_HOME", (m_root / "config").string());
     EXPECT_EQ(U8(CRegistry::Current().FilePath()), OptionsFile().string());
     EXPECT_EQ(U8(CRegistry::Current().MachineFilePath()), (m_root / "machine/Keel.ini").string());
-
     CRegistry::SetApplicationNameSource([] { return CString(u"Planner"); });
     EXPECT_EQ(U8(CRegistry::Current().FilePath()), (OptionsFolder() / "Planner.ini").string());
     CRegistry::SetApplicationNameSource([] { return CString(); });
     EXPECT_EQ(U8(CRegistry::Current().FilePath()), OptionsFile().string());
     CRegistry::SetApplicationNameSource(nullptr);
-
     m_environment.Set("XDG_CONFIG_HOME", (m_root / "other").string());
     EXPECT_EQ(U8(CRegistry::Current().FilePath()), (m_root / "other/keel/Keel.ini").string());
-
     CRegistry::SetCurrentFile(u"/somewhere/test.ini");
     EXPECT_EQ(U8(CRegistry::Current().FilePath()), "/somewhere/test.ini");
 }
@@ -146,47 +128,41 @@ TEST_F(RegistryTest, WrittenValuesAreReadBackByAnotherStoreOverTheSameFile) {
     EXPECT_TRUE(reader.LastError().IsEmpty());
 }
 
-TEST_F(RegistryTest, IntegersAreReadAsTheRegistryKeepsThem) {
-    struct Case {
+TEST_F(RegistryTest, StoredTextsReadAsIntegersBinariesAndStrings) {
+    // Integers as the registry keeps them: an unsigned 32-bit value reads as negative, anything
+    // else than a whole 32-bit number as the default 99.
+    const struct {
         std::string stored;
         int expected;
-    };
-    const Case cases[] = {
-        {"12", 12},
-        {"-5", -5},
-        {"+7", 7},
-        {"2147483647", INT_MAX},
-        {"2147483648", INT_MIN}, // an unsigned 32-bit value reads as negative
-        {"4294967295", -1},
-        {"4294967296", 99}, // beyond 32 bits: the default
-        {"-2147483648", INT_MIN},
-        {"-2147483649", 99},
-        {"12abc", 99},
-        {"abc", 99},
-        {"1.5", 99},
-        {"", 99},
-    };
-    for (const Case& c : cases) {
+    } integers[] = {{"12", 12},
+                    {"-5", -5},
+                    {"+7", 7},
+                    {"2147483647", INT_MAX},
+                    {"2147483648", INT_MIN},
+                    {"4294967295", -1},
+                    {"4294967296", 99},
+                    {"-2147483648", INT_MIN},
+                    {"-2147483649", 99},
+                    {"12abc", 99},
+                    {"abc", 99},
+                    {"1.5", 99},
+                    {"", 99}};
+    for (const auto& c : integers) {
         WriteText(OptionsFile(), "[Options]\nValue=" + c.stored + "\n");
         CRegistry store(OptionsPath());
         EXPECT_EQ(store.GetProfileInt(u"Options", u"Value", 99), c.expected) << c.stored;
         EXPECT_EQ(U8(store.GetProfileString(u"Options", u"Value", u"x")), c.stored);
     }
-}
-
-TEST_F(RegistryTest, BinaryValuesAreEvenRunsOfHexDigitsInEitherCase) {
-    struct Case {
+    // Binary values are even runs of hex digits in either case.
+    const struct {
         std::string stored;
         std::optional<Bytes> expected;
-    };
-    const Case cases[] = {
-        {"0A1bFf", Bytes{0x0a, 0x1b, 0xff}},
-        {"", Bytes{}},
-        {"abc", std::nullopt},
-        {"0g", std::nullopt},
-        {"0x10", std::nullopt},
-    };
-    for (const Case& c : cases) {
+    } binaries[] = {{"0A1bFf", Bytes{0x0a, 0x1b, 0xff}},
+                    {"", Bytes{}},
+                    {"abc", std::nullopt},
+                    {"0g", std::nullopt},
+                    {"0x10", std::nullopt}};
+    for (const auto& c : binaries) {
         WriteText(OptionsFile(), "[Options]\nBlob=" + c.stored + "\n");
         CRegistry store(OptionsPath());
         Bytes data{9};
@@ -194,36 +170,30 @@ TEST_F(RegistryTest, BinaryValuesAreEvenRunsOfHexDigitsInEitherCase) {
             << c.stored;
         EXPECT_EQ(data, c.expected.value_or(Bytes{9})) << c.stored;
     }
+    // A value that is not UTF-8 reads as the default.
+    WriteText(OptionsFile(), "[Options]\nName=\xff\xfe\nOther=fine\n");
+    CRegistry store(OptionsPath());
+    EXPECT_EQ(U8(store.GetProfileString(u"Options", u"Name", u"default")), "default");
+    EXPECT_EQ(U8(store.GetProfileString(u"Options", u"Other", u"default")), "fine");
 }
 
-TEST_F(RegistryTest, NamesMatchWithoutRegardToCaseAndKeepTheirStoredSpelling) {
+TEST_F(RegistryTest, AWriteKeepsSpellingsCommentsOtherKeysAndTheChangesOfOthers) {
     WriteText(OptionsFile(), "[options]\nlengthUnits=5\n");
     CRegistry store(OptionsPath());
     EXPECT_EQ(store.GetProfileInt(u"OPTIONS", u"LengthUnits", 0), 5);
     ASSERT_TRUE(store.WriteProfileInt(u"Options", u"LENGTHUNITS", 6));
     EXPECT_EQ(ReadText(OptionsFile()), "[options]\nlengthUnits=6\n");
-}
 
-TEST_F(RegistryTest, CommentsAndOtherKeysSurviveAWrite) {
     WriteText(OptionsFile(), "# chosen by hand\n[View]\nZoom=200\n\n[Options]\nKeep=1\n");
-    CRegistry store(OptionsPath());
-    ASSERT_TRUE(store.WriteProfileInt(u"Options", u"Added", 2));
-    const std::string text = ReadText(OptionsFile());
-    EXPECT_NE(text.find("# chosen by hand"), std::string::npos);
-    EXPECT_NE(text.find("Zoom=200"), std::string::npos);
-    EXPECT_NE(text.find("Keep=1"), std::string::npos);
-    EXPECT_NE(text.find("Added=2"), std::string::npos);
-}
-
-TEST_F(RegistryTest, ChangesMadeByOthersAreSeenAndKeptByTheNextWrite) {
     CRegistry mine(OptionsPath());
     ASSERT_TRUE(mine.WriteProfileInt(u"Options", u"Mine", 1));
     EXPECT_EQ(mine.GetProfileInt(u"Options", u"Theirs", 0), 0);
+    for (const char* kept : {"# chosen by hand", "Zoom=200", "Keep=1", "Mine=1"})
+        EXPECT_NE(ReadText(OptionsFile()).find(kept), std::string::npos) << kept;
 
     CRegistry theirs(OptionsPath());
     ASSERT_TRUE(theirs.WriteProfileInt(u"Options", u"Theirs", 2));
     EXPECT_EQ(mine.GetProfileInt(u"Options", u"Theirs", 0), 2);
-
     ASSERT_TRUE(mine.WriteProfileInt(u"Options", u"Mine", 3));
     CRegistry later(OptionsPath());
     EXPECT_EQ(later.GetProfileInt(u"Options", u"Mine", 0), 3);
@@ -231,18 +201,14 @@ TEST_F(RegistryTest, ChangesMadeByOthersAreSeenAndKeptByTheNextWrite) {
 }
 
 TEST_F(RegistryTest, NamesTheFileCannotHoldAreRefusedWithAReason) {
-    struct Case {
+    const struct {
         std::u16string section;
         std::u16string key;
-    };
-    const Case cases[] = {
-        {u"Options", u""},      {u"", u"Key"},
-        {u"Opt[ions", u"Key"},  {u"Options]", u"Key"},
-        {u"Options", u"a=b"},   {u"Options", u"a[1]"},
-        {u"Options", u" lead"}, {u"Options", u"trail "},
-        {u"Options", u"#hash"}, {u"Options", u"line\nbreak"},
-    };
-    for (const Case& c : cases) {
+    } cases[] = {{u"Options", u""},           {u"", u"Key"},           {u"Opt[ions", u"Key"},
+                 {u"Options]", u"Key"},       {u"Options", u"a=b"},    {u"Options", u"a[1]"},
+                 {u"Options", u" lead"},      {u"Options", u"trail "}, {u"Options", u"#hash"},
+                 {u"Options", u"line\nbreak"}};
+    for (const auto& c : cases) {
         CRegistry store(OptionsPath());
         EXPECT_FALSE(store.WriteProfileInt(c.section.c_str(), c.key.c_str(), 1));
         const CString expected = CString::Formatted(
@@ -252,9 +218,7 @@ TEST_F(RegistryTest, NamesTheFileCannotHoldAreRefusedWithAReason) {
         EXPECT_EQ(U8(store.LastError()), U8(expected));
     }
     EXPECT_FALSE(fs::exists(OptionsFile()));
-
-    CRegistry store(OptionsPath());
-    EXPECT_TRUE(store.WriteProfileInt(u"Options", u"inner space", 1));
+    EXPECT_TRUE(CRegistry(OptionsPath()).WriteProfileInt(u"Options", u"inner space", 1));
 }
 
 TEST_F(RegistryTest, AMalformedFileGivesTheDefaultsAndIsKeptAsideWhenWrittenOver) {
@@ -271,17 +235,12 @@ TEST_F(RegistryTest, AMalformedFileGivesTheDefaultsAndIsKeptAsideWhenWrittenOver
 
     ASSERT_TRUE(store.WriteProfileInt(u"Options", u"VolumeUnits", 6));
     EXPECT_EQ(ReadText(OptionsFile().string() + ".bad"), malformed);
+    ASSERT_TRUE(store.WriteProfileInt(u"Options", u"LengthUnits", 3));
+    EXPECT_EQ(ReadText(OptionsFile().string() + ".bad"), malformed) << "kept aside once only";
     CRegistry reread(OptionsPath());
     EXPECT_EQ(reread.GetProfileInt(u"Options", u"VolumeUnits", 0), 6);
     EXPECT_EQ(reread.GetProfileInt(u"Options", u"AreaUnits", 7), 7);
     EXPECT_TRUE(reread.LastError().IsEmpty());
-}
-
-TEST_F(RegistryTest, AValueThatIsNotUtf8ReadsAsTheDefault) {
-    WriteText(OptionsFile(), "[Options]\nName=\xff\xfe\nOther=fine\n");
-    CRegistry store(OptionsPath());
-    EXPECT_EQ(U8(store.GetProfileString(u"Options", u"Name", u"default")), "default");
-    EXPECT_EQ(U8(store.GetProfileString(u"Options", u"Other", u"default")), "fine");
 }
 
 // The folder of the options file is made read-only. The superuser ignores that, so a test run as
@@ -301,35 +260,6 @@ public:
 private:
     bool m_dropped = false;
 };
-
-std::vector<std::string> FolderListing(const fs::path& folder) {
-    std::vector<std::string> names;
-    for (const fs::directory_entry& entry : fs::directory_iterator(folder))
-        names.push_back(entry.path().filename().string());
-    std::sort(names.begin(), names.end());
-    return names;
-}
-
-TEST_F(RegistryTest, AWriteIntoAnUnwritableFolderLeavesTheOldFileIntact) {
-    const std::string original = "[Options]\nLengthUnits=5\n";
-    WriteText(OptionsFile(), original);
-    fs::permissions(OptionsFolder(), fs::perms::owner_read | fs::perms::owner_exec |
-                                         fs::perms::group_read | fs::perms::group_exec |
-                                         fs::perms::others_read | fs::perms::others_exec);
-    CRegistry store(OptionsPath());
-    bool written = true;
-    {
-        UnprivilegedScope unprivileged;
-        written = store.WriteProfileInt(u"Options", u"LengthUnits", 3);
-    }
-    EXPECT_FALSE(written);
-    EXPECT_EQ(U8(store.LastError()), "Cannot write the options file \"" + OptionsFile().string() +
-                                         "\": Permission denied");
-    EXPECT_EQ(ReadText(OptionsFile()), original);
-    EXPECT_EQ(FolderListing(OptionsFolder()), std::vector<std::string>{"Keel.ini"});
-    EXPECT_EQ(store.GetProfileInt(u"Options", u"LengthUnits", 0), 5)
-        << "the failed value is not kept in memory either";
-}
 
 // Files may grow no larger than `bytes` while it lives, as on a full disk.
 class FileSizeLimit {
@@ -351,20 +281,37 @@ private:
     void (*m_oldHandler)(int);
 };
 
-TEST_F(RegistryTest, AWriteThatRunsOutOfSpaceLeavesTheOldFileIntact) {
+void MakeReadOnly(const fs::path& folder) {
+    fs::permissions(folder, fs::perms::owner_read | fs::perms::owner_exec | fs::perms::group_read |
+                                fs::perms::group_exec | fs::perms::others_read |
+                                fs::perms::others_exec);
+}
+
+TEST_F(RegistryTest, AFailedWriteLeavesTheOldFileIntactAndSaysWhy) {
     const std::string original = "[Options]\nLengthUnits=5\n";
-    WriteText(OptionsFile(), original);
-    CRegistry store(OptionsPath());
-    bool written = true;
-    {
-        FileSizeLimit limit(1024);
-        written = store.WriteProfileString(u"Options", u"Large", CString(u'x', 8192));
+    for (const bool full : {false, true}) {
+        SCOPED_TRACE(full ? "full disk" : "read-only folder");
+        WriteText(OptionsFile(), original);
+        CRegistry store(OptionsPath());
+        bool written = true;
+        if (full) {
+            FileSizeLimit limit(1024);
+            written = store.WriteProfileString(u"Options", u"LengthUnits", CString(u'x', 8192));
+        } else {
+            MakeReadOnly(OptionsFolder());
+            UnprivilegedScope unprivileged;
+            written = store.WriteProfileInt(u"Options", u"LengthUnits", 3);
+        }
+        fs::permissions(OptionsFolder(), fs::perms::owner_all);
+        EXPECT_FALSE(written);
+        EXPECT_EQ(U8(store.LastError()),
+                  "Cannot write the options file \"" + OptionsFile().string() +
+                      "\": " + (full ? "File too large" : "Permission denied"));
+        EXPECT_EQ(ReadText(OptionsFile()), original);
+        EXPECT_EQ(Listing("config/keel"), std::vector<std::string>{"Keel.ini"});
+        EXPECT_EQ(store.GetProfileInt(u"Options", u"LengthUnits", 0), 5)
+            << "the failed value is not kept in memory either";
     }
-    EXPECT_FALSE(written);
-    EXPECT_EQ(U8(store.LastError()),
-              "Cannot write the options file \"" + OptionsFile().string() + "\": File too large");
-    EXPECT_EQ(ReadText(OptionsFile()), original);
-    EXPECT_EQ(FolderListing(OptionsFolder()), std::vector<std::string>{"Keel.ini"});
 }
 
 TEST_F(RegistryTest, DeferredWritesAreSavedOnceWhenTheOutermostGuardEnds) {
@@ -393,8 +340,7 @@ TEST_F(RegistryTest, DeferredWritesAreSavedOnceWhenTheOutermostGuardEnds) {
 TEST_F(RegistryTest, AFailedDeferredSaveForgetsTheHeldBackWrites) {
     const std::string original = "[Options]\nA=1\n";
     WriteText(OptionsFile(), original);
-    fs::permissions(OptionsFolder(), fs::perms::owner_read | fs::perms::owner_exec |
-                                         fs::perms::others_read | fs::perms::others_exec);
+    MakeReadOnly(OptionsFolder());
     CRegistry store(OptionsPath());
     bool saved = true;
     {
@@ -411,14 +357,12 @@ TEST_F(RegistryTest, AFailedDeferredSaveForgetsTheHeldBackWrites) {
     EXPECT_EQ(store.GetProfileInt(u"Options", u"B", 0), 0);
 }
 
-TEST_F(RegistryTest, AWriteMakesTheMissingFoldersAndAPrivateFile) {
-    CRegistry store(CString::FromUtf8((m_root / "deep/er/options.ini").string()));
-    ASSERT_TRUE(store.WriteProfileInt(u"Options", u"Value", 1));
+TEST_F(RegistryTest, AWriteMakesMissingFoldersAPrivateFileAndKeepsALink) {
+    CRegistry deep(CString::FromUtf8((m_root / "deep/er/options.ini").string()));
+    ASSERT_TRUE(deep.WriteProfileInt(u"Options", u"Value", 1));
     const fs::perms permissions = fs::status(m_root / "deep/er/options.ini").permissions();
     EXPECT_EQ(permissions & (fs::perms::group_all | fs::perms::others_all), fs::perms::none);
-}
 
-TEST_F(RegistryTest, AWriteThroughALinkedFileKeepsTheLink) {
     WriteText(m_root / "dotfiles/Keel.ini", "[Options]\nOld=1\n");
     fs::create_directories(OptionsFolder());
     fs::create_symlink(m_root / "dotfiles/Keel.ini", OptionsFile());

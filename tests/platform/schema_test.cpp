@@ -28,39 +28,32 @@ private:
     int m_unsupported = QSchema::UnsupportedVersion();
 };
 
-TEST_F(SchemaTest, BothStaticsStartAtMinusOne) {
+TEST_F(SchemaTest, VersionIsTheArchivesSchemaOrTheDefaultAndStaysThere) {
     EXPECT_EQ(QSchema::DefaultVersion(), -1);
     EXPECT_EQ(QSchema::UnsupportedVersion(), -1);
-}
-
-TEST_F(SchemaTest, SettersAndGettersPairUp) {
+    EXPECT_EQ(QSchema::Version(With(CArchive::noSchema)), -1);
+    EXPECT_EQ(QSchema::Version(m_archive), -1);
     QSchema::SetDefaultSchema(120);
     QSchema::SetUnsupportedSchema(15);
     EXPECT_EQ(QSchema::DefaultVersion(), 120);
     EXPECT_EQ(QSchema::UnsupportedVersion(), 15);
-}
 
-TEST_F(SchemaTest, VersionGivesTheArchivesSchemaAndKeepsIt) {
-    QSchema::SetDefaultSchema(120);
     CArchive& archive = With(17);
     EXPECT_EQ(QSchema::Version(archive), 17);
     EXPECT_EQ(QSchema::Version(archive), 17) << "reading the version consumed it";
     EXPECT_EQ(archive.GetObjectSchema(), 17u);
-}
-
-TEST_F(SchemaTest, VersionReplacesANegativeSchemaByTheDefaultAndStoresIt) {
-    QSchema::SetDefaultSchema(120);
+    // A negative schema is replaced by the default, which is stored.
     for (const unsigned none : {CArchive::noSchema, 0x80000000u}) {
-        CArchive& archive = With(none);
-        EXPECT_EQ(QSchema::Version(archive), 120);
-        EXPECT_EQ(archive.GetObjectSchema(), 120u);
+        EXPECT_EQ(QSchema::Version(With(none)), 120);
+        EXPECT_EQ(m_archive.GetObjectSchema(), 120u);
     }
-}
-
-TEST_F(SchemaTest, WithNoDefaultSetVersionStaysMinusOne) {
-    CArchive& archive = With(CArchive::noSchema);
-    EXPECT_EQ(QSchema::Version(archive), -1);
-    EXPECT_EQ(QSchema::Version(archive), -1);
+    QSchema::SetDefaultSchema(33);
+    QSchema::SetSchemaDirect(With(CArchive::noSchema), 17);
+    EXPECT_EQ(m_archive.m_nObjectSchema, 17u);
+    QSchema::SetSchemaDefault(m_archive);
+    EXPECT_EQ(m_archive.m_nObjectSchema, 33u);
+    QSchema::SetSchemaDirect(m_archive, -1);
+    EXPECT_EQ(m_archive.m_nObjectSchema, CArchive::noSchema);
 }
 
 TEST_F(SchemaTest, ComparisonsAgainstTheArchivesVersion) {
@@ -90,17 +83,6 @@ TEST_F(SchemaTest, ComparisonsAgainstTheArchivesVersion) {
         QSchema::SetDefaultSchema(9);
         EXPECT_EQ(row.compare(With(10), -1), row.above);
     }
-}
-
-TEST_F(SchemaTest, SetSchemaDirectAndDefaultWriteTheArchivesField) {
-    QSchema::SetDefaultSchema(33);
-    CArchive& archive = With(CArchive::noSchema);
-    QSchema::SetSchemaDirect(archive, 17);
-    EXPECT_EQ(archive.m_nObjectSchema, 17u);
-    QSchema::SetSchemaDefault(archive);
-    EXPECT_EQ(archive.m_nObjectSchema, 33u);
-    QSchema::SetSchemaDirect(archive, -1);
-    EXPECT_EQ(archive.m_nObjectSchema, CArchive::noSchema);
 }
 
 } // namespace

@@ -1,0 +1,62 @@
+#pragma once
+
+#include "keel/platform/archive.h"
+#include "keel/platform/file.h"
+
+#include <cstdint>
+#include <functional>
+#include <initializer_list>
+#include <string>
+#include <vector>
+
+namespace keel::test {
+
+using Bytes = std::vector<std::uint8_t>;
+
+inline Bytes Concat(std::initializer_list<Bytes> parts) {
+    Bytes all;
+    for (const Bytes& part : parts)
+        all.insert(all.end(), part.begin(), part.end());
+    return all;
+}
+
+// The UTF-16 code units of a text, low byte first.
+inline Bytes WideUnits(const std::u16string& text) {
+    Bytes bytes;
+    for (const char16_t unit : text) {
+        bytes.push_back(static_cast<std::uint8_t>(unit & 0xFF));
+        bytes.push_back(static_cast<std::uint8_t>(unit >> 8));
+    }
+    return bytes;
+}
+
+// A short wide string as the archive counts it: 0xFF, 0xFFFE, a one-byte length, the units.
+inline Bytes WideString(const std::u16string& text) {
+    return Concat({{0xFF, 0xFE, 0xFF, static_cast<std::uint8_t>(text.size())}, WideUnits(text)});
+}
+
+// What `write` stores, as bytes.
+inline Bytes Stored(const std::function<void(CArchive&)>& write, int bufferSize = 4096) {
+    CMemFile file;
+    CArchive archive(&file, CArchive::store, bufferSize);
+    write(archive);
+    archive.Close();
+    return file.Bytes();
+}
+
+// A loading archive over bytes, with the memory file it reads.
+struct Loading {
+    explicit Loading(Bytes bytes, int bufferSize = 4096, const CString& name = CString(),
+                     unsigned schema = CArchive::noSchema)
+        : file(std::move(bytes)), archive(Named(file, name), CArchive::load, bufferSize) {
+        archive.SetObjectSchema(schema);
+    }
+    static CMemFile* Named(CMemFile& file, const CString& name) {
+        file.SetFilePath(name);
+        return &file;
+    }
+    CMemFile file;
+    CArchive archive;
+};
+
+} // namespace keel::test
