@@ -183,29 +183,9 @@ unsigned long long DoubleToUnsigned(double value) {
     return static_cast<unsigned long long>(value);
 }
 
-// Numbers are written the same whatever the process locale: always a '.' before the fraction.
-locale_t ClassicLocale() {
-    static const locale_t locale = newlocale(LC_ALL_MASK, "C", locale_t{});
-    return locale;
-}
-
-class ClassicLocaleScope {
-public:
-    ClassicLocaleScope() : m_previous(ClassicLocale() ? uselocale(ClassicLocale()) : locale_t{}) {}
-    ~ClassicLocaleScope() {
-        if (m_previous)
-            uselocale(m_previous);
-    }
-    ClassicLocaleScope(const ClassicLocaleScope&) = delete;
-    ClassicLocaleScope& operator=(const ClassicLocaleScope&) = delete;
-
-private:
-    locale_t m_previous;
-};
-
 template <class Number>
 std::string PrintNumber(const std::string& printfFormat, Number value) {
-    ClassicLocaleScope classic;
+    const ClassicLocaleScope classic;
     const int size = std::snprintf(nullptr, 0, printfFormat.c_str(), value);
     if (size <= 0)
         return {};
@@ -525,6 +505,23 @@ private:
 };
 
 } // namespace
+
+namespace {
+
+locale_t ClassicLocale() {
+    static const locale_t locale = newlocale(LC_ALL_MASK, "C", locale_t{});
+    return locale;
+}
+
+} // namespace
+
+ClassicLocaleScope::ClassicLocaleScope()
+    : m_previous(ClassicLocale() ? uselocale(ClassicLocale()) : locale_t{}) {}
+
+ClassicLocaleScope::~ClassicLocaleScope() {
+    if (m_previous)
+        uselocale(m_previous);
+}
 
 // ---- CFormatArg ---------------------------------------------------------------------------------
 

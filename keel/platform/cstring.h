@@ -4,6 +4,7 @@
 #include <compare>
 #include <cstdint>
 #include <initializer_list>
+#include <locale.h>
 #include <string>
 #include <string_view>
 #include <type_traits>
@@ -198,5 +199,18 @@ CString operator+(const CString& a, const char16_t* b);
 CString operator+(const char16_t* a, const CString& b);
 CString operator+(const CString& a, char16_t b);
 CString operator+(char16_t a, const CString& b);
+
+// The calling thread reads and writes numbers under the "C" locale while this lives, so the
+// decimal point is '.' whatever the user's locale.
+class ClassicLocaleScope {
+public:
+    ClassicLocaleScope();
+    ~ClassicLocaleScope();
+    ClassicLocaleScope(const ClassicLocaleScope&) = delete;
+    ClassicLocaleScope& operator=(const ClassicLocaleScope&) = delete;
+
+private:
+    locale_t m_previous;
+};
 
 } // namespace keel

@@ -1,6 +1,7 @@
 #include "keel/values/angle.h"
 
 #include "keel/platform/schema.h"
+#include "keel/values/unitquantity.h"
 
 #include <cmath>
 #include <cstdint>
@@ -14,9 +15,14 @@ QAngle WithCosAndSin(const QAngle& angle) {
     return angle;
 }
 
-CString SuffixOfAngleUnit(int unit) {
-    return QAngle::AngleUnitSuffix(static_cast<QAngle::ANGLEUNITS>(unit));
-}
+struct AngleWords {
+    using Quantity = QAngle;
+    using Units = QAngle::ANGLEUNITS;
+    static constexpr const char16_t* kWords[] = {u"", u"", u"deg", u"rad"};
+    static constexpr const char* kPattern = " %f %3[degrad] %1s";
+    static constexpr Units kFirst = QAngle::ANGU_DEG;
+    static constexpr Units kLast = QAngle::ANGU_RAD;
+};
 
 bool SameDirection(double a, double b) {
     const double apart = QAngle::Normalized(a - b);
@@ -88,42 +94,19 @@ void QAngle::SetDefaultUnits(ANGLEUNITS unit) {
 }
 
 CString QAngle::AngleUnitSuffix(ANGLEUNITS unit) {
-    const ANGLEUNITS resolved = Resolve(unit);
-    Factor(resolved);
-    switch (resolved) {
-    case ANGU_DEG:
-        return u"deg";
-    case ANGU_RAD:
-        return u"rad";
-    default:
-        return CString();
-    }
+    return unit_quantity::UnitWord<AngleWords>(unit);
 }
 
 PARSERESULT QAngle::Parse(const CString& text, ANGLEUNITS unit) {
-    const quantity_text::ScannedQuantity scanned = quantity_text::ScanNumberAndUnitWord(
-        text, " %f %3[degrad] %1s", ANGU_DEG, ANGU_RAD, SuffixOfAngleUnit);
-    if (scanned.result != PARSE_NONE)
-        SetRaw(double_to_raw(scanned.value,
-                             scanned.unit < 0 ? unit : static_cast<ANGLEUNITS>(scanned.unit)));
-    return scanned.result;
+    return unit_quantity::Parse<AngleWords>(*this, text, unit);
 }
 
 CString QAngle::Format(ANGLEUNITS unit, bool showUnit) const {
-    const ANGLEUNITS resolved = Resolve(unit);
-    CString text = CString::Formatted(u"%.2f", raw_to_double(m_value, resolved));
-    const CString suffix = AngleUnitSuffix(resolved);
-    if (showUnit && !suffix.IsEmpty())
-        text += u" " + suffix;
-    return text;
+    return unit_quantity::Format<AngleWords>(*this, unit, showUnit);
 }
 
 bool QAngle::LimitDoubleAlways(QAngle& angle, const CString& where) {
-    double degrees = angle.GetRaw();
-    if (!keel::LimitDoubleAlways(degrees, where))
-        return false;
-    angle.SetRaw(degrees);
-    return true;
+    return unit_quantity::LimitDoubleAlways(angle, where);
 }
 
 CArchive& operator<<(CArchive& archive, const QAngle& angle) {

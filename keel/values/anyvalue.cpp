@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <atomic>
 #include <climits>
+#include <memory>
 #include <new>
 #include <utility>
 
@@ -32,27 +33,29 @@ struct TypeInfo {
     QAnyValue::TYPE type;
     const char16_t* name;
     int rank;
+    bool withUnits; // a number with a unit: money, time, the measures and rates
+    int adoxType;   // the column type of database tables, 0 for none
 };
 
 constexpr TypeInfo kTypes[] = {
-    {QAnyValue::TYPE_NA, u"#N/A", 0},
-    {QAnyValue::TYPE_ERROR, u"#ERR!", 0},
-    {QAnyValue::TYPE_EMPTY, u"<none>", 0},
-    {QAnyValue::TYPE_STRING, u"String", 0},
-    {QAnyValue::TYPE_BOOL, u"Yes or No", 1},
-    {QAnyValue::TYPE_INT, u"Whole Number", 2},
-    {QAnyValue::TYPE_DOUBLE, u"Number", 3},
-    {QAnyValue::TYPE_MONEY, u"Money", 6},
-    {QAnyValue::TYPE_TIME, u"Time", 6},
-    {QAnyValue::TYPE_LENGTH, u"Length", 6},
-    {QAnyValue::TYPE_AREA, u"Area", 7},
-    {QAnyValue::TYPE_ANGLE, u"Angle", 5},
-    {QAnyValue::TYPE_ARRAY, u"Array", 5},
-    {QAnyValue::TYPE_LOOKUPTABLE, u"Lookup Table", 10},
-    {QAnyValue::TYPE_DATETIME, u"Date and Time", 0},
-    {QAnyValue::TYPE_VOLUME, u"Volume", 6},
-    {QAnyValue::TYPE_RATE, u"Rate", 8},
-    {QAnyValue::TYPE_COLOR, u"Color", 9},
+    {QAnyValue::TYPE_NA, u"#N/A", 0, false, 0},
+    {QAnyValue::TYPE_ERROR, u"#ERR!", 0, false, 0},
+    {QAnyValue::TYPE_EMPTY, u"<none>", 0, false, 0},
+    {QAnyValue::TYPE_STRING, u"String", 0, false, 202},
+    {QAnyValue::TYPE_BOOL, u"Yes or No", 1, false, 11},
+    {QAnyValue::TYPE_INT, u"Whole Number", 2, false, 3},
+    {QAnyValue::TYPE_DOUBLE, u"Number", 3, false, 5},
+    {QAnyValue::TYPE_MONEY, u"Money", 6, true, 0},
+    {QAnyValue::TYPE_TIME, u"Time", 6, true, 0},
+    {QAnyValue::TYPE_LENGTH, u"Length", 6, true, 0},
+    {QAnyValue::TYPE_AREA, u"Area", 7, true, 0},
+    {QAnyValue::TYPE_ANGLE, u"Angle", 5, true, 0},
+    {QAnyValue::TYPE_ARRAY, u"Array", 5, false, 0},
+    {QAnyValue::TYPE_LOOKUPTABLE, u"Lookup Table", 10, false, 0},
+    {QAnyValue::TYPE_DATETIME, u"Date and Time", 0, false, 0},
+    {QAnyValue::TYPE_VOLUME, u"Volume", 6, true, 0},
+    {QAnyValue::TYPE_RATE, u"Rate", 8, true, 0},
+    {QAnyValue::TYPE_COLOR, u"Color", 9, false, 0},
 };
 
 const TypeInfo* FindType(QAnyValue::TYPE type) {
@@ -177,44 +180,22 @@ int QAnyValue::CompareTypeWith(const QAnyValue& other) const {
 }
 
 int QAnyValue::TypeToADOXEnum(TYPE type) {
-    switch (type) {
-    case TYPE_STRING:
-        return 202;
-    case TYPE_BOOL:
-        return 11;
-    case TYPE_INT:
-        return 3;
-    case TYPE_DOUBLE:
-        return 5;
-    default:
-        return 0;
-    }
+    const TypeInfo* info = FindType(type);
+    return info ? info->adoxType : 0;
 }
 
 bool QAnyValue::IsNumericWithUnitsType(TYPE type) {
-    switch (type) {
-    case TYPE_MONEY:
-    case TYPE_TIME:
-    case TYPE_LENGTH:
-    case TYPE_AREA:
-    case TYPE_ANGLE:
-    case TYPE_VOLUME:
-    case TYPE_RATE:
-        return true;
-    default:
-        return false;
-    }
+    const TypeInfo* info = FindType(type);
+    return info && info->withUnits;
 }
 
 // --- Storage -----------------------------------------------------------------------------------
 
 void QAnyValue::ConstructDefault(TYPE type) {
     m_type = type;
+    if (VisitObjectMember(type, [this](auto member) { std::construct_at(&(m_object.*member)); }))
+        return;
     switch (type) {
-    case TYPE_ERROR:
-    case TYPE_STRING:
-        new (&m_object.m_string) CString();
-        break;
     case TYPE_BOOL:
         m_scalar.m_bool = false;
         break;
@@ -227,32 +208,8 @@ void QAnyValue::ConstructDefault(TYPE type) {
     case TYPE_COLOR:
         m_scalar.m_color = 0;
         break;
-    case TYPE_MONEY:
-        new (&m_object.m_money) QMoney();
-        break;
-    case TYPE_TIME:
-        new (&m_object.m_time) QTime();
-        break;
-    case TYPE_LENGTH:
-        new (&m_object.m_length) QLength();
-        break;
-    case TYPE_AREA:
-        new (&m_object.m_area) QArea();
-        break;
-    case TYPE_VOLUME:
-        new (&m_object.m_volume) QVolume();
-        break;
-    case TYPE_ANGLE:
-        new (&m_object.m_angle) QAngle();
-        break;
     case TYPE_ARRAY:
         m_object.m_pArray = new QArray<QAnyValue>();
-        break;
-    case TYPE_LOOKUPTABLE:
-        new (&m_object.m_table) QTableHandlePtr();
-        break;
-    case TYPE_DATETIME:
-        new (&m_object.m_date) QDateTime();
         break;
     case TYPE_RATE:
         m_scalar.m_pRate = new QRateValue();
@@ -263,88 +220,26 @@ void QAnyValue::ConstructDefault(TYPE type) {
 }
 
 void QAnyValue::Destroy() noexcept {
-    switch (m_type) {
-    case TYPE_ERROR:
-    case TYPE_STRING:
-        m_object.m_string.~CString();
-        break;
-    case TYPE_MONEY:
-        m_object.m_money.~QMoney();
-        break;
-    case TYPE_TIME:
-        m_object.m_time.~QTime();
-        break;
-    case TYPE_LENGTH:
-        m_object.m_length.~QLength();
-        break;
-    case TYPE_AREA:
-        m_object.m_area.~QArea();
-        break;
-    case TYPE_VOLUME:
-        m_object.m_volume.~QVolume();
-        break;
-    case TYPE_ANGLE:
-        m_object.m_angle.~QAngle();
-        break;
-    case TYPE_ARRAY:
+    VisitObjectMember(m_type, [this](auto member) { std::destroy_at(&(m_object.*member)); });
+    if (m_type == TYPE_ARRAY)
         delete m_object.m_pArray;
-        break;
-    case TYPE_LOOKUPTABLE:
-        m_object.m_table.~QTableHandlePtr();
-        break;
-    case TYPE_DATETIME:
-        m_object.m_date.~QDateTime();
-        break;
-    case TYPE_RATE:
+    else if (m_type == TYPE_RATE)
         delete m_scalar.m_pRate;
-        break;
-    default:
-        break;
-    }
     m_type = TYPE_EMPTY;
 }
 
 void QAnyValue::CopyContentFrom(const QAnyValue& other) {
     m_type = other.m_type;
-    switch (m_type) {
-    case TYPE_ERROR:
-    case TYPE_STRING:
-        new (&m_object.m_string) CString(other.m_object.m_string);
-        break;
-    case TYPE_MONEY:
-        new (&m_object.m_money) QMoney(other.m_object.m_money);
-        break;
-    case TYPE_TIME:
-        new (&m_object.m_time) QTime(other.m_object.m_time);
-        break;
-    case TYPE_LENGTH:
-        new (&m_object.m_length) QLength(other.m_object.m_length);
-        break;
-    case TYPE_AREA:
-        new (&m_object.m_area) QArea(other.m_object.m_area);
-        break;
-    case TYPE_VOLUME:
-        new (&m_object.m_volume) QVolume(other.m_object.m_volume);
-        break;
-    case TYPE_ANGLE:
-        new (&m_object.m_angle) QAngle(other.m_object.m_angle);
-        break;
-    case TYPE_ARRAY:
+    if (VisitObjectMember(m_type, [this, &other](auto member) {
+            std::construct_at(&(m_object.*member), other.m_object.*member);
+        }))
+        return;
+    if (m_type == TYPE_ARRAY)
         m_object.m_pArray = new QArray<QAnyValue>(*other.m_object.m_pArray);
-        break;
-    case TYPE_LOOKUPTABLE:
-        new (&m_object.m_table) QTableHandlePtr(other.m_object.m_table);
-        break;
-    case TYPE_DATETIME:
-        new (&m_object.m_date) QDateTime(other.m_object.m_date);
-        break;
-    case TYPE_RATE:
+    else if (m_type == TYPE_RATE)
         m_scalar.m_pRate = new QRateValue(*other.m_scalar.m_pRate);
-        break;
-    default:
+    else
         m_scalar = other.m_scalar;
-        break;
-    }
 }
 
 void QAnyValue::MoveFrom(QAnyValue&& other) noexcept {
@@ -485,39 +380,9 @@ QAnyValue& QAnyValue::operator=(const QAnyValue& other) {
         QAnyValue copy(other);
         return *this = std::move(copy);
     }
-    switch (m_type) {
-    case TYPE_ERROR:
-    case TYPE_STRING:
-        m_object.m_string = other.m_object.m_string;
-        break;
-    case TYPE_MONEY:
-        m_object.m_money = other.m_object.m_money;
-        break;
-    case TYPE_TIME:
-        m_object.m_time = other.m_object.m_time;
-        break;
-    case TYPE_LENGTH:
-        m_object.m_length = other.m_object.m_length;
-        break;
-    case TYPE_AREA:
-        m_object.m_area = other.m_object.m_area;
-        break;
-    case TYPE_VOLUME:
-        m_object.m_volume = other.m_object.m_volume;
-        break;
-    case TYPE_ANGLE:
-        m_object.m_angle = other.m_object.m_angle;
-        break;
-    case TYPE_LOOKUPTABLE:
-        m_object.m_table = other.m_object.m_table;
-        break;
-    case TYPE_DATETIME:
-        m_object.m_date = other.m_object.m_date;
-        break;
-    default:
+    if (!VisitObjectMember(
+            m_type, [this, &other](auto member) { m_object.*member = other.m_object.*member; }))
         m_scalar = other.m_scalar;
-        break;
-    }
     return *this;
 }
 
@@ -1163,6 +1028,10 @@ bool QAnyValue::AddDateOrTime(const QAnyValue& other, bool subtract) {
 }
 
 void QAnyValue::AddSameType(const QAnyValue& other, bool subtract) {
+    if (VisitUnitMember(m_type, [this, &other, subtract](auto member) {
+            AddOrSubtractUnit(m_object.*member, other.m_object.*member, subtract);
+        }))
+        return;
     switch (m_type) {
     case TYPE_INT:
         m_scalar.m_int = subtract ? WrappingSubtract(m_scalar.m_int, other.m_scalar.m_int)
@@ -1170,24 +1039,6 @@ void QAnyValue::AddSameType(const QAnyValue& other, bool subtract) {
         break;
     case TYPE_DOUBLE:
         m_scalar.m_double += subtract ? -other.m_scalar.m_double : other.m_scalar.m_double;
-        break;
-    case TYPE_MONEY:
-        AddOrSubtractUnit(m_object.m_money, other.m_object.m_money, subtract);
-        break;
-    case TYPE_TIME:
-        AddOrSubtractUnit(m_object.m_time, other.m_object.m_time, subtract);
-        break;
-    case TYPE_LENGTH:
-        AddOrSubtractUnit(m_object.m_length, other.m_object.m_length, subtract);
-        break;
-    case TYPE_AREA:
-        AddOrSubtractUnit(m_object.m_area, other.m_object.m_area, subtract);
-        break;
-    case TYPE_VOLUME:
-        AddOrSubtractUnit(m_object.m_volume, other.m_object.m_volume, subtract);
-        break;
-    case TYPE_ANGLE:
-        AddOrSubtractUnit(m_object.m_angle, other.m_object.m_angle, subtract);
         break;
     case TYPE_RATE: {
         QRateValue sum = *m_scalar.m_pRate;
@@ -1421,24 +1272,10 @@ void QAnyValue::DivideByNumber(const QAnyValue& divisor) {
 
 // The raw number of a unit type: cents, seconds, mm, m², m³ or degrees.
 double QAnyValue::RawNumber() const {
-    switch (m_type) {
-    case TYPE_MONEY:
-        return m_object.m_money.GetRaw();
-    case TYPE_TIME:
-        return m_object.m_time.GetRaw();
-    case TYPE_LENGTH:
-        return m_object.m_length.GetRaw();
-    case TYPE_AREA:
-        return m_object.m_area.GetRaw();
-    case TYPE_VOLUME:
-        return m_object.m_volume.GetRaw();
-    case TYPE_ANGLE:
-        return m_object.m_angle.GetRaw();
-    case TYPE_RATE:
-        return Double(*m_scalar.m_pRate);
-    default:
-        return 0;
-    }
+    double raw = 0;
+    if (VisitUnitMember(m_type, [this, &raw](auto member) { raw = (m_object.*member).GetRaw(); }))
+        return raw;
+    return m_type == TYPE_RATE ? Double(*m_scalar.m_pRate) : 0;
 }
 
 QAnyValue& QAnyValue::PERCENTit() {
@@ -1475,30 +1312,14 @@ QAnyValue QAnyValue::operator!() const {
 QAnyValue& QAnyValue::NEGit() {
     if (ApplyErrorRule() || ApplyArrayRule(&QAnyValue::NEGit))
         return *this;
+    if (VisitUnitMember(m_type, [this](auto member) { m_object.*member = -(m_object.*member); }))
+        return *this;
     switch (m_type) {
     case TYPE_INT:
         m_scalar.m_int = WrappingSubtract(0, m_scalar.m_int);
         break;
     case TYPE_DOUBLE:
         m_scalar.m_double = -m_scalar.m_double;
-        break;
-    case TYPE_MONEY:
-        m_object.m_money = -m_object.m_money;
-        break;
-    case TYPE_TIME:
-        m_object.m_time = -m_object.m_time;
-        break;
-    case TYPE_LENGTH:
-        m_object.m_length = -m_object.m_length;
-        break;
-    case TYPE_AREA:
-        m_object.m_area = -m_object.m_area;
-        break;
-    case TYPE_VOLUME:
-        m_object.m_volume = -m_object.m_volume;
-        break;
-    case TYPE_ANGLE:
-        m_object.m_angle = -m_object.m_angle;
         break;
     case TYPE_RATE:
         *m_scalar.m_pRate = -*m_scalar.m_pRate;

@@ -717,10 +717,62 @@ private:
         QDateTime m_date;
     };
 
+    // Calls `visit` with the member of Object (a pointer to member) that holds a money, time,
+    // length, area, volume or angle and returns true; false for the other types.
+    template <class Visit>
+    static bool VisitUnitMember(TYPE type, Visit&& visit);
+    // The same for every type held in place in Object: those, strings, errors, tables and dates.
+    template <class Visit>
+    static bool VisitObjectMember(TYPE type, Visit&& visit);
+
     TYPE m_type = TYPE_EMPTY;
     Scalar m_scalar{};
     Object m_object;
 };
+
+template <class Visit>
+bool QAnyValue::VisitUnitMember(TYPE type, Visit&& visit) {
+    switch (type) {
+    case TYPE_MONEY:
+        visit(&Object::m_money);
+        return true;
+    case TYPE_TIME:
+        visit(&Object::m_time);
+        return true;
+    case TYPE_LENGTH:
+        visit(&Object::m_length);
+        return true;
+    case TYPE_AREA:
+        visit(&Object::m_area);
+        return true;
+    case TYPE_VOLUME:
+        visit(&Object::m_volume);
+        return true;
+    case TYPE_ANGLE:
+        visit(&Object::m_angle);
+        return true;
+    default:
+        return false;
+    }
+}
+
+template <class Visit>
+bool QAnyValue::VisitObjectMember(TYPE type, Visit&& visit) {
+    switch (type) {
+    case TYPE_ERROR:
+    case TYPE_STRING:
+        visit(&Object::m_string);
+        return true;
+    case TYPE_LOOKUPTABLE:
+        visit(&Object::m_table);
+        return true;
+    case TYPE_DATETIME:
+        visit(&Object::m_date);
+        return true;
+    default:
+        return VisitUnitMember(type, visit);
+    }
+}
 
 // The type byte, then the payload of the type, little-endian.
 CArchive& operator<<(CArchive& archive, const QAnyValue& value);

@@ -452,6 +452,11 @@ void QAnyValue::RunFormulaForType(TYPE type, const CString& text) {
 
 PARSERESULT QAnyValue::Parse(const CString& text, TYPE type) {
     SetType(type);
+    PARSERESULT unitResult = PARSE_NONE;
+    if (VisitUnitMember(type, [this, &text, &unitResult](auto member) {
+            unitResult = (m_object.*member).Parse(text);
+        }))
+        return unitResult;
     switch (type) {
     case TYPE_STRING:
         m_object.m_string = text;
@@ -462,18 +467,6 @@ PARSERESULT QAnyValue::Parse(const CString& text, TYPE type) {
         return ParseInt(m_scalar.m_int, text) ? PARSE_EXACT : PARSE_NONE;
     case TYPE_DOUBLE:
         return ParseDouble(m_scalar.m_double, text) ? PARSE_EXACT : PARSE_NONE;
-    case TYPE_MONEY:
-        return m_object.m_money.Parse(text);
-    case TYPE_TIME:
-        return m_object.m_time.Parse(text);
-    case TYPE_LENGTH:
-        return m_object.m_length.Parse(text);
-    case TYPE_AREA:
-        return m_object.m_area.Parse(text);
-    case TYPE_VOLUME:
-        return m_object.m_volume.Parse(text);
-    case TYPE_ANGLE:
-        return m_object.m_angle.Parse(text);
     case TYPE_DATETIME:
         return m_object.m_date.Parse(text) ? PARSE_EXACT : PARSE_NONE;
     case TYPE_RATE:

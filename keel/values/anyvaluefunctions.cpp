@@ -9,6 +9,7 @@
 #include <cstdint>
 #include <functional>
 #include <limits>
+#include <type_traits>
 #include <utility>
 
 namespace keel {
@@ -369,6 +370,11 @@ QAnyValue& QAnyValue::TRUNCit() {
     if (ApplyErrorRule() || ApplyArrayRule(&QAnyValue::TRUNCit))
         return *this;
     MakeNumeric();
+    if (VisitUnitMember(m_type, [this](auto member) {
+            using Quantity = std::remove_cvref_t<decltype(m_object.*member)>;
+            *this = Quantity(std::trunc((m_object.*member).AsDouble()));
+        }))
+        return *this;
     switch (m_type) {
     case TYPE_NA:
     case TYPE_ERROR:
@@ -376,24 +382,6 @@ QAnyValue& QAnyValue::TRUNCit() {
         break;
     case TYPE_DOUBLE:
         m_scalar.m_double = WithoutSignedZero(std::trunc(m_scalar.m_double));
-        break;
-    case TYPE_MONEY:
-        *this = QMoney(std::trunc(m_object.m_money.AsDouble()));
-        break;
-    case TYPE_TIME:
-        *this = QTime(std::trunc(m_object.m_time.AsDouble()));
-        break;
-    case TYPE_LENGTH:
-        *this = QLength(std::trunc(m_object.m_length.AsDouble()));
-        break;
-    case TYPE_AREA:
-        *this = QArea(std::trunc(m_object.m_area.AsDouble()));
-        break;
-    case TYPE_VOLUME:
-        *this = QVolume(std::trunc(m_object.m_volume.AsDouble()));
-        break;
-    case TYPE_ANGLE:
-        *this = QAngle(std::trunc(m_object.m_angle.AsDouble()));
         break;
     case TYPE_RATE:
         m_scalar.m_pRate->Num().TRUNCit();

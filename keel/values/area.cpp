@@ -1,12 +1,20 @@
 #include "keel/values/area.h"
 
+#include "keel/values/unitquantity.h"
+
 namespace keel {
 
 namespace {
 
-CString SuffixOfAreaUnit(int unit) {
-    return QArea::AreaUnitSuffix(static_cast<QArea::AREAUNITS>(unit));
-}
+struct AreaWords {
+    using Quantity = QArea;
+    using Units = QArea::AREAUNITS;
+    static constexpr const char16_t* kWords[] = {u"",     u"",     u"",     u"sqmm",
+                                                 u"sqcm", u"sqin", u"sqft", u"sqm"};
+    static constexpr const char* kPattern = " %f %4[sqcminft] %1s";
+    static constexpr Units kFirst = QArea::AU_SQMM;
+    static constexpr Units kLast = QArea::AU_SQM;
+};
 
 } // namespace
 
@@ -20,47 +28,19 @@ bool QArea::DefaultUnitsAreMetric() {
 }
 
 CString QArea::AreaUnitSuffix(AREAUNITS unit) {
-    const AREAUNITS resolved = Resolve(unit);
-    Factor(resolved);
-    switch (resolved) {
-    case AU_SQMM:
-        return u"sqmm";
-    case AU_SQCM:
-        return u"sqcm";
-    case AU_SQIN:
-        return u"sqin";
-    case AU_SQFT:
-        return u"sqft";
-    case AU_SQM:
-        return u"sqm";
-    default:
-        return CString();
-    }
+    return unit_quantity::UnitWord<AreaWords>(unit);
 }
 
 PARSERESULT QArea::Parse(const CString& text, AREAUNITS unit) {
-    const quantity_text::ScannedQuantity scanned = quantity_text::ScanNumberAndUnitWord(
-        text, " %f %4[sqcminft] %1s", AU_SQMM, AU_SQM, SuffixOfAreaUnit);
-    if (scanned.result != PARSE_NONE)
-        SetRaw(double_to_raw(scanned.value,
-                             scanned.unit < 0 ? unit : static_cast<AREAUNITS>(scanned.unit)));
-    return scanned.result;
+    return unit_quantity::Parse<AreaWords>(*this, text, unit);
 }
 
 CString QArea::Format(AREAUNITS unit, bool showUnit) const {
-    const AREAUNITS resolved = Resolve(unit);
-    CString text = CString::Formatted(u"%.2f", raw_to_double(GetRaw(), resolved));
-    const CString suffix = AreaUnitSuffix(resolved);
-    if (showUnit && !suffix.IsEmpty())
-        text += u" " + suffix;
-    return text;
+    return unit_quantity::Format<AreaWords>(*this, unit, showUnit);
 }
 
 bool QArea::LimitDoubleAlways(QArea& area, const CString& where) {
-    double raw = area.GetRaw();
-    const bool clamped = keel::LimitDoubleAlways(raw, where);
-    area.SetRaw(raw);
-    return clamped;
+    return unit_quantity::LimitDoubleAlways(area, where);
 }
 
 CArchive& operator<<(CArchive& archive, const QArea& area) {
@@ -68,12 +48,7 @@ CArchive& operator<<(CArchive& archive, const QArea& area) {
 }
 
 CArchive& operator>>(CArchive& archive, QArea& area) {
-    double raw = 0;
-    archive >> raw;
-    area.SetRaw(raw);
-    if (QArea::LimitDoubleAlways(area, u"Area CArchive>> reading"))
-        QMessageBoxOrLog_LimitDoubleFailed(archive, u"area");
-    return archive;
+    return unit_quantity::ReadRaw(archive, area, u"Area CArchive>> reading", u"area");
 }
 
 } // namespace keel

@@ -13,7 +13,6 @@
 #include <cstdarg>
 #include <cstdint>
 #include <cstdio>
-#include <locale.h>
 #include <numeric>
 #include <optional>
 
@@ -31,25 +30,6 @@ int BinaryExponent(double value) {
     const auto bits = std::bit_cast<std::uint64_t>(value);
     return static_cast<int>((bits >> 52) & 0x7FF) - 1023;
 }
-
-locale_t ClassicLocale() {
-    static const locale_t locale = newlocale(LC_ALL_MASK, "C", locale_t{});
-    return locale;
-}
-
-class ClassicLocaleScope {
-public:
-    ClassicLocaleScope() : m_previous(ClassicLocale() ? uselocale(ClassicLocale()) : locale_t{}) {}
-    ~ClassicLocaleScope() {
-        if (m_previous)
-            uselocale(m_previous);
-    }
-    ClassicLocaleScope(const ClassicLocaleScope&) = delete;
-    ClassicLocaleScope& operator=(const ClassicLocaleScope&) = delete;
-
-private:
-    locale_t m_previous;
-};
 
 } // namespace
 

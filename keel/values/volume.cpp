@@ -1,12 +1,20 @@
 #include "keel/values/volume.h"
 
+#include "keel/values/unitquantity.h"
+
 namespace keel {
 
 namespace {
 
-CString SuffixOfVolumeUnit(int unit) {
-    return QVolume::VolumeUnitSuffix(static_cast<QVolume::VOLUMEUNITS>(unit));
-}
+struct VolumeWords {
+    using Quantity = QVolume;
+    using Units = QVolume::VOLUMEUNITS;
+    static constexpr const char16_t* kWords[] = {u"",     u"",     u"",     u"cbmm",
+                                                 u"cbcm", u"cbin", u"cbft", u"cbm"};
+    static constexpr const char* kPattern = " %f %4[cbminft] %1s";
+    static constexpr Units kFirst = QVolume::VU_CBMM;
+    static constexpr Units kLast = QVolume::VU_CBM;
+};
 
 } // namespace
 
@@ -20,47 +28,19 @@ bool QVolume::DefaultUnitsAreMetric() {
 }
 
 CString QVolume::VolumeUnitSuffix(VOLUMEUNITS unit) {
-    const VOLUMEUNITS resolved = Resolve(unit);
-    Factor(resolved);
-    switch (resolved) {
-    case VU_CBMM:
-        return u"cbmm";
-    case VU_CBCM:
-        return u"cbcm";
-    case VU_CBIN:
-        return u"cbin";
-    case VU_CBFT:
-        return u"cbft";
-    case VU_CBM:
-        return u"cbm";
-    default:
-        return CString();
-    }
+    return unit_quantity::UnitWord<VolumeWords>(unit);
 }
 
 PARSERESULT QVolume::Parse(const CString& text, VOLUMEUNITS unit) {
-    const quantity_text::ScannedQuantity scanned = quantity_text::ScanNumberAndUnitWord(
-        text, " %f %4[cbminft] %1s", VU_CBMM, VU_CBM, SuffixOfVolumeUnit);
-    if (scanned.result != PARSE_NONE)
-        SetRaw(double_to_raw(scanned.value,
-                             scanned.unit < 0 ? unit : static_cast<VOLUMEUNITS>(scanned.unit)));
-    return scanned.result;
+    return unit_quantity::Parse<VolumeWords>(*this, text, unit);
 }
 
 CString QVolume::Format(VOLUMEUNITS unit, bool showUnit) const {
-    const VOLUMEUNITS resolved = Resolve(unit);
-    CString text = CString::Formatted(u"%.2f", raw_to_double(GetRaw(), resolved));
-    const CString suffix = VolumeUnitSuffix(resolved);
-    if (showUnit && !suffix.IsEmpty())
-        text += u" " + suffix;
-    return text;
+    return unit_quantity::Format<VolumeWords>(*this, unit, showUnit);
 }
 
 bool QVolume::LimitDoubleAlways(QVolume& volume, const CString& where) {
-    double raw = volume.GetRaw();
-    const bool clamped = keel::LimitDoubleAlways(raw, where);
-    volume.SetRaw(raw);
-    return clamped;
+    return unit_quantity::LimitDoubleAlways(volume, where);
 }
 
 CArchive& operator<<(CArchive& archive, const QVolume& volume) {
@@ -68,12 +48,7 @@ CArchive& operator<<(CArchive& archive, const QVolume& volume) {
 }
 
 CArchive& operator>>(CArchive& archive, QVolume& volume) {
-    double raw = 0;
-    archive >> raw;
-    volume.SetRaw(raw);
-    if (QVolume::LimitDoubleAlways(volume, u"Volume CArchive>> reading"))
-        QMessageBoxOrLog_LimitDoubleFailed(archive, u"volume");
-    return archive;
+    return unit_quantity::ReadRaw(archive, volume, u"Volume CArchive>> reading", u"volume");
 }
 
 } // namespace keel

@@ -34,6 +34,26 @@ inline QAnyValue Mm(double mm) {
     return QAnyValue(QLength(mm, QLength::LU_MM));
 }
 
+inline QAnyValue Feet(double feet) {
+    return QAnyValue(QLength(feet, QLength::LU_FOOT));
+}
+
+inline QAnyValue SquareMetres(double value) {
+    return QAnyValue(QArea(value, QArea::AU_SQM));
+}
+
+inline QAnyValue CubicMetres(double value) {
+    return QAnyValue(QVolume(value, QVolume::VU_CBM));
+}
+
+inline QAnyValue Degrees(double degrees) {
+    return QAnyValue(QAngle(degrees, QAngle::ANGU_DEG));
+}
+
+inline QAnyValue Color(unsigned long color) {
+    return QAnyValue(color);
+}
+
 inline QAnyValue Cents(int cents) {
     return QAnyValue(QMoney::FromRaw(cents));
 }

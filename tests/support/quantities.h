@@ -84,4 +84,20 @@ struct LimitDoubleReports {
     }
 };
 
+// Clears the hooks of the guard of doubles for one test and puts the previous ones back.
+class LimitDoubleHooksGuard {
+public:
+    LimitDoubleHooksGuard() = default;
+    ~LimitDoubleHooksGuard() {
+        SetLimitDoubleTrace(m_trace);
+        SetLimitDoubleFailedReporter(m_reporter);
+    }
+    LimitDoubleHooksGuard(const LimitDoubleHooksGuard&) = delete;
+    LimitDoubleHooksGuard& operator=(const LimitDoubleHooksGuard&) = delete;
+
+private:
+    LimitDoubleTrace m_trace = SetLimitDoubleTrace(nullptr);
+    LimitDoubleFailedReporter m_reporter = SetLimitDoubleFailedReporter(nullptr);
+};
+
 } // namespace keel::test

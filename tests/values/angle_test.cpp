@@ -25,16 +25,11 @@ using Units = QAngle::ANGLEUNITS;
 
 class AngleTest : public ::testing::Test {
 protected:
-    void TearDown() override {
-        QAngle::SetDefaultUnits(m_units);
-        SetLimitDoubleTrace(m_trace);
-        SetLimitDoubleFailedReporter(m_reporter);
-    }
+    void TearDown() override { QAngle::SetDefaultUnits(m_units); }
 
 private:
     Units m_units = QAngle::DefaultUnits();
-    LimitDoubleTrace m_trace = SetLimitDoubleTrace(nullptr);
-    LimitDoubleFailedReporter m_reporter = SetLimitDoubleFailedReporter(nullptr);
+    test::LimitDoubleHooksGuard m_hooks;
 };
 
 QAngle Degrees(double degrees) {

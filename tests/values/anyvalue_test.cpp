@@ -8,6 +8,7 @@
 #include "keel/values/ratevalue.h"
 
 #include <cmath>
+#include <cstdint>
 #include <functional>
 #include <gtest/gtest.h>
 #include <limits>
@@ -20,11 +21,15 @@ namespace {
 
 using test::Array;
 using test::Cents;
+using test::Color;
+using test::CubicMetres;
+using test::Degrees;
 using test::Error;
 using test::MessageOf;
 using test::Mm;
 using test::NA;
 using test::Seconds;
+using test::SquareMetres;
 
 using V = QAnyValue;
 
@@ -107,22 +112,6 @@ private:
     QTableHandleSource* m_previousSource = nullptr;
     QAnyValue::ProfileIntReader m_previousReader = nullptr;
 };
-
-QAnyValue SquareMetres(double value) {
-    return QAnyValue(QArea(value, QArea::AU_SQM));
-}
-
-QAnyValue CubicMetres(double value) {
-    return QAnyValue(QVolume(value, QVolume::VU_CBM));
-}
-
-QAnyValue Degrees(double degrees) {
-    return QAnyValue(QAngle(degrees, QAngle::ANGU_DEG));
-}
-
-QAnyValue Color(unsigned long color) {
-    return QAnyValue(color);
-}
 
 double RawOf(QAnyValue value) {
     switch (value.Type()) {
@@ -1046,8 +1035,13 @@ TEST_F(AnyValueTest, HashKeyByType) {
         {"volume", CubicMetres(2.2), two},
         {"angle", Degrees(1.9), one},
         {"money raw", Cents(2), two},
+        {"largest money", QAnyValue(QMoney::FromRaw(INT32_MAX)), 0},
+        {"smallest money", QAnyValue(QMoney::FromRaw(INT32_MIN)), minusOne},
         {"time raw", Seconds(1), one},
         {"date", QAnyValue(QDateTime(2.75)), two},
+        {"date before day zero", QAnyValue(QDateTime(-1.25)), minusOne},
+        {"time of day zero", QAnyValue(QDateTime(0.5)), 0},
+        {"date out of range", QAnyValue(QDateTime(1e9)), 0},
         {"string", QAnyValue(u"abc"), HashKey(CString(u"abc"))},
         {"array", Array({1, 2}), one ^ two},
         {"empty array", Array({}), 0},
@@ -1059,7 +1053,12 @@ TEST_F(AnyValueTest, HashKeyByType) {
     QDateTime invalid(1.0);
     invalid.SetStatus(QDateTime::invalid);
     EXPECT_EQ(QAnyValue(invalid).HashKey(), 0u);
-    EXPECT_EQ(HashKey(QAnyValue(1)), one) << "the free function for the containers";
+    QDateTime null(5.0);
+    null.SetStatus(QDateTime::null);
+    EXPECT_EQ(QAnyValue(null).HashKey(), 0u);
+    EXPECT_EQ(HashKey(QAnyValue(1)), one) << "the free functions for the containers";
+    EXPECT_EQ(HashKey(QMoney::FromRaw(1)), one);
+    EXPECT_EQ(HashKey(QDateTime(127773.2)), 2147480811u);
 }
 
 // --- Truth -------------------------------------------------------------------------------------

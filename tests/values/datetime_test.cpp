@@ -359,17 +359,6 @@ TEST_F(DateTimeTest, OrderFollowsTimeAcrossNegativeDays) {
     EXPECT_TRUE(QDateTime(36526.0) >= QDateTime(36526.0 + 0.4 * kSecond));
 }
 
-TEST_F(DateTimeTest, HashIsZeroUnlessValidThenTheLehmerStepOfTheWholeDays) {
-    EXPECT_EQ(QDateTime(1e9).HashKey(), 0u);
-    QDateTime null(5.0);
-    null.SetStatus(QDateTime::null);
-    EXPECT_EQ(null.HashKey(), 0u);
-    EXPECT_EQ(QDateTime(1.75).HashKey(), 16807u);
-    EXPECT_EQ(QDateTime(-1.25).HashKey(), 2147466840u);
-    EXPECT_EQ(QDateTime(0.5).HashKey(), 0u);
-    EXPECT_EQ(HashKey(QDateTime(127773.2)), 2147480811u);
-}
-
 TEST_F(DateTimeTest, FormatOfADateWithBadStatus) {
     EXPECT_EQ(QDateTime(1e9).Format().ToUtf8(), "Invalid DateTime");
     EXPECT_EQ(QDateTime(1e9).Format(u"%#c").ToUtf8(), "Invalid DateTime");

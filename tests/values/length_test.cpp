@@ -35,8 +35,6 @@ protected:
         QLength::c_InchHandlerType = m_inchHandler;
         QSchema::SetDefaultSchema(m_schema);
         DoLimitDouble(m_limitDouble);
-        SetLimitDoubleTrace(m_trace);
-        SetLimitDoubleFailedReporter(m_reporter);
     }
 
 private:
@@ -44,8 +42,7 @@ private:
     int m_inchHandler = QLength::c_InchHandlerType;
     int m_schema = QSchema::DefaultVersion();
     bool m_limitDouble = IsLimitDouble();
-    LimitDoubleTrace m_trace = SetLimitDoubleTrace(nullptr);
-    LimitDoubleFailedReporter m_reporter = SetLimitDoubleFailedReporter(nullptr);
+    test::LimitDoubleHooksGuard m_hooks;
 };
 
 TEST_F(LengthTest, StartsInMillimetresWithThirtySecondsOfAnInch) {

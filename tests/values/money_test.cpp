@@ -174,28 +174,6 @@ TEST_F(MoneyTest, ComparesByCents) {
     EXPECT_TRUE(QMoney().IsZero());
 }
 
-TEST_F(MoneyTest, HashIsOneLehmerStepOfTheCents) {
-    // 16807 * (x mod 127773) - 2836 * (x div 127773), plus 2^31 - 1 when negative.
-    const struct {
-        std::int32_t raw;
-        unsigned hash;
-    } rows[] = {
-        {0, 0u},
-        {1, 16807u},
-        {2, 33614u},
-        {127773, 2147480811u},
-        {-1, 2147466840u},
-        {kMaxRaw, 0u},
-        {kMinRaw, 2147466840u},
-    };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.raw);
-        EXPECT_EQ(ScalarHashKey(row.raw), row.hash);
-        EXPECT_EQ(QMoney::FromRaw(row.raw).HashKey(), row.hash);
-        EXPECT_EQ(HashKey(QMoney::FromRaw(row.raw)), row.hash);
-    }
-}
-
 TEST_F(MoneyTest, ParseReadsDollarsWithTheLocaleSymbols) {
     const struct {
         const char* text;
