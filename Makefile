@@ -3,7 +3,7 @@ JOBS ?= $(shell nproc)
 FUZZ_SECONDS ?= 30
 CMAKE_CONFIGURE = cmake -G Ninja -S . -Wno-dev
 
-.PHONY: demo test test-sanitize test-tsan bench fuzz build deps format format-check clean
+.PHONY: demo test test-sanitize test-tsan bench fuzz build deps format format-check check-layers clean
 
 demo: build
 	build/bin/keel demo
@@ -50,6 +50,9 @@ format:
 
 format-check:
 	git ls-files '*.h' '*.cpp' | xargs clang-format --dry-run --Werror
+
+check-layers:
+	python3 tools/check-layers.py
 
 clean:
 	rm -rf build build-sanitize build-tsan build-bench build-fuzz
