@@ -1204,8 +1204,9 @@ TEST_F(WinAppTest, AProductStepThatFailsStopsStartUp) {
 }
 
 TEST_F(WinAppTest, AFileThatCannotBeOpenedAtStartUpIsTraced) {
+    // The mask comes from the options, which start-up loads before the shell command.
+    StoreOptions("[Options]\nUserTraceMask=256\n");
     UserTraceRestart();
-    QWinApp::c_UserTraceMask = USER_TRACE_PLAIN_LINES;
     StartupApp app;
     const char* argv[] = {"keel", "/drawings/missing.kd"};
     ASSERT_TRUE(app.ParseCommandLine(2, argv));
@@ -1222,12 +1223,13 @@ TEST_F(WinAppTest, AFileThatCannotBeOpenedAtStartUpIsTraced) {
 }
 
 TEST_F(WinAppTest, AFailedShellCommandIsNotTracedWithoutItsBit) {
+    StoreOptions("[Options]\nUserTraceMask=1\n");
     UserTraceRestart();
-    QWinApp::c_UserTraceMask = USER_TRACE_EVALUATIONS;
     StartupApp app;
     const char* argv[] = {"keel", "/drawings/missing.kd"};
     ASSERT_TRUE(app.ParseCommandLine(2, argv));
     EXPECT_FALSE(app.InitInstance());
+    EXPECT_EQ(QWinApp::c_UserTraceMask, USER_TRACE_EVALUATIONS);
     EXPECT_EQ(U8(UserTraceFilePath()), "") << "nothing opened the trace";
     UserTraceRestart();
 }
