@@ -1,4 +1,4 @@
-#include "support/program.h"
+#include "tests/support/program.h"
 
 #include <gtest/gtest.h>
 #include <string>
