@@ -35,10 +35,12 @@ TEST_P(CheckLayers, JudgesTheIncludesOfATree) {
         FileOfTest("tree/" + path, text);
     const ProgramOutcome outcome = Check((m_home / "tree").string());
     EXPECT_EQ(outcome.status, c.status) << outcome.out;
-    if (c.reported)
+    if (c.reported) {
         EXPECT_NE(outcome.out.find(c.reported), std::string::npos) << outcome.out;
-    if (c.notReported)
+    }
+    if (c.notReported) {
         EXPECT_EQ(outcome.out.find(c.notReported), std::string::npos) << outcome.out;
+    }
 }
 
 INSTANTIATE_TEST_SUITE_P(
