@@ -6,7 +6,7 @@ MUTANTS_SEED ?= 1
 SUBSYSTEMS ?=
 CMAKE_CONFIGURE = cmake -G Ninja -S . -Wno-dev
 
-.PHONY: demo test test-sanitize test-tsan bench fuzz mutants build deps format format-check clean
+.PHONY: demo test test-sanitize test-tsan bench fuzz mutants build deps format format-check check-layers clean
 
 demo: build
 	build/bin/keel demo
@@ -60,6 +60,9 @@ format:
 
 format-check:
 	git ls-files '*.h' '*.cpp' | xargs clang-format --dry-run --Werror
+
+check-layers:
+	python3 tools/check-layers.py
 
 clean:
 	rm -rf build build-sanitize build-tsan build-bench build-fuzz build-mutants

@@ -1,15 +1,16 @@
 #include "keel/document/errorlog.h"
 
+#include "keel/document/appservices.h"
 #include "keel/document/translate.h"
-#include "keel/document/winapp.h"
 #include "keel/platform/fpstatus.h"
 #include "keel/platform/registry.h"
-#include "keel/system/fsfile.h"
+#include "keel/system/folders.h"
 #include "keel/system/pathop.h"
 
 #include <atomic>
 #include <cstdlib>
 #include <ctime>
+#include <filesystem>
 #include <mutex>
 #include <optional>
 #include <pwd.h>
@@ -80,8 +81,7 @@ CString UserName() {
 }
 
 bool RunsAsServer() {
-    const QWinApp* app = QWinApp::GetApp();
-    return app && app->IsServer();
+    return AppServices().IsServer();
 }
 
 // A server, and a program that has no display, answer boxes without asking anybody.
@@ -118,8 +118,7 @@ CString ServerAnswerText(int answer) {
 } // namespace
 
 CString ApplicationNameOrDefault() {
-    const QWinApp* app = QWinApp::GetApp();
-    return app ? app->AppName() : CString(u"Keel");
+    return AppServices().AppName();
 }
 
 // --- QErrorType ------------------------------------------------------------------------------
@@ -172,9 +171,9 @@ QErrorLog::~QErrorLog() {
 CString QErrorLog::FilenameFullPath() const {
     if (QPathOp::HasRoot(m_filename))
         return QPathOp::NormalForm(m_filename);
-    if (!QWinApp::GetApp())
+    if (!AppServices().IsApplication())
         return CString();
-    return QPathOp::FolderPlusFileSpec(QPathOp::FolderPlusFolder(QWinApp::DataDir(), u"Logs"),
+    return QPathOp::FolderPlusFileSpec(QPathOp::FolderPlusFolder(QFolders::DataDir(), u"Logs"),
                                        m_filename);
 }
 
@@ -244,7 +243,8 @@ void QErrorLog::OpenIfNecessary() {
 bool QErrorLog::CreateLogFile(const CString& path) {
     if (path.IsEmpty())
         return false;
-    QFSFolder::CreateIfRequired(QPathOp::PathWithoutFileSpec(path));
+    std::error_code ignored;
+    std::filesystem::create_directories(QPathOp::PathWithoutFileSpec(path).ToUtf8(), ignored);
     // A server may be started many times under one log name: it adds to the file.
     unsigned flags = CFile::modeCreate | CFile::modeWrite | CFile::shareDenyNone;
     if (RunsAsServer())
@@ -257,29 +257,31 @@ bool QErrorLog::CreateLogFile(const CString& path) {
 }
 
 CString QErrorLog::HeaderText(bool fileWasEmpty) const {
-    const QWinApp* app = QWinApp::GetApp();
-    const auto version = [app](CString (QWinApp::*reader)() const) {
-        return app ? (app->*reader)() : CString();
+    const QAppServices& app = AppServices();
+    const auto version = [&app](CString (QAppServices::*reader)() const) {
+        return (app.*reader)();
     };
 
     CString header = u"\n";
     header += ApplicationNameOrDefault() + u" - Error Log: " +
               DateAndClockText(LocalTime(std::chrono::system_clock::now())) + u"\n";
-    header += u"File Version: " + version(&QWinApp::FileVersion) + u"\n";
-    header += u"Product Version:           " + version(&QWinApp::ProductVersion) + u"\n";
+    header += u"File Version: " + version(&QAppServices::FileVersion) + u"\n";
+    header += u"Product Version:           " + version(&QAppServices::ProductVersion) + u"\n";
     header += u"User Name:    " + UserName() + u"\n";
     if (m_bVerbose) {
-        header += u"Description:  " + version(&QWinApp::FileDescription) + u"\n";
-        header += u"Copyright:    " + version(&QWinApp::LegalCopyright) + u"\n";
+        header += u"Description:  " + version(&QAppServices::FileDescription) + u"\n";
+        header += u"Copyright:    " + version(&QAppServices::LegalCopyright) + u"\n";
         header += u"Other version information\n";
-        header += u"  Comments:                  " + version(&QWinApp::Comments) + u"\n";
-        header += u"  Company Name:              " + version(&QWinApp::CompanyName) + u"\n";
-        header += u"  Internal Name:             " + version(&QWinApp::InternalName) + u"\n";
-        header += u"  Legal Trademarks:          " + version(&QWinApp::LegalTrademarks) + u"\n";
-        header += u"  Original Filename:         " + version(&QWinApp::OriginalFilename) + u"\n";
-        header += u"  Private Build Description: " + version(&QWinApp::PrivateBuild) + u"\n";
-        header += u"  Product Name:              " + version(&QWinApp::ProductName) + u"\n";
-        header += u"  S)pecial Build Description: " + version(&QWinApp::SpecialBuild) + u"\n";
+        header += u"  Comments:                  " + version(&QAppServices::Comments) + u"\n";
+        header += u"  Company Name:              " + version(&QAppServices::CompanyName) + u"\n";
+        header += u"  Internal Name:             " + version(&QAppServices::InternalName) + u"\n";
+        header +=
+            u"  Legal Trademarks:          " + version(&QAppServices::LegalTrademarks) + u"\n";
+        header +=
+            u"  Original Filename:         " + version(&QAppServices::OriginalFilename) + u"\n";
+        header += u"  Private Build Description: " + version(&QAppServices::PrivateBuild) + u"\n";
+        header += u"  Product Name:              " + version(&QAppServices::ProductName) + u"\n";
+        header += u"  S)pecial Build Description: " + version(&QAppServices::SpecialBuild) + u"\n";
     }
     if (fileWasEmpty) {
         const CString dashes = CString(u'-', 56) + u"\n";
@@ -356,8 +358,7 @@ void QErrorLog::DisplayPendingMessages(bool ask) {
 
 void QErrorLog::DisplaySingleMessage(int index) {
     const MessageRecord record = m_pending[index];
-    const QWinApp* app = QWinApp::GetApp();
-    if (app && app->IsClosing()) {
+    if (AppServices().IsClosing()) {
         UIServices().MessageBox(record.m_message, ApplicationNameOrDefault(), MB_OK | MB_ICONSTOP);
         return;
     }
@@ -379,7 +380,7 @@ void QErrorLog::CloseLogFile() {
     if (!m_bOpen)
         return;
     DisplayPendingMessages(false);
-    if (m_bWritten && QWinApp::GetApp() && !m_bLogOnly) {
+    if (m_bWritten && AppServices().IsApplication() && !m_bLogOnly) {
         static const QTString offer(
             u"An error log has been created.  Do you want to view or print it now?",
             kMessageBoxContext);

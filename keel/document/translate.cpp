@@ -1,11 +1,11 @@
 #include "keel/document/translate.h"
 
 #include "keel/document/errorlog.h"
-#include "keel/document/winapp.h"
 #include "keel/platform/regex.h"
 #include "keel/platform/registry.h"
 #include "keel/platform/stdiofileex.h"
 #include "keel/platform/wchar.h"
+#include "keel/system/folders.h"
 
 #include <algorithm>
 #include <atomic>
@@ -810,7 +810,7 @@ CString DisplayNameOf(const CString& path) {
 } // namespace
 
 QArray<AvailableTranslation> GetAvailableTranslations() {
-    return GetAvailableTranslations(QWinApp::ProgramDir());
+    return GetAvailableTranslations(QFolders::ProgramDir());
 }
 
 QArray<AvailableTranslation> GetAvailableTranslations(const CString& folder) {

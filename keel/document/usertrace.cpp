@@ -1,13 +1,13 @@
 #include "keel/document/usertrace.h"
 
-#include "keel/document/errorlog.h"
-#include "keel/document/winapp.h"
+#include "keel/document/appservices.h"
 #include "keel/platform/file.h"
-#include "keel/system/fsfile.h"
+#include "keel/system/folders.h"
 
 #include <array>
 #include <chrono>
 #include <ctime>
+#include <filesystem>
 #include <mutex>
 
 namespace keel {
@@ -115,8 +115,9 @@ private:
 
     void Open() {
         m_state = State::Off;
-        const CString folder = QWinApp::DataDir();
-        QFSFolder::CreateIfRequired(folder);
+        const CString folder = QFolders::DataDir();
+        std::error_code ignored;
+        std::filesystem::create_directories(folder.ToUtf8(), ignored);
         const WallClock clock = ReadWallClock();
         constexpr unsigned flags =
             CFile::modeCreate | CFile::modeWrite | CFile::shareDenyWrite | CFile::typeText;
@@ -143,10 +144,10 @@ private:
 
     void Write(const CString& text) {
         const WallClock clock = ReadWallClock();
-        const unsigned mask = QWinApp::c_UserTraceMask;
+        const unsigned mask = c_UserTraceMask;
         CString line;
         if (mask & USER_TRACE_PLAIN_LINES)
-            line = ClockText(clock) + u"\t" + ApplicationNameOrDefault().Left(3) + u"\t";
+            line = ClockText(clock) + u"\t" + AppServices().AppName().Left(3) + u"\t";
         else if (mask & USER_TRACE_COLUMNS)
             line = ColumnsText();
         else

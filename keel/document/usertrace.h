@@ -6,8 +6,9 @@
 
 namespace keel {
 
-// The trace file for engineers. What is traced is chosen by the bits of QWinApp::c_UserTraceMask,
-// which the code that traces tests; the functions here write whenever they are called.
+// The trace file for engineers. What is traced is chosen by the bits of c_UserTraceMask (the
+// option "UserTraceMask", which the application loads), and the code that traces tests its bit
+// with IsTracing; the functions here write whenever they are called.
 //
 // The file is "!Trace!_YYYYMMDD_HHMMSS.txt" in the application's data folder, opened on first use
 // (the folder is made if needed) and headed by a checkpoint with an empty text. If it cannot be
@@ -24,6 +25,20 @@ namespace keel {
 //   open, or six blanks and a tab when it is not; then the text.
 inline constexpr unsigned USER_TRACE_COLUMNS = 0x80;
 inline constexpr unsigned USER_TRACE_PLAIN_LINES = 0x100;
+// The bits that choose what is traced: evaluations with what they read (table look-ups and
+// files included), the change notices that reach a root context, documents loaded and saved.
+inline constexpr unsigned USER_TRACE_EVALUATIONS = 0x1;
+inline constexpr unsigned USER_TRACE_CHANGE_NOTICES = 0x4;
+inline constexpr unsigned USER_TRACE_DOCUMENTS = 0x2000;
+
+// The trace mask. It is a plain value, set before worker threads exist.
+inline unsigned c_UserTraceMask = 0;
+
+// Whether any of `bits` is set in the trace mask.
+inline bool IsTracing(unsigned bits) {
+    return (c_UserTraceMask & bits) != 0;
+}
+
 // Levels of timing: level 0 is started by a checkpoint; starts nest up to this level, and a
 // start beyond it starts the deepest level again.
 inline constexpr int USER_TRACE_MAX_LEVEL = 127;

@@ -17,7 +17,6 @@
 #include <atomic>
 #include <cstdio>
 #include <cstdlib>
-#include <fstream>
 #include <langinfo.h>
 #include <locale.h>
 #include <optional>
@@ -26,7 +25,6 @@
 
 namespace keel {
 
-unsigned QWinApp::c_UserTraceMask = 0;
 bool QWinApp::c_SuppressFileLocations = false;
 bool QWinApp::c_SuppressPricing = false;
 bool QWinApp::c_SuppressDrawingAnswers = false;
@@ -177,36 +175,6 @@ CString WithTrailingSlash(const CString& folder) {
     return folder + u'/';
 }
 
-// An absolute folder from the environment, or nothing: the desktop's rules ignore relative ones.
-std::optional<CString> AbsoluteFolderFromEnvironment(const char* name) {
-    const char* value = std::getenv(name);
-    if (!value || value[0] != '/')
-        return std::nullopt;
-    return WithTrailingSlash(CString::FromUtf8(value));
-}
-
-CString HomeFolder() {
-    return WithTrailingSlash(UserHomeFolder());
-}
-
-// A folder of the desktop's user-dirs.dirs, such as XDG_DOCUMENTS_DIR="$HOME/Documents", or
-// the named folder in the home folder.
-CString DesktopUserFolder(const std::string& variable, const char16_t* fallback) {
-    std::ifstream file((UserConfigFolder() + u"/user-dirs.dirs").ToUtf8());
-    const std::string prefix = variable + "=\"";
-    std::string line;
-    while (std::getline(file, line)) {
-        if (line.rfind(prefix, 0) != 0 || line.size() <= prefix.size() || line.back() != '"')
-            continue;
-        const std::string value = line.substr(prefix.size(), line.size() - prefix.size() - 1);
-        if (value.rfind("$HOME", 0) == 0)
-            return WithTrailingSlash(UserHomeFolder() + CString::FromUtf8(value.substr(5)));
-        if (!value.empty() && value[0] == '/')
-            return WithTrailingSlash(CString::FromUtf8(value));
-    }
-    return HomeFolder() + fallback + u'/';
-}
-
 // "0.1.0" becomes "0.1.0.0": a version block's numeric versions have four parts.
 CString FourPartVersion(const CString& version) {
     CString result = version;
@@ -226,19 +194,16 @@ int Percent(long long position, long long low, long long high) {
 QWinApp::QWinApp() {
     QWinApp* none = nullptr;
     if (c_app.compare_exchange_strong(none, this)) {
-        SetEvaluatorFactory(this);
+        SetAppServices(this);
         QEvaluator::InstallAsFormulaHook();
         QLookupTableSource::Install();
-        SetMergeServices(&m_mergeServices);
     }
     CRegistry::SetApplicationNameSource(&RunningAppName);
 }
 
 QWinApp::~QWinApp() {
-    if (GetEvaluatorFactory() == this)
-        SetEvaluatorFactory(nullptr);
-    if (&MergeServices() == &m_mergeServices)
-        SetMergeServices(nullptr);
+    if (GetAppServices() == this)
+        SetAppServices(nullptr);
     QWinApp* self = this;
     c_app.compare_exchange_strong(self, nullptr);
 }
@@ -310,6 +275,103 @@ bool QWinApp::ParseCommandLine(int argc, const char* const* argv) {
     if (info->IsServerStart())
         SetServer(true);
     return complete;
+}
+
+// ---------------------------------------------------------------------------------------------
+// Start-up
+
+namespace {
+
+constexpr int c_showHide = 0;
+constexpr int c_showNormal = 1;
+constexpr int c_showMinimized = 2;
+constexpr int c_showMaximized = 3;
+constexpr int c_showMinimize = 6;
+constexpr int c_showMinNoActive = 7;
+constexpr int c_showDefault = 10;
+
+// A help file of the old kind, "name.hlp" in any case, becomes "name.chm".
+CString CurrentHelpFile(const CString& path) {
+    const int length = path.GetLength();
+    if (length >= 4 && path.Right(4).CompareNoCase(u".hlp") == 0)
+        return path.Left(length - 4) + u".chm";
+    return path;
+}
+
+} // namespace
+
+bool QWinApp::InitInstance() {
+    PreProcessShellCommand();
+    QCommandLineInfo& info = *ParsedCommandLineInfoPtr();
+    if (info.IsServerStart())
+        SetServer(true);
+    DoSetupOfRegistryKey();
+    if (IsServer())
+        m_nCmdShow = c_showHide;
+    else if (IsMaximized() && (m_nCmdShow == c_showNormal || m_nCmdShow == c_showDefault))
+        m_nCmdShow = c_showMaximized;
+    if (m_nCmdShow == c_showHide || m_nCmdShow == c_showMinimized || m_nCmdShow == c_showMinimize ||
+        m_nCmdShow == c_showMinNoActive)
+        info.m_bShowSplash = false;
+    if (info.m_bShowSplash)
+        CreateSplash();
+    m_strMostRecentFile = MostRecentFile();
+    if (!LoadResources())
+        return false;
+    LoadOptions();
+    InitRegistryOptionsCache();
+    if (!AddDocTemplate()) {
+        KillSplash();
+        return false;
+    }
+    if (!IsServer()) {
+        OnFileNew();
+        if (!InitInstanceStep2())
+            return false;
+    }
+    m_strHelpFilePath = CurrentHelpFile(m_strHelpFilePath);
+    m_bStartupComplete = true;
+    return true;
+}
+
+bool QWinApp::InitInstanceStep2() {
+    QCommandLineInfo& info = *ParsedCommandLineInfoPtr();
+    if (!ProcessShellCommand(info)) {
+        if (IsTracing(USER_TRACE_PLAIN_LINES))
+            UserTraceWriteLine(CString::Formatted(
+                u"QWinApp::InitInstanceStep2 fails after ProcessShellCommand, was trying to "
+                u"open [%s]",
+                info.m_strFileName));
+        return false;
+    }
+    const int shown = m_nCmdShow;
+    if (info.m_strFileName.IsEmpty())
+        m_nCmdShow = -1;
+    const bool finished = InitInstanceFinish();
+    m_nCmdShow = shown;
+    if (!finished)
+        return false;
+    m_bStarted = true;
+    SetAutoSaveTime(AutoSaveTime());
+    return true;
+}
+
+bool QWinApp::ProcessShellCommand(QCommandLineInfo& info) {
+    return info.m_nShellCommand == QCommandLineInfo::FileNew;
+}
+
+CString QWinApp::GetExeName() const {
+    const CString program = OriginalFilename();
+    const int dot = program.ReverseFind(u'.');
+    return dot > 0 ? program.Left(dot) : program;
+}
+
+CString QWinApp::GetExeNameAndVer() const {
+    return GetExeName() + u' ' + ProductVersionString();
+}
+
+CString QWinApp::MostRecentFile() const {
+    return CRegistry::Current().GetProfileString(u"Recent File List", u"File1", CString());
 }
 
 // ---------------------------------------------------------------------------------------------
@@ -581,31 +643,6 @@ CString QWinApp::CachedOrStoredString(const CString& section, const CString& key
 // ---------------------------------------------------------------------------------------------
 // Folders
 
-CString QWinApp::ProgramPathAndName() {
-    std::string buffer(256, '\0');
-    for (;;) {
-        const ssize_t length = ::readlink("/proc/self/exe", buffer.data(), buffer.size());
-        if (length < 0)
-            return CString();
-        if (static_cast<std::size_t>(length) < buffer.size())
-            return CString::FromUtf8(std::string_view(buffer.data(), length));
-        buffer.resize(buffer.size() * 2);
-    }
-}
-
-CString QWinApp::ProgramDir() {
-    const CString program = ProgramPathAndName();
-    return program.IsEmpty() ? CString(u"./") : program.Left(program.ReverseFind(u'/') + 1);
-}
-
-CString QWinApp::DataDir() {
-    return GetSpecialFolderLocation(QSpecialFolder::Data) + u"keel/";
-}
-
-CString QWinApp::MyDocumentsDir() {
-    return GetSpecialFolderLocation(QSpecialFolder::Documents);
-}
-
 CString QWinApp::MyDocumentsProductDir() const {
     return MyDocumentsDir() + ProductName() + u'/';
 }
@@ -642,25 +679,6 @@ CString QWinApp::FileLocationKey(QFileLocation location) {
 CString QWinApp::LastOpenSaveDir() const {
     return m_strLastOpenSaveDir.IsEmpty() ? FileLocation(QFileLocation::Data)
                                           : WithTrailingSlash(m_strLastOpenSaveDir);
-}
-
-CString QWinApp::GetSpecialFolderLocation(QSpecialFolder folder) {
-    switch (folder) {
-    case QSpecialFolder::Home:
-        return HomeFolder();
-    case QSpecialFolder::Documents:
-        return DesktopUserFolder("XDG_DOCUMENTS_DIR", u"Documents");
-    case QSpecialFolder::Desktop:
-        return DesktopUserFolder("XDG_DESKTOP_DIR", u"Desktop");
-    case QSpecialFolder::Config:
-        return WithTrailingSlash(UserConfigFolder());
-    case QSpecialFolder::Data:
-        return AbsoluteFolderFromEnvironment("XDG_DATA_HOME")
-            .value_or(HomeFolder() + u".local/share/");
-    case QSpecialFolder::Temp:
-        return AbsoluteFolderFromEnvironment("TMPDIR").value_or(u"/tmp/");
-    }
-    return HomeFolder();
 }
 
 // ---------------------------------------------------------------------------------------------

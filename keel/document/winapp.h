@@ -1,10 +1,11 @@
 #pragma once
 
 #include "keel/document/commandline.h"
+#include "keel/document/usertrace.h"
 #include "keel/formula/evaluatorfactory.h"
 #include "keel/platform/cstring.h"
 #include "keel/platform/lock.h"
-#include "keel/questions/properties.h"
+#include "keel/system/folders.h"
 #include "keel/values/array.h"
 
 #include <functional>
@@ -44,16 +45,6 @@ enum class QFileLocation {
     Template,
     Backup,
     Program
-};
-
-// The folders of the desktop that GetSpecialFolderLocation knows.
-enum class QSpecialFolder {
-    Home,      // $HOME
-    Documents, // the desktop's documents folder, or ~/Documents
-    Desktop,   // the desktop's desktop folder, or ~/Desktop
-    Config,    // $XDG_CONFIG_HOME, or ~/.config
-    Data,      // $XDG_DATA_HOME, or ~/.local/share
-    Temp,      // $TMPDIR, or /tmp
 };
 
 // A change of a progress display, as a progress callback sees it.
@@ -114,13 +105,13 @@ struct QOptions {
 
 // The application object: one a process, alive for the whole run. A product derives from it and
 // fills in the virtual hooks. It holds the options with their read cache, the folders, the
-// progress service and the parsed command line. While it is the application it is also the
-// evaluator factory of the formula layer; the formula hook of the values layer, the source of
-// lookup tables and the merge services of answers are installed.
+// progress service and the parsed command line. While it is the application it is installed as
+// the services of the layers below it (QAppServices, with the evaluator factory of the formula
+// layer); the formula hook of the values layer and the source of lookup tables are installed too.
 class QWinApp : public QEvaluatorFactory {
 public:
-    // The first application object constructed is the application, and the evaluator factory,
-    // until it is destroyed.
+    // The first application object constructed is the application, and the services, until it
+    // is destroyed.
     QWinApp();
     ~QWinApp() override;
     QWinApp(const QWinApp&) = delete;
@@ -137,15 +128,75 @@ public:
     CString FolderForConstant(QConstantFolder folder) const override;
     // Read from the store, past the cache.
     int ProfileInt(const CString& section, const CString& key, int defaultValue) const override;
+    bool ShowsMergingMessages() const override { return c_bMergingMessages; }
+    bool IsApplication() const override { return true; }
 
     // The name of the options file and of the application in messages.
-    virtual CString AppName() const;
+    CString AppName() const override;
 
-    bool IsServer() const { return m_bServer; }
+    // --- Start-up --------------------------------------------------------------------------
+    //
+    // InitInstance runs once, in this order: PreProcessShellCommand, then the parsed command line
+    // (ParsedCommandLineInfoPtr) makes a start by embedding or automation a server start;
+    // DoSetupOfRegistryKey; the show command (a server shows nothing, the maximized flag makes
+    // a normal show maximized, and the commands hide, minimize (2, 6, 7) and 0 drop the splash);
+    // CreateSplash when the command line allows it; MostRecentFile, then LoadResources, whose
+    // false stops start-up; LoadOptions and InitRegistryOptionsCache; AddDocTemplate, whose false
+    // takes the splash down and stops start-up; unless a server start, OnFileNew and
+    // InitInstanceStep2, whose false stops start-up; the help file's old extension ".hlp"
+    // becomes ".chm"; start-up is marked complete. Returns false when start-up stopped.
+    virtual bool InitInstance();
+    // ProcessShellCommand with the parsed command line; a failure is traced (plain lines) and
+    // ends with false. Then, with the show command -1 unless a file is to be opened,
+    // InitInstanceFinish; when it succeeds the application is started and the auto-save timer
+    // restarts with the stored interval.
+    virtual bool InitInstanceStep2();
+    bool IsStartupComplete() const { return m_bStartupComplete; }
+    // The started flag: set at the end of InitInstanceStep2.
+    bool IsStarted() const { return m_bStarted; }
+
+    // The hooks of start-up, for a product to fill in.
+    // Before the command line is taken.
+    virtual void PreProcessShellCommand() {}
+    // Names the options store; the store is named after AppName unless a product says otherwise.
+    virtual void DoSetupOfRegistryKey() {}
+    // The program's file name without folder and extension ("keel").
+    virtual CString GetExeName() const;
+    // GetExeName, a space and the product version string ("keel 0.1.0").
+    virtual CString GetExeNameAndVer() const;
+    // The name under which the application is started embedded; AppName by default.
+    virtual CString GetEmbedName() const { return AppName(); }
+    // The most recent file of the recent file list ("Recent File List", "File1"), kept as
+    // MostRecentFileName() at start-up.
+    virtual CString MostRecentFile() const;
+    // Loads what the product needs before the options; false stops start-up.
+    virtual bool LoadResources() { return true; }
+    // Loads the document templates and makes the main frame; false stops start-up. Without
+    // windows there are no templates yet.
+    virtual bool AddDocTemplate() { return true; }
+    // A new document at start-up; there are no documents yet.
+    virtual void OnFileNew() {}
+    // Opens what the command line asks for. Without documents there is nothing to open, so a
+    // file to open fails.
+    virtual bool ProcessShellCommand(QCommandLineInfo& info);
+    // The last step of start-up; false leaves the application not started.
+    virtual bool InitInstanceFinish() { return true; }
+    // The splash screen; without windows there is none to show or take down.
+    virtual void CreateSplash() {}
+    virtual void KillSplash() {}
+
+    // The show command of the main window: 1 normal, 3 maximized, 0 hidden, -1 while start-up
+    // finishes without a file to open.
+    int ShowCommand() const { return m_nCmdShow; }
+    void SetShowCommand(int command) { m_nCmdShow = command; }
+    CString HelpFilePath() const { return m_strHelpFilePath; }
+    void SetHelpFilePath(const CString& path) { m_strHelpFilePath = path; }
+    CString MostRecentFileName() const { return m_strMostRecentFile; }
+
+    bool IsServer() const override { return m_bServer; }
     void SetServer(bool server) { m_bServer = server; }
-    // No one to ask: a server, or a run without a display.
-    bool IsRunningAutomated() const;
-    bool IsClosing() const { return m_bClosing; }
+    bool IsRunningAutomated() const override;
+    bool IsClosing() const override { return m_bClosing; }
     // Set by the way out of the application: messages are then shown plainly.
     void SetClosing(bool closing) { m_bClosing = closing; }
     bool IsMaximized() const { return m_bMaximized; }
@@ -206,8 +257,8 @@ public:
         return m_regHKLMStringCache;
     }
 
-    // Options in force before any object exists.
-    static unsigned c_UserTraceMask;
+    // Options in force before any object exists. The trace mask lives with the trace file.
+    static inline unsigned& c_UserTraceMask = keel::c_UserTraceMask;
     static bool c_SuppressFileLocations;
     static bool c_SuppressPricing;
     static bool c_SuppressDrawingAnswers;
@@ -220,11 +271,11 @@ public:
 
     // Folders; each ends in "/".
     // The folder of the running program, and the program's full path.
-    static CString ProgramDir();
-    static CString ProgramPathAndName();
+    static CString ProgramDir() { return QFolders::ProgramDir(); }
+    static CString ProgramPathAndName() { return QFolders::ProgramPathAndName(); }
     // The user's data folder for Keel programs: logs and trace files go here.
-    static CString DataDir();
-    static CString MyDocumentsDir();
+    static CString DataDir() { return QFolders::DataDir(); }
+    static CString MyDocumentsDir() { return QFolders::MyDocumentsDir(); }
     // MyDocumentsDir with a folder named after the product.
     CString MyDocumentsProductDir() const;
     // The stored folder, or its default: the program's folder for Program, MyDocumentsProductDir
@@ -245,35 +296,37 @@ public:
     // The folder of the latest open or save dialog in this run; at first the Data folder.
     CString LastOpenSaveDir() const;
     void SetLastOpenSaveDir(const CString& folder) { m_strLastOpenSaveDir = folder; }
-    static CString GetSpecialFolderLocation(QSpecialFolder folder);
+    static CString GetSpecialFolderLocation(QSpecialFolder folder) {
+        return QFolders::SpecialFolderLocation(folder);
+    }
 
     // The version block, from the build unless a product says otherwise.
-    virtual CString FileVersion() const;
-    virtual CString ProductVersion() const;
+    CString FileVersion() const override;
+    CString ProductVersion() const override;
     virtual CString FileVersionString() const;
     virtual CString ProductVersionString() const;
-    virtual CString Comments() const;
-    virtual CString CompanyName() const;
-    virtual CString FileDescription() const;
-    virtual CString InternalName() const;
-    virtual CString LegalCopyright() const;
-    virtual CString LegalTrademarks() const;
-    virtual CString OriginalFilename() const;
-    virtual CString PrivateBuild() const;
+    CString Comments() const override;
+    CString CompanyName() const override;
+    CString FileDescription() const override;
+    CString InternalName() const override;
+    CString LegalCopyright() const override;
+    CString LegalTrademarks() const override;
+    CString OriginalFilename() const override;
+    CString PrivateBuild() const override;
     virtual CString ProductFamily() const;
-    virtual CString SpecialBuild() const;
-    virtual CString ProductName() const;
+    CString SpecialBuild() const override;
+    CString ProductName() const override;
 
     // Progress. A display runs from `low` to `high`; ProgressCreate returns its handle, or -1
     // when `high` is not above `low`. Each change goes to the progress callback when one is set,
     // else to the standard error stream, one line a change, when that is a terminal or when
     // SetProgressOnTerminal(true) asked for it. A handle that is not open is ignored.
-    int ProgressCreate(const CString& text, int low, int high, bool cancellable);
+    int ProgressCreate(const CString& text, int low, int high, bool cancellable) override;
     // Steps by one, up to `high`. False once the display was cancelled.
-    bool ProgressStepIt(int handle);
-    void ProgressSetText(int handle, const CString& text, bool redraw);
+    bool ProgressStepIt(int handle) override;
+    void ProgressSetText(int handle, const CString& text, bool redraw) override;
     // Closes the display, showing `text` last when it is not empty.
-    void ProgressDestroy(int handle, const CString& text, bool redraw);
+    void ProgressDestroy(int handle, const CString& text, bool redraw) override;
     // Asks a cancellable display to stop; the work sees it at its next step.
     void ProgressCancel(int handle);
     bool IsProgressCancelled(int handle) const;
@@ -321,27 +374,13 @@ private:
     QArray<CString> m_reportedOptionsProblems;
     QCommandLineInfo m_commandLineInfo;
 
-    // What merges of answers ask of the application: whether anyone can be asked, whether to
-    // show their progress, and the progress display.
-    class MergeServicesOfApp : public QMergeServices {
-    public:
-        explicit MergeServicesOfApp(QWinApp& app) : m_app(app) {}
-        bool IsRunningAutomated() const override { return m_app.IsRunningAutomated(); }
-        bool ShowsMergingMessages() const override { return c_bMergingMessages; }
-        int ProgressCreate(const CString& text, int low, int high) override {
-            return m_app.ProgressCreate(text, low, high, false);
-        }
-        void ProgressStepIt(int handle) override { m_app.ProgressStepIt(handle); }
-        void ProgressDestroy(int handle, const CString& text) override {
-            m_app.ProgressDestroy(handle, text, false);
-        }
-
-    private:
-        QWinApp& m_app;
-    };
-    MergeServicesOfApp m_mergeServices{*this};
     CString m_strLastOpenSaveDir;
     CString m_locationOverrides[static_cast<int>(QFileLocation::Program) + 1];
+    CString m_strHelpFilePath;
+    CString m_strMostRecentFile;
+    int m_nCmdShow = 1;
+    bool m_bStartupComplete = false;
+    bool m_bStarted = false;
     bool m_bServer = false;
     bool m_bClosing = false;
     bool m_bMaximized = true;

@@ -132,6 +132,11 @@ inline CString Text(const QAnyValue& value) {
     return QAnyValue(value).MakeCString();
 }
 
+// The items of `folder` in the library folder `library` (which ends in "/") for `librarylist`:
+// see QEvaluatorFactory::LibraryList.
+CString ListLibraryItems(const CString& library, const CString& folder, const CString& filter,
+                         const CString& separator, const CString& type);
+
 } // namespace builtin
 
 } // namespace keel

@@ -1,6 +1,6 @@
 #include "keel/formula/deferredeval.h"
 
-#include "keel/document/winapp.h"
+#include "keel/document/appservices.h"
 #include "keel/formula/withformula.h"
 
 #include <algorithm>
@@ -32,8 +32,7 @@ std::atomic<long> c_nWorkerEvaluations{0};
 std::atomic<ValueChangedHandler> c_valueChangedHandler{nullptr};
 
 bool IsApplicationQuitting() {
-    const QWinApp* app = QWinApp::GetApp();
-    return app && app->IsClosing();
+    return AppServices().IsClosing();
 }
 
 // Under c_csDeferredEvalCriticalSection, after each change of the map.

@@ -3,7 +3,6 @@
 #include "keel/document/errorlog.h"
 #include "keel/document/translate.h"
 #include "keel/document/usertrace.h"
-#include "keel/document/winapp.h"
 #include "keel/formula/evaluatorfactory.h"
 #include "keel/formula/formulacontext.h"
 #include "keel/values/formulahook.h"
@@ -20,9 +19,6 @@ namespace keel {
 
 namespace {
 
-// The bit of the trace mask that traces every evaluation.
-constexpr unsigned c_traceEvaluations = 0x1;
-
 std::atomic<int> c_nestingCount{0};
 
 // The levels of QEvaluator::NestingLevel and QEvaluator::RoutineLevel in force on this thread.
@@ -35,7 +31,7 @@ std::mutex c_extraContextMutex;
 std::vector<std::pair<CString, CString>> c_extraContextLines;
 
 bool TraceEvaluations() {
-    return (QWinApp::c_UserTraceMask & c_traceEvaluations) != 0;
+    return IsTracing(USER_TRACE_EVALUATIONS);
 }
 
 void LowerNestingCount() {

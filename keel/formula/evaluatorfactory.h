@@ -1,5 +1,6 @@
 #pragma once
 
+#include "keel/document/appservices.h"
 #include "keel/platform/cstring.h"
 #include "keel/values/stringunique.h"
 
@@ -27,27 +28,31 @@ enum class QConstantFolder {
     MyDocumentsProduct,
 };
 
-// What the layers below the application need of it: evaluators of the application's own class,
-// the folders it keeps and its options. The application object installs itself; without one,
-// plain evaluators are made, the folder constants are empty strings and options their defaults.
-class QEvaluatorFactory {
+// The formula layer's part of the application services: evaluators of the application's own
+// class, the folders that formula constants name and the items of its library. It is installed
+// as the services (SetEvaluatorFactory); without one, plain evaluators are made, the folder
+// constants are empty strings and the library is the current folder.
+class QEvaluatorFactory : public QAppServices {
 public:
-    virtual ~QEvaluatorFactory() = default;
     virtual QEvaluator* NewQEvaluator(QAnyValue& result, FormulaText formula,
                                       QFormulaContext* context, bool passThrough, bool reportErrors,
                                       bool isAction) = 0;
     // The folder as a file path ("/a/b", no trailing "/"), or empty when there is none.
     virtual CString FolderForConstant(QConstantFolder folder) const = 0;
-    // An integer option from the application's store; `defaultValue` unless a factory keeps
-    // options.
-    virtual int ProfileInt(const CString& /*section*/, const CString& /*key*/,
-                           int defaultValue) const {
-        return defaultValue;
-    }
+    // What `librarylist` gives: the names, without extension, of the files in `folder` of the
+    // library that `filter` matches whole and, unless `type` is empty, that have the extension
+    // `type`, in order, joined by `separator`. By default the library is the Library folder, or
+    // the current folder when there is none.
+    virtual CString LibraryList(const CString& folder, const CString& filter,
+                                const CString& separator, const CString& type) const;
+
+    QEvaluatorFactory* EvaluatorFactory() override { return this; }
 };
 
-// Returns the factory it replaces; nullptr uninstalls.
+// Installs the factory as the application services (SetAppServices); returns the factory of the
+// services it replaces. nullptr uninstalls.
 QEvaluatorFactory* SetEvaluatorFactory(QEvaluatorFactory* factory);
+// The factory of the installed services, or nullptr.
 QEvaluatorFactory* GetEvaluatorFactory();
 
 } // namespace keel

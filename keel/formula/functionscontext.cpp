@@ -1,5 +1,5 @@
+#include "keel/document/appservices.h"
 #include "keel/document/errorlog.h"
-#include "keel/document/winapp.h"
 #include "keel/formula/builtins.h"
 #include "keel/formula/evaluator.h"
 #include "keel/formula/formulacontext.h"
@@ -350,7 +350,7 @@ bool Info(QBuiltinCall& call, bool& succeeded) {
     if (call.args[0].IsErrorOrNA())
         return Done(call, call.args[0], succeeded);
     const int what = QAnyValue(call.args[0]).MakeInt();
-    const QWinApp* application = QWinApp::GetApp();
+    const QAppServices* application = AppServices().IsApplication() ? &AppServices() : nullptr;
     CString text;
     if (what == 5)
         text = HostName();

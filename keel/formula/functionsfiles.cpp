@@ -1,6 +1,5 @@
 #include "keel/document/translate.h"
 #include "keel/document/usertrace.h"
-#include "keel/document/winapp.h"
 #include "keel/formula/builtins.h"
 #include "keel/formula/evaluator.h"
 #include "keel/formula/evaluatorfactory.h"
@@ -29,9 +28,6 @@ namespace keel {
 namespace {
 
 using namespace builtin;
-
-// The bit of the trace mask that traces evaluations, and with them what the functions read.
-constexpr unsigned c_traceEvaluations = 0x1;
 
 constexpr int c_sharingTries = 10;
 constexpr auto c_sharingWait = std::chrono::milliseconds(100);
@@ -197,7 +193,7 @@ bool Call(QBuiltinCall& call, bool& succeeded) {
         return Done(call, ErrorValue(failure), succeeded);
     const CString text = Joined(lines, u"\n");
     if (text.IsEmpty()) {
-        if ((QWinApp::c_UserTraceMask & c_traceEvaluations) != 0)
+        if (IsTracing(USER_TRACE_EVALUATIONS))
             UserTraceWriteLine(u"CALL EMPTY");
         return Done(call, QAnyValue(), succeeded);
     }
@@ -358,22 +354,12 @@ bool ListFolderNames(QBuiltinCall& call, bool& succeeded) {
     return ListNames(call, true, succeeded);
 }
 
-// The library's items of a folder in it: the names of its files without their extensions, in
-// order and each once, that the regular expression `filter` matches whole and, unless `type` is
-// empty, that have the extension `type`.
+// The list of the application's library, or of the current folder without one.
 CString LibraryList(const CString& folder, const CString& filter, const CString& separator,
                     const CString& type) {
-    const CString inLibrary = QPathOp::FolderPlusFolder(LibraryFolder(), folder);
-    const CString wholeName = u"^(?:" + filter + u")$";
-    std::vector<CString> names;
-    for (const CString& fileSpec : NamesInFolder(inLibrary, false)) {
-        if (!type.IsEmpty() && !QPathOp::MatchDotExt(fileSpec, type))
-            continue;
-        const CString name = QPathOp::FileSpecWithoutDotExt(fileSpec);
-        if (RegexMatch(name, wholeName) && (names.empty() || names.back() != name))
-            names.push_back(name);
-    }
-    return Joined(names, separator);
+    if (const QEvaluatorFactory* factory = GetEvaluatorFactory())
+        return factory->LibraryList(folder, filter, separator, type);
+    return ListLibraryItems(QCurrentDirectory::Get(), folder, filter, separator, type);
 }
 
 // librarylist([folder [, filter [, sep [, type]]]])
@@ -403,6 +389,22 @@ bool LibraryListByType(QBuiltinCall& call, bool& succeeded) {
 }
 
 } // namespace
+
+CString builtin::ListLibraryItems(const CString& library, const CString& folder,
+                                  const CString& filter, const CString& separator,
+                                  const CString& type) {
+    const CString inLibrary = QPathOp::FolderPlusFolder(library, folder);
+    const CString wholeName = u"^(?:" + filter + u")$";
+    std::vector<CString> names;
+    for (const CString& fileSpec : NamesInFolder(inLibrary, false)) {
+        if (!type.IsEmpty() && !QPathOp::MatchDotExt(fileSpec, type))
+            continue;
+        const CString name = QPathOp::FileSpecWithoutDotExt(fileSpec);
+        if (RegexMatch(name, wholeName) && (names.empty() || names.back() != name))
+            names.push_back(name);
+    }
+    return Joined(names, separator);
+}
 
 const QBuiltinGroup& FileFunctions() {
     static constexpr QBuiltinFunction functions[] = {

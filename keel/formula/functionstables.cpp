@@ -1,5 +1,4 @@
 #include "keel/document/usertrace.h"
-#include "keel/document/winapp.h"
 #include "keel/formula/builtins.h"
 #include "keel/formula/evaluator.h"
 #include "keel/formula/stringtovalue.h"
@@ -12,14 +11,7 @@ namespace {
 
 using namespace builtin;
 
-// The bit of the trace mask that traces evaluations, and with them what the functions read.
-constexpr unsigned c_traceEvaluations = 0x1;
-
 using Member = std::function<void(QAnyValue& table, QFormulaContext* context, QCacheState* state)>;
-
-bool IsTracing() {
-    return (QWinApp::c_UserTraceMask & c_traceEvaluations) != 0;
-}
 
 // "LOOKUP(prices, 7, b)": the upper-case name and the arguments' texts.
 CString CallText(const QBuiltinCall& call) {
@@ -49,7 +41,7 @@ void TraceCall(const QBuiltinCall& call, const QAnyValue& value) {
 
 bool Give(QBuiltinCall& call, const QAnyValue& value, bool& succeeded) {
     call.result = value;
-    if (IsTracing())
+    if (IsTracing(USER_TRACE_EVALUATIONS))
         TraceCall(call, value);
     succeeded = true;
     return true;

@@ -1,6 +1,6 @@
+#include "keel/document/appservices.h"
 #include "keel/document/errorlog.h"
 #include "keel/document/translate.h"
-#include "keel/document/winapp.h"
 #include "keel/formula/builtins.h"
 #include "keel/formula/evaluator.h"
 #include "keel/formula/evaluatorfactory.h"
@@ -17,8 +17,7 @@ using namespace builtin;
 // A server, or a program without a display, opens no dialog: the request is logged as ignored
 // under "Server" and the function gives what it would give had the person cancelled.
 bool AnswersAsServer() {
-    const QWinApp* application = QWinApp::GetApp();
-    return !UIServices().HasDisplay() || (application && application->IsServer());
+    return !UIServices().HasDisplay() || AppServices().IsServer();
 }
 
 void LogIgnored(const char16_t* function, const CString& prompt) {

@@ -1,17 +1,13 @@
 #include "keel/formula/toplevelcontext.h"
 
 #include "keel/document/usertrace.h"
-#include "keel/document/winapp.h"
 
 namespace keel {
 
 namespace {
 
-// The bit of the trace mask that traces the change notices reaching the root.
-constexpr unsigned c_traceChangeNotices = 0x4;
-
 void TraceChangeNotice(const char16_t* text) {
-    if ((QWinApp::c_UserTraceMask & c_traceChangeNotices) != 0)
+    if (IsTracing(USER_TRACE_CHANGE_NOTICES))
         UserTraceWriteLine(CString(text));
 }
 

@@ -1,5 +1,6 @@
 #include "keel/questions/properties.h"
 
+#include "keel/document/appservices.h"
 #include "keel/document/errorlog.h"
 #include "keel/document/translate.h"
 #include "keel/formula/formulacontext.h"
@@ -186,35 +187,6 @@ bool QPropertyComparator::IsSameAs(const QProp& prop) const {
     if (!m_pRefFormulaContext->GetProperty(prop.Key(), reference))
         return false;
     return prop.ValueWithFormula().ValueNoEnsureUpToDate().Identical(reference.Value());
-}
-
-// --- The application's side of a merge --------------------------------------------------------
-
-bool QMergeServices::IsRunningAutomated() const {
-    return !UIServices().HasDisplay();
-}
-
-int QMergeServices::ProgressCreate(const CString&, int, int) {
-    return -1;
-}
-
-void QMergeServices::ProgressStepIt(int) {}
-
-void QMergeServices::ProgressDestroy(int, const CString&) {}
-
-namespace {
-
-QMergeServices* g_installedMergeServices = nullptr;
-
-} // namespace
-
-QMergeServices& MergeServices() {
-    static QMergeServices defaults;
-    return g_installedMergeServices ? *g_installedMergeServices : defaults;
-}
-
-void SetMergeServices(QMergeServices* services) {
-    g_installedMergeServices = services;
 }
 
 // --- QProperties: construction ----------------------------------------------------------------
@@ -627,24 +599,24 @@ bool AnswersDiffer(const QAnyValue& value, FormulaText formula, const QAnyValue&
 class MergeProgress {
 public:
     explicit MergeProgress(int count) {
-        QMergeServices& services = MergeServices();
+        QAppServices& services = AppServices();
         if (!services.ShowsMergingMessages())
             return;
         static const QTString title(u"Merging answers", u"Status bar");
-        m_handle = services.ProgressCreate(title, 0, count);
+        m_handle = services.ProgressCreate(title, 0, count, false);
     }
     ~MergeProgress() {
         if (m_handle < 0)
             return;
         static const QTString done(u"Merged answers", u"Status bar");
-        MergeServices().ProgressDestroy(m_handle, done);
+        AppServices().ProgressDestroy(m_handle, done, false);
     }
     MergeProgress(const MergeProgress&) = delete;
     MergeProgress& operator=(const MergeProgress&) = delete;
 
     void Step() {
         if (m_handle >= 0)
-            MergeServices().ProgressStepIt(m_handle);
+            AppServices().ProgressStepIt(m_handle);
     }
 
 private:
@@ -720,7 +692,7 @@ bool QProperties::AcceptsChange(PropId key, const QAnyValue& value, FormulaText 
     if (!AnswersDiffer(existing, existingFormula, value, formula))
         return false;
     const CString keyText = key.ToString();
-    if (!MergeServices().IsRunningAutomated()) {
+    if (!AppServices().IsRunningAutomated()) {
         static const QTString ask(u"Change answer for '%s'\nfrom %s\nto %s",
                                   u"Message box (key,from,to)");
         return UIServices().MessageBox(

@@ -131,27 +131,6 @@ enum QMergeResolutionStrategy {
     MERGE_KEEP_EXISTING = 2, // only keys that the destination lacks are added
 };
 
-// What a merge needs from the application: whether a person can be asked, and the progress
-// display. The application object installs its own; without one, a merge shows no progress and
-// runs automated exactly when the user-interface host has no display.
-class QMergeServices {
-public:
-    virtual ~QMergeServices() = default;
-
-    virtual bool IsRunningAutomated() const;
-    // The option "MergingMessages": whether merges show their progress.
-    virtual bool ShowsMergingMessages() const { return false; }
-    // A display from `low` to `high`; its handle.
-    virtual int ProgressCreate(const CString& text, int low, int high);
-    virtual void ProgressStepIt(int handle);
-    virtual void ProgressDestroy(int handle, const CString& text);
-};
-
-// The installed services; the defaults until an application installs its own.
-QMergeServices& MergeServices();
-// The caller keeps `services` alive while installed; nullptr restores the defaults.
-void SetMergeServices(QMergeServices* services);
-
 // The answers of a formula context, in insertion order, found by key through a hash map that is
 // rebuilt lazily after a removal.
 class QProperties {

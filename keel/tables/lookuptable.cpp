@@ -3,7 +3,6 @@
 #include "keel/document/errorlog.h"
 #include "keel/document/translate.h"
 #include "keel/document/usertrace.h"
-#include "keel/document/winapp.h"
 #include "keel/formula/evaluatorfactory.h"
 #include "keel/platform/schema.h"
 #include "keel/system/fsfile.h"
@@ -23,7 +22,6 @@ namespace keel {
 
 namespace {
 
-constexpr unsigned c_traceTables = 0x1;
 constexpr int c_openTries = 10;
 constexpr auto c_openRetryWait = std::chrono::milliseconds(100);
 // The "second comment" of a table is archived from this document schema on.
@@ -40,7 +38,7 @@ QSmartPtrArray<QLookupTableData>& TheList() {
 }
 
 void TraceTables(const char16_t* word) {
-    if ((QWinApp::c_UserTraceMask & c_traceTables) != 0)
+    if (IsTracing(USER_TRACE_EVALUATIONS))
         UserTraceWriteLine(word);
 }
 

@@ -538,6 +538,9 @@ public:
 
     // --- Lookup-table members (keel/tables/anyvaluetables.cpp) ----------------------------------
     //
+    // They are defined in the tables layer, not here: a link-time edge from the values (and the
+    // formulas that call them) up to the tables that no include shows, kept as the one such seam.
+    //
     // The receiver is the table, by value or by name. Errors, N/A and empty in the receiver or a
     // key pass through, arrays spread; a name that is no table gives "Cannot find lookup table "
     // and the name. Updates give a boolean; the index forms count from 1.

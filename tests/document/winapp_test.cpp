@@ -836,12 +836,16 @@ TEST_F(WinAppTest, AProgressRangeMustHaveAStep) {
     EXPECT_NE(first, second);
 }
 
-TEST_F(WinAppTest, MergesOfAnswersAskTheApplicationWhileItLives) {
-    QMergeServices& defaults = MergeServices();
+TEST_F(WinAppTest, TheLayersBelowAskTheApplicationWhileItLives) {
+    QAppServices& defaults = AppServices();
+    EXPECT_FALSE(defaults.IsApplication());
+    EXPECT_EQ(defaults.ProgressCreate(u"Merging answers", 0, 2, false), -1);
     {
         TestApp app;
-        QMergeServices& services = MergeServices();
-        EXPECT_NE(&services, &defaults);
+        QAppServices& services = AppServices();
+        EXPECT_EQ(&services, static_cast<QAppServices*>(&app));
+        EXPECT_TRUE(services.IsApplication());
+        EXPECT_EQ(GetEvaluatorFactory(), &app);
         EXPECT_TRUE(services.IsRunningAutomated()) << "the headless host has no display";
         const bool savedMessages = QWinApp::c_bMergingMessages;
         QWinApp::c_bMergingMessages = true;
@@ -855,15 +859,16 @@ TEST_F(WinAppTest, MergesOfAnswersAskTheApplicationWhileItLives) {
             events.push_back(Describe(event));
             return true;
         });
-        const int handle = services.ProgressCreate(u"Merging answers", 0, 2);
+        const int handle = services.ProgressCreate(u"Merging answers", 0, 2, false);
         services.ProgressStepIt(handle);
-        services.ProgressDestroy(handle, u"Merged");
+        services.ProgressDestroy(handle, u"Merged", false);
         ASSERT_EQ(events.size(), 3u);
         EXPECT_EQ(events[0].rfind("create Merging answers 0/0..2", 0), 0u) << events[0];
         EXPECT_EQ(events[1].rfind("step", 0), 0u) << events[1];
         EXPECT_EQ(events[2].rfind("destroy Merged", 0), 0u) << events[2];
     }
-    EXPECT_EQ(&MergeServices(), &defaults) << "the defaults come back with the application gone";
+    EXPECT_EQ(&AppServices(), &defaults) << "the defaults come back with the application gone";
+    EXPECT_EQ(GetEvaluatorFactory(), nullptr);
 }
 
 TEST_F(WinAppTest, ACallbackCancelsOnlyACancellableProgress) {
@@ -1057,6 +1062,224 @@ TEST_F(WinAppTest, FolderConstantsAreTheApplicationsFoldersAsFilePaths) {
     EXPECT_EQ(Evaluated("data_folder"), "/drawings");
     EXPECT_EQ(Evaluated("drawing_folder"), "/drawings");
     EXPECT_EQ(Evaluated("drawing_subfolder"), "/drawings/2024");
+}
+
+// ---------------------------------------------------------------------------------------------
+// Start-up
+
+// An application that records the hooks of start-up in the order they are called, and whose
+// product steps answer as the test asks.
+class StartupApp : public TestApp {
+public:
+    void PreProcessShellCommand() override { calls.push_back("PreProcessShellCommand"); }
+    void DoSetupOfRegistryKey() override {
+        calls.push_back("DoSetupOfRegistryKey:" + std::string(IsServer() ? "server" : "user"));
+    }
+    void CreateSplash() override { calls.push_back("CreateSplash"); }
+    void KillSplash() override { calls.push_back("KillSplash"); }
+    CString MostRecentFile() const override {
+        calls.push_back("MostRecentFile");
+        return QWinApp::MostRecentFile();
+    }
+    bool LoadResources() override {
+        calls.push_back("LoadResources");
+        return resourcesLoad;
+    }
+    void LoadOptions() override {
+        calls.push_back("LoadOptions");
+        QWinApp::LoadOptions();
+    }
+    void InitRegistryOptionsCache() override {
+        calls.push_back("InitRegistryOptionsCache");
+        QWinApp::InitRegistryOptionsCache();
+    }
+    bool AddDocTemplate() override {
+        calls.push_back("AddDocTemplate");
+        return templatesLoad;
+    }
+    void OnFileNew() override { calls.push_back("OnFileNew"); }
+    bool ProcessShellCommand(QCommandLineInfo& info) override {
+        calls.push_back("ProcessShellCommand");
+        return QWinApp::ProcessShellCommand(info);
+    }
+    bool InitInstanceFinish() override {
+        calls.push_back("InitInstanceFinish:" + std::to_string(ShowCommand()) +
+                        (IsStarted() ? ":started" : ""));
+        return finishes;
+    }
+
+    mutable std::vector<std::string> calls;
+    bool resourcesLoad = true;
+    bool templatesLoad = true;
+    bool finishes = true;
+};
+
+TEST_F(WinAppTest, StartUpCallsItsHooksInOrder) {
+    StoreOptions(
+        "[Options]\nLengthUnits=5\nAutoSave=7\n[Recent File List]\nFile1=/drawings/a.kd\n");
+    StartupApp app;
+    EXPECT_FALSE(app.IsStartupComplete());
+    ASSERT_TRUE(app.InitInstance());
+    const std::vector<std::string> expected = {
+        "PreProcessShellCommand", "DoSetupOfRegistryKey:user", "CreateSplash", "MostRecentFile",
+        "LoadResources", "LoadOptions", "InitRegistryOptionsCache", "AddDocTemplate", "OnFileNew",
+        "ProcessShellCommand",
+        // Without a file to open the show command is -1 while start-up finishes.
+        "InitInstanceFinish:-1"};
+    EXPECT_EQ(app.calls, expected);
+    EXPECT_TRUE(app.IsStarted());
+    EXPECT_TRUE(app.IsStartupComplete());
+    EXPECT_EQ(app.ShowCommand(), 3) << "maximized, and put back after the last step";
+    EXPECT_EQ(U8(app.MostRecentFileName()), "/drawings/a.kd");
+    EXPECT_EQ(QArea::DefaultUnits(), QArea::AU_SQFT) << "the options were loaded";
+    EXPECT_EQ(app.AutoSaveTime(), 7);
+    EXPECT_EQ(app.GetProfileIntFromCache(u"View", u"SnapHandle", 0), 1) << "the cache was read";
+}
+
+TEST_F(WinAppTest, AServerStartShowsNothingAndWaitsForADocument) {
+    StartupApp app;
+    const char* argv[] = {"keel", "-Embedding"};
+    ASSERT_TRUE(app.ParseCommandLine(2, argv));
+    app.SetServer(false);
+    ASSERT_TRUE(app.InitInstance());
+    EXPECT_TRUE(app.IsServer()) << "the command line of the start makes the server";
+    const std::vector<std::string> expected = {"PreProcessShellCommand",
+                                               "DoSetupOfRegistryKey:server",
+                                               "MostRecentFile",
+                                               "LoadResources",
+                                               "LoadOptions",
+                                               "InitRegistryOptionsCache",
+                                               "AddDocTemplate"};
+    EXPECT_EQ(app.calls, expected);
+    EXPECT_EQ(app.ShowCommand(), 0);
+    EXPECT_FALSE(app.ParsedCommandLineInfoPtr()->m_bShowSplash);
+    EXPECT_FALSE(app.IsStarted()) << "started only by the second step";
+    EXPECT_TRUE(app.IsStartupComplete());
+}
+
+TEST_F(WinAppTest, TheShowCommandDecidesTheSplash) {
+    struct Case {
+        int command;
+        bool maximized;
+        int shown;
+        bool splash;
+    };
+    for (const Case c : {Case{1, true, 3, true}, Case{10, true, 3, true}, Case{1, false, 1, true},
+                         Case{5, true, 5, true}, Case{0, true, 0, false}, Case{2, true, 2, false},
+                         Case{6, true, 6, false}, Case{7, false, 7, false}}) {
+        StartupApp app;
+        app.SetShowCommand(c.command);
+        app.SetMaximized(c.maximized);
+        app.finishes = false;
+        app.InitInstance();
+        EXPECT_EQ(app.ShowCommand(), c.shown) << c.command;
+        EXPECT_EQ(app.ParsedCommandLineInfoPtr()->m_bShowSplash, c.splash) << c.command;
+        EXPECT_EQ(std::count(app.calls.begin(), app.calls.end(), "CreateSplash"), c.splash ? 1 : 0)
+            << c.command;
+    }
+}
+
+TEST_F(WinAppTest, AProductStepThatFailsStopsStartUp) {
+    {
+        StartupApp app;
+        app.resourcesLoad = false;
+        EXPECT_FALSE(app.InitInstance());
+        EXPECT_EQ(app.calls.back(), "LoadResources") << "the options are not loaded";
+        EXPECT_FALSE(app.IsStartupComplete());
+    }
+    {
+        StartupApp app;
+        app.templatesLoad = false;
+        EXPECT_FALSE(app.InitInstance());
+        EXPECT_EQ(app.calls.back(), "KillSplash");
+        EXPECT_FALSE(app.IsStartupComplete());
+    }
+    {
+        StartupApp app;
+        app.finishes = false;
+        EXPECT_FALSE(app.InitInstance());
+        EXPECT_FALSE(app.IsStarted());
+        EXPECT_FALSE(app.IsStartupComplete());
+    }
+}
+
+TEST_F(WinAppTest, AFileThatCannotBeOpenedAtStartUpIsTraced) {
+    // The mask comes from the options, which start-up loads before the shell command.
+    StoreOptions("[Options]\nUserTraceMask=256\n");
+    UserTraceRestart();
+    StartupApp app;
+    const char* argv[] = {"keel", "/drawings/missing.kd"};
+    ASSERT_TRUE(app.ParseCommandLine(2, argv));
+    EXPECT_FALSE(app.InitInstance());
+    EXPECT_EQ(app.calls.back(), "ProcessShellCommand");
+    EXPECT_FALSE(app.IsStarted());
+    const std::string path = U8(UserTraceFilePath());
+    UserTraceClose();
+    UserTraceRestart();
+    EXPECT_NE(ReadText(path).find("QWinApp::InitInstanceStep2 fails after ProcessShellCommand, "
+                                  "was trying to open [/drawings/missing.kd]"),
+              std::string::npos)
+        << ReadText(path);
+}
+
+TEST_F(WinAppTest, AFailedShellCommandIsNotTracedWithoutItsBit) {
+    StoreOptions("[Options]\nUserTraceMask=1\n");
+    UserTraceRestart();
+    StartupApp app;
+    const char* argv[] = {"keel", "/drawings/missing.kd"};
+    ASSERT_TRUE(app.ParseCommandLine(2, argv));
+    EXPECT_FALSE(app.InitInstance());
+    EXPECT_EQ(QWinApp::c_UserTraceMask, USER_TRACE_EVALUATIONS);
+    EXPECT_EQ(U8(UserTraceFilePath()), "") << "nothing opened the trace";
+    UserTraceRestart();
+}
+
+TEST_F(WinAppTest, AnOldHelpFileNameBecomesTheNewOne) {
+    for (const auto& [given, expected] :
+         std::vector<std::pair<std::string, std::string>>{{"/help/keel.hlp", "/help/keel.chm"},
+                                                          {"/help/KEEL.HLP", "/help/KEEL.chm"},
+                                                          {"/help/keel.chm", "/help/keel.chm"},
+                                                          {"hlp", "hlp"},
+                                                          {"/help/keel.hlpx", "/help/keel.hlpx"}}) {
+        StartupApp app;
+        app.SetHelpFilePath(CString::FromUtf8(given));
+        ASSERT_TRUE(app.InitInstance());
+        EXPECT_EQ(U8(app.HelpFilePath()), expected) << given;
+    }
+}
+
+TEST_F(WinAppTest, TheProgramNamesItself) {
+    TestApp app;
+    const std::string program = U8(QWinApp::ProgramPathAndName());
+    const std::string name = program.substr(program.rfind('/') + 1);
+    EXPECT_EQ(U8(app.GetExeName()), name.substr(0, name.find('.')));
+    EXPECT_EQ(U8(app.GetExeNameAndVer()),
+              U8(app.GetExeName()) + " " + U8(app.ProductVersionString()));
+    EXPECT_EQ(U8(app.GetEmbedName()), "Keel");
+}
+
+// A product whose library is a list of its own.
+class LibraryApp : public TestApp {
+public:
+    CString LibraryList(const CString& folder, const CString& filter, const CString& separator,
+                        const CString& type) const override {
+        return u"[" + folder + u"|" + filter + u"|" + separator + u"|" + type + u"]";
+    }
+};
+
+TEST_F(WinAppTest, LibraryListAsksTheApplication) {
+    LibraryApp app;
+    const auto evaluate = [](const char16_t* formula) {
+        QAnyValue value;
+        const std::unique_ptr<QEvaluator> evaluator(
+            QEvaluator::New(value, FormulaText(formula), nullptr, false, false, false));
+        evaluator->Evaluate();
+        return U8(value.MakeCString());
+    };
+    EXPECT_EQ(evaluate(u"librarylist()"), "[|.*|||]");
+    EXPECT_EQ(evaluate(u"librarylist(\"doors\", \"d.*\")"), "[doors|d.*|||]");
+    EXPECT_EQ(evaluate(u"librarylistbytype(\"kd\", \"doors\", \"d.*\", \",\")"),
+              "[doors|d.*|,|kd]");
 }
 
 } // namespace

@@ -1,6 +1,8 @@
 #include "tests/support/archivebytes.h"
 #include "tests/support/uihosts.h"
 
+#include "keel/document/appservices.h"
+
 #include "keel/document/errorlog.h"
 #include "keel/formula/evaluator.h"
 #include "keel/formula/formulacontext.h"
@@ -91,33 +93,35 @@ private:
 };
 
 // Merge services that write down the progress display and say what they are told to.
-class RecordingMergeServices : public QMergeServices {
+class RecordingMergeServices : public QAppServices {
 public:
     RecordingMergeServices(bool automated, bool messages)
         : m_automated(automated), m_messages(messages) {
-        SetMergeServices(this);
+        m_previous = SetAppServices(this);
     }
-    ~RecordingMergeServices() override { SetMergeServices(nullptr); }
+    ~RecordingMergeServices() override { SetAppServices(m_previous); }
     RecordingMergeServices(const RecordingMergeServices&) = delete;
     RecordingMergeServices& operator=(const RecordingMergeServices&) = delete;
 
     bool IsRunningAutomated() const override { return m_automated; }
     bool ShowsMergingMessages() const override { return m_messages; }
-    int ProgressCreate(const CString& text, int low, int high) override {
+    int ProgressCreate(const CString& text, int low, int high, bool /*cancellable*/) override {
         m_events.push_back("create " + text.ToUtf8() + " " + std::to_string(low) + ".." +
                            std::to_string(high));
         return 7;
     }
-    void ProgressStepIt(int handle) override {
+    bool ProgressStepIt(int handle) override {
         m_events.push_back("step " + std::to_string(handle));
+        return true;
     }
-    void ProgressDestroy(int handle, const CString& text) override {
+    void ProgressDestroy(int handle, const CString& text, bool /*redraw*/) override {
         m_events.push_back("destroy " + std::to_string(handle) + " " + text.ToUtf8());
     }
 
     std::vector<std::string> m_events;
 
 private:
+    QAppServices* m_previous = nullptr;
     bool m_automated;
     bool m_messages;
 };
@@ -914,10 +918,10 @@ TEST_F(PropertiesTest, MergeAskPutsEachChangeToThePersonOrLogsItWhenAutomated) {
 }
 
 TEST_F(PropertiesTest, WithoutAnApplicationAMergeRunsAutomatedOnAHostWithoutDisplay) {
-    EXPECT_TRUE(MergeServices().IsRunningAutomated());
+    EXPECT_TRUE(AppServices().IsRunningAutomated());
     test::RecordingHost host(IDNO);
     test::ScopedUIServices installed(host);
-    EXPECT_FALSE(MergeServices().IsRunningAutomated());
+    EXPECT_FALSE(AppServices().IsRunningAutomated());
 }
 
 TEST_F(PropertiesTest, OverwriteAndKeepExistingWithAndWithoutTheDeletionMarker) {

@@ -201,7 +201,6 @@ void ReportFailure(std::string_view formula, const CString& message) {
 } // namespace
 
 void PrepareEvaluation() {
-    QWinApp::GetApp()->LoadOptions();
     QEvaluator::InstallAsFormulaHook();
 }
 

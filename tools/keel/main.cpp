@@ -161,11 +161,18 @@ int main(int argc, char** argv) {
     using namespace keel::tool;
     // The program is an application of the library: its options, error log and folders are
     // those of an application named "Keel".
+    // It starts as an application does, without a command line of its own: the arguments are
+    // the subcommand's.
     keel::QWinApp application;
     const std::vector<std::string_view> args(argv + 1, argv + argc);
     if (args.empty())
         return UsageError("no command given");
+    if (!application.InitInstance()) {
+        std::fprintf(stderr, "keel: the application did not start\n");
+        return 1;
+    }
     const int status = DispatchGuarded(args.front(), std::span(args).subspan(1));
+    // Messages wait for the application to have time; a command has it when it is done.
     std::fflush(stdout);
     ShowPendingMessages();
     application.ExitInstance();

@@ -69,9 +69,7 @@ void ShowFileLocations(const QWinApp& app) {
 int RunOptions(std::span<const std::string_view> args) {
     if (!args.empty())
         return UsageError("options", "takes no arguments");
-    QWinApp& app = *QWinApp::GetApp();
-    app.LoadOptions();
-    app.InitRegistryOptionsCache();
+    const QWinApp& app = *QWinApp::GetApp();
     const CRegistry& store = CRegistry::Current();
     std::printf("Options file: %s\n", Utf8(store.FilePath()).c_str());
     if (!store.LastError().IsEmpty() && !IsPending(store.LastError()))

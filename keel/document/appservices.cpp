@@ -1,0 +1,37 @@
+#include "keel/document/appservices.h"
+
+#include "keel/platform/uiservices.h"
+
+#include <atomic>
+
+namespace keel {
+
+namespace {
+
+std::atomic<QAppServices*> g_appServices{nullptr};
+
+} // namespace
+
+CString QAppServices::AppName() const {
+    return u"Keel";
+}
+
+bool QAppServices::IsRunningAutomated() const {
+    return IsServer() || !UIServices().HasDisplay();
+}
+
+QAppServices& AppServices() {
+    static QAppServices defaults;
+    QAppServices* installed = g_appServices.load();
+    return installed ? *installed : defaults;
+}
+
+QAppServices* GetAppServices() {
+    return g_appServices.load();
+}
+
+QAppServices* SetAppServices(QAppServices* services) {
+    return g_appServices.exchange(services);
+}
+
+} // namespace keel
