@@ -2,6 +2,7 @@
 #include "tests/tables/memorytable.h"
 #include "tests/tables/tablefixture.h"
 
+#include "keel/document/errorlog.h"
 #include "keel/platform/uiservices.h"
 #include "keel/tables/tableediting.h"
 
@@ -384,6 +385,7 @@ protected:
     TableEditorFiles() {
         m_host.otherwise = IDOK;
         SetUIServices(&m_host);
+        TheErrorLog().SetFilename(CString::FromUtf8((m_folder / "errors.log").string()));
     }
     ~TableEditorFiles() override { SetUIServices(nullptr); }
 
