@@ -2,7 +2,6 @@
 #include "tests/support/uihosts.h"
 
 #include "keel/document/appservices.h"
-
 #include "keel/document/errorlog.h"
 #include "keel/formula/evaluator.h"
 #include "keel/formula/formulacontext.h"
