@@ -194,7 +194,7 @@ int Percent(long long position, long long low, long long high) {
 QWinApp::QWinApp() {
     QWinApp* none = nullptr;
     if (c_app.compare_exchange_strong(none, this)) {
-        SetAppServices(this);
+        SetEvaluatorFactory(this);
         QEvaluator::InstallAsFormulaHook();
         QLookupTableSource::Install();
     }
@@ -203,7 +203,7 @@ QWinApp::QWinApp() {
 
 QWinApp::~QWinApp() {
     if (GetAppServices() == this)
-        SetAppServices(nullptr);
+        SetEvaluatorFactory(nullptr);
     QWinApp* self = this;
     c_app.compare_exchange_strong(self, nullptr);
 }

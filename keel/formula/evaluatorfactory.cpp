@@ -3,13 +3,15 @@
 #include "keel/formula/builtins.h"
 #include "keel/system/currentdirectory.h"
 
+#include <atomic>
+
 namespace keel {
 
 namespace {
 
-QEvaluatorFactory* FactoryOf(QAppServices* services) {
-    return services ? services->EvaluatorFactory() : nullptr;
-}
+// The factory last installed through SetEvaluatorFactory. The services it replaces are compared
+// with it, never called: a caller may have left services behind that no longer exist.
+std::atomic<QEvaluatorFactory*> c_installedFactory{nullptr};
 
 } // namespace
 
@@ -21,11 +23,14 @@ CString QEvaluatorFactory::LibraryList(const CString& folder, const CString& fil
 }
 
 QEvaluatorFactory* SetEvaluatorFactory(QEvaluatorFactory* factory) {
-    return FactoryOf(SetAppServices(factory));
+    QEvaluatorFactory* const installed = c_installedFactory.exchange(factory);
+    QAppServices* const replaced = SetAppServices(factory);
+    return replaced && replaced == installed ? installed : nullptr;
 }
 
 QEvaluatorFactory* GetEvaluatorFactory() {
-    return FactoryOf(GetAppServices());
+    QAppServices* const services = GetAppServices();
+    return services ? services->EvaluatorFactory() : nullptr;
 }
 
 } // namespace keel
