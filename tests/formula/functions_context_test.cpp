@@ -1,5 +1,6 @@
 #include "tests/support/anyvalues.h"
 #include "tests/support/environment.h"
+#include "tests/support/namescontext.h"
 #include "tests/support/tables.h"
 
 #include "keel/document/winapp.h"
@@ -27,70 +28,6 @@ using testing::HasSubstr;
 
 // A context of values and formulas by name, which refuses to set "locked" and counts the values
 // set. Values may be set from the timer's thread.
-class RoomContext : public QFormulaContext {
-public:
-    CString SimpleTypeName() const override { return u"Room"; }
-    QProperties* Properties() const override { return nullptr; }
-
-    bool SimpleLookupValueInThis(PropId name, QAnyValue& value, bool&, QCacheState&,
-                                 bool) override {
-        const std::lock_guard lock(m_mutex);
-        return m_values.Lookup(name, value);
-    }
-    bool SimpleSetValueInThis(PropId name, const QAnyValue& value) override {
-        const std::lock_guard lock(m_mutex);
-        m_values[name] = value;
-        ++m_sets;
-        return true;
-    }
-    bool SimpleSetFormulaInThis(PropId name, FormulaText formula) override {
-        const std::lock_guard lock(m_mutex);
-        m_formulas[name] = formula;
-        return true;
-    }
-    bool SetValue(FullId name, const QAnyValue& value) override {
-        return name != FullId(u"locked") && QFormulaContext::SetValue(name, value);
-    }
-    bool SetFormula(FullId name, FormulaText formula) override {
-        return name != FullId(u"locked") && QFormulaContext::SetFormula(name, formula);
-    }
-    void RemoveProperty(PropId name) override {
-        const std::lock_guard lock(m_mutex);
-        m_values.RemoveKey(name);
-    }
-
-    void Set(const char* name, const QAnyValue& value) {
-        const std::lock_guard lock(m_mutex);
-        m_values[PropId(name)] = value;
-    }
-    bool Has(const char* name) const {
-        const std::lock_guard lock(m_mutex);
-        return m_values.PLookup(PropId(name)) != nullptr;
-    }
-    std::string Text(const char* name) const {
-        const std::lock_guard lock(m_mutex);
-        QAnyValue value;
-        m_values.Lookup(PropId(name), value);
-        return value.MakeCString().ToUtf8();
-    }
-    std::string Formula(const char* name) const {
-        const std::lock_guard lock(m_mutex);
-        FormulaText formula;
-        m_formulas.Lookup(PropId(name), formula);
-        return formula.ToString().ToUtf8();
-    }
-    int Sets() const {
-        const std::lock_guard lock(m_mutex);
-        return m_sets;
-    }
-
-private:
-    mutable std::mutex m_mutex;
-    QMap<PropId, QAnyValue> m_values;
-    QMap<PropId, FormulaText> m_formulas;
-    int m_sets = 0;
-};
-
 struct Outcome {
     bool ok = false;
     QAnyValue value;
@@ -127,7 +64,7 @@ protected:
         return outcome.ok ? Shown(outcome.value) : "failed: " + outcome.message;
     }
 
-    RoomContext m_room;
+    test::NamesContext m_room{"Room"};
 };
 
 struct ContextCase {
