@@ -161,15 +161,15 @@ TEST_F(AnyValueTest, TypeNamesRoundTripIgnoringCase) {
     EXPECT_EQ(Utf8(QAnyValue::TypeToString(static_cast<QAnyValue::TYPE>(-3))), "#EMPTY");
     EXPECT_EQ(Utf8(QAnyValue::TypeToString(static_cast<QAnyValue::TYPE>(255))), "#EMPTY");
     EXPECT_EQ(QAnyValue::StringToType(u"Integer"), QAnyValue::TYPE_EMPTY);
-}
-
-TEST_F(AnyValueTest, IntToTypeKeepsOnlyZeroToFifteen) {
-    EXPECT_EQ(QAnyValue::IntToType(0), QAnyValue::TYPE_EMPTY);
+    for (const int number : {0, 16, -1, -2})
+        EXPECT_EQ(QAnyValue::IntToType(number), QAnyValue::TYPE_EMPTY) << number;
     EXPECT_EQ(QAnyValue::IntToType(15), QAnyValue::TYPE_COLOR);
     EXPECT_EQ(QAnyValue::IntToType(7), QAnyValue::TYPE_LENGTH);
-    EXPECT_EQ(QAnyValue::IntToType(16), QAnyValue::TYPE_EMPTY);
-    EXPECT_EQ(QAnyValue::IntToType(-1), QAnyValue::TYPE_EMPTY);
-    EXPECT_EQ(QAnyValue::IntToType(-2), QAnyValue::TYPE_EMPTY);
+    EXPECT_EQ(QAnyValue::TypeToADOXEnum(QAnyValue::TYPE_STRING), 202);
+    EXPECT_EQ(QAnyValue::TypeToADOXEnum(QAnyValue::TYPE_BOOL), 11);
+    EXPECT_EQ(QAnyValue::TypeToADOXEnum(QAnyValue::TYPE_INT), 3);
+    EXPECT_EQ(QAnyValue::TypeToADOXEnum(QAnyValue::TYPE_DOUBLE), 5);
+    EXPECT_EQ(QAnyValue::TypeToADOXEnum(QAnyValue::TYPE_LENGTH), 0);
 }
 
 TEST_F(AnyValueTest, CompareTypeWithIsTheDifferenceOfRanks) {
@@ -193,15 +193,6 @@ TEST_F(AnyValueTest, CompareTypeWithIsTheDifferenceOfRanks) {
     for (const auto& c : cases)
         EXPECT_EQ(c.a.CompareTypeWith(c.b), c.difference)
             << Utf8(c.a.TypeName()) << " against " << Utf8(c.b.TypeName());
-}
-
-TEST_F(AnyValueTest, ADOXColumnTypes) {
-    EXPECT_EQ(QAnyValue::TypeToADOXEnum(QAnyValue::TYPE_STRING), 202);
-    EXPECT_EQ(QAnyValue::TypeToADOXEnum(QAnyValue::TYPE_BOOL), 11);
-    EXPECT_EQ(QAnyValue::TypeToADOXEnum(QAnyValue::TYPE_INT), 3);
-    EXPECT_EQ(QAnyValue::TypeToADOXEnum(QAnyValue::TYPE_DOUBLE), 5);
-    EXPECT_EQ(QAnyValue::TypeToADOXEnum(QAnyValue::TYPE_LENGTH), 0);
-    EXPECT_EQ(QAnyValue::TypeToADOXEnum(QAnyValue::TYPE_MONEY), 0);
 }
 
 // --- Storage -----------------------------------------------------------------------------------
@@ -257,33 +248,11 @@ TEST_F(AnyValueTest, SetTypeOutsideTheRangeSetsTheNumberAlone) {
     EXPECT_TRUE(value.IsEmpty());
 }
 
-TEST_F(AnyValueTest, ConstructionSetsTypeAndContent) {
-    EXPECT_TRUE(QAnyValue().IsEmpty());
-    EXPECT_EQ(Utf8(QAnyValue(CString(u"a")).MakeCString()), "a");
-    EXPECT_EQ(Utf8(QAnyValue(u"wide").MakeCString()), "wide");
+TEST_F(AnyValueTest, ConstructionFromTextAndFromAListOfValues) {
     EXPECT_EQ(Utf8(QAnyValue("\xc3\xa9t\xc3\xa9").MakeCString()), "\xc3\xa9t\xc3\xa9");
     EXPECT_TRUE(QAnyValue("narrow").IsString()) << "a narrow literal is text, not a boolean";
-    EXPECT_TRUE(QAnyValue(QMoney::FromRaw(5)).IsMoney());
-    EXPECT_TRUE(QAnyValue(QDateTime(3.0)).IsDateTime());
-    EXPECT_TRUE(QAnyValue(QTime::FromRaw(5)).IsTime());
-    EXPECT_TRUE(Mm(1).IsLength());
-    EXPECT_TRUE(SquareMetres(1).IsArea());
-    EXPECT_TRUE(CubicMetres(1).IsVolume());
-    EXPECT_TRUE(Degrees(1).IsAngle());
-    EXPECT_TRUE(QAnyValue(0xFF0000ul).IsColor());
-    EXPECT_EQ(QAnyValue(0xFF0000ul).MakeColor(), 0xFF0000ul);
-    EXPECT_TRUE(QAnyValue(3).IsInt());
-    EXPECT_TRUE(QAnyValue(true).IsBool());
-    EXPECT_TRUE(QAnyValue(2.5).IsDouble());
-    EXPECT_TRUE(Array({1, 2}).IsArray());
-    EXPECT_TRUE(QAnyValue(QTableHandlePtr(new test::NamedTable(u"t"))).IsLookupTable());
-
     const QAnyValue items[] = {QAnyValue(1), QAnyValue(u"b")};
-    QAnyValue copies(items, 2);
-    ASSERT_TRUE(copies.IsArray());
-    ASSERT_EQ(copies.GetSize(), 2);
-    EXPECT_TRUE(copies.MakeArray()[0].Identical(QAnyValue(1)));
-    EXPECT_TRUE(copies.MakeArray()[1].Identical(QAnyValue(u"b")));
+    EXPECT_TRUE(QAnyValue(items, 2).Identical(Array({1, u"b"})));
 }
 
 TEST_F(AnyValueTest, RateConstructionSimplifiesDivisibleHalves) {
@@ -307,24 +276,13 @@ TEST_F(AnyValueTest, RateConstructionSimplifiesDivisibleHalves) {
 
 TEST_F(AnyValueTest, TemplateAssignmentCoversTheNarrowTypes) {
     QAnyValue value;
-    value = 'A';
-    EXPECT_TRUE(value.Identical(QAnyValue(65)));
-    value = static_cast<unsigned char>(200);
-    EXPECT_TRUE(value.Identical(QAnyValue(200)));
-    value = static_cast<short>(-7);
-    EXPECT_TRUE(value.Identical(QAnyValue(-7)));
-    value = 123456L;
-    EXPECT_TRUE(value.Identical(QAnyValue(123456)));
-    value = 1.5f;
-    EXPECT_TRUE(value.Identical(QAnyValue(1.5)));
-    value = 0x00FF00ul;
-    EXPECT_TRUE(value.IsColor());
-    value = true;
-    EXPECT_TRUE(value.Identical(QAnyValue(true)));
-    value = CString(u"s");
-    EXPECT_TRUE(value.IsString());
-    value = QLength(2, QLength::LU_MM);
-    EXPECT_TRUE(value.IsLength());
+    EXPECT_TRUE((value = 'A').Identical(QAnyValue(65)));
+    EXPECT_TRUE((value = static_cast<unsigned char>(200)).Identical(QAnyValue(200)));
+    EXPECT_TRUE((value = static_cast<short>(-7)).Identical(QAnyValue(-7)));
+    EXPECT_TRUE((value = 123456L).Identical(QAnyValue(123456)));
+    EXPECT_TRUE((value = 1.5f).Identical(QAnyValue(1.5)));
+    EXPECT_TRUE((value = 0x00FF00ul).IsColor());
+    EXPECT_TRUE((value = QLength(2, QLength::LU_MM)).IsLength());
 }
 
 TEST_F(AnyValueTest, CopiesAreDeep) {
@@ -883,6 +841,8 @@ TEST_F(AnyValueTest, CompareAfterPromotion) {
         const int result = c.a.Compare(c.b, failed);
         EXPECT_FALSE(failed) << c.what;
         EXPECT_EQ((result > 0) - (result < 0), c.sign) << c.what;
+        EXPECT_EQ(c.a < c.b, c.sign < 0) << c.what;
+        EXPECT_EQ(c.a >= c.b, c.sign >= 0) << c.what;
     }
 }
 
@@ -910,14 +870,6 @@ TEST_F(AnyValueTest, CompareFailures) {
         EXPECT_FALSE(c.a > c.b) << c.what;
         EXPECT_FALSE(c.a >= c.b) << c.what;
     }
-}
-
-TEST_F(AnyValueTest, OrderingOperators) {
-    EXPECT_TRUE(QAnyValue(1) < QAnyValue(2));
-    EXPECT_TRUE(QAnyValue(1) <= QAnyValue(1.0));
-    EXPECT_FALSE(QAnyValue(1) < QAnyValue(1.0));
-    EXPECT_TRUE(QAnyValue(3) > QAnyValue(2.5));
-    EXPECT_TRUE(QAnyValue(3) >= QAnyValue(3));
 }
 
 TEST_F(AnyValueTest, StringsCompareWithCaseWhenTheOptionSaysSo) {

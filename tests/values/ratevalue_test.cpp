@@ -46,50 +46,53 @@ private:
     QTime::TIMEUNITS m_time = QTime::DefaultUnits();
 };
 
-TEST_F(RateValueTest, Construction) {
-    ExpectHalves(QRateValue(), QAnyValue(), QAnyValue());
-    ExpectHalves(QRateValue(3), QAnyValue(3), QAnyValue(1));
-    ExpectHalves(QRateValue(2.5), QAnyValue(2.5), QAnyValue(1));
-    ExpectHalves(QRateValue(Cents(5)), Cents(5), QAnyValue(1));
-    ExpectHalves(QRateValue(Cents(5), Mm(2)), Cents(5), Mm(2));
+TEST_F(RateValueTest, ConstructionAndArithmeticWorkOnTheHalves) {
     QRateValue assigned(Cents(5), Mm(2));
     assigned = 4;
-    ExpectHalves(assigned, QAnyValue(4), QAnyValue(1));
-    assigned = 0.5;
-    ExpectHalves(assigned, QAnyValue(0.5), QAnyValue(1));
-}
-
-TEST_F(RateValueTest, AdditionCrossMultiplies) {
-    ExpectHalves(QRateValue(QAnyValue(1), QAnyValue(2)) + QRateValue(QAnyValue(1), QAnyValue(3)),
-                 QAnyValue(5), QAnyValue(6));
-    ExpectHalves(QRateValue(QAnyValue(1), QAnyValue(2)) - QRateValue(QAnyValue(1), QAnyValue(3)),
-                 QAnyValue(1), QAnyValue(6));
+    QRateValue assignedDouble(Cents(5), Mm(2));
+    assignedDouble = 0.5;
+    const QRateValue half(QAnyValue(1), QAnyValue(2));
+    const QRateValue third(QAnyValue(1), QAnyValue(3));
+    const QRateValue perFoot(Cents(200), Feet(1));
+    const struct {
+        const char* what;
+        QRateValue rate;
+        QAnyValue num, den;
+    } cases[] = {
+        {"empty", QRateValue(), QAnyValue(), QAnyValue()},
+        {"whole number", QRateValue(3), QAnyValue(3), QAnyValue(1)},
+        {"number", QRateValue(2.5), QAnyValue(2.5), QAnyValue(1)},
+        {"money", QRateValue(Cents(5)), Cents(5), QAnyValue(1)},
+        {"two halves", QRateValue(Cents(5), Mm(2)), Cents(5), Mm(2)},
+        {"assigned a whole number", assigned, QAnyValue(4), QAnyValue(1)},
+        {"assigned a number", assignedDouble, QAnyValue(0.5), QAnyValue(1)},
+        {"sum cross-multiplies", half + third, QAnyValue(5), QAnyValue(6)},
+        {"difference cross-multiplies", half - third, QAnyValue(1), QAnyValue(6)},
+        {"product", perFoot * QRateValue(QAnyValue(3), QAnyValue(1)), Cents(600), Feet(1)},
+        {"quotient",
+         QRateValue(QAnyValue(6), QAnyValue(1)) / QRateValue(QAnyValue(2), QAnyValue(1)),
+         QAnyValue(6), QAnyValue(2)},
+        {"times a whole number", perFoot * 3, Cents(600), Feet(1)},
+        {"times a number", perFoot * 1.5, Cents(300), Feet(1)},
+        {"over a whole number", perFoot / 4, Cents(50), Feet(1)},
+        {"over a number", perFoot / 0.5, Cents(400), Feet(1)},
+        {"negated", -perFoot, Cents(-200), Feet(1)},
+        {"plus", +perFoot, Cents(200), Feet(1)},
+        {"reciprocal", perFoot.Reciprocal(), Feet(1), Cents(200)},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.what);
+        ExpectHalves(c.rate, c.num, c.den);
+    }
     QRateValue perHour(Cents(100), Seconds(3600));
     perHour += QRateValue(Cents(50), Seconds(3600));
     EXPECT_DOUBLE_EQ(Double(perHour), 1.5) << "dollars per hour";
-}
-
-TEST_F(RateValueTest, MultiplicationAndDivision) {
-    ExpectHalves(QRateValue(Cents(200), Feet(1)) * QRateValue(QAnyValue(3), QAnyValue(1)),
-                 Cents(600), Feet(1));
-    ExpectHalves(QRateValue(QAnyValue(6), QAnyValue(1)) / QRateValue(QAnyValue(2), QAnyValue(1)),
-                 QAnyValue(6), QAnyValue(2));
-    ExpectHalves(QRateValue(Cents(200), Feet(1)) * 3, Cents(600), Feet(1));
-    ExpectHalves(QRateValue(Cents(200), Feet(1)) * 1.5, Cents(300), Feet(1));
-    ExpectHalves(QRateValue(Cents(200), Feet(1)) / 4, Cents(50), Feet(1));
-    ExpectHalves(QRateValue(Cents(200), Feet(1)) / 0.5, Cents(400), Feet(1));
-}
-
-TEST_F(RateValueTest, SignsAndReciprocal) {
-    ExpectHalves(-QRateValue(Cents(200), Feet(1)), Cents(-200), Feet(1));
-    ExpectHalves(+QRateValue(Cents(200), Feet(1)), Cents(200), Feet(1));
-    ExpectHalves(QRateValue(Cents(200), Feet(1)).Reciprocal(), Feet(1), Cents(200));
     EXPECT_TRUE(!QRateValue(Cents(0), Feet(1)));
     EXPECT_FALSE(!QRateValue(Cents(1), Feet(1)));
     EXPECT_TRUE(QRateValue(Cents(0), Feet(1)).IsZero());
 }
 
-TEST_F(RateValueTest, ComparisonByQuotient) {
+TEST_F(RateValueTest, ComparisonByQuotientAndDoubleInTheDefaultUnits) {
     const QRateValue half(QAnyValue(1), QAnyValue(2));
     const QRateValue twoQuarters(QAnyValue(2), QAnyValue(4));
     const QRateValue twoThirds(QAnyValue(2), QAnyValue(3));
@@ -101,9 +104,6 @@ TEST_F(RateValueTest, ComparisonByQuotient) {
     EXPECT_TRUE(twoThirds >= half);
     EXPECT_EQ(half.Compare(twoThirds), -1);
     EXPECT_EQ(twoThirds.Compare(half), 1);
-}
-
-TEST_F(RateValueTest, DoubleInTheDefaultUnits) {
     EXPECT_DOUBLE_EQ(Double(QRateValue(QAnyValue(3), QAnyValue(2))), 1.5);
     EXPECT_DOUBLE_EQ(Double(QRateValue(Cents(300), Mm(2))), 1.5);
     QLength::SetDefaultUnits(QLength::LU_FOOT);
@@ -112,7 +112,7 @@ TEST_F(RateValueTest, DoubleInTheDefaultUnits) {
     EXPECT_EQ(Double(QRateValue()), 0.0);
 }
 
-TEST_F(RateValueTest, ParseSplitsAtTheStroke) {
+TEST_F(RateValueTest, ParseSplitsAtTheStrokeAndAFailureLeavesTheRate) {
     QRateValue rate;
     EXPECT_EQ(rate.Parse(u"$5 / hr"), PARSE_EXACT);
     ExpectHalves(rate, Cents(500), Seconds(3600));
@@ -126,10 +126,7 @@ TEST_F(RateValueTest, ParseSplitsAtTheStroke) {
     ExpectHalves(rate, QAnyValue(2.5), QAnyValue(QVolume(1, QVolume::VU_CBM)));
     EXPECT_EQ(rate.Parse(u"1 1/2 / sec"), PARSE_DEFAULTED) << "a length without its unit";
     ExpectHalves(rate, Mm(1.5), Seconds(1));
-}
-
-TEST_F(RateValueTest, ParseFailuresLeaveTheRate) {
-    QRateValue rate(Cents(1), Mm(1));
+    rate = QRateValue(Cents(1), Mm(1));
     for (const char16_t* text : {u"$5", u"abc / def", u"$5 / xyz", u"$5 /", u"/ sec"}) {
         EXPECT_EQ(rate.Parse(text), PARSE_NONE) << Utf8(text);
         ExpectHalves(rate, Cents(1), Mm(1));
