@@ -45,20 +45,17 @@ std::vector<int> Contents(const QArray<int>& array) {
     return std::vector<int>(array.begin(), array.end());
 }
 
-TEST(QArray, CountsAndBounds) {
+TEST(QArray, CountsBoundsAndCheckedElementAccess) {
     QArray<int> array;
     EXPECT_TRUE(array.IsEmpty());
     EXPECT_EQ(array.GetCount(), 0);
     EXPECT_EQ(array.GetUpperBound(), -1);
-    EXPECT_EQ(array.Add(7), 0);
-    EXPECT_EQ(array.Add(8), 1);
-    EXPECT_EQ(array.GetSize(), 2);
-    EXPECT_EQ(array.GetUpperBound(), 1);
+    EXPECT_EQ(array.Add(10), 0);
+    EXPECT_EQ(array.Add(20), 1);
+    EXPECT_EQ(array.Add(30), 2);
+    EXPECT_EQ(array.GetSize(), 3);
+    EXPECT_EQ(array.GetUpperBound(), 2);
     EXPECT_FALSE(array.IsEmpty());
-}
-
-TEST(QArray, ElementAccessIsBoundsChecked) {
-    QArray<int> array{10, 20, 30};
     const QArray<int>& view = array;
     EXPECT_EQ(array[0], 10);
     EXPECT_EQ(view[2], 30);
@@ -76,22 +73,19 @@ TEST(QArray, ElementAccessIsBoundsChecked) {
     EXPECT_THROW(array.SetAt(3, 1), InvalidArgumentException);
 }
 
-TEST(QArray, SetAtGrowExtendsWithDefaults) {
+TEST(QArray, SetAtGrowExtendsWithDefaultsEvenWithOneOfItsOwnElements) {
     QArray<int> array{1};
     array.SetAtGrow(3, 4);
     EXPECT_EQ(Contents(array), (std::vector<int>{1, 0, 0, 4}));
     array.SetAtGrow(1, 2);
     EXPECT_EQ(Contents(array), (std::vector<int>{1, 2, 0, 4}));
     EXPECT_THROW(array.SetAtGrow(-1, 0), InvalidArgumentException);
-}
-
-TEST(QArray, SetAtGrowWithOneOfItsOwnElements) {
-    QArray<CString> array{CString(u"kept")};
-    array.SetGrowSize(1);
-    array.SetAtGrow(5, array[0]);
-    EXPECT_EQ(array.GetCount(), 6);
-    EXPECT_EQ(array[5], CString(u"kept"));
-    EXPECT_TRUE(array[3].IsEmpty());
+    QArray<CString> strings{CString(u"kept")};
+    strings.SetGrowSize(1);
+    strings.SetAtGrow(5, strings[0]);
+    EXPECT_EQ(strings.GetCount(), 6);
+    EXPECT_EQ(strings[5], CString(u"kept"));
+    EXPECT_TRUE(strings[3].IsEmpty());
 }
 
 TEST(QArray, HeadAndTail) {
@@ -131,11 +125,7 @@ TEST(QArray, GetNextAndGetPrevWalkAsymmetrically) {
     EXPECT_EQ(pos, 0);
     EXPECT_EQ(array.GetNext(pos), 1);
     EXPECT_EQ(pos, 1);
-}
-
-TEST(QArray, GetNextAtTheEndAndGetPrevAtZeroFail) {
-    QArray<int> array{1, 2, 3};
-    int pos = 3;
+    pos = 3;
     EXPECT_THROW(array.GetNext(pos), InvalidArgumentException);
     EXPECT_EQ(pos, 3);
     pos = 0;
@@ -148,7 +138,7 @@ TEST(QArray, GetNextAtTheEndAndGetPrevAtZeroFail) {
     EXPECT_THROW(view.GetPrev(pos), InvalidArgumentException);
 }
 
-TEST(QArray, AddHeadAndAddTailReturnTheNewIndex) {
+TEST(QArray, AddHeadAddTailAndAppendReturnTheNewIndexEvenFromItself) {
     QArray<int> array{5};
     EXPECT_EQ(array.AddTail(6), 1);
     EXPECT_EQ(array.AddHead(4), 0);
@@ -160,17 +150,14 @@ TEST(QArray, AddHeadAndAddTailReturnTheNewIndex) {
     EXPECT_EQ(Contents(array), (std::vector<int>{1, 2, 4, 5, 6, 7, 8}));
     EXPECT_EQ(array.Append(QArray<int>{9}), 7);
     EXPECT_EQ(array.GetTail(), 9);
-}
-
-TEST(QArray, AppendToItself) {
-    QArray<int> array{1, 2};
+    array = {1, 2};
     EXPECT_EQ(array.Append(array), 2);
     EXPECT_EQ(Contents(array), (std::vector<int>{1, 2, 1, 2}));
     array.InsertAt(1, array);
     EXPECT_EQ(Contents(array), (std::vector<int>{1, 1, 2, 1, 2, 2, 1, 2}));
 }
 
-TEST(QArray, InsertAtInsertsCopiesBeforeTheIndex) {
+TEST(QArray, InsertAtBeforeAndAfterInsertCopiesAndPastTheEndExtendWithDefaults) {
     QArray<int> array{1, 5};
     array.InsertAt(1, 3, 3);
     EXPECT_EQ(Contents(array), (std::vector<int>{1, 3, 3, 3, 5}));
@@ -179,10 +166,7 @@ TEST(QArray, InsertAtInsertsCopiesBeforeTheIndex) {
     EXPECT_EQ(Contents(array), (std::vector<int>{0, 1, 3, 3, 3, 5, 9}));
     EXPECT_THROW(array.InsertAt(-1, 0), InvalidArgumentException);
     EXPECT_THROW(array.InsertAt(0, 0, 0), InvalidArgumentException);
-}
-
-TEST(QArray, InsertAtPastTheEndExtendsWithDefaults) {
-    QArray<int> array{1};
+    array = {1};
     array.InsertAt(3, 7, 2);
     EXPECT_EQ(Contents(array), (std::vector<int>{1, 0, 0, 7, 7}));
 
@@ -240,45 +224,35 @@ TEST(QArray, RemoveAtChecksTheWholeRange) {
     EXPECT_EQ(Contents(array), (std::vector<int>{0, 3}));
     array.RemoveAll();
     EXPECT_TRUE(array.IsEmpty());
-}
-
-TEST(QArray, RemoveHeadReturnsACopyOfAString) {
-    QArray<CString> array{CString(u"first"), CString(u"second")};
-    const CString head = array.RemoveHead();
+    QArray<CString> strings{CString(u"first"), CString(u"second")};
+    const CString head = strings.RemoveHead();
     EXPECT_EQ(head, CString(u"first"));
-    EXPECT_EQ(array.GetCount(), 1);
-    EXPECT_EQ(array[0], CString(u"second"));
+    EXPECT_EQ(strings[0], CString(u"second"));
 }
 
-TEST(QArray, FindStartsAboveAfter) {
+TEST(QArray, FindAndFindNoCaseStartAboveAfter) {
     QArray<int> array{4, 7, 4, 9};
     EXPECT_EQ(array.Find(4), 0);
     EXPECT_EQ(array.Find(4, 0), 2);
     EXPECT_EQ(array.Find(4, 2), -1);
     EXPECT_EQ(array.Find(5), -1);
     EXPECT_EQ(array.Find(4, -7), 0);
-}
-
-TEST(QArray, FindAfterTheLastIndexComparesNothing) {
-    QArray<Probe> array{Probe{1}, Probe{2}, Probe{3}};
+    QArray<Probe> probes{Probe{1}, Probe{2}, Probe{3}};
     Probe::compares = 0;
-    EXPECT_EQ(array.Find(Probe{3}, array.GetCount() - 1), -1);
-    EXPECT_EQ(array.Find(Probe{3}, 1000), -1);
-    EXPECT_EQ(Probe::compares, 0);
-    EXPECT_EQ(array.Find(Probe{3}, 0), 2);
+    EXPECT_EQ(probes.Find(Probe{3}, probes.GetCount() - 1), -1);
+    EXPECT_EQ(probes.Find(Probe{3}, 1000), -1);
+    EXPECT_EQ(Probe::compares, 0) << "after the last index nothing is compared";
+    EXPECT_EQ(probes.Find(Probe{3}, 0), 2);
     EXPECT_EQ(Probe::compares, 2);
+    QArray<CString> names{CString(u"Width"), CString(u"height"), CString(u"WIDTH")};
+    EXPECT_EQ(names.Find(CString(u"WIDTH")), 2);
+    EXPECT_EQ(names.Find(CString(u"width")), -1);
+    EXPECT_EQ(names.FindNoCase(CString(u"width")), 0);
+    EXPECT_EQ(names.FindNoCase(CString(u"width"), 0), 2);
+    EXPECT_EQ(names.FindNoCase(CString(u"HEIGHT")), 1);
 }
 
-TEST(QArray, FindAndFindNoCaseOnStrings) {
-    QArray<CString> array{CString(u"Width"), CString(u"height"), CString(u"WIDTH")};
-    EXPECT_EQ(array.Find(CString(u"WIDTH")), 2);
-    EXPECT_EQ(array.Find(CString(u"width")), -1);
-    EXPECT_EQ(array.FindNoCase(CString(u"width")), 0);
-    EXPECT_EQ(array.FindNoCase(CString(u"width"), 0), 2);
-    EXPECT_EQ(array.FindNoCase(CString(u"HEIGHT")), 1);
-}
-
-TEST(QArray, SortAndSortNoCaseOnStrings) {
+TEST(QArray, SortAndSortNoCase) {
     QArray<CString> array{CString(u"b"), CString(u"C"), CString(u"a"), CString(u"B")};
     array.Sort();
     EXPECT_EQ(array[0], CString(u"B"));
@@ -291,12 +265,9 @@ TEST(QArray, SortAndSortNoCaseOnStrings) {
     EXPECT_EQ(array[1].CompareNoCase(CString(u"b")), 0);
     EXPECT_EQ(array[2].CompareNoCase(CString(u"b")), 0);
     EXPECT_EQ(array[3], CString(u"C"));
-}
-
-TEST(QArray, SortOrdersNumbers) {
-    QArray<int> array{5, -2, 9, 0, 5, 3};
-    array.Sort();
-    EXPECT_EQ(Contents(array), (std::vector<int>{-2, 0, 3, 5, 5, 9}));
+    QArray<int> numbers{5, -2, 9, 0, 5, 3};
+    numbers.Sort();
+    EXPECT_EQ(Contents(numbers), (std::vector<int>{-2, 0, 3, 5, 5, 9}));
 }
 
 int Descending(const int* a, const int* b) {
@@ -328,7 +299,7 @@ TEST(QArray, UsesTheElementTypesOwnCompareFoundByLookup) {
     EXPECT_EQ(array[3].value, 3.0);
 }
 
-TEST(QArray, SetSizeKeepsTheGrowStep) {
+TEST(QArray, SetSizeKeepsTheGrowStepWhichReservesAheadTillFreeExtraGivesItBack) {
     QArray<int> array{1, 2};
     array.SetGrowSize(16);
     array.SetSize(5);
@@ -339,10 +310,7 @@ TEST(QArray, SetSizeKeepsTheGrowStep) {
     EXPECT_THROW(array.SetSize(-1), InvalidArgumentException);
     EXPECT_THROW(array.SetGrowSize(-1), InvalidArgumentException);
     EXPECT_EQ(array.GrowSize(), 16);
-}
-
-TEST(QArray, GrowStepReservesAheadAndFreeExtraGivesItBack) {
-    QArray<int> array;
+    array.RemoveAll();
     array.SetGrowSize(100);
     array.Add(0);
     const int* storage = array.GetData();
@@ -409,19 +377,15 @@ std::vector<std::uint8_t> Stored(QArrayBase<int, const int&>& array) {
     return file.Bytes();
 }
 
-TEST(QArraySerialize, WritesTheCountThenEachElement) {
+TEST(QArraySerialize, WritesTheCountThenEachElementAndReadsThemBackInPlaceOfTheOld) {
     QArray<int> array{1, -2, 0x01020304};
     const std::vector<std::uint8_t> expected{3, 0, 1, 0, 0, 0, 0xFE, 0xFF, 0xFF, 0xFF, 4, 3, 2, 1};
     EXPECT_EQ(Stored(array), expected);
-}
-
-TEST(QArraySerialize, ReadingReplacesTheOldContents) {
-    QArray<int> array{4, 5, 6};
-    CMemFile file(Stored(array));
+    CMemFile file(expected);
     CArchive ar(&file, CArchive::load);
     QArray<int> loaded{9, 9, 9, 9, 9, 9};
     loaded.Serialize(ar);
-    EXPECT_EQ(Contents(loaded), (std::vector<int>{4, 5, 6}));
+    EXPECT_EQ(Contents(loaded), (std::vector<int>{1, -2, 0x01020304})) << "the old contents go";
 }
 
 TEST(QArraySerialize, StringsMakeTheRoundTrip) {
@@ -464,14 +428,11 @@ int LoadFailureCause(const std::vector<std::uint8_t>& bytes) {
     return CArchiveException::none;
 }
 
-TEST(QArraySerialize, CountAboveTheLargestIndexFails) {
+TEST(QArraySerialize, CountAboveTheLargestIndexFailsAndOneBeyondTheDataRunsIntoTheEnd) {
     EXPECT_EQ(LoadFailureCause(CountThenInts(0x80000000ull, {1, 2})),
               CArchiveException::genericException);
     EXPECT_EQ(LoadFailureCause(CountThenInts(0x123456789ull, {})),
               CArchiveException::genericException);
-}
-
-TEST(QArraySerialize, CountLargerThanTheDataRunsIntoTheEnd) {
     EXPECT_EQ(LoadFailureCause(CountThenInts(2000000000ull, {1, 2})), CArchiveException::endOfFile);
     EXPECT_EQ(LoadFailureCause(CountThenInts(3, {1, 2})), CArchiveException::endOfFile);
     EXPECT_EQ(LoadFailureCause(CountThenInts(2, {1, 2})), CArchiveException::none);
