@@ -1,4 +1,5 @@
 #include "tests/support/environment.h"
+#include "tests/support/quantities.h"
 
 #include "keel/platform/file.h"
 #include "keel/values/datetime.h"
@@ -20,6 +21,7 @@ namespace {
 
 constexpr double kSecond = 1.0 / 86400;
 
+using test::Bytes;
 using test::ScopedEnvironment;
 
 // Every test runs under the "C" locale, whose date format is "%m/%d/%y" and time "%H:%M:%S",
@@ -74,13 +76,9 @@ TEST_F(DateTimeTest, DayNumbersMatchTheKnownOleDates) {
     }
 }
 
-TEST_F(DateTimeTest, ANegativeFractionBetweenMinusOneAndZeroIsATimeOfDayZero) {
-    EXPECT_EQ(PartsOf(QDateTime(-0.25)), "1899-12-30 06:00:00");
-    EXPECT_EQ(PartsOf(QDateTime(0.25)), "1899-12-30 06:00:00");
-}
-
 TEST_F(DateTimeTest, PartsAreReadToTheNearestSecond) {
     const double base = QDateTime(2026, 11, 21, 14, 30, 5).GetOleDate();
+    EXPECT_EQ(PartsOf(QDateTime(-0.25)), "1899-12-30 06:00:00") << "a fraction above -1 is day 0";
     EXPECT_EQ(PartsOf(QDateTime(base + 0.4 * kSecond)), "2026-11-21 14:30:05");
     EXPECT_EQ(PartsOf(QDateTime(base + 0.6 * kSecond)), "2026-11-21 14:30:06");
     const double lastSecond = QDateTime(2026, 12, 31, 23, 59, 59).GetOleDate();
@@ -94,9 +92,8 @@ TEST_F(DateTimeTest, TheValidRangeRunsFromTheYear100To9999) {
         double oleDate;
         bool valid;
     } rows[] = {
-        {-657434.0, true},  {-657434.99, true},    {-657435.0, false},
-        {2958465.99, true}, {2958466.0, false},    {1e300, false},
-        {-1e300, false},    {std::nan(""), false}, {std::nan(""), false},
+        {-657434.0, true},  {-657434.99, true}, {-657435.0, false}, {2958465.99, true},
+        {2958466.0, false}, {1e300, false},     {-1e300, false},    {std::nan(""), false},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.oleDate);
@@ -162,48 +159,30 @@ TEST_F(DateTimeTest, StatusTellsValidNullAndInvalid) {
     EXPECT_EQ(date.GetStatus(), 2);
     EXPECT_EQ(QDateTime(1e9).GetStatus(), 1);
     EXPECT_FALSE(QDateTime(1e9).IsValidAndNotZero());
+    const QDateTime invalid(1e9);
+    EXPECT_EQ(PartsOf(invalid), "-001--1--1 -1:-1:-1") << "every part of an invalid date is -1";
+    EXPECT_EQ(invalid.GetDayOfWeek(), -1);
+    EXPECT_EQ(invalid.GetDayOfYear(), -1);
+    EXPECT_EQ(invalid.GetLastDayOfMonth(), -1);
 }
 
-TEST_F(DateTimeTest, PartsOfADateThatIsNotValidAreMinusOne) {
-    const QDateTime date(1e9);
-    EXPECT_EQ(date.GetYear(), -1);
-    EXPECT_EQ(date.GetMonth(), -1);
-    EXPECT_EQ(date.GetDay(), -1);
-    EXPECT_EQ(date.GetHour(), -1);
-    EXPECT_EQ(date.GetMinute(), -1);
-    EXPECT_EQ(date.GetSecond(), -1);
-    EXPECT_EQ(date.GetDayOfWeek(), -1);
-    EXPECT_EQ(date.GetDayOfYear(), -1);
-    EXPECT_EQ(date.GetLastDayOfMonth(), -1);
-}
-
-TEST_F(DateTimeTest, DayOfWeekCountsFromSunday) {
+TEST_F(DateTimeTest, DayOfWeekCountsFromSundayAndDayOfYearFromTheFirstOfJanuary) {
     const struct {
         int year, month, day;
-        int dayOfWeek;
+        int dayOfWeek, dayOfYear;
     } rows[] = {
-        {1899, 12, 30, 7}, {1899, 12, 31, 1}, {1899, 12, 29, 6}, {1970, 1, 1, 5},
-        {2000, 1, 1, 7},   {2026, 11, 21, 7}, {2026, 11, 23, 2}, {100, 1, 1, 6},
+        {1899, 12, 30, 7, 364}, {1899, 12, 31, 1, 365}, {1899, 12, 29, 6, 363},
+        {1970, 1, 1, 5, 1},     {2000, 1, 1, 7, 1},     {2026, 11, 21, 7, 325},
+        {2026, 11, 23, 2, 327}, {100, 1, 1, 6, 1},      {2026, 2, 1, 1, 32},
+        {2026, 3, 1, 1, 60},    {2024, 3, 1, 6, 61},    {2026, 12, 31, 5, 365},
+        {2024, 12, 31, 3, 366},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(testing::Message() << row.year << "-" << row.month << "-" << row.day);
         EXPECT_EQ(QDateTime(row.year, row.month, row.day).GetDayOfWeek(), row.dayOfWeek);
-    }
-    EXPECT_EQ(QDateTime(-1.75).GetDayOfWeek(), 6);
-}
-
-TEST_F(DateTimeTest, DayOfYearCountsFromTheFirstOfJanuary) {
-    const struct {
-        int year, month, day;
-        int dayOfYear;
-    } rows[] = {
-        {2026, 1, 1, 1},     {2026, 2, 1, 32},    {2026, 3, 1, 60},    {2024, 3, 1, 61},
-        {2026, 12, 31, 365}, {2024, 12, 31, 366}, {2026, 11, 21, 325}, {1899, 12, 29, 363},
-    };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(testing::Message() << row.year << "-" << row.month << "-" << row.day);
         EXPECT_EQ(QDateTime(row.year, row.month, row.day).GetDayOfYear(), row.dayOfYear);
     }
+    EXPECT_EQ(QDateTime(-1.75).GetDayOfWeek(), 6);
 }
 
 TEST_F(DateTimeTest, SetDayOfMonthStopsAtTheLastDay) {
@@ -219,12 +198,7 @@ TEST_F(DateTimeTest, SetDayOfMonthStopsAtTheLastDay) {
         SCOPED_TRACE(testing::Message() << row.year << "-" << row.month << " day " << row.wanted);
         QDateTime date(row.year, row.month, 10, 14, 30, 5);
         date.SetDayOfMonth(row.wanted);
-        EXPECT_EQ(date.GetYear(), row.year);
-        EXPECT_EQ(date.GetMonth(), row.month);
-        EXPECT_EQ(date.GetDay(), row.day);
-        EXPECT_EQ(date.GetHour(), 14);
-        EXPECT_EQ(date.GetMinute(), 30);
-        EXPECT_EQ(date.GetSecond(), 5);
+        EXPECT_EQ(PartsOf(date), PartsOf(QDateTime(row.year, row.month, row.day, 14, 30, 5)));
     }
 }
 
@@ -677,50 +651,22 @@ TEST_F(DateTimeTest, NowIsTheLocalClockAndTodayItsMidnight) {
 }
 
 TEST_F(DateTimeTest, ArchiveHoldsTheStatusThenTheDouble) {
-    QDateTime invalid(1e9);
-    CMemFile file;
-    {
-        CArchive archive(&file, CArchive::store);
-        archive << QDateTime(-1.25) << invalid;
-        archive.Close();
-    }
-    std::vector<std::uint8_t> expected = {0, 0, 0, 0};
-    const double date = -1.25;
-    std::uint64_t bits = 0;
-    std::memcpy(&bits, &date, sizeof bits);
-    for (int i = 0; i < 8; ++i)
-        expected.push_back(static_cast<std::uint8_t>(bits >> (8 * i)));
-    ASSERT_GE(file.Bytes().size(), 12u);
-    EXPECT_EQ(std::vector<std::uint8_t>(file.Bytes().begin(), file.Bytes().begin() + 12), expected);
-    EXPECT_EQ(file.Bytes().size(), 24u);
-    EXPECT_EQ(file.Bytes()[12], 1);
-
-    CMemFile input(file.Bytes());
-    CArchive archive(&input, CArchive::load);
-    QDateTime first;
-    QDateTime second;
-    archive >> first >> second;
-    EXPECT_TRUE(first.IsValid());
-    EXPECT_EQ(first.GetOleDate(), -1.25);
-    EXPECT_EQ(second.GetStatus(), QDateTime::invalid);
-    EXPECT_EQ(second.GetOleDate(), 1e9);
-}
-
-TEST_F(DateTimeTest, ArchiveKeepsTheStoredStatus) {
+    Bytes expected = test::Int32Bytes(0);
+    const Bytes date = test::DoubleBytes(-1.25);
+    expected.insert(expected.end(), date.begin(), date.end());
+    EXPECT_EQ(test::Stored(QDateTime(-1.25)), expected);
+    const QDateTime read = test::Loaded<QDateTime>(expected);
+    EXPECT_TRUE(read.IsValid());
+    EXPECT_EQ(read.GetOleDate(), -1.25);
     QDateTime null(3.0);
     null.SetStatus(QDateTime::null);
-    CMemFile file;
-    {
-        CArchive archive(&file, CArchive::store);
-        archive << null;
-        archive.Close();
+    for (const QDateTime& odd : {QDateTime(1e9), null}) {
+        const Bytes bytes = test::Stored(odd);
+        EXPECT_EQ(bytes[0], odd.GetStatus());
+        const QDateTime back = test::Loaded<QDateTime>(bytes);
+        EXPECT_EQ(back.GetStatus(), odd.GetStatus());
+        EXPECT_EQ(back.GetOleDate(), odd.GetOleDate());
     }
-    CMemFile input(file.Bytes());
-    CArchive archive(&input, CArchive::load);
-    QDateTime read;
-    archive >> read;
-    EXPECT_EQ(read.GetStatus(), QDateTime::null);
-    EXPECT_EQ(read.GetOleDate(), 3.0);
 }
 
 } // namespace
