@@ -499,6 +499,13 @@ TEST_F(AnyValueFunctionsTest, TheCopyingFormsLeaveTheValueAlone) {
     EXPECT_TRUE(Same(elements.SORT(), Array({V(1), V(2), V(3)})));
     EXPECT_TRUE(Same(elements.SUMOVER(), V(6)));
     EXPECT_TRUE(Same(elements.GETAT(2), V(1)));
+    EXPECT_TRUE(Same(elements.MIDDLE(2, 1).APPENDITEM(V(4)).JOIN(V(5)), Array({V(1), V(4), V(5)})));
+    EXPECT_TRUE(Same(elements.SETARRAYVALUE(1, V(0)).REVERSE().GETSIZE(), V(3)));
+    EXPECT_TRUE(Same(V(true).AND(V(false)).OR(V(true)).XOR(V(true)).EQV(V(false)), V(true)));
+    EXPECT_TRUE(Same(V(true).IMP(V(false)), V(false)));
+    EXPECT_TRUE(Same(V(3).MIN(V(4)).MAX(V(2)), V(3)));
+    EXPECT_TRUE(Same(Text("Ab").LOWERNOCVT().CONCAT(Text("Ab").UPPERNOCVT()), Text("abAB")));
+    EXPECT_TRUE(Same(V(2.5).DOLLAR(2, false), Dollars(2.5)));
     EXPECT_TRUE(Same(elements, Array({V(3), V(1), V(2)})));
 }
 
@@ -571,14 +578,6 @@ TEST_F(AnyValueFunctionsTest, TruncKeepsUnitsInTheirType) {
     });
 }
 
-TEST_F(AnyValueFunctionsTest, TruncOfARateKeepsItsDenominator) {
-    V rate(QRateValue(Dollars(2.75), Mm(1000)));
-    rate.TRUNCit();
-    ASSERT_TRUE(rate.IsRate());
-    EXPECT_TRUE(Same(rate.MakeRate().Num(), Dollars(2)));
-    EXPECT_TRUE(Same(rate.MakeRate().Den(), Mm(1000)));
-}
-
 // --- Conversions with a display form -----------------------------------------------------------
 
 TEST_F(AnyValueFunctionsTest, DollarAndLengthConvertOrFail) {
@@ -599,8 +598,6 @@ TEST_F(AnyValueFunctionsTest, DollarAndLengthConvertOrFail) {
         {"LENGTH of a word without unit", [](V& v) { v.LENGTHit(0, true); }, Text("abc"),
          Error("Cannot LENGTH() when not numeric")},
     });
-    EXPECT_TRUE(Same(V(2.5).DOLLAR(2, false), Dollars(2.5)));
-    EXPECT_TRUE(Same(V(2.5).LENGTH(1, false), Mm(2.5)));
 }
 
 TEST_F(AnyValueFunctionsTest, LowerAndUpperNoCvtChangeOnlyStrings) {
@@ -612,8 +609,6 @@ TEST_F(AnyValueFunctionsTest, LowerAndUpperNoCvtChangeOnlyStrings) {
         {"an empty value stays", &V::UPPERNOCVTit, V(), V()},
         {"arrays by element", &V::LOWERNOCVTit, Array({Text("A"), V(5)}), Array({Text("a"), V(5)})},
     });
-    EXPECT_TRUE(Same(Text("Ab").LOWERNOCVT(), Text("ab")));
-    EXPECT_TRUE(Same(Text("Ab").UPPERNOCVT(), Text("AB")));
 }
 
 // --- Logic -------------------------------------------------------------------------------------
@@ -650,11 +645,6 @@ TEST_F(AnyValueFunctionsTest, LogicMakesBothSidesBoolean) {
         {"an argument that is no truth", &V::IMPit, V(true), Text("maybe"),
          Error("Could not evaluate formula\nmaybe")},
     });
-    EXPECT_TRUE(Same(V(true).AND(V(false)), V(false)));
-    EXPECT_TRUE(Same(V(true).OR(V(false)), V(true)));
-    EXPECT_TRUE(Same(V(true).XOR(V(true)), V(false)));
-    EXPECT_TRUE(Same(V(false).EQV(V(false)), V(true)));
-    EXPECT_TRUE(Same(V(true).IMP(V(false)), V(false)));
 }
 
 // --- Least and greatest ------------------------------------------------------------------------
@@ -670,8 +660,6 @@ TEST_F(AnyValueFunctionsTest, MinAndMaxKeepTheWinnerAsItWas) {
         {"MIN cannot compare", &V::MINit, Mm(1), Dollars(1), Error("Cannot compare in MIN()")},
         {"MAX cannot compare", &V::MAXit, Mm(1), Dollars(1), Error("Cannot compare in MAX()")},
     });
-    EXPECT_TRUE(Same(V(3).MIN(V(4)), V(3)));
-    EXPECT_TRUE(Same(V(3).MAX(V(4)), V(4)));
 }
 
 // --- Folding -----------------------------------------------------------------------------------
@@ -768,7 +756,6 @@ TEST_F(AnyValueFunctionsTest, GetSizeAndGetAtCountFromOne) {
         {"of an empty array", [](V& v) { v.GETATit(1); }, Array({}),
          Error("Array subscript out of bounds [1] but should be in range [1 to 0]")},
     });
-    EXPECT_TRUE(Same(three.GETSIZE(), V(3)));
 }
 
 TEST_F(AnyValueFunctionsTest, SetArrayValueStoresInsideTheArrayOnly) {
@@ -784,14 +771,9 @@ TEST_F(AnyValueFunctionsTest, SetArrayValueStoresInsideTheArrayOnly) {
          Error("Array subscript out of bounds [4] but should be in range [1 to 3]")},
         {"before the start", [](V& v) { v.SETARRAYVALUEit(0, V(9)); }, three,
          Error("Array subscript out of bounds [0] but should be in range [1 to 3]")},
+        {"the array itself", [](V& v) { v.SETARRAYVALUEit(1, v); }, Array({V(1), V(2)}),
+         Array({Array({V(1), V(2)}), V(2)})},
     });
-    EXPECT_TRUE(Same(three.SETARRAYVALUE(1, V(0)), Array({V(0), V(2), V(3)})));
-}
-
-TEST_F(AnyValueFunctionsTest, SetArrayValueAcceptsTheArrayItself) {
-    V value = Array({V(1), V(2)});
-    value.SETARRAYVALUEit(1, value);
-    EXPECT_TRUE(Same(value, Array({Array({V(1), V(2)}), V(2)})));
 }
 
 TEST_F(AnyValueFunctionsTest, AppendItemAddsOneElement) {
@@ -809,7 +791,6 @@ TEST_F(AnyValueFunctionsTest, AppendItemAddsOneElement) {
     V value = Array({V(1)});
     value.APPENDITEMit(value);
     EXPECT_TRUE(Same(value, Array({V(1), Array({V(1)})})));
-    EXPECT_TRUE(Same(V(1).APPENDITEM(V(2)), Array({V(1), V(2)})));
 }
 
 TEST_F(AnyValueFunctionsTest, JoinAddsTheElementsOfItsArgument) {
@@ -821,7 +802,6 @@ TEST_F(AnyValueFunctionsTest, JoinAddsTheElementsOfItsArgument) {
         {"an empty array receiver", &V::JOINit, Array({}), V(5), Array({V(5)})},
         {"an empty argument is an element", &V::JOINit, Array({V(1)}), V(), Array({V(1), V()})},
     });
-    EXPECT_TRUE(Same(V(1).JOIN(Array({V(2)})), Array({V(1), V(2)})));
 }
 
 TEST_F(AnyValueFunctionsTest, MiddleFirstAndLastCutToWhatExists) {
@@ -847,9 +827,6 @@ TEST_F(AnyValueFunctionsTest, MiddleFirstAndLastCutToWhatExists) {
         {"LAST of the smallest count", [](V& v) { v.LASTit(kIntMin); }, three, Array({})},
         {"LAST of the largest count", [](V& v) { v.LASTit(kIntMax); }, three, three},
     });
-    EXPECT_TRUE(Same(four.MIDDLE(2, 1), Array({V(2)})));
-    EXPECT_TRUE(Same(four.FIRST(1), Array({V(1)})));
-    EXPECT_TRUE(Same(four.LAST(1), Array({V(4)})));
 }
 
 TEST_F(AnyValueFunctionsTest, ReverseSortAndUniq) {
@@ -873,8 +850,6 @@ TEST_F(AnyValueFunctionsTest, ReverseSortAndUniq) {
          Array({Mm(1), Dollars(1)})},
         {"UNIQ of an empty array", &V::UNIQit, Array({}), Array({})},
     });
-    EXPECT_TRUE(Same(Array({V(1), V(2), V(1)}).SORT().UNIQ(), Array({V(1), V(2)})));
-    EXPECT_TRUE(Same(Array({V(1), V(2)}).REVERSE(), Array({V(2), V(1)})));
 }
 
 TEST_F(AnyValueFunctionsTest, SortKeepsEveryElementWhenSomeCannotBeCompared) {
