@@ -303,23 +303,17 @@ TEST_F(AnyValueConvertTest, ErrorsStayErrorsButForArrays) {
     EXPECT_EQ(MessageOf(elements[0]), "kept");
 }
 
-TEST_F(AnyValueConvertTest, NotAvailableBecomesAnErrorOnlyWhenAskedTo) {
+TEST_F(AnyValueConvertTest, NotAvailableEmptyAndNumbersToTheStateTargets) {
     EXPECT_TRUE(Converted(NA(), T::TYPE_INT).IsNA());
     EXPECT_TRUE(Converted(NA(), T::TYPE_STRING).IsNA());
     EXPECT_TRUE(Converted(NA(), T::TYPE_EMPTY).IsNA());
     EXPECT_TRUE(Converted(NA(), T::TYPE_ERROR).IsError());
     EXPECT_TRUE(Converted(NA(), T::TYPE_ARRAY).Identical(Array({NA()})));
-}
-
-TEST_F(AnyValueConvertTest, EmptyTakesTheDefaultOfAnyType) {
     EXPECT_TRUE(Converted(QAnyValue(), T::TYPE_INT).Identical(QAnyValue(0)));
     EXPECT_TRUE(Converted(QAnyValue(), T::TYPE_STRING).Identical(QAnyValue(u"")));
     EXPECT_TRUE(Converted(QAnyValue(), T::TYPE_LENGTH).Identical(Mm(0)));
     EXPECT_TRUE(Converted(QAnyValue(), T::TYPE_ARRAY).Identical(Array({})))
         << "an empty value becomes an empty array, not an array of one";
-}
-
-TEST_F(AnyValueConvertTest, NumbersToTheOtherTargets) {
     EXPECT_TRUE(Converted(QAnyValue(3), T::TYPE_EMPTY).IsEmpty());
     EXPECT_TRUE(Converted(QAnyValue(3), T::TYPE_NA).IsNA());
     EXPECT_EQ(MessageOf(Converted(QAnyValue(3), T::TYPE_ERROR)), "");
@@ -328,7 +322,7 @@ TEST_F(AnyValueConvertTest, NumbersToTheOtherTargets) {
     EXPECT_EQ(Utf8(table.Format()), "") << "no table";
 }
 
-TEST_F(AnyValueConvertTest, FromArray) {
+TEST_F(AnyValueConvertTest, FromArrayAndLookupTable) {
     const QAnyValue array = Array({2.5, u"a \"b\"", QAnyValue(), Mm(3)});
     EXPECT_TRUE(Converted(array, T::TYPE_STRING).Identical(QAnyValue(u"[2.5,\"a \"\"b\"\"\",,3]")));
     EXPECT_TRUE(Converted(array, T::TYPE_INT).Identical(QAnyValue(2)))
@@ -340,9 +334,6 @@ TEST_F(AnyValueConvertTest, FromArray) {
     EXPECT_THROW(Converted(Array({}), T::TYPE_INT), InvalidArgumentException);
     QAnyValue empty = Array({});
     EXPECT_THROW(empty.MakeDouble(), InvalidArgumentException);
-}
-
-TEST_F(AnyValueConvertTest, FromLookupTable) {
     const QAnyValue table(QTableHandlePtr(new test::NamedTable(u"/tables/prices.vlt")));
     EXPECT_TRUE(Converted(table, T::TYPE_STRING).Identical(QAnyValue(u"/tables/prices.vlt")));
     EXPECT_TRUE(Converted(table, T::TYPE_INT).Identical(QAnyValue(0)));
@@ -354,7 +345,7 @@ TEST_F(AnyValueConvertTest, FromLookupTable) {
 
 // --- From a string -----------------------------------------------------------------------------
 
-TEST_F(AnyValueConvertTest, StringsBecomeErrorsAndStates) {
+TEST_F(AnyValueConvertTest, StringsBecomeErrorsStatesAndDates) {
     EXPECT_EQ(MessageOf(Converted(QAnyValue(u"my message"), T::TYPE_ERROR)), "my message");
     EXPECT_TRUE(Converted(QAnyValue(u"#err!"), T::TYPE_INT).IsError());
     EXPECT_TRUE(Converted(QAnyValue(u"#n/a"), T::TYPE_LENGTH).IsNA());
@@ -365,9 +356,6 @@ TEST_F(AnyValueConvertTest, StringsBecomeErrorsAndStates) {
     EXPECT_TRUE(Converted(QAnyValue(u"anything"), T::TYPE_NA).IsNA());
     EXPECT_TRUE(Converted(QAnyValue(u"x"), T::TYPE_ARRAY).Identical(Array({u"x"})));
     EXPECT_TRUE(FakeEvaluator::asked.empty());
-}
-
-TEST_F(AnyValueConvertTest, StringsToDates) {
     const QAnyValue date = Converted(QAnyValue(u"21/11/2026"), T::TYPE_DATETIME);
     EXPECT_TRUE(date.Identical(QAnyValue(QDateTime(2026, 11, 21))));
     EXPECT_EQ(MessageOf(Converted(QAnyValue(u"soon"), T::TYPE_DATETIME)), "Invalid DateTime");
@@ -429,7 +417,7 @@ TEST_F(AnyValueConvertTest, TheFormulaStep) {
     EXPECT_TRUE(Converted(QAnyValue(u"="), T::TYPE_INT).Identical(QAnyValue(0)));
 }
 
-TEST_F(AnyValueConvertTest, FormulaFailures) {
+TEST_F(AnyValueConvertTest, FormulaFailuresAndRunningAsAFormulaWhichSkipsTheParser) {
     EXPECT_EQ(MessageOf(Converted(QAnyValue(u"abc"), T::TYPE_DOUBLE)),
               "Could not evaluate formula\nabc");
     EXPECT_EQ(MessageOf(Converted(QAnyValue(u"=abc"), T::TYPE_LENGTH)),
@@ -441,17 +429,12 @@ TEST_F(AnyValueConvertTest, FormulaFailures) {
         << MessageOf(pingPong);
     EXPECT_EQ(MessageOf(Converted(QAnyValue(u"rgb(256,0,0)"), T::TYPE_COLOR)),
               "Could not evaluate formula\nrgb(256,0,0)");
-}
-
-TEST_F(AnyValueConvertTest, WithoutAnEvaluatorTheFormulaStepFails) {
     SetFormulaEvaluatorHook(nullptr);
     EXPECT_EQ(MessageOf(Converted(QAnyValue(u"1+1"), T::TYPE_DOUBLE)),
               "Could not evaluate formula\n1+1");
     EXPECT_TRUE(Converted(QAnyValue(u"12"), T::TYPE_DOUBLE).Identical(QAnyValue(12.0)))
         << "a text the parser reads needs no evaluator";
-}
-
-TEST_F(AnyValueConvertTest, RunAsFormulaSkipsTheParser) {
+    SetFormulaEvaluatorHook(&FakeEvaluator::Evaluate);
     QAnyValue value(u"1+1");
     value.ChangeTypeFromString(T::TYPE_INT, true);
     EXPECT_TRUE(value.Identical(QAnyValue(2)));
@@ -459,20 +442,6 @@ TEST_F(AnyValueConvertTest, RunAsFormulaSkipsTheParser) {
     digits.ChangeTypeFromString(T::TYPE_INT, true);
     EXPECT_TRUE(digits.IsError()) << "the fake evaluator does not know digits";
     EXPECT_EQ(FakeEvaluator::asked.back(), "12");
-}
-
-// --- The Make family over strings --------------------------------------------------------------
-
-TEST_F(AnyValueConvertTest, MakeFamilyEdgeCases) {
-    QAnyValue number(2.9);
-    EXPECT_EQ(number.MakeInt(), 2);
-    QAnyValue tiny(0.0001);
-    EXPECT_TRUE(tiny.MakeBool());
-    QAnyValue empty(u"");
-    EXPECT_EQ(empty.MakeDouble(), 0.0);
-    EXPECT_TRUE(empty.IsDouble());
-    QAnyValue length(u"3'");
-    EXPECT_DOUBLE_EQ(length.MakeLength().GetRaw(), 914.4);
 }
 
 // --- Parsing -----------------------------------------------------------------------------------
@@ -528,7 +497,7 @@ TEST_F(AnyValueConvertTest, ParseTriesTheTypesInOrder) {
     EXPECT_TRUE(rate.MakeRate().Den().Identical(Seconds(3600)));
 }
 
-TEST_F(AnyValueConvertTest, ParseBool) {
+TEST_F(AnyValueConvertTest, ParseBoolParseIntAndParseDouble) {
     const struct {
         const char* text;
         PARSERESULT result;
@@ -552,9 +521,6 @@ TEST_F(AnyValueConvertTest, ParseBool) {
         EXPECT_EQ(QAnyValue::ParseBool(value, CString(text)), PARSE_NONE) << text;
         EXPECT_TRUE(value) << "left alone: " << text;
     }
-}
-
-TEST_F(AnyValueConvertTest, ParseIntAndParseDouble) {
     int whole = 0;
     EXPECT_TRUE(QAnyValue::ParseInt(whole, u" -12 "));
     EXPECT_EQ(whole, -12);
