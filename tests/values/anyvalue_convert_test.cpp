@@ -1,5 +1,6 @@
 #include "tests/support/anyvalues.h"
 #include "tests/support/tables.h"
+#include "tests/support/valuesettings.h"
 
 #include "keel/platform/exceptions.h"
 #include "keel/values/anyvalue.h"
@@ -37,73 +38,15 @@ QAnyValue Converted(QAnyValue value, T type) {
     return value;
 }
 
-struct FakeEvaluator {
-    static inline std::vector<std::string> asked;
+using test::FakeEvaluator;
 
-    static bool Evaluate(const FormulaText& formula, QFormulaContext*, QAnyValue& result) {
-        const CString text = formula.ToString();
-        asked.push_back(text.ToUtf8());
-        if (text == u"1+1")
-            result = 2;
-        else if (text == u"3 ft")
-            result = QLength(3, QLength::LU_FOOT);
-        else if (text == u"true")
-            result = true;
-        else if (text == u"red")
-            result = 0xFFul;
-        else if (text == u"selfie")
-            result = u"selfie";
-        else if (text == u"ping")
-            result = u"pong";
-        else if (text == u"pong")
-            result = u"ping";
-        else if (text == u"missing")
-            result.MakeNA();
-        else if (text == u"broken")
-            result.MakeError(u"inner failure");
-        else if (text == u"five")
-            result = u"5";
-        else
-            return false;
-        return true;
-    }
-};
-
-// The defaults of a metric installation: mm, m², m³, degrees, dollars and hours.
+// The built-in defaults, days first in dates, and a fake evaluator that knows no plain numbers.
 class AnyValueConvertTest : public ::testing::Test {
 protected:
-    void SetUp() override {
-        QLength::SetDefaultUnits(QLength::LU_MM);
-        QArea::SetDefaultUnits(QArea::AU_SQM);
-        QVolume::SetDefaultUnits(QVolume::VU_CBM);
-        QAngle::SetDefaultUnits(QAngle::ANGU_DEG);
-        QMoney::SetDefaultUnits(QMoney::MU_DOLLARS);
-        QTime::SetDefaultUnits(QTime::TU_HOURS);
-        QMoney::SetLocaleSymbols(u"$", u",", u".");
-        QDateTime::SetLocaleFormats(u"%d/%m/%Y", u"%H:%M:%S");
-        m_previousHook = SetFormulaEvaluatorHook(&FakeEvaluator::Evaluate);
-        FakeEvaluator::asked.clear();
-    }
-    void TearDown() override {
-        QLength::SetDefaultUnits(m_length);
-        QArea::SetDefaultUnits(m_area);
-        QVolume::SetDefaultUnits(m_volume);
-        QAngle::SetDefaultUnits(m_angle);
-        QMoney::SetDefaultUnits(m_money);
-        QTime::SetDefaultUnits(m_time);
-        QMoney::ResetLocaleSymbols();
-        QDateTime::ResetLocale();
-        SetFormulaEvaluatorHook(m_previousHook);
-    }
+    void SetUp() override { QDateTime::SetLocaleFormats(u"%d/%m/%Y", u"%H:%M:%S"); }
 
 private:
-    QLength::LENGTHUNITS m_length = QLength::DefaultUnits();
-    QArea::AREAUNITS m_area = QArea::DefaultUnits();
-    QVolume::VOLUMEUNITS m_volume = QVolume::DefaultUnits();
-    QAngle::ANGLEUNITS m_angle = QAngle::DefaultUnits();
-    QMoney::MONEYUNITS m_money = QMoney::DefaultUnits();
-    QTime::TIMEUNITS m_time = QTime::DefaultUnits();
-    QFormulaEvaluatorHook m_previousHook = nullptr;
+    test::ScopedValueSettings m_settings{false};
 };
 
 struct Row {

@@ -1,5 +1,6 @@
 #include "tests/support/anyvalues.h"
 #include "tests/support/tables.h"
+#include "tests/support/valuesettings.h"
 
 #include "keel/platform/fpstatus.h"
 #include "keel/values/anyvalue.h"
@@ -37,63 +38,17 @@ std::string Utf8(const CString& text) {
     return text.ToUtf8();
 }
 
-// A stand-in for the evaluator: a few literal formulas, and a record of what it was asked.
-struct FakeEvaluator {
-    static inline std::vector<std::string> asked;
+using test::FakeEvaluator;
 
-    static bool Evaluate(const FormulaText& formula, QFormulaContext*, QAnyValue& result) {
-        const CString text = formula.ToString();
-        asked.push_back(text.ToUtf8());
-        int whole = 0;
-        double number = 0;
-        if (text == u"1+1")
-            result = 2;
-        else if (text == u"2+3")
-            result = 5;
-        else if (QAnyValue::ParseInt(whole, text))
-            result = whole;
-        else if (QAnyValue::ParseDouble(number, text))
-            result = number;
-        else if (text == u"3 ft")
-            result = QLength(3, QLength::LU_FOOT);
-        else if (text == u"true")
-            result = true;
-        else if (text == u"selfie")
-            result = u"selfie";
-        else if (text == u"ping")
-            result = u"pong";
-        else if (text == u"pong")
-            result = u"ping";
-        else if (text == u"missing")
-            result.MakeNA();
-        else if (text.GetLength() >= 2 && text[0] == u'"' && text[text.GetLength() - 1] == u'"')
-            result = text.Mid(1, text.GetLength() - 2);
-        else
-            return false;
-        return true;
-    }
-};
-
-// Puts back every process-wide setting the tests change, and starts each test with the
-// fake evaluator, "$" money and the built-in options.
+// Starts each test with the fake evaluator, "$" money and the built-in options, and puts back
+// every process-wide setting the tests change.
 class AnyValueTest : public ::testing::Test {
 protected:
     void SetUp() override {
-        QMoney::SetLocaleSymbols(u"$", u",", u".");
-        m_previousHook = SetFormulaEvaluatorHook(&FakeEvaluator::Evaluate);
         m_previousSource = SetTableHandleSource(&m_tables);
         m_previousReader = QAnyValue::SetProfileIntReader(nullptr);
-        FakeEvaluator::asked.clear();
     }
     void TearDown() override {
-        QLength::SetDefaultUnits(m_length);
-        QArea::SetDefaultUnits(m_area);
-        QVolume::SetDefaultUnits(m_volume);
-        QAngle::SetDefaultUnits(m_angle);
-        QMoney::SetDefaultUnits(m_money);
-        QTime::SetDefaultUnits(m_time);
-        QMoney::ResetLocaleSymbols();
-        SetFormulaEvaluatorHook(m_previousHook);
         SetTableHandleSource(m_previousSource);
         QAnyValue::SetProfileIntReader(m_previousReader);
         QAnyValue::SetYesNoStrings(u"Yes", u"No");
@@ -102,13 +57,7 @@ protected:
     test::NamedTableSource m_tables{{"prices", "sizes"}};
 
 private:
-    QLength::LENGTHUNITS m_length = QLength::DefaultUnits();
-    QArea::AREAUNITS m_area = QArea::DefaultUnits();
-    QVolume::VOLUMEUNITS m_volume = QVolume::DefaultUnits();
-    QAngle::ANGLEUNITS m_angle = QAngle::DefaultUnits();
-    QMoney::MONEYUNITS m_money = QMoney::DefaultUnits();
-    QTime::TIMEUNITS m_time = QTime::DefaultUnits();
-    QFormulaEvaluatorHook m_previousHook = nullptr;
+    test::ScopedValueSettings m_settings;
     QTableHandleSource* m_previousSource = nullptr;
     QAnyValue::ProfileIntReader m_previousReader = nullptr;
 };

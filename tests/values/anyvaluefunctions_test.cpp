@@ -1,4 +1,5 @@
 #include "tests/support/anyvalues.h"
+#include "tests/support/valuesettings.h"
 
 #include "keel/platform/exceptions.h"
 #include "keel/platform/fpstatus.h"
@@ -78,55 +79,10 @@ bool SameValue(const QAnyValue& actual, const QAnyValue& expected) {
            << "got " << Describe(actual) << ", expected " << Describe(expected);
 }
 
-// Reads numbers as the formula language would, and fails in the two ways a real evaluator can
-// fail beyond a false answer: with a message and without one.
-bool FakeEvaluate(const FormulaText& formula, QFormulaContext*, QAnyValue& result) {
-    const CString text = formula.ToString();
-    int whole = 0;
-    double number = 0;
-    if (text == u"boom")
-        throw CException("evaluator broke");
-    if (text == u"silent")
-        throw CException("");
-    if (QAnyValue::ParseInt(whole, text))
-        result = whole;
-    else if (QAnyValue::ParseDouble(number, text))
-        result = number;
-    else
-        return false;
-    return true;
-}
-
-// Millimetres, square and cubic metres, degrees, dollars and hours.
+// Millimetres, square and cubic metres, degrees, dollars and hours, and a fake evaluator that
+// reads numbers and can throw.
 class AnyValueFunctionsTest : public ::testing::Test {
-protected:
-    void SetUp() override {
-        QLength::SetDefaultUnits(QLength::LU_MM);
-        QArea::SetDefaultUnits(QArea::AU_SQM);
-        QVolume::SetDefaultUnits(QVolume::VU_CBM);
-        QAngle::SetDefaultUnits(QAngle::ANGU_DEG);
-        QMoney::SetDefaultUnits(QMoney::MU_DOLLARS);
-        QTime::SetDefaultUnits(QTime::TU_HOURS);
-        m_previousHook = SetFormulaEvaluatorHook(&FakeEvaluate);
-    }
-    void TearDown() override {
-        QLength::SetDefaultUnits(m_length);
-        QArea::SetDefaultUnits(m_area);
-        QVolume::SetDefaultUnits(m_volume);
-        QAngle::SetDefaultUnits(m_angle);
-        QMoney::SetDefaultUnits(m_money);
-        QTime::SetDefaultUnits(m_time);
-        SetFormulaEvaluatorHook(m_previousHook);
-    }
-
-private:
-    QLength::LENGTHUNITS m_length = QLength::DefaultUnits();
-    QArea::AREAUNITS m_area = QArea::DefaultUnits();
-    QVolume::VOLUMEUNITS m_volume = QVolume::DefaultUnits();
-    QAngle::ANGLEUNITS m_angle = QAngle::DefaultUnits();
-    QMoney::MONEYUNITS m_money = QMoney::DefaultUnits();
-    QTime::TIMEUNITS m_time = QTime::DefaultUnits();
-    QFormulaEvaluatorHook m_previousHook = nullptr;
+    test::ScopedValueSettings m_settings;
 };
 
 struct BinaryCase {

@@ -1,4 +1,5 @@
 #include "tests/support/anyvalues.h"
+#include "tests/support/valuesettings.h"
 
 #include "keel/values/ratevalue.h"
 
@@ -26,24 +27,7 @@ void ExpectHalves(const QRateValue& rate, const QAnyValue& num, const QAnyValue&
 }
 
 class RateValueTest : public ::testing::Test {
-protected:
-    void SetUp() override {
-        QLength::SetDefaultUnits(QLength::LU_MM);
-        QMoney::SetDefaultUnits(QMoney::MU_DOLLARS);
-        QTime::SetDefaultUnits(QTime::TU_HOURS);
-        QMoney::SetLocaleSymbols(u"$", u",", u".");
-    }
-    void TearDown() override {
-        QLength::SetDefaultUnits(m_length);
-        QMoney::SetDefaultUnits(m_money);
-        QTime::SetDefaultUnits(m_time);
-        QMoney::ResetLocaleSymbols();
-    }
-
-private:
-    QLength::LENGTHUNITS m_length = QLength::DefaultUnits();
-    QMoney::MONEYUNITS m_money = QMoney::DefaultUnits();
-    QTime::TIMEUNITS m_time = QTime::DefaultUnits();
+    test::ScopedValueSettings m_settings;
 };
 
 TEST_F(RateValueTest, ConstructionAndArithmeticWorkOnTheHalves) {
