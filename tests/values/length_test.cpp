@@ -45,28 +45,38 @@ private:
     test::LimitDoubleHooksGuard m_hooks;
 };
 
-TEST_F(LengthTest, StartsInMillimetresWithThirtySecondsOfAnInch) {
+TEST_F(LengthTest, EachUnitHasItsSizeMetricFlagAndSuffix) {
     EXPECT_EQ(QLength::DefaultUnits(), QLength::LU_MM);
     EXPECT_EQ(QLength::c_InchHandlerType, 0x20);
     EXPECT_EQ(QLength::InchAsFraction(), 32);
-}
-
-TEST_F(LengthTest, EachUnitFactorMatchesItsKnownSize) {
     const struct {
         LU unit;
         double millimetres;
+        bool metric;
+        const char16_t* suffix;
     } rows[] = {
-        {QLength::LU_RAW, 1},      {QLength::LU_HIMETRIC, 0.01}, {QLength::LU_LOMETRIC, 0.1},
-        {QLength::LU_MM, 1},       {QLength::LU_CM, 10},         {QLength::LU_INCH, 25.4},
-        {QLength::LU_FOOT, 304.8}, {QLength::LU_METRE, 1000},
+        {QLength::LU_RAW, 1, false, u""},        {QLength::LU_HIMETRIC, 0.01, false, u""},
+        {QLength::LU_LOMETRIC, 0.1, false, u""}, {QLength::LU_MM, 1, true, u"mm"},
+        {QLength::LU_CM, 10, true, u"cm"},       {QLength::LU_INCH, 25.4, false, u"\""},
+        {QLength::LU_FOOT, 304.8, false, u"'"},  {QLength::LU_METRE, 1000, true, u"m"},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.unit);
         EXPECT_DOUBLE_EQ(QLength::Factor(row.unit), row.millimetres);
         EXPECT_DOUBLE_EQ(QLength::double_to_raw(2, row.unit), 2 * row.millimetres);
         EXPECT_DOUBLE_EQ(QLength::raw_to_double(2 * row.millimetres, row.unit), 2);
+        EXPECT_EQ(QLength::LengthUnitSuffix(row.unit), row.suffix);
+        QLength::SetDefaultUnits(row.unit);
+        EXPECT_EQ(QLength::DefaultUnits(), row.unit);
+        EXPECT_EQ(QLength::DefaultUnitsAreMetric(), row.metric);
+        EXPECT_EQ(QLength::LengthUnitSuffix(), row.suffix);
     }
-    EXPECT_DOUBLE_EQ(QLength::Factor(QLength::LU_FOOT) / QLength::Factor(QLength::LU_INCH), 12);
+    QLength::SetDefaultUnits(QLength::LU_MM);
+    EXPECT_THROW(QLength::SetDefaultUnits(QLength::LU_DEFAULT), InvalidArgumentException);
+    EXPECT_THROW(QLength::SetDefaultUnits(static_cast<LU>(8)), InvalidArgumentException);
+    EXPECT_THROW(QLength(1, static_cast<LU>(-2)), InvalidArgumentException);
+    EXPECT_THROW(QLength::LengthUnitSuffix(static_cast<LU>(8)), InvalidArgumentException);
+    EXPECT_EQ(QLength::DefaultUnits(), QLength::LU_MM);
 }
 
 TEST_F(LengthTest, NamedConversionsFollowFromTheFactors) {
@@ -90,30 +100,6 @@ TEST_F(LengthTest, TheOneArgumentConversionsUseTheDefaultUnit) {
     EXPECT_DOUBLE_EQ(QLength::FromRaw(50.8).AsDouble(QLength::LU_MM), 50.8);
 }
 
-TEST_F(LengthTest, DefaultUnitsAreMetricForMillimetresCentimetresAndMetres) {
-    const struct {
-        LU unit;
-        bool metric;
-    } rows[] = {
-        {QLength::LU_RAW, false},  {QLength::LU_HIMETRIC, false}, {QLength::LU_LOMETRIC, false},
-        {QLength::LU_MM, true},    {QLength::LU_CM, true},        {QLength::LU_INCH, false},
-        {QLength::LU_FOOT, false}, {QLength::LU_METRE, true},
-    };
-    for (const auto& row : rows) {
-        QLength::SetDefaultUnits(row.unit);
-        EXPECT_EQ(QLength::DefaultUnits(), row.unit);
-        EXPECT_EQ(QLength::DefaultUnitsAreMetric(), row.metric) << row.unit;
-    }
-}
-
-TEST_F(LengthTest, AUnitOutsideTheTableIsAnInvalidArgument) {
-    EXPECT_THROW(QLength::SetDefaultUnits(QLength::LU_DEFAULT), InvalidArgumentException);
-    EXPECT_THROW(QLength::SetDefaultUnits(static_cast<LU>(8)), InvalidArgumentException);
-    EXPECT_THROW(QLength(1, static_cast<LU>(-2)), InvalidArgumentException);
-    EXPECT_THROW(QLength::LengthUnitSuffix(static_cast<LU>(8)), InvalidArgumentException);
-    EXPECT_EQ(QLength::DefaultUnits(), QLength::LU_MM);
-}
-
 TEST_F(LengthTest, ComparisonsHoldWithinAHundredthOfAMillimetre) {
     const struct {
         double difference;
@@ -135,15 +121,8 @@ TEST_F(LengthTest, ComparisonsHoldWithinAHundredthOfAMillimetre) {
         EXPECT_EQ(a >= b, !row.less);
         EXPECT_EQ(COMPARE(a, b), row.less ? -1 : row.greater ? 1 : 0);
     }
-}
-
-TEST_F(LengthTest, EqualityIsNotTransitive) {
-    const QLength a = QLength::FromRaw(0);
-    const QLength b = QLength::FromRaw(0.008);
-    const QLength c = QLength::FromRaw(0.016);
-    EXPECT_TRUE(a == b);
-    EXPECT_TRUE(b == c);
-    EXPECT_FALSE(a == c);
+    EXPECT_TRUE(QLength::FromRaw(0.008) == QLength::FromRaw(0.016));
+    EXPECT_FALSE(QLength::FromRaw(0) == QLength::FromRaw(0.016)) << "equality is not transitive";
 }
 
 TEST_F(LengthTest, ArithmeticWorksOnTheRawValue) {
@@ -199,6 +178,11 @@ TEST_F(LengthTest, ParseReadsFractionsDecimalsAndUnits) {
         EXPECT_EQ(length.Parse(CString(row.text)), row.result);
         EXPECT_NEAR(length.GetRaw(), row.raw, 1e-9);
     }
+    QLength length;
+    EXPECT_EQ(length.Parse(u"2", QLength::LU_CM), PARSE_DEFAULTED) << "in the unit given";
+    EXPECT_DOUBLE_EQ(length.GetRaw(), 20);
+    EXPECT_EQ(length.Parse(u"2\"", QLength::LU_CM), PARSE_EXACT);
+    EXPECT_DOUBLE_EQ(length.GetRaw(), 50.8);
 }
 
 TEST_F(LengthTest, ParseRefusesWhatThePatternsDoNotTake) {
@@ -213,14 +197,6 @@ TEST_F(LengthTest, ParseRefusesWhatThePatternsDoNotTake) {
         EXPECT_EQ(length.Parse(CString(text)), PARSE_NONE);
         EXPECT_EQ(length.GetRaw(), 42) << "a failed parse changed the length";
     }
-}
-
-TEST_F(LengthTest, ParseTakesABareNumberInTheUnitGiven) {
-    QLength length;
-    EXPECT_EQ(length.Parse(u"2", QLength::LU_CM), PARSE_DEFAULTED);
-    EXPECT_DOUBLE_EQ(length.GetRaw(), 20);
-    EXPECT_EQ(length.Parse(u"2\"", QLength::LU_CM), PARSE_EXACT);
-    EXPECT_DOUBLE_EQ(length.GetRaw(), 50.8);
 }
 
 TEST_F(LengthTest, ParseReadsAPointWhateverTheUserLocale) {
@@ -377,21 +353,6 @@ TEST_F(LengthTest, FormatOfValuesBeyondAnyFractionStaysReadable) {
     });
 }
 
-TEST_F(LengthTest, LengthUnitSuffixNamesFiveUnits) {
-    const struct {
-        LU unit;
-        const char16_t* suffix;
-    } rows[] = {
-        {QLength::LU_RAW, u""},   {QLength::LU_HIMETRIC, u""}, {QLength::LU_LOMETRIC, u""},
-        {QLength::LU_MM, u"mm"},  {QLength::LU_CM, u"cm"},     {QLength::LU_INCH, u"\""},
-        {QLength::LU_FOOT, u"'"}, {QLength::LU_METRE, u"m"},
-    };
-    for (const auto& row : rows)
-        EXPECT_EQ(QLength::LengthUnitSuffix(row.unit), row.suffix) << row.unit;
-    QLength::SetDefaultUnits(QLength::LU_FOOT);
-    EXPECT_EQ(QLength::LengthUnitSuffix(), u"'");
-}
-
 TEST_F(LengthTest, FormattedTextParsesBackToTheSameLength) {
     const LU units[] = {QLength::LU_MM, QLength::LU_CM, QLength::LU_INCH, QLength::LU_FOOT,
                         QLength::LU_METRE};
@@ -457,7 +418,7 @@ TEST_F(LengthTest, LimitDoubleAlwaysZeroesValuesWithAnExponentBeyondSixty) {
     }
 }
 
-TEST_F(LengthTest, LimitDoubleChecksOnlyWhileSwitchedOn) {
+TEST_F(LengthTest, LimitDoubleChecksOnlyWhileSwitchedOnButAlwaysTracesWhereAndWhat) {
     EXPECT_TRUE(IsLimitDouble());
     double value = 1e30;
     DoLimitDouble(false);
@@ -470,11 +431,8 @@ TEST_F(LengthTest, LimitDoubleChecksOnlyWhileSwitchedOn) {
     value = 1e30;
     DoLimitDouble(false);
     EXPECT_TRUE(LimitDoubleAlways(value, u"test"));
-}
-
-TEST_F(LengthTest, LimitDoubleAlwaysTracesWhereAndWhat) {
     Reports::Install();
-    double value = 1e30;
+    value = 1e30;
     LimitDoubleAlways(value, u"somewhere");
     QLength length = QLength::FromRaw(-1e25);
     EXPECT_TRUE(QLength::LimitDoubleAlways(length, u"elsewhere"));
@@ -483,12 +441,9 @@ TEST_F(LengthTest, LimitDoubleAlwaysTracesWhereAndWhat) {
     EXPECT_EQ(Reports::rejected, (std::vector<double>{1e30, -1e25}));
 }
 
-TEST_F(LengthTest, StoresEightBytesOfDouble) {
+TEST_F(LengthTest, StoresEightBytesOfDoubleAndReadsByTheSchemaOfTheArchive) {
     EXPECT_EQ(Stored(QLength::FromRaw(1.5)), (Bytes{0, 0, 0, 0, 0, 0, 0xF8, 0x3F}));
     EXPECT_EQ(Stored(QLength::FromRaw(-304.8)), DoubleBytes(-304.8));
-}
-
-TEST_F(LengthTest, ReadsByTheSchemaOfTheArchive) {
     const struct {
         unsigned schema;
         Bytes bytes;
@@ -509,41 +464,24 @@ TEST_F(LengthTest, ReadsByTheSchemaOfTheArchive) {
         SCOPED_TRACE(row.schema);
         EXPECT_DOUBLE_EQ(Loaded<QLength>(row.bytes, row.schema).GetRaw(), row.raw);
     }
-}
-
-TEST_F(LengthTest, ReadingWithoutASchemaTakesTheDefaultSchema) {
     QSchema::SetDefaultSchema(16);
     EXPECT_DOUBLE_EQ(Loaded<QLength>(Int32Bytes(15), CArchive::noSchema).GetRaw(), 1.5);
     QSchema::SetDefaultSchema(18);
     EXPECT_DOUBLE_EQ(Loaded<QLength>(DoubleBytes(2.5), CArchive::noSchema).GetRaw(), 2.5);
 }
 
-TEST_F(LengthTest, AStoredLengthOutOfRangeReadsAsZeroWithAReport) {
-    Reports::Install();
-    EXPECT_EQ(Loaded<QLength>(DoubleBytes(1e30), 18).GetRaw(), 0.0);
-    EXPECT_EQ(Reports::traced, std::vector<std::string>{"Length CArchive>> reading"});
-    EXPECT_EQ(Reports::reported, std::vector<std::string>{"length"});
-    EXPECT_EQ(Reports::files, std::vector<std::string>{"loaded.drw"});
-}
-
-TEST_F(LengthTest, ALengthOutOfRangeIsStoredAsZeroWithAReport) {
-    Reports::Install();
-    EXPECT_EQ(Stored(QLength::FromRaw(1e30)), DoubleBytes(0.0));
-    EXPECT_EQ(Reports::traced, std::vector<std::string>{"Length CArchive<< storing"});
-    EXPECT_EQ(Reports::reported, std::vector<std::string>{"length storing"});
-    EXPECT_EQ(Reports::files, std::vector<std::string>{"stored.drw"});
-}
-
-TEST_F(LengthTest, AGoodLengthIsNeitherTracedNorReported) {
+TEST_F(LengthTest, OutOfRangeIsReadAndStoredAsZeroWithAReport) {
+    EXPECT_EQ(Loaded<QLength>(DoubleBytes(1e30), 18).GetRaw(), 0.0) << "silent without a reporter";
     Reports::Install();
     Stored(QLength::FromRaw(12));
     Loaded<QLength>(DoubleBytes(12), 18);
-    EXPECT_TRUE(Reports::traced.empty());
-    EXPECT_TRUE(Reports::reported.empty());
-}
-
-TEST_F(LengthTest, WithNoReporterInstalledAClampIsSilent) {
+    EXPECT_TRUE(Reports::traced.empty()) << "a good length is neither traced nor reported";
     EXPECT_EQ(Loaded<QLength>(DoubleBytes(1e30), 18).GetRaw(), 0.0);
+    EXPECT_EQ(Stored(QLength::FromRaw(1e30)), DoubleBytes(0.0));
+    EXPECT_EQ(Reports::traced,
+              (std::vector<std::string>{"Length CArchive>> reading", "Length CArchive<< storing"}));
+    EXPECT_EQ(Reports::reported, (std::vector<std::string>{"length", "length storing"}));
+    EXPECT_EQ(Reports::files, (std::vector<std::string>{"loaded.drw", "stored.drw"}));
 }
 
 } // namespace
