@@ -36,12 +36,8 @@ QAngle Degrees(double degrees) {
     return QAngle(degrees, QAngle::ANGU_DEG);
 }
 
-TEST_F(AngleTest, StartsInDegrees) {
+TEST_F(AngleTest, UnitsHaveTheirFactorsAndWordsAndTheDefaultServesWhereNoneIsGiven) {
     EXPECT_EQ(QAngle::DefaultUnits(), QAngle::ANGU_DEG);
-    EXPECT_EQ(QAngle::DefaultUnits(), 2);
-}
-
-TEST_F(AngleTest, EachUnitFactorMatchesItsKnownSize) {
     EXPECT_DOUBLE_EQ(QAngle::Factor(QAngle::ANGU_RAW), 1);
     EXPECT_DOUBLE_EQ(QAngle::Factor(QAngle::ANGU_TENTHDEG), 0.1);
     EXPECT_DOUBLE_EQ(QAngle::Factor(QAngle::ANGU_DEG), 1);
@@ -52,9 +48,6 @@ TEST_F(AngleTest, EachUnitFactorMatchesItsKnownSize) {
     EXPECT_DOUBLE_EQ(QAngle::deg_to_tenthdeg(15.5), 155);
     EXPECT_DOUBLE_EQ(QAngle::rad_to_tenthdeg(std::numbers::pi), 1800);
     EXPECT_DOUBLE_EQ(QAngle::tenthdeg_to_rad(900), std::numbers::pi / 2);
-}
-
-TEST_F(AngleTest, TheDefaultUnitServesWhereNoneIsGiven) {
     QAngle::SetDefaultUnits(QAngle::ANGU_RAD);
     EXPECT_DOUBLE_EQ(QAngle(std::numbers::pi).GetRaw(), 180);
     EXPECT_DOUBLE_EQ(QAngle::FromRaw(90).AsDouble(), std::numbers::pi / 2);
@@ -64,9 +57,13 @@ TEST_F(AngleTest, TheDefaultUnitServesWhereNoneIsGiven) {
     EXPECT_THROW(QAngle::SetDefaultUnits(QAngle::ANGU_DEFAULT), InvalidArgumentException);
     EXPECT_THROW(QAngle::SetDefaultUnits(static_cast<Units>(4)), InvalidArgumentException);
     EXPECT_EQ(QAngle::DefaultUnits(), QAngle::ANGU_RAD);
+    const char* const words[] = {"", "", "deg", "rad"};
+    for (int unit = 0; unit <= 3; ++unit)
+        EXPECT_EQ(QAngle::AngleUnitSuffix(static_cast<Units>(unit)).ToUtf8(), words[unit]);
+    EXPECT_THROW(QAngle::AngleUnitSuffix(static_cast<Units>(4)), InvalidArgumentException);
 }
 
-TEST_F(AngleTest, NormalizeBringsFiniteValuesIntoOneTurn) {
+TEST_F(AngleTest, NormalizeBringsFiniteValuesIntoOneTurnAndEndsOnHugeOnes) {
     const struct {
         double in, out;
     } rows[] = {
@@ -78,9 +75,6 @@ TEST_F(AngleTest, NormalizeBringsFiniteValuesIntoOneTurn) {
         EXPECT_DOUBLE_EQ(QAngle::Normalized(row.in), row.out);
         EXPECT_DOUBLE_EQ(Degrees(row.in).Normalize().GetRaw(), row.out);
     }
-}
-
-TEST_F(AngleTest, NormalizeOfHugeValuesEnds) {
     for (const double huge : {1e17, -1e17, 1e300, -1e300, std::numeric_limits<double>::max()}) {
         SCOPED_TRACE(huge);
         const double normalized = QAngle::Normalized(huge);
@@ -88,9 +82,6 @@ TEST_F(AngleTest, NormalizeOfHugeValuesEnds) {
         EXPECT_LT(normalized, 360);
         EXPECT_DOUBLE_EQ(std::fmod(normalized - std::fmod(huge, 360.0), 360.0), 0);
     }
-}
-
-TEST_F(AngleTest, NormalizeLeavesValuesThatAreNotFinite) {
     const double inf = std::numeric_limits<double>::infinity();
     EXPECT_EQ(QAngle::Normalized(inf), inf);
     EXPECT_EQ(QAngle::Normalized(-inf), -inf);
@@ -175,34 +166,25 @@ TEST_F(AngleTest, IsBetweenCCWAndCWFollowTheSweep) {
     }
 }
 
-TEST_F(AngleTest, CosineAndSineAreComputedWhenFirstAskedFor) {
+TEST_F(AngleTest, CosineAndSineAreComputedWhenFirstAskedForAndBothZeroMeansNotYet) {
     const QAngle angle = Degrees(60);
     EXPECT_FALSE(angle.HasCosAndSin());
     EXPECT_DOUBLE_EQ(angle.Cos(), 0.5);
     EXPECT_TRUE(angle.HasCosAndSin());
     EXPECT_DOUBLE_EQ(angle.Sin(), std::sqrt(3.0) / 2);
-}
-
-TEST_F(AngleTest, BothZeroMeansNotComputedSoZeroDegreesComputesAgain) {
-    QAngle angle = Degrees(0);
-    EXPECT_FALSE(angle.HasCosAndSin());
-    angle.CalcCosAndSinIfRequired();
-    EXPECT_TRUE(angle.HasCosAndSin());
-    EXPECT_EQ(angle.Cos(), 1);
-    EXPECT_EQ(angle.Sin(), 0);
-    angle.ResetCosAndSin();
-    EXPECT_FALSE(angle.HasCosAndSin());
-}
-
-TEST_F(AngleTest, ADefaultAngleIsZeroWithItsCosineAndSine) {
-    const QAngle angle;
-    EXPECT_EQ(angle.GetRaw(), 0);
-    EXPECT_TRUE(angle.HasCosAndSin());
-    EXPECT_EQ(angle.Cos(), 1);
-    EXPECT_EQ(angle.Sin(), 0);
-}
-
-TEST_F(AngleTest, ConstantsHoldTheirValues) {
+    QAngle zero = Degrees(0);
+    EXPECT_FALSE(zero.HasCosAndSin());
+    zero.CalcCosAndSinIfRequired();
+    EXPECT_TRUE(zero.HasCosAndSin());
+    EXPECT_EQ(zero.Cos(), 1);
+    EXPECT_EQ(zero.Sin(), 0);
+    zero.ResetCosAndSin();
+    EXPECT_FALSE(zero.HasCosAndSin());
+    const QAngle byDefault;
+    EXPECT_EQ(byDefault.GetRaw(), 0);
+    EXPECT_TRUE(byDefault.HasCosAndSin());
+    EXPECT_EQ(byDefault.Cos(), 1);
+    EXPECT_EQ(byDefault.Sin(), 0);
     EXPECT_EQ(QAngle::Zero.GetRaw(), 0);
     EXPECT_EQ(QAngle::Deg15.GetRaw(), 15);
     EXPECT_TRUE(QAngle::Deg15.HasCosAndSin());
@@ -254,7 +236,7 @@ struct TurnRow {
     double value;
 };
 
-TEST_F(AngleTest, TurnsUpdateAComputedCosineAndSineByExchangeAndSign) {
+TEST_F(AngleTest, TurnsUpdateAComputedCosineAndSineByExchangeAndSignAndLeaveOneNotYetComputed) {
     const TurnRow rows[] = {
         {"Plus90", &QAngle::Plus90, 120},         {"Minus90", &QAngle::Minus90, -60},
         {"Reverse", &QAngle::Reverse, 210},       {"Complement", &QAngle::Complement, 60},
@@ -275,25 +257,17 @@ TEST_F(AngleTest, TurnsUpdateAComputedCosineAndSineByExchangeAndSign) {
                     std::fabs(angle.Cos()) == std::fabs(sine));
         EXPECT_TRUE(std::fabs(angle.Sin()) == std::fabs(cosine) ||
                     std::fabs(angle.Sin()) == std::fabs(sine));
+        if (row.turn == &QAngle::Plus90) {
+            EXPECT_EQ(angle.Cos(), -sine);
+            EXPECT_EQ(angle.Sin(), cosine);
+        }
     }
-}
-
-TEST_F(AngleTest, Plus90TakesTheNegatedSineAsCosineAndTheCosineAsSine) {
-    QAngle angle = Degrees(30);
-    const double cosine = angle.Cos();
-    const double sine = angle.Sin();
-    angle.Plus90();
-    EXPECT_EQ(angle.Cos(), -sine);
-    EXPECT_EQ(angle.Sin(), cosine);
-}
-
-TEST_F(AngleTest, TurnsLeaveACosineAndSineNotYetComputed) {
-    const TurnRow rows[] = {
+    const TurnRow notComputed[] = {
         {"Plus90", &QAngle::Plus90, 100},         {"Minus90", &QAngle::Minus90, -80},
         {"Reverse", &QAngle::Reverse, 190},       {"Complement", &QAngle::Complement, 80},
         {"Supplement", &QAngle::Supplement, 170},
     };
-    for (const TurnRow& row : rows) {
+    for (const TurnRow& row : notComputed) {
         SCOPED_TRACE(row.name);
         QAngle angle = Degrees(10);
         (angle.*row.turn)();
@@ -302,7 +276,7 @@ TEST_F(AngleTest, TurnsLeaveACosineAndSineNotYetComputed) {
     }
 }
 
-TEST_F(AngleTest, ParseReadsDegreesAndRadians) {
+TEST_F(AngleTest, ParseReadsDegreesAndRadiansAndLeavesTheCosineAndSineToBeComputed) {
     const double radian = 180 / std::numbers::pi;
     const struct {
         const char* text;
@@ -336,14 +310,11 @@ TEST_F(AngleTest, ParseReadsDegreesAndRadians) {
         EXPECT_EQ(angle.Parse(CString(row.text)), row.result);
         EXPECT_DOUBLE_EQ(angle.GetRaw(), row.result == PARSE_NONE ? 7 : row.degrees);
     }
-}
-
-TEST_F(AngleTest, ParseLeavesTheCosineAndSineToBeComputed) {
-    QAngle angle;
-    ASSERT_EQ(angle.Parse(u"90 deg"), PARSE_EXACT);
-    EXPECT_FALSE(angle.HasCosAndSin());
-    EXPECT_NEAR(angle.Cos(), 0, 1e-15);
-    EXPECT_EQ(angle.Sin(), 1);
+    QAngle right;
+    ASSERT_EQ(right.Parse(u"90 deg"), PARSE_EXACT);
+    EXPECT_FALSE(right.HasCosAndSin());
+    EXPECT_NEAR(right.Cos(), 0, 1e-15);
+    EXPECT_EQ(right.Sin(), 1);
 }
 
 TEST_F(AngleTest, FormatWritesTwoDecimalsAndTheUnitWordWhenAsked) {
@@ -356,21 +327,11 @@ TEST_F(AngleTest, FormatWritesTwoDecimalsAndTheUnitWordWhenAsked) {
     EXPECT_EQ(Degrees(180).Format(QAngle::ANGU_DEFAULT, true).ToUtf8(), "3.14 rad");
 }
 
-TEST_F(AngleTest, UnitSuffixesAreTheUnitWords) {
-    const char* const words[] = {"", "", "deg", "rad"};
-    for (int unit = 0; unit <= 3; ++unit)
-        EXPECT_EQ(QAngle::AngleUnitSuffix(static_cast<Units>(unit)).ToUtf8(), words[unit]);
-    EXPECT_THROW(QAngle::AngleUnitSuffix(static_cast<Units>(4)), InvalidArgumentException);
-}
-
-TEST_F(AngleTest, StoresTheValueAloneAsEightBytesOfDouble) {
-    QAngle angle = Degrees(90);
-    angle.CalcCosAndSinIfRequired();
-    EXPECT_EQ(Stored(angle), (Bytes{0, 0, 0, 0, 0, 0x80, 0x56, 0x40}));
+TEST_F(AngleTest, ArchiveKeepsTheValueAloneAsADoubleReadByTheSchemaAndClampsWithAReport) {
+    QAngle right = Degrees(90);
+    right.CalcCosAndSinIfRequired();
+    EXPECT_EQ(Stored(right), (Bytes{0, 0, 0, 0, 0, 0x80, 0x56, 0x40}));
     EXPECT_EQ(Stored(Degrees(-12.5)), DoubleBytes(-12.5));
-}
-
-TEST_F(AngleTest, ReadsByTheSchemaOfTheArchive) {
     const struct {
         unsigned schema;
         Bytes bytes;
@@ -389,25 +350,13 @@ TEST_F(AngleTest, ReadsByTheSchemaOfTheArchive) {
         EXPECT_DOUBLE_EQ(angle.GetRaw(), row.degrees);
         EXPECT_FALSE(angle.HasCosAndSin()) << "the cosine and sine of the old value were kept";
     }
-}
-
-TEST_F(AngleTest, AStoredAngleOutOfRangeReadsAsZeroWithAReport) {
     Reports::Install();
-    QAngle angle = Degrees(30);
-    LoadInto(DoubleBytes(1e30), 108, angle);
-    EXPECT_EQ(angle.GetRaw(), 0.0);
-    EXPECT_EQ(Reports::traced, std::vector<std::string>{"Angle CArchive>> loading"});
-    EXPECT_EQ(Reports::reported, std::vector<std::string>{"angle"});
-}
-
-TEST_F(AngleTest, AnAngleOutOfRangeIsStoredAsZeroWithAReport) {
-    Reports::Install();
+    LoadInto(DoubleBytes(1e30), 108, right);
+    EXPECT_EQ(right.GetRaw(), 0.0);
     EXPECT_EQ(Stored(QAngle::FromRaw(-1e30)), DoubleBytes(0.0));
-    EXPECT_EQ(Reports::traced, std::vector<std::string>{"Angle CArchive<< storing"});
-    EXPECT_EQ(Reports::reported, std::vector<std::string>{"angle storing"});
-}
-
-TEST_F(AngleTest, LimitDoubleAlwaysResetsTheCosineAndSineOnlyWhenItClamps) {
+    EXPECT_EQ(Reports::traced,
+              (std::vector<std::string>{"Angle CArchive>> loading", "Angle CArchive<< storing"}));
+    EXPECT_EQ(Reports::reported, (std::vector<std::string>{"angle", "angle storing"}));
     QAngle good = Degrees(30);
     good.CalcCosAndSinIfRequired();
     EXPECT_FALSE(QAngle::LimitDoubleAlways(good, u"test"));
