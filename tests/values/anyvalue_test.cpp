@@ -185,18 +185,7 @@ TEST_F(AnyValueTest, RateConstructionSimplifiesDivisibleHalves) {
         << "a half that is a rate keeps the rate";
 }
 
-TEST_F(AnyValueTest, TemplateAssignmentCoversTheNarrowTypes) {
-    QAnyValue value;
-    EXPECT_TRUE((value = 'A').Identical(QAnyValue(65)));
-    EXPECT_TRUE((value = static_cast<unsigned char>(200)).Identical(QAnyValue(200)));
-    EXPECT_TRUE((value = static_cast<short>(-7)).Identical(QAnyValue(-7)));
-    EXPECT_TRUE((value = 123456L).Identical(QAnyValue(123456)));
-    EXPECT_TRUE((value = 1.5f).Identical(QAnyValue(1.5)));
-    EXPECT_TRUE((value = 0x00FF00ul).IsColor());
-    EXPECT_TRUE((value = QLength(2, QLength::LU_MM)).IsLength());
-}
-
-TEST_F(AnyValueTest, CopiesAreDeep) {
+TEST_F(AnyValueTest, CopiesAreDeepAndAssignmentIsSafeFromInsideItselfAndFromNarrowTypes) {
     QAnyValue original = Array({1, Array({2})});
     QAnyValue copy = original;
     copy.MakeArray()[1].MakeArray()[0] = 99;
@@ -211,9 +200,6 @@ TEST_F(AnyValueTest, CopiesAreDeep) {
     QAnyValue tableCopy = table;
     EXPECT_EQ(table.MakeLookupTable().Get(), tableCopy.MakeLookupTable().Get())
         << "a table handle is shared, not copied";
-}
-
-TEST_F(AnyValueTest, AssigningFromInsideItselfIsSafe) {
     QAnyValue nested = Array({Array({1, 2}), 3});
     nested = nested.MakeArray()[0];
     EXPECT_TRUE(nested.Identical(Array({1, 2})));
@@ -223,6 +209,14 @@ TEST_F(AnyValueTest, AssigningFromInsideItselfIsSafe) {
     QAnyValue& alias = self;
     self = alias;
     EXPECT_TRUE(self.Identical(Mm(3)));
+    QAnyValue value;
+    EXPECT_TRUE((value = 'A').Identical(QAnyValue(65)));
+    EXPECT_TRUE((value = static_cast<unsigned char>(200)).Identical(QAnyValue(200)));
+    EXPECT_TRUE((value = static_cast<short>(-7)).Identical(QAnyValue(-7)));
+    EXPECT_TRUE((value = 123456L).Identical(QAnyValue(123456)));
+    EXPECT_TRUE((value = 1.5f).Identical(QAnyValue(1.5)));
+    EXPECT_TRUE((value = 0x00FF00ul).IsColor());
+    EXPECT_TRUE((value = QLength(2, QLength::LU_MM)).IsLength());
 }
 
 TEST_F(AnyValueTest, GroupTests) {
@@ -499,16 +493,14 @@ TEST_F(AnyValueTest, DatesAddAndSubtractTimeSpans) {
         << "the span that cannot be made is the error";
 }
 
-TEST_F(AnyValueTest, MultiplyingByAnAngleResetsItsCosineAndSine) {
+TEST_F(AnyValueTest,
+       RatesMultiplyTheirHalvesDifferentUnitsDivideIntoOneAndAnglesComputeTheirCosineAgain) {
     QAnyValue angle = Degrees(30);
     (void)angle.MakeAngle().Cos();
     angle *= QAnyValue(3);
     const QAngle result = angle.MakeAngle();
     EXPECT_NEAR(result.GetRaw(), 90, 1e-12);
     EXPECT_NEAR(result.Cos(), 0, 1e-12) << "the cosine is worked out again";
-}
-
-TEST_F(AnyValueTest, RatesMultiplyTheirHalves) {
     QLength::SetDefaultUnits(QLength::LU_FOOT);
     QMoney::SetDefaultUnits(QMoney::MU_DOLLARS);
     const QAnyValue dollarsPerFoot(QRateValue(Cents(200), QAnyValue(QLength(1, QLength::LU_FOOT))));
@@ -524,21 +516,11 @@ TEST_F(AnyValueTest, RatesMultiplyTheirHalves) {
     ASSERT_TRUE(scaled.IsRate());
     QAnyValue scaledCopy = scaled;
     EXPECT_TRUE(scaledCopy.MakeRate().Num().Identical(Cents(600)));
-}
-
-TEST_F(AnyValueTest, DivisionLeavesNoFaultBehind) {
-    ClearFPStatus();
-    const QAnyValue overflow = QAnyValue(1e300) / QAnyValue(1e-300);
-    EXPECT_TRUE(overflow.IsError());
-    EXPECT_EQ(ReadFPStatus() & (SW_OVERFLOW | SW_ZERODIVIDE | SW_INVALID), 0u);
-}
-
-TEST_F(AnyValueTest, DifferentUnitsDivideIntoARate) {
     const QAnyValue perLength = Cents(500) / Mm(2);
     ASSERT_TRUE(perLength.IsRate());
-    QAnyValue copy = perLength;
-    EXPECT_TRUE(copy.MakeRate().Num().Identical(Cents(500)));
-    EXPECT_TRUE(copy.MakeRate().Den().Identical(Mm(2)));
+    QAnyValue perLengthCopy = perLength;
+    EXPECT_TRUE(perLengthCopy.MakeRate().Num().Identical(Cents(500)));
+    EXPECT_TRUE(perLengthCopy.MakeRate().Den().Identical(Mm(2)));
 
     const QAnyValue back = perLength * Mm(2);
     EXPECT_TRUE(back.IsRate()) << "money by length is a number, over a length";
@@ -549,9 +531,16 @@ TEST_F(AnyValueTest, DifferentUnitsDivideIntoARate) {
     EXPECT_TRUE(halvedCopy.MakeRate().Den().Identical(Mm(4))) << "through the reciprocal";
 }
 
+TEST_F(AnyValueTest, DivisionLeavesNoFaultBehind) {
+    ClearFPStatus();
+    const QAnyValue overflow = QAnyValue(1e300) / QAnyValue(1e-300);
+    EXPECT_TRUE(overflow.IsError());
+    EXPECT_EQ(ReadFPStatus() & (SW_OVERFLOW | SW_ZERODIVIDE | SW_INVALID), 0u);
+}
+
 // --- Unary operations --------------------------------------------------------------------------
 
-TEST_F(AnyValueTest, PercentDividesTheNumberByAHundred) {
+TEST_F(AnyValueTest, PercentNotAndNegation) {
     QLength::SetDefaultUnits(QLength::LU_MM);
     EXPECT_TRUE(QAnyValue(50).PERCENT().Identical(QAnyValue(0.5)));
     EXPECT_TRUE(Mm(10).PERCENT().Identical(QAnyValue(0.1)));
@@ -560,18 +549,12 @@ TEST_F(AnyValueTest, PercentDividesTheNumberByAHundred) {
     EXPECT_EQ(MessageOf(QAnyValue(u"abc").PERCENT()), "Cannot PERCENT() when not numeric");
     EXPECT_EQ(MessageOf(Error("kept").PERCENT()), "kept");
     EXPECT_TRUE(NA().PERCENT().IsNA());
-}
-
-TEST_F(AnyValueTest, NotNegatesTheBoolean) {
     EXPECT_TRUE((!QAnyValue(true)).Identical(QAnyValue(false)));
     EXPECT_TRUE((!QAnyValue(0)).Identical(QAnyValue(true)));
     EXPECT_TRUE((!QAnyValue(u"no")).Identical(QAnyValue(true)));
     EXPECT_TRUE((!Array({true, 0})).Identical(Array({false, true})));
     EXPECT_EQ(MessageOf(!Error("kept")), "kept");
     EXPECT_TRUE((!NA()).IsNA());
-}
-
-TEST_F(AnyValueTest, NegationOfEachType) {
     EXPECT_TRUE((-QAnyValue(3)).Identical(QAnyValue(-3)));
     EXPECT_TRUE((-QAnyValue(2.5)).Identical(QAnyValue(-2.5)));
     EXPECT_TRUE((-Cents(5)).Identical(Cents(-5)));
@@ -714,7 +697,7 @@ TEST_F(AnyValueTest, CompareFailures) {
     }
 }
 
-TEST_F(AnyValueTest, StringsCompareWithCaseWhenTheOptionSaysSo) {
+TEST_F(AnyValueTest, TheOptionsAreReadOnceAndDecideWhetherStringsCompareWithCase) {
     QAnyValue::SetProfileIntReader([](const CString& section, const CString& key, int dflt) {
         return section == u"Options" && key == u"UseCompareNoCase" ? 0 : dflt;
     });
@@ -724,9 +707,6 @@ TEST_F(AnyValueTest, StringsCompareWithCaseWhenTheOptionSaysSo) {
     QAnyValue::SetProfileIntReader(nullptr);
     EXPECT_EQ(QAnyValue(u"abc").Compare(QAnyValue(u"ABC"), failed), 0);
     EXPECT_TRUE(QAnyValue(u"abc").Identical(QAnyValue(u"ABC")));
-}
-
-TEST_F(AnyValueTest, TheOptionsAreReadOnce) {
     static int reads = 0;
     reads = 0;
     QAnyValue::SetProfileIntReader([](const CString&, const CString& key, int dflt) {
@@ -748,7 +728,7 @@ TEST_F(AnyValueTest, TheOptionsAreReadOnce) {
     EXPECT_TRUE(QAnyValue::UseCompareNoCase());
 }
 
-TEST_F(AnyValueTest, IdenticalDoesNotPromote) {
+TEST_F(AnyValueTest, IdenticalDoesNotPromoteAndEquivalentWidensTheLengthTolerance) {
     EXPECT_FALSE(QAnyValue(1).Identical(QAnyValue(1.0)));
     EXPECT_TRUE(QAnyValue(1) != QAnyValue(1.0));
     EXPECT_TRUE(Error("a").Identical(Error("b"))) << "errors are identical whatever the message";
@@ -765,9 +745,6 @@ TEST_F(AnyValueTest, IdenticalDoesNotPromote) {
     EXPECT_TRUE(QAnyValue(QTableHandlePtr(new test::NamedTable(u"x"))) ==
                 QAnyValue(QTableHandlePtr(new test::NamedTable(u"X"))));
     EXPECT_TRUE(QAnyValue(QDateTime(1.0)) == QAnyValue(QDateTime(1.0 + 5e-6)));
-}
-
-TEST_F(AnyValueTest, EquivalentWidensTheLengthTolerance) {
     QLength::SetDefaultUnits(QLength::LU_MM);
     EXPECT_TRUE(Mm(10).Equivalent(Mm(10.78)));
     EXPECT_TRUE(Mm(10.78).Equivalent(Mm(10)));
@@ -857,7 +834,7 @@ TEST_F(AnyValueTest, HashKeyByType) {
 
 // --- Truth -------------------------------------------------------------------------------------
 
-TEST_F(AnyValueTest, TruthTable) {
+TEST_F(AnyValueTest, TruthTableAndTheMembersThatSetBooleans) {
     const struct {
         const char* what;
         QAnyValue value;
@@ -893,9 +870,6 @@ TEST_F(AnyValueTest, TruthTable) {
         EXPECT_EQ(c.value.IsZero(), c.isZero) << c.what;
         EXPECT_EQ(c.value.IsNotZero(), !c.isZero) << c.what;
     }
-}
-
-TEST_F(AnyValueTest, TrueFalseMembersSetBooleans) {
     QAnyValue value(5);
     EXPECT_TRUE(value.TRUEit().Identical(QAnyValue(true)));
     QAnyValue zero(0);
@@ -914,7 +888,7 @@ TEST_F(AnyValueTest, TrueFalseMembersSetBooleans) {
 
 // --- Make families -----------------------------------------------------------------------------
 
-TEST_F(AnyValueTest, MakeFamilyReturnsDefaultsForErrors) {
+TEST_F(AnyValueTest, MakeFamilyReturnsDefaultsForErrorsAndStates) {
     QAnyValue error = Error("kept");
     EXPECT_FALSE(error.MakeBool());
     EXPECT_EQ(error.MakeInt(), 0);
@@ -933,17 +907,14 @@ TEST_F(AnyValueTest, MakeFamilyReturnsDefaultsForErrors) {
     QAnyValue na = NA();
     EXPECT_EQ(Utf8(na.MakeCString()), "#N/A");
     EXPECT_TRUE(na.IsNA());
-}
-
-TEST_F(AnyValueTest, MakeRateThatCannotConvert) {
-    QAnyValue na = NA();
-    const QRateValue& rate = na.MakeRate();
-    EXPECT_EQ(MessageOf(na), "Cannot convert to a rate");
+    QAnyValue notAvailable = NA();
+    const QRateValue& rate = notAvailable.MakeRate();
+    EXPECT_EQ(MessageOf(notAvailable), "Cannot convert to a rate");
     EXPECT_TRUE(rate.Num().IsEmpty());
     EXPECT_TRUE(rate.Den().IsEmpty());
 }
 
-TEST_F(AnyValueTest, TemplatedMake) {
+TEST_F(AnyValueTest, TemplatedMakeAndMakeAllWhichGoesDownIntoArrays) {
     QAnyValue value(2.9);
     EXPECT_EQ(value.Make<int>(), 2);
     EXPECT_TRUE(value.IsInt());
@@ -957,12 +928,9 @@ TEST_F(AnyValueTest, TemplatedMake) {
     QAnyValue target(5);
     target.MakeSameTypeAs(QAnyValue(u"s"));
     EXPECT_TRUE(target.Identical(QAnyValue(u"5")));
-}
-
-TEST_F(AnyValueTest, MakeAllGoesDownIntoArrays) {
-    QAnyValue value = Array({1, Array({2.5, true})});
-    value.MakeAllCString();
-    EXPECT_TRUE(value.Identical(Array({u"1", Array({u"2.5", u"Yes"})})));
+    QAnyValue nested = Array({1, Array({2.5, true})});
+    nested.MakeAllCString();
+    EXPECT_TRUE(nested.Identical(Array({u"1", Array({u"2.5", u"Yes"})})));
     QAnyValue numbers = Array({u"2", 1.5});
     numbers.MakeAllInt();
     EXPECT_TRUE(numbers.Identical(Array({2, 1})));
@@ -984,7 +952,7 @@ TEST_F(AnyValueTest, MakeAllGoesDownIntoArrays) {
 
 // --- Making numeric ----------------------------------------------------------------------------
 
-TEST_F(AnyValueTest, MakeNumericRunsStringsAsFormulas) {
+TEST_F(AnyValueTest, MakeNumericRunsStringsAsFormulasAndMakesOtherTypesNumbers) {
     QAnyValue text(u"1+1");
     text.MakeNumeric();
     EXPECT_TRUE(text.Identical(QAnyValue(2)));
@@ -1010,9 +978,6 @@ TEST_F(AnyValueTest, MakeNumericRunsStringsAsFormulas) {
     pingPong.MakeNumeric();
     EXPECT_TRUE(pingPong.IsError());
     EXPECT_EQ(MessageOf(pingPong).rfind("Could not evaluate formula (looping)\n", 0), 0u);
-}
-
-TEST_F(AnyValueTest, MakeNumericMakesOtherTypesNumbers) {
     const struct {
         QAnyValue value;
         QAnyValue numeric;
@@ -1031,7 +996,7 @@ TEST_F(AnyValueTest, MakeNumericMakesOtherTypesNumbers) {
     }
 }
 
-TEST_F(AnyValueTest, TheEvaluatorSeamPassesTextAndContext) {
+TEST_F(AnyValueTest, TheEvaluatorSeamPassesTextAndContextAndWithoutItEveryFormulaFails) {
     static QFormulaContext* seenContext = nullptr;
     static std::string seenText;
     const auto capture = [](const FormulaText& formula, QFormulaContext* context,
@@ -1059,19 +1024,16 @@ TEST_F(AnyValueTest, TheEvaluatorSeamPassesTextAndContext) {
     SetFormulaEvaluatorHook(nullptr);
     QAnyValue none;
     EXPECT_FALSE(EvaluateFormula(FormulaText(u"1"), nullptr, none));
-}
-
-TEST_F(AnyValueTest, WithoutAnEvaluatorEveryFormulaFails) {
     SetFormulaEvaluatorHook(nullptr);
-    QAnyValue text(u"1+1");
-    text.MakeNumeric();
-    EXPECT_EQ(MessageOf(text), "Could not evaluate formula\n1+1");
+    QAnyValue unevaluated(u"1+1");
+    unevaluated.MakeNumeric();
+    EXPECT_EQ(MessageOf(unevaluated), "Could not evaluate formula\n1+1");
     EXPECT_EQ(MessageOf(QAnyValue(u"2") + QAnyValue(1)), "Could not evaluate formula\n2");
 }
 
 // --- Text forms --------------------------------------------------------------------------------
 
-TEST_F(AnyValueTest, AsFormulaEvaluatesBack) {
+TEST_F(AnyValueTest, TextFormsEvaluateBackAndYesAndNoCanBeTranslated) {
     QLength::SetDefaultUnits(QLength::LU_MM);
     QDateTime::SetLocaleFormats(u"%d/%m/%Y", u"%H:%M:%S");
     EXPECT_EQ(Utf8(QAnyValue(u"say \"hi\"\\\n\r\t").AsFormula().ToString()),
@@ -1084,38 +1046,29 @@ TEST_F(AnyValueTest, AsFormulaEvaluatesBack) {
     EXPECT_EQ(Utf8(NA().AsFormula().ToString()), "#N/A");
     EXPECT_EQ(Utf8(QAnyValue(true).AsFormula().ToString()), "Yes");
     QDateTime::ResetLocale();
-}
-
-TEST_F(AnyValueTest, AsStringOrFormulaAndFormat) {
     EXPECT_EQ(Utf8(QAnyValue(u"plain \"text\"").AsStringOrFormula()), "plain \"text\"");
     EXPECT_EQ(Utf8(QAnyValue(3).AsStringOrFormula()), "3");
     EXPECT_EQ(Utf8(QAnyValue(u"x").MakeCStringUntranslated()), "x");
     const QAnyValue number(0.25);
     EXPECT_EQ(Utf8(number.Format()), "0.25");
     EXPECT_TRUE(number.IsDouble()) << "Format leaves the value alone";
-}
-
-TEST_F(AnyValueTest, CrystalFormulaText) {
     QLength::SetDefaultUnits(QLength::LU_MM);
     EXPECT_EQ(Utf8(NA().AsCrystalFormula()), "\"#N/A\"");
     EXPECT_EQ(Utf8(QAnyValue(u"a\"b").AsCrystalFormula()), "\"a\"\"b\"");
     EXPECT_EQ(Utf8(Mm(2.5).AsCrystalFormula()), "2.5");
     EXPECT_EQ(Utf8(Cents(150).AsCrystalFormula()), "1.5");
     EXPECT_EQ(Utf8(QAnyValue(7).AsCrystalFormula()), "7");
-}
-
-TEST_F(AnyValueTest, YesAndNoWordsCanBeTranslated) {
     QAnyValue::SetYesNoStrings(u"Ja", u"Nein");
     EXPECT_EQ(Utf8(QAnyValue(true).Format()), "Ja");
     EXPECT_EQ(Utf8(QAnyValue(false).Format()), "Nein");
-    bool value = false;
-    EXPECT_EQ(QAnyValue::ParseBool(value, u"ja"), PARSE_EXACT);
-    EXPECT_TRUE(value);
+    bool yes = false;
+    EXPECT_EQ(QAnyValue::ParseBool(yes, u"ja"), PARSE_EXACT);
+    EXPECT_TRUE(yes);
 }
 
 // --- Tables through the seam -------------------------------------------------------------------
 
-TEST_F(AnyValueTest, MakeLookupTableOpensByName) {
+TEST_F(AnyValueTest, MakeLookupTableOpensByNameThroughTheSource) {
     QAnyValue name(u"prices");
     const QTableHandlePtr table = name.MakeLookupTable();
     ASSERT_TRUE(table);
@@ -1139,13 +1092,10 @@ TEST_F(AnyValueTest, MakeLookupTableOpensByName) {
     QAnyValue failed(u"nowhere");
     failed.ChangeType(QAnyValue::TYPE_LOOKUPTABLE);
     EXPECT_EQ(MessageOf(failed), "Error with lookup table named nowhere");
-}
-
-TEST_F(AnyValueTest, WithoutATableSourceNoTableOpens) {
     SetTableHandleSource(nullptr);
-    QAnyValue name(u"prices");
-    EXPECT_FALSE(name.MakeLookupTable());
-    EXPECT_EQ(MessageOf(name), "Cannot find lookup table prices");
+    QAnyValue withoutSource(u"prices");
+    EXPECT_FALSE(withoutSource.MakeLookupTable());
+    EXPECT_EQ(MessageOf(withoutSource), "Cannot find lookup table prices");
 }
 
 } // namespace
