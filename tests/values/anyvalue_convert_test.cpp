@@ -8,6 +8,8 @@
 #include "keel/values/ratevalue.h"
 
 #include <gtest/gtest.h>
+#include <initializer_list>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -55,7 +57,7 @@ struct Row {
 };
 
 // Converts `source` to each target and compares without promotion.
-void ExpectRow(const char* source, const QAnyValue& value, const std::vector<Row>& row) {
+void ExpectRow(const char* source, const QAnyValue& value, std::span<const Row> row) {
     for (const Row& cell : row) {
         const QAnyValue result = Converted(value, cell.target);
         EXPECT_TRUE(result.Identical(cell.expected))
@@ -64,22 +66,22 @@ void ExpectRow(const char* source, const QAnyValue& value, const std::vector<Row
     }
 }
 
+void ExpectRow(const char* source, const QAnyValue& value, std::initializer_list<Row> row) {
+    ExpectRow(source, value, std::span<const Row>(row.begin(), row.size()));
+}
+
 // --- The matrix --------------------------------------------------------------------------------
 
 TEST_F(AnyValueConvertTest, FromBool) {
-    ExpectRow("true", QAnyValue(true),
-              {{T::TYPE_STRING, QAnyValue(u"Yes")},
-               {T::TYPE_INT, QAnyValue(1)},
-               {T::TYPE_DOUBLE, QAnyValue(1.0)},
-               {T::TYPE_MONEY, Cents(100)},
-               {T::TYPE_TIME, Seconds(3600)},
-               {T::TYPE_LENGTH, Mm(1)},
-               {T::TYPE_AREA, QAnyValue(QArea(1))},
-               {T::TYPE_VOLUME, QAnyValue(QVolume(1))},
-               {T::TYPE_ANGLE, QAnyValue(QAngle(1))},
-               {T::TYPE_DATETIME, QAnyValue(QDateTime(1.0))},
-               {T::TYPE_COLOR, QAnyValue(1ul)},
-               {T::TYPE_ARRAY, Array({true})}});
+    const Row fromTrue[] = {
+        {T::TYPE_STRING, QAnyValue(u"Yes")},   {T::TYPE_INT, QAnyValue(1)},
+        {T::TYPE_DOUBLE, QAnyValue(1.0)},      {T::TYPE_MONEY, Cents(100)},
+        {T::TYPE_TIME, Seconds(3600)},         {T::TYPE_LENGTH, Mm(1)},
+        {T::TYPE_AREA, QAnyValue(QArea(1))},   {T::TYPE_VOLUME, QAnyValue(QVolume(1))},
+        {T::TYPE_ANGLE, QAnyValue(QAngle(1))}, {T::TYPE_DATETIME, QAnyValue(QDateTime(1.0))},
+        {T::TYPE_COLOR, QAnyValue(1ul)},       {T::TYPE_ARRAY, Array({true})},
+    };
+    ExpectRow("true", QAnyValue(true), fromTrue);
     ExpectRow("false", QAnyValue(false),
               {{T::TYPE_STRING, QAnyValue(u"No")},
                {T::TYPE_INT, QAnyValue(0)},
@@ -92,19 +94,15 @@ TEST_F(AnyValueConvertTest, FromBool) {
 }
 
 TEST_F(AnyValueConvertTest, FromInt) {
-    ExpectRow("3", QAnyValue(3),
-              {{T::TYPE_STRING, QAnyValue(u"3")},
-               {T::TYPE_BOOL, QAnyValue(true)},
-               {T::TYPE_DOUBLE, QAnyValue(3.0)},
-               {T::TYPE_MONEY, Cents(300)},
-               {T::TYPE_TIME, Seconds(3 * 3600)},
-               {T::TYPE_LENGTH, Mm(3)},
-               {T::TYPE_AREA, QAnyValue(QArea(3))},
-               {T::TYPE_VOLUME, QAnyValue(QVolume(3))},
-               {T::TYPE_ANGLE, QAnyValue(QAngle(3))},
-               {T::TYPE_DATETIME, QAnyValue(QDateTime(3.0))},
-               {T::TYPE_COLOR, QAnyValue(3ul)},
-               {T::TYPE_ARRAY, Array({3})}});
+    const Row fromThree[] = {
+        {T::TYPE_STRING, QAnyValue(u"3")},     {T::TYPE_BOOL, QAnyValue(true)},
+        {T::TYPE_DOUBLE, QAnyValue(3.0)},      {T::TYPE_MONEY, Cents(300)},
+        {T::TYPE_TIME, Seconds(3 * 3600)},     {T::TYPE_LENGTH, Mm(3)},
+        {T::TYPE_AREA, QAnyValue(QArea(3))},   {T::TYPE_VOLUME, QAnyValue(QVolume(3))},
+        {T::TYPE_ANGLE, QAnyValue(QAngle(3))}, {T::TYPE_DATETIME, QAnyValue(QDateTime(3.0))},
+        {T::TYPE_COLOR, QAnyValue(3ul)},       {T::TYPE_ARRAY, Array({3})},
+    };
+    ExpectRow("3", QAnyValue(3), fromThree);
     ExpectRow("-1", QAnyValue(-1),
               {{T::TYPE_COLOR, QAnyValue(0xFFFFFFFFul)}, {T::TYPE_BOOL, QAnyValue(true)}});
     ExpectRow("0", QAnyValue(0), {{T::TYPE_BOOL, QAnyValue(false)}});
@@ -116,16 +114,18 @@ TEST_F(AnyValueConvertTest, FromInt) {
 }
 
 TEST_F(AnyValueConvertTest, FromNumber) {
-    ExpectRow("2.9", QAnyValue(2.9),
-              {{T::TYPE_STRING, QAnyValue(u"2.9")},
-               {T::TYPE_BOOL, QAnyValue(true)},
-               {T::TYPE_INT, QAnyValue(2)},
-               {T::TYPE_MONEY, Cents(290)},
-               {T::TYPE_TIME, Seconds(10440)},
-               {T::TYPE_LENGTH, Mm(2.9)},
-               {T::TYPE_DATETIME, QAnyValue(QDateTime(2.9))},
-               {T::TYPE_COLOR, QAnyValue(2ul)},
-               {T::TYPE_ARRAY, Array({2.9})}});
+    const Row fromNumber[] = {
+        {T::TYPE_STRING, QAnyValue(u"2.9")},
+        {T::TYPE_BOOL, QAnyValue(true)},
+        {T::TYPE_INT, QAnyValue(2)},
+        {T::TYPE_MONEY, Cents(290)},
+        {T::TYPE_TIME, Seconds(10440)},
+        {T::TYPE_LENGTH, Mm(2.9)},
+        {T::TYPE_DATETIME, QAnyValue(QDateTime(2.9))},
+        {T::TYPE_COLOR, QAnyValue(2ul)},
+        {T::TYPE_ARRAY, Array({2.9})},
+    };
+    ExpectRow("2.9", QAnyValue(2.9), fromNumber);
     ExpectRow("-2.5", QAnyValue(-2.5), {{T::TYPE_INT, QAnyValue(-2)}});
     ExpectRow("0.0001", QAnyValue(0.0001), {{T::TYPE_BOOL, QAnyValue(true)}});
     ExpectRow("0.0", QAnyValue(0.0), {{T::TYPE_BOOL, QAnyValue(false)}});
@@ -138,28 +138,29 @@ TEST_F(AnyValueConvertTest, FromNumber) {
 }
 
 TEST_F(AnyValueConvertTest, FromUnitsThroughTheDefaultUnits) {
-    ExpectRow("$1.50", Cents(150),
-              {{T::TYPE_STRING, QAnyValue(u"$1.50")},
-               {T::TYPE_BOOL, QAnyValue(true)},
-               {T::TYPE_INT, QAnyValue(1)},
-               {T::TYPE_DOUBLE, QAnyValue(1.5)},
-               {T::TYPE_TIME, Seconds(5400)},
-               {T::TYPE_LENGTH, Mm(1.5)},
-               {T::TYPE_DATETIME, QAnyValue(QDateTime(1.5))},
-               {T::TYPE_COLOR, QAnyValue(1ul)},
-               {T::TYPE_ARRAY, Array({Cents(150)})}});
+    const Row fromMoney[] = {
+        {T::TYPE_STRING, QAnyValue(u"$1.50")},
+        {T::TYPE_BOOL, QAnyValue(true)},
+        {T::TYPE_INT, QAnyValue(1)},
+        {T::TYPE_DOUBLE, QAnyValue(1.5)},
+        {T::TYPE_TIME, Seconds(5400)},
+        {T::TYPE_LENGTH, Mm(1.5)},
+        {T::TYPE_DATETIME, QAnyValue(QDateTime(1.5))},
+        {T::TYPE_COLOR, QAnyValue(1ul)},
+        {T::TYPE_ARRAY, Array({Cents(150)})},
+    };
+    ExpectRow("$1.50", Cents(150), fromMoney);
     ExpectRow("1.5 h", Seconds(5400),
               {{T::TYPE_STRING, QAnyValue(u"1.5")},
                {T::TYPE_INT, QAnyValue(1)},
                {T::TYPE_DOUBLE, QAnyValue(1.5)},
                {T::TYPE_MONEY, Cents(150)}});
-    ExpectRow("1000 mm", Mm(1000),
-              {{T::TYPE_STRING, QAnyValue(u"1000")},
-               {T::TYPE_INT, QAnyValue(1000)},
-               {T::TYPE_DOUBLE, QAnyValue(1000.0)},
-               {T::TYPE_AREA, QAnyValue(QArea(1000))},
-               {T::TYPE_MONEY, Cents(100000)},
-               {T::TYPE_BOOL, QAnyValue(true)}});
+    const Row fromLength[] = {
+        {T::TYPE_STRING, QAnyValue(u"1000")}, {T::TYPE_INT, QAnyValue(1000)},
+        {T::TYPE_DOUBLE, QAnyValue(1000.0)},  {T::TYPE_AREA, QAnyValue(QArea(1000))},
+        {T::TYPE_MONEY, Cents(100000)},       {T::TYPE_BOOL, QAnyValue(true)},
+    };
+    ExpectRow("1000 mm", Mm(1000), fromLength);
     ExpectRow("0.005 mm", Mm(0.005), {{T::TYPE_BOOL, QAnyValue(false)}});
     ExpectRow("2 m2", QAnyValue(QArea(2)),
               {{T::TYPE_STRING, QAnyValue(u"2.00")},
@@ -187,13 +188,15 @@ TEST_F(AnyValueConvertTest, ANumberFollowsTheDefaultUnit) {
 TEST_F(AnyValueConvertTest, FromDate) {
     const QDateTime date(2026, 11, 21, 12, 0, 0);
     const double days = date.GetOleDate();
-    ExpectRow("a date", QAnyValue(date),
-              {{T::TYPE_STRING, QAnyValue(u"21/11/2026 12:00:00")},
-               {T::TYPE_BOOL, QAnyValue(true)},
-               {T::TYPE_INT, QAnyValue(static_cast<int>(days))},
-               {T::TYPE_DOUBLE, QAnyValue(days)},
-               {T::TYPE_LENGTH, Mm(days)},
-               {T::TYPE_COLOR, QAnyValue(static_cast<unsigned long>(days))}});
+    const Row fromDate[] = {
+        {T::TYPE_STRING, QAnyValue(u"21/11/2026 12:00:00")},
+        {T::TYPE_BOOL, QAnyValue(true)},
+        {T::TYPE_INT, QAnyValue(static_cast<int>(days))},
+        {T::TYPE_DOUBLE, QAnyValue(days)},
+        {T::TYPE_LENGTH, Mm(days)},
+        {T::TYPE_COLOR, QAnyValue(static_cast<unsigned long>(days))},
+    };
+    ExpectRow("a date", QAnyValue(date), fromDate);
     ExpectRow("day 0", QAnyValue(QDateTime(0.0)), {{T::TYPE_BOOL, QAnyValue(false)}});
     QDateTime invalid(5.0);
     invalid.SetStatus(QDateTime::invalid);
@@ -202,13 +205,15 @@ TEST_F(AnyValueConvertTest, FromDate) {
 }
 
 TEST_F(AnyValueConvertTest, FromColor) {
-    ExpectRow("red", QAnyValue(0x0000FFul),
-              {{T::TYPE_STRING, QAnyValue(u"rgb(255,0,0)")},
-               {T::TYPE_BOOL, QAnyValue(true)},
-               {T::TYPE_INT, QAnyValue(255)},
-               {T::TYPE_DOUBLE, QAnyValue(255.0)},
-               {T::TYPE_LENGTH, Mm(255)},
-               {T::TYPE_DATETIME, QAnyValue(QDateTime(255.0))}});
+    const Row fromRed[] = {
+        {T::TYPE_STRING, QAnyValue(u"rgb(255,0,0)")},
+        {T::TYPE_BOOL, QAnyValue(true)},
+        {T::TYPE_INT, QAnyValue(255)},
+        {T::TYPE_DOUBLE, QAnyValue(255.0)},
+        {T::TYPE_LENGTH, Mm(255)},
+        {T::TYPE_DATETIME, QAnyValue(QDateTime(255.0))},
+    };
+    ExpectRow("red", QAnyValue(0x0000FFul), fromRed);
     ExpectRow("white with a high byte", QAnyValue(0xFFFFFFFFul),
               {{T::TYPE_INT, QAnyValue(-1)}, {T::TYPE_DOUBLE, QAnyValue(4294967295.0)}});
     ExpectRow("black", QAnyValue(0ul), {{T::TYPE_BOOL, QAnyValue(false)}});
@@ -218,15 +223,17 @@ TEST_F(AnyValueConvertTest, FromColor) {
 TEST_F(AnyValueConvertTest, FromRate) {
     const QAnyValue rate(QRateValue(Cents(300), Mm(2)));
     ASSERT_TRUE(rate.IsRate());
-    ExpectRow("$3 per 2 mm", rate,
-              {{T::TYPE_STRING, QAnyValue(u"$3.00/2")},
-               {T::TYPE_BOOL, QAnyValue(true)},
-               {T::TYPE_INT, QAnyValue(1)},
-               {T::TYPE_DOUBLE, QAnyValue(1.5)},
-               {T::TYPE_MONEY, Cents(150)},
-               {T::TYPE_LENGTH, Mm(1.5)},
-               {T::TYPE_DATETIME, QAnyValue(QDateTime(1.5))},
-               {T::TYPE_COLOR, QAnyValue(1ul)}});
+    const Row fromRate[] = {
+        {T::TYPE_STRING, QAnyValue(u"$3.00/2")},
+        {T::TYPE_BOOL, QAnyValue(true)},
+        {T::TYPE_INT, QAnyValue(1)},
+        {T::TYPE_DOUBLE, QAnyValue(1.5)},
+        {T::TYPE_MONEY, Cents(150)},
+        {T::TYPE_LENGTH, Mm(1.5)},
+        {T::TYPE_DATETIME, QAnyValue(QDateTime(1.5))},
+        {T::TYPE_COLOR, QAnyValue(1ul)},
+    };
+    ExpectRow("$3 per 2 mm", rate, fromRate);
     ExpectRow("a zero rate", QAnyValue(QRateValue(Cents(0), Mm(2))),
               {{T::TYPE_BOOL, QAnyValue(false)}, {T::TYPE_STRING, QAnyValue(u"$0.00/2")}});
 }
