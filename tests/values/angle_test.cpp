@@ -111,6 +111,8 @@ TEST_F(AngleTest, OrderGoesTheShortWayRound) {
         bool less, greater;
     } rows[] = {
         {350, 10, true, false},
+        {100, 90, false, true},
+        {90, 100, true, false},
         {10, 350, false, true},
         {0, 179, true, false},
         {0, 181, false, true},
