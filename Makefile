@@ -50,7 +50,7 @@ fuzz: deps
 mutants: deps
 	$(CMAKE_CONFIGURE) -B build-mutants -DCMAKE_BUILD_TYPE=Release -DCMAKE_CXX_FLAGS_RELEASE=-O1
 	cmake --build build-mutants -j $(JOBS)
-	python3 tools/mutants/mutants.py --build-dir build-mutants --seed $(MUTANTS_SEED) --count $(MUTANTS) $(SUBSYSTEMS)
+	python3 tools/mutants/mutants.py --build-dir build-mutants --seed $(MUTANTS_SEED) --count $(MUTANTS) $(if $(MUTANTS_AGAINST),--against $(MUTANTS_AGAINST)) $(SUBSYSTEMS)
 
 deps:
 	@cmake/install-deps.sh

@@ -6,7 +6,8 @@ sources of that subsystem (keel/<subsystem>/*.cpp and *.h). Each mutant is appli
 subsystem's test program is rebuilt (only what changed, through ninja), and the program is run
 directly, stopping at the first failure. A mutant is killed when the program fails or times out,
 survives when it passes, and is left out when it does not compile. The same seed and the same
-sources give the same mutants, so two runs compare.
+sources give the same mutants, so two runs compare: with --against an earlier report, the
+mutants that did not compile there are left out, and those whose outcome changed are listed.
 
 A mutant can turn a guarded operation loose (a folder deletion that no longer refuses the root),
 so run as root, the tests run as the unprivileged user 65534 with a home of their own.
@@ -207,14 +208,29 @@ def try_mutant(mutant, build_dir, subsystem, timeout):
             f.write(original)
 
 
+def earlier_outcomes(report_path):
+    """Outcome by mutant description, from the lines of an earlier report."""
+    outcomes = {}
+    with open(report_path, encoding="utf-8") as f:
+        for line in f:
+            outcome, _, described = line.rstrip("\n").partition(" ")
+            if outcome in ("killed", "survived", "invalid"):
+                outcomes[described.strip()] = outcome
+    return outcomes
+
+
 def main():
     parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
     parser.add_argument("--build-dir", default=os.path.join(ROOT, "build-mutants"))
     parser.add_argument("--seed", type=int, default=1)
     parser.add_argument("--count", type=int, default=30, help="mutants a subsystem")
     parser.add_argument("--list", action="store_true", help="list the sample without running it")
+    parser.add_argument("--against", metavar="REPORT",
+                        help="an earlier report (or log) of the same sample to compare with")
     parser.add_argument("subsystems", nargs="*", default=SUBSYSTEMS)
     args = parser.parse_args()
+    before = earlier_outcomes(args.against) if args.against else None
+    changed = []
 
     report_path = os.path.join(args.build_dir, "mutants-report.txt")
     report = [] if args.list else [open(report_path, "w", encoding="utf-8")]
@@ -232,17 +248,26 @@ def main():
         timeout = max(30.0, 10 * baseline_seconds(args.build_dir, subsystem))
         counts = {"killed": 0, "survived": 0, "invalid": 0}
         for mutant in sample:
-            outcome = try_mutant(mutant, args.build_dir, subsystem, timeout)
+            earlier = before.get(mutant.describe()) if before is not None else None
+            if earlier == "invalid":
+                outcome = "invalid"
+            else:
+                outcome = try_mutant(mutant, args.build_dir, subsystem, timeout)
             counts[outcome] += 1
             line = "%-9s %s" % (outcome, mutant.describe())
             print(line, flush=True)
             report[0].write(line + "\n")
+            if before is not None and earlier != outcome:
+                changed.append("%-9s was %-9s %s" % (outcome, earlier or "not run", mutant.describe()))
         build(args.build_dir, "keel_%s_tests" % subsystem)
         valid = counts["killed"] + counts["survived"]
         rate = 100.0 * counts["killed"] / valid if valid else 0.0
         totals.append("%-10s killed %3d  survived %3d  not compiled %3d  kill rate %5.1f%%" % (
             subsystem, counts["killed"], counts["survived"], counts["invalid"], rate))
         print(totals[-1], flush=True)
+    if before is not None:
+        totals.append("outcomes changed since %s: %d" % (args.against, len(changed)))
+        totals.extend(changed)
     if report:
         report[0].write("\n".join(totals) + "\n")
         report[0].close()
