@@ -1,4 +1,5 @@
 #include "tests/support/anyvalues.h"
+#include "tests/support/samevalue.h"
 #include "tests/support/tables.h"
 #include "tests/support/valuesettings.h"
 
@@ -19,6 +20,7 @@ namespace {
 
 using test::Array;
 using test::Cents;
+using test::Describe;
 using test::Error;
 using test::MessageOf;
 using test::Mm;
@@ -29,10 +31,6 @@ using T = QAnyValue::TYPE;
 
 std::string Utf8(const CString& text) {
     return text.ToUtf8();
-}
-
-std::string Describe(const QAnyValue& value) {
-    return Utf8(value.TypeName()) + " " + Utf8(value.Format());
 }
 
 QAnyValue Converted(QAnyValue value, T type) {

@@ -1,4 +1,5 @@
 #include "tests/support/anyvalues.h"
+#include "tests/support/samevalue.h"
 #include "tests/support/valuesettings.h"
 
 #include "keel/platform/exceptions.h"
@@ -21,10 +22,12 @@ namespace keel {
 namespace {
 
 using test::Array;
+using test::Describe;
 using test::Error;
 using test::MessageOf;
 using test::Mm;
 using test::NA;
+using test::Same;
 
 using V = QAnyValue;
 using Binary = QAnyValue& (QAnyValue::*)(const QAnyValue&);
@@ -40,43 +43,6 @@ V Text(const char* text) {
 
 V Dollars(double value) {
     return V(QMoney(value, QMoney::MU_DOLLARS));
-}
-
-std::string Describe(const QAnyValue& value) {
-    if (value.IsError())
-        return "error \"" + MessageOf(value) + "\"";
-    return value.TypeName().ToUtf8() + " " + value.Format().ToUtf8();
-}
-
-// Same type and content; errors by their message, strings by their exact text, arrays element
-// by element, everything else as Identical sees it.
-bool SameValue(const QAnyValue& actual, const QAnyValue& expected) {
-    if (actual.Type() != expected.Type())
-        return false;
-    if (actual.IsError())
-        return MessageOf(actual) == MessageOf(expected);
-    if (actual.IsString())
-        return V(actual).MakeCString() == V(expected).MakeCString();
-    if (actual.IsArray()) {
-        V actualCopy(actual);
-        V expectedCopy(expected);
-        const QArray<QAnyValue>& mine = actualCopy.MakeArray();
-        const QArray<QAnyValue>& theirs = expectedCopy.MakeArray();
-        if (mine.GetCount() != theirs.GetCount())
-            return false;
-        for (int i = 0; i < mine.GetCount(); ++i)
-            if (!SameValue(mine[i], theirs[i]))
-                return false;
-        return true;
-    }
-    return actual.Identical(expected);
-}
-
-::testing::AssertionResult Same(const QAnyValue& actual, const QAnyValue& expected) {
-    if (SameValue(actual, expected))
-        return ::testing::AssertionSuccess();
-    return ::testing::AssertionFailure()
-           << "got " << Describe(actual) << ", expected " << Describe(expected);
 }
 
 // Millimetres, square and cubic metres, degrees, dollars and hours, and a fake evaluator that

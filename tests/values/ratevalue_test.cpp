@@ -1,4 +1,5 @@
 #include "tests/support/anyvalues.h"
+#include "tests/support/samevalue.h"
 #include "tests/support/valuesettings.h"
 
 #include "keel/values/ratevalue.h"
@@ -20,10 +21,8 @@ std::string Utf8(const CString& text) {
 }
 
 void ExpectHalves(const QRateValue& rate, const QAnyValue& num, const QAnyValue& den) {
-    EXPECT_TRUE(rate.Num().Identical(num))
-        << "numerator " << Utf8(rate.Num().TypeName()) << " " << Utf8(rate.Num().Format());
-    EXPECT_TRUE(rate.Den().Identical(den))
-        << "denominator " << Utf8(rate.Den().TypeName()) << " " << Utf8(rate.Den().Format());
+    EXPECT_TRUE(test::Same(rate.Num(), num)) << "numerator";
+    EXPECT_TRUE(test::Same(rate.Den(), den)) << "denominator";
 }
 
 class RateValueTest : public ::testing::Test {
