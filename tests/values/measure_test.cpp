@@ -163,10 +163,9 @@ private:
 using Measures = ::testing::Types<AreaFigures, VolumeFigures>;
 TYPED_TEST_SUITE(MeasureTest, Measures);
 
-TYPED_TEST(MeasureTest, UnitsHaveTheirSizeMetricFlagAndWord) {
+TYPED_TEST(MeasureTest, UnitsHaveTheirSizeMetricFlagAndWordAndTheDefaultServesWhereNoneIsGiven) {
     using Quantity = typename TestFixture::Quantity;
     EXPECT_EQ(Quantity::DefaultUnits(), TypeParam::kStart);
-    EXPECT_EQ(Quantity::DefaultUnits(), 7);
     for (const auto& row : TypeParam::kUnits) {
         SCOPED_TRACE(row.unit);
         EXPECT_DOUBLE_EQ(Quantity::Factor(row.unit), row.rawSize);
@@ -181,10 +180,6 @@ TYPED_TEST(MeasureTest, UnitsHaveTheirSizeMetricFlagAndWord) {
                  InvalidArgumentException);
     EXPECT_THROW(Quantity::Factor(static_cast<typename TestFixture::Units>(8)),
                  InvalidArgumentException);
-}
-
-TYPED_TEST(MeasureTest, TheDefaultUnitServesWhereNoneIsGiven) {
-    using Quantity = typename TestFixture::Quantity;
     Quantity::SetDefaultUnits(TypeParam::kFeet);
     EXPECT_DOUBLE_EQ(Quantity(2).GetRaw(), 2 * TypeParam::kFoot);
     EXPECT_DOUBLE_EQ(Quantity::double_to_raw(2), 2 * TypeParam::kFoot);
@@ -193,7 +188,7 @@ TYPED_TEST(MeasureTest, TheDefaultUnitServesWhereNoneIsGiven) {
     EXPECT_EQ(TypeParam::Word(), TypeParam::Word(TypeParam::kFeet));
 }
 
-TYPED_TEST(MeasureTest, ComparisonsHoldWithinItsTolerance) {
+TYPED_TEST(MeasureTest, ComparisonsHoldWithinItsToleranceAndArithmeticWorksOnTheRawValue) {
     using Quantity = typename TestFixture::Quantity;
     const double eps = TypeParam::kEps;
     EXPECT_EQ(Quantity::Eps, eps);
@@ -217,20 +212,16 @@ TYPED_TEST(MeasureTest, ComparisonsHoldWithinItsTolerance) {
         EXPECT_EQ(!a, row.equal);
         EXPECT_EQ(a.IsZero(), row.equal);
     }
-}
-
-TYPED_TEST(MeasureTest, ArithmeticWorksOnTheRawValue) {
-    using Quantity = typename TestFixture::Quantity;
-    const Quantity a = Quantity::FromRaw(6);
-    const Quantity b = Quantity::FromRaw(4);
-    EXPECT_DOUBLE_EQ((a + b).GetRaw(), 10);
-    EXPECT_DOUBLE_EQ((a - b).GetRaw(), 2);
-    EXPECT_DOUBLE_EQ((a * 2).GetRaw(), 12);
-    EXPECT_DOUBLE_EQ((0.5 * a).GetRaw(), 3);
-    EXPECT_DOUBLE_EQ((a / 4).GetRaw(), 1.5);
-    EXPECT_DOUBLE_EQ(a / b, 1.5);
-    EXPECT_DOUBLE_EQ((-a).GetRaw(), -6);
-    EXPECT_DOUBLE_EQ((+a).GetRaw(), 6);
+    const Quantity six = Quantity::FromRaw(6);
+    const Quantity four = Quantity::FromRaw(4);
+    EXPECT_DOUBLE_EQ((six + four).GetRaw(), 10);
+    EXPECT_DOUBLE_EQ((six - four).GetRaw(), 2);
+    EXPECT_DOUBLE_EQ((six * 2).GetRaw(), 12);
+    EXPECT_DOUBLE_EQ((0.5 * six).GetRaw(), 3);
+    EXPECT_DOUBLE_EQ((six / 4).GetRaw(), 1.5);
+    EXPECT_DOUBLE_EQ(six / four, 1.5);
+    EXPECT_DOUBLE_EQ((-six).GetRaw(), -6);
+    EXPECT_DOUBLE_EQ((+six).GetRaw(), 6);
 }
 
 TYPED_TEST(MeasureTest, ParseReadsANumberAndAUnitWord) {
