@@ -311,6 +311,15 @@ TEST(QArray, SetSizeKeepsTheGrowStepWhichReservesAheadTillFreeExtraGivesItBack) 
     EXPECT_THROW(array.SetGrowSize(-1), InvalidArgumentException);
     EXPECT_EQ(array.GrowSize(), 16);
     array.RemoveAll();
+    QArray<int> stepByOne;
+    stepByOne.SetGrowSize(1);
+    int moves = 0;
+    for (int i = 0; i < 8; ++i) {
+        const int* before = stepByOne.GetData();
+        stepByOne.Add(i);
+        moves += stepByOne.GetData() != before ? 1 : 0;
+    }
+    EXPECT_EQ(moves, 8) << "a step of one makes room for one element at a time";
     array.SetGrowSize(100);
     array.Add(0);
     const int* storage = array.GetData();
