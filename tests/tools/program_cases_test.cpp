@@ -24,6 +24,8 @@ namespace fs = std::filesystem;
 //     ! text        a line of its standard error; without these the error is empty, unless
 //     !~ text       the error holds the text somewhere
 //     ? N           its exit status, 0 when not given
+//     !2 text       a line of what it says about bad usage: the error ends with the line
+//                   "Try 'keel help'." and the exit status is 2
 //
 // In what the command writes, the path of the home folder reads "$HOME". "#" opens a comment line.
 // The cases of a file run in turn in one home, so that a case may make the files or options that
@@ -35,6 +37,7 @@ struct ProgramCase {
     std::string input;
     std::vector<std::string> out, err, outParts, errParts;
     int status = 0;
+    bool usage = false;
 };
 
 fs::path CasesFolder() {
@@ -82,7 +85,11 @@ std::vector<ProgramCase> ReadCases(const std::string& name) {
             c.outParts.push_back(rest);
         else if (marker == "!~")
             c.errParts.push_back(rest);
-        else if (marker == "?")
+        else if (marker == "!2") {
+            c.err.push_back(rest);
+            c.usage = true;
+            c.status = 2;
+        } else if (marker == "?")
             c.status = std::stoi(rest);
         else
             ADD_FAILURE() << name << ":" << number << ": unknown line: " << line;
@@ -143,7 +150,10 @@ TEST_P(ProgramCases, GiveWhatTheFileSays) {
         SCOPED_TRACE(GetParam() + ".txt:" + std::to_string(c.line) + ": " + c.command);
         const ProgramOutcome outcome = RunCase(c);
         ExpectOutput("stdout", outcome.out, c.out, c.outParts);
-        ExpectOutput("stderr", outcome.err, c.err, c.errParts);
+        std::vector<std::string> err = c.err;
+        if (c.usage)
+            err.push_back("Try 'keel help'.");
+        ExpectOutput("stderr", outcome.err, err, c.errParts);
         EXPECT_EQ(outcome.status, c.status);
     }
 }
