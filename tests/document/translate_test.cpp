@@ -485,8 +485,15 @@ TEST_F(TranslateTest, ALineForATextAlreadyReadAddsAMatchToItsRecord) {
                                "Save\t\tEnregistrer\n");
 }
 
+// Switching saves the modified file only when file updates are enabled.
 TEST_F(TranslateTest, SwitchingSavesTheModifiedFileWhenFileUpdatesAreEnabled) {
     const fs::path french = Copy("translations_fr.txt");
+    SwitchTo(french);
+    T(u"Close", u"Ribbon category label");
+    ASSERT_TRUE(Translator::TheTranslator().IsModified());
+    SwitchTo(Copy("translations_de.txt"));
+    EXPECT_EQ(ReadBytes(french), ReadBytes(c_fixtures / "translations_fr.txt"));
+
     SwitchTo(french);
     EnableTranslationsFileUpdates(true);
     T(u"Seen once");
@@ -496,15 +503,6 @@ TEST_F(TranslateTest, SwitchingSavesTheModifiedFileWhenFileUpdatesAreEnabled) {
     EXPECT_EQ(GetCurrentTranslationFile(), PathText(m_folder / "translations_de.txt"));
     EXPECT_EQ(T(u"Open"), CString(u"\u00d6ffnen"));
     EXPECT_FALSE(HasRecord(u"Seen once"));
-}
-
-TEST_F(TranslateTest, SwitchingDoesNotSaveWhenFileUpdatesAreDisabled) {
-    const fs::path french = Copy("translations_fr.txt");
-    SwitchTo(french);
-    T(u"Close", u"Ribbon category label");
-    ASSERT_TRUE(Translator::TheTranslator().IsModified());
-    SwitchTo(Copy("translations_de.txt"));
-    EXPECT_EQ(ReadBytes(french), ReadBytes(c_fixtures / "translations_fr.txt"));
 }
 
 TEST_F(TranslateTest, AMissingFileLeavesTheTableEmptyAndIsMadeBySaving) {
@@ -564,26 +562,25 @@ TEST_F(TranslateTest, CommentLinesAreNotReported) {
     EXPECT_EQ(Translator::TheTranslator().GetCommentLines().GetCount(), 4);
 }
 
-TEST_F(TranslateTest, AFileThatCannotBeReadIsReported) {
+TEST_F(TranslateTest, AFileThatCannotBeReadOrSavedIsReported) {
     const fs::path folder = m_folder / "translations_folder.txt";
     fs::create_directory(folder);
     EXPECT_FALSE(SwitchToTranslationFile(PathText(folder), false, false));
-    const std::vector<Report> reports = Reports();
+    std::vector<Report> reports = Reports();
     ASSERT_EQ(reports.size(), 1u);
-    const CString start = CString(u"Cannot read the translation file ") + PathText(folder) + u":\n";
+    CString start = CString(u"Cannot read the translation file ") + PathText(folder) + u":\n";
     EXPECT_EQ(reports[0].message.Left(start.GetLength()), start);
     EXPECT_EQ(T(u"Open"), CString(u"Open"));
-}
 
-TEST_F(TranslateTest, AFileThatCannotBeSavedIsReported) {
+    TheErrorLog().DiscardPendingMessages();
     const fs::path path = m_folder / "no such folder" / "translations_x.txt";
     EXPECT_FALSE(SwitchToTranslationFile(PathText(path), false, false));
     EnableTranslationsFileUpdates(true);
     T(u"Open");
     EXPECT_FALSE(SaveTranslationFile());
-    const std::vector<Report> reports = Reports();
+    reports = Reports();
     ASSERT_EQ(reports.size(), 1u);
-    const CString start = CString(u"Cannot save the translation file ") + PathText(path) + u":\n";
+    start = CString(u"Cannot save the translation file ") + PathText(path) + u":\n";
     EXPECT_EQ(reports[0].message.Left(start.GetLength()), start);
     EXPECT_TRUE(Translator::TheTranslator().IsModified());
 }
@@ -600,20 +597,17 @@ TEST_F(TranslateTest, RememberStoresTheFileAsAnOption) {
 
 // --- QTString -----------------------------------------------------------------------------------
 
-TEST_F(TranslateTest, AQTStringBuiltBeforeTheFileTranslatesAtFirstUse) {
-    const QTString text(u"Save", u"Menu");
-    SwitchTo(Copy("translations_fr.txt"));
-    EXPECT_EQ(CString(text), CString(u"Enregistrer"));
-    EXPECT_EQ(text.TranslationContext(), CString(u"Menu"));
-    EXPECT_EQ(std::u16string(text.c_str()), u"Enregistrer");
-}
-
-TEST_F(TranslateTest, AQTStringTranslatesAgainAfterARefreshingSwitch) {
+// A QTString built before the file translates at first use, and again after a refreshing switch.
+TEST_F(TranslateTest, AQTStringTranslatesAtFirstUseAndAgainAfterARefreshingSwitch) {
     const fs::path french = Copy("translations_fr.txt");
     const fs::path german = Copy("translations_de.txt");
+    const QTString saved(u"Save", u"Menu");
     const QTString text(u"Open", u"Menu");
     const QTString copy(text);
     SwitchTo(french);
+    EXPECT_EQ(CString(saved), CString(u"Enregistrer"));
+    EXPECT_EQ(saved.TranslationContext(), CString(u"Menu"));
+    EXPECT_EQ(std::u16string(saved.c_str()), u"Enregistrer");
     EXPECT_EQ(CString(text), CString(u"Ouvrir"));
     const char16_t* before = text.c_str();
 
@@ -650,9 +644,6 @@ TEST_F(TranslateTest, TheNamePatternIgnoresCaseAndWantsAnExtension) {
     ASSERT_EQ(found.GetCount(), 2);
     EXPECT_EQ(found[0].m_displayName, CString(u"TRANSLATIONS"));
     EXPECT_EQ(found[1].m_displayName, CString(u"Translations_ES"));
-}
-
-TEST_F(TranslateTest, AMissingFolderHasNoTranslations) {
     EXPECT_EQ(GetAvailableTranslations(PathText(m_folder / "missing")).GetCount(), 0);
 }
 
