@@ -834,6 +834,8 @@ TEST(ExceptionDescrTest, HasADescriptionOrACodeOnlyWhenGivenOne) {
     EXPECT_TRUE(coded.HasCode());
     EXPECT_EQ(coded.Code(), 109);
     const ExceptionDescr both("shell.cpp", 13, u"Read from pipe", 232L);
+    EXPECT_TRUE(both.HasDescription());
+    EXPECT_TRUE(both.HasCode());
     EXPECT_EQ(both.Description(), u"Read from pipe");
     EXPECT_EQ(both.Code(), 232);
 }
