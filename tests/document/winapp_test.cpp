@@ -324,6 +324,20 @@ TEST_F(WinAppTest, AMalformedOptionsFileIsReportedOnceAndTheDefaultsAreUsed) {
         << app.problems[0];
     EXPECT_EQ(app.GetProfileIntFromCache(u"View", u"ShowGrid", 9), 0);
     EXPECT_EQ(QLength::DefaultUnits(), 3);
+
+    // The library's own application reports it to the error log under the heading "Options".
+    StoreOptions("not an options file\n");
+    QErrorLog::DiscardThePendingMessages();
+    {
+        QWinApp plain;
+        plain.InitRegistryOptionsCache();
+    }
+    QErrorLog& log = TheErrorLog();
+    ASSERT_EQ(log.GetSize(), 1);
+    EXPECT_EQ(U8(log.ErrorType(0)->Description()), "Options");
+    EXPECT_TRUE(U8(log.Message(0)).starts_with("Cannot read the options file"))
+        << U8(log.Message(0));
+    QErrorLog::DiscardThePendingMessages();
 }
 
 // The superuser writes into any folder, so a test run as root writes with the rights of an
@@ -361,21 +375,6 @@ TEST_F(WinAppTest, WritesIntoAnUnwritableFolderAreReportedOnceAndKeepTheOldFile)
     EXPECT_EQ(app.problems[0], "Cannot write the options file \"" + OptionsFile().string() +
                                    "\": Permission denied");
     EXPECT_EQ(ReadText(OptionsFile()), "[View]\nShowGrid=1\n");
-}
-
-TEST_F(WinAppTest, AProblemOfTheOptionsFileGoesToTheErrorLogUnderTheHeadingOptions) {
-    StoreOptions("not an options file\n");
-    QErrorLog::DiscardThePendingMessages();
-    {
-        QWinApp app;
-        app.InitRegistryOptionsCache();
-    }
-    QErrorLog& log = TheErrorLog();
-    ASSERT_EQ(log.GetSize(), 1);
-    EXPECT_EQ(U8(log.ErrorType(0)->Description()), "Options");
-    EXPECT_TRUE(U8(log.Message(0)).starts_with("Cannot read the options file"))
-        << U8(log.Message(0));
-    QErrorLog::DiscardThePendingMessages();
 }
 
 // ---------------------------------------------------------------------------------------------
@@ -439,14 +438,13 @@ TEST_F(WinAppTest, AnUnreadableLocaleKeepsTheStartValues) {
     EXPECT_EQ(QLength::DefaultUnits(), QLength::LU_RAW);
     EXPECT_EQ(QArea::DefaultUnits(), QArea::AU_SQLOMETRIC);
     EXPECT_EQ(QVolume::DefaultUnits(), QVolume::VU_CBHIMETRIC);
-}
 
-TEST_F(WinAppTest, TheLocaleMeasurementIsReadFromTheEnvironment) {
-    QWinApp app;
+    // The library's own application reads the locale from the environment.
+    QWinApp plain;
     m_environment.Set("LC_ALL", "C");
-    EXPECT_EQ(app.LocaleMeasurement(), 1);
+    EXPECT_EQ(plain.LocaleMeasurement(), 1);
     m_environment.Set("LC_ALL", "xx_NOWHERE.UTF-8");
-    EXPECT_EQ(app.LocaleMeasurement(), 0);
+    EXPECT_EQ(plain.LocaleMeasurement(), 0);
 }
 
 // ---------------------------------------------------------------------------------------------
@@ -476,21 +474,6 @@ TEST_F(WinAppTest, ExitInstanceClosesTheTraceAndSavesNewTranslations) {
         << ReadText(translations);
 }
 
-TEST_F(WinAppTest, LoadOptionsLetsValuesReadTheirOwnOptions) {
-    StoreOptions("[Options]\nUseCompareNoCase=0\n");
-    TestApp app;
-    app.LoadOptions();
-    EXPECT_FALSE(QAnyValue::UseCompareNoCase());
-    bool failed = false;
-    EXPECT_NE(QAnyValue(u"Width").Compare(QAnyValue(u"WIDTH"), failed), 0);
-
-    StoreOptions("[Options]\nUseCompareNoCase=1\n");
-    app.LoadOptions();
-    EXPECT_TRUE(QAnyValue::UseCompareNoCase());
-    EXPECT_EQ(QAnyValue(u"Width").Compare(QAnyValue(u"WIDTH"), failed), 0);
-    EXPECT_EQ(QAnyValue::GetYesString(), CString(u"Yes"));
-}
-
 TEST_F(WinAppTest, LoadOptionsCopiesStoredOptionsIntoTheirFields) {
     StoreOptions("[Options]\nContrast=60\nBrightness=10\nXFileLocations=1\nXPricing=1\n"
                  "UserTraceMask=8192\nMergingPrompts=1\nMergingDefault=0\nMaximized=0\n"
@@ -514,6 +497,18 @@ TEST_F(WinAppTest, LoadOptionsCopiesStoredOptionsIntoTheirFields) {
     EXPECT_EQ(QLength::DefaultUnits(), 5);
     EXPECT_EQ(QArea::DefaultUnits(), 6);
     EXPECT_FALSE(QOptions::PageDoc::c_bPostscriptPrinterCheck);
+
+    // The values read their own options.
+    StoreOptions("[Options]\nUseCompareNoCase=0\n");
+    app.LoadOptions();
+    EXPECT_FALSE(QAnyValue::UseCompareNoCase());
+    bool failed = false;
+    EXPECT_NE(QAnyValue(u"Width").Compare(QAnyValue(u"WIDTH"), failed), 0);
+    StoreOptions("[Options]\nUseCompareNoCase=1\n");
+    app.LoadOptions();
+    EXPECT_TRUE(QAnyValue::UseCompareNoCase());
+    EXPECT_EQ(QAnyValue(u"Width").Compare(QAnyValue(u"WIDTH"), failed), 0);
+    EXPECT_EQ(QAnyValue::GetYesString(), CString(u"Yes"));
 }
 
 TEST_F(WinAppTest, MissingOptionsTakeTheTableDefaultOrThePresentFieldValue) {
@@ -956,6 +951,16 @@ TEST_F(WinAppTest, TheApplicationIsTheEvaluatorFactoryWhileItLives) {
         plain.NewQEvaluator(result, FormulaText("6 * 7"), nullptr, false, false, false));
     EXPECT_TRUE(evaluator->Evaluate());
     EXPECT_EQ(result.MakeInt(), 42);
+}
+
+TEST_F(WinAppTest, AFactoryInstalledLaterStaysWhenTheApplicationEnds) {
+    OtherFactory other;
+    {
+        TestApp app;
+        EXPECT_EQ(SetEvaluatorFactory(&other), &app);
+    }
+    EXPECT_EQ(GetEvaluatorFactory(), &other);
+    SetEvaluatorFactory(nullptr);
 }
 
 TEST_F(WinAppTest, TheApplicationLetsTheValuesRunFormulas) {
