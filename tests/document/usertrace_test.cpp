@@ -24,7 +24,8 @@ namespace {
 namespace fs = std::filesystem;
 
 std::string LocalTimeText(const char* format) {
-    const std::time_t now = std::time(nullptr);
+    // The clock the library reads: time() may lag it by a tick across a second's change.
+    const std::time_t now = std::chrono::system_clock::to_time_t(std::chrono::system_clock::now());
     std::tm local{};
     localtime_r(&now, &local);
     char text[64];
