@@ -1,3 +1,5 @@
+#include "tests/support/tempfolder.h"
+
 #include "keel/document/errorlog.h"
 #include "keel/document/translate.h"
 #include "keel/platform/registry.h"
@@ -5,14 +7,10 @@
 
 #include <atomic>
 #include <cstdio>
-#include <cstdlib>
 #include <filesystem>
-#include <fstream>
 #include <gtest/gtest.h>
-#include <iterator>
 #include <string>
 #include <thread>
-#include <unistd.h>
 #include <vector>
 
 namespace keel {
@@ -21,15 +19,6 @@ namespace {
 namespace fs = std::filesystem;
 
 const fs::path c_fixtures = fs::path(KEEL_TEST_DATA) / "translations";
-
-std::string ReadBytes(const fs::path& path) {
-    std::ifstream in(path, std::ios::binary);
-    return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
-}
-
-void WriteBytes(const fs::path& path, const std::string& bytes) {
-    std::ofstream(path, std::ios::binary) << bytes;
-}
 
 CString PathText(const fs::path& path) {
     return CString::FromUtf8(path.string());
@@ -53,16 +42,12 @@ struct Report {
 
 // Each test starts with no translation file, every switch off, a fresh folder as home, and an
 // empty list of pending errors.
-class TranslateTest : public testing::Test {
+class TranslateTest : public test::TempFolderTest {
 protected:
     void SetUp() override {
-        m_folder = fs::temp_directory_path() /
-                   ("keel-translate-" + std::to_string(::getpid()) + "-" +
-                    testing::UnitTest::GetInstance()->current_test_info()->name());
-        fs::remove_all(m_folder);
-        fs::create_directories(m_folder);
+        TempFolderTest::SetUp();
         for (const char* variable : {"HOME", "XDG_CONFIG_HOME", "XDG_DATA_HOME"})
-            ::setenv(variable, m_folder.c_str(), 1);
+            m_environment.Set(variable, m_root.string());
         SetUIServices(&m_host);
         ResetSwitches();
         SwitchToTranslationFile(CString(), true, false);
@@ -74,7 +59,7 @@ protected:
         SwitchToTranslationFile(CString(), true, false);
         TheErrorLog().DiscardPendingMessages();
         SetUIServices(nullptr);
-        fs::remove_all(m_folder);
+        TempFolderTest::TearDown();
     }
 
     static void ResetSwitches() {
@@ -85,15 +70,14 @@ protected:
 
     // A copy of a fixture in the test's folder, so that saving never touches the fixture.
     fs::path Copy(const char* fixture) {
-        const fs::path copy = m_folder / fixture;
+        const fs::path copy = m_root / fixture;
         fs::copy_file(c_fixtures / fixture, copy, fs::copy_options::overwrite_existing);
         return copy;
     }
 
     fs::path Write(const char* name, const std::string& bytes) {
-        const fs::path path = m_folder / name;
-        WriteBytes(path, bytes);
-        return path;
+        test::WriteText(m_root / name, bytes);
+        return m_root / name;
     }
 
     static void SwitchTo(const fs::path& path) {
@@ -108,7 +92,7 @@ protected:
         return reports;
     }
 
-    fs::path m_folder;
+    test::ScopedEnvironment m_environment;
     QuietHost m_host;
 };
 
@@ -305,7 +289,7 @@ TEST_F(TranslateTest, AnEmptyTextIsReturnedAtOnceAndNeverEntersTheFile) {
     EXPECT_EQ(TableContents(), before);
     EXPECT_FALSE(Translator::TheTranslator().IsModified());
     ASSERT_TRUE(SaveTranslationFile());
-    EXPECT_EQ(ReadBytes(path), ReadBytes(c_fixtures / "translations_fr.txt"));
+    EXPECT_EQ(test::ReadText(path), test::ReadText(c_fixtures / "translations_fr.txt"));
 }
 
 TEST_F(TranslateTest, TranslatingWhileDisabledLeavesTheTableUnchanged) {
@@ -444,8 +428,8 @@ TEST_F(TranslateTest, SavingAFileJustReadGivesItBackByteForByte) {
     const fs::path path = Copy("translations_fr.txt");
     SwitchTo(path);
     ASSERT_TRUE(SaveTranslationFile());
-    EXPECT_EQ(ReadBytes(path), ReadBytes(c_fixtures / "translations_fr.txt"));
-    EXPECT_FALSE(fs::exists(m_folder / "~translations_fr.txt"));
+    EXPECT_EQ(test::ReadText(path), test::ReadText(c_fixtures / "translations_fr.txt"));
+    EXPECT_FALSE(fs::exists(m_root / "~translations_fr.txt"));
 }
 
 TEST_F(TranslateTest, NewMatchesFollowTheirRecordAndNewRecordsTheEndOfTheFile) {
@@ -456,12 +440,12 @@ TEST_F(TranslateTest, NewMatchesFollowTheirRecordAndNewRecordsTheEndOfTheFile) {
     EXPECT_EQ(T(u"Brand new\ttext"), CString(u"Brand new\ttext"));
     ASSERT_TRUE(SaveTranslationFile());
 
-    std::string expected = ReadBytes(c_fixtures / "translations_fr.txt");
+    std::string expected = test::ReadText(c_fixtures / "translations_fr.txt");
     const std::string lastClose = "Close\t\tClore\tStatus bar\t\n";
     expected.insert(expected.find(lastClose) + lastClose.size(),
                     "Close\t\tClose\tRibbon control tooltip\tDefault translation\n");
     expected += "Brand new\\ttext\t\tBrand new\\ttext\n";
-    EXPECT_EQ(ReadBytes(path), expected);
+    EXPECT_EQ(test::ReadText(path), expected);
     EXPECT_FALSE(Translator::TheTranslator().IsModified());
 }
 
@@ -479,10 +463,10 @@ TEST_F(TranslateTest, ALineForATextAlreadyReadAddsAMatchToItsRecord) {
     EXPECT_EQ(RecordOf(u"Open").m_matches[1].m_translation, CString(u"Ouverture"));
     // Written back, the lines of a record stand together, each comment before its line.
     ASSERT_TRUE(SaveTranslationFile());
-    EXPECT_EQ(ReadBytes(path), "Open\t\tOuvrir\n"
-                               "# before the second line of Open\n"
-                               "Open\t\tOuverture\tStatus bar\tlater line\n"
-                               "Save\t\tEnregistrer\n");
+    EXPECT_EQ(test::ReadText(path), "Open\t\tOuvrir\n"
+                                    "# before the second line of Open\n"
+                                    "Open\t\tOuverture\tStatus bar\tlater line\n"
+                                    "Save\t\tEnregistrer\n");
 }
 
 // Switching saves the modified file only when file updates are enabled.
@@ -492,21 +476,21 @@ TEST_F(TranslateTest, SwitchingSavesTheModifiedFileWhenFileUpdatesAreEnabled) {
     T(u"Close", u"Ribbon category label");
     ASSERT_TRUE(Translator::TheTranslator().IsModified());
     SwitchTo(Copy("translations_de.txt"));
-    EXPECT_EQ(ReadBytes(french), ReadBytes(c_fixtures / "translations_fr.txt"));
+    EXPECT_EQ(test::ReadText(french), test::ReadText(c_fixtures / "translations_fr.txt"));
 
     SwitchTo(french);
     EnableTranslationsFileUpdates(true);
     T(u"Seen once");
     SwitchTo(Copy("translations_de.txt"));
-    EXPECT_EQ(ReadBytes(french),
-              ReadBytes(c_fixtures / "translations_fr.txt") + "Seen once\t\tSeen once\n");
-    EXPECT_EQ(GetCurrentTranslationFile(), PathText(m_folder / "translations_de.txt"));
+    EXPECT_EQ(test::ReadText(french),
+              test::ReadText(c_fixtures / "translations_fr.txt") + "Seen once\t\tSeen once\n");
+    EXPECT_EQ(GetCurrentTranslationFile(), PathText(m_root / "translations_de.txt"));
     EXPECT_EQ(T(u"Open"), CString(u"\u00d6ffnen"));
     EXPECT_FALSE(HasRecord(u"Seen once"));
 }
 
 TEST_F(TranslateTest, AMissingFileLeavesTheTableEmptyAndIsMadeBySaving) {
-    const fs::path path = m_folder / "translations_new.txt";
+    const fs::path path = m_root / "translations_new.txt";
     EXPECT_FALSE(SwitchToTranslationFile(PathText(path), false, false));
     EXPECT_TRUE(AreTranslationsEnabled());
     EXPECT_EQ(GetCurrentTranslationFile(), PathText(path));
@@ -518,7 +502,7 @@ TEST_F(TranslateTest, AMissingFileLeavesTheTableEmptyAndIsMadeBySaving) {
     EnableTranslationsFileUpdates(true);
     EXPECT_EQ(T(u"Open"), CString(u"Open"));
     ASSERT_TRUE(SaveTranslationFile());
-    EXPECT_EQ(ReadBytes(path), "Open\t\tOpen\n");
+    EXPECT_EQ(test::ReadText(path), "Open\t\tOpen\n");
 }
 
 TEST_F(TranslateTest, DamagedLinesAreReportedOnceAndTheRestIsRead) {
@@ -541,14 +525,14 @@ TEST_F(TranslateTest, DamagedLinesAreReportedOnceAndTheRestIsRead) {
 
     // The lines that are no records are kept where they were.
     ASSERT_TRUE(SaveTranslationFile());
-    EXPECT_EQ(ReadBytes(path), "# A file with damaged lines\n"
-                               "Open\t\tOuvrir\n"
-                               "Only two\tfields\n"
-                               "Four\t\tfields\there\n"
-                               "Six\t\ta\tb\tc\td\n"
-                               "Save\t\tEnregistr\xef\xbf\xbd"
-                               "er\n"
-                               "Close\t\tFermer\n");
+    EXPECT_EQ(test::ReadText(path), "# A file with damaged lines\n"
+                                    "Open\t\tOuvrir\n"
+                                    "Only two\tfields\n"
+                                    "Four\t\tfields\there\n"
+                                    "Six\t\ta\tb\tc\td\n"
+                                    "Save\t\tEnregistr\xef\xbf\xbd"
+                                    "er\n"
+                                    "Close\t\tFermer\n");
 }
 
 TEST_F(TranslateTest, CommentLinesAreNotReported) {
@@ -563,7 +547,7 @@ TEST_F(TranslateTest, CommentLinesAreNotReported) {
 }
 
 TEST_F(TranslateTest, AFileThatCannotBeReadOrSavedIsReported) {
-    const fs::path folder = m_folder / "translations_folder.txt";
+    const fs::path folder = m_root / "translations_folder.txt";
     fs::create_directory(folder);
     EXPECT_FALSE(SwitchToTranslationFile(PathText(folder), false, false));
     std::vector<Report> reports = Reports();
@@ -573,7 +557,7 @@ TEST_F(TranslateTest, AFileThatCannotBeReadOrSavedIsReported) {
     EXPECT_EQ(T(u"Open"), CString(u"Open"));
 
     TheErrorLog().DiscardPendingMessages();
-    const fs::path path = m_folder / "no such folder" / "translations_x.txt";
+    const fs::path path = m_root / "no such folder" / "translations_x.txt";
     EXPECT_FALSE(SwitchToTranslationFile(PathText(path), false, false));
     EnableTranslationsFileUpdates(true);
     T(u"Open");
@@ -639,12 +623,12 @@ TEST_F(TranslateTest, TheNamePatternIgnoresCaseAndWantsAnExtension) {
     for (const char* name : {"Translations_ES.txt", "translations", "translationsX",
                              "my translations.txt", "~translations_fr.txt", "TRANSLATIONS.de"})
         Write(name, "Open\t\tAbrir\n");
-    fs::create_directory(m_folder / "translations_folder.txt");
-    const QArray<AvailableTranslation> found = GetAvailableTranslations(PathText(m_folder));
+    fs::create_directory(m_root / "translations_folder.txt");
+    const QArray<AvailableTranslation> found = GetAvailableTranslations(PathText(m_root));
     ASSERT_EQ(found.GetCount(), 2);
     EXPECT_EQ(found[0].m_displayName, CString(u"TRANSLATIONS"));
     EXPECT_EQ(found[1].m_displayName, CString(u"Translations_ES"));
-    EXPECT_EQ(GetAvailableTranslations(PathText(m_folder / "missing")).GetCount(), 0);
+    EXPECT_EQ(GetAvailableTranslations(PathText(m_root / "missing")).GetCount(), 0);
 }
 
 // --- Threads ------------------------------------------------------------------------------------
