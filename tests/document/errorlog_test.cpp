@@ -1,4 +1,4 @@
-#include "tests/support/environment.h"
+#include "tests/support/tempfolder.h"
 
 #include "keel/document/errorlog.h"
 #include "keel/document/translate.h"
@@ -20,7 +20,6 @@
 #include <regex>
 #include <sstream>
 #include <string>
-#include <unistd.h>
 #include <vector>
 
 namespace keel {
@@ -127,16 +126,12 @@ public:
 
 // Each test has a fresh folder as home, data and configuration folder, an application object
 // named "Tester", a scripted host, and the process's log pointed at a file of its own.
-class ErrorLogTest : public testing::Test {
+class ErrorLogTest : public test::TempFolderTest {
 protected:
     void SetUp() override {
-        m_folder = fs::temp_directory_path() /
-                   ("keel-errorlog-" + std::to_string(::getpid()) + "-" +
-                    testing::UnitTest::GetInstance()->current_test_info()->name());
-        fs::remove_all(m_folder);
-        fs::create_directories(m_folder);
+        TempFolderTest::SetUp();
         for (const char* variable : {"HOME", "XDG_CONFIG_HOME", "XDG_DATA_HOME"})
-            m_environment.Set(variable, m_folder.string());
+            m_environment.Set(variable, m_root.string());
         m_environment.Set("USER", "tester");
         SetUIServices(&m_host);
         m_app = std::make_unique<TestApp>();
@@ -156,18 +151,17 @@ protected:
         m_app.reset();
         SetUIServices(nullptr);
         QErrorType::ReloadErrorLogOnly();
-        fs::remove_all(m_folder);
+        TempFolderTest::TearDown();
     }
 
-    fs::path LogsFolder() const { return m_folder / "keel" / "Logs"; }
-    fs::path ProcessLogPath() const { return m_folder / "process-log.txt"; }
+    fs::path LogsFolder() const { return m_root / "keel" / "Logs"; }
+    fs::path ProcessLogPath() const { return m_root / "process-log.txt"; }
     static fs::path PathOf(const QErrorLog& log) { return log.FilenameFullPath().ToUtf8(); }
 
     void WriteOption(const char16_t* key, int value) {
         ASSERT_TRUE(CRegistry::Current().WriteProfileInt(u"Options", key, value));
     }
 
-    fs::path m_folder;
     test::ScopedEnvironment m_environment;
     ScriptedHost m_host;
     std::unique_ptr<TestApp> m_app;
@@ -193,8 +187,8 @@ TEST_F(ErrorLogTest, ANameIsInTheLogsFolderOfTheDataFolderAndAFullPathIsKept) {
     EXPECT_EQ(PathOf(log), LogsFolder() / "mine.txt");
     log.SetFilename(u"other.txt");
     EXPECT_EQ(PathOf(log), LogsFolder() / "other.txt");
-    log.SetFilename(PathText(m_folder / "elsewhere" / "log.txt"));
-    EXPECT_EQ(PathOf(log), m_folder / "elsewhere" / "log.txt");
+    log.SetFilename(PathText(m_root / "elsewhere" / "log.txt"));
+    EXPECT_EQ(PathOf(log), m_root / "elsewhere" / "log.txt");
 
     m_app.reset();
     EXPECT_TRUE(QErrorLog(u"mine.txt").FilenameFullPath().IsEmpty()) << "no application";
@@ -300,7 +294,7 @@ TEST_F(ErrorLogTest, LogTakesOverATypeOfAnotherLog) {
 
 // A file that cannot be made or written is reported once, with a stop box, and display goes on.
 TEST_F(ErrorLogTest, AFileThatCannotBeWrittenIsReportedOnce) {
-    WriteText(m_folder / "keel", "a file where the data folder should be");
+    WriteText(m_root / "keel", "a file where the data folder should be");
     QErrorLog log(u"never.txt");
     QErrorType* formula = log.Register(u"Formula");
     formula->DisplayOrLog(u"First");
@@ -640,7 +634,7 @@ TEST_F(ErrorLogTest, CloseAsksNothingWhenThereIsNoFileToOffer) {
     EXPECT_EQ(LoggedLines(PathOf(server)), Lines({"Formula:Before", "Formula:After"}));
 
     m_app->SetServer(false);
-    QErrorLog noApp(PathText(m_folder / "no-app.txt"));
+    QErrorLog noApp(PathText(m_root / "no-app.txt"));
     noApp.Log(noApp.Register(u"Formula"), u"Bad value");
     m_app.reset();
     noApp.CloseLogFile();
@@ -781,7 +775,7 @@ TEST_F(ErrorLogTest, ExceptServerShowsABoxOnlyWhenThereIsSomebody) {
 
 // Messages and headings are translated as message box texts, unless translated already.
 TEST_F(ErrorLogTest, ReportsAreTranslatedInTheirContext) {
-    const fs::path file = m_folder / "translations_de.txt";
+    const fs::path file = m_root / "translations_de.txt";
     WriteText(file, "Cannot open\t\tKann nicht \xC3\xB6"
                     "ffnen\t^Message box$\tc\n"
                     "Cannot open\t\tFALSCH\t^Dialog item$\tc\n"
