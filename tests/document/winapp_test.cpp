@@ -1123,27 +1123,24 @@ TEST_F(WinAppTest, TheShowCommandDecidesTheSplash) {
     }
 }
 
+// A product step that fails stops start-up there: without resources the options are not loaded;
+// without templates the splash goes.
 TEST_F(WinAppTest, AProductStepThatFailsStopsStartUp) {
-    {
+    const struct {
+        bool resources, templates, finishes;
+        const char* lastCall;
+    } cases[] = {{false, true, true, "LoadResources"},
+                 {true, false, true, "KillSplash"},
+                 {true, true, false, "InitInstanceFinish:-1"}};
+    for (const auto& c : cases) {
         StartupApp app;
-        app.resourcesLoad = false;
+        app.resourcesLoad = c.resources;
+        app.templatesLoad = c.templates;
+        app.finishes = c.finishes;
         EXPECT_FALSE(app.InitInstance());
-        EXPECT_EQ(app.calls.back(), "LoadResources") << "the options are not loaded";
-        EXPECT_FALSE(app.IsStartupComplete());
-    }
-    {
-        StartupApp app;
-        app.templatesLoad = false;
-        EXPECT_FALSE(app.InitInstance());
-        EXPECT_EQ(app.calls.back(), "KillSplash");
-        EXPECT_FALSE(app.IsStartupComplete());
-    }
-    {
-        StartupApp app;
-        app.finishes = false;
-        EXPECT_FALSE(app.InitInstance());
-        EXPECT_FALSE(app.IsStarted());
-        EXPECT_FALSE(app.IsStartupComplete());
+        EXPECT_EQ(app.calls.back(), c.lastCall);
+        EXPECT_FALSE(app.IsStarted()) << c.lastCall;
+        EXPECT_FALSE(app.IsStartupComplete()) << c.lastCall;
     }
 }
 
