@@ -45,6 +45,7 @@ namespace fs = std::filesystem;
 //     %% state <TAB> s                      the cache state of the last formula
 //     %% holds NAME <TAB> type <TAB> text   the context's property NAME (type "absent": none)
 //     %% formula NAME <TAB> text            the formula set on the context for NAME
+//     %% sets <TAB> count                   the values set on the context, one by one
 //
 // Until the first "%% set", "%% failing" or "%% context" the formulas have no context. In every
 // column \n, \t and \\ stand for a newline, a tab and a backslash.
@@ -210,6 +211,8 @@ protected:
                                                : Names().LookupsOf(name.c_str()));
         } else if (word == "%% asked") {
             found = Joined(Names().Asked());
+        } else if (word == "%% sets") {
+            found = std::to_string(Names().Sets());
         } else if (word == "%% state") {
             found = c_states[m_state];
         } else if (word.starts_with("%% formula ")) {
