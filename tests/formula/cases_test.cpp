@@ -38,6 +38,13 @@ namespace fs = std::filesystem;
 //     %% args <TAB> formula                 the elements of the array the formula gives are the
 //                                           arguments %1, %2, ... of the formulas
 //
+//     %% counts NAME <TAB> min <TAB> max [<TAB> first]
+//                                           NAME takes from min to max values: calls with one
+//                                           too few (when there can be fewer) and one too many
+//                                           fail with the count report, and calls with min and
+//                                           max values do not; the values are 1 but the first,
+//                                           given as text
+//
 // and these check what the formulas above did:
 //
 //     %% lookups NAME <TAB> count           the context was asked for NAME so often ("*": any)
@@ -46,6 +53,7 @@ namespace fs = std::filesystem;
 //     %% holds NAME <TAB> type <TAB> text   the context's property NAME (type "absent": none)
 //     %% formula NAME <TAB> text            the formula set on the context for NAME
 //     %% sets <TAB> count                   the values set on the context, one by one
+//     %% logged <TAB> a|b                    the messages the last formula put in the log
 //
 // Until the first "%% set", "%% failing" or "%% context" the formulas have no context. In every
 // column \n, \t and \\ stand for a newline, a tab and a backslash.
@@ -189,6 +197,8 @@ protected:
             Names().SetFailing(word.substr(11).c_str());
         } else if (word.starts_with("%% var ") && columns.size() == 2) {
             m_vars[word.substr(7)] = ValueOf(path, line, columns[1]);
+        } else if (word.starts_with("%% counts ") && columns.size() >= 3) {
+            CheckCounts(path, line, columns);
         } else if (word == "%% args" && columns.size() == 2) {
             QAnyValue array = ValueOf(path, line, columns[1]);
             m_args.clear();
@@ -198,6 +208,33 @@ protected:
             return false;
         }
         return true;
+    }
+
+    void CheckCounts(const std::string& path, int line, const std::vector<std::string>& columns) {
+        static const char* const words[] = {"no value",     "one value",   "two values",
+                                            "three values", "four values", "five values",
+                                            "six values",   "seven values"};
+        const std::string name = columns[0].substr(10);
+        const int least = std::stoi(columns.at(1));
+        const int most = std::stoi(columns.at(2));
+        const std::string first = columns.size() > 3 ? columns[3] : "1";
+        for (int count = std::max(least - 1, 0); count <= std::min(most + 1, 7); ++count) {
+            if (count > least && count < most)
+                continue;
+            std::string formula = name + "(";
+            for (int i = 0; i < count; ++i)
+                formula += i == 0 ? first : ", 1";
+            formula += ")";
+            TheErrorLog().DiscardPendingMessages();
+            const test::CallOutcome outcome = RunCase(formula);
+            const std::string report =
+                "Expecting " + name + " in correct number of values\nbut found\n\t" + words[count];
+            const bool refused = !outcome.ok && outcome.message == report;
+            if (refused != (count < least || count > most))
+                ADD_FAILURE_AT(path.c_str(), line)
+                    << formula << (refused ? " was refused" : " was not refused: ")
+                    << outcome.message;
+        }
     }
 
     // The checks of what the formulas above did; false when the directive is none of them.
@@ -211,6 +248,9 @@ protected:
                                                : Names().LookupsOf(name.c_str()));
         } else if (word == "%% asked") {
             found = Joined(Names().Asked());
+        } else if (word == "%% logged") {
+            for (int i = 0; i < TheErrorLog().GetSize(); ++i)
+                found += (i ? "|" : "") + TheErrorLog().Message(i).ToUtf8();
         } else if (word == "%% sets") {
             found = std::to_string(Names().Sets());
         } else if (word == "%% state") {
@@ -262,10 +302,10 @@ TEST_P(FormulaCases, EachLineGivesWhatItSays) {
         } else if (columns.size() != 3) {
             ADD_FAILURE_AT(path.string().c_str(), number) << "a case needs three columns";
         } else {
+            TheErrorLog().DiscardPendingMessages();
             Check(path.string(), number, columns);
             ++cases;
         }
-        TheErrorLog().DiscardPendingMessages();
     }
     EXPECT_GT(cases, 0) << path;
 }
