@@ -232,7 +232,7 @@ protected:
             const bool refused = !outcome.ok && outcome.message == report;
             if (refused != (count < least || count > most))
                 ADD_FAILURE_AT(path.c_str(), line)
-                    << formula << (refused ? " was refused" : " was not refused: ")
+                    << formula << (refused ? " was refused: " : " was not refused: ")
                     << outcome.message;
         }
     }
