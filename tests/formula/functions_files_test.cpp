@@ -137,15 +137,6 @@ TEST_F(FunctionsFiles, WriteLineMakesTheFoldersAndKeepsAnExtension) {
     EXPECT_EQ(Read("elsewhere/abs.txt"), "x\n");
 }
 
-TEST_F(FunctionsFiles, WritingIsOnlyForActionFields) {
-    for (const char* formula : {"writeline(\"notes\", \"x\")", "appendline(\"notes\", \"x\")"}) {
-        const Outcome outcome = Evaluated(formula);
-        EXPECT_FALSE(outcome.ok) << formula;
-        EXPECT_THAT(outcome.message, HasSubstr("Only allowed in an action field")) << formula;
-    }
-    EXPECT_FALSE(fs::exists(m_library / "notes.txt"));
-}
-
 struct ReadCase {
     const char* formula;
     const char* expected;
@@ -312,23 +303,6 @@ TEST_F(FunctionsFiles, WithoutAnApplicationNamesAreInTheCurrentFolder) {
     QSaveAndRestoreCurrentDirectory inLibrary(CString::FromUtf8(m_library.string()));
     ASSERT_TRUE(inLibrary.IsEntered());
     EXPECT_EQ(Text(ValueOf("readfile(\"here\")")), "local");
-}
-
-TEST_F(FunctionsFiles, ExportValuesIsLeftToTheApplication) {
-    const Outcome outcome = Evaluated("exportvalues(1, 2, 3)", true);
-    EXPECT_FALSE(outcome.ok);
-    EXPECT_THAT(outcome.message, HasSubstr("correct number of values"));
-}
-
-TEST_F(FunctionsFiles, ACountOutsideTheRangeIsRefused) {
-    for (const char* formula :
-         {"call()", "readfile()", "readline(\"a\")", "readandincrement()", "writeline(\"a\")",
-          "appendline(\"a\", 1, 2)", "fileexists(\"a\", 1)", "filelen()", "listfilenames()",
-          "listfoldernames(1, 2, 3)", "librarylist(1, 2, 3, 4, 5)", "librarylistbytype()"}) {
-        const Outcome outcome = Evaluated(formula, true);
-        EXPECT_FALSE(outcome.ok) << formula;
-        EXPECT_THAT(outcome.message, HasSubstr("correct number of values")) << formula;
-    }
 }
 
 } // namespace

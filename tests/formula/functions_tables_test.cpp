@@ -94,10 +94,6 @@ protected:
         }
     }
 
-    static std::string WrongCount(const std::string& name, const char* word) {
-        return "Expecting " + name + " in correct number of values\nbut found\n\t" + word;
-    }
-
     test::NamesContext m_context;
     QAnyValue m_t;
 };
@@ -201,15 +197,6 @@ TEST_F(FunctionsTablesTest, LabelsOfTwoTests) {
         {"collabelsforrow2(\"prices\", 5, 1, 10, 3)", u"small"},
         {"collabelsforrow2(\"prices\", 5, 1, 11, 3)", NA()},
     });
-    for (const char* name : {"rowlabelsforcol2", "collabelsforrow2"}) {
-        for (const auto& [arguments, word] :
-             {std::pair{"(\"prices\", 1, 2, 3)", "four values"},
-              std::pair{"(\"prices\", 1, 2, 3, 4, 5)", "six values"}}) {
-            const Outcome outcome = Run(std::string(name) + arguments);
-            EXPECT_FALSE(outcome.ok) << name << arguments;
-            EXPECT_EQ(outcome.message, WrongCount(name, word));
-        }
-    }
 }
 
 TEST_F(FunctionsTablesTest, FilteredValues) {
@@ -261,32 +248,6 @@ TEST_F(FunctionsTablesTest, AnEditIsNeverTakenFromTheFormulaCache) {
     int cols = 0;
     ASSERT_TRUE(QLookupTable(m_t.MakeLookupTable()).ColCount(cols));
     EXPECT_EQ(cols, 3);
-}
-
-TEST_F(FunctionsTablesTest, WrongCountsAreRefused) {
-    struct Case {
-        const char* formula;
-        const char* name;
-        const char* word;
-    };
-    const Case cases[] = {
-        {"lookup(\"prices\", 1)", "lookup", "two values"},
-        {"lookupbyindex(\"prices\", 1, 1, 1, 1)", "lookupbyindex", "five values"},
-        {"rowcount()", "rowcount", "no value"},
-        {"rowcount(\"prices\", 1)", "rowcount", "two values"},
-        {"rowlabel(\"prices\")", "rowlabel", "one value"},
-        {"rowlabels(\"prices\", 1)", "rowlabels", "two values"},
-        {"rowlabelsforval(\"prices\", 1, 2, 3)", "rowlabelsforval", "four values"},
-        {"rowlabelsforcol(\"prices\")", "rowlabelsforcol", "one value"},
-        {"rowvaluesfilterbyrow2(\"prices\", 1, 2)", "rowvaluesfilterbyrow2", "three values"},
-        {"addcol(\"prices\", 1, 2, 3)", "addcol", "four values"},
-        {"removecolbyindex(\"prices\")", "removecolbyindex", "one value"},
-    };
-    for (const Case& c : cases) {
-        const Outcome outcome = Run(c.formula);
-        EXPECT_FALSE(outcome.ok) << c.formula;
-        EXPECT_EQ(outcome.message, WrongCount(c.name, c.word)) << c.formula;
-    }
 }
 
 // An application with a data folder of the test's own, for the trace file.

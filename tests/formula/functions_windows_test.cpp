@@ -309,29 +309,5 @@ TEST_F(FunctionsWindows, MsgBoxLogReportsUnderItsHeading) {
     EXPECT_EQ(Utf8(log.ErrorType(1)->Description()), "Error");
 }
 
-TEST_F(FunctionsWindows, DialogsAreOnlyForActionFields) {
-    for (const char* formula :
-         {"showpage(\"a\", \"b\")", "pickcolor(1)", "browsefile()", "browseimage()",
-          "browsemodel()", "browsedxf()", "formeditor(\"a\")", "tableeditor(\"a\")",
-          "showfriendlypages(1)", "showfriendlywizard(1)"}) {
-        const Outcome outcome = Evaluated(formula, false);
-        EXPECT_FALSE(outcome.ok) << formula;
-        EXPECT_THAT(outcome.message, HasSubstr("Only allowed in an action field")) << formula;
-    }
-    EXPECT_TRUE(m_host.asked.empty());
-}
-
-TEST_F(FunctionsWindows, ACountOutsideTheRangeIsRefused) {
-    for (const char* formula :
-         {"msgbox()", "alert(1, 2)", "confirm(1, 2)", "edittext()", "pickcolor()", "showpage(1)",
-          "browsefile(1, 2, 3)", "browseimage(1, 2, 3)", "browsemodel(1, 2, 3)",
-          "browsedxf(1, 2, 3)", "formeditor()", "showfriendlypages()",
-          "showfriendlypages(1, 2, 3, 4, 5, 6)", "msgboxlog(1, 2, 3)", "tableeditor()"}) {
-        const Outcome outcome = Evaluated(formula);
-        EXPECT_FALSE(outcome.ok) << formula;
-        EXPECT_THAT(outcome.message, HasSubstr("correct number of values")) << formula;
-    }
-}
-
 } // namespace
 } // namespace keel
