@@ -1,4 +1,5 @@
 #include "tests/support/anyvalues.h"
+#include "tests/support/functioncalls.h"
 #include "tests/support/namescontext.h"
 
 #include "keel/document/errorlog.h"
@@ -7,17 +8,13 @@
 #include "keel/formula/formulacontext.h"
 #include "keel/platform/random.h"
 
-#include <filesystem>
 #include <gtest/gtest.h>
 #include <memory>
 #include <string>
-#include <unistd.h>
 #include <vector>
 
 namespace keel {
 namespace {
-
-namespace fs = std::filesystem;
 
 using test::MessageOf;
 
@@ -58,28 +55,13 @@ public:
     std::vector<Made> made;
 };
 
-// A context that holds named values as its properties.
-using ConstantsContext = test::NamesContext;
-
-class ConstantsTest : public testing::Test {
+// Constants and the evaluator's entry points; the constants' values are in
+// tests/formula/cases/constants.txt.
+class ConstantsTest : public test::FunctionCallTest {
 protected:
-    void SetUp() override {
-        TheErrorLog().SetFilename(CString::FromUtf8(LogPath().string()));
-        TheErrorLog().DiscardPendingMessages();
-        SetNoEvalReportErrors(false);
-    }
     void TearDown() override {
-        SetEvaluatorFactory(nullptr);
         QLength::SetDefaultUnits(QLength::LU_MM);
-        TheErrorLog().DiscardPendingMessages();
-        SetNoEvalReportErrors(false);
-        std::error_code ignored;
-        fs::remove(LogPath(), ignored);
-    }
-
-    static fs::path LogPath() {
-        return fs::temp_directory_path() /
-               ("keel-constants-" + std::to_string(::getpid()) + ".txt");
+        FunctionCallTest::TearDown();
     }
 
     // The constant's value as the named-constant step gives it, or an error naming the miss.
@@ -171,16 +153,6 @@ TEST_F(ConstantsTest, WithEvaluationOffAConstantIsKnownButNotRead) {
     EXPECT_FALSE(evaluator.EvaluateNamedConstant(value, PropId("width")));
 }
 
-TEST_F(ConstantsTest, ALocalVariableHidesAConstantAndTheConstantHidesAProperty) {
-    ConstantsContext context;
-    context.Set("red", QAnyValue(7));
-    context.Set("width", QAnyValue(9));
-    QAnyValue red = Evaluated("red", &context);
-    EXPECT_EQ(red.Type(), QAnyValue::TYPE_COLOR);
-    EXPECT_EQ(red.MakeColor(), 0xFFul);
-    EXPECT_EQ(Evaluated("width", &context).MakeInt(), 9);
-}
-
 TEST_F(ConstantsTest, AnApplicationAddsConstantsOfItsOwn) {
     EXPECT_TRUE(Evaluated("answer").IsError()) << "a plain evaluator has no such constant";
     TheErrorLog().DiscardPendingMessages();
@@ -266,7 +238,7 @@ TEST_F(ConstantsTest, AConstantFormulaNeedsNoContext) {
 TEST_F(ConstantsTest, AnActionVariableRunsAsAnActionWithAColonInFront) {
     ProductFactory factory;
     SetEvaluatorFactory(&factory);
-    ConstantsContext context;
+    test::NamesContext context;
     context.Set("go", QAnyValue(u"a := 1"));
     context.Set("stop", QAnyValue(u":a := 0"));
     EXPECT_TRUE(QEvaluator::ExecuteActionVariableIfAny(u"go", &context));
@@ -283,7 +255,7 @@ TEST_F(ConstantsTest, AnActionVariableRunsAsAnActionWithAColonInFront) {
 TEST_F(ConstantsTest, NoActionRunsForAMissingOrFailingProperty) {
     ProductFactory factory;
     SetEvaluatorFactory(&factory);
-    ConstantsContext context;
+    test::NamesContext context;
     QAnyValue failing;
     failing.MakeError(u"bad");
     context.Set("broken", failing);
@@ -301,7 +273,7 @@ TEST_F(ConstantsTest, OnlyTheErrorTestsEvaluateTheirArgumentQuietly) {
 }
 
 TEST_F(ConstantsTest, AnIdentifierIsDefinedAsALocalVariableOrInTheContext) {
-    ConstantsContext context;
+    test::NamesContext context;
     context.Set("width", QAnyValue(3));
     QAnyValue result;
     QEvaluator evaluator(result, FormulaText("1"), &context, false, true, false);
