@@ -6,14 +6,11 @@
 #include "keel/document/winapp.h"
 #include "keel/formula/evaluator.h"
 #include "keel/formula/evaluatorfactory.h"
-#include "keel/formula/formulacontext.h"
 #include "keel/platform/timer.h"
-#include "keel/system/fsfile.h"
 
 #include <chrono>
 #include <filesystem>
 #include <gtest/gtest.h>
-#include <mutex>
 #include <pwd.h>
 #include <string>
 #include <thread>
@@ -24,47 +21,26 @@ namespace {
 
 namespace fs = std::filesystem;
 
-struct Outcome {
-    bool ok = false;
-    QAnyValue value;
-    std::string message;
-};
-
-Outcome Evaluated(const std::string& formula, QFormulaContext* context, bool action) {
-    Outcome outcome;
-    QEvaluator evaluator(outcome.value, FormulaText(CString::FromUtf8(formula)), context, false,
-                         false, action);
-    outcome.ok = evaluator.Evaluate();
-    outcome.message = evaluator.Message().ToUtf8();
-    return outcome;
-}
-
-std::string Shown(const QAnyValue& value) {
-    if (value.IsError())
-        return "#ERR " + test::MessageOf(value);
-    if (value.IsEmpty())
-        return "<empty>";
-    return QAnyValue(value).MakeCString().ToUtf8();
-}
-
+// The timers, the user, the machine and the programs run; the rest is in
+// tests/formula/cases/functions_context.txt.
 class FunctionsContext : public testing::Test {
 protected:
-    FunctionsContext() {
-        m_room.Set("width", 40);
-        m_room.Set("sizes", test::Array({1, 2}));
-    }
     ~FunctionsContext() override { QTimerQueue::Instance().WaitUntilIdle(std::chrono::seconds(5)); }
 
+    // The value's text, its error message after "#ERR ", or the failure after "failed: ".
     std::string ValueOf(const std::string& formula, bool action = false) {
-        const Outcome outcome = Evaluated(formula, &m_room, action);
-        return outcome.ok ? Shown(outcome.value) : "failed: " + outcome.message;
+        QAnyValue value;
+        QEvaluator evaluator(value, FormulaText(CString::FromUtf8(formula)), &m_room, false, false,
+                             action);
+        if (!evaluator.Evaluate())
+            return "failed: " + evaluator.Message().ToUtf8();
+        if (value.IsError())
+            return "#ERR " + test::MessageOf(value);
+        return value.MakeCString().ToUtf8();
     }
 
     test::NamesContext m_room{"Room"};
 };
-
-// The timers, the user, the machine and the programs run; the rest is in
-// tests/formula/cases/functions_context.txt.
 
 TEST_F(FunctionsContext, SetValueTimedSetsTheValueAfterTheDelay) {
     const auto start = std::chrono::steady_clock::now();
