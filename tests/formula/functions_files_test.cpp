@@ -184,15 +184,12 @@ TEST_F(FunctionsFiles, ALineThatIsNotThereIsAnErrorValue) {
               "Cannot read line 0 of file " + path + ": it has 2");
 }
 
-TEST_F(FunctionsFiles, ReadAndIncrementCountsFromTheNumberInTheFile) {
+TEST_F(FunctionsFiles, ReadAndIncrementCountsFromTheNumberInTheFileOrFromZero) {
     Write("counter.txt", "  41 apples\n");
     EXPECT_EQ(Text(ValueOf("readandincrement(\"counter\")")), "41");
     EXPECT_EQ(Read("counter.txt"), "42\n");
     EXPECT_EQ(Text(ValueOf("readandincrement(\"counter\")")), "42");
     EXPECT_EQ(Read("counter.txt"), "43\n");
-}
-
-TEST_F(FunctionsFiles, ReadAndIncrementStartsANewCounterAtZero) {
     EXPECT_EQ(Text(ValueOf("readandincrement(\"counters/new\")")), "0");
     EXPECT_EQ(Read("counters/new.txt"), "1\n");
     Write("words.txt", "none\n");
@@ -234,15 +231,14 @@ TEST_F(FunctionsFiles, ReadersShareAFileButAWriterWaits) {
               "Cannot open file " + InLibrary("notes.txt") + ", it is in use");
 }
 
-TEST_F(FunctionsFiles, CallRunsTheFileInThisContext) {
+TEST_F(FunctionsFiles, CallRunsTheFileInThisContextAndGivesAFailureAsAnErrorValue) {
     m_desk.Set("width", 40);
     Write("script.txt", "x := width;\r\nx * 2 + 1\n");
     EXPECT_EQ(Text(ValueOf("call(\"script\")")), "81");
-}
-
-TEST_F(FunctionsFiles, CallOfAnEmptyFileIsEmpty) {
-    Write("empty.txt", "");
-    EXPECT_TRUE(ValueOf("call(\"empty\")").IsEmpty());
+    Write("bad.txt", "1 +\n");
+    const QAnyValue value = ValueOf("call(\"bad\")");
+    EXPECT_TRUE(value.IsError());
+    EXPECT_NE(test::MessageOf(value), "");
 }
 
 TEST_F(FunctionsFiles, CallOfAnEmptyFileIsTracedWithEvaluations) {
@@ -258,13 +254,6 @@ TEST_F(FunctionsFiles, CallOfAnEmptyFileIsTracedWithEvaluations) {
     QWinApp::c_UserTraceMask = mask;
     UserTraceRestart();
     EXPECT_THAT(test::ReadText(path), HasSubstr("\tCALL EMPTY\n"));
-}
-
-TEST_F(FunctionsFiles, CallOfAFailingFormulaGivesItsMessageAsAnErrorValue) {
-    Write("bad.txt", "1 +\n");
-    const QAnyValue value = ValueOf("call(\"bad\")");
-    EXPECT_TRUE(value.IsError());
-    EXPECT_NE(test::MessageOf(value), "");
 }
 
 TEST_F(FunctionsFiles, ListsNameFilesAndFoldersInOrder) {
