@@ -23,14 +23,13 @@ namespace {
 
 namespace fs = std::filesystem;
 using testing::ElementsAre;
-using testing::HasSubstr;
 
 std::string Utf8(const CString& text) {
     return text.ToUtf8();
 }
 
 // Records what the functions ask of the person and answers from what the test set.
-class DialogHost : public IUIServices {
+class DialogHost : public CHeadlessUIServices {
 public:
     bool HasDisplay() const override { return display; }
     int MessageBox(const CString& text, const CString&, unsigned) override {
@@ -38,10 +37,6 @@ public:
         return boxAnswer;
     }
     void ShowPendingMessages(const std::vector<CPendingMessage>&) override {}
-    bool Customise(CCheckList&, CCheckList&, const std::function<void()>&) override {
-        return false;
-    }
-    bool OpenFile(const CString&) override { return false; }
 
     bool EditText(CString& text, const CString& title) override {
         asked.push_back("edit " + Utf8(title) + ": " + Utf8(text));
@@ -215,13 +210,6 @@ TEST_F(FunctionsWindows, AServerWithADisplayAsksNothingEither) {
     EXPECT_EQ(ValueOf("edittext(\"draft\")"), "draft");
     EXPECT_THAT(Logged(), ElementsAre("Server:Ignoring EDITTEXT: draft"));
     EXPECT_TRUE(m_host.asked.empty());
-}
-
-TEST_F(FunctionsWindows, ShowPageWithoutASheetFails) {
-    const Outcome outcome = Evaluated("showpage(\"Doors\", \"Size\")", true, true);
-    EXPECT_FALSE(outcome.ok);
-    EXPECT_THAT(outcome.message, HasSubstr("No Property Sheet active"));
-    EXPECT_THAT(outcome.message, HasSubstr("showpage"));
 }
 
 TEST_F(FunctionsWindows, ShowPageSelectsThePageOfTheSheet) {
