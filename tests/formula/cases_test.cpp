@@ -191,8 +191,11 @@ protected:
             const QAnyValue value = ValueOf(path, line, columns[1]);
             const std::string state = columns.size() > 2 ? columns[2] : "Stable";
             const auto* found = std::find(std::begin(c_states), std::end(c_states), state);
-            Names().Set(word.substr(7).c_str(), value,
-                        static_cast<QCacheState>(found - std::begin(c_states)));
+            if (found == std::end(c_states))
+                ADD_FAILURE_AT(path.c_str(), line) << "no cache state " << state;
+            else
+                Names().Set(word.substr(7).c_str(), value,
+                            static_cast<QCacheState>(found - std::begin(c_states)));
         } else if (word.starts_with("%% failing ")) {
             Names().SetFailing(word.substr(11).c_str());
         } else if (word.starts_with("%% var ") && columns.size() == 2) {
@@ -242,6 +245,13 @@ protected:
         const std::string& word = columns[0];
         const std::string expected = columns.size() > 1 ? columns.back() : "";
         std::string found;
+        const bool ofTheContext = word.starts_with("%% lookups ") || word == "%% asked" ||
+                                  word.starts_with("%% formula ") ||
+                                  word.starts_with("%% holds ") || word == "%% sets";
+        if (ofTheContext && !m_names) {
+            ADD_FAILURE_AT(path.c_str(), line) << word << " without a context";
+            return true;
+        }
         if (word.starts_with("%% lookups ")) {
             const std::string name = word.substr(11);
             found = std::to_string(name == "*" ? Names().AllLookups()
