@@ -167,7 +167,11 @@ TEST_F(ConstantsTest, AnApplicationAddsConstantsOfItsOwn) {
 // Entry points
 
 TEST_F(ConstantsTest, TheTypedEntryPointsChangeTheValueToTheirType) {
-    const FormulaText notAFormula;
+    const auto length = [](const char* formula) {
+        return QEvaluator::EvaluateFormulaAsLength(FormulaText(formula), nullptr, false, true,
+                                                   false)
+            .GetRaw();
+    };
     EXPECT_TRUE(
         QEvaluator::EvaluateFormulaAsBool(FormulaText("1 < 2"), nullptr, false, true, false));
     EXPECT_FALSE(QEvaluator::EvaluateFormulaAsBool(FormulaText("0"), nullptr, false, true, false));
@@ -180,27 +184,17 @@ TEST_F(ConstantsTest, TheTypedEntryPointsChangeTheValueToTheirType) {
         QEvaluator::EvaluateFormulaAsAngle(FormulaText("90 deg"), nullptr, false, true, false)
             .GetRaw(),
         90);
-    EXPECT_DOUBLE_EQ(
-        QEvaluator::EvaluateFormulaAsLength(FormulaText("2 ft"), nullptr, false, true, false)
-            .GetRaw(),
-        609.6);
     EXPECT_EQ(
         U8(QEvaluator::EvaluateFormulaAsString(FormulaText("1 + 2"), nullptr, false, true, false)),
         "3");
-    EXPECT_EQ(U8(QEvaluator::EvaluateFormulaAsString(notAFormula, nullptr, false, true, false)),
+    EXPECT_EQ(U8(QEvaluator::EvaluateFormulaAsString(FormulaText(), nullptr, false, true, false)),
               "");
-}
-
-TEST_F(ConstantsTest, APlainNumberAsALengthIsReadInTheDefaultUnit) {
+    EXPECT_DOUBLE_EQ(length("2 ft"), 609.6);
+    // A plain number is read in the default unit.
     QLength::SetDefaultUnits(QLength::LU_MM);
-    EXPECT_DOUBLE_EQ(
-        QEvaluator::EvaluateFormulaAsLength(FormulaText("5"), nullptr, false, true, false).GetRaw(),
-        5);
+    EXPECT_DOUBLE_EQ(length("5"), 5);
     QLength::SetDefaultUnits(QLength::LU_INCH);
-    EXPECT_DOUBLE_EQ(
-        QEvaluator::EvaluateFormulaAsLength(FormulaText("5"), nullptr, false, true, false).GetRaw(),
-        127);
-    QLength::SetDefaultUnits(QLength::LU_MM);
+    EXPECT_DOUBLE_EQ(length("5"), 127);
 }
 
 TEST_F(ConstantsTest, TheEntryPointsMakeTheirEvaluatorsThroughTheFactory) {
