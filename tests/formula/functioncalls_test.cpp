@@ -20,14 +20,15 @@ std::string U8(const CString& text) {
     return text.ToUtf8();
 }
 
-// An application's own functions: "answer()", "twice(x)", "pair(a, b)", "sum7(...)" with seven
-// arguments, "refuse(x)" that fails, and "iserror(x)", which the library evaluates quietly.
+// An application's own functions: "answer()", "twice(x)", "pair(a, b)", "triple(a, b, c)",
+// "sum7(...)" with seven arguments, "refuse(x)" that fails, and "iserror(x)", which the library
+// evaluates quietly.
 class ApplicationEvaluator : public QEvaluator {
 public:
     using QEvaluator::QEvaluator;
 
     bool IsDerivedClassDefined(FullId name) override {
-        for (const char* own : {"answer", "twice", "pair", "sum7", "refuse"})
+        for (const char* own : {"answer", "twice", "pair", "triple", "sum7", "refuse"})
             if (name == FullId(own))
                 return true;
         return false;
@@ -49,6 +50,12 @@ public:
                                        const QAnyValue& a2) override {
         ++c_calls;
         result = Array({a1, a2});
+        return true;
+    }
+    bool EvaluateTernaryFunctionDerived(QAnyValue& result, FullId, const QAnyValue& a1,
+                                        const QAnyValue& a2, const QAnyValue& a3) override {
+        ++c_calls;
+        result = Array({a1, a2, a3});
         return true;
     }
     bool EvaluateSeptaryFunctionDerived(QAnyValue& result, FullId, const QAnyValue& a1,
@@ -108,6 +115,8 @@ TEST_F(FunctionCallsTest, AnApplicationsFunctionGetsItsArgumentsInOrderAndGivesT
     SetEvaluatorFactory(&factory);
     Outcome outcome = Run("pair(1 + 1, 3)");
     EXPECT_TRUE(outcome.result.Identical(Array({QAnyValue(2), QAnyValue(3)})));
+    outcome = Run("triple(1, 2, 3)");
+    EXPECT_TRUE(outcome.result.Identical(Array({QAnyValue(1), QAnyValue(2), QAnyValue(3)})));
     outcome = Run("sum7(1, 2, 3, 4, 5, 6, 7)");
     EXPECT_EQ(outcome.result.GetSize(), 7);
     EXPECT_EQ(outcome.result.GETAT(7).MakeInt(), 7);
