@@ -221,26 +221,30 @@ TEST_F(FunctionsWindows, ShowPageSelectsThePageOfTheSheet) {
     EXPECT_THAT(m_host.asked, ElementsAre("page Doors/Size", "page Doors/Colour"));
 }
 
-TEST_F(FunctionsWindows, EditTextGivesTheTextEditedOrTheOldOne) {
+TEST_F(FunctionsWindows, TheDialogsGiveWhatThePersonChoseOrTheOldValue) {
     m_host.display = true;
     m_host.answer = "final";
     EXPECT_EQ(ValueOf("edittext(\"draft\")"), "final");
-    m_host.answer.reset();
-    EXPECT_EQ(ValueOf("edittext(\"draft\")"), "draft");
-    EXPECT_THAT(m_host.asked, ElementsAre("edit Edit Text: draft", "edit Edit Text: draft"));
-    EXPECT_TRUE(Logged().empty());
-}
-
-TEST_F(FunctionsWindows, PickColorGivesTheColourChosen) {
-    m_host.display = true;
     m_host.answer = "65280";
     const Outcome chosen = Evaluated("pickcolor(255)");
     ASSERT_TRUE(chosen.ok) << chosen.message;
     EXPECT_TRUE(chosen.value.IsColor());
     EXPECT_EQ(QAnyValue(chosen.value).MakeColor(), 65280u);
     m_host.answer.reset();
+    EXPECT_EQ(ValueOf("edittext(\"draft\")"), "draft");
     EXPECT_EQ(ValueOf("pickcolor(17)"), "17");
-    EXPECT_THAT(m_host.asked, ElementsAre("color 255", "color 17"));
+    EXPECT_THAT(m_host.asked, ElementsAre("edit Edit Text: draft", "color 255",
+                                          "edit Edit Text: draft", "color 17"));
+
+    m_host.boxAnswer = IDNO;
+    EXPECT_EQ(ValueOf("confirm(\"Sure?\")"), "No");
+    m_host.boxAnswer = IDYES;
+    EXPECT_EQ(ValueOf("confirm(\"Sure?\")"), "Yes");
+    EXPECT_EQ(ValueOf("msgbox(\"Hello\")"), "Yes");
+    EXPECT_THAT(m_host.boxes, ElementsAre("Sure?", "Sure?", "Hello"));
+    EXPECT_EQ(ValueOf("showfriendlypages(\"Doors\")"),
+              "#ERR Friendly pages cannot be shown: there are no question pages");
+    EXPECT_TRUE(Logged().empty());
 }
 
 TEST_F(FunctionsWindows, BrowseGivesAPathRelativeToTheDialogsFolder) {
@@ -268,22 +272,6 @@ TEST_F(FunctionsWindows, EditorsOpenOnTheirFiles) {
     EXPECT_EQ(ValueOf("formeditor(\"/forms/kitchen.viqx\", \"Doors\")"), "Yes");
     EXPECT_THAT(m_host.asked, ElementsAre("table " + Folder(QConstantFolder::Table) + "prices.vlt",
                                           "form /forms/kitchen.viqx Doors"));
-}
-
-TEST_F(FunctionsWindows, BoxesAskThePerson) {
-    m_host.display = true;
-    m_host.boxAnswer = IDNO;
-    EXPECT_EQ(ValueOf("confirm(\"Sure?\")"), "No");
-    m_host.boxAnswer = IDYES;
-    EXPECT_EQ(ValueOf("confirm(\"Sure?\")"), "Yes");
-    EXPECT_EQ(ValueOf("msgbox(\"Hello\")"), "Yes");
-    EXPECT_THAT(m_host.boxes, ElementsAre("Sure?", "Sure?", "Hello"));
-}
-
-TEST_F(FunctionsWindows, FriendlyPagesNeedTheQuestionPages) {
-    m_host.display = true;
-    EXPECT_EQ(ValueOf("showfriendlypages(\"Doors\")"),
-              "#ERR Friendly pages cannot be shown: there are no question pages");
 }
 
 TEST_F(FunctionsWindows, MsgBoxLogReportsUnderItsHeading) {
