@@ -30,6 +30,7 @@ namespace fs = std::filesystem;
 //     %% action / %% value                  action formulas, or value formulas again
 //     %% quiet / %% report                  failures are not reported, or reported again
 //     %% noeval / %% eval                   formulas are only parsed, or evaluated again
+//     %% debug / %% nodebug                 each statement run is shown in the log, or not
 //     %% context                            a new empty context; no local variables or arguments
 //     %% set NAME <TAB> formula [<TAB> s]   the context gets a property holding the formula's
 //                                           value, with the cache state s (Stable when not given)
@@ -113,6 +114,7 @@ protected:
                             false, m_report, m_action));
         for (std::size_t i = 0; i < m_args.size(); ++i)
             evaluator->SetArg(static_cast<int>(i) + 1, m_args[i]);
+        evaluator->SetDebug(m_debug);
         for (const auto& [name, value] : m_vars)
             evaluator->SetVar(PropId(name.c_str()), value);
         outcome.ok = m_eval ? evaluator->Evaluate() : evaluator->EvaluateNoEval();
@@ -183,6 +185,8 @@ protected:
             m_report = word == "%% report";
         } else if (word == "%% noeval" || word == "%% eval") {
             m_eval = word == "%% eval";
+        } else if (word == "%% debug" || word == "%% nodebug") {
+            m_debug = word == "%% debug";
         } else if (word == "%% context") {
             m_names = std::make_unique<test::NamesContext>();
             m_vars.clear();
@@ -290,6 +294,7 @@ protected:
     bool m_action = false;
     bool m_report = true;
     bool m_eval = true;
+    bool m_debug = false;
     std::unique_ptr<test::NamesContext> m_names;
     std::map<std::string, QAnyValue> m_vars;
     std::vector<QAnyValue> m_args;

@@ -1,15 +1,11 @@
 #include "tests/support/anyvalues.h"
-#include "tests/support/environment.h"
 #include "tests/support/tables.h"
 
-#include "keel/document/errorlog.h"
 #include "keel/formula/evaluator.h"
 #include "keel/values/tablehandle.h"
 
-#include <filesystem>
 #include <gtest/gtest.h>
 #include <string>
-#include <unistd.h>
 #include <vector>
 
 namespace keel {
@@ -17,7 +13,7 @@ namespace {
 
 using test::MessageOf;
 
-// The statements that need tables or the log; the rest are in
+// The statements that need tables; the rest are in
 // tests/formula/cases/statements.txt.
 
 struct Outcome {
@@ -158,41 +154,6 @@ TEST_F(StatementsTables, EachRunsUnderItsContextLine) {
                                         "\nin\n\tROLLBACK VLT", "\nin\n\tRELOAD VLT",
                                         "\nin\n\tUPDATE VLT\n\tUPDATE VLT ERROR"}));
     EXPECT_EQ(QEvaluator::ContextInfo(true).ToUtf8(), "");
-}
-
-// --- Debug display ------------------------------------------------------------------------------
-
-TEST(StatementsDebug, EachStatementRunIsShownWithItsValue) {
-    namespace fs = std::filesystem;
-    const fs::path folder =
-        fs::temp_directory_path() / ("keel-statements-" + std::to_string(::getpid()));
-    fs::create_directories(folder);
-    test::ScopedEnvironment environment;
-    for (const char* variable : {"HOME", "XDG_CONFIG_HOME", "XDG_DATA_HOME"})
-        environment.Set(variable, folder.string());
-    QErrorLog& log = TheErrorLog();
-    const CString previousFilename = log.Filename();
-    log.DiscardPendingMessages();
-    log.CloseLogFile();
-    log.SetFilename(CString::FromUtf8((folder / "errors.txt").string()));
-
-    QAnyValue result;
-    QEvaluator evaluator(result, FormulaText("x := 2; if 0 then 5 endif; x * 3"), nullptr, false,
-                         false, false);
-    evaluator.SetDebug(true);
-    EXPECT_TRUE(evaluator.Evaluate()) << evaluator.Message().ToUtf8();
-    std::vector<std::string> shown;
-    for (int i = 0; i < log.GetSize(); ++i)
-        if (log.ErrorType(i)->Description() == CString(u"Formula Debug"))
-            shown.push_back(log.Message(i).ToUtf8());
-    EXPECT_EQ(shown, (std::vector<std::string>{"x := 2\nevaluates to\n\t2",
-                                               "if 0 then 5 endif\nevaluates to\n\t2",
-                                               "x * 3\nevaluates to\n\t6"}));
-
-    log.DiscardPendingMessages();
-    log.CloseLogFile();
-    log.SetFilename(previousFilename);
-    fs::remove_all(folder);
 }
 
 } // namespace
