@@ -13,8 +13,7 @@ namespace {
 
 using test::MessageOf;
 
-// The statements that need tables; the rest are in
-// tests/formula/cases/statements.txt.
+// The statements that need tables; the rest are in tests/formula/cases/statements.txt.
 
 struct Outcome {
     bool ok = false;
