@@ -282,34 +282,6 @@ TEST(FileException, OsErrorsMapToCauses) {
     }
 }
 
-TEST(FileException, CauseAndFlagValuesAreFixed) {
-    const int causes[] = {CFileException::none,
-                          CFileException::genericException,
-                          CFileException::fileNotFound,
-                          CFileException::badPath,
-                          CFileException::tooManyOpenFiles,
-                          CFileException::accessDenied,
-                          CFileException::invalidFile,
-                          CFileException::removeCurrentDir,
-                          CFileException::directoryFull,
-                          CFileException::badSeek,
-                          CFileException::hardIO,
-                          CFileException::sharingViolation,
-                          CFileException::lockViolation,
-                          CFileException::diskFull,
-                          CFileException::endOfFile};
-    for (int i = 0; i < static_cast<int>(std::size(causes)); ++i)
-        EXPECT_EQ(causes[i], i);
-    EXPECT_EQ(CFile::modeRead, 0u);
-    EXPECT_EQ(CFile::modeWrite, 1u);
-    EXPECT_EQ(CFile::modeReadWrite, 2u);
-    EXPECT_EQ(CFile::modeCreate, 0x1000u);
-    EXPECT_EQ(CFile::modeNoTruncate, 0x2000u);
-    EXPECT_EQ(CFile::begin, 0);
-    EXPECT_EQ(CFile::current, 1);
-    EXPECT_EQ(CFile::end, 2);
-}
-
 // --- In memory only -------------------------------------------------------------------------
 
 TEST(MemFile, PositionsBytesAndPaths) {
