@@ -246,26 +246,27 @@ TEST_F(FileOnDisk, SharingModesHoldOffOtherOpenersUntilTheFirstCloses) {
 // --- Causes and flags -----------------------------------------------------------------------
 
 TEST(FileException, OsErrorsMapToCauses) {
+    using E = CFileException;
     const struct {
         int osError;
         int cause;
-    } cases[] = {{0, CFileException::none},
-                 {ENOENT, CFileException::fileNotFound},
-                 {ENOTDIR, CFileException::badPath},
-                 {ENAMETOOLONG, CFileException::badPath},
-                 {EMFILE, CFileException::tooManyOpenFiles},
-                 {ENFILE, CFileException::tooManyOpenFiles},
-                 {EACCES, CFileException::accessDenied},
-                 {EPERM, CFileException::accessDenied},
-                 {EROFS, CFileException::accessDenied},
-                 {EBADF, CFileException::invalidFile},
-                 {ESPIPE, CFileException::badSeek},
-                 {EIO, CFileException::hardIO},
-                 {ETXTBSY, CFileException::sharingViolation},
-                 {ENOLCK, CFileException::lockViolation},
-                 {ENOSPC, CFileException::diskFull},
-                 {EDQUOT, CFileException::diskFull},
-                 {EINVAL, CFileException::genericException}};
+    } cases[] = {{0, E::none},
+                 {ENOENT, E::fileNotFound},
+                 {ENOTDIR, E::badPath},
+                 {ENAMETOOLONG, E::badPath},
+                 {EMFILE, E::tooManyOpenFiles},
+                 {ENFILE, E::tooManyOpenFiles},
+                 {EACCES, E::accessDenied},
+                 {EPERM, E::accessDenied},
+                 {EROFS, E::accessDenied},
+                 {EBADF, E::invalidFile},
+                 {ESPIPE, E::badSeek},
+                 {EIO, E::hardIO},
+                 {ETXTBSY, E::sharingViolation},
+                 {ENOLCK, E::lockViolation},
+                 {ENOSPC, E::diskFull},
+                 {EDQUOT, E::diskFull},
+                 {EINVAL, E::genericException}};
     for (const auto& test : cases)
         EXPECT_EQ(CFileException::OsErrorToException(test.osError), test.cause) << test.osError;
 
