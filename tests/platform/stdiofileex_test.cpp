@@ -175,6 +175,12 @@ TEST_F(TextFile, WritingTranslatesNoLineEndsAndPutsTheMarkOnlyAtTheStart) {
         // What is buffered reaches the disk when the object goes.
     }
     EXPECT_EQ(ReadBytes("mark.txt"), B("\xFF\xFE\x61\0\x62\0"sv));
+    // Abort closes the file and drops what is still buffered.
+    CStdioFileEx file(PathOf("aborted.txt"), CFile::modeCreate | CFile::modeWrite);
+    file.WriteString(u"lost");
+    file.Abort();
+    EXPECT_FALSE(file.IsOpen());
+    EXPECT_TRUE(ReadBytes("aborted.txt").empty());
 }
 
 TEST_F(TextFile, CharCountLeavesTheMarkOutAndThePositionAlone) {
