@@ -173,14 +173,7 @@ TEST_F(FileOnDisk, OpenFailuresDescribeTheCause) {
         EXPECT_NE(std::string(error.what()).find(path.ToUtf8()), std::string::npos);
         EXPECT_FALSE(file.Open(path, test.flags));
         // The constructor throws what Open reports.
-        try {
-            CFile thrown(path, test.flags);
-            ADD_FAILURE() << "no exception";
-        } catch (const CFileException& failure) {
-            EXPECT_EQ(failure.m_cause, test.cause);
-            EXPECT_EQ(failure.m_strFileName, path);
-            EXPECT_NE(std::string(failure.what()).find(path.ToUtf8()), std::string::npos);
-        }
+        EXPECT_EQ(CauseOf([&] { CFile thrown(path, test.flags); }, path), test.cause);
     }
 }
 

@@ -130,6 +130,7 @@ TEST_F(FilesOnDisk, StatusDescribesWhatIsThere) {
     EXPECT_FALSE(QFSFile::GetStatus(C("none"), status));
     if (!RunningAsRoot()) { // root may write whatever the permission bits say
         fs::permissions(P("five.txt"), fs::perms::owner_read);
+        QFSFile::ClearFileStatusCache(); // the change was made behind its back
         EXPECT_EQ(Said(QFSFile::ExistsAndCanBeWritten(C("five.txt"), false)),
                   "no: " + P("five.txt") + " exists, but is a readonly file");
     }
