@@ -89,6 +89,7 @@ TEST_F(FilesOnDisk, FileOrFolderTestSaysExactlyWhy) {
         {"plain.txt", 1, F::attrFolder, 0, " exists, but isn't a folder file"},
         {".hidden", 1, 0, F::attrHidden | F::attrFolder, " exists, but is a hidden file"},
         {".config", 1, 0, F::attrHidden | F::attrFolder, " exists, but is a hidden folder file"},
+        {".config/", 1, 0, F::attrHidden, " exists, but is a hidden file"},
         {".hidden", 1, F::attrFolder | F::attrArchived, F::attrHidden,
          " exists, but is a hidden and isn't a folder archived file"},
         {"pipe", 1, 0, F::attrSystem, " exists, but is a system file"},
