@@ -18,8 +18,29 @@
 #include <unistd.h>
 #include <utility>
 #include <vector>
+#include <zip.h>
 
 namespace keel::test {
+
+// A zip archive of the members, named and given as text; a name ending in "/" is a folder entry.
+inline void WriteZip(const std::filesystem::path& path,
+                     const std::vector<std::pair<std::string, std::string>>& members) {
+    int error = 0;
+    zip_t* archive = zip_open(path.c_str(), ZIP_CREATE | ZIP_TRUNCATE, &error);
+    ASSERT_NE(archive, nullptr);
+    for (const auto& [name, text] : members) {
+        if (!name.empty() && name.back() == '/') {
+            ASSERT_GE(zip_dir_add(archive, name.c_str(), ZIP_FL_ENC_UTF_8), 0);
+            continue;
+        }
+        zip_source_t* source = zip_source_buffer(archive, text.data(), text.size(), 0);
+        ASSERT_NE(source, nullptr);
+        ASSERT_GE(zip_file_add(archive, name.c_str(), source, ZIP_FL_OVERWRITE | ZIP_FL_ENC_UTF_8),
+                  0);
+    }
+    ASSERT_EQ(zip_close(archive), 0);
+    QFSFile::ClearFileStatusCache();
+}
 
 // An application whose table folder is a folder of the test's own, and whose options are what
 // the test sets.
