@@ -176,78 +176,56 @@ TEST_F(VltFile, AByteOrderMarkIsNoPartOfTheComment) {
     }
 }
 
-// Small files read whole: whether each opens, the last message it leaves, and stored cells
-// ("" for an empty cell, "#ERR" for an error value).
+// Small files read whole: whether each opens, the last message it leaves, and the table it gives.
 TEST_F(VltFile, SmallFilesReadAsTheirVersionWordAndTokensSay) {
     const std::string current =
         "\n1\t1\n\t\"\"\"col\"\"\"\nString\\String\tString\n\"\"\"r\"\"\"\t1\n";
     const std::string twoRows =
         "\n2\t1\n\t\"\"\"cedar\"\"\"\n\"\"\"ash\"\"\"\t1\n\"\"\"birch\"\"\"\t2\n";
-    struct Cell {
-        int row;
-        int col;
-        const char* text;
-    };
-    struct Case {
+    const char* const two = "ash|birch / cedar / 1 / 2";
+    const struct {
         std::string text;
         bool opens;
         const char* message;
-        std::vector<Cell> cells;
-    };
-    const Case cases[] = {
+        const char* shape;
+    } cases[] = {
         // Read as an older file the types line would be a row; read as 2.x it is the types line.
-        {"c\tVltFormat=2.1" + current, true, "", {{0, 0, "1"}}},
-        {"c\tvltformat=2.1" + current, true, "", {}},
-        {"c\tVltFormat=2.0" + current, true, "", {}},
-        {"c\tVltFormat=3.0" + current, false, "Unsupported VLT format version string", {}},
+        {"c\tVltFormat=2.1" + current, true, "", "r / col / 1"},
+        {"c\tvltformat=2.1" + current, true, "", "r / col / 1"},
+        {"c\tVltFormat=2.0" + current, true, "", "r / col / 1"},
+        {"c\tVltFormat=3.0" + current, false, "Unsupported VLT format version string", " / "},
         // The writer's form of the string a"b reads back; with the inner quote doubled only once
-        // the text is the formula "a"b", whose quotes do not match: reported and kept.
+        // the text is the formula "a"b", whose quotes do not match: reported and kept as an error.
         {"\n1\t2\n\t\"\"\"c1\"\"\"\t\"\"\"c2\"\"\"\n"
          "\"\"\"r\"\"\"\t\"\"\"a\"\"\"\"b\"\"\"\t\"\"\"a\"\"b\"\"\"\n",
-         true,
-         "Bad value at row 1 column 2",
-         {{0, 0, "a\"b"}, {0, 1, "#ERR"}}},
+         true, "Bad value at row 1 column 2", "r / c1|c2 / a\"b #ERR!"},
         // One pair of quotes makes a formula name.
-        {"\n1\t1\n\t\"\"\"cedar\"\"\"\n\"\"\"r\"\"\"\t\"abc\"\n",
-         true,
-         "Bad value at row 1 column 1",
-         {{0, 0, "#ERR"}}},
-        {"\n1\t1\n\t\"\"\"cedar\"\"\"\n\"\"\"r\"\"\"\t\"\"\"a\\tb\\nc\\\\d\"\"\"\n",
-         true,
-         "",
-         {{0, 0, "a\tb\nc\\d"}}},
+        {"\n1\t1\n\t\"\"\"cedar\"\"\"\n\"\"\"r\"\"\"\t\"abc\"\n", true,
+         "Bad value at row 1 column 1", "r / cedar / #ERR!"},
+        {"\n1\t1\n\t\"\"\"cedar\"\"\"\n\"\"\"r\"\"\"\t\"\"\"a\\tb\\nc\\\\d\"\"\"\n", true, "",
+         "r / cedar / a\tb\nc\\d"},
         // Harmless tails.
-        {twoRows + "\n\n\n", true, "", {}},
-        {twoRows + "    \n", true, "", {}},
-        {twoRows + "  \t  ", true, "", {}},
-        {twoRows + "\r\n\r\n", true, "", {}},
+        {twoRows + "\n\n\n", true, "", two},
+        {twoRows + "    \n", true, "", two},
+        {twoRows + "  \t  ", true, "", two},
+        {twoRows + "\r\n\r\n", true, "", two},
         // A short row gives empty cells without a message; one trailing tab is no extra column.
         {"\n2\t3\n\t\"\"\"x\"\"\"\t\"\"\"y\"\"\"\t\"\"\"z\"\"\"\n\"\"\"ash\"\"\"\t1\n\"\"\"birch\""
          "\"\"\n",
-         true,
-         "",
-         {{0, 0, "1"}, {0, 1, ""}, {0, 2, ""}, {1, 0, ""}}},
-        {"\n1\t2\n\t\"\"\"x\"\"\"\t\"\"\"y\"\"\"\n\"\"\"ash\"\"\"\t1\t2\t\n",
-         true,
-         "",
-         {{0, 1, "2"}}},
-        {"\n2\t1\n\t\"\"\"xylem\"\"\"\n\"\"\"ash\"\"\"\t1\n\"\"\"birch\"\"\"\t2\t3\n",
-         false,
-         "Too many columns for row 2",
-         {}},
+         true, "", "ash|birch / x|y|z / 1   /   "},
+        {"\n1\t2\n\t\"\"\"x\"\"\"\t\"\"\"y\"\"\"\n\"\"\"ash\"\"\"\t1\t2\t\n", true, "",
+         "ash / x|y / 1 2"},
+        {"\n2\t1\n\t\"\"\"xylem\"\"\"\n\"\"\"ash\"\"\"\t1\n\"\"\"birch\"\"\"\t2\t3\n", false,
+         "Too many columns for row 2", " / "},
     };
-    for (const Case& c : cases) {
+    for (const auto& c : cases) {
         SCOPED_TRACE(c.text);
         QLookupTableData::CleanupCache();
         WriteTable("small", c.text);
         const QLookupTable table = Open("small");
         EXPECT_EQ(m_opened, c.opens);
         EXPECT_EQ(Message(table, "small"), c.message);
-        for (const Cell& cell : c.cells) {
-            QAnyValue stored;
-            EXPECT_TRUE(table.LookupByIndexNoEval(cell.row, cell.col, stored));
-            EXPECT_EQ(stored.IsError() ? "#ERR" : U8(stored.Format()), cell.text);
-        }
+        EXPECT_EQ(Shape(table), c.shape);
     }
 }
 
