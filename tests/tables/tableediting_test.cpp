@@ -219,6 +219,11 @@ TEST_F(TableEditingTest, ADuplicateNeedsAUniqueLabelAndCopiesTheRightRowOrColumn
     QLookupTable table = MemoryTable({u"a", u"b"}, {u"x", u"y"}, {{1, 2}, {3, 4}});
     table.UpdateColType(0, QAnyValue::TYPE_INT);
     int index = -1;
+    for (int outside : {-1, 2}) {
+        EXPECT_FALSE(DuplicateRow(table, outside, u"q", index)) << outside;
+        EXPECT_FALSE(DuplicateCol(table, outside, u"q", index)) << outside;
+    }
+    EXPECT_EQ(index, -1);
     EXPECT_FALSE(DuplicateRow(table, 0, u"B", index));
     EXPECT_FALSE(DuplicateCol(table, 0, u"Y", index));
     EXPECT_EQ(m_host.questions, (Texts{"Please specify a unique row label.",
