@@ -70,38 +70,25 @@ private:
     std::map<std::pair<std::string, std::string>, int> m_options;
 };
 
-// A host with a display that answers each box from a script, then with `otherwise`, answers the
-// text dialog with `editAnswer` (cancelled when unset), and keeps every box and title.
-class ScriptedHost : public IUIServices {
+// A host with a display that answers every box with `otherwise` and the text dialog with
+// `editAnswer` (cancelled when unset), and keeps every box and title.
+class ScriptedHost : public CHeadlessUIServices {
 public:
     bool HasDisplay() const override { return true; }
-    int MessageBox(const CString& text, const CString&, unsigned boxFlags) override {
+    int MessageBox(const CString& text, const CString&, unsigned) override {
         questions.push_back(text.ToUtf8());
-        flags.push_back(boxFlags);
-        if (answers.empty())
-            return otherwise;
-        const int answer = answers.front();
-        answers.erase(answers.begin());
-        return answer;
+        return otherwise;
     }
-    void ShowPendingMessages(const std::vector<CPendingMessage>&) override {}
-    bool Customise(CCheckList&, CCheckList&, const std::function<void()>&) override {
-        return false;
-    }
-    bool OpenFile(const CString&) override { return false; }
     bool EditText(CString& text, const CString& title) override {
         titles.push_back(title.ToUtf8());
-        if (!editAnswer)
-            return false;
-        text = CString::FromUtf8(*editAnswer);
-        return true;
+        if (editAnswer)
+            text = CString::FromUtf8(*editAnswer);
+        return editAnswer.has_value();
     }
 
-    std::vector<int> answers;
     int otherwise = IDCANCEL;
     std::optional<std::string> editAnswer;
     std::vector<std::string> questions;
-    std::vector<unsigned> flags;
     std::vector<std::string> titles;
 };
 
