@@ -617,6 +617,7 @@ TEST_F(LookupTable, LabelIndexesExistFromTheSizeThresholdOn) {
     }
     // A new column label type rebuilds the index under the present threshold.
     QSmartPtr<QLookupTableData> data = NamedTableInMemory(u"/t/prices.vlt");
+    ASSERT_FALSE(data->HasColIndex());
     QLookupTableDataStatics::c_TableCacheOverSize = 2;
     data->UpdateColLabelType(QAnyValue::TYPE_STRING);
     EXPECT_TRUE(data->HasColIndex());
