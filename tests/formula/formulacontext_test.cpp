@@ -1,16 +1,15 @@
-#include "keel/document/errorlog.h"
+#include "tests/support/errorreports.h"
+
 #include "keel/formula/evaluator.h"
 #include "keel/formula/evaluatorfactory.h"
 #include "keel/formula/formulacontext.h"
 #include "keel/formula/state.h"
 #include "keel/formula/withcontext.h"
 
-#include <filesystem>
 #include <gtest/gtest.h>
 #include <map>
 #include <memory>
 #include <string>
-#include <unistd.h>
 #include <utility>
 #include <vector>
 
@@ -222,36 +221,11 @@ public:
     mutable int m_madeUpToDate = 0;
 };
 
-struct Report {
-    std::string heading;
-    std::string message;
-    bool operator==(const Report&) const = default;
-};
+using test::Report;
 
-void PrintTo(const Report& report, std::ostream* out) {
-    *out << report.heading << ": " << report.message;
-}
-
-class FormulaContextTest : public testing::Test {
+class FormulaContextTest : public test::ErrorReportsTest {
 protected:
-    void SetUp() override {
-        QErrorLog& log = TheErrorLog();
-        if (!log.IsOpen())
-            log.SetFilename(
-                CString::FromUtf8((std::filesystem::temp_directory_path() /
-                                   ("keel-formulacontext-" + std::to_string(::getpid()) + ".txt"))
-                                      .string()));
-        log.DiscardPendingMessages();
-    }
-    void TearDown() override { TheErrorLog().DiscardPendingMessages(); }
-
-    static std::vector<Report> Reports() {
-        std::vector<Report> reports;
-        QErrorLog& log = TheErrorLog();
-        for (int i = 0; i < log.GetSize(); ++i)
-            reports.push_back({log.ErrorType(i)->Description().ToUtf8(), log.Message(i).ToUtf8()});
-        return reports;
-    }
+    static std::vector<Report> Reports() { return test::PendingReports(); }
 
     // A simple look-up with the cache on and debug off.
     static bool Lookup(QFormulaContext& context, const char* name, QAnyValue& value,
