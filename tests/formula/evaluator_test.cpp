@@ -517,6 +517,9 @@ TEST_F(EvaluatorTest, TheFormulaHookRunsFormulasQuietly) {
     context.Set("depth", QAnyValue(8));
     EXPECT_TRUE(EvaluateFormula(FormulaText("depth + 1"), &context, value));
     EXPECT_EQ(value.MakeInt(), 9);
+    EXPECT_FALSE(EvaluateFormula(FormulaText("set value w = 1"), &context, value))
+        << "not an action";
+    EXPECT_FALSE(context.Has("w"));
     SetFormulaEvaluatorHook(previous);
 }
 
