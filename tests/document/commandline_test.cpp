@@ -78,63 +78,52 @@ public:
     std::vector<std::string> calls;
 };
 
+// The parameter after a flag that asks for a value is its value, taken as written even when it
+// looks like a flag or an end; a flag left without its value fails the parse. ProcessLast runs
+// once, after the last parameter.
 TEST(CommandLineTest, TheParameterAfterAFlagThatAsksForAValueIsItsValue) {
-    ProductCommandLine info;
-    EXPECT_TRUE(Parse(info, {"-units", "mm", "-quiet", "--set", "-5", "drawing.kdoc"}));
-    EXPECT_EQ(info.calls, (std::vector<std::string>{"flag units", "value units=mm", "flag quiet",
-                                                    "flag set", "value set=-5", "last"}));
-    EXPECT_EQ(U8(info.m_strFileName), "drawing.kdoc");
-    EXPECT_EQ(info.m_nShellCommand, QCommandLineInfo::FileOpen);
-    EXPECT_FALSE(info.IsValueRequired());
-    EXPECT_EQ(U8(info.GetFlag()), "set");
-    EXPECT_EQ(U8(info.GetValue()), "-5");
-}
-
-TEST(CommandLineTest, AValueIsTakenAsWrittenEvenWhenItLooksLikeAFlagOrAnEnd) {
-    struct Case {
+    using Calls = std::vector<std::string>;
+    const struct {
         std::vector<const char*> params;
+        Calls calls;
+        std::string fileName;
+        std::string flag;
         std::string value;
+        bool parsed = true;
+    } cases[] = {
+        {{"-units", "mm", "-quiet", "--set", "-5", "drawing.kdoc"},
+         {"flag units", "value units=mm", "flag quiet", "flag set", "value set=-5", "last"},
+         "drawing.kdoc",
+         "set",
+         "-5"},
+        {{"-set", "-Embedding"},
+         {"flag set", "value set=-Embedding", "last"},
+         "",
+         "set",
+         "-Embedding"},
+        {{"-set", "--"}, {"flag set", "value set=--", "last"}, "", "set", "--"},
+        {{"-set", "/x"}, {"flag set", "value set=/x", "last"}, "", "set", "/x"},
+        {{"-set", ""}, {"flag set", "value set=", "last"}, "", "set", ""},
+        {{"drawing.kdoc", "-units"}, {"flag units", "last"}, "drawing.kdoc", "units", "", false},
+        {{}, {}, "", "", ""},
+        {{"a"}, {"last"}, "a", "", ""},
+        {{"a", "b", "c"}, {"last"}, "a", "", ""},
+        {{"-quiet"}, {"flag quiet", "last"}, "", "quiet", ""},
+        {{"a", "--"}, {"last"}, "a", "", ""},
     };
-    const Case cases[] = {
-        {{"-set", "-Embedding"}, "-Embedding"},
-        {{"-set", "--"}, "--"},
-        {{"-set", "/x"}, "/x"},
-        {{"-set", ""}, ""},
-    };
-    for (const Case& c : cases) {
+    for (const auto& c : cases) {
         ProductCommandLine info;
-        EXPECT_TRUE(Parse(info, c.params));
-        EXPECT_EQ(info.calls,
-                  (std::vector<std::string>{"flag set", "value set=" + c.value, "last"}))
-            << c.value;
-        EXPECT_FALSE(info.m_bRunEmbedded);
-        EXPECT_TRUE(info.m_strFileName.IsEmpty());
-    }
-}
-
-TEST(CommandLineTest, AFlagLeftWithoutItsValueFailsTheParse) {
-    ProductCommandLine info;
-    EXPECT_FALSE(Parse(info, {"drawing.kdoc", "-units"}));
-    EXPECT_TRUE(info.IsValueRequired());
-    EXPECT_EQ(U8(info.GetFlag()), "units");
-    EXPECT_EQ(info.calls, (std::vector<std::string>{"flag units", "last"}));
-    EXPECT_EQ(U8(info.m_strFileName), "drawing.kdoc");
-}
-
-TEST(CommandLineTest, ProcessLastRunsOnceAfterTheLastParameter) {
-    struct Case {
-        std::vector<const char*> params;
-        int lastCalls;
-    };
-    const Case cases[] = {
-        {{}, 0}, {{"a"}, 1}, {{"a", "b", "c"}, 1}, {{"-quiet"}, 1}, {{"a", "--"}, 1},
-    };
-    for (const Case& c : cases) {
-        ProductCommandLine info;
-        Parse(info, c.params);
-        EXPECT_EQ(std::count(info.calls.begin(), info.calls.end(), "last"), c.lastCalls);
-        if (c.lastCalls > 0) {
-            EXPECT_EQ(info.calls.back(), "last");
+        const std::string line = c.params.empty() ? "(none)" : c.params[0];
+        EXPECT_EQ(Parse(info, c.params), c.parsed) << line;
+        EXPECT_EQ(info.calls, c.calls) << line;
+        EXPECT_EQ(U8(info.m_strFileName), c.fileName) << line;
+        EXPECT_EQ(info.m_nShellCommand,
+                  c.fileName.empty() ? QCommandLineInfo::FileNew : QCommandLineInfo::FileOpen);
+        EXPECT_EQ(info.IsValueRequired(), !c.parsed) << line;
+        EXPECT_FALSE(info.m_bRunEmbedded) << line;
+        EXPECT_EQ(U8(info.GetFlag()), c.flag) << line;
+        if (!c.value.empty()) {
+            EXPECT_EQ(U8(info.GetValue()), c.value) << line;
         }
     }
 }

@@ -1,3 +1,5 @@
+#include "tests/support/tempfolder.h"
+
 #include "keel/document/errorlog.h"
 #include "keel/document/translate.h"
 #include "keel/document/winapp.h"
@@ -7,48 +9,36 @@
 
 #include <cfenv>
 #include <cfloat>
+#include <chrono>
 #include <cstdlib>
 #include <ctime>
 #include <deque>
 #include <filesystem>
-#include <fstream>
 #include <functional>
 #include <gtest/gtest.h>
-#include <iterator>
 #include <memory>
 #include <regex>
 #include <sstream>
 #include <string>
-#include <unistd.h>
 #include <vector>
 
 namespace keel {
 namespace {
 
 namespace fs = std::filesystem;
-
-std::string ReadBytes(const fs::path& path) {
-    std::ifstream in(path, std::ios::binary);
-    return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
-}
-
-void WriteBytes(const fs::path& path, const std::string& bytes) {
-    std::ofstream(path, std::ios::binary) << bytes;
-}
+using test::ReadText;
+using test::WriteText;
+using Lines = std::vector<std::string>;
 
 CString PathText(const fs::path& path) {
     return CString::FromUtf8(path.string());
 }
 
-std::string Utf8(const CString& text) {
-    return text.ToUtf8();
-}
-
 // The log lines of a file, each without its leading "HH:MM:SS ".
-std::vector<std::string> LoggedLines(const fs::path& path) {
+Lines LoggedLines(const fs::path& path) {
     static const std::regex line(R"(^\d\d:\d\d:\d\d (.*)$)");
-    std::vector<std::string> lines;
-    std::istringstream in(ReadBytes(path));
+    Lines lines;
+    std::istringstream in(ReadText(path));
     for (std::string text; std::getline(in, text);) {
         std::smatch match;
         if (std::regex_match(text, match, line))
@@ -58,12 +48,17 @@ std::vector<std::string> LoggedLines(const fs::path& path) {
 }
 
 std::string LocalTimeText(const char* format) {
-    const std::time_t now = std::time(nullptr);
+    // The clock the library reads: time() may lag it by a tick across a second's change.
+    const std::time_t now = std::chrono::system_clock::to_time_t(std::chrono::system_clock::now());
     std::tm local{};
     localtime_r(&now, &local);
     char text[64];
     std::strftime(text, sizeof text, format, &local);
     return text;
+}
+
+bool Matches(const CString& text, const char* pattern) {
+    return std::regex_match(text.ToUtf8(), std::regex(pattern));
 }
 
 class TestApp : public QWinApp {
@@ -90,7 +85,7 @@ struct Box {
 };
 
 // Records what the library shows; answers boxes from a script, then with the default button.
-class RecordingHost : public IUIServices {
+class ScriptedHost : public IUIServices {
 public:
     bool HasDisplay() const override { return display; }
     int MessageBox(const CString& text, const CString& caption, unsigned flags) override {
@@ -117,14 +112,6 @@ public:
     }
     void RefreshErrorButtons() override { ++refreshes; }
 
-    void Forget() {
-        boxes.clear();
-        shownLists.clear();
-        openedFiles.clear();
-        customiseCalls = 0;
-        refreshes = 0;
-    }
-
     bool display = true;
     std::deque<int> answers;
     std::function<void()> onShow;
@@ -138,18 +125,14 @@ public:
 };
 
 // Each test has a fresh folder as home, data and configuration folder, an application object
-// named "Tester", a recording host, and the process's log pointed at a file of its own.
-class ErrorLogTest : public testing::Test {
+// named "Tester", a scripted host, and the process's log pointed at a file of its own.
+class ErrorLogTest : public test::TempFolderTest {
 protected:
     void SetUp() override {
-        m_folder = fs::temp_directory_path() /
-                   ("keel-errorlog-" + std::to_string(::getpid()) + "-" +
-                    testing::UnitTest::GetInstance()->current_test_info()->name());
-        fs::remove_all(m_folder);
-        fs::create_directories(m_folder);
+        TempFolderTest::SetUp();
         for (const char* variable : {"HOME", "XDG_CONFIG_HOME", "XDG_DATA_HOME"})
-            ::setenv(variable, m_folder.c_str(), 1);
-        ::setenv("USER", "tester", 1);
+            m_environment.Set(variable, m_root.string());
+        m_environment.Set("USER", "tester");
         SetUIServices(&m_host);
         m_app = std::make_unique<TestApp>();
         QErrorType::ReloadErrorLogOnly();
@@ -157,7 +140,7 @@ protected:
         processLog.DiscardPendingMessages();
         processLog.CloseLogFile();
         processLog.SetFilename(PathText(ProcessLogPath()));
-        m_host.Forget();
+        m_host = ScriptedHost();
     }
 
     void TearDown() override {
@@ -168,76 +151,48 @@ protected:
         m_app.reset();
         SetUIServices(nullptr);
         QErrorType::ReloadErrorLogOnly();
-        fs::remove_all(m_folder);
+        TempFolderTest::TearDown();
     }
 
-    fs::path LogsFolder() const { return m_folder / "keel" / "Logs"; }
-    fs::path ProcessLogPath() const { return m_folder / "process-log.txt"; }
-    fs::path PathOf(const QErrorLog& log) const { return fs::path(Utf8(log.FilenameFullPath())); }
+    fs::path LogsFolder() const { return m_root / "keel" / "Logs"; }
+    fs::path ProcessLogPath() const { return m_root / "process-log.txt"; }
+    static fs::path PathOf(const QErrorLog& log) { return log.FilenameFullPath().ToUtf8(); }
 
     void WriteOption(const char16_t* key, int value) {
         ASSERT_TRUE(CRegistry::Current().WriteProfileInt(u"Options", key, value));
     }
-    void WriteOption(const char16_t* key, const char16_t* value) {
-        ASSERT_TRUE(CRegistry::Current().WriteProfileString(u"Options", key, value));
-    }
 
-    fs::path m_folder;
-    RecordingHost m_host;
+    test::ScopedEnvironment m_environment;
+    ScriptedHost m_host;
     std::unique_ptr<TestApp> m_app;
 };
 
-// --- File name and folder -----------------------------------------------------------------------
+// --- The file
+// -------------------------------------------------------------------------------------
 
 TEST_F(ErrorLogTest, FileNameIsTheLocalTimeWithEnglishMonth) {
     const std::string before = LocalTimeText("errorlog_%d-%b-%y_%H%M%S.txt");
     const QErrorLog log;
     const std::string after = LocalTimeText("errorlog_%d-%b-%y_%H%M%S.txt");
-
-    const std::string name = Utf8(log.Filename());
+    const std::string name = log.Filename().ToUtf8();
     EXPECT_TRUE(name == before || name == after) << name;
-    EXPECT_TRUE(std::regex_match(
-        name,
-        std::regex(
-            R"(errorlog_\d\d-(Jan|Feb|Mar|Apr|May|Jun|Jul|Aug|Sep|Oct|Nov|Dec)-\d\d_\d{6}\.txt)")))
-        << name;
+    EXPECT_TRUE(Matches(
+        log.Filename(),
+        R"(errorlog_\d\d-(Jan|Feb|Mar|Apr|May|Jun|Jul|Aug|Sep|Oct|Nov|Dec)-\d\d_\d{6}\.txt)"));
 }
 
-TEST_F(ErrorLogTest, FullPathIsInTheLogsFolderOfTheDataFolder) {
+TEST_F(ErrorLogTest, ANameIsInTheLogsFolderOfTheDataFolderAndAFullPathIsKept) {
     QErrorLog log(u"mine.txt");
     EXPECT_EQ(log.Filename(), u"mine.txt");
     EXPECT_EQ(PathOf(log), LogsFolder() / "mine.txt");
-
     log.SetFilename(u"other.txt");
     EXPECT_EQ(PathOf(log), LogsFolder() / "other.txt");
-}
+    log.SetFilename(PathText(m_root / "elsewhere" / "log.txt"));
+    EXPECT_EQ(PathOf(log), m_root / "elsewhere" / "log.txt");
 
-TEST_F(ErrorLogTest, FullPathSetIsKept) {
-    QErrorLog log;
-    log.SetFilename(PathText(m_folder / "elsewhere" / "log.txt"));
-    EXPECT_EQ(PathOf(log), m_folder / "elsewhere" / "log.txt");
-}
-
-TEST_F(ErrorLogTest, WithoutApplicationThereIsNoLogsFolder) {
     m_app.reset();
-    const QErrorLog log(u"mine.txt");
-    EXPECT_TRUE(log.FilenameFullPath().IsEmpty());
+    EXPECT_TRUE(QErrorLog(u"mine.txt").FilenameFullPath().IsEmpty()) << "no application";
 }
-
-TEST_F(ErrorLogTest, FirstLogMakesTheLogsFolderAndTheFile) {
-    QErrorLog log(u"made.txt");
-    EXPECT_FALSE(log.IsOpen());
-    EXPECT_FALSE(fs::exists(LogsFolder()));
-
-    log.Log(log.Register(u"Formula"), u"Bad value");
-
-    EXPECT_TRUE(log.IsOpen());
-    EXPECT_TRUE(log.IsWritten());
-    EXPECT_TRUE(fs::is_regular_file(LogsFolder() / "made.txt"));
-    EXPECT_TRUE(m_host.boxes.empty());
-}
-
-// --- Header and lines ---------------------------------------------------------------------------
 
 std::string WithoutTimes(const std::string& text) {
     const std::string date = std::regex_replace(
@@ -245,156 +200,106 @@ std::string WithoutTimes(const std::string& text) {
     return std::regex_replace(date, std::regex(R"((^|\n)\d\d:\d\d:\d\d )"), "$1<clock> ");
 }
 
-const char* const kDashes = "--------------------------------------------------------\n";
+const std::string c_dashes = "--------------------------------------------------------\n";
+const std::string c_header = "Tester - Error Log: <time>\n"
+                             "File Version: 1.2.3.4\n"
+                             "Product Version:           5.6\n"
+                             "User Name:    tester\n";
+const std::string c_advice = c_dashes +
+                             "Please turn on 'Word Wrap' from the 'Format' menu\n"
+                             "To print, select 'Print' from the 'File' menu\n" +
+                             c_dashes + "\n";
 
-TEST_F(ErrorLogTest, HeaderOfANewFile) {
+// The first message makes the folder and the file, which starts with a header stamped with the
+// local date and time; an interactive run replaces a file of the same name.
+TEST_F(ErrorLogTest, TheFirstMessageWritesTheHeaderOfANewFile) {
     QErrorLog log(u"header.txt");
+    EXPECT_FALSE(log.IsOpen());
+    EXPECT_FALSE(fs::exists(LogsFolder()));
+    const std::string before = LocalTimeText("Error Log: %d-%m-%y %H:%M:%S\n");
     log.Log(log.Register(u"Formula"), u"Bad value");
+    const std::string after = LocalTimeText("Error Log: %d-%m-%y %H:%M:%S\n");
 
-    EXPECT_EQ(WithoutTimes(ReadBytes(PathOf(log))), std::string("\n"
-                                                                "Tester - Error Log: <time>\n"
-                                                                "File Version: 1.2.3.4\n"
-                                                                "Product Version:           5.6\n"
-                                                                "User Name:    tester\n") +
-                                                        kDashes +
-                                                        "Please turn on 'Word Wrap' from the "
-                                                        "'Format' menu\n"
-                                                        "To print, select 'Print' from the "
-                                                        "'File' menu\n" +
-                                                        kDashes +
-                                                        "\n"
-                                                        "<clock> Formula:Bad value\n");
+    EXPECT_TRUE(log.IsOpen());
+    EXPECT_TRUE(log.IsWritten());
+    EXPECT_TRUE(m_host.boxes.empty());
+    const std::string text = ReadText(PathOf(log));
+    EXPECT_EQ(WithoutTimes(text), "\n" + c_header + c_advice + "<clock> Formula:Bad value\n");
+    EXPECT_TRUE(text.find(before) != std::string::npos || text.find(after) != std::string::npos)
+        << text;
+
+    WriteText(LogsFolder() / "again.txt", "earlier run\n");
+    QErrorLog again(u"again.txt");
+    again.Log(again.Register(u"Formula"), u"Bad value");
+    EXPECT_EQ(WithoutTimes(ReadText(PathOf(again))),
+              "\n" + c_header + c_advice + "<clock> Formula:Bad value\n");
 }
 
-TEST_F(ErrorLogTest, VerboseHeaderListsTheVersionBlock) {
+TEST_F(ErrorLogTest, AVerboseHeaderListsTheVersionBlock) {
     QErrorLog log(u"verbose.txt", true);
     log.Log(log.Register(u"Formula"), u"Bad value");
-
-    EXPECT_EQ(WithoutTimes(ReadBytes(PathOf(log))),
-              std::string("\n"
-                          "Tester - Error Log: <time>\n"
-                          "File Version: 1.2.3.4\n"
-                          "Product Version:           5.6\n"
-                          "User Name:    tester\n"
-                          "Description:  Test program\n"
-                          "Copyright:    (c) Testers\n"
-                          "Other version information\n"
-                          "  Comments:                  No comment\n"
-                          "  Company Name:              Test Company\n"
-                          "  Internal Name:             tester\n"
-                          "  Legal Trademarks:          TM\n"
-                          "  Original Filename:         tester.bin\n"
-                          "  Private Build Description: private\n"
-                          "  Product Name:              Tester Suite\n"
-                          "  S)pecial Build Description: special\n") +
-                  kDashes +
-                  "Please turn on 'Word Wrap' from the 'Format' menu\n"
-                  "To print, select 'Print' from the 'File' menu\n" +
-                  kDashes + "\n<clock> Formula:Bad value\n");
+    EXPECT_EQ(WithoutTimes(ReadText(PathOf(log))), "\n" + c_header +
+                                                       "Description:  Test program\n"
+                                                       "Copyright:    (c) Testers\n"
+                                                       "Other version information\n"
+                                                       "  Comments:                  No comment\n"
+                                                       "  Company Name:              Test Company\n"
+                                                       "  Internal Name:             tester\n"
+                                                       "  Legal Trademarks:          TM\n"
+                                                       "  Original Filename:         tester.bin\n"
+                                                       "  Private Build Description: private\n"
+                                                       "  Product Name:              Tester Suite\n"
+                                                       "  S)pecial Build Description: special\n" +
+                                                       c_advice + "<clock> Formula:Bad value\n");
 }
 
-TEST_F(ErrorLogTest, HeaderTimeIsTheLocalDateAndTime) {
-    const std::string before = LocalTimeText("%d-%m-%y %H:%M:%S");
-    QErrorLog log(u"time.txt");
-    log.Log(log.Register(u"Formula"), u"Bad value");
-    const std::string after = LocalTimeText("%d-%m-%y %H:%M:%S");
-
-    const std::string text = ReadBytes(PathOf(log));
-    const bool stamped = text.find("Error Log: " + before + "\n") != std::string::npos ||
-                         text.find("Error Log: " + after + "\n") != std::string::npos;
-    EXPECT_TRUE(stamped) << text;
-}
-
-TEST_F(ErrorLogTest, ServerAddsToAnExistingFileWithoutTheDashes) {
-    fs::create_directories(LogsFolder());
-    WriteBytes(LogsFolder() / "server.txt", "earlier run\n");
+// A server adds to an existing file, without the advice; a file it starts has the advice.
+TEST_F(ErrorLogTest, AServerAddsToAnExistingFile) {
+    WriteText(LogsFolder() / "server.txt", "earlier run\n");
     m_app->SetServer(true);
-
     QErrorLog log(u"server.txt");
     log.Log(log.Register(u"Formula"), u"Bad value");
+    EXPECT_EQ(WithoutTimes(ReadText(PathOf(log))),
+              "earlier run\n\n" + c_header + "<clock> Formula:Bad value\n");
 
-    EXPECT_EQ(WithoutTimes(ReadBytes(PathOf(log))), "earlier run\n"
-                                                    "\n"
-                                                    "Tester - Error Log: <time>\n"
-                                                    "File Version: 1.2.3.4\n"
-                                                    "Product Version:           5.6\n"
-                                                    "User Name:    tester\n"
-                                                    "<clock> Formula:Bad value\n");
+    QErrorLog fresh(u"server-new.txt");
+    fresh.Log(fresh.Register(u"Formula"), u"Bad value");
+    EXPECT_EQ(WithoutTimes(ReadText(PathOf(fresh))),
+              "\n" + c_header + c_advice + "<clock> Formula:Bad value\n");
 }
 
-TEST_F(ErrorLogTest, ServerStartingAnEmptyFileWritesTheDashes) {
-    m_app->SetServer(true);
-    QErrorLog log(u"server-new.txt");
-    log.Log(log.Register(u"Formula"), u"Bad value");
-
-    EXPECT_NE(ReadBytes(PathOf(log)).find(kDashes), std::string::npos);
-}
-
-TEST_F(ErrorLogTest, AnInteractiveRunReplacesAFileOfTheSameName) {
-    fs::create_directories(LogsFolder());
-    WriteBytes(LogsFolder() / "again.txt", "earlier run\n");
-
-    QErrorLog log(u"again.txt");
-    log.Log(log.Register(u"Formula"), u"Bad value");
-
-    const std::string text = ReadBytes(PathOf(log));
-    EXPECT_EQ(text.find("earlier run"), std::string::npos);
-    EXPECT_NE(text.find(kDashes), std::string::npos);
-}
-
-TEST_F(ErrorLogTest, SameMessageTwiceInARowWritesOneLine) {
+// A message is written again unless the one before it had the same type and text.
+TEST_F(ErrorLogTest, OnlyTheSameMessageTwiceInARowIsWrittenOnce) {
     QErrorLog log(u"twice.txt");
     QErrorType* formula = log.Register(u"Formula");
     log.Log(formula, u"Division by zero");
     log.Log(formula, u"Division by zero");
-
-    EXPECT_EQ(LoggedLines(PathOf(log)), std::vector<std::string>({"Formula:Division by zero"}));
-}
-
-TEST_F(ErrorLogTest, SameMessageWithAnotherBetweenWritesThreeLines) {
-    QErrorLog log(u"between.txt");
-    QErrorType* formula = log.Register(u"Formula");
-    log.Log(formula, u"Division by zero");
     log.Log(formula, u"Missing table");
     log.Log(formula, u"Division by zero");
-
-    EXPECT_EQ(LoggedLines(PathOf(log)),
-              std::vector<std::string>({"Formula:Division by zero", "Formula:Missing table",
-                                        "Formula:Division by zero"}));
-}
-
-TEST_F(ErrorLogTest, SameMessageOfAnotherTypeIsWritten) {
-    QErrorLog log(u"types.txt");
-    log.Log(log.Register(u"Formula"), u"Division by zero");
     log.Log(log.Register(u"Table"), u"Division by zero");
-
     EXPECT_EQ(LoggedLines(PathOf(log)),
-              std::vector<std::string>({"Formula:Division by zero", "Table:Division by zero"}));
+              Lines({"Formula:Division by zero", "Formula:Missing table",
+                     "Formula:Division by zero", "Table:Division by zero"}));
 }
 
 TEST_F(ErrorLogTest, LogTakesOverATypeOfAnotherLog) {
     QErrorLog log(u"register.txt");
     QErrorLog other(u"other.txt");
     QErrorType* stranger = other.Register(u"Stranger");
-
     log.Log(stranger, u"Hello");
-
     EXPECT_EQ(stranger->ErrorLog(), &log);
     EXPECT_EQ(log.GetTypeCount(), 1);
     EXPECT_EQ(other.GetTypeCount(), 0);
 }
 
-// --- Failure to create the file -----------------------------------------------------------------
-
-TEST_F(ErrorLogTest, UnwritableLogsFolderIsReportedOnceAndDisplayGoesOn) {
-    WriteBytes(m_folder / "keel", "a file where the data folder should be");
+// A file that cannot be made or written is reported once, with a stop box, and display goes on.
+TEST_F(ErrorLogTest, AFileThatCannotBeWrittenIsReportedOnce) {
+    WriteText(m_root / "keel", "a file where the data folder should be");
     QErrorLog log(u"never.txt");
     QErrorType* formula = log.Register(u"Formula");
-
     formula->DisplayOrLog(u"First");
     formula->DisplayOrLog(u"Second");
     log.Log(formula, u"Third");
-
     ASSERT_EQ(m_host.boxes.size(), 1u);
     EXPECT_EQ(m_host.boxes[0].text, u"Panic: Cannot create errorlog file <" +
                                         PathText(LogsFolder() / "never.txt") + u">");
@@ -404,64 +309,42 @@ TEST_F(ErrorLogTest, UnwritableLogsFolderIsReportedOnceAndDisplayGoesOn) {
     EXPECT_FALSE(log.IsWritten());
     EXPECT_EQ(log.GetSize(), 2);
     EXPECT_EQ(log.Message(1), u"Second");
-}
 
-TEST_F(ErrorLogTest, FileThatCannotBeWrittenIsReportedOnce) {
-    QErrorLog log(u"/dev/full");
-    QErrorType* formula = log.Register(u"Formula");
+    QErrorLog full(u"/dev/full");
+    full.Log(full.Register(u"Formula"), u"First");
+    full.Log(full.Register(u"Formula"), u"Second");
+    ASSERT_EQ(m_host.boxes.size(), 2u);
+    EXPECT_EQ(m_host.boxes[1].text, u"Panic: Cannot create errorlog file </dev/full>");
+    EXPECT_FALSE(full.IsWritten());
 
-    log.Log(formula, u"First");
-    log.Log(formula, u"Second");
-
-    ASSERT_EQ(m_host.boxes.size(), 1u);
-    EXPECT_EQ(m_host.boxes[0].text, u"Panic: Cannot create errorlog file </dev/full>");
-    EXPECT_FALSE(log.IsWritten());
-}
-
-TEST_F(ErrorLogTest, WithoutApplicationTheLogCannotBeCreated) {
     m_app.reset();
-    QErrorLog log(u"nowhere.txt");
-    log.Log(log.Register(u"Formula"), u"First");
-
-    ASSERT_EQ(m_host.boxes.size(), 1u);
-    EXPECT_EQ(m_host.boxes[0].text, u"Panic: Cannot create errorlog file <>");
-    EXPECT_EQ(m_host.boxes[0].caption, u"Keel");
+    QErrorLog nowhere(u"nowhere.txt");
+    nowhere.Log(nowhere.Register(u"Formula"), u"First");
+    ASSERT_EQ(m_host.boxes.size(), 3u);
+    EXPECT_EQ(m_host.boxes[2].text, u"Panic: Cannot create errorlog file <>");
+    EXPECT_EQ(m_host.boxes[2].caption, u"Keel");
 }
 
-// --- Pending messages ---------------------------------------------------------------------------
+// --- Pending messages
+// -----------------------------------------------------------------------------
 
-TEST_F(ErrorLogTest, DisplayQueuesWithTimeTypeAndText) {
+TEST_F(ErrorLogTest, DisplayQueuesEachTextOfATypeOnce) {
     QErrorLog log;
     QErrorType* formula = log.Register(u"Formula");
     const auto before = std::chrono::system_clock::now();
     log.Display(formula, u"Bad value");
     const auto after = std::chrono::system_clock::now();
+    log.Display(formula, u"Other value");
+    log.Display(formula, u"Bad value");
+    log.Display(log.Register(u"Table"), u"Bad value");
 
-    ASSERT_EQ(log.GetSize(), 1);
+    ASSERT_EQ(log.GetSize(), 3);
     EXPECT_EQ(log.ErrorType(0), formula);
     EXPECT_EQ(log.Message(0), u"Bad value");
     EXPECT_GE(log.Time(0), before);
     EXPECT_LE(log.Time(0), after);
+    EXPECT_EQ(log.ErrorType(2)->Description(), u"Table");
     EXPECT_TRUE(m_host.boxes.empty());
-}
-
-TEST_F(ErrorLogTest, SameTextOfTheSameTypeIsPendingOnce) {
-    QErrorLog log;
-    QErrorType* formula = log.Register(u"Formula");
-    log.Display(formula, u"Bad value");
-    log.Display(formula, u"Other value");
-    log.Display(formula, u"Bad value");
-
-    EXPECT_EQ(log.GetSize(), 2);
-}
-
-TEST_F(ErrorLogTest, SameTextOfTwoTypesIsPendingTwice) {
-    QErrorLog log;
-    log.Display(log.Register(u"Formula"), u"Bad value");
-    log.Display(log.Register(u"Table"), u"Bad value");
-
-    ASSERT_EQ(log.GetSize(), 2);
-    EXPECT_EQ(log.ErrorType(1)->Description(), u"Table");
 }
 
 TEST_F(ErrorLogTest, ThousandMessagesThenOverflowThenDropThenRoomAgain) {
@@ -488,85 +371,55 @@ TEST_F(ErrorLogTest, ThousandMessagesThenOverflowThenDropThenRoomAgain) {
     EXPECT_EQ(log.Message(0), u"Room again");
 }
 
-// --- DisplayOrLog -------------------------------------------------------------------------------
+// --- DisplayOrLog
+// ---------------------------------------------------------------------------------
 
+// A message is written and queued. The log starts as log-only, and the first message decides:
+// a type that is neither shown nor logged vanishes, unless the log is log-only.
 TEST_F(ErrorLogTest, DisplayOrLogWritesAndQueues) {
     QErrorLog log(u"both.txt");
-    QErrorType* formula = log.Register(u"Formula");
-
-    EXPECT_EQ(formula->DisplayOrLog(u"Bad value"), 1);
-
-    EXPECT_EQ(LoggedLines(PathOf(log)), std::vector<std::string>({"Formula:Bad value"}));
-    ASSERT_EQ(log.GetSize(), 1);
-    EXPECT_EQ(log.Message(0), u"Bad value");
-    EXPECT_FALSE(log.IsLogOnly());
-}
-
-TEST_F(ErrorLogTest, LogOnlyFlagStartsSetAndTheFirstMessageDecides) {
-    QErrorLog log(u"first.txt");
     QErrorType* quiet = log.Register(u"Quiet");
     quiet->SetIsLog(false);
     EXPECT_TRUE(log.IsLogOnly());
-
-    quiet->DisplayOrLog(u"First");
+    EXPECT_EQ(quiet->DisplayOrLog(u"First"), 1);
     quiet->DisplayOrLog(u"Second");
-
     EXPECT_FALSE(log.IsLogOnly());
-    EXPECT_EQ(LoggedLines(PathOf(log)), std::vector<std::string>({"Quiet:First"}));
-    EXPECT_EQ(log.GetSize(), 2);
-}
-
-TEST_F(ErrorLogTest, NeitherShownNorLoggedDisappears) {
-    QErrorLog log(u"vanish.txt");
-    log.Register(u"Formula")->DisplayOrLog(u"Opens the log");
+    QErrorType* formula = log.Register(u"Formula");
+    EXPECT_EQ(formula->DisplayOrLog(u"Bad value"), 1);
     QErrorType* silent = log.Register(u"Silent");
     silent->SetIsDisplay(false);
     silent->SetIsLog(false);
-
     silent->DisplayOrLog(u"Vanishes");
 
-    EXPECT_EQ(LoggedLines(PathOf(log)), std::vector<std::string>({"Formula:Opens the log"}));
-    EXPECT_EQ(log.GetSize(), 1);
+    EXPECT_EQ(LoggedLines(PathOf(log)), Lines({"Quiet:First", "Formula:Bad value"}));
+    ASSERT_EQ(log.GetSize(), 3);
+    EXPECT_EQ(log.Message(2), u"Bad value");
 }
 
-TEST_F(ErrorLogTest, NeitherShownNorLoggedIsLoggedWhenLogOnly) {
-    m_app->SetServer(true);
-    QErrorLog log(u"logonly.txt");
-    log.Register(u"Formula")->DisplayOrLog(u"Opens the log");
-    QErrorType* silent = log.Register(u"Silent");
-    silent->SetIsDisplay(false);
-    silent->SetIsLog(false);
-
-    silent->DisplayOrLog(u"Logged all the same");
-
-    EXPECT_TRUE(log.IsLogOnly());
-    EXPECT_EQ(LoggedLines(PathOf(log)),
-              std::vector<std::string>({"Formula:Opens the log", "Silent:Logged all the same"}));
-    EXPECT_EQ(log.GetSize(), 0);
-}
-
-TEST_F(ErrorLogTest, ServerOnlyLogs) {
+// A server only logs, even a type that is neither shown nor logged.
+TEST_F(ErrorLogTest, AServerOnlyLogs) {
     m_app->SetServer(true);
     QErrorLog log(u"server-only.txt");
     QErrorType* formula = log.Register(u"Formula");
-
     formula->DisplayOrLog(u"First");
     formula->DisplayOrLog(u"Second");
+    QErrorType* silent = log.Register(u"Silent");
+    silent->SetIsDisplay(false);
+    silent->SetIsLog(false);
+    silent->DisplayOrLog(u"Logged all the same");
 
     EXPECT_TRUE(log.IsLogOnly());
     EXPECT_EQ(log.GetSize(), 0);
     EXPECT_EQ(LoggedLines(PathOf(log)),
-              std::vector<std::string>({"Formula:First", "Formula:Second"}));
+              Lines({"Formula:First", "Formula:Second", "Silent:Logged all the same"}));
     EXPECT_TRUE(m_host.boxes.empty());
 }
 
-TEST_F(ErrorLogTest, ServerWithServerErrorsShowsEachMessageAtOnce) {
+TEST_F(ErrorLogTest, AServerWithServerErrorsShowsEachMessageAtOnce) {
     WriteOption(u"ServerErrors", 1);
     m_app->SetServer(true);
     QErrorLog log(u"server-errors.txt");
-    QErrorType* formula = log.Register(u"Formula");
-
-    formula->DisplayOrLog(u"Shown at once");
+    log.Register(u"Formula")->DisplayOrLog(u"Shown at once");
 
     EXPECT_FALSE(log.IsLogOnly());
     EXPECT_EQ(log.GetSize(), 0);
@@ -579,171 +432,123 @@ TEST_F(ErrorLogTest, ServerWithServerErrorsShowsEachMessageAtOnce) {
     resetting.Log(resetting.Register(u"Formula"), u"Reads the option again");
 }
 
-TEST_F(ErrorLogTest, DescriptionInErrorLogOnlyIsLoggedAndNeverShown) {
-    WriteOption(u"ErrorLogOnly", u";Quiet;Silent;");
+// The descriptions listed in the option ErrorLogOnly are logged and never shown; the option is
+// read once a process, until it is reloaded.
+TEST_F(ErrorLogTest, DescriptionsInErrorLogOnlyAreLoggedAndNeverShown) {
+    ASSERT_TRUE(
+        CRegistry::Current().WriteProfileString(u"Options", u"ErrorLogOnly", u";Quiet;Silent;"));
     QErrorType::ReloadErrorLogOnly();
     QErrorLog log(u"errorlogonly.txt");
-
     QErrorType* quiet = log.Register(u"Quiet");
     EXPECT_FALSE(quiet->IsDisplay());
     EXPECT_TRUE(quiet->IsLog());
     EXPECT_FALSE(log.Register(u"Silent")->IsDisplay());
     EXPECT_TRUE(log.Register(u"Quie")->IsDisplay());
     EXPECT_TRUE(log.Register(u"uiet")->IsDisplay());
-
     quiet->DisplayOrLog(u"First");
     quiet->DisplayOrLog(u"Second");
-
-    EXPECT_EQ(LoggedLines(PathOf(log)), std::vector<std::string>({"Quiet:First", "Quiet:Second"}));
+    EXPECT_EQ(LoggedLines(PathOf(log)), Lines({"Quiet:First", "Quiet:Second"}));
     EXPECT_EQ(log.GetSize(), 0);
-}
 
-TEST_F(ErrorLogTest, ErrorLogOnlyIsReadOncePerProcess) {
-    WriteOption(u"ErrorLogOnly", u";Quiet;");
-    QErrorType::ReloadErrorLogOnly();
-    QErrorLog log;
-    EXPECT_FALSE(log.Register(u"Quiet")->IsDisplay());
-
-    WriteOption(u"ErrorLogOnly", u";Later;");
+    ASSERT_TRUE(CRegistry::Current().WriteProfileString(u"Options", u"ErrorLogOnly", u";Later;"));
     EXPECT_TRUE(log.Register(u"Later")->IsDisplay());
-
     QErrorType::ReloadErrorLogOnly();
     QErrorLog other;
     EXPECT_FALSE(other.Register(u"Later")->IsDisplay());
 }
 
-// --- Types --------------------------------------------------------------------------------------
+// --- Types
+// ----------------------------------------------------------------------------------------
 
-TEST_F(ErrorLogTest, RegisterByDescriptionMakesATypeOnce) {
+TEST_F(ErrorLogTest, ATypeIsRegisteredOnceByItsDescription) {
     QErrorLog log;
     QErrorType* formula = log.Register(u"Formula");
     EXPECT_EQ(log.Register(u"Formula"), formula);
     EXPECT_NE(log.Register(u"formula"), formula);
     EXPECT_EQ(log.GetTypeCount(), 2);
     EXPECT_EQ(formula->ErrorLog(), &log);
-    EXPECT_EQ(formula->Description(), u"Formula");
     EXPECT_TRUE(formula->IsDisplay());
     EXPECT_TRUE(formula->IsLog());
-}
 
-TEST_F(ErrorLogTest, RegisterTypeAddsItOnceAndUnregisterHandsItBack) {
-    QErrorLog log;
-    auto* own = new QErrorType(&log, u"Own");
-    EXPECT_EQ(log.GetTypeCount(), 1);
-    log.Register(own);
-    EXPECT_EQ(log.GetTypeCount(), 1);
-
-    log.Unregister(own);
-    EXPECT_EQ(log.GetTypeCount(), 0);
-    EXPECT_NE(log.Register(u"Own"), own);
-    delete own;
-    EXPECT_EQ(log.GetTypeCount(), 1);
-}
-
-TEST_F(ErrorLogTest, DeletingARegisteredTypeUnregistersIt) {
-    QErrorLog log;
-    delete log.Register(u"Gone");
-    EXPECT_EQ(log.GetTypeCount(), 0);
-}
-
-TEST_F(ErrorLogTest, TypeWithoutLogJoinsTheProcessLog) {
-    const int before = TheErrorLog().GetTypeCount();
-    auto* type = new QErrorType(nullptr, u"Orphan");
-    EXPECT_EQ(type->ErrorLog(), &TheErrorLog());
-    EXPECT_EQ(TheErrorLog().GetTypeCount(), before + 1);
+    QErrorLog own;
+    auto* type = new QErrorType(&own, u"Own");
+    own.Register(type);
+    EXPECT_EQ(own.GetTypeCount(), 1);
+    own.Unregister(type);
+    EXPECT_EQ(own.GetTypeCount(), 0);
+    EXPECT_NE(own.Register(u"Own"), type);
     delete type;
+    EXPECT_EQ(own.GetTypeCount(), 1);
+    delete own.Register(u"Own");
+    EXPECT_EQ(own.GetTypeCount(), 0) << "deleting a registered type unregisters it";
+
+    const int before = TheErrorLog().GetTypeCount();
+    auto* orphan = new QErrorType(nullptr, u"Orphan");
+    EXPECT_EQ(orphan->ErrorLog(), &TheErrorLog());
+    EXPECT_EQ(TheErrorLog().GetTypeCount(), before + 1);
+    delete orphan;
     EXPECT_EQ(TheErrorLog().GetTypeCount(), before);
 }
 
-// --- Showing pending messages -------------------------------------------------------------------
+// --- Showing pending messages
+// ---------------------------------------------------------------------
 
-TEST_F(ErrorLogTest, DisplayPendingMessagesWithNothingPendingShowsNothing) {
+// One message is shown in a box that offers the options, No the default, and captioned with the
+// application, the type and the time, leaving out empty parts.
+TEST_F(ErrorLogTest, ASingleMessageOffersTheOptions) {
     QErrorLog log;
     log.DisplayPendingMessages(true);
     log.DisplayPendingMessages(false);
-
-    EXPECT_TRUE(m_host.boxes.empty());
+    EXPECT_TRUE(m_host.boxes.empty()) << "nothing pending, nothing shown";
     EXPECT_TRUE(m_host.shownLists.empty());
-}
 
-TEST_F(ErrorLogTest, SingleMessageOffersTheOptionsWithNoAsDefault) {
-    QErrorLog log;
     log.Display(log.Register(u"Formula"), u"Bad value");
-
     log.DisplayPendingMessages(true);
-
     ASSERT_EQ(m_host.boxes.size(), 1u);
     EXPECT_EQ(m_host.boxes[0].text, u"Bad value\n\nChange error reporting options?");
-    EXPECT_TRUE(std::regex_match(Utf8(m_host.boxes[0].caption),
-                                 std::regex(R"(Tester - Formula - \d\d:\d\d:\d\d)")))
-        << Utf8(m_host.boxes[0].caption);
+    EXPECT_TRUE(Matches(m_host.boxes[0].caption, R"(Tester - Formula - \d\d:\d\d:\d\d)"));
     EXPECT_EQ(m_host.boxes[0].flags, 0x114u);
     EXPECT_EQ(m_host.customiseCalls, 0);
     EXPECT_EQ(log.GetSize(), 0);
     EXPECT_EQ(m_host.refreshes, 1);
-}
 
-TEST_F(ErrorLogTest, SingleMessageAnsweredYesOpensTheOptions) {
-    QErrorLog log;
     log.Display(log.Register(u"Formula"), u"Bad value");
     m_host.answers = {IDYES};
-
     log.DisplayPendingMessages(false);
-
     EXPECT_EQ(m_host.customiseCalls, 1);
     EXPECT_EQ(log.GetSize(), 0);
-}
 
-TEST_F(ErrorLogTest, SingleMessageCaptionLeavesOutEmptyParts) {
-    QErrorLog log;
     log.Display(log.Register(CString()), u"No heading");
-
     log.DisplaySingleMessage(0);
-
-    ASSERT_EQ(m_host.boxes.size(), 1u);
-    EXPECT_TRUE(
-        std::regex_match(Utf8(m_host.boxes[0].caption), std::regex(R"(Tester - \d\d:\d\d:\d\d)")))
-        << Utf8(m_host.boxes[0].caption);
+    EXPECT_TRUE(Matches(m_host.boxes.back().caption, R"(Tester - \d\d:\d\d:\d\d)"));
     EXPECT_EQ(log.GetSize(), 1);
 }
 
-TEST_F(ErrorLogTest, SingleMessageWhileClosingIsAPlainStopBox) {
+TEST_F(ErrorLogTest, ASingleMessageWhileClosingIsAPlainStopBox) {
     m_app->SetClosing(true);
     QErrorLog log;
     log.Display(log.Register(u"Formula"), u"Bad value");
-
     log.DisplayPendingMessages(true);
-
     ASSERT_EQ(m_host.boxes.size(), 1u);
     EXPECT_EQ(m_host.boxes[0].text, u"Bad value");
     EXPECT_EQ(m_host.boxes[0].caption, u"Tester");
     EXPECT_EQ(m_host.boxes[0].flags, MB_OK | MB_ICONSTOP);
 }
 
-TEST_F(ErrorLogTest, SeveralMessagesAskFirstAndStayPendingOnNo) {
+// Several messages are shown in one list, after a question when asked for; on No they stay.
+TEST_F(ErrorLogTest, SeveralMessagesAreShownInOneList) {
     QErrorLog log;
-    QErrorType* formula = log.Register(u"Formula");
-    log.Display(formula, u"First");
-    log.Display(formula, u"Second");
-    m_host.answers = {IDNO};
-
+    log.Display(log.Register(u"Formula"), u"First");
+    log.Display(log.Register(u"Table"), u"Second");
+    m_host.answers = {IDNO, IDYES};
     log.DisplayPendingMessages(true);
-
     ASSERT_EQ(m_host.boxes.size(), 1u);
     EXPECT_EQ(m_host.boxes[0].text, u"Several errors have occurred.\nDo you want to see them now?");
     EXPECT_EQ(m_host.boxes[0].flags, MB_YESNO | MB_ICONQUESTION);
     EXPECT_TRUE(m_host.shownLists.empty());
     EXPECT_EQ(log.GetSize(), 2);
-}
-
-TEST_F(ErrorLogTest, SeveralMessagesAreShownInOneList) {
-    QErrorLog log;
-    log.Display(log.Register(u"Formula"), u"First");
-    log.Display(log.Register(u"Table"), u"Second");
-    m_host.answers = {IDYES};
 
     log.DisplayPendingMessages(true);
-
     ASSERT_EQ(m_host.shownLists.size(), 1u);
     const std::vector<CPendingMessage>& shown = m_host.shownLists[0];
     ASSERT_EQ(shown.size(), 2u);
@@ -751,51 +556,32 @@ TEST_F(ErrorLogTest, SeveralMessagesAreShownInOneList) {
     EXPECT_EQ(shown[0].text, u"First");
     EXPECT_EQ(shown[1].type, u"Table");
     EXPECT_EQ(shown[1].text, u"Second");
-    EXPECT_TRUE(std::regex_match(Utf8(shown[1].time), std::regex(R"(\d\d:\d\d:\d\d)")));
+    EXPECT_TRUE(Matches(shown[1].time, R"(\d\d:\d\d:\d\d)"));
     EXPECT_EQ(log.GetSize(), 0);
-}
 
-TEST_F(ErrorLogTest, SeveralMessagesWithoutAskingAreShownAtOnce) {
-    QErrorLog log;
-    QErrorType* formula = log.Register(u"Formula");
-    log.Display(formula, u"First");
-    log.Display(formula, u"Second");
-
-    log.DisplayPendingMessages(false);
-
-    EXPECT_TRUE(m_host.boxes.empty());
-    EXPECT_EQ(m_host.shownLists.size(), 1u);
-}
-
-TEST_F(ErrorLogTest, MessageRaisedWhileShowingOnlyQueues) {
-    QErrorLog log;
-    QErrorType* formula = log.Register(u"Formula");
-    log.Display(formula, u"First");
-    log.Display(formula, u"Second");
+    // Without asking they are shown at once; one raised while they are shown only queues.
+    log.Display(log.Register(u"Formula"), u"First");
+    log.Display(log.Register(u"Formula"), u"Second");
     int pendingWhileShowing = 0;
     m_host.onShow = [&] {
-        log.Display(formula, u"Raised while showing");
+        log.Display(log.Register(u"Formula"), u"Raised while showing");
         pendingWhileShowing = log.GetSize();
         log.DisplayPendingMessages(false);
     };
-
     log.DisplayPendingMessages(false);
-
+    EXPECT_EQ(m_host.boxes.size(), 2u);
     EXPECT_EQ(pendingWhileShowing, 3);
-    EXPECT_EQ(m_host.shownLists.size(), 1u);
+    EXPECT_EQ(m_host.shownLists.size(), 2u);
 }
 
-TEST_F(ErrorLogTest, HeadlessHostShowsPendingMessages) {
+TEST_F(ErrorLogTest, TheHeadlessHostShowsPendingMessages) {
     std::FILE* output = std::tmpfile();
     CHeadlessUIServices headless(output);
     SetUIServices(&headless);
     QErrorLog log;
-    QErrorType* formula = log.Register(u"Formula");
-    log.Display(formula, u"First");
-    log.Display(formula, u"Second");
-
+    log.Display(log.Register(u"Formula"), u"First");
+    log.Display(log.Register(u"Formula"), u"Second");
     log.DisplayPendingMessages(true);
-
     EXPECT_EQ(headless.AnsweredBoxes(), 1);
     EXPECT_EQ(headless.ShownMessages(), 2);
     EXPECT_EQ(log.GetSize(), 0);
@@ -803,15 +589,15 @@ TEST_F(ErrorLogTest, HeadlessHostShowsPendingMessages) {
     std::fclose(output);
 }
 
-// --- Closing ------------------------------------------------------------------------------------
+// --- Closing
+// --------------------------------------------------------------------------------------
 
+// Closing shows what is pending and offers the file; the next message opens the file again.
 TEST_F(ErrorLogTest, CloseShowsWhatIsPendingAndOffersTheFile) {
     QErrorLog log(u"close.txt");
     log.Register(u"Formula")->DisplayOrLog(u"Bad value");
     m_host.answers = {IDNO, IDYES};
-
     log.CloseLogFile();
-
     ASSERT_EQ(m_host.boxes.size(), 2u);
     EXPECT_EQ(m_host.boxes[0].text, u"Bad value\n\nChange error reporting options?");
     EXPECT_EQ(m_host.boxes[1].text,
@@ -821,77 +607,53 @@ TEST_F(ErrorLogTest, CloseShowsWhatIsPendingAndOffersTheFile) {
     EXPECT_FALSE(log.IsOpen());
     EXPECT_FALSE(log.IsWritten());
     EXPECT_EQ(log.GetSize(), 0);
-}
 
-TEST_F(ErrorLogTest, CloseAnsweredNoOpensNothing) {
-    QErrorLog log(u"close-no.txt");
-    log.Log(log.Register(u"Formula"), u"Bad value");
+    log.Log(log.Register(u"Formula"), u"Again");
     m_host.answers = {IDNO};
-
     log.CloseLogFile();
-
-    EXPECT_EQ(m_host.boxes.size(), 1u);
-    EXPECT_TRUE(m_host.openedFiles.empty());
+    EXPECT_EQ(m_host.boxes.size(), 3u);
+    EXPECT_EQ(m_host.openedFiles.size(), 1u) << "answered No";
     EXPECT_FALSE(log.IsOpen());
 }
 
-TEST_F(ErrorLogTest, CloseOfALogNeverOpenedDoesNothing) {
-    QErrorLog log;
-    log.Display(log.Register(u"Formula"), u"Pending");
+// Nothing is asked for a log never opened, a log-only one, or without an application.
+TEST_F(ErrorLogTest, CloseAsksNothingWhenThereIsNoFileToOffer) {
+    QErrorLog never;
+    never.Display(never.Register(u"Formula"), u"Pending");
+    never.CloseLogFile();
+    EXPECT_EQ(never.GetSize(), 1);
 
-    log.CloseLogFile();
-
-    EXPECT_TRUE(m_host.boxes.empty());
-    EXPECT_EQ(log.GetSize(), 1);
-}
-
-TEST_F(ErrorLogTest, CloseOfALogOnlyLogAsksNothing) {
     m_app->SetServer(true);
-    QErrorLog log(u"close-server.txt");
-    log.Register(u"Formula")->DisplayOrLog(u"Bad value");
+    QErrorLog server(u"reopen.txt");
+    QErrorType* formula = server.Register(u"Formula");
+    formula->DisplayOrLog(u"Before");
+    server.CloseLogFile();
+    EXPECT_FALSE(server.IsOpen());
+    server.Log(formula, u"After");
+    EXPECT_TRUE(server.IsWritten());
+    EXPECT_EQ(LoggedLines(PathOf(server)), Lines({"Formula:Before", "Formula:After"}));
 
-    log.CloseLogFile();
-
-    EXPECT_TRUE(m_host.boxes.empty());
-    EXPECT_FALSE(log.IsOpen());
-}
-
-TEST_F(ErrorLogTest, CloseWithoutApplicationAsksNothing) {
-    QErrorLog log(PathText(m_folder / "no-app.txt"));
-    log.Log(log.Register(u"Formula"), u"Bad value");
+    m_app->SetServer(false);
+    QErrorLog noApp(PathText(m_root / "no-app.txt"));
+    noApp.Log(noApp.Register(u"Formula"), u"Bad value");
     m_app.reset();
-
-    log.CloseLogFile();
-
+    noApp.CloseLogFile();
     EXPECT_TRUE(m_host.boxes.empty());
 }
 
-TEST_F(ErrorLogTest, AfterCloseTheNextMessageOpensTheFileAgain) {
-    m_app->SetServer(true);
-    QErrorLog log(u"reopen.txt");
-    QErrorType* formula = log.Register(u"Formula");
-    log.Log(formula, u"Before");
-    log.CloseLogFile();
+// --- Options of the types
+// -------------------------------------------------------------------------
 
-    log.Log(formula, u"After");
-
-    EXPECT_TRUE(log.IsWritten());
-    EXPECT_EQ(LoggedLines(PathOf(log)),
-              std::vector<std::string>({"Formula:Before", "Formula:After"}));
-}
-
-// --- Options of the types -----------------------------------------------------------------------
-
-TEST_F(ErrorLogTest, CheckListsHaveOneRowATypeInOrder) {
+TEST_F(ErrorLogTest, CheckListsHaveOneRowATypeInOrderAndSetTheFlags) {
     QErrorLog log;
-    log.Register(u"Formula")->SetIsDisplay(false);
-    log.Register(u"Table")->SetIsLog(false);
-
+    QErrorType* formula = log.Register(u"Formula");
+    QErrorType* table = log.Register(u"Table");
+    formula->SetIsDisplay(false);
+    table->SetIsLog(false);
     CCheckList display = {{u"stale", true}};
     CCheckList logged;
     log.FillWithDisplayFlags(display);
     log.FillWithLogFlags(logged);
-
     ASSERT_EQ(display.size(), 2u);
     EXPECT_EQ(display[0].text, u"Formula");
     EXPECT_FALSE(display[0].checked);
@@ -900,96 +662,70 @@ TEST_F(ErrorLogTest, CheckListsHaveOneRowATypeInOrder) {
     ASSERT_EQ(logged.size(), 2u);
     EXPECT_TRUE(logged[0].checked);
     EXPECT_FALSE(logged[1].checked);
-}
 
-TEST_F(ErrorLogTest, UpdateFlagsFromCheckLists) {
-    QErrorLog log;
-    QErrorType* formula = log.Register(u"Formula");
-    QErrorType* table = log.Register(u"Table");
-
-    log.UpdateDisplayFlags({{u"Formula", false}, {u"Table", true}});
-    log.UpdateLogFlags({{u"Formula", true}, {u"Table", false}});
-
-    EXPECT_FALSE(formula->IsDisplay());
-    EXPECT_TRUE(table->IsDisplay());
-    EXPECT_TRUE(formula->IsLog());
-    EXPECT_FALSE(table->IsLog());
-}
-
-TEST_F(ErrorLogTest, UpdateFromAListOfAnotherLengthIsRefused) {
-    QErrorLog log;
-    log.Register(u"Formula");
+    log.UpdateDisplayFlags({{u"Formula", true}, {u"Table", false}});
+    log.UpdateLogFlags({{u"Formula", false}, {u"Table", true}});
+    EXPECT_TRUE(formula->IsDisplay());
+    EXPECT_FALSE(table->IsDisplay());
+    EXPECT_FALSE(formula->IsLog());
+    EXPECT_TRUE(table->IsLog());
     EXPECT_THROW(log.UpdateDisplayFlags({}), InvalidArgumentException);
-    EXPECT_THROW(log.UpdateLogFlags({{u"Formula", true}, {u"Extra", true}}),
+    EXPECT_THROW(log.UpdateLogFlags({{u"Formula", true}, {u"Table", true}, {u"Extra", true}}),
                  InvalidArgumentException);
 }
 
+// Customise applies what the person ticked unless cancelled, and may open the log file.
 TEST_F(ErrorLogTest, CustomiseAppliesWhatThePersonTicked) {
-    QErrorLog log;
+    QErrorLog log(u"view.txt");
     QErrorType* formula = log.Register(u"Formula");
     QErrorType* table = log.Register(u"Table");
-    m_host.customise = [](CCheckList& display, CCheckList& logged, const std::function<void()>&) {
+    bool accept = false;
+    m_host.customise = [&](CCheckList& display, CCheckList& logged,
+                           const std::function<void()>& viewLogFile) {
         display[0].checked = false;
         logged[1].checked = false;
-        return true;
+        viewLogFile();
+        return accept;
     };
-
     log.Customise();
+    EXPECT_TRUE(formula->IsDisplay()) << "cancelled";
+    EXPECT_EQ(m_host.openedFiles, std::vector<CString>({PathText(LogsFolder() / "view.txt")}));
 
+    accept = true;
+    log.Customise();
     EXPECT_FALSE(formula->IsDisplay());
     EXPECT_TRUE(formula->IsLog());
     EXPECT_TRUE(table->IsDisplay());
     EXPECT_FALSE(table->IsLog());
 }
 
-TEST_F(ErrorLogTest, CustomiseCancelledChangesNothing) {
-    QErrorLog log;
-    QErrorType* formula = log.Register(u"Formula");
-    m_host.customise = [](CCheckList& display, CCheckList&, const std::function<void()>&) {
-        display[0].checked = false;
-        return false;
-    };
-
-    log.Customise();
-
-    EXPECT_TRUE(formula->IsDisplay());
-}
-
-TEST_F(ErrorLogTest, CustomiseCanOpenTheLogFile) {
-    QErrorLog log(u"view.txt");
-    log.Register(u"Formula");
-    m_host.customise = [](CCheckList&, CCheckList&, const std::function<void()>& viewLogFile) {
-        viewLogFile();
-        return false;
-    };
-
-    log.Customise();
-
-    EXPECT_EQ(m_host.openedFiles, std::vector<CString>({PathText(LogsFolder() / "view.txt")}));
-}
-
-// --- The process's log and the reporting functions ----------------------------------------------
+// --- The process's log and the reporting functions
+// ------------------------------------------------
 
 TEST_F(ErrorLogTest, MessageBoxOrLogReportsUnderTheHeading) {
     EXPECT_EQ(QMessageBoxOrLog(u"Cannot open the table", u"Table"), 1);
-
-    QErrorLog& log = TheErrorLog();
-    ASSERT_EQ(log.GetSize(), 1);
-    EXPECT_EQ(log.ErrorType(0)->Description(), u"Table");
-    EXPECT_EQ(log.Message(0), u"Cannot open the table");
-    EXPECT_EQ(LoggedLines(ProcessLogPath()),
-              std::vector<std::string>({"Table:Cannot open the table"}));
-    EXPECT_EQ(m_host.refreshes, 1);
-}
-
-TEST_F(ErrorLogTest, MessageBoxOrLogWithFlagsUsesTheHeadingError) {
     QMessageBoxOrLog(u"Something failed", MB_OK | MB_ICONEXCLAMATION);
     QMessageBoxOrLog(u"Something else failed");
-
     QErrorLog& log = TheErrorLog();
-    ASSERT_EQ(log.GetSize(), 2);
-    EXPECT_EQ(log.ErrorType(0)->Description(), u"Error");
+    ASSERT_EQ(log.GetSize(), 3);
+    EXPECT_EQ(log.ErrorType(0)->Description(), u"Table");
+    EXPECT_EQ(log.Message(0), u"Cannot open the table");
     EXPECT_EQ(log.ErrorType(1)->Description(), u"Error");
+    EXPECT_EQ(log.ErrorType(2)->Description(), u"Error");
+    EXPECT_EQ(LoggedLines(ProcessLogPath()),
+              Lines({"Table:Cannot open the table", "Error:Something failed",
+                     "Error:Something else failed"}));
+    EXPECT_EQ(m_host.refreshes, 3);
+
+    // The statics act on the process's log.
+    QErrorLog::DisplayThePendingMessages(false);
+    EXPECT_EQ(m_host.shownLists.size(), 1u);
+    EXPECT_FALSE(QErrorLog::TheLogHasPendingMessages());
+    QMessageBoxOrLog(u"Third", u"Formula");
+    EXPECT_TRUE(QErrorLog::TheLogHasPendingMessages());
+    QErrorLog::DiscardThePendingMessages();
+    EXPECT_FALSE(QErrorLog::TheLogHasPendingMessages());
+    EXPECT_EQ(m_host.shownLists.size(), 1u);
 }
 
 TEST_F(ErrorLogTest, EvaluatorReportsCanBeSwitchedOff) {
@@ -997,192 +733,116 @@ TEST_F(ErrorLogTest, EvaluatorReportsCanBeSwitchedOff) {
     EXPECT_TRUE(NoEvalReportErrors());
     EXPECT_EQ(QMessageBoxOrLogUnlessNoEvalReportErrors(u"Hidden", u"Formula"), 0);
     EXPECT_FALSE(QErrorLog::TheLogHasPendingMessages());
-
     SetNoEvalReportErrors(false);
     EXPECT_EQ(QMessageBoxOrLogUnlessNoEvalReportErrors(u"Shown", u"Formula"), 1);
     EXPECT_TRUE(QErrorLog::TheLogHasPendingMessages());
 }
 
-TEST_F(ErrorLogTest, StaticsActOnTheProcessLog) {
-    QMessageBoxOrLog(u"First", u"Formula");
-    QMessageBoxOrLog(u"Second", u"Formula");
-    EXPECT_TRUE(QErrorLog::TheLogHasPendingMessages());
-
-    QErrorLog::DisplayThePendingMessages(false);
-    EXPECT_EQ(m_host.shownLists.size(), 1u);
-    EXPECT_FALSE(QErrorLog::TheLogHasPendingMessages());
-
-    QMessageBoxOrLog(u"Third", u"Formula");
-    QErrorLog::DiscardThePendingMessages();
-    EXPECT_FALSE(QErrorLog::TheLogHasPendingMessages());
-    EXPECT_EQ(m_host.shownLists.size(), 1u);
-}
-
-TEST_F(ErrorLogTest, ExceptServerShowsABoxWhenThereIsSomebody) {
-    m_host.answers = {IDCANCEL};
+// A box is shown when somebody can answer it; a server, or a run without a display, logs what
+// it ignores and answers for itself.
+TEST_F(ErrorLogTest, ExceptServerShowsABoxOnlyWhenThereIsSomebody) {
+    m_host.answers = {IDCANCEL, IDYES, IDCANCEL};
     EXPECT_EQ(QMessageBoxExceptServer(u"Save", u"Disk is full", MB_OKCANCEL), IDCANCEL);
-
-    ASSERT_EQ(m_host.boxes.size(), 1u);
+    EXPECT_EQ(QMessageBoxYesNoExceptServer(u"Import", u"Overwrite the table?", IDNO), IDYES);
+    EXPECT_EQ(QMessageBoxYesNoAlwaysCancel(u"Save changes?", IDNO), IDCANCEL);
+    ASSERT_EQ(m_host.boxes.size(), 3u);
     EXPECT_EQ(m_host.boxes[0].text, u"Disk is full");
     EXPECT_EQ(m_host.boxes[0].caption, u"Tester");
     EXPECT_EQ(m_host.boxes[0].flags, MB_OKCANCEL);
+    EXPECT_EQ(m_host.boxes[1].flags, MB_YESNO);
+    EXPECT_EQ(m_host.boxes[2].flags, MB_YESNOCANCEL);
     EXPECT_FALSE(fs::exists(ProcessLogPath()));
-}
 
-TEST_F(ErrorLogTest, ExceptServerLogsOnAServer) {
+    m_host.display = false;
+    EXPECT_EQ(QMessageBoxExceptServer(u"Delete", u"Can't delete file a.txt"), IDOK);
+    m_host.display = true;
     m_app->SetServer(true);
     EXPECT_EQ(QMessageBoxExceptServer(u"Save", u"Disk is full", MB_OKCANCEL | MB_DEFBUTTON2),
               IDCANCEL);
-
-    EXPECT_TRUE(m_host.boxes.empty());
-    EXPECT_EQ(LoggedLines(ProcessLogPath()),
-              std::vector<std::string>({"Server:Ignoring Save: Disk is full"}));
-}
-
-TEST_F(ErrorLogTest, ExceptServerLogsWithoutADisplay) {
-    m_host.display = false;
-    EXPECT_EQ(QMessageBoxExceptServer(u"Delete", u"Can't delete file a.txt"), IDOK);
-
-    EXPECT_TRUE(m_host.boxes.empty());
-    EXPECT_EQ(LoggedLines(ProcessLogPath()),
-              std::vector<std::string>({"Server:Ignoring Delete: Can't delete file a.txt"}));
-}
-
-TEST_F(ErrorLogTest, YesNoExceptServerAnswersWithTheServerAnswer) {
-    m_app->SetServer(true);
     EXPECT_EQ(QMessageBoxYesNoExceptServer(u"Import", u"Overwrite the table?", IDNO), IDNO);
-    EXPECT_EQ(LoggedLines(ProcessLogPath()),
-              std::vector<std::string>({"Server:Ignoring Import: Overwrite the table?"}));
-
-    m_app->SetServer(false);
-    m_host.answers = {IDYES};
-    EXPECT_EQ(QMessageBoxYesNoExceptServer(u"Import", u"Overwrite the table?", IDNO), IDYES);
-    ASSERT_EQ(m_host.boxes.size(), 1u);
-    EXPECT_EQ(m_host.boxes[0].flags, MB_YESNO);
-}
-
-TEST_F(ErrorLogTest, YesNoAlwaysCancelLogsTheAnswerGiven) {
-    m_app->SetServer(true);
     EXPECT_EQ(QMessageBoxYesNoAlwaysCancel(u"Save changes?", IDNO), IDNO);
     EXPECT_EQ(QMessageBoxYesNoAlwaysCancel(u"Save changes?", IDCANCEL), IDCANCEL);
     EXPECT_EQ(QMessageBoxYesNoAlwaysCancel(u"Save changes?", 42), 42);
-
+    EXPECT_EQ(m_host.boxes.size(), 3u);
     EXPECT_EQ(
         LoggedLines(ProcessLogPath()),
-        std::vector<std::string>({"Server:Ignoring: Save changes? [returning No]",
-                                  "Server:Ignoring: Save changes? [returning Cancel]",
-                                  "Server:Ignoring: Save changes? [returning <unknown 42>]"}));
+        Lines({"Server:Ignoring Delete: Can't delete file a.txt",
+               "Server:Ignoring Save: Disk is full", "Server:Ignoring Import: Overwrite the table?",
+               "Server:Ignoring: Save changes? [returning No]",
+               "Server:Ignoring: Save changes? [returning Cancel]",
+               "Server:Ignoring: Save changes? [returning <unknown 42>]"}));
 }
 
-TEST_F(ErrorLogTest, YesNoAlwaysCancelAsksWithThreeButtons) {
-    m_host.answers = {IDCANCEL};
-    EXPECT_EQ(QMessageBoxYesNoAlwaysCancel(u"Save changes?", IDNO), IDCANCEL);
-    ASSERT_EQ(m_host.boxes.size(), 1u);
-    EXPECT_EQ(m_host.boxes[0].flags, MB_YESNOCANCEL);
-}
-
-// --- Translation --------------------------------------------------------------------------------
-
-class ErrorLogTranslationTest : public ErrorLogTest {
-protected:
-    void SetUp() override {
-        ErrorLogTest::SetUp();
-        const fs::path file = m_folder / "translations_de.txt";
-        WriteBytes(file,
-                   "Cannot open\t\tKann nicht \xC3\xB6"
-                   "ffnen\t^Message box$\tc\n"
-                   "Cannot open\t\tFALSCH\t^Dialog item$\tc\n"
-                   "Trouble\t\t\xC3\x84rger\t^Message box$\tc\n"
-                   "Trouble\t\tFALSCH\t^Dialog item$\tc\n"
-                   "Ignoring %s: %s\t\tIgnoriere %s: %s\t^Message box \\(function,prompt\\)$\tc\n"
-                   "Ignoring %s: %s\t\tFALSCH %s %s\t^Message box$\tc\n");
-        SwitchToTranslationFile(PathText(file), true, false);
-    }
-    void TearDown() override {
-        SwitchToTranslationFile(CString(), true, false);
-        ErrorLogTest::TearDown();
-    }
-};
-
-TEST_F(ErrorLogTranslationTest, MessageAndHeadingAreTranslatedAsMessageBoxText) {
+// Messages and headings are translated as message box texts, unless translated already.
+TEST_F(ErrorLogTest, ReportsAreTranslatedInTheirContext) {
+    const fs::path file = m_root / "translations_de.txt";
+    WriteText(file, "Cannot open\t\tKann nicht \xC3\xB6"
+                    "ffnen\t^Message box$\tc\n"
+                    "Cannot open\t\tFALSCH\t^Dialog item$\tc\n"
+                    "Trouble\t\t\xC3\x84rger\t^Message box$\tc\n"
+                    "Trouble\t\tFALSCH\t^Dialog item$\tc\n"
+                    "Ignoring %s: %s\t\tIgnoriere %s: %s\t^Message box \\(function,prompt\\)$\tc\n"
+                    "Ignoring %s: %s\t\tFALSCH %s %s\t^Message box$\tc\n");
+    SwitchToTranslationFile(PathText(file), true, false);
     QMessageBoxOrLog(u"Cannot open", u"Trouble");
-
-    QErrorLog& log = TheErrorLog();
-    ASSERT_EQ(log.GetSize(), 1);
-    EXPECT_EQ(log.ErrorType(0)->Description(), u"\u00C4rger");
-    EXPECT_EQ(log.Message(0), u"Kann nicht \u00F6ffnen");
-}
-
-TEST_F(ErrorLogTranslationTest, AlreadyTranslatedTextIsLeftAlone) {
     QMessageBoxOrLog(u"Cannot open", u"Trouble", true);
-
-    QErrorLog& log = TheErrorLog();
-    ASSERT_EQ(log.GetSize(), 1);
-    EXPECT_EQ(log.ErrorType(0)->Description(), u"Trouble");
-    EXPECT_EQ(log.Message(0), u"Cannot open");
-}
-
-TEST_F(ErrorLogTranslationTest, ServerIgnoringTextIsTranslatedInItsContext) {
     m_app->SetServer(true);
     QMessageBoxExceptServer(u"Save", u"Disk is full");
-    EXPECT_EQ(LoggedLines(ProcessLogPath()),
-              std::vector<std::string>({"Server:Ignoriere Save: Disk is full"}));
+    SwitchToTranslationFile(CString(), true, false);
+
+    QErrorLog& log = TheErrorLog();
+    ASSERT_EQ(log.GetSize(), 2);
+    EXPECT_EQ(log.ErrorType(0)->Description(), u"\u00C4rger");
+    EXPECT_EQ(log.Message(0), u"Kann nicht \u00F6ffnen");
+    EXPECT_EQ(log.ErrorType(1)->Description(), u"Trouble");
+    EXPECT_EQ(log.Message(1), u"Cannot open");
+    EXPECT_EQ(LoggedLines(ProcessLogPath()).back(), "Server:Ignoriere Save: Disk is full");
 }
 
-// --- Exception messages -------------------------------------------------------------------------
+// --- Exceptions
+// -----------------------------------------------------------------------------------
 
-TEST(ErrorMessageTest, TheExceptionsOwnText) {
+TEST(ErrorMessageTest, IsTheExceptionsOwnTextCutToTheBuffer) {
     EXPECT_EQ(ErrorMessage(CException("Disk is full")), u"Disk is full");
     EXPECT_EQ(ErrorMessage(InvalidArgumentException("QArray::GetAt")),
               u"Invalid argument: QArray::GetAt");
-}
-
-TEST(ErrorMessageTest, CutToTheBuffer) {
-    const CString message = ErrorMessage(CException(std::string(600, 'x')));
-    EXPECT_EQ(message, CString(u'x', 511));
-}
-
-TEST(ErrorMessageTest, EmptyWhenTheExceptionGivesNone) {
+    EXPECT_EQ(ErrorMessage(CException(std::string(600, 'x'))), CString(u'x', 511));
     EXPECT_TRUE(ErrorMessage(ExceptionDescr("pipe.cpp", 12)).IsEmpty());
     EXPECT_TRUE(ErrorMessage(ExceptionDescr("pipe.cpp", 12, 5L)).IsEmpty());
     EXPECT_EQ(ErrorMessage(ExceptionDescr("pipe.cpp", 12, u"STDOUT Pipe creation")),
               u"STDOUT Pipe creation");
 }
 
-// --- ExceptionDescr -----------------------------------------------------------------------------
-
-TEST(ExceptionDescrTest, FourConstructors) {
-    const ExceptionDescr where("shell.cpp", 10);
-    EXPECT_EQ(where.File(), "shell.cpp");
+TEST(ExceptionDescrTest, HasADescriptionOrACodeOnlyWhenGivenOne) {
+    std::string file = "shell.cpp";
+    const ExceptionDescr where(file.c_str(), 10);
+    file = "second.cpp";
+    EXPECT_EQ(where.File(), "shell.cpp") << "its own copy of the file name";
     EXPECT_EQ(where.Line(), 10);
     EXPECT_FALSE(where.HasDescription());
     EXPECT_FALSE(where.HasCode());
-
     const ExceptionDescr described("shell.cpp", 11, u"STDOUT Pipe creation");
     EXPECT_TRUE(described.HasDescription());
-    EXPECT_EQ(described.Description(), u"STDOUT Pipe creation");
     EXPECT_FALSE(described.HasCode());
-
     const ExceptionDescr coded("shell.cpp", 12, 109L);
     EXPECT_FALSE(coded.HasDescription());
     EXPECT_TRUE(coded.HasCode());
     EXPECT_EQ(coded.Code(), 109);
-
     const ExceptionDescr both("shell.cpp", 13, u"Read from pipe", 232L);
-    EXPECT_EQ(both.Line(), 13);
+    EXPECT_TRUE(both.HasDescription());
+    EXPECT_TRUE(both.HasCode());
     EXPECT_EQ(both.Description(), u"Read from pipe");
     EXPECT_EQ(both.Code(), 232);
 }
 
-TEST(ExceptionDescrTest, KeepsItsOwnCopyOfTheFileName) {
-    std::string file = "first.cpp";
-    const ExceptionDescr failure(file.c_str(), 1);
-    file = "second.cpp";
-    EXPECT_EQ(failure.File(), "first.cpp");
-}
-
+// When asked for, a throw tells the debug output where first, the file name cut at 256.
 TEST(ExceptionDescrTest, ThrowTellsTheDebugOutputWhereFirst) {
-    ::setenv("KEEL_DEBUG_OUTPUT", "1", 1);
+    test::ScopedEnvironment environment("KEEL_DEBUG_OUTPUT", nullptr);
+    testing::internal::CaptureStderr();
+    EXPECT_THROW(ThrowExceptionDescr("pipe.cpp", 1), ExceptionDescr);
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
+
+    environment.Set("KEEL_DEBUG_OUTPUT", "1");
     testing::internal::CaptureStderr();
     try {
         ThrowExceptionDescr("pipe.cpp", 42, u"STDOUT Pipe creation");
@@ -1192,65 +852,37 @@ TEST(ExceptionDescrTest, ThrowTellsTheDebugOutputWhereFirst) {
         EXPECT_EQ(failure.Line(), 42);
         EXPECT_EQ(failure.Description(), u"STDOUT Pipe creation");
     }
-    const std::string output = testing::internal::GetCapturedStderr();
-    ::unsetenv("KEEL_DEBUG_OUTPUT");
-    EXPECT_EQ(output, "==> Throw at pipe.cpp 42\n");
-}
-
-TEST(ExceptionDescrTest, ThrowLocationCutsTheFileNameAt256) {
-    ::setenv("KEEL_DEBUG_OUTPUT", "1", 1);
     const std::string file(300, 'f');
-    testing::internal::CaptureStderr();
     EXPECT_THROW(ThrowExceptionDescr(file.c_str(), 7, 3L), ExceptionDescr);
-    const std::string output = testing::internal::GetCapturedStderr();
-    ::unsetenv("KEEL_DEBUG_OUTPUT");
-    EXPECT_EQ(output, "==> Throw at " + std::string(256, 'f') + " 7\n");
+    EXPECT_EQ(testing::internal::GetCapturedStderr(),
+              "==> Throw at pipe.cpp 42\n==> Throw at " + std::string(256, 'f') + " 7\n");
 }
 
-TEST(ExceptionDescrTest, NoDebugOutputUnlessAskedFor) {
-    ::unsetenv("KEEL_DEBUG_OUTPUT");
-    testing::internal::CaptureStderr();
-    EXPECT_THROW(ThrowExceptionDescr("pipe.cpp", 1), ExceptionDescr);
-    EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
-}
+// --- Floating point
+// -------------------------------------------------------------------------------
 
-// --- Floating point -----------------------------------------------------------------------------
-
-struct FPMessageCase {
-    int raised;
-    const char16_t* message;
-};
-
-const FPMessageCase kFPMessageCases[] = {
-    {0, u""},
-    {FE_DIVBYZERO, u"division by zero"},
-    {FE_INEXACT | FE_DIVBYZERO, u"result was not exact, division by zero"},
-    {FE_INEXACT, u"result was not exact"},
-    {FE_UNDERFLOW, u"result was too small"},
-    {FE_OVERFLOW | FE_INEXACT, u"result was not exact, result was too big"},
-    {FE_INVALID, u"result was not a number"},
-    {FE_ALL_EXCEPT,
-     u"result was not exact, result was too small, result was too big, division by zero, result "
-     u"was not a number"},
-};
-
-TEST(FPExceptionMessageTest, ListsTheRaisedFaultsInOrder) {
-    for (const FPMessageCase& c : kFPMessageCases) {
+TEST(FPExceptionMessageTest, ListsTheRaisedFaultsInOrderAndClearsThem) {
+    const struct {
+        int raised;
+        const char16_t* message;
+    } cases[] = {
+        {0, u""},
+        {FE_DIVBYZERO, u"division by zero"},
+        {FE_INEXACT | FE_DIVBYZERO, u"result was not exact, division by zero"},
+        {FE_INEXACT, u"result was not exact"},
+        {FE_UNDERFLOW, u"result was too small"},
+        {FE_OVERFLOW | FE_INEXACT, u"result was not exact, result was too big"},
+        {FE_INVALID, u"result was not a number"},
+        {FE_ALL_EXCEPT, u"result was not exact, result was too small, result was too big, "
+                        u"division by zero, result was not a number"},
+    };
+    for (const auto& c : cases) {
         std::feclearexcept(FE_ALL_EXCEPT);
         std::feraiseexcept(c.raised);
         EXPECT_EQ(FPExceptionMessage(), c.message) << "raised " << c.raised;
+        EXPECT_EQ(FPExceptionMessage(), u"") << "raised " << c.raised;
+        EXPECT_EQ(ReadFPStatus(), 0u);
     }
-}
-
-TEST(FPExceptionMessageTest, ClearsWhatItReported) {
-    std::feclearexcept(FE_ALL_EXCEPT);
-    std::feraiseexcept(FE_DIVBYZERO);
-    EXPECT_EQ(FPExceptionMessage(), u"division by zero");
-    EXPECT_EQ(FPExceptionMessage(), u"");
-    EXPECT_EQ(ReadFPStatus(), 0u);
-}
-
-TEST(FPExceptionMessageTest, ReportsARealDivisionByZero) {
     const QFPExceptions guard(true);
     volatile double numerator = 1.0;
     volatile double zero = 0.0;
@@ -1259,38 +891,32 @@ TEST(FPExceptionMessageTest, ReportsARealDivisionByZero) {
     EXPECT_EQ(FPExceptionMessage(), u"division by zero");
 }
 
-TEST(FPControlWordTest, StartsMaskedAndChangesOnlyItsBits) {
+// The control word starts masked; the setters change only its bits, unmask all or the three
+// serious faults, and clear the status.
+TEST(FPControlWordTest, TheSettersChangeOnlyTheirBitsAndClearTheStatus) {
     EXPECT_EQ(GetFPExceptionsControlWordBits(), FP_EXCEPTION_BITS);
     EXPECT_FALSE(GetFPExceptions());
     EXPECT_FALSE(GetFPExceptionsSimple());
-
     SetFPExceptionsControlWordBits(0xFFFFFFFFu);
     EXPECT_EQ(GetFPExceptionsControlWordBits(), 0x8001Fu);
     SetFPExceptionsControlWordBits(0x10u);
     EXPECT_EQ(GetFPExceptionsControlWordBits(), 0x10u);
     EXPECT_FALSE(GetFPExceptions());
-    SetFPExceptionsControlWordBits(FP_EXCEPTION_BITS);
-}
 
-TEST(FPControlWordTest, SetFPExceptionsUnmasksOrMasksAllAndClearsTheStatus) {
     std::feraiseexcept(FE_OVERFLOW);
     SetFPExceptions(true);
     EXPECT_EQ(GetFPExceptionsControlWordBits(), 0u);
     EXPECT_TRUE(GetFPExceptions());
     EXPECT_TRUE(GetFPExceptionsSimple());
     EXPECT_EQ(ReadFPStatus(), 0u);
-
     SetFPExceptions(false);
     EXPECT_EQ(GetFPExceptionsControlWordBits(), FP_EXCEPTION_BITS);
     EXPECT_FALSE(GetFPExceptions());
-}
 
-TEST(FPControlWordTest, SimpleUnmasksTheThreeSeriousFaults) {
     SetFPExceptionsSimple(true);
     EXPECT_EQ(GetFPExceptionsControlWordBits(), 0x80003u);
     EXPECT_TRUE(GetFPExceptionsSimple());
     EXPECT_FALSE(GetFPExceptions());
-
     SetFPExceptionsSimple(false);
     EXPECT_EQ(GetFPExceptionsControlWordBits(), FP_EXCEPTION_BITS);
 }

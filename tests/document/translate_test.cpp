@@ -1,3 +1,5 @@
+#include "tests/support/tempfolder.h"
+
 #include "keel/document/errorlog.h"
 #include "keel/document/translate.h"
 #include "keel/platform/registry.h"
@@ -5,14 +7,10 @@
 
 #include <atomic>
 #include <cstdio>
-#include <cstdlib>
 #include <filesystem>
-#include <fstream>
 #include <gtest/gtest.h>
-#include <iterator>
 #include <string>
 #include <thread>
-#include <unistd.h>
 #include <vector>
 
 namespace keel {
@@ -21,15 +19,6 @@ namespace {
 namespace fs = std::filesystem;
 
 const fs::path c_fixtures = fs::path(KEEL_TEST_DATA) / "translations";
-
-std::string ReadBytes(const fs::path& path) {
-    std::ifstream in(path, std::ios::binary);
-    return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
-}
-
-void WriteBytes(const fs::path& path, const std::string& bytes) {
-    std::ofstream(path, std::ios::binary) << bytes;
-}
 
 CString PathText(const fs::path& path) {
     return CString::FromUtf8(path.string());
@@ -53,16 +42,12 @@ struct Report {
 
 // Each test starts with no translation file, every switch off, a fresh folder as home, and an
 // empty list of pending errors.
-class TranslateTest : public testing::Test {
+class TranslateTest : public test::TempFolderTest {
 protected:
     void SetUp() override {
-        m_folder = fs::temp_directory_path() /
-                   ("keel-translate-" + std::to_string(::getpid()) + "-" +
-                    testing::UnitTest::GetInstance()->current_test_info()->name());
-        fs::remove_all(m_folder);
-        fs::create_directories(m_folder);
+        TempFolderTest::SetUp();
         for (const char* variable : {"HOME", "XDG_CONFIG_HOME", "XDG_DATA_HOME"})
-            ::setenv(variable, m_folder.c_str(), 1);
+            m_environment.Set(variable, m_root.string());
         SetUIServices(&m_host);
         ResetSwitches();
         SwitchToTranslationFile(CString(), true, false);
@@ -74,7 +59,7 @@ protected:
         SwitchToTranslationFile(CString(), true, false);
         TheErrorLog().DiscardPendingMessages();
         SetUIServices(nullptr);
-        fs::remove_all(m_folder);
+        TempFolderTest::TearDown();
     }
 
     static void ResetSwitches() {
@@ -85,15 +70,14 @@ protected:
 
     // A copy of a fixture in the test's folder, so that saving never touches the fixture.
     fs::path Copy(const char* fixture) {
-        const fs::path copy = m_folder / fixture;
+        const fs::path copy = m_root / fixture;
         fs::copy_file(c_fixtures / fixture, copy, fs::copy_options::overwrite_existing);
         return copy;
     }
 
     fs::path Write(const char* name, const std::string& bytes) {
-        const fs::path path = m_folder / name;
-        WriteBytes(path, bytes);
-        return path;
+        test::WriteText(m_root / name, bytes);
+        return m_root / name;
     }
 
     static void SwitchTo(const fs::path& path) {
@@ -108,7 +92,7 @@ protected:
         return reports;
     }
 
-    fs::path m_folder;
+    test::ScopedEnvironment m_environment;
     QuietHost m_host;
 };
 
@@ -146,32 +130,30 @@ std::vector<std::u16string> TableContents() {
 
 // --- Escapes of the file ----------------------------------------------------------------------
 
-struct EscapeCase {
-    const char16_t* text;
-    const char16_t* escaped;
-};
-
-class EscapeTest : public testing::TestWithParam<EscapeCase> {};
-
-TEST_P(EscapeTest, WritesTheEscapedFormAndReadsItBack) {
-    const EscapeCase& c = GetParam();
-    EXPECT_EQ(Translator::EscapeText(c.text), CString(c.escaped));
-    EXPECT_EQ(Translator::UnescapeText(c.escaped), CString(c.text));
-}
-
-INSTANTIATE_TEST_SUITE_P(
-    Cases, EscapeTest,
-    testing::Values(EscapeCase{u"", u""}, EscapeCase{u"plain text", u"plain text"},
-                    EscapeCase{u"a\tb", u"a\\tb"}, EscapeCase{u"one\ntwo\r", u"one\\ntwo\\r"},
-                    EscapeCase{u"\r\n", u"\\r\\n"},
-                    // A backslash stays single unless it would start an escape.
-                    EscapeCase{u"\\d+\\.\\s*", u"\\d+\\.\\s*"}, EscapeCase{u"end\\", u"end\\"},
-                    EscapeCase{u"C:\\temp", u"C:\\\\temp"}, EscapeCase{u"\\n", u"\\\\n"},
-                    EscapeCase{u"\\r", u"\\\\r"}, EscapeCase{u"\\\\", u"\\\\\\"},
-                    EscapeCase{u"\\\t", u"\\\\\\t"}, EscapeCase{u"\\\n", u"\\\\\\n"},
-                    EscapeCase{u"\\x\\", u"\\x\\"}));
-
-TEST(Escape, AnyBackslashThatStartsNoEscapeIsReadAsItself) {
+TEST(Escape, WritesTheEscapedFormAndReadsItBack) {
+    const struct {
+        const char16_t* text;
+        const char16_t* escaped;
+    } cases[] = {{u"", u""},
+                 {u"plain text", u"plain text"},
+                 {u"a\tb", u"a\\tb"},
+                 {u"one\ntwo\r", u"one\\ntwo\\r"},
+                 {u"\r\n", u"\\r\\n"},
+                 // A backslash stays single unless it would start an escape.
+                 {u"\\d+\\.\\s*", u"\\d+\\.\\s*"},
+                 {u"end\\", u"end\\"},
+                 {u"C:\\temp", u"C:\\\\temp"},
+                 {u"\\n", u"\\\\n"},
+                 {u"\\r", u"\\\\r"},
+                 {u"\\\\", u"\\\\\\"},
+                 {u"\\\t", u"\\\\\\t"},
+                 {u"\\\n", u"\\\\\\n"},
+                 {u"\\x\\", u"\\x\\"}};
+    for (const auto& c : cases) {
+        EXPECT_EQ(Translator::EscapeText(c.text), CString(c.escaped)) << CString(c.text).ToUtf8();
+        EXPECT_EQ(Translator::UnescapeText(c.escaped), CString(c.text));
+    }
+    // Any backslash that starts no escape is read as itself.
     EXPECT_EQ(Translator::UnescapeText(u"\\q\\"), CString(u"\\q\\"));
     EXPECT_EQ(Translator::UnescapeText(u"\\\\t"), CString(u"\\t"));
     EXPECT_EQ(Translator::UnescapeText(u"\\\\\\t"), CString(u"\\\t"));
@@ -200,32 +182,31 @@ TEST(Escape, UnescapingTheEscapedFormGivesBackEveryText) {
     EXPECT_EQ(checked, 8 + 64 + 512 + 4096 + 32768);
 }
 
-// --- Format conversions -------------------------------------------------------------------------
-
-struct FormatCase {
-    const char16_t* format;
-    int count;
-};
-
-class CountFormatSpecifiersTest : public testing::TestWithParam<FormatCase> {};
-
-TEST_P(CountFormatSpecifiersTest, CountsAsPrintfReads) {
-    EXPECT_EQ(CountFormatSpecifiers(GetParam().format), GetParam().count)
-        << CString(GetParam().format).ToUtf8();
+TEST(CountFormatSpecifiers, CountsAsPrintfReads) {
+    const std::pair<const char16_t*, int> cases[] = {
+        {u"", 0},
+        {u"no conversions", 0},
+        {u"%s", 1},
+        {u"%%", 0},
+        {u"100%%", 0},
+        {u"%d%%", 1},
+        {u"%%s", 0},
+        {u"%%%s", 1},
+        {u"%-8.2f", 1},
+        {u"%*d|%.*s|%*.*g", 3},
+        {u"%ld %lld %I64d %hs %ls %zu", 6},
+        {u"%1$s %2$d", 2},
+        {u"%08x %#o %+d %'d", 4},
+        {u"%c%C%S%p%n%X%e%E%G%a%A%u%i%F", 14},
+        // printf reads "% o" as an octal conversion with the blank flag.
+        {u"50% off", 1},
+        // Nothing to convert: a "%" at the end, or before an unknown letter.
+        {u"100%", 0},
+        {u"%y and %k", 0},
+        {u"%5", 0}};
+    for (const auto& [format, count] : cases)
+        EXPECT_EQ(CountFormatSpecifiers(format), count) << CString(format).ToUtf8();
 }
-
-INSTANTIATE_TEST_SUITE_P(
-    Cases, CountFormatSpecifiersTest,
-    testing::Values(FormatCase{u"", 0}, FormatCase{u"no conversions", 0}, FormatCase{u"%s", 1},
-                    FormatCase{u"%%", 0}, FormatCase{u"100%%", 0}, FormatCase{u"%d%%", 1},
-                    FormatCase{u"%%s", 0}, FormatCase{u"%%%s", 1}, FormatCase{u"%-8.2f", 1},
-                    FormatCase{u"%*d|%.*s|%*.*g", 3}, FormatCase{u"%ld %lld %I64d %hs %ls %zu", 6},
-                    FormatCase{u"%1$s %2$d", 2}, FormatCase{u"%08x %#o %+d %'d", 4},
-                    FormatCase{u"%c%C%S%p%n%X%e%E%G%a%A%u%i%F", 14},
-                    // printf reads "% o" as an octal conversion with the blank flag.
-                    FormatCase{u"50% off", 1},
-                    // Nothing to convert: a "%" at the end, or before an unknown letter.
-                    FormatCase{u"100%", 0}, FormatCase{u"%y and %k", 0}, FormatCase{u"%5", 0}));
 
 // --- Looking up ---------------------------------------------------------------------------------
 
@@ -237,33 +218,45 @@ TEST_F(TranslateTest, WithoutAFileEveryTextIsItsOwnTranslation) {
     EXPECT_EQ(Translator::TheTranslator().GetCount(), 0);
 }
 
-TEST_F(TranslateTest, ASingleTranslationIsFound) {
+// The qualifier keeps apart the meanings of one text; the contexts choose among its translations,
+// the first pattern that matches winning, and with one match its pattern is not looked at.
+TEST_F(TranslateTest, TheFileGivesEachTextInItsContextItsTranslation) {
     SwitchTo(Copy("translations_fr.txt"));
     EXPECT_TRUE(AreTranslationsEnabled());
-    EXPECT_EQ(T(u"Open"), CString(u"Ouvrir"));
-    EXPECT_EQ(T(u"Save", u"Ribbon control label"), CString(u"Enregistrer"));
-    EXPECT_EQ(T(u"Cannot open %s"), CString(u"Impossible d'ouvrir %s"));
-    EXPECT_EQ(T(u"%d%% done"), CString(u"%d%% termin\u00e9"));
-    EXPECT_TRUE(Reports().empty());
-}
-
-TEST_F(TranslateTest, WithOneMatchItsPatternIsNotLookedAt) {
-    SwitchTo(Copy("translations_fr.txt"));
-    EXPECT_EQ(RecordOf(u"Print").m_matches[0].m_contextPattern, CString(u"Menu"));
-    for (const char16_t* context : {u"Menu", u"Status bar", u"", u"Message box (fileName)"})
-        EXPECT_EQ(T(u"Print", context), CString(u"Imprimer")) << CString(context).ToUtf8();
+    const struct {
+        const char16_t* text;
+        const char16_t* qualifier;
+        const char16_t* context;
+        const char16_t* translation;
+    } cases[] = {
+        {u"Open", u"", u"Message box", u"Ouvrir"},
+        {u"Save", u"", u"Ribbon control label", u"Enregistrer"},
+        {u"Cannot open %s", u"", u"Message box", u"Impossible d'ouvrir %s"},
+        {u"%d%% done", u"", u"Message box", u"%d%% termin\u00e9"},
+        {u"Print", u"", u"Menu", u"Imprimer"},
+        {u"Print", u"", u"Status bar", u"Imprimer"},
+        {u"Print", u"", u"", u"Imprimer"},
+        {u"Print", u"", u"Message box (fileName)", u"Imprimer"},
+        {u"Close", u"", u"Dialog item", u"Fermer"},
+        {u"Close", u"", u"Message box (fileName)", u"Fermeture"},
+        {u"Close", u"", u"Status bar", u"Clore"},
+        {u"Item", u"", u"Quantity 12", u"\u00c9l\u00e9ment"},
+        {u"Item", u"", u"Friendly page combo value", u"Article"},
+        {u"Spring", u"season", u"Value type name", u"Printemps"},
+        {u"Spring", u"coil", u"Value type name", u"Ressort"},
+        {u"Spring", u"", u"Value type name", u"Spring"},
+        {u"Line one\nLine two", u"", u"Message box", u"Ligne un\nLigne deux"},
+        {u"Name\tValue", u"", u"Message box", u"Nom\tValeur"},
+        {u"Folder C:\\temp", u"", u"Message box", u"Dossier C:\\temp"},
+    };
+    for (const auto& c : cases)
+        EXPECT_EQ(TranslateString(c.text, c.qualifier, c.context), CString(c.translation))
+            << CString(c.text).ToUtf8() << " in " << CString(c.context).ToUtf8();
     EXPECT_EQ(RecordOf(u"Print").m_matches.GetCount(), 1);
-}
-
-TEST_F(TranslateTest, ContextsChooseAmongTheTranslationsOfOneText) {
-    SwitchTo(Copy("translations_fr.txt"));
-    EXPECT_EQ(T(u"Close", u"Dialog item"), CString(u"Fermer"));
-    EXPECT_EQ(T(u"Close", u"Message box (fileName)"), CString(u"Fermeture"));
-    EXPECT_EQ(T(u"Close", u"Status bar"), CString(u"Clore"));
-    // The first pattern that matches wins.
-    EXPECT_EQ(T(u"Item", u"Quantity 12"), CString(u"\u00c9l\u00e9ment"));
-    EXPECT_EQ(T(u"Item", u"Friendly page combo value"), CString(u"Article"));
+    EXPECT_EQ(RecordOf(u"Print").m_matches[0].m_contextPattern, CString(u"Menu"));
+    EXPECT_EQ(RecordOf(u"Item").m_matches[0].m_contextPattern, CString(u"Quantity \\d+"));
     EXPECT_FALSE(Translator::TheTranslator().IsModified());
+    EXPECT_TRUE(Reports().empty());
 }
 
 TEST_F(TranslateTest, AContextThatNoPatternMatchesAddsADefaultTranslation) {
@@ -285,21 +278,6 @@ TEST_F(TranslateTest, AContextThatNoPatternMatchesAddsADefaultTranslation) {
     EXPECT_EQ(T(u"Close", u"Dialog item"), CString(u"Fermer"));
 }
 
-TEST_F(TranslateTest, TheQualifierKeepsApartTheMeaningsOfOneText) {
-    SwitchTo(Copy("translations_fr.txt"));
-    EXPECT_EQ(TranslateString(u"Spring", u"season", u"Value type name"), CString(u"Printemps"));
-    EXPECT_EQ(TranslateString(u"Spring", u"coil", u"Value type name"), CString(u"Ressort"));
-    EXPECT_EQ(TranslateString(u"Spring", u"", u"Value type name"), CString(u"Spring"));
-}
-
-TEST_F(TranslateTest, EscapedTextsAreReadBack) {
-    SwitchTo(Copy("translations_fr.txt"));
-    EXPECT_EQ(T(u"Line one\nLine two"), CString(u"Ligne un\nLigne deux"));
-    EXPECT_EQ(T(u"Name\tValue"), CString(u"Nom\tValeur"));
-    EXPECT_EQ(T(u"Folder C:\\temp"), CString(u"Dossier C:\\temp"));
-    EXPECT_EQ(RecordOf(u"Item").m_matches[0].m_contextPattern, CString(u"Quantity \\d+"));
-}
-
 TEST_F(TranslateTest, AnEmptyTextIsReturnedAtOnceAndNeverEntersTheFile) {
     const fs::path path = Copy("translations_fr.txt");
     SwitchTo(path);
@@ -311,7 +289,7 @@ TEST_F(TranslateTest, AnEmptyTextIsReturnedAtOnceAndNeverEntersTheFile) {
     EXPECT_EQ(TableContents(), before);
     EXPECT_FALSE(Translator::TheTranslator().IsModified());
     ASSERT_TRUE(SaveTranslationFile());
-    EXPECT_EQ(ReadBytes(path), ReadBytes(c_fixtures / "translations_fr.txt"));
+    EXPECT_EQ(test::ReadText(path), test::ReadText(c_fixtures / "translations_fr.txt"));
 }
 
 TEST_F(TranslateTest, TranslatingWhileDisabledLeavesTheTableUnchanged) {
@@ -321,10 +299,9 @@ TEST_F(TranslateTest, TranslatingWhileDisabledLeavesTheTableUnchanged) {
 
     EXPECT_FALSE(DisableTranslations(true));
     EXPECT_FALSE(AreTranslationsEnabled());
-    EXPECT_EQ(T(u"Open"), CString(u"Open"));
-    EXPECT_EQ(T(u"A text never seen"), CString(u"A text never seen"));
+    for (const char16_t* text : {u"Open", u"A text never seen", u"Too many %s"})
+        EXPECT_EQ(T(text), CString(text));
     EXPECT_EQ(T(u"Close", u"Ribbon panel label"), CString(u"Close"));
-    EXPECT_EQ(T(u"Too many %s"), CString(u"Too many %s"));
     EXPECT_EQ(TableContents(), before);
     EXPECT_FALSE(Translator::TheTranslator().IsModified());
     EXPECT_TRUE(Reports().empty());
@@ -353,56 +330,47 @@ TEST_F(TranslateTest, AnUnknownTextIsAddedOnlyWhenFileUpdatesAreEnabled) {
 
 // --- The format check ---------------------------------------------------------------------------
 
-TEST_F(TranslateTest, ATranslationWithAConversionMoreIsReportedAndTheOriginalUsed) {
-    const fs::path path = Copy("translations_fr.txt");
-    SwitchTo(path);
+const CString c_tooMany = u"Invalid translation - wrong number of format specifiers:\n\tTrop de "
+                          u"%s et de %s\nWhen translating\n\tToo many %s\n";
+
+// A translation with a conversion more or less than its text is reported, once, under the
+// heading "Translation", and the original is used.
+TEST_F(TranslateTest, ATranslationWithAnotherCountOfConversionsIsReported) {
+    SwitchTo(Copy("translations_fr.txt"));
+    const QTString text(u"Too many %s", u"Message box (what)");
+    for (int i = 0; i < 3; ++i)
+        EXPECT_EQ(CString(text), CString(u"Too many %s"));
     EXPECT_EQ(T(u"Too many %s"), CString(u"Too many %s"));
-    const std::vector<Report> reports = Reports();
+    std::vector<Report> reports = Reports();
     ASSERT_EQ(reports.size(), 1u);
     EXPECT_EQ(reports[0].heading, CString(u"Translation"));
-    EXPECT_EQ(reports[0].message, CString(u"Invalid translation - wrong number of format "
-                                          u"specifiers:\n\tTrop de %s et de %s\nWhen "
-                                          u"translating\n\tToo many %s\n"));
-}
+    EXPECT_EQ(reports[0].message, c_tooMany);
 
-TEST_F(TranslateTest, ATranslationWithAConversionLessIsReportedToo) {
+    TheErrorLog().DiscardPendingMessages();
     SwitchTo(Write("translations_x.txt", "Copy %d of %d\t\tCopie %d\n"));
     EXPECT_EQ(T(u"Copy %d of %d"), CString(u"Copy %d of %d"));
     EXPECT_EQ(Reports().size(), 1u);
 }
 
-TEST_F(TranslateTest, AQTStringWithABadTranslationReportsOnce) {
-    SwitchTo(Copy("translations_fr.txt"));
-    const QTString text(u"Too many %s", u"Message box (what)");
-    for (int i = 0; i < 3; ++i)
-        EXPECT_EQ(CString(text), CString(u"Too many %s"));
-    EXPECT_EQ(Reports().size(), 1u);
-}
-
 // The report of a bad translation is translated itself; when its own translation is bad as
 // well, the report falls back to English instead of reporting again.
-TEST_F(TranslateTest, AReportWhoseOwnTranslationIsBadFallsBackWithoutRecursion) {
-    SwitchTo(Write("translations_x.txt",
-                   "Too many %s\t\tTrop de %s et de %s\n"
-                   "Invalid translation - wrong number of format specifiers:\\n\\t%s\\nWhen "
-                   "translating\\n\\t%s\\n\t\tTraduction invalide : %s\n"
-                   "Translation\t\tTraduction\n"));
+TEST_F(TranslateTest, TheReportIsTranslatedUnlessItsOwnTranslationIsBad) {
+    const std::string report = "Invalid translation - wrong number of format specifiers:\\n\\t%s"
+                               "\\nWhen translating\\n\\t%s\\n\t\t";
+    SwitchTo(Write("translations_x.txt", "Too many %s\t\tTrop de %s et de %s\n" + report +
+                                             "Traduction invalide : %s\n"
+                                             "Translation\t\tTraduction\n"));
     EXPECT_EQ(T(u"Too many %s"), CString(u"Too many %s"));
-    const std::vector<Report> reports = Reports();
+    std::vector<Report> reports = Reports();
     ASSERT_EQ(reports.size(), 1u);
     EXPECT_EQ(reports[0].heading, CString(u"Traduction"));
-    EXPECT_EQ(reports[0].message, CString(u"Invalid translation - wrong number of format "
-                                          u"specifiers:\n\tTrop de %s et de %s\nWhen "
-                                          u"translating\n\tToo many %s\n"));
-}
+    EXPECT_EQ(reports[0].message, c_tooMany);
 
-TEST_F(TranslateTest, AGoodTranslationOfTheReportIsUsed) {
-    SwitchTo(Write("translations_x.txt",
-                   "Too many %s\t\tTrop de %s et de %s\n"
-                   "Invalid translation - wrong number of format specifiers:\\n\\t%s\\nWhen "
-                   "translating\\n\\t%s\\n\t\tTraduction invalide %s de %s\n"));
+    TheErrorLog().DiscardPendingMessages();
+    SwitchTo(Write("translations_y.txt", "Too many %s\t\tTrop de %s et de %s\n" + report +
+                                             "Traduction invalide %s de %s\n"));
     EXPECT_EQ(T(u"Too many %s"), CString(u"Too many %s"));
-    const std::vector<Report> reports = Reports();
+    reports = Reports();
     ASSERT_EQ(reports.size(), 1u);
     EXPECT_EQ(reports[0].message,
               CString(u"Traduction invalide Trop de %s et de %s de Too many %s"));
@@ -410,64 +378,44 @@ TEST_F(TranslateTest, AGoodTranslationOfTheReportIsUsed) {
 
 // --- Partial translations -----------------------------------------------------------------------
 
-class PartialTranslationTest : public TranslateTest {
-protected:
-    void SetUp() override {
-        TranslateTest::SetUp();
-        SwitchTo(Write("translations_partial.txt", "<Special>\t<FriendlyName>\tFran\xc3\xa7"
-                                                   "ais\n"
-                                                   "Save\t\tEnregistrer\n"
-                                                   "Save the drawing\t\tEnregistrer le dessin\n"
-                                                   "drawing\t\tdessin\n"
-                                                   "file\t\tfichier\n"
-                                                   "Close\t\tFermer\tDialog item\t\n"
-                                                   "Close\t\tFermeture\tMessage box\t\n"));
-        EnablePartialTranslations(true);
-    }
-};
-
-TEST_F(PartialTranslationTest, LongerPiecesReplaceWholeWordsAfterShorterOnes) {
-    // "Save" changes the text first; "Save the drawing" is then no longer in it; "drawing" is
-    // longer than "Save" and is tried.
-    EXPECT_EQ(T(u"Save the drawing before closing"),
-              CString(u"Enregistrer the dessin before closing"));
-}
-
-TEST_F(PartialTranslationTest, APieceNoLongerThanTheLongestUsedIsNotTried) {
-    // After "drawing" (7 characters) has been used, "file" (4) is not tried.
-    EXPECT_EQ(T(u"Save the drawing, then file it"),
-              CString(u"Enregistrer the dessin, then file it"));
-    // Without a longer piece in the text, "file" is used.
-    EXPECT_EQ(T(u"Send the file"), CString(u"Send the fichier"));
-}
-
-TEST_F(PartialTranslationTest, OnlyWholeWordsAreReplaced) {
-    EXPECT_EQ(T(u"Saved the drawings to a profile"), CString(u"Saved the drawings to a profile"));
-    EXPECT_EQ(T(u"file_name and file2 and file"), CString(u"file_name and file2 and fichier"));
-    EXPECT_EQ(T(u"(file)"), CString(u"(fichier)"));
-    EXPECT_EQ(T(u"[drawing]"), CString(u"[dessin]"));
-    EXPECT_EQ(T(u"Save"), CString(u"Enregistrer"));
-}
-
-TEST_F(PartialTranslationTest, RecordsWithSeveralMatchesAndTheLanguageNameAreNoPieces) {
-    EXPECT_EQ(T(u"Close <Special> now"), CString(u"Close <Special> now"));
-}
-
-TEST_F(PartialTranslationTest, TheOutcomeIsStoredAsARecord) {
+// Pieces replace whole words, longer pieces after shorter ones as they are found in the text that
+// the shorter ones changed; a piece no longer than the longest used is not tried. Records with
+// several matches, and the language name, are no pieces.
+TEST_F(TranslateTest, PartialTranslationsReplaceWholeWords) {
+    SwitchTo(Write("translations_partial.txt", "<Special>\t<FriendlyName>\tFran\xc3\xa7"
+                                               "ais\n"
+                                               "Save\t\tEnregistrer\n"
+                                               "Save the drawing\t\tEnregistrer le dessin\n"
+                                               "drawing\t\tdessin\n"
+                                               "file\t\tfichier\n"
+                                               "Close\t\tFermer\tDialog item\t\n"
+                                               "Close\t\tFermeture\tMessage box\t\n"));
+    EnablePartialTranslations(true);
     const int count = Translator::TheTranslator().GetCount();
-    EXPECT_EQ(T(u"Send the file"), CString(u"Send the fichier"));
-    EXPECT_EQ(T(u"Keep it as it is"), CString(u"Keep it as it is"));
-    EXPECT_EQ(Translator::TheTranslator().GetCount(), count + 2);
+    const std::pair<const char16_t*, const char16_t*> cases[] = {
+        {u"Save the drawing before closing", u"Enregistrer the dessin before closing"},
+        {u"Save the drawing, then file it", u"Enregistrer the dessin, then file it"},
+        {u"Send the file", u"Send the fichier"},
+        {u"Saved the drawings to a profile", u"Saved the drawings to a profile"},
+        {u"file_name and file2 and file", u"file_name and file2 and fichier"},
+        {u"(file)", u"(fichier)"},
+        {u"[drawing]", u"[dessin]"},
+        {u"Save", u"Enregistrer"},
+        {u"Close <Special> now", u"Close <Special> now"},
+    };
+    for (const auto& [text, translation] : cases)
+        EXPECT_EQ(T(text), CString(translation)) << CString(text).ToUtf8();
+
+    // Each outcome is stored as a record, which answers next time.
+    EXPECT_EQ(Translator::TheTranslator().GetCount(), count + 8);
     const Translation record = RecordOf(u"Send the file");
     ASSERT_EQ(record.m_matches.GetCount(), 1);
     EXPECT_EQ(record.m_matches[0].m_translation, CString(u"Send the fichier"));
     EXPECT_TRUE(Translator::TheTranslator().IsModified());
-    // The stored record answers next time without another record.
     EXPECT_EQ(T(u"Send the file"), CString(u"Send the fichier"));
-    EXPECT_EQ(Translator::TheTranslator().GetCount(), count + 2);
-}
+    EXPECT_EQ(Translator::TheTranslator().GetCount(), count + 8);
 
-TEST_F(PartialTranslationTest, APartialOutcomeStillMeetsTheFormatCheck) {
+    // A partial outcome still meets the format check.
     SwitchTo(Write("translations_y.txt", "percent\t\t%s pour cent\n"));
     EnablePartialTranslations(true);
     EXPECT_EQ(T(u"Ten percent"), CString(u"Ten percent"));
@@ -480,8 +428,8 @@ TEST_F(TranslateTest, SavingAFileJustReadGivesItBackByteForByte) {
     const fs::path path = Copy("translations_fr.txt");
     SwitchTo(path);
     ASSERT_TRUE(SaveTranslationFile());
-    EXPECT_EQ(ReadBytes(path), ReadBytes(c_fixtures / "translations_fr.txt"));
-    EXPECT_FALSE(fs::exists(m_folder / "~translations_fr.txt"));
+    EXPECT_EQ(test::ReadText(path), test::ReadText(c_fixtures / "translations_fr.txt"));
+    EXPECT_FALSE(fs::exists(m_root / "~translations_fr.txt"));
 }
 
 TEST_F(TranslateTest, NewMatchesFollowTheirRecordAndNewRecordsTheEndOfTheFile) {
@@ -492,12 +440,12 @@ TEST_F(TranslateTest, NewMatchesFollowTheirRecordAndNewRecordsTheEndOfTheFile) {
     EXPECT_EQ(T(u"Brand new\ttext"), CString(u"Brand new\ttext"));
     ASSERT_TRUE(SaveTranslationFile());
 
-    std::string expected = ReadBytes(c_fixtures / "translations_fr.txt");
+    std::string expected = test::ReadText(c_fixtures / "translations_fr.txt");
     const std::string lastClose = "Close\t\tClore\tStatus bar\t\n";
     expected.insert(expected.find(lastClose) + lastClose.size(),
                     "Close\t\tClose\tRibbon control tooltip\tDefault translation\n");
     expected += "Brand new\\ttext\t\tBrand new\\ttext\n";
-    EXPECT_EQ(ReadBytes(path), expected);
+    EXPECT_EQ(test::ReadText(path), expected);
     EXPECT_FALSE(Translator::TheTranslator().IsModified());
 }
 
@@ -515,36 +463,34 @@ TEST_F(TranslateTest, ALineForATextAlreadyReadAddsAMatchToItsRecord) {
     EXPECT_EQ(RecordOf(u"Open").m_matches[1].m_translation, CString(u"Ouverture"));
     // Written back, the lines of a record stand together, each comment before its line.
     ASSERT_TRUE(SaveTranslationFile());
-    EXPECT_EQ(ReadBytes(path), "Open\t\tOuvrir\n"
-                               "# before the second line of Open\n"
-                               "Open\t\tOuverture\tStatus bar\tlater line\n"
-                               "Save\t\tEnregistrer\n");
+    EXPECT_EQ(test::ReadText(path), "Open\t\tOuvrir\n"
+                                    "# before the second line of Open\n"
+                                    "Open\t\tOuverture\tStatus bar\tlater line\n"
+                                    "Save\t\tEnregistrer\n");
 }
 
+// Switching saves the modified file only when file updates are enabled.
 TEST_F(TranslateTest, SwitchingSavesTheModifiedFileWhenFileUpdatesAreEnabled) {
-    const fs::path french = Copy("translations_fr.txt");
-    SwitchTo(french);
-    EnableTranslationsFileUpdates(true);
-    T(u"Seen once");
-    SwitchTo(Copy("translations_de.txt"));
-    EXPECT_EQ(ReadBytes(french),
-              ReadBytes(c_fixtures / "translations_fr.txt") + "Seen once\t\tSeen once\n");
-    EXPECT_EQ(GetCurrentTranslationFile(), PathText(m_folder / "translations_de.txt"));
-    EXPECT_EQ(T(u"Open"), CString(u"\u00d6ffnen"));
-    EXPECT_FALSE(HasRecord(u"Seen once"));
-}
-
-TEST_F(TranslateTest, SwitchingDoesNotSaveWhenFileUpdatesAreDisabled) {
     const fs::path french = Copy("translations_fr.txt");
     SwitchTo(french);
     T(u"Close", u"Ribbon category label");
     ASSERT_TRUE(Translator::TheTranslator().IsModified());
     SwitchTo(Copy("translations_de.txt"));
-    EXPECT_EQ(ReadBytes(french), ReadBytes(c_fixtures / "translations_fr.txt"));
+    EXPECT_EQ(test::ReadText(french), test::ReadText(c_fixtures / "translations_fr.txt"));
+
+    SwitchTo(french);
+    EnableTranslationsFileUpdates(true);
+    T(u"Seen once");
+    SwitchTo(Copy("translations_de.txt"));
+    EXPECT_EQ(test::ReadText(french),
+              test::ReadText(c_fixtures / "translations_fr.txt") + "Seen once\t\tSeen once\n");
+    EXPECT_EQ(GetCurrentTranslationFile(), PathText(m_root / "translations_de.txt"));
+    EXPECT_EQ(T(u"Open"), CString(u"\u00d6ffnen"));
+    EXPECT_FALSE(HasRecord(u"Seen once"));
 }
 
 TEST_F(TranslateTest, AMissingFileLeavesTheTableEmptyAndIsMadeBySaving) {
-    const fs::path path = m_folder / "translations_new.txt";
+    const fs::path path = m_root / "translations_new.txt";
     EXPECT_FALSE(SwitchToTranslationFile(PathText(path), false, false));
     EXPECT_TRUE(AreTranslationsEnabled());
     EXPECT_EQ(GetCurrentTranslationFile(), PathText(path));
@@ -556,7 +502,7 @@ TEST_F(TranslateTest, AMissingFileLeavesTheTableEmptyAndIsMadeBySaving) {
     EnableTranslationsFileUpdates(true);
     EXPECT_EQ(T(u"Open"), CString(u"Open"));
     ASSERT_TRUE(SaveTranslationFile());
-    EXPECT_EQ(ReadBytes(path), "Open\t\tOpen\n");
+    EXPECT_EQ(test::ReadText(path), "Open\t\tOpen\n");
 }
 
 TEST_F(TranslateTest, DamagedLinesAreReportedOnceAndTheRestIsRead) {
@@ -579,14 +525,14 @@ TEST_F(TranslateTest, DamagedLinesAreReportedOnceAndTheRestIsRead) {
 
     // The lines that are no records are kept where they were.
     ASSERT_TRUE(SaveTranslationFile());
-    EXPECT_EQ(ReadBytes(path), "# A file with damaged lines\n"
-                               "Open\t\tOuvrir\n"
-                               "Only two\tfields\n"
-                               "Four\t\tfields\there\n"
-                               "Six\t\ta\tb\tc\td\n"
-                               "Save\t\tEnregistr\xef\xbf\xbd"
-                               "er\n"
-                               "Close\t\tFermer\n");
+    EXPECT_EQ(test::ReadText(path), "# A file with damaged lines\n"
+                                    "Open\t\tOuvrir\n"
+                                    "Only two\tfields\n"
+                                    "Four\t\tfields\there\n"
+                                    "Six\t\ta\tb\tc\td\n"
+                                    "Save\t\tEnregistr\xef\xbf\xbd"
+                                    "er\n"
+                                    "Close\t\tFermer\n");
 }
 
 TEST_F(TranslateTest, CommentLinesAreNotReported) {
@@ -600,26 +546,25 @@ TEST_F(TranslateTest, CommentLinesAreNotReported) {
     EXPECT_EQ(Translator::TheTranslator().GetCommentLines().GetCount(), 4);
 }
 
-TEST_F(TranslateTest, AFileThatCannotBeReadIsReported) {
-    const fs::path folder = m_folder / "translations_folder.txt";
+TEST_F(TranslateTest, AFileThatCannotBeReadOrSavedIsReported) {
+    const fs::path folder = m_root / "translations_folder.txt";
     fs::create_directory(folder);
     EXPECT_FALSE(SwitchToTranslationFile(PathText(folder), false, false));
-    const std::vector<Report> reports = Reports();
+    std::vector<Report> reports = Reports();
     ASSERT_EQ(reports.size(), 1u);
-    const CString start = CString(u"Cannot read the translation file ") + PathText(folder) + u":\n";
+    CString start = CString(u"Cannot read the translation file ") + PathText(folder) + u":\n";
     EXPECT_EQ(reports[0].message.Left(start.GetLength()), start);
     EXPECT_EQ(T(u"Open"), CString(u"Open"));
-}
 
-TEST_F(TranslateTest, AFileThatCannotBeSavedIsReported) {
-    const fs::path path = m_folder / "no such folder" / "translations_x.txt";
+    TheErrorLog().DiscardPendingMessages();
+    const fs::path path = m_root / "no such folder" / "translations_x.txt";
     EXPECT_FALSE(SwitchToTranslationFile(PathText(path), false, false));
     EnableTranslationsFileUpdates(true);
     T(u"Open");
     EXPECT_FALSE(SaveTranslationFile());
-    const std::vector<Report> reports = Reports();
+    reports = Reports();
     ASSERT_EQ(reports.size(), 1u);
-    const CString start = CString(u"Cannot save the translation file ") + PathText(path) + u":\n";
+    start = CString(u"Cannot save the translation file ") + PathText(path) + u":\n";
     EXPECT_EQ(reports[0].message.Left(start.GetLength()), start);
     EXPECT_TRUE(Translator::TheTranslator().IsModified());
 }
@@ -636,20 +581,17 @@ TEST_F(TranslateTest, RememberStoresTheFileAsAnOption) {
 
 // --- QTString -----------------------------------------------------------------------------------
 
-TEST_F(TranslateTest, AQTStringBuiltBeforeTheFileTranslatesAtFirstUse) {
-    const QTString text(u"Save", u"Menu");
-    SwitchTo(Copy("translations_fr.txt"));
-    EXPECT_EQ(CString(text), CString(u"Enregistrer"));
-    EXPECT_EQ(text.TranslationContext(), CString(u"Menu"));
-    EXPECT_EQ(std::u16string(text.c_str()), u"Enregistrer");
-}
-
-TEST_F(TranslateTest, AQTStringTranslatesAgainAfterARefreshingSwitch) {
+// A QTString built before the file translates at first use, and again after a refreshing switch.
+TEST_F(TranslateTest, AQTStringTranslatesAtFirstUseAndAgainAfterARefreshingSwitch) {
     const fs::path french = Copy("translations_fr.txt");
     const fs::path german = Copy("translations_de.txt");
+    const QTString saved(u"Save", u"Menu");
     const QTString text(u"Open", u"Menu");
     const QTString copy(text);
     SwitchTo(french);
+    EXPECT_EQ(CString(saved), CString(u"Enregistrer"));
+    EXPECT_EQ(saved.TranslationContext(), CString(u"Menu"));
+    EXPECT_EQ(std::u16string(saved.c_str()), u"Enregistrer");
     EXPECT_EQ(CString(text), CString(u"Ouvrir"));
     const char16_t* before = text.c_str();
 
@@ -681,15 +623,12 @@ TEST_F(TranslateTest, TheNamePatternIgnoresCaseAndWantsAnExtension) {
     for (const char* name : {"Translations_ES.txt", "translations", "translationsX",
                              "my translations.txt", "~translations_fr.txt", "TRANSLATIONS.de"})
         Write(name, "Open\t\tAbrir\n");
-    fs::create_directory(m_folder / "translations_folder.txt");
-    const QArray<AvailableTranslation> found = GetAvailableTranslations(PathText(m_folder));
+    fs::create_directory(m_root / "translations_folder.txt");
+    const QArray<AvailableTranslation> found = GetAvailableTranslations(PathText(m_root));
     ASSERT_EQ(found.GetCount(), 2);
     EXPECT_EQ(found[0].m_displayName, CString(u"TRANSLATIONS"));
     EXPECT_EQ(found[1].m_displayName, CString(u"Translations_ES"));
-}
-
-TEST_F(TranslateTest, AMissingFolderHasNoTranslations) {
-    EXPECT_EQ(GetAvailableTranslations(PathText(m_folder / "missing")).GetCount(), 0);
+    EXPECT_EQ(GetAvailableTranslations(PathText(m_root / "missing")).GetCount(), 0);
 }
 
 // --- Threads ------------------------------------------------------------------------------------

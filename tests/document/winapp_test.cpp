@@ -183,87 +183,54 @@ TEST_F(WinAppTest, AStartByEmbeddingOrAutomationMakesTheApplicationAServer) {
 // ---------------------------------------------------------------------------------------------
 // The option read cache
 
-struct CacheRow {
-    std::string section;
-    std::string key;
-    std::string defaultValue;
-};
-
-// The first 29 rows of the options table, in order.
-const std::vector<CacheRow> c_cachedRows = {
-    {"View", "ShowGrid", "0"},
-    {"View", "ShowSnap", "0"},
-    {"View", "SnapGrid", "0"},
-    {"View", "SnapHandle", "1"},
-    {"View", "SnapGraphics", "1"},
-    {"View", "CrossHair", "0"},
-    {"View", "Units", "1"},
-    {"View", "Zoom", ""},
-    {"View", "GridSize", ""},
-    {"View", "SnapSize", ""},
-    {"Tip", "Startup", "0"},
-    {"Tip", "FilePos", "0"},
-    {"Options", "IconNum", "0"},
-    {"Options", "IncludeSubfolders", "0"},
-    {"Options", "UseCompareNoCase", "1"},
-    {"Options", "PageSizeX", "-1"},
-    {"Options", "PageSizeY", "-1"},
-    {"Options", "PageSizeA4", "0"},
-    {"Options", "PageSizeAlwaysAuto", "0"},
-    {"Pen", "MinWidth", "0"},
-    {"Pen", "MinWidthPrint", "0"},
-    {"Options", "SuppressGroupBoxDisables", "0"},
-    {"Options", "MaxDonorOffset", "0"},
-    {"Options", "ServerMessages", "0"},
-    {"Options", "ServerStandalone", "0"},
-    {"Options", "Library", ""},
-    {"Options", "ServerSpoolPath", ""},
-    {"Options", "ServerURL", ""},
-    {"Options", "CrystalDataPath", "C:\\"},
-};
-
-const std::vector<std::string> c_stringKeys = {
-    "Zoom", "GridSize", "SnapSize", "Library", "ServerSpoolPath", "ServerURL", "CrystalDataPath"};
-
-bool IsStringKey(const std::string& key) {
-    return std::find(c_stringKeys.begin(), c_stringKeys.end(), key) != c_stringKeys.end();
+std::vector<std::string> Contents(const QArray<RegIntCacheElement>& cache) {
+    std::vector<std::string> contents;
+    for (int i = 0; i < cache.GetCount(); ++i)
+        contents.push_back(U8(cache[i].m_strSection) + "/" + U8(cache[i].m_strKey) + "=" +
+                           std::to_string(cache[i].m_nValue));
+    return contents;
 }
 
-// The two arrays together, each element as "section/key=value", in the order of the table.
-std::vector<std::string> CacheContents(const QWinApp& app) {
-    std::vector<std::string> ints;
-    for (int i = 0; i < app.RegIntCache().GetCount(); ++i) {
-        const RegIntCacheElement& element = app.RegIntCache()[i];
-        ints.push_back(U8(element.m_strSection) + "/" + U8(element.m_strKey) + "=" +
-                       std::to_string(element.m_nValue));
-    }
-    std::vector<std::string> strings;
-    for (int i = 0; i < app.RegStringCache().GetCount(); ++i) {
-        const RegStringCacheElement& element = app.RegStringCache()[i];
-        strings.push_back(U8(element.m_strSection) + "/" + U8(element.m_strKey) + "=" +
-                          U8(element.m_strValue));
-    }
-    std::vector<std::string> merged;
-    std::size_t nextInt = 0;
-    std::size_t nextString = 0;
-    for (const CacheRow& row : c_cachedRows) {
-        std::vector<std::string>& from = IsStringKey(row.key) ? strings : ints;
-        std::size_t& next = IsStringKey(row.key) ? nextString : nextInt;
-        merged.push_back(next < from.size() ? from[next++] : "(missing)");
-    }
-    return merged;
+std::vector<std::string> Contents(const QArray<RegStringCacheElement>& cache) {
+    std::vector<std::string> contents;
+    for (int i = 0; i < cache.GetCount(); ++i)
+        contents.push_back(U8(cache[i].m_strSection) + "/" + U8(cache[i].m_strKey) + "=" +
+                           U8(cache[i].m_strValue));
+    return contents;
 }
 
+// The first 29 rows of the options table, numbers and texts apart, in order, with their defaults.
 TEST_F(WinAppTest, TheCacheHoldsTheFirst29OptionsInTheOrderOfTheTableWithTheirDefaults) {
     TestApp app;
     app.InitRegistryOptionsCache();
-    EXPECT_EQ(app.RegIntCache().GetCount(), 22);
-    EXPECT_EQ(app.RegStringCache().GetCount(), 7);
+    EXPECT_EQ(Contents(app.RegIntCache()),
+              (std::vector<std::string>{"View/ShowGrid=0",
+                                        "View/ShowSnap=0",
+                                        "View/SnapGrid=0",
+                                        "View/SnapHandle=1",
+                                        "View/SnapGraphics=1",
+                                        "View/CrossHair=0",
+                                        "View/Units=1",
+                                        "Tip/Startup=0",
+                                        "Tip/FilePos=0",
+                                        "Options/IconNum=0",
+                                        "Options/IncludeSubfolders=0",
+                                        "Options/UseCompareNoCase=1",
+                                        "Options/PageSizeX=-1",
+                                        "Options/PageSizeY=-1",
+                                        "Options/PageSizeA4=0",
+                                        "Options/PageSizeAlwaysAuto=0",
+                                        "Pen/MinWidth=0",
+                                        "Pen/MinWidthPrint=0",
+                                        "Options/SuppressGroupBoxDisables=0",
+                                        "Options/MaxDonorOffset=0",
+                                        "Options/ServerMessages=0",
+                                        "Options/ServerStandalone=0"}));
+    EXPECT_EQ(Contents(app.RegStringCache()),
+              (std::vector<std::string>{"View/Zoom=", "View/GridSize=", "View/SnapSize=",
+                                        "Options/Library=", "Options/ServerSpoolPath=",
+                                        "Options/ServerURL=", "Options/CrystalDataPath=C:\\"}));
     EXPECT_EQ(app.RegHKLMStringCache().GetCount(), 0);
-    std::vector<std::string> expected;
-    for (const CacheRow& row : c_cachedRows)
-        expected.push_back(row.section + "/" + row.key + "=" + row.defaultValue);
-    EXPECT_EQ(CacheContents(app), expected);
     EXPECT_TRUE(app.problems.empty());
     EXPECT_FALSE(fs::exists(OptionsFile())) << "reading never writes";
 }
@@ -285,7 +252,9 @@ TEST_F(WinAppTest, TheCacheTakesTheStoredValuesAndIsRebuiltByAnotherInit) {
     EXPECT_EQ(app.GetProfileIntFromCache(u"VIEW", u"showGRID", 0), 1);
 }
 
-TEST_F(WinAppTest, AKeyThatIsNotCachedGivesTheDefaultWhateverTheStoreHolds) {
+// A key that is not cached gives the default whatever the store holds, and a cached read never
+// goes back to the store.
+TEST_F(WinAppTest, ACachedReadGivesTheCacheOrTheDefault) {
     StoreOptions("[Options]\nUnknown=5\nName=stored\n[View]\nShowGrid=1\n");
     TestApp app;
     EXPECT_EQ(app.GetProfileIntFromCache(u"View", u"ShowGrid", 7), 7) << "nothing cached yet";
@@ -294,13 +263,8 @@ TEST_F(WinAppTest, AKeyThatIsNotCachedGivesTheDefaultWhateverTheStoreHolds) {
     EXPECT_EQ(U8(app.GetProfileStringFromCache(u"Options", u"Name", u"given")), "given");
     EXPECT_EQ(U8(app.GetMachineAppProfileStringFromCache(u"Options", u"Name", u"given")), "given");
     EXPECT_EQ(app.GetProfileIntFromCache(u"Options", u"ShowGrid", 9), 9) << "section matters";
-}
-
-TEST_F(WinAppTest, ACachedReadNeverGoesBackToTheStore) {
-    TestApp app;
-    app.InitRegistryOptionsCache();
-    StoreOptions("[View]\nShowGrid=1\nZoom=300%\n");
-    EXPECT_EQ(app.GetProfileIntFromCache(u"View", u"ShowGrid", 5), 0);
+    StoreOptions("[View]\nShowGrid=0\nZoom=300%\n");
+    EXPECT_EQ(app.GetProfileIntFromCache(u"View", u"ShowGrid", 5), 1);
     EXPECT_EQ(U8(app.GetProfileStringFromCache(u"View", u"Zoom", u"x")), "");
 }
 
@@ -360,6 +324,20 @@ TEST_F(WinAppTest, AMalformedOptionsFileIsReportedOnceAndTheDefaultsAreUsed) {
         << app.problems[0];
     EXPECT_EQ(app.GetProfileIntFromCache(u"View", u"ShowGrid", 9), 0);
     EXPECT_EQ(QLength::DefaultUnits(), 3);
+
+    // The library's own application reports it to the error log under the heading "Options".
+    StoreOptions("not an options file\n");
+    QErrorLog::DiscardThePendingMessages();
+    {
+        QWinApp plain;
+        plain.InitRegistryOptionsCache();
+    }
+    QErrorLog& log = TheErrorLog();
+    ASSERT_EQ(log.GetSize(), 1);
+    EXPECT_EQ(U8(log.ErrorType(0)->Description()), "Options");
+    EXPECT_TRUE(U8(log.Message(0)).starts_with("Cannot read the options file"))
+        << U8(log.Message(0));
+    QErrorLog::DiscardThePendingMessages();
 }
 
 // The superuser writes into any folder, so a test run as root writes with the rights of an
@@ -397,21 +375,6 @@ TEST_F(WinAppTest, WritesIntoAnUnwritableFolderAreReportedOnceAndKeepTheOldFile)
     EXPECT_EQ(app.problems[0], "Cannot write the options file \"" + OptionsFile().string() +
                                    "\": Permission denied");
     EXPECT_EQ(ReadText(OptionsFile()), "[View]\nShowGrid=1\n");
-}
-
-TEST_F(WinAppTest, AProblemOfTheOptionsFileGoesToTheErrorLogUnderTheHeadingOptions) {
-    StoreOptions("not an options file\n");
-    QErrorLog::DiscardThePendingMessages();
-    {
-        QWinApp app;
-        app.InitRegistryOptionsCache();
-    }
-    QErrorLog& log = TheErrorLog();
-    ASSERT_EQ(log.GetSize(), 1);
-    EXPECT_EQ(U8(log.ErrorType(0)->Description()), "Options");
-    EXPECT_TRUE(U8(log.Message(0)).starts_with("Cannot read the options file"))
-        << U8(log.Message(0));
-    QErrorLog::DiscardThePendingMessages();
 }
 
 // ---------------------------------------------------------------------------------------------
@@ -475,14 +438,13 @@ TEST_F(WinAppTest, AnUnreadableLocaleKeepsTheStartValues) {
     EXPECT_EQ(QLength::DefaultUnits(), QLength::LU_RAW);
     EXPECT_EQ(QArea::DefaultUnits(), QArea::AU_SQLOMETRIC);
     EXPECT_EQ(QVolume::DefaultUnits(), QVolume::VU_CBHIMETRIC);
-}
 
-TEST_F(WinAppTest, TheLocaleMeasurementIsReadFromTheEnvironment) {
-    QWinApp app;
+    // The library's own application reads the locale from the environment.
+    QWinApp plain;
     m_environment.Set("LC_ALL", "C");
-    EXPECT_EQ(app.LocaleMeasurement(), 1);
+    EXPECT_EQ(plain.LocaleMeasurement(), 1);
     m_environment.Set("LC_ALL", "xx_NOWHERE.UTF-8");
-    EXPECT_EQ(app.LocaleMeasurement(), 0);
+    EXPECT_EQ(plain.LocaleMeasurement(), 0);
 }
 
 // ---------------------------------------------------------------------------------------------
@@ -512,21 +474,6 @@ TEST_F(WinAppTest, ExitInstanceClosesTheTraceAndSavesNewTranslations) {
         << ReadText(translations);
 }
 
-TEST_F(WinAppTest, LoadOptionsLetsValuesReadTheirOwnOptions) {
-    StoreOptions("[Options]\nUseCompareNoCase=0\n");
-    TestApp app;
-    app.LoadOptions();
-    EXPECT_FALSE(QAnyValue::UseCompareNoCase());
-    bool failed = false;
-    EXPECT_NE(QAnyValue(u"Width").Compare(QAnyValue(u"WIDTH"), failed), 0);
-
-    StoreOptions("[Options]\nUseCompareNoCase=1\n");
-    app.LoadOptions();
-    EXPECT_TRUE(QAnyValue::UseCompareNoCase());
-    EXPECT_EQ(QAnyValue(u"Width").Compare(QAnyValue(u"WIDTH"), failed), 0);
-    EXPECT_EQ(QAnyValue::GetYesString(), CString(u"Yes"));
-}
-
 TEST_F(WinAppTest, LoadOptionsCopiesStoredOptionsIntoTheirFields) {
     StoreOptions("[Options]\nContrast=60\nBrightness=10\nXFileLocations=1\nXPricing=1\n"
                  "UserTraceMask=8192\nMergingPrompts=1\nMergingDefault=0\nMaximized=0\n"
@@ -550,6 +497,18 @@ TEST_F(WinAppTest, LoadOptionsCopiesStoredOptionsIntoTheirFields) {
     EXPECT_EQ(QLength::DefaultUnits(), 5);
     EXPECT_EQ(QArea::DefaultUnits(), 6);
     EXPECT_FALSE(QOptions::PageDoc::c_bPostscriptPrinterCheck);
+
+    // The values read their own options.
+    StoreOptions("[Options]\nUseCompareNoCase=0\n");
+    app.LoadOptions();
+    EXPECT_FALSE(QAnyValue::UseCompareNoCase());
+    bool failed = false;
+    EXPECT_NE(QAnyValue(u"Width").Compare(QAnyValue(u"WIDTH"), failed), 0);
+    StoreOptions("[Options]\nUseCompareNoCase=1\n");
+    app.LoadOptions();
+    EXPECT_TRUE(QAnyValue::UseCompareNoCase());
+    EXPECT_EQ(QAnyValue(u"Width").Compare(QAnyValue(u"WIDTH"), failed), 0);
+    EXPECT_EQ(QAnyValue::GetYesString(), CString(u"Yes"));
 }
 
 TEST_F(WinAppTest, MissingOptionsTakeTheTableDefaultOrThePresentFieldValue) {
@@ -631,16 +590,6 @@ TEST_F(WinAppTest, TheMergingStrategyFollowsThePromptsThenTheDefault) {
 
 // ---------------------------------------------------------------------------------------------
 // Folders
-
-TEST_F(WinAppTest, TheProgramFolderHoldsTheRunningProgram) {
-    const CString program = QWinApp::ProgramPathAndName();
-    ASSERT_TRUE(fs::is_regular_file(U8(program)));
-    EXPECT_EQ(fs::path(U8(program)).filename(), "keel_document_tests");
-    const std::string folder = U8(QWinApp::ProgramDir());
-    EXPECT_TRUE(folder.ends_with("/"));
-    TestApp app;
-    EXPECT_EQ(folder + U8(app.OriginalFilename()), U8(program));
-}
 
 TEST_F(WinAppTest, TheDataFolderFollowsTheEnvironment) {
     struct Case {
@@ -730,12 +679,26 @@ TEST_F(WinAppTest, TheNineFileLocationsHaveTheirNamesKeysAndDefaults) {
     EXPECT_EQ(U8(app.FileLocation(QFileLocation::Program)), U8(QWinApp::ProgramDir()));
 }
 
+// A file location is stored under its key and read with a trailing slash; an override wins for
+// the run, is not stored, and is only for the location named. The last open/save folder starts
+// at the data folder.
 TEST_F(WinAppTest, AFileLocationIsStoredUnderItsKeyAndReadWithATrailingSlash) {
     TestApp app;
+    EXPECT_EQ(U8(app.LastOpenSaveDir()), m_root.string() + "/Documents/Keel/");
+    app.SetLastOpenSaveDir(u"/work/drawings");
+    EXPECT_EQ(U8(app.LastOpenSaveDir()), "/work/drawings/");
     EXPECT_TRUE(app.SetBackupDir(u"/backups"));
     EXPECT_EQ(StoredString(u"Options", u"Backup"), "/backups");
     EXPECT_EQ(U8(app.BackupDir()), "/backups/");
     EXPECT_TRUE(app.SetFileLocation(QFileLocation::Table, u"/tables/"));
+    EXPECT_EQ(U8(app.FileLocation(QFileLocation::Table)), "/tables/");
+
+    app.OverrideFileLocation(QFileLocation::Table, u"/run/tables");
+    EXPECT_EQ(U8(app.FileLocation(QFileLocation::Table)), "/run/tables/");
+    EXPECT_EQ(StoredString(u"Options", u"Table"), "/tables/");
+    EXPECT_EQ(U8(app.FileLocation(QFileLocation::Library)),
+              m_root.string() + "/Documents/Keel/Library/");
+    app.OverrideFileLocation(QFileLocation::Table, u"");
     EXPECT_EQ(U8(app.FileLocation(QFileLocation::Table)), "/tables/");
 
     // The library folder is one of the cached options: a write updates the cache.
@@ -745,31 +708,17 @@ TEST_F(WinAppTest, AFileLocationIsStoredUnderItsKeyAndReadWithATrailingSlash) {
     EXPECT_EQ(U8(app.FileLocation(QFileLocation::Library)), "/parts/");
 }
 
-TEST_F(WinAppTest, AnOverriddenFileLocationWinsForTheRunAndIsNotStored) {
-    TestApp app;
-    EXPECT_TRUE(app.SetFileLocation(QFileLocation::Table, u"/tables"));
-    app.OverrideFileLocation(QFileLocation::Table, u"/run/tables");
-    EXPECT_EQ(U8(app.FileLocation(QFileLocation::Table)), "/run/tables/");
-    EXPECT_EQ(StoredString(u"Options", u"Table"), "/tables");
-    EXPECT_EQ(U8(app.FileLocation(QFileLocation::Library)),
-              m_root.string() + "/Documents/Keel/Library/")
-        << "only the location named is overridden";
-    app.OverrideFileLocation(QFileLocation::Table, u"");
-    EXPECT_EQ(U8(app.FileLocation(QFileLocation::Table)), "/tables/");
-}
-
-TEST_F(WinAppTest, TheLastOpenSaveFolderStartsAtTheDataFolder) {
-    TestApp app;
-    EXPECT_EQ(U8(app.LastOpenSaveDir()), m_root.string() + "/Documents/Keel/");
-    app.SetLastOpenSaveDir(u"/work/drawings");
-    EXPECT_EQ(U8(app.LastOpenSaveDir()), "/work/drawings/");
-}
-
 // ---------------------------------------------------------------------------------------------
-// Version block
+// The program and its version block
 
 TEST_F(WinAppTest, TheVersionBlockComesFromTheBuildUnlessTheProductSaysOtherwise) {
+    const CString program = QWinApp::ProgramPathAndName();
+    ASSERT_TRUE(fs::is_regular_file(U8(program)));
+    EXPECT_EQ(fs::path(U8(program)).filename(), "keel_document_tests");
+    const std::string folder = U8(QWinApp::ProgramDir());
+    EXPECT_TRUE(folder.ends_with("/"));
     TestApp app;
+    EXPECT_EQ(folder + U8(app.OriginalFilename()), U8(program));
     EXPECT_EQ(U8(app.AppName()), "Keel");
     EXPECT_EQ(U8(app.ProductName()), "Keel");
     EXPECT_EQ(U8(app.FileVersionString()), "0.1.0");
@@ -777,6 +726,9 @@ TEST_F(WinAppTest, TheVersionBlockComesFromTheBuildUnlessTheProductSaysOtherwise
     EXPECT_EQ(U8(app.FileVersion()), "0.1.0.0");
     EXPECT_EQ(U8(app.ProductVersion()), "0.1.0.0");
     EXPECT_EQ(U8(app.OriginalFilename()), "keel_document_tests");
+    EXPECT_EQ(U8(app.GetExeName()), "keel_document_tests");
+    EXPECT_EQ(U8(app.GetExeNameAndVer()), "keel_document_tests 0.1.0");
+    EXPECT_EQ(U8(app.GetEmbedName()), "Keel");
 
     PlannerApp planner;
     EXPECT_EQ(U8(planner.FileDescription()), "Planner Pro");
@@ -823,10 +775,8 @@ TEST_F(WinAppTest, ProgressGoesToTheCallbackOneEventAChange) {
     app.ProgressDestroy(handle, u"closed", true);
     EXPECT_TRUE(app.ProgressStepIt(-1));
     EXPECT_TRUE(events.empty()) << "a closed handle is ignored";
-}
 
-TEST_F(WinAppTest, AProgressRangeMustHaveAStep) {
-    TestApp app;
+    // A range must have a step; handles open together differ.
     EXPECT_EQ(app.ProgressCreate(u"none", 5, 5, false), -1);
     EXPECT_EQ(app.ProgressCreate(u"inverted", 5, 4, false), -1);
     const int first = app.ProgressCreate(u"one step", 5, 6, false);
@@ -913,36 +863,30 @@ private:
     int m_saved = -1;
 };
 
+// On a terminal, progress is one line a visible change; when the error stream is no terminal it
+// is quiet.
 TEST_F(WinAppTest, ProgressOnTheTerminalIsOneLineAVisibleChange) {
-    TestApp app;
-    app.SetProgressOnTerminal(true);
-    const fs::path output = m_root / "stderr.txt";
-    {
-        CapturedStandardError capture(output);
-        const int handle = app.ProgressCreate(u"Loading", 0, 4, false);
-        for (int i = 0; i < 5; ++i)
-            app.ProgressStepIt(handle);
-        app.ProgressSetText(handle, u"Checking", true);
-        app.ProgressDestroy(handle, u"Loaded", true);
-        const int fine = app.ProgressCreate(u"Fine", 0, 200, false);
-        app.ProgressStepIt(fine);
-        app.ProgressStepIt(fine);
-        app.ProgressDestroy(fine, u"", true);
+    for (const bool terminal : {true, false}) {
+        TestApp app;
+        app.SetProgressOnTerminal(terminal);
+        const fs::path output = m_root / "stderr.txt";
+        {
+            CapturedStandardError capture(output);
+            const int handle = app.ProgressCreate(u"Loading", 0, 4, false);
+            for (int i = 0; i < 5; ++i)
+                app.ProgressStepIt(handle);
+            app.ProgressSetText(handle, u"Checking", true);
+            app.ProgressDestroy(handle, u"Loaded", true);
+            const int fine = app.ProgressCreate(u"Fine", 0, 200, false);
+            app.ProgressStepIt(fine);
+            app.ProgressStepIt(fine);
+            app.ProgressDestroy(fine, u"", true);
+        }
+        EXPECT_EQ(ReadText(output),
+                  terminal ? "Loading: 0%\nLoading: 25%\nLoading: 50%\nLoading: 75%\n"
+                             "Loading: 100%\nChecking: 100%\nLoaded\nFine: 0%\nFine: 1%\n"
+                           : "");
     }
-    EXPECT_EQ(ReadText(output), "Loading: 0%\nLoading: 25%\nLoading: 50%\nLoading: 75%\n"
-                                "Loading: 100%\nChecking: 100%\nLoaded\nFine: 0%\nFine: 1%\n");
-}
-
-TEST_F(WinAppTest, ProgressIsQuietWhenTheErrorStreamIsNoTerminal) {
-    TestApp app;
-    const fs::path output = m_root / "stderr.txt";
-    {
-        CapturedStandardError capture(output);
-        const int handle = app.ProgressCreate(u"Loading", 0, 4, false);
-        app.ProgressStepIt(handle);
-        app.ProgressDestroy(handle, u"Loaded", true);
-    }
-    EXPECT_EQ(ReadText(output), "");
 }
 
 // ---------------------------------------------------------------------------------------------
@@ -1179,59 +1123,52 @@ TEST_F(WinAppTest, TheShowCommandDecidesTheSplash) {
     }
 }
 
+// A product step that fails stops start-up there: without resources the options are not loaded;
+// without templates the splash goes.
 TEST_F(WinAppTest, AProductStepThatFailsStopsStartUp) {
-    {
+    const struct {
+        bool resources, templates, finishes;
+        const char* lastCall;
+    } cases[] = {{false, true, true, "LoadResources"},
+                 {true, false, true, "KillSplash"},
+                 {true, true, false, "InitInstanceFinish:-1"}};
+    for (const auto& c : cases) {
         StartupApp app;
-        app.resourcesLoad = false;
+        app.resourcesLoad = c.resources;
+        app.templatesLoad = c.templates;
+        app.finishes = c.finishes;
         EXPECT_FALSE(app.InitInstance());
-        EXPECT_EQ(app.calls.back(), "LoadResources") << "the options are not loaded";
-        EXPECT_FALSE(app.IsStartupComplete());
+        EXPECT_EQ(app.calls.back(), c.lastCall);
+        EXPECT_FALSE(app.IsStarted()) << c.lastCall;
+        EXPECT_FALSE(app.IsStartupComplete()) << c.lastCall;
     }
-    {
+}
+
+// A file that cannot be opened at start-up is traced when the mask, which start-up loads from
+// the options before the shell command, has its bit.
+TEST_F(WinAppTest, AFileThatCannotBeOpenedAtStartUpIsTracedWithItsBit) {
+    for (const unsigned mask : {256u, USER_TRACE_EVALUATIONS}) {
+        StoreOptions("[Options]\nUserTraceMask=" + std::to_string(mask) + "\n");
+        UserTraceRestart();
         StartupApp app;
-        app.templatesLoad = false;
+        const char* argv[] = {"keel", "/drawings/missing.kd"};
+        ASSERT_TRUE(app.ParseCommandLine(2, argv));
         EXPECT_FALSE(app.InitInstance());
-        EXPECT_EQ(app.calls.back(), "KillSplash");
-        EXPECT_FALSE(app.IsStartupComplete());
-    }
-    {
-        StartupApp app;
-        app.finishes = false;
-        EXPECT_FALSE(app.InitInstance());
+        EXPECT_EQ(app.calls.back(), "ProcessShellCommand");
         EXPECT_FALSE(app.IsStarted());
-        EXPECT_FALSE(app.IsStartupComplete());
+        EXPECT_EQ(QWinApp::c_UserTraceMask, mask);
+        const std::string path = U8(UserTraceFilePath());
+        UserTraceClose();
+        UserTraceRestart();
+        if (mask == USER_TRACE_EVALUATIONS) {
+            EXPECT_EQ(path, "") << "nothing opened the trace";
+            continue;
+        }
+        EXPECT_NE(ReadText(path).find("QWinApp::InitInstanceStep2 fails after ProcessShellCommand, "
+                                      "was trying to open [/drawings/missing.kd]"),
+                  std::string::npos)
+            << ReadText(path);
     }
-}
-
-TEST_F(WinAppTest, AFileThatCannotBeOpenedAtStartUpIsTraced) {
-    // The mask comes from the options, which start-up loads before the shell command.
-    StoreOptions("[Options]\nUserTraceMask=256\n");
-    UserTraceRestart();
-    StartupApp app;
-    const char* argv[] = {"keel", "/drawings/missing.kd"};
-    ASSERT_TRUE(app.ParseCommandLine(2, argv));
-    EXPECT_FALSE(app.InitInstance());
-    EXPECT_EQ(app.calls.back(), "ProcessShellCommand");
-    EXPECT_FALSE(app.IsStarted());
-    const std::string path = U8(UserTraceFilePath());
-    UserTraceClose();
-    UserTraceRestart();
-    EXPECT_NE(ReadText(path).find("QWinApp::InitInstanceStep2 fails after ProcessShellCommand, "
-                                  "was trying to open [/drawings/missing.kd]"),
-              std::string::npos)
-        << ReadText(path);
-}
-
-TEST_F(WinAppTest, AFailedShellCommandIsNotTracedWithoutItsBit) {
-    StoreOptions("[Options]\nUserTraceMask=1\n");
-    UserTraceRestart();
-    StartupApp app;
-    const char* argv[] = {"keel", "/drawings/missing.kd"};
-    ASSERT_TRUE(app.ParseCommandLine(2, argv));
-    EXPECT_FALSE(app.InitInstance());
-    EXPECT_EQ(QWinApp::c_UserTraceMask, USER_TRACE_EVALUATIONS);
-    EXPECT_EQ(U8(UserTraceFilePath()), "") << "nothing opened the trace";
-    UserTraceRestart();
 }
 
 TEST_F(WinAppTest, AnOldHelpFileNameBecomesTheNewOne) {
@@ -1248,16 +1185,6 @@ TEST_F(WinAppTest, AnOldHelpFileNameBecomesTheNewOne) {
     }
 }
 
-TEST_F(WinAppTest, TheProgramNamesItself) {
-    TestApp app;
-    const std::string program = U8(QWinApp::ProgramPathAndName());
-    const std::string name = program.substr(program.rfind('/') + 1);
-    EXPECT_EQ(U8(app.GetExeName()), name.substr(0, name.find('.')));
-    EXPECT_EQ(U8(app.GetExeNameAndVer()),
-              U8(app.GetExeName()) + " " + U8(app.ProductVersionString()));
-    EXPECT_EQ(U8(app.GetEmbedName()), "Keel");
-}
-
 // A product whose library is a list of its own.
 class LibraryApp : public TestApp {
 public:
@@ -1269,16 +1196,9 @@ public:
 
 TEST_F(WinAppTest, LibraryListAsksTheApplication) {
     LibraryApp app;
-    const auto evaluate = [](const char16_t* formula) {
-        QAnyValue value;
-        const std::unique_ptr<QEvaluator> evaluator(
-            QEvaluator::New(value, FormulaText(formula), nullptr, false, false, false));
-        evaluator->Evaluate();
-        return U8(value.MakeCString());
-    };
-    EXPECT_EQ(evaluate(u"librarylist()"), "[|.*|||]");
-    EXPECT_EQ(evaluate(u"librarylist(\"doors\", \"d.*\")"), "[doors|d.*|||]");
-    EXPECT_EQ(evaluate(u"librarylistbytype(\"kd\", \"doors\", \"d.*\", \",\")"),
+    EXPECT_EQ(Evaluated("librarylist()"), "[|.*|||]");
+    EXPECT_EQ(Evaluated("librarylist(\"doors\", \"d.*\")"), "[doors|d.*|||]");
+    EXPECT_EQ(Evaluated("librarylistbytype(\"kd\", \"doors\", \"d.*\", \",\")"),
               "[doors|d.*|,|kd]");
 }
 

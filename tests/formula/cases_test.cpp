@@ -6,7 +6,10 @@
 #include <filesystem>
 #include <fstream>
 #include <gtest/gtest.h>
+#include <map>
+#include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace keel {
@@ -19,12 +22,42 @@ namespace fs = std::filesystem;
 //     formula <TAB> type <TAB> display text    the formula gives a value of that type and text
 //     formula <TAB> error <TAB> message        it gives an error value with that message
 //     formula <TAB> fails <TAB> message        it fails with that message, left as its result
+//                                              (when failures are not reported, the message
+//                                              alone is checked)
 //
-// "//" opens a comment line, "%%" a directive: "%% action" makes the formulas below action
-// formulas, "%% value" value formulas again, and "%% set NAME <TAB> formula" gives the context of
-// the file's formulas a property holding the formula's value (until the first of these the
-// formulas have no context). In every column \n, \t and \\ stand for a newline, a tab and a
-// backslash.
+// "//" opens a comment line, "%%" a directive, which holds for the formulas below it:
+//
+//     %% action / %% value                  action formulas, or value formulas again
+//     %% quiet / %% report                  failures are not reported, or reported again
+//     %% noeval / %% eval                   formulas are only parsed, or evaluated again
+//     %% debug / %% nodebug                 each statement run is shown in the log, or not
+//     %% context                            a new empty context; no local variables or arguments
+//     %% set NAME <TAB> formula [<TAB> s]   the context gets a property holding the formula's
+//                                           value, with the cache state s (Stable when not given)
+//     %% failing NAME                       the context gets a property whose value fails
+//     %% var NAME <TAB> formula             a local variable of the formulas, holding the value
+//     %% args <TAB> formula                 the elements of the array the formula gives are the
+//                                           arguments %1, %2, ... of the formulas
+//
+//     %% counts NAME <TAB> min <TAB> max [<TAB> first]
+//                                           NAME takes from min to max values: calls with one
+//                                           too few (when there can be fewer) and one too many
+//                                           fail with the count report, and calls with min and
+//                                           max values do not; the values are 1 but the first,
+//                                           given as text
+//
+// and these check what the formulas above did:
+//
+//     %% lookups NAME <TAB> count           the context was asked for NAME so often ("*": any)
+//     %% asked <TAB> a|b|c                  the names the context was asked for, in order
+//     %% state <TAB> s                      the cache state of the last formula
+//     %% holds NAME <TAB> type <TAB> text   the context's property NAME (type "absent": none)
+//     %% formula NAME <TAB> text            the formula set on the context for NAME
+//     %% sets <TAB> count                   the values set on the context, one by one
+//     %% logged <TAB> a|b                    the messages the last formula put in the log
+//
+// Until the first "%% set", "%% failing" or "%% context" the formulas have no context. In every
+// column \n, \t and \\ stand for a newline, a tab and a backslash.
 
 fs::path CasesFolder() {
     return fs::path(KEEL_TEST_DATA).parent_path() / "formula" / "cases";
@@ -62,21 +95,36 @@ std::vector<std::string> Columns(const std::string& line) {
     return columns;
 }
 
+const char* const c_states[] = {"Stable", "BySeq", "ByAcceptor", "NotCacheable"};
+
+std::string Joined(const std::vector<std::string>& parts) {
+    std::string joined;
+    for (const std::string& part : parts)
+        joined += (joined.empty() ? "" : "|") + part;
+    return joined;
+}
+
 class FormulaCases : public test::FunctionCallTest,
                      public testing::WithParamInterface<std::string> {
 protected:
-    test::CallOutcome RunCase(const std::string& formula) const {
+    test::CallOutcome RunCase(const std::string& formula) {
         test::CallOutcome outcome;
         const std::unique_ptr<QEvaluator> evaluator(
-            QEvaluator::New(outcome.result, FormulaText(CString::FromUtf8(formula)), m_context,
-                            false, true, m_action));
-        outcome.ok = evaluator->Evaluate();
+            QEvaluator::New(outcome.result, FormulaText(CString::FromUtf8(formula)), m_names.get(),
+                            false, m_report, m_action));
+        for (std::size_t i = 0; i < m_args.size(); ++i)
+            evaluator->SetArg(static_cast<int>(i) + 1, m_args[i]);
+        evaluator->SetDebug(m_debug);
+        for (const auto& [name, value] : m_vars)
+            evaluator->SetVar(PropId(name.c_str()), value);
+        outcome.ok = m_eval ? evaluator->Evaluate() : evaluator->EvaluateNoEval();
         outcome.message = evaluator->Message().ToUtf8();
+        m_state = evaluator->CacheState();
         return outcome;
     }
 
     // Checks one case; the failure names the file and line of the case.
-    void Check(const std::string& path, int line, const std::vector<std::string>& columns) const {
+    void Check(const std::string& path, int line, const std::vector<std::string>& columns) {
         const std::string& formula = columns[0];
         const std::string& kind = columns[1];
         const std::string& expected = columns[2];
@@ -85,7 +133,8 @@ protected:
         if (kind == "fails") {
             if (outcome.ok)
                 ADD_FAILURE_AT(path.c_str(), line) << formula << " gave " << shown;
-            else if (outcome.message != expected || test::MessageOf(outcome.result) != expected)
+            else if (outcome.message != expected ||
+                     (m_report && test::MessageOf(outcome.result) != expected))
                 ADD_FAILURE_AT(path.c_str(), line)
                     << formula << " failed with \"" << outcome.message << "\", leaving " << shown;
             return;
@@ -100,30 +149,156 @@ protected:
                 ADD_FAILURE_AT(path.c_str(), line) << formula << " gave " << shown;
             return;
         }
-        if (outcome.result.TypeName().ToUtf8() != kind ||
-            outcome.result.Format().ToUtf8() != expected)
-            ADD_FAILURE_AT(path.c_str(), line)
-                << formula << " gave " << outcome.result.TypeName().ToUtf8() << " \""
-                << outcome.result.Format().ToUtf8() << "\"";
+        CheckValue(path, line, formula, outcome.result, kind, expected);
     }
 
-    void Directive(const std::string& path, int line, const std::vector<std::string>& columns) {
-        if (columns[0] == "%% action" || columns[0] == "%% value") {
-            m_action = columns[0] == "%% action";
-        } else if (columns[0].rfind("%% set ", 0) == 0 && columns.size() == 2) {
-            const test::CallOutcome outcome = RunCase(columns[1]);
-            if (!outcome.ok)
-                ADD_FAILURE_AT(path.c_str(), line) << columns[1] << ": " << outcome.message;
-            m_names.Set(columns[0].substr(7).c_str(), outcome.result);
-            m_context = &m_names;
+    static void CheckValue(const std::string& path, int line, const std::string& what,
+                           const QAnyValue& value, const std::string& type,
+                           const std::string& text) {
+        if (value.TypeName().ToUtf8() != type || value.Format().ToUtf8() != text)
+            ADD_FAILURE_AT(path.c_str(), line) << what << " gave " << value.TypeName().ToUtf8()
+                                               << " \"" << value.Format().ToUtf8() << "\"";
+    }
+
+    QAnyValue ValueOf(const std::string& path, int line, const std::string& formula) {
+        const bool eval = std::exchange(m_eval, true);
+        const test::CallOutcome outcome = RunCase(formula);
+        m_eval = eval;
+        if (!outcome.ok)
+            ADD_FAILURE_AT(path.c_str(), line) << formula << ": " << outcome.message;
+        return outcome.result;
+    }
+
+    test::NamesContext& Names() {
+        if (!m_names)
+            m_names = std::make_unique<test::NamesContext>();
+        return *m_names;
+    }
+
+    // The switches and the set-up of the formulas below; false when the directive is none of
+    // them.
+    bool Setting(const std::string& path, int line, const std::vector<std::string>& columns) {
+        const std::string& word = columns[0];
+        if (word == "%% action" || word == "%% value") {
+            m_action = word == "%% action";
+        } else if (word == "%% quiet" || word == "%% report") {
+            m_report = word == "%% report";
+        } else if (word == "%% noeval" || word == "%% eval") {
+            m_eval = word == "%% eval";
+        } else if (word == "%% debug" || word == "%% nodebug") {
+            m_debug = word == "%% debug";
+        } else if (word == "%% context") {
+            m_names = std::make_unique<test::NamesContext>();
+            m_vars.clear();
+            m_args.clear();
+        } else if (word.starts_with("%% set ") && columns.size() >= 2) {
+            const QAnyValue value = ValueOf(path, line, columns[1]);
+            const std::string state = columns.size() > 2 ? columns[2] : "Stable";
+            const auto* found = std::find(std::begin(c_states), std::end(c_states), state);
+            if (found == std::end(c_states))
+                ADD_FAILURE_AT(path.c_str(), line) << "no cache state " << state;
+            else
+                Names().Set(word.substr(7).c_str(), value,
+                            static_cast<QCacheState>(found - std::begin(c_states)));
+        } else if (word.starts_with("%% failing ")) {
+            Names().SetFailing(word.substr(11).c_str());
+        } else if (word.starts_with("%% var ") && columns.size() == 2) {
+            m_vars[word.substr(7)] = ValueOf(path, line, columns[1]);
+        } else if (word.starts_with("%% counts ") && columns.size() >= 3) {
+            CheckCounts(path, line, columns);
+        } else if (word == "%% args" && columns.size() == 2) {
+            QAnyValue array = ValueOf(path, line, columns[1]);
+            m_args.clear();
+            for (int i = 1; i <= array.GetSize(); ++i)
+                m_args.push_back(array.GETAT(i));
         } else {
-            ADD_FAILURE_AT(path.c_str(), line) << "unknown directive " << columns[0];
+            return false;
+        }
+        return true;
+    }
+
+    void CheckCounts(const std::string& path, int line, const std::vector<std::string>& columns) {
+        static const char* const words[] = {"no value",     "one value",   "two values",
+                                            "three values", "four values", "five values",
+                                            "six values",   "seven values"};
+        const std::string name = columns[0].substr(10);
+        const int least = std::stoi(columns.at(1));
+        const int most = std::stoi(columns.at(2));
+        const std::string first = columns.size() > 3 ? columns[3] : "1";
+        for (int count = std::max(least - 1, 0); count <= std::min(most + 1, 7); ++count) {
+            if (count > least && count < most)
+                continue;
+            std::string formula = name + "(";
+            for (int i = 0; i < count; ++i)
+                formula += i == 0 ? first : ", 1";
+            formula += ")";
+            TheErrorLog().DiscardPendingMessages();
+            const test::CallOutcome outcome = RunCase(formula);
+            const std::string report =
+                "Expecting " + name + " in correct number of values\nbut found\n\t" + words[count];
+            const bool refused = !outcome.ok && outcome.message == report;
+            if (refused != (count < least || count > most))
+                ADD_FAILURE_AT(path.c_str(), line)
+                    << formula << (refused ? " was refused: " : " was not refused: ")
+                    << outcome.message;
         }
     }
 
+    // The checks of what the formulas above did; false when the directive is none of them.
+    bool Inspection(const std::string& path, int line, const std::vector<std::string>& columns) {
+        const std::string& word = columns[0];
+        const std::string expected = columns.size() > 1 ? columns.back() : "";
+        std::string found;
+        const bool ofTheContext = word.starts_with("%% lookups ") || word == "%% asked" ||
+                                  word.starts_with("%% formula ") ||
+                                  word.starts_with("%% holds ") || word == "%% sets";
+        if (ofTheContext && !m_names) {
+            ADD_FAILURE_AT(path.c_str(), line) << word << " without a context";
+            return true;
+        }
+        if (word.starts_with("%% lookups ")) {
+            const std::string name = word.substr(11);
+            found = std::to_string(name == "*" ? Names().AllLookups()
+                                               : Names().LookupsOf(name.c_str()));
+        } else if (word == "%% asked") {
+            found = Joined(Names().Asked());
+        } else if (word == "%% logged") {
+            for (int i = 0; i < TheErrorLog().GetSize(); ++i)
+                found += (i ? "|" : "") + TheErrorLog().Message(i).ToUtf8();
+        } else if (word == "%% sets") {
+            found = std::to_string(Names().Sets());
+        } else if (word == "%% state") {
+            found = c_states[m_state];
+        } else if (word.starts_with("%% formula ")) {
+            found = Names().Formula(word.substr(11).c_str());
+        } else if (word.starts_with("%% holds ") && columns.size() == 3) {
+            const std::string name = word.substr(9);
+            if (Names().Has(name.c_str()))
+                CheckValue(path, line, name, Names().Get(name.c_str()), columns[1], expected);
+            else if (columns[1] != "absent")
+                ADD_FAILURE_AT(path.c_str(), line) << "the context holds no " << name;
+            return true;
+        } else {
+            return false;
+        }
+        if (found != expected)
+            ADD_FAILURE_AT(path.c_str(), line) << word << " gave \"" << found << "\"";
+        return true;
+    }
+
+    void Directive(const std::string& path, int line, const std::vector<std::string>& columns) {
+        if (!Setting(path, line, columns) && !Inspection(path, line, columns))
+            ADD_FAILURE_AT(path.c_str(), line) << "unknown directive " << columns[0];
+    }
+
     bool m_action = false;
-    test::NamesContext m_names;
-    QFormulaContext* m_context = nullptr;
+    bool m_report = true;
+    bool m_eval = true;
+    bool m_debug = false;
+    std::unique_ptr<test::NamesContext> m_names;
+    std::map<std::string, QAnyValue> m_vars;
+    std::vector<QAnyValue> m_args;
+    QCacheState m_state = QCS_Stable;
 };
 
 TEST_P(FormulaCases, EachLineGivesWhatItSays) {
@@ -142,10 +317,10 @@ TEST_P(FormulaCases, EachLineGivesWhatItSays) {
         } else if (columns.size() != 3) {
             ADD_FAILURE_AT(path.string().c_str(), number) << "a case needs three columns";
         } else {
+            TheErrorLog().DiscardPendingMessages();
             Check(path.string(), number, columns);
             ++cases;
         }
-        TheErrorLog().DiscardPendingMessages();
     }
     EXPECT_GT(cases, 0) << path;
 }

@@ -1,4 +1,5 @@
 #include "tests/support/anyvalues.h"
+#include "tests/support/functioncalls.h"
 #include "tests/support/namescontext.h"
 
 #include "keel/document/errorlog.h"
@@ -7,17 +8,13 @@
 #include "keel/formula/formulacontext.h"
 #include "keel/platform/random.h"
 
-#include <filesystem>
 #include <gtest/gtest.h>
 #include <memory>
 #include <string>
-#include <unistd.h>
 #include <vector>
 
 namespace keel {
 namespace {
-
-namespace fs = std::filesystem;
 
 using test::MessageOf;
 
@@ -58,28 +55,13 @@ public:
     std::vector<Made> made;
 };
 
-// A context that holds named values as its properties.
-using ConstantsContext = test::NamesContext;
-
-class ConstantsTest : public testing::Test {
+// Constants and the evaluator's entry points; the constants' values are in
+// tests/formula/cases/constants.txt.
+class ConstantsTest : public test::FunctionCallTest {
 protected:
-    void SetUp() override {
-        TheErrorLog().SetFilename(CString::FromUtf8(LogPath().string()));
-        TheErrorLog().DiscardPendingMessages();
-        SetNoEvalReportErrors(false);
-    }
     void TearDown() override {
-        SetEvaluatorFactory(nullptr);
         QLength::SetDefaultUnits(QLength::LU_MM);
-        TheErrorLog().DiscardPendingMessages();
-        SetNoEvalReportErrors(false);
-        std::error_code ignored;
-        fs::remove(LogPath(), ignored);
-    }
-
-    static fs::path LogPath() {
-        return fs::temp_directory_path() /
-               ("keel-constants-" + std::to_string(::getpid()) + ".txt");
+        FunctionCallTest::TearDown();
     }
 
     // The constant's value as the named-constant step gives it, or an error naming the miss.
@@ -171,16 +153,6 @@ TEST_F(ConstantsTest, WithEvaluationOffAConstantIsKnownButNotRead) {
     EXPECT_FALSE(evaluator.EvaluateNamedConstant(value, PropId("width")));
 }
 
-TEST_F(ConstantsTest, ALocalVariableHidesAConstantAndTheConstantHidesAProperty) {
-    ConstantsContext context;
-    context.Set("red", QAnyValue(7));
-    context.Set("width", QAnyValue(9));
-    QAnyValue red = Evaluated("red", &context);
-    EXPECT_EQ(red.Type(), QAnyValue::TYPE_COLOR);
-    EXPECT_EQ(red.MakeColor(), 0xFFul);
-    EXPECT_EQ(Evaluated("width", &context).MakeInt(), 9);
-}
-
 TEST_F(ConstantsTest, AnApplicationAddsConstantsOfItsOwn) {
     EXPECT_TRUE(Evaluated("answer").IsError()) << "a plain evaluator has no such constant";
     TheErrorLog().DiscardPendingMessages();
@@ -195,7 +167,11 @@ TEST_F(ConstantsTest, AnApplicationAddsConstantsOfItsOwn) {
 // Entry points
 
 TEST_F(ConstantsTest, TheTypedEntryPointsChangeTheValueToTheirType) {
-    const FormulaText notAFormula;
+    const auto length = [](const char* formula) {
+        return QEvaluator::EvaluateFormulaAsLength(FormulaText(formula), nullptr, false, true,
+                                                   false)
+            .GetRaw();
+    };
     EXPECT_TRUE(
         QEvaluator::EvaluateFormulaAsBool(FormulaText("1 < 2"), nullptr, false, true, false));
     EXPECT_FALSE(QEvaluator::EvaluateFormulaAsBool(FormulaText("0"), nullptr, false, true, false));
@@ -208,27 +184,17 @@ TEST_F(ConstantsTest, TheTypedEntryPointsChangeTheValueToTheirType) {
         QEvaluator::EvaluateFormulaAsAngle(FormulaText("90 deg"), nullptr, false, true, false)
             .GetRaw(),
         90);
-    EXPECT_DOUBLE_EQ(
-        QEvaluator::EvaluateFormulaAsLength(FormulaText("2 ft"), nullptr, false, true, false)
-            .GetRaw(),
-        609.6);
     EXPECT_EQ(
         U8(QEvaluator::EvaluateFormulaAsString(FormulaText("1 + 2"), nullptr, false, true, false)),
         "3");
-    EXPECT_EQ(U8(QEvaluator::EvaluateFormulaAsString(notAFormula, nullptr, false, true, false)),
+    EXPECT_EQ(U8(QEvaluator::EvaluateFormulaAsString(FormulaText(), nullptr, false, true, false)),
               "");
-}
-
-TEST_F(ConstantsTest, APlainNumberAsALengthIsReadInTheDefaultUnit) {
+    EXPECT_DOUBLE_EQ(length("2 ft"), 609.6);
+    // A plain number is read in the default unit.
     QLength::SetDefaultUnits(QLength::LU_MM);
-    EXPECT_DOUBLE_EQ(
-        QEvaluator::EvaluateFormulaAsLength(FormulaText("5"), nullptr, false, true, false).GetRaw(),
-        5);
+    EXPECT_DOUBLE_EQ(length("5"), 5);
     QLength::SetDefaultUnits(QLength::LU_INCH);
-    EXPECT_DOUBLE_EQ(
-        QEvaluator::EvaluateFormulaAsLength(FormulaText("5"), nullptr, false, true, false).GetRaw(),
-        127);
-    QLength::SetDefaultUnits(QLength::LU_MM);
+    EXPECT_DOUBLE_EQ(length("5"), 127);
 }
 
 TEST_F(ConstantsTest, TheEntryPointsMakeTheirEvaluatorsThroughTheFactory) {
@@ -266,7 +232,7 @@ TEST_F(ConstantsTest, AConstantFormulaNeedsNoContext) {
 TEST_F(ConstantsTest, AnActionVariableRunsAsAnActionWithAColonInFront) {
     ProductFactory factory;
     SetEvaluatorFactory(&factory);
-    ConstantsContext context;
+    test::NamesContext context;
     context.Set("go", QAnyValue(u"a := 1"));
     context.Set("stop", QAnyValue(u":a := 0"));
     EXPECT_TRUE(QEvaluator::ExecuteActionVariableIfAny(u"go", &context));
@@ -283,7 +249,7 @@ TEST_F(ConstantsTest, AnActionVariableRunsAsAnActionWithAColonInFront) {
 TEST_F(ConstantsTest, NoActionRunsForAMissingOrFailingProperty) {
     ProductFactory factory;
     SetEvaluatorFactory(&factory);
-    ConstantsContext context;
+    test::NamesContext context;
     QAnyValue failing;
     failing.MakeError(u"bad");
     context.Set("broken", failing);
@@ -301,7 +267,7 @@ TEST_F(ConstantsTest, OnlyTheErrorTestsEvaluateTheirArgumentQuietly) {
 }
 
 TEST_F(ConstantsTest, AnIdentifierIsDefinedAsALocalVariableOrInTheContext) {
-    ConstantsContext context;
+    test::NamesContext context;
     context.Set("width", QAnyValue(3));
     QAnyValue result;
     QEvaluator evaluator(result, FormulaText("1"), &context, false, true, false);

@@ -1,4 +1,5 @@
-#include "keel/document/errorlog.h"
+#include "tests/support/errorreports.h"
+
 #include "keel/formula/deferredeval.h"
 #include "keel/formula/evaluator.h"
 #include "keel/formula/toplevelcontext.h"
@@ -6,13 +7,11 @@
 
 #include <atomic>
 #include <chrono>
-#include <filesystem>
 #include <gtest/gtest.h>
 #include <memory>
 #include <pthread.h>
 #include <string>
 #include <thread>
-#include <unistd.h>
 #include <vector>
 
 namespace keel {
@@ -128,37 +127,33 @@ TEST_F(DeferredEvalGuard, ClearingAParentHappensInADeferredStretch) {
 
 using DeferredEvalPending = DeferredEvalTest;
 
+// The worker reports a value it changed, and not one it found as it was.
 TEST_F(DeferredEvalPending, AStaleValueReadInADeferredStretchIsLeftToTheWorker) {
     QDeferredEval::SetValueChangedHandler(&RecordChange);
-    QWithFormula<QAnyValue> value(&root, QAnyValue(), FormulaText(u"tick * 10"));
-    const long before = QDeferredEval::WorkerEvaluationCount();
-    {
-        QDeferEnsureUpToDateEvaluation deferred;
-        EXPECT_TRUE(value.Value().IsEmpty());
-        EXPECT_TRUE(value.Value().IsEmpty());
-        EXPECT_TRUE(QDeferredEval::HasPendingEvaluation(&value));
-        EXPECT_EQ(root.m_reads.load(), 0);
+    for (const bool changes : {true, false}) {
+        SCOPED_TRACE(changes ? "changed" : "unchanged");
+        g_changedAddress.store(nullptr);
+        root.m_reads.store(0);
+        QWithFormula<QAnyValue> value(&root, changes ? QAnyValue() : QAnyValue(10),
+                                      FormulaText(u"tick * 10"));
+        const long before = QDeferredEval::WorkerEvaluationCount();
+        {
+            QDeferEnsureUpToDateEvaluation deferred;
+            EXPECT_EQ(Text(value.Value()), changes ? "" : "10");
+            EXPECT_EQ(Text(value.Value()), changes ? "" : "10");
+            EXPECT_TRUE(QDeferredEval::HasPendingEvaluation(&value));
+            EXPECT_EQ(root.m_reads.load(), 0);
+        }
+        QDeferredEval::WaitForWorker();
+        EXPECT_FALSE(QDeferredEval::HasPendingEvaluation(&value));
+        EXPECT_EQ(QDeferredEval::WorkerEvaluationCount(), before + 1);
+        EXPECT_EQ(root.m_reads.load(), 1);
+        EXPECT_EQ(Text(value.ValueNoEnsureUpToDate()), "10");
+        EXPECT_EQ(value.State(), root.SyncState());
+        EXPECT_EQ(g_changedAddress.load(), changes ? &value : nullptr);
+        EXPECT_EQ(root.m_threadName, "EnsureUpToDateW");
+        root.MarkAsNotUpToDate();
     }
-    QDeferredEval::WaitForWorker();
-    EXPECT_FALSE(QDeferredEval::HasPendingEvaluation(&value));
-    EXPECT_EQ(QDeferredEval::WorkerEvaluationCount(), before + 1);
-    EXPECT_EQ(root.m_reads.load(), 1);
-    EXPECT_EQ(Text(value.ValueNoEnsureUpToDate()), "10");
-    EXPECT_EQ(value.State(), root.SyncState());
-    EXPECT_EQ(g_changedAddress.load(), &value);
-    EXPECT_EQ(root.m_threadName, "EnsureUpToDateW");
-}
-
-TEST_F(DeferredEvalPending, AnUnchangedValueIsNotReported) {
-    QDeferredEval::SetValueChangedHandler(&RecordChange);
-    QWithFormula<QAnyValue> value(&root, QAnyValue(10), FormulaText(u"tick * 10"));
-    {
-        QDeferEnsureUpToDateEvaluation deferred;
-        value.Value();
-    }
-    QDeferredEval::WaitForWorker();
-    EXPECT_EQ(Text(value.ValueNoEnsureUpToDate()), "10");
-    EXPECT_EQ(g_changedAddress.load(), nullptr);
 }
 
 TEST_F(DeferredEvalPending, OnlyStaleValuesWithAFormulaAndARootWait) {
@@ -283,55 +278,30 @@ ChainResult EvaluateChain(int depth, bool report = false) {
     return {ok, Text(result), evaluator.Message().ToUtf8()};
 }
 
-std::vector<std::string> PendingReports() {
-    std::vector<std::string> reports;
-    QErrorLog& log = TheErrorLog();
-    for (int i = 0; i < log.GetSize(); ++i)
-        reports.push_back(log.ErrorType(i)->Description().ToUtf8() + ": " +
-                          log.Message(i).ToUtf8());
-    return reports;
-}
-
-class DeferredEvalStringFormula : public testing::Test {
+class DeferredEvalStringFormula : public test::ErrorReportsTest {
 protected:
     void SetUp() override {
-        QErrorLog& log = TheErrorLog();
-        if (!log.IsOpen())
-            log.SetFilename(
-                CString::FromUtf8((std::filesystem::temp_directory_path() /
-                                   ("keel-deferredeval-" + std::to_string(::getpid()) + ".txt"))
-                                      .string()));
-        log.DiscardPendingMessages();
-        m_noReports = NoEvalReportErrors();
+        ErrorReportsTest::SetUp();
         SetNoEvalReportErrors(false);
     }
-    void TearDown() override {
-        TheErrorLog().DiscardPendingMessages();
-        SetNoEvalReportErrors(m_noReports);
-    }
-
-private:
-    bool m_noReports = false;
 };
 
-TEST_F(DeferredEvalStringFormula, AChainOf100Succeeds) {
+TEST_F(DeferredEvalStringFormula, AChainOf100SucceedsAndOf101FailsAtTheLastLink) {
     const ChainResult result = EvaluateChain(100, true);
     EXPECT_TRUE(result.ok) << result.message;
     EXPECT_EQ(result.value, "7");
-    EXPECT_TRUE(PendingReports().empty());
-}
+    EXPECT_TRUE(test::PendingReports().empty());
 
-TEST_F(DeferredEvalStringFormula, AChainOf101FailsAtTheLastLinkAndTheNextEvaluationSucceeds) {
-    const ChainResult failed = EvaluateChain(101, true);
-    EXPECT_FALSE(failed.ok);
-    const std::vector<std::string> reports = PendingReports();
+    EXPECT_FALSE(EvaluateChain(101, true).ok);
+    const std::vector<test::Report> reports = test::PendingReports();
     ASSERT_FALSE(reports.empty());
-    EXPECT_EQ(reports.front().rfind("Formula: Stack depth exceeded, formula looping trying to "
-                                    "evaluate [s100] deferred string formula:\ns101\n",
-                                    0),
+    EXPECT_EQ(reports.front().heading, "Formula");
+    EXPECT_EQ(reports.front().message.rfind("Stack depth exceeded, formula looping trying to "
+                                            "evaluate [s100] deferred string formula:\ns101\n",
+                                            0),
               0u)
-        << reports.front();
-
+        << reports.front().message;
+    // The next evaluation succeeds.
     const ChainResult next = EvaluateChain(100);
     EXPECT_TRUE(next.ok) << next.message;
     EXPECT_EQ(next.value, "7");

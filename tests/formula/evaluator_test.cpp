@@ -1,5 +1,7 @@
 #include "tests/support/anyvalues.h"
 #include "tests/support/environment.h"
+#include "tests/support/errorreports.h"
+#include "tests/support/namescontext.h"
 
 #include "keel/document/errorlog.h"
 #include "keel/document/translate.h"
@@ -65,62 +67,21 @@ public:
     }
 };
 
-// A context that answers from a table of its own; without a name of its own it says so through
-// SimpleWhoAmI.
-class EvaluatorContext : public QFormulaContext {
-public:
-    explicit EvaluatorContext(const char* name = "Frame", QFormulaContext* parent = nullptr)
-        : m_name(name), m_parent(parent) {}
-
-    CString SimpleTypeName() const override { return u"Context"; }
-    CString SimpleWhoAmI() const override { return m_name; }
-    QProperties* Properties() const override { return nullptr; }
-    QFormulaContext* ParentContext() override { return m_parent; }
-    const QFormulaContext* ParentContext() const override { return m_parent; }
-
-    bool SimpleLookupValueInThis(PropId name, QAnyValue& value, bool&, QCacheState&,
-                                 bool) override {
-        ++m_lookups;
-        return m_values.Lookup(name, value);
-    }
-
-    void Set(const char* name, const QAnyValue& value) { m_values[PropId(name)] = value; }
-    int Lookups() const { return m_lookups; }
-
-private:
-    CString m_name;
-    QFormulaContext* m_parent;
-    QMap<PropId, QAnyValue> m_values;
-    int m_lookups = 0;
-};
-
 struct Outcome {
     bool ok = false;
     QAnyValue result;
     std::string message;
 };
 
-struct Report {
-    std::string heading;
-    std::string text;
-};
-
-class EvaluatorTest : public testing::Test {
+class EvaluatorTest : public test::ErrorReportsTest {
 protected:
     void SetUp() override {
-        m_logPath =
-            fs::temp_directory_path() / ("keel-evaluator-" + std::to_string(::getpid()) + ".txt");
-        TheErrorLog().SetFilename(CString::FromUtf8(m_logPath.string()));
-        TheErrorLog().DiscardPendingMessages();
+        ErrorReportsTest::SetUp();
         SetNoEvalReportErrors(false);
     }
-
     void TearDown() override {
-        TheErrorLog().DiscardPendingMessages();
-        SetNoEvalReportErrors(false);
         SetEvaluatorFactory(nullptr);
-        std::error_code ignored;
-        fs::remove(m_logPath, ignored);
+        ErrorReportsTest::TearDown();
     }
 
     static Outcome Run(const char* formula, bool report = true,
@@ -132,16 +93,12 @@ protected:
         outcome.message = U8(evaluator.Message());
         return outcome;
     }
-
-    static std::vector<Report> Reports() {
-        std::vector<Report> reports;
-        QErrorLog& log = TheErrorLog();
-        for (int i = 0; i < log.GetSize(); ++i)
-            reports.push_back({U8(log.ErrorType(i)->Description()), U8(log.Message(i))});
-        return reports;
+    // The one report a run left, or a failure.
+    static std::string OnlyReport() {
+        const std::vector<test::Report> reports = test::PendingReports();
+        EXPECT_EQ(reports.size(), 1u);
+        return reports.empty() ? std::string() : reports[0].heading + ": " + reports[0].message;
     }
-
-    fs::path m_logPath;
 };
 
 // ---------------------------------------------------------------------------------------------
@@ -171,12 +128,8 @@ const FailureCase c_failureForms[] = {
 TEST_F(EvaluatorTest, AFailureIsShownUnderFormulaInTheFormThatFitsIt) {
     for (const FailureCase& c : c_failureForms) {
         TheErrorLog().DiscardPendingMessages();
-        const Outcome outcome = Run(c.formula);
-        EXPECT_FALSE(outcome.ok) << c.formula;
-        const std::vector<Report> reports = Reports();
-        ASSERT_EQ(reports.size(), 1u) << c.formula;
-        EXPECT_EQ(reports[0].heading, "Formula");
-        EXPECT_EQ(reports[0].text, c.shown) << c.formula;
+        EXPECT_FALSE(Run(c.formula).ok) << c.formula;
+        EXPECT_EQ(OnlyReport(), "Formula: " + c.shown) << c.formula;
     }
 }
 
@@ -205,7 +158,7 @@ TEST_F(EvaluatorTest, TheFormsPassThroughTranslationUnderTheirOwnContexts) {
         file += std::string(form.original) + "\t\t" + form.translated + "\tMessage box \\(" +
                 form.context + "\\)\t\n";
     }
-    const fs::path path = m_logPath.string() + ".translations.txt";
+    const fs::path path = LogPath().string() + ".translations.txt";
     test::WriteText(path, file);
     ASSERT_TRUE(SwitchToTranslationFile(CString::FromUtf8(path.string()), true, false));
 
@@ -223,108 +176,96 @@ TEST_F(EvaluatorTest, TheFormsPassThroughTranslationUnderTheirOwnContexts) {
     for (int i = 0; i < 8; ++i) {
         TheErrorLog().DiscardPendingMessages();
         Run(c_failureForms[i].formula);
-        const std::vector<Report> reports = Reports();
-        ASSERT_EQ(reports.size(), 1u) << c_failureForms[i].formula;
-        EXPECT_EQ(reports[0].text, expected[i]);
+        EXPECT_EQ(OnlyReport(), "Formula: " + expected[i]);
     }
     SwitchToTranslationFile(CString(), true, false);
     fs::remove(path);
 }
 
-TEST_F(EvaluatorTest, OnFailureTheResultIsAnErrorHoldingTheMessage) {
-    const Outcome outcome = Run("1 +");
-    EXPECT_TRUE(outcome.result.IsError());
-    EXPECT_EQ(MessageOf(outcome.result), outcome.message);
-    EXPECT_EQ(outcome.message,
-              "Expecting a number, string, name or (expression)\nbut found end of formula");
+// How a run ends: whether it succeeds, its message, the message of the error value it leaves
+// (empty when it leaves none) and the one report shown (empty when none is).
+struct RunCase {
+    const char* formula;
+    bool report;
+    bool ok;
+    const char* message;
+    const char* valueMessage;
+    const char* shown;
+};
 
-    // An error value left by the failing part is replaced by the message too.
-    const Outcome refused = Run("refused()");
-    EXPECT_EQ(MessageOf(refused.result), "Error in calling function refused");
-}
-
-TEST_F(EvaluatorTest, NothingIsShownWithoutTheReportFlag) {
-    const Outcome outcome = Run("1 +", false);
-    EXPECT_FALSE(outcome.ok);
-    EXPECT_TRUE(outcome.result.IsError());
-    EXPECT_TRUE(Reports().empty());
-}
-
-TEST_F(EvaluatorTest, NothingIsShownWhenTheProcessWideSwitchIsOff) {
-    const Outcome outcome = Run("silenced()");
-    EXPECT_FALSE(outcome.ok);
-    EXPECT_EQ(outcome.message, "Error in calling function silenced");
-    EXPECT_TRUE(Reports().empty());
-    // The evaluator put the switch back as it found it.
-    EXPECT_FALSE(NoEvalReportErrors());
-}
-
-TEST_F(EvaluatorTest, TokensLeftOverAreExpectingEndOfFormula) {
-    const Outcome outcome = Run("(1)) * 2");
-    EXPECT_FALSE(outcome.ok);
-    EXPECT_EQ(outcome.message, "Expecting end of formula\nbut found\n\t) * 2");
-}
-
-TEST_F(EvaluatorTest, ATokeniserFailureIsASyntaxFailureWithItsText) {
-    const Outcome outcome = Run("'abc");
-    EXPECT_FALSE(outcome.ok);
-    EXPECT_EQ(outcome.message, "Mismatched quotes");
-    const std::vector<Report> reports = Reports();
-    ASSERT_EQ(reports.size(), 1u);
-    EXPECT_EQ(reports[0].text, "Mismatched quotes\nin formula\n\t'abc");
-}
-
-TEST_F(EvaluatorTest, ExceptionsOfThePlatformAreCaughtAndCountAsFailure) {
-    const Outcome invalid = Run("thrown()");
-    EXPECT_FALSE(invalid.ok);
-    EXPECT_EQ(invalid.message, "Invalid argument: thrown on purpose");
-    EXPECT_EQ(MessageOf(invalid.result), "Invalid argument: thrown on purpose");
-
-    const Outcome runaway = Run("runaway()");
-    EXPECT_FALSE(runaway.ok);
-    EXPECT_EQ(runaway.message, "runaway evaluation");
-    ASSERT_EQ(Reports().size(), 2u);
-    EXPECT_EQ(Reports()[1].text, "runaway evaluation\nin formula\n\trunaway()");
-}
-
-TEST_F(EvaluatorTest, AFormulaWithNoTokensSucceedsWithAnEmptyResult) {
-    for (const char* formula : {"", "   \t\n ", "// only a remark", "/* a remark */", "  /**/ "}) {
-        const Outcome outcome = Run(formula);
-        EXPECT_TRUE(outcome.ok) << '[' << formula << ']';
-        EXPECT_TRUE(outcome.result.IsEmpty()) << '[' << formula << ']';
-        EXPECT_EQ(outcome.message, "");
+TEST_F(EvaluatorTest, ARunEndsWithTheseMessagesAndReports) {
+    const char* const incomplete =
+        "Expecting a number, string, name or (expression)\nbut found end of formula";
+    const RunCase cases[] = {
+        {"1 +", true, false, incomplete, incomplete,
+         "Expecting a number, string, name or (expression)\nbut found end of formula\nin "
+         "formula\n\t1 +"},
+        // An error value left by the failing part is replaced by the message too.
+        {"refused()", true, false, "Error in calling function refused",
+         "Error in calling function refused",
+         "Error in calling function refused\nevaluating\n\trefused()"},
+        {"1 +", false, false, incomplete, incomplete, ""},
+        // The process-wide switch, turned off by the function, silences the report.
+        {"silenced()", true, false, "Error in calling function silenced",
+         "Error in calling function silenced", ""},
+        {"(1)) * 2", true, false, "Expecting end of formula\nbut found\n\t) * 2",
+         "Expecting end of formula\nbut found\n\t) * 2",
+         "Expecting end of formula\nbut found\n\t) * 2\nin formula\n\t(1)) * 2\nnear\n\t1)) "},
+        {"'abc", true, false, "Mismatched quotes", "Mismatched quotes",
+         "Mismatched quotes\nin formula\n\t'abc"},
+        // Exceptions of the platform are caught and count as failure.
+        {"thrown()", true, false, "Invalid argument: thrown on purpose",
+         "Invalid argument: thrown on purpose",
+         "Invalid argument: thrown on purpose\nin formula\n\tthrown()"},
+        {"runaway()", true, false, "runaway evaluation", "runaway evaluation",
+         "runaway evaluation\nin formula\n\trunaway()"},
+        {"1 + 2 * 3", true, true, "", "", ""},
+        // A formula with no tokens succeeds with an empty result.
+        {"", true, true, "", "", ""},
+        {"   \t\n ", true, true, "", "", ""},
+        {"// only a remark", true, true, "", "", ""},
+        {"/* a remark */", true, true, "", "", ""},
+        {"  /**/ ", true, true, "", "", ""},
+    };
+    for (const RunCase& c : cases) {
+        SCOPED_TRACE(c.formula);
+        TheErrorLog().DiscardPendingMessages();
+        const Outcome outcome = Run(c.formula, c.report);
+        EXPECT_EQ(outcome.ok, c.ok);
+        EXPECT_EQ(outcome.message, c.message);
+        EXPECT_EQ(outcome.result.IsError() ? MessageOf(outcome.result) : "", c.valueMessage);
+        const std::vector<test::Report> reports = test::PendingReports();
+        EXPECT_EQ(reports.size(), *c.shown ? 1u : 0u);
+        for (const test::Report& report : reports)
+            EXPECT_EQ(report.heading + ": " + report.message, std::string("Formula: ") + c.shown);
     }
+    EXPECT_FALSE(NoEvalReportErrors()) << "the evaluator put the switch back as it found it";
+}
+
+TEST_F(EvaluatorTest, TheResultsOfRunsAreEmptyOrTheirValue) {
+    EXPECT_TRUE(Run("// nothing").result.IsEmpty());
+    const Outcome seven = Run("1 + 2 * 3");
+    EXPECT_EQ(seven.result.Type(), QAnyValue::TYPE_INT);
+    EXPECT_EQ(QAnyValue(seven.result).MakeInt(), 7);
     QAnyValue result(7);
-    QEvaluator evaluator(result, FormulaText(), nullptr, false, true, false);
+    QEvaluator empty(result, FormulaText(), nullptr, false, true, false);
     EXPECT_TRUE(result.IsEmpty()) << "the constructor empties the result";
-    EXPECT_TRUE(evaluator.Evaluate());
+    EXPECT_TRUE(empty.Evaluate());
     EXPECT_TRUE(result.IsEmpty());
-    EXPECT_TRUE(Reports().empty());
-}
 
-TEST_F(EvaluatorTest, ASuccessLeavesNoMessageAndClearsTheFailedFlag) {
-    const Outcome outcome = Run("1 + 2 * 3");
-    EXPECT_TRUE(outcome.ok);
-    EXPECT_EQ(outcome.message, "");
-    EXPECT_EQ(outcome.result.Type(), QAnyValue::TYPE_INT);
-    EXPECT_EQ(QAnyValue(outcome.result).MakeInt(), 7);
+    FailingEvaluator quiet(result, FormulaText("quiet()"), nullptr, false, false, false);
+    EXPECT_FALSE(quiet.Evaluate());
+    EXPECT_TRUE(quiet.IsFailed());
+    EXPECT_FALSE(quiet.IsRunning());
 
-    QAnyValue result;
-    FailingEvaluator evaluator(result, FormulaText("quiet()"), nullptr, false, false, false);
-    EXPECT_FALSE(evaluator.Evaluate());
-    EXPECT_TRUE(evaluator.IsFailed());
-    EXPECT_FALSE(evaluator.IsRunning());
-}
-
-TEST_F(EvaluatorTest, ANoEvalRunChecksTheSyntaxOnly) {
-    QAnyValue result;
+    // A no-eval run checks the syntax only.
     QEvaluator names(result, FormulaText("nosuchname + 1"), nullptr, false, true, false);
     EXPECT_TRUE(names.EvaluateNoEval());
     EXPECT_TRUE(result.IsEmpty());
     EXPECT_FALSE(names.IsNoEval()) << "the count is lowered again";
-
     QEvaluator broken(result, FormulaText("nosuchname +"), nullptr, false, false, false);
     EXPECT_FALSE(broken.EvaluateNoEval());
+    EXPECT_TRUE(test::PendingReports().empty());
 }
 
 // ---------------------------------------------------------------------------------------------
@@ -364,19 +305,14 @@ TEST_F(EvaluatorTest, EachReporterWritesItsTextAndReturnsFalse) {
         EXPECT_FALSE(c.returned) << expected;
         EXPECT_EQ(c.message, expected);
     }
-}
 
-TEST_F(EvaluatorTest, UnknownComposesNothingWithoutTheReportFlag) {
-    QAnyValue result;
+    // Without the report flag Unknown composes nothing; the other reporters always write.
     QEvaluator quiet(result, FormulaText("1"), nullptr, false, false, false);
     EXPECT_FALSE(quiet.Unknown(u"name", u"widht"));
     EXPECT_EQ(U8(quiet.Message()), "");
-    EXPECT_FALSE(quiet.ErrorEvaluating(u"width")) << "the other reporters always write";
+    EXPECT_FALSE(quiet.ErrorEvaluating(u"width"));
     EXPECT_EQ(U8(quiet.Message()), "Error in value of width");
 }
-
-// ---------------------------------------------------------------------------------------------
-// Context lines of reports
 
 TEST_F(EvaluatorTest, ContextInfoHasALineForEachGuardInForceInnermostLast) {
     EXPECT_EQ(U8(QEvaluator::ContextInfo(true)), "");
@@ -389,51 +325,35 @@ TEST_F(EvaluatorTest, ContextInfoHasALineForEachGuardInForceInnermostLast) {
             EXPECT_EQ(U8(QEvaluator::ContextInfo(false)), "");
         }
         EXPECT_EQ(U8(QEvaluator::ContextInfo(true)), "\nin\n\treading table doors.vlt");
+        // A shown failure ends with the context lines.
+        Run("1 +");
+        EXPECT_EQ(OnlyReport(), "Formula: Expecting a number, string, name or (expression)\nbut "
+                                "found end of formula\nin formula\n\t1 +\nin\n\treading table "
+                                "doors.vlt");
     }
     EXPECT_EQ(U8(QEvaluator::ContextInfo(true)), "");
 }
 
-TEST_F(EvaluatorTest, AShownFailureEndsWithTheContextLines) {
-    QEvaluator::ExtraContextInfoForErrors line(u"question Width");
-    Run("1 +");
-    const std::vector<Report> reports = Reports();
-    ASSERT_EQ(reports.size(), 1u);
-    EXPECT_EQ(reports[0].text, "Expecting a number, string, name or (expression)\nbut found end "
-                               "of formula\nin formula\n\t1 +\nin\n\tquestion Width");
-}
-
 // ---------------------------------------------------------------------------------------------
-// Process-wide counts and the report switch
+// Process-wide state and the state of one evaluator
 
-TEST_F(EvaluatorTest, TheNestingCountFollowsTheLivingEvaluators) {
+TEST_F(EvaluatorTest, EachEvaluatorCountsItsNestingAndSetsTheReportSwitchUntilItEnds) {
     const int before = QEvaluator::NestingCount();
     QAnyValue a;
     QAnyValue b;
     {
-        QEvaluator outer(a, FormulaText("1"), nullptr, false, true, false);
-        EXPECT_EQ(QEvaluator::NestingCount(), before + 1);
-        {
-            QEvaluator inner(b, FormulaText("2"), nullptr, false, true, false);
-            EXPECT_EQ(QEvaluator::NestingCount(), before + 2);
-        }
-        EXPECT_EQ(QEvaluator::NestingCount(), before + 1);
-    }
-    EXPECT_EQ(QEvaluator::NestingCount(), before);
-}
-
-TEST_F(EvaluatorTest, EachEvaluatorSetsTheReportSwitchAndPutsItBack) {
-    QAnyValue a;
-    QAnyValue b;
-    SetNoEvalReportErrors(false);
-    {
         QEvaluator quiet(a, FormulaText("1"), nullptr, false, false, false);
+        EXPECT_EQ(QEvaluator::NestingCount(), before + 1);
         EXPECT_TRUE(NoEvalReportErrors());
         {
             QEvaluator loud(b, FormulaText("2"), nullptr, false, true, false);
+            EXPECT_EQ(QEvaluator::NestingCount(), before + 2);
             EXPECT_FALSE(NoEvalReportErrors());
         }
+        EXPECT_EQ(QEvaluator::NestingCount(), before + 1);
         EXPECT_TRUE(NoEvalReportErrors());
     }
+    EXPECT_EQ(QEvaluator::NestingCount(), before);
     EXPECT_FALSE(NoEvalReportErrors());
 
     SetNoEvalReportErrors(true);
@@ -444,13 +364,11 @@ TEST_F(EvaluatorTest, EachEvaluatorSetsTheReportSwitchAndPutsItBack) {
     EXPECT_TRUE(NoEvalReportErrors());
 }
 
-// ---------------------------------------------------------------------------------------------
-// Arguments and local variables
-
-TEST_F(EvaluatorTest, ArgumentsAreOneBasedAndGrowTheArray) {
+TEST_F(EvaluatorTest, ArgumentsVariablesAndTheCacheStateOfAnEvaluator) {
     QAnyValue result;
     QEvaluator e(result, FormulaText("1"), nullptr, false, true, false);
     QAnyValue value;
+    // Arguments are one-based and grow the array.
     EXPECT_FALSE(e.GetArg(1, value));
     e.SetArg(3, QAnyValue(30));
     EXPECT_EQ(e.ArgCount(), 3);
@@ -462,23 +380,16 @@ TEST_F(EvaluatorTest, ArgumentsAreOneBasedAndGrowTheArray) {
     EXPECT_FALSE(e.GetArg(0, value));
     e.SetArg(0, QAnyValue(1));
     EXPECT_EQ(e.ArgCount(), 3) << "there is no argument 0";
-}
 
-TEST_F(EvaluatorTest, LocalVariablesAreKeptByInternedName) {
-    QAnyValue result;
-    QEvaluator e(result, FormulaText("1"), nullptr, false, true, false);
-    QAnyValue value;
+    // Local variables are kept by interned name.
     EXPECT_FALSE(e.GetVar(PropId("count"), value));
     EXPECT_FALSE(e.HasVar(PropId("count")));
     e.SetVar(PropId("Count"), QAnyValue(4));
     EXPECT_TRUE(e.HasVar(PropId("COUNT")));
     ASSERT_TRUE(e.GetVar(PropId("count"), value));
     EXPECT_EQ(value.MakeInt(), 4);
-}
 
-TEST_F(EvaluatorTest, TheCacheStateOnlyRises) {
-    QAnyValue result;
-    QEvaluator e(result, FormulaText("1"), nullptr, false, true, false);
+    // The cache state only rises.
     EXPECT_EQ(e.CacheState(), QCS_Stable);
     e.RaiseCacheState(QCS_ByAcceptor);
     e.RaiseCacheState(QCS_BySeq);
@@ -488,14 +399,12 @@ TEST_F(EvaluatorTest, TheCacheStateOnlyRises) {
 // ---------------------------------------------------------------------------------------------
 // The context's formula cache
 
-TEST_F(EvaluatorTest, AValueKeptByTheContextAnswersAtOnce) {
-    EvaluatorContext context;
+TEST_F(EvaluatorTest, AValueKeptByTheContextAnswersAtOnceUnlessDebugOrAction) {
+    test::NamesContext context;
     context.RememberThisFormulaValueForNextTime(QAnyValue(42), FormulaText("40 + 1"), QCS_Stable);
     const Outcome cached = Run("40 + 1", true, &context);
     EXPECT_TRUE(cached.ok);
     EXPECT_EQ(QAnyValue(cached.result).MakeInt(), 42);
-
-    // A debug run and an action run always evaluate.
     for (const bool action : {false, true}) {
         QAnyValue result;
         QEvaluator e(result, FormulaText("40 + 1"), &context, false, true, action);
@@ -505,11 +414,10 @@ TEST_F(EvaluatorTest, AValueKeptByTheContextAnswersAtOnce) {
     }
 }
 
-TEST_F(EvaluatorTest, ASuccessIsKeptByTheContextUnlessItIsAnAction) {
-    EvaluatorContext context;
+TEST_F(EvaluatorTest, ASuccessIsKeptByTheContextUnlessItIsAnActionOrASyntaxCheck) {
+    test::NamesContext context;
     context.Set("depth", QAnyValue(20));
-    const Outcome first = Run("depth * 2", true, &context);
-    EXPECT_EQ(QAnyValue(first.result).MakeInt(), 40);
+    EXPECT_EQ(QAnyValue(Run("depth * 2", true, &context).result).MakeInt(), 40);
     QAnyValue kept;
     QCacheState state = QCS_Stable;
     ASSERT_TRUE(context.HeresAFormulaValueIPreparedEarlier(kept, state, FormulaText("depth * 2")));
@@ -519,19 +427,12 @@ TEST_F(EvaluatorTest, ASuccessIsKeptByTheContextUnlessItIsAnAction) {
     QEvaluator action(result, FormulaText("depth * 3"), &context, false, true, true);
     EXPECT_TRUE(action.Evaluate());
     EXPECT_FALSE(context.HeresAFormulaValueIPreparedEarlier(kept, state, FormulaText("depth * 3")));
-}
 
-TEST_F(EvaluatorTest, ASyntaxCheckNeitherReadsNorFillsTheCache) {
-    EvaluatorContext context;
     context.RememberThisFormulaValueForNextTime(QAnyValue(42), FormulaText("40 +"), QCS_Stable);
-    QAnyValue result;
     QEvaluator check(result, FormulaText("40 +"), &context, false, false, false);
-    EXPECT_FALSE(check.EvaluateNoEval());
-
+    EXPECT_FALSE(check.EvaluateNoEval()) << "a syntax check does not read the cache";
     QEvaluator other(result, FormulaText("40 + 2"), &context, false, false, false);
     EXPECT_TRUE(other.EvaluateNoEval());
-    QAnyValue kept;
-    QCacheState state = QCS_Stable;
     EXPECT_FALSE(context.HeresAFormulaValueIPreparedEarlier(kept, state, FormulaText("40 + 2")));
 }
 
@@ -539,15 +440,17 @@ TEST_F(EvaluatorTest, ASyntaxCheckNeitherReadsNorFillsTheCache) {
 // Helpers
 
 TEST_F(EvaluatorTest, TheContextWithANameIsTheFirstAtOrAboveThatHasOne) {
-    EvaluatorContext root("Drawing");
-    EvaluatorContext unnamed("", &root);
-    EvaluatorContext frame("Frame", &unnamed);
-    EvaluatorContext leaf("", &frame);
+    test::NamesContext root("Drawing");
+    test::NamesContext unnamed("Unnamed", &root);
+    test::NamesContext frame("Frame", &unnamed);
+    test::NamesContext leaf("Leaf", &frame);
+    test::NamesContext lonely("Lonely");
+    for (test::NamesContext* nameless : {&unnamed, &leaf, &lonely})
+        nameless->MakeNameless();
     EXPECT_EQ(QEvaluator::FindContextWithName(&frame), &frame);
     EXPECT_EQ(QEvaluator::FindContextWithName(&leaf), &frame);
     EXPECT_EQ(QEvaluator::FindContextWithName(&unnamed), &root);
     EXPECT_EQ(QEvaluator::FindContextWithName(nullptr), nullptr);
-    EvaluatorContext lonely("");
     EXPECT_EQ(QEvaluator::FindContextWithName(&lonely), nullptr);
 }
 
@@ -608,20 +511,20 @@ TEST_F(EvaluatorTest, TheFormulaHookRunsFormulasQuietly) {
     EXPECT_EQ(value.MakeInt(), 5);
     EXPECT_FALSE(EvaluateFormula(FormulaText("2 +"), nullptr, value));
     EXPECT_TRUE(value.IsError());
-    EXPECT_TRUE(Reports().empty());
+    EXPECT_TRUE(test::PendingReports().empty());
 
-    EvaluatorContext context;
+    test::NamesContext context;
     context.Set("depth", QAnyValue(8));
     EXPECT_TRUE(EvaluateFormula(FormulaText("depth + 1"), &context, value));
     EXPECT_EQ(value.MakeInt(), 9);
+    EXPECT_FALSE(EvaluateFormula(FormulaText("set value w = 1"), &context, value))
+        << "not an action";
+    EXPECT_FALSE(context.Has("w"));
     SetFormulaEvaluatorHook(previous);
 }
 
-// ---------------------------------------------------------------------------------------------
-// Tracing
-
 TEST_F(EvaluatorTest, EveryEvaluationIsTracedWhenTheMaskAsksForIt) {
-    const fs::path folder = m_logPath.string() + ".data";
+    const fs::path folder = LogPath().string() + ".data";
     test::ScopedEnvironment environment("XDG_DATA_HOME", folder.c_str());
     UserTraceRestart();
     const unsigned mask = QWinApp::c_UserTraceMask;

@@ -6,15 +6,11 @@
 #include "keel/document/winapp.h"
 #include "keel/formula/evaluator.h"
 #include "keel/formula/evaluatorfactory.h"
-#include "keel/formula/formulacontext.h"
 #include "keel/platform/timer.h"
-#include "keel/system/fsfile.h"
 
 #include <chrono>
 #include <filesystem>
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <mutex>
 #include <pwd.h>
 #include <string>
 #include <thread>
@@ -24,115 +20,27 @@ namespace keel {
 namespace {
 
 namespace fs = std::filesystem;
-using testing::HasSubstr;
 
-// A context of values and formulas by name, which refuses to set "locked" and counts the values
-// set. Values may be set from the timer's thread.
-struct Outcome {
-    bool ok = false;
-    QAnyValue value;
-    std::string message;
-};
-
-Outcome Evaluated(const std::string& formula, QFormulaContext* context, bool action) {
-    Outcome outcome;
-    QEvaluator evaluator(outcome.value, FormulaText(CString::FromUtf8(formula)), context, false,
-                         false, action);
-    outcome.ok = evaluator.Evaluate();
-    outcome.message = evaluator.Message().ToUtf8();
-    return outcome;
-}
-
-std::string Shown(const QAnyValue& value) {
-    if (value.IsError())
-        return "#ERR " + test::MessageOf(value);
-    if (value.IsEmpty())
-        return "<empty>";
-    return QAnyValue(value).MakeCString().ToUtf8();
-}
-
+// The timers, the user, the machine and the programs run; the rest is in
+// tests/formula/cases/functions_context.txt.
 class FunctionsContext : public testing::Test {
 protected:
-    FunctionsContext() {
-        m_room.Set("width", 40);
-        m_room.Set("sizes", test::Array({1, 2}));
-    }
     ~FunctionsContext() override { QTimerQueue::Instance().WaitUntilIdle(std::chrono::seconds(5)); }
 
+    // The value's text, its error message after "#ERR ", or the failure after "failed: ".
     std::string ValueOf(const std::string& formula, bool action = false) {
-        const Outcome outcome = Evaluated(formula, &m_room, action);
-        return outcome.ok ? Shown(outcome.value) : "failed: " + outcome.message;
+        QAnyValue value;
+        QEvaluator evaluator(value, FormulaText(CString::FromUtf8(formula)), &m_room, false, false,
+                             action);
+        if (!evaluator.Evaluate())
+            return "failed: " + evaluator.Message().ToUtf8();
+        if (value.IsError())
+            return "#ERR " + test::MessageOf(value);
+        return value.MakeCString().ToUtf8();
     }
 
     test::NamesContext m_room{"Room"};
 };
-
-struct ContextCase {
-    const char* formula;
-    const char* expected;
-};
-
-class FunctionsContextValues : public FunctionsContext,
-                               public testing::WithParamInterface<ContextCase> {};
-
-TEST_P(FunctionsContextValues, GiveTheirValue) {
-    EXPECT_EQ(ValueOf(GetParam().formula, true), GetParam().expected) << GetParam().formula;
-}
-
-INSTANTIATE_TEST_SUITE_P(
-    Table, FunctionsContextValues,
-    testing::Values(
-        ContextCase{"varexist(\"width\")", "Yes"}, ContextCase{"varexist(\"depth\")", "No"},
-        ContextCase{"y := 1; varexist(\"y\")", "Yes"},
-        ContextCase{"varifexistelse(\"width\", 7)", "40"},
-        ContextCase{"varifexistelse(\"depth\", 7)", "7"},
-        ContextCase{"varifexistelse(\"depth\")", "<empty>"},
-        ContextCase{"y := \"local\"; varifexistelse(\"y\", 7)", "local"},
-        ContextCase{"y := 1; vardelete(\"y\"); varexist(\"y\")", "No"},
-        ContextCase{"vardelete(\"nothing\")", "Yes"}, ContextCase{"setvalue(\"depth\", 5)", "5"},
-        ContextCase{"setvalue(\"locked\", 5)", "#ERR SetValue fails to set new value for locked"},
-        ContextCase{"setformula(\"area\", \"width * 2\")", "width * 2"},
-        ContextCase{"setformula(\"locked\", \"1\")",
-                    "#ERR SetFormula fails to set new formula for locked"},
-        ContextCase{"setvaluetimed(\"light\", 0, 0, 3, 1)", "No"}, ContextCase{"userid(9)", ""},
-        ContextCase{"info(77)", ""}));
-
-TEST_F(FunctionsContext, VarDeleteRemovesTheContextsProperty) {
-    EXPECT_EQ(ValueOf("vardelete(\"width\")"), "Yes");
-    EXPECT_FALSE(m_room.Has("width"));
-}
-
-TEST_F(FunctionsContext, SetValueAndSetFormulaWriteToTheContext) {
-    EXPECT_EQ(ValueOf("setvalue(\"depth\", width / 2)", true), "20");
-    EXPECT_EQ(m_room.Text("depth"), "20");
-    EXPECT_EQ(ValueOf("setformula(\"area\", \"width * depth\")", true), "width * depth");
-    EXPECT_EQ(m_room.Formula("area"), "width * depth");
-}
-
-TEST_F(FunctionsContext, SetValueTakesAWholeArrayAsTheValue) {
-    EXPECT_EQ(ValueOf("setvalue(\"copy\", sizes); count(copy)", true), "2");
-    EXPECT_EQ(m_room.Sets(), 1);
-}
-
-TEST_F(FunctionsContext, ActionsAreRefusedOutsideAnActionField) {
-    for (const char* formula : {"setvalue(\"depth\", 1)", "setformula(\"depth\", \"1\")",
-                                "setvaluetimed(\"depth\", 1, 0, 0, 0)"}) {
-        const Outcome outcome = Evaluated(formula, &m_room, false);
-        EXPECT_FALSE(outcome.ok) << formula;
-        EXPECT_THAT(outcome.message, HasSubstr("Only allowed in an action field")) << formula;
-    }
-    EXPECT_FALSE(m_room.Has("depth"));
-}
-
-TEST_F(FunctionsContext, WithoutAContextNothingCanBeSet) {
-    for (const char* formula : {"setvalue(\"depth\", 1)", "setvaluetimed(\"depth\", 1, 0, 0, 0)"}) {
-        const Outcome outcome = Evaluated(formula, nullptr, true);
-        ASSERT_TRUE(outcome.ok) << formula;
-        EXPECT_EQ(test::MessageOf(outcome.value), "SetValue fails to set new value for depth");
-    }
-    EXPECT_EQ(test::MessageOf(Evaluated("setformula(\"depth\", 1)", nullptr, true).value),
-              "SetFormula fails to set new formula for depth");
-}
 
 TEST_F(FunctionsContext, SetValueTimedSetsTheValueAfterTheDelay) {
     const auto start = std::chrono::steady_clock::now();
@@ -257,17 +165,6 @@ TEST_F(FunctionsContextShell, AProgramThatCannotStartIsAnErrorValue) {
               "#ERR Cannot run keel-no-such-program: No such file or directory");
     EXPECT_EQ(ValueOf("shell(\"true\", \"\", " + Quoted(m_folder / "nowhere") + ")"),
               "#ERR Cannot run true: No such file or directory");
-}
-
-TEST_F(FunctionsContext, ACountOutsideTheRangeIsRefused) {
-    for (const char* formula :
-         {"varexist()", "varifexistelse()", "vardelete(1, 2)", "setvalue(\"a\")",
-          "setformula(\"a\", 1, 2)", "setvaluetimed(\"a\", 1, 2, 3)", "shell()",
-          "shellwait(1, 2, 3, 4, 5)", "userid(1, 2)", "info()"}) {
-        const Outcome outcome = Evaluated(formula, &m_room, true);
-        EXPECT_FALSE(outcome.ok) << formula;
-        EXPECT_THAT(outcome.message, HasSubstr("correct number of values")) << formula;
-    }
 }
 
 } // namespace

@@ -1,5 +1,6 @@
 #include "tests/support/anyvalues.h"
 #include "tests/support/environment.h"
+#include "tests/support/functioncalls.h"
 #include "tests/tables/memorytable.h"
 #include "tests/tables/tablefixture.h"
 
@@ -27,24 +28,10 @@ std::string U8(const CString& text) {
     return text.ToUtf8();
 }
 
-std::string Describe(const QAnyValue& value) {
-    CString message;
-    if (value.IsErrorAndGetMessage(message))
-        return "error \"" + U8(message) + "\"";
-    if (value.IsNA())
-        return "N/A";
-    return value.TypeName().ToUtf8() + " " + U8(value.AsStringOrFormula());
-}
-
-QAnyValue Error(const char* message) {
-    return test::Error(message);
-}
-
-struct Outcome {
-    bool ok = false;
-    QAnyValue result;
-    std::string message;
-};
+using Outcome = test::CallOutcome;
+using test::DescribeValue;
+using test::Error;
+using test::NA;
 
 // The table "prices" in the table folder: whole-number rows 5, 10 and 15, columns "small" and
 // "large", and whole-number cells 1 to 6 row by row.
@@ -90,21 +77,13 @@ protected:
             m_context.ForgetEverythingIKnow();
             const Outcome outcome = Run(c.formula);
             EXPECT_TRUE(outcome.ok) << c.formula << ": " << outcome.message;
-            EXPECT_EQ(Describe(outcome.result), Describe(c.expected)) << c.formula;
+            EXPECT_EQ(DescribeValue(outcome.result), DescribeValue(c.expected)) << c.formula;
         }
-    }
-
-    static std::string WrongCount(const std::string& name, const char* word) {
-        return "Expecting " + name + " in correct number of values\nbut found\n\t" + word;
     }
 
     test::NamesContext m_context;
     QAnyValue m_t;
 };
-
-QAnyValue NA() {
-    return test::NA();
-}
 
 TEST_F(FunctionsTablesTest, TheGroupHoldsTheTwentySevenFunctions) {
     EXPECT_EQ(TableFunctions().functions.size(), 27u);
@@ -115,7 +94,7 @@ TEST_F(FunctionsTablesTest, TheGroupHoldsTheTwentySevenFunctions) {
     }
 }
 
-TEST_F(FunctionsTablesTest, LookupsByLabelAndByIndex) {
+TEST_F(FunctionsTablesTest, ReadsByLabelsIndexesAndTests) {
     ExpectValues({
         {"lookup(\"prices\", 7, \"large\")", 4},
         {"lookup(\"PRICES.vlt\", 15, \"small\")", 5},
@@ -133,18 +112,8 @@ TEST_F(FunctionsTablesTest, LookupsByLabelAndByIndex) {
         {"lookupbyindex(\"prices\", 0, 1)", NA()},
         {"lookupbyindex(\"prices\", 1, cverr(\"bad\"))", Error("bad")},
         {"lookupbyindex(\"nosuch\", 1, 1, 0)", 0},
-    });
-}
-
-TEST_F(FunctionsTablesTest, AnArrayArgumentSpreads) {
-    ExpectValues({
         {"lookup(\"prices\", array(5, 11, 99), \"small\")", Array({1, 5, NA()})},
         {"rowlabel(\"prices\", array(1, 3))", Array({5, 15})},
-    });
-}
-
-TEST_F(FunctionsTablesTest, CountsAndLabels) {
-    ExpectValues({
         {"rowcount(\"prices\")", 3},
         {"rowcount(\"nosuch\")", Error("Cannot find lookup table nosuch")},
         {"colcount(\"prices\")", 2},
@@ -158,11 +127,6 @@ TEST_F(FunctionsTablesTest, CountsAndLabels) {
         {"rowlabels(\"\")", Error("Cannot find lookup table ")},
         {"collabels(\"prices\")", u"small|large"},
         {"collabels(\"nosuch\")", Error("Cannot find lookup table nosuch")},
-    });
-}
-
-TEST_F(FunctionsTablesTest, ValuesOfARowOrColumn) {
-    ExpectValues({
         {"rowvalues(\"prices\", 10)", u"3|4"},
         {"rowvalues(\"prices\", 11)", NA()},
         {"colvalues(\"prices\", \"large\")", u"2|4|6"},
@@ -171,11 +135,6 @@ TEST_F(FunctionsTablesTest, ValuesOfARowOrColumn) {
         {"rowvaluesbyindex(\"prices\", 0)", NA()},
         {"colvaluesbyindex(\"prices\", 2)", u"2|4|6"},
         {"colvaluesbyindex(\"prices\", 3)", NA()},
-    });
-}
-
-TEST_F(FunctionsTablesTest, LabelsOfMatchingCells) {
-    ExpectValues({
         {"rowlabelsforval(\"prices\", 4)", u"10"},
         {"rowlabelsforval(\"prices\", 4, false)", u"5|10|15"},
         {"rowlabelsforval(\"prices\")", u""},
@@ -188,11 +147,6 @@ TEST_F(FunctionsTablesTest, LabelsOfMatchingCells) {
         {"rowlabelsforcol(\"prices\", \"medium\", 3)", NA()},
         {"collabelsforrow(\"prices\", 15, 5)", u"small"},
         {"collabelsforrow(\"prices\", 16, 5)", NA()},
-    });
-}
-
-TEST_F(FunctionsTablesTest, LabelsOfTwoTests) {
-    ExpectValues({
         {"rowlabelsforcol2(\"prices\", \"small\", 1, \"large\", 2)", u"5"},
         {"rowlabelsforcol2(\"prices\", \"small\", 1, false, \"large\", 2, false)", u"10|15"},
         {"rowlabelsforcol2(\"prices\", \"small\", \"large\")", u""},
@@ -200,20 +154,6 @@ TEST_F(FunctionsTablesTest, LabelsOfTwoTests) {
          Error("s")},
         {"collabelsforrow2(\"prices\", 5, 1, 10, 3)", u"small"},
         {"collabelsforrow2(\"prices\", 5, 1, 11, 3)", NA()},
-    });
-    for (const char* name : {"rowlabelsforcol2", "collabelsforrow2"}) {
-        for (const auto& [arguments, word] :
-             {std::pair{"(\"prices\", 1, 2, 3)", "four values"},
-              std::pair{"(\"prices\", 1, 2, 3, 4, 5)", "six values"}}) {
-            const Outcome outcome = Run(std::string(name) + arguments);
-            EXPECT_FALSE(outcome.ok) << name << arguments;
-            EXPECT_EQ(outcome.message, WrongCount(name, word));
-        }
-    }
-}
-
-TEST_F(FunctionsTablesTest, FilteredValues) {
-    ExpectValues({
         {"rowvaluesfilterbyrow2(\"prices\", 5, 10, 3)", u"1"},
         {"rowvaluesfilterbyrow2(\"prices\", 5, 10, 3, false)", u"2"},
         {"rowvaluesfilterbyrow2(\"prices\", 5, 99, 3)", NA()},
@@ -254,39 +194,13 @@ TEST_F(FunctionsTablesTest, EditsChangeTheSharedTable) {
 TEST_F(FunctionsTablesTest, AnEditIsNeverTakenFromTheFormulaCache) {
     const Outcome first = Run("removerow(\"prices\", 5)");
     const Outcome second = Run("removerow(\"prices\", 5)");
-    EXPECT_EQ(Describe(first.result), Describe(QAnyValue(true)));
-    EXPECT_EQ(Describe(second.result), "N/A");
-    EXPECT_EQ(Describe(Run("addcol(t, \"y\")").result), Describe(QAnyValue(true)));
-    EXPECT_EQ(Describe(Run("addcol(t, \"y\")").result), Describe(QAnyValue(true)));
+    EXPECT_EQ(DescribeValue(first.result), DescribeValue(QAnyValue(true)));
+    EXPECT_TRUE(second.result.IsNA());
+    EXPECT_EQ(DescribeValue(Run("addcol(t, \"y\")").result), DescribeValue(QAnyValue(true)));
+    EXPECT_EQ(DescribeValue(Run("addcol(t, \"y\")").result), DescribeValue(QAnyValue(true)));
     int cols = 0;
     ASSERT_TRUE(QLookupTable(m_t.MakeLookupTable()).ColCount(cols));
     EXPECT_EQ(cols, 3);
-}
-
-TEST_F(FunctionsTablesTest, WrongCountsAreRefused) {
-    struct Case {
-        const char* formula;
-        const char* name;
-        const char* word;
-    };
-    const Case cases[] = {
-        {"lookup(\"prices\", 1)", "lookup", "two values"},
-        {"lookupbyindex(\"prices\", 1, 1, 1, 1)", "lookupbyindex", "five values"},
-        {"rowcount()", "rowcount", "no value"},
-        {"rowcount(\"prices\", 1)", "rowcount", "two values"},
-        {"rowlabel(\"prices\")", "rowlabel", "one value"},
-        {"rowlabels(\"prices\", 1)", "rowlabels", "two values"},
-        {"rowlabelsforval(\"prices\", 1, 2, 3)", "rowlabelsforval", "four values"},
-        {"rowlabelsforcol(\"prices\")", "rowlabelsforcol", "one value"},
-        {"rowvaluesfilterbyrow2(\"prices\", 1, 2)", "rowvaluesfilterbyrow2", "three values"},
-        {"addcol(\"prices\", 1, 2, 3)", "addcol", "four values"},
-        {"removecolbyindex(\"prices\")", "removecolbyindex", "one value"},
-    };
-    for (const Case& c : cases) {
-        const Outcome outcome = Run(c.formula);
-        EXPECT_FALSE(outcome.ok) << c.formula;
-        EXPECT_EQ(outcome.message, WrongCount(c.name, c.word)) << c.formula;
-    }
 }
 
 // An application with a data folder of the test's own, for the trace file.

@@ -23,14 +23,13 @@ namespace {
 
 namespace fs = std::filesystem;
 using testing::ElementsAre;
-using testing::HasSubstr;
 
 std::string Utf8(const CString& text) {
     return text.ToUtf8();
 }
 
 // Records what the functions ask of the person and answers from what the test set.
-class DialogHost : public IUIServices {
+class DialogHost : public CHeadlessUIServices {
 public:
     bool HasDisplay() const override { return display; }
     int MessageBox(const CString& text, const CString&, unsigned) override {
@@ -38,10 +37,6 @@ public:
         return boxAnswer;
     }
     void ShowPendingMessages(const std::vector<CPendingMessage>&) override {}
-    bool Customise(CCheckList&, CCheckList&, const std::function<void()>&) override {
-        return false;
-    }
-    bool OpenFile(const CString&) override { return false; }
 
     bool EditText(CString& text, const CString& title) override {
         asked.push_back("edit " + Utf8(title) + ": " + Utf8(text));
@@ -217,13 +212,6 @@ TEST_F(FunctionsWindows, AServerWithADisplayAsksNothingEither) {
     EXPECT_TRUE(m_host.asked.empty());
 }
 
-TEST_F(FunctionsWindows, ShowPageWithoutASheetFails) {
-    const Outcome outcome = Evaluated("showpage(\"Doors\", \"Size\")", true, true);
-    EXPECT_FALSE(outcome.ok);
-    EXPECT_THAT(outcome.message, HasSubstr("No Property Sheet active"));
-    EXPECT_THAT(outcome.message, HasSubstr("showpage"));
-}
-
 TEST_F(FunctionsWindows, ShowPageSelectsThePageOfTheSheet) {
     m_host.selection = IUIServices::PageSelection::Selected;
     EXPECT_EQ(ValueOf("showpage(\"Doors\", \"Size\")"), "Yes");
@@ -233,26 +221,30 @@ TEST_F(FunctionsWindows, ShowPageSelectsThePageOfTheSheet) {
     EXPECT_THAT(m_host.asked, ElementsAre("page Doors/Size", "page Doors/Colour"));
 }
 
-TEST_F(FunctionsWindows, EditTextGivesTheTextEditedOrTheOldOne) {
+TEST_F(FunctionsWindows, TheDialogsGiveWhatThePersonChoseOrTheOldValue) {
     m_host.display = true;
     m_host.answer = "final";
     EXPECT_EQ(ValueOf("edittext(\"draft\")"), "final");
-    m_host.answer.reset();
-    EXPECT_EQ(ValueOf("edittext(\"draft\")"), "draft");
-    EXPECT_THAT(m_host.asked, ElementsAre("edit Edit Text: draft", "edit Edit Text: draft"));
-    EXPECT_TRUE(Logged().empty());
-}
-
-TEST_F(FunctionsWindows, PickColorGivesTheColourChosen) {
-    m_host.display = true;
     m_host.answer = "65280";
     const Outcome chosen = Evaluated("pickcolor(255)");
     ASSERT_TRUE(chosen.ok) << chosen.message;
     EXPECT_TRUE(chosen.value.IsColor());
     EXPECT_EQ(QAnyValue(chosen.value).MakeColor(), 65280u);
     m_host.answer.reset();
+    EXPECT_EQ(ValueOf("edittext(\"draft\")"), "draft");
     EXPECT_EQ(ValueOf("pickcolor(17)"), "17");
-    EXPECT_THAT(m_host.asked, ElementsAre("color 255", "color 17"));
+    EXPECT_THAT(m_host.asked, ElementsAre("edit Edit Text: draft", "color 255",
+                                          "edit Edit Text: draft", "color 17"));
+
+    m_host.boxAnswer = IDNO;
+    EXPECT_EQ(ValueOf("confirm(\"Sure?\")"), "No");
+    m_host.boxAnswer = IDYES;
+    EXPECT_EQ(ValueOf("confirm(\"Sure?\")"), "Yes");
+    EXPECT_EQ(ValueOf("msgbox(\"Hello\")"), "Yes");
+    EXPECT_THAT(m_host.boxes, ElementsAre("Sure?", "Sure?", "Hello"));
+    EXPECT_EQ(ValueOf("showfriendlypages(\"Doors\")"),
+              "#ERR Friendly pages cannot be shown: there are no question pages");
+    EXPECT_TRUE(Logged().empty());
 }
 
 TEST_F(FunctionsWindows, BrowseGivesAPathRelativeToTheDialogsFolder) {
@@ -282,22 +274,6 @@ TEST_F(FunctionsWindows, EditorsOpenOnTheirFiles) {
                                           "form /forms/kitchen.viqx Doors"));
 }
 
-TEST_F(FunctionsWindows, BoxesAskThePerson) {
-    m_host.display = true;
-    m_host.boxAnswer = IDNO;
-    EXPECT_EQ(ValueOf("confirm(\"Sure?\")"), "No");
-    m_host.boxAnswer = IDYES;
-    EXPECT_EQ(ValueOf("confirm(\"Sure?\")"), "Yes");
-    EXPECT_EQ(ValueOf("msgbox(\"Hello\")"), "Yes");
-    EXPECT_THAT(m_host.boxes, ElementsAre("Sure?", "Sure?", "Hello"));
-}
-
-TEST_F(FunctionsWindows, FriendlyPagesNeedTheQuestionPages) {
-    m_host.display = true;
-    EXPECT_EQ(ValueOf("showfriendlypages(\"Doors\")"),
-              "#ERR Friendly pages cannot be shown: there are no question pages");
-}
-
 TEST_F(FunctionsWindows, MsgBoxLogReportsUnderItsHeading) {
     EXPECT_EQ(ValueOf("msgboxlog(\"Careful\", \"Checks\")"), "Yes");
     EXPECT_EQ(ValueOf("msgboxlog(\"Again\")"), "Yes");
@@ -307,30 +283,6 @@ TEST_F(FunctionsWindows, MsgBoxLogReportsUnderItsHeading) {
     EXPECT_EQ(Utf8(log.ErrorType(0)->Description()), "Checks");
     EXPECT_EQ(Utf8(log.Message(1)), "Again");
     EXPECT_EQ(Utf8(log.ErrorType(1)->Description()), "Error");
-}
-
-TEST_F(FunctionsWindows, DialogsAreOnlyForActionFields) {
-    for (const char* formula :
-         {"showpage(\"a\", \"b\")", "pickcolor(1)", "browsefile()", "browseimage()",
-          "browsemodel()", "browsedxf()", "formeditor(\"a\")", "tableeditor(\"a\")",
-          "showfriendlypages(1)", "showfriendlywizard(1)"}) {
-        const Outcome outcome = Evaluated(formula, false);
-        EXPECT_FALSE(outcome.ok) << formula;
-        EXPECT_THAT(outcome.message, HasSubstr("Only allowed in an action field")) << formula;
-    }
-    EXPECT_TRUE(m_host.asked.empty());
-}
-
-TEST_F(FunctionsWindows, ACountOutsideTheRangeIsRefused) {
-    for (const char* formula :
-         {"msgbox()", "alert(1, 2)", "confirm(1, 2)", "edittext()", "pickcolor()", "showpage(1)",
-          "browsefile(1, 2, 3)", "browseimage(1, 2, 3)", "browsemodel(1, 2, 3)",
-          "browsedxf(1, 2, 3)", "formeditor()", "showfriendlypages()",
-          "showfriendlypages(1, 2, 3, 4, 5, 6)", "msgboxlog(1, 2, 3)", "tableeditor()"}) {
-        const Outcome outcome = Evaluated(formula);
-        EXPECT_FALSE(outcome.ok) << formula;
-        EXPECT_THAT(outcome.message, HasSubstr("correct number of values")) << formula;
-    }
 }
 
 } // namespace

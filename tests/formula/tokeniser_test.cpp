@@ -127,7 +127,10 @@ INSTANTIATE_TEST_SUITE_P(
                     TokenCase{"$1,,2", {"money:100", "c:,", "c:,", "int:2"}},
                     TokenCase{"$,5", {"c:$", "c:,", "int:5"}}, TokenCase{"$x", {"c:$", "id:x"}},
                     TokenCase{"$ 5", {"c:$", "int:5"}}, TokenCase{"$.5", {"c:$", "num:0.5"}},
-                    TokenCase{"$", {"c:$"}}));
+                    TokenCase{"$", {"c:$"}},
+                    // Cents are rounded from the dollars.
+                    TokenCase{"$19.99 $0.125 $1,000,000.01",
+                              {"money:1999", "money:13", "money:100000001"}}));
 
 INSTANTIATE_TEST_SUITE_P(
     Numbers, TokeniserTokens,
@@ -185,19 +188,17 @@ INSTANTIATE_TEST_SUITE_P(
                     TokenCase{"caf\xc3\xa9", {"id:caf\xc3\xa9"}},
                     TokenCase{"a-b", {"id:a", "c:-", "id:b"}}, TokenCase{"@x", {"c:@", "id:x"}}));
 
-TEST(TokeniserTokenKinds, EachKindAnswersOnlyForItself) {
+TEST(TokeniserTokenKinds, EachKindAnswersOnlyForItselfAndKnowsWhereItStarts) {
     QTokenStream stream{FormulaText("+ tokKindName 'text'")};
     ASSERT_TRUE(stream.Create(true));
     const QToken& character = *stream.GetToken(0);
     const QToken& name = *stream.GetToken(1);
     const QToken& value = *stream.GetToken(2);
-
     EXPECT_TRUE(character.IsChar() && !character.IsId() && !character.IsValue());
     EXPECT_TRUE(name.IsId() && !name.IsChar() && !name.IsValue());
     EXPECT_TRUE(value.IsValue() && !value.IsChar() && !value.IsId());
     for (const QToken* token : {&character, &name, &value})
         EXPECT_FALSE(token->Empty());
-
     EXPECT_EQ(name.Char(), u'\0');
     EXPECT_EQ(value.Char(), u'\0');
     EXPECT_TRUE(character.Id().IsEmpty());
@@ -205,69 +206,41 @@ TEST(TokeniserTokenKinds, EachKindAnswersOnlyForItself) {
     EXPECT_TRUE(character.Value().IsEmpty());
     EXPECT_TRUE(name.Value().IsEmpty());
     EXPECT_EQ(name.Id(), PropId("TOKKINDNAME"));
+
+    const QToken base(4);
+    EXPECT_TRUE(base.Empty());
+    EXPECT_FALSE(base.IsChar() || base.IsId() || base.IsValue());
+    EXPECT_EQ(base.Cursor(), 4);
 }
 
-TEST(TokeniserTokenKinds, TheBaseTokenIsEmpty) {
-    const QToken token(4);
-    EXPECT_TRUE(token.Empty());
-    EXPECT_FALSE(token.IsChar() || token.IsId() || token.IsValue());
-    EXPECT_EQ(token.Cursor(), 4);
-}
-
-TEST(TokeniserTokenKinds, CursorIsTheOffsetOfTheFirstCharacter) {
+TEST(TokeniserTokenKinds, CursorIsTheOffsetOfTheFirstCharacterInTheTrimmedText) {
     QTokenStream stream{FormulaText("ab + 'x' /* c */ $1,000 5'6 .5")};
     ASSERT_TRUE(stream.Create(true));
     std::vector<int> cursors;
     for (short position = 0; position < stream.Count(); ++position)
         cursors.push_back(stream.GetToken(position)->Cursor());
     EXPECT_EQ(cursors, (std::vector<int>{0, 3, 5, 17, 24, 28}));
-}
-
-TEST(TokeniserTokenKinds, CursorsCountFromTheTrimmedText) {
     // The interned formula loses what lies at or below a space at both ends.
-    QTokenStream stream{FormulaText("\n\t  a+b")};
-    ASSERT_TRUE(stream.Create(true));
-    EXPECT_EQ(stream.GetToken(0)->Cursor(), 0);
-    EXPECT_EQ(stream.GetToken(2)->Cursor(), 2);
+    QTokenStream trimmed{FormulaText("\n\t  a+b")};
+    ASSERT_TRUE(trimmed.Create(true));
+    EXPECT_EQ(trimmed.GetToken(0)->Cursor(), 0);
+    EXPECT_EQ(trimmed.GetToken(2)->Cursor(), 2);
 }
 
-TEST(TokeniserNumbers, FeetAreTwelveInchesOfThisManyRawUnits) {
+TEST(TokeniserNumbers, FeetAreTwelveInchesAndDecimalsTheNearestDouble) {
     QTokenStream stream{FormulaText("5' 1\"")};
     ASSERT_TRUE(stream.Create(true));
-    QAnyValue feet = stream.GetToken(0)->Value();
-    QAnyValue inch = stream.GetToken(1)->Value();
-    EXPECT_EQ(feet.MakeLength().GetRaw(), 60 * 25.400000000000002);
-    EXPECT_EQ(inch.MakeLength().GetRaw(), 25.400000000000002);
-}
-
-TEST(TokeniserNumbers, WholeNumbersAreIntegersAndFractionsNumbers) {
-    QTokenStream stream{FormulaText("4, 4.0, 8/2, 2147483647, 2147483648")};
-    ASSERT_TRUE(stream.Create(true));
-    const QAnyValue::TYPE expected[] = {QAnyValue::TYPE_INT, QAnyValue::TYPE_DOUBLE,
-                                        QAnyValue::TYPE_DOUBLE, QAnyValue::TYPE_INT,
-                                        QAnyValue::TYPE_DOUBLE};
-    ASSERT_EQ(stream.Count(), 9);
-    for (short i = 0; i < 5; ++i)
-        EXPECT_EQ(stream.GetToken(static_cast<short>(2 * i))->Value().Type(), expected[i]) << i;
-}
-
-TEST(TokeniserNumbers, DecimalsAreTheNearestDouble) {
+    EXPECT_EQ(QAnyValue(stream.GetToken(0)->Value()).MakeLength().GetRaw(),
+              60 * 25.400000000000002);
+    EXPECT_EQ(QAnyValue(stream.GetToken(1)->Value()).MakeLength().GetRaw(), 25.400000000000002);
     for (const char* literal : {"0.1", "0.3", "1.1", "2.675", "123.456", "9.999999999999999",
                                 "0.000001", "1234567.891"}) {
-        QTokenStream stream{FormulaText(literal)};
-        ASSERT_TRUE(stream.Create(true));
-        QAnyValue value = stream.GetToken(0)->Value();
-        EXPECT_EQ(value.MakeDouble(), std::strtod(literal, nullptr)) << literal;
+        QTokenStream decimal{FormulaText(literal)};
+        ASSERT_TRUE(decimal.Create(true));
+        EXPECT_EQ(QAnyValue(decimal.GetToken(0)->Value()).MakeDouble(),
+                  std::strtod(literal, nullptr))
+            << literal;
     }
-}
-
-TEST(TokeniserNumbers, MoneyCentsAreRoundedFromTheDollars) {
-    QTokenStream stream{FormulaText("$19.99 $0.125 $1,000,000.01")};
-    ASSERT_TRUE(stream.Create(true));
-    ASSERT_EQ(stream.Count(), 3);
-    EXPECT_EQ(stream.GetToken(0)->Value().Type(), QAnyValue::TYPE_MONEY);
-    EXPECT_EQ(DescribeAll(stream),
-              (std::vector<std::string>{"money:1999", "money:13", "money:100000001"}));
 }
 
 // --- Escapes -------------------------------------------------------------------------------------
@@ -295,13 +268,10 @@ INSTANTIATE_TEST_SUITE_P(
                     EscapeCase{u"\\\\n", u"\\n"}, EscapeCase{u"\\\\\\n", u"\\\n"},
                     EscapeCase{u"", u""}));
 
-TEST(TokeniserEscapesFlag, WithoutEscapesTheBackslashesStay) {
+TEST(TokeniserEscapesFlag, WithoutEscapesTheBackslashesStayButTheTokeniserAlwaysUnquotes) {
     QTokenStream stream{FormulaText("'a\\nb'")};
     ASSERT_TRUE(stream.Create(false));
     EXPECT_EQ(DescribeAll(stream), std::vector<std::string>{"str:a\\nb"});
-}
-
-TEST(TokeniserEscapesFlag, TheTokeniserAlwaysUnquotes) {
     QTokeniser tokeniser{FormulaText("'tokEscape\\tline\\n'")};
     CString error;
     ASSERT_TRUE(tokeniser.Create(error));
@@ -343,38 +313,32 @@ TEST(TokeniserFailuresText, ASpaceIsTheLowestCharacterAStringMayHold) {
     EXPECT_EQ(DescribeAll(stream), std::vector<std::string>{"str: \x7f"});
 }
 
-TEST(TokeniserFailuresText, TheErrorOfAFailedNumberIsEmptiedByTheNextToken) {
-    QTokenInput input(FormulaText("1/0"), true);
+// Token by token: the error each leaves, and where the input stands after it.
+TEST(TokeniserFailuresText, EachTokenSetsOrEmptiesTheError) {
+    QTokenInput failed(FormulaText("1/0"), true);
     CString error;
-
-    QSmartPtr<QToken> first(input.GetNewToken(error));
+    QSmartPtr<QToken> first(failed.GetNewToken(error));
     ASSERT_TRUE(first);
-    EXPECT_TRUE(first->IsChar());
     EXPECT_EQ(first->Char(), u'1');
     EXPECT_EQ(error.ToUtf8(), "Denominator zero in fraction");
-
-    QSmartPtr<QToken> second(input.GetNewToken(error));
+    QSmartPtr<QToken> second(failed.GetNewToken(error));
     ASSERT_TRUE(second);
     EXPECT_EQ(second->Char(), u'/');
-    EXPECT_EQ(error.ToUtf8(), "");
-}
+    EXPECT_EQ(error.ToUtf8(), "") << "the next token empties the error of a failed number";
 
-TEST(TokeniserFailuresText, TheLastTokenLeavesNoError) {
-    QTokenInput input(FormulaText("7"), true);
-    CString error(u"earlier");
-    QSmartPtr<QToken> seven(input.GetNewToken(error));
+    QTokenInput last(FormulaText("7"), true);
+    error = u"earlier";
+    QSmartPtr<QToken> seven(last.GetNewToken(error));
     ASSERT_TRUE(seven);
     EXPECT_EQ(error.ToUtf8(), "");
-    EXPECT_EQ(input.GetNewToken(error), nullptr);
+    EXPECT_EQ(last.GetNewToken(error), nullptr);
     EXPECT_EQ(error.ToUtf8(), "");
-}
 
-TEST(TokeniserFailuresText, ANumberThatIsNoFractionEndsBeforeTheSpace) {
-    QTokenInput input(FormulaText("3 1 x"), true);
-    CString error;
-    QSmartPtr<QToken> three(input.GetNewToken(error));
+    // A number that is no fraction ends before the space.
+    QTokenInput three(FormulaText("3 1 x"), true);
+    QSmartPtr<QToken> token(three.GetNewToken(error));
     EXPECT_EQ(error.ToUtf8(), "");
-    EXPECT_EQ(input.Cursor(), 1);
+    EXPECT_EQ(three.Cursor(), 1);
 }
 
 std::u16string Repeated(std::u16string_view unit, int count) {
@@ -384,7 +348,7 @@ std::u16string Repeated(std::u16string_view unit, int count) {
     return text;
 }
 
-TEST(TokeniserLength, AFormulaOfTheLongestLengthIsTokenised) {
+TEST(TokeniserLength, AFormulaOfTheLongestLengthIsTokenisedAndALongerOneRefused) {
     // "1+1+...+1" of 32767 characters: as many tokens as the cursor can count.
     const CString text(std::u16string_view(u"1" + Repeated(u"+1", 16383)));
     ASSERT_EQ(text.GetLength(), 32767);
@@ -394,24 +358,25 @@ TEST(TokeniserLength, AFormulaOfTheLongestLengthIsTokenised) {
     EXPECT_EQ(stream.GetToken(32766)->Cursor(), 32766);
     EXPECT_EQ(stream.ThisCharPlus(32766, 20).ToUtf8(), "1");
     EXPECT_EQ(stream.FormulaStringBetween(32765, 32766, 20).ToUtf8(), "+1");
-}
+    // The trailing space is trimmed by the interned formula, so this one still fits.
+    QTokenStream trimmed{FormulaText(CString(std::u16string_view(text.GetString()) + u" "))};
+    EXPECT_TRUE(trimmed.Create(true));
 
-TEST(TokeniserLength, ALongerFormulaIsRefused) {
-    const CString text(std::u16string_view(u"1" + Repeated(u"+1", 16383) + u" "));
     const CString longer(std::u16string_view(u"1" + Repeated(u"+1", 16383) + u"+"));
     ASSERT_EQ(longer.GetLength(), 32768);
-
     QTokenInput input(FormulaText(longer), true);
     EXPECT_TRUE(input.TooLong());
-    QTokenStream stream{FormulaText(longer)};
-    EXPECT_FALSE(stream.Create(true));
-    EXPECT_EQ(stream.ErrorText().ToUtf8(),
+    QTokenStream refused{FormulaText(longer)};
+    EXPECT_FALSE(refused.Create(true));
+    EXPECT_EQ(refused.ErrorText().ToUtf8(),
               "Formula too long to evaluate (more than 32767 characters)");
-    EXPECT_EQ(stream.Count(), 0);
+    EXPECT_EQ(refused.Count(), 0);
+}
 
-    // The trailing space is trimmed by the interned formula, so this one still fits.
-    QTokenStream trimmed{FormulaText(text)};
-    EXPECT_TRUE(trimmed.Create(true));
+// Whether the cache of token streams holds nothing for the formula.
+bool Uncached(const FormulaText& formula) {
+    const int index = formula.UniqueId();
+    return index >= QTokeniser::c_tokenstreams.GetCount() || !QTokeniser::c_tokenstreams[index];
 }
 
 TEST(TokeniserLength, ALongerFormulaFailsThroughTheTokeniserAndIsNotCached) {
@@ -421,59 +386,59 @@ TEST(TokeniserLength, ALongerFormulaFailsThroughTheTokeniserAndIsNotCached) {
     EXPECT_FALSE(tokeniser.Create(error));
     EXPECT_EQ(error.ToUtf8(), "Formula too long to evaluate (more than 32767 characters)");
     EXPECT_EQ(tokeniser.Stream(), nullptr);
-    const int index = tokeniser.Formula().UniqueId();
-    EXPECT_TRUE(index >= QTokeniser::c_tokenstreams.GetCount() ||
-                !QTokeniser::c_tokenstreams[index]);
+    EXPECT_TRUE(Uncached(tokeniser.Formula()));
 }
 
 // --- Fragments of the text -----------------------------------------------------------------------
 
-class TokeniserFragments : public testing::Test {
-protected:
-    void SetUp() override { ASSERT_TRUE(m_stream.Create(true)); }
+TEST(TokeniserFragments, BetweenAndThisCharPlusRunFromTheTokenCutToTheLongestLength) {
     // Tokens: 0 alpha, 1 +, 2 beta, 3 *, 4 gamma, 5 -, 6 delta, 7 /, 8 epsilon.
-    QTokenStream m_stream{FormulaText("alpha + beta * gamma - delta / epsilon")};
-};
-
-TEST_F(TokeniserFragments, BetweenRunsToTheTokenAfterTheLast) {
-    EXPECT_EQ(m_stream.FormulaStringBetween(0, 0, 20).ToUtf8(), "alpha ");
-    EXPECT_EQ(m_stream.FormulaStringBetween(2, 4, 20).ToUtf8(), "beta * gamma ");
-    EXPECT_EQ(m_stream.FormulaStringBetween(1, 1, 20).ToUtf8(), "+ ");
-}
-
-TEST_F(TokeniserFragments, BetweenRunsToTheEndAfterTheLastToken) {
-    EXPECT_EQ(m_stream.FormulaStringBetween(8, 8, 20).ToUtf8(), "epsilon");
-    EXPECT_EQ(m_stream.FormulaStringBetween(6, 8, 20).ToUtf8(), "delta / epsilon");
-    EXPECT_EQ(m_stream.FormulaStringBetween(6, 30, 20).ToUtf8(), "delta / epsilon");
-}
-
-TEST_F(TokeniserFragments, BetweenIsCutToTheLongestLength) {
-    EXPECT_EQ(m_stream.FormulaStringBetween(0, 8, 20).ToUtf8(), "alpha + beta * gamma");
-    EXPECT_EQ(m_stream.FormulaStringBetween(0, 4, 19).ToUtf8(), "alpha + beta * gamm");
-    EXPECT_EQ(m_stream.FormulaStringBetween(0, 8, 0).ToUtf8(), "");
-}
-
-TEST_F(TokeniserFragments, BetweenIsEmptyPastTheEndOrBackwards) {
-    EXPECT_EQ(m_stream.FormulaStringBetween(9, 9, 20).ToUtf8(), "");
-    EXPECT_EQ(m_stream.FormulaStringBetween(4, 2, 20).ToUtf8(), "");
-}
-
-TEST_F(TokeniserFragments, ThisCharPlusRunsFromTheTokenOnward) {
-    EXPECT_EQ(m_stream.ThisCharPlus(0, 20).ToUtf8(), "alpha + beta * gamma");
-    EXPECT_EQ(m_stream.ThisCharPlus(4, 20).ToUtf8(), "gamma - delta / epsi");
-    EXPECT_EQ(m_stream.ThisCharPlus(6, 20).ToUtf8(), "delta / epsilon");
-    EXPECT_EQ(m_stream.ThisCharPlus(8, 3).ToUtf8(), "eps");
-    EXPECT_EQ(m_stream.ThisCharPlus(9, 20).ToUtf8(), "");
-}
-
-TEST(TokeniserFragmentsText, CommentsAreKeptInTheText) {
-    QTokenStream stream{FormulaText("1 /* one */ + 2")};
+    QTokenStream stream{FormulaText("alpha + beta * gamma - delta / epsilon")};
     ASSERT_TRUE(stream.Create(true));
-    EXPECT_EQ(stream.FormulaStringBetween(0, 0, 20).ToUtf8(), "1 /* one */ ");
-    EXPECT_EQ(stream.ThisCharPlus(1, 20).ToUtf8(), "+ 2");
+    const struct {
+        short first;
+        short last;
+        int length;
+        const char* between;
+    } cases[] = {
+        // To the token after the last, or to the end after the last token.
+        {0, 0, 20, "alpha "},
+        {2, 4, 20, "beta * gamma "},
+        {1, 1, 20, "+ "},
+        {8, 8, 20, "epsilon"},
+        {6, 8, 20, "delta / epsilon"},
+        {6, 30, 20, "delta / epsilon"},
+        {0, 8, 20, "alpha + beta * gamma"},
+        {0, 4, 19, "alpha + beta * gamm"},
+        {0, 8, 0, ""},
+        // Empty past the end or backwards.
+        {9, 9, 20, ""},
+        {4, 2, 20, ""},
+    };
+    for (const auto& c : cases)
+        EXPECT_EQ(stream.FormulaStringBetween(c.first, c.last, c.length).ToUtf8(), c.between)
+            << c.first << " " << c.last << " " << c.length;
+    const struct {
+        short first;
+        int length;
+        const char* plus;
+    } onward[] = {
+        {0, 20, "alpha + beta * gamma"},
+        {4, 20, "gamma - delta / epsi"},
+        {6, 20, "delta / epsilon"},
+        {8, 3, "eps"},
+        {9, 20, ""},
+    };
+    for (const auto& c : onward)
+        EXPECT_EQ(stream.ThisCharPlus(c.first, c.length).ToUtf8(), c.plus) << c.first;
+
+    QTokenStream comments{FormulaText("1 /* one */ + 2")};
+    ASSERT_TRUE(comments.Create(true));
+    EXPECT_EQ(comments.FormulaStringBetween(0, 0, 20).ToUtf8(), "1 /* one */ ");
+    EXPECT_EQ(comments.ThisCharPlus(1, 20).ToUtf8(), "+ 2");
 }
 
-TEST(TokeniserFragmentsText, TheTokeniserCutsAtTwentyByDefault) {
+TEST(TokeniserFragments, TheTokeniserCutsAtTwentyByDefault) {
     QTokeniser tokeniser{FormulaText("tokFragment + 123456789 + 987654321")};
     CString error;
     ASSERT_TRUE(tokeniser.Create(error));
@@ -482,19 +447,16 @@ TEST(TokeniserFragmentsText, TheTokeniserCutsAtTwentyByDefault) {
     EXPECT_EQ(tokeniser.ThisCharPlus().ToUtf8(), "+ 123456789 + 987654");
     EXPECT_EQ(tokeniser.FormulaStringBetween(0, 4).ToUtf8(), "tokFragment + 123456");
     EXPECT_EQ(tokeniser.FormulaStringBetween(0, 1).ToUtf8(), "tokFragment + ");
-}
 
-TEST(TokeniserFragmentsText, ADivisionByZeroLiteralIsFoundWholeAtTheStart) {
-    QTokeniser tokeniser{FormulaText("1/0")};
-    CString error;
-    ASSERT_TRUE(tokeniser.Create(error));
+    // A division-by-zero literal is found whole at the start.
+    QTokeniser zero{FormulaText("1/0")};
+    ASSERT_TRUE(zero.Create(error));
     EXPECT_EQ(error.ToUtf8(), "");
-    EXPECT_TRUE(tokeniser.TestChar(u'1'));
-    EXPECT_EQ(tokeniser.ThisCharPlus().ToUtf8(), "1/0");
+    EXPECT_TRUE(zero.TestChar(u'1'));
+    EXPECT_EQ(zero.ThisCharPlus().ToUtf8(), "1/0");
 }
 
-// --- Matching
-// --------------------------------------------------------------------------------------
+// --- Matching ------------------------------------------------------------------------------------
 
 class TokeniserMatching : public testing::Test {
 protected:
@@ -509,8 +471,9 @@ protected:
     const PropId m_and{"and"};
 };
 
-TEST_F(TokeniserMatching, TestLooksAndMatchMovesOn) {
+TEST_F(TokeniserMatching, TestLooksMatchMovesOnAndParseGivesTheContent) {
     EXPECT_TRUE(m_tokeniser.TestId(m_a));
+    EXPECT_TRUE(m_tokeniser.TestId(PropId("TOKa"))) << "names match whatever their case";
     EXPECT_EQ(m_tokeniser.SaveCursor(), 0);
     EXPECT_FALSE(m_tokeniser.MatchId(m_b));
     EXPECT_EQ(m_tokeniser.SaveCursor(), 0);
@@ -520,11 +483,20 @@ TEST_F(TokeniserMatching, TestLooksAndMatchMovesOn) {
     EXPECT_FALSE(m_tokeniser.MatchChar(u'<'));
     EXPECT_TRUE(m_tokeniser.MatchChar(u'>'));
     EXPECT_EQ(m_tokeniser.SaveCursor(), 2);
-}
 
-TEST_F(TokeniserMatching, NamesMatchWhateverTheirCase) {
-    EXPECT_TRUE(m_tokeniser.TestId(PropId("TOKa")));
-    m_tokeniser.RestoreCursor(4);
+    m_tokeniser.RestoreCursor(0);
+    PropId id;
+    ASSERT_TRUE(m_tokeniser.ParseId(id));
+    EXPECT_EQ(id, m_a);
+    char16_t character = 0;
+    ASSERT_TRUE(m_tokeniser.ParseChar(character));
+    EXPECT_EQ(character, u'>');
+    ASSERT_TRUE(m_tokeniser.ParseChar(character));
+    EXPECT_EQ(character, u'=');
+    QAnyValue value;
+    ASSERT_TRUE(m_tokeniser.ParseValue(value));
+    EXPECT_EQ(value.MakeInt(), 3);
+    EXPECT_EQ(m_tokeniser.SaveCursor(), 4);
     EXPECT_TRUE(m_tokeniser.MatchId(PropId("AND")));
 }
 
@@ -555,29 +527,13 @@ TEST_F(TokeniserMatching, PairsAreTwoSuccessiveTokens) {
     EXPECT_FALSE(m_tokeniser.TestIdPair(m_b, m_and));
     EXPECT_TRUE(m_tokeniser.MatchIdPair(m_and, PropId("TOKB")));
     EXPECT_EQ(m_tokeniser.SaveCursor(), 6);
-}
 
-TEST_F(TokeniserMatching, APairNeedsItsSecondToken) {
+    // A pair needs its second token.
     m_tokeniser.RestoreCursor(5);
     EXPECT_FALSE(m_tokeniser.TestIdPair(m_b, m_b));
     m_tokeniser.RestoreCursor(6);
     EXPECT_FALSE(m_tokeniser.MatchIdPair(m_b, m_b));
     EXPECT_EQ(m_tokeniser.SaveCursor(), 6);
-}
-
-TEST_F(TokeniserMatching, ParseGivesTheContent) {
-    PropId id;
-    ASSERT_TRUE(m_tokeniser.ParseId(id));
-    EXPECT_EQ(id, m_a);
-    char16_t character = 0;
-    ASSERT_TRUE(m_tokeniser.ParseChar(character));
-    EXPECT_EQ(character, u'>');
-    ASSERT_TRUE(m_tokeniser.ParseChar(character));
-    EXPECT_EQ(character, u'=');
-    QAnyValue value;
-    ASSERT_TRUE(m_tokeniser.ParseValue(value));
-    EXPECT_EQ(value.MakeInt(), 3);
-    EXPECT_EQ(m_tokeniser.SaveCursor(), 4);
 }
 
 TEST_F(TokeniserMatching, MatchIdWithTokenUsesTheTokenGiven) {
@@ -619,19 +575,16 @@ TEST_F(TokeniserMatching, SaveRestoreCursorPutsThePositionBack) {
     EXPECT_EQ(m_tokeniser.SaveCursor(), 1);
 }
 
-TEST(TokeniserIterator, AnIteratorWithoutStreamIsEmptyAndAtTheEnd) {
+TEST(TokeniserIterator, AnIteratorIsEmptyWithoutAStreamAndCreateStartsAtTheFirstToken) {
     QTokenStreamIterator iterator;
     EXPECT_TRUE(iterator.IsEmpty());
     EXPECT_TRUE(iterator.PastEOF());
     EXPECT_EQ(iterator.ThisToken(), nullptr);
     EXPECT_EQ(iterator.ThisCharPlus(20).ToUtf8(), "");
     EXPECT_EQ(iterator.FormulaStringBetween(0, 0, 20).ToUtf8(), "");
-}
 
-TEST(TokeniserIterator, CreateStartsAtTheFirstToken) {
     QSmartPtr<QTokenStream> stream(new QTokenStream(FormulaText("tokIter + 1")));
     ASSERT_TRUE(stream->Create(true));
-    QTokenStreamIterator iterator;
     iterator.Create(stream);
     iterator.NextToken();
     iterator.Create(stream);
@@ -641,8 +594,7 @@ TEST(TokeniserIterator, CreateStartsAtTheFirstToken) {
     EXPECT_EQ(iterator.ThisCharPlus(20).ToUtf8(), "tokIter + 1");
 }
 
-// --- The token cache
-// -------------------------------------------------------------------------------
+// --- The token cache -----------------------------------------------------------------------------
 
 QSmartPtr<QTokenStream> StreamOf(const char* formula) {
     QTokeniser tokeniser{FormulaText(formula)};
@@ -651,15 +603,13 @@ QSmartPtr<QTokenStream> StreamOf(const char* formula) {
     return tokeniser.Stream();
 }
 
-TEST(TokeniserCache, TextsThatDifferInCaseShareOneStream) {
+TEST(TokeniserCache, TextsThatDifferInCaseShareOneStreamAndCreateStartsAtTheBeginning) {
     const QSmartPtr<QTokenStream> first = StreamOf("tokCacheA+b");
     const QSmartPtr<QTokenStream> second = StreamOf("TOKCACHEa+B");
     ASSERT_TRUE(first);
     EXPECT_EQ(first.Get(), second.Get());
     EXPECT_EQ(QTokeniser::c_tokenstreams[FormulaText("tokcachea+b").UniqueId()].Get(), first.Get());
-}
 
-TEST(TokeniserCache, CreateStartsAtTheBeginningAndEmptiesTheError) {
     QTokeniser tokeniser{FormulaText("tokCacheStart * 2")};
     CString error(u"left over");
     ASSERT_TRUE(tokeniser.Create(error));
@@ -669,7 +619,7 @@ TEST(TokeniserCache, CreateStartsAtTheBeginningAndEmptiesTheError) {
     EXPECT_EQ(tokeniser.Stream()->Count(), 3);
 }
 
-TEST(TokeniserCache, ForceRetokeniseDropsTheStream) {
+TEST(TokeniserCache, ForceRetokeniseDropsTheStreamOfACachedIndexOnly) {
     const FormulaText formula("tokCacheForce + 1");
     const QSmartPtr<QTokenStream> before = StreamOf("tokCacheForce + 1");
     QTokeniser::ForceRetokenise(formula.UniqueId());
@@ -679,9 +629,7 @@ TEST(TokeniserCache, ForceRetokeniseDropsTheStream) {
     EXPECT_NE(before.Get(), after.Get());
     EXPECT_EQ(after->Count(), 3);
     EXPECT_EQ(QTokeniser::c_tokenstreams[formula.UniqueId()].Get(), after.Get());
-}
 
-TEST(TokeniserCache, ForceRetokeniseOfAnUncachedIndexDoesNothing) {
     const int count = QTokeniser::c_tokenstreams.GetCount();
     QTokeniser::ForceRetokenise(-1);
     QTokeniser::ForceRetokenise(count + 1000);
@@ -691,10 +639,8 @@ TEST(TokeniserCache, ForceRetokeniseOfAnUncachedIndexDoesNothing) {
 TEST(TokeniserCache, RespellingTokenisesTheNewSpellingAgain) {
     const QSmartPtr<QTokenStream> before = StreamOf("'tokRespell' & 1");
     ASSERT_EQ(DescribeAll(*before)[0], "str:tokRespell");
-
     const FormulaText respelt("'TOKRESPELL' & 1", false, true);
     EXPECT_EQ(respelt, FormulaText("'tokRespell' & 1"));
-
     const QSmartPtr<QTokenStream> after = StreamOf("'tokRespell' & 1");
     EXPECT_NE(before.Get(), after.Get());
     EXPECT_EQ(DescribeAll(*after)[0], "str:TOKRESPELL");
@@ -702,21 +648,16 @@ TEST(TokeniserCache, RespellingTokenisesTheNewSpellingAgain) {
 }
 
 TEST(TokeniserCache, AFailedTextIsNotCachedAndFailsAgain) {
-    QTokeniser first{FormulaText("'tokCacheUnclosed")};
-    CString error;
-    EXPECT_FALSE(first.Create(error));
-    EXPECT_EQ(error.ToUtf8(), "Mismatched quotes");
-    const int index = first.Formula().UniqueId();
-    EXPECT_TRUE(index >= QTokeniser::c_tokenstreams.GetCount() ||
-                !QTokeniser::c_tokenstreams[index]);
-
-    QTokeniser second{FormulaText("'tokCacheUnclosed")};
-    error.Empty();
-    EXPECT_FALSE(second.Create(error));
-    EXPECT_EQ(error.ToUtf8(), "Mismatched quotes");
+    for (int round = 0; round < 2; ++round) {
+        QTokeniser tokeniser{FormulaText("'tokCacheUnclosed")};
+        CString error;
+        EXPECT_FALSE(tokeniser.Create(error));
+        EXPECT_EQ(error.ToUtf8(), "Mismatched quotes");
+        EXPECT_TRUE(Uncached(tokeniser.Formula()));
+    }
 }
 
-TEST(TokeniserCache, AnEmptyFormulaGetsAFreshStreamEachTime) {
+TEST(TokeniserCache, AnEmptyFormulaGetsAFreshStreamEachTimeAndCommentsAloneAnEmptyOne) {
     QTokeniser first{FormulaText("  ")};
     QTokeniser second{FormulaText()};
     CString error;
@@ -727,14 +668,11 @@ TEST(TokeniserCache, AnEmptyFormulaGetsAFreshStreamEachTime) {
     EXPECT_NE(first.Stream(), second.Stream());
     EXPECT_TRUE(first.IsEmpty());
     EXPECT_TRUE(first.PastEOF());
-}
 
-TEST(TokeniserCache, CommentsAloneGiveAnEmptyStream) {
-    QTokeniser tokeniser{FormulaText("// tokCacheNote")};
-    CString error;
-    ASSERT_TRUE(tokeniser.Create(error));
-    EXPECT_TRUE(tokeniser.IsEmpty());
-    EXPECT_EQ(tokeniser.Stream()->Count(), 0);
+    QTokeniser note{FormulaText("// tokCacheNote")};
+    ASSERT_TRUE(note.Create(error));
+    EXPECT_TRUE(note.IsEmpty());
+    EXPECT_EQ(note.Stream()->Count(), 0);
 }
 
 TEST(TokeniserCache, ForgetAllTokenStreamsEmptiesTheCache) {

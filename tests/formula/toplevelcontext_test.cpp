@@ -1,8 +1,8 @@
 #include "keel/formula/toplevelcontext.h"
 #include "keel/formula/withcontext.h"
 
-#include <algorithm>
 #include <gtest/gtest.h>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -24,11 +24,6 @@ public:
     QProperties* Properties() const override { return nullptr; }
     void ProcessPreChangeFromChildHelper() override { m_journal->push_back("pre"); }
     void ProcessChangedFromChildHelper() override { m_journal->push_back("changed"); }
-
-    const std::vector<std::string>& Journal() const { return *m_journal; }
-    int Count(const std::string& entry) const {
-        return static_cast<int>(std::count(m_journal->begin(), m_journal->end(), entry));
-    }
 
 private:
     std::vector<std::string> m_ownJournal;
@@ -52,25 +47,30 @@ private:
 
 class Subscriber : public QFormulaContextChangedSubscriber {
 public:
-    Subscriber(std::string name, std::vector<std::string>& journal)
-        : m_name(std::move(name)), m_journal(journal) {}
-    void OnFormulaContextChanged() override { m_journal.push_back(m_name); }
+    Subscriber(std::string name, std::vector<std::string>& journal,
+               QTopLevelFormulaContext* oneShotRoot = nullptr)
+        : m_name(std::move(name)), m_journal(journal), m_oneShotRoot(oneShotRoot) {}
+    // A one-shot subscriber goes away as soon as it has heard once.
+    void OnFormulaContextChanged() override {
+        m_journal.push_back(m_name);
+        if (m_oneShotRoot)
+            m_oneShotRoot->DeregisterChangedSubscriber(this);
+    }
 
 private:
     std::string m_name;
     std::vector<std::string>& m_journal;
+    QTopLevelFormulaContext* m_oneShotRoot;
 };
 
-// What a property does around a change of its value.
-void Change(QWithContextConcrete& value) {
-    value.PreChange();
-    value.Changed();
-}
-
-// A root whose own number has caught up with its counter, as after any read below it.
-struct RootInStep {
-    RootInStep() { reader.MakeUpToDate(); }
+// A root with a value that changes and a reader that catches up with the counter, as after any
+// read below it.
+struct Tree {
     std::uint32_t Number() const { return root.SyncState().Number(); }
+    void Change() {
+        value.PreChange();
+        value.Changed();
+    }
 
     std::vector<std::string> journal;
     JournalRoot root{&journal};
@@ -80,87 +80,58 @@ struct RootInStep {
 
 // --- The counter ------------------------------------------------------------------------------
 
-TEST(TopLevelCounter, ANewRootHasCountedOnceSoNoNewValueIsUpToDate) {
-    JournalRoot root;
-    EXPECT_EQ(root.SyncState().Number(), 1u);
-    const QWithContextConcrete value(&root);
-    EXPECT_EQ(value.State().Number(), 0u);
-    EXPECT_FALSE(value.IsUpToDate());
-}
-
-TEST(TopLevelCounter, TheRootIsItsOwnTopLevelContextAndItsChildrenFindIt) {
+TEST(TopLevelCounter, ANewRootHasCountedOnceAndEachMarkCountsOne) {
     JournalRoot root;
     Child child(&root);
     const QWithContextConcrete value(&child);
+    EXPECT_EQ(root.SyncState().Number(), 1u);
+    EXPECT_EQ(value.State().Number(), 0u);
+    EXPECT_FALSE(value.IsUpToDate()) << "no new value is up to date";
     EXPECT_EQ(root.TopLevelContext(), &root);
     EXPECT_EQ(child.TopLevelContext(), &root);
     EXPECT_EQ(value.TopLevelContext(), &root);
     EXPECT_EQ(value.SyncRoot(), &root);
-}
 
-TEST(TopLevelCounter, MarkAsNotUpToDateCountsOne) {
-    JournalRoot root;
     root.MarkAsNotUpToDate();
     root.MarkAsNotUpToDate();
     EXPECT_EQ(root.SyncState().Number(), 3u);
-}
-
-TEST(TopLevelCounter, AChildMadeUpToDateBringsTheRootsOwnNumberInStep) {
-    JournalRoot root;
-    root.MarkAsNotUpToDate();
     EXPECT_NE(root.State(), root.SyncState());
-    const QWithContextConcrete value(&root);
     value.MakeUpToDate();
-    EXPECT_EQ(value.State().Number(), 2u);
-    EXPECT_EQ(root.State().Number(), 2u);
-}
-
-TEST(TopLevelCounter, ChangesMoveTheCounterOncePerBurst) {
-    RootInStep tree;
-    Change(tree.value);
-    Change(tree.value);
-    Change(tree.value);
-    EXPECT_EQ(tree.Number(), 2u);
-    // Somebody reads: the next change starts a new burst.
-    tree.reader.MakeUpToDate();
-    Change(tree.value);
-    Change(tree.value);
-    EXPECT_EQ(tree.Number(), 3u);
-    EXPECT_FALSE(tree.reader.IsUpToDate());
-}
-
-TEST(TopLevelCounter, AChangeOfARootBehindItsCounterDoesNotMoveIt) {
-    JournalRoot root;
-    QWithContextConcrete value(&root);
-    // Nobody has read since the root was made: its own number (0) is behind its counter (1).
-    Change(value);
-    EXPECT_EQ(root.SyncState().Number(), 1u);
-    EXPECT_FALSE(value.IsUpToDate());
+    EXPECT_EQ(value.State().Number(), 3u);
+    EXPECT_EQ(root.State().Number(), 3u) << "a child made up to date brings the root in step";
 }
 
 TEST(TopLevelCounter, TheRootForgetsWhatItKnowsWhenItsCounterMoves) {
-    RootInStep tree;
+    Tree tree;
+    tree.reader.MakeUpToDate();
     const PropId name("height");
     QAnyValue cached;
     tree.root.RememberThisPropIdValueForNextTime(QAnyValue(3), name);
     ASSERT_TRUE(tree.root.HeresAPropIdValueIPreparedEarlier(cached, name));
     // A child catching up puts the root's own number in step, so that the root cannot tell by
     // its own number that it is behind.
-    Change(tree.value);
+    tree.Change();
     tree.reader.MakeUpToDate();
     tree.root.EnsureUpToDate();
     EXPECT_FALSE(tree.root.HeresAPropIdValueIPreparedEarlier(cached, name));
 }
 
-TEST(TopLevelCounter, AFullRecalcMovesTheCounter) {
-    RootInStep tree;
+TEST(TopLevelCounter, FullRecalcAndANewParentMoveTheCounter) {
+    Tree tree;
+    tree.reader.MakeUpToDate();
     Child child(&tree.root);
     child.FullRecalc();
     EXPECT_EQ(tree.Number(), 2u);
+
+    Child orphan(nullptr);
+    tree.reader.MakeUpToDate();
+    orphan.SetParentContext(&tree.root);
+    EXPECT_EQ(tree.journal, (std::vector<std::string>{"pre", "changed", "pre", "changed"}));
+    EXPECT_EQ(tree.Number(), 3u);
 }
 
 TEST(TopLevelCounter, ACopyIsANewRootWithItsOwnCounter) {
-    RootInStep tree;
+    Tree tree;
     tree.root.MarkAsNotUpToDate();
     tree.root.StartBatchingNotifications();
     const JournalRoot& original = tree.root;
@@ -170,193 +141,154 @@ TEST(TopLevelCounter, ACopyIsANewRootWithItsOwnCounter) {
     tree.root.StopBatchingNotifications();
 }
 
-// --- Notices without a batch ------------------------------------------------------------------
+// --- Scripts of changes -----------------------------------------------------------------------
 
-TEST(TopLevelUnbatched, EachChangeReachesBothHelpersAtOnce) {
-    RootInStep tree;
-    tree.value.PreChange();
-    EXPECT_EQ(tree.journal, (std::vector<std::string>{"pre"}));
-    tree.value.Changed();
-    EXPECT_EQ(tree.journal, (std::vector<std::string>{"pre", "changed"}));
-    Change(tree.value);
-    EXPECT_EQ(tree.journal, (std::vector<std::string>{"pre", "changed", "pre", "changed"}));
-    EXPECT_EQ(tree.Number(), 2u);
+// One character a step: r the reader catches up, c a change (pre-change and changed), p a
+// pre-change alone, ( and ) open and close a batch guard, { and } a guard that switches
+// notifications off, - and + switch them off and on by hand, ! stops and restarts all batches,
+// ? writes down the batch state ("batched", "nested" or "plain", after "off" when notifications
+// are off) and u whether the reader is up to date ("fresh" or "stale"). A subscriber "s" writes
+// into the same journal as the root.
+struct ScriptCase {
+    const char* script;
+    const char* journal;
+    std::uint32_t number;
+};
+
+std::string Joined(const std::vector<std::string>& words) {
+    std::string text;
+    for (const std::string& word : words)
+        text += (text.empty() ? "" : " ") + word;
+    return text;
 }
 
-TEST(TopLevelUnbatched, SubscribersHearOnlyAtTheEndOfABatch) {
-    RootInStep tree;
-    Subscriber subscriber("subscriber", tree.journal);
-    tree.root.RegisterChangedSubscriber(&subscriber);
-    Change(tree.value);
-    EXPECT_EQ(tree.journal, (std::vector<std::string>{"pre", "changed"}));
-}
-
-TEST(TopLevelUnbatched, AChildContextChangingItsParentTellsTheRoot) {
-    RootInStep tree;
-    Child child(nullptr);
-    child.SetParentContext(&tree.root);
-    EXPECT_EQ(tree.journal, (std::vector<std::string>{"pre", "changed"}));
-    EXPECT_EQ(tree.Number(), 2u);
-}
-
-// --- Batches ----------------------------------------------------------------------------------
-
-TEST(TopLevelBatch, TenChangesMoveTheCounterOnceAndAreHeardOnceAtTheEnd) {
-    RootInStep tree;
-    Subscriber subscriber("subscriber", tree.journal);
-    tree.root.RegisterChangedSubscriber(&subscriber);
-    {
-        QTopLevelFormulaContext::BatchNotifications batch(&tree.root);
-        EXPECT_TRUE(tree.root.AreNotificationsBatched());
-        for (int i = 0; i < 10; ++i)
-            Change(tree.value);
-        EXPECT_EQ(tree.journal, (std::vector<std::string>{"pre"}));
-        EXPECT_EQ(tree.Number(), 2u);
-    }
-    EXPECT_FALSE(tree.root.AreNotificationsBatched());
-    EXPECT_EQ(tree.journal, (std::vector<std::string>{"pre", "changed", "subscriber"}));
-    EXPECT_EQ(tree.Number(), 2u);
-}
-
-TEST(TopLevelBatch, OnlyTheOutermostStopDelivers) {
-    RootInStep tree;
-    Subscriber subscriber("subscriber", tree.journal);
-    tree.root.RegisterChangedSubscriber(&subscriber);
-    {
-        QTopLevelFormulaContext::BatchNotifications outer(&tree.root);
-        Change(tree.value);
-        {
-            QTopLevelFormulaContext::BatchNotifications inner(&tree.root);
-            EXPECT_TRUE(tree.root.AreBatchedNotificationsNested());
-            Change(tree.value);
+void Play(Tree& tree, const std::string& script) {
+    std::vector<std::shared_ptr<void>> guards;
+    for (const char step : script) {
+        QTopLevelFormulaContext& root = tree.root;
+        switch (step) {
+        case 'r':
+            tree.reader.MakeUpToDate();
+            break;
+        case 'c':
+            tree.Change();
+            break;
+        case 'p':
+            tree.value.PreChange();
+            break;
+        case '(':
+            guards.push_back(std::make_shared<QTopLevelFormulaContext::BatchNotifications>(&root));
+            break;
+        case '{':
+            guards.push_back(
+                std::make_shared<QTopLevelFormulaContext::DisableNotificationsCompletely>(&root));
+            break;
+        case ')':
+        case '}':
+            guards.pop_back();
+            break;
+        case '-':
+        case '+':
+            root.EnableNotifications(step == '+');
+            break;
+        case '!':
+            root.StopAndRestartBatching();
+            break;
+        case 'u':
+            tree.journal.push_back(tree.reader.IsUpToDate() ? "fresh" : "stale");
+            break;
+        case '?':
+            if (!root.AreNotificationsEnabled())
+                tree.journal.push_back("off");
+            tree.journal.push_back(root.AreBatchedNotificationsNested() ? "nested"
+                                   : root.AreNotificationsBatched()     ? "batched"
+                                                                        : "plain");
+            break;
+        default:
+            FAIL() << "unknown step " << step;
         }
-        EXPECT_FALSE(tree.root.AreBatchedNotificationsNested());
-        EXPECT_EQ(tree.journal, (std::vector<std::string>{"pre"}));
-        {
-            QTopLevelFormulaContext::BatchNotifications inner(&tree.root);
-            Change(tree.value);
-        }
-        EXPECT_EQ(tree.journal, (std::vector<std::string>{"pre"}));
     }
-    EXPECT_EQ(tree.journal, (std::vector<std::string>{"pre", "changed", "subscriber"}));
 }
 
-TEST(TopLevelBatch, ABatchWithoutAChangeDeliversNothing) {
-    RootInStep tree;
-    Subscriber subscriber("subscriber", tree.journal);
-    tree.root.RegisterChangedSubscriber(&subscriber);
-    { QTopLevelFormulaContext::BatchNotifications batch(&tree.root); }
-    EXPECT_TRUE(tree.journal.empty());
-    EXPECT_EQ(tree.Number(), 1u);
-}
-
-TEST(TopLevelBatch, APreChangeAloneIsSentOnceAndNeverDelivered) {
-    RootInStep tree;
-    {
-        QTopLevelFormulaContext::BatchNotifications batch(&tree.root);
-        tree.value.PreChange();
-        tree.value.PreChange();
+TEST(TopLevelScript, GivesTheseNoticesAndThisCount) {
+    const ScriptCase cases[] = {
+        // Without a batch each change reaches both helpers at once, and no subscriber.
+        {"rp", "pre", 1},
+        {"rccc", "pre changed pre changed pre changed", 2},
+        // The counter moves once per burst: a read starts a new one.
+        {"rcccrccu", "pre changed pre changed pre changed pre changed pre changed stale", 3},
+        // Nobody has read since the root was made: its own number is behind its counter.
+        {"cu", "pre changed stale", 1},
+        // A batch moves the counter once and is heard once, at its end.
+        {"r(?cccccccccc)?", "batched pre changed s plain", 2},
+        {"r(c(?c)?(c)c)", "pre nested batched changed s", 2},
+        {"r()", "", 1},
+        {"r(pp)", "pre", 1},
+        {"r(cc)(cc)", "pre changed s pre changed s", 2},
+        {"r((c!?rc))", "pre changed s nested pre changed s", 3},
+        // Switched off, a change moves nothing and reaches nobody, and no batch opens.
+        {"r{?(?cc)}?u", "off plain off plain plain fresh", 1},
+        {"r--+c+c", "pre changed", 2},
+        // A batch opened beforehand still delivers what came before.
+        {"r(c{c})", "pre changed s", 2},
+    };
+    for (const ScriptCase& c : cases) {
+        SCOPED_TRACE(c.script);
+        Tree tree;
+        Subscriber subscriber("s", tree.journal);
+        tree.root.RegisterChangedSubscriber(&subscriber);
+        Play(tree, c.script);
+        EXPECT_EQ(Joined(tree.journal), c.journal);
+        EXPECT_EQ(tree.Number(), c.number);
     }
-    EXPECT_EQ(tree.journal, (std::vector<std::string>{"pre"}));
 }
 
-TEST(TopLevelBatch, EachBatchSendsItsOwnPreChange) {
-    RootInStep tree;
-    for (int round = 0; round < 2; ++round) {
-        QTopLevelFormulaContext::BatchNotifications batch(&tree.root);
-        Change(tree.value);
-        Change(tree.value);
-    }
-    EXPECT_EQ(tree.journal, (std::vector<std::string>{"pre", "changed", "pre", "changed"}));
-}
+// --- Subscribers and batches ------------------------------------------------------------------
 
-TEST(TopLevelBatch, SubscribersAreToldInTheOrderOfRegistration) {
-    RootInStep tree;
+TEST(TopLevelBatch, SubscribersAreToldInTheOrderOfRegistrationAndMayLeaveWhileTold) {
+    Tree tree;
+    Subscriber oneShot("one shot", tree.journal, &tree.root);
     Subscriber first("first", tree.journal);
     Subscriber second("second", tree.journal);
     Subscriber third("third", tree.journal);
-    tree.root.RegisterChangedSubscriber(&first);
-    tree.root.RegisterChangedSubscriber(&second);
-    tree.root.RegisterChangedSubscriber(&third);
+    for (Subscriber* subscriber : {&oneShot, &first, &second, &third})
+        tree.root.RegisterChangedSubscriber(subscriber);
     tree.root.DeregisterChangedSubscriber(&second);
-    {
-        QTopLevelFormulaContext::BatchNotifications batch(&tree.root);
-        Change(tree.value);
-    }
-    EXPECT_EQ(tree.journal, (std::vector<std::string>{"pre", "changed", "first", "third"}));
+    Play(tree, "r(cr)(cr)");
+    EXPECT_EQ(Joined(tree.journal), "pre changed one shot first third pre changed first third");
     EXPECT_EQ(tree.root.ChangedSubscriberCount(), 2);
 }
 
 TEST(TopLevelBatch, AContextBelowRegistersWithTheRoot) {
-    RootInStep tree;
+    Tree tree;
     Child child(&tree.root);
     Child grandchild(&child);
-    Subscriber subscriber("subscriber", tree.journal);
+    Subscriber subscriber("s", tree.journal);
     grandchild.RegisterChangedSubscriber(&subscriber);
     EXPECT_EQ(tree.root.ChangedSubscriberCount(), 1);
     grandchild.DeregisterChangedSubscriber(&subscriber);
     EXPECT_EQ(tree.root.ChangedSubscriberCount(), 0);
 }
 
-// Goes away as soon as it has heard once.
-class OneShotSubscriber : public QFormulaContextChangedSubscriber {
-public:
-    OneShotSubscriber(QTopLevelFormulaContext& root, std::vector<std::string>& journal)
-        : m_root(root), m_journal(journal) {}
-    void OnFormulaContextChanged() override {
-        m_journal.push_back("one shot");
-        m_root.DeregisterChangedSubscriber(this);
-    }
-
-private:
-    QTopLevelFormulaContext& m_root;
-    std::vector<std::string>& m_journal;
-};
-
-TEST(TopLevelBatch, ASubscriberMayDeregisterWhileItIsTold) {
-    RootInStep tree;
-    OneShotSubscriber oneShot(tree.root, tree.journal);
-    Subscriber after("after", tree.journal);
-    tree.root.RegisterChangedSubscriber(&oneShot);
-    tree.root.RegisterChangedSubscriber(&after);
-    for (int round = 0; round < 2; ++round) {
-        QTopLevelFormulaContext::BatchNotifications batch(&tree.root);
-        Change(tree.value);
-        tree.reader.MakeUpToDate();
-    }
-    EXPECT_EQ(tree.journal, (std::vector<std::string>{"pre", "changed", "one shot", "after", "pre",
-                                                      "changed", "after"}));
-}
-
 TEST(TopLevelBatch, StopAllBatchingDeliversAndCountsAndRestartKeepsTheNesting) {
-    RootInStep tree;
-    tree.root.StartBatchingNotifications();
-    tree.root.StartBatchingNotifications();
-    tree.root.StartBatchingNotifications();
-    Change(tree.value);
+    Tree tree;
+    tree.reader.MakeUpToDate();
+    for (int i = 0; i < 3; ++i)
+        tree.root.StartBatchingNotifications();
+    tree.Change();
     EXPECT_EQ(tree.root.StopAllBatching(), 3);
     EXPECT_FALSE(tree.root.AreNotificationsBatched());
-    EXPECT_EQ(tree.journal, (std::vector<std::string>{"pre", "changed"}));
+    EXPECT_EQ(Joined(tree.journal), "pre changed");
     tree.root.RestartAllBatching(3);
     EXPECT_TRUE(tree.root.AreBatchedNotificationsNested());
     EXPECT_EQ(tree.root.StopAllBatching(), 3);
     EXPECT_EQ(tree.journal.size(), 2u);
-}
 
-TEST(TopLevelBatch, StopAndRestartDeliversInTheMiddleOfALongOperation) {
-    RootInStep tree;
-    {
-        QTopLevelFormulaContext::BatchNotifications outer(&tree.root);
-        QTopLevelFormulaContext::BatchNotifications inner(&tree.root);
-        Change(tree.value);
-        tree.root.StopAndRestartBatching();
-        EXPECT_EQ(tree.journal, (std::vector<std::string>{"pre", "changed"}));
-        EXPECT_TRUE(tree.root.AreBatchedNotificationsNested());
-        tree.reader.MakeUpToDate();
-        Change(tree.value);
-    }
-    EXPECT_EQ(tree.journal, (std::vector<std::string>{"pre", "changed", "pre", "changed"}));
-    EXPECT_EQ(tree.Number(), 3u);
+    tree.root.StartBatchingNotifications();
+    tree.root.EnableNotifications(false);
+    EXPECT_EQ(tree.root.StopAllBatching(), 0) << "nothing stops while notifications are off";
+    tree.root.EnableNotifications(true);
+    EXPECT_EQ(tree.root.StopAllBatching(), 1);
 }
 
 TEST(TopLevelBatch, TheGuardKeepsAManagedRootAliveUntilItEnds) {
@@ -368,68 +300,23 @@ TEST(TopLevelBatch, TheGuardKeepsAManagedRootAliveUntilItEnds) {
         EXPECT_EQ(destroyed, 0);
     }
     EXPECT_EQ(destroyed, 1);
+    // On no root the guards do nothing.
+    QTopLevelFormulaContext::BatchNotifications noBatch(nullptr);
+    QTopLevelFormulaContext::DisableNotificationsCompletely noSwitch(nullptr);
 }
 
-TEST(TopLevelBatch, TheFormWithoutTheSmartPointerServesARootNobodyOwns) {
-    RootInStep tree;
+TEST(TopLevelBatch, TheFormsWithoutTheSmartPointerServeARootNobodyOwns) {
+    Tree tree;
+    tree.reader.MakeUpToDate();
     {
         QTopLevelFormulaContext::BatchNotificationsNoSmartPtr batch(&tree.root);
-        Change(tree.value);
-        Change(tree.value);
-    }
-    EXPECT_EQ(tree.journal, (std::vector<std::string>{"pre", "changed"}));
-}
-
-TEST(TopLevelBatch, AGuardOnNoRootDoesNothing) {
-    QTopLevelFormulaContext::BatchNotifications batch(nullptr);
-    QTopLevelFormulaContext::DisableNotificationsCompletely off(nullptr);
-    SUCCEED();
-}
-
-// --- Notifications switched off ---------------------------------------------------------------
-
-TEST(TopLevelDisabled, AChangeMovesNothingAndReachesNobody) {
-    RootInStep tree;
-    Subscriber subscriber("subscriber", tree.journal);
-    tree.root.RegisterChangedSubscriber(&subscriber);
-    {
-        QTopLevelFormulaContext::DisableNotificationsCompletely off(&tree.root);
+        tree.Change();
+        tree.Change();
+        QTopLevelFormulaContext::DisableNotificationsCompletelyNoSmartPtr off(&tree.root);
         EXPECT_FALSE(tree.root.AreNotificationsEnabled());
-        QTopLevelFormulaContext::BatchNotifications batch(&tree.root);
-        EXPECT_FALSE(tree.root.AreNotificationsBatched());
-        Change(tree.value);
-        Change(tree.value);
     }
     EXPECT_TRUE(tree.root.AreNotificationsEnabled());
-    EXPECT_TRUE(tree.journal.empty());
-    EXPECT_EQ(tree.Number(), 1u);
-    EXPECT_TRUE(tree.reader.IsUpToDate());
-}
-
-TEST(TopLevelDisabled, SwitchesNestAndNotificationsFlowWhenTheLastIsUndone) {
-    RootInStep tree;
-    tree.root.EnableNotifications(false);
-    tree.root.EnableNotifications(false);
-    tree.root.EnableNotifications(true);
-    Change(tree.value);
-    EXPECT_TRUE(tree.journal.empty());
-    tree.root.EnableNotifications(true);
-    Change(tree.value);
-    EXPECT_EQ(tree.journal, (std::vector<std::string>{"pre", "changed"}));
-}
-
-TEST(TopLevelDisabled, ABatchOpenedBeforehandStillDeliversWhatCameBefore) {
-    RootInStep tree;
-    {
-        QTopLevelFormulaContext::BatchNotifications batch(&tree.root);
-        Change(tree.value);
-        {
-            QTopLevelFormulaContext::DisableNotificationsCompletelyNoSmartPtr off(&tree.root);
-            Change(tree.value);
-            EXPECT_EQ(tree.root.StopAllBatching(), 0);
-        }
-    }
-    EXPECT_EQ(tree.journal, (std::vector<std::string>{"pre", "changed"}));
+    EXPECT_EQ(Joined(tree.journal), "pre changed");
 }
 
 } // namespace

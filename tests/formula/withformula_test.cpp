@@ -1,15 +1,15 @@
-#include "keel/document/errorlog.h"
+#include "tests/support/anyvalues.h"
+#include "tests/support/errorreports.h"
+
 #include "keel/formula/toplevelcontext.h"
 #include "keel/formula/withformula.h"
 #include "keel/platform/archive.h"
 #include "keel/platform/file.h"
 
-#include <filesystem>
 #include <gtest/gtest.h>
 #include <map>
 #include <memory>
 #include <string>
-#include <unistd.h>
 #include <vector>
 
 namespace keel {
@@ -81,50 +81,14 @@ public:
     using ValuesContext::ValuesContext;
 };
 
-struct Report {
-    std::string heading;
-    std::string message;
-    bool operator==(const Report&) const = default;
-};
-
-void PrintTo(const Report& report, std::ostream* out) {
-    *out << report.heading << ": " << report.message;
-}
-
-class WithFormulaTest : public testing::Test {
+class WithFormulaTest : public test::ErrorReportsTest {
 protected:
-    void SetUp() override {
-        QErrorLog& log = TheErrorLog();
-        if (!log.IsOpen())
-            log.SetFilename(
-                CString::FromUtf8((std::filesystem::temp_directory_path() /
-                                   ("keel-withformula-" + std::to_string(::getpid()) + ".txt"))
-                                      .string()));
-        log.DiscardPendingMessages();
-        m_noReports = NoEvalReportErrors();
-    }
-    void TearDown() override {
-        TheErrorLog().DiscardPendingMessages();
-        SetNoEvalReportErrors(m_noReports);
-    }
-
-    static std::vector<Report> Reports() {
-        std::vector<Report> reports;
-        QErrorLog& log = TheErrorLog();
-        for (int i = 0; i < log.GetSize(); ++i)
-            reports.push_back({log.ErrorType(i)->Description().ToUtf8(), log.Message(i).ToUtf8()});
-        return reports;
-    }
-
     // What a property does when something else changes.
     static void ChangeSomething(QFormulaContext& root) {
         QWithContextConcrete other(&root);
         other.PreChange();
         other.Changed();
     }
-
-private:
-    bool m_noReports = false;
 };
 
 // --- Bringing a value up to date -------------------------------------------------------------
@@ -140,20 +104,18 @@ TEST_F(WithFormulaRead, AValueWithoutARootIsNeverEvaluated) {
     EXPECT_EQ(Text(detached.Value()), "1");
 }
 
-TEST_F(WithFormulaRead, TheFirstReadEvaluatesAndTakesTheRootsNumber) {
+TEST_F(WithFormulaRead, TheFirstReadEvaluatesAndTakesTheRootsNumberAndLaterReadsWaitForAChange) {
     Root root;
-    QWithFormula<QAnyValue>& value = root.Add("a", "2 + 3");
+    QWithFormula<QAnyValue>& value = root.Add("a", "counter");
+    QWithFormula<QAnyValue>& plain = root.Add("b", QAnyValue(12));
     EXPECT_EQ(Text(value.ValueNoEnsureUpToDate()), "");
-    EXPECT_EQ(Text(value.Value()), "5");
+    EXPECT_EQ(Text(value.Value()), "1");
     EXPECT_EQ(value.State(), root.SyncState());
     EXPECT_EQ(root.State(), root.SyncState());
     EXPECT_FALSE(value.IsErrorBit());
-}
+    EXPECT_EQ(Text(plain.Value()), "12") << "without a formula the value stays";
+    EXPECT_EQ(plain.State(), root.SyncState());
 
-TEST_F(WithFormulaRead, AReadInStepWithTheRootDoesNotEvaluateAgain) {
-    Root root;
-    QWithFormula<QAnyValue>& value = root.Add("a", "counter");
-    EXPECT_EQ(Text(value.Value()), "1");
     EXPECT_EQ(Text(value.Value()), "1");
     EXPECT_EQ(root.m_counterReads, 1);
     ChangeSomething(root);
@@ -162,23 +124,17 @@ TEST_F(WithFormulaRead, AReadInStepWithTheRootDoesNotEvaluateAgain) {
 }
 
 TEST_F(WithFormulaRead, AValueThatMayNotBeKeptIsEvaluatedOnEveryRead) {
-    Root root;
-    root.m_counterState = QCS_NotCacheable;
-    QWithFormula<QAnyValue>& value = root.Add("a", "counter");
-    EXPECT_EQ(Text(value.Value()), "1");
-    EXPECT_EQ(value.CacheState(), QCS_NotCacheable);
-    EXPECT_EQ(Text(value.Value()), "2");
-    EXPECT_EQ(Text(value.Value()), "3");
-}
-
-TEST_F(WithFormulaRead, ARootMovedByTheEvaluationMakesItGoRoundOnce) {
-    Root root;
-    root.m_moveRootOnFirstCount = true;
-    root.m_counterState = QCS_NotCacheable;
-    QWithFormula<QAnyValue>& value = root.Add("a", "counter");
-    EXPECT_EQ(Text(value.Value()), "2");
-    EXPECT_EQ(value.State(), root.SyncState());
-    EXPECT_EQ(root.m_counterReads, 2);
+    for (const bool moveRoot : {false, true}) {
+        Root root;
+        root.m_counterState = QCS_NotCacheable;
+        root.m_moveRootOnFirstCount = moveRoot;
+        QWithFormula<QAnyValue>& value = root.Add("a", "counter");
+        // A root moved by the evaluation makes it go round once.
+        EXPECT_EQ(Text(value.Value()), moveRoot ? "2" : "1");
+        EXPECT_EQ(value.CacheState(), QCS_NotCacheable);
+        EXPECT_EQ(value.State(), root.SyncState());
+        EXPECT_EQ(Text(value.Value()), moveRoot ? "3" : "2");
+    }
 }
 
 TEST_F(WithFormulaRead, AChangeOfOneValueReachesTheValuesThatReadIt) {
@@ -192,7 +148,7 @@ TEST_F(WithFormulaRead, AChangeOfOneValueReachesTheValuesThatReadIt) {
     EXPECT_EQ(Text(width.Value()), "6");
 }
 
-TEST_F(WithFormulaRead, AFailingFormulaSetsTheErrorBit) {
+TEST_F(WithFormulaRead, AFailingFormulaSetsTheErrorBitAndEvaluateNowSaysSo) {
     Root root;
     QWithFormula<QAnyValue>& value = root.Add("a", "nosuchname + 1");
     value.Value();
@@ -201,75 +157,50 @@ TEST_F(WithFormulaRead, AFailingFormulaSetsTheErrorBit) {
     value.Assign(QAnyValue(), FormulaText(u"1 + 1"));
     EXPECT_EQ(Text(value.Value()), "2");
     EXPECT_FALSE(value.IsErrorBit());
-}
 
-TEST_F(WithFormulaRead, EvaluateNowSaysWhetherItSucceeded) {
-    Root root;
     QWithFormula<QAnyValue>& good = root.Add("good", "3 * 3");
     QWithFormula<QAnyValue>& bad = root.Add("bad", "3 *");
+    QWithFormula<QAnyValue> plain(&root, QAnyValue(4));
     EXPECT_TRUE(good.EvaluateNow(false));
     EXPECT_EQ(Text(good.ValueNoEnsureUpToDate()), "9");
     EXPECT_FALSE(bad.EvaluateNow(false));
     EXPECT_TRUE(bad.IsErrorBit());
-    QWithFormula<QAnyValue> plain(&root, QAnyValue(4));
     EXPECT_TRUE(plain.EvaluateNow(false));
     EXPECT_EQ(Text(plain.ValueNoEnsureUpToDate()), "4");
 }
 
-TEST_F(WithFormulaRead, AValueWithoutAFormulaUnderARootKeepsItsValue) {
-    Root root;
-    QWithFormula<QAnyValue>& value = root.Add("a", QAnyValue(12));
-    EXPECT_EQ(Text(value.Value()), "12");
-    EXPECT_EQ(value.State(), root.SyncState());
-}
-
-// --- Recursion ------------------------------------------------------------------------------
-
-using WithFormulaRecursion = WithFormulaTest;
-
-TEST_F(WithFormulaRecursion, AFormulaThatReadsItselfHoldsTheReportWithItsErrorBitAndSilent) {
-    SetNoEvalReportErrors(true);
-    Root root;
-    QWithFormula<QAnyValue>& value = root.Add("x", QAnyValue(3), "x + 1");
-    EXPECT_EQ(QAnyValue(value.Value()).MakeError().ToUtf8(),
-              "Recursive formula\n\tx + 1\nin\n\tSheet");
-    EXPECT_TRUE(value.IsErrorBit());
-    EXPECT_FALSE(value.IsEvaluatingNow());
-    EXPECT_TRUE(Reports().empty());
-}
-
-TEST_F(WithFormulaRecursion, WithReportsOnTheMessageNamesTheFormulaAndTheContext) {
-    SetNoEvalReportErrors(false);
-    Root root("Sheet");
-    QWithFormula<QAnyValue>& value = root.Add("x", "x + 1");
-    value.Value(true);
-    const std::vector<Report> reports = Reports();
-    ASSERT_FALSE(reports.empty());
-    EXPECT_EQ(reports.front(), (Report{"Formula", "Recursive formula\n\tx + 1\nin\n\tSheet"}));
-}
-
-TEST_F(WithFormulaRecursion, AContextWithoutANameGivesTheShortMessage) {
-    SetNoEvalReportErrors(false);
-    Root root("");
-    QWithFormula<QAnyValue>& value = root.Add("x", "x * 2");
-    value.Value(true);
-    const std::vector<Report> reports = Reports();
-    ASSERT_FALSE(reports.empty());
-    EXPECT_EQ(reports.front(), (Report{"Formula", "Recursive formula\n\tx * 2"}));
-}
-
-TEST_F(WithFormulaRecursion, ALoopThroughAnotherValueIsCaughtToo) {
-    SetNoEvalReportErrors(true);
-    Root root;
-    QWithFormula<QAnyValue>& a = root.Add("a", "b + 1");
-    QWithFormula<QAnyValue>& b = root.Add("b", "a + 1");
-    a.Value();
-    EXPECT_TRUE(a.IsErrorBit());
-    EXPECT_EQ(QAnyValue(a.ValueNoEnsureUpToDate()).MakeError().ToUtf8(),
-              "Recursive formula\n\tb + 1\nin\n\tSheet");
-    EXPECT_TRUE(b.IsErrorBit());
-    EXPECT_EQ(QAnyValue(b.ValueNoEnsureUpToDate()).MakeError().ToUtf8(),
-              "Recursive formula\n\ta + 1\nin\n\tSheet");
+// A value that reads itself, directly or through another, holds the report with its error bit;
+// the report is shown only while reports are on, and names the context when it has a name.
+TEST_F(WithFormulaRead, ARecursiveFormulaHoldsTheReport) {
+    const struct {
+        const char* rootName;
+        bool reports;
+        const char* shown;
+    } cases[] = {
+        {"Sheet", false, ""},
+        {"Sheet", true, "Recursive formula\n\tb + 1\nin\n\tSheet"},
+        {"", true, "Recursive formula\n\tb + 1"},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.shown);
+        TheErrorLog().DiscardPendingMessages();
+        SetNoEvalReportErrors(!c.reports);
+        Root root(c.rootName);
+        QWithFormula<QAnyValue>& a = root.Add("a", "b + 1");
+        QWithFormula<QAnyValue>& b = root.Add("b", "a + 1");
+        const std::string where = *c.rootName ? "\nin\n\tSheet" : "";
+        EXPECT_EQ(test::MessageOf(c.reports ? a.Value(true) : a.Value()),
+                  "Recursive formula\n\tb + 1" + where);
+        EXPECT_TRUE(a.IsErrorBit());
+        EXPECT_FALSE(a.IsEvaluatingNow());
+        EXPECT_TRUE(b.IsErrorBit());
+        EXPECT_EQ(test::MessageOf(b.ValueNoEnsureUpToDate()), "Recursive formula\n\ta + 1" + where);
+        const std::vector<test::Report> reports = test::PendingReports();
+        EXPECT_EQ(reports.empty(), !*c.shown);
+        if (!reports.empty()) {
+            EXPECT_EQ(reports.front(), (test::Report{"Formula", c.shown}));
+        }
+    }
 }
 
 // --- Assignment -----------------------------------------------------------------------------
@@ -281,44 +212,32 @@ struct RootInStep {
     Root root;
 };
 
-TEST_F(WithFormulaAssign, AFormulaIsTakenWithBothNotices) {
+TEST_F(WithFormulaAssign, AFormulaIsTakenWithBothNoticesAndOnlyADifferentOneClearsTheErrorBit) {
     RootInStep tree;
     QWithFormula<QAnyValue> value(&tree.root);
     value.Assign(QAnyValue(1), FormulaText(u"1 + 1"));
     EXPECT_EQ(tree.root.m_notices, (std::vector<std::string>{"pre", "changed"}));
     EXPECT_EQ(value.Formula(), FormulaText(u"1 + 1"));
     EXPECT_EQ(Text(value.ValueNoEnsureUpToDate()), "1");
-}
 
-TEST_F(WithFormulaAssign, ADifferentFormulaClearsTheErrorBitAndTheSameKeepsIt) {
-    Root root;
-    QWithFormula<QAnyValue> value(&root, QAnyValue(), FormulaText(u"1 +"));
     value.SetErrorBit();
-    value.Assign(QAnyValue(), FormulaText(u"1 +"));
+    value.Assign(QAnyValue(), FormulaText(u"1 + 1"));
     EXPECT_TRUE(value.IsErrorBit());
     value.Assign(QAnyValue(), FormulaText(u"1 + 2"));
     EXPECT_FALSE(value.IsErrorBit());
 }
 
-TEST_F(WithFormulaAssign, AnIdenticalValueOnlyDropsTheFormulaAndTheErrorBitSilently) {
-    RootInStep tree;
-    QWithFormula<QAnyValue> value(&tree.root, QAnyValue(5), FormulaText(u"2 + 3"));
-    value.SetErrorBit();
-    value = QAnyValue(5);
-    EXPECT_TRUE(tree.root.m_notices.empty());
-    EXPECT_TRUE(value.IsFormulaEmpty());
-    EXPECT_FALSE(value.IsErrorBit());
-}
-
-TEST_F(WithFormulaAssign, ADifferentValueIsTakenWithBothNotices) {
-    RootInStep tree;
-    QWithFormula<QAnyValue> value(&tree.root, QAnyValue(5), FormulaText(u"2 + 3"));
-    value.SetErrorBit();
-    value = QAnyValue(6);
-    EXPECT_EQ(tree.root.m_notices, (std::vector<std::string>{"pre", "changed"}));
-    EXPECT_EQ(Text(value.ValueNoEnsureUpToDate()), "6");
-    EXPECT_TRUE(value.IsFormulaEmpty());
-    EXPECT_FALSE(value.IsErrorBit());
+TEST_F(WithFormulaAssign, AValueDropsTheFormulaAndTheErrorBitAndOnlyADifferentOneIsTold) {
+    for (const int assigned : {5, 6}) {
+        RootInStep tree;
+        QWithFormula<QAnyValue> value(&tree.root, QAnyValue(5), FormulaText(u"2 + 3"));
+        value.SetErrorBit();
+        value = QAnyValue(assigned);
+        EXPECT_EQ(tree.root.m_notices.size(), assigned == 5 ? 0u : 2u) << assigned;
+        EXPECT_EQ(Text(value.ValueNoEnsureUpToDate()), std::to_string(assigned));
+        EXPECT_TRUE(value.IsFormulaEmpty());
+        EXPECT_FALSE(value.IsErrorBit());
+    }
 }
 
 TEST_F(WithFormulaAssign, WithoutARootNothingIsToldAndTheValueIsTaken) {
@@ -331,29 +250,25 @@ TEST_F(WithFormulaAssign, WithoutARootNothingIsToldAndTheValueIsTaken) {
     EXPECT_TRUE(value.IsFormulaEmpty());
 }
 
-TEST_F(WithFormulaAssign, AssignmentAdoptsTheSourcesContextOnlyWhenItHasNone) {
+TEST_F(WithFormulaAssign, CopiesCarryValueAndFormulaAndAdoptAContextOnlyWhenTheyHaveNone) {
     Root first("First");
     Root second("Second");
-    const QWithFormula<QAnyValue> source(&first, QAnyValue(1), FormulaText(u"1"));
+    const QWithFormula<QAnyValue> source(&first, QAnyValue(4), FormulaText(u"2 * 2"));
     QWithFormula<QAnyValue> orphan;
     orphan = source;
     EXPECT_EQ(orphan.ParentContext(), &first);
     QWithFormula<QAnyValue> settled(&second);
     settled = source;
     EXPECT_EQ(settled.ParentContext(), &second);
-    EXPECT_EQ(settled.Formula(), FormulaText(u"1"));
-}
+    EXPECT_EQ(settled.Formula(), FormulaText(u"2 * 2"));
 
-TEST_F(WithFormulaAssign, ACopyCarriesValueFormulaAndContextAndIsNotEvaluating) {
-    Root root;
-    const QWithFormula<QAnyValue> original(&root, QAnyValue(4), FormulaText(u"2 * 2"));
-    const QWithFormula<QAnyValue> copy(original);
-    EXPECT_EQ(copy.ParentContext(), &root);
-    EXPECT_EQ(copy.Formula(), original.Formula());
+    const QWithFormula<QAnyValue> copy(source);
+    EXPECT_EQ(copy.ParentContext(), &first);
+    EXPECT_EQ(copy.Formula(), source.Formula());
     EXPECT_EQ(Text(copy.ValueNoEnsureUpToDate()), "4");
     EXPECT_FALSE(copy.IsEvaluatingNow());
     Loose elsewhere;
-    const QWithFormula<QAnyValue> moved(original, &elsewhere);
+    const QWithFormula<QAnyValue> moved(source, &elsewhere);
     EXPECT_EQ(moved.ParentContext(), &elsewhere);
 }
 
@@ -379,15 +294,13 @@ TEST_F(WithFormulaBase, SetFormulaTellsTheRootAndTheNoChangeFormsDoNot) {
     EXPECT_TRUE(tree.root.m_notices.empty());
     holder.SetFormula(FormulaText(u"a + 2"));
     EXPECT_EQ(tree.root.m_notices, (std::vector<std::string>{"pre", "changed"}));
-}
 
-TEST_F(WithFormulaBase, SetFormulaAndContextSetsBothAndTellsTheNewRoot) {
-    RootInStep tree;
-    QWithFormulaBase holder;
-    holder.SetFormulaAndContext(FormulaText(u"b"), &tree.root);
-    EXPECT_EQ(holder.ParentContext(), &tree.root);
-    EXPECT_EQ(holder.Formula(), FormulaText(u"b"));
-    EXPECT_EQ(tree.root.m_notices, (std::vector<std::string>{"pre", "changed"}));
+    RootInStep other;
+    QWithFormulaBase moved;
+    moved.SetFormulaAndContext(FormulaText(u"b"), &other.root);
+    EXPECT_EQ(moved.ParentContext(), &other.root);
+    EXPECT_EQ(moved.Formula(), FormulaText(u"b"));
+    EXPECT_EQ(other.root.m_notices, (std::vector<std::string>{"pre", "changed"}));
 }
 
 struct ColorCase {

@@ -39,18 +39,11 @@ TEST(FPStatus, EachFaultRaisesItsBitsUntilCleared) {
         SCOPED_TRACE(test.name);
         ClearFPStatus();
         test.compute();
-        EXPECT_EQ(ReadFPStatus(), test.expected);
+        // Reading leaves the bits; clearing gives them and leaves none.
         EXPECT_EQ(ReadFPStatus(), test.expected);
         EXPECT_EQ(ClearFPStatus(), test.expected);
-        EXPECT_EQ(ReadFPStatus(), 0u);
-        EXPECT_EQ(ClearFPStatus(), 0u);
+        EXPECT_EQ(ReadFPStatus() | ClearFPStatus(), 0u);
     }
-    EXPECT_EQ(SW_INEXACT, 0x1u);
-    EXPECT_EQ(SW_UNDERFLOW, 0x2u);
-    EXPECT_EQ(SW_OVERFLOW, 0x4u);
-    EXPECT_EQ(SW_ZERODIVIDE, 0x8u);
-    EXPECT_EQ(SW_INVALID, 0x10u);
-    EXPECT_EQ(SW_DENORMAL, 0x80000u);
 }
 
 TEST(FPStatusScope, ClearsOnEntryAndExitAndFaultsDoNotTrap) {

@@ -12,6 +12,8 @@
 #include <optional>
 #include <string>
 #include <sys/resource.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 #include <vector>
 
@@ -388,6 +390,53 @@ TEST_F(RegistryTest, MachineWideStringsComeFromTheirOwnReadOnlyFile) {
     CRegistry withoutMachineFile(OptionsPath());
     EXPECT_EQ(U8(withoutMachineFile.GetMachineProfileString(u"Options", u"LicenceServer", u"d")),
               "d");
+}
+
+// What a read of `file` gives, checked in a child process that an alarm ends: a read that waits
+// on a FIFO for a writer fails the test instead of hanging it.
+int ReadInABoundedChild(const fs::path& file) {
+    const pid_t child = ::fork();
+    if (child == 0) {
+        ::alarm(10);
+        CRegistry store(CString::FromUtf8(file.string()));
+        const bool defaulted = store.GetProfileInt(u"Options", u"LengthUnits", 3) == 3;
+        const bool said = U8(store.LastError()) == "Cannot read the options file \"" +
+                                                       file.string() + "\": Not a regular file";
+        ::_exit(defaulted && said ? 0 : 1);
+    }
+    int status = 0;
+    if (child < 0 || ::waitpid(child, &status, 0) != child)
+        return -1;
+    return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+}
+
+// An options file whose place is taken by something that is no regular file is refused without
+// waiting on it. A write puts a regular file in its place and keeps what was there under
+// "<file>.bad", as with a file that cannot be parsed; no write goes near a device, as the test
+// may run as root.
+TEST_F(RegistryTest, SomethingElseThanARegularFileIsRefusedAndKeptAsideByAWrite) {
+    fs::create_directories(OptionsFolder());
+    for (const char* kind : {"fifo", "folder", "device"}) {
+        SCOPED_TRACE(kind);
+        const fs::path file = OptionsFolder() / kind;
+        if (kind == std::string("fifo"))
+            ASSERT_EQ(::mkfifo(file.c_str(), 0600), 0);
+        else if (kind == std::string("folder"))
+            fs::create_directory(file);
+        else
+            fs::create_symlink("/dev/zero", file);
+        EXPECT_EQ(ReadInABoundedChild(file), 0) << "1: wrong answer, 142: it waited";
+        if (kind == std::string("device"))
+            continue;
+        CRegistry store(CString::FromUtf8(file.string()));
+        ASSERT_TRUE(store.WriteProfileInt(u"Options", u"LengthUnits", 5)) << U8(store.LastError());
+        EXPECT_TRUE(fs::is_regular_file(file));
+        EXPECT_TRUE(fs::exists(fs::symlink_status(file.string() + ".bad")));
+        EXPECT_EQ(ReadText(file), "[Options]\nLengthUnits=5\n");
+        EXPECT_EQ(CRegistry(CString::FromUtf8(file.string()))
+                      .GetProfileInt(u"Options", u"LengthUnits", 3),
+                  5);
+    }
 }
 
 } // namespace

@@ -34,9 +34,6 @@ TEST_F(SchemaTest, VersionIsTheArchivesSchemaOrTheDefaultAndStaysThere) {
     EXPECT_EQ(QSchema::Version(With(CArchive::noSchema)), -1);
     EXPECT_EQ(QSchema::Version(m_archive), -1);
     QSchema::SetDefaultSchema(120);
-    QSchema::SetUnsupportedSchema(15);
-    EXPECT_EQ(QSchema::DefaultVersion(), 120);
-    EXPECT_EQ(QSchema::UnsupportedVersion(), 15);
 
     CArchive& archive = With(17);
     EXPECT_EQ(QSchema::Version(archive), 17);

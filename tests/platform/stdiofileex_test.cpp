@@ -5,24 +5,29 @@
 #include <cstdint>
 #include <gtest/gtest.h>
 #include <string>
-#include <vector>
 
 namespace keel {
 namespace {
 
 using test::Bytes;
+using namespace std::string_view_literals;
+
+Bytes B(std::string_view text) {
+    return Bytes(text.begin(), text.end());
+}
 
 class TextFile : public test::TempFolderTest {
 protected:
-    std::vector<CString> ReadLines(const std::string& name, unsigned extraFlags = 0,
-                                   unsigned codePage = 0) const {
+    // Every line read, each followed by a line feed.
+    CString ReadLines(const std::string& name, unsigned extraFlags = 0,
+                      unsigned codePage = 0) const {
         CStdioFileEx file;
         if (codePage != 0)
             file.SetCodePage(codePage);
         EXPECT_TRUE(file.Open(PathOf(name), CFile::modeRead | CFile::typeText | extraFlags));
-        std::vector<CString> lines;
+        CString lines;
         for (CString line; file.ReadString(line);)
-            lines.push_back(line);
+            lines += line + u'\n';
         return lines;
     }
     // How a file is written: the extra open flags and the settings made after opening.
@@ -38,75 +43,36 @@ protected:
     }
 };
 
-std::vector<CString> Lines(std::initializer_list<const char16_t*> lines) {
-    return std::vector<CString>(lines.begin(), lines.end());
-}
-
 TEST_F(TextFile, EachEncodingWritesItsBytesAndReadsBackByteForByte) {
+    constexpr unsigned unicode = CStdioFileEx::modeWriteUnicode;
+    // What reading the file gives back is the text less what the encoding could not hold.
     const struct {
-        const char* name;
-        unsigned extraFlags;
-        unsigned codePage;
+        unsigned extraFlags, codePage;
         bool mark;
         const char16_t* text;
-        Bytes bytes;
-        // What reading the file gives back: the text less what the encoding could not hold.
-        std::vector<CString> lines;
-    } cases[] = {{"UTF-16",
-                  CStdioFileEx::modeWriteUnicode,
-                  0,
-                  false,
-                  u"A\u00e9\u20ac\U0001F600\nB\n",
-                  {0xFF, 0xFE, 0x41, 0x00, 0xE9, 0x00, 0xAC, 0x20, 0x3D, 0xD8, 0x00, 0xDE, 0x0A,
-                   0x00, 0x42, 0x00, 0x0A, 0x00},
-                  Lines({u"A\u00e9\u20ac\U0001F600", u"B"})},
-                 {"UTF-8",
-                  0,
-                  CStdioFileEx::c_codePageUtf8,
-                  false,
-                  u"A\u00e9\u20ac\U0001F600\nB\n",
-                  {0x41, 0xC3, 0xA9, 0xE2, 0x82, 0xAC, 0xF0, 0x9F, 0x98, 0x80, 0x0A, 0x42, 0x0A},
-                  Lines({u"A\u00e9\u20ac\U0001F600", u"B"})},
-                 {"UTF-8 with mark",
-                  0,
-                  CStdioFileEx::c_codePageUtf8,
-                  true,
-                  u"A\u00e9\n",
-                  {0xEF, 0xBB, 0xBF, 0x41, 0xC3, 0xA9, 0x0A},
-                  Lines({u"A\u00e9"})},
-                 {"1252",
-                  0,
-                  CStdioFileEx::c_codePageWindowsWestern,
-                  false,
-                  u"A\u00e9\u20ac\u0100\U0001F600\n\u0178\u2122\n",
-                  {0x41, 0xE9, 0x80, 0x3F, 0x3F, 0x0A, 0x9F, 0x99, 0x0A},
-                  Lines({u"A\u00e9\u20ac??", u"\u0178\u2122"})},
-                 {"28591",
-                  0,
-                  CStdioFileEx::c_codePageLatin1,
-                  false,
-                  u"A\u00e9\u20ac\u0085\n",
-                  {0x41, 0xE9, 0x3F, 0x85, 0x0A},
-                  Lines({u"A\u00e9?\u0085"})},
-                 {"20127",
-                  0,
-                  CStdioFileEx::c_codePageAscii,
-                  false,
-                  u"A\u00e9~\n",
-                  {0x41, 0x3F, 0x7E, 0x0A},
-                  Lines({u"A?~"})}};
+        std::string_view bytes;
+        const char16_t* lines;
+    } cases[] = {{unicode, 0, false, u"A\u00e9\u20ac\U0001F600\nB\n",
+                  "\xFF\xFE\x41\x00\xE9\x00\xAC\x20\x3D\xD8\x00\xDE\x0A\x00\x42\x00\x0A\x00"sv,
+                  u"A\u00e9\u20ac\U0001F600\nB\n"},
+                 {0, CStdioFileEx::c_codePageUtf8, false, u"A\u00e9\u20ac\U0001F600\nB\n",
+                  "A\xC3\xA9\xE2\x82\xAC\xF0\x9F\x98\x80\nB\n", u"A\u00e9\u20ac\U0001F600\nB\n"},
+                 {0, CStdioFileEx::c_codePageUtf8, true, u"A\u00e9\n", "\xEF\xBB\xBF\x41\xC3\xA9\n",
+                  u"A\u00e9\n"},
+                 {0, CStdioFileEx::c_codePageWindowsWestern, false,
+                  u"A\u00e9\u20ac\u0100\U0001F600\n\u0178\u2122\n", "A\xE9\x80??\n\x9F\x99\n",
+                  u"A\u00e9\u20ac??\n\u0178\u2122\n"},
+                 {0, CStdioFileEx::c_codePageLatin1, false, u"A\u00e9\u20ac\u0085\n",
+                  "A\xE9?\x85\n", u"A\u00e9?\u0085\n"},
+                 {0, CStdioFileEx::c_codePageAscii, false, u"A\u00e9~\n", "A?~\n", u"A?~\n"}};
     for (const auto& test : cases) {
-        SCOPED_TRACE(test.name);
+        SCOPED_TRACE(test.codePage);
         WriteWith("first.txt", test.extraFlags, test.codePage, test.mark, test.text);
-        EXPECT_EQ(ReadBytes("first.txt"), test.bytes);
-        const std::vector<CString> lines =
-            ReadLines("first.txt", CStdioFileEx::modeUseCodePage, test.codePage);
-        EXPECT_EQ(lines, test.lines);
-        CString again;
-        for (const CString& line : lines)
-            again += line + u"\n";
-        WriteWith("second.txt", test.extraFlags, test.codePage, test.mark, again);
-        EXPECT_EQ(ReadBytes("second.txt"), test.bytes);
+        EXPECT_EQ(ReadBytes("first.txt"), B(test.bytes));
+        const CString lines = ReadLines("first.txt", CStdioFileEx::modeUseCodePage, test.codePage);
+        EXPECT_EQ(lines, CString(test.lines));
+        WriteWith("second.txt", test.extraFlags, test.codePage, test.mark, lines);
+        EXPECT_EQ(ReadBytes("second.txt"), B(test.bytes));
     }
 }
 
@@ -118,13 +84,12 @@ TEST_F(TextFile, EveryByteOfCodePage1252ReadsAndWritesBack) {
     }
     bytes.push_back('\n');
     WriteBytes("all.txt", bytes);
-    const std::vector<CString> lines =
+    const CString lines =
         ReadLines("all.txt", CStdioFileEx::modeUseCodePage, CStdioFileEx::c_codePageWindowsWestern);
-    ASSERT_EQ(lines.size(), 1u);
-    EXPECT_EQ(lines[0].GetLength(), 254);
+    ASSERT_EQ(lines.GetLength(), 255);
     // Byte 0x80, after the 0x80 bytes before it less line feed and carriage return.
-    EXPECT_EQ(lines[0][0x80 - 2], u'\u20ac');
-    WriteWith("again.txt", 0, CStdioFileEx::c_codePageWindowsWestern, false, lines[0] + u"\n");
+    EXPECT_EQ(lines[0x80 - 2], u'\u20ac');
+    WriteWith("again.txt", 0, CStdioFileEx::c_codePageWindowsWestern, false, lines);
     EXPECT_EQ(ReadBytes("again.txt"), bytes);
 
     // The filler stands for what the code page cannot hold, one for a character beyond 16 bits.
@@ -134,47 +99,42 @@ TEST_F(TextFile, EveryByteOfCodePage1252ReadsAndWritesBack) {
     file.SetFillerChar('#');
     file.WriteString(u"a\u0100\U0001F600b\xD800");
     file.Close();
-    EXPECT_EQ(ReadBytes("filled.txt"), (Bytes{'a', '#', '#', 'b', '#'}));
+    EXPECT_EQ(ReadBytes("filled.txt"), B("a##b#"));
 }
 
 TEST_F(TextFile, TheFirstBytesDecideTheEncodingAndLinesEndAtLineFeeds) {
     const struct {
-        const char* name;
-        Bytes bytes;
+        std::string_view bytes;
         bool unicode;
-        std::vector<CString> lines;
-    } cases[] = {
-        {"UTF-16 LE", {0xFF, 0xFE, 'A', 0, '\n', 0, 0xE9, 0}, true, Lines({u"A", u"\u00e9"})},
-        {"UTF-16 BE", {0xFE, 0xFF, 0, 'A', 0, '\n', 0x20, 0xAC}, true, Lines({u"A", u"\u20ac"})},
-        {"UTF-16 odd byte", {0xFF, 0xFE, 'A', 0, 'B'}, true, Lines({u"A\uFFFD"})},
-        {"UTF-8 mark over 1252", {0xEF, 0xBB, 0xBF, 0xC3, 0xA9}, false, Lines({u"\u00e9"})},
-        {"no mark: the code page", {0xE9, '\n'}, false, Lines({u"\u00e9"})},
-        {"a lone byte", {0xFF}, false, Lines({u"\u00ff"})},
-        {"line ends",
-         {'a', '\r', '\n', 'b', '\n', '\n', 'c', '\r', 'd', '\r'},
-         false,
-         Lines({u"a", u"b", u"", u"c\rd"})},
-        {"final line feed", {'a', '\n'}, false, Lines({u"a"})},
-        {"empty", {}, false, {}},
-        {"blank line", {'\n'}, false, Lines({u""})}};
+        const char16_t* lines;
+    } cases[] = {{"\xFF\xFE\x41\0\n\0\xE9\0"sv, true, u"A\n\u00e9\n"},
+                 {"\xFE\xFF\0\x41\0\n\x20\xAC"sv, true, u"A\n\u20ac\n"},
+                 {"\xFF\xFE\x41\0\x42"sv, true, u"A\uFFFD\n"},
+                 {"\xEF\xBB\xBF\xC3\xA9", false, u"\u00e9\n"},
+                 {"\xE9\n", false, u"\u00e9\n"},
+                 {"\xFF", false, u"\u00ff\n"},
+                 {"a\r\nb\n\nc\rd\r", false, u"a\nb\n\nc\rd\n"},
+                 {"a\n", false, u"a\n"},
+                 {"", false, u""},
+                 {"\n", false, u"\n"}};
     for (const auto& test : cases) {
-        SCOPED_TRACE(test.name);
-        WriteBytes("marked.txt", test.bytes);
+        SCOPED_TRACE(CString(test.lines).ToUtf8());
+        WriteBytes("marked.txt", B(test.bytes));
         CStdioFileEx file;
         file.SetCodePage(CStdioFileEx::c_codePageWindowsWestern);
         ASSERT_TRUE(
             file.Open(PathOf("marked.txt"), CFile::modeRead | CStdioFileEx::modeUseCodePage));
         EXPECT_EQ(file.IsFileUnicodeText(), test.unicode);
-        std::vector<CString> lines;
+        CString lines;
         for (CString line; file.ReadString(line);)
-            lines.push_back(line);
-        EXPECT_EQ(lines, test.lines);
+            lines += line + u'\n';
+        EXPECT_EQ(lines, CString(test.lines));
     }
 }
 
 TEST_F(TextFile, TheCodePageIsTheLocalesUnlessKeptOrChangedWhileOpen) {
     EXPECT_EQ(CStdioFileEx::GetCurrentLocaleCodePage(), 65001u);
-    WriteBytes("latin.txt", {0xE9, '\n', 0xC3, 0xA9, '\n', 0x80, '\n'});
+    WriteBytes("latin.txt", B("\xE9\n\xC3\xA9\n\x80\n"));
     CStdioFileEx file;
     file.SetCodePage(CStdioFileEx::c_codePageLatin1);
     ASSERT_TRUE(file.Open(PathOf("latin.txt"), CFile::modeRead));
@@ -189,30 +149,22 @@ TEST_F(TextFile, TheCodePageIsTheLocalesUnlessKeptOrChangedWhileOpen) {
     ASSERT_TRUE(file.ReadString(line));
     EXPECT_EQ(line, CString(u"\u20ac"));
     file.Close();
-
-    file.SetCodePage(CStdioFileEx::c_codePageLatin1);
-    ASSERT_TRUE(file.Open(PathOf("latin.txt"), CFile::modeRead | CStdioFileEx::modeUseCodePage));
-    ASSERT_TRUE(file.ReadString(line));
-    EXPECT_EQ(line, CString(u"\u00e9"));
+    EXPECT_EQ(ReadLines("latin.txt", CStdioFileEx::modeUseCodePage, CStdioFileEx::c_codePageLatin1)
+                  .Left(2),
+              CString(u"\u00e9\n"));
 }
 
 TEST_F(TextFile, LongLinesAndCharactersAcrossTheReadBuffer) {
     // The two-byte character sits across the 64 KiB boundary of the reader's buffer.
-    std::string first(65535, 'x');
-    first += "\xC3\xA9";
-    Bytes bytes(first.begin(), first.end());
-    bytes.push_back('\n');
-    bytes.insert(bytes.end(), 200000, 'y');
-    WriteBytes("long.txt", bytes);
-    const std::vector<CString> lines = ReadLines("long.txt");
-    ASSERT_EQ(lines.size(), 2u);
-    EXPECT_EQ(lines[0], CString::FromUtf8(first));
-    EXPECT_EQ(lines[1].GetLength(), 200000);
+    const std::string first = std::string(65535, 'x') + "\xC3\xA9";
+    WriteBytes("long.txt", B(first + "\n" + std::string(200000, 'y')));
+    EXPECT_EQ(ReadLines("long.txt"),
+              CString::FromUtf8(first) + u'\n' + CString(u'y', 200000) + u'\n');
 }
 
 TEST_F(TextFile, WritingTranslatesNoLineEndsAndPutsTheMarkOnlyAtTheStart) {
     WriteWith("as-is.txt", 0, CStdioFileEx::c_codePageUtf8, false, u"a\nb\r\nc");
-    EXPECT_EQ(ReadBytes("as-is.txt"), (Bytes{'a', '\n', 'b', '\r', '\n', 'c'}));
+    EXPECT_EQ(ReadBytes("as-is.txt"), B("a\nb\r\nc"));
     {
         CStdioFileEx file;
         ASSERT_TRUE(file.Open(PathOf("mark.txt"), CFile::modeCreate | CFile::modeWrite |
@@ -222,19 +174,25 @@ TEST_F(TextFile, WritingTranslatesNoLineEndsAndPutsTheMarkOnlyAtTheStart) {
         file.WriteString(u"b");
         // What is buffered reaches the disk when the object goes.
     }
-    EXPECT_EQ(ReadBytes("mark.txt"), (Bytes{0xFF, 0xFE, 'a', 0, 'b', 0}));
+    EXPECT_EQ(ReadBytes("mark.txt"), B("\xFF\xFE\x61\0\x62\0"sv));
+    // Abort closes the file and drops what is still buffered.
+    CStdioFileEx file(PathOf("aborted.txt"), CFile::modeCreate | CFile::modeWrite);
+    file.WriteString(u"lost");
+    file.Abort();
+    EXPECT_FALSE(file.IsOpen());
+    EXPECT_TRUE(ReadBytes("aborted.txt").empty());
 }
 
 TEST_F(TextFile, CharCountLeavesTheMarkOutAndThePositionAlone) {
     const struct {
-        Bytes bytes;
+        std::string_view bytes;
         unsigned long long count;
-    } cases[] = {{{0xFF, 0xFE, 'a', 0, 'b', 0, '\n', 0}, 3},
-                 {{0xEF, 0xBB, 0xBF, 0xC3, 0xA9, 0xF0, 0x9F, 0x98, 0x80}, 3},
-                 {{'a', 'b'}, 2},
-                 {{}, 0}};
+    } cases[] = {{"\xFF\xFE\x61\0\x62\0\n\0"sv, 3},
+                 {"\xEF\xBB\xBF\xC3\xA9\xF0\x9F\x98\x80", 3},
+                 {"ab", 2},
+                 {"", 0}};
     for (const auto& test : cases) {
-        WriteBytes("count.txt", test.bytes);
+        WriteBytes("count.txt", B(test.bytes));
         CStdioFileEx file(PathOf("count.txt"), CFile::modeRead);
         CString line;
         file.ReadString(line);
@@ -245,7 +203,7 @@ TEST_F(TextFile, CharCountLeavesTheMarkOutAndThePositionAlone) {
 }
 
 TEST_F(TextFile, ThePositionCountsWhatWasReadAndSeekingDropsWhatWasReadAhead) {
-    WriteBytes("position.txt", {'o', 'n', 'e', '\n', 't', 'w', 'o', '\n'});
+    WriteBytes("position.txt", B("one\ntwo\n"));
     {
         CStdioFileEx file(PathOf("position.txt"), CFile::modeReadWrite);
         CString line;
@@ -255,9 +213,9 @@ TEST_F(TextFile, ThePositionCountsWhatWasReadAndSeekingDropsWhatWasReadAhead) {
         EXPECT_EQ(file.GetPosition(), 8u);
         EXPECT_EQ(file.GetLength(), 8u);
     }
-    EXPECT_EQ(ReadBytes("position.txt"), (Bytes{'o', 'n', 'e', '\n', 'T', 'W', 'O', '\n'}));
+    EXPECT_EQ(ReadBytes("position.txt"), B("one\nTWO\n"));
 
-    WriteBytes("seek.txt", {'a', '\n', 'b', '\n', 'c', '\n'});
+    WriteBytes("seek.txt", B("a\nb\nc\n"));
     CStdioFileEx file(PathOf("seek.txt"), CFile::modeRead);
     CString line;
     ASSERT_TRUE(file.ReadString(line));

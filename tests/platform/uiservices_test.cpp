@@ -34,10 +34,7 @@ TEST(UIServicesTest, DefaultButtonsButtonsAndAnswerNames) {
                  {0x7, IDOK}}; // an unknown type shows OK
     for (const auto& c : cases)
         EXPECT_EQ(DefaultButtonAnswer(c.flags), c.answer) << std::hex << c.flags;
-    EXPECT_EQ(MessageBoxButtons(MB_OK), std::vector<int>({IDOK}));
-    EXPECT_EQ(MessageBoxButtons(MB_YESNOCANCEL | MB_ICONEXCLAMATION),
-              std::vector<int>({IDYES, IDNO, IDCANCEL}));
-    EXPECT_EQ(MessageBoxButtons(MB_ABORTRETRYIGNORE),
+    EXPECT_EQ(MessageBoxButtons(MB_ABORTRETRYIGNORE | MB_ICONEXCLAMATION),
               std::vector<int>({IDABORT, IDRETRY, IDIGNORE}));
     const struct {
         int answer;

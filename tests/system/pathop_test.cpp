@@ -207,9 +207,6 @@ TEST(PathOpTexts, WhatEachFunctionGives) {
     const TextRow asFile[] = {{"/a/b/", "/a/b"},    {"/", "/"}, {"C:/", "C:/"},
                               {"//s/h/", "//s/h/"}, {"a", "a"}, {"C:\\Data\\", "C:/Data"}};
     ExpectTexts("FolderAsFilePath", QPathOp::FolderAsFilePath, asFile);
-    const TextRow noFileSpec[] = {
-        {"/a/b/", ""}, {"a/", ""}, {"C:/", ""}, {"//s/h/", ""}, {"/", ""}};
-    ExpectTexts("FileSpec", QPathOp::FileSpec, noFileSpec);
     const TextRow names[] = {{"My.File:Name", "My_File_Name"},
                              {"  .name.  ", "_name_"},
                              {"a\\b", "a_b"},

@@ -53,12 +53,6 @@ protected:
     QAnyValue m_value;
 };
 
-TEST_F(AnyValueTablesTest, ATableValueHoldsTheLookupTable) {
-    EXPECT_EQ(QLookupTable(m_value.MakeLookupTable()).Data(), m_table.Data());
-    const QTableHandlePtr other(new test::NamedTable(u"other"));
-    EXPECT_EQ(QLookupTable(other).Data(), nullptr);
-}
-
 TEST_F(AnyValueTablesTest, ErrorsNotAvailableAndEmptyPassThroughInOrder) {
     struct Case {
         QAnyValue table;
@@ -78,6 +72,7 @@ TEST_F(AnyValueTablesTest, ErrorsNotAvailableAndEmptyPassThroughInOrder) {
     }
 }
 
+// A name that opens no table is an error; a table of another kind answers not available.
 TEST_F(AnyValueTablesTest, ANameThatIsNoTableIsAnError) {
     QAnyValue name(u"prices");
     EXPECT_EQ(Describe(name.LOOKUPit(5, u"x", nullptr, nullptr)),
@@ -88,11 +83,6 @@ TEST_F(AnyValueTablesTest, ANameThatIsNoTableIsAnError) {
     EXPECT_EQ(Describe(missing.ROWCOUNTit()), "error Cannot find lookup table prices");
     QAnyValue number(12);
     EXPECT_EQ(Describe(number.ROWLABELSit(nullptr, nullptr)), "error Cannot find lookup table 12");
-}
-
-TEST_F(AnyValueTablesTest, ATableOfAnotherKindAnswersNotAvailable) {
-    test::NamedTableSource any;
-    SetTableHandleSource(&any);
     QAnyValue named(u"costs");
     EXPECT_EQ(Describe(named.LOOKUPit(5, u"x", nullptr, nullptr)), "N/A");
     QAnyValue counted(u"costs");

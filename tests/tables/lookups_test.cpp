@@ -336,15 +336,12 @@ TEST_F(LookupsTest, FilteredValuesGiveEachTextOnce) {
     EXPECT_EQ(list.ToUtf8(), "1|2|3|4|5") << "the keys match by nearness";
     EXPECT_FALSE(table.RowValuesFilterByRow2(u"nothing", list, u"keep", 1, true, nullptr, nullptr));
     EXPECT_FALSE(table.RowValuesFilterByRow2(u"name", list, 11, 1, true, nullptr, nullptr));
-}
-
-TEST_F(LookupsTest, ColumnFilterMirrorsTheRows) {
-    QLookupTable table =
+    // The columns mirror the rows.
+    QLookupTable columns =
         MemoryTable({u"r1", u"r2", u"r3"}, {u"name", u"keep"}, {{u"p", 1}, {u"q", 0}, {u"p", 1}});
-    CString list;
-    ASSERT_TRUE(table.ColValuesFilterByCol2(u"name", list, u"keep", 1, true, nullptr, nullptr));
+    ASSERT_TRUE(columns.ColValuesFilterByCol2(u"name", list, u"keep", 1, true, nullptr, nullptr));
     EXPECT_EQ(list.ToUtf8(), "p");
-    ASSERT_TRUE(table.ColValuesFilterByCol2(u"name", list, u"keep", 1, false, nullptr, nullptr));
+    ASSERT_TRUE(columns.ColValuesFilterByCol2(u"name", list, u"keep", 1, false, nullptr, nullptr));
     EXPECT_EQ(list.ToUtf8(), "q");
 }
 
@@ -365,21 +362,6 @@ TEST_F(LookupsTest, TheWalkIgnoresCaseWhenComparisonsDoNot) {
     EXPECT_EQ(list.ToUtf8(), "A");
     QAnyValue::SetProfileIntReader(previous);
     QAnyValue::ReloadOptions();
-}
-
-TEST_F(LookupsTest, AnInvalidTableAnswersNothing) {
-    QLookupTable table(new QLookupTableData);
-    ASSERT_FALSE(table.IsValid());
-    QAnyValue value;
-    CString list;
-    EXPECT_EQ(table.FindRow(1, nullptr), -1);
-    EXPECT_EQ(table.FindColExact(1, nullptr), -1);
-    EXPECT_FALSE(table.Lookup(1, 1, value, nullptr, nullptr));
-    EXPECT_FALSE(table.LookupByIndex(0, 0, value, nullptr, nullptr));
-    EXPECT_FALSE(table.UpdateByIndex(0, 0, 1));
-    EXPECT_FALSE(table.UpdateRowLabel(0, 1));
-    EXPECT_FALSE(table.RowLabels(list, nullptr, nullptr));
-    EXPECT_FALSE(table.ColLabelsForVal(list, 1, true, nullptr, nullptr));
 }
 
 } // namespace

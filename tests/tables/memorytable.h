@@ -44,4 +44,40 @@ inline std::string StoredText(const QLookupTable& table, int row, int col) {
     return value.Format().ToUtf8();
 }
 
+// Every label of the rows, then "/", then the columns, then each row's stored cells.
+inline std::string Shape(const QLookupTable& table) {
+    CString rowLabels;
+    CString colLabels;
+    table.RowLabels(rowLabels, nullptr, nullptr);
+    table.ColLabels(colLabels, nullptr, nullptr);
+    std::string shape = rowLabels.ToUtf8() + " / " + colLabels.ToUtf8();
+    int rows = 0;
+    int cols = 0;
+    table.RowCount(rows);
+    table.ColCount(cols);
+    for (int r = 0; r < rows; ++r) {
+        shape += " /";
+        for (int c = 0; c < cols; ++c)
+            shape += " " + StoredText(table, r, c);
+    }
+    return shape;
+}
+
+// The type numbers of the row labels and the column labels, then of each column: "1/3: 1 4".
+inline std::string Types(const QLookupTable& table) {
+    QAnyValue::TYPE type = QAnyValue::TYPE_NA;
+    table.RowLabelType(type);
+    std::string types = std::to_string(type) + "/";
+    table.ColLabelType(type);
+    types += std::to_string(type) + ":";
+    int cols = 0;
+    table.ColCount(cols);
+    for (int c = 0; c < cols; ++c) {
+        type = QAnyValue::TYPE_NA;
+        table.ColType(c, type);
+        types += " " + std::to_string(type);
+    }
+    return types;
+}
+
 } // namespace keel::test

@@ -6,45 +6,25 @@
 #include <filesystem>
 #include <gtest/gtest.h>
 #include <string>
-#include <utility>
 #include <vector>
-#include <zip.h>
 
 namespace keel {
 namespace {
 
 namespace fs = std::filesystem;
 
-using Members = std::vector<std::pair<std::string, std::string>>;
+using Texts = std::vector<std::string>;
+using test::WriteZip;
 
-// A zip archive of the members; a name ending in "/" is a folder entry.
-void WriteZip(const fs::path& path, const Members& members) {
-    int error = 0;
-    zip_t* archive = zip_open(path.c_str(), ZIP_CREATE | ZIP_TRUNCATE, &error);
-    ASSERT_NE(archive, nullptr);
-    for (const auto& [name, text] : members) {
-        if (!name.empty() && name.back() == '/') {
-            ASSERT_GE(zip_dir_add(archive, name.c_str(), ZIP_FL_ENC_UTF_8), 0);
-            continue;
-        }
-        zip_source_t* source = zip_source_buffer(archive, text.data(), text.size(), 0);
-        ASSERT_NE(source, nullptr);
-        ASSERT_GE(zip_file_add(archive, name.c_str(), source, ZIP_FL_OVERWRITE | ZIP_FL_ENC_UTF_8),
-                  0);
-    }
-    ASSERT_EQ(zip_close(archive), 0);
-    QFSFile::ClearFileStatusCache();
-}
-
-std::vector<std::string> Names(VZLib* archive) {
-    std::vector<std::string> names;
+Texts Names(VZLib* archive) {
+    Texts names;
     QTableBasedOn::DoForEachFileInZip(
         archive, [&names](const CString& name) { names.push_back(name.ToUtf8()); });
     return names;
 }
 
-std::vector<std::string> NamesOfTheTableFolder() {
-    std::vector<std::string> names;
+Texts NamesOfTheTableFolder() {
+    Texts names;
     QTableBasedOn::DoForEachFileInZip(
         [&names](const CString& name) { names.push_back(name.ToUtf8()); });
     return names;
@@ -64,26 +44,20 @@ protected:
 
 // --- The archive reader --------------------------------------------------------------------------
 
-TEST_F(TableBasedOn, TheReaderListsFilesButNotFolders) {
-    WriteZip(ZipPath(), {{"a.vlt", "one"}, {"dir/", ""}, {"dir/b.vlt", "two"}});
+TEST_F(TableBasedOn, TheReaderListsFilesButNotFoldersAndExtractsAMemberWhole) {
+    const std::string big(100000, 'x');
+    WriteZip(ZipPath(), {{"a.vlt", "first\tline\n"}, {"dir/", ""}, {"dir/Big.vlt", big}});
     VZLib archive;
     ASSERT_TRUE(archive.Open(CString::FromUtf8(ZipPath().string())));
     EXPECT_TRUE(archive.IsOpen());
-    EXPECT_EQ(Names(&archive), (std::vector<std::string>{"a.vlt", "dir/b.vlt"}));
-}
-
-TEST_F(TableBasedOn, TheReaderExtractsAMemberWholeAtTheFilePosition) {
-    const std::string big(100000, 'x');
-    WriteZip(ZipPath(), {{"a.vlt", "first\tline\n"}, {"Big.vlt", big}});
-    VZLib archive;
-    ASSERT_TRUE(archive.Open(CString::FromUtf8(ZipPath().string())));
+    EXPECT_EQ(Names(&archive), (Texts{"a.vlt", "dir/Big.vlt"}));
+    // At the file position, whatever the case of the name.
     CMemFile file;
     file.Write("head:", 5);
     ASSERT_TRUE(archive.Extract(u"a.vlt", file));
     EXPECT_EQ(Text(file), "head:first\tline\n");
-
     CMemFile large;
-    ASSERT_TRUE(archive.Extract(u"big.VLT", large));
+    ASSERT_TRUE(archive.Extract(u"DIR/big.VLT", large));
     EXPECT_EQ(Text(large), big);
 }
 
@@ -93,9 +67,9 @@ TEST_F(TableBasedOn, TheReaderRefusesWhatItCannotGive) {
     CMemFile file;
     EXPECT_FALSE(archive.Extract(u"a.vlt", file));
     EXPECT_TRUE(archive.MemberNames().IsEmpty());
-    EXPECT_FALSE(archive.Open(CString::FromUtf8((m_folder / "none.zip").string())));
+    EXPECT_FALSE(archive.Open(InFolder("none.zip")));
     test::WriteText(m_folder / "plain.zip", "this is no archive");
-    EXPECT_FALSE(archive.Open(CString::FromUtf8((m_folder / "plain.zip").string())));
+    EXPECT_FALSE(archive.Open(InFolder("plain.zip")));
     EXPECT_FALSE(archive.IsOpen());
 
     ASSERT_TRUE(archive.Open(CString::FromUtf8(ZipPath().string())));
@@ -110,23 +84,19 @@ TEST_F(TableBasedOn, TheReaderRefusesWhatItCannotGive) {
 
 // --- The archive of the table folder -------------------------------------------------------------
 
-TEST_F(TableBasedOn, WithoutAnArchiveThereIsNothingInIt) {
+TEST_F(TableBasedOn, TheArchiveOfTheTableFolderOpensOnceOnFirstUse) {
     EXPECT_EQ(QTableBasedOn::TableBasedOnZip(), nullptr);
     EXPECT_FALSE(QTableBasedOn::FileExistsInZip(InFolder("a.vlt")));
     EXPECT_TRUE(NamesOfTheTableFolder().empty());
     EXPECT_TRUE(Names(nullptr).empty());
-}
-
-TEST_F(TableBasedOn, TheArchiveOfTheTableFolderOpensOnceOnFirstUse) {
+    QTableBasedOn::Reset();
     WriteZip(ZipPath(), {{"a.vlt", "one"}});
     VZLib* archive = QTableBasedOn::TableBasedOnZip();
     ASSERT_NE(archive, nullptr);
     EXPECT_EQ(archive->Path().ToUtf8(), ZipPath().string());
     EXPECT_EQ(QTableBasedOn::TableBasedOnZip(), archive);
-    EXPECT_EQ(NamesOfTheTableFolder(), (std::vector<std::string>{"a.vlt"}));
-}
-
-TEST_F(TableBasedOn, MemberNamesAreTheFullNamesWithoutTheTableFolder) {
+    EXPECT_EQ(NamesOfTheTableFolder(), Texts{"a.vlt"});
+    // Member names are the full names without the table folder.
     EXPECT_EQ(QTableBasedOn::FileNameInBasedOnZip(InFolder("a.vlt")).ToUtf8(), "a.vlt");
     EXPECT_EQ(QTableBasedOn::FileNameInBasedOnZip(InFolder("sub/b.vlt")).ToUtf8(), "sub/b.vlt");
     EXPECT_EQ(QTableBasedOn::FileNameInBasedOnZip(u"/elsewhere/c.vlt").ToUtf8(),
@@ -167,7 +137,7 @@ TEST_F(TableBasedOn, AnotherTableFolderHasItsOwnArchive) {
     EXPECT_FALSE(QTableBasedOn::FileExistsInZip(CString::FromUtf8((other / "a.vlt").string())));
     WriteZip(other / "TableBasedOn.zip", {{"c.vlt", "three"}});
     EXPECT_TRUE(QTableBasedOn::FileExistsInZip(CString::FromUtf8((other / "c.vlt").string())));
-    EXPECT_EQ(NamesOfTheTableFolder(), (std::vector<std::string>{"c.vlt"}));
+    EXPECT_EQ(NamesOfTheTableFolder(), Texts{"c.vlt"});
 }
 
 } // namespace

@@ -14,35 +14,21 @@
 namespace keel {
 namespace {
 
-using test::Cells;
+namespace fs = std::filesystem;
 using test::MemoryTable;
+using test::Shape;
+using Texts = std::vector<std::string>;
 using TYPE = QAnyValue::TYPE;
 
 std::string Text(const QAnyValue& value) {
     return QAnyValue(value).MakeCString().ToUtf8();
 }
 
-// Every label of the rows, then "/", then the columns, then each row's stored cells.
-std::string Shape(const QLookupTable& table) {
-    std::string shape;
-    CString list;
-    table.RowLabels(list, nullptr, nullptr);
-    shape += list.ToUtf8() + " / ";
-    table.ColLabels(list, nullptr, nullptr);
-    shape += list.ToUtf8();
-    int rows = 0;
-    int cols = 0;
-    table.RowCount(rows);
-    table.ColCount(cols);
-    for (int r = 0; r < rows; ++r) {
-        shape += " /";
-        for (int c = 0; c < cols; ++c)
-            shape += " " + test::StoredText(table, r, c);
-    }
-    return shape;
+TYPE ColTypeOf(const QLookupTable& table, int col) {
+    TYPE type = QAnyValue::TYPE_NA;
+    table.ColType(col, type);
+    return type;
 }
-
-using test::ScriptedHost;
 
 class TableEditingTest : public testing::Test {
 protected:
@@ -52,60 +38,43 @@ protected:
     }
     ~TableEditingTest() override {
         SetUIServices(nullptr);
+        QLookupTableDataStatics::c_TableCacheOverSize = m_savedOverSize;
         QLookupTableData::CleanupCache();
     }
 
-    ScriptedHost m_host;
+    test::ScriptedHost m_host;
+    const int m_savedOverSize = QLookupTableDataStatics::c_TableCacheOverSize;
 };
 
 // --- Rows and columns ----------------------------------------------------------------------------
 
-TEST_F(TableEditingTest, AddRowPutsALabelInItsPlaceInASortedTable) {
-    QLookupTable table = MemoryTable({u"b", u"d"}, {u"x"}, {{1}, {2}});
-    table.SetIsSorted(true);
-    struct Case {
+// A sorted table puts a new label in its place and refuses one already there, in any case; an
+// unsorted one appends, repeats and all. A new column appends empty cells of its type.
+TEST_F(TableEditingTest, AddingPutsTheLabelInItsPlaceOrAtTheEnd) {
+    QLookupTable sorted = MemoryTable({u"b", u"d"}, {u"x"}, {{1}, {2}});
+    sorted.SetIsSorted(true);
+    QLookupTable unsorted = MemoryTable({u"b", u"d"}, {u"x", u"y"}, {{1, 2}, {3, 4}});
+    const struct {
+        QLookupTable* table;
         const char16_t* label;
-        int index;
-    };
-    for (const Case& c : {Case{u"c", 1}, Case{u"a", 0}, Case{u"e", 4}}) {
-        int index = -1;
-        ASSERT_TRUE(table.AddRow(c.label, index)) << CString(c.label).ToUtf8();
-        EXPECT_EQ(index, c.index);
+        int index; // -7 when refused
+    } cases[] = {{&sorted, u"c", 1},  {&sorted, u"a", 0},   {&sorted, u"e", 4},
+                 {&sorted, u"D", -7}, {&unsorted, u"a", 2}, {&unsorted, u"b", 3}};
+    for (const auto& c : cases) {
+        int index = -7;
+        EXPECT_EQ(c.table->AddRow(c.label, index), c.index != -7) << Text(c.label);
+        EXPECT_EQ(index, c.index) << Text(c.label);
     }
-    EXPECT_EQ(Shape(table), "a|b|c|d|e / x /  / 1 /  / 2 / ");
-}
+    EXPECT_EQ(Shape(sorted), "a|b|c|d|e / x /  / 1 /  / 2 / ");
+    EXPECT_EQ(Shape(unsorted), "b|d|a|b / x|y / 1 2 / 3 4 /   /  ");
+    EXPECT_EQ(unsorted.FindRowExact(u"a", nullptr), 2);
 
-TEST_F(TableEditingTest, AddRowOfALabelAlreadyThereInASortedTableChangesNothing) {
-    QLookupTable table = MemoryTable({u"b", u"d"}, {u"x"}, {{1}, {2}});
-    table.SetIsSorted(true);
-    const std::string before = Shape(table);
-    int index = -7;
-    EXPECT_FALSE(table.AddRow(u"D", index));
-    EXPECT_EQ(index, -7);
-    EXPECT_EQ(Shape(table), before);
-}
-
-TEST_F(TableEditingTest, AddRowAppendsInAnUnsortedTable) {
-    QLookupTable table = MemoryTable({u"b", u"d"}, {u"x", u"y"}, {{1, 2}, {3, 4}});
     int index = -1;
-    ASSERT_TRUE(table.AddRow(u"a", index));
+    ASSERT_TRUE(unsorted.AddCol(u"price", QAnyValue::TYPE_MONEY, index));
     EXPECT_EQ(index, 2);
-    ASSERT_TRUE(table.AddRow(u"b", index)) << "a repeat is no obstacle when unsorted";
-    EXPECT_EQ(index, 3);
-    EXPECT_EQ(Shape(table), "b|d|a|b / x|y / 1 2 / 3 4 /   /  ");
-    EXPECT_EQ(table.FindRowExact(u"a", nullptr), 2);
-}
-
-TEST_F(TableEditingTest, AddColAppendsEmptyCellsOfItsType) {
-    QLookupTable table = MemoryTable({u"a", u"b"}, {u"x"}, {{1}, {2}});
-    int index = -1;
-    ASSERT_TRUE(table.AddCol(u"price", QAnyValue::TYPE_MONEY, index));
-    EXPECT_EQ(index, 1);
-    QAnyValue::TYPE type = QAnyValue::TYPE_EMPTY;
-    ASSERT_TRUE(table.ColType(1, type));
-    EXPECT_EQ(type, QAnyValue::TYPE_MONEY);
-    EXPECT_EQ(Shape(table), "a|b / x|price / 1  / 2 ");
-    EXPECT_EQ(table.FindColExact(u"PRICE", nullptr), 1);
+    EXPECT_EQ(ColTypeOf(unsorted, 2), QAnyValue::TYPE_MONEY);
+    EXPECT_EQ(Shape(unsorted), "b|d|a|b / x|y|price / 1 2  / 3 4  /    /   ");
+    EXPECT_EQ(unsorted.FindColExact(u"PRICE", nullptr), 2);
 }
 
 TEST_F(TableEditingTest, RemovingShiftsTheRest) {
@@ -125,65 +94,51 @@ TEST_F(TableEditingTest, RemovingShiftsTheRest) {
     EXPECT_EQ(Shape(table), "a / y / 2");
 }
 
+// Moves swap labels and cells, a column's type going with it, and keep the label index up to
+// date; a move past an edge fails.
 TEST_F(TableEditingTest, MovingSwapsLabelsAndCells) {
+    QLookupTableDataStatics::c_TableCacheOverSize = 2;
     QLookupTable table = MemoryTable({u"a", u"b", u"c"}, {u"x", u"y"}, {{1, 2}, {3, 4}, {5, 6}});
+    ASSERT_TRUE(table.Data()->HasRowIndex());
     table.UpdateColType(1, QAnyValue::TYPE_MONEY);
     ASSERT_TRUE(table.MoveRowUp(2));
     EXPECT_EQ(Shape(table), "a|c|b / x|y / 1 2 / 5 6 / 3 4");
     ASSERT_TRUE(table.MoveRowDown(0));
     EXPECT_EQ(Shape(table), "c|a|b / x|y / 5 6 / 1 2 / 3 4");
+    EXPECT_EQ(table.Data()->FindRowExactInCache(u"a", nullptr), 1);
     ASSERT_TRUE(table.MoveColRight(0));
     EXPECT_EQ(Shape(table), "c|a|b / y|x / 6 5 / 2 1 / 4 3");
-    QAnyValue::TYPE type = QAnyValue::TYPE_EMPTY;
-    ASSERT_TRUE(table.ColType(0, type));
-    EXPECT_EQ(type, QAnyValue::TYPE_MONEY) << "the type goes with its column";
+    EXPECT_EQ(ColTypeOf(table, 0), QAnyValue::TYPE_MONEY);
+    EXPECT_EQ(table.Data()->FindColExactInCache(u"x", nullptr), 1);
     ASSERT_TRUE(table.MoveColLeft(1));
     EXPECT_EQ(Shape(table), "c|a|b / x|y / 5 6 / 1 2 / 3 4");
     EXPECT_EQ(table.FindRowExact(u"c", nullptr), 0);
-}
+    ASSERT_TRUE(table.RemoveRowByIndex(0));
+    EXPECT_EQ(table.Data()->FindRowExactInCache(u"b", nullptr), 1);
+    int index = 0;
+    table.AddRow(u"d", index);
+    EXPECT_EQ(table.Data()->FindRowExactInCache(u"d", nullptr), 2);
 
-TEST_F(TableEditingTest, MovingPastAnEdgeFails) {
-    QLookupTable table = MemoryTable({u"a", u"b"}, {u"x", u"y"}, {{1, 2}, {3, 4}});
     const std::string before = Shape(table);
     EXPECT_FALSE(table.MoveRowUp(0));
-    EXPECT_FALSE(table.MoveRowDown(1));
+    EXPECT_FALSE(table.MoveRowDown(2));
     EXPECT_FALSE(table.MoveColLeft(0));
     EXPECT_FALSE(table.MoveColRight(1));
-    EXPECT_FALSE(table.MoveRowUp(2));
+    EXPECT_FALSE(table.MoveRowUp(3));
     EXPECT_FALSE(table.MoveRowDown(-1));
     EXPECT_EQ(Shape(table), before);
 }
 
-TEST_F(TableEditingTest, EditsKeepTheLabelIndexUpToDate) {
-    const int saved = QLookupTableDataStatics::c_TableCacheOverSize;
-    QLookupTableDataStatics::c_TableCacheOverSize = 2;
-    QLookupTable table = MemoryTable({u"a", u"b", u"c"}, {u"x", u"y"}, {{1, 2}, {3, 4}, {5, 6}});
-    ASSERT_TRUE(table.Data()->HasRowIndex());
-    table.MoveRowDown(0);
-    EXPECT_EQ(table.Data()->FindRowExactInCache(u"a", nullptr), 1);
-    table.RemoveRowByIndex(0);
-    EXPECT_EQ(table.Data()->FindRowExactInCache(u"c", nullptr), 1);
-    int index = 0;
-    table.AddRow(u"d", index);
-    EXPECT_EQ(table.Data()->FindRowExactInCache(u"d", nullptr), 2);
-    table.MoveColRight(0);
-    EXPECT_EQ(table.Data()->FindColExactInCache(u"x", nullptr), 1);
-    QLookupTableDataStatics::c_TableCacheOverSize = saved;
-}
-
-// --- Markup
-// ---------------------------------------------------------------------------------------
-
-struct MarkupCase {
-    QAnyValue cell;
-    QMarkup markup;
-    QAnyValue amount;
-    bool taken;
-    QAnyValue expected;
-};
+// --- Markup --------------------------------------------------------------------------------------
 
 TEST_F(TableEditingTest, MarkupArithmeticKeepsTheCellType) {
-    const MarkupCase cases[] = {
+    const struct {
+        QAnyValue cell;
+        QMarkup markup;
+        QAnyValue amount;
+        bool taken;
+        QAnyValue expected;
+    } cases[] = {
         {10, QMarkup::FixedAmount, 5, true, 15},
         {10, QMarkup::Multiplier, 1.26, true, 13},
         {200, QMarkup::Percentage, 10, true, 220},
@@ -197,7 +152,7 @@ TEST_F(TableEditingTest, MarkupArithmeticKeepsTheCellType) {
         {QAnyValue(), QMarkup::FixedAmount, 2, false, QAnyValue()},
         {10, QMarkup::FixedAmount, u"x", false, 10},
     };
-    for (const MarkupCase& c : cases) {
+    for (const auto& c : cases) {
         SCOPED_TRACE(Text(c.cell) + " by " + Text(c.amount));
         QAnyValue cell(c.cell);
         EXPECT_EQ(MarkupValue(cell, c.markup, c.amount), c.taken);
@@ -206,45 +161,44 @@ TEST_F(TableEditingTest, MarkupArithmeticKeepsTheCellType) {
     }
 }
 
+// The amount is asked under the markup's title; a bad amount, a selection that takes no markup
+// and a cancelled question change no cell.
 TEST_F(TableEditingTest, MarkupAsksTheAmountUnderItsTitle) {
-    QLookupTable table = MemoryTable({u"a", u"b"}, {u"x", u"y"}, {{100, u"t"}, {50, 7}});
-    m_host.editAnswer = " 10 ";
-    ASSERT_TRUE(MarkupHelper(table, QMarkup::Percentage, {{0, 0}, {0, 1}, {1, 0}}));
-    EXPECT_EQ(m_host.titles, std::vector<std::string>{"Markup by percentage"});
-    EXPECT_TRUE(m_host.questions.empty());
-    EXPECT_EQ(Shape(table), "a|b / x|y / 110 t / 55 7");
-    m_host.editAnswer = "3";
-    ASSERT_TRUE(MarkupHelper(table, QMarkup::FixedAmount, {{1, 1}}));
-    ASSERT_TRUE(MarkupHelper(table, QMarkup::Multiplier, {{1, 1}}));
-    EXPECT_EQ(m_host.titles,
-              (std::vector<std::string>{"Markup by percentage", "Markup by fixed amount",
-                                        "Markup by multiplier"}));
-    EXPECT_EQ(test::StoredText(table, 1, 1), "30");
-}
-
-TEST_F(TableEditingTest, ABadAmountChangesNoCell) {
-    QLookupTable table = MemoryTable({u"a"}, {u"x"}, {{100}});
-    m_host.editAnswer = "abc";
-    EXPECT_FALSE(MarkupHelper(table, QMarkup::FixedAmount, {{0, 0}}));
-    EXPECT_EQ(m_host.questions, std::vector<std::string>{"Invalid markup amount."});
-    EXPECT_EQ(test::StoredText(table, 0, 0), "100");
-}
-
-TEST_F(TableEditingTest, ASelectionThatTakesNoMarkupIsReported) {
-    QLookupTable table = MemoryTable({u"a"}, {u"x", u"y"}, {{u"t", QAnyValue()}});
-    m_host.editAnswer = "2";
-    EXPECT_FALSE(MarkupHelper(table, QMarkup::Multiplier, {{0, 0}, {0, 1}, {5, 5}}));
-    EXPECT_EQ(m_host.questions,
-              std::vector<std::string>{"None of the selection could be marked up by that amount."});
-    EXPECT_EQ(Shape(table), "a / x|y / t ");
-}
-
-TEST_F(TableEditingTest, ACancelledAmountDoesNothing) {
-    QLookupTable table = MemoryTable({u"a"}, {u"x"}, {{100}});
-    m_host.editAnswer.reset();
-    EXPECT_FALSE(MarkupHelper(table, QMarkup::Multiplier, {{0, 0}}));
-    EXPECT_TRUE(m_host.questions.empty());
-    EXPECT_EQ(test::StoredText(table, 0, 0), "100");
+    const char* const invalid = "Invalid markup amount.";
+    const char* const none = "None of the selection could be marked up by that amount.";
+    const struct {
+        std::optional<std::string> amount;
+        QMarkup markup;
+        std::vector<QTableCell> selection;
+        bool done;
+        const char* title;
+        const char* box;
+        const char* after;
+    } cases[] = {
+        {" 10 ",
+         QMarkup::Percentage,
+         {{0, 0}, {0, 1}, {1, 0}},
+         true,
+         "percentage",
+         "",
+         "110 t / 55 7"},
+        {"3", QMarkup::FixedAmount, {{1, 1}}, true, "fixed amount", "", "100 t / 50 10"},
+        {"3", QMarkup::Multiplier, {{1, 1}}, true, "multiplier", "", "100 t / 50 21"},
+        {"abc", QMarkup::FixedAmount, {{0, 0}}, false, "fixed amount", invalid, "100 t / 50 7"},
+        {"2", QMarkup::Multiplier, {{0, 1}, {5, 5}}, false, "multiplier", none, "100 t / 50 7"},
+        {std::nullopt, QMarkup::Multiplier, {{0, 0}}, false, "multiplier", "", "100 t / 50 7"},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.amount.value_or("cancelled"));
+        QLookupTable table = MemoryTable({u"a", u"b"}, {u"x", u"y"}, {{100, u"t"}, {50, 7}});
+        m_host.editAnswer = c.amount;
+        m_host.titles.clear();
+        m_host.questions.clear();
+        EXPECT_EQ(MarkupHelper(table, c.markup, c.selection), c.done);
+        EXPECT_EQ(m_host.titles, Texts{std::string("Markup by ") + c.title});
+        EXPECT_EQ(m_host.questions, Texts(*c.box ? 1 : 0, c.box));
+        EXPECT_EQ(Shape(table), std::string("a|b / x|y / ") + c.after);
+    }
 }
 
 TEST_F(TableEditingTest, DoForEachSelectedCellCountsWhatTookTheChange) {
@@ -259,63 +213,69 @@ TEST_F(TableEditingTest, DoForEachSelectedCellCountsWhatTookTheChange) {
     EXPECT_EQ(Shape(table), "a|b / x / changed / 2");
 }
 
-// --- Duplicates
-// -----------------------------------------------------------------------------------
+// --- Duplicates ----------------------------------------------------------------------------------
 
-TEST_F(TableEditingTest, ADuplicateRowNeedsAUniqueLabel) {
-    QLookupTable table = MemoryTable({u"a", u"b"}, {u"x", u"y"}, {{1, 2}, {3, 4}});
-    int index = -1;
-    EXPECT_FALSE(DuplicateRow(table, 0, u"B", index));
-    EXPECT_EQ(m_host.questions, std::vector<std::string>{"Please specify a unique row label."});
-    ASSERT_TRUE(DuplicateRow(table, 0, u"c", index));
-    EXPECT_EQ(index, 2);
-    EXPECT_EQ(Shape(table), "a|b|c / x|y / 1 2 / 3 4 / 1 2");
-}
-
-TEST_F(TableEditingTest, ADuplicateRowInASortedTableCopiesTheRightRow) {
-    QLookupTable table = MemoryTable({u"b", u"d"}, {u"x"}, {{1}, {2}});
-    table.SetIsSorted(true);
-    int index = -1;
-    ASSERT_TRUE(DuplicateRow(table, 1, u"a", index));
-    EXPECT_EQ(index, 0);
-    EXPECT_EQ(Shape(table), "a|b|d / x / 2 / 1 / 2");
-}
-
-TEST_F(TableEditingTest, ADuplicateColumnNeedsAUniqueLabel) {
+TEST_F(TableEditingTest, ADuplicateNeedsAUniqueLabelAndCopiesTheRightRowOrColumn) {
     QLookupTable table = MemoryTable({u"a", u"b"}, {u"x", u"y"}, {{1, 2}, {3, 4}});
     table.UpdateColType(0, QAnyValue::TYPE_INT);
     int index = -1;
+    for (int outside : {-1, 2}) {
+        EXPECT_FALSE(DuplicateRow(table, outside, u"q", index)) << outside;
+        EXPECT_FALSE(DuplicateCol(table, outside, u"q", index)) << outside;
+    }
+    EXPECT_EQ(index, -1);
+    EXPECT_FALSE(DuplicateRow(table, 0, u"B", index));
     EXPECT_FALSE(DuplicateCol(table, 0, u"Y", index));
-    EXPECT_EQ(m_host.questions, std::vector<std::string>{"Please specify a unique column label."});
+    EXPECT_EQ(m_host.questions, (Texts{"Please specify a unique row label.",
+                                       "Please specify a unique column label."}));
+    ASSERT_TRUE(DuplicateRow(table, 0, u"c", index));
+    EXPECT_EQ(index, 2);
     ASSERT_TRUE(DuplicateCol(table, 0, u"z", index));
     EXPECT_EQ(index, 2);
-    EXPECT_EQ(Shape(table), "a|b / x|y|z / 1 2 1 / 3 4 3");
-    QAnyValue::TYPE type = QAnyValue::TYPE_EMPTY;
-    ASSERT_TRUE(table.ColType(2, type));
-    EXPECT_EQ(type, QAnyValue::TYPE_INT);
+    EXPECT_EQ(Shape(table), "a|b|c / x|y|z / 1 2 1 / 3 4 3 / 1 2 1");
+    EXPECT_EQ(ColTypeOf(table, 2), QAnyValue::TYPE_INT);
+
+    QLookupTable sorted = MemoryTable({u"b", u"d"}, {u"x"}, {{1}, {2}});
+    sorted.SetIsSorted(true);
+    ASSERT_TRUE(DuplicateRow(sorted, 1, u"a", index));
+    EXPECT_EQ(index, 0);
+    EXPECT_EQ(Shape(sorted), "a|b|d / x / 2 / 1 / 2");
 }
 
 // --- Tables read from files ----------------------------------------------------------------------
 
-class TableEditingFileTest : public test::TableFixture {
+class TableEditorFiles : public test::TableFixture {
 protected:
-    void WriteMemoryTable(QLookupTable table, const std::string& name) {
+    TableEditorFiles() {
+        m_host.otherwise = IDOK;
+        SetUIServices(&m_host);
+        TheErrorLog().SetFilename(CString::FromUtf8((m_folder / "errors.log").string()));
+    }
+    ~TableEditorFiles() override { SetUIServices(nullptr); }
+
+    void WriteMemoryTable(QLookupTable table, const fs::path& path) {
         CStdioFileEx file;
-        ASSERT_TRUE(
-            file.Open(TableCString(name), CFile::modeCreate | CFile::modeWrite | CFile::typeText));
+        ASSERT_TRUE(file.Open(CString::FromUtf8(path.string()),
+                              CFile::modeCreate | CFile::modeWrite | CFile::typeText));
         ASSERT_TRUE(table.WriteToFile(file));
         file.Close();
         QFSFile::ClearFileStatusCache();
     }
+    static std::string Numbers(const std::string& counts, const std::string& rows) {
+        return "c\tVltFormat=2.1\t\n" + counts + "\nd\t\"\"\"P\"\"\"\nString\\String\tNumber\n" +
+               rows;
+    }
+
+    test::ScriptedHost m_host;
 };
 
-TEST_F(TableEditingFileTest, RowsStillHeldAsTextMoveWithTheirLabels) {
+TEST_F(TableEditorFiles, RowsStillHeldAsTextMoveWithTheirLabels) {
     QLookupTable made =
         MemoryTable({u"a", u"c", u"e", u"g"}, {u"x", u"y"},
                     {{u"a1", u"a2"}, {u"c1", u"c2"}, {u"e1", u"e2"}, {u"g1", u"g2"}});
     made.UpdateColType(0, QAnyValue::TYPE_STRING);
     made.UpdateColType(1, QAnyValue::TYPE_STRING);
-    WriteMemoryTable(made, "lazy");
+    WriteMemoryTable(made, TablePath("lazy"));
     QLookupTableDataStatics::c_TableCacheOverSize = 2;
     QLookupTable table;
     ASSERT_TRUE(table.SetName(u"lazy"));
@@ -332,79 +292,49 @@ TEST_F(TableEditingFileTest, RowsStillHeldAsTextMoveWithTheirLabels) {
     EXPECT_EQ(Shape(table), "b|e|c|g / x|y|z /    / e1 e2  / c1 c2  / g1 g2 ");
 }
 
-// --- Batch conversion ----------------------------------------------------------------------------
+// One unreadable file fails and the others are converted, found in every folder below.
+TEST_F(TableEditorFiles, BatchConversionConvertsEveryTableFileBelowTheFolder) {
+    const auto convert = [this](Texts& statuses) {
+        return BatchConvertTables(CString::FromUtf8(m_folder.string()), [&](const CString& status) {
+            statuses.push_back(status.ToUtf8());
+        });
+    };
+    Texts statuses;
+    QBatchConversion result = convert(statuses);
+    EXPECT_EQ(result.converted, 0);
+    EXPECT_EQ(result.failed, 0);
+    EXPECT_EQ(statuses, (Texts{"Finding files...", "Converted 0 files"}));
 
-class BatchConversionTest : public test::TableFixture {};
-
-TEST_F(BatchConversionTest, OneUnreadableFileFailsAndTheOthersAreConverted) {
-    QLookupTable made = MemoryTable({u"a", u"b"}, {u"x"}, {{1}, {2}});
-    CStdioFileEx file;
-    const CString good = CString::FromUtf8((m_folder / "good.vlt").string());
-    ASSERT_TRUE(file.Open(good, CFile::modeCreate | CFile::modeWrite | CFile::typeText));
-    ASSERT_TRUE(made.WriteToFile(file));
-    file.Close();
+    const QLookupTable made = MemoryTable({u"a", u"b"}, {u"x"}, {{1}, {2}});
+    WriteMemoryTable(made, m_folder / "good.vlt");
     const std::string written = test::ReadText(m_folder / "good.vlt");
     ASSERT_FALSE(written.empty());
     test::WriteText(m_folder / "sub" / "deeper" / "also.VLT", written);
     test::WriteText(m_folder / "sub" / "broken.vlt", "this is no table\n");
     test::WriteText(m_folder / "sub" / "notes.txt", "not a table and not looked at\n");
     QFSFile::ClearFileStatusCache();
-
-    std::vector<std::string> statuses;
-    const QBatchConversion result =
-        BatchConvertTables(CString::FromUtf8(m_folder.string()),
-                           [&](const CString& status) { statuses.push_back(status.ToUtf8()); });
+    statuses.clear();
+    result = convert(statuses);
     EXPECT_EQ(result.converted, 2);
     EXPECT_EQ(result.failed, 1);
-    ASSERT_EQ(statuses.size(), 6u);
-    EXPECT_EQ(statuses[0], "Finding files...");
-    EXPECT_EQ(statuses[1], "Converting 1/3 " + (m_folder / "good.vlt").string());
-    EXPECT_EQ(statuses[2], "Converting 2/3 " + (m_folder / "sub" / "broken.vlt").string());
-    EXPECT_EQ(statuses[3], "Converting 3/3 " + (m_folder / "sub" / "deeper" / "also.VLT").string());
-    EXPECT_EQ(statuses[4], "Converted 2 files");
-    EXPECT_EQ(statuses[5], "Failed to convert 1 files.\nSee error log for details");
+    EXPECT_EQ(
+        statuses,
+        (Texts{"Finding files...", "Converting 1/3 " + (m_folder / "good.vlt").string(),
+               "Converting 2/3 " + (m_folder / "sub" / "broken.vlt").string(),
+               "Converting 3/3 " + (m_folder / "sub" / "deeper" / "also.VLT").string(),
+               "Converted 2 files", "Failed to convert 1 files.\nSee error log for details"}));
     EXPECT_EQ(test::ReadText(m_folder / "sub" / "broken.vlt"), "this is no table\n");
     EXPECT_EQ(test::ReadText(m_folder / "good.vlt"), written);
     EXPECT_EQ(QLookupTableData::ListCount(), 1) << "only the table made here is held";
 }
 
-TEST_F(BatchConversionTest, AnEmptyFolderConvertsNothing) {
-    std::vector<std::string> statuses;
-    const QBatchConversion result =
-        BatchConvertTables(CString::FromUtf8(m_folder.string()),
-                           [&](const CString& status) { statuses.push_back(status.ToUtf8()); });
-    EXPECT_EQ(result.converted, 0);
-    EXPECT_EQ(result.failed, 0);
-    EXPECT_EQ(statuses, (std::vector<std::string>{"Finding files...", "Converted 0 files"}));
-}
-
-// --- Opening, sorting and column types in the editor ------------------------------------------
-
-class TableEditorFiles : public test::TableFixture {
-protected:
-    TableEditorFiles() {
-        m_host.otherwise = IDOK;
-        SetUIServices(&m_host);
-        TheErrorLog().SetFilename(CString::FromUtf8((m_folder / "errors.log").string()));
-    }
-    ~TableEditorFiles() override { SetUIServices(nullptr); }
-
-    static std::string Numbers(const std::string& counts, const std::string& rows) {
-        return "c\tVltFormat=2.1\t\n" + counts + "\nd\t\"\"\"P\"\"\"\nString\\String\tNumber\n" +
-               rows;
-    }
-
-    ScriptedHost m_host;
-};
-
 TEST_F(TableEditorFiles, TryOpenRepairsCountsOrSaysWhyItFailed) {
     const std::string rows = "\"\"\"b\"\"\"\t2\n\"\"\"a\"\"\"\t1\n";
-    struct Case {
+    const struct {
         std::string text;
         bool opens;
         std::string box; // the start of the one box shown, or none
-    };
-    const Case cases[] = {
+    } cases[] = {
         {Numbers("2\t1", rows), true, ""},
         {Numbers("5\t1", rows), true,
          "This table contained an incorrect row or column count "
@@ -412,41 +342,38 @@ TEST_F(TableEditorFiles, TryOpenRepairsCountsOrSaysWhyItFailed) {
         {Numbers("-1\t1", rows), false,
          "Failed to open file: \n\t" + TablePath("t").string() + "\nRow/col counts invalid"},
     };
-    for (const Case& c : cases) {
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.text);
         QLookupTableData::CleanupCache();
         m_host.questions.clear();
         WriteTable("t", c.text);
         QLookupTable table;
-        EXPECT_EQ(TryOpen(table, TableCString("t")), c.opens) << c.text;
-        if (c.box.empty()) {
-            EXPECT_TRUE(m_host.questions.empty()) << m_host.questions.front();
-        } else {
-            ASSERT_EQ(m_host.questions.size(), 1u) << c.text;
+        EXPECT_EQ(TryOpen(table, TableCString("t")), c.opens);
+        ASSERT_EQ(m_host.questions.size(), c.box.empty() ? 0u : 1u);
+        if (!c.box.empty()) {
             EXPECT_EQ(m_host.questions[0].rfind(c.box, 0), 0u) << m_host.questions[0];
         }
-        if (c.opens) {
-            EXPECT_TRUE(table.Data()->IsWritable());
+        EXPECT_EQ(c.opens && table.Data()->IsWritable(), c.opens);
+        if (c.opens)
             table.Rollback();
-        }
     }
 }
 
 TEST_F(TableEditorFiles, SortRowsReadsAgainSortedAndBackInFileOrder) {
     WriteTable("t", Numbers("3\t1", "\"\"\"b\"\"\"\t2\n\"\"\"c\"\"\"\t3\n\"\"\"a\"\"\"\t1\n"));
-    struct Step {
+    const struct {
         int answer;
         bool result;
         const char* labels;
         bool sorted;
-    };
-    const Step steps[] = {
+    } steps[] = {
         {IDCANCEL, false, "b|c|a", false},
         {IDNO, true, "a|b|c", true},
         {IDOK, true, "b|c|a", false},
     };
     QLookupTable table;
     ASSERT_TRUE(table.SetName(u"t"));
-    for (const Step& step : steps) {
+    for (const auto& step : steps) {
         m_host.otherwise = step.answer;
         m_host.questions.clear();
         const bool wasSorted = table.IsSorted();
@@ -460,33 +387,28 @@ TEST_F(TableEditorFiles, SortRowsReadsAgainSortedAndBackInFileOrder) {
 }
 
 TEST_F(TableEditorFiles, MakingFractionsWholeNumbersAsksFirst) {
-    struct Case {
+    const struct {
         std::vector<QAnyValue> cells;
         TYPE type;
         int answer;
         bool asked;
         bool changed;
-    };
-    const Case cases[] = {
+    } cases[] = {
         {{1, 2.5}, QAnyValue::TYPE_INT, IDNO, true, false},
         {{1, 2.5}, QAnyValue::TYPE_INT, IDYES, true, true},
         {{1, 2.0}, QAnyValue::TYPE_INT, IDNO, false, true},
         {{1, 2.5}, QAnyValue::TYPE_MONEY, IDNO, false, true},
         {{u"x", 3}, QAnyValue::TYPE_INT, IDNO, false, true},
     };
-    for (const Case& c : cases) {
+    const Texts asked = {"Type conversion will lose some fractional amounts. Continue anyway?"};
+    for (const auto& c : cases) {
+        SCOPED_TRACE(Text(c.cells[1]) + " as " + std::to_string(c.type));
         m_host.otherwise = c.answer;
         m_host.questions.clear();
         QLookupTable table = MemoryTable({u"r1", u"r2"}, {u"c"}, {{c.cells[0]}, {c.cells[1]}});
         EXPECT_EQ(SelectColumnType(table, 0, c.type), c.changed);
-        QAnyValue::TYPE type = QAnyValue::TYPE_EMPTY;
-        table.ColType(0, type);
-        EXPECT_EQ(type == c.type, c.changed);
-        EXPECT_EQ(m_host.questions.size(), c.asked ? 1u : 0u);
-        if (c.asked) {
-            EXPECT_EQ(m_host.questions[0],
-                      "Type conversion will lose some fractional amounts. Continue anyway?");
-        }
+        EXPECT_EQ(ColTypeOf(table, 0) == c.type, c.changed);
+        EXPECT_EQ(m_host.questions, c.asked ? asked : Texts());
 
         QLookupTable headings = MemoryTable({u"r"}, {c.cells[0], c.cells[1]});
         m_host.questions.clear();

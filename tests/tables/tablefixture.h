@@ -18,8 +18,29 @@
 #include <unistd.h>
 #include <utility>
 #include <vector>
+#include <zip.h>
 
 namespace keel::test {
+
+// A zip archive of the members, named and given as text; a name ending in "/" is a folder entry.
+inline void WriteZip(const std::filesystem::path& path,
+                     const std::vector<std::pair<std::string, std::string>>& members) {
+    int error = 0;
+    zip_t* archive = zip_open(path.c_str(), ZIP_CREATE | ZIP_TRUNCATE, &error);
+    ASSERT_NE(archive, nullptr);
+    for (const auto& [name, text] : members) {
+        if (!name.empty() && name.back() == '/') {
+            ASSERT_GE(zip_dir_add(archive, name.c_str(), ZIP_FL_ENC_UTF_8), 0);
+            continue;
+        }
+        zip_source_t* source = zip_source_buffer(archive, text.data(), text.size(), 0);
+        ASSERT_NE(source, nullptr);
+        ASSERT_GE(zip_file_add(archive, name.c_str(), source, ZIP_FL_OVERWRITE | ZIP_FL_ENC_UTF_8),
+                  0);
+    }
+    ASSERT_EQ(zip_close(archive), 0);
+    QFSFile::ClearFileStatusCache();
+}
 
 // An application whose table folder is a folder of the test's own, and whose options are what
 // the test sets.
@@ -49,38 +70,25 @@ private:
     std::map<std::pair<std::string, std::string>, int> m_options;
 };
 
-// A host with a display that answers each box from a script, then with `otherwise`, answers the
-// text dialog with `editAnswer` (cancelled when unset), and keeps every box and title.
-class ScriptedHost : public IUIServices {
+// A host with a display that answers every box with `otherwise` and the text dialog with
+// `editAnswer` (cancelled when unset), and keeps every box and title.
+class ScriptedHost : public CHeadlessUIServices {
 public:
     bool HasDisplay() const override { return true; }
-    int MessageBox(const CString& text, const CString&, unsigned boxFlags) override {
+    int MessageBox(const CString& text, const CString&, unsigned) override {
         questions.push_back(text.ToUtf8());
-        flags.push_back(boxFlags);
-        if (answers.empty())
-            return otherwise;
-        const int answer = answers.front();
-        answers.erase(answers.begin());
-        return answer;
+        return otherwise;
     }
-    void ShowPendingMessages(const std::vector<CPendingMessage>&) override {}
-    bool Customise(CCheckList&, CCheckList&, const std::function<void()>&) override {
-        return false;
-    }
-    bool OpenFile(const CString&) override { return false; }
     bool EditText(CString& text, const CString& title) override {
         titles.push_back(title.ToUtf8());
-        if (!editAnswer)
-            return false;
-        text = CString::FromUtf8(*editAnswer);
-        return true;
+        if (editAnswer)
+            text = CString::FromUtf8(*editAnswer);
+        return editAnswer.has_value();
     }
 
-    std::vector<int> answers;
     int otherwise = IDCANCEL;
     std::optional<std::string> editAnswer;
     std::vector<std::string> questions;
-    std::vector<unsigned> flags;
     std::vector<std::string> titles;
 };
 

@@ -1,32 +1,22 @@
+#include "tests/support/program.h"
+
 #include <algorithm>
-#include <cstdio>
-#include <filesystem>
-#include <fstream>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <regex>
 #include <set>
 #include <sstream>
 #include <string>
-#include <sys/wait.h>
-#include <unistd.h>
 #include <vector>
 
+namespace keel::test {
 namespace {
 
-namespace fs = std::filesystem;
 using testing::HasSubstr;
 using testing::Not;
 
 constexpr int c_maxArguments = 7;
 constexpr const char* c_countMessage = "correct number of values";
-
-std::string Quoted(const std::string& text) {
-    std::string quoted = "'";
-    for (const char ch : text)
-        quoted += ch == '\'' ? std::string("'\\''") : std::string(1, ch);
-    return quoted + "'";
-}
 
 // One function as `keel help functions` lists it.
 struct Listed {
@@ -46,50 +36,36 @@ std::string CallOf(const std::string& name, int count) {
     return call + ")";
 }
 
-// Runs `keel` in a home of its own, so that what the functions write stays there.
-class KeelHelpFunctions : public testing::Test {
-protected:
-    void SetUp() override {
-        m_home = fs::temp_directory_path() /
-                 ("keel-help-functions-" + std::to_string(::getpid()) + "-" +
-                  testing::UnitTest::GetInstance()->current_test_info()->name());
-        fs::remove_all(m_home);
-        fs::create_directories(m_home / "config");
-    }
-    void TearDown() override { fs::remove_all(m_home); }
+// Counts inside a function's range that it does not take: the label lists of two tests take
+// three, five or seven values.
+bool TakesCount(const std::string& name, int count) {
+    if (name == "rowlabelsforcol2" || name == "collabelsforrow2")
+        return count % 2 == 1;
+    return true;
+}
 
-    std::string Run(const std::vector<std::string>& words, int& status) const {
-        std::string command = "cd " + Quoted(m_home.string()) +
-                              " && HOME=" + Quoted(m_home.string()) +
-                              " XDG_CONFIG_HOME=" + Quoted((m_home / "config").string()) +
-                              " XDG_DATA_HOME=" + Quoted((m_home / "data").string()) +
-                              " LC_ALL=C " + Quoted(KEEL_PROGRAM);
+class KeelHelpFunctions : public KeelProgramTest {
+protected:
+    // What `keel` writes to stdout, run in the test's home, so that what the functions write
+    // stays there.
+    ProgramOutcome RunAtHome(const std::vector<std::string>& words) const {
+        std::string command = "cd " + ShellQuoted(m_home.string()) + " && " + Environment() + " " +
+                              ShellQuoted(KEEL_PROGRAM);
         for (const std::string& word : words)
-            command += " " + Quoted(word);
-        command += " </dev/null 2>/dev/null";
-        std::string out;
-        FILE* pipe = popen(command.c_str(), "r");
-        if (!pipe)
-            return out;
-        char buffer[4096];
-        for (size_t n; (n = fread(buffer, 1, sizeof buffer, pipe)) > 0;)
-            out.append(buffer, n);
-        const int result = pclose(pipe);
-        status = WIFEXITED(result) ? WEXITSTATUS(result) : -1;
-        return out;
+            command += " " + ShellQuoted(word);
+        return Piped(command + " </dev/null 2>/dev/null");
     }
 
     // The functions listed, and the size of the known-function map that the list states.
     std::vector<Listed> ListedFunctions(int& knownCount) const {
-        int status = -1;
-        const std::string out = Run({"help", "functions"}, status);
-        EXPECT_EQ(status, 0);
+        const ProgramOutcome outcome = RunAtHome({"help", "functions"});
+        EXPECT_EQ(outcome.status, 0);
         static const std::regex function(
             R"(^  ([A-Za-z_0-9]+)\((.*)\) +(\d+)(?:-(\d+)|( or more))?(  action)?(  \(the application's\))?$)");
         static const std::regex known(R"(^== The known-function map: (\d+) names ==$)");
         std::vector<Listed> listed;
         bool ownArguments = false;
-        std::istringstream lines(out);
+        std::istringstream lines(outcome.out);
         for (std::string line; std::getline(lines, line);) {
             std::smatch match;
             if (line == "== Parsing their own arguments ==") {
@@ -120,24 +96,27 @@ protected:
     std::vector<std::string> Messages(const std::vector<std::string>& formulas) const {
         std::vector<std::string> words = {"eval", "--json", "--"};
         words.insert(words.end(), formulas.begin(), formulas.end());
-        int status = -1;
-        const std::string out = Run(words, status);
         std::vector<std::string> messages;
-        std::istringstream lines(out);
+        std::istringstream lines(RunAtHome(words).out);
         for (std::string line; std::getline(lines, line);)
             messages.push_back(line.find("\"ok\":true") != std::string::npos ? "" : line);
         return messages;
     }
-
-    fs::path m_home;
 };
 
-TEST_F(KeelHelpFunctions, ListsEveryGroupWithItsArguments) {
+// The list names every group's functions with their counts, and states the size of the map of
+// the functions that do not parse their own arguments.
+TEST_F(KeelHelpFunctions, ListsEveryGroupWithItsArgumentsAndCountsTheMap) {
     int knownCount = -1;
     const std::vector<Listed> listed = ListedFunctions(knownCount);
     std::set<std::string> names;
-    for (const Listed& entry : listed)
+    std::set<std::string> inMap;
+    for (const Listed& entry : listed) {
         names.insert(entry.name);
+        if (!entry.parsesOwnArguments)
+            inMap.insert(entry.name);
+    }
+    EXPECT_EQ(static_cast<int>(inMap.size()), knownCount);
     for (const char* name : {"iff", "sum", "count", "setarrayvalue", "readfile", "setvalue",
                              "shellwait", "msgbox", "edittext", "report", "writehostdxf"})
         EXPECT_TRUE(names.contains(name)) << name;
@@ -149,24 +128,6 @@ TEST_F(KeelHelpFunctions, ListsEveryGroupWithItsArguments) {
     EXPECT_EQ(setvalue->maxArgs, 2);
 }
 
-TEST_F(KeelHelpFunctions, TheStatedCountIsTheNumberOfNamesInTheMap) {
-    int knownCount = -1;
-    const std::vector<Listed> listed = ListedFunctions(knownCount);
-    std::set<std::string> inMap;
-    for (const Listed& entry : listed)
-        if (!entry.parsesOwnArguments)
-            inMap.insert(entry.name);
-    EXPECT_EQ(static_cast<int>(inMap.size()), knownCount);
-}
-
-// Counts inside a function's range that it does not take: the label lists of two tests take
-// three, five or seven values.
-bool TakesCount(const std::string& name, int count) {
-    if (name == "rowlabelsforcol2" || name == "collabelsforrow2")
-        return count % 2 == 1;
-    return true;
-}
-
 // For every listed name, each count it takes gets past the dispatcher's count check, and a count
 // it does not take is refused with "correct number of values". A name reserved for applications
 // has no body here, so every count is refused.
@@ -174,41 +135,33 @@ TEST_F(KeelHelpFunctions, TheListAndTheDispatcherAgreeOnTheCounts) {
     int knownCount = -1;
     const std::vector<Listed> listed = ListedFunctions(knownCount);
     ASSERT_FALSE(listed.empty());
-    struct Probe {
-        std::string formula;
-        bool refused;
+    std::vector<std::string> formulas;
+    std::vector<bool> refused;
+    const auto probe = [&](const std::string& formula, bool refuses) {
+        formulas.push_back(formula);
+        refused.push_back(refuses);
     };
-    std::vector<Probe> probes;
     for (const Listed& entry : listed) {
         const int last =
             entry.maxArgs < 0 ? std::min(entry.minArgs + 2, c_maxArguments) : entry.maxArgs;
         for (int count = entry.minArgs; count <= last; ++count)
-            probes.push_back(
-                {CallOf(entry.name, count), entry.application || !TakesCount(entry.name, count)});
+            probe(CallOf(entry.name, count), entry.application || !TakesCount(entry.name, count));
         if (entry.parsesOwnArguments || entry.maxArgs < 0)
             continue;
         if (entry.maxArgs < c_maxArguments)
-            probes.push_back({CallOf(entry.name, entry.maxArgs + 1), true});
+            probe(CallOf(entry.name, entry.maxArgs + 1), true);
         if (entry.minArgs > 0)
-            probes.push_back({CallOf(entry.name, entry.minArgs - 1), true});
+            probe(CallOf(entry.name, entry.minArgs - 1), true);
     }
-    std::vector<std::string> formulas;
-    for (const Probe& probe : probes)
-        formulas.push_back(probe.formula);
     const std::vector<std::string> messages = Messages(formulas);
-    ASSERT_EQ(messages.size(), probes.size());
-    for (std::size_t i = 0; i < probes.size(); ++i) {
-        if (probes[i].refused)
-            EXPECT_THAT(messages[i], HasSubstr(c_countMessage)) << probes[i].formula;
+    ASSERT_EQ(messages.size(), formulas.size());
+    for (std::size_t i = 0; i < formulas.size(); ++i) {
+        if (refused[i])
+            EXPECT_THAT(messages[i], HasSubstr(c_countMessage)) << formulas[i];
         else
-            EXPECT_THAT(messages[i], Not(HasSubstr(c_countMessage))) << probes[i].formula;
+            EXPECT_THAT(messages[i], Not(HasSubstr(c_countMessage))) << formulas[i];
     }
-}
-
-TEST_F(KeelHelpFunctions, TakesNoFurtherArguments) {
-    int status = -1;
-    Run({"help", "functions", "extra"}, status);
-    EXPECT_EQ(status, 2);
 }
 
 } // namespace
+} // namespace keel::test

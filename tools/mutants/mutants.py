@@ -150,8 +150,10 @@ def unprivileged(command):
         return command, None
     home = tempfile.mkdtemp(prefix="keel-mutant-")
     os.chown(home, UNPRIVILEGED, UNPRIVILEGED)
+    # The caller's PATH may pass through folders the user cannot enter (root's home), which
+    # turns every "no such program" into "permission denied".
     env = dict(os.environ, HOME=home, TMPDIR=home, XDG_CONFIG_HOME=os.path.join(home, "config"),
-               XDG_DATA_HOME=os.path.join(home, "data"))
+               XDG_DATA_HOME=os.path.join(home, "data"), PATH="/usr/local/bin:/usr/bin:/bin")
     setpriv = ["setpriv", "--reuid=%d" % UNPRIVILEGED, "--regid=%d" % UNPRIVILEGED,
                "--clear-groups", "--no-new-privs"]
     return (setpriv + command, (home, env))
