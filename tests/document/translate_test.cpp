@@ -396,6 +396,7 @@ TEST_F(TranslateTest, PartialTranslationsReplaceWholeWords) {
         {u"Save the drawing before closing", u"Enregistrer the dessin before closing"},
         {u"Save the drawing, then file it", u"Enregistrer the dessin, then file it"},
         {u"Send the file", u"Send the fichier"},
+        {u"file one, file two", u"fichier one, fichier two"},
         {u"Saved the drawings to a profile", u"Saved the drawings to a profile"},
         {u"file_name and file2 and file", u"file_name and file2 and fichier"},
         {u"(file)", u"(fichier)"},
@@ -407,13 +408,13 @@ TEST_F(TranslateTest, PartialTranslationsReplaceWholeWords) {
         EXPECT_EQ(T(text), CString(translation)) << CString(text).ToUtf8();
 
     // Each outcome is stored as a record, which answers next time.
-    EXPECT_EQ(Translator::TheTranslator().GetCount(), count + 8);
+    EXPECT_EQ(Translator::TheTranslator().GetCount(), count + 9);
     const Translation record = RecordOf(u"Send the file");
     ASSERT_EQ(record.m_matches.GetCount(), 1);
     EXPECT_EQ(record.m_matches[0].m_translation, CString(u"Send the fichier"));
     EXPECT_TRUE(Translator::TheTranslator().IsModified());
     EXPECT_EQ(T(u"Send the file"), CString(u"Send the fichier"));
-    EXPECT_EQ(Translator::TheTranslator().GetCount(), count + 8);
+    EXPECT_EQ(Translator::TheTranslator().GetCount(), count + 9);
 
     // A partial outcome still meets the format check.
     SwitchTo(Write("translations_y.txt", "percent\t\t%s pour cent\n"));

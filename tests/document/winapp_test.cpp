@@ -591,64 +591,9 @@ TEST_F(WinAppTest, TheMergingStrategyFollowsThePromptsThenTheDefault) {
 // ---------------------------------------------------------------------------------------------
 // Folders
 
-TEST_F(WinAppTest, TheDataFolderFollowsTheEnvironment) {
-    struct Case {
-        std::optional<std::string> dataHome;
-        std::string expected;
-    };
-    const Case cases[] = {
-        {"/var/data", "/var/data/keel/"},
-        {"/var/data/", "/var/data/keel/"},
-        {"relative", "HOME/.local/share/keel/"},
-        {std::nullopt, "HOME/.local/share/keel/"},
-    };
-    for (const Case& c : cases) {
-        m_environment.Set("XDG_DATA_HOME", c.dataHome);
-        std::string expected = c.expected;
-        if (expected.starts_with("HOME"))
-            expected.replace(0, 4, m_root.string());
-        EXPECT_EQ(U8(QWinApp::DataDir()), expected) << c.dataHome.value_or("(unset)");
-    }
-}
-
-TEST_F(WinAppTest, TheDocumentsFolderIsTheDesktopsOrTheHomeFoldersDocuments) {
-    struct Case {
-        std::optional<std::string> userDirs;
-        std::string expected;
-    };
-    const Case cases[] = {
-        {std::nullopt, "HOME/Documents/"},
-        {"XDG_DESKTOP_DIR=\"$HOME/Desk\"\nXDG_DOCUMENTS_DIR=\"$HOME/Papers\"\n", "HOME/Papers/"},
-        {"# comment\nXDG_DOCUMENTS_DIR=\"/srv/docs\"\n", "/srv/docs/"},
-        {"XDG_DOCUMENTS_DIR=\"$HOME/\"\n", "HOME/"},
-        {"XDG_DOCUMENTS_DIR=relative\n", "HOME/Documents/"},
-    };
-    for (const Case& c : cases) {
-        const fs::path userDirs = m_root / "config/user-dirs.dirs";
-        fs::remove(userDirs);
-        if (c.userDirs)
-            WriteText(userDirs, *c.userDirs);
-        std::string expected = c.expected;
-        if (expected.starts_with("HOME"))
-            expected.replace(0, 4, m_root.string());
-        EXPECT_EQ(U8(QWinApp::MyDocumentsDir()), expected) << c.userDirs.value_or("(none)");
-    }
+TEST_F(WinAppTest, TheProductsDocumentsFolderIsBelowTheUsersDocuments) {
     PlannerApp app;
     EXPECT_EQ(U8(app.MyDocumentsProductDir()), m_root.string() + "/Documents/Planner Pro/");
-}
-
-TEST_F(WinAppTest, SpecialFoldersEndInASlash) {
-    m_environment.Set("TMPDIR", "/var/tmp");
-    EXPECT_EQ(U8(QWinApp::GetSpecialFolderLocation(QSpecialFolder::Temp)), "/var/tmp/");
-    m_environment.Set("TMPDIR", std::nullopt);
-    EXPECT_EQ(U8(QWinApp::GetSpecialFolderLocation(QSpecialFolder::Temp)), "/tmp/");
-    EXPECT_EQ(U8(QWinApp::GetSpecialFolderLocation(QSpecialFolder::Home)), m_root.string() + "/");
-    EXPECT_EQ(U8(QWinApp::GetSpecialFolderLocation(QSpecialFolder::Config)),
-              m_root.string() + "/config/");
-    EXPECT_EQ(U8(QWinApp::GetSpecialFolderLocation(QSpecialFolder::Data)),
-              m_root.string() + "/data/");
-    EXPECT_EQ(U8(QWinApp::GetSpecialFolderLocation(QSpecialFolder::Desktop)),
-              m_root.string() + "/Desktop/");
 }
 
 TEST_F(WinAppTest, TheNineFileLocationsHaveTheirNamesKeysAndDefaults) {

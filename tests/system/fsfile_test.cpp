@@ -141,6 +141,7 @@ TEST_F(FilesOnDisk, LookUpsAreKeptUntilTheCacheIsClearedOrAChangeIsMadeHere) {
     EXPECT_FALSE(QFSFile::Exists(C("late.txt")));
     MakeFile("late.txt");
     EXPECT_FALSE(QFSFile::Exists(C("late.txt"))) << "the look-up before is kept";
+    EXPECT_FALSE(QFSFile::ExistsAndCanBeWritten(C("late.txt"), true)) << "by every test";
     EXPECT_TRUE(QFSFile::Exists(C("late.txt"), true, false)) << "unless the cache is passed";
     fs::remove(P("late.txt"));
     QFSFile::ClearFileStatusCache();

@@ -204,6 +204,9 @@ TEST_F(VltFile, SmallFilesReadAsTheirVersionWordAndTokensSay) {
          "Bad value at row 1 column 1", "r / cedar / #ERR!"},
         {"\n1\t1\n\t\"\"\"cedar\"\"\"\n\"\"\"r\"\"\"\t\"\"\"a\\tb\\nc\\\\d\"\"\"\n", true, "",
          "r / cedar / a\tb\nc\\d"},
+        // The counts may have leading blanks and a sign.
+        {"\n  2\t+1\n\t\"\"\"cedar\"\"\"\n\"\"\"ash\"\"\"\t1\n\"\"\"birch\"\"\"\t2\n", true, "",
+         two},
         // Harmless tails.
         {twoRows + "\n\n\n", true, "", two},
         {twoRows + "    \n", true, "", two},
