@@ -254,15 +254,19 @@ bool QImportFormatASCII::ImportToImportable() {
     UIServices().SetStatusBarText(u"Loading import file...");
     std::vector<CString> sample;
     CString text;
-    while (static_cast<int>(sample.size()) < c_contextSampleLines && m_file.ReadString(text))
-        sample.push_back(text);
+    while (static_cast<int>(sample.size()) < c_contextSampleLines && m_file.ReadString(text)) {
+        if (!text.IsEmpty())
+            sample.push_back(text);
+    }
     const bool contextFirst = CheckContextFirst(sample);
     Lines lines;
     for (const CString& sampleLine : sample)
         lines.push_back(ParseLine(sampleLine, contextFirst));
     sample.clear();
-    while (m_file.ReadString(text))
-        lines.push_back(ParseLine(text, contextFirst));
+    while (m_file.ReadString(text)) {
+        if (!text.IsEmpty())
+            lines.push_back(ParseLine(text, contextFirst));
+    }
     SortImportLines(lines, NewLevelImportable(), m_attributeLines, m_childLines);
     for (ImportLine& line : lines)
         m_childLines.push_back(std::move(line));

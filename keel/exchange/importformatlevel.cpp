@@ -58,14 +58,13 @@ bool QImportFormatLevel::MergeImportableIfPresent(QImportable* child) {
 }
 
 bool QImportFormatLevel::ImportAttributeIfPresent(const QImportAttribute& attribute) {
-    bool imported;
-    if (m_arrayMode)
-        imported = ImportAttributeIfPresentInternal(
-            RenamedImportAttribute(attribute, ArrayAttributeName(attribute.Name(), m_arrayIndex)));
-    else
-        imported = ImportAttributeIfPresentInternal(attribute);
+    const CString name =
+        m_arrayMode ? ArrayAttributeName(attribute.Name(), m_arrayIndex) : attribute.Name();
+    const bool imported =
+        m_arrayMode ? ImportAttributeIfPresentInternal(RenamedImportAttribute(attribute, name))
+                    : ImportAttributeIfPresentInternal(attribute);
     if (!imported)
-        ReportImportError(CString::Formatted(u"Import failed for attribute %s", attribute.Name()));
+        ReportImportError(CString::Formatted(u"Import failed for attribute %s", name));
     return imported;
 }
 
