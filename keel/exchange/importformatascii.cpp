@@ -51,12 +51,12 @@ CString ContextBelow(const CString& lineContext, const CString& wanted) {
 }
 
 void SortMatchingLine(ImportLine&& line, const CString& wanted, Lines& attributeLines,
-                      Lines& childLines) {
+                      QImportLinePool& childLines) {
     line.context = ContextBelow(line.context, wanted);
     if (line.context.IsEmpty())
         attributeLines.push_back(std::move(line));
     else
-        childLines.push_back(std::move(line));
+        childLines.Add(std::move(line));
 }
 
 CString FirstToken(const CString& context, int& end) {
@@ -68,38 +68,139 @@ int AsciiStyleOf(const QNewLevelImportable* importable) {
     return importable ? importable->GetImportAsciiContextStyle() : 0;
 }
 
-// A block of a new child: the first line with "-1" and the lines after it with "0". Lines that
-// come before the block stay; when there are none, the block comes off the front without
-// copying what follows, so siblings in file order are taken in linear time.
-void SortNewBlock(Lines& lines, const QNewLevelImportable* importable, Lines& attributeLines,
-                  Lines& childLines) {
+int PartsOf(const CString& wanted) {
+    int parts = 1;
+    for (int i = 0; i < wanted.GetLength(); ++i)
+        parts += wanted[i] == u'|' ? 1 : 0;
+    return parts;
+}
+
+// The key of a context under which lines are indexed: its first `parts` parts in lower case;
+// empty when it has fewer.
+bool IndexKey(const CString& context, int parts, std::u16string& key) {
+    int end = -1;
+    for (int part = 0; part < parts; ++part) {
+        end = context.Find(u'|', end + 1);
+        if (end < 0) {
+            if (part + 1 < parts)
+                return false;
+            end = context.GetLength();
+        }
+    }
+    CString prefix = context.Left(end);
+    prefix.MakeLower();
+    key.assign(prefix.View());
+    return true;
+}
+
+// A block of a new child: the first line with "-1" and the lines right after it with "0".
+bool SortNewBlock(QImportLinePool& lines, const QNewLevelImportable* importable,
+                  Lines& attributeLines, QImportLinePool& childLines) {
     const CString newWanted =
         QImportFormatLevelASCII::GetAsciiContextForImportable(importable, u"-1");
+    const int first = lines.FirstMatching(newWanted);
+    if (first < 0)
+        return false;
     const CString sameWanted =
         QImportFormatLevelASCII::GetAsciiContextForImportable(importable, u"0");
-    std::size_t first = 0;
-    while (first < lines.size() &&
-           !QImportFormatLevelASCII::ContextMatches(lines[first].context, newWanted))
-        ++first;
-    if (first == lines.size())
-        return;
-    std::size_t end = first + 1;
-    while (end < lines.size() &&
-           QImportFormatLevelASCII::ContextMatches(lines[end].context, sameWanted))
-        ++end;
-    SortMatchingLine(std::move(lines[first]), newWanted, attributeLines, childLines);
-    for (std::size_t i = first + 1; i < end; ++i)
-        SortMatchingLine(std::move(lines[i]), sameWanted, attributeLines, childLines);
-    const auto begin = lines.begin() + static_cast<std::ptrdiff_t>(first);
-    lines.erase(begin, begin + static_cast<std::ptrdiff_t>(end - first));
+    std::vector<int> block{first};
+    for (int next = lines.Next(first);
+         next >= 0 && QImportFormatLevelASCII::ContextMatches(lines.At(next).context, sameWanted);
+         next = lines.Next(next))
+        block.push_back(next);
+    SortMatchingLine(lines.Take(first), newWanted, attributeLines, childLines);
+    for (std::size_t i = 1; i < block.size(); ++i)
+        SortMatchingLine(lines.Take(block[i]), sameWanted, attributeLines, childLines);
+    return true;
 }
 
 } // namespace
 
+void QImportLinePool::Add(QImportLine line) {
+    const int position = static_cast<int>(m_lines.size());
+    m_lines.push_back(std::move(line));
+    m_next.push_back(-1);
+    m_prev.push_back(m_tail);
+    m_alive.push_back(1);
+    if (m_tail >= 0)
+        m_next[static_cast<std::size_t>(m_tail)] = position;
+    else
+        m_head = position;
+    m_tail = position;
+    ++m_count;
+    for (auto& [parts, index] : m_indexes)
+        AddToIndex(parts, index, position);
+}
+
+QImportLine QImportLinePool::Take(int position) {
+    const auto at = static_cast<std::size_t>(position);
+    const int prev = m_prev[at];
+    const int next = m_next[at];
+    if (prev >= 0)
+        m_next[static_cast<std::size_t>(prev)] = next;
+    else
+        m_head = next;
+    if (next >= 0)
+        m_prev[static_cast<std::size_t>(next)] = prev;
+    else
+        m_tail = prev;
+    m_alive[at] = 0;
+    --m_count;
+    return std::move(m_lines[at]);
+}
+
+void QImportLinePool::AddToIndex(int parts, Index& index, int position) {
+    std::u16string key;
+    if (IndexKey(At(position).context, parts, key))
+        index[key].positions.push_back(position);
+}
+
+QImportLinePool::Bucket* QImportLinePool::BucketFor(const CString& wanted) {
+    const int parts = PartsOf(wanted);
+    auto [found, added] = m_indexes.try_emplace(parts);
+    if (added) {
+        for (int position = m_head; position >= 0; position = Next(position))
+            AddToIndex(parts, found->second, position);
+    }
+    CString key = wanted;
+    key.MakeLower();
+    const auto bucket = found->second.find(std::u16string(key.View()));
+    return bucket == found->second.end() ? nullptr : &bucket->second;
+}
+
+int QImportLinePool::FirstMatching(const CString& wanted) {
+    if (wanted.IsEmpty())
+        return m_head;
+    Bucket* bucket = BucketFor(wanted);
+    if (bucket == nullptr)
+        return -1;
+    while (bucket->cursor < bucket->positions.size() && !IsAlive(bucket->positions[bucket->cursor]))
+        ++bucket->cursor;
+    return bucket->cursor < bucket->positions.size() ? bucket->positions[bucket->cursor] : -1;
+}
+
+std::vector<QImportLine> QImportLinePool::TakeMatching(const CString& wanted) {
+    std::vector<QImportLine> taken;
+    if (wanted.IsEmpty()) {
+        while (m_head >= 0)
+            taken.push_back(Take(m_head));
+        return taken;
+    }
+    Bucket* bucket = BucketFor(wanted);
+    if (bucket == nullptr)
+        return taken;
+    for (; bucket->cursor < bucket->positions.size(); ++bucket->cursor) {
+        const int position = bucket->positions[bucket->cursor];
+        if (IsAlive(position))
+            taken.push_back(Take(position));
+    }
+    return taken;
+}
+
 QImportFormatLevelASCII::QImportFormatLevelASCII(QImportable& importable)
     : QImportFormatLevel(importable) {}
 
-QImportFormatLevelASCII::QImportFormatLevelASCII(Lines& parentLines,
+QImportFormatLevelASCII::QImportFormatLevelASCII(QImportLinePool& parentLines,
                                                  QNewLevelImportable& importable,
                                                  QImportFormatLevel& parent)
     : QImportFormatLevel(importable, parent) {
@@ -127,23 +228,15 @@ CString QImportFormatLevelASCII::GetAsciiContextForImportable(const QNewLevelImp
     return context;
 }
 
-void QImportFormatLevelASCII::SortImportLines(Lines& lines, const QNewLevelImportable* importable,
-                                              Lines& attributeLines, Lines& childLines) {
-    if (AsciiStyleOf(importable) & 2) {
-        const std::size_t before = attributeLines.size() + childLines.size();
-        SortNewBlock(lines, importable, attributeLines, childLines);
-        if (attributeLines.size() + childLines.size() != before)
-            return;
-    }
+void QImportFormatLevelASCII::SortImportLines(QImportLinePool& lines,
+                                              const QNewLevelImportable* importable,
+                                              Lines& attributeLines, QImportLinePool& childLines) {
+    if ((AsciiStyleOf(importable) & 2) &&
+        SortNewBlock(lines, importable, attributeLines, childLines))
+        return;
     const CString wanted = GetAsciiContextForImportable(importable, CString());
-    Lines remainder;
-    for (ImportLine& line : lines) {
-        if (ContextMatches(line.context, wanted))
-            SortMatchingLine(std::move(line), wanted, attributeLines, childLines);
-        else
-            remainder.push_back(std::move(line));
-    }
-    lines.swap(remainder);
+    for (ImportLine& line : lines.TakeMatching(wanted))
+        SortMatchingLine(std::move(line), wanted, attributeLines, childLines);
 }
 
 bool QImportFormatLevelASCII::ImportUnmatchedAttributes(
@@ -161,7 +254,7 @@ QImportFormatLevelASCII::CreateSubLevel(QNewLevelImportable& child) {
 }
 
 bool QImportFormatLevelASCII::HasAnythingToImport() {
-    return !m_attributeLines.empty() || !m_childLines.empty();
+    return !m_attributeLines.empty() || !m_childLines.IsEmpty();
 }
 
 bool QImportFormatLevelASCII::ImportAttributeIfPresentInternal(const QImportAttribute& attribute) {
@@ -178,12 +271,14 @@ bool QImportFormatLevelASCII::ImportAttributeIfPresentInternal(const QImportAttr
 
 bool QImportFormatLevelASCII::MatchesRequiredImportable(QNewLevelImportable* importable,
                                                         CString& levelName, CString& identifier) {
-    if (m_childLines.empty() || importable == nullptr)
+    if (m_childLines.IsEmpty() || importable == nullptr)
         return false;
     const int style = importable->GetImportAsciiContextStyle();
     if (style & 1) {
         const CString wantedLevel = importable->GetImportLevelName();
-        for (const ImportLine& line : m_childLines) {
+        for (int position = m_childLines.Head(); position >= 0;
+             position = m_childLines.Next(position)) {
+            const ImportLine& line = m_childLines.At(position);
             int end = 0;
             const CString token = FirstToken(line.context, end);
             if (token.Compare(wantedLevel) != 0)
@@ -199,22 +294,25 @@ bool QImportFormatLevelASCII::MatchesRequiredImportable(QNewLevelImportable* imp
     }
     if (style & 2) {
         int end = 0;
-        identifier = FirstToken(m_childLines.front().context, end);
+        identifier = FirstToken(m_childLines.At(m_childLines.Head()).context, end);
         return true;
     }
     return false;
 }
 
 bool QImportFormatLevelASCII::HasUnmatchedContents() const {
-    return !m_attributeLines.empty() || !m_childLines.empty();
+    return !m_attributeLines.empty() || !m_childLines.IsEmpty();
 }
 
 CString QImportFormatLevelASCII::UnmatchedContentDetails() const {
     CString details;
-    for (const Lines* lines : {&m_attributeLines, &m_childLines}) {
-        for (const ImportLine& line : *lines)
-            details += u"\n" + line.context + u"\t" + line.name + u"\t";
-    }
+    const auto add = [&details](const ImportLine& line) {
+        details += u"\n" + line.context + u"\t" + line.name + u"\t";
+    };
+    for (const ImportLine& line : m_attributeLines)
+        add(line);
+    for (int position = m_childLines.Head(); position >= 0; position = m_childLines.Next(position))
+        add(m_childLines.At(position));
     return details;
 }
 
@@ -259,17 +357,17 @@ bool QImportFormatASCII::ImportToImportable() {
             sample.push_back(text);
     }
     const bool contextFirst = CheckContextFirst(sample);
-    Lines lines;
+    QImportLinePool lines;
     for (const CString& sampleLine : sample)
-        lines.push_back(ParseLine(sampleLine, contextFirst));
+        lines.Add(ParseLine(sampleLine, contextFirst));
     sample.clear();
     while (m_file.ReadString(text)) {
         if (!text.IsEmpty())
-            lines.push_back(ParseLine(text, contextFirst));
+            lines.Add(ParseLine(text, contextFirst));
     }
     SortImportLines(lines, NewLevelImportable(), m_attributeLines, m_childLines);
-    for (ImportLine& line : lines)
-        m_childLines.push_back(std::move(line));
+    while (!lines.IsEmpty())
+        m_childLines.Add(lines.Take(lines.Head()));
     const bool imported = Importable().ImportAttributesAndChildren(*this);
     const bool allMatched = ReportUnmatchedContents();
     return imported && allMatched && ReportCount() == 0;

@@ -190,48 +190,64 @@ TEST(ContextMatchesTest, MatchesWholePartsWithoutCase) {
             << CString(c.line).ToUtf8() << " / " << CString(c.wanted).ToUtf8();
 }
 
-Lines LinesWithContexts(std::initializer_list<const char16_t*> contexts) {
-    Lines lines;
+void AddLines(QImportLinePool& lines, std::initializer_list<const char16_t*> contexts) {
     int n = 0;
     for (const char16_t* context : contexts)
-        lines.push_back({CString::Formatted(u"a%d", n++), QAnyValue(), FormulaText(), context});
-    return lines;
+        lines.Add({CString::Formatted(u"a%d", n++), QAnyValue(), FormulaText(), context});
+}
+
+std::string Names(const ImportLine& line) {
+    return line.name.ToUtf8() + "@" + line.context.ToUtf8() + " ";
 }
 
 std::string Names(const Lines& lines) {
     std::string names;
     for (const ImportLine& line : lines)
-        names += line.name.ToUtf8() + "@" + line.context.ToUtf8() + " ";
+        names += Names(line);
+    return names;
+}
+
+std::string Names(const QImportLinePool& lines) {
+    std::string names;
+    for (int position = lines.Head(); position >= 0; position = lines.Next(position))
+        names += Names(lines.At(position));
     return names;
 }
 
 TEST(SortImportLinesTest, NewBlocksStartAtMinusOneAndRunWhileZero) {
-    Lines lines = LinesWithContexts({u"7", u"-1", u"0", u"0|Sub", u"-1", u"0", u"5", u"0"});
+    QImportLinePool lines;
+    AddLines(lines, {u"7", u"-1", u"0", u"0|Sub", u"-1", u"0", u"5", u"0"});
     FakeItem first(3);
-    Lines attributes, children;
+    Lines attributes;
+    QImportLinePool children;
     QImportFormatLevelASCII::SortImportLines(lines, &first, attributes, children);
     EXPECT_EQ(Names(attributes), "a1@ a2@ ");
     EXPECT_EQ(Names(children), "a3@Sub ");
     EXPECT_EQ(Names(lines), "a0@7 a4@-1 a5@0 a6@5 a7@0 ");
 
-    Lines secondAttributes, secondChildren;
+    Lines secondAttributes;
+    QImportLinePool secondChildren;
     QImportFormatLevelASCII::SortImportLines(lines, &first, secondAttributes, secondChildren);
     EXPECT_EQ(Names(secondAttributes), "a4@ a5@ ") << "the block ends at the first line not 0";
     EXPECT_EQ(Names(lines), "a0@7 a6@5 a7@0 ");
 }
 
 TEST(SortImportLinesTest, WithoutABlockEveryLineOfTheOwnContextIsTaken) {
-    Lines lines = LinesWithContexts({u"7", u"5", u"7|Sub", u"70", u"7"});
+    QImportLinePool lines;
+    AddLines(lines, {u"7", u"5", u"7|Sub", u"70", u"7"});
     FakeItem seven(7);
-    Lines attributes, children;
+    Lines attributes;
+    QImportLinePool children;
     QImportFormatLevelASCII::SortImportLines(lines, &seven, attributes, children);
     EXPECT_EQ(Names(attributes), "a0@ a4@ ");
     EXPECT_EQ(Names(children), "a2@Sub ");
     EXPECT_EQ(Names(lines), "a1@5 a3@70 ");
 
-    Lines groupLines = LinesWithContexts({u"Group|A", u"group|a|1", u"Group|AB", u""});
+    QImportLinePool groupLines;
+    AddLines(groupLines, {u"Group|A", u"group|a|1", u"Group|AB", u""});
     FakeGroup group(u"A");
-    Lines groupAttributes, groupChildren;
+    Lines groupAttributes;
+    QImportLinePool groupChildren;
     QImportFormatLevelASCII::SortImportLines(groupLines, &group, groupAttributes, groupChildren);
     EXPECT_EQ(Names(groupAttributes), "a0@ ");
     EXPECT_EQ(Names(groupChildren), "a1@1 ");
