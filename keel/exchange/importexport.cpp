@@ -5,7 +5,13 @@
 #include "keel/exchange/importformatascii.h"
 #include "keel/platform/stdiofileex.h"
 #include "keel/platform/uiservices.h"
+#include "keel/system/fsfile.h"
 #include "keel/system/pathop.h"
+
+#include <algorithm>
+#include <filesystem>
+#include <system_error>
+#include <vector>
 
 namespace keel {
 
@@ -41,6 +47,18 @@ void ReportCannotWrite(const CString& path, const CString& reason) {
 
 CString ReasonOf(const CFileException& error) {
     return ErrorMessage(error);
+}
+
+std::vector<std::unique_ptr<QExportEditorInstance>>& EditorInstances() {
+    static std::vector<std::unique_ptr<QExportEditorInstance>> instances;
+    return instances;
+}
+
+// The time the file was last written, in the file system's own ticks; 0 when it is gone.
+long long LastWriteTime(const CString& path) {
+    std::error_code error;
+    const auto time = std::filesystem::last_write_time(path.ToUtf8(), error);
+    return error ? 0 : static_cast<long long>(time.time_since_epoch().count());
 }
 
 std::unique_ptr<QImportFormat> MakeImportFormat(const CString& path, CStdioFileEx& file,
@@ -180,6 +198,76 @@ bool QImportable::ImportOrMergePrompt(bool merge, const CString& path) {
             return false;
     }
     return ImportOrMergeFrom(chosen, merge, nullptr);
+}
+
+QImportableExportable::~QImportableExportable() {
+    auto& instances = EditorInstances();
+    std::erase_if(instances, [this](const std::unique_ptr<QExportEditorInstance>& instance) {
+        return instance->Object() == this;
+    });
+}
+
+bool QImportableExportable::EditUsingExternalEditor(QSmartPtr<QExportSelection> selection) {
+    const CString dotExt = c_LastExportType == QExportTypeXML ? u".xml" : u".tab";
+    const CString path = QPathOp::ChangeDotExt(QFSFile::GenerateTempPath(CString()), dotExt);
+    if (!ExportData(path, false, false, selection))
+        return false;
+    const long process = UIServices().ShellOpenNoWait(path, u"edit");
+    if (process == 0) {
+        std::error_code error;
+        std::filesystem::remove(path.ToUtf8(), error);
+        return false;
+    }
+    EditorInstances().push_back(
+        std::make_unique<QExportEditorInstance>(*this, path, process, selection));
+    return true;
+}
+
+QExportEditorInstance::QExportEditorInstance(QImportableExportable& object, const CString& path,
+                                             long process, QSmartPtr<QExportSelection> selection)
+    : m_object(object), m_path(path), m_process(process), m_selection(std::move(selection)),
+      m_lastWriteTime(LastWriteTime(path)) {}
+
+QExportEditorInstance::~QExportEditorInstance() {
+    std::error_code error;
+    std::filesystem::remove(m_path.ToUtf8(), error);
+}
+
+bool QExportEditorInstance::WasWrittenSinceLastTime() {
+    const long long written = LastWriteTime(m_path);
+    if (written == 0 || written == m_lastWriteTime)
+        return false;
+    m_lastWriteTime = written;
+    return true;
+}
+
+bool QExportEditorInstance::ProcessUpdates() {
+    if (WasWrittenSinceLastTime())
+        m_object.ImportOrMergeFrom(m_path, true, m_selection);
+    return UIServices().IsProcessRunning(m_process);
+}
+
+void ProcessUpdatesFromExternalEditors() {
+    auto& instances = EditorInstances();
+    const auto find = [&instances](const QExportEditorInstance* instance) {
+        return std::find_if(instances.begin(), instances.end(),
+                            [instance](const auto& held) { return held.get() == instance; });
+    };
+    // A merge may show a box that lets the application idle again: work through a copy.
+    std::vector<QExportEditorInstance*> current;
+    for (const auto& instance : instances)
+        current.push_back(instance.get());
+    for (QExportEditorInstance* instance : current) {
+        if (find(instance) == instances.end() || instance->ProcessUpdates())
+            continue;
+        const auto ended = find(instance);
+        if (ended != instances.end())
+            instances.erase(ended);
+    }
+}
+
+int ExternalEditorCount() {
+    return static_cast<int>(EditorInstances().size());
 }
 
 } // namespace keel

@@ -92,7 +92,47 @@ public:
 };
 
 // Both directions, for an object that writes into the level of its owner.
-class QImportableExportable : public virtual QImportable, public virtual QExportable {};
+class QImportableExportable : public virtual QImportable, public virtual QExportable {
+public:
+    // Stops following the external editors of this object and removes their files.
+    ~QImportableExportable() override;
+
+    // Writes the object, or its selected children, to a temporary file, opens it with the
+    // desktop's editor and merges it back each time it is saved (see
+    // ProcessUpdatesFromExternalEditors). False when no editor could be started.
+    bool EditUsingExternalEditor(QSmartPtr<QExportSelection> selection);
+};
+
+// One object being edited outside: its temporary file and the time it was last written.
+class QExportEditorInstance {
+public:
+    QExportEditorInstance(QImportableExportable& object, const CString& path, long process,
+                          QSmartPtr<QExportSelection> selection);
+    ~QExportEditorInstance();
+    QExportEditorInstance(const QExportEditorInstance&) = delete;
+    QExportEditorInstance& operator=(const QExportEditorInstance&) = delete;
+
+    // Merges the file back when it was written since last time; false once the editor has
+    // ended, when the instance is done with.
+    bool ProcessUpdates();
+    const CString& Path() const { return m_path; }
+    const QImportableExportable* Object() const { return &m_object; }
+
+private:
+    bool WasWrittenSinceLastTime();
+
+    QImportableExportable& m_object;
+    CString m_path;
+    long m_process;
+    QSmartPtr<QExportSelection> m_selection;
+    long long m_lastWriteTime;
+};
+
+// Called when the application is idle: each file edited outside that was saved is merged back,
+// and the instances whose editor has ended are dropped with their files.
+void ProcessUpdatesFromExternalEditors();
+// How many objects are being edited outside.
+int ExternalEditorCount();
 
 // Both directions for an object with a level of its own, described once.
 class QNewLevelImportableExportable : public virtual QImportableExportable,

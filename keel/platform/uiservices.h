@@ -117,8 +117,10 @@ public:
     // The text of the main window's status bar; a host without one has nothing to show.
     virtual void SetStatusBarText(const CString& /*text*/) {}
     // Opens the file with the desktop's application for the verb ("open", "edit") and returns
-    // without waiting for it. False when nothing could be started.
-    virtual bool ShellOpenNoWait(const CString& /*path*/, const CString& /*verb*/) { return false; }
+    // without waiting: the started process's number, or 0 when nothing could be started.
+    virtual long ShellOpenNoWait(const CString& /*path*/, const CString& /*verb*/) { return 0; }
+    // Whether a process that ShellOpenNoWait started is still running.
+    virtual bool IsProcessRunning(long /*process*/) { return false; }
     // Asks the active property sheet to show a page.
     enum class PageSelection { NoSheet, NotFound, Selected };
     virtual PageSelection SelectCategoryAndPage(const CString& /*category*/,
