@@ -1,30 +1,11 @@
-#include "tests/support/errorreports.h"
+#include "tests/support/exchangetests.h"
 #include "tests/support/exporttree.h"
-#include "tests/support/tempfolder.h"
 
-#include "keel/exchange/exportflags.h"
-#include "keel/exchange/exportformatascii.h"
-#include "keel/values/length.h"
-
-#include <fstream>
+#include <cstdlib>
 #include <gtest/gtest.h>
-#include <iterator>
 
 namespace keel::test {
 namespace {
-
-std::string ReadBytes(const std::string& path) {
-    std::ifstream in(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
-}
-
-void WriteBytes(const std::string& path, const std::string& bytes) {
-    std::ofstream(path, std::ios::binary) << bytes;
-}
-
-std::string Golden(const std::string& name) {
-    return ReadBytes(std::string(KEEL_TEST_DATA) + "/exchange/" + name);
-}
 
 // A tree with something of every kind: defaults and changed values, a formula, an array, a
 // bag of typed values and numbered items.
@@ -47,48 +28,14 @@ void Populate(FakeTree& tree) {
     wall.shelves = 0;
 }
 
-class FlagsScope {
-public:
-    explicit FlagsScope(std::initializer_list<int> flags) {
-        m_saved = *QExport::TheExportFlags();
-        QExport::TheExportFlags()->Init();
-        for (int flag : flags)
-            QExport::TheExportFlags()->SetExportFlag(flag, true);
-    }
-    ~FlagsScope() { *QExport::TheExportFlags() = m_saved; }
-
-private:
-    QExport m_saved;
-};
-
-class ExchangeTreeTest : public ErrorReportsTest {
+class ExchangeTreeTest : public ExchangeFileTest {
 protected:
-    void SetUp() override {
-        ErrorReportsTest::SetUp();
-        m_folder.SetUpFolder();
-    }
-    void TearDown() override {
-        m_folder.TearDownFolder();
-        ErrorReportsTest::TearDown();
-    }
-    std::string Path(const std::string& name) const { return m_folder.Path(name); }
-    CString PathOf(const std::string& name) const { return m_folder.PathOf(name); }
-
     std::string Export(const FakeTree& tree, bool minimal, const std::string& name,
                        QSmartPtr<QExportSelection> selection = nullptr) {
         EXPECT_TRUE(tree.ExportData(PathOf(name), minimal, false, selection));
-        return ReadBytes(Path(name));
+        return ReadFileBytes(Path(name));
     }
-
-private:
-    struct Folder : TempFolderTest {
-        void TestBody() override {}
-        void SetUpFolder() { TempFolderTest::SetUp(); }
-        void TearDownFolder() { TempFolderTest::TearDown(); }
-        using TempFolderTest::Path;
-        using TempFolderTest::PathOf;
-    };
-    Folder m_folder;
+    static std::string Golden(const std::string& name) { return ReadFileBytes(ExchangeData(name)); }
 };
 
 // Each export of the tree, byte for byte, under the flags that shape the file.
@@ -107,11 +54,11 @@ TEST_F(ExchangeTreeTest, ExportsMatchTheirGoldenFilesByteForByte) {
     FakeTree tree;
     Populate(tree);
     for (const GoldenCase& c : cases) {
-        FlagsScope flags(c.flags);
+        ExportFlagsScope flags(c.flags);
         const std::string written = Export(tree, c.minimal, c.file);
         EXPECT_EQ(written, Golden(c.file)) << c.file;
         if (std::getenv("KEEL_WRITE_GOLDEN"))
-            WriteBytes(std::string(KEEL_TEST_DATA) + "/exchange/" + c.file, written);
+            WriteFileBytes(ExchangeData(c.file), written);
     }
     EXPECT_TRUE(PendingReports().empty());
 }
@@ -126,8 +73,8 @@ TEST_F(ExchangeTreeTest, RoundTripsFullAndMinimalAndContextFirst) {
         {"tree-sorted.tab", false, {4}},
     };
     for (const GoldenCase& c : cases) {
-        FlagsScope flags(c.flags);
-        WriteBytes(Path(c.file), Golden(c.file));
+        ExportFlagsScope flags(c.flags);
+        WriteFileBytes(Path(c.file), Golden(c.file));
         FakeTree tree;
         EXPECT_TRUE(tree.ImportOrMergeFrom(PathOf(c.file), false, nullptr)) << c.file;
         EXPECT_EQ(Export(tree, c.minimal, std::string("again-") + c.file), Golden(c.file))
@@ -155,7 +102,7 @@ TEST_F(ExchangeTreeTest, ReadsCrlfAndUtf16WithByteOrderMark) {
         utf16 += static_cast<char>(text[i] >> 8);
     }
     for (const auto& [name, bytes] : {std::pair{"crlf.tab", crlf}, std::pair{"utf16.tab", utf16}}) {
-        WriteBytes(Path(name), bytes);
+        WriteFileBytes(Path(name), bytes);
         FakeTree tree;
         EXPECT_TRUE(tree.ImportOrMergeFrom(PathOf(name), false, nullptr)) << name;
         EXPECT_EQ(Export(tree, false, std::string("out-") + name), lf) << name;
@@ -180,10 +127,10 @@ TEST_F(ExchangeTreeTest, SelectionWritesTheChosenGroupWithEverythingBelowIt) {
 }
 
 TEST_F(ExchangeTreeTest, ExtraAttributeLoadsAndIsReportedAsUnmatched) {
-    WriteBytes(Path("extra.tab"), "title\t\"\"\"x\"\"\"\t\t\n"
-                                  "width\t5\t\tGroup|Base\n"
-                                  "colour\t\"red\"\t\tGroup|Base\n"
-                                  "width\t7\t\tGroup|Base\n");
+    WriteFileBytes(Path("extra.tab"), "title\t\"\"\"x\"\"\"\t\t\n"
+                                      "width\t5\t\tGroup|Base\n"
+                                      "colour\t\"red\"\t\tGroup|Base\n"
+                                      "width\t7\t\tGroup|Base\n");
     FakeTree tree;
     tree.AddGroup(u"Base").shelves = 4;
     EXPECT_FALSE(tree.ImportOrMergeFrom(PathOf("extra.tab"), true, nullptr));
@@ -200,7 +147,7 @@ TEST_F(ExchangeTreeTest, ExtraAttributeLoadsAndIsReportedAsUnmatched) {
 }
 
 TEST_F(ExchangeTreeTest, ImportEmptiesFirstAndStopsWhenThatFails) {
-    WriteBytes(Path("one.tab"), "title\t\"new\"\t\t\n");
+    WriteFileBytes(Path("one.tab"), "title\t\"new\"\t\t\n");
     FakeTree tree;
     tree.title = u"old";
     tree.refuseDelete = true;

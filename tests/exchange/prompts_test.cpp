@@ -1,4 +1,4 @@
-#include "tests/support/errorreports.h"
+#include "tests/support/exchangetests.h"
 #include "tests/support/exporttree.h"
 #include "tests/support/uihosts.h"
 
@@ -12,17 +12,11 @@ namespace {
 
 namespace fs = std::filesystem;
 
-class PromptsTest : public ErrorReportsTest {
+class PromptsTest : public ExchangeFileTest {
 protected:
     void SetUp() override {
-        ErrorReportsTest::SetUp();
-        m_path = (LogPath().parent_path() / ("keel-prompts-" + std::to_string(::getpid()) + ".tab"))
-                     .string();
-    }
-    void TearDown() override {
-        std::error_code error;
-        fs::remove(m_path, error);
-        ErrorReportsTest::TearDown();
+        ExchangeFileTest::SetUp();
+        m_path = Path("prompts.tab");
     }
 
     std::string m_path;

@@ -1,14 +1,11 @@
-#include "tests/support/errorreports.h"
+#include "tests/support/exchangetests.h"
 #include "tests/support/exporttree.h"
 #include "tests/support/formulavalues.h"
 
 #include "keel/exchange/exportflags.h"
 #include "keel/exchange/exportformatascii.h"
 #include "keel/exchange/importformatascii.h"
-#include "keel/platform/stdiofileex.h"
 
-#include <cstdio>
-#include <fstream>
 #include <gtest/gtest.h>
 
 namespace keel::test {
@@ -169,22 +166,6 @@ TEST(ExportLevelTest, ForceSetsTheSelectionAsideBelowAChildInTheSameLevel) {
     }
 }
 
-class ImportFixture : public ErrorReportsTest {
-protected:
-    // The root level of a .tab text, read from a file of the test's own.
-    bool Import(QImportable& object, const std::string& text) {
-        const std::string path =
-            (LogPath().parent_path() / ("keel-protocol-" + std::to_string(::getpid()) + ".tab"))
-                .string();
-        std::ofstream(path, std::ios::binary) << text;
-        CStdioFileEx file(CString::FromUtf8(path), CFile::modeRead | CFile::typeText);
-        QImportFormatASCII format(file, object);
-        const bool imported = format.ImportToImportable();
-        std::remove(path.c_str());
-        return imported;
-    }
-};
-
 // A receiver that refuses what it is given.
 class Refusing : public QImportAttribute {
 public:
@@ -202,7 +183,7 @@ public:
     int arrayIndex = -1;
 };
 
-using ImportLevelTest = ImportFixture;
+using ImportLevelTest = ExchangeFileTest;
 
 TEST_F(ImportLevelTest, AFailedConversionIsReportedWithTheAttributesName) {
     Refuser refuser;
@@ -233,14 +214,6 @@ TEST_F(ImportLevelTest, AFailedChildIsReportedWithItsLevelAndIdentifier) {
               (std::vector<Report>{{"Import error", "Import failed for Group:G"}}));
     ASSERT_EQ(tree.groups.size(), 2u) << "a group that the tree lacked is made";
     EXPECT_EQ(tree.groups[1]->name, CString(u"H"));
-}
-
-TEST_F(ImportLevelTest, AChildWithNothingInTheFileIsLeftAlone) {
-    FakeTree tree;
-    tree.AddGroup(u"G").shelves = 9;
-    EXPECT_TRUE(Import(tree, "title\t\"\"\"t\"\"\"\t\t\n"));
-    EXPECT_EQ(tree.groups[0]->shelves, 9);
-    EXPECT_TRUE(PendingReports().empty());
 }
 
 TEST_F(ImportLevelTest, ByValueAttributesConvertOrFallBackToTheDefault) {

@@ -1,14 +1,9 @@
-#include "tests/support/errorreports.h"
+#include "tests/support/exchangetests.h"
 #include "tests/support/exporttree.h"
 
-#include "keel/exchange/exportflags.h"
 #include "keel/exchange/exportformatascii.h"
-#include "keel/exchange/importformatascii.h"
 #include "keel/exchange/odbcfixup.h"
-#include "keel/platform/stdiofileex.h"
 
-#include <cstdio>
-#include <fstream>
 #include <gtest/gtest.h>
 #include <string>
 
@@ -55,19 +50,6 @@ TEST(ODBCFixupTest, UnfixupKeepsWhatIsNoEscapeOrNoEnclosure) {
         EXPECT_EQ(ODBCUnFixup(c.text), CString(c.unfixed)) << CString(c.text).ToUtf8();
 }
 
-class FlagsScope {
-public:
-    explicit FlagsScope(std::initializer_list<int> flags) : m_saved(*QExport::TheExportFlags()) {
-        QExport::TheExportFlags()->Init();
-        for (int flag : flags)
-            QExport::TheExportFlags()->SetExportFlag(flag, true);
-    }
-    ~FlagsScope() { *QExport::TheExportFlags() = m_saved; }
-
-private:
-    QExport m_saved;
-};
-
 TEST(NameValueFormulaStringTest, ValueColumnIsEmptyForAFormulaUnlessFlagSix) {
     const FormulaText formula(u"a+1");
     const struct {
@@ -81,7 +63,7 @@ TEST(NameValueFormulaStringTest, ValueColumnIsEmptyForAFormulaUnlessFlagSix) {
         {true, FormulaText(), u"w\t12\t"},
     };
     for (const auto& c : cases) {
-        FlagsScope flags{};
+        ExportFlagsScope flags{};
         QExport::TheExportFlags()->SetExportFlag(6, c.flagSix);
         EXPECT_EQ(QExport_NameValueFormulaString(CString(u"w"), QAnyValue(12), c.formula),
                   CString(c.expected));
@@ -254,23 +236,7 @@ TEST(SortImportLinesTest, WithoutABlockEveryLineOfTheOwnContextIsTaken) {
     EXPECT_EQ(Names(groupLines), "a2@Group|AB a3@ ");
 }
 
-class TabFileTest : public ErrorReportsTest {
-protected:
-    void TearDown() override {
-        std::remove(Path().c_str());
-        ErrorReportsTest::TearDown();
-    }
-    std::string Path() const {
-        return (LogPath().parent_path() / ("keel-tab-" + std::to_string(::getpid()) + ".tab"))
-            .string();
-    }
-    bool Import(QImportable& object, const std::string& bytes) {
-        std::ofstream(Path(), std::ios::binary) << bytes;
-        CStdioFileEx file(CString::FromUtf8(Path()), CFile::modeRead | CFile::typeText);
-        QImportFormatASCII format(file, object);
-        return format.ImportToImportable();
-    }
-};
+using TabFileTest = ExchangeFileTest;
 
 // Asks the root level, once, for each probe what new child the file offers.
 class Prober : public QImportable {
@@ -329,10 +295,7 @@ TEST_F(TabFileTest, MatchesRequiredImportableNamesTheNewChild) {
 }
 
 TEST_F(TabFileTest, RelativeIdentifiersMakeNewItemsInOrder) {
-    std::ifstream golden(std::string(KEEL_TEST_DATA) + "/exchange/tree-relative-ids.tab",
-                         std::ios::binary);
-    const std::string bytes{std::istreambuf_iterator<char>(golden),
-                            std::istreambuf_iterator<char>()};
+    const std::string bytes = ReadFileBytes(ExchangeData("tree-relative-ids.tab"));
     FakeTree tree;
     EXPECT_TRUE(Import(tree, bytes));
     ASSERT_EQ(tree.groups.size(), 2u);
