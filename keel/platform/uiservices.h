@@ -107,6 +107,20 @@ public:
     // True when the editor was shown.
     virtual bool EditForm(const CString& /*path*/, const CString& /*group*/) { return false; }
     virtual bool EditTable(const CString& /*path*/) { return false; }
+    // A dialog that picks a file to save to (`save`) or to open, titled `title`, with a filter
+    // in the framework's form ("ASCII Export (*.tab)|*.tab|XML Export (*.xml)|*.xml||") and the
+    // extension that a name without one gets. True with the full path chosen.
+    virtual bool PickExportFile(bool /*save*/, const CString& /*title*/, const CString& /*filter*/,
+                                const CString& /*defaultExt*/, CString& /*path*/) {
+        return false;
+    }
+    // The text of the main window's status bar; a host without one has nothing to show.
+    virtual void SetStatusBarText(const CString& /*text*/) {}
+    // Opens the file with the desktop's application for the verb ("open", "edit") and returns
+    // without waiting: the started process's number, or 0 when nothing could be started.
+    virtual long ShellOpenNoWait(const CString& /*path*/, const CString& /*verb*/) { return 0; }
+    // Whether a process that ShellOpenNoWait started is still running.
+    virtual bool IsProcessRunning(long /*process*/) { return false; }
     // Asks the active property sheet to show a page.
     enum class PageSelection { NoSheet, NotFound, Selected };
     virtual PageSelection SelectCategoryAndPage(const CString& /*category*/,

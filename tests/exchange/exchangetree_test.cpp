@@ -1,0 +1,185 @@
+#include "tests/support/exchangetests.h"
+#include "tests/support/exporttree.h"
+
+#include <cstdlib>
+#include <gtest/gtest.h>
+
+namespace keel::test {
+namespace {
+
+// A tree with something of every kind: defaults and changed values, a formula, an array, a
+// bag of typed values and numbered items.
+void Populate(FakeTree& tree) {
+    tree.title = u"Kitchen\tplan";
+    tree.bag.entries.push_back({u"Depth", QAnyValue(600.5), FormulaText()});
+    tree.bag.entries.push_back({u"Finish", QAnyValue(u"oak \"light\""), FormulaText()});
+    tree.bag.entries.push_back({u"Doors", QAnyValue(2), FormulaText(u"1+1")});
+    FakeGroup& base = tree.AddGroup(u"Base");
+    base.width = QAnyValue(QLength(1200.0));
+    base.sizes = {0, 300};
+    base.items.push_back(std::make_unique<FakeItem>(1));
+    base.items.back()->label = u"sink";
+    base.items.back()->count = 2;
+    base.items.push_back(std::make_unique<FakeItem>(2));
+    base.items.back()->label = u"=drawer";
+    FakeGroup& wall = tree.AddGroup(u"Wall");
+    wall.width = QAnyValue(0.0);
+    wall.widthFormula = FormulaText(u"2*300mm");
+    wall.shelves = 0;
+}
+
+class ExchangeTreeTest : public ExchangeFileTest {
+protected:
+    std::string Export(const FakeTree& tree, bool minimal, const std::string& name,
+                       QSmartPtr<QExportSelection> selection = nullptr) {
+        EXPECT_TRUE(tree.ExportData(PathOf(name), minimal, false, selection));
+        return ReadFileBytes(Path(name));
+    }
+    static std::string Golden(const std::string& name) { return ReadFileBytes(ExchangeData(name)); }
+};
+
+// Each export of the tree, byte for byte, under the flags that shape the file.
+struct GoldenCase {
+    const char* file;
+    bool minimal;
+    std::initializer_list<int> flags;
+};
+
+TEST_F(ExchangeTreeTest, ExportsMatchTheirGoldenFilesByteForByte) {
+    const GoldenCase cases[] = {
+        {"tree-full.tab", false, {}},           {"tree-minimal.tab", true, {}},
+        {"tree-context-first.tab", false, {2}}, {"tree-sorted.tab", false, {4}},
+        {"tree-relative-ids.tab", false, {1}},  {"tree-values-with-formulas.tab", true, {6}},
+    };
+    FakeTree tree;
+    Populate(tree);
+    for (const GoldenCase& c : cases) {
+        ExportFlagsScope flags(c.flags);
+        const std::string written = Export(tree, c.minimal, c.file);
+        EXPECT_EQ(written, Golden(c.file)) << c.file;
+        if (std::getenv("KEEL_WRITE_GOLDEN"))
+            WriteFileBytes(ExchangeData(c.file), written);
+    }
+    EXPECT_TRUE(PendingReports().empty());
+}
+
+// Read back into an empty tree (full) or a default one (minimal) and written again, each file
+// comes out as it went in.
+TEST_F(ExchangeTreeTest, RoundTripsFullAndMinimalAndContextFirst) {
+    const GoldenCase cases[] = {
+        {"tree-full.tab", false, {}},
+        {"tree-minimal.tab", true, {}},
+        {"tree-context-first.tab", false, {2}},
+        {"tree-sorted.tab", false, {4}},
+    };
+    for (const GoldenCase& c : cases) {
+        ExportFlagsScope flags(c.flags);
+        WriteFileBytes(Path(c.file), Golden(c.file));
+        FakeTree tree;
+        EXPECT_TRUE(tree.ImportOrMergeFrom(PathOf(c.file), false, nullptr)) << c.file;
+        EXPECT_EQ(Export(tree, c.minimal, std::string("again-") + c.file), Golden(c.file))
+            << c.file;
+        ASSERT_EQ(tree.groups.size(), 2u) << c.file;
+        EXPECT_EQ(tree.groups[1]->widthFormula.ToString(), "2*300mm") << c.file;
+        EXPECT_EQ(tree.bag.entries.at(0).value.Type(), QAnyValue::TYPE_DOUBLE) << c.file;
+        EXPECT_EQ(tree.title, CString(u"Kitchen\tplan")) << c.file;
+    }
+    // Equal reports that wait together are kept once.
+    const std::vector<Report> summary{{"Import", "Import completed with no errors."}};
+    EXPECT_EQ(PendingReports(), summary);
+}
+
+// Text files from other editors: CRLF line ends, and UTF-16 with a byte order mark.
+TEST_F(ExchangeTreeTest, ReadsCrlfAndUtf16WithByteOrderMark) {
+    const std::string lf = Golden("tree-full.tab");
+    std::string crlf;
+    for (char ch : lf)
+        crlf += ch == '\n' ? std::string("\r\n") : std::string(1, ch);
+    const CString text = CString::FromUtf8(lf);
+    std::string utf16 = "\xFF\xFE";
+    for (int i = 0; i < text.GetLength(); ++i) {
+        utf16 += static_cast<char>(text[i] & 0xFF);
+        utf16 += static_cast<char>(text[i] >> 8);
+    }
+    for (const auto& [name, bytes] : {std::pair{"crlf.tab", crlf}, std::pair{"utf16.tab", utf16}}) {
+        WriteFileBytes(Path(name), bytes);
+        FakeTree tree;
+        EXPECT_TRUE(tree.ImportOrMergeFrom(PathOf(name), false, nullptr)) << name;
+        EXPECT_EQ(Export(tree, false, std::string("out-") + name), lf) << name;
+    }
+}
+
+TEST_F(ExchangeTreeTest, SelectionWritesTheChosenGroupWithEverythingBelowIt) {
+    FakeTree tree;
+    Populate(tree);
+    const std::string written =
+        Export(tree, false, "selected.tab", new QExportSelection{CString(u"Wall")});
+    EXPECT_NE(written.find("Group|Wall"), std::string::npos);
+    EXPECT_EQ(written.find("Group|Base"), std::string::npos);
+    EXPECT_NE(written.find("title"), std::string::npos);
+    const std::string sinks =
+        Export(tree, false, "base.tab", new QExportSelection{CString(u"Base")});
+    EXPECT_NE(sinks.find("label\t\"\"\"sink\"\"\"\t\tGroup|Base|1\n"), std::string::npos);
+    // Identifiers are compared with case.
+    EXPECT_EQ(
+        Export(tree, false, "none.tab", new QExportSelection{CString(u"wall")}).find("Group|"),
+        std::string::npos);
+}
+
+TEST_F(ExchangeTreeTest, ExtraAttributeLoadsAndIsReportedAsUnmatched) {
+    WriteFileBytes(Path("extra.tab"), "title\t\"\"\"x\"\"\"\t\t\n"
+                                      "width\t5\t\tGroup|Base\n"
+                                      "colour\t\"red\"\t\tGroup|Base\n"
+                                      "width\t7\t\tGroup|Base\n");
+    FakeTree tree;
+    tree.AddGroup(u"Base").shelves = 4;
+    EXPECT_FALSE(tree.ImportOrMergeFrom(PathOf("extra.tab"), true, nullptr));
+    ASSERT_EQ(tree.groups.size(), 1u);
+    EXPECT_EQ(tree.groups[0]->width.Type(), QAnyValue::TYPE_INT);
+    EXPECT_EQ(tree.groups[0]->width.MakeInt(), 5);
+    EXPECT_EQ(tree.groups[0]->shelves, 4) << "an attribute the file lacks stays as it was";
+    EXPECT_EQ(tree.title, CString(u"x"));
+    const std::vector<Report> expected{
+        {"Import error", "Unmatched content for Group:Base\n\n\tcolour\t\n\twidth\t"},
+        {"Import", "Some errors occurred during import. See error log for details."}};
+    EXPECT_EQ(PendingReports(), expected);
+    EXPECT_TRUE(tree.deleteCalls.empty()) << "a merge without a selection empties nothing";
+}
+
+TEST_F(ExchangeTreeTest, ImportEmptiesFirstAndStopsWhenThatFails) {
+    WriteFileBytes(Path("one.tab"), "title\t\"new\"\t\t\n");
+    FakeTree tree;
+    tree.title = u"old";
+    tree.refuseDelete = true;
+    EXPECT_FALSE(tree.ImportOrMergeFrom(PathOf("one.tab"), false, nullptr));
+    EXPECT_EQ(tree.title, CString(u"old"));
+    EXPECT_FALSE(tree.ImportOrMergeFrom(PathOf("one.tab"), true, new QExportSelection{u"a"}));
+    EXPECT_EQ(tree.deleteCalls, (std::vector<int>{-1, 1}));
+    const Report failed{"Import",
+                        "Failed preparation for import - drawing may have changed too much"};
+    // The log keeps one of two equal reports that wait together.
+    EXPECT_EQ(PendingReports(), (std::vector<Report>{failed}));
+}
+
+TEST_F(ExchangeTreeTest, FileNamesThatCannotBeUsedFailWithTheirMessages) {
+    FakeTree tree;
+    EXPECT_FALSE(tree.ExportData(PathOf("tree.csv"), false, false, nullptr));
+    EXPECT_FALSE(std::filesystem::exists(Path("tree.csv")));
+    EXPECT_FALSE(tree.ImportOrMergeFrom(PathOf("tree.txt"), false, nullptr));
+    EXPECT_TRUE(tree.deleteCalls.empty());
+    const CString missingFolder = PathOf("no/such/folder/tree.tab");
+    EXPECT_FALSE(tree.ExportData(missingFolder, false, false, nullptr));
+    const std::vector<Report> reports = PendingReports();
+    ASSERT_EQ(reports.size(), 3u);
+    EXPECT_EQ(reports[0], (Report{"Export", "Unrecognized file extension: .csv"}));
+    EXPECT_EQ(reports[1], (Report{"Import", "Unrecognized file extension: .txt"}));
+    EXPECT_EQ(reports[2].heading, "Export");
+    EXPECT_EQ(reports[2].message.rfind("Cannot write export data to '" + missingFolder.ToUtf8() +
+                                           "'\nReason given is: ",
+                                       0),
+              0u)
+        << reports[2].message;
+}
+
+} // namespace
+} // namespace keel::test

@@ -1,0 +1,299 @@
+#include "tests/support/exchangetests.h"
+#include "tests/support/exporttree.h"
+#include "tests/support/formulavalues.h"
+
+#include "keel/exchange/exportflags.h"
+#include "keel/exchange/exportformatascii.h"
+#include "keel/exchange/importformatascii.h"
+
+#include <gtest/gtest.h>
+
+namespace keel::test {
+namespace {
+
+TEST(ExportFlagsTest, InitSetsFlagFiveAloneInEachBank) {
+    QExport flags;
+    flags.SetExportFlag(2, true);
+    flags.SelectBank(1);
+    flags.SetExportFlag(7, true);
+    flags.Init();
+    EXPECT_EQ(flags.SelectedBank(), 0);
+    for (int bank : {0, 1}) {
+        flags.SelectBank(bank);
+        for (int flag = -1; flag <= QExport::c_flagsPerBank; ++flag)
+            EXPECT_EQ(flags.IsExportFlagSet(flag), flag == 5) << bank << ":" << flag;
+    }
+}
+
+TEST(ExportFlagsTest, BanksAreSeparateAndTheGlobalReadsFalseWithoutAnObject) {
+    QExport flags;
+    flags.SetExportFlag(4, true);
+    flags.SelectBank(1);
+    EXPECT_FALSE(flags.IsExportFlagSet(4));
+    flags.SelectBank(0);
+    EXPECT_TRUE(flags.IsExportFlagSet(4));
+    flags.SetExportFlag(16, true);
+    EXPECT_FALSE(flags.IsExportFlagSet(16));
+
+    QExport* const process = QExport::TheExportFlags();
+    QExport::SetTheExportFlags(&flags);
+    EXPECT_TRUE(QExport::IsFlagSet(4));
+    QExport::SetTheExportFlags(nullptr);
+    EXPECT_FALSE(QExport::IsFlagSet(4));
+    EXPECT_FALSE(QExport::IsFlagSet(5));
+    QExport::SetTheExportFlags(process);
+    EXPECT_TRUE(QExport::IsFlagSet(5));
+}
+
+TEST(ExportAttributeTest, EachConstructorSetsDefaultAndFormulaAsGiven) {
+    const FormulaText none;
+    const FormulaText formula(u"a+1");
+    const QWithFormula<QAnyValue> plain{QAnyValue(3)};
+    struct Case {
+        const char* form;
+        QExportAttribute attribute;
+        bool hasDefault;
+        bool hasFormula;
+    };
+    const Case cases[] = {
+        {"value", QExportAttribute(u"n", QAnyValue(1)), false, false},
+        {"value and default", QExportAttribute(u"n", QAnyValue(1), QAnyValue(2)), true, false},
+        {"formula and default formula", QExportAttribute(u"n", formula, FormulaText(u"0")), true,
+         true},
+        {"no formula and default formula", QExportAttribute(u"n", none, FormulaText(u"0")), true,
+         false},
+        {"value and formula", QExportAttribute(u"n", QAnyValue(1), formula), false, true},
+        {"value and no formula", QExportAttribute(u"n", QAnyValue(1), none), false, false},
+        {"value, formula, default", QExportAttribute(u"n", QAnyValue(1), formula, QAnyValue(1)),
+         true, true},
+        {"with formula", QExportAttribute(u"n", plain), false, false},
+        {"with formula and default", QExportAttribute(u"n", plain, QAnyValue(3)), true, false},
+    };
+    for (const Case& c : cases) {
+        EXPECT_EQ(c.attribute.HasDefaultValue(), c.hasDefault) << c.form;
+        EXPECT_EQ(c.attribute.HasFormula(), c.hasFormula) << c.form;
+        EXPECT_FALSE(c.attribute.IsVariableType()) << c.form;
+    }
+    EXPECT_EQ(cases[2].attribute.GetValue(), QAnyValue(u"a+1"));
+    EXPECT_EQ(cases[2].attribute.GetDefaultValue(), QAnyValue(u"0"));
+    EXPECT_TRUE(QVariableTypeExportAttribute(u"p", QAnyValue(1)).IsVariableType());
+}
+
+// One attribute through a level of its own; the line written, or nothing.
+class OneAttribute : public QExportable {
+public:
+    explicit OneAttribute(QExportAttribute attribute, std::int32_t arrayIndex = -1)
+        : m_attribute(std::move(attribute)), m_arrayIndex(arrayIndex) {}
+    bool AddAttributesAndChildrenToExport(QExportFormatLevel& level) const override {
+        if (m_arrayIndex >= 0)
+            level.SetArrayMode(true, m_arrayIndex);
+        return level.AddExportableAttribute(m_attribute);
+    }
+
+private:
+    QExportAttribute m_attribute;
+    std::int32_t m_arrayIndex;
+};
+
+CString LinesOf(const QExportable& object, bool minimal) {
+    QExportFormatASCII format(object, minimal, nullptr);
+    format.GatherLines();
+    CString all;
+    for (const CString& line : format.GatheredLines())
+        all += line;
+    return all;
+}
+
+TEST(ExportLevelTest, MinimalDropsOnlyIdenticalDefaultsWithoutFormulaOutsideArrays) {
+    const FormulaText formula(u"2");
+    struct Case {
+        const char* what;
+        QExportAttribute attribute;
+        std::int32_t arrayIndex;
+        const char16_t* minimal;
+    };
+    const Case cases[] = {
+        {"equal to default", QExportAttribute(u"a", QAnyValue(2), QAnyValue(2)), -1, u""},
+        {"other than default", QExportAttribute(u"a", QAnyValue(3), QAnyValue(2)), -1,
+         u"a\t3\t\t\n"},
+        {"same number, other type", QExportAttribute(u"a", QAnyValue(2.0), QAnyValue(2)), -1,
+         u"a\t2\t\t\n"},
+        {"no default", QExportAttribute(u"a", QAnyValue(2)), -1, u"a\t2\t\t\n"},
+        {"formula equal to default", QExportAttribute(u"a", QAnyValue(2), formula, QAnyValue(2)),
+         -1, u"a\t\t2\t\n"},
+        {"array element equal to default", QExportAttribute(u"a", QAnyValue(2), QAnyValue(2)), 7,
+         u"a[7]\t2\t\t\n"},
+    };
+    for (const Case& c : cases) {
+        const OneAttribute object(c.attribute, c.arrayIndex);
+        EXPECT_EQ(LinesOf(object, true), CString(c.minimal)) << c.what;
+        EXPECT_FALSE(LinesOf(object, false).IsEmpty()) << c.what;
+    }
+}
+
+// Writes a child that may be forced past the selection.
+class Holder : public QExportable {
+public:
+    Holder(const QExportable* inner, bool force) : m_inner(inner), m_force(force) {}
+    bool AddAttributesAndChildrenToExport(QExportFormatLevel& level) const override {
+        return level.AddExportable(nullptr, false) && level.AddExportable(m_inner, m_force);
+    }
+
+private:
+    const QExportable* m_inner;
+    bool m_force;
+};
+
+class Passer : public QExportable {
+public:
+    explicit Passer(const QExportable* group) : m_group(group) {}
+    bool AddAttributesAndChildrenToExport(QExportFormatLevel& level) const override {
+        return level.AddExportable(m_group, false);
+    }
+
+private:
+    const QExportable* m_group;
+};
+
+TEST(ExportLevelTest, ForceSetsTheSelectionAsideBelowAChildInTheSameLevel) {
+    FakeGroup group(u"G");
+    const Passer passer(&group);
+    for (bool force : {false, true}) {
+        const Holder holder(&passer, force);
+        QExportFormatASCII format(holder, false, new QExportSelection{CString(u"other")});
+        EXPECT_TRUE(format.GatherLines());
+        EXPECT_EQ(format.GatheredLines().GetCount(), force ? 2 : 0) << force;
+    }
+}
+
+// A receiver that refuses what it is given.
+class Refusing : public QImportAttribute {
+public:
+    CString Name() const override { return u"a"; }
+    bool SetValue(const QAnyValue&) const override { return false; }
+    bool SetFormula(FormulaText) const override { return true; }
+};
+
+class Refuser : public QImportable {
+public:
+    bool ImportAttributesAndChildren(QImportFormatLevel& level) override {
+        level.SetArrayMode(arrayIndex >= 0, arrayIndex);
+        return level.ImportAttributeIfPresent(Refusing());
+    }
+    int arrayIndex = -1;
+};
+
+using ImportLevelTest = ExchangeFileTest;
+
+TEST_F(ImportLevelTest, AFailedConversionIsReportedWithTheAttributesName) {
+    Refuser refuser;
+    EXPECT_TRUE(Import(refuser, "\n\n"));
+    EXPECT_TRUE(PendingReports().empty()) << "an absent attribute, or a blank line, is no error";
+    EXPECT_FALSE(Import(refuser, "a\t1\t\t\n"));
+    refuser.arrayIndex = 3;
+    EXPECT_FALSE(Import(refuser, "a[3]\t1\t\t\n"));
+    const std::vector<Report> expected{{"Import error", "Import failed for attribute a"},
+                                       {"Import error", "Import failed for attribute a[3]"}};
+    EXPECT_EQ(PendingReports(), expected);
+}
+
+class RefusingGroup : public FakeGroup {
+public:
+    using FakeGroup::FakeGroup;
+    bool ImportAttributesAndChildren(QImportFormatLevel& level) override {
+        FakeGroup::ImportAttributesAndChildren(level);
+        return false;
+    }
+};
+
+TEST_F(ImportLevelTest, AFailedChildIsReportedWithItsLevelAndIdentifier) {
+    FakeTree tree;
+    tree.groups.push_back(std::make_unique<RefusingGroup>(u"G"));
+    EXPECT_FALSE(Import(tree, "width\t1\t\tGroup|G\nwidth\t1\t\tGroup|H\n"));
+    EXPECT_EQ(PendingReports(),
+              (std::vector<Report>{{"Import error", "Import failed for Group:G"}}));
+    ASSERT_EQ(tree.groups.size(), 2u) << "a group that the tree lacked is made";
+    EXPECT_EQ(tree.groups[1]->name, CString(u"H"));
+}
+
+TEST_F(ImportLevelTest, ByValueAttributesConvertOrFallBackToTheDefault) {
+    struct Target : QImportable {
+        bool ImportAttributesAndChildren(QImportFormatLevel& level) override {
+            return level.ImportAttributeIfPresent(QByValImportAttribute<bool>(u"b", b)) &&
+                   level.ImportAttributeIfPresent(QByValImportAttribute<int>(u"i", i)) &&
+                   level.ImportAttributeIfPresent(QByValImportAttribute<double>(u"d", d)) &&
+                   level.ImportAttributeIfPresent(QByValImportAttribute<CString>(u"s", s)) &&
+                   level.ImportAttributeIfPresent(QByValImportAttribute<ControlId>(u"c", c)) &&
+                   level.ImportAttributeIfPresent(
+                       QByValImportAttribute<FormulaText>(u"f", f, &formula)) &&
+                   level.ImportAttributeIfPresent(QByValImportAttribute<QAnyValue>(u"v", v));
+        }
+        bool b = false;
+        int i = 5;
+        double d = 0;
+        CString s;
+        ControlId c;
+        FormulaText f;
+        FormulaText formula;
+        QAnyValue v;
+    };
+    Target target;
+    EXPECT_TRUE(Import(target,
+                       "b\t1\t\t\ni\t\"\"\"abc\"\"\"\t\t\nd\t2.5\t\t\ns\t42\t\t\n"
+                       "c\t\"\"\"Width\"\"\"\t\t\nf\t\"\"\"x+1\"\"\"\tx+2\t\nv\t1/0\t\t\n"));
+    EXPECT_TRUE(target.b);
+    EXPECT_EQ(target.i, 0) << "text that is no number gives the default";
+    EXPECT_DOUBLE_EQ(target.d, 2.5);
+    EXPECT_EQ(target.s, CString(u"42"));
+    EXPECT_EQ(target.c, ControlId(u"Width"));
+    EXPECT_EQ(target.f.ToString(), "x+1");
+    EXPECT_EQ(target.formula.ToString(), "x+2");
+    CString message;
+    EXPECT_TRUE(target.v.IsErrorAndGetMessage(message)) << "a bad value arrives as an error";
+}
+
+TEST_F(ImportLevelTest, ASetterTakesTheConvertedValue) {
+    struct Target : QImportable {
+        void SetWidth(double width) { m_width = width; }
+        bool ImportAttributesAndChildren(QImportFormatLevel& level) override {
+            return level.ImportAttributeIfPresent(
+                QSetterImportAttribute<Target, double>(u"w", this, &Target::SetWidth));
+        }
+        double m_width = 0;
+    };
+    Target target;
+    EXPECT_TRUE(Import(target, "w\t3*4\t\t\n"));
+    EXPECT_DOUBLE_EQ(target.m_width, 12.0);
+}
+
+// A formula root that reads from the file: a recalculation waits for the end of the read.
+class ImportingRoot : public FormulaValuesRoot, public QImportable {
+public:
+    bool ImportAttributesAndChildren(QImportFormatLevel&) override {
+        batchedDuringImport = AreNotificationsBatched();
+        return true;
+    }
+    bool batchedDuringImport = false;
+};
+
+class MergesRoot : public QImportable {
+public:
+    explicit MergesRoot(QImportable* child) : m_child(child) {}
+    bool ImportAttributesAndChildren(QImportFormatLevel& level) override {
+        return level.MergeImportableIfPresent(m_child);
+    }
+
+private:
+    QImportable* m_child;
+};
+
+TEST_F(ImportLevelTest, AFormulaRootIsReadInsideOneBatch) {
+    ImportingRoot root;
+    MergesRoot parent(&root);
+    EXPECT_TRUE(Import(parent, ""));
+    EXPECT_TRUE(root.batchedDuringImport);
+    EXPECT_FALSE(root.AreNotificationsBatched());
+}
+
+} // namespace
+} // namespace keel::test

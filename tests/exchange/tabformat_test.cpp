@@ -1,0 +1,347 @@
+#include "tests/support/exchangetests.h"
+#include "tests/support/exporttree.h"
+
+#include "keel/exchange/exportformatascii.h"
+#include "keel/exchange/odbcfixup.h"
+
+#include <gtest/gtest.h>
+#include <string>
+
+namespace keel::test {
+namespace {
+
+using ImportLine = QImportFormatLevelASCII::ImportLine;
+using Lines = QImportFormatLevelASCII::Lines;
+
+TEST(ODBCFixupTest, EscapesAndQuotesAsTheColumnNeedsAndReverses) {
+    const struct {
+        const char16_t* text;
+        const char16_t* fixed;
+    } cases[] = {
+        {u"hello", u"hello"},
+        {u"", u""},
+        {u"1st", u"1st"},
+        {u"\u00e9t\u00e9", u"\u00e9t\u00e9"},
+        {u"=A", u"\"=A\""},
+        {u" lead", u"\" lead\""},
+        {u"a\tb", u"a\\tb"},
+        {u"a\nb\r", u"a\\nb\\r"},
+        {u"back\\slash", u"back\\\\slash"},
+        {u"a\\n", u"a\\\\n"},
+        {u"say \"hi\"", u"\"say \"\"hi\"\"\""},
+        {u"\"q\"", u"\"\"\"q\"\"\""},
+        {u"\t", u"\"\\t\""},
+    };
+    for (const auto& c : cases) {
+        EXPECT_EQ(ODBCFixup(c.text), CString(c.fixed)) << CString(c.text).ToUtf8();
+        EXPECT_EQ(ODBCUnFixup(c.fixed), CString(c.text)) << CString(c.fixed).ToUtf8();
+    }
+}
+
+TEST(ODBCFixupTest, UnfixupKeepsWhatIsNoEscapeOrNoEnclosure) {
+    const struct {
+        const char16_t* text;
+        const char16_t* unfixed;
+    } cases[] = {
+        {u"a\\qb", u"a\\qb"},   {u"a\\", u"a\\"}, {u"\"", u"\""},
+        {u"\"open", u"\"open"}, {u"\"\"", u""},
+    };
+    for (const auto& c : cases)
+        EXPECT_EQ(ODBCUnFixup(c.text), CString(c.unfixed)) << CString(c.text).ToUtf8();
+}
+
+TEST(NameValueFormulaStringTest, ValueColumnIsEmptyForAFormulaUnlessFlagSix) {
+    const FormulaText formula(u"a+1");
+    const struct {
+        bool flagSix;
+        FormulaText formula;
+        const char16_t* expected;
+    } cases[] = {
+        {false, FormulaText(), u"w\t12\t"},
+        {false, formula, u"w\t\ta+1"},
+        {true, formula, u"w\t12\ta+1"},
+        {true, FormulaText(), u"w\t12\t"},
+    };
+    for (const auto& c : cases) {
+        ExportFlagsScope flags{};
+        QExport::TheExportFlags()->SetExportFlag(6, c.flagSix);
+        EXPECT_EQ(QExport_NameValueFormulaString(CString(u"w"), QAnyValue(12), c.formula),
+                  CString(c.expected));
+        EXPECT_EQ(QExport_NameValueFormulaString(PropId(u"w"), QAnyValue(12), c.formula),
+                  CString(c.expected));
+        EXPECT_EQ(QExport_NameValueFormulaString(QExportAttribute(u"w", QAnyValue(12), c.formula)),
+                  CString(c.expected));
+    }
+}
+
+CString Repeated(char16_t ch, int count) {
+    CString text;
+    for (int i = 0; i < count; ++i)
+        text += ch;
+    return text;
+}
+
+TEST(NameValueFormulaStringTest, ShortenedCutsEachPartLongerThan254) {
+    const CString exact = Repeated(u'n', 254);
+    const CString over = Repeated(u'n', 255);
+    EXPECT_EQ(QExport_NameValueFormulaString(exact, QAnyValue(1), FormulaText(), true),
+              exact + u"\t1\t");
+    EXPECT_EQ(QExport_NameValueFormulaString(over, QAnyValue(1), FormulaText(), true),
+              Repeated(u'n', 251) + u"...\t1\t");
+    EXPECT_EQ(QExport_NameValueFormulaString(over, QAnyValue(1), FormulaText(), false),
+              over + u"\t1\t");
+    // A string value is quoted: it keeps a closing quote after the dots.
+    const CString shortValue = QExport_NameValueFormulaString(
+        CString(u"s"), QAnyValue(Repeated(u'x', 300)), FormulaText(), true);
+    EXPECT_EQ(shortValue, u"s\t\"\"\"" + Repeated(u'x', 248) + u"...\"\t");
+    const CString longFormula = u"1+" + Repeated(u'2', 300);
+    EXPECT_EQ(
+        QExport_NameValueFormulaString(CString(u"f"), QAnyValue(), FormulaText(longFormula), true),
+        u"f\t\t" + longFormula.Left(251) + u"...");
+}
+
+TEST(CheckContextFirstTest, ContextFirstMustOutnumberTheOthers) {
+    const struct {
+        std::vector<CString> sample;
+        bool first;
+    } cases[] = {
+        {{}, false},
+        {{u"a\t1\t\tG|x"}, false},
+        {{u"G|x\ta\t1\t"}, true},
+        {{u"a\t1\t\t", u"b\t2\t\t"}, false},
+        {{u"G|x\ta\t1\t", u"a\t1\t\tG|x"}, false},
+        {{u"G|x\ta\t1\t", u"G|y\tb\t1\t", u"a\t1\t\tG|x"}, true},
+        {{u"G|x\ta\t1\tG|y"}, false},
+        {{u"G|x\ta\t1\t\textra|x"}, true},
+    };
+    for (const auto& c : cases)
+        EXPECT_EQ(QImportFormatASCII::CheckContextFirst(c.sample), c.first)
+            << (c.sample.empty() ? std::string() : c.sample[0].ToUtf8());
+}
+
+TEST(ParseLineTest, SplitsAtThreeTabsAndEvaluatesTheValue) {
+    const ImportLine last = QImportFormatASCII::ParseLine(u"w\t12mm\t\tG|x", false);
+    EXPECT_EQ(last.name, CString(u"w"));
+    EXPECT_EQ(last.value.Type(), QAnyValue::TYPE_LENGTH);
+    EXPECT_TRUE(last.formula.IsEmpty());
+    EXPECT_EQ(last.context, CString(u"G|x"));
+
+    const ImportLine first =
+        QImportFormatASCII::ParseLine(u"G|x\tw\t\"\"\"a\\\\tb\"\"\"\ta+1", true);
+    EXPECT_EQ(first.context, CString(u"G|x"));
+    EXPECT_EQ(first.name, CString(u"w"));
+    EXPECT_EQ(first.value, QAnyValue(u"a\tb"));
+    EXPECT_EQ(first.formula.ToString(), "a+1");
+
+    const ImportLine shortLine = QImportFormatASCII::ParseLine(u"w", false);
+    EXPECT_EQ(shortLine.name, CString(u"w"));
+    EXPECT_EQ(shortLine.value.Type(), QAnyValue::TYPE_EMPTY);
+    EXPECT_TRUE(shortLine.context.IsEmpty());
+
+    const ImportLine rest = QImportFormatASCII::ParseLine(u"w\t1\t\tG|x\tmore", false);
+    EXPECT_EQ(rest.context, CString(u"G|x\tmore"));
+
+    CString message;
+    EXPECT_TRUE(
+        QImportFormatASCII::ParseLine(u"w\tsum(\t\t", false).value.IsErrorAndGetMessage(message));
+    // Nesting past the evaluator's limit is an error value, not a crash.
+    const std::string deep = std::string(5000, '(') + "1" + std::string(5000, ')');
+    EXPECT_TRUE(QImportFormatASCII::ParseLine(CString::FromUtf8("w\t" + deep + "\t\t"), false)
+                    .value.IsErrorAndGetMessage(message));
+}
+
+TEST(ContextMatchesTest, MatchesWholePartsWithoutCase) {
+    const struct {
+        const char16_t* line;
+        const char16_t* wanted;
+        bool matches;
+    } cases[] = {
+        {u"Page", u"Page", true},
+        {u"Page2", u"Page", false},
+        {u"Page|x", u"Page", true},
+        {u"page|x", u"PAGE", true},
+        {u"Pa", u"Page", false},
+        {u"anything", u"", true},
+        {u"", u"", true},
+        {u"Page", u"Page|x", false},
+        {u"Page|x|y", u"Page|x", true},
+        {u"Page|xy", u"Page|x", false},
+    };
+    for (const auto& c : cases)
+        EXPECT_EQ(QImportFormatLevelASCII::ContextMatches(c.line, c.wanted), c.matches)
+            << CString(c.line).ToUtf8() << " / " << CString(c.wanted).ToUtf8();
+}
+
+void AddLines(QImportLinePool& lines, std::initializer_list<const char16_t*> contexts) {
+    int n = 0;
+    for (const char16_t* context : contexts)
+        lines.Add({CString::Formatted(u"a%d", n++), QAnyValue(), FormulaText(), context});
+}
+
+std::string Names(const ImportLine& line) {
+    return line.name.ToUtf8() + "@" + line.context.ToUtf8() + " ";
+}
+
+std::string Names(const Lines& lines) {
+    std::string names;
+    for (const ImportLine& line : lines)
+        names += Names(line);
+    return names;
+}
+
+std::string Names(const QImportLinePool& lines) {
+    std::string names;
+    for (int position = lines.Head(); position >= 0; position = lines.Next(position))
+        names += Names(lines.At(position));
+    return names;
+}
+
+TEST(SortImportLinesTest, NewBlocksStartAtMinusOneAndRunWhileZero) {
+    QImportLinePool lines;
+    AddLines(lines, {u"7", u"-1", u"0", u"0|Sub", u"-1", u"0", u"5", u"0"});
+    FakeItem first(3);
+    Lines attributes;
+    QImportLinePool children;
+    QImportFormatLevelASCII::SortImportLines(lines, &first, attributes, children);
+    EXPECT_EQ(Names(attributes), "a1@ a2@ ");
+    EXPECT_EQ(Names(children), "a3@Sub ");
+    EXPECT_EQ(Names(lines), "a0@7 a4@-1 a5@0 a6@5 a7@0 ");
+
+    Lines secondAttributes;
+    QImportLinePool secondChildren;
+    QImportFormatLevelASCII::SortImportLines(lines, &first, secondAttributes, secondChildren);
+    EXPECT_EQ(Names(secondAttributes), "a4@ a5@ ") << "the block ends at the first line not 0";
+    EXPECT_EQ(Names(lines), "a0@7 a6@5 a7@0 ");
+}
+
+TEST(SortImportLinesTest, WithoutABlockEveryLineOfTheOwnContextIsTaken) {
+    QImportLinePool lines;
+    AddLines(lines, {u"7", u"5", u"7|Sub", u"70", u"7"});
+    FakeItem seven(7);
+    Lines attributes;
+    QImportLinePool children;
+    QImportFormatLevelASCII::SortImportLines(lines, &seven, attributes, children);
+    EXPECT_EQ(Names(attributes), "a0@ a4@ ");
+    EXPECT_EQ(Names(children), "a2@Sub ");
+    EXPECT_EQ(Names(lines), "a1@5 a3@70 ");
+
+    QImportLinePool groupLines;
+    AddLines(groupLines, {u"Group|A", u"group|a|1", u"Group|AB", u""});
+    FakeGroup group(u"A");
+    Lines groupAttributes;
+    QImportLinePool groupChildren;
+    QImportFormatLevelASCII::SortImportLines(groupLines, &group, groupAttributes, groupChildren);
+    EXPECT_EQ(Names(groupAttributes), "a0@ ");
+    EXPECT_EQ(Names(groupChildren), "a1@1 ");
+    EXPECT_EQ(Names(groupLines), "a2@Group|AB a3@ ");
+}
+
+using TabFileTest = ExchangeFileTest;
+
+// Asks the root level, once, for each probe what new child the file offers.
+class Prober : public QImportable {
+public:
+    struct Answer {
+        bool matches;
+        CString level;
+        CString identifier;
+    };
+    bool ImportAttributesAndChildren(QImportFormatLevel& level) override {
+        for (QNewLevelImportable* probe : probes) {
+            Answer answer{};
+            answer.matches =
+                level.MatchesRequiredImportable(probe, answer.level, answer.identifier);
+            answers.push_back(answer);
+        }
+        return true;
+    }
+    std::vector<QNewLevelImportable*> probes;
+    std::vector<Answer> answers;
+};
+
+class LowerGroup : public FakeGroup {
+public:
+    CString GetImportExportLevelName() const override { return u"group"; }
+};
+
+class NamedOnly : public FakeGroup {
+public:
+    int GetAsciiContextStyle() const override { return 1; }
+};
+
+TEST_F(TabFileTest, MatchesRequiredImportableNamesTheNewChild) {
+    FakeGroup group;
+    LowerGroup lower;
+    FakeItem item;
+    NamedOnly named;
+    Prober prober;
+    prober.probes = {&group, &lower, &item, &named};
+    Import(prober, "a\t1\t\tItem|4\nb\t1\t\tGroup|Wall|2\n");
+    ASSERT_EQ(prober.answers.size(), 4u);
+    EXPECT_TRUE(prober.answers[0].matches);
+    EXPECT_EQ(prober.answers[0].level, CString(u"Group"));
+    EXPECT_EQ(prober.answers[0].identifier, CString(u"Wall"));
+    EXPECT_FALSE(prober.answers[1].matches) << "level names are compared with case";
+    EXPECT_TRUE(prober.answers[2].matches);
+    EXPECT_EQ(prober.answers[2].identifier, CString(u"Item")) << "the first line's first part";
+    EXPECT_TRUE(prober.answers[3].matches);
+    EXPECT_TRUE(prober.answers[3].identifier.IsEmpty());
+
+    Prober empty;
+    empty.probes = {&group, &item};
+    Import(empty, "a\t1\t\t\n");
+    EXPECT_FALSE(empty.answers[0].matches);
+    EXPECT_FALSE(empty.answers[1].matches);
+}
+
+TEST_F(TabFileTest, RelativeIdentifiersMakeNewItemsInOrder) {
+    const std::string bytes = ReadFileBytes(ExchangeData("tree-relative-ids.tab"));
+    FakeTree tree;
+    EXPECT_TRUE(Import(tree, bytes));
+    ASSERT_EQ(tree.groups.size(), 2u);
+    const FakeGroup& base = *tree.groups[0];
+    ASSERT_EQ(base.items.size(), 2u);
+    EXPECT_EQ(base.items[0]->number, 1);
+    EXPECT_EQ(base.items[0]->label, CString(u"sink"));
+    EXPECT_EQ(base.items[0]->count, 2);
+    EXPECT_EQ(base.items[1]->number, 2);
+    EXPECT_EQ(base.items[1]->label, CString(u"=drawer"));
+}
+
+TEST_F(TabFileTest, TheContextSampleStopsAtOneHundredLines) {
+    std::string bytes;
+    for (int i = 0; i < QImportFormatASCII::c_contextSampleLines; ++i)
+        bytes += "shelves\t" + std::to_string(i) + "\t\tGroup|A\n";
+    for (int i = 0; i < 150; ++i)
+        bytes += "Group|B\tshelves\t3\t\n";
+    FakeTree tree;
+    Import(tree, bytes);
+    ASSERT_EQ(tree.groups.size(), 1u) << "the lines after the sample are read context last";
+    EXPECT_EQ(tree.groups[0]->shelves, 0) << "the first of two equal names is taken";
+    EXPECT_EQ(tree.bag.entries.size(), 150u);
+    EXPECT_EQ(tree.bag.entries[0].name, CString(u"Group|B"));
+}
+
+TEST_F(TabFileTest, HostileFilesEndInReportsNotCrashes) {
+    std::string binary;
+    binary.reserve(4096);
+    for (int i = 0; i < 4096; ++i)
+        binary += static_cast<char>((i * 7919) & 0xFF);
+    const std::string deepContext = "a\t1\t\t" + std::string(20000, 'x') + "|" + [] {
+        std::string parts;
+        for (int i = 0; i < 10000; ++i)
+            parts += "L|";
+        return parts;
+    }() + "\n";
+    const std::string longLine = "title\t\"\"\"" + std::string(2'000'000, 'y') + "\"\"\"\t\t\n";
+    for (const std::string* bytes : {static_cast<const std::string*>(&binary), &deepContext}) {
+        FakeGroup group(u"G");
+        EXPECT_FALSE(Import(group, *bytes));
+    }
+    FakeTree tree;
+    EXPECT_TRUE(Import(tree, longLine));
+    EXPECT_EQ(tree.title, CString(u"#ERR!")) << "a value too long to evaluate arrives as an error";
+}
+
+} // namespace
+} // namespace keel::test
