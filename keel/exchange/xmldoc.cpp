@@ -301,11 +301,20 @@ CString LibraryError(const xmlError* error) {
     return message;
 }
 
-// Parse-time refusals: the parser stops at the first entity declaration or reference.
+// What a parse met: the first error, and whether it stopped at an entity declaration or
+// reference.
 struct ParseGuard {
     bool refused = false;
     int line = 0;
+    CString firstError;
 };
+
+void RecordFirstError(void* context, xmlError* error) {
+    auto* parser = static_cast<xmlParserCtxt*>(context);
+    auto* guard = static_cast<ParseGuard*>(parser->_private);
+    if (error->level >= XML_ERR_ERROR && guard->firstError.IsEmpty())
+        guard->firstError = LibraryError(error);
+}
 
 void Refuse(void* context) {
     auto* parser = static_cast<xmlParserCtxt*>(context);
@@ -1099,6 +1108,7 @@ bool QXMLDoc::ParseUtf8(std::string_view text) {
     parser->sax->entityDecl = RefuseEntityDeclaration;
     parser->sax->unparsedEntityDecl = RefuseUnparsedEntityDeclaration;
     parser->sax->reference = RefuseReference;
+    parser->sax->serror = RecordFirstError;
     constexpr int options = XML_PARSE_NONET | XML_PARSE_NOBLANKS | XML_PARSE_NOERROR |
                             XML_PARSE_NOWARNING | XML_PARSE_IGNORE_ENC;
     DocPtr doc(xmlCtxtReadMemory(parser.get(), text.data(), static_cast<int>(text.size()), nullptr,
@@ -1108,7 +1118,8 @@ bool QXMLDoc::ParseUtf8(std::string_view text) {
         return false;
     }
     if (!doc || !parser->wellFormed || !xmlDocGetRootElement(doc.get())) {
-        m_parseError = LibraryError(xmlCtxtGetLastError(parser.get()));
+        m_parseError = guard.firstError.IsEmpty() ? LibraryError(xmlCtxtGetLastError(parser.get()))
+                                                  : guard.firstError;
         return false;
     }
     Replace(QSmartPtr<QXMLTree>(new QXMLTree(doc.release())));
