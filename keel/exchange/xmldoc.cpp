@@ -1098,6 +1098,10 @@ bool QXMLDoc::Parse(std::string_view bytes, bool isUtf8) {
 }
 
 bool QXMLDoc::ParseUtf8(std::string_view text) {
+    if (text.size() > INT_MAX) {
+        m_parseError = u"The text is too large to read as XML";
+        return false;
+    }
     const ParserContextPtr parser(xmlNewParserCtxt());
     if (!parser) {
         m_parseError = u"Out of memory";

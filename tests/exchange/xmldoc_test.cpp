@@ -95,6 +95,20 @@ TEST_F(XMLDocFiles, BytesAreReadInTheEncodingTheyDeclare) {
     EXPECT_EQ(U(m_doc.RootNode()->GetAttribute(u"a")), "\u00ff");
 }
 
+TEST_F(XMLDocFiles, AFileIsReadWholeFromItsStartOrNotAtAll) {
+    test::WriteText(m_root / "in.xml", "<r>\n<a>1</a>\n</r>\n");
+    CStdioFileEx file;
+    ASSERT_TRUE(file.Open(PathOf("in.xml"), CFile::modeRead | CFile::typeText));
+    CString line;
+    ASSERT_TRUE(file.ReadString(line));
+    ASSERT_TRUE(m_doc.FromFile(file));
+    EXPECT_EQ(U(m_doc.RootNode()->ToString()), "<r><a>1</a></r>");
+    file.Close();
+    EXPECT_FALSE(m_doc.FromFile(file));
+    EXPECT_FALSE(m_doc.RootNode());
+    EXPECT_FALSE(m_doc.GetParseError().IsEmpty());
+}
+
 TEST(XMLDoc, AStringIsTakenAsItsCharactersWhateverItsDeclarationSays) {
     QXMLDoc doc(CString(u"<?xml version='1.0' encoding='ISO-8859-1'?><r>\u00e9\u4e2d</r>"));
     ASSERT_TRUE(doc.RootNode());
@@ -255,6 +269,11 @@ TEST(XMLNode, ChildrenAreAddedFoundCountedAndRemoved) {
     EXPECT_FALSE(root->GetNode(u"missing"));
     EXPECT_FALSE(root->GetNodes(u"a[", nodes));
     EXPECT_FALSE(root->GetNodes(u"count(a)", nodes));
+    EXPECT_FALSE(root->GetNodes(u"namespace::*", nodes));
+    const QSmartPtr<QXMLNode> document = root->GetNode(u"/");
+    EXPECT_EQ(U(document->GetName()), "#document");
+    EXPECT_FALSE(document->AddNode(u"second"));
+    EXPECT_FALSE(root->RemoveNode(document));
     EXPECT_EQ(U(root->GetComment(1)), "c1");
     EXPECT_EQ(U(root->GetComment(2)), "c2");
     CString comment = u"stale";
@@ -334,8 +353,9 @@ TEST(XMLNode, AttributesAreAddedUpdatedReadAndRemoved) {
     EXPECT_TRUE(root->GetAttribute(u"missing").IsEmpty());
     EXPECT_EQ(U(root->ToString()), "<r xmlns:p=\"urn:p\" b=\"changed\" p:c=\"3\" "
                                    "a=\"&lt;&amp;&quot;'&gt;\" p:d=\"4\"/>");
-    for (const char16_t* name : {u"b", u"p:c", u"a", u"p:d"})
+    for (const char16_t* name : {u"b", u"p:c", u"a"})
         EXPECT_TRUE(root->RemoveAttribute(name));
+    EXPECT_TRUE(root->RemoveNode(u"@*", 0));
     EXPECT_FALSE(root->RemoveAttribute(u"a"));
     EXPECT_FALSE(root->HasAnyAttributes());
     EXPECT_FALSE(root->GetAttributes(attributes));
