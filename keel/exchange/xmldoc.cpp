@@ -293,9 +293,11 @@ CString LibraryError(const xmlError* error) {
     if (!error || !error->message)
         return u"The text is not XML";
     CString message = CString::FromUtf8(error->message).Trim();
-    // The library's own text names an option of its own.
+    // The library's texts for its limits speak of its options and buffers.
     if (message.Left(15) == u"Excessive depth")
         message = u"elements are nested too deeply";
+    else if (message == u"internal error: Huge input lookup")
+        message = u"a text is too long";
     if (error->line > 0)
         message = CString::Formatted(u"Line %d: %s", error->line, message);
     return message;

@@ -135,6 +135,8 @@ TEST(XMLDoc, HostileOrBrokenInputLeavesAnEmptyDocumentAndSaysWhy) {
         {Nested(10000), "Line 1: elements are nested too deeply"},
         {"\n" + WithAttributes(QXMLDoc::c_maxAttributesPerElement + 1),
          "Line 2: an element has more than 2048 attributes"},
+        {"<r>" + std::string(10000001, 'x') + "</r>", "Line 1: a text is too long"},
+        {"<r a='" + std::string(10000001, 'x') + "'/>", "Line 1: AttValue length too long"},
         {"", "Line 1: Document is empty"},
         {"<r><a></r>", "Line 1: Opening and ending tag mismatch: a line 1 and r"},
         {"<r>", "Line 1: Premature end of data in tag r line 1"},
