@@ -46,7 +46,8 @@ public:
     QSmartPtr<QXMLNode> AddNode(const CString& name, const CString& text);
     // Removes a child of this node.
     bool RemoveNode(const QSmartPtr<QXMLNode>& node);
-    // Removes the node at `index` (from 0) of those that the path selects.
+    // Removes the node at `index` (from 0) of those that the path selects; it must lie under
+    // this node.
     bool RemoveNode(const CString& path, long index);
     // All child nodes, of every kind, in order; false when there are none.
     bool GetAllNodes(QArray<QSmartPtr<QXMLNode>>& nodes) const;
