@@ -5,6 +5,9 @@ pkg_check_modules(PCRE2 REQUIRED IMPORTED_TARGET libpcre2-16)
 pkg_check_modules(GLIB REQUIRED IMPORTED_TARGET glib-2.0)
 # Shipped tables may live in one zip archive instead of loose files.
 pkg_check_modules(LIBZIP REQUIRED IMPORTED_TARGET libzip)
+# XML documents: parsing, XPath selection, and the identity transform that indents them.
+pkg_check_modules(LIBXML2 REQUIRED IMPORTED_TARGET libxml-2.0)
+pkg_check_modules(LIBXSLT REQUIRED IMPORTED_TARGET libxslt)
 # Line editing, history and completion for `keel repl`; the program alone links it.
 pkg_check_modules(LIBEDIT REQUIRED IMPORTED_TARGET libedit)
 
