@@ -2,11 +2,25 @@
 
 #include "keel/exchange/exportflags.h"
 #include "keel/exchange/odbcfixup.h"
+#include "keel/formula/evaluator.h"
 #include "keel/platform/stdiofileex.h"
 #include "keel/platform/uiservices.h"
 #include "keel/platform/wchar.h"
+#include "keel/values/angle.h"
+#include "keel/values/area.h"
+#include "keel/values/datetime.h"
+#include "keel/values/length.h"
+#include "keel/values/money.h"
+#include "keel/values/ratevalue.h"
+#include "keel/values/time.h"
+#include "keel/values/volume.h"
 
 #include <algorithm>
+#include <charconv>
+#include <climits>
+#include <cmath>
+#include <map>
+#include <memory>
 #include <vector>
 
 namespace keel {
@@ -43,14 +57,133 @@ CString JoinContext(const CString& first, const CString& second) {
     return first + u"|" + second;
 }
 
+// The shortest decimal text that reads back as exactly this double; no exponent, which formulas
+// do not read.
+CString ExactDecimal(double number) {
+    char buffer[400];
+    const auto [end, error] =
+        std::to_chars(buffer, buffer + sizeof buffer, number, std::chars_format::fixed);
+    return error == std::errc() ? CString::FromUtf8(std::string_view(buffer, end - buffer))
+                                : CString();
+}
+
+// A whole amount of a 32-bit raw unit. The smallest one has no positive counterpart to negate,
+// so it is written as a difference.
+CString WholeAmount(std::int32_t raw, const char16_t* unit) {
+    if (raw == INT32_MIN)
+        return CString::Formatted(u"(-2147483647%s - 1%s)", unit, unit);
+    return CString::Formatted(u"%d%s", raw, unit);
+}
+
+CString MoneyText(std::int32_t cents) {
+    if (cents == INT32_MIN)
+        return u"(-$21474836.47 - $0.01)";
+    const long long magnitude = std::llabs(static_cast<long long>(cents));
+    return CString::Formatted(u"%s$%lld.%02lld", cents < 0 ? u"-" : u"", magnitude / 100,
+                              magnitude % 100);
+}
+
+// The colours that formulas know by name, from the names themselves.
+const std::map<std::uint32_t, CString>& NamedColours() {
+    static const std::map<std::uint32_t, CString> colours = [] {
+        static constexpr const char16_t* names[] = {
+            u"black",    u"darkred",  u"darkgreen", u"darkyellow", u"darkblue", u"darkmagenta",
+            u"darkcyan", u"darkgray", u"lightgray", u"red",        u"green",    u"yellow",
+            u"blue",     u"magenta",  u"cyan",      u"white"};
+        std::map<std::uint32_t, CString> byColour;
+        for (const char16_t* name : names) {
+            QAnyValue colour;
+            const std::unique_ptr<QEvaluator> evaluator(
+                QEvaluator::New(colour, FormulaText(name), nullptr, false, false, false));
+            if (evaluator->Evaluate() && colour.IsColor())
+                byColour.emplace(static_cast<std::uint32_t>(colour.MakeColor()), name);
+        }
+        return byColour;
+    }();
+    return colours;
+}
+
+// A rate reads back from its halves divided, when they are amounts of two units that do not
+// divide into a plain quantity.
+bool ReadsBackAsRate(const QAnyValue& num, const QAnyValue& den) {
+    return num.IsNumericWithUnits() && !num.IsRate() && den.IsNumericWithUnits() && !den.IsRate() &&
+           !den.IsZero() && !QAnyValue::CanDiv(num, den);
+}
+
 } // namespace
+
+CString ValueFormulaKeepingType(const QAnyValue& value) {
+    QAnyValue copy(value);
+    switch (value.Type()) {
+    case QAnyValue::TYPE_BOOL:
+        return copy.MakeBool() ? u"true" : u"false";
+    case QAnyValue::TYPE_INT:
+        return WholeAmount(copy.MakeInt(), u"");
+    case QAnyValue::TYPE_DOUBLE: {
+        const double number = copy.MakeDouble();
+        if (!std::isfinite(number))
+            break;
+        CString text = ExactDecimal(number);
+        // A number without a decimal point would come back a whole number.
+        return text.Find(u'.') < 0 ? text + u".0" : text;
+    }
+    case QAnyValue::TYPE_MONEY:
+        return MoneyText(copy.MakeMoney().GetRaw());
+    case QAnyValue::TYPE_TIME:
+        return WholeAmount(copy.MakeTime().GetRaw(), u" sec");
+    case QAnyValue::TYPE_LENGTH:
+    case QAnyValue::TYPE_AREA:
+    case QAnyValue::TYPE_VOLUME:
+    case QAnyValue::TYPE_ANGLE: {
+        const double raw = value.IsLength()   ? copy.MakeLength().GetRaw()
+                           : value.IsArea()   ? copy.MakeArea().GetRaw()
+                           : value.IsVolume() ? copy.MakeVolume().GetRaw()
+                                              : copy.MakeAngle().GetRaw();
+        if (!std::isfinite(raw))
+            break;
+        const char16_t* unit = value.IsLength()   ? u" mm"
+                               : value.IsArea()   ? u" sqm"
+                               : value.IsVolume() ? u" cbm"
+                                                  : u" deg";
+        return ExactDecimal(raw) + unit;
+    }
+    case QAnyValue::TYPE_RATE: {
+        const QRateValue& rate = copy.MakeRate();
+        if (!ReadsBackAsRate(rate.Num(), rate.Den()))
+            break;
+        return ValueFormulaKeepingType(rate.Num()) + u" / " + ValueFormulaKeepingType(rate.Den());
+    }
+    case QAnyValue::TYPE_COLOR: {
+        const auto named = NamedColours().find(static_cast<std::uint32_t>(copy.MakeColor()));
+        if (named != NamedColours().end())
+            return named->second;
+        break;
+    }
+    case QAnyValue::TYPE_DATETIME: {
+        const QDateTime date = copy.MakeDateTime();
+        if (date.IsValid())
+            return u"\"" + date.Format(u"%Y-%m-%d %H:%M:%S") + u"\"";
+        break;
+    }
+    case QAnyValue::TYPE_ARRAY: {
+        CString text = u"[";
+        const QArray<QAnyValue>& elements = copy.MakeArray();
+        for (int i = 0; i < elements.GetCount(); ++i)
+            text += (i == 0 ? u"" : u", ") + ValueFormulaKeepingType(elements[i]);
+        return text + u"]";
+    }
+    default:
+        break;
+    }
+    return value.AsFormula().ToString();
+}
 
 CString QExport_NameValueFormulaString(const CString& name, const QAnyValue& value,
                                        FormulaText formula, bool shortened) {
     const bool hasFormula = !formula.IsEmpty();
     CString valueText;
     if (!hasFormula || QExport::IsFlagSet(6))
-        valueText = ODBCFixup(value.AsFormula().ToString());
+        valueText = ODBCFixup(ValueFormulaKeepingType(value));
     CString formulaText = ODBCFixup(formula.ToString());
     CString nameText = ODBCFixup(name);
     if (shortened) {

@@ -7,6 +7,14 @@
 
 namespace keel {
 
+// The formula text of a value that a .tab reader evaluates back to the same type and the same
+// raw value: booleans as true and false, numbers with every digit and a decimal point, amounts of
+// units in their raw unit (mm, sqm, cbm, deg, sec, dollars and cents), rates as one amount over
+// another, colours by their name, arrays element by element. A date is a quoted text that a date
+// reads back from in any locale, since no formula gives a date; a colour without a name, a
+// number that is not finite and anything else is AsFormula.
+CString ValueFormulaKeepingType(const QAnyValue& value);
+
 // Name, value and formula as the three tab-separated columns of a .tab line. The value column
 // is empty for an attribute with a formula unless export flag 6 is set. `shortened` cuts each
 // part longer than 254 characters to 251 and "..." (keeping a closing quote), for display.

@@ -117,7 +117,7 @@ TEST(ExportLevelTest, MinimalDropsOnlyIdenticalDefaultsWithoutFormulaOutsideArra
         {"other than default", QExportAttribute(u"a", QAnyValue(3), QAnyValue(2)), -1,
          u"a\t3\t\t\n"},
         {"same number, other type", QExportAttribute(u"a", QAnyValue(2.0), QAnyValue(2)), -1,
-         u"a\t2\t\t\n"},
+         u"a\t2.0\t\t\n"},
         {"no default", QExportAttribute(u"a", QAnyValue(2)), -1, u"a\t2\t\t\n"},
         {"formula equal to default", QExportAttribute(u"a", QAnyValue(2), formula, QAnyValue(2)),
          -1, u"a\t\t2\t\n"},
