@@ -3,6 +3,10 @@
 #include "keel/document/appservices.h"
 #include "keel/document/errorlog.h"
 #include "keel/document/translate.h"
+#include "keel/exchange/exportattribute.h"
+#include "keel/exchange/exportflags.h"
+#include "keel/exchange/exportformatlevel.h"
+#include "keel/exchange/importformatlevel.h"
 #include "keel/formula/formulacontext.h"
 #include "keel/formula/tokeniser.h"
 #include "keel/platform/regex.h"
@@ -30,6 +34,24 @@ constexpr std::uint8_t c_archiveEdited = 8;
 
 bool StartsAsFormula(const CString& text) {
     return !text.IsEmpty() && (text[0] == u':' || text[0] == u'=');
+}
+
+bool IsQuoteOrBlank(char16_t ch) {
+    return ch == u'"' || ch == u' ' || ch == u'\t';
+}
+
+// A string value that, without the double quotes and blanks around it, is the deletion marker.
+bool IsDeleteMarkerValue(const QAnyValue& value) {
+    if (!value.IsString())
+        return false;
+    const CString text = QAnyValue(value).MakeCString();
+    int first = 0;
+    int end = text.GetLength();
+    while (first < end && IsQuoteOrBlank(text[first]))
+        ++first;
+    while (end > first && IsQuoteOrBlank(text[end - 1]))
+        --end;
+    return text.Mid(first, end - first).CompareNoCase(c_DeleteMeMarker) == 0;
 }
 
 } // namespace
@@ -583,7 +605,7 @@ void QProperties::DeleteLibraryProperties(bool includeEdited) {
 namespace {
 
 bool IsDeleteMarker(FormulaText formula) {
-    return !formula.IsEmpty() && formula.ToString().CompareNoCase(c_deleteMeMarker) == 0;
+    return !formula.IsEmpty() && formula.ToString().CompareNoCase(c_DeleteMeMarker) == 0;
 }
 
 // Whether two answers differ in what a person would see: their formula texts (with case), or,
@@ -806,6 +828,35 @@ bool QProperties::IsForCatalogue(const QProp& prop,
     if (controllingQuestion && !hasController)
         return hasFormula;
     return !(c_bCatalogCleanupFormulas && hasFormula);
+}
+
+// --- Export and import ------------------------------------------------------------------------
+
+bool QProperties::AddAttributesAndChildrenToExport(QExportFormatLevel& level) const {
+    return ForEachPropertyDo(
+        [&level](PropId key, const QAnyValue& value, FormulaText formula) {
+            return level.AddExportableAttribute(
+                QVariableTypeExportAttribute(key.ToString(), value, formula));
+        },
+        true, QExport::IsFlagSet(6));
+}
+
+bool QProperties::ImportAttributesAndChildren(QImportFormatLevel& level) {
+    if (c_pImportingProperties != nullptr)
+        return false;
+    c_pImportingProperties = this;
+    struct EndOfImport {
+        ~EndOfImport() { c_pImportingProperties = nullptr; }
+    } endOfImport;
+    return level.ImportUnmatchedAttributes(
+        [](const CString& name, const QAnyValue& value, FormulaText formula) {
+            const PropId key(name);
+            if (IsDeleteMarkerValue(value))
+                c_pImportingProperties->RemoveProperty(key);
+            else
+                c_pImportingProperties->SetPropertyValueWithFormula(key, value, formula);
+            return true;
+        });
 }
 
 // --- Walking, comparing, hashing --------------------------------------------------------------

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "keel/exchange/importexport.h"
 #include "keel/formula/state.h"
 #include "keel/formula/withformula.h"
 #include "keel/platform/archive.h"
@@ -16,9 +17,6 @@
 namespace keel {
 
 class QFormulaContext;
-
-// The text that, as a formula, marks an answer for deletion when bags are merged or imported.
-inline constexpr char16_t c_deleteMeMarker[] = u":DeleteMe:";
 
 // A string answer written before schema 109 held its formula as text after a leading ":" or
 // "=": the rest goes through the token stream and comes back as the text the tokens span, with
@@ -132,8 +130,9 @@ enum QMergeResolutionStrategy {
 };
 
 // The answers of a formula context, in insertion order, found by key through a hash map that is
-// rebuilt lazily after a removal.
-class QProperties {
+// rebuilt lazily after a removal. They are written into the level of their owner, one attribute
+// an answer.
+class QProperties : public QImportableExportable {
 public:
     // Called with each answer; the results of a walk are combined with AND.
     using PropertyCallback =
@@ -151,7 +150,7 @@ public:
     // Deep copies between the parent context's change notices; the copies live under this
     // bag's context.
     QProperties& operator=(const QProperties& other);
-    virtual ~QProperties() = default;
+    ~QProperties() override = default;
 
     QFormulaContext* ParentContext() const { return m_pParentContext; }
     QPropertyComparator* PropertyComparator() const { return m_pPropertyComparator; }
@@ -266,6 +265,16 @@ public:
     // that differ from it are written. Loading replaces the answers and then relinks them all.
     void Serialize(CArchive& archive);
 
+    // One attribute of its own type an answer, with its formula, in alphabetical order of the
+    // keys; with export flag 6 the values are brought up to date first. True when every answer
+    // was taken.
+    bool AddAttributesAndChildrenToExport(QExportFormatLevel& level) const override;
+    // Takes every attribute of the level that nobody took: a string value of ":DeleteMe:"
+    // (quotes and blanks around it and case do not count) removes the answer of that name, any
+    // other value sets it with its formula. An import into a bag that starts while another is
+    // under way takes nothing and fails.
+    bool ImportAttributesAndChildren(QImportFormatLevel& level) override;
+
     // The options of the catalogue clean-up, from section "Options": the expressions of
     // "CatalogCleanupProtectKeys" and "CatalogCleanupTargetFormulas", separated by semicolons,
     // and the flag "CatalogCleanupFormulas". The first clean-up of the process reads them.
@@ -305,6 +314,8 @@ private:
     mutable QPropertyComparator* m_pPropertyComparator = nullptr;
 
     static inline bool c_bCatalogCleanupOptionsRead = false;
+    // The bag that an import is filling, while it does.
+    static inline QProperties* c_pImportingProperties = nullptr;
 };
 
 } // namespace keel
