@@ -1,3 +1,4 @@
+#include "tests/support/answerdocument.h"
 #include "tests/support/archivebytes.h"
 #include "tests/support/uihosts.h"
 
@@ -23,6 +24,7 @@
 namespace keel {
 namespace {
 
+using test::AnswerDocument;
 using test::Bytes;
 using test::Concat;
 using test::Loading;
@@ -73,23 +75,6 @@ private:
 };
 
 const Notices c_oneChange = {"pre", "changed"};
-
-// The top-level context of an application, with the two helpers that the application writes.
-class AnswerDocument : public QTopLevelFormulaContext {
-public:
-    CString SimpleTypeName() const override { return u"Document"; }
-    QProperties* Properties() const override { return &m_answers; }
-    void ProcessPreChangeFromChildHelper() override { ++m_preChanges; }
-    void ProcessChangedFromChildHelper() override { ++m_changes; }
-
-    QProperties& Answers() { return m_answers; }
-
-    int m_preChanges = 0;
-    int m_changes = 0;
-
-private:
-    mutable QProperties m_answers{this};
-};
 
 // Merge services that write down the progress display and say what they are told to.
 class RecordingMergeServices : public QAppServices {
