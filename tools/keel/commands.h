@@ -17,6 +17,8 @@ namespace keel::tool {
 int RunComplete(std::span<const std::string_view> args);
 int RunDemo(std::span<const std::string_view> args);
 int RunEval(std::span<const std::string_view> args);
+// `keel export FILE`: the root's answers, from --set and --import, into a .tab or .xml file.
+int RunExport(std::span<const std::string_view> args);
 // `keel help functions`: every built-in function with its argument words and counts.
 int RunHelpFunctions(std::span<const std::string_view> args);
 int RunOptions(std::span<const std::string_view> args);
@@ -39,8 +41,11 @@ int InternWordsFile(std::string_view path);
 struct EvalOptions {
     bool json = false;
     bool action = false;
-    // Every formula runs in this one root, which holds the properties given with --set.
+    // Every formula runs in this one root, which holds the properties given with --set and
+    // --import.
     QSmartPtr<QRootContext> root;
+    // An --import ended with errors; what it could read is in the root all the same.
+    bool importFailed = false;
 };
 
 // Loads the stored options (the default units among them) and lets the values run formulas
@@ -51,6 +56,14 @@ void PrepareEvaluation();
 // Returns 0, or the exit status of bad usage after saying what is wrong of `command`.
 int ParseEvalOptions(std::string_view command, std::span<const std::string_view> args,
                      EvalOptions& options, std::vector<std::string_view>& formulas);
+// Reads the answers of an export file into the options' root, merged over what is there. A FILE
+// that is no text file that can be read is refused with the reason on stderr, and false returned.
+// What the import itself reports waits in the error log; an import that ends with errors, or
+// whose answers hold values that do not evaluate or formulas that do not parse, sets
+// `importFailed`.
+bool ImportAnswersFile(std::string_view command, std::string_view path, EvalOptions& options);
+// The formula's syntax, checked with evaluation off; gives the evaluator's message.
+bool FormulaParses(FormulaText formula, QFormulaContext* context, CString& message);
 // Evaluates a formula in `context` (which may be null) into `result`. The failure's message is
 // composed, as with reports on, but neither shown nor logged: it comes back in `message`. True
 // when the formula evaluated.

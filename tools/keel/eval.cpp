@@ -22,7 +22,7 @@ namespace {
 constexpr std::string_view c_evalUsage =
     "usage: keel eval [--json] [--action] [--length-units N] [--area-units N] "
     "[--volume-units N] [--angle-units N] [--inch-fraction N] [--table-dir DIR] "
-    "[--set NAME=FORMULA]... [--] FORMULA...";
+    "[--set NAME=FORMULA]... [--import FILE]... [--] FORMULA...";
 
 // Formula text typed by a person is interned as spelled, so that "a" is not shown as the "A"
 // that another formula interned before it.
@@ -133,17 +133,6 @@ bool ReadsAsProperty(const CString& name) {
            value.MakeCString() == marker;
 }
 
-// The formula's syntax, checked with evaluation off; gives the evaluator's message.
-bool FormulaParses(std::string_view formula, QFormulaContext* context, CString& message) {
-    QAnyValue scratch;
-    const std::unique_ptr<QEvaluator> evaluator(
-        QEvaluator::New(scratch, PersonsFormula(formula), context, false, true, false));
-    SetNoEvalReportErrors(true);
-    const bool ok = evaluator->EvaluateNoEval();
-    message = evaluator->Message();
-    return ok;
-}
-
 // Stores a property with the formula of NAME=FORMULA on the root context. A formula that does
 // not parse is refused here, where it is given, rather than when something reads it.
 std::string ApplySet(std::string_view setting, EvalOptions& options) {
@@ -165,7 +154,7 @@ std::string ApplySet(std::string_view setting, EvalOptions& options) {
                "' is a keyword, a named constant or a function, which no formula reads as a "
                "property";
     CString message;
-    if (!FormulaParses(formula, options.root, message))
+    if (!FormulaParses(PersonsFormula(formula), options.root, message))
         return "--set cannot store the formula of " + std::string(name) + ": " + message.ToUtf8();
     options.root->SetPropertyFormula(PropId(spelled), PersonsFormula(formula));
     return {};
@@ -173,7 +162,7 @@ std::string ApplySet(std::string_view setting, EvalOptions& options) {
 
 bool TakesValue(std::string_view option) {
     return FindUnitOption(option) || option == "--inch-fraction" || option == "--table-dir" ||
-           option == "--set";
+           option == "--set" || option == "--import";
 }
 
 std::string ApplyOptionWithValue(std::string_view option, std::string_view value,
@@ -224,6 +213,11 @@ int ParseEvalOptions(std::string_view command, std::span<const std::string_view>
         } else if (TakesValue(arg)) {
             if (i + 1 == args.size())
                 return UsageError(command, std::string(arg) + " needs a value");
+            if (arg == "--import") {
+                if (!ImportAnswersFile(command, args[++i], options))
+                    return 1;
+                continue;
+            }
             const std::string wrong = ApplyOptionWithValue(arg, args[++i], options);
             if (!wrong.empty())
                 return UsageError(command, wrong);
@@ -232,6 +226,16 @@ int ParseEvalOptions(std::string_view command, std::span<const std::string_view>
         }
     }
     return 0;
+}
+
+bool FormulaParses(FormulaText formula, QFormulaContext* context, CString& message) {
+    QAnyValue scratch;
+    const std::unique_ptr<QEvaluator> evaluator(
+        QEvaluator::New(scratch, formula, context, false, true, false));
+    SetNoEvalReportErrors(true);
+    const bool ok = evaluator->EvaluateNoEval();
+    message = evaluator->Message();
+    return ok;
 }
 
 bool EvaluateQuietly(std::string_view formula, QFormulaContext* context, bool action,
@@ -279,7 +283,7 @@ int RunEval(std::span<const std::string_view> args) {
     bool allOk = true;
     for (const std::string_view formula : formulas)
         allOk = EvaluateAndPrint(formula, options) && allOk;
-    return allOk ? 0 : 1;
+    return allOk && !options.importFailed ? 0 : 1;
 }
 
 } // namespace keel::tool

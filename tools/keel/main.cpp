@@ -49,12 +49,25 @@ Commands:
     --set NAME=FORMULA          store a property with that formula on the root
                                 context the formulas run in (in order, before
                                 they run); properties may refer to each other
+    --import FILE               read the properties of an export file (.tab or .xml)
+                                into the root context, in order with --set; what
+                                the file holds beside them, values that do not
+                                evaluate and formulas that do not parse are
+                                reported and give exit 1, a file that cannot be
+                                read or is not text stops the command (exit 1)
   repl [OPTIONS]                the same, a line at a time, with history and Tab
                                 completion of names; reads plain lines from a pipe
   run FILE [OPTIONS]            evaluate the formula file FILE (UTF-8, a byte order
                                 mark skipped), a block of statements, with the options
                                 of eval, and print its line as eval does; exit 1 when
                                 FILE holds a NUL byte, 2 when it cannot be read
+  export FILE [OPTIONS] [--minimal]
+                                write the root context's properties, given with
+                                --set and --import (the options of eval), to FILE:
+                                .tab or .xml by its extension; the root is the level
+                                "Root", whose properties are .tab lines without a
+                                context and elements of the XML root element; exit 1
+                                when the file cannot be written
   table show FILE               print a lookup table: its comment, counts, headings with
                                 their types, and every row
   table check FILE              read the whole table; every message of the reader is
@@ -118,6 +131,8 @@ int Dispatch(std::string_view command, std::span<const std::string_view> rest) {
         return RunDemo(rest);
     if (command == "eval")
         return RunEval(rest);
+    if (command == "export")
+        return RunExport(rest);
     if (command == "repl")
         return RunRepl(rest);
     if (command == "run")

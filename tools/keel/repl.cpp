@@ -108,7 +108,7 @@ int RunRepl(std::span<const std::string_view> args) {
     if (!formulas.empty())
         return UsageError("repl", "takes the options of eval and no FORMULA");
     const bool allOk = isatty(STDIN_FILENO) ? RunInteractive(options) : RunFromStream(options);
-    return allOk ? 0 : 1;
+    return allOk && !options.importFailed ? 0 : 1;
 }
 
 } // namespace keel::tool

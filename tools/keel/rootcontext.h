@@ -1,5 +1,6 @@
 #pragma once
 
+#include "keel/exchange/importexport.h"
 #include "keel/formula/toplevelcontext.h"
 #include "keel/platform/cstring.h"
 #include "keel/questions/properties.h"
@@ -7,8 +8,10 @@
 namespace keel::tool {
 
 // The root of the program's one tree of contexts: the formulas of a command run in it, and the
-// properties given with --set live on it.
-class QRootContext : public QTopLevelFormulaContext {
+// properties given with --set or read with --import live on it. In an export file it is the
+// level "Root": its answers are the lines without a context of a .tab file, and the child
+// elements of the root element of an XML file.
+class QRootContext : public QTopLevelFormulaContext, public QNewLevelImportableExportable {
 public:
     QRootContext();
     ~QRootContext() override;
@@ -22,6 +25,14 @@ public:
     // The program keeps no undo and has no screen to refresh: a change needs nothing from it.
     void ProcessPreChangeFromChildHelper() override {}
     void ProcessChangedFromChildHelper() override {}
+
+    CString GetImportExportLevelName() const override;
+    // The root adds nothing to a line's context, and writes each answer as an element.
+    int GetAsciiContextStyle() const override { return 0; }
+    int GetXMLAttributeStyle() const override { return 1; }
+    bool AddAttributesAndChildrenToExport(QExportFormatLevel& level) const override;
+    // The answers are read with one recalculation at the end.
+    bool ImportAttributesAndChildren(QImportFormatLevel& level) override;
 
 private:
     // Properties() hands the bag out from a const context.
