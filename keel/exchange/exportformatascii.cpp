@@ -21,6 +21,7 @@
 #include <cmath>
 #include <map>
 #include <memory>
+#include <utility>
 #include <vector>
 
 namespace keel {
@@ -83,6 +84,20 @@ CString MoneyText(std::int32_t cents) {
                               magnitude % 100);
 }
 
+// The stored amount of a length, area, volume or angle, and the word of the unit it is kept in.
+std::pair<double, const char16_t*> RawAmount(QAnyValue& value) {
+    switch (value.Type()) {
+    case QAnyValue::TYPE_LENGTH:
+        return {value.MakeLength().GetRaw(), u" mm"};
+    case QAnyValue::TYPE_AREA:
+        return {value.MakeArea().GetRaw(), u" sqm"};
+    case QAnyValue::TYPE_VOLUME:
+        return {value.MakeVolume().GetRaw(), u" cbm"};
+    default:
+        return {value.MakeAngle().GetRaw(), u" deg"};
+    }
+}
+
 // The colours that formulas know by name, from the names themselves.
 const std::map<std::uint32_t, CString>& NamedColours() {
     static const std::map<std::uint32_t, CString> colours = [] {
@@ -135,17 +150,10 @@ CString ValueFormulaKeepingType(const QAnyValue& value) {
     case QAnyValue::TYPE_AREA:
     case QAnyValue::TYPE_VOLUME:
     case QAnyValue::TYPE_ANGLE: {
-        const double raw = value.IsLength()   ? copy.MakeLength().GetRaw()
-                           : value.IsArea()   ? copy.MakeArea().GetRaw()
-                           : value.IsVolume() ? copy.MakeVolume().GetRaw()
-                                              : copy.MakeAngle().GetRaw();
-        if (!std::isfinite(raw))
-            break;
-        const char16_t* unit = value.IsLength()   ? u" mm"
-                               : value.IsArea()   ? u" sqm"
-                               : value.IsVolume() ? u" cbm"
-                                                  : u" deg";
-        return ExactDecimal(raw) + unit;
+        const auto [raw, unit] = RawAmount(copy);
+        if (std::isfinite(raw))
+            return ExactDecimal(raw) + unit;
+        break;
     }
     case QAnyValue::TYPE_RATE: {
         const QRateValue& rate = copy.MakeRate();
