@@ -161,21 +161,6 @@ TEST(TabValueText, EveryTypeIsWrittenAsATextThatReadsBackExactly) {
     }
 }
 
-// No formula gives a date or a colour without a name: a date is written as the text a date
-// reads back from in any locale, a colour as the whole number of its packed value.
-TEST(TabValueText, DatesAndUnnamedColoursKeepTheirContentButNotTheirType) {
-    const QAnyValue date(QDateTime(2024, 3, 1, 12, 34, 56));
-    EXPECT_EQ(ValueFormulaKeepingType(date).ToUtf8(), "\"2024-03-01 12:34:56\"");
-    QAnyValue dateBack = Evaluated(ValueFormulaKeepingType(date));
-    ASSERT_TRUE(dateBack.IsString());
-    EXPECT_EQ(dateBack.MakeDateTime(), QDateTime(2024, 3, 1, 12, 34, 56));
-
-    const QAnyValue colour = Colour(0x030201);
-    QAnyValue colourBack = Evaluated(ValueFormulaKeepingType(colour));
-    ASSERT_TRUE(colourBack.IsInt()) << Describe(colourBack);
-    EXPECT_EQ(colourBack.MakeColor(), 0x030201u);
-}
-
 // --- Round trips of answers ---------------------------------------------------------------------
 
 struct Answer {
@@ -320,6 +305,38 @@ TEST_F(AnswersExchangeTest, ATabFileHoldsOneSortedLineAnAnswer) {
         document.Answers().ExportData(PathOf("plain.tab"), false, false, nullptr);
         WriteFileBytes(ExchangeData("answers.tab"), ReadFileBytes(Path("plain.tab")));
     }
+}
+
+// No formula gives a date or a colour without a name: a date is written as the text that a date
+// reads back from in any locale, and arrives as that string; a colour arrives as the whole number
+// of its packed value.
+TEST_F(AnswersExchangeTest, ATabFileKeepsTheContentOfDatesAndUnnamedColoursButNotTheirType) {
+    const QDateTime afternoon(2024, 3, 1, 12, 34, 56);
+    const QDateTime midnight(1899, 12, 30);
+    AnswerDocument from;
+    Fill(from.Answers(), {{"afternoon", QAnyValue(afternoon), nullptr},
+                          {"midnight", QAnyValue(midnight), nullptr},
+                          {"colour", Colour(0x030201), nullptr}});
+    AnswerDocument to;
+    const std::string bytes = RoundTrip(from, to, c_formats[0], false, "dates");
+    EXPECT_NE(bytes.find("afternoon\t\"\"\"2024-03-01 12:34:56\"\"\""), std::string::npos) << bytes;
+    const struct {
+        const char* key;
+        QDateTime date;
+    } dates[] = {{"afternoon", afternoon}, {"midnight", midnight}};
+    for (const auto& d : dates) {
+        QAnyValue back;
+        FormulaText formula;
+        to.Answers().GetPropertyValueWithFormulaWithNoEnsureUpToDate(PropId(d.key), back, formula);
+        ASSERT_TRUE(back.IsString()) << d.key << ": " << Describe(back);
+        EXPECT_EQ(back.MakeDateTime(), d.date) << d.key;
+    }
+    QAnyValue colour;
+    FormulaText formula;
+    to.Answers().GetPropertyValueWithFormulaWithNoEnsureUpToDate(PropId(u"colour"), colour,
+                                                                 formula);
+    ASSERT_TRUE(colour.IsInt()) << Describe(colour);
+    EXPECT_EQ(colour.MakeColor(), 0x030201u);
 }
 
 // A string value that is the deletion marker, with or without quotes and blanks around it and
