@@ -1,6 +1,7 @@
 #include "keel/exchange/importformatascii.h"
 
 #include "keel/exchange/odbcfixup.h"
+#include "keel/formula/evaluatingdata.h"
 #include "keel/formula/evaluator.h"
 #include "keel/platform/stdiofileex.h"
 #include "keel/platform/uiservices.h"
@@ -34,6 +35,7 @@ std::array<CString, 4> SplitFields(const CString& text) {
 }
 
 QAnyValue EvaluateValueText(const CString& text) {
+    const QEvaluatingData evaluatingData;
     QAnyValue result;
     std::unique_ptr<QEvaluator> evaluator(
         QEvaluator::New(result, FormulaText(text), nullptr, false, false, false));

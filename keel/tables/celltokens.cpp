@@ -1,5 +1,6 @@
 #include "keel/tables/celltokens.h"
 
+#include "keel/formula/evaluatingdata.h"
 #include "keel/formula/stringtovalue.h"
 #include "keel/platform/exceptions.h"
 #include "keel/tables/lookuptable.h"
@@ -28,6 +29,7 @@ bool ReadTokenText(const CString& token, QAnyValue& value, bool quiet) {
     const CString text = IsEnclosedByQuotes(token) ? UndoDoubleQuotesAndEnclose(token) : token;
     if (!text.IsEmpty())
         InternAsSpelled(text);
+    const QEvaluatingData evaluatingData;
     return StringToValue(value, text, nullptr, quiet, nullptr);
 }
 
