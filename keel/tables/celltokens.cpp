@@ -18,17 +18,10 @@ namespace {
 
 using TYPE = QAnyValue::TYPE;
 
-// Interned formula texts fold case, so the text of a file is interned with its own spelling: a
-// string "a" must not come back as the "A" of another table read before.
-void InternAsSpelled(const CString& text) {
-    if (FormulaText(text).ToString() != FormulaCanonicalForm(text))
-        FormulaText(text, false, true);
-}
-
 bool ReadTokenText(const CString& token, QAnyValue& value, bool quiet) {
     const CString text = IsEnclosedByQuotes(token) ? UndoDoubleQuotesAndEnclose(token) : token;
     if (!text.IsEmpty())
-        InternAsSpelled(text);
+        FormulaTextAsSpelled(text);
     const QEvaluatingData evaluatingData;
     return StringToValue(value, text, nullptr, quiet, nullptr);
 }
