@@ -37,17 +37,13 @@ constexpr std::array c_refusedFunctions{
     u"addcol",
     u"removecol",
     u"removecolbyindex",
-    // Boxes, dialogs, editors and pages.
+    // Boxes, dialogs, editors and pages; debug shows a box for each step.
     u"msgbox",
     u"alert",
     u"confirm",
     u"edittext",
     u"msgboxlog",
     u"debug",
-    // A formula run from a text shows its failure in a box.
-    u"indirect",
-    u"val",
-    u"eval",
     u"pickcolor",
     u"browsefile",
     u"browseimage",
@@ -58,6 +54,10 @@ constexpr std::array c_refusedFunctions{
     u"showfriendlywizard",
     u"formeditor",
     u"tableeditor",
+    // A formula run from a text shows its failure in a box.
+    u"indirect",
+    u"val",
+    u"eval",
     // Served by applications: exports, saves, catalogues, previews and system actions.
     u"exportvalues",
     u"export",

@@ -95,7 +95,7 @@ TEST_F(TabBadInputTest, EachBadFileGivesItsClearResult) {
          {"Import error: Cannot read import data: line 1 is not text"}},
         // Nothing of the file is imported, not even the lines before the one that is not text.
         {"binary after text",
-         std::string("title\t\"\"\"t\"\"\"\t\t\n\nshelves\t1\t\tGroup|A\n\x00z\n", 41),
+         "title\t\"\"\"t\"\"\"\t\t\n\nshelves\t1\t\tGroup|A\n" + std::string(1, '\0') + "z\n",
          false,
          "title= bag= groups=",
          {"Import error: Cannot read import data: line 4 is not text"}},
