@@ -163,13 +163,15 @@ class LinearityReporter : public benchmark::ConsoleReporter {
 public:
     LinearityReporter() : ConsoleReporter(isatty(STDOUT_FILENO) ? OO_Defaults : OO_Tabular) {}
 
+    // Single runs, or the median of repetitions.
     void ReportRuns(const std::vector<Run>& reports) override {
         ConsoleReporter::ReportRuns(reports);
         for (const Run& run : reports) {
             const auto rate = run.counters.find("items_per_second");
-            if (!run.error_occurred && run.run_type == Run::RT_Iteration &&
-                rate != run.counters.end())
-                m_secondsPerLine[run.benchmark_name()] = 1 / rate->second.value;
+            const bool typical = run.run_type == Run::RT_Iteration ? run.repetitions <= 1
+                                                                   : run.aggregate_name == "median";
+            if (!run.error_occurred && typical && rate != run.counters.end())
+                m_secondsPerLine[run.run_name.str()] = 1 / rate->second.value;
         }
     }
 
