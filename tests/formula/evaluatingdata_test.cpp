@@ -4,6 +4,7 @@
 #include "keel/formula/builtins.h"
 #include "keel/formula/evaluatingdata.h"
 #include "keel/formula/evaluator.h"
+#include "keel/values/formulahook.h"
 
 #include <filesystem>
 #include <gtest/gtest.h>
@@ -111,6 +112,22 @@ TEST(EvaluatingData, OrdinaryFormulasStillAct) {
         EXPECT_TRUE(Evaluated(formula, c.isAction).evaluated);
         EXPECT_EQ(effect(), c.effect);
     }
+}
+
+// The text of a string made a number is evaluated as data, whoever asks for the number.
+TEST(EvaluatingData, AStringMadeANumberIsData) {
+    HostileValues hostile("number");
+    const QFormulaEvaluatorHook previous = GetFormulaEvaluatorHook();
+    QEvaluator::InstallAsFormulaHook();
+    const Outcome sum = Evaluated("value(\"2+3\") * 2");
+    const Outcome shell = Evaluated("value('shellwait(\"touch\", \"" +
+                                    (hostile.Folder() / "made").string() + "\")')");
+    SetFormulaEvaluatorHook(previous);
+    EXPECT_EQ(sum.text, "10");
+    EXPECT_TRUE(shell.evaluated);
+    EXPECT_EQ(shell.text.rfind("#", 0), 0u) << shell.text;
+    EXPECT_EQ(hostile.Effects(), HostileValues::c_noEffects);
+    EXPECT_FALSE(QEvaluatingData::InForce());
 }
 
 TEST(EvaluatingData, ABranchNotTakenIsOnlyParsed) {

@@ -3,8 +3,11 @@
 #include "tests/tables/tablefixture.h"
 
 #include "keel/document/errorlog.h"
+#include "keel/formula/evaluator.h"
+#include "keel/tables/celltokens.h"
 #include "keel/tables/lookuptable.h"
 #include "keel/tables/tabtokens.h"
+#include "keel/values/formulahook.h"
 
 #include <gtest/gtest.h>
 #include <string>
@@ -67,6 +70,38 @@ TEST_F(CellSafety, CellsThatWouldActAreRefusedAndDoNothing) {
     // A bad cell is reported as any bad cell is; nothing else is shown.
     for (const std::string& call : host.calls)
         EXPECT_NE(call.find("Only allowed in an action field"), std::string::npos) << call;
+}
+
+// A string cell in a column of numbers is made a number when it is looked up, which evaluates its
+// text: as data, wherever the look-up comes from.
+TEST_F(CellSafety, AStringCellMadeANumberIsData) {
+    HostileValues hostile("vlt-number");
+    const std::vector<HostileValues::Value> values = hostile.Values();
+    std::string text = "hostile\tVltFormat=2.1\n" + std::to_string(values.size() + 1) +
+                       "\t1\n\t\"\"\"n\"\"\"\nString\\String\tNumber\n\"\"\"plain\"\"\"\t" +
+                       CellToken(QAnyValue(u"2+3"), QAnyValue::TYPE_STRING).ToUtf8() + "\n";
+    for (std::size_t i = 0; i < values.size(); ++i)
+        text += "\"\"\"r" + std::to_string(i) + "\"\"\"\t" +
+                CellToken(QAnyValue(CString::FromUtf8(values[i].formula)), QAnyValue::TYPE_STRING)
+                    .ToUtf8() +
+                "\n";
+    WriteTable("numbers", text);
+    DialogHost host;
+    ScopedUIServices scoped(host);
+    const QFormulaEvaluatorHook previous = GetFormulaEvaluatorHook();
+    QEvaluator::InstallAsFormulaHook();
+    QLookupTable table;
+    table.SetName(TableCString("numbers"), false, false, false);
+    QAnyValue value;
+    std::string numbers;
+    for (int row = 0; row <= static_cast<int>(values.size()); ++row) {
+        table.LookupByIndex(row, 0, value, nullptr, nullptr);
+        numbers += QAnyValue(value).MakeCString().ToUtf8() + " ";
+    }
+    SetFormulaEvaluatorHook(previous);
+    EXPECT_EQ(numbers.substr(0, 2), "5 ") << numbers;
+    EXPECT_EQ(hostile.Effects(), HostileValues::c_noEffects);
+    EXPECT_TRUE(host.calls.empty()) << host.calls.front();
 }
 
 } // namespace
