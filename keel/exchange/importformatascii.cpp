@@ -1,7 +1,9 @@
 #include "keel/exchange/importformatascii.h"
 
 #include "keel/exchange/odbcfixup.h"
+#include "keel/formula/evaluatingdata.h"
 #include "keel/formula/evaluator.h"
+#include "keel/formula/stringtovalue.h"
 #include "keel/platform/stdiofileex.h"
 #include "keel/platform/uiservices.h"
 
@@ -34,11 +36,32 @@ std::array<CString, 4> SplitFields(const CString& text) {
 }
 
 QAnyValue EvaluateValueText(const CString& text) {
+    const QEvaluatingData evaluatingData;
     QAnyValue result;
     std::unique_ptr<QEvaluator> evaluator(
-        QEvaluator::New(result, FormulaText(text), nullptr, false, false, false));
+        QEvaluator::New(result, FormulaTextAsSpelled(text), nullptr, false, false, false));
     evaluator->Evaluate();
     return result;
+}
+
+// The evaluator tokenises no text longer than this (its cursor is 16 bits wide).
+constexpr int c_longestFormula = 32767;
+
+// A field more than twice that long is too long for the evaluator even once unfixed, which at
+// most halves it: the evaluator is given just enough of it to say so, and the whole is neither
+// copied again nor kept among the interned formula texts.
+QAnyValue EvaluateValueField(const CString& field) {
+    if (field.GetLength() > 2 * (c_longestFormula + 1))
+        return EvaluateValueText(field.Left(c_longestFormula + 1));
+    return EvaluateValueText(ODBCUnFixup(field));
+}
+
+// A context or name in the report of unmatched content is cut as the display form of a line
+// cuts its parts: a person reads it, and a file must not make it as large as itself.
+CString ShortenedForReport(const CString& part) {
+    constexpr int c_longest = 254;
+    constexpr int c_kept = 251;
+    return part.GetLength() > c_longest ? part.Left(c_kept) + u"..." : part;
 }
 
 // The line's context after the matched part and the "|" that follows it.
@@ -307,7 +330,11 @@ bool QImportFormatLevelASCII::HasUnmatchedContents() const {
 CString QImportFormatLevelASCII::UnmatchedContentDetails() const {
     CString details;
     const auto add = [&details](const ImportLine& line) {
-        details += u"\n" + line.context + u"\t" + line.name + u"\t";
+        details += u"\n";
+        details += ShortenedForReport(line.context);
+        details += u"\t";
+        details += ShortenedForReport(line.name);
+        details += u"\t";
     };
     for (const ImportLine& line : m_attributeLines)
         add(line);
@@ -343,27 +370,44 @@ QImportFormatASCII::ImportLine QImportFormatASCII::ParseLine(const CString& text
     line.name = ODBCUnFixup(fields[offset]);
     const CString& valueText = fields[offset + 1];
     if (!valueText.IsEmpty())
-        line.value = EvaluateValueText(ODBCUnFixup(valueText));
+        line.value = EvaluateValueField(valueText);
     line.formula = FormulaText(ODBCUnFixup(fields[offset + 2]));
     return line;
+}
+
+bool QImportFormatASCII::ReadNonBlankLine(CString& text) {
+    while (m_file.ReadString(text)) {
+        ++m_lineNumber;
+        if (!text.IsEmpty())
+            return true;
+    }
+    return false;
+}
+
+bool QImportFormatASCII::ReportNotText() const {
+    ReportImportError(
+        CString::Formatted(u"Cannot read import data: line %d is not text", m_lineNumber));
+    return false;
 }
 
 bool QImportFormatASCII::ImportToImportable() {
     UIServices().SetStatusBarText(u"Loading import file...");
     std::vector<CString> sample;
     CString text;
-    while (static_cast<int>(sample.size()) < c_contextSampleLines && m_file.ReadString(text)) {
-        if (!text.IsEmpty())
-            sample.push_back(text);
+    while (static_cast<int>(sample.size()) < c_contextSampleLines && ReadNonBlankLine(text)) {
+        if (text.Find(u'\0') >= 0)
+            return ReportNotText();
+        sample.push_back(text);
     }
     const bool contextFirst = CheckContextFirst(sample);
     QImportLinePool lines;
     for (const CString& sampleLine : sample)
         lines.Add(ParseLine(sampleLine, contextFirst));
     sample.clear();
-    while (m_file.ReadString(text)) {
-        if (!text.IsEmpty())
-            lines.Add(ParseLine(text, contextFirst));
+    while (ReadNonBlankLine(text)) {
+        if (text.Find(u'\0') >= 0)
+            return ReportNotText();
+        lines.Add(ParseLine(text, contextFirst));
     }
     SortImportLines(lines, NewLevelImportable(), m_attributeLines, m_childLines);
     while (!lines.IsEmpty())

@@ -120,7 +120,14 @@ public:
     static ImportLine ParseLine(const CString& text, bool contextFirst);
 
 private:
+    // The next line that is not blank; false at the end of the file.
+    bool ReadNonBlankLine(CString& text);
+    // A line holding a null character, which no text holds (a binary file, or UTF-16 without its
+    // byte order mark), ends the import: reported, and nothing is imported.
+    bool ReportNotText() const;
+
     CStdioFileEx& m_file;
+    int m_lineNumber = 0;
 };
 
 } // namespace keel

@@ -3,6 +3,7 @@
 #include "keel/document/errorlog.h"
 #include "keel/document/translate.h"
 #include "keel/document/usertrace.h"
+#include "keel/formula/evaluatingdata.h"
 #include "keel/formula/evaluatorfactory.h"
 #include "keel/formula/formulacontext.h"
 #include "keel/values/formulahook.h"
@@ -120,7 +121,9 @@ bool ParseAndEvaluate(QEvaluator& evaluator, CString& failure) {
     }
 }
 
+// The text of a string value made a number: data, whoever asks for the number.
 bool EvaluateThroughHook(const FormulaText& formula, QFormulaContext* context, QAnyValue& result) {
+    const QEvaluatingData evaluatingData;
     const std::unique_ptr<QEvaluator> evaluator(
         QEvaluator::New(result, formula, context, false, false, false));
     return evaluator->Evaluate();

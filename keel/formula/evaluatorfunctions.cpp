@@ -1,6 +1,7 @@
 #include "keel/document/errorlog.h"
 #include "keel/document/translate.h"
 #include "keel/formula/builtins.h"
+#include "keel/formula/evaluatingdata.h"
 #include "keel/formula/evaluator.h"
 #include "keel/formula/formulacontext.h"
 
@@ -330,8 +331,17 @@ bool ExpectClosingParenthesis(QEvaluator& evaluator, const char16_t* in) {
            evaluator.ExpectingMatchingButFoundIn(u"')'", u"'('", evaluator.ThisCharPlus(20), in);
 }
 
+// Whether the function is one that data being read must not call; it is then refused as an
+// action-only function is outside an action field.
+bool RefusedInData(QEvaluator& evaluator, FullId name) {
+    return evaluator.IsEval() && QEvaluatingData::InForce() && QEvaluatingData::Refuses(name);
+}
+
 // debug(e): the value of e, with every look-up on the way shown.
 bool EvaluateDebug(QEvaluator& evaluator, QAnyValue& result) {
+    static const FullId debug(u"debug");
+    if (RefusedInData(evaluator, debug))
+        return evaluator.ActionOnly(evaluator.ThisCharPlus(20));
     if (evaluator.IsEval())
         TheErrorLog().DiscardPendingMessages();
     const bool wasDebug = evaluator.IsDebug();
@@ -701,6 +711,8 @@ bool CallUnknownFunction(QEvaluator& evaluator, QAnyValue& result, FullId name,
 bool Dispatch(QEvaluator& evaluator, QAnyValue& result, FullId name, const Arguments& a) {
     if (evaluator.IsNoEval())
         return true;
+    if (RefusedInData(evaluator, name))
+        return evaluator.ActionOnly(evaluator.ThisCharPlus(20));
     const QBuiltinFunction* function = FindBuiltinFunction(name);
     if (!function)
         return CallUnknownFunction(evaluator, result, name, a);

@@ -21,6 +21,13 @@ bool StringToValue(QAnyValue& value, const CString& text, QFormulaContext* conte
     return ok;
 }
 
+FormulaText FormulaTextAsSpelled(const CString& text) {
+    const FormulaText formula(text);
+    if (formula.ToString() == FormulaCanonicalForm(text))
+        return formula;
+    return FormulaText(text, false, true);
+}
+
 CString ValueToString(const QAnyValue& value) {
     QAnyValue copy(value);
     return copy.MakeCString();

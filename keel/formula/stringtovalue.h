@@ -2,6 +2,7 @@
 
 #include "keel/formula/state.h"
 #include "keel/platform/cstring.h"
+#include "keel/values/stringunique.h"
 
 namespace keel {
 
@@ -14,6 +15,11 @@ class QFormulaContext;
 // with `value` holding what the evaluator left.
 bool StringToValue(QAnyValue& value, const CString& text, QFormulaContext* context, bool quiet,
                    QCacheState* state);
+
+// The stored text interned as a formula with its own spelling. Interned formula texts fold case,
+// so that without this the string "a" of one file could come back as the "A" of another text
+// read before.
+FormulaText FormulaTextAsSpelled(const CString& text);
 
 // The text of a value in lists and label comparisons: its display text.
 CString ValueToString(const QAnyValue& value);

@@ -1,5 +1,6 @@
 #include "keel/tables/celltokens.h"
 
+#include "keel/formula/evaluatingdata.h"
 #include "keel/formula/stringtovalue.h"
 #include "keel/platform/exceptions.h"
 #include "keel/tables/lookuptable.h"
@@ -17,17 +18,11 @@ namespace {
 
 using TYPE = QAnyValue::TYPE;
 
-// Interned formula texts fold case, so the text of a file is interned with its own spelling: a
-// string "a" must not come back as the "A" of another table read before.
-void InternAsSpelled(const CString& text) {
-    if (FormulaText(text).ToString() != FormulaCanonicalForm(text))
-        FormulaText(text, false, true);
-}
-
 bool ReadTokenText(const CString& token, QAnyValue& value, bool quiet) {
     const CString text = IsEnclosedByQuotes(token) ? UndoDoubleQuotesAndEnclose(token) : token;
     if (!text.IsEmpty())
-        InternAsSpelled(text);
+        FormulaTextAsSpelled(text);
+    const QEvaluatingData evaluatingData;
     return StringToValue(value, text, nullptr, quiet, nullptr);
 }
 

@@ -1,8 +1,10 @@
+#include "keel/formula/evaluatingdata.h"
 #include "keel/formula/stringtovalue.h"
 #include "keel/platform/exceptions.h"
 #include "keel/tables/lookuptable.h"
 
 #include <initializer_list>
+#include <optional>
 
 namespace keel {
 
@@ -263,6 +265,11 @@ bool QLookupTableData::EvaluateCell(QAnyValue& value, TYPE type, QFormulaContext
     const bool formula = IsValueFormula(value);
     if (formula) {
         const CString whole = TextOf(value);
+        // Without a context the cell is data alone; with one it is a formula of the table, and
+        // runs as any formula of that context does.
+        std::optional<QEvaluatingData> evaluatingData;
+        if (!context)
+            evaluatingData.emplace();
         if (!StringToValue(value, whole.Mid(1), context, context == nullptr, state)) {
             if (context)
                 return false;

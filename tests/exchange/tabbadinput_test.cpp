@@ -1,0 +1,194 @@
+#include "tests/support/exchangetests.h"
+#include "tests/support/exporttree.h"
+
+#include "keel/exchange/odbcfixup.h"
+#include "keel/formula/evaluator.h"
+
+#include <gtest/gtest.h>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace keel::test {
+namespace {
+
+// The text as UTF-16 little-endian, each unit as given (a lone surrogate stays one).
+std::string Utf16(const std::u16string& text) {
+    std::string bytes;
+    for (const char16_t unit : text) {
+        bytes += static_cast<char>(unit & 0xFF);
+        bytes += static_cast<char>(unit >> 8);
+    }
+    return bytes;
+}
+
+const std::string c_utf16Mark = "\xFF\xFE";
+
+std::string Deep(int parts) {
+    std::string context = "Group|A";
+    for (int i = 0; i < parts; ++i)
+        context += "|L";
+    return context;
+}
+
+// What the import left in the tree: the title's units in hexadecimal where they are not ASCII,
+// the bag's names and values, and each group with its shelves.
+std::string Summary(const FakeTree& tree) {
+    const auto text = [](const CString& value) {
+        std::string out;
+        for (const char16_t unit : value.View()) {
+            if (unit >= 0x20 && unit < 0x7F) {
+                out += static_cast<char>(unit);
+            } else {
+                char hex[8];
+                std::snprintf(hex, sizeof hex, "<%04X>", static_cast<unsigned>(unit));
+                out += hex;
+            }
+        }
+        return out;
+    };
+    const auto value = [&text](const QAnyValue& value) {
+        CString message;
+        return value.IsErrorAndGetMessage(message) ? "error(" + text(message) + ")"
+                                                   : text(QAnyValue(value).MakeCString());
+    };
+    std::string summary = "title=" + text(tree.title) + " bag=";
+    for (const FakeBag::Entry& entry : tree.bag.entries)
+        summary += text(entry.name) + ":" + value(entry.value) + ";";
+    summary += " groups=";
+    for (const auto& group : tree.groups)
+        summary += text(group->name) + ":" + std::to_string(group->shelves) + ";";
+    return summary;
+}
+
+using TabBadInputTest = ExchangeFileTest;
+
+TEST_F(TabBadInputTest, EachBadFileGivesItsClearResult) {
+    const struct {
+        const char* name;
+        std::string bytes;
+        bool imported;
+        const char* summary;
+        std::vector<std::string> reports;
+    } cases[] = {
+        // The odd byte at the end is a character of its own, the replacement character.
+        {"UTF-16 cut in a character",
+         c_utf16Mark + Utf16(u"title\t\"\"\"abc\"\"\"\t\t\nw") + "x",
+         true,
+         "title=abc bag=w<FFFD>:; groups=",
+         {}},
+        {"UTF-16 with lone surrogates",
+         c_utf16Mark + Utf16(u"title\t\"\"\"a\xD800"
+                             u"b\xDC00\"\"\"\t\t\n"),
+         true,
+         "title=a<D800>b<DC00> bag= groups=",
+         {}},
+        {"UTF-16 without its mark",
+         Utf16(u"title\t\"\"\"abc\"\"\"\t\t\n"),
+         false,
+         "title= bag= groups=",
+         {"Import error: Cannot read import data: line 1 is not text"}},
+        {"binary",
+         std::string("\x00\x01\x02\x03\xFF\n\x80", 7),
+         false,
+         "title= bag= groups=",
+         {"Import error: Cannot read import data: line 1 is not text"}},
+        // Nothing of the file is imported, not even the lines before the one that is not text.
+        {"binary after text",
+         "title\t\"\"\"t\"\"\"\t\t\n\nshelves\t1\t\tGroup|A\n" + std::string(1, '\0') + "z\n",
+         false,
+         "title= bag= groups=",
+         {"Import error: Cannot read import data: line 4 is not text"}},
+        {"invalid UTF-8",
+         "title\t\"\"\"caf\xE9\"\"\"\t\t\nnote\t\"\"\"\xC3\x28\"\"\"\t\t\n",
+         true,
+         "title=caf<FFFD> bag=note:<FFFD>(; groups=",
+         {}},
+        {"CRLF",
+         "title\t\"\"\"crlf\"\"\"\t\t\r\nshelves\t3\t\tGroup|A\r\n\r\n",
+         true,
+         "title=crlf bag= groups=A:3;",
+         {}},
+        // Lines of tabs are attributes without a name, or lines of a context of tabs.
+        {"only tabs",
+         "\t\t\t\t\t\t\n\t\n\t\t\t\n",
+         false,
+         "title= bag=:;:; groups=",
+         {"Import error: Unmatched content for :\n\n\t\t\t\t\t"}},
+        {"deep context",
+         "shelves\t2\t\t" + Deep(10000) + "\n",
+         false,
+         "title= bag= groups=A:1;",
+         {"Import error: Import failed for Group:A",
+          "Import error: Unmatched content for Group:A\n\n" + Deep(126).substr(8) +
+              "...\tshelves\t"}},
+        {"a long value and a long context",
+         "note\t\"\"\"" + std::string(3'000'000, 'y') + "\"\"\"\t\t\nwidth\t1\t\tShelf|" +
+             std::string(3'000'000, 'z') + "\n",
+         false,
+         "title= bag=note:error(Formula too long to evaluate (more than 32767 characters)); "
+         "groups=",
+         {"Import error: Unmatched content for :\n\nShelf|" + std::string(245, 'z') +
+          "...\twidth\t"}},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
+        TheErrorLog().DiscardPendingMessages();
+        FakeTree tree;
+        EXPECT_EQ(Import(tree, c.bytes), c.imported);
+        EXPECT_EQ(Summary(tree), c.summary);
+        std::vector<std::string> reports;
+        for (const Report& report : PendingReports())
+            reports.push_back(report.heading + ": " + report.message.substr(0, 300));
+        EXPECT_EQ(reports, c.reports);
+    }
+}
+
+std::string ErrorOf(const QAnyValue& value) {
+    CString message;
+    return value.IsErrorAndGetMessage(message) ? message.ToUtf8() : "no error";
+}
+
+// A value field far too long for the evaluator is not unfixed and interned whole; around the
+// length where that begins, the value is what the evaluator makes of the unfixed text.
+TEST(TabValueLength, AValueTooLongForTheEvaluatorIsTheEvaluatorsError) {
+    const auto quotes = [](int doubled) {
+        std::string field = "\"";
+        for (int i = 0; i < doubled; ++i)
+            field += "\"\"";
+        return field + "\"";
+    };
+    const std::string fields[] = {quotes(32766),           quotes(32767),
+                                  quotes(32768),           std::string(65536, '7'),
+                                  std::string(65537, '7'), std::string(32767, '7')};
+    for (const std::string& field : fields) {
+        const CString text = CString::FromUtf8(field);
+        QAnyValue direct;
+        std::unique_ptr<QEvaluator>(
+            QEvaluator::New(direct, FormulaText(ODBCUnFixup(text)), nullptr, false, false, false))
+            ->Evaluate();
+        const QImportLine line = QImportFormatASCII::ParseLine(u"v\t" + text + u"\t\t", false);
+        EXPECT_EQ(ErrorOf(line.value), ErrorOf(direct)) << field.size();
+    }
+    EXPECT_EQ(ErrorOf(QImportFormatASCII::ParseLine(
+                          u"v\t" + CString::FromUtf8(quotes(32768)) + u"\t\t", false)
+                          .value),
+              "Formula too long to evaluate (more than 32767 characters)");
+}
+
+// Formula texts are interned without regard to case; a value keeps the spelling of its file.
+TEST(TabValueLength, StringValuesKeepTheirOwnSpelling) {
+    QAnyValue seen;
+    std::unique_ptr<QEvaluator>(
+        QEvaluator::New(seen, FormulaText(u"\"SPELLED\""), nullptr, false, false, false))
+        ->Evaluate();
+    for (const char16_t* spelling : {u"Spelled", u"spelled", u"SPELLED"}) {
+        const QImportLine line =
+            QImportFormatASCII::ParseLine(u"v\t\"\"\"" + CString(spelling) + u"\"\"\"\t\t", false);
+        EXPECT_EQ(line.value, QAnyValue(CString(spelling)));
+        EXPECT_EQ(QAnyValue(line.value).MakeCString().ToUtf8(), CString(spelling).ToUtf8());
+    }
+}
+
+} // namespace
+} // namespace keel::test
