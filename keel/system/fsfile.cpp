@@ -8,6 +8,7 @@
 #include <atomic>
 #include <cerrno>
 #include <chrono>
+#include <cstdio>
 #include <fcntl.h>
 #include <filesystem>
 #include <map>
@@ -329,6 +330,28 @@ bool QFSFile::RenameIfExists(const CString& from, const CString& to, bool quiet)
     if (AnythingAt(target) && !DeleteFileAt(target, quiet, u"Can't delete old file %s"))
         return false;
     return Rename(from, to, quiet);
+}
+
+bool QFSFile::ReplaceWithWritten(const CString& written, const CString& target, CString& reason) {
+    const std::string writtenPath = written.ToUtf8();
+    const std::string targetPath = target.ToUtf8();
+    struct stat old {};
+    if (::stat(targetPath.c_str(), &old) == 0) {
+        struct stat made {};
+        if (::chmod(writtenPath.c_str(), old.st_mode & 07777) != 0 ||
+            ::stat(writtenPath.c_str(), &made) != 0 ||
+            ((made.st_uid != old.st_uid || made.st_gid != old.st_gid) &&
+             ::chown(writtenPath.c_str(), old.st_uid, old.st_gid) != 0)) {
+            reason = u"Could not keep the owner and mode of the file";
+            return false;
+        }
+    }
+    const bool renamed = std::rename(writtenPath.c_str(), targetPath.c_str()) == 0;
+    const int renameError = errno;
+    ClearFileStatusCache();
+    if (!renamed)
+        reason = CString::FromUtf8(std::error_code(renameError, std::generic_category()).message());
+    return renamed;
 }
 
 bool QFSFile::CreateContainingFolderIfRequired(const CString& path) {

@@ -65,6 +65,11 @@ public:
     // True when `from` is not there; otherwise deletes an old `to` and renames.
     static bool RenameIfExists(const CString& from, const CString& to, bool quiet);
 
+    // Puts a file just written in place of `target`, in one rename, so that a reader sees the
+    // old file or the new one and never half of either. An old target's mode and owner pass to
+    // the new file. False with the reason when it could not be done; the written file is then
+    // left for the caller to remove.
+    static bool ReplaceWithWritten(const CString& written, const CString& target, CString& reason);
     static bool CreateContainingFolderIfRequired(const CString& path);
     // The path, or when a file is there the first free one of "name_1.ext", "name_2.ext", ...
     // in the same folder.

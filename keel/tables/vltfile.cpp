@@ -15,9 +15,7 @@
 #include <cstdio>
 #include <cwctype>
 #include <filesystem>
-#include <sys/stat.h>
 #include <system_error>
-#include <unistd.h>
 #include <utility>
 #include <vector>
 
@@ -662,22 +660,8 @@ CString QLookupTableData::DifferenceFrom(const QLookupTableData& other) {
 // The written file takes the place of the target with the target's mode and owner; a target
 // whose owner cannot be kept is left alone.
 bool QLookupTableData::ReplaceFileWith(const CString& writtenPath, const CString& target) {
-    const std::string targetPath = target.ToUtf8();
-    const std::string written = writtenPath.ToUtf8();
-    struct stat old {};
-    if (::stat(targetPath.c_str(), &old) == 0) {
-        struct stat made {};
-        if (::chmod(written.c_str(), old.st_mode & 07777) != 0 ||
-            ::stat(written.c_str(), &made) != 0 ||
-            ((made.st_uid != old.st_uid || made.st_gid != old.st_gid) &&
-             ::chown(written.c_str(), old.st_uid, old.st_gid) != 0)) {
-            ReportError(u"Could not keep the owner and mode of the file");
-            return false;
-        }
-    }
-    const bool renamed = std::rename(written.c_str(), targetPath.c_str()) == 0;
-    QFSFile::ClearFileStatusCache();
-    if (!renamed) {
+    CString reason;
+    if (!QFSFile::ReplaceWithWritten(writtenPath, target, reason)) {
         ReportError(u"Could not open for writing");
         return false;
     }

@@ -223,6 +223,31 @@ TEST_F(FilesOnDisk, DeleteAndRenameAndTheirFailures) {
     EXPECT_EQ(Content("from.txt"), "newer");
 }
 
+TEST_F(FilesOnDisk, AWrittenFileReplacesTheOldOneWithItsModeOrLeavesItAlone) {
+    MakeFile("kept.tab", "old");
+    ASSERT_EQ(::chmod(P("kept.tab").c_str(), 0640), 0);
+    MakeFile("written", "new");
+    ASSERT_EQ(::chmod(P("written").c_str(), 0600), 0);
+    CString reason;
+    EXPECT_TRUE(QFSFile::ReplaceWithWritten(C("written"), C("kept.tab"), reason));
+    EXPECT_EQ(Content("kept.tab"), "new");
+    EXPECT_EQ(fs::status(P("kept.tab")).permissions(), fs::perms(0640));
+    EXPECT_FALSE(fs::exists(P("written")));
+
+    MakeFile("written", "newer");
+    EXPECT_TRUE(QFSFile::ReplaceWithWritten(C("written"), C("fresh.tab"), reason));
+    EXPECT_EQ(Content("fresh.tab"), "newer");
+
+    // A folder in the way cannot be replaced by a file: the written file stays for the caller.
+    fs::create_directory(P("folder"));
+    MakeFile("written", "newest");
+    EXPECT_FALSE(QFSFile::ReplaceWithWritten(C("written"), C("folder"), reason));
+    EXPECT_FALSE(reason.IsEmpty());
+    EXPECT_TRUE(fs::is_directory(P("folder")));
+    EXPECT_EQ(Content("written"), "newest");
+    EXPECT_TRUE(Boxes().empty());
+}
+
 TEST_F(FilesOnDisk, FoldersAreMadeWhenNeeded) {
     EXPECT_TRUE(QFSFile::CreateContainingFolderIfRequired(C("x/y/z/file.txt")));
     EXPECT_TRUE(fs::is_directory(P("x/y/z")));
