@@ -861,6 +861,50 @@ bool QXMLNode::AddAttribute(const CString& name, const CString& value) {
     return xmlNewNsProp(m_node, ns, X(attributeName), X(value.ToUtf8())) != nullptr;
 }
 
+bool QXMLNode::AddAttributes(const QArray<QXMLAttribute>& attributes) {
+    if (!IsElement())
+        return false;
+    std::unordered_map<std::string, xmlAttr*> present;
+    xmlAttr* last = nullptr;
+    for (xmlAttr* attribute = m_node->properties; attribute; attribute = attribute->next) {
+        present.emplace(QualifiedName(reinterpret_cast<xmlNode*>(attribute)).ToUtf8(), attribute);
+        last = attribute;
+    }
+    bool added = true;
+    for (const QXMLAttribute& attribute : attributes) {
+        if (!IsXmlName(attribute.m_name) || IsNamespaceDeclaration(attribute.m_name) ||
+            !IsXmlText(attribute.m_value)) {
+            added = false;
+            continue;
+        }
+        const std::string name = attribute.m_name.ToUtf8();
+        const std::string value = attribute.m_value.ToUtf8();
+        if (const auto found = present.find(name); found != present.end()) {
+            m_tree->ReplaceChildrenWithText(reinterpret_cast<xmlNode*>(found->second), value);
+            continue;
+        }
+        const auto [prefix, local] = SplitQName(attribute.m_name);
+        xmlNs* ns = prefix.empty() ? nullptr : xmlSearchNs(m_tree->Doc(), m_node, X(prefix));
+        // Made apart from the element and linked after the last attribute: the library's own
+        // way walks the element's whole list for each one.
+        xmlAttr* made = xmlNewNsProp(nullptr, ns, X(ns ? local : name), X(value));
+        if (!made) {
+            added = false;
+            continue;
+        }
+        xmlSetTreeDoc(reinterpret_cast<xmlNode*>(made), m_tree->Doc());
+        made->parent = m_node;
+        made->prev = last;
+        if (last)
+            last->next = made;
+        else
+            m_node->properties = made;
+        last = made;
+        present.emplace(name, made);
+    }
+    return added;
+}
+
 bool QXMLNode::UpdateAttribute(const CString& name, const CString& value) {
     if (!IsElement() || !FindAttribute(m_node, name))
         return false;
@@ -996,6 +1040,14 @@ CString QXMLNode::GetComment(long index) const {
     CString text;
     GetComment(index, text);
     return text;
+}
+
+bool QXMLNode::IsName(const CString& name) {
+    return IsXmlName(name);
+}
+
+bool QXMLNode::IsText(const CString& text) {
+    return IsXmlText(text);
 }
 
 CString QXMLNode::ToString() const {

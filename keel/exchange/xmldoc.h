@@ -73,6 +73,10 @@ public:
     // the attribute is there; UpdateAttribute only changes one that is. Namespace declarations
     // are not attributes here and cannot be made through these.
     bool AddAttribute(const CString& name, const CString& value);
+    // AddAttribute for each in turn, with one look over the element's attributes for all of
+    // them, so that an element can take thousands. False when one of them could not be added;
+    // the others are.
+    bool AddAttributes(const QArray<QXMLAttribute>& attributes);
     bool UpdateAttribute(const CString& name, const CString& value);
     bool RemoveAttribute(const CString& name);
     bool GetAttribute(const CString& name, CString& value) const;
@@ -99,8 +103,14 @@ public:
     bool GetComment(long index, CString& text) const;
     CString GetComment(long index) const;
 
+    // Whether a text can name an element or attribute, and whether a document can hold it as
+    // text or as the value of an attribute.
+    static bool IsName(const CString& name);
+    static bool IsText(const CString& text);
+
     // The node and what is under it as XML, without indentation.
     CString ToString() const;
+    bool IsElement() const;
     bool IsSameNode(const QXMLNode& other) const { return m_node == other.m_node; }
 
 protected:
@@ -113,7 +123,6 @@ private:
     friend class QXMLTree;
 
     QXMLNode(QSmartPtr<QXMLTree> tree, _xmlNode* node);
-    bool IsElement() const;
     QSmartPtr<QXMLNode> Handle(_xmlNode* node) const;
     QSmartPtr<QXMLNode> AppendNew(_xmlNode* child);
 

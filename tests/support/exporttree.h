@@ -68,7 +68,8 @@ public:
 };
 
 // A named group with a width that may come from a formula, a count of shelves, an array of
-// sizes and numbered items.
+// sizes and numbered items; given a bag of extras, it also keeps every attribute that nobody
+// else took. Its XML attributes are written in the style asked for.
 class FakeGroup : public QNewLevelImportableExportable {
 public:
     explicit FakeGroup(const CString& name = CString()) : name(name) {}
@@ -76,6 +77,7 @@ public:
     CString GetImportExportLevelName() const override { return u"Group"; }
     CString GetImportableExportableIdentifier() const override { return name; }
     int GetAsciiContextStyle() const override { return 3; }
+    int GetXMLAttributeStyle() const override { return xmlStyle; }
 
     bool AddAttributesAndChildrenToExport(QExportFormatLevel& level) const override {
         bool ok = level.AddExportableAttribute(
@@ -92,7 +94,7 @@ public:
         level.SetArrayMode(false);
         for (const auto& item : items)
             ok = level.AddExportable(item.get(), false) && ok;
-        return ok;
+        return level.AddExportable(extras.get(), false) && ok;
     }
     bool ImportAttributesAndChildren(QImportFormatLevel& level) override {
         QAnyValue widthValue = width;
@@ -103,7 +105,8 @@ public:
         ok = ImportSizes(level) && ok;
         for (const auto& item : items)
             ok = level.MergeImportableIfPresent(item.get()) && ok;
-        return ImportNewItems(level) && ok;
+        ok = ImportNewItems(level) && ok;
+        return level.MergeImportableIfPresent(extras.get()) && ok;
     }
 
     CString name;
@@ -112,6 +115,8 @@ public:
     int shelves = 1;
     std::vector<int> sizes;
     std::vector<std::unique_ptr<FakeItem>> items;
+    int xmlStyle = 0;
+    std::unique_ptr<FakeBag> extras;
 
 private:
     static constexpr int c_absent = -1;
