@@ -212,16 +212,23 @@ bool QImportFormatLevelXML::ImportUnmatchedFromElements(
     for (const QSmartPtr<QXMLNode>& node : nodes) {
         if (!node->IsElement())
             continue;
-        const CString text = node->GetText();
-        CString type;
-        const QAnyValue value =
-            node->GetAttribute(u"type", type) ? TypedValue(text, type) : QAnyValue(text);
-        CString formula;
-        node->GetAttribute(u"formula", formula);
-        imported = callback(node->GetName(), value, FormulaText(formula)) && imported;
+        imported = ImportElementAsUnmatched(*node, callback) && imported;
         m_node->RemoveNode(node);
     }
     return imported;
+}
+
+bool QImportFormatLevelXML::ImportElementAsUnmatched(const QXMLNode& element,
+                                                     const UnmatchedAttributeCallback& callback) {
+    const CString text = element.GetText();
+    CString formula;
+    const bool hasFormula = element.GetAttribute(u"formula", formula);
+    QAnyValue value;
+    if (!hasFormula || !text.IsEmpty()) {
+        CString type;
+        value = element.GetAttribute(u"type", type) ? TypedValue(text, type) : QAnyValue(text);
+    }
+    return callback(element.GetName(), value, FormulaText(formula));
 }
 
 bool QImportFormatLevelXML::MatchesRequiredImportable(QNewLevelImportable* importable,

@@ -45,6 +45,9 @@ private:
     bool ImportFromElement(const CString& name, const QImportAttribute& attribute);
     bool ImportUnmatchedFromAttributes(const UnmatchedAttributeCallback& callback);
     bool ImportUnmatchedFromElements(const UnmatchedAttributeCallback& callback);
+    // An element with a formula and no text was written without its value: it gives none.
+    static bool ImportElementAsUnmatched(const QXMLNode& element,
+                                         const UnmatchedAttributeCallback& callback);
 
     QSmartPtr<QXMLNode> m_parent;
     QSmartPtr<QXMLNode> m_node;

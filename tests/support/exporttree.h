@@ -22,10 +22,12 @@ public:
     };
 
     bool AddAttributesAndChildrenToExport(QExportFormatLevel& level) const override {
+        bool ok = true;
         for (const Entry& entry : entries)
-            level.AddExportableAttribute(
-                QVariableTypeExportAttribute(entry.name, entry.value, entry.formula));
-        return true;
+            ok = level.AddExportableAttribute(
+                     QVariableTypeExportAttribute(entry.name, entry.value, entry.formula)) &&
+                 ok;
+        return ok;
     }
     bool ImportAttributesAndChildren(QImportFormatLevel& level) override {
         return level.ImportUnmatchedAttributes(
@@ -180,6 +182,7 @@ public:
                identifier != previous) {
             previous = identifier;
             auto group = std::make_unique<FakeGroup>(identifier);
+            group->xmlStyle = newGroupXmlStyle;
             ok = SetupNewChildImportable(group.get(), levelName, identifier) && ok;
             ok = level.MergeImportableIfPresent(group.get()) && ok;
             groups.push_back(std::move(group));
@@ -207,8 +210,31 @@ public:
     FakeBag bag;
     std::vector<std::unique_ptr<FakeGroup>> groups;
     bool refuseDelete = false;
+    // The XML style of the groups made for what the file holds.
+    int newGroupXmlStyle = 0;
     // The selection's size for each call, -1 without one.
     std::vector<int> deleteCalls;
 };
+
+// A tree with something of every kind: defaults and changed values, a formula, an array, a
+// bag of typed values and numbered items.
+inline void PopulateSampleTree(FakeTree& tree) {
+    tree.title = u"Kitchen\tplan";
+    tree.bag.entries.push_back({u"Depth", QAnyValue(600.5), FormulaText()});
+    tree.bag.entries.push_back({u"Finish", QAnyValue(u"oak \"light\""), FormulaText()});
+    tree.bag.entries.push_back({u"Doors", QAnyValue(2), FormulaText(u"1+1")});
+    FakeGroup& base = tree.AddGroup(u"Base");
+    base.width = QAnyValue(QLength(1200.0));
+    base.sizes = {0, 300};
+    base.items.push_back(std::make_unique<FakeItem>(1));
+    base.items.back()->label = u"sink";
+    base.items.back()->count = 2;
+    base.items.push_back(std::make_unique<FakeItem>(2));
+    base.items.back()->label = u"=drawer";
+    FakeGroup& wall = tree.AddGroup(u"Wall");
+    wall.width = QAnyValue(0.0);
+    wall.widthFormula = FormulaText(u"2*300mm");
+    wall.shelves = 0;
+}
 
 } // namespace keel::test
