@@ -173,7 +173,7 @@ public:
 
     static constexpr std::int64_t c_maxNodesToIndent = 0x7FFF0;
     // Elements with more attributes are refused when parsing.
-    static constexpr int c_maxAttributesPerElement = 2048;
+    static constexpr int c_maxAttributesPerElement = 20000;
 
 private:
     bool Parse(std::string_view bytes, bool isUtf8);
