@@ -277,12 +277,28 @@ xmlNode* CopyTree(const xmlNode* source, xmlDoc* doc) {
     return root;
 }
 
+// Whether an element or attribute has the qualified name, given in UTF-8; compared as bytes, so
+// that a search of many nodes makes no text of each name.
+bool HasQualifiedName(const xmlNode* node, std::string_view name) {
+    const std::string_view local = C(node->name);
+    if (!node->ns || !node->ns->prefix)
+        return name == local;
+    const std::string_view prefix = C(node->ns->prefix);
+    return name.size() == prefix.size() + 1 + local.size() && name.starts_with(prefix) &&
+           name[prefix.size()] == ':' && name.ends_with(local);
+}
+
 xmlAttr* FindAttribute(xmlNode* element, const CString& name) {
+    const std::string utf8 = name.ToUtf8();
     for (xmlAttr* attribute = element->properties; attribute; attribute = attribute->next) {
-        if (QualifiedName(reinterpret_cast<xmlNode*>(attribute)) == name)
+        if (HasQualifiedName(reinterpret_cast<xmlNode*>(attribute), utf8))
             return attribute;
     }
     return nullptr;
+}
+
+bool IsElementNamed(const xmlNode* node, std::string_view name) {
+    return node->type == XML_ELEMENT_NODE && HasQualifiedName(node, name);
 }
 
 CString Content(const xmlNode* node) {
@@ -460,7 +476,7 @@ void RecordEncoding(void* context) {
     xmlStopParser(parser);
 }
 
-bool ProbeEncoding(std::string_view bytes, std::string& encoding, CString& error) {
+bool ProbeEncodingOf(std::string_view bytes, std::string& encoding, CString& error) {
     const ParserContextPtr parser(xmlNewParserCtxt());
     if (!parser) {
         error = u"Out of memory";
@@ -478,6 +494,15 @@ bool ProbeEncoding(std::string_view bytes, std::string& encoding, CString& error
     }
     encoding = probe.encoding;
     return true;
+}
+
+// The parser copies what it is given whole, and the declaration lies at the start: a first look
+// at the start alone is enough but for a declaration spread wider.
+bool ProbeEncoding(std::string_view bytes, std::string& encoding, CString& error) {
+    constexpr std::size_t c_start = 4096;
+    if (bytes.size() > c_start && ProbeEncodingOf(bytes.substr(0, c_start), encoding, error))
+        return true;
+    return ProbeEncodingOf(bytes, encoding, error);
 }
 
 bool DecodeToUtf8(std::string_view bytes, const std::string& encoding, std::string& utf8) {
@@ -817,8 +842,9 @@ bool QXMLNode::GetChildElements(const CString& name, QArray<QSmartPtr<QXMLNode>>
     nodes.RemoveAll();
     if (!IsElement())
         return false;
+    const std::string utf8 = name.ToUtf8();
     for (xmlNode* child = m_node->children; child; child = child->next) {
-        if (child->type == XML_ELEMENT_NODE && QualifiedName(child) == name)
+        if (IsElementNamed(child, utf8))
             nodes.Add(Handle(child));
     }
     return !nodes.IsEmpty();
@@ -827,8 +853,9 @@ bool QXMLNode::GetChildElements(const CString& name, QArray<QSmartPtr<QXMLNode>>
 QSmartPtr<QXMLNode> QXMLNode::GetFirstChildElement(const CString& name) const {
     if (!IsElement())
         return {};
+    const std::string utf8 = name.ToUtf8();
     for (xmlNode* child = m_node->children; child; child = child->next) {
-        if (child->type == XML_ELEMENT_NODE && QualifiedName(child) == name)
+        if (IsElementNamed(child, utf8))
             return Handle(child);
     }
     return {};
@@ -838,8 +865,9 @@ QSmartPtr<QXMLNode> QXMLNode::GetFirstChildElementWithId(const CString& name,
                                                          const CString& id) const {
     if (!IsElement())
         return {};
+    const std::string utf8 = name.ToUtf8();
     for (xmlNode* child = m_node->children; child; child = child->next) {
-        if (child->type != XML_ELEMENT_NODE || QualifiedName(child) != name)
+        if (!IsElementNamed(child, utf8))
             continue;
         const xmlAttr* attribute = FindAttribute(child, u"id");
         if (attribute && Content(reinterpret_cast<const xmlNode*>(attribute)) == id)
