@@ -8,6 +8,10 @@
 namespace keel {
 
 CString QXMLMangledName(const CString& name) {
+    const std::u16string_view view = name.View();
+    const bool startsWithDigit = !view.empty() && view[0] >= u'0' && view[0] <= u'9';
+    if (!startsWithDigit && view.find_first_of(u"[] \t") == std::u16string_view::npos)
+        return name;
     std::u16string mangled;
     mangled.reserve(static_cast<std::size_t>(name.GetLength()) + 4);
     for (const char16_t ch : name.View()) {

@@ -112,9 +112,10 @@ QImportFormatLevelXML::CreateSubLevel(QNewLevelImportable& child) {
         if (identifier.IsEmpty()) {
             node = m_node->GetFirstChildElement(name);
         } else {
+            CString id;
             node = m_node->GetFirstChildElementWithId(name, identifier);
             if (node)
-                node->RemoveAttribute(u"id");
+                node->TakeAttribute(u"id", id);
         }
     }
     QSmartPtr<QXMLNode> parent = node ? m_node : QSmartPtr<QXMLNode>();
@@ -138,23 +139,15 @@ bool QImportFormatLevelXML::ImportFromAttributes(const CString& name,
                                                  const QImportAttribute& attribute) {
     bool imported = true;
     CString text;
-    if (m_node->GetAttribute(name, text)) {
-        const CString typeName = name + c_typeSuffix;
+    if (m_node->TakeAttribute(name, text)) {
         CString type;
-        QAnyValue value(text);
-        if (m_node->GetAttribute(typeName, type)) {
-            value = TypedValue(text, type);
-            m_node->RemoveAttribute(typeName);
-        }
-        imported = attribute.SetValue(value);
-        m_node->RemoveAttribute(name);
+        imported = attribute.SetValue(m_node->TakeAttribute(name + c_typeSuffix, type)
+                                          ? TypedValue(text, type)
+                                          : QAnyValue(text));
     }
-    const CString formulaName = name + c_formulaSuffix;
     CString formula;
-    if (m_node->GetAttribute(formulaName, formula)) {
+    if (m_node->TakeAttribute(name + c_formulaSuffix, formula))
         imported = attribute.SetFormula(FormulaText(formula)) && imported;
-        m_node->RemoveAttribute(formulaName);
-    }
     return imported;
 }
 

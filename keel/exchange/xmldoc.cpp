@@ -305,6 +305,16 @@ CString Content(const xmlNode* node) {
     return TakeXml(xmlNodeGetContent(node));
 }
 
+// The value of an attribute; one text child, as parsing makes, is read without a copy.
+CString AttributeValue(const xmlAttr* attribute) {
+    const xmlNode* child = attribute->children;
+    if (!child)
+        return CString();
+    if (!child->next && child->type == XML_TEXT_NODE)
+        return FromXml(child->content);
+    return Content(reinterpret_cast<const xmlNode*>(attribute));
+}
+
 CString LibraryError(const xmlError* error) {
     if (!error || !error->message)
         return u"The text is not XML";
@@ -870,7 +880,7 @@ QSmartPtr<QXMLNode> QXMLNode::GetFirstChildElementWithId(const CString& name,
         if (!IsElementNamed(child, utf8))
             continue;
         const xmlAttr* attribute = FindAttribute(child, u"id");
-        if (attribute && Content(reinterpret_cast<const xmlNode*>(attribute)) == id)
+        if (attribute && AttributeValue(attribute) == id)
             return Handle(child);
     }
     return {};
@@ -952,7 +962,17 @@ bool QXMLNode::GetAttribute(const CString& name, CString& value) const {
     const xmlAttr* attribute = IsElement() ? FindAttribute(m_node, name) : nullptr;
     if (!attribute)
         return false;
-    value = Content(reinterpret_cast<const xmlNode*>(attribute));
+    value = AttributeValue(attribute);
+    return true;
+}
+
+bool QXMLNode::TakeAttribute(const CString& name, CString& value) {
+    value.Empty();
+    xmlAttr* attribute = IsElement() ? FindAttribute(m_node, name) : nullptr;
+    if (!attribute)
+        return false;
+    value = AttributeValue(attribute);
+    m_tree->Discard(reinterpret_cast<xmlNode*>(attribute));
     return true;
 }
 

@@ -81,6 +81,8 @@ public:
     bool RemoveAttribute(const CString& name);
     bool GetAttribute(const CString& name, CString& value) const;
     CString GetAttribute(const CString& name) const;
+    // GetAttribute and RemoveAttribute in one look.
+    bool TakeAttribute(const CString& name, CString& value);
     // In document order; false when there are none.
     bool GetAttributes(QArray<QXMLAttribute>& attributes) const;
     bool HasAnyAttributes() const;
