@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <climits>
 #include <cstring>
+#include <deque>
 #include <libxml/SAX2.h>
 #include <libxml/encoding.h>
 #include <libxml/parser.h>
@@ -296,6 +297,45 @@ xmlAttr* FindAttribute(xmlNode* element, const CString& name) {
     }
     return nullptr;
 }
+
+std::string QualifiedUtf8Name(const xmlNode* node) {
+    std::string name = C(node->name);
+    if (node->ns && node->ns->prefix)
+        name = std::string(C(node->ns->prefix)) + ':' + name;
+    return name;
+}
+
+// The attributes of an element by qualified name: searched in turn while few, through a hash
+// once many.
+class AttributeIndex {
+public:
+    void Add(std::string name, xmlAttr* attribute) {
+        m_attributes.emplace_back(std::move(name), attribute);
+        if (m_attributes.size() == c_mostSearchedInTurn + 1) {
+            for (const auto& [each, node] : m_attributes)
+                m_byName.emplace(each, node);
+        } else if (m_attributes.size() > c_mostSearchedInTurn) {
+            m_byName.emplace(m_attributes.back().first, attribute);
+        }
+    }
+    xmlAttr* Find(const std::string& name) const {
+        if (m_attributes.size() > c_mostSearchedInTurn) {
+            const auto found = m_byName.find(name);
+            return found == m_byName.end() ? nullptr : found->second;
+        }
+        for (const auto& [each, node] : m_attributes) {
+            if (each == name)
+                return node;
+        }
+        return nullptr;
+    }
+
+private:
+    static constexpr std::size_t c_mostSearchedInTurn = 32;
+    // A deque keeps the names where they are, for the views of the hash.
+    std::deque<std::pair<std::string, xmlAttr*>> m_attributes;
+    std::unordered_map<std::string_view, xmlAttr*> m_byName;
+};
 
 bool IsElementNamed(const xmlNode* node, std::string_view name) {
     return node->type == XML_ELEMENT_NODE && HasQualifiedName(node, name);
@@ -902,30 +942,33 @@ bool QXMLNode::AddAttribute(const CString& name, const CString& value) {
 bool QXMLNode::AddAttributes(const QArray<QXMLAttribute>& attributes) {
     if (!IsElement())
         return false;
-    std::unordered_map<std::string, xmlAttr*> present;
+    AttributeIndex present;
     xmlAttr* last = nullptr;
     for (xmlAttr* attribute = m_node->properties; attribute; attribute = attribute->next) {
-        present.emplace(QualifiedName(reinterpret_cast<xmlNode*>(attribute)).ToUtf8(), attribute);
+        present.Add(QualifiedUtf8Name(reinterpret_cast<xmlNode*>(attribute)), attribute);
         last = attribute;
     }
     bool added = true;
     for (const QXMLAttribute& attribute : attributes) {
-        if (!IsXmlName(attribute.m_name) || IsNamespaceDeclaration(attribute.m_name) ||
-            !IsXmlText(attribute.m_value)) {
+        std::string name = attribute.m_name.ToUtf8();
+        if (!IsXmlText(attribute.m_name) || name.empty() || xmlValidateQName(X(name), 0) != 0 ||
+            IsNamespaceDeclaration(attribute.m_name) || !IsXmlText(attribute.m_value)) {
             added = false;
             continue;
         }
-        const std::string name = attribute.m_name.ToUtf8();
         const std::string value = attribute.m_value.ToUtf8();
-        if (const auto found = present.find(name); found != present.end()) {
-            m_tree->ReplaceChildrenWithText(reinterpret_cast<xmlNode*>(found->second), value);
+        if (xmlAttr* found = present.Find(name)) {
+            m_tree->ReplaceChildrenWithText(reinterpret_cast<xmlNode*>(found), value);
             continue;
         }
-        const auto [prefix, local] = SplitQName(attribute.m_name);
-        xmlNs* ns = prefix.empty() ? nullptr : xmlSearchNs(m_tree->Doc(), m_node, X(prefix));
+        const std::size_t colon = name.find(':');
+        xmlNs* ns = colon == std::string::npos
+                        ? nullptr
+                        : xmlSearchNs(m_tree->Doc(), m_node, X(name.substr(0, colon)));
         // Made apart from the element and linked after the last attribute: the library's own
         // way walks the element's whole list for each one.
-        xmlAttr* made = xmlNewNsProp(nullptr, ns, X(ns ? local : name), X(value));
+        xmlAttr* made =
+            xmlNewNsProp(nullptr, ns, ns ? X(name.substr(colon + 1)) : X(name), X(value));
         if (!made) {
             added = false;
             continue;
@@ -938,7 +981,7 @@ bool QXMLNode::AddAttributes(const QArray<QXMLAttribute>& attributes) {
         else
             m_node->properties = made;
         last = made;
-        present.emplace(name, made);
+        present.Add(std::move(name), made);
     }
     return added;
 }
