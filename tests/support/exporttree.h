@@ -6,6 +6,7 @@
 #include "keel/exchange/importformatlevel.h"
 
 #include <memory>
+#include <string>
 #include <utility>
 #include <vector>
 
@@ -47,7 +48,7 @@ public:
 
     CString GetImportExportLevelName() const override { return u"Item"; }
     CString GetImportableExportableIdentifier() const override {
-        return CString::Formatted(u"%d", number);
+        return CString::FromUtf8(std::to_string(number));
     }
     int GetAsciiContextStyle() const override { return 2; }
 
