@@ -99,8 +99,11 @@ bool QExportFormatLevelXML::AddAsAttributes(const CString& name, const QExportAt
     }
     if (attribute.HasFormula())
         attributes.Add({name + u"-formula", attribute.GetFormula().ToString()});
+    // A name that XML can hold still can with "-type" or "-formula" after it.
+    if (!QXMLNode::IsName(name))
+        return false;
     for (const QXMLAttribute& each : attributes) {
-        if (!QXMLNode::IsName(each.m_name) || !QXMLNode::IsText(each.m_value))
+        if (!QXMLNode::IsText(each.m_value))
             return false;
     }
     m_pendingAttributes.Append(attributes);
