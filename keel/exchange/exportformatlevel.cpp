@@ -2,6 +2,7 @@
 
 #include "keel/exchange/importexport.h"
 
+#include <string>
 #include <utility>
 
 namespace keel {
@@ -53,7 +54,12 @@ bool QExportFormatLevel::AddExportable(const QExportable* child, bool force) {
 }
 
 CString ArrayAttributeName(const CString& name, std::int32_t index) {
-    return CString::Formatted(u"%s[%d]", name, index);
+    // Asked for on every attribute of an array, in and out: built without the formatter.
+    CString named = name;
+    named += u'[';
+    named += std::to_string(index).c_str();
+    named += u']';
+    return named;
 }
 
 } // namespace keel

@@ -2,7 +2,9 @@
 
 #include "keel/document/errorlog.h"
 #include "keel/exchange/exportformatascii.h"
+#include "keel/exchange/exportformatxml.h"
 #include "keel/exchange/importformatascii.h"
+#include "keel/exchange/importformatxml.h"
 #include "keel/platform/stdiofileex.h"
 #include "keel/platform/uiservices.h"
 #include "keel/system/fsfile.h"
@@ -10,6 +12,7 @@
 
 #include <algorithm>
 #include <filesystem>
+#include <memory>
 #include <system_error>
 #include <vector>
 
@@ -18,9 +21,6 @@ namespace keel {
 QExportType QExportable::c_LastExportType = QExportTypeASCII;
 
 namespace {
-
-QExportFormatMaker g_xmlExportMaker = nullptr;
-QImportFormatMaker g_xmlImportMaker = nullptr;
 
 bool IsAsciiPath(const CString& path) {
     return QPathOp::MatchDotExt(path, u".tab");
@@ -65,21 +65,16 @@ std::unique_ptr<QImportFormat> MakeImportFormat(const CString& path, CStdioFileE
                                                 QImportable& importable) {
     if (IsAsciiPath(path))
         return std::make_unique<QImportFormatASCII>(file, importable);
-    if (IsXMLPath(path) && g_xmlImportMaker)
-        return g_xmlImportMaker(file, importable);
+    if (IsXMLPath(path))
+        return std::make_unique<QImportFormatXML>(file, importable);
     return nullptr;
 }
 
 bool IsImportPathKnown(const CString& path) {
-    return IsAsciiPath(path) || (IsXMLPath(path) && g_xmlImportMaker);
+    return IsAsciiPath(path) || IsXMLPath(path);
 }
 
 } // namespace
-
-void SetXMLFormatMakers(QExportFormatMaker exportMaker, QImportFormatMaker importMaker) {
-    g_xmlExportMaker = exportMaker;
-    g_xmlImportMaker = importMaker;
-}
 
 const QNewLevelExportable* QExportable::GetNewLevelExportable() const {
     return nullptr;
@@ -91,8 +86,8 @@ bool QExportable::ExportData(const CString& path, bool minimal, bool openAfterwa
     QExportType type = QExportTypeASCII;
     if (IsAsciiPath(path)) {
         format = std::make_unique<QExportFormatASCII>(*this, minimal, selection);
-    } else if (IsXMLPath(path) && g_xmlExportMaker) {
-        format = g_xmlExportMaker(*this, minimal, selection);
+    } else if (IsXMLPath(path)) {
+        format = std::make_unique<QExportFormatXML>(*this, minimal, selection);
         type = QExportTypeXML;
     } else {
         ReportUnrecognizedExtension(path, u"Export");

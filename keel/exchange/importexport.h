@@ -4,8 +4,6 @@
 #include "keel/platform/cstring.h"
 #include "keel/values/smartptr.h"
 
-#include <memory>
-
 namespace keel {
 
 class CStdioFileEx;
@@ -168,13 +166,5 @@ public:
     // True when the object took everything without an error or an unmatched report.
     virtual bool ImportToImportable() = 0;
 };
-
-// Makers of the formats for the extensions ".xml;.viqx", which the XML format installs; without
-// them such a file is an unrecognized extension.
-using QExportFormatMaker = std::unique_ptr<QExportFormat> (*)(
-    const QExportable& exportable, bool minimal, QSmartPtr<QExportSelection> selection);
-using QImportFormatMaker = std::unique_ptr<QImportFormat> (*)(CStdioFileEx& file,
-                                                              QImportable& importable);
-void SetXMLFormatMakers(QExportFormatMaker exportMaker, QImportFormatMaker importMaker);
 
 } // namespace keel

@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <climits>
 #include <cstring>
+#include <deque>
 #include <libxml/SAX2.h>
 #include <libxml/encoding.h>
 #include <libxml/parser.h>
@@ -277,16 +278,81 @@ xmlNode* CopyTree(const xmlNode* source, xmlDoc* doc) {
     return root;
 }
 
+// Whether an element or attribute has the qualified name, given in UTF-8; compared as bytes, so
+// that a search of many nodes makes no text of each name.
+bool HasQualifiedName(const xmlNode* node, std::string_view name) {
+    const std::string_view local = C(node->name);
+    if (!node->ns || !node->ns->prefix)
+        return name == local;
+    const std::string_view prefix = C(node->ns->prefix);
+    return name.size() == prefix.size() + 1 + local.size() && name.starts_with(prefix) &&
+           name[prefix.size()] == ':' && name.ends_with(local);
+}
+
 xmlAttr* FindAttribute(xmlNode* element, const CString& name) {
+    const std::string utf8 = name.ToUtf8();
     for (xmlAttr* attribute = element->properties; attribute; attribute = attribute->next) {
-        if (QualifiedName(reinterpret_cast<xmlNode*>(attribute)) == name)
+        if (HasQualifiedName(reinterpret_cast<xmlNode*>(attribute), utf8))
             return attribute;
     }
     return nullptr;
 }
 
+std::string QualifiedUtf8Name(const xmlNode* node) {
+    std::string name = C(node->name);
+    if (node->ns && node->ns->prefix)
+        name = std::string(C(node->ns->prefix)) + ':' + name;
+    return name;
+}
+
+// The attributes of an element by qualified name: searched in turn while few, through a hash
+// once many.
+class AttributeIndex {
+public:
+    void Add(std::string name, xmlAttr* attribute) {
+        m_attributes.emplace_back(std::move(name), attribute);
+        if (m_attributes.size() == c_mostSearchedInTurn + 1) {
+            for (const auto& [each, node] : m_attributes)
+                m_byName.emplace(each, node);
+        } else if (m_attributes.size() > c_mostSearchedInTurn) {
+            m_byName.emplace(m_attributes.back().first, attribute);
+        }
+    }
+    xmlAttr* Find(const std::string& name) const {
+        if (m_attributes.size() > c_mostSearchedInTurn) {
+            const auto found = m_byName.find(name);
+            return found == m_byName.end() ? nullptr : found->second;
+        }
+        for (const auto& [each, node] : m_attributes) {
+            if (each == name)
+                return node;
+        }
+        return nullptr;
+    }
+
+private:
+    static constexpr std::size_t c_mostSearchedInTurn = 32;
+    // A deque keeps the names where they are, for the views of the hash.
+    std::deque<std::pair<std::string, xmlAttr*>> m_attributes;
+    std::unordered_map<std::string_view, xmlAttr*> m_byName;
+};
+
+bool IsElementNamed(const xmlNode* node, std::string_view name) {
+    return node->type == XML_ELEMENT_NODE && HasQualifiedName(node, name);
+}
+
 CString Content(const xmlNode* node) {
     return TakeXml(xmlNodeGetContent(node));
+}
+
+// The value of an attribute; one text child, as parsing makes, is read without a copy.
+CString AttributeValue(const xmlAttr* attribute) {
+    const xmlNode* child = attribute->children;
+    if (!child)
+        return CString();
+    if (!child->next && child->type == XML_TEXT_NODE)
+        return FromXml(child->content);
+    return Content(reinterpret_cast<const xmlNode*>(attribute));
 }
 
 CString LibraryError(const xmlError* error) {
@@ -460,7 +526,7 @@ void RecordEncoding(void* context) {
     xmlStopParser(parser);
 }
 
-bool ProbeEncoding(std::string_view bytes, std::string& encoding, CString& error) {
+bool ProbeEncodingOf(std::string_view bytes, std::string& encoding, CString& error) {
     const ParserContextPtr parser(xmlNewParserCtxt());
     if (!parser) {
         error = u"Out of memory";
@@ -478,6 +544,15 @@ bool ProbeEncoding(std::string_view bytes, std::string& encoding, CString& error
     }
     encoding = probe.encoding;
     return true;
+}
+
+// The parser copies what it is given whole, and the declaration lies at the start: a first look
+// at the start alone is enough but for a declaration spread wider.
+bool ProbeEncoding(std::string_view bytes, std::string& encoding, CString& error) {
+    constexpr std::size_t c_start = 4096;
+    if (bytes.size() > c_start && ProbeEncodingOf(bytes.substr(0, c_start), encoding, error))
+        return true;
+    return ProbeEncodingOf(bytes, encoding, error);
 }
 
 bool DecodeToUtf8(std::string_view bytes, const std::string& encoding, std::string& utf8) {
@@ -817,8 +892,9 @@ bool QXMLNode::GetChildElements(const CString& name, QArray<QSmartPtr<QXMLNode>>
     nodes.RemoveAll();
     if (!IsElement())
         return false;
+    const std::string utf8 = name.ToUtf8();
     for (xmlNode* child = m_node->children; child; child = child->next) {
-        if (child->type == XML_ELEMENT_NODE && QualifiedName(child) == name)
+        if (IsElementNamed(child, utf8))
             nodes.Add(Handle(child));
     }
     return !nodes.IsEmpty();
@@ -827,8 +903,9 @@ bool QXMLNode::GetChildElements(const CString& name, QArray<QSmartPtr<QXMLNode>>
 QSmartPtr<QXMLNode> QXMLNode::GetFirstChildElement(const CString& name) const {
     if (!IsElement())
         return {};
+    const std::string utf8 = name.ToUtf8();
     for (xmlNode* child = m_node->children; child; child = child->next) {
-        if (child->type == XML_ELEMENT_NODE && QualifiedName(child) == name)
+        if (IsElementNamed(child, utf8))
             return Handle(child);
     }
     return {};
@@ -838,11 +915,12 @@ QSmartPtr<QXMLNode> QXMLNode::GetFirstChildElementWithId(const CString& name,
                                                          const CString& id) const {
     if (!IsElement())
         return {};
+    const std::string utf8 = name.ToUtf8();
     for (xmlNode* child = m_node->children; child; child = child->next) {
-        if (child->type != XML_ELEMENT_NODE || QualifiedName(child) != name)
+        if (!IsElementNamed(child, utf8))
             continue;
         const xmlAttr* attribute = FindAttribute(child, u"id");
-        if (attribute && Content(reinterpret_cast<const xmlNode*>(attribute)) == id)
+        if (attribute && AttributeValue(attribute) == id)
             return Handle(child);
     }
     return {};
@@ -859,6 +937,53 @@ bool QXMLNode::AddAttribute(const CString& name, const CString& value) {
     xmlNs* ns = prefix.empty() ? nullptr : xmlSearchNs(m_tree->Doc(), m_node, X(prefix));
     const std::string attributeName = ns ? local : name.ToUtf8();
     return xmlNewNsProp(m_node, ns, X(attributeName), X(value.ToUtf8())) != nullptr;
+}
+
+bool QXMLNode::AddAttributes(const QArray<QXMLAttribute>& attributes) {
+    if (!IsElement())
+        return false;
+    AttributeIndex present;
+    xmlAttr* last = nullptr;
+    for (xmlAttr* attribute = m_node->properties; attribute; attribute = attribute->next) {
+        present.Add(QualifiedUtf8Name(reinterpret_cast<xmlNode*>(attribute)), attribute);
+        last = attribute;
+    }
+    bool added = true;
+    for (const QXMLAttribute& attribute : attributes) {
+        std::string name = attribute.m_name.ToUtf8();
+        if (!IsXmlText(attribute.m_name) || name.empty() || xmlValidateQName(X(name), 0) != 0 ||
+            IsNamespaceDeclaration(attribute.m_name) || !IsXmlText(attribute.m_value)) {
+            added = false;
+            continue;
+        }
+        const std::string value = attribute.m_value.ToUtf8();
+        if (xmlAttr* found = present.Find(name)) {
+            m_tree->ReplaceChildrenWithText(reinterpret_cast<xmlNode*>(found), value);
+            continue;
+        }
+        const std::size_t colon = name.find(':');
+        xmlNs* ns = colon == std::string::npos
+                        ? nullptr
+                        : xmlSearchNs(m_tree->Doc(), m_node, X(name.substr(0, colon)));
+        // Made apart from the element and linked after the last attribute: the library's own
+        // way walks the element's whole list for each one.
+        xmlAttr* made =
+            xmlNewNsProp(nullptr, ns, ns ? X(name.substr(colon + 1)) : X(name), X(value));
+        if (!made) {
+            added = false;
+            continue;
+        }
+        xmlSetTreeDoc(reinterpret_cast<xmlNode*>(made), m_tree->Doc());
+        made->parent = m_node;
+        made->prev = last;
+        if (last)
+            last->next = made;
+        else
+            m_node->properties = made;
+        last = made;
+        present.Add(std::move(name), made);
+    }
+    return added;
 }
 
 bool QXMLNode::UpdateAttribute(const CString& name, const CString& value) {
@@ -880,7 +1005,17 @@ bool QXMLNode::GetAttribute(const CString& name, CString& value) const {
     const xmlAttr* attribute = IsElement() ? FindAttribute(m_node, name) : nullptr;
     if (!attribute)
         return false;
-    value = Content(reinterpret_cast<const xmlNode*>(attribute));
+    value = AttributeValue(attribute);
+    return true;
+}
+
+bool QXMLNode::TakeAttribute(const CString& name, CString& value) {
+    value.Empty();
+    xmlAttr* attribute = IsElement() ? FindAttribute(m_node, name) : nullptr;
+    if (!attribute)
+        return false;
+    value = AttributeValue(attribute);
+    m_tree->Discard(reinterpret_cast<xmlNode*>(attribute));
     return true;
 }
 
@@ -996,6 +1131,14 @@ CString QXMLNode::GetComment(long index) const {
     CString text;
     GetComment(index, text);
     return text;
+}
+
+bool QXMLNode::IsName(const CString& name) {
+    return IsXmlName(name);
+}
+
+bool QXMLNode::IsText(const CString& text) {
+    return IsXmlText(text);
 }
 
 CString QXMLNode::ToString() const {

@@ -73,10 +73,16 @@ public:
     // the attribute is there; UpdateAttribute only changes one that is. Namespace declarations
     // are not attributes here and cannot be made through these.
     bool AddAttribute(const CString& name, const CString& value);
+    // AddAttribute for each in turn, with one look over the element's attributes for all of
+    // them, so that an element can take thousands. False when one of them could not be added;
+    // the others are.
+    bool AddAttributes(const QArray<QXMLAttribute>& attributes);
     bool UpdateAttribute(const CString& name, const CString& value);
     bool RemoveAttribute(const CString& name);
     bool GetAttribute(const CString& name, CString& value) const;
     CString GetAttribute(const CString& name) const;
+    // GetAttribute and RemoveAttribute in one look.
+    bool TakeAttribute(const CString& name, CString& value);
     // In document order; false when there are none.
     bool GetAttributes(QArray<QXMLAttribute>& attributes) const;
     bool HasAnyAttributes() const;
@@ -99,8 +105,14 @@ public:
     bool GetComment(long index, CString& text) const;
     CString GetComment(long index) const;
 
+    // Whether a text can name an element or attribute, and whether a document can hold it as
+    // text or as the value of an attribute.
+    static bool IsName(const CString& name);
+    static bool IsText(const CString& text);
+
     // The node and what is under it as XML, without indentation.
     CString ToString() const;
+    bool IsElement() const;
     bool IsSameNode(const QXMLNode& other) const { return m_node == other.m_node; }
 
 protected:
@@ -113,7 +125,6 @@ private:
     friend class QXMLTree;
 
     QXMLNode(QSmartPtr<QXMLTree> tree, _xmlNode* node);
-    bool IsElement() const;
     QSmartPtr<QXMLNode> Handle(_xmlNode* node) const;
     QSmartPtr<QXMLNode> AppendNew(_xmlNode* child);
 
@@ -164,7 +175,7 @@ public:
 
     static constexpr std::int64_t c_maxNodesToIndent = 0x7FFF0;
     // Elements with more attributes are refused when parsing.
-    static constexpr int c_maxAttributesPerElement = 2048;
+    static constexpr int c_maxAttributesPerElement = 20000;
 
 private:
     bool Parse(std::string_view bytes, bool isUtf8);

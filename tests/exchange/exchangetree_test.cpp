@@ -7,27 +7,6 @@
 namespace keel::test {
 namespace {
 
-// A tree with something of every kind: defaults and changed values, a formula, an array, a
-// bag of typed values and numbered items.
-void Populate(FakeTree& tree) {
-    tree.title = u"Kitchen\tplan";
-    tree.bag.entries.push_back({u"Depth", QAnyValue(600.5), FormulaText()});
-    tree.bag.entries.push_back({u"Finish", QAnyValue(u"oak \"light\""), FormulaText()});
-    tree.bag.entries.push_back({u"Doors", QAnyValue(2), FormulaText(u"1+1")});
-    FakeGroup& base = tree.AddGroup(u"Base");
-    base.width = QAnyValue(QLength(1200.0));
-    base.sizes = {0, 300};
-    base.items.push_back(std::make_unique<FakeItem>(1));
-    base.items.back()->label = u"sink";
-    base.items.back()->count = 2;
-    base.items.push_back(std::make_unique<FakeItem>(2));
-    base.items.back()->label = u"=drawer";
-    FakeGroup& wall = tree.AddGroup(u"Wall");
-    wall.width = QAnyValue(0.0);
-    wall.widthFormula = FormulaText(u"2*300mm");
-    wall.shelves = 0;
-}
-
 class ExchangeTreeTest : public ExchangeFileTest {
 protected:
     std::string Export(const FakeTree& tree, bool minimal, const std::string& name,
@@ -52,7 +31,7 @@ TEST_F(ExchangeTreeTest, ExportsMatchTheirGoldenFilesByteForByte) {
         {"tree-relative-ids.tab", false, {1}},  {"tree-values-with-formulas.tab", true, {6}},
     };
     FakeTree tree;
-    Populate(tree);
+    PopulateSampleTree(tree);
     for (const GoldenCase& c : cases) {
         ExportFlagsScope flags(c.flags);
         const std::string written = Export(tree, c.minimal, c.file);
@@ -111,7 +90,7 @@ TEST_F(ExchangeTreeTest, ReadsCrlfAndUtf16WithByteOrderMark) {
 
 TEST_F(ExchangeTreeTest, SelectionWritesTheChosenGroupWithEverythingBelowIt) {
     FakeTree tree;
-    Populate(tree);
+    PopulateSampleTree(tree);
     const std::string written =
         Export(tree, false, "selected.tab", new QExportSelection{CString(u"Wall")});
     EXPECT_NE(written.find("Group|Wall"), std::string::npos);

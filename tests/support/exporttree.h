@@ -6,6 +6,7 @@
 #include "keel/exchange/importformatlevel.h"
 
 #include <memory>
+#include <string>
 #include <utility>
 #include <vector>
 
@@ -22,10 +23,12 @@ public:
     };
 
     bool AddAttributesAndChildrenToExport(QExportFormatLevel& level) const override {
+        bool ok = true;
         for (const Entry& entry : entries)
-            level.AddExportableAttribute(
-                QVariableTypeExportAttribute(entry.name, entry.value, entry.formula));
-        return true;
+            ok = level.AddExportableAttribute(
+                     QVariableTypeExportAttribute(entry.name, entry.value, entry.formula)) &&
+                 ok;
+        return ok;
     }
     bool ImportAttributesAndChildren(QImportFormatLevel& level) override {
         return level.ImportUnmatchedAttributes(
@@ -45,7 +48,7 @@ public:
 
     CString GetImportExportLevelName() const override { return u"Item"; }
     CString GetImportableExportableIdentifier() const override {
-        return CString::Formatted(u"%d", number);
+        return CString::FromUtf8(std::to_string(number));
     }
     int GetAsciiContextStyle() const override { return 2; }
 
@@ -68,7 +71,8 @@ public:
 };
 
 // A named group with a width that may come from a formula, a count of shelves, an array of
-// sizes and numbered items.
+// sizes and numbered items; given a bag of extras, it also keeps every attribute that nobody
+// else took. Its XML attributes are written in the style asked for.
 class FakeGroup : public QNewLevelImportableExportable {
 public:
     explicit FakeGroup(const CString& name = CString()) : name(name) {}
@@ -76,6 +80,7 @@ public:
     CString GetImportExportLevelName() const override { return u"Group"; }
     CString GetImportableExportableIdentifier() const override { return name; }
     int GetAsciiContextStyle() const override { return 3; }
+    int GetXMLAttributeStyle() const override { return xmlStyle; }
 
     bool AddAttributesAndChildrenToExport(QExportFormatLevel& level) const override {
         bool ok = level.AddExportableAttribute(
@@ -92,7 +97,7 @@ public:
         level.SetArrayMode(false);
         for (const auto& item : items)
             ok = level.AddExportable(item.get(), false) && ok;
-        return ok;
+        return level.AddExportable(extras.get(), false) && ok;
     }
     bool ImportAttributesAndChildren(QImportFormatLevel& level) override {
         QAnyValue widthValue = width;
@@ -103,7 +108,8 @@ public:
         ok = ImportSizes(level) && ok;
         for (const auto& item : items)
             ok = level.MergeImportableIfPresent(item.get()) && ok;
-        return ImportNewItems(level) && ok;
+        ok = ImportNewItems(level) && ok;
+        return level.MergeImportableIfPresent(extras.get()) && ok;
     }
 
     CString name;
@@ -112,6 +118,8 @@ public:
     int shelves = 1;
     std::vector<int> sizes;
     std::vector<std::unique_ptr<FakeItem>> items;
+    int xmlStyle = 0;
+    std::unique_ptr<FakeBag> extras;
 
 private:
     static constexpr int c_absent = -1;
@@ -175,6 +183,7 @@ public:
                identifier != previous) {
             previous = identifier;
             auto group = std::make_unique<FakeGroup>(identifier);
+            group->xmlStyle = newGroupXmlStyle;
             ok = SetupNewChildImportable(group.get(), levelName, identifier) && ok;
             ok = level.MergeImportableIfPresent(group.get()) && ok;
             groups.push_back(std::move(group));
@@ -202,8 +211,31 @@ public:
     FakeBag bag;
     std::vector<std::unique_ptr<FakeGroup>> groups;
     bool refuseDelete = false;
+    // The XML style of the groups made for what the file holds.
+    int newGroupXmlStyle = 0;
     // The selection's size for each call, -1 without one.
     std::vector<int> deleteCalls;
 };
+
+// A tree with something of every kind: defaults and changed values, a formula, an array, a
+// bag of typed values and numbered items.
+inline void PopulateSampleTree(FakeTree& tree) {
+    tree.title = u"Kitchen\tplan";
+    tree.bag.entries.push_back({u"Depth", QAnyValue(600.5), FormulaText()});
+    tree.bag.entries.push_back({u"Finish", QAnyValue(u"oak \"light\""), FormulaText()});
+    tree.bag.entries.push_back({u"Doors", QAnyValue(2), FormulaText(u"1+1")});
+    FakeGroup& base = tree.AddGroup(u"Base");
+    base.width = QAnyValue(QLength(1200.0));
+    base.sizes = {0, 300};
+    base.items.push_back(std::make_unique<FakeItem>(1));
+    base.items.back()->label = u"sink";
+    base.items.back()->count = 2;
+    base.items.push_back(std::make_unique<FakeItem>(2));
+    base.items.back()->label = u"=drawer";
+    FakeGroup& wall = tree.AddGroup(u"Wall");
+    wall.width = QAnyValue(0.0);
+    wall.widthFormula = FormulaText(u"2*300mm");
+    wall.shelves = 0;
+}
 
 } // namespace keel::test

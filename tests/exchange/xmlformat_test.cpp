@@ -1,0 +1,361 @@
+#include "tests/support/exchangetests.h"
+#include "tests/support/exporttree.h"
+#include "tests/support/xmloracle.h"
+
+#include "keel/exchange/exportformatxml.h"
+#include "keel/exchange/importformatxml.h"
+
+#include <gtest/gtest.h>
+
+namespace keel::test {
+namespace {
+
+TEST(XMLNameMangling, BracketsBlanksAndLeadingDigits) {
+    const std::pair<const char16_t*, const char16_t*> cases[] = {
+        {u"width[3]", u"width__3__"},
+        {u"door width", u"doorwidth"},
+        {u" a\tb ", u"ab"},
+        {u"3d", u"_3d"},
+        {u" 3d", u"_3d"},
+        {u"x3", u"x3"},
+        {u"[0]", u"__0__"},
+        {u"", u""},
+        {u"a-b.c", u"a-b.c"},
+    };
+    for (const auto& [name, mangled] : cases)
+        EXPECT_EQ(QXMLMangledName(name), CString(mangled)) << CString(name).ToUtf8();
+}
+
+TEST(XMLTypedValue, ConvertsByTypeNameOrStaysAString) {
+    struct Case {
+        const char16_t* text;
+        const char16_t* type;
+        QAnyValue::TYPE expected;
+    };
+    const Case cases[] = {
+        {u"12", u"Whole Number", QAnyValue::TYPE_INT},
+        {u"12", u"whole number", QAnyValue::TYPE_INT},
+        {u"2.5", u"Number", QAnyValue::TYPE_DOUBLE},
+        {u"1234.5", u"Length", QAnyValue::TYPE_LENGTH},
+        {u"Yes", u"Yes or No", QAnyValue::TYPE_BOOL},
+        {u"", u"<none>", QAnyValue::TYPE_EMPTY},
+        {u"abc", u"Whole Number", QAnyValue::TYPE_STRING},
+        {u"12", u"Bogus", QAnyValue::TYPE_STRING},
+        {u"12", u"", QAnyValue::TYPE_STRING},
+    };
+    for (const Case& c : cases) {
+        const QAnyValue value = QImportFormatLevelXML::TypedValue(c.text, c.type);
+        EXPECT_EQ(value.Type(), c.expected)
+            << CString(c.text).ToUtf8() << " as " << CString(c.type).ToUtf8();
+        if (c.expected == QAnyValue::TYPE_STRING) {
+            EXPECT_EQ(QAnyValue(value).MakeCString(), CString(c.text));
+        }
+    }
+}
+
+class XmlFormatTest : public ExchangeFileTest {
+protected:
+    void SetUp() override {
+        ExchangeFileTest::SetUp();
+        if (!HasXmllint())
+            GTEST_SKIP() << "xmllint is not installed";
+    }
+
+    // The canonical form of the export, blanks between elements dropped.
+    std::string Export(const QExportable& object, bool minimal, const std::string& name,
+                       QSmartPtr<QExportSelection> selection = nullptr) {
+        EXPECT_TRUE(object.ExportData(PathOf(name), minimal, false, selection)) << name;
+        return CanonicalXml(Path(name)).value_or("<not XML>");
+    }
+    bool Import(QImportable& object, const std::string& xml, bool merge = true) {
+        WriteFileBytes(Path("import.xml"), xml);
+        return object.ImportOrMergeFrom(PathOf("import.xml"), merge, nullptr);
+    }
+
+    static const Report c_completed;
+    static const Report c_someErrors;
+};
+
+const Report XmlFormatTest::c_completed{"Import", "Import completed with no errors."};
+const Report XmlFormatTest::c_someErrors{
+    "Import", "Some errors occurred during import. See error log for details."};
+
+// A group "G" of the style with a width and an extra of any type, each with or without a formula.
+FakeTree StyledTree(int style, bool withFormulas) {
+    FakeTree tree;
+    FakeGroup& group = tree.AddGroup(u"G");
+    group.xmlStyle = style;
+    group.width = QAnyValue(QLength(25.5));
+    group.extras = std::make_unique<FakeBag>();
+    group.extras->entries.push_back({u"Run", QAnyValue(QLength(12.5)), FormulaText()});
+    if (withFormulas) {
+        group.widthFormula = FormulaText(u"x*2");
+        group.extras->entries.back().formula = FormulaText(u"3mm");
+    }
+    return tree;
+}
+
+// Each style writes N, N-formula and N-type, or elements N with "formula" and "type", the value
+// only without a formula or under flag 6; read back, a value that was not written leaves the
+// target alone.
+TEST_F(XmlFormatTest, BothStylesWriteAndReadValuesFormulasAndTypes) {
+    struct Case {
+        int style;
+        bool formulas;
+        bool flag6;
+        const char* xml;
+    };
+    const Case cases[] = {
+        {0, false, false,
+         R"(<Export><Group Run="12.5" Run-type="Length" id="G" width="25.5"></Group></Export>)"},
+        {0, true, false,
+         R"(<Export><Group Run-formula="3mm" id="G" width-formula="x*2"></Group></Export>)"},
+        {0, true, true,
+         R"(<Export><Group Run="12.5" Run-formula="3mm" Run-type="Length" id="G" width="25.5" )"
+         R"(width-formula="x*2"></Group></Export>)"},
+        {1, false, false,
+         R"(<Export><Group id="G"><width>25.5</width><Run type="Length">12.5</Run></Group>)"
+         R"(</Export>)"},
+        {1, true, false,
+         R"(<Export><Group id="G"><width formula="x*2"></width><Run formula="3mm"></Run>)"
+         R"(</Group></Export>)"},
+        {1, true, true,
+         R"(<Export><Group id="G"><width formula="x*2">25.5</width>)"
+         R"(<Run formula="3mm" type="Length">12.5</Run></Group></Export>)"},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(testing::Message() << "style " << c.style << (c.formulas ? " formulas" : "")
+                                        << (c.flag6 ? " flag 6" : ""));
+        ExportFlagsScope flags(c.flag6 ? std::initializer_list<int>{6}
+                                       : std::initializer_list<int>{});
+        const std::string written = Export(StyledTree(c.style, c.formulas), true, "styled.xml");
+        EXPECT_EQ(written, c.xml);
+
+        FakeTree back = StyledTree(c.style, false);
+        FakeGroup& group = *back.groups[0];
+        group.width = QAnyValue(u"untouched");
+        group.extras->entries.clear();
+        WriteFileBytes(Path("back.xml"), ReadFileBytes(Path("styled.xml")));
+        EXPECT_TRUE(back.ImportOrMergeFrom(PathOf("back.xml"), true, nullptr));
+        const bool valueWritten = !c.formulas || c.flag6;
+        EXPECT_EQ(QAnyValue(group.width).MakeCString(),
+                  CString(valueWritten ? u"25.5" : u"untouched"));
+        EXPECT_EQ(group.widthFormula.ToString(), c.formulas ? "x*2" : "");
+        ASSERT_EQ(group.extras->entries.size(), 1u);
+        const FakeBag::Entry& run = group.extras->entries[0];
+        EXPECT_EQ(run.name, CString(u"Run"));
+        EXPECT_EQ(run.value.Type(), valueWritten ? QAnyValue::TYPE_LENGTH : QAnyValue::TYPE_EMPTY);
+        EXPECT_EQ(run.formula.ToString(), c.formulas ? "3mm" : "");
+        EXPECT_EQ(PendingReports(), std::vector<Report>{c_completed});
+        TheErrorLog().DiscardPendingMessages();
+    }
+}
+
+// A value of any type keeps it through N-type, as its text converts back.
+TEST_F(XmlFormatTest, VariableTypeValuesRoundTripByTheirTypeName) {
+    const QAnyValue values[] = {
+        QAnyValue(QLength(1234.5)),
+        QAnyValue(7),
+        QAnyValue(2.25),
+        QAnyValue(true),
+        QAnyValue(u"oak"),
+        QAnyValue(QAngle(30.0)),
+        QAnyValue(u"12"),
+        QAnyValue(QArea(2.5)),
+    };
+    FakeTree tree;
+    for (const QAnyValue& value : values)
+        tree.bag.entries.push_back(
+            {CString::Formatted(u"v%d", int(tree.bag.entries.size())), value, FormulaText()});
+    ASSERT_TRUE(tree.ExportData(PathOf("typed.xml"), false, false, nullptr));
+    FakeTree back;
+    ASSERT_TRUE(back.ImportOrMergeFrom(PathOf("typed.xml"), false, nullptr));
+    ASSERT_EQ(back.bag.entries.size(), std::size(values));
+    for (std::size_t i = 0; i < std::size(values); ++i) {
+        EXPECT_EQ(back.bag.entries[i].value.Type(), values[i].Type())
+            << values[i].TypeName().ToUtf8();
+        EXPECT_TRUE(back.bag.entries[i].value.Identical(values[i]))
+            << QAnyValue(values[i]).MakeCString().ToUtf8() << " came back as "
+            << QAnyValue(back.bag.entries[i].value).MakeCString().ToUtf8();
+    }
+}
+
+// The attributes of one name are gathered in one pass, in whatever order the file has them.
+TEST_F(XmlFormatTest, UnmatchedAttributesInAnyOrderMakeTheSameEntries) {
+    const char* files[] = {
+        R"(<Export Doors="2" Doors-type="Whole Number" Doors-formula="1+1" Shade="light"/>)",
+        R"(<Export Doors-formula="1+1" Shade="light" Doors-type="Whole Number" Doors="2"/>)",
+        R"(<Export Doors-type="Whole Number" Doors-formula="1+1" Doors="2" Shade="light"/>)",
+    };
+    for (const char* file : files) {
+        FakeTree tree;
+        EXPECT_TRUE(Import(tree, file)) << file;
+        ASSERT_EQ(tree.bag.entries.size(), 2u) << file;
+        std::sort(tree.bag.entries.begin(), tree.bag.entries.end(),
+                  [](const auto& a, const auto& b) { return a.name.Compare(b.name) < 0; });
+        EXPECT_EQ(tree.bag.entries[0].name, CString(u"Doors"));
+        EXPECT_EQ(tree.bag.entries[0].value.Type(), QAnyValue::TYPE_INT);
+        EXPECT_EQ(QAnyValue(tree.bag.entries[0].value).MakeInt(), 2);
+        EXPECT_EQ(tree.bag.entries[0].formula.ToString(), "1+1");
+        EXPECT_EQ(tree.bag.entries[1].name, CString(u"Shade"));
+        EXPECT_EQ(tree.bag.entries[1].value.Type(), QAnyValue::TYPE_STRING);
+        EXPECT_TRUE(tree.bag.entries[1].formula.IsEmpty());
+    }
+}
+
+// Without an identifier each level takes the first element of its name, and consumes it when
+// done, so that the next level of that name takes the next.
+TEST_F(XmlFormatTest, ChildrenOfOneNameWithoutIdAreTakenInTurn) {
+    FakeTree tree;
+    tree.AddGroup(CString());
+    tree.AddGroup(CString());
+    EXPECT_TRUE(Import(tree, R"(<Export><Group shelves="2"/><Group shelves="3"/></Export>)"));
+    EXPECT_EQ(tree.groups[0]->shelves, 2);
+    EXPECT_EQ(tree.groups[1]->shelves, 3);
+}
+
+TEST_F(XmlFormatTest, ChildrenAreFoundByIdAndNewOnesMadeFromTheFile) {
+    FakeTree tree;
+    tree.AddGroup(u"Wall");
+    EXPECT_TRUE(Import(tree, R"(<Export><Group id="Base" shelves="4"><Item id="1" label="a"/>)"
+                             R"(</Group><Group id="Wall" shelves="5"/></Export>)"));
+    ASSERT_EQ(tree.groups.size(), 2u);
+    EXPECT_EQ(tree.groups[0]->shelves, 5);
+    EXPECT_EQ(tree.groups[1]->name, CString(u"Base"));
+    EXPECT_EQ(tree.groups[1]->shelves, 4);
+    ASSERT_EQ(tree.groups[1]->items.size(), 1u);
+    EXPECT_EQ(tree.groups[1]->items[0]->label, CString(u"a"));
+}
+
+// What no object took is reported for its level, with its text, and the import counts as failed.
+TEST_F(XmlFormatTest, LeftoversAreReportedWithTheirText) {
+    struct Case {
+        const char* file;
+        const char* report;
+    };
+    const Case cases[] = {
+        {R"(<Export><Group id="Base"><colour>red</colour></Group></Export>)",
+         "Unmatched content for Group:Base\n<colour>red</colour>"},
+        {R"(<Export><Group id="Base" colour="red" shelves="2"/></Export>)",
+         "Unmatched content for Group:Base\ncolour=\"red\""},
+        {R"(<Export><Group id="Base" width-type="Length"/></Export>)",
+         "Unmatched content for Group:Base\nwidth-type=\"Length\""},
+        {R"(<Export><Group id="Base"><!--note--></Group></Export>)",
+         "Unmatched content for Group:Base\n<!--note-->"},
+        {R"(<Export><Group id="Base"><Shelf n="1"><x>1</x></Shelf></Group></Export>)",
+         "Unmatched content for Group:Base\n<Shelf n=\"1\"><x>1</x></Shelf>"},
+        {R"(<Export><Shelf/><Group id="Base"/></Export>)", "Unmatched content for :\n<Shelf/>"},
+    };
+    for (const Case& c : cases) {
+        FakeTree tree;
+        tree.AddGroup(u"Base").items.push_back(std::make_unique<FakeItem>(1));
+        EXPECT_FALSE(Import(tree, c.file)) << c.file;
+        const std::vector<Report> expected{{"Import error", c.report}, c_someErrors};
+        EXPECT_EQ(PendingReports(), expected) << c.file;
+        TheErrorLog().DiscardPendingMessages();
+    }
+}
+
+// A file that is not a document imports nothing, and says why.
+TEST_F(XmlFormatTest, AnUnparsableDocumentImportsNothing) {
+    struct Case {
+        std::string bytes;
+        const char* reason;
+    };
+    const Case cases[] = {
+        {"", "The file is not an XML document: "},
+        {"title\t\"x\"\t\t\n", "The file is not an XML document: Line 1: "},
+        {R"(<Export title="x">)", "The file is not an XML document: Line 1: "},
+        {R"(<!DOCTYPE r [<!ENTITY e "x">]><Export title="&e;"/>)",
+         "The file is not an XML document: Line 1: entities are not accepted"},
+    };
+    for (const Case& c : cases) {
+        FakeTree tree;
+        tree.title = u"kept";
+        EXPECT_FALSE(Import(tree, c.bytes)) << c.bytes;
+        EXPECT_EQ(tree.title, CString(u"kept"));
+        const std::vector<Report> reports = PendingReports();
+        ASSERT_EQ(reports.size(), 2u) << c.bytes;
+        EXPECT_EQ(reports[0].heading, "Import error");
+        EXPECT_EQ(reports[0].message.rfind(c.reason, 0), 0u) << reports[0].message;
+        EXPECT_EQ(reports[1], c_someErrors);
+        TheErrorLog().DiscardPendingMessages();
+    }
+}
+
+TEST_F(XmlFormatTest, SelectionWritesTheChosenGroupWithEverythingBelowIt) {
+    FakeTree tree;
+    PopulateSampleTree(tree);
+    EXPECT_EQ(Export(tree, true, "wall.xml", new QExportSelection{CString(u"Wall")}),
+              R"(<Export Depth="600.5" Depth-type="Number" Doors-formula="1+1" )"
+              R"(Finish="oak &quot;light&quot;" Finish-type="String" title="Kitchen&#x9;plan">)"
+              R"(<Group id="Wall" shelves="0" width-formula="2*300mm"></Group></Export>)");
+    EXPECT_EQ(
+        Export(tree, true, "base.xml", new QExportSelection{CString(u"Base")}),
+        R"(<Export Depth="600.5" Depth-type="Number" Doors-formula="1+1" )"
+        R"(Finish="oak &quot;light&quot;" Finish-type="String" title="Kitchen&#x9;plan">)"
+        R"(<Group id="Base" size__0__="0" size__1__="300" width="1200"><Item count="2" id="1" )"
+        R"(label="sink"></Item><Item id="2" label="=drawer"></Item></Group></Export>)");
+}
+
+// Written, read into an empty tree and written again, a full and a minimal export come out the
+// same, as .xml and as .viqx, and the values keep their types.
+TEST_F(XmlFormatTest, FullAndMinimalRoundTripsOfTheTree) {
+    FakeTree tree;
+    PopulateSampleTree(tree);
+    for (const bool minimal : {false, true}) {
+        for (const char* extension : {".xml", ".viqx"}) {
+            const std::string name = std::string(minimal ? "minimal" : "full") + extension;
+            SCOPED_TRACE(name);
+            const std::string first = Export(tree, minimal, name);
+            FakeTree back;
+            EXPECT_TRUE(back.ImportOrMergeFrom(PathOf(name), false, nullptr));
+            EXPECT_EQ(Export(back, minimal, "again-" + name), first);
+            EXPECT_EQ(back.title, tree.title);
+            ASSERT_EQ(back.bag.entries.size(), 3u);
+            EXPECT_EQ(back.bag.entries[0].value.Type(), QAnyValue::TYPE_DOUBLE);
+            EXPECT_EQ(back.bag.entries[1].value.Type(), QAnyValue::TYPE_STRING);
+            EXPECT_EQ(back.bag.entries[1].value.MakeCString(), CString(u"oak \"light\""));
+            EXPECT_EQ(back.bag.entries[2].formula.ToString(), "1+1");
+            ASSERT_EQ(back.groups.size(), 2u);
+            EXPECT_EQ(back.groups[0]->sizes, (std::vector<int>{0, 300}));
+            EXPECT_EQ(back.groups[0]->items.size(), 2u);
+            EXPECT_EQ(back.groups[1]->widthFormula.ToString(), "2*300mm");
+            EXPECT_EQ(back.groups[1]->shelves, 0);
+        }
+    }
+    EXPECT_EQ(QExportable::LastExportType(), QExportTypeXML);
+}
+
+// The document is UTF-8 with its declaration, indented, and a root without a level is "Export".
+TEST_F(XmlFormatTest, WritesAnIndentedUtf8Document) {
+    FakeTree tree;
+    tree.title = u"Küche";
+    tree.AddGroup(u"Base");
+    ASSERT_TRUE(tree.ExportData(PathOf("plain.xml"), true, false, nullptr));
+    EXPECT_EQ(ReadFileBytes(Path("plain.xml")), "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n"
+                                                "<Export title=\"K\xC3\xBC"
+                                                "che\">\n"
+                                                "  <Group id=\"Base\"/>\n"
+                                                "</Export>\n");
+}
+
+// A name or a value that XML cannot hold fails the export, and the rest is still written.
+TEST_F(XmlFormatTest, NamesAndValuesXmlCannotHoldFailTheExport) {
+    const std::pair<const char16_t*, QAnyValue> cases[] = {
+        {u"a/b", QAnyValue(1)},
+        {u"ok", QAnyValue(u"bell\x07")},
+        {u"-x", QAnyValue(1)},
+    };
+    for (const auto& [name, value] : cases) {
+        FakeTree tree;
+        tree.title = u"kept";
+        tree.bag.entries.push_back({name, value, FormulaText()});
+        EXPECT_FALSE(tree.ExportData(PathOf("bad.xml"), false, false, nullptr))
+            << CString(name).ToUtf8();
+        EXPECT_EQ(CanonicalXml(Path("bad.xml")), R"(<Export title="kept"></Export>)");
+    }
+}
+
+} // namespace
+} // namespace keel::test
