@@ -1,6 +1,7 @@
 #include "keel/exchange/exportformatxml.h"
 
 #include "keel/exchange/exportflags.h"
+#include "keel/exchange/exportformatascii.h"
 #include "keel/platform/stdiofileex.h"
 
 #include <utility>
@@ -27,9 +28,13 @@ CString QXMLMangledName(const CString& name) {
 
 namespace {
 
+// The display text of a number or a quantity loses digits: those are written as the formula text
+// that gives them exactly, which the reader evaluates before it converts by the type's name.
 CString ValueText(const QExportAttribute& attribute) {
     QAnyValue value(attribute.GetValue());
-    return value.MakeCString();
+    if (value.IsString() || value.IsDateTime() || value.IsBool())
+        return value.MakeCString();
+    return ValueFormulaKeepingType(value);
 }
 
 } // namespace

@@ -2,8 +2,6 @@
 
 #include "keel/exchange/odbcfixup.h"
 #include "keel/formula/evaluatingdata.h"
-#include "keel/formula/evaluator.h"
-#include "keel/formula/stringtovalue.h"
 #include "keel/platform/stdiofileex.h"
 #include "keel/platform/uiservices.h"
 
@@ -35,15 +33,6 @@ std::array<CString, 4> SplitFields(const CString& text) {
     return fields;
 }
 
-QAnyValue EvaluateValueText(const CString& text) {
-    const QEvaluatingData evaluatingData;
-    QAnyValue result;
-    std::unique_ptr<QEvaluator> evaluator(
-        QEvaluator::New(result, FormulaTextAsSpelled(text), nullptr, false, false, false));
-    evaluator->Evaluate();
-    return result;
-}
-
 // The evaluator tokenises no text longer than this (its cursor is 16 bits wide).
 constexpr int c_longestFormula = 32767;
 
@@ -52,8 +41,8 @@ constexpr int c_longestFormula = 32767;
 // copied again nor kept among the interned formula texts.
 QAnyValue EvaluateValueField(const CString& field) {
     if (field.GetLength() > 2 * (c_longestFormula + 1))
-        return EvaluateValueText(field.Left(c_longestFormula + 1));
-    return EvaluateValueText(ODBCUnFixup(field));
+        return QEvaluatingData::Evaluate(field.Left(c_longestFormula + 1));
+    return QEvaluatingData::Evaluate(ODBCUnFixup(field));
 }
 
 // A context or name in the report of unmatched content is cut as the display form of a line

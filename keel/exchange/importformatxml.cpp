@@ -1,6 +1,7 @@
 #include "keel/exchange/importformatxml.h"
 
 #include "keel/exchange/exportformatxml.h"
+#include "keel/formula/evaluatingdata.h"
 #include "keel/platform/file.h"
 #include "keel/platform/uiservices.h"
 
@@ -12,6 +13,9 @@
 namespace keel {
 
 namespace {
+
+// The evaluator reads no longer text.
+constexpr int c_longestFormula = 32767;
 
 constexpr char16_t c_formulaSuffix[] = u"-formula";
 constexpr char16_t c_typeSuffix[] = u"-type";
@@ -93,11 +97,20 @@ int QImportFormatLevelXML::AttributeStyle() const {
     return newLevel ? newLevel->GetImportXMLAttributeStyle() : 0;
 }
 
+// This format writes a typed value as the formula text that gives it exactly, which is read back
+// as data; a text that gives another type, as a display text does, is converted instead.
 QAnyValue QImportFormatLevelXML::TypedValue(const CString& text, const CString& typeName) {
     const QAnyValue value(text);
     const QAnyValue::TYPE type = QAnyValue::StringToType(typeName);
-    if (QAnyValue::TypeToString(type).CompareNoCase(typeName) != 0)
+    if (QAnyValue::TypeToString(type).CompareNoCase(typeName) != 0 ||
+        type == QAnyValue::TYPE_STRING)
         return value;
+    if (type != QAnyValue::TYPE_DATETIME && type != QAnyValue::TYPE_BOOL &&
+        text.GetLength() <= c_longestFormula) {
+        const QAnyValue evaluated = QEvaluatingData::Evaluate(text);
+        if (evaluated.Type() == type)
+            return evaluated;
+    }
     QAnyValue converted(value);
     converted.ChangeType(type);
     return converted.Type() == type ? converted : value;

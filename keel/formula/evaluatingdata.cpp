@@ -1,8 +1,11 @@
 #include "keel/formula/evaluatingdata.h"
 
+#include "keel/formula/evaluator.h"
+#include "keel/formula/stringtovalue.h"
 #include "keel/values/map.h"
 
 #include <array>
+#include <memory>
 
 namespace keel {
 
@@ -115,6 +118,15 @@ bool QEvaluatingData::Refuses(FullId function) {
 
 std::span<const char16_t* const> QEvaluatingData::RefusedFunctions() {
     return c_refusedFunctions;
+}
+
+QAnyValue QEvaluatingData::Evaluate(const CString& text) {
+    const QEvaluatingData guard;
+    QAnyValue result;
+    std::unique_ptr<QEvaluator> evaluator(
+        QEvaluator::New(result, FormulaTextAsSpelled(text), nullptr, false, false, false));
+    evaluator->Evaluate();
+    return result;
 }
 
 } // namespace keel

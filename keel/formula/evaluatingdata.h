@@ -1,5 +1,6 @@
 #pragma once
 
+#include "keel/values/anyvalue.h"
 #include "keel/values/stringunique.h"
 
 #include <span>
@@ -29,6 +30,8 @@ public:
     static bool Refuses(FullId function);
     // The names Refuses is true for, in lower case.
     static std::span<const char16_t* const> RefusedFunctions();
+    // A data file's formula text evaluated in no context under a guard, spelled as written.
+    static QAnyValue Evaluate(const CString& text);
 };
 
 } // namespace keel

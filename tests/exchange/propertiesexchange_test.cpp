@@ -213,8 +213,7 @@ struct FormatCase {
     const char* extension;
 };
 
-// The XML format joins this list once it is built.
-const FormatCase c_formats[] = {{".tab"}};
+const FormatCase c_formats[] = {{".tab"}, {".xml"}};
 
 class AnswersExchangeTest : public ExchangeFileTest {
 protected:

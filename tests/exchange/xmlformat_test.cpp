@@ -107,21 +107,21 @@ TEST_F(XmlFormatTest, BothStylesWriteAndReadValuesFormulasAndTypes) {
     };
     const Case cases[] = {
         {0, false, false,
-         R"(<Export><Group Run="12.5" Run-type="Length" id="G" width="25.5"></Group></Export>)"},
+         R"(<Export><Group Run="12.5 mm" Run-type="Length" id="G" width="25.5 mm"></Group></Export>)"},
         {0, true, false,
          R"(<Export><Group Run-formula="3mm" id="G" width-formula="x*2"></Group></Export>)"},
         {0, true, true,
-         R"(<Export><Group Run="12.5" Run-formula="3mm" Run-type="Length" id="G" width="25.5" )"
+         R"(<Export><Group Run="12.5 mm" Run-formula="3mm" Run-type="Length" id="G" width="25.5 mm" )"
          R"(width-formula="x*2"></Group></Export>)"},
         {1, false, false,
-         R"(<Export><Group id="G"><width>25.5</width><Run type="Length">12.5</Run></Group>)"
+         R"(<Export><Group id="G"><width>25.5 mm</width><Run type="Length">12.5 mm</Run></Group>)"
          R"(</Export>)"},
         {1, true, false,
          R"(<Export><Group id="G"><width formula="x*2"></width><Run formula="3mm"></Run>)"
          R"(</Group></Export>)"},
         {1, true, true,
-         R"(<Export><Group id="G"><width formula="x*2">25.5</width>)"
-         R"(<Run formula="3mm" type="Length">12.5</Run></Group></Export>)"},
+         R"(<Export><Group id="G"><width formula="x*2">25.5 mm</width>)"
+         R"(<Run formula="3mm" type="Length">12.5 mm</Run></Group></Export>)"},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(testing::Message() << "style " << c.style << (c.formulas ? " formulas" : "")
@@ -139,7 +139,7 @@ TEST_F(XmlFormatTest, BothStylesWriteAndReadValuesFormulasAndTypes) {
         EXPECT_TRUE(back.ImportOrMergeFrom(PathOf("back.xml"), true, nullptr));
         const bool valueWritten = !c.formulas || c.flag6;
         EXPECT_EQ(QAnyValue(group.width).MakeCString(),
-                  CString(valueWritten ? u"25.5" : u"untouched"));
+                  CString(valueWritten ? u"25.5 mm" : u"untouched"));
         EXPECT_EQ(group.widthFormula.ToString(), c.formulas ? "x*2" : "");
         ASSERT_EQ(group.extras->entries.size(), 1u);
         const FakeBag::Entry& run = group.extras->entries[0];
@@ -294,7 +294,7 @@ TEST_F(XmlFormatTest, SelectionWritesTheChosenGroupWithEverythingBelowIt) {
         Export(tree, true, "base.xml", new QExportSelection{CString(u"Base")}),
         R"(<Export Depth="600.5" Depth-type="Number" Doors-formula="1+1" )"
         R"(Finish="oak &quot;light&quot;" Finish-type="String" title="Kitchen&#x9;plan">)"
-        R"(<Group id="Base" size__0__="0" size__1__="300" width="1200"><Item count="2" id="1" )"
+        R"(<Group id="Base" size__0__="0" size__1__="300" width="1200 mm"><Item count="2" id="1" )"
         R"(label="sink"></Item><Item id="2" label="=drawer"></Item></Group></Export>)");
 }
 
