@@ -61,6 +61,53 @@ long long LastWriteTime(const CString& path) {
     return error ? 0 : static_cast<long long>(time.time_since_epoch().count());
 }
 
+// What became of an export written to disk.
+struct WriteOutcome {
+    bool replaced = false; // the file now holds the export
+    bool complete = false; // the format wrote every part of the object
+    CString reason;        // why the file could not be written; may be empty
+};
+
+// The export is written beside the file it replaces and renamed over it once all of it is on
+// disk, so that a failed or interrupted export leaves the old file as it was.
+WriteOutcome WriteThroughTemporaryFile(QExportFormat& format, const CString& path) {
+    WriteOutcome outcome;
+    const CString folder = QPathOp::PathWithoutFileSpec(path);
+    const CString temporary = QFSFile::GenerateTempPath(folder.IsEmpty() ? CString(u".") : folder);
+    CStdioFileEx file;
+    file.SetCodePage(CStdioFileEx::c_codePageUtf8);
+    file.SetWriteBOM(false);
+    CFileException error;
+    if (!file.Open(temporary,
+                   CFile::modeCreate | CFile::modeWrite | CFile::typeText |
+                       CStdioFileEx::modeUseCodePage,
+                   &error)) {
+        outcome.reason = ReasonOf(error);
+        return outcome;
+    }
+    unsigned long long length = 0;
+    bool closed = false;
+    try {
+        outcome.complete = format.WriteToFile(file);
+        file.Flush();
+        length = file.GetPosition();
+        file.Close();
+        closed = true;
+    } catch (const CFileException& writeError) {
+        file.Abort();
+        outcome.reason = ReasonOf(writeError);
+    }
+    std::error_code diskError;
+    if (closed &&
+        (std::filesystem::file_size(temporary.ToUtf8(), diskError) != length || diskError))
+        outcome.reason = u"what was written is not all on disk";
+    else if (closed)
+        outcome.replaced = QFSFile::ReplaceWithWritten(temporary, path, outcome.reason);
+    if (!outcome.replaced)
+        std::filesystem::remove(temporary.ToUtf8(), diskError);
+    return outcome;
+}
+
 std::unique_ptr<QImportFormat> MakeImportFormat(const CString& path, CStdioFileEx& file,
                                                 QImportable& importable) {
     if (IsAsciiPath(path))
@@ -93,30 +140,15 @@ bool QExportable::ExportData(const CString& path, bool minimal, bool openAfterwa
         ReportUnrecognizedExtension(path, u"Export");
         return false;
     }
-    CStdioFileEx file;
-    file.SetCodePage(CStdioFileEx::c_codePageUtf8);
-    file.SetWriteBOM(false);
-    CFileException error;
-    if (!file.Open(path,
-                   CFile::modeCreate | CFile::modeWrite | CFile::typeText |
-                       CStdioFileEx::modeUseCodePage,
-                   &error)) {
-        ReportCannotWrite(path, ReasonOf(error));
-        return false;
-    }
-    bool written = false;
-    try {
-        written = format->WriteToFile(file);
-        file.Close();
-    } catch (const CFileException& writeError) {
-        file.Abort();
-        ReportCannotWrite(path, ReasonOf(writeError));
+    const WriteOutcome outcome = WriteThroughTemporaryFile(*format, path);
+    if (!outcome.replaced) {
+        ReportCannotWrite(path, outcome.reason);
         return false;
     }
     c_LastExportType = type;
     if (openAfterwards)
         UIServices().ShellOpenNoWait(path, u"open");
-    return written;
+    return outcome.complete;
 }
 
 bool QExportable::ExportPrompt(bool minimal, QSmartPtr<QExportSelection> selection) const {

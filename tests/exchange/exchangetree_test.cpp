@@ -160,5 +160,37 @@ TEST_F(ExchangeTreeTest, FileNamesThatCannotBeUsedFailWithTheirMessages) {
         << reports[2].message;
 }
 
+// An export replaces the old file in one step, keeping its mode, and leaves it as it was, with
+// nothing beside it, when the new one cannot be put there.
+TEST_F(ExchangeTreeTest, AnExportReplacesTheOldFileWholeOrNotAtAll) {
+    namespace fs = std::filesystem;
+    const fs::path folder = Path("replaced");
+    fs::create_directory(folder);
+    const auto in = [&folder](const char* name) {
+        return CString::FromUtf8((folder / name).string());
+    };
+    FakeTree tree;
+    PopulateSampleTree(tree);
+    WriteFileBytes((folder / "kept.tab").string(), "old");
+    fs::permissions(folder / "kept.tab", fs::perms(0640));
+    ASSERT_TRUE(tree.ExportData(in("kept.tab"), false, false, nullptr));
+    EXPECT_NE(ReadFileBytes((folder / "kept.tab").string()), "old");
+    EXPECT_EQ(fs::status(folder / "kept.tab").permissions(), fs::perms(0640));
+
+    fs::create_directory(folder / "taken.xml");
+    EXPECT_FALSE(tree.ExportData(in("taken.xml"), false, false, nullptr));
+    EXPECT_TRUE(fs::is_directory(folder / "taken.xml"));
+    const std::vector<Report> reports = PendingReports();
+    ASSERT_EQ(reports.size(), 1u);
+    EXPECT_EQ(reports[0].message.rfind("Cannot write export data to '" +
+                                           (folder / "taken.xml").string() + "'\nReason given is: ",
+                                       0),
+              0u)
+        << reports[0].message;
+    const auto entries = std::distance(fs::directory_iterator(folder), fs::directory_iterator());
+    EXPECT_EQ(entries, 2) << "no temporary file is left beside the export";
+    fs::remove_all(folder);
+}
+
 } // namespace
 } // namespace keel::test
