@@ -412,36 +412,23 @@ void IgnoreMessage(void*, const char*, ...) {}
 
 void IgnoreStructuredError(void*, xmlError*) {}
 
-struct XPathObjectFree {
-    void operator()(xmlXPathObject* object) const { xmlXPathFreeObject(object); }
+// Frees what libxml2 or libxslt made, with the function the library gives for it.
+template <auto Free>
+struct LibraryFree {
+    void operator()(auto* object) const { Free(object); }
 };
-struct XPathContextFree {
-    void operator()(xmlXPathContext* context) const { xmlXPathFreeContext(context); }
-};
-struct ParserContextFree {
-    void operator()(xmlParserCtxt* context) const { xmlFreeParserCtxt(context); }
-};
-struct DocFree {
-    void operator()(xmlDoc* doc) const { xmlFreeDoc(doc); }
-};
-struct StylesheetFree {
-    void operator()(xsltStylesheet* style) const { xsltFreeStylesheet(style); }
-};
-struct TransformContextFree {
-    void operator()(xsltTransformContext* context) const { xsltFreeTransformContext(context); }
-};
-struct BufferFree {
-    void operator()(xmlBuffer* buffer) const { xmlBufferFree(buffer); }
-};
+template <class T, auto Free>
+using LibraryPtr = std::unique_ptr<T, LibraryFree<Free>>;
+using BufferPtr = LibraryPtr<xmlBuffer, xmlBufferFree>;
 
-using XPathObjectPtr = std::unique_ptr<xmlXPathObject, XPathObjectFree>;
-using XPathContextPtr = std::unique_ptr<xmlXPathContext, XPathContextFree>;
-using ParserContextPtr = std::unique_ptr<xmlParserCtxt, ParserContextFree>;
-using DocPtr = std::unique_ptr<xmlDoc, DocFree>;
+using XPathObjectPtr = LibraryPtr<xmlXPathObject, xmlXPathFreeObject>;
+using XPathContextPtr = LibraryPtr<xmlXPathContext, xmlXPathFreeContext>;
+using ParserContextPtr = LibraryPtr<xmlParserCtxt, xmlFreeParserCtxt>;
+using DocPtr = LibraryPtr<xmlDoc, xmlFreeDoc>;
 
 // Serialises a node or a whole document as UTF-8, without indentation.
 CString Serialise(xmlNode* node) {
-    std::unique_ptr<xmlBuffer, BufferFree> buffer(xmlBufferCreate());
+    BufferPtr buffer(xmlBufferCreate());
     if (!buffer)
         return CString();
     xmlSaveCtxt* save = xmlSaveToBuffer(buffer.get(), "UTF-8", 0);
@@ -559,8 +546,8 @@ bool DecodeToUtf8(std::string_view bytes, const std::string& encoding, std::stri
     xmlCharEncodingHandler* handler = xmlFindCharEncodingHandler(encoding.c_str());
     if (!handler)
         return false;
-    std::unique_ptr<xmlBuffer, BufferFree> in(xmlBufferCreate());
-    std::unique_ptr<xmlBuffer, BufferFree> out(xmlBufferCreate());
+    BufferPtr in(xmlBufferCreate());
+    BufferPtr out(xmlBufferCreate());
     bool decoded = in && out;
     constexpr std::size_t chunk = 1 << 20;
     for (std::size_t at = 0; decoded && at < bytes.size(); at += chunk) {
@@ -1398,11 +1385,11 @@ bool QXMLDoc::TransformedText(CString& text) const {
         xmlSetProp(outputNode, X("cdata-section-elements"), X(names));
     }
     xmlDoc* styleDocument = styleDoc.get();
-    std::unique_ptr<xsltStylesheet, StylesheetFree> style(xsltParseStylesheetDoc(styleDocument));
+    LibraryPtr<xsltStylesheet, xsltFreeStylesheet> style(xsltParseStylesheetDoc(styleDocument));
     if (!style)
         return false;
     styleDoc.release(); // the stylesheet owns it now
-    std::unique_ptr<xsltTransformContext, TransformContextFree> transform(
+    LibraryPtr<xsltTransformContext, xsltFreeTransformContext> transform(
         xsltNewTransformContext(style.get(), m_tree->Doc()));
     if (!transform)
         return false;
