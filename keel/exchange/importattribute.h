@@ -81,4 +81,43 @@ private:
     Setter m_setter;
 };
 
+// Stores like QByValImportAttribute, but first runs the text of the value, when it is a string,
+// and the text of the formula through `substitute`: the parameters of a file that was read with
+// values to put in. `found`, when given, is set once the file held the attribute.
+template <class T, class U = T>
+class QImportAttrWithSubstitutions : public QImportAttribute {
+public:
+    using Substitution = CString (*)(const CString& text);
+
+    QImportAttrWithSubstitutions(const CString& name, T& target, Substitution substitute,
+                                 FormulaText* formula = nullptr, bool* found = nullptr)
+        : m_name(name), m_target(target), m_substitute(substitute), m_formula(formula),
+          m_found(found) {}
+
+    CString Name() const override { return m_name; }
+    bool SetValue(const QAnyValue& value) const override {
+        if (value.IsString())
+            m_target = static_cast<T>(
+                ConvertImportedValue<U>(QAnyValue(m_substitute(value.AsStringOrFormula()))));
+        else
+            m_target = static_cast<T>(ConvertImportedValue<U>(value));
+        if (m_found)
+            *m_found = true;
+        return true;
+    }
+    bool SetFormula(FormulaText formula) const override {
+        if (m_formula)
+            *m_formula =
+                formula.IsEmpty() ? formula : FormulaText(m_substitute(formula.ToString()));
+        return true;
+    }
+
+private:
+    CString m_name;
+    T& m_target;
+    Substitution m_substitute;
+    FormulaText* m_formula;
+    bool* m_found;
+};
+
 } // namespace keel
