@@ -83,7 +83,8 @@ private:
 
 // Stores like QByValImportAttribute, but first runs the text of the value, when it is a string,
 // and the text of the formula through `substitute`: the parameters of a file that was read with
-// values to put in. `found`, when given, is set once the file held the attribute.
+// values to put in. An empty formula leaves the formula's place alone, so that the formula and
+// the value may share one place. `found`, when given, is set once the file held the attribute.
 template <class T, class U = T>
 class QImportAttrWithSubstitutions : public QImportAttribute {
 public:

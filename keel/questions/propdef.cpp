@@ -701,12 +701,20 @@ bool QPropDef::AddAttributesAndChildrenToExport(QExportFormatLevel& level) const
 namespace {
 
 // Reads one attribute of a definition through the substitution pass.
-template <class T, class U = T>
+template <class T>
 bool ImportSubstituted(QImportFormatLevel& level, const char16_t* name, T& target,
                        bool* found = nullptr) {
     CString (*substitute)(const CString&) = &QPropDef::SubstituteValues;
     return level.ImportAttributeIfPresent(
-        QImportAttrWithSubstitutions<T, U>(name, target, substitute, nullptr, found));
+        QImportAttrWithSubstitutions<T>(name, target, substitute, nullptr, found));
+}
+
+// A formula comes in the formula's place of the file, or as the text of the value.
+bool ImportSubstitutedFormula(QImportFormatLevel& level, const char16_t* name,
+                              FormulaText& target) {
+    CString (*substitute)(const CString&) = &QPropDef::SubstituteValues;
+    return level.ImportAttributeIfPresent(
+        QImportAttrWithSubstitutions<FormulaText>(name, target, substitute, &target));
 }
 
 } // namespace
@@ -726,7 +734,7 @@ bool QPropDef::ImportAttributesAndChildren(QImportFormatLevel& level) {
     ok = ImportSubstituted(level, u"type", typeText) && ok;
     ok = ImportSubstituted(level, u"sourcetype", sourceTypeText) && ok;
     ok = ImportSubstituted(level, u"valuetype", valueTypeText) && ok;
-    ok = ImportSubstituted(level, u"enabledformula", m_enabledFormula) && ok;
+    ok = ImportSubstitutedFormula(level, u"enabledformula", m_enabledFormula) && ok;
 
     std::int32_t questionWidth = m_questionWidth;
     std::int32_t answerWidth = m_answerWidth;
@@ -745,7 +753,7 @@ bool QPropDef::ImportAttributesAndChildren(QImportFormatLevel& level) {
         SetHeight(height);
     ok = ImportSubstituted(level, u"allowoverlap", m_allowControlOverlap) && ok;
 
-    ok = ImportSubstituted(level, u"action", m_action) && ok;
+    ok = ImportSubstitutedFormula(level, u"action", m_action) && ok;
     ok = ImportSubstituted(level, u"tooltip", m_tooltip) && ok;
     ok = ImportSubstituted(level, u"radiotype", radioTypeText) && ok;
     ok = ImportSubstituted(level, u"newradiogroup", m_isNewRadioGroup) && ok;
