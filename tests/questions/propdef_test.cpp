@@ -2,6 +2,7 @@
 #include "tests/support/archivebytes.h"
 #include "tests/support/exchangetests.h"
 
+#include "keel/document/translate.h"
 #include "keel/exchange/exportformatlevel.h"
 #include "keel/platform/schema.h"
 #include "keel/platform/stdiofileex.h"
@@ -334,9 +335,9 @@ protected:
         ErrorReportsTest::SetUp();
         SetNoEvalReportErrors(true);
         m_suppress = D::SuppressGroupBoxDisables();
-        doc.Answers().SetPropertyValueWithFormula(PropId(u"depth"), QAnyValue(4), FormulaText());
+        doc.Answers().SetPropertyValueWithFormula(PropId(u"plinth"), QAnyValue(4), FormulaText());
         doc.Answers().SetPropertyValueWithFormula(PropId(u"width"), QAnyValue(8),
-                                                  FormulaText(u"depth*2"));
+                                                  FormulaText(u"plinth*2"));
     }
     void TearDown() override {
         D::SetSuppressGroupBoxDisables(m_suppress);
@@ -349,19 +350,19 @@ protected:
 
 TEST_F(QPropDefContextTest, TextsBeginningAsFormulasAreEvaluatedInTheContext) {
     QPropDef def;
-    def.SetQuestion(u"=depth+1");
-    def.SetTooltip(u":depth*10");
-    def.SetExtra1(u"=depth*3");
+    def.SetQuestion(u"=plinth+1");
+    def.SetTooltip(u":plinth*10");
+    def.SetExtra1(u"=plinth*3");
     EXPECT_EQ(def.Question(&doc), CString(u"5"));
-    EXPECT_EQ(def.Question(nullptr), CString(u"=depth+1"));
+    EXPECT_EQ(def.Question(nullptr), CString(u"=plinth+1"));
     EXPECT_EQ(def.Tooltip(&doc), CString(u"40"));
     QAnyValue value;
     EXPECT_EQ(def.Extra1(&doc, &value), CString(u"12"));
     EXPECT_TRUE(value.IsInt() || value.IsDouble());
     def.SetQuestion(u"=nosuchfunction(");
     EXPECT_EQ(def.Question(&doc), CString(u"=nosuchfunction("));
-    def.SetQuestion(u"depth+1");
-    EXPECT_EQ(def.Question(&doc), CString(u"depth+1"));
+    def.SetQuestion(u"plinth+1");
+    EXPECT_EQ(def.Question(&doc), CString(u"plinth+1"));
     def.SetExtra1(u"red");
     EXPECT_EQ(def.Extra1(&doc, &value), CString(u"red"));
     EXPECT_EQ(value.AsStringOrFormula(), CString(u"red"));
@@ -384,15 +385,15 @@ TEST_F(QPropDefContextTest, EnableModeFollowsParentFormulaAndFormulaDrivenAnswer
         {false, u"1", nullptr, false, D::Enabled, D::Hidden},
         {false, u"Yes", nullptr, false, D::Enabled, D::Enabled},
         {false, u"No", nullptr, false, D::Enabled, D::Collapsed},
-        {false, u"depth-3", nullptr, true, D::Enabled, D::Hidden},
-        {false, u"depth>3", nullptr, true, D::Enabled, D::Enabled},
-        {false, u"depth<3", nullptr, true, D::Enabled, D::Collapsed},
+        {false, u"plinth-3", nullptr, true, D::Enabled, D::Hidden},
+        {false, u"plinth>3", nullptr, true, D::Enabled, D::Enabled},
+        {false, u"plinth<3", nullptr, true, D::Enabled, D::Collapsed},
         {false, u"\"yes\"", nullptr, true, D::Enabled, D::Enabled},
         {false, u"nosuchfunction(", nullptr, true, D::Enabled, D::Collapsed},
         {false, u"2.0", nullptr, true, D::Enabled, D::Disabled},
         {false, nullptr, u"width", true, D::Enabled, D::Disabled},
         {false, nullptr, u"width", false, D::Enabled, D::Enabled},
-        {false, nullptr, u"depth", true, D::Enabled, D::Enabled},
+        {false, nullptr, u"plinth", true, D::Enabled, D::Enabled},
         {false, u"4", u"width", true, D::Enabled, D::EnabledAllowFormulaOverride},
         {false, nullptr, u"width", true, D::EnabledAllowFormulaOverride,
          D::EnabledAllowFormulaOverride},
@@ -465,7 +466,7 @@ const Bytes c_currentDropList = Concat({
     WideString(u"Shelves"),
     WideString(u"How many?"),
     {3, 5, 1, 1},
-    WideString(u"depth>2"),
+    WideString(u"plinth>2"),
     {3},
     WideString(u"shelves.txt"),
     Int32(4),
@@ -494,7 +495,7 @@ QPropDef CurrentDropList() {
     def.SetType(QAnyValue::TYPE_INT);
     def.SetComboSource(D::ComboFromFile);
     def.SetComboValue(D::ComboIndex);
-    def.SetEnabledFormula(FormulaText(u"depth>2"));
+    def.SetEnabledFormula(FormulaText(u"plinth>2"));
     def.SetExtra1(u"shelves.txt");
     def.SetQuestionWidth(4);
     def.SetAnswerWidth(3);
@@ -537,8 +538,8 @@ std::vector<SchemaCase> SchemaCases() {
         Concat({Int32(1), Int32(2), Int32(3), Int32(4), Int32(5), Int32(6), Int32(7), Int32(8)});
     return {
         {"61: no style, layout 1 without action; the style comes from the source", 61,
-         Concat({WideString(u"Depth"),
-                 WideString(u"Depth"),
+         Concat({WideString(u"Plinth"),
+                 WideString(u"Plinth"),
                  {4, 2, 0, 0},
                  c_empty,
                  {1},
@@ -568,8 +569,8 @@ std::vector<SchemaCase> SchemaCases() {
              EXPECT_TRUE(d.Action().IsEmpty());
          }},
         {"70: style 0 stays 0 from 70 on", 70,
-         Concat({WideString(u"Depth"),
-                 WideString(u"Depth"),
+         Concat({WideString(u"Plinth"),
+                 WideString(u"Plinth"),
                  {4, 2, 0, 0},
                  c_empty,
                  {3},
@@ -735,7 +736,7 @@ protected:
 };
 
 TEST_F(QPropDefLegacyTest, AQuestionLineFillsEveryFieldAndEmptyFieldsTakeTheirDefaults) {
-    CStdioFileEx& file = Open("Width\tWidth of ~1~\t3\t4\t1\t1\tdepth>1\tw.txt\t5\t6\tgo()\t2\tT\t"
+    CStdioFileEx& file = Open("Width\tWidth of ~1~\t3\t4\t1\t1\tplinth>1\tw.txt\t5\t6\tgo()\t2\tT\t"
                               "2+3\n"
                               "\n"
                               "bare\n"
@@ -751,7 +752,7 @@ TEST_F(QPropDefLegacyTest, AQuestionLineFillsEveryFieldAndEmptyFieldsTakeTheirDe
     EXPECT_EQ(def.ControlType(), D::Dropdown);
     EXPECT_EQ(def.ComboSource(), D::ComboFromFile);
     EXPECT_EQ(def.ComboValue(), D::ComboIndex);
-    EXPECT_EQ(def.EnabledFormula(), FormulaText(u"depth>1"));
+    EXPECT_EQ(def.EnabledFormula(), FormulaText(u"plinth>1"));
     EXPECT_EQ(def.Extra1(), CString(u"w.txt"));
     EXPECT_EQ(def.QuestionWidth(), 5);
     EXPECT_EQ(def.AnswerWidth(), 6);
@@ -864,17 +865,17 @@ DefinitionList EveryKind() {
     list.Add(group);
     QPropDef label;
     label.SetControlType(D::Static);
-    label.SetQuestion(u"=\"Depth \" & depth");
+    label.SetQuestion(u"=\"Plinth \" & plinth");
     label.SetHeight(2);
     label.SetAllowControlOverlap(true);
     list.Add(label);
     QPropDef edit;
-    edit.SetName(ControlId(u"Depth"));
+    edit.SetName(ControlId(u"Plinth"));
     edit.SetType(QAnyValue::TYPE_LENGTH);
-    edit.SetQuestion(u"Depth");
+    edit.SetQuestion(u"Plinth");
     edit.SetStyle(D::AlignRight | D::StyleItalic);
     edit.SetEnabledFormula(FormulaText(u"width>3"));
-    edit.SetAction(FormulaText(u"depth:=depth+1"));
+    edit.SetAction(FormulaText(u"plinth:=plinth+1"));
     edit.SetTooltip(u"How deep, \"inside\"");
     edit.SetQuestionSizeTweaks({-1, 2, -3, 4});
     edit.SetDefaultValue(QAnyValue(12));
@@ -949,7 +950,7 @@ TEST_F(QPropDefExchangeTest, EveryKindGoesThroughTabAndXmlFilesWhole) {
 }
 
 TEST_F(QPropDefExchangeTest, ImportsSubstituteEveryAttributeAndTheLastSourceWins) {
-    D::SetSubstitutions(Strings({"Depth", "7", "Yes", "oak.png"}), Strings({"n"}));
+    D::SetSubstitutions(Strings({"Plinth", "7", "Yes", "oak.png"}), Strings({"n"}));
     DefinitionList read;
     read.Add(QPropDef());
     read.Add(QPropDef());
@@ -970,10 +971,10 @@ TEST_F(QPropDefExchangeTest, ImportsSubstituteEveryAttributeAndTheLastSourceWins
                              "style\t\"\"\"bold\"\"\"\t\t3\n";
     EXPECT_TRUE(Import(read, text));
     const QPropDef& edit = *read.defs[0];
-    EXPECT_EQ(edit.Name(), ControlId(u"Depth"));
-    EXPECT_EQ(edit.Question(), CString(u"How Depth?"));
+    EXPECT_EQ(edit.Name(), ControlId(u"Plinth"));
+    EXPECT_EQ(edit.Question(), CString(u"How Plinth?"));
     EXPECT_EQ(edit.QuestionWidth(), 7);
-    EXPECT_EQ(edit.EnabledFormula().ToString(), CString(u"Depth>\"oak.png\""));
+    EXPECT_EQ(edit.EnabledFormula().ToString(), CString(u"Plinth>\"oak.png\""));
     EXPECT_EQ(edit.DefaultValue().AsStringOrFormula(), CString(u"7"));
     const QPropDef& picture = *read.defs[1];
     EXPECT_EQ(picture.ControlType(), D::Thumbnail);
@@ -990,6 +991,75 @@ TEST_F(QPropDefExchangeTest, TheIdentifierIsThePositionAndTheLevelIsControl) {
     EXPECT_EQ(def.GetExportableIdentifier(), CString(u"12"));
     EXPECT_EQ(def.GetExportLevelName(), CString(u"Control"));
     EXPECT_EQ(def.GetExportAsciiContextStyle(), 2);
+}
+
+} // namespace
+} // namespace keel::test
+
+namespace keel::test {
+namespace {
+
+// Labels translated by a file of the test's own, and turned off again afterwards.
+class QPropDefTranslationTest : public ExchangeFileTest {
+protected:
+    void SetUp() override {
+        ExchangeFileTest::SetUp();
+        const std::string path = Path("translations_fr.txt");
+        WriteFileBytes(path, "Width\t\tLargeur\nDeep\t\tProfond\n");
+        ASSERT_TRUE(SwitchToTranslationFile(CString::FromUtf8(path), false, false));
+    }
+    void TearDown() override {
+        D::SetTranslateDuringSerialize(false);
+        SwitchToTranslationFile(CString(), false, false);
+        ExchangeFileTest::TearDown();
+    }
+};
+
+TEST_F(QPropDefTranslationTest, FormulasHaveTheirStringsTranslatedAndOtherTextsTheWhole) {
+    const std::pair<const char16_t*, const char16_t*> cases[] = {
+        {u"Width", u"Largeur"},
+        {u"Height", u"Height"},
+        {u"=\"Deep\" & plinth", u"=\"Profond\" & plinth"},
+        {u":plinth & \"Width\"", u":plinth & \"Largeur\""},
+        {u"=plinth+1", u"=plinth+1"},
+        {u"", u""},
+    };
+    for (const auto& [text, translated] : cases)
+        EXPECT_EQ(D::TranslateFriendlyText(text), CString(translated)) << CString(text).ToUtf8();
+}
+
+TEST_F(QPropDefTranslationTest, LoadsTranslateQuestionAndTooltipOnlyWhenAsked) {
+    auto archived = [](const char16_t* question) {
+        return Concat({WideString(u"w"),
+                       WideString(question),
+                       {3, 2, 0, 0},
+                       c_empty,
+                       {3},
+                       c_empty,
+                       Int32(3),
+                       Int32(3),
+                       c_empty,
+                       Int32(0),
+                       {0},
+                       WideString(u"=\"Deep\""),
+                       {0, 0, 1, 0},
+                       Bytes(32, 0)});
+    };
+    QPropDef plain = LoadAt(archived(u"Width"), 110);
+    EXPECT_EQ(plain.Question(), CString(u"Width"));
+    D::SetTranslateDuringSerialize(true);
+    QPropDef translated = LoadAt(archived(u"Width"), 110);
+    EXPECT_EQ(translated.Question(), CString(u"Largeur"));
+    EXPECT_EQ(translated.Tooltip(), CString(u"=\"Profond\""));
+    QPropDef noQuestion = LoadAt(archived(u""), 110);
+    EXPECT_EQ(noQuestion.Tooltip(), CString(u"=\"Deep\"")) << "without a question nothing is";
+    const std::string path = Path("line.viq");
+    WriteFileBytes(path, "w\tWidth\t\t\t\t\t\t\t\t\t\t\tDeep\n");
+    CStdioFileEx file(CString::FromUtf8(path), CFile::modeRead | CFile::typeText);
+    QPropDef line;
+    ASSERT_TRUE(line.ReadFromLegacyQIQFile(&file, {}, {}));
+    EXPECT_EQ(line.Question(), CString(u"Largeur"));
+    EXPECT_EQ(line.Tooltip(), CString(u"Profond"));
 }
 
 } // namespace
