@@ -251,6 +251,11 @@ bool QPropDef::operator==(const QPropDef& other) const {
            m_defaultValue.Identical(other.m_defaultValue);
 }
 
+QPropDef::~QPropDef() {
+    if (g_previousOption.option == this)
+        g_previousOption = PreviousOption();
+}
+
 // --- Enumeration texts ------------------------------------------------------------------------
 
 CString QPropDef::ControlTypeToString(CONTROLTYPE type) {
@@ -557,25 +562,26 @@ CString QPropDef::SubstituteValues(const CString& text, const QArray<CString>& v
                                    const QArray<CString>& names) {
     if (values.GetSize() == 0)
         return text;
-    CString result(text);
+    // The text is scanned once and the result built beside it, so an inserted value is never
+    // searched again.
+    CString result;
     int start = 0;
     while (true) {
-        const int open = FindMarker(result, start);
-        if (open < 0)
-            break;
-        const char16_t character = result[open];
-        const int close = result.Find(character, open + 1);
+        const int open = FindMarker(text, start);
+        const int close = open < 0 ? -1 : text.Find(text[open], open + 1);
         if (close < 0)
             break;
-        const CString name = result.Mid(open + 1, close - open - 1);
+        const char16_t character = text[open];
+        const CString name = text.Mid(open + 1, close - open - 1);
+        result.Append(text.GetString() + start, open - start);
         CString value;
         if (name.IsEmpty())
-            value = CString(character);
-        else if (SubstitutionFor(name, values, names, value) && character == u'`')
-            value = QuotedForFormula(value);
-        result = result.Left(open) + value + result.Mid(close + 1);
-        start = open + value.GetLength();
+            result += character;
+        else if (SubstitutionFor(name, values, names, value))
+            result += character == u'`' ? QuotedForFormula(value) : value;
+        start = close + 1;
     }
+    result.Append(text.GetString() + start, text.GetLength() - start);
     return result;
 }
 

@@ -92,7 +92,8 @@ public:
     // A copy has no context and no index of its own.
     QPropDef(const QPropDef& other);
     QPropDef& operator=(const QPropDef& other);
-    ~QPropDef() override = default;
+    // The converter of the older layouts forgets this definition.
+    ~QPropDef() override;
 
     // --- Enumeration texts --------------------------------------------------------------------
     // The StringTo... functions compare with case and give the fallback for any other text:
@@ -259,7 +260,7 @@ public:
     bool ReadFromLegacyQIQFile(CStdioFileEx* file, const QArray<CString>& values,
                                const QArray<CString>& names);
     // The older layouts pair the options of one tab: a tab reader calls this before its first
-    // definition. The converter keeps a plain pointer to the last option it saw.
+    // definition. The converter keeps a pointer to the last option it saw, until that one dies.
     static void ForgetPreviousOption();
 
 private:

@@ -711,6 +711,15 @@ TEST(QPropDefArchive, OlderOptionsOfOneTabPairByName) {
     D::ForgetPreviousOption();
     LoadInto(nextTab, option(u"Plain", u""), 100);
     D::ForgetPreviousOption();
+    {
+        QPropDef gone;
+        LoadInto(gone, option(u"Gone", u""), 100);
+    }
+    QPropDef afterGone;
+    LoadInto(afterGone, option(u"Gone", u""), 100);
+    EXPECT_EQ(afterGone.RadioType(), D::PropertyPerButton) << "a dead option pairs with nothing";
+    EXPECT_TRUE(afterGone.IsNewRadioGroup());
+    D::ForgetPreviousOption();
     EXPECT_TRUE(nextTab.IsNewRadioGroup());
 }
 
