@@ -723,11 +723,13 @@ TEST(QPropDefArchive, OlderOptionsOfOneTabPairByName) {
     EXPECT_TRUE(nextTab.IsNewRadioGroup());
 }
 
-TEST(QPropDefArchive, AShortArchiveFails) {
-    Bytes cut(c_currentDropList.begin(), c_currentDropList.end() - 3);
-    Loading loading(cut, 4096, CString(), 110);
-    QPropDef def;
-    EXPECT_THROW(def.Serialize(loading.archive), CArchiveException);
+TEST(QPropDefArchive, EveryShortenedArchiveFailsAsAnArchive) {
+    for (std::size_t size = 0; size < c_currentDropList.size(); ++size) {
+        Loading loading(Bytes(c_currentDropList.begin(), c_currentDropList.begin() + size), 4096,
+                        CString(), 110);
+        QPropDef def;
+        EXPECT_THROW(def.Serialize(loading.archive), CArchiveException) << size;
+    }
 }
 
 // --- The legacy question line ---------------------------------------------------------------
