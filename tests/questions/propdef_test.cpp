@@ -462,30 +462,38 @@ Bytes Store(QPropDef& def) {
 }
 
 // A drop list in the current layout.
-const Bytes c_currentDropList = Concat({
-    WideString(u"Shelves"),
-    WideString(u"How many?"),
-    {3, 5, 1, 1},
-    WideString(u"plinth>2"),
-    {3},
-    WideString(u"shelves.txt"),
-    Int32(4),
-    Int32(-2),
-    WideString(u"beep()"),
-    Int32(0x22),
-    {1},
-    WideString(u"Pick"),
-    {0},
-    {0, 0, 1},
-    Int32(1),
-    Int32(2),
-    Int32(-3),
-    Int32(4),
-    Int32(0),
-    Int32(0),
-    Int32(0),
-    Int32(-1),
-});
+// What every layout begins with: name, question, type, control type, combo source and value,
+// the enabled formula, the layout byte, the source and both widths.
+Bytes Head(const char16_t* name, const char16_t* question, Bytes kinds, std::uint8_t layout,
+           const char16_t* source, std::int32_t questionWidth, std::int32_t answerWidth,
+           const char16_t* enabled = u"") {
+    return Concat({WideString(name),
+                   WideString(question),
+                   kinds,
+                   WideString(enabled),
+                   {layout},
+                   WideString(source),
+                   Int32(questionWidth),
+                   Int32(answerWidth)});
+}
+
+Bytes Tweaks(std::initializer_list<std::int32_t> numbers) {
+    Bytes bytes;
+    for (std::int32_t number : numbers)
+        bytes = Concat({bytes, Int32(number)});
+    return bytes;
+}
+
+// A drop list in the current layout: then the action, style, overlap, tooltip, radio type, the
+// three flags and both size tweaks.
+const Bytes c_currentDropList =
+    Concat({Head(u"Shelves", u"How many?", {3, 5, 1, 1}, 3, u"shelves.txt", 4, -2, u"plinth>2"),
+            WideString(u"beep()"),
+            Int32(0x22),
+            {1},
+            WideString(u"Pick"),
+            {0, 0, 0, 1},
+            Tweaks({1, 2, -3, 4, 0, 0, 0, -1})});
 
 QPropDef CurrentDropList() {
     QPropDef def;
@@ -533,137 +541,84 @@ struct SchemaCase {
 };
 
 std::vector<SchemaCase> SchemaCases() {
+    const Bytes action = Concat({WideString(u"go()"), Int32(0)});
     const Bytes tail103 = Concat({{0}, WideString(u"Tip"), {1, 1}});
-    const Bytes tweaks =
-        Concat({Int32(1), Int32(2), Int32(3), Int32(4), Int32(5), Int32(6), Int32(7), Int32(8)});
+    const Bytes tweaks = Tweaks({1, 2, 3, 4, 5, 6, 7, 8});
+    const Bytes box = Concat({Head(u"", u"Box", {0, 0, 0, 0}, 3, u"", 3, 0), c_empty, Int32(4)});
+    auto styleFromSource = [](int style) {
+        return [style](const QPropDef& d) { EXPECT_EQ(d.Style(), style); };
+    };
     return {
         {"61: no style, layout 1 without action; the style comes from the source", 61,
-         Concat({WideString(u"Plinth"),
-                 WideString(u"Plinth"),
-                 {4, 2, 0, 0},
-                 c_empty,
-                 {1},
-                 WideString(u"12"),
-                 Int32(3),
-                 Int32(3)}),
+         Head(u"Plinth", u"Plinth", {4, 2, 0, 0}, 1, u"12", 3, 3),
          [](const QPropDef& d) {
              EXPECT_EQ(d.Style(), 12);
              EXPECT_TRUE(d.Action().IsEmpty());
              EXPECT_EQ(d.ControlType(), D::Edit);
-             EXPECT_TRUE(d.Tooltip().IsEmpty());
          }},
-        {"69: layout 2 drops a string; a combo keeps style 0", 69,
-         Concat({WideString(u"Kind"),
-                 WideString(u"Kind"),
-                 {1, 4, 0, 0},
-                 c_empty,
-                 {2},
-                 WideString(u"3"),
-                 Int32(3),
-                 Int32(3),
-                 WideString(u"dropped"),
+        {"62: layout 2 drops a string; a combo keeps style 0", 62,
+         Concat({Head(u"Kind", u"Kind", {1, 4, 0, 0}, 2, u"3", 3, 3), WideString(u"dropped"),
                  Int32(0)}),
          [](const QPropDef& d) {
              EXPECT_EQ(d.Style(), 0);
              EXPECT_EQ(d.Extra1(), CString(u"3"));
              EXPECT_TRUE(d.Action().IsEmpty());
          }},
-        {"70: style 0 stays 0 from 70 on", 70,
-         Concat({WideString(u"Plinth"),
-                 WideString(u"Plinth"),
-                 {4, 2, 0, 0},
-                 c_empty,
-                 {3},
-                 WideString(u"12"),
-                 Int32(3),
-                 Int32(3),
-                 WideString(u"go()"),
-                 Int32(0)}),
+        {"69: the last with the style from the source", 69,
+         Concat({Head(u"Plinth", u"Plinth", {4, 2, 0, 0}, 3, u"12", 3, 3), action}),
+         styleFromSource(12)},
+        {"70: style 0 stays 0", 70,
+         Concat({Head(u"Plinth", u"Plinth", {4, 2, 0, 0}, 3, u"12", 3, 3), action}),
          [](const QPropDef& d) {
              EXPECT_EQ(d.Style(), 0);
              EXPECT_EQ(d.Action(), FormulaText(u"go()"));
          }},
-        {"102: empty static and group box become placeholder and end, a lone blank is no "
-         "question",
-         102,
-         Concat({c_empty,
-                 c_empty,
-                 {0, 1, 0, 0},
-                 c_empty,
-                 {3},
-                 c_empty,
-                 Int32(2),
-                 Int32(0),
-                 c_empty,
-                 Int32(0)}),
+        {"102: an empty static becomes a placeholder", 102,
+         Concat({Head(u"", u"", {0, 1, 0, 0}, 3, u"", 2, 0), c_empty, Int32(0)}),
          [](const QPropDef& d) { EXPECT_EQ(d.ControlType(), D::Placeholder); }},
-        {"102: empty group box", 102,
-         Concat({c_empty,
-                 c_empty,
-                 {0, 0, 0, 0},
-                 c_empty,
-                 {3},
-                 c_empty,
-                 Int32(0),
-                 Int32(0),
-                 c_empty,
-                 Int32(0)}),
+        {"102: an empty group box ends the open one", 102,
+         Concat({Head(u"", u"", {0, 0, 0, 0}, 3, u"", 0, 0), c_empty, Int32(0)}),
          [](const QPropDef& d) { EXPECT_EQ(d.ControlType(), D::EndGroupbox); }},
-        {"102: blank question", 102,
-         Concat({WideString(u"a"),
-                 WideString(u" "),
-                 {1, 2, 0, 0},
-                 c_empty,
-                 {3},
-                 c_empty,
-                 Int32(3),
-                 Int32(3),
-                 c_empty,
-                 Int32(1)}),
+        {"102: a lone blank is no question", 102,
+         Concat({Head(u"a", u" ", {1, 2, 0, 0}, 3, u"", 3, 3), c_empty, Int32(1)}),
          [](const QPropDef& d) {
              EXPECT_TRUE(d.Question().IsEmpty());
              EXPECT_EQ(d.ControlType(), D::Edit);
              EXPECT_EQ(d.Style(), 1);
          }},
-        {"106: no full-width flag, no transparency", 106,
-         Concat({c_empty,
-                 WideString(u"Box"),
-                 {0, 0, 0, 0},
-                 c_empty,
-                 {3},
-                 c_empty,
-                 Int32(3),
-                 Int32(0),
-                 c_empty,
-                 Int32(4),
-                 tail103,
-                 tweaks}),
+        {"103: overlap, tooltip and radio fields, no full-width flag", 103,
+         Concat({box, tail103, tweaks}),
          [](const QPropDef& d) {
              EXPECT_TRUE(d.IsGroupboxFullWidth());
-             EXPECT_FALSE(d.IsTransparent());
+             EXPECT_EQ(d.RadioType(), D::ValuePerButton);
              EXPECT_TRUE(d.IsNewRadioGroup());
              EXPECT_EQ(d.Tooltip(), CString(u"Tip"));
              EXPECT_EQ(d.AnswerSizeTweaks(), (D::SizeTweaks{5, 6, 7, 8}));
          }},
-        {"109: full-width flag, no transparency", 109,
-         Concat({c_empty,
-                 WideString(u"Box"),
-                 {0, 0, 0, 0},
-                 c_empty,
-                 {3},
-                 c_empty,
-                 Int32(3),
-                 Int32(0),
-                 c_empty,
-                 Int32(4),
-                 tail103,
-                 {0},
-                 tweaks}),
+        {"107: the full-width flag, no transparency", 107, Concat({box, tail103, {0}, tweaks}),
          [](const QPropDef& d) {
              EXPECT_FALSE(d.IsGroupboxFullWidth());
              EXPECT_FALSE(d.IsTransparent());
              EXPECT_EQ(d.QuestionSizeTweaks(), (D::SizeTweaks{1, 2, 3, 4}));
          }},
+        {"108: label formulas are brought to the token stream's text", 108,
+         Concat({Head(u"a", u"= 1+2", {1, 2, 0, 0}, 3, u"", 3, 3),
+                 c_empty,
+                 Int32(1),
+                 tail103,
+                 {0},
+                 tweaks}),
+         [](const QPropDef& d) { EXPECT_EQ(d.Question(), CString(u"=1+2")); }},
+        {"109: label formulas stay as written", 109,
+         Concat({Head(u"a", u"= 1+2", {1, 2, 0, 0}, 3, u"", 3, 3),
+                 c_empty,
+                 Int32(1),
+                 tail103,
+                 {0},
+                 tweaks}),
+         [](const QPropDef& d) { EXPECT_EQ(d.Question(), CString(u"= 1+2")); }},
+        {"110: transparency", 110, Concat({box, tail103, {0, 1}, tweaks}),
+         [](const QPropDef& d) { EXPECT_TRUE(d.IsTransparent()); }},
     };
 }
 
@@ -681,16 +636,7 @@ TEST(QPropDefArchive, EachOlderLayoutIsReadAndWrittenAgainInTheCurrentOne) {
 
 TEST(QPropDefArchive, OlderOptionsOfOneTabPairByName) {
     auto option = [](const char16_t* name, const char16_t* value) {
-        return Concat({WideString(name),
-                       WideString(u"Q"),
-                       {2, 7, 0, 0},
-                       c_empty,
-                       {3},
-                       WideString(value),
-                       Int32(3),
-                       Int32(3),
-                       c_empty,
-                       Int32(0)});
+        return Concat({Head(name, u"Q", {2, 7, 0, 0}, 3, value, 3, 3), c_empty, Int32(0)});
     };
     D::ForgetPreviousOption();
     QPropDef first, second, third, fourth, fifth, nextTab;
@@ -1041,14 +987,7 @@ TEST_F(QPropDefTranslationTest, FormulasHaveTheirStringsTranslatedAndOtherTextsT
 
 TEST_F(QPropDefTranslationTest, LoadsTranslateQuestionAndTooltipOnlyWhenAsked) {
     auto archived = [](const char16_t* question) {
-        return Concat({WideString(u"w"),
-                       WideString(question),
-                       {3, 2, 0, 0},
-                       c_empty,
-                       {3},
-                       c_empty,
-                       Int32(3),
-                       Int32(3),
+        return Concat({Head(u"w", question, {3, 2, 0, 0}, 3, u"", 3, 3),
                        c_empty,
                        Int32(0),
                        {0},
