@@ -183,7 +183,7 @@ CString ValueFormulaKeepingType(const QAnyValue& value) {
     default:
         break;
     }
-    return value.AsFormula().ToString();
+    return value.AsFormulaText();
 }
 
 CString QExport_NameValueFormulaString(const CString& name, const QAnyValue& value,

@@ -27,7 +27,7 @@ bool TextNoUnit(QBuiltinCall& call) {
 
 bool Formula(QBuiltinCall& call) {
     if (!TakeErrorArgument(call))
-        call.result = call.args[0].AsFormula().ToString();
+        call.result = call.args[0].AsFormulaText();
     return true;
 }
 

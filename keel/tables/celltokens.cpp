@@ -94,7 +94,7 @@ std::vector<CString> TokenForms(const QAnyValue& value) {
     case QAnyValue::TYPE_ANGLE:
         return {WithUnit(copy.MakeAngle().GetRaw(), u"deg")};
     default:
-        return {value.AsFormula().ToString()};
+        return {value.AsFormulaText()};
     }
 }
 

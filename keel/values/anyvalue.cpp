@@ -816,7 +816,7 @@ CString QAnyValue::InsertEscapesDoubleQuotesAndEnclose(const CString& text) {
     return CString(u'"') + result + u'"';
 }
 
-CString QAnyValue::FormulaTextOf() const {
+CString QAnyValue::AsFormulaText() const {
     if (IsString())
         return InsertEscapesDoubleQuotesAndEnclose(m_object.m_string);
     const CString text = Format();
@@ -828,11 +828,11 @@ CString QAnyValue::FormulaTextOf() const {
 }
 
 FormulaText QAnyValue::AsFormula() const {
-    return FormulaText(FormulaTextOf());
+    return FormulaText(AsFormulaText());
 }
 
 CString QAnyValue::AsStringOrFormula() const {
-    return IsString() ? m_object.m_string : FormulaTextOf();
+    return IsString() ? m_object.m_string : AsFormulaText();
 }
 
 CString QAnyValue::Format() const {

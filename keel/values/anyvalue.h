@@ -294,8 +294,11 @@ public:
 
     // --- Text forms ----------------------------------------------------------------------------
 
-    // A formula that evaluates back to this value.
+    // A formula that evaluates back to this value. Formula texts are interned without regard to
+    // case, so the text of one may be spelled as an earlier formula was: what writes the text
+    // out takes AsFormulaText, which is spelled as this value is.
     FormulaText AsFormula() const;
+    CString AsFormulaText() const;
     // A string's own text, the formula text of anything else.
     CString AsStringOrFormula() const;
     // What serialised text uses: the same as AsStringOrFormula.
@@ -638,7 +641,6 @@ private:
 
     static QTableHandlePtr OpenTable(const CString& name, bool reportErrors, CString& error);
     void EvaluateStringAsNumber();
-    CString FormulaTextOf() const;
     static CString ArrayText(const QArray<QAnyValue>& elements);
     // Cents, seconds, mm, m², m³ or degrees of a unit type; the quotient of a rate.
     double RawNumber() const;

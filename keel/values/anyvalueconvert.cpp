@@ -341,7 +341,7 @@ CString QAnyValue::ArrayText(const QArray<QAnyValue>& elements) {
         if (i > 0)
             text += u',';
         if (!elements[i].IsEmpty())
-            text += elements[i].FormulaTextOf();
+            text += elements[i].AsFormulaText();
     }
     text += u']';
     return text;
