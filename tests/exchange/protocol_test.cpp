@@ -11,11 +11,27 @@
 namespace keel::test {
 namespace {
 
-TEST(ExportFlagsTest, InitSetsFlagFiveAloneInEachBank) {
+// Two banks of flags apart; Init leaves flag 5 alone set in each, and the process's flags read
+// false without an object.
+TEST(ExportFlagsTest, InitSetsFlagFiveAloneInEachBankAndTheGlobalReadsFalseWithoutAnObject) {
     QExport flags;
-    flags.SetExportFlag(2, true);
+    flags.SetExportFlag(4, true);
     flags.SelectBank(1);
+    EXPECT_FALSE(flags.IsExportFlagSet(4));
     flags.SetExportFlag(7, true);
+    flags.SelectBank(0);
+    EXPECT_TRUE(flags.IsExportFlagSet(4));
+    EXPECT_FALSE(flags.IsExportFlagSet(7));
+    flags.SetExportFlag(16, true);
+    EXPECT_FALSE(flags.IsExportFlagSet(16));
+    QExport* const process = QExport::TheExportFlags();
+    QExport::SetTheExportFlags(&flags);
+    EXPECT_TRUE(QExport::IsFlagSet(4));
+    QExport::SetTheExportFlags(nullptr);
+    EXPECT_FALSE(QExport::IsFlagSet(5));
+    QExport::SetTheExportFlags(process);
+    EXPECT_TRUE(QExport::IsFlagSet(5));
+    flags.SelectBank(1);
     flags.Init();
     EXPECT_EQ(flags.SelectedBank(), 0);
     for (int bank : {0, 1}) {
@@ -23,26 +39,6 @@ TEST(ExportFlagsTest, InitSetsFlagFiveAloneInEachBank) {
         for (int flag = -1; flag <= QExport::c_flagsPerBank; ++flag)
             EXPECT_EQ(flags.IsExportFlagSet(flag), flag == 5) << bank << ":" << flag;
     }
-}
-
-TEST(ExportFlagsTest, BanksAreSeparateAndTheGlobalReadsFalseWithoutAnObject) {
-    QExport flags;
-    flags.SetExportFlag(4, true);
-    flags.SelectBank(1);
-    EXPECT_FALSE(flags.IsExportFlagSet(4));
-    flags.SelectBank(0);
-    EXPECT_TRUE(flags.IsExportFlagSet(4));
-    flags.SetExportFlag(16, true);
-    EXPECT_FALSE(flags.IsExportFlagSet(16));
-
-    QExport* const process = QExport::TheExportFlags();
-    QExport::SetTheExportFlags(&flags);
-    EXPECT_TRUE(QExport::IsFlagSet(4));
-    QExport::SetTheExportFlags(nullptr);
-    EXPECT_FALSE(QExport::IsFlagSet(4));
-    EXPECT_FALSE(QExport::IsFlagSet(5));
-    QExport::SetTheExportFlags(process);
-    EXPECT_TRUE(QExport::IsFlagSet(5));
 }
 
 TEST(ExportAttributeTest, EachConstructorSetsDefaultAndFormulaAsGiven) {
@@ -216,7 +212,7 @@ TEST_F(ImportLevelTest, AFailedChildIsReportedWithItsLevelAndIdentifier) {
     EXPECT_EQ(tree.groups[1]->name, CString(u"H"));
 }
 
-TEST_F(ImportLevelTest, ByValueAttributesConvertOrFallBackToTheDefault) {
+TEST_F(ImportLevelTest, ByValueAndSetterAttributesConvertOrFallBackToTheDefault) {
     struct Target : QImportable {
         bool ImportAttributesAndChildren(QImportFormatLevel& level) override {
             return level.ImportAttributeIfPresent(QByValImportAttribute<bool>(u"b", b)) &&
@@ -226,8 +222,11 @@ TEST_F(ImportLevelTest, ByValueAttributesConvertOrFallBackToTheDefault) {
                    level.ImportAttributeIfPresent(QByValImportAttribute<ControlId>(u"c", c)) &&
                    level.ImportAttributeIfPresent(
                        QByValImportAttribute<FormulaText>(u"f", f, &formula)) &&
-                   level.ImportAttributeIfPresent(QByValImportAttribute<QAnyValue>(u"v", v));
+                   level.ImportAttributeIfPresent(QByValImportAttribute<QAnyValue>(u"v", v)) &&
+                   level.ImportAttributeIfPresent(
+                       QSetterImportAttribute<Target, double>(u"w", this, &Target::SetWidth));
         }
+        void SetWidth(double width) { w = width; }
         bool b = false;
         int i = 5;
         double d = 0;
@@ -236,11 +235,12 @@ TEST_F(ImportLevelTest, ByValueAttributesConvertOrFallBackToTheDefault) {
         FormulaText f;
         FormulaText formula;
         QAnyValue v;
+        double w = 0;
     };
     Target target;
-    EXPECT_TRUE(Import(target,
-                       "b\t1\t\t\ni\t\"\"\"abc\"\"\"\t\t\nd\t2.5\t\t\ns\t42\t\t\n"
-                       "c\t\"\"\"Width\"\"\"\t\t\nf\t\"\"\"x+1\"\"\"\tx+2\t\nv\t1/0\t\t\n"));
+    EXPECT_TRUE(Import(
+        target, "b\t1\t\t\ni\t\"\"\"abc\"\"\"\t\t\nd\t2.5\t\t\ns\t42\t\t\n"
+                "c\t\"\"\"Width\"\"\"\t\t\nf\t\"\"\"x+1\"\"\"\tx+2\t\nv\t1/0\t\t\nw\t3*4\t\t\n"));
     EXPECT_TRUE(target.b);
     EXPECT_EQ(target.i, 0) << "text that is no number gives the default";
     EXPECT_DOUBLE_EQ(target.d, 2.5);
@@ -250,20 +250,7 @@ TEST_F(ImportLevelTest, ByValueAttributesConvertOrFallBackToTheDefault) {
     EXPECT_EQ(target.formula.ToString(), "x+2");
     CString message;
     EXPECT_TRUE(target.v.IsErrorAndGetMessage(message)) << "a bad value arrives as an error";
-}
-
-TEST_F(ImportLevelTest, ASetterTakesTheConvertedValue) {
-    struct Target : QImportable {
-        void SetWidth(double width) { m_width = width; }
-        bool ImportAttributesAndChildren(QImportFormatLevel& level) override {
-            return level.ImportAttributeIfPresent(
-                QSetterImportAttribute<Target, double>(u"w", this, &Target::SetWidth));
-        }
-        double m_width = 0;
-    };
-    Target target;
-    EXPECT_TRUE(Import(target, "w\t3*4\t\t\n"));
-    EXPECT_DOUBLE_EQ(target.m_width, 12.0);
+    EXPECT_DOUBLE_EQ(target.w, 12.0) << "a setter takes the converted value";
 }
 
 // A formula root that reads from the file: a recalculation waits for the end of the read.

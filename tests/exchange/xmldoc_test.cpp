@@ -481,6 +481,10 @@ TEST(XMLNode, HandlesKeepTheirTreeAndRemovedNodesAlive) {
 }
 
 TEST(XMLDoc, SelectionNamespacesBindPrefixesForPathsAcrossLoads) {
+    QXMLDoc empty;
+    EXPECT_FALSE(empty.RootNode());
+    EXPECT_TRUE(empty.ToString().IsEmpty());
+    EXPECT_TRUE(empty.SetSelectionNamespaces(u""));
     QXMLDoc doc("<r xmlns='urn:d'><a>1</a></r>");
     EXPECT_FALSE(doc.RootNode()->GetNode(u"d:a"));
     EXPECT_FALSE(doc.RootNode()->GetNode(u"a"));
@@ -491,13 +495,6 @@ TEST(XMLDoc, SelectionNamespacesBindPrefixesForPathsAcrossLoads) {
     EXPECT_EQ(U(doc.RootNode()->GetNode(u"d:a")->GetText()), "1");
     ASSERT_TRUE(doc.FromString(u"<e:r xmlns:e='urn:e'><e:a>2</e:a></e:r>"));
     EXPECT_EQ(U(doc.RootNode()->GetNode(u"e:a")->GetText()), "2");
-}
-
-TEST(XMLDoc, AnEmptyDocumentHasNoRootAndNoText) {
-    QXMLDoc doc;
-    EXPECT_FALSE(doc.RootNode());
-    EXPECT_TRUE(doc.ToString().IsEmpty());
-    EXPECT_TRUE(doc.SetSelectionNamespaces(u""));
 }
 
 } // namespace

@@ -30,6 +30,11 @@ inline std::string ExchangeData(const std::string& name) {
     return std::string(KEEL_TEST_DATA) + "/exchange/" + name;
 }
 
+// The summaries that an import leaves in the error log.
+inline const Report c_importCompleted{"Import", "Import completed with no errors."};
+inline const Report c_importHadErrors{
+    "Import", "Some errors occurred during import. See error log for details."};
+
 // The process's export flags as Init leaves them with `flags` set, for a scope.
 class ExportFlagsScope {
 public:
