@@ -479,10 +479,14 @@ void QPropDefTab::Serialize(CArchive& archive) {
 
 void QPropDefTab::ReadLegacyTabLine(const CString& line, const QArray<CString>& values,
                                     const QArray<CString>& names) {
-    const QArray<CString> fields =
-        line.GetLength() > c_tabMarkerLength && line[c_tabMarkerLength] == u'\t'
-            ? LegacyFields(line, c_tabMarkerLength + 1, values, names)
-            : QArray<CString>();
+    QArray<CString> fields;
+    if (line.GetLength() > c_tabMarkerLength && line[c_tabMarkerLength] == u'\t') {
+        fields = LegacyFields(line, c_tabMarkerLength + 1, values, names);
+    } else {
+        // The old form names the tab right after the marker, with nothing else.
+        CString name = QPropDef::SubstituteValues(line.Mid(c_tabMarkerLength), values, names);
+        fields.Add(name.Trim());
+    }
     const auto field = [&fields](int i) { return i < fields.GetSize() ? fields[i] : CString(); };
     m_name = field(0);
     m_enabledFormula = FormulaText(field(1));
