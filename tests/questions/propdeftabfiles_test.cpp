@@ -105,10 +105,12 @@ TEST_F(QuestionFileTest, EveryKindOfControlIsReadWithTheOlderConversions) {
 }
 
 TEST_F(QuestionFileTest, BytesThatAreNotUtf8AreReadInTheWesternCodePage) {
-    for (const std::string& name : {std::string("Caf\xc3\xa9"), std::string("Caf\xe9")}) {
+    // UTF-8, UTF-8 after its byte order mark, and the Western code page.
+    for (const char* name : {"Caf\xc3\xa9", "\xef\xbb\xbf[group]\tCaf\xc3\xa9", "Caf\xe9"}) {
+        const std::string line = name[0] == 'C' ? std::string("[group]\t") + name : name;
         QPropDefTabGroupSet set;
-        ASSERT_TRUE(set.ReadFromFile(Written("coded.viq", "[group]\t" + name + "\n[tab]\tT\n")));
-        EXPECT_EQ(set.GetAt(0)->Name(), CString(u"Caf\u00e9"));
+        ASSERT_TRUE(set.ReadFromFile(Written("coded.viq", line + "\n[tab]\tT\n")));
+        EXPECT_EQ(set.GetAt(0)->Name(), CString(u"Caf\u00e9")) << line;
     }
 }
 
