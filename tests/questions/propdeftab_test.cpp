@@ -1,4 +1,5 @@
 #include "tests/support/exchangetests.h"
+#include "tests/support/namescontext.h"
 #include "tests/support/uihosts.h"
 
 #include "keel/exchange/exportselection.h"
@@ -417,6 +418,32 @@ TEST(QPropDefTabControllers, EveryDefinitionOfTheKeyIsNamedWithItsGroupAndTab) {
     EXPECT_EQ(set.GetControllingFriendlyPageQuestion(PropId(u"Width")).ToUtf8(),
               "Body:Sizes:How wide?;Doors:Front:How wide?");
     EXPECT_EQ(set.GetControllingFriendlyPageQuestion(PropId(u"Height")).ToUtf8(), "");
+}
+
+TEST(QPropDefTabEnabling, EachTabIsEnabledByItsFormulaOrAlwaysInEditMode) {
+    NamesContext context;
+    context.Set("doors", QAnyValue(2));
+    QPropDefTabGroup group(u"G");
+    QPropDefTab two = Tab("Two");
+    two.SetEnabledFormula(FormulaText(u"doors>1"));
+    two.SetEnabledAlternativeFormula(FormulaText(u"doors>2"));
+    QPropDefTab three = Tab("Three");
+    three.SetEnabledFormula(FormulaText(u"doors>2"));
+    three.SetEnabledAlternativeFormula(FormulaText(u"doors>1"));
+    group.Add(&two);
+    group.Add(&three);
+    const struct {
+        int index;
+        bool enabled, alternative;
+    } cases[] = {{0, true, false}, {1, false, true}, {2, false, false}, {-1, false, false}};
+    for (const auto& c : cases) {
+        EXPECT_EQ(group.IsEnabled(c.index, &context), c.enabled) << c.index;
+        EXPECT_EQ(group.IsEnabledAlternative(c.index, &context), c.alternative) << c.index;
+        EXPECT_EQ(group.IsEnabledInActiveView(c.index, &context, false), c.enabled);
+        EXPECT_EQ(group.IsEnabledInActiveView(c.index, &context, true), c.alternative);
+    }
+    group.SetEditMode(true);
+    EXPECT_TRUE(group.IsEnabledInActiveView(1, &context, false));
 }
 
 // --- Export and import ------------------------------------------------------------------------
