@@ -155,8 +155,6 @@ private:
     QSmartPtrArray<QPropDef> m_defs;
     QColumnSizeArray m_columnSizes;
     std::uint8_t m_flags = 0;
-    // Where the definition being imported goes; -1 when it was refused.
-    int m_pendingImportIndex = -1;
 };
 
 } // namespace keel

@@ -178,10 +178,10 @@ void QPropDefTabGroup::SetIsFromLibrary(bool fromLibrary) {
 }
 
 void QPropDefTabGroup::SetCurrentTab(int index) {
+    if (index < 0)
+        index = 0;
     if (index >= m_tabs.GetSize())
         index = m_tabs.GetSize() - 1;
-    if (index < 0 && !m_tabs.IsEmpty())
-        index = 0;
     m_currentTab = index;
 }
 

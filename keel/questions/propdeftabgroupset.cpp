@@ -265,10 +265,10 @@ void QPropDefTabGroupSet::DeleteLibraryTabs() {
 }
 
 void QPropDefTabGroupSet::SetCurrentTabGroup(int index) {
+    if (index < 0)
+        index = 0;
     if (index >= m_groups.GetSize())
         index = m_groups.GetSize() - 1;
-    if (index < 0 && !m_groups.IsEmpty())
-        index = 0;
     m_currentGroup = index;
 }
 

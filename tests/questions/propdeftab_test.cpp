@@ -133,8 +133,10 @@ TEST(QPropDefTabGroupNames, AddingATabOfATakenNameReplacesIt) {
 
 TEST(QPropDefTabGroupNames, TheCurrentTabIsClampedToTheTabs) {
     QPropDefTabGroup group(u"G");
-    group.SetCurrentTab(3);
-    EXPECT_EQ(group.CurrentTab(), -1) << "an empty group";
+    for (int asked : {3, 0, -2}) {
+        group.SetCurrentTab(asked);
+        EXPECT_EQ(group.CurrentTab(), -1) << "an empty group, " << asked;
+    }
     EXPECT_EQ(group.CurrentTabPtr(), nullptr);
     group.AddNewEmptyTab();
     group.AddNewEmptyTab();
