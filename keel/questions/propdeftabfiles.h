@@ -1,0 +1,55 @@
+#pragma once
+
+// Helpers that the tab, the group and the set share for their files: attributes read through
+// the substitution pass, and the failure of a legacy question file.
+
+#include "keel/exchange/importattribute.h"
+#include "keel/exchange/importformatlevel.h"
+#include "keel/questions/propdef.h"
+#include "keel/values/smartptr.h"
+
+#include <functional>
+
+namespace keel::propdeftab_files {
+
+// The title of the boxes of question files.
+inline constexpr char16_t c_defineQuestions[] = u"Define Questions";
+// The most children of one kind that one import level builds, whatever the file holds.
+inline constexpr int c_mostNewChildren = 100000;
+
+template <class T>
+bool ImportSubstituted(QImportFormatLevel& level, const char16_t* name, T& target) {
+    CString (*substitute)(const CString&) = &QPropDef::SubstituteValues;
+    return level.ImportAttributeIfPresent(
+        QImportAttrWithSubstitutions<T>(name, target, substitute));
+}
+
+// A formula comes in the formula's place of the file, or as the text of the value.
+inline bool ImportSubstitutedFormula(QImportFormatLevel& level, const char16_t* name,
+                                     FormulaText& target) {
+    CString (*substitute)(const CString&) = &QPropDef::SubstituteValues;
+    return level.ImportAttributeIfPresent(
+        QImportAttrWithSubstitutions<FormulaText>(name, target, substitute, &target));
+}
+
+// Reports a malformed question file and gives up the whole read.
+[[noreturn]] void FailLegacyRead(const CString& message);
+
+// The fields of one line of a question file after its leading marker, each substituted.
+QArray<CString> LegacyFields(const CString& line, int first, const QArray<CString>& values,
+                             const QArray<CString>& names);
+
+// A count read from an archive, refused above `most`.
+int CheckedCount(std::uint64_t count, int most);
+
+// Reads a question file into `object` with the substitution arrays set around the read: a
+// ".viq" through `readLegacy` (UTF-8, or code page 1252 when the bytes are not UTF-8), any
+// other kind through the import. A malformed legacy file throws after its report.
+bool ReadQuestionFile(const CString& path, const QArray<CString>& values,
+                      const QArray<CString>& names, QImportable& object,
+                      const std::function<bool(CStdioFileEx&)>& readLegacy);
+// The path a question file is written to: the legacy form is never written, so a ".viq" path
+// becomes ".viqx".
+CString QuestionFileWritePath(const CString& path);
+
+} // namespace keel::propdeftab_files
