@@ -22,6 +22,11 @@ int RunExport(std::span<const std::string_view> args);
 // `keel help functions`: every built-in function with its argument words and counts.
 int RunHelpFunctions(std::span<const std::string_view> args);
 int RunOptions(std::span<const std::string_view> args);
+// `keel questions show|check|convert|merge`.
+int RunQuestions(std::span<const std::string_view> args);
+// Prints the groups, tabs and questions of a question file, or one JSON object with `json`; 1
+// when the file cannot be read.
+int ShowQuestionFile(std::string_view path, bool json);
 int RunRepl(std::span<const std::string_view> args);
 int RunRun(std::span<const std::string_view> args);
 // `keel table show|check|lookup|convert`.

@@ -192,13 +192,17 @@ void ShowTablePricedEstimate(std::string_view tablesFolder) {
 int RunDemo(std::span<const std::string_view> args) {
     std::string_view wordsFile = "examples/estimating-words.txt";
     std::string_view tablesFolder = "examples/tables";
+    std::string_view questionsFile = "examples/questions/kitchen.viq";
     for (std::size_t i = 0; i < args.size(); i += 2) {
         if (i + 1 < args.size() && args[i] == "--words")
             wordsFile = args[i + 1];
         else if (i + 1 < args.size() && args[i] == "--tables")
             tablesFolder = args[i + 1];
+        else if (i + 1 < args.size() && args[i] == "--questions")
+            questionsFile = args[i + 1];
         else
-            return UsageError("demo", "usage: keel demo [--words FILE] [--tables FOLDER]");
+            return UsageError("demo", "usage: keel demo [--words FILE] [--tables FOLDER] "
+                                      "[--questions FILE]");
     }
 
     ShowInterning();
@@ -213,7 +217,11 @@ int RunDemo(std::span<const std::string_view> args) {
     ShowFormulas();
     ShowEstimate();
     ShowTablePricedEstimate(tablesFolder);
-    return 0;
+    std::printf("\nThe questions of %.*s, as `keel questions show` gives them: a line a question "
+                "with its name, type, control kind, label, default and enable mode\n",
+                static_cast<int>(questionsFile.size()), questionsFile.data());
+    std::fflush(stdout);
+    return ShowQuestionFile(questionsFile, false);
 }
 
 } // namespace keel::tool

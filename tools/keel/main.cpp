@@ -77,7 +77,24 @@ Commands:
                                 COL, each a formula ("7", "3 ft") or else a text
   table convert FOLDER          rewrite every .vlt file under FOLDER in the current
                                 format; exit 1 when any fails
-  demo [--words FILE] [--tables FOLDER]
+  questions show FILE [--json]  print the groups of a question file (.viq, .viqx or .tab),
+                                their tabs and, a line each, every question's name,
+                                type, control kind, label, default and enable mode
+                                (a formula that needs a document shows as "=FORMULA");
+                                --json prints one object {"groups": [{"name", "tabs":
+                                [{"name", "questions": [...]}]}]}
+  questions check FILE          read the file and count its groups, tabs and questions;
+                                every message of the reader is shown, exit 1 when the
+                                file cannot be read or the reader reported anything
+  questions convert IN OUT      rewrite a question file in the form OUT's extension
+                                names: .viqx (XML) or .tab; .viq is only read, so an OUT
+                                ending .viq is written as .viqx, and the line says so
+  questions merge TARGET SOURCE --out FILE [--keep|--overwrite]
+                                merge the groups of SOURCE into TARGET and write FILE:
+                                new groups and tabs are added, a tab of the same name
+                                that differs is kept (--keep, the default) or replaced
+                                whole (--overwrite); a line for each tab says which
+  demo [--words FILE] [--tables FOLDER] [--questions FILE]
                                 a short tour of what the library does so far
 
 Exit status: 0 done; 1 failed (for eval, repl and run: a formula failed or gave an
@@ -139,6 +156,8 @@ int Dispatch(std::string_view command, std::span<const std::string_view> rest) {
         return RunRun(rest);
     if (command == "table")
         return RunTable(rest);
+    if (command == "questions")
+        return RunQuestions(rest);
     return UsageError("unknown command '" + std::string(command) + "'");
 }
 
