@@ -1,6 +1,7 @@
 #include "tools/keel/commands.h"
 #include "tools/keel/output.h"
 
+#include "keel/document/errorlog.h"
 #include "keel/platform/file.h"
 #include "keel/questions/propdeftabgroupset.h"
 #include "keel/system/pathop.h"
@@ -68,22 +69,41 @@ std::string WhyNotReadable(std::string_view path) {
     return {};
 }
 
-// Reads a question file into `set`; a file that cannot be read, or whose read fails, is said on
-// stderr. What the reader reports waits in the error log.
-bool ReadSet(std::string_view command, std::string_view path, QPropDefTabGroupSet& set) {
+// Whether the reader reported anything beyond the notice that an import went through: a control
+// refused or an identifier not matched leaves a set that is not what the file says.
+bool ReaderReported(int messagesBefore) {
+    const QErrorLog& log = TheErrorLog();
+    for (int i = messagesBefore; i < log.GetSize(); ++i)
+        if (log.Message(i) != CString(u"Import completed with no errors."))
+            return true;
+    return false;
+}
+
+enum class ReadOutcome { Failed, WithReports, Clean };
+
+// Reads a question file into `set`; a file that cannot be read, or whose read fails or is
+// reported, is said on stderr. What the reader reports waits in the error log.
+ReadOutcome ReadSet(std::string_view command, std::string_view path, QPropDefTabGroupSet& set) {
     if (const std::string reason = WhyNotReadable(path); !reason.empty()) {
         Say(command, "cannot read '" + std::string(path) + "': " + reason);
-        return false;
+        return ReadOutcome::Failed;
     }
+    const int messagesBefore = TheErrorLog().GetSize();
     bool read = false;
     try {
         read = set.ReadFromFile(CString::FromUtf8(path));
     } catch (const CFileException&) {
         read = false;
     }
-    if (!read)
+    if (!read) {
         Say(command, "cannot read '" + std::string(path) + "'");
-    return read;
+        return ReadOutcome::Failed;
+    }
+    if (ReaderReported(messagesBefore)) {
+        Say(command, "'" + std::string(path) + "' was read with errors");
+        return ReadOutcome::WithReports;
+    }
+    return ReadOutcome::Clean;
 }
 
 // Writes `set` where `path` says; a ".viq" path is written as ".viqx", and what was written is
@@ -229,7 +249,8 @@ int RunCheck(std::span<const std::string_view> args) {
     if (args.size() != 1)
         return UsageError("questions", c_questionsUsage);
     QPropDefTabGroupSet set;
-    if (!ReadSet("check", args.front(), set))
+    const ReadOutcome outcome = ReadSet("check", args.front(), set);
+    if (outcome == ReadOutcome::Failed)
         return 1;
     int tabs = 0;
     int questions = 0;
@@ -239,7 +260,7 @@ int RunCheck(std::span<const std::string_view> args) {
             questions += set.GetAt(g)->GetAt(t)->GetCount();
     }
     std::printf("%d groups, %d tabs, %d questions\n", set.GetCount(), tabs, questions);
-    return 0;
+    return outcome == ReadOutcome::Clean ? 0 : 1;
 }
 
 // --- Convert ----------------------------------------------------------------------------------
@@ -257,7 +278,7 @@ int RunConvert(std::span<const std::string_view> args) {
     if (!CheckWritable("convert", args[1]))
         return 1;
     QPropDefTabGroupSet set;
-    if (!ReadSet("convert", args[0], set))
+    if (ReadSet("convert", args[0], set) != ReadOutcome::Clean)
         return 1;
     return WriteSet("convert", args[1], set) ? 0 : 1;
 }
@@ -313,7 +334,8 @@ int RunMerge(std::span<const std::string_view> args) {
         return 1;
     QPropDefTabGroupSet target;
     QPropDefTabGroupSet source;
-    if (!ReadSet("merge", files[0], target) || !ReadSet("merge", files[1], source))
+    if (ReadSet("merge", files[0], target) != ReadOutcome::Clean ||
+        ReadSet("merge", files[1], source) != ReadOutcome::Clean)
         return 1;
     SayMergePlan(target, source, strategy);
     target.Merge(&source, strategy, false, false, false);
@@ -324,13 +346,14 @@ int RunMerge(std::span<const std::string_view> args) {
 
 int ShowQuestionFile(std::string_view path, bool json) {
     QPropDefTabGroupSet set;
-    if (!ReadSet("show", path, set))
+    const ReadOutcome outcome = ReadSet("show", path, set);
+    if (outcome == ReadOutcome::Failed)
         return 1;
     if (json)
         PrintJson(set);
     else
         PrintPlain(set);
-    return 0;
+    return outcome == ReadOutcome::Clean ? 0 : 1;
 }
 
 int RunQuestions(std::span<const std::string_view> args) {
