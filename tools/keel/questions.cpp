@@ -319,11 +319,10 @@ int RunMerge(std::span<const std::string_view> args) {
     for (std::size_t i = 0; i < args.size(); ++i) {
         if (args[i] == "--out" && i + 1 < args.size())
             out = args[++i];
-        else if (args[i] == "--keep" && ++strategies)
-            strategy = MERGE_KEEP_EXISTING;
-        else if (args[i] == "--overwrite" && ++strategies)
-            strategy = MERGE_OVERWRITE;
-        else if (!args[i].starts_with("--"))
+        else if (args[i] == "--keep" || args[i] == "--overwrite") {
+            strategy = args[i] == "--keep" ? MERGE_KEEP_EXISTING : MERGE_OVERWRITE;
+            ++strategies;
+        } else if (!args[i].starts_with("--"))
             files.push_back(args[i]);
         else
             return UsageError("questions", c_questionsUsage);
