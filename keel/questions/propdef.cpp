@@ -333,6 +333,11 @@ void QPropDef::SetControlType(CONTROLTYPE type) {
     if (type == m_controlType)
         return;
     m_controlType = type;
+    ClearWhatTheKindCannotCarry();
+}
+
+void QPropDef::ClearWhatTheKindCannotCarry() {
+    const CONTROLTYPE type = m_controlType;
     if (type == Groupbox || type == Static || type == Thumbnail || type == Placeholder ||
         type == EndGroupbox) {
         m_name = ControlId();
@@ -999,8 +1004,25 @@ bool QPropDef::ReadFromLegacyQIQFile(CStdioFileEx* file, const QArray<CString>& 
         m_defaultValue = QAnyValue(fields[FieldDefault]);
 
     ConvertFromPre103Format();
+    KeepOnlyWhatTheKindCarries();
     TranslateAfterLoad();
     return true;
+}
+
+// A legacy line may give fields its kind has no use for; they go as they would on a change of
+// kind, so the definition equals what the current file gives back. The height shares a width
+// field, and the source is also a button's colour, an option's value, a picture or the tick
+// spacing: those are kept.
+void QPropDef::KeepOnlyWhatTheKindCarries() {
+    const std::int32_t height = Height();
+    const CString source = m_source;
+    const bool carriesSource = IsColorSelectButton() || m_controlType == Option ||
+                               m_controlType == Thumbnail || m_controlType == Slider;
+    ClearWhatTheKindCannotCarry();
+    if (CanHaveHeight())
+        SetHeight(height);
+    if (carriesSource)
+        m_source = source;
 }
 
 } // namespace keel

@@ -264,6 +264,8 @@ public:
     static void ForgetPreviousOption();
 
 private:
+    void ClearWhatTheKindCannotCarry();
+    void KeepOnlyWhatTheKindCarries();
     void ConvertFromPre103Format();
     void ConvertOptionFromPre103Format();
     void TranslateAfterLoad();

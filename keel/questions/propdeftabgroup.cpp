@@ -27,7 +27,6 @@ constexpr int c_mostTabsInArchive = 10000;
 
 constexpr char16_t c_groupMarker[] = u"[group]";
 constexpr int c_groupMarkerLength = 7;
-constexpr int c_groupLineFields = 8;
 
 CString NumberedName(const CString& base, int number) {
     return number < 2 ? base : base + CString::Formatted(u" %d", number);

@@ -83,6 +83,33 @@ TEST_F(QuestionFileTest, EveryKindOfControlIsReadWithTheOlderConversions) {
                            "End Groupbox,Static");
     EXPECT_EQ(body.GetAt(2)->Question().ToUtf8(), "Width of wide") << "numbered marker";
     EXPECT_TRUE(body.GetAt(16)->Question().IsEmpty()) << "a lone blank was the old empty";
+    // Fields a kind has no use for are dropped; a height kept in a width field, the picture
+    // of a thumbnail and an edit's own widths stay.
+    const struct {
+        int at;
+        const char* name;
+        QAnyValue::TYPE type;
+        int questionWidth;
+        int answerWidth;
+        const char* action;
+        const char* source;
+    } carried[] = {
+        {0, "", QAnyValue::TYPE_EMPTY, 0, 0, "", ""},
+        {2, "Width", QAnyValue::TYPE_STRING, 4, 5, "", ""},
+        {3, "Glass", QAnyValue::TYPE_STRING, 0, 3, "", ""},
+        {10, "", QAnyValue::TYPE_EMPTY, -3, 3, "", "door.png"},
+        {12, "", QAnyValue::TYPE_EMPTY, 3, 0, "", ""},
+    };
+    for (const auto& c : carried) {
+        const D& definition = *body.GetAt(c.at);
+        // Names are matched without case; their spelling is shared by every definition.
+        EXPECT_EQ(definition.Name().ToString().CompareNoCase(CString::FromUtf8(c.name)), 0) << c.at;
+        EXPECT_EQ(definition.Type(), c.type) << c.at;
+        EXPECT_EQ(definition.QuestionWidth(), c.questionWidth) << c.at;
+        EXPECT_EQ(definition.AnswerWidth(), c.answerWidth) << c.at;
+        EXPECT_EQ(definition.Action().ToString().ToUtf8(), c.action) << c.at;
+        EXPECT_EQ(definition.Extra1().ToUtf8(), c.source) << c.at;
+    }
     // Two options of one name share it by value; the next name starts a group of its own.
     const int options[] = {7, 8, 9};
     const D::RADIOTYPE types[] = {D::ValuePerButton, D::ValuePerButton, D::PropertyPerButton};
