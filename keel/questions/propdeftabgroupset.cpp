@@ -9,6 +9,7 @@
 #include "keel/platform/schema.h"
 #include "keel/platform/stdiofileex.h"
 #include "keel/platform/uiservices.h"
+#include "keel/questions/mergeprogress.h"
 #include "keel/questions/propdeftabfiles.h"
 #include "keel/system/pathop.h"
 
@@ -95,33 +96,6 @@ public:
     ~SubstitutionsScope() { QPropDef::ClearSubstitutions(); }
     SubstitutionsScope(const SubstitutionsScope&) = delete;
     SubstitutionsScope& operator=(const SubstitutionsScope&) = delete;
-};
-
-// The progress display of a merge, shown when the application asks for merging messages.
-class MergeProgress {
-public:
-    explicit MergeProgress(int count) {
-        if (!AppServices().ShowsMergingMessages())
-            return;
-        static const QTString title(u"Merging questions", u"Status bar");
-        m_handle = AppServices().ProgressCreate(title, 0, count, false);
-    }
-    ~MergeProgress() {
-        if (m_handle < 0)
-            return;
-        static const QTString done(u"Merged questions", u"Status bar");
-        AppServices().ProgressDestroy(m_handle, done, false);
-    }
-    MergeProgress(const MergeProgress&) = delete;
-    MergeProgress& operator=(const MergeProgress&) = delete;
-
-    void Step() {
-        if (m_handle >= 0)
-            AppServices().ProgressStepIt(m_handle);
-    }
-
-private:
-    int m_handle = -1;
 };
 
 } // namespace
@@ -334,7 +308,9 @@ void QPropDefTabGroupSet::Merge(const QPropDefTabGroupSet* source,
                                 bool keepOrigin) {
     if (source == nullptr || source == this || source->IsEmpty())
         return;
-    MergeProgress progress(source->GetCount());
+    static const QTString mergingTitle(u"Merging questions", u"Status bar");
+    static const QTString mergedTitle(u"Merged questions", u"Status bar");
+    QMergeProgress progress(source->GetCount(), mergingTitle, mergedTitle);
     for (int i = 0; i < source->GetCount(); ++i) {
         progress.Step();
         const QPropDefTabGroup* from = source->GetAt(i);

@@ -13,6 +13,7 @@
 #include "keel/platform/registry.h"
 #include "keel/platform/schema.h"
 #include "keel/platform/uiservices.h"
+#include "keel/questions/mergeprogress.h"
 #include "keel/values/wholeraw.h"
 
 #include <algorithm>
@@ -617,34 +618,6 @@ bool AnswersDiffer(const QAnyValue& value, FormulaText formula, const QAnyValue&
     return formula.ToString().Compare(otherFormula.ToString()) != 0;
 }
 
-// Opens the display of a merge when the application shows merging messages, and closes it.
-class MergeProgress {
-public:
-    explicit MergeProgress(int count) {
-        QAppServices& services = AppServices();
-        if (!services.ShowsMergingMessages())
-            return;
-        static const QTString title(u"Merging answers", u"Status bar");
-        m_handle = services.ProgressCreate(title, 0, count, false);
-    }
-    ~MergeProgress() {
-        if (m_handle < 0)
-            return;
-        static const QTString done(u"Merged answers", u"Status bar");
-        AppServices().ProgressDestroy(m_handle, done, false);
-    }
-    MergeProgress(const MergeProgress&) = delete;
-    MergeProgress& operator=(const MergeProgress&) = delete;
-
-    void Step() {
-        if (m_handle >= 0)
-            AppServices().ProgressStepIt(m_handle);
-    }
-
-private:
-    int m_handle = -1;
-};
-
 // Restores the growth step of an array at the end of a scope.
 class KeepGrowSize {
 public:
@@ -675,7 +648,9 @@ void QProperties::MergeProperties(const QProperties* source, QMergeResolutionStr
         m_properties.SetGrowSize(count);
         strategy = MERGE_OVERWRITE;
     }
-    MergeProgress progress(count);
+    static const QTString mergingTitle(u"Merging answers", u"Status bar");
+    static const QTString mergedTitle(u"Merged answers", u"Status bar");
+    QMergeProgress progress(count, mergingTitle, mergedTitle);
     for (int i = 0; i < count; ++i) {
         MergeOne(*source->m_properties[i], strategy, asTemplate, asLibrary, keepOrigin);
         progress.Step();
