@@ -24,7 +24,8 @@ constexpr int c_schemaColumnSizes = 103;
 
 // A page holds at most this many controls; an archive that counts more is corrupt.
 constexpr int c_mostDefinitionsInArchive = 1000;
-constexpr int c_mostColumnsInArchive = 1000;
+// As many columns as a question file may give; the bound only stops a corrupt count.
+constexpr int c_mostColumnsInArchive = 1000000;
 
 constexpr char16_t c_tabMarker[] = u"[tab]";
 constexpr int c_tabMarkerLength = 5;

@@ -23,7 +23,9 @@ namespace {
 constexpr int c_schemaNameOnly = 38;
 constexpr int c_schemaAlternativeFormula = 63;
 
-constexpr int c_mostTabsInArchive = 10000;
+// A question file may give a group any number of tabs, and what it gives must load again from a
+// document: the bound only keeps a corrupt count from allocating without limit.
+constexpr int c_mostTabsInArchive = 1000000;
 
 constexpr char16_t c_groupMarker[] = u"[group]";
 constexpr int c_groupMarkerLength = 7;

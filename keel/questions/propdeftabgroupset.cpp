@@ -25,7 +25,8 @@ namespace {
 
 // Before this schema the set kept a string where the minimum width is now.
 constexpr int c_schemaMinimumWidth = 103;
-constexpr int c_mostGroupsInArchive = 10000;
+// As many groups as a question file may give; the bound only stops a corrupt count.
+constexpr int c_mostGroupsInArchive = 1000000;
 
 CString NumberedName(const CString& base, int number) {
     return number < 2 ? base : base + CString::Formatted(u" %d", number);
