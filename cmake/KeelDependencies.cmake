@@ -8,6 +8,8 @@ pkg_check_modules(LIBZIP REQUIRED IMPORTED_TARGET libzip)
 # XML documents: parsing, XPath selection, and the identity transform that indents them.
 pkg_check_modules(LIBXML2 REQUIRED IMPORTED_TARGET libxml-2.0)
 pkg_check_modules(LIBXSLT REQUIRED IMPORTED_TARGET libxslt)
+# Documents are compound files (structured storage); libgsf reads and writes the container.
+pkg_check_modules(GSF REQUIRED IMPORTED_TARGET libgsf-1)
 # Line editing, history and completion for `keel repl`; the program alone links it.
 pkg_check_modules(LIBEDIT REQUIRED IMPORTED_TARGET libedit)
 
