@@ -42,6 +42,8 @@ ALLOWED_EDGES = {
         "whose own texts are translated",
     ("keel/formula/formulacontext.cpp", "keel/questions/properties.h"):
         "a formula context forwards its property operations to the answers it holds",
+    ("keel/formula/formulacontext.cpp", "keel/questions/propdeftabgroupset.h"):
+        "a formula context gives the current group and tab of the question definitions it holds",
 }
 
 INCLUDE = re.compile(r'^\s*#\s*include\s+"((?:keel|tools/keel)/[^"]+)"')

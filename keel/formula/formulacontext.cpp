@@ -3,6 +3,7 @@
 #include "keel/document/errorlog.h"
 #include "keel/document/translate.h"
 #include "keel/formula/evaluator.h"
+#include "keel/questions/propdeftabgroupset.h"
 #include "keel/questions/properties.h"
 
 #include <memory>
@@ -494,13 +495,14 @@ QPropDefTabGroupSet* QFormulaContext::PropDefTabGroupSet() {
     return nullptr;
 }
 
-// The question layer walks from the group set to its current group and tab.
 QPropDefTabGroup* QFormulaContext::PropDefTabGroup() {
-    return nullptr;
+    const QPropDefTabGroupSet* set = PropDefTabGroupSet();
+    return set ? set->CurrentTabGroupPtr() : nullptr;
 }
 
 QPropDefTab* QFormulaContext::PropDefTab() {
-    return nullptr;
+    const QPropDefTabGroup* group = PropDefTabGroup();
+    return group ? group->CurrentTabPtr() : nullptr;
 }
 
 // --- Properties: forwarded to Properties(); a context without them has none ------------------

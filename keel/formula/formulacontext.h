@@ -188,6 +188,8 @@ public:
 
     // --- Question definitions ----------------------------------------------------------------
 
+    // The question definitions that this context holds: none here. The group is the set's
+    // current one and the tab that group's current one; each is null when the step before is.
     virtual QPropDefTabGroupSet* PropDefTabGroupSet();
     virtual QPropDefTabGroup* PropDefTabGroup();
     virtual QPropDefTab* PropDefTab();

@@ -4,6 +4,7 @@
 #include "keel/formula/withcontext.h"
 #include "keel/platform/archive.h"
 #include "keel/platform/cstring.h"
+#include "keel/questions/classclipboard.h"
 #include "keel/values/anyvalue.h"
 #include "keel/values/array.h"
 #include "keel/values/smartptr.h"
@@ -21,7 +22,8 @@ class QFormulaContext;
 // files and documents; a page is generated from them.
 class QPropDef : public QSmartTarget,
                  public QWithContextConcrete,
-                 public QNewLevelImportableExportable {
+                 public QNewLevelImportableExportable,
+                 public QClassClipboard<QPropDef> {
 public:
     // The numbers are stored in files and documents.
     enum CONTROLTYPE : int {

@@ -254,21 +254,6 @@ void QPropDefTab::Replace(const QPropDefTab* other) {
         *this = *other;
 }
 
-// --- Clipboard --------------------------------------------------------------------------------
-
-QPropDefTab& QPropDefTab::Clipboard() {
-    static QPropDefTab clipboard;
-    return clipboard;
-}
-
-void QPropDefTab::CopyToClipboard() const {
-    Clipboard() = *this;
-}
-
-void QPropDefTab::PasteFromClipboard() {
-    *this = Clipboard();
-}
-
 // --- Comparison -------------------------------------------------------------------------------
 
 bool QPropDefTab::operator==(const QPropDefTab& other) const {

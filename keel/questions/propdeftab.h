@@ -1,5 +1,6 @@
 #pragma once
 
+#include "keel/questions/classclipboard.h"
 #include "keel/questions/propdef.h"
 
 #include <cstdint>
@@ -10,7 +11,8 @@ namespace keel {
 // formulas that enable it and run when it is used or shown.
 class QPropDefTab : public QSmartTarget,
                     public QWithContextConcrete,
-                    public QNewLevelImportableExportable {
+                    public QNewLevelImportableExportable,
+                    public QClassClipboard<QPropDefTab> {
 public:
     // How wide one column is: pixels, a percent of the page width, or a share of what is left.
     struct QColumnSize {
@@ -99,12 +101,6 @@ public:
     void SetIsFromTemplate(bool fromTemplate) { SetFlag(c_fromTemplate, fromTemplate); }
     bool IsFromLibrary() const { return (m_flags & c_fromLibrary) != 0; }
     void SetIsFromLibrary(bool fromLibrary) { SetFlag(c_fromLibrary, fromLibrary); }
-
-    // --- Clipboard ----------------------------------------------------------------------------
-
-    void CopyToClipboard() const;
-    void PasteFromClipboard();
-    static QPropDefTab& Clipboard();
 
     // --- Comparison ---------------------------------------------------------------------------
 

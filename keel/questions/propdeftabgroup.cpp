@@ -207,6 +207,22 @@ bool QPropDefTabGroup::IsEnabledInActiveView(int index, QFormulaContext* context
     return viewUsesAlternative ? IsEnabledAlternative(index, context) : IsEnabled(index, context);
 }
 
+bool QPropDefTabGroup::AddPages(QPSCategoryPtr category, QFormulaContext* context,
+                                bool viewUsesAlternative) const {
+    if (!category)
+        return false;
+    bool added = false;
+    for (int i = 0; i < m_tabs.GetSize(); ++i) {
+        if (!IsEnabledInActiveView(i, context, viewUsesAlternative))
+            continue;
+        category->AddPage(QPropPageClass::QuestionPage(i));
+        added = true;
+    }
+    if (!added)
+        category->AddPage(QDefaultPropPage);
+    return added;
+}
+
 // --- Merge and clipboard ----------------------------------------------------------------------
 
 void QPropDefTabGroup::Merge(const QPropDefTabGroup* source, QMergeResolutionStrategy strategy,
@@ -246,21 +262,8 @@ void QPropDefTabGroup::Merge(const QPropDefTabGroup* source, QMergeResolutionStr
     }
 }
 
-QPropDefTabGroup& QPropDefTabGroup::Clipboard() {
-    static QPropDefTabGroup clipboard;
-    return clipboard;
-}
-
 void QPropDefTabGroup::MergeFromClipboard(QMergeResolutionStrategy strategy) {
     Merge(&Clipboard(), strategy, false, false, false);
-}
-
-void QPropDefTabGroup::CopyToClipboard() const {
-    Clipboard() = *this;
-}
-
-void QPropDefTabGroup::PasteFromClipboard() {
-    *this = Clipboard();
 }
 
 bool QPropDefTabGroup::operator==(const QPropDefTabGroup& other) const {

@@ -1,7 +1,9 @@
 #pragma once
 
+#include "keel/questions/classclipboard.h"
 #include "keel/questions/propdeftab.h"
 #include "keel/questions/properties.h"
+#include "keel/questions/pscategory.h"
 
 #include <cstdint>
 
@@ -10,7 +12,8 @@ namespace keel {
 // A named set of friendly pages, with the tab last shown and the formulas that enable it.
 class QPropDefTabGroup : public QSmartTarget,
                          public QWithContextConcrete,
-                         public QNewLevelImportableExportable {
+                         public QNewLevelImportableExportable,
+                         public QClassClipboard<QPropDefTabGroup> {
 public:
     // The format of a group laid out for the form editor.
     static constexpr std::int32_t c_formEditorFormat = 1;
@@ -95,6 +98,10 @@ public:
     // asks for it.
     bool IsEnabledInActiveView(int index, QFormulaContext* context,
                                bool viewUsesAlternative = false) const;
+    // Adds to the category the page of each tab enabled in the active view, in order. Without
+    // any, the category gets the default page and the answer is false.
+    bool AddPages(QPSCategoryPtr category, QFormulaContext* context,
+                  bool viewUsesAlternative = false) const;
 
     // --- Merge and clipboard ------------------------------------------------------------------
 
@@ -102,9 +109,6 @@ public:
     void Merge(const QPropDefTabGroup* source, QMergeResolutionStrategy strategy, bool asTemplate,
                bool asLibrary, bool keepOrigin);
     void MergeFromClipboard(QMergeResolutionStrategy strategy);
-    void CopyToClipboard() const;
-    void PasteFromClipboard();
-    static QPropDefTabGroup& Clipboard();
 
     // Name, formulas and, in any order, tabs of the same names that are equal.
     bool operator==(const QPropDefTabGroup& other) const;

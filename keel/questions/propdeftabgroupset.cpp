@@ -282,6 +282,16 @@ void QPropDefTabGroupSet::SetEditMode(bool editMode) {
             m_groups[i]->SetEditMode(editMode);
 }
 
+QPSCategoryPtr QPropDefTabGroupSet::GetCategory(const CString& name, QFormulaContext* context,
+                                                bool viewUsesAlternative) const {
+    const QPropDefTabGroup* group = Lookup(name);
+    if (group == nullptr)
+        return QPSCategoryPtr();
+    QPSCategoryPtr category(new QPSCategory(group->Name(), true));
+    group->AddPages(category, context, viewUsesAlternative);
+    return category;
+}
+
 CString QPropDefTabGroupSet::GetControllingFriendlyPageQuestion(PropId key) const {
     CString result;
     for (int g = 0; g < m_groups.GetSize(); ++g) {

@@ -64,6 +64,11 @@ public:
     bool IsEditMode() const { return m_editMode; }
     void SetEditMode(bool editMode);
 
+    // A question category named after the group of that name, with the pages of its tabs that
+    // are enabled in the active view; null for a name that no group has.
+    QPSCategoryPtr GetCategory(const CString& name, QFormulaContext* context,
+                               bool viewUsesAlternative = false) const;
+
     // "group:tab:question" for each definition of that name, joined by ";".
     CString GetControllingFriendlyPageQuestion(PropId key) const;
 

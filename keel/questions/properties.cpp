@@ -14,6 +14,7 @@
 #include "keel/platform/schema.h"
 #include "keel/platform/uiservices.h"
 #include "keel/questions/mergeprogress.h"
+#include "keel/questions/propdeftabgroupset.h"
 #include "keel/values/wholeraw.h"
 
 #include <algorithm>
@@ -768,12 +769,12 @@ void QProperties::ReadCatalogCleanupOptionsOnce() {
     c_bCatalogCleanupOptionsRead = true;
 }
 
-int QProperties::CatalogCleanup(const ControllingQuestion& controllingQuestion) {
+int QProperties::CatalogCleanup(const QPropDefTabGroupSet* groupSet) {
     ReadCatalogCleanupOptionsOnce();
     int deleted = 0;
     for (int i = PropertyCount() - 1; i >= 0; --i) {
         const QSmartPtr<QProp> prop = m_properties[i];
-        if (IsForCatalogue(*prop, controllingQuestion))
+        if (IsForCatalogue(*prop, groupSet))
             continue;
         ++deleted;
         RemoveAtProperty(i);
@@ -783,13 +784,13 @@ int QProperties::CatalogCleanup(const ControllingQuestion& controllingQuestion) 
 }
 
 // Whether a clean-up keeps the answer.
-bool QProperties::IsForCatalogue(const QProp& prop,
-                                 const ControllingQuestion& controllingQuestion) const {
+bool QProperties::IsForCatalogue(const QProp& prop, const QPropDefTabGroupSet* groupSet) const {
     CString lowerKey = prop.Key().ToString();
     lowerKey.MakeLower();
     if (IsProtectedKey(lowerKey, c_CatalogCleanupProtectKeys))
         return true;
-    const bool hasController = controllingQuestion && !controllingQuestion(prop.Key()).IsEmpty();
+    const bool hasController =
+        groupSet && !groupSet->GetControllingFriendlyPageQuestion(prop.Key()).IsEmpty();
     const bool hasFormula = !prop.Formula().IsEmpty();
     if (hasFormula && !c_CatalogCleanupTargetFormulas.IsEmpty()) {
         CString lowerFormula = prop.Formula().ToString();
@@ -800,7 +801,7 @@ bool QProperties::IsForCatalogue(const QProp& prop,
     const QAnyValue& value = prop.ValueWithFormula().ValueNoEnsureUpToDate();
     if (!hasFormula && value.IsString() && StartsAsFormula(value.AsStringOrFormula()))
         return false;
-    if (controllingQuestion && !hasController)
+    if (groupSet && !hasController)
         return hasFormula;
     return !(c_bCatalogCleanupFormulas && hasFormula);
 }

@@ -17,6 +17,7 @@
 namespace keel {
 
 class QFormulaContext;
+class QPropDefTabGroupSet;
 
 // A string answer written before schema 109 held its formula as text after a leading ":" or
 // "=": the rest goes through the token stream and comes back as the text the tokens span, with
@@ -137,8 +138,6 @@ public:
     // Called with each answer; the results of a walk are combined with AND.
     using PropertyCallback =
         std::function<bool(PropId key, const QAnyValue& value, FormulaText formula)>;
-    // Who controls a key on the friendly pages: "group:tab:question" hits, or empty.
-    using ControllingQuestion = std::function<CString(PropId key)>;
     // Hands one report formula to a report job.
     using CrystalFormulaSetter = void (*)(void* job, const CString& name, const CString& formula);
 
@@ -241,9 +240,9 @@ public:
     void MergeProperties(const QProperties* source, QMergeResolutionStrategy strategy,
                          bool asTemplate, bool asLibrary, bool keepOrigin);
 
-    // Deletes the answers that do not belong in a catalogue and returns how many. An empty
-    // `controllingQuestion` stands for "no question definitions".
-    int CatalogCleanup(const ControllingQuestion& controllingQuestion);
+    // Deletes the answers that do not belong in a catalogue and returns how many. With question
+    // definitions, a plain answer that no question controls goes too; `groupSet` may be null.
+    int CatalogCleanup(const QPropDefTabGroupSet* groupSet);
 
     // Calls `callback` for each key in order (alphabetical without regard to case when
     // `sorted`), looking each key up anew, so that the callback may remove answers; a removed
@@ -304,7 +303,7 @@ private:
     void MergeOne(const QProp& sourceProp, QMergeResolutionStrategy strategy, bool asTemplate,
                   bool asLibrary, bool keepOrigin);
     bool AcceptsChange(PropId key, const QAnyValue& value, FormulaText formula);
-    bool IsForCatalogue(const QProp& prop, const ControllingQuestion& controllingQuestion) const;
+    bool IsForCatalogue(const QProp& prop, const QPropDefTabGroupSet* groupSet) const;
     static void ReadCatalogCleanupOptionsOnce();
 
     PropertyArray m_properties;

@@ -1,5 +1,6 @@
 #include "tests/support/exchangetests.h"
 #include "tests/support/namescontext.h"
+#include "tests/support/questiondefs.h"
 #include "tests/support/uihosts.h"
 
 #include "keel/exchange/exportselection.h"
@@ -13,29 +14,6 @@ namespace keel::test {
 namespace {
 
 using Col = QPropDefTab::QColumnSize;
-
-QPropDef Def(const char* name, const char* question = "") {
-    QPropDef def;
-    def.SetName(ControlId(name));
-    def.SetQuestion(CString(question));
-    return def;
-}
-
-QPropDefTab Tab(const char* name, std::initializer_list<const char*> defs = {}) {
-    QPropDefTab tab{CString(name)};
-    for (const char* def : defs) {
-        const QPropDef made = Def(def, def);
-        tab.Add(&made);
-    }
-    return tab;
-}
-
-std::string TabNames(const QPropDefTabGroup& group) {
-    std::string names;
-    for (int i = 0; i < group.GetCount(); ++i)
-        names += (i ? "," : "") + group.GetAt(i)->Name().ToUtf8();
-    return names;
-}
 
 // --- Columns ----------------------------------------------------------------------------------
 
@@ -381,25 +359,32 @@ TEST_F(QPropDefTabMergeTest, ASetAddsNewGroupsMergesKnownOnesAndTakesTheWidth) {
     EXPECT_EQ(target.MinimumWidth(), 320);
 }
 
-TEST_F(QPropDefTabMergeTest, TheClipboardsHoldCopiesByValue) {
-    QPropDefTab tab = Tab("T", {"a"});
-    tab.CopyToClipboard();
-    tab.SetName(u"Changed");
-    QPropDefTab pasted;
-    pasted.PasteFromClipboard();
-    EXPECT_EQ(pasted, Tab("T", {"a"}));
-
-    QPropDefTabGroupSet set;
-    QPropDefTabGroup group(u"G");
-    group.Add(&tab);
-    set.Add(&group);
-    QPropDefTabGroup copied(u"G");
-    const QPropDefTab extra = Tab("Extra");
-    copied.Add(&extra);
-    copied.CopyToClipboard();
-    set.SetCurrentTabGroup(0);
-    set.MergeFromClipboard(MERGE_OVERWRITE);
-    EXPECT_EQ(TabNames(*set.GetAt(0)), "Changed,Extra");
+TEST_F(QPropDefTabMergeTest, TheGroupClipboardMergesIntoTheNamedOrTheCurrentGroup) {
+    Group("Copied", {Tab("Extra"), Tab("Kept", {"new"})}).CopyToClipboard();
+    const struct {
+        const char* groupName;
+        QMergeResolutionStrategy strategy;
+        std::string first, second, firstKept;
+    } cases[] = {
+        {"", MERGE_KEEP_EXISTING, "Kept,Extra", "Kept", "old"},
+        {"", MERGE_OVERWRITE, "Kept,Extra", "Kept", "new"},
+        {"Second", MERGE_OVERWRITE, "Kept", "Kept,Extra", "old"},
+        {"second", MERGE_OVERWRITE, "Kept", "Kept", "old"},
+    };
+    for (const auto& c : cases) {
+        QPropDefTabGroupSet set;
+        const QPropDefTabGroup first = Group("First", {Tab("Kept", {"old"})});
+        const QPropDefTabGroup second = Group("Second", {Tab("Kept", {"old"})});
+        set.Add(&first);
+        set.Add(&second);
+        set.SetCurrentTabGroup(0);
+        set.MergeFromClipboard(c.strategy, CString(c.groupName));
+        EXPECT_EQ(TabNames(*set.GetAt(0)), c.first) << c.groupName;
+        EXPECT_EQ(TabNames(*set.GetAt(1)), c.second) << c.groupName;
+        EXPECT_EQ(set.GetAt(0)->GetAt(0)->GetAt(0)->Name().ToString().ToUtf8(), c.firstKept)
+            << c.groupName << " " << c.strategy;
+        EXPECT_FALSE(set.GetAt(0)->GetAt(0)->IsFromTemplate());
+    }
 }
 
 TEST(QPropDefTabControllers, EveryDefinitionOfTheKeyIsNamedWithItsGroupAndTab) {

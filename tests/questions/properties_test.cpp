@@ -1,5 +1,6 @@
 #include "tests/support/answerdocument.h"
 #include "tests/support/archivebytes.h"
+#include "tests/support/questiondefs.h"
 #include "tests/support/uihosts.h"
 
 #include "keel/document/appservices.h"
@@ -9,6 +10,7 @@
 #include "keel/formula/toplevelcontext.h"
 #include "keel/formula/withformula.h"
 #include "keel/platform/registry.h"
+#include "keel/questions/propdeftabgroupset.h"
 #include "keel/questions/properties.h"
 #include "keel/values/wholeraw.h"
 
@@ -998,7 +1000,7 @@ TEST_F(PropertiesCleanupTest, WithoutQuestionsOnlyFormulaTextGoesAndProtectedKey
                            {"cleanEquals", u"=1+1"},
                            {"cleanNumber", 3}});
     bag.SetPropertyValueWithFormula(PropId("cleanFormula"), QAnyValue(2), FormulaText("1 + 1"));
-    EXPECT_EQ(bag.CatalogCleanup(QProperties::ControllingQuestion()), 2);
+    EXPECT_EQ(bag.CatalogCleanup(nullptr), 2);
     EXPECT_EQ(KeysOf(bag), (Keys{"cleanPlain", "cleanNumber", "cleanFormula"}));
     EXPECT_EQ(Reports(),
               (std::vector<Report>{{"Cleanup", Deleted("key=[cleanEquals] value=[=1+1]")},
@@ -1008,7 +1010,8 @@ TEST_F(PropertiesCleanupTest, WithoutQuestionsOnlyFormulaTextGoesAndProtectedKey
     for (const char* key : {"_RibbonPaletteKitchen", "_BASEDONLIBRARY", "BasedOnLibrary",
                             "_GeneratePalettesAlways", "_generatepalettesnever", "_RibbonPalett"})
         kept.SetPropertyValue(PropId(key), QAnyValue(u":formula"));
-    EXPECT_EQ(kept.CatalogCleanup([](PropId) { return CString(); }), 1);
+    const QPropDefTabGroupSet noQuestions;
+    EXPECT_EQ(kept.CatalogCleanup(&noQuestions), 1);
     EXPECT_EQ(kept.FindProperty(PropId("_RibbonPalett")), -1);
     EXPECT_EQ(kept.PropertyCount(), 5);
 }
@@ -1016,10 +1019,11 @@ TEST_F(PropertiesCleanupTest, WithoutQuestionsOnlyFormulaTextGoesAndProtectedKey
 TEST_F(PropertiesCleanupTest, WithQuestionsAnAnswerWithoutAControllerGoes) {
     QProperties bag = Bag({{"ctlAsked", 1}, {"ctlOrphan", 1}});
     bag.SetPropertyValueWithFormula(PropId("ctlOrphanFormula"), QAnyValue(2), FormulaText("1+1"));
-    const auto controllers = [](PropId key) {
-        return key == PropId("ctlAsked") ? CString(u"Main:Sizes:How big?") : CString();
-    };
-    EXPECT_EQ(bag.CatalogCleanup(controllers), 1);
+    QPropDefTabGroupSet questions;
+    const QPropDefTabGroup main =
+        test::Group("Main", {test::Tab("Sizes", {"CTLASKED"}), test::Tab("Other", {"ctlOther"})});
+    questions.Add(&main);
+    EXPECT_EQ(bag.CatalogCleanup(&questions), 1);
     EXPECT_EQ(KeysOf(bag), (Keys{"ctlAsked", "ctlOrphanFormula"}));
     EXPECT_EQ(Reports(), (std::vector<Report>{{"Cleanup", Deleted("key=[ctlOrphan] value=[1]")}}));
 }
@@ -1027,12 +1031,15 @@ TEST_F(PropertiesCleanupTest, WithQuestionsAnAnswerWithoutAControllerGoes) {
 TEST_F(PropertiesCleanupTest, TheOptionsAreReadOnceUntilReloaded) {
     QProperties bag = Bag({{"optPlain", 2}});
     bag.SetPropertyValueWithFormula(PropId("optFormula"), QAnyValue(2), FormulaText("1+1"));
-    EXPECT_EQ(bag.CatalogCleanup(QProperties::ControllingQuestion()), 0);
+    EXPECT_EQ(bag.CatalogCleanup(nullptr), 0);
     SetOption(u"CatalogCleanupFormulas", u"1");
-    EXPECT_EQ(bag.CatalogCleanup(QProperties::ControllingQuestion()), 0);
+    EXPECT_EQ(bag.CatalogCleanup(nullptr), 0);
     QProperties::ReloadCatalogCleanupOptions();
     // The formulas option deletes every formula, controlled or not.
-    EXPECT_EQ(bag.CatalogCleanup([](PropId) { return CString(u"g:t:q"); }), 1);
+    QPropDefTabGroupSet questions;
+    const QPropDefTabGroup group = test::Group("g", {test::Tab("t", {"optPlain", "optFormula"})});
+    questions.Add(&group);
+    EXPECT_EQ(bag.CatalogCleanup(&questions), 1);
     EXPECT_EQ(KeysOf(bag), (Keys{"optPlain"}));
     EXPECT_EQ(Reports(), (std::vector<Report>{
                              {"Cleanup", Deleted("key=[optFormula] value=[2] formula=[1+1]")}}));
@@ -1049,7 +1056,7 @@ TEST_F(PropertiesCleanupTest, TargetFormulasAndProtectKeysAreExpressionsOverLowe
                                        {"tgtInside", "1 + old"},
                                        {"tgtOther", "price"}})
         bag.SetPropertyValueWithFormula(PropId(key), QAnyValue(), FormulaText(formula));
-    EXPECT_EQ(bag.CatalogCleanup(QProperties::ControllingQuestion()), 4);
+    EXPECT_EQ(bag.CatalogCleanup(nullptr), 4);
     EXPECT_EQ(KeysOf(bag), (Keys{"KeepMe", "EXACT", "tgtInside", "tgtOther"}));
 }
 

@@ -1,0 +1,266 @@
+#include "tests/support/namescontext.h"
+#include "tests/support/questiondefs.h"
+
+#include "keel/questions/propdeftabgroupset.h"
+#include "keel/questions/pscategory.h"
+
+#include <gtest/gtest.h>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace keel::test {
+namespace {
+
+// The tab index of each page, -1 for the default page.
+std::vector<int> PageIndices(const QPSCategory& category) {
+    std::vector<int> indices;
+    for (const QPropPageClass& page : category.GetPages())
+        indices.push_back(page.IsDefaultPropPage() ? -1 : page.tabIndex);
+    return indices;
+}
+
+QPropDefTab EnabledTab(const char* name, const char* enabled, const char* alternative) {
+    QPropDefTab tab = Tab(name);
+    tab.SetEnabledFormula(FormulaText(enabled));
+    tab.SetEnabledAlternativeFormula(FormulaText(alternative));
+    return tab;
+}
+
+// Three tabs: the first and last enabled when there is more than one door, the middle one in
+// views that use the alternative formulas.
+QPropDefTabGroup Doors() {
+    return Group("Doors",
+                 {EnabledTab("Front", "doors>1", "doors>2"),
+                  EnabledTab("Side", "doors>2", "doors>1"), EnabledTab("Back", "doors>1", "0")});
+}
+
+// --- Pages of a group -------------------------------------------------------------------------
+
+TEST(QPropDefTabGroupPages, EachTabEnabledInTheViewGivesThePageOfItsIndex) {
+    const struct {
+        const char* what;
+        int doors;
+        bool editMode, alternative;
+        std::vector<int> pages;
+        bool added;
+    } cases[] = {
+        {"enabled formulas", 2, false, false, {0, 2}, true},
+        {"alternative formulas", 2, false, true, {1}, true},
+        {"nothing enabled", 0, false, false, {-1}, false},
+        {"nothing enabled in the alternative view", 0, false, true, {-1}, false},
+        {"edit mode offers every tab", 0, true, false, {0, 1, 2}, true},
+        {"edit mode ignores the alternative", 0, true, true, {0, 1, 2}, true},
+    };
+    for (const auto& c : cases) {
+        NamesContext context;
+        context.Set("doors", QAnyValue(c.doors));
+        QPropDefTabGroup group = Doors();
+        group.SetEditMode(c.editMode);
+        const QPSCategoryPtr category(new QPSCategory(u"Doors", true));
+        EXPECT_EQ(group.AddPages(category, &context, c.alternative), c.added) << c.what;
+        EXPECT_EQ(PageIndices(*category), c.pages) << c.what;
+    }
+}
+
+TEST(QPropDefTabGroupPages, AnEmptyGroupGivesTheDefaultPageEvenInEditMode) {
+    NamesContext context;
+    for (const bool editMode : {false, true}) {
+        QPropDefTabGroup group = Group("Empty");
+        group.SetEditMode(editMode);
+        const QPSCategoryPtr category(new QPSCategory);
+        EXPECT_FALSE(group.AddPages(category, &context)) << editMode;
+        EXPECT_EQ(PageIndices(*category), std::vector<int>{-1}) << editMode;
+    }
+}
+
+TEST(QPropDefTabGroupPages, PagesAreAppendedAfterThoseTheCategoryHasAndANullCategoryTakesNone) {
+    NamesContext context;
+    context.Set("doors", QAnyValue(2));
+    const QPSCategoryPtr category(new QPSCategory);
+    category->AddPage(QPropPageClass::QuestionPage(7));
+    EXPECT_TRUE(Doors().AddPages(category, &context));
+    EXPECT_EQ(PageIndices(*category), (std::vector<int>{7, 0, 2}));
+    EXPECT_FALSE(Doors().AddPages(QPSCategoryPtr(), &context));
+}
+
+TEST(QPropDefTabGroupPages, TheDefaultPageIsNoQuestionPage) {
+    EXPECT_TRUE(QDefaultPropPage.IsDefaultPropPage());
+    for (const int index : {0, 1, 999}) {
+        EXPECT_FALSE(QPropPageClass::QuestionPage(index).IsDefaultPropPage()) << index;
+        EXPECT_NE(QPropPageClass::QuestionPage(index), QDefaultPropPage) << index;
+    }
+}
+
+// --- Categories of a set ----------------------------------------------------------------------
+
+TEST(QPropDefTabGroupSetCategory, AGroupFoundByItsExactNameGivesAFriendlyCategoryOfItsPages) {
+    NamesContext context;
+    context.Set("doors", QAnyValue(2));
+    QPropDefTabGroupSet set;
+    const QPropDefTabGroup doors = Doors();
+    const QPropDefTabGroup closed =
+        Group("Closed", {EnabledTab("Shut", "doors>5", "doors>5"), EnabledTab("Never", "0", "0")});
+    set.Add(&closed);
+    set.Add(&doors);
+    const struct {
+        const char* name;
+        bool editMode;
+        bool found;
+        std::vector<int> pages;
+    } cases[] = {
+        {"Doors", false, true, {0, 2}}, {"Closed", false, true, {-1}},
+        {"Closed", true, true, {0, 1}}, {"doors", false, false, {}},
+        {"", false, false, {}},         {"Missing", true, false, {}},
+    };
+    for (const auto& c : cases) {
+        set.SetEditMode(c.editMode);
+        const QPSCategoryPtr category = set.GetCategory(CString(c.name), &context);
+        ASSERT_EQ(category.Get() != nullptr, c.found) << c.name;
+        if (!category)
+            continue;
+        EXPECT_EQ(category->GetName().ToUtf8(), c.name);
+        EXPECT_TRUE(category->IsFriendly()) << c.name;
+        EXPECT_EQ(PageIndices(*category), c.pages) << c.name << " " << c.editMode;
+    }
+    set.SetEditMode(false);
+    EXPECT_EQ(PageIndices(*set.GetCategory(u"Doors", &context, true)), std::vector<int>{1});
+}
+
+// --- Class-wide clipboards --------------------------------------------------------------------
+
+// What the clipboard tests need of each class: a sample filled into an object whose context is
+// set, a change to it, and the context of the innermost definition it holds.
+template <class T>
+struct ClipboardSubject;
+
+template <>
+struct ClipboardSubject<QPropDef> {
+    static std::unique_ptr<QPropDef> Under(QFormulaContext* context) {
+        auto def = std::make_unique<QPropDef>();
+        def->DoSetParentContextAlways(context);
+        return def;
+    }
+    static void Fill(QPropDef& def) {
+        def = Def("Width", "How wide?");
+        def.SetAnswerWidth(3);
+    }
+    static void Change(QPropDef& def) { def.SetQuestion(u"Changed"); }
+    static const QFormulaContext* InnermostContext(const QPropDef& def) {
+        return def.ParentContext();
+    }
+};
+
+template <>
+struct ClipboardSubject<QPropDefTab> {
+    static std::unique_ptr<QPropDefTab> Under(QFormulaContext* context) {
+        return std::make_unique<QPropDefTab>(CString(), context);
+    }
+    static void Fill(QPropDefTab& tab) { tab = Tab("Sizes", {"Width", "Depth"}); }
+    static void Change(QPropDefTab& tab) { tab.GetAt(1)->SetQuestion(u"Changed"); }
+    static const QFormulaContext* InnermostContext(const QPropDefTab& tab) {
+        return tab.GetAt(0)->ParentContext();
+    }
+};
+
+template <>
+struct ClipboardSubject<QPropDefTabGroup> {
+    static std::unique_ptr<QPropDefTabGroup> Under(QFormulaContext* context) {
+        return std::make_unique<QPropDefTabGroup>(CString(), context);
+    }
+    static void Fill(QPropDefTabGroup& group) {
+        group = Group("Body", {Tab("Sizes", {"Width"}), Tab("Finish", {"Colour"})});
+    }
+    static void Change(QPropDefTabGroup& group) { group.RemoveAt(0); }
+    static const QFormulaContext* InnermostContext(const QPropDefTabGroup& group) {
+        return group.GetAt(0)->GetAt(0)->ParentContext();
+    }
+};
+
+template <class T>
+class QuestionClipboardTest : public testing::Test {};
+
+using ClipboardClasses = testing::Types<QPropDef, QPropDefTab, QPropDefTabGroup>;
+TYPED_TEST_SUITE(QuestionClipboardTest, ClipboardClasses);
+
+TYPED_TEST(QuestionClipboardTest, APasteGivesWhatWasCopiedUnderThePastingObjectsContext) {
+    using Subject = ClipboardSubject<TypeParam>;
+    NamesContext copiedFrom("Source");
+    NamesContext pastedInto("Target");
+    const auto source = Subject::Under(&copiedFrom);
+    Subject::Fill(*source);
+    source->CopyToClipboard();
+    Subject::Change(*source);
+
+    const auto expected = Subject::Under(nullptr);
+    Subject::Fill(*expected);
+    EXPECT_TRUE(TypeParam::Clipboard() == *expected) << "the clipboard holds a copy";
+    EXPECT_EQ(Subject::InnermostContext(TypeParam::Clipboard()), nullptr)
+        << "the clipboard keeps no context of the copied object";
+
+    for (int paste = 0; paste < 2; ++paste) {
+        const auto target = Subject::Under(&pastedInto);
+        target->PasteFromClipboard();
+        EXPECT_TRUE(*target == *expected) << "paste " << paste;
+        EXPECT_FALSE(*target == *source) << "paste " << paste;
+        EXPECT_EQ(target->ParentContext(), &pastedInto);
+        EXPECT_EQ(Subject::InnermostContext(*target), &pastedInto);
+    }
+}
+
+// --- The current definitions of a context -----------------------------------------------------
+
+template <class T>
+std::string NameOf(const T* named) {
+    return named ? named->Name().ToUtf8() : "(none)";
+}
+
+// A context that holds the question definitions it is given.
+class QuestionsContext : public NamesContext {
+public:
+    QPropDefTabGroupSet* PropDefTabGroupSet() override { return m_set; }
+    QPropDefTabGroupSet* m_set = nullptr;
+};
+
+TEST(QFormulaContextQuestions, TheGroupAndTabAreTheCurrentOnesAndNullWhenTheStepBeforeIs) {
+    QPropDefTabGroupSet filled;
+    const QPropDefTabGroup first = Group("First", {Tab("A")});
+    const QPropDefTabGroup second = Group("Second", {Tab("B1"), Tab("B2")});
+    const QPropDefTabGroup empty = Group("Empty");
+    filled.Add(&first);
+    filled.Add(&second);
+    filled.Add(&empty);
+    QPropDefTabGroupSet none;
+    const struct {
+        QPropDefTabGroupSet* set;
+        int currentGroup, currentTab;
+        const char* group;
+        const char* tab;
+    } cases[] = {
+        {nullptr, 0, 0, "(none)", "(none)"}, {&none, 0, 0, "(none)", "(none)"},
+        {&filled, 0, 0, "First", "A"},       {&filled, 1, 1, "Second", "B2"},
+        {&filled, 1, 9, "Second", "B2"},     {&filled, 2, 0, "Empty", "(none)"},
+        {&filled, 7, 0, "Empty", "(none)"},
+    };
+    for (const auto& c : cases) {
+        QuestionsContext context;
+        context.m_set = c.set;
+        if (c.set) {
+            c.set->SetCurrentTabGroup(c.currentGroup);
+            if (c.set->CurrentTabGroupPtr())
+                c.set->CurrentTabGroupPtr()->SetCurrentTab(c.currentTab);
+        }
+        const std::string where =
+            std::to_string(c.currentGroup) + "/" + std::to_string(c.currentTab);
+        EXPECT_EQ(context.PropDefTabGroupSet(), c.set) << where;
+        EXPECT_EQ(NameOf(context.PropDefTabGroup()), c.group) << where;
+        EXPECT_EQ(NameOf(context.PropDefTab()), c.tab) << where;
+    }
+    NamesContext plain;
+    EXPECT_EQ(plain.PropDefTabGroupSet(), nullptr);
+    EXPECT_EQ(plain.PropDefTabGroup(), nullptr);
+    EXPECT_EQ(plain.PropDefTab(), nullptr);
+}
+
+} // namespace
+} // namespace keel::test

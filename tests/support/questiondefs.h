@@ -1,0 +1,44 @@
+#pragma once
+
+#include "keel/questions/propdeftabgroupset.h"
+
+#include <initializer_list>
+#include <string>
+
+namespace keel::test {
+
+// A definition of the property `name` with its question.
+inline QPropDef Def(const char* name, const char* question = "") {
+    QPropDef def;
+    def.SetName(ControlId(name));
+    def.SetQuestion(CString(question));
+    return def;
+}
+
+// A tab holding one definition a name, each asking its own name.
+inline QPropDefTab Tab(const char* name, std::initializer_list<const char*> defs = {}) {
+    QPropDefTab tab{CString(name)};
+    for (const char* def : defs) {
+        const QPropDef made = Def(def, def);
+        tab.Add(&made);
+    }
+    return tab;
+}
+
+// A group holding copies of the tabs.
+inline QPropDefTabGroup Group(const char* name, std::initializer_list<QPropDefTab> tabs = {}) {
+    QPropDefTabGroup group{CString(name)};
+    for (const QPropDefTab& tab : tabs)
+        group.Add(&tab);
+    return group;
+}
+
+// The names of the group's tabs, joined by commas.
+inline std::string TabNames(const QPropDefTabGroup& group) {
+    std::string names;
+    for (int i = 0; i < group.GetCount(); ++i)
+        names += (i ? "," : "") + group.GetAt(i)->Name().ToUtf8();
+    return names;
+}
+
+} // namespace keel::test
