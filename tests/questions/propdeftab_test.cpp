@@ -116,6 +116,34 @@ TEST(QPropDefTabGroupNames, UniqueNamesCountFromTwoAndCompareWithCase) {
     EXPECT_EQ(set.Name(7).ToUtf8(), "");
 }
 
+// Only "T" and "T <n>" for n from 2, written as %d writes it, take a number of the family "T".
+TEST(QPropDefTabGroupNames, TheFirstFreeNumberOfTheFamilyIsGiven) {
+    const struct {
+        std::vector<const char*> names;
+        const char* unique;
+    } cases[] = {
+        {{}, "T"},
+        {{"T 2"}, "T"},
+        {{"T", "T 3"}, "T 2"},
+        {{"T", "T 2", "T 3", "T 4"}, "T 5"},
+        {{"T", "T 1"}, "T 2"},
+        {{"T", "T 02", "T  2", "T 2x", "T2", "t 2", "T 2 "}, "T 2"},
+        {{"T", "T 2", "T 99999999999999999999"}, "T 3"},
+    };
+    for (const auto& c : cases) {
+        QPropDefTabGroup group(u"G");
+        QPropDefTabGroupSet set;
+        for (const char* name : c.names) {
+            const QPropDefTab tab{CString(name)};
+            group.Add(&tab);
+            const QPropDefTabGroup named{CString(name)};
+            set.Add(&named);
+        }
+        EXPECT_EQ(group.MakeUniqueTabName(u"T").ToUtf8(), c.unique) << TabNames(group);
+        EXPECT_EQ(set.MakeUniqueGroupName(u"T").ToUtf8(), c.unique) << TabNames(group);
+    }
+}
+
 TEST(QPropDefTabGroupNames, AddingATabOfATakenNameReplacesIt) {
     QPropDefTabGroup group(u"G");
     QPropDefTab first = Tab("Main", {"a"});

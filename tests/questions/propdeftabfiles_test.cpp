@@ -452,5 +452,29 @@ TEST(QPropDefTabArchive, DefinitionsGoThroughWholeAndABadCountOrAShortArchiveFai
     EXPECT_THROW(hostile.Serialize(tooMany.archive), CArchiveException);
 }
 
+// A file may give a group any number of tabs: the group reads in one pass, loads again from the
+// document's archive, and names a new tab without trying each number in turn.
+TEST_F(QuestionFileTest, AGroupOfManyTabsReadsAndLoadsAgainFromTheArchive) {
+    constexpr int c_tabs = 20000;
+    std::string text = "[group]\tG\n[tab]\tT\n";
+    for (int number = 2; number <= c_tabs; ++number)
+        text += "[tab]\tT " + std::to_string(number) + "\n";
+    QPropDefTabGroupSet set;
+    ASSERT_TRUE(set.ReadFromFile(Written("many.viq", text))) << ReportLines();
+    QPropDefTabGroup& group = *set.GetAt(0);
+    ASSERT_EQ(group.GetCount(), c_tabs);
+    EXPECT_EQ(group.GetAt(c_tabs - 1)->Name().ToUtf8(), "T 20000");
+
+    const Bytes bytes = Store(set);
+    QPropDefTabGroupSet read = LoadAt<QPropDefTabGroupSet>(bytes, c_currentSchema);
+    EXPECT_EQ(read, set);
+    EXPECT_EQ(Store(read), bytes);
+
+    EXPECT_EQ(group.MakeUniqueTabName(u"T").ToUtf8(), "T 20001");
+    group.RemoveTab(u"T 777");
+    group.SetNameAt(1, u"T");
+    EXPECT_EQ(group.GetAt(1)->Name().ToUtf8(), "T 777") << "its own name is taken too";
+}
+
 } // namespace
 } // namespace keel::test
