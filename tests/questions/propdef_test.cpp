@@ -892,7 +892,7 @@ protected:
 
 TEST_F(QPropDefExchangeTest, EveryKindGoesThroughTabAndXmlFilesWhole) {
     const DefinitionList written = EveryKind();
-    for (const char* name : {"full.tab", "minimal.tab", "full.xml", "minimal.viqx"}) {
+    for (const char* name : {"full.tab", "minimal.tab", "full.xml", "minimal.xml"}) {
         const bool minimal = std::string(name).rfind("minimal", 0) == 0;
         ASSERT_TRUE(written.ExportData(PathOf(name), minimal, false, nullptr)) << name;
         DefinitionList read = written.Blank();

@@ -1,6 +1,7 @@
 #include "tests/support/exchangetests.h"
 #include "tests/support/namescontext.h"
 #include "tests/support/uihosts.h"
+#include "tests/support/xmloracle.h"
 
 #include "keel/exchange/exportselection.h"
 #include "keel/questions/propdeftabgroupset.h"
@@ -510,6 +511,9 @@ TEST_F(QPropDefTabExchangeTest, ASetGoesThroughEachExportFormatWhole) {
     for (const char* name : {"set.tab", "set.xml", "set.viqx"}) {
         const CString path = PathOf(name);
         ASSERT_TRUE(sample.ExportData(path, false, false, nullptr)) << name;
+        if (path.Right(5) == CString(u".viqx")) {
+            EXPECT_TRUE(IsValidQuestionFile(path.ToUtf8()));
+        }
         QPropDefTabGroupSet read;
         ASSERT_TRUE(read.ImportOrMergeFrom(path, false, nullptr)) << name;
         EXPECT_EQ(read, sample) << name;

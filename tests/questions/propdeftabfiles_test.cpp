@@ -1,6 +1,7 @@
 #include "tests/support/archivebytes.h"
 #include "tests/support/exchangetests.h"
 #include "tests/support/uihosts.h"
+#include "tests/support/xmloracle.h"
 
 #include "keel/platform/schema.h"
 #include "keel/questions/propdeftabgroupset.h"
@@ -224,11 +225,13 @@ TEST_F(QuestionFileTest, TheLegacyFormIsNeverWritten) {
     const std::string current = Path("a.viqx");
     ASSERT_TRUE(set.WriteToFile(CString::FromUtf8(legacy)));
     EXPECT_FALSE(std::filesystem::exists(legacy));
+    EXPECT_TRUE(IsValidQuestionFile(current));
     EXPECT_NE(ReadFileBytes(current).find("<Questions"), std::string::npos);
     EXPECT_EQ(set.FileName().ToUtf8(), current);
 
     const std::string group = Path("g.viqx");
     ASSERT_TRUE(set.GetAt(0)->WriteToFile(CString::FromUtf8(Path("g.viq"))));
+    EXPECT_TRUE(IsValidQuestionFile(group));
     EXPECT_NE(ReadFileBytes(group).find("<Group enabledformula"), std::string::npos);
     EXPECT_NE(ReadFileBytes(group).find("<Page id=\"Fittings\""), std::string::npos);
 
@@ -261,7 +264,7 @@ TEST_F(QuestionFileTest, SubstitutedValuesAreLostOnlyWhenTheUserAgreesAndAPathIs
     EXPECT_EQ(dialog.dialogs[0].title, "Export Questions");
     EXPECT_EQ(dialog.dialogs[0].filter, "Questions (*.viqx)|*.viqx||");
     EXPECT_EQ(dialog.dialogs[0].defaultExt, ".viqx");
-    EXPECT_TRUE(std::filesystem::exists(Path("chosen.viqx")));
+    EXPECT_TRUE(IsValidQuestionFile(Path("chosen.viqx")));
 }
 
 TEST_F(QuestionFileTest, ALegacyFileSurvivesTheCurrentFileAndTheTabFileUnchanged) {
@@ -271,6 +274,7 @@ TEST_F(QuestionFileTest, ALegacyFileSurvivesTheCurrentFileAndTheTabFileUnchanged
     legacy.SetMinimumWidth(250);
     const CString current = PathOf("trip.viqx");
     ASSERT_TRUE(legacy.ExportData(current, false, false, nullptr));
+    EXPECT_TRUE(IsValidQuestionFile(current.ToUtf8()));
     QPropDefTabGroupSet fromCurrent;
     ASSERT_TRUE(fromCurrent.ReadFromFile(current)) << ReportLines();
     EXPECT_EQ(fromCurrent, legacy);
