@@ -1,5 +1,6 @@
 #include "tests/support/exchangetests.h"
 #include "tests/support/namescontext.h"
+#include "tests/support/questiondump.h"
 #include "tests/support/uihosts.h"
 #include "tests/support/xmloracle.h"
 
@@ -29,6 +30,20 @@ QPropDefTab Tab(const char* name, std::initializer_list<const char*> defs = {}) 
         tab.Add(&made);
     }
     return tab;
+}
+
+QPropDefTabGroup Group(const char* name, std::initializer_list<QPropDefTab> tabs) {
+    QPropDefTabGroup group{CString(name)};
+    for (const QPropDefTab& tab : tabs)
+        group.Add(&tab);
+    return group;
+}
+
+QPropDefTabGroupSet Set(std::initializer_list<QPropDefTabGroup> groups) {
+    QPropDefTabGroupSet set;
+    for (const QPropDefTabGroup& group : groups)
+        set.Add(&group);
+    return set;
 }
 
 std::string TabNames(const QPropDefTabGroup& group) {
@@ -258,14 +273,8 @@ TEST(QPropDefTabEquality, EachFieldOfATabCounts) {
 }
 
 TEST(QPropDefTabEquality, GroupsAndSetsMatchByNameInAnyOrder) {
-    QPropDefTabGroup one(u"G");
-    QPropDefTabGroup two(u"G");
-    const QPropDefTab a = Tab("A", {"x"});
-    const QPropDefTab b = Tab("B", {"y"});
-    one.Add(&a);
-    one.Add(&b);
-    two.Add(&b);
-    two.Add(&a);
+    const QPropDefTabGroup one = Group("G", {Tab("A", {"x"}), Tab("B", {"y"})});
+    QPropDefTabGroup two = Group("G", {Tab("B", {"y"}), Tab("A", {"x"})});
     EXPECT_EQ(one, two);
     two.SetCurrentTab(1);
     two.SetRowLocked(true);
@@ -277,13 +286,8 @@ TEST(QPropDefTabEquality, GroupsAndSetsMatchByNameInAnyOrder) {
     two.Add(&other);
     EXPECT_NE(one, two);
 
-    QPropDefTabGroupSet left;
-    QPropDefTabGroupSet right;
-    QPropDefTabGroup h(u"H");
-    left.Add(&one);
-    left.Add(&h);
-    right.Add(&h);
-    right.Add(&one);
+    const QPropDefTabGroupSet left = Set({one, Group("H", {})});
+    QPropDefTabGroupSet right = Set({Group("H", {}), one});
     EXPECT_EQ(left, right);
     right.GetAt(1)->SetName(u"I");
     EXPECT_NE(left, right);
@@ -381,19 +385,9 @@ TEST_F(QPropDefTabMergeTest, OriginFlagsFollowTheArgumentsOrTheSource) {
 }
 
 TEST_F(QPropDefTabMergeTest, ASetAddsNewGroupsMergesKnownOnesAndTakesTheWidth) {
-    QPropDefTabGroupSet target;
-    QPropDefTabGroupSet source;
-    QPropDefTabGroup known(u"Known");
-    const QPropDefTab a = Tab("A", {"old"});
-    known.Add(&a);
-    target.Add(&known);
-    QPropDefTabGroup knownAgain(u"Known");
-    const QPropDefTab b = Tab("B", {"b"});
-    knownAgain.Add(&b);
-    QPropDefTabGroup fresh(u"Fresh");
-    fresh.Add(&a);
-    source.Add(&knownAgain);
-    source.Add(&fresh);
+    QPropDefTabGroupSet target = Set({Group("Known", {Tab("A", {"old"})})});
+    QPropDefTabGroupSet source =
+        Set({Group("Known", {Tab("B", {"b"})}), Group("Fresh", {Tab("A", {"old"})})});
     source.SetMinimumWidth(320);
 
     QPropDefTabGroupSet empty;
@@ -432,20 +426,14 @@ TEST_F(QPropDefTabMergeTest, TheClipboardsHoldCopiesByValue) {
 }
 
 TEST(QPropDefTabControllers, EveryDefinitionOfTheKeyIsNamedWithItsGroupAndTab) {
-    QPropDefTabGroupSet set;
-    QPropDefTabGroup body(u"Body");
-    QPropDefTabGroup doors(u"Doors");
     QPropDefTab sizes = Tab("Sizes");
+    QPropDefTab front = Tab("Front");
     const QPropDef width = Def("Width", "How wide?");
     const QPropDef other = Def("Depth", "How deep?");
     sizes.Add(&other);
     sizes.Add(&width);
-    body.Add(&sizes);
-    QPropDefTab front = Tab("Front");
     front.Add(&width);
-    doors.Add(&front);
-    set.Add(&body);
-    set.Add(&doors);
+    const QPropDefTabGroupSet set = Set({Group("Body", {sizes}), Group("Doors", {front})});
     EXPECT_EQ(set.GetControllingFriendlyPageQuestion(PropId(u"Width")).ToUtf8(),
               "Body:Sizes:How wide?;Doors:Front:How wide?");
     EXPECT_EQ(set.GetControllingFriendlyPageQuestion(PropId(u"Height")).ToUtf8(), "");
@@ -517,11 +505,7 @@ TEST_F(QPropDefTabExchangeTest, ASetGoesThroughEachExportFormatWhole) {
         QPropDefTabGroupSet read;
         ASSERT_TRUE(read.ImportOrMergeFrom(path, false, nullptr)) << name;
         EXPECT_EQ(read, sample) << name;
-        EXPECT_EQ(read.MinimumWidth(), 480);
-        const QPropDefTabGroup* rows = read.Lookup(u"Rows");
-        EXPECT_TRUE(rows->IsFormEditorFormat() && rows->QuoteRowHeadings() &&
-                    !rows->AutoSortRows());
-        EXPECT_EQ(read.Lookup(u"Cabinet")->Format(), 0);
+        EXPECT_EQ(SetLines(read), SetLines(sample)) << name;
         EXPECT_EQ(read.Lookup(u"Cabinet")->GetAt(0)->GetAt(1)->PropDefIndex(), 2);
     }
 }
@@ -603,20 +587,17 @@ TEST_F(QPropDefTabExchangeTest, AttributesOfTabsAndGroupsTakeSubstitutions) {
                          "</Group></Questions>\n");
     QPropDefTabGroupSet set;
     QArray<CString> values;
-    values.Add(CString(u"40"));
-    values.Add(CString(u"300"));
-    values.Add(CString(u"t.vlt"));
     QArray<CString> names;
-    names.Add(CString(u"w"));
-    names.Add(CString(u"width"));
-    names.Add(CString(u"table"));
+    for (const auto& [value, name] :
+         {std::pair{u"40", u"w"}, {u"300", u"width"}, {u"t.vlt", u"table"}}) {
+        values.Add(CString(value));
+        names.Add(CString(name));
+    }
     ASSERT_TRUE(set.ReadFromFile(CString::FromUtf8(path), values, names));
-    EXPECT_EQ(set.MinimumWidth(), 300);
-    const QPropDefTabGroup* group = set.GetAt(0);
-    EXPECT_EQ(group->DefaultVlt().ToUtf8(), "t.vlt");
-    EXPECT_TRUE(group->IsFormEditorFormat()) << "a default table means the editor's format";
-    EXPECT_EQ(group->GetAt(0)->EnabledFormula().ToString().ToUtf8(), "w>40");
-    EXPECT_EQ(group->GetAt(0)->ColumnSizesAsString().ToUtf8(), "Fixed:40|Fill");
+    // A default table means the editor's format.
+    EXPECT_EQ(SetLines(set), "minimumwidth=300\n"
+                             "group G format=1 vlt=t.vlt\n"
+                             "  tab P enabled=w>40 columns=Fixed:40|Fill\n");
     EXPECT_TRUE(set.HasSubstitutions());
     EXPECT_EQ(QPropDef::SubstituteValues(u"~1~").ToUtf8(), "~1~") << "arrays emptied after";
 }
