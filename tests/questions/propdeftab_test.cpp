@@ -313,12 +313,8 @@ TEST_F(QPropDefTabMergeTest, ATabIsReplacedWholeByStrategyOrNotAtAll) {
     for (const auto& c : cases) {
         RecordingHost host(c.answer);
         ScopedUIServices scope(host);
-        QPropDefTabGroup target(u"Cabinet");
-        QPropDefTabGroup source(u"Cabinet");
-        const QPropDefTab old = Tab("Doors", {"old"});
-        const QPropDefTab replacement = Tab("Doors", {"new", "more"});
-        target.Add(&old);
-        source.Add(&replacement);
+        QPropDefTabGroup target = Group("Cabinet", {Tab("Doors", {"old"})});
+        const QPropDefTabGroup source = Group("Cabinet", {Tab("Doors", {"new", "more"})});
         target.Merge(&source, c.strategy, false, false, false);
         const std::string kept = target.GetAt(0)->GetAt(0)->Name().ToString().ToUtf8();
         EXPECT_EQ(kept, c.kept) << c.strategy << " " << c.answer;
@@ -333,18 +329,9 @@ TEST_F(QPropDefTabMergeTest, EqualTabsAskNothingAndTheDeleteMarkerRemovesOnlyOnO
     RecordingHost host(IDYES);
     ScopedUIServices scope(host);
     for (QMergeResolutionStrategy strategy : {MERGE_OVERWRITE, MERGE_KEEP_EXISTING, MERGE_ASK}) {
-        QPropDefTabGroup target(u"G");
-        QPropDefTabGroup source(u"G");
-        const QPropDefTab kept = Tab("Same", {"a"});
-        const QPropDefTab doomed = Tab(":DeleteMe:", {"z"});
-        const QPropDefTab marker = Tab(":deleteme:");
-        target.Add(&kept);
-        target.Add(&doomed);
-        source.Add(&kept);
-        source.Add(&marker);
-        const QPropDefTab exact = Tab(":DeleteMe:");
-        QPropDefTabGroup exactSource(u"G");
-        exactSource.Add(&exact);
+        QPropDefTabGroup target = Group("G", {Tab("Same", {"a"}), Tab(":DeleteMe:", {"z"})});
+        const QPropDefTabGroup source = Group("G", {Tab("Same", {"a"}), Tab(":deleteme:")});
+        const QPropDefTabGroup exactSource = Group("G", {Tab(":DeleteMe:")});
         target.Merge(&exactSource, strategy, false, false, false);
         const bool removed = strategy == MERGE_OVERWRITE;
         EXPECT_EQ(TabNames(target), removed ? "Same" : "Same,:DeleteMe:") << strategy;
@@ -367,16 +354,11 @@ TEST_F(QPropDefTabMergeTest, OriginFlagsFollowTheArgumentsOrTheSource) {
     };
     for (const auto& c : cases) {
         for (bool existing : {false, true}) {
-            QPropDefTabGroup target(u"G");
-            QPropDefTabGroup source(u"G");
             QPropDefTab tab = Tab("T", {"new"});
             tab.SetIsFromTemplate(c.sourceTemplate);
             tab.SetIsFromLibrary(c.sourceLibrary);
-            source.Add(&tab);
-            if (existing) {
-                const QPropDefTab old = Tab("T", {"old"});
-                target.Add(&old);
-            }
+            QPropDefTabGroup target = existing ? Group("G", {Tab("T", {"old"})}) : Group("G", {});
+            const QPropDefTabGroup source = Group("G", {tab});
             target.Merge(&source, MERGE_OVERWRITE, c.asTemplate, c.asLibrary, c.keepOrigin);
             EXPECT_EQ(target.GetAt(0)->IsFromTemplate(), c.wantTemplate) << existing;
             EXPECT_EQ(target.GetAt(0)->IsFromLibrary(), c.wantLibrary) << existing;
