@@ -673,9 +673,9 @@ TEST_F(QPropDefLegacyTest, AQuestionLineFillsEveryFieldAndEmptyFieldsTakeTheirDe
     // A blank line is skipped; an empty default clears the one there was; a default that does
     // not parse is kept as text.
     const char* lines[] = {
-        "Dropdown name=width question=Width of cabinet type=Whole Number source=From File "
-        "value=Index enabled=plinth>1 extra=w.txt qwidth=5 awidth=6 action=go() style=2 "
-        "tooltip=T default=Whole Number:5",
+        ("Dropdown name=width question=Width of cabinet type=Whole Number source=From File "
+         "value=Index enabled=plinth>1 extra=w.txt qwidth=5 awidth=6 action=go() style=2 "
+         "tooltip=T default=Whole Number:5"),
         "Edit name=bare type=String",
         "Edit name=height type=String default=String:not a formula (",
         "Edit name=_x question=Under type=String",
@@ -873,8 +873,8 @@ TEST_F(QPropDefExchangeTest, ImportsSubstituteEveryAttributeAndTheLastSourceWins
     EXPECT_TRUE(Import(read, text));
     // Unknown kinds are edit boxes; the texts of alignment and style are read without case.
     const char* lines[] = {
-        "Edit name=plinth question=How Plinth? enabled=Plinth>\"oak.png\" qwidth=7 "
-        "default=String:7",
+        ("Edit name=plinth question=How Plinth? enabled=Plinth>\"oak.png\" qwidth=7 "
+         "default=String:7"),
         "Thumbnail extra=last.png qwidth=0 style=1",
         "Edit style=6",
     };
