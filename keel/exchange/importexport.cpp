@@ -72,7 +72,8 @@ struct WriteOutcome {
 // disk, so that a failed or interrupted export leaves the old file as it was.
 WriteOutcome WriteThroughTemporaryFile(QExportFormat& format, const CString& path) {
     WriteOutcome outcome;
-    const CString folder = QPathOp::PathWithoutFileSpec(path);
+    const CString target = QFSFile::FollowLinks(path);
+    const CString folder = QPathOp::PathWithoutFileSpec(target);
     const CString temporary = QFSFile::GenerateTempPath(folder.IsEmpty() ? CString(u".") : folder);
     CStdioFileEx file;
     file.SetCodePage(CStdioFileEx::c_codePageUtf8);
@@ -102,7 +103,7 @@ WriteOutcome WriteThroughTemporaryFile(QExportFormat& format, const CString& pat
         (std::filesystem::file_size(temporary.ToUtf8(), diskError) != length || diskError))
         outcome.reason = u"what was written is not all on disk";
     else if (closed)
-        outcome.replaced = QFSFile::ReplaceWithWritten(temporary, path, outcome.reason);
+        outcome.replaced = QFSFile::ReplaceWithWritten(temporary, target, outcome.reason);
     if (!outcome.replaced)
         std::filesystem::remove(temporary.ToUtf8(), diskError);
     return outcome;

@@ -73,6 +73,22 @@ QArray<CString> LegacyFields(const CString& line, int first, const QArray<CStrin
     return fields;
 }
 
+int NumberInFamily(const CString& name, const CString& base) {
+    if (name == base)
+        return 1;
+    const int length = base.GetLength();
+    if (name.GetLength() < length + 2 || name[length] != u' ' || name.Left(length) != base ||
+        name[length + 1] == u'0')
+        return 0;
+    long long number = 0;
+    for (int i = length + 1; i < name.GetLength(); ++i) {
+        if (name[i] < u'0' || name[i] > u'9' || number > 1000000000)
+            return 0;
+        number = number * 10 + (name[i] - u'0');
+    }
+    return number >= 2 && number <= 1000000000 ? static_cast<int>(number) : 0;
+}
+
 int CheckedCount(std::uint64_t count, int most) {
     if (count > static_cast<std::uint64_t>(most))
         ThrowArchiveException(CArchiveException::badIndex);

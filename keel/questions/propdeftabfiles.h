@@ -1,7 +1,7 @@
 #pragma once
 
-// Helpers that the tab, the group and the set share for their files: attributes read through
-// the substitution pass, and the failure of a legacy question file.
+// Helpers that the tab, the group and the set share: unique names, attributes read through the
+// substitution pass, and the failure of a legacy question file.
 
 #include "keel/exchange/importattribute.h"
 #include "keel/exchange/importformatlevel.h"
@@ -9,6 +9,9 @@
 #include "keel/values/smartptr.h"
 
 #include <functional>
+#include <string_view>
+#include <unordered_map>
+#include <vector>
 
 namespace keel::propdeftab_files {
 
@@ -16,6 +19,39 @@ namespace keel::propdeftab_files {
 inline constexpr char16_t c_defineQuestions[] = u"Define Questions";
 // The most children of one kind that one import level builds, whatever the file holds.
 inline constexpr int c_mostNewChildren = 100000;
+
+// `base` is number 1 of a family of names, "base 2", "base 3", ... the others; the number of
+// `name` in the family, or 0 when it is not one of them.
+int NumberInFamily(const CString& name, const CString& base);
+
+// `base`, else "base 2", "base 3", ... whichever no item is named first. One pass over the
+// items, so naming stays linear however many there are.
+template <class Named>
+CString FirstFreeNumberedName(const CString& base, const QSmartPtrArray<Named>& items) {
+    // Of n items one of the numbers 1 to n + 1 is free.
+    std::vector<bool> taken(static_cast<std::size_t>(items.GetSize()) + 2, false);
+    for (int i = 0; i < items.GetSize(); ++i) {
+        const int number = items[i] ? NumberInFamily(items[i]->Name(), base) : 0;
+        if (number > 0 && static_cast<std::size_t>(number) < taken.size())
+            taken[static_cast<std::size_t>(number)] = true;
+    }
+    int free = 1;
+    while (taken[static_cast<std::size_t>(free)])
+        ++free;
+    return free == 1 ? base : base + CString::Formatted(u" %d", free);
+}
+
+// The first item of each name, found by name: the items must outlive it.
+template <class Named>
+std::unordered_map<std::u16string_view, const Named*>
+FirstOfEachName(const QSmartPtrArray<Named>& items) {
+    std::unordered_map<std::u16string_view, const Named*> byName;
+    byName.reserve(static_cast<std::size_t>(items.GetSize()));
+    for (int i = 0; i < items.GetSize(); ++i)
+        if (items[i])
+            byName.emplace(items[i]->Name().View(), items[i].Get());
+    return byName;
+}
 
 template <class T>
 bool ImportSubstituted(QImportFormatLevel& level, const char16_t* name, T& target) {

@@ -30,10 +30,6 @@ constexpr int c_mostTabsInArchive = 1000000;
 constexpr char16_t c_groupMarker[] = u"[group]";
 constexpr int c_groupMarkerLength = 7;
 
-CString NumberedName(const CString& base, int number) {
-    return number < 2 ? base : base + CString::Formatted(u" %d", number);
-}
-
 bool IsGroupLine(const CString& line) {
     return line.Left(c_groupMarkerLength + 1) == CString(c_groupMarker) + u"\t";
 }
@@ -123,9 +119,7 @@ int QPropDefTabGroup::AddNewEmptyTab() {
 }
 
 CString QPropDefTabGroup::MakeUniqueTabName(const CString& base) const {
-    for (int number = 1;; ++number)
-        if (Find(NumberedName(base, number)) < 0)
-            return NumberedName(base, number);
+    return FirstFreeNumberedName(base, m_tabs);
 }
 
 void QPropDefTabGroup::SetNameAt(int index, const CString& name) {
@@ -271,11 +265,12 @@ bool QPropDefTabGroup::operator==(const QPropDefTabGroup& other) const {
         m_enabledAlternativeFormula != other.m_enabledAlternativeFormula ||
         m_tabs.GetSize() != other.m_tabs.GetSize())
         return false;
+    const auto theirs = FirstOfEachName(other.m_tabs);
     for (int i = 0; i < m_tabs.GetSize(); ++i) {
         if (!m_tabs[i])
             continue;
-        const QPropDefTab* theirs = other.Lookup(m_tabs[i]->Name());
-        if (theirs == nullptr || *theirs != *m_tabs[i])
+        const auto found = theirs.find(m_tabs[i]->Name().View());
+        if (found == theirs.end() || *found->second != *m_tabs[i])
             return false;
     }
     return true;

@@ -28,10 +28,6 @@ constexpr int c_schemaMinimumWidth = 103;
 // As many groups as a question file may give; the bound only stops a corrupt count.
 constexpr int c_mostGroupsInArchive = 1000000;
 
-CString NumberedName(const CString& base, int number) {
-    return number < 2 ? base : base + CString::Formatted(u" %d", number);
-}
-
 // Whether the bytes are well-formed UTF-8: no stray continuation, no overlong form, nothing
 // above U+10FFFF and no surrogate.
 bool IsUtf8(const std::string& bytes) {
@@ -210,9 +206,7 @@ int QPropDefTabGroupSet::AddNewEmptyGroup() {
 }
 
 CString QPropDefTabGroupSet::MakeUniqueGroupName(const CString& base) const {
-    for (int number = 1;; ++number)
-        if (Find(NumberedName(base, number)) < 0)
-            return NumberedName(base, number);
+    return FirstFreeNumberedName(base, m_groups);
 }
 
 void QPropDefTabGroupSet::SetNameAt(int index, const CString& name) {
@@ -351,11 +345,12 @@ void QPropDefTabGroupSet::MergeFromClipboard(QMergeResolutionStrategy strategy,
 bool QPropDefTabGroupSet::operator==(const QPropDefTabGroupSet& other) const {
     if (m_groups.GetSize() != other.m_groups.GetSize())
         return false;
+    const auto theirs = FirstOfEachName(other.m_groups);
     for (int i = 0; i < m_groups.GetSize(); ++i) {
         if (!m_groups[i])
             continue;
-        const QPropDefTabGroup* theirs = other.Lookup(m_groups[i]->Name());
-        if (theirs == nullptr || *theirs != *m_groups[i])
+        const auto found = theirs.find(m_groups[i]->Name().View());
+        if (found == theirs.end() || *found->second != *m_groups[i])
             return false;
     }
     return true;

@@ -354,6 +354,12 @@ bool QFSFile::ReplaceWithWritten(const CString& written, const CString& target, 
     return renamed;
 }
 
+CString QFSFile::FollowLinks(const CString& path) {
+    std::error_code error;
+    const fs::path resolved = fs::weakly_canonical(fs::path(path.ToUtf8()), error);
+    return error ? path : CString::FromUtf8(resolved.string());
+}
+
 bool QFSFile::CreateContainingFolderIfRequired(const CString& path) {
     const CString folder = QPathOp::PathWithoutFileSpec(RepairedPath(path));
     return folder.IsEmpty() || QFSFolder::CreateIfRequired(folder);

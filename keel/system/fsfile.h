@@ -70,6 +70,9 @@ public:
     // the new file. False with the reason when it could not be done; the written file is then
     // left for the caller to remove.
     static bool ReplaceWithWritten(const CString& written, const CString& target, CString& reason);
+    // The file that a path stands for, symbolic links followed, so that a file written in its
+    // place replaces the file and the link stays; the path itself when it cannot be resolved.
+    static CString FollowLinks(const CString& path);
     static bool CreateContainingFolderIfRequired(const CString& path);
     // The path, or when a file is there the first free one of "name_1.ext", "name_2.ext", ...
     // in the same folder.

@@ -316,7 +316,6 @@ private:
     // The file is written beside the table's own and renamed over it, so that a failed write
     // leaves the old file as it was; the lock's file is then opened again on the new one.
     bool WriteThroughTemporaryFile();
-    CString ResolvedFileName() const;
     bool ReadsBackAsItIs(const CString& writtenPath);
     CString DifferenceFrom(const QLookupTableData& other);
     bool ReplaceFileWith(const CString& writtenPath, const CString& target);

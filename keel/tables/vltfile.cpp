@@ -580,16 +580,8 @@ bool QLookupTableData::HasLengthPrecisionErrors() {
     return m_rowLabelType == QAnyValue::TYPE_LENGTH && AnyLosesPrecision(m_rowLabels);
 }
 
-// The file that the name stands for: a symbolic link is followed, so that the link stays.
-CString QLookupTableData::ResolvedFileName() const {
-    std::error_code error;
-    const std::filesystem::path resolved =
-        std::filesystem::weakly_canonical(std::filesystem::path(m_strName.ToUtf8()), error);
-    return error ? m_strName : CString::FromUtf8(resolved.string());
-}
-
 bool QLookupTableData::WriteThroughTemporaryFile() {
-    const CString target = ResolvedFileName();
+    const CString target = QFSFile::FollowLinks(m_strName);
     const CString tempPath = QFSFile::GenerateTempPath(QPathOp::PathWithoutFileSpec(target));
     CStdioFileEx temp;
     if (!temp.Open(tempPath, CFile::modeCreate | CFile::modeWrite | CFile::typeText)) {

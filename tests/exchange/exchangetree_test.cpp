@@ -79,7 +79,8 @@ TEST_F(ExchangeTreeTest, ImportEmptiesFirstAndStopsWhenThatFails) {
 }
 
 // A file name that cannot be used fails with its message; an export replaces the old file in one
-// step, keeping its mode, and leaves it as it was, with nothing beside it, when it cannot.
+// step, keeping its mode and any link to it, and leaves it as it was, with nothing beside it,
+// when it cannot.
 TEST_F(ExchangeTreeTest, AnExportReplacesTheOldFileWholeOrNotAtAll) {
     const fs::path folder = Path("replaced");
     fs::create_directory(folder);
@@ -94,6 +95,11 @@ TEST_F(ExchangeTreeTest, AnExportReplacesTheOldFileWholeOrNotAtAll) {
     ASSERT_TRUE(tree.ExportData(CString::FromUtf8(in("kept.tab")), false, false, nullptr));
     EXPECT_EQ(ReadFileBytes(in("kept.tab")), ReadFileBytes(ExchangeData("tree-full.tab")));
     EXPECT_EQ(fs::status(in("kept.tab")).permissions(), fs::perms(0640));
+    WriteFileBytes(in("real.tab"), "old");
+    fs::create_symlink("real.tab", in("link.tab"));
+    ASSERT_TRUE(tree.ExportData(CString::FromUtf8(in("link.tab")), false, false, nullptr));
+    EXPECT_TRUE(fs::is_symlink(in("link.tab"))) << "the link stays and its file is replaced";
+    EXPECT_EQ(ReadFileBytes(in("real.tab")), ReadFileBytes(ExchangeData("tree-full.tab")));
     fs::create_directory(in("taken.xml"));
     EXPECT_FALSE(tree.ExportData(CString::FromUtf8(in("taken.xml")), false, false, nullptr));
     EXPECT_TRUE(fs::is_directory(in("taken.xml")));
@@ -109,7 +115,7 @@ TEST_F(ExchangeTreeTest, AnExportReplacesTheOldFileWholeOrNotAtAll) {
                   0u)
             << report.message;
     const auto entries = std::distance(fs::directory_iterator(folder), fs::directory_iterator());
-    EXPECT_EQ(entries, 2) << "no temporary file is left beside the export";
+    EXPECT_EQ(entries, 4) << "no temporary file is left beside the export";
     fs::remove_all(folder);
 }
 

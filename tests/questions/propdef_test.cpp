@@ -1,6 +1,7 @@
 #include "tests/support/answerdocument.h"
 #include "tests/support/archivebytes.h"
 #include "tests/support/exchangetests.h"
+#include "tests/support/questiondump.h"
 
 #include "keel/document/translate.h"
 #include "keel/exchange/exportformatlevel.h"
@@ -537,7 +538,7 @@ struct SchemaCase {
     const char* what;
     int schema;
     Bytes bytes;
-    std::function<void(const QPropDef&)> check;
+    std::string line;
 };
 
 std::vector<SchemaCase> SchemaCases() {
@@ -545,80 +546,48 @@ std::vector<SchemaCase> SchemaCases() {
     const Bytes tail103 = Concat({{0}, WideString(u"Tip"), {1, 1}});
     const Bytes tweaks = Tweaks({1, 2, 3, 4, 5, 6, 7, 8});
     const Bytes box = Concat({Head(u"", u"Box", {0, 0, 0, 0}, 3, u"", 3, 0), c_empty, Int32(4)});
-    auto styleFromSource = [](int style) {
-        return [style](const QPropDef& d) { EXPECT_EQ(d.Style(), style); };
-    };
+    const Bytes plinth = Head(u"Plinth", u"Plinth", {4, 2, 0, 0}, 3, u"12", 3, 3);
+    const Bytes labelled = Concat({Head(u"a", u"= 1+2", {1, 2, 0, 0}, 3, u"", 3, 3),
+                                   c_empty,
+                                   Int32(1),
+                                   tail103,
+                                   {0},
+                                   tweaks});
+    const std::string radio = " tooltip=Tip radio=Value-Per-Button newradiogroup=1";
+    const std::string tweaked = " qtweaks=1|2|3|4 atweaks=5|6|7|8";
+    const std::string box103 = "Groupbox question=Box awidth=0 style=4" + radio;
+    const std::string label = " type=String style=1" + radio + " fullwidth=0" + tweaked;
     return {
         {"61: no style, layout 1 without action; the style comes from the source", 61,
          Head(u"Plinth", u"Plinth", {4, 2, 0, 0}, 1, u"12", 3, 3),
-         [](const QPropDef& d) {
-             EXPECT_EQ(d.Style(), 12);
-             EXPECT_TRUE(d.Action().IsEmpty());
-             EXPECT_EQ(d.ControlType(), D::Edit);
-         }},
+         "Edit name=plinth question=Plinth type=Number extra=12 style=12"},
         {"62: layout 2 drops a string; a combo keeps style 0", 62,
          Concat({Head(u"Kind", u"Kind", {1, 4, 0, 0}, 2, u"3", 3, 3), WideString(u"dropped"),
                  Int32(0)}),
-         [](const QPropDef& d) {
-             EXPECT_EQ(d.Style(), 0);
-             EXPECT_EQ(d.Extra1(), CString(u"3"));
-             EXPECT_TRUE(d.Action().IsEmpty());
-         }},
-        {"69: the last with the style from the source", 69,
-         Concat({Head(u"Plinth", u"Plinth", {4, 2, 0, 0}, 3, u"12", 3, 3), action}),
-         styleFromSource(12)},
-        {"70: style 0 stays 0", 70,
-         Concat({Head(u"Plinth", u"Plinth", {4, 2, 0, 0}, 3, u"12", 3, 3), action}),
-         [](const QPropDef& d) {
-             EXPECT_EQ(d.Style(), 0);
-             EXPECT_EQ(d.Action(), FormulaText(u"go()"));
-         }},
+         "Dropdown name=kind question=Kind type=String extra=3"},
+        {"69: the last with the style from the source", 69, Concat({plinth, action}),
+         "Edit name=plinth question=Plinth type=Number extra=12 action=go() style=12"},
+        {"70: style 0 stays 0", 70, Concat({plinth, action}),
+         "Edit name=plinth question=Plinth type=Number extra=12 action=go()"},
         {"102: an empty static becomes a placeholder", 102,
          Concat({Head(u"", u"", {0, 1, 0, 0}, 3, u"", 2, 0), c_empty, Int32(0)}),
-         [](const QPropDef& d) { EXPECT_EQ(d.ControlType(), D::Placeholder); }},
+         "Placeholder qwidth=2 awidth=0"},
         {"102: an empty group box ends the open one", 102,
          Concat({Head(u"", u"", {0, 0, 0, 0}, 3, u"", 0, 0), c_empty, Int32(0)}),
-         [](const QPropDef& d) { EXPECT_EQ(d.ControlType(), D::EndGroupbox); }},
+         "End Groupbox qwidth=0 awidth=0"},
         {"102: a lone blank is no question", 102,
          Concat({Head(u"a", u" ", {1, 2, 0, 0}, 3, u"", 3, 3), c_empty, Int32(1)}),
-         [](const QPropDef& d) {
-             EXPECT_TRUE(d.Question().IsEmpty());
-             EXPECT_EQ(d.ControlType(), D::Edit);
-             EXPECT_EQ(d.Style(), 1);
-         }},
+         "Edit name=a type=String style=1"},
         {"103: overlap, tooltip and radio fields, no full-width flag", 103,
-         Concat({box, tail103, tweaks}),
-         [](const QPropDef& d) {
-             EXPECT_TRUE(d.IsGroupboxFullWidth());
-             EXPECT_EQ(d.RadioType(), D::ValuePerButton);
-             EXPECT_TRUE(d.IsNewRadioGroup());
-             EXPECT_EQ(d.Tooltip(), CString(u"Tip"));
-             EXPECT_EQ(d.AnswerSizeTweaks(), (D::SizeTweaks{5, 6, 7, 8}));
-         }},
+         Concat({box, tail103, tweaks}), box103 + tweaked},
         {"107: the full-width flag, no transparency", 107, Concat({box, tail103, {0}, tweaks}),
-         [](const QPropDef& d) {
-             EXPECT_FALSE(d.IsGroupboxFullWidth());
-             EXPECT_FALSE(d.IsTransparent());
-             EXPECT_EQ(d.QuestionSizeTweaks(), (D::SizeTweaks{1, 2, 3, 4}));
-         }},
-        {"108: label formulas are brought to the token stream's text", 108,
-         Concat({Head(u"a", u"= 1+2", {1, 2, 0, 0}, 3, u"", 3, 3),
-                 c_empty,
-                 Int32(1),
-                 tail103,
-                 {0},
-                 tweaks}),
-         [](const QPropDef& d) { EXPECT_EQ(d.Question(), CString(u"=1+2")); }},
-        {"109: label formulas stay as written", 109,
-         Concat({Head(u"a", u"= 1+2", {1, 2, 0, 0}, 3, u"", 3, 3),
-                 c_empty,
-                 Int32(1),
-                 tail103,
-                 {0},
-                 tweaks}),
-         [](const QPropDef& d) { EXPECT_EQ(d.Question(), CString(u"= 1+2")); }},
+         box103 + " fullwidth=0" + tweaked},
+        {"108: label formulas are brought to the token stream's text", 108, labelled,
+         "Edit name=a question==1+2" + label},
+        {"109: label formulas stay as written", 109, labelled,
+         "Edit name=a question== 1+2" + label},
         {"110: transparency", 110, Concat({box, tail103, {0, 1}, tweaks}),
-         [](const QPropDef& d) { EXPECT_TRUE(d.IsTransparent()); }},
+         box103 + " fullwidth=0 transparent=1" + tweaked},
     };
 }
 
@@ -626,7 +595,7 @@ TEST(QPropDefArchive, EachOlderLayoutIsReadAndWrittenAgainInTheCurrentOne) {
     for (const SchemaCase& c : SchemaCases()) {
         D::ForgetPreviousOption();
         QPropDef loaded = LoadAt(c.bytes, c.schema);
-        c.check(loaded);
+        EXPECT_EQ(DefinitionLine(loaded), c.line) << c.what;
         Bytes rewritten = Store(loaded);
         QPropDef again = LoadAt(rewritten, 110);
         EXPECT_TRUE(again == loaded) << c.what;
@@ -701,43 +670,22 @@ TEST_F(QPropDefLegacyTest, AQuestionLineFillsEveryFieldAndEmptyFieldsTakeTheirDe
                               "_x\tUnder\n"
                               "[tab]\tNext\n");
     const QArray<CString> values = Strings({"cabinet", "Height"});
-    QPropDef def;
-    ASSERT_TRUE(def.ReadFromLegacyQIQFile(&file, values, {}));
-    EXPECT_EQ(def.Name(), ControlId(u"width"));
-    EXPECT_EQ(def.Question(), CString(u"Width of cabinet"));
-    EXPECT_EQ(def.Type(), QAnyValue::TYPE_INT);
-    EXPECT_EQ(def.ControlType(), D::Dropdown);
-    EXPECT_EQ(def.ComboSource(), D::ComboFromFile);
-    EXPECT_EQ(def.ComboValue(), D::ComboIndex);
-    EXPECT_EQ(def.EnabledFormula(), FormulaText(u"plinth>1"));
-    EXPECT_EQ(def.Extra1(), CString(u"w.txt"));
-    EXPECT_EQ(def.QuestionWidth(), 5);
-    EXPECT_EQ(def.AnswerWidth(), 6);
-    EXPECT_EQ(def.Action(), FormulaText(u"go()"));
-    EXPECT_EQ(def.Style(), 2);
-    EXPECT_EQ(def.Tooltip(), CString(u"T"));
-    EXPECT_EQ(QAnyValue(def.DefaultValue()).MakeInt(), 5);
-
-    QPropDef bare;
-    bare.SetDefaultValue(QAnyValue(1));
-    ASSERT_TRUE(bare.ReadFromLegacyQIQFile(&file, values, {})) << "a blank line is skipped";
-    EXPECT_EQ(bare.Name(), ControlId(u"bare"));
-    EXPECT_EQ(bare.Type(), QAnyValue::TYPE_STRING);
-    EXPECT_EQ(bare.ControlType(), D::Edit);
-    EXPECT_EQ(bare.ComboSource(), D::ComboList);
-    EXPECT_EQ(bare.QuestionWidth(), 3);
-    EXPECT_EQ(bare.AnswerWidth(), 3);
-    EXPECT_TRUE(bare.DefaultValue().IsEmpty()) << "an empty default clears it";
-
-    QPropDef substituted;
-    ASSERT_TRUE(substituted.ReadFromLegacyQIQFile(&file, values, {}));
-    EXPECT_EQ(substituted.Name(), ControlId(u"Height"));
-    EXPECT_EQ(substituted.DefaultValue().AsStringOrFormula(), CString(u"not a formula ("))
-        << "a default that does not parse is kept as text";
-
-    QPropDef underscore;
-    ASSERT_TRUE(underscore.ReadFromLegacyQIQFile(&file, values, {}));
-    EXPECT_EQ(underscore.Question(), CString(u"Under"));
+    // A blank line is skipped; an empty default clears the one there was; a default that does
+    // not parse is kept as text.
+    const char* lines[] = {
+        ("Dropdown name=width question=Width of cabinet type=Whole Number source=From File "
+         "value=Index enabled=plinth>1 extra=w.txt qwidth=5 awidth=6 action=go() style=2 "
+         "tooltip=T default=Whole Number:5"),
+        "Edit name=bare type=String",
+        "Edit name=height type=String default=String:not a formula (",
+        "Edit name=_x question=Under type=String",
+    };
+    for (const char* line : lines) {
+        QPropDef def;
+        def.SetDefaultValue(QAnyValue(1));
+        ASSERT_TRUE(def.ReadFromLegacyQIQFile(&file, values, {})) << line;
+        EXPECT_EQ(DefinitionLine(def), line);
+    }
 
     QPropDef none;
     EXPECT_FALSE(none.ReadFromLegacyQIQFile(&file, values, {}));
@@ -767,15 +715,11 @@ TEST_F(QPropDefLegacyTest, OnlyLettersDigitsBlanksMarkersAndUnderscoreStartAQues
 TEST_F(QPropDefLegacyTest, AnOldEmptyStaticBecomesAPlaceholderAndOutOfRangeNumbersFallBack) {
     CStdioFileEx& file = Open("\t\t1\t1\n"
                               "x\tX\t99\t42\t7\t9\n");
-    QPropDef placeholder;
-    ASSERT_TRUE(placeholder.ReadFromLegacyQIQFile(&file, {}, {}));
-    EXPECT_EQ(placeholder.ControlType(), D::Placeholder);
-    QPropDef odd;
-    ASSERT_TRUE(odd.ReadFromLegacyQIQFile(&file, {}, {}));
-    EXPECT_EQ(odd.Type(), QAnyValue::TYPE_EMPTY);
-    EXPECT_EQ(odd.ControlType(), D::Edit);
-    EXPECT_EQ(odd.ComboSource(), D::ComboList);
-    EXPECT_EQ(odd.ComboValue(), D::ComboText);
+    for (const char* line : {"Placeholder awidth=0", "Edit name=x question=X"}) {
+        QPropDef def;
+        ASSERT_TRUE(def.ReadFromLegacyQIQFile(&file, {}, {}));
+        EXPECT_EQ(DefinitionLine(def), line);
+    }
 }
 
 // --- Export files ---------------------------------------------------------------------------
@@ -892,7 +836,7 @@ protected:
 
 TEST_F(QPropDefExchangeTest, EveryKindGoesThroughTabAndXmlFilesWhole) {
     const DefinitionList written = EveryKind();
-    for (const char* name : {"full.tab", "minimal.tab", "full.xml", "minimal.viqx"}) {
+    for (const char* name : {"full.tab", "minimal.tab", "full.xml", "minimal.xml"}) {
         const bool minimal = std::string(name).rfind("minimal", 0) == 0;
         ASSERT_TRUE(written.ExportData(PathOf(name), minimal, false, nullptr)) << name;
         DefinitionList read = written.Blank();
@@ -927,19 +871,15 @@ TEST_F(QPropDefExchangeTest, ImportsSubstituteEveryAttributeAndTheLastSourceWins
                              "align\t\"\"\"center\"\"\"\t\t3\n"
                              "style\t\"\"\"bold\"\"\"\t\t3\n";
     EXPECT_TRUE(Import(read, text));
-    const QPropDef& edit = *read.defs[0];
-    EXPECT_EQ(edit.Name(), ControlId(u"Plinth"));
-    EXPECT_EQ(edit.Question(), CString(u"How Plinth?"));
-    EXPECT_EQ(edit.QuestionWidth(), 7);
-    EXPECT_EQ(edit.EnabledFormula().ToString(), CString(u"Plinth>\"oak.png\""));
-    EXPECT_EQ(edit.DefaultValue().AsStringOrFormula(), CString(u"7"));
-    const QPropDef& picture = *read.defs[1];
-    EXPECT_EQ(picture.ControlType(), D::Thumbnail);
-    EXPECT_EQ(picture.Extra1(), CString(u"last.png"));
-    EXPECT_EQ(picture.Style(), 1);
-    const QPropDef& unknown = *read.defs[2];
-    EXPECT_EQ(unknown.ControlType(), D::Edit);
-    EXPECT_EQ(unknown.Style(), D::AlignCenter | D::StyleBold);
+    // Unknown kinds are edit boxes; the texts of alignment and style are read without case.
+    const char* lines[] = {
+        ("Edit name=plinth question=How Plinth? enabled=Plinth>\"oak.png\" qwidth=7 "
+         "default=String:7"),
+        "Thumbnail extra=last.png qwidth=0 style=1",
+        "Edit style=6",
+    };
+    for (int i = 0; i < 3; ++i)
+        EXPECT_EQ(DefinitionLine(*read.defs[i]), lines[i]);
 }
 
 TEST_F(QPropDefExchangeTest, TheIdentifierIsThePositionAndTheLevelIsControl) {

@@ -1,7 +1,9 @@
 #include "tests/support/exchangetests.h"
 #include "tests/support/namescontext.h"
 #include "tests/support/questiondefs.h"
+#include "tests/support/questiondump.h"
 #include "tests/support/uihosts.h"
+#include "tests/support/xmloracle.h"
 
 #include "keel/exchange/exportselection.h"
 #include "keel/questions/propdeftabgroupset.h"
@@ -92,6 +94,34 @@ TEST(QPropDefTabGroupNames, UniqueNamesCountFromTwoAndCompareWithCase) {
     EXPECT_EQ(set.Name(1).ToUtf8(), "New Group 2");
     EXPECT_EQ(set.MakeUniqueGroupName(u"New Group").ToUtf8(), "New Group 3");
     EXPECT_EQ(set.Name(7).ToUtf8(), "");
+}
+
+// Only "T" and "T <n>" for n from 2, written as %d writes it, take a number of the family "T".
+TEST(QPropDefTabGroupNames, TheFirstFreeNumberOfTheFamilyIsGiven) {
+    const struct {
+        std::vector<const char*> names;
+        const char* unique;
+    } cases[] = {
+        {{}, "T"},
+        {{"T 2"}, "T"},
+        {{"T", "T 3"}, "T 2"},
+        {{"T", "T 2", "T 3", "T 4"}, "T 5"},
+        {{"T", "T 1"}, "T 2"},
+        {{"T", "T 02", "T  2", "T 2x", "T2", "t 2", "T 2 "}, "T 2"},
+        {{"T", "T 2", "T 99999999999999999999"}, "T 3"},
+    };
+    for (const auto& c : cases) {
+        QPropDefTabGroup group(u"G");
+        QPropDefTabGroupSet set;
+        for (const char* name : c.names) {
+            const QPropDefTab tab{CString(name)};
+            group.Add(&tab);
+            const QPropDefTabGroup named{CString(name)};
+            set.Add(&named);
+        }
+        EXPECT_EQ(group.MakeUniqueTabName(u"T").ToUtf8(), c.unique) << TabNames(group);
+        EXPECT_EQ(set.MakeUniqueGroupName(u"T").ToUtf8(), c.unique) << TabNames(group);
+    }
 }
 
 TEST(QPropDefTabGroupNames, AddingATabOfATakenNameReplacesIt) {
@@ -207,14 +237,8 @@ TEST(QPropDefTabEquality, EachFieldOfATabCounts) {
 }
 
 TEST(QPropDefTabEquality, GroupsAndSetsMatchByNameInAnyOrder) {
-    QPropDefTabGroup one(u"G");
-    QPropDefTabGroup two(u"G");
-    const QPropDefTab a = Tab("A", {"x"});
-    const QPropDefTab b = Tab("B", {"y"});
-    one.Add(&a);
-    one.Add(&b);
-    two.Add(&b);
-    two.Add(&a);
+    const QPropDefTabGroup one = Group("G", {Tab("A", {"x"}), Tab("B", {"y"})});
+    QPropDefTabGroup two = Group("G", {Tab("B", {"y"}), Tab("A", {"x"})});
     EXPECT_EQ(one, two);
     two.SetCurrentTab(1);
     two.SetRowLocked(true);
@@ -226,13 +250,8 @@ TEST(QPropDefTabEquality, GroupsAndSetsMatchByNameInAnyOrder) {
     two.Add(&other);
     EXPECT_NE(one, two);
 
-    QPropDefTabGroupSet left;
-    QPropDefTabGroupSet right;
-    QPropDefTabGroup h(u"H");
-    left.Add(&one);
-    left.Add(&h);
-    right.Add(&h);
-    right.Add(&one);
+    const QPropDefTabGroupSet left = Set({one, Group("H", {})});
+    QPropDefTabGroupSet right = Set({Group("H", {}), one});
     EXPECT_EQ(left, right);
     right.GetAt(1)->SetName(u"I");
     EXPECT_NE(left, right);
@@ -258,12 +277,8 @@ TEST_F(QPropDefTabMergeTest, ATabIsReplacedWholeByStrategyOrNotAtAll) {
     for (const auto& c : cases) {
         RecordingHost host(c.answer);
         ScopedUIServices scope(host);
-        QPropDefTabGroup target(u"Cabinet");
-        QPropDefTabGroup source(u"Cabinet");
-        const QPropDefTab old = Tab("Doors", {"old"});
-        const QPropDefTab replacement = Tab("Doors", {"new", "more"});
-        target.Add(&old);
-        source.Add(&replacement);
+        QPropDefTabGroup target = Group("Cabinet", {Tab("Doors", {"old"})});
+        const QPropDefTabGroup source = Group("Cabinet", {Tab("Doors", {"new", "more"})});
         target.Merge(&source, c.strategy, false, false, false);
         const std::string kept = target.GetAt(0)->GetAt(0)->Name().ToString().ToUtf8();
         EXPECT_EQ(kept, c.kept) << c.strategy << " " << c.answer;
@@ -278,18 +293,9 @@ TEST_F(QPropDefTabMergeTest, EqualTabsAskNothingAndTheDeleteMarkerRemovesOnlyOnO
     RecordingHost host(IDYES);
     ScopedUIServices scope(host);
     for (QMergeResolutionStrategy strategy : {MERGE_OVERWRITE, MERGE_KEEP_EXISTING, MERGE_ASK}) {
-        QPropDefTabGroup target(u"G");
-        QPropDefTabGroup source(u"G");
-        const QPropDefTab kept = Tab("Same", {"a"});
-        const QPropDefTab doomed = Tab(":DeleteMe:", {"z"});
-        const QPropDefTab marker = Tab(":deleteme:");
-        target.Add(&kept);
-        target.Add(&doomed);
-        source.Add(&kept);
-        source.Add(&marker);
-        const QPropDefTab exact = Tab(":DeleteMe:");
-        QPropDefTabGroup exactSource(u"G");
-        exactSource.Add(&exact);
+        QPropDefTabGroup target = Group("G", {Tab("Same", {"a"}), Tab(":DeleteMe:", {"z"})});
+        const QPropDefTabGroup source = Group("G", {Tab("Same", {"a"}), Tab(":deleteme:")});
+        const QPropDefTabGroup exactSource = Group("G", {Tab(":DeleteMe:")});
         target.Merge(&exactSource, strategy, false, false, false);
         const bool removed = strategy == MERGE_OVERWRITE;
         EXPECT_EQ(TabNames(target), removed ? "Same" : "Same,:DeleteMe:") << strategy;
@@ -312,16 +318,11 @@ TEST_F(QPropDefTabMergeTest, OriginFlagsFollowTheArgumentsOrTheSource) {
     };
     for (const auto& c : cases) {
         for (bool existing : {false, true}) {
-            QPropDefTabGroup target(u"G");
-            QPropDefTabGroup source(u"G");
             QPropDefTab tab = Tab("T", {"new"});
             tab.SetIsFromTemplate(c.sourceTemplate);
             tab.SetIsFromLibrary(c.sourceLibrary);
-            source.Add(&tab);
-            if (existing) {
-                const QPropDefTab old = Tab("T", {"old"});
-                target.Add(&old);
-            }
+            QPropDefTabGroup target = existing ? Group("G", {Tab("T", {"old"})}) : Group("G", {});
+            const QPropDefTabGroup source = Group("G", {tab});
             target.Merge(&source, MERGE_OVERWRITE, c.asTemplate, c.asLibrary, c.keepOrigin);
             EXPECT_EQ(target.GetAt(0)->IsFromTemplate(), c.wantTemplate) << existing;
             EXPECT_EQ(target.GetAt(0)->IsFromLibrary(), c.wantLibrary) << existing;
@@ -330,19 +331,9 @@ TEST_F(QPropDefTabMergeTest, OriginFlagsFollowTheArgumentsOrTheSource) {
 }
 
 TEST_F(QPropDefTabMergeTest, ASetAddsNewGroupsMergesKnownOnesAndTakesTheWidth) {
-    QPropDefTabGroupSet target;
-    QPropDefTabGroupSet source;
-    QPropDefTabGroup known(u"Known");
-    const QPropDefTab a = Tab("A", {"old"});
-    known.Add(&a);
-    target.Add(&known);
-    QPropDefTabGroup knownAgain(u"Known");
-    const QPropDefTab b = Tab("B", {"b"});
-    knownAgain.Add(&b);
-    QPropDefTabGroup fresh(u"Fresh");
-    fresh.Add(&a);
-    source.Add(&knownAgain);
-    source.Add(&fresh);
+    QPropDefTabGroupSet target = Set({Group("Known", {Tab("A", {"old"})})});
+    QPropDefTabGroupSet source =
+        Set({Group("Known", {Tab("B", {"b"})}), Group("Fresh", {Tab("A", {"old"})})});
     source.SetMinimumWidth(320);
 
     QPropDefTabGroupSet empty;
@@ -388,20 +379,14 @@ TEST_F(QPropDefTabMergeTest, TheGroupClipboardMergesIntoTheNamedOrTheCurrentGrou
 }
 
 TEST(QPropDefTabControllers, EveryDefinitionOfTheKeyIsNamedWithItsGroupAndTab) {
-    QPropDefTabGroupSet set;
-    QPropDefTabGroup body(u"Body");
-    QPropDefTabGroup doors(u"Doors");
     QPropDefTab sizes = Tab("Sizes");
+    QPropDefTab front = Tab("Front");
     const QPropDef width = Def("Width", "How wide?");
     const QPropDef other = Def("Depth", "How deep?");
     sizes.Add(&other);
     sizes.Add(&width);
-    body.Add(&sizes);
-    QPropDefTab front = Tab("Front");
     front.Add(&width);
-    doors.Add(&front);
-    set.Add(&body);
-    set.Add(&doors);
+    const QPropDefTabGroupSet set = Set({Group("Body", {sizes}), Group("Doors", {front})});
     EXPECT_EQ(set.GetControllingFriendlyPageQuestion(PropId(u"Width")).ToUtf8(),
               "Body:Sizes:How wide?;Doors:Front:How wide?");
     EXPECT_EQ(set.GetControllingFriendlyPageQuestion(PropId(u"Height")).ToUtf8(), "");
@@ -467,14 +452,13 @@ TEST_F(QPropDefTabExchangeTest, ASetGoesThroughEachExportFormatWhole) {
     for (const char* name : {"set.tab", "set.xml", "set.viqx"}) {
         const CString path = PathOf(name);
         ASSERT_TRUE(sample.ExportData(path, false, false, nullptr)) << name;
+        if (path.Right(5) == CString(u".viqx")) {
+            EXPECT_TRUE(IsValidQuestionFile(path.ToUtf8()));
+        }
         QPropDefTabGroupSet read;
         ASSERT_TRUE(read.ImportOrMergeFrom(path, false, nullptr)) << name;
         EXPECT_EQ(read, sample) << name;
-        EXPECT_EQ(read.MinimumWidth(), 480);
-        const QPropDefTabGroup* rows = read.Lookup(u"Rows");
-        EXPECT_TRUE(rows->IsFormEditorFormat() && rows->QuoteRowHeadings() &&
-                    !rows->AutoSortRows());
-        EXPECT_EQ(read.Lookup(u"Cabinet")->Format(), 0);
+        EXPECT_EQ(SetLines(read), SetLines(sample)) << name;
         EXPECT_EQ(read.Lookup(u"Cabinet")->GetAt(0)->GetAt(1)->PropDefIndex(), 2);
     }
 }
@@ -556,20 +540,17 @@ TEST_F(QPropDefTabExchangeTest, AttributesOfTabsAndGroupsTakeSubstitutions) {
                          "</Group></Questions>\n");
     QPropDefTabGroupSet set;
     QArray<CString> values;
-    values.Add(CString(u"40"));
-    values.Add(CString(u"300"));
-    values.Add(CString(u"t.vlt"));
     QArray<CString> names;
-    names.Add(CString(u"w"));
-    names.Add(CString(u"width"));
-    names.Add(CString(u"table"));
+    for (const auto& [value, name] :
+         {std::pair{u"40", u"w"}, {u"300", u"width"}, {u"t.vlt", u"table"}}) {
+        values.Add(CString(value));
+        names.Add(CString(name));
+    }
     ASSERT_TRUE(set.ReadFromFile(CString::FromUtf8(path), values, names));
-    EXPECT_EQ(set.MinimumWidth(), 300);
-    const QPropDefTabGroup* group = set.GetAt(0);
-    EXPECT_EQ(group->DefaultVlt().ToUtf8(), "t.vlt");
-    EXPECT_TRUE(group->IsFormEditorFormat()) << "a default table means the editor's format";
-    EXPECT_EQ(group->GetAt(0)->EnabledFormula().ToString().ToUtf8(), "w>40");
-    EXPECT_EQ(group->GetAt(0)->ColumnSizesAsString().ToUtf8(), "Fixed:40|Fill");
+    // A default table means the editor's format.
+    EXPECT_EQ(SetLines(set), "minimumwidth=300\n"
+                             "group G format=1 vlt=t.vlt\n"
+                             "  tab P enabled=w>40 columns=Fixed:40|Fill\n");
     EXPECT_TRUE(set.HasSubstitutions());
     EXPECT_EQ(QPropDef::SubstituteValues(u"~1~").ToUtf8(), "~1~") << "arrays emptied after";
 }

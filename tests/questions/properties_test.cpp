@@ -1,5 +1,6 @@
 #include "tests/support/answerdocument.h"
 #include "tests/support/archivebytes.h"
+#include "tests/support/errorreports.h"
 #include "tests/support/questiondefs.h"
 #include "tests/support/uihosts.h"
 
@@ -202,37 +203,12 @@ void Load(const Bytes& bytes, unsigned schema, Value& value) {
     EXPECT_TRUE(loading.archive.IsBufferEmpty()) << "bytes were left unread";
 }
 
-struct Report {
-    std::string heading;
-    std::string message;
-    bool operator==(const Report&) const = default;
-};
-
-void PrintTo(const Report& report, std::ostream* out) {
-    *out << report.heading << ": " << report.message;
-}
+using test::Report;
 
 // Keeps the error log's queue empty around each test and reads what was reported.
-class PropertiesTest : public testing::Test {
+class PropertiesTest : public test::ErrorReportsTest {
 protected:
-    void SetUp() override {
-        QErrorLog& log = TheErrorLog();
-        if (!log.IsOpen())
-            log.SetFilename(
-                CString::FromUtf8((std::filesystem::temp_directory_path() /
-                                   ("keel-properties-" + std::to_string(::getpid()) + ".txt"))
-                                      .string()));
-        log.DiscardPendingMessages();
-    }
-    void TearDown() override { TheErrorLog().DiscardPendingMessages(); }
-
-    static std::vector<Report> Reports() {
-        std::vector<Report> reports;
-        QErrorLog& log = TheErrorLog();
-        for (int i = 0; i < log.GetSize(); ++i)
-            reports.push_back({log.ErrorType(i)->Description().ToUtf8(), log.Message(i).ToUtf8()});
-        return reports;
-    }
+    static std::vector<Report> Reports() { return test::PendingReports(); }
 };
 
 // --- QProp --------------------------------------------------------------------------------------

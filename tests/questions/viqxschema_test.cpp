@@ -10,14 +10,6 @@
 namespace keel::test {
 namespace {
 
-// Whether xmllint finds the file valid against the question file grammar.
-bool ValidQuestionFile(const std::string& path) {
-    const std::string schema = std::string(KEEL_TEST_DATA) + "/../../schemas/viqx.rng";
-    const std::string command = "xmllint --nonet --noout --relaxng " + ShellQuoted(schema) + " " +
-                                ShellQuoted(path) + " >/dev/null 2>&1";
-    return std::system(command.c_str()) == 0;
-}
-
 class ViqxSchemaTest : public ExchangeFileTest {
 protected:
     void SetUp() override {
@@ -29,24 +21,23 @@ protected:
         m_set.SetMinimumWidth(250);
     }
 
-    // The file of the whole set, as a user's export writes it.
+    // The file of the whole set, as a user's export writes it: valid, so that each change below
+    // is what the grammar refuses.
     std::string WrittenSet() {
         const std::string path = Path("set.viqx");
         EXPECT_TRUE(m_set.WriteToFile(CString::FromUtf8(path)));
+        EXPECT_TRUE(IsValidQuestionFile(path));
         return path;
     }
 
     QPropDefTabGroupSet m_set;
 };
 
-TEST_F(ViqxSchemaTest, EveryQuestionFileWrittenIsValid) {
-    EXPECT_TRUE(ValidQuestionFile(WrittenSet()));
-    const std::string group = Path("group.viqx");
-    ASSERT_TRUE(m_set.GetAt(0)->WriteToFile(CString::FromUtf8(group)));
-    EXPECT_TRUE(ValidQuestionFile(group));
+// Written sets and groups are checked where they are written; the empty set is the boundary.
+TEST_F(ViqxSchemaTest, AnEmptySetIsValid) {
     const std::string empty = Path("empty.viqx");
     ASSERT_TRUE(QPropDefTabGroupSet().WriteToFile(CString::FromUtf8(empty)));
-    EXPECT_TRUE(ValidQuestionFile(empty));
+    EXPECT_TRUE(IsValidQuestionFile(empty));
 }
 
 // One change to a valid file, each of which the grammar refuses.
@@ -76,7 +67,7 @@ TEST_F(ViqxSchemaTest, ValuesOutsideTheListsAndUnknownAttributesAreRefused) {
                                          std::regex_constants::format_first_only);
         const std::string path = Path("changed.viqx");
         WriteFileBytes(path, changed);
-        EXPECT_FALSE(ValidQuestionFile(path)) << change.to;
+        EXPECT_FALSE(IsValidQuestionFile(path)) << change.to;
     }
 }
 

@@ -33,6 +33,14 @@ inline QPropDefTabGroup Group(const char* name, std::initializer_list<QPropDefTa
     return group;
 }
 
+// A set holding copies of the groups.
+inline QPropDefTabGroupSet Set(std::initializer_list<QPropDefTabGroup> groups) {
+    QPropDefTabGroupSet set;
+    for (const QPropDefTabGroup& group : groups)
+        set.Add(&group);
+    return set;
+}
+
 // The names of the group's tabs, joined by commas.
 inline std::string TabNames(const QPropDefTabGroup& group) {
     std::string names;

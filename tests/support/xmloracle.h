@@ -4,6 +4,7 @@
 
 #include <cstdio>
 #include <cstdlib>
+#include <gtest/gtest.h>
 #include <optional>
 #include <string>
 #include <sys/wait.h>
@@ -31,6 +32,32 @@ inline std::optional<std::string> CanonicalXml(const std::string& path) {
     if (!WIFEXITED(status) || WEXITSTATUS(status) != 0)
         return std::nullopt;
     return canonical;
+}
+
+// What a command prints on its standard output and standard error, and whether it succeeded.
+inline bool RunCapturing(const std::string& command, std::string& output) {
+    FILE* pipe = popen((command + " 2>&1").c_str(), "r");
+    if (!pipe)
+        return false;
+    char buffer[4096];
+    for (std::size_t n; (n = std::fread(buffer, 1, sizeof buffer, pipe)) > 0;)
+        output.append(buffer, n);
+    const int status = pclose(pipe);
+    return WIFEXITED(status) && WEXITSTATUS(status) == 0;
+}
+
+// Whether xmllint finds a written question file valid against the grammar of question files in
+// schemas/; its complaint when not. Every test that writes a .viqx file checks it so.
+inline ::testing::AssertionResult IsValidQuestionFile(const std::string& path) {
+    if (!HasXmllint())
+        return ::testing::AssertionFailure() << "xmllint is not installed";
+    const std::string schema = std::string(KEEL_TEST_DATA) + "/../../schemas/viqx.rng";
+    std::string output;
+    if (RunCapturing("xmllint --nonet --noout --relaxng " + ShellQuoted(schema) + " " +
+                         ShellQuoted(path),
+                     output))
+        return ::testing::AssertionSuccess();
+    return ::testing::AssertionFailure() << path << " is not a valid question file:\n" << output;
 }
 
 } // namespace keel::test
