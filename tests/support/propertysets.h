@@ -1,7 +1,10 @@
 #pragma once
 
+#include "tests/support/answerdocument.h"
+
 #include "keel/document/appservices.h"
 #include "keel/document/olepropertyset.h"
+#include "keel/formula/namedvalues.h"
 #include "keel/platform/file.h"
 
 #include <cstdint>
@@ -128,6 +131,24 @@ public:
 
 private:
     CString m_user;
+};
+
+// A document whose formulas also reach the values of one named-value source, as a document
+// reaches its summary properties.
+class NamedValuesDocument : public AnswerDocument {
+public:
+    void SetSource(QNamedValues* source) { m_source = source; }
+
+    bool SimpleLookupValueInThis(PropId name, QAnyValue& value, bool&, QCacheState&,
+                                 bool) override {
+        return m_source && m_source->Lookup(value, name.ToString());
+    }
+    bool SimpleSetValueInThis(PropId name, const QAnyValue& value) override {
+        return m_source && m_source->Set(value, name.ToString());
+    }
+
+private:
+    QNamedValues* m_source = nullptr;
 };
 
 } // namespace keel::test
