@@ -72,6 +72,31 @@ unsigned PackedCharacterBits(char16_t ch) {
     return upper & 0x1Fu;
 }
 
+// The kind of value a property of the variant type holds; empty for the types without one.
+QAnyValue::TYPE KindOfVariantType(std::uint32_t type) {
+    switch (type) {
+    case VT_I2:
+    case VT_I4:
+        return QAnyValue::TYPE_INT;
+    case VT_R4:
+    case VT_R8:
+        return QAnyValue::TYPE_DOUBLE;
+    case VT_CY:
+        return QAnyValue::TYPE_MONEY;
+    case VT_DATE:
+    case VT_FILETIME:
+        return QAnyValue::TYPE_DATETIME;
+    case VT_BSTR:
+    case VT_LPSTR:
+    case VT_LPWSTR:
+        return QAnyValue::TYPE_STRING;
+    case VT_BOOL:
+        return QAnyValue::TYPE_BOOL;
+    default:
+        return QAnyValue::TYPE_EMPTY;
+    }
+}
+
 const CPropertySection::NameList c_noNames;
 const CPropertySection::PropertyList c_noProperties;
 
@@ -364,24 +389,31 @@ bool QPropertySet::SetValue(std::uint32_t id, const QAnyValue& value) {
         return false;
     std::uint32_t existing = VT_EMPTY;
     const bool exists = GetType(id, existing);
-    switch (value.Type()) {
+    QAnyValue typed(value);
+    const QAnyValue::TYPE kind = exists ? KindOfVariantType(existing) : QAnyValue::TYPE_EMPTY;
+    if (kind != QAnyValue::TYPE_EMPTY && !value.IsEmpty() && value.Type() != kind) {
+        typed.ChangeType(kind);
+        if (typed.IsErrorOrNA())
+            return false;
+    }
+    switch (typed.Type()) {
     case QAnyValue::TYPE_EMPTY:
         return Set(id, nullptr, VT_EMPTY);
     case QAnyValue::TYPE_BOOL:
-        return SetValueOfType(id, value, VT_BOOL);
+        return SetValueOfType(id, typed, VT_BOOL);
     case QAnyValue::TYPE_INT:
-        return SetValueOfType(id, value, exists && existing == VT_I2 ? VT_I2 : VT_I4);
+        return SetValueOfType(id, typed, existing == VT_I2 ? VT_I2 : VT_I4);
     case QAnyValue::TYPE_DOUBLE:
-        return SetValueOfType(id, value, exists && existing == VT_R4 ? VT_R4 : VT_R8);
+        return SetValueOfType(id, typed, existing == VT_R4 ? VT_R4 : VT_R8);
     case QAnyValue::TYPE_MONEY:
-        return SetValueOfType(id, value, VT_CY);
+        return SetValueOfType(id, typed, VT_CY);
     case QAnyValue::TYPE_DATETIME:
-        return SetValueOfType(id, value, exists && existing == VT_DATE ? VT_DATE : VT_FILETIME);
+        return SetValueOfType(id, typed, existing == VT_DATE ? VT_DATE : VT_FILETIME);
     case QAnyValue::TYPE_STRING:
-        if (exists && existing == VT_LPWSTR)
-            SetWideString(id, value.AsStringOrFormula());
+        if (existing == VT_LPWSTR)
+            SetWideString(id, typed.AsStringOrFormula());
         else
-            SetString(id, value.AsStringOrFormula());
+            SetString(id, typed.AsStringOrFormula());
         return true;
     default:
         return false;

@@ -95,9 +95,11 @@ public:
     // By the variant type: empty, integers, reals, currency as money, dates and file times as
     // dates, strings, booleans. Any other type clears the value and gives false.
     bool GetValue(std::uint32_t id, QAnyValue& value) const;
-    // The reverse, keeping the property's type where it is of the value's kind (a 16-bit
-    // integer that fits, a single, a date, a wide string or a BSTR); new properties take 32-bit
-    // integers, doubles, file times and narrow strings. False for other kinds of value.
+    // The reverse. A value for a property that exists is first converted to the kind the
+    // property holds (false when it cannot be), and the property keeps its type where that can
+    // hold the value (a 16-bit integer that fits, a single, a date, a wide string or a BSTR);
+    // new properties take 32-bit integers, doubles, file times and narrow strings. False for
+    // other kinds of value.
     bool SetValue(std::uint32_t id, const QAnyValue& value);
     // The value's text, empty when there is none.
     CString GetAsString(std::uint32_t id) const;

@@ -1,4 +1,5 @@
 #include "tests/support/propertysets.h"
+#include "tests/support/tempfolder.h"
 
 #include "keel/document/propertyset.h"
 #include "keel/document/summaryinformation.h"
@@ -141,6 +142,22 @@ TEST(PropertySet, SetValueChoosesTheReverseTypeAndReadsBack) {
     EXPECT_FALSE(set.SetValue(c_anyId, QAnyValue(QLength(10.0))));
     std::uint32_t type = 0;
     EXPECT_FALSE(set.GetType(c_anyId, type));
+}
+
+TEST(PropertySet, SetValueConvertsToTheKindOfAnExistingProperty) {
+    Summary summary;
+    ASSERT_TRUE(summary.SetValue(Summary::PID_PAGECOUNT, QAnyValue(u"12")));
+    EXPECT_EQ(summary.GetPageCount(), 12);
+    ASSERT_TRUE(summary.SetValue(Summary::PID_TITLE, QAnyValue(7)));
+    EXPECT_EQ(U8(summary.GetTitle()), "7");
+    summary.SetCreateDate(FILETIME::FromTicks(133486704000000000ull));
+    EXPECT_FALSE(summary.SetValue(Summary::PID_CREATE_DTM, QAnyValue(u"no date")));
+    EXPECT_EQ(summary.GetCreateDate().Ticks(), 133486704000000000ull);
+    for (std::uint32_t id : {Summary::PID_PAGECOUNT, Summary::PID_TITLE, Summary::PID_CREATE_DTM}) {
+        std::uint32_t type = 0;
+        ASSERT_TRUE(summary.GetType(id, type));
+        EXPECT_EQ(type, Summary::TypeOf(id));
+    }
 }
 
 TEST(PropertySet, CurrencyKeepsTenThousandthsOfTheAmount) {
@@ -383,6 +400,27 @@ TEST(SummaryInformation, WeReadWhatLibgsfWrites) {
     EXPECT_EQ(summary.GetPageCount(), 7);
     EXPECT_EQ(summary.GetCreateDate().Ticks(), 116444736000000000ull + 1700000000ull * 10000000);
 }
+
+class SummaryExchange : public test::TempFolderTest,
+                        public testing::WithParamInterface<const char*> {};
+
+TEST_P(SummaryExchange, ExportedPropertiesImportIntoAFreshSet) {
+    Summary from;
+    from.SetTitle(u"Plan");
+    from.SetPageCount(9);
+    from.SetCreateDate(FILETIME::FromTicks(133486704000000000ull));
+    const std::string file = std::string("summary") + GetParam();
+    ASSERT_TRUE(from.ExportData(PathOf(file), false, false, nullptr));
+
+    Summary to;
+    ASSERT_TRUE(to.ImportOrMergeFrom(PathOf(file), false, nullptr));
+    EXPECT_EQ(U8(to.GetTitle()), "Plan");
+    EXPECT_EQ(to.GetPageCount(), 9);
+    EXPECT_EQ(to.GetCreateDate().Ticks(), 133486704000000000ull);
+}
+
+INSTANTIATE_TEST_SUITE_P(Formats, SummaryExchange, testing::Values(".tab", ".xml"),
+                         [](const auto& info) { return std::string(info.param + 1); });
 
 } // namespace
 } // namespace keel
