@@ -1,3 +1,4 @@
+#include "tests/support/environment.h"
 #include "tests/support/propertysets.h"
 #include "tests/support/tempfolder.h"
 
@@ -214,6 +215,39 @@ TEST(SummaryInformation, ReadsTheHandWrittenStreamAndAddsWhatIsMissing) {
     }
     EXPECT_TRUE(summary.GetSubject().IsEmpty());
     EXPECT_EQ(U8(summary.GetCurrentSection()->GetSectionName()), "SummaryInformation");
+
+    // The thumbnail's raw bytes go out and come back as they were.
+    CMemFile written;
+    ASSERT_TRUE(summary.WriteToPropertyStream(written));
+    Summary back;
+    ASSERT_TRUE(ReadInto(back, written.Bytes()));
+    std::uint32_t size = 0;
+    const std::uint8_t* thumbnail = back.Get(Summary::PID_THUMBNAIL, &size);
+    ASSERT_EQ(size, 12u);
+    const StreamBytes expected = {8, 0, 0, 0, 0xFF, 0xFF, 0xFF, 0xFF, 3, 0, 0, 0};
+    EXPECT_EQ(StreamBytes(thumbnail, thumbnail + size), expected);
+}
+
+TEST(SummaryInformation, FailingStreamsGiveFalse) {
+    Summary summary;
+    summary.SetTitle(u"Plan");
+    CMemFile whole;
+    ASSERT_TRUE(summary.WriteToPropertyStream(whole));
+    const std::size_t size = whole.Bytes().size();
+    for (const std::size_t limit : {std::size_t{0}, std::size_t{27}, std::size_t{28},
+                                    std::size_t{48}, std::size_t{100}, size - 1}) {
+        test::FailingMemFile full(limit);
+        EXPECT_FALSE(summary.WriteToPropertyStream(full)) << limit;
+    }
+    test::FailingMemFile enough(size);
+    EXPECT_TRUE(summary.WriteToPropertyStream(enough));
+
+    for (const std::size_t readLimit : {std::size_t{0}, std::size_t{28}, std::size_t{60}}) {
+        test::FailingMemFile broken(SIZE_MAX, whole.Bytes(), readLimit);
+        Summary reader;
+        EXPECT_FALSE(reader.ReadFromPropertyStream(broken)) << readLimit;
+        EXPECT_EQ(reader.GetCount(), 0);
+    }
 }
 
 TEST(SummaryInformation, NamesFollowTheStandardOrder) {
@@ -313,6 +347,9 @@ TEST(SummaryInformation, RevisionCountsUpAndUserComesFromTheApplication) {
     SetAppServices(previous);
     EXPECT_EQ(U8(summary.GetAuthor()), "Zoë Writer");
     EXPECT_EQ(U8(summary.GetLastAuthor()), "Zoë Writer");
+
+    const test::ScopedEnvironment user("USER", "login-name");
+    EXPECT_EQ(U8(QAppServices().CurrentUserName()), "login-name");
 }
 
 TEST(SummaryInformation, FormulasReadAndSetPropertiesByName) {

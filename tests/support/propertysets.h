@@ -8,6 +8,7 @@
 #include "keel/platform/file.h"
 
 #include <cstdint>
+#include <cstdlib>
 #include <fstream>
 #include <gsf/gsf.h>
 #include <map>
@@ -122,6 +123,32 @@ inline StreamBytes WriteWithGsf(const char* title, const char* creator, long lon
     g_object_unref(meta);
     return bytes;
 }
+
+// A memory file that fails as a full disk once it would hold more than `limit` bytes, and as a
+// broken device on any read after `readLimit` bytes were read.
+class FailingMemFile : public CMemFile {
+public:
+    explicit FailingMemFile(std::size_t limit, StreamBytes bytes = {},
+                            std::size_t readLimit = SIZE_MAX)
+        : CMemFile(std::move(bytes)), m_limit(limit), m_readLimit(readLimit) {}
+
+    void Write(const void* buffer, unsigned count) override {
+        if (GetPosition() + count > m_limit)
+            ThrowFileException(CFileException::diskFull);
+        CMemFile::Write(buffer, count);
+    }
+    unsigned Read(void* buffer, unsigned count) override {
+        if (m_read + count > m_readLimit)
+            ThrowFileException(CFileException::hardIO);
+        m_read += count;
+        return CMemFile::Read(buffer, count);
+    }
+
+private:
+    std::size_t m_limit;
+    std::size_t m_readLimit;
+    std::size_t m_read = 0;
+};
 
 // Application services that name the user.
 class NamedUserServices : public QAppServices {
