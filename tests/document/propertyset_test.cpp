@@ -121,14 +121,13 @@ TEST(PropertySet, SetValueChoosesTheReverseTypeAndReadsBack) {
         SCOPED_TRACE(c.what);
         QPropertySet set(u"Custom", nullptr);
         if (c.existing != VT_EMPTY) {
+            // A zero of the type: 2 bytes for I2, 4 for R4, a lone null for a wide string.
+            const std::size_t size = c.existing == VT_I2 || c.existing == VT_LPWSTR ? 2
+                                     : c.existing == VT_R4                          ? 4
+                                                                                    : 8;
             CProperty before;
             before.SetID(c_anyId);
-            before.SetBlock(c.existing,
-                            c.existing == VT_LPWSTR ? StreamBytes{0, 0} : StreamBytes(8, 0));
-            if (c.existing == VT_I2)
-                before.SetBlock(VT_I2, {0, 0});
-            if (c.existing == VT_R4)
-                before.SetBlock(VT_R4, {0, 0, 0, 0});
+            before.SetBlock(c.existing, StreamBytes(size, 0));
             set.GetCurrentSection()->AddProperty(before);
         }
         ASSERT_TRUE(set.SetValue(c_anyId, c.value));
