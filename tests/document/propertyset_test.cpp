@@ -384,6 +384,15 @@ TEST(SummaryInformation, ForEachPropertyGivesEditTimeInMinutes) {
     EXPECT_TRUE(editTime.IsInt());
     EXPECT_EQ(U8(editTime.AsFormulaText()), "125");
     EXPECT_FALSE(summary.ForEachPropertyDo([](const CString&, const QAnyValue&) { return false; }));
+
+    static std::vector<std::string> formulas;
+    formulas.clear();
+    summary.SetCrystalFormulas(nullptr, [](void*, const CString& name, const CString& formula) {
+        formulas.push_back(U8(name) + "=" + U8(formula));
+    });
+    ASSERT_EQ(formulas.size(), 18u);
+    EXPECT_EQ(formulas[0], "title=\"T\"");
+    EXPECT_EQ(formulas[8], "edittime=125");
 }
 
 TEST(SummaryInformation, MergeTakesOrKeepsPropertiesByStrategy) {
@@ -435,6 +444,16 @@ TEST(SummaryInformation, WeReadWhatLibgsfWrites) {
     EXPECT_EQ(U8(summary.GetAuthor()), "Bob");
     EXPECT_EQ(summary.GetPageCount(), 7);
     EXPECT_EQ(summary.GetCreateDate().Ticks(), 116444736000000000ull + 1700000000ull * 10000000);
+
+    // libgsf's document summary stream has the other standard id: the summary set finds no
+    // section there, the document summary set does.
+    const StreamBytes document = test::WriteWithGsf("Report", "Bob", 1700000000, 7, true);
+    EXPECT_FALSE(ReadInto(summary, document));
+    QPropertySet documentSet(u"DocumentSummaryInformation", nullptr);
+    ASSERT_TRUE(ReadInto(documentSet, document));
+    int codePage = 0;
+    EXPECT_TRUE(documentSet.GetInt(c_codePagePropertyId, codePage));
+    EXPECT_EQ(codePage, 1252);
 }
 
 class SummaryExchange : public test::TempFolderTest,

@@ -89,9 +89,10 @@ inline void InsertGsfValue(GsfDocMetaData* meta, const char* name, const GValue&
                              static_cast<GValue*>(g_boxed_copy(G_TYPE_VALUE, &value)));
 }
 
-// A summary stream that libgsf writes with a title, a creator, a creation time and a page count.
+// A summary stream that libgsf writes with a title, a creator, a creation time and a page count;
+// with `document` the document summary stream of the same meta data.
 inline StreamBytes WriteWithGsf(const char* title, const char* creator, long long created,
-                                int pages) {
+                                int pages, bool document = false) {
     GsfDocMetaData* meta = gsf_doc_meta_data_new();
     GValue text = G_VALUE_INIT;
     g_value_init(&text, G_TYPE_STRING);
@@ -114,7 +115,7 @@ inline StreamBytes WriteWithGsf(const char* title, const char* creator, long lon
     gsf_timestamp_free(stamp);
     GsfOutput* output = gsf_output_memory_new();
     StreamBytes bytes;
-    if (gsf_doc_meta_data_write_to_msole(meta, output, FALSE)) {
+    if (gsf_doc_meta_data_write_to_msole(meta, output, document ? TRUE : FALSE)) {
         gsf_output_close(output);
         const guint8* data = gsf_output_memory_get_bytes(GSF_OUTPUT_MEMORY(output));
         bytes.assign(data, data + gsf_output_size(output));
