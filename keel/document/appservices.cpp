@@ -3,6 +3,9 @@
 #include "keel/platform/uiservices.h"
 
 #include <atomic>
+#include <cstdlib>
+#include <pwd.h>
+#include <unistd.h>
 
 namespace keel {
 
@@ -14,6 +17,14 @@ std::atomic<QAppServices*> g_appServices{nullptr};
 
 CString QAppServices::AppName() const {
     return u"Keel";
+}
+
+CString QAppServices::CurrentUserName() const {
+    if (const char* user = std::getenv("USER"); user && *user)
+        return CString::FromUtf8(user);
+    if (const passwd* entry = ::getpwuid(::getuid()))
+        return CString::FromUtf8(entry->pw_name);
+    return CString();
 }
 
 bool QAppServices::IsRunningAutomated() const {

@@ -22,6 +22,8 @@ public:
 
     // The name of the application in messages and the options file.
     virtual CString AppName() const;
+    // The name of the user who is working, for the author of a document: the login name.
+    virtual CString CurrentUserName() const;
     // The version block.
     virtual CString FileVersion() const { return CString(); }
     virtual CString ProductVersion() const { return CString(); }

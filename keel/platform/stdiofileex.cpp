@@ -221,21 +221,7 @@ std::vector<std::uint8_t> CStdioFileEx::Encode(const CString& text) const {
         }
         return bytes;
     }
-    const NarrowPage page = PageKind(m_codePage);
-    const auto filler = static_cast<std::uint8_t>(m_fillerChar);
-    bytes.reserve(static_cast<std::size_t>(text.GetLength()));
-    ForEachCodePoint(text, [&](char32_t codePoint) {
-        if (page == NarrowPage::Utf8) {
-            if (IsSurrogate(codePoint))
-                bytes.push_back(filler);
-            else
-                AppendUtf8(bytes, codePoint);
-            return;
-        }
-        const int byte = EncodeNarrowByte(codePoint, page);
-        bytes.push_back(byte < 0 ? filler : static_cast<std::uint8_t>(byte));
-    });
-    return bytes;
+    return EncodeNarrow(text, m_codePage, m_fillerChar);
 }
 
 CString CStdioFileEx::Decode(const std::uint8_t* bytes, std::size_t count) const {
@@ -253,7 +239,32 @@ CString CStdioFileEx::Decode(const std::uint8_t* bytes, std::size_t count) const
             units.push_back(c_replacementChar);
         return CString(units);
     }
-    const NarrowPage page = PageKind(m_codePage);
+    return DecodeNarrow(bytes, count, m_codePage);
+}
+
+std::vector<std::uint8_t> CStdioFileEx::EncodeNarrow(const CString& text, unsigned codePage,
+                                                     char fillerChar) {
+    std::vector<std::uint8_t> bytes;
+    const NarrowPage page = PageKind(codePage);
+    const auto filler = static_cast<std::uint8_t>(fillerChar);
+    bytes.reserve(static_cast<std::size_t>(text.GetLength()));
+    ForEachCodePoint(text, [&](char32_t codePoint) {
+        if (page == NarrowPage::Utf8) {
+            if (IsSurrogate(codePoint))
+                bytes.push_back(filler);
+            else
+                AppendUtf8(bytes, codePoint);
+            return;
+        }
+        const int byte = EncodeNarrowByte(codePoint, page);
+        bytes.push_back(byte < 0 ? filler : static_cast<std::uint8_t>(byte));
+    });
+    return bytes;
+}
+
+CString CStdioFileEx::DecodeNarrow(const std::uint8_t* bytes, std::size_t count,
+                                   unsigned codePage) {
+    const NarrowPage page = PageKind(codePage);
     if (page == NarrowPage::Utf8)
         return CString::FromUtf8(std::string_view(reinterpret_cast<const char*>(bytes), count));
     std::u16string units(count, u'\0');

@@ -60,6 +60,11 @@ public:
     unsigned long long GetCharCount();
     // Text files on this system are UTF-8 whatever the locale says.
     static unsigned GetCurrentLocaleCodePage() { return c_codePageUtf8; }
+    // Text in a narrow code page of the list above, and back; a character that the page cannot
+    // hold is written as `filler`.
+    static std::vector<std::uint8_t> EncodeNarrow(const CString& text, unsigned codePage,
+                                                  char filler = '?');
+    static CString DecodeNarrow(const std::uint8_t* bytes, std::size_t count, unsigned codePage);
 
     unsigned Read(void* buffer, unsigned count) override;
     void Write(const void* buffer, unsigned count) override;

@@ -1,0 +1,481 @@
+#include "tests/support/environment.h"
+#include "tests/support/propertysets.h"
+#include "tests/support/tempfolder.h"
+
+#include "keel/document/propertyset.h"
+#include "keel/document/summaryinformation.h"
+#include "keel/formula/evaluator.h"
+#include "keel/values/datetime.h"
+#include "keel/values/length.h"
+#include "keel/values/money.h"
+
+#include <functional>
+#include <gtest/gtest.h>
+#include <string>
+#include <vector>
+
+namespace keel {
+namespace {
+
+using Summary = QSummaryInformationPropertySet;
+using test::StreamBytes;
+
+std::string U8(const CString& text) {
+    return text.ToUtf8();
+}
+
+StreamBytes SummaryFixture() {
+    return test::ReadHexFixture(KEEL_TEST_DATA "/document/summary_stream.hex");
+}
+
+bool ReadInto(QPropertySet& set, const StreamBytes& bytes) {
+    CMemFile file(bytes);
+    return set.ReadFromPropertyStream(file);
+}
+
+// Exposes the packing of set names.
+struct PackedNames : QPropertySet {
+    using QPropertySet::NameToGUID;
+};
+
+constexpr std::uint32_t c_anyId = 40;
+
+struct GetValueCase {
+    const char* what;
+    std::function<void(QPropertySet&)> store;
+    bool found;
+    QAnyValue expected;
+};
+
+template <class T>
+std::function<void(QPropertySet&)> Stored(T value, std::uint32_t type) {
+    return [value, type](QPropertySet& set) { ASSERT_TRUE(set.Set(c_anyId, &value, type)); };
+}
+
+std::function<void(QPropertySet&)> StoredText(const char* text, std::uint32_t type) {
+    return [text, type](QPropertySet& set) { ASSERT_TRUE(set.Set(c_anyId, text, type)); };
+}
+
+TEST(PropertySet, GetValueFollowsTheVariantTypeTable) {
+    const GetValueCase cases[] = {
+        {"empty", [](QPropertySet& s) { s.Set(c_anyId, nullptr, VT_EMPTY); }, true, QAnyValue()},
+        {"16-bit int", Stored<std::int16_t>(-2, VT_I2), true, QAnyValue(-2)},
+        {"32-bit int", Stored<std::int32_t>(70000, VT_I4), true, QAnyValue(70000)},
+        {"float", Stored(1.5f, VT_R4), true, QAnyValue(1.5)},
+        {"double", Stored(2.25, VT_R8), true, QAnyValue(2.25)},
+        {"currency in ten-thousandths", Stored<std::int64_t>(123456, VT_CY), true,
+         QAnyValue(QMoney::FromRaw(1235))},
+        {"date", Stored(45293.5, VT_DATE), true, QAnyValue(QDateTime(2024, 1, 2, 12))},
+        {"BSTR", StoredText("b", VT_BSTR), true, QAnyValue(u"b")},
+        {"narrow string", StoredText("x y", VT_LPSTR), true, QAnyValue(u"x y")},
+        {"wide string", [](QPropertySet& s) { ASSERT_TRUE(s.Set(c_anyId, u"Ωide", VT_LPWSTR)); },
+         true, QAnyValue(u"Ωide")},
+        {"bool 1 is true", Stored<std::int16_t>(1, VT_BOOL), true, QAnyValue(true)},
+        {"bool -1 is true", Stored<std::int16_t>(-1, VT_BOOL), true, QAnyValue(true)},
+        {"bool 0 is false", Stored<std::int16_t>(0, VT_BOOL), true, QAnyValue(false)},
+        {"file time", Stored(FILETIME::FromTicks(133486704000000000ull), VT_FILETIME), true,
+         QAnyValue(QDateTime(2024, 1, 2, 12))},
+        {"unknown type",
+         [](QPropertySet& s) {
+             CProperty raw;
+             raw.SetID(c_anyId);
+             raw.SetBlock(71, {1, 2, 3, 4});
+             s.GetCurrentSection()->AddProperty(raw);
+         },
+         false, QAnyValue()},
+        {"missing", [](QPropertySet&) {}, false, QAnyValue()},
+    };
+    for (const GetValueCase& c : cases) {
+        SCOPED_TRACE(c.what);
+        QPropertySet set(u"Custom", nullptr);
+        c.store(set);
+        QAnyValue value(u"stale");
+        EXPECT_EQ(set.GetValue(c_anyId, value), c.found);
+        EXPECT_EQ(value.Type(), c.expected.Type());
+        EXPECT_EQ(U8(value.AsFormulaText()), U8(c.expected.AsFormulaText()));
+    }
+}
+
+TEST(PropertySet, SetValueChoosesTheReverseTypeAndReadsBack) {
+    struct Case {
+        const char* what;
+        QAnyValue value;
+        std::uint32_t existing; // VT_EMPTY: no property before
+        std::uint32_t expectedType;
+    };
+    const Case cases[] = {
+        {"int", QAnyValue(5), VT_EMPTY, VT_I4},
+        {"int keeps 16 bits", QAnyValue(-5), VT_I2, VT_I2},
+        {"int too wide for 16 bits", QAnyValue(70000), VT_I2, VT_I4},
+        {"double", QAnyValue(2.5), VT_EMPTY, VT_R8},
+        {"double keeps single", QAnyValue(2.5), VT_R4, VT_R4},
+        {"money", QAnyValue(QMoney(12.34)), VT_EMPTY, VT_CY},
+        {"date", QAnyValue(QDateTime(2024, 1, 2, 3, 4, 5)), VT_EMPTY, VT_FILETIME},
+        {"date keeps date", QAnyValue(QDateTime(2024, 1, 2, 3, 4, 5)), VT_DATE, VT_DATE},
+        {"string", QAnyValue(u"Zoë"), VT_EMPTY, VT_LPSTR},
+        {"string keeps wide", QAnyValue(u"Ωmega"), VT_LPWSTR, VT_LPWSTR},
+        {"bool", QAnyValue(true), VT_EMPTY, VT_BOOL},
+        {"empty", QAnyValue(), VT_I4, VT_EMPTY},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.what);
+        QPropertySet set(u"Custom", nullptr);
+        if (c.existing != VT_EMPTY) {
+            // A zero of the type: 2 bytes for I2, 4 for R4, a lone null for a wide string.
+            const std::size_t size = c.existing == VT_I2 || c.existing == VT_LPWSTR ? 2
+                                     : c.existing == VT_R4                          ? 4
+                                                                                    : 8;
+            CProperty before;
+            before.SetID(c_anyId);
+            before.SetBlock(c.existing, StreamBytes(size, 0));
+            set.GetCurrentSection()->AddProperty(before);
+        }
+        ASSERT_TRUE(set.SetValue(c_anyId, c.value));
+        std::uint32_t type = 0;
+        ASSERT_TRUE(set.GetType(c_anyId, type));
+        EXPECT_EQ(type, c.expectedType);
+        QAnyValue back;
+        EXPECT_TRUE(set.GetValue(c_anyId, back));
+        EXPECT_EQ(U8(back.AsFormulaText()), U8(c.value.AsFormulaText()));
+    }
+    QPropertySet set(u"Custom", nullptr);
+    EXPECT_FALSE(set.SetValue(c_anyId, QAnyValue(QLength(10.0))));
+    std::uint32_t type = 0;
+    EXPECT_FALSE(set.GetType(c_anyId, type));
+}
+
+TEST(PropertySet, SetValueConvertsToTheKindOfAnExistingProperty) {
+    Summary summary;
+    ASSERT_TRUE(summary.SetValue(Summary::PID_PAGECOUNT, QAnyValue(u"12")));
+    EXPECT_EQ(summary.GetPageCount(), 12);
+    ASSERT_TRUE(summary.SetValue(Summary::PID_TITLE, QAnyValue(7)));
+    EXPECT_EQ(U8(summary.GetTitle()), "7");
+    summary.SetCreateDate(FILETIME::FromTicks(133486704000000000ull));
+    EXPECT_FALSE(summary.SetValue(Summary::PID_CREATE_DTM, QAnyValue(u"no date")));
+    EXPECT_EQ(summary.GetCreateDate().Ticks(), 133486704000000000ull);
+    for (std::uint32_t id : {Summary::PID_PAGECOUNT, Summary::PID_TITLE, Summary::PID_CREATE_DTM}) {
+        std::uint32_t type = 0;
+        ASSERT_TRUE(summary.GetType(id, type));
+        EXPECT_EQ(type, Summary::TypeOf(id));
+    }
+}
+
+TEST(PropertySet, CurrencyKeepsTenThousandthsOfTheAmount) {
+    QPropertySet set(u"Custom", nullptr);
+    ASSERT_TRUE(set.SetValue(c_anyId, QAnyValue(QMoney(12.34))));
+    const StreamBytes expected = {0x08, 0xE2, 0x01, 0, 0, 0, 0, 0}; // 123400
+    std::uint32_t size = 0;
+    const std::uint8_t* block = set.Get(c_anyId, &size);
+    ASSERT_EQ(size, 8u);
+    EXPECT_EQ(StreamBytes(block, block + size), expected);
+}
+
+TEST(PropertySet, NameToGUIDKnowsTheSummarySetsAndPacksOtherNames) {
+    EXPECT_EQ(PackedNames::NameToGUID(u"SummaryInformation"), FMTID_SummaryInformation);
+    EXPECT_EQ(PackedNames::NameToGUID(u"DocumentSummaryInformation"), FMTID_DocSummaryInformation);
+    // "ab": a is 0 in bits 0-4, b is 1 in bits 5-9, so the first byte is 0x20.
+    const GUID ab = PackedNames::NameToGUID(u"ab");
+    EXPECT_EQ(U8(ab.ToString()), "{00000020-0000-0000-0000-000000000000}");
+    EXPECT_EQ(PackedNames::NameToGUID(u"AB"), ab);
+    // "z5": z is 25, 5 is 31: 11001 then 11111, bits 0-9, bytes 0xF9 0x03.
+    EXPECT_EQ(U8(PackedNames::NameToGUID(u"z5").ToString()),
+              "{000003F9-0000-0000-0000-000000000000}");
+    // Twenty-six fives fill all 128 bits; characters past them count for nothing.
+    const CString fives(u'5', 26);
+    EXPECT_EQ(U8(PackedNames::NameToGUID(fives).ToString()),
+              "{FFFFFFFF-FFFF-FFFF-FFFF-FFFFFFFFFFFF}");
+    EXPECT_EQ(PackedNames::NameToGUID(fives + u"abc"), PackedNames::NameToGUID(fives));
+    QPropertySet custom(u"ab", nullptr);
+    EXPECT_EQ(custom.GetFormatID(), ab);
+    EXPECT_EQ(custom.GetStreamName(), CString(u"\x05"
+                                              u"ab"));
+}
+
+TEST(SummaryInformation, ReadsTheHandWrittenStreamAndAddsWhatIsMissing) {
+    Summary summary;
+    ASSERT_TRUE(ReadInto(summary, SummaryFixture()));
+    EXPECT_EQ(U8(summary.GetTitle()), "Plan");
+    EXPECT_EQ(U8(summary.GetAuthor()), "Zoë");
+    EXPECT_EQ(summary.GetEditTime().Ticks(), 90ull * 60 * c_fileTimeTicksPerSecond);
+    EXPECT_EQ(summary.GetPageCount(), 12);
+    QAnyValue created;
+    ASSERT_TRUE(summary.GetValue(Summary::PID_CREATE_DTM, created));
+    EXPECT_EQ(created.MakeDateTime(), QDateTime(2024, 1, 2, 3, 4, 5));
+    std::uint32_t type = 0;
+    ASSERT_TRUE(summary.GetType(Summary::PID_THUMBNAIL, type));
+    EXPECT_EQ(type, 71u);
+    for (std::uint32_t id = Summary::c_firstId; id <= Summary::c_lastId; ++id) {
+        SCOPED_TRACE(id);
+        EXPECT_EQ(summary.GetName(id), Summary::NameOf(id));
+        ASSERT_TRUE(summary.GetType(id, type));
+        if (id != Summary::PID_THUMBNAIL) {
+            EXPECT_EQ(type, Summary::TypeOf(id));
+        }
+    }
+    EXPECT_TRUE(summary.GetSubject().IsEmpty());
+    EXPECT_EQ(U8(summary.GetCurrentSection()->GetSectionName()), "SummaryInformation");
+
+    // The thumbnail's raw bytes go out and come back as they were.
+    CMemFile written;
+    ASSERT_TRUE(summary.WriteToPropertyStream(written));
+    Summary back;
+    ASSERT_TRUE(ReadInto(back, written.Bytes()));
+    std::uint32_t size = 0;
+    const std::uint8_t* thumbnail = back.Get(Summary::PID_THUMBNAIL, &size);
+    ASSERT_EQ(size, 12u);
+    const StreamBytes expected = {8, 0, 0, 0, 0xFF, 0xFF, 0xFF, 0xFF, 3, 0, 0, 0};
+    EXPECT_EQ(StreamBytes(thumbnail, thumbnail + size), expected);
+}
+
+TEST(SummaryInformation, FailingStreamsGiveFalse) {
+    Summary summary;
+    summary.SetTitle(u"Plan");
+    CMemFile whole;
+    ASSERT_TRUE(summary.WriteToPropertyStream(whole));
+    const std::size_t size = whole.Bytes().size();
+    for (const std::size_t limit : {std::size_t{0}, std::size_t{27}, std::size_t{28},
+                                    std::size_t{48}, std::size_t{100}, size - 1}) {
+        test::FailingMemFile full(limit);
+        EXPECT_FALSE(summary.WriteToPropertyStream(full)) << limit;
+    }
+    test::FailingMemFile enough(size);
+    EXPECT_TRUE(summary.WriteToPropertyStream(enough));
+
+    for (const std::size_t readLimit : {std::size_t{0}, std::size_t{28}, std::size_t{60}}) {
+        test::FailingMemFile broken(SIZE_MAX, whole.Bytes(), readLimit);
+        Summary reader;
+        EXPECT_FALSE(reader.ReadFromPropertyStream(broken)) << readLimit;
+        EXPECT_EQ(reader.GetCount(), 0);
+    }
+}
+
+TEST(SummaryInformation, NamesFollowTheStandardOrder) {
+    const char* names[] = {"title",      "subject",      "author",    "keywords",  "comments",
+                           "template",   "lastauthor",   "revnumber", "edittime",  "lastprinted",
+                           "create_dtm", "lastsave_dtm", "pagecount", "wordcount", "charcount",
+                           "thumbnail",  "appname",      "security"};
+    Summary summary;
+    ASSERT_EQ(summary.Dictionary().size(), std::size(names));
+    for (std::size_t index = 0; index < std::size(names); ++index) {
+        EXPECT_EQ(summary.Dictionary()[index].first, index + 2);
+        EXPECT_EQ(U8(summary.Dictionary()[index].second), names[index]);
+    }
+}
+
+TEST(SummaryInformation, StreamWithoutItsSectionEmptiesTheSet) {
+    QPropertySet other(u"Other", nullptr);
+    other.SetName(2, u"x");
+    other.SetInt(2, 1);
+    CMemFile file;
+    ASSERT_TRUE(other.WriteToPropertyStream(file));
+
+    Summary summary;
+    summary.SetTitle(u"kept?");
+    EXPECT_FALSE(ReadInto(summary, file.Bytes()));
+    EXPECT_EQ(summary.GetCount(), 0);
+    EXPECT_EQ(summary.GetCurrentSection(), nullptr);
+    QAnyValue value(u"stale");
+    EXPECT_FALSE(summary.GetValue(Summary::PID_TITLE, value));
+    EXPECT_TRUE(value.IsEmpty());
+    EXPECT_FALSE(summary.Lookup(value, u"title"));
+    summary.SetTitle(u"nowhere");
+    EXPECT_TRUE(summary.GetTitle().IsEmpty());
+
+    summary.Reset();
+    summary.SetTitle(u"again");
+    EXPECT_EQ(U8(summary.GetTitle()), "again");
+}
+
+TEST(SummaryInformation, WriteAndReadBackKeepsEveryValueAndEveryByte) {
+    Summary summary;
+    summary.SetTitle(u"Café plans");
+    summary.SetAuthor(u"Ann");
+    summary.SetWordCount(321);
+    summary.SetCreateDate(FILETIME::FromTicks(133486704000000000ull));
+    CMemFile file;
+    ASSERT_TRUE(summary.WriteToPropertyStream(file));
+
+    Summary back;
+    ASSERT_TRUE(ReadInto(back, file.Bytes()));
+    EXPECT_EQ(U8(back.GetTitle()), "Café plans");
+    EXPECT_EQ(back.GetWordCount(), 321);
+    EXPECT_EQ(back.GetCreateDate().Ticks(), 133486704000000000ull);
+    CMemFile again;
+    ASSERT_TRUE(back.WriteToPropertyStream(again));
+    EXPECT_EQ(again.Bytes(), file.Bytes());
+}
+
+TEST(SummaryInformation, EditTimeAddsElapsedStepsAndWritesOncePerTick) {
+    test::AnswerDocument document;
+    Summary summary(&document);
+    std::uint64_t now = 1'000'000'000;
+    summary.SetClock([&now] { return FILETIME::FromTicks(now); });
+    summary.SetEditTime(FILETIME::FromTicks(0xFFFFFFF0ull));
+    summary.StartEditTimeCount();
+
+    now += 0x20;
+    const int changesBefore = document.m_changes;
+    EXPECT_TRUE(summary.AddCountToEditTime());
+    // The low half overflows into the high one.
+    EXPECT_EQ(summary.GetEditTime().dwHighDateTime, 1u);
+    EXPECT_EQ(summary.GetEditTime().dwLowDateTime, 0x10u);
+    EXPECT_EQ(document.m_changes, changesBefore + 1);
+
+    EXPECT_TRUE(summary.AddCountToEditTime());
+    EXPECT_EQ(summary.GetEditTime().Ticks(), 0x100000010ull);
+    EXPECT_EQ(document.m_changes, changesBefore + 1);
+
+    now += 3 * 60 * c_fileTimeTicksPerSecond;
+    EXPECT_TRUE(summary.AddCountToEditTime());
+    EXPECT_EQ(summary.GetEditTime().Ticks(), 0x100000010ull + 3 * 60 * c_fileTimeTicksPerSecond);
+    EXPECT_EQ(document.m_changes, changesBefore + 2);
+}
+
+TEST(SummaryInformation, RevisionCountsUpAndUserComesFromTheApplication) {
+    Summary summary;
+    summary.IncrRevNumber();
+    EXPECT_EQ(U8(summary.GetRevNumber()), "1");
+    summary.SetRevNumber(u"41");
+    summary.IncrRevNumber();
+    EXPECT_EQ(U8(summary.GetRevNumber()), "42");
+
+    test::NamedUserServices services(u"Zoë Writer");
+    QAppServices* previous = SetAppServices(&services);
+    summary.SetUserAsAuthor();
+    summary.SetUserAsLastAuthor();
+    SetAppServices(previous);
+    EXPECT_EQ(U8(summary.GetAuthor()), "Zoë Writer");
+    EXPECT_EQ(U8(summary.GetLastAuthor()), "Zoë Writer");
+
+    const test::ScopedEnvironment user("USER", "login-name");
+    EXPECT_EQ(U8(QAppServices().CurrentUserName()), "login-name");
+}
+
+TEST(SummaryInformation, FormulasReadAndSetPropertiesByName) {
+    test::NamedValuesDocument document;
+    Summary summary(&document);
+    document.SetSource(&summary);
+    summary.SetTitle(u"Plan");
+    summary.SetPageCount(4);
+    EXPECT_EQ(U8(QEvaluator::EvaluateFormulaAsString(FormulaText("title & \" of \" & pagecount"),
+                                                     &document, false, false, false)),
+              "Plan of 4");
+    EXPECT_TRUE(summary.Set(QAnyValue(u"Ann"), u"AUTHOR"));
+    EXPECT_EQ(U8(summary.GetAuthor()), "Ann");
+    EXPECT_FALSE(summary.Set(QAnyValue(1), u"nosuchname"));
+    std::uint32_t id = 0;
+    EXPECT_FALSE(summary.GetID(u"nosuchname", id));
+}
+
+TEST(SummaryInformation, ForEachPropertyGivesEditTimeInMinutes) {
+    Summary summary;
+    summary.SetEditTime(FILETIME::FromTicks(125 * 60 * c_fileTimeTicksPerSecond + 59));
+    summary.SetTitle(u"T");
+    std::vector<std::string> seen;
+    QAnyValue editTime;
+    EXPECT_TRUE(summary.ForEachPropertyDo([&](const CString& name, const QAnyValue& value) {
+        seen.push_back(U8(name));
+        if (name == u"edittime")
+            editTime = value;
+        return true;
+    }));
+    EXPECT_EQ(seen.size(), 18u);
+    EXPECT_EQ(seen.front(), "title");
+    EXPECT_TRUE(editTime.IsInt());
+    EXPECT_EQ(U8(editTime.AsFormulaText()), "125");
+    EXPECT_FALSE(summary.ForEachPropertyDo([](const CString&, const QAnyValue&) { return false; }));
+
+    static std::vector<std::string> formulas;
+    formulas.clear();
+    summary.SetCrystalFormulas(nullptr, [](void*, const CString& name, const CString& formula) {
+        formulas.push_back(U8(name) + "=" + U8(formula));
+    });
+    ASSERT_EQ(formulas.size(), 18u);
+    EXPECT_EQ(formulas[0], "title=\"T\"");
+    EXPECT_EQ(formulas[8], "edittime=125");
+}
+
+TEST(SummaryInformation, MergeTakesOrKeepsPropertiesByStrategy) {
+    Summary source;
+    source.SetTitle(u"From source");
+    source.SetName(30, u"client");
+    source.SetString(30, u"Acme");
+    Summary keeping;
+    keeping.SetTitle(u"Mine");
+    keeping.Merge(source, MERGE_KEEP_EXISTING);
+    EXPECT_EQ(U8(keeping.GetTitle()), "Mine");
+    EXPECT_EQ(U8(keeping.GetString(30)), "Acme");
+    EXPECT_EQ(U8(keeping.GetName(30)), "client");
+
+    Summary overwriting;
+    overwriting.SetTitle(u"Mine");
+    overwriting.Merge(source, MERGE_OVERWRITE);
+    EXPECT_EQ(U8(overwriting.GetTitle()), "From source");
+}
+
+TEST(SummaryInformation, LibgsfReadsWhatWeWrite) {
+    Summary summary;
+    summary.SetTitle(u"Café plans");
+    summary.SetAuthor(u"Ann");
+    summary.SetPageCount(3);
+    summary.SetCreateDate(FILETIME::FromTicks(133486704000000000ull));
+    summary.SetEditTime(FILETIME::FromTicks(90ull * 60 * c_fileTimeTicksPerSecond));
+    CMemFile file;
+    ASSERT_TRUE(summary.WriteToPropertyStream(file));
+
+    const test::GsfSummary read = test::ReadWithGsf(file.Bytes());
+    ASSERT_TRUE(read.read);
+    // Our dictionary names every summary property, and libgsf then reports those names.
+    EXPECT_EQ(read.texts.at("title"), "Café plans");
+    EXPECT_EQ(read.texts.at("author"), "Ann");
+    EXPECT_EQ(read.integers.at("pagecount"), 3);
+    EXPECT_EQ(read.times.at("create_dtm"), 1704196800); // 2024-01-02 12:00 UTC
+    // libgsf reads every file time as a point in time, the edit time too; the span shows as the
+    // difference from a zero file time, which the last printed date still is.
+    EXPECT_EQ(read.times.at("edittime") - read.times.at("lastprinted"), 90 * 60);
+}
+
+TEST(SummaryInformation, WeReadWhatLibgsfWrites) {
+    const StreamBytes bytes = test::WriteWithGsf("Report", "Bob", 1700000000, 7);
+    ASSERT_FALSE(bytes.empty());
+    Summary summary;
+    ASSERT_TRUE(ReadInto(summary, bytes));
+    EXPECT_EQ(U8(summary.GetTitle()), "Report");
+    EXPECT_EQ(U8(summary.GetAuthor()), "Bob");
+    EXPECT_EQ(summary.GetPageCount(), 7);
+    EXPECT_EQ(summary.GetCreateDate().Ticks(), 116444736000000000ull + 1700000000ull * 10000000);
+
+    // libgsf's document summary stream has the other standard id: the summary set finds no
+    // section there, the document summary set does.
+    const StreamBytes document = test::WriteWithGsf("Report", "Bob", 1700000000, 7, true);
+    EXPECT_FALSE(ReadInto(summary, document));
+    QPropertySet documentSet(u"DocumentSummaryInformation", nullptr);
+    ASSERT_TRUE(ReadInto(documentSet, document));
+    int codePage = 0;
+    EXPECT_TRUE(documentSet.GetInt(c_codePagePropertyId, codePage));
+    EXPECT_EQ(codePage, 1252);
+}
+
+class SummaryExchange : public test::TempFolderTest,
+                        public testing::WithParamInterface<const char*> {};
+
+TEST_P(SummaryExchange, ExportedPropertiesImportIntoAFreshSet) {
+    Summary from;
+    from.SetTitle(u"Plan");
+    from.SetPageCount(9);
+    from.SetCreateDate(FILETIME::FromTicks(133486704000000000ull));
+    const std::string file = std::string("summary") + GetParam();
+    ASSERT_TRUE(from.ExportData(PathOf(file), false, false, nullptr));
+
+    Summary to;
+    ASSERT_TRUE(to.ImportOrMergeFrom(PathOf(file), false, nullptr));
+    EXPECT_EQ(U8(to.GetTitle()), "Plan");
+    EXPECT_EQ(to.GetPageCount(), 9);
+    EXPECT_EQ(to.GetCreateDate().Ticks(), 133486704000000000ull);
+}
+
+INSTANTIATE_TEST_SUITE_P(Formats, SummaryExchange, testing::Values(".tab", ".xml"),
+                         [](const auto& info) { return std::string(info.param + 1); });
+
+} // namespace
+} // namespace keel
