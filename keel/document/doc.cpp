@@ -304,7 +304,7 @@ void QDoc::ReportSaveLoadException(const CString& /*name*/, const std::exception
     QMessageBoxOrLog(text, Translated(u"Error"), true);
 }
 
-void QMessageBoxOrLog_LimitDoubleFailed(CArchive& archive, const CString& what) {
+void ReportLimitDoubleFailed(CArchive& archive, const CString& what) {
     const CString path = archive.GetFileName();
     const int version = QSchema::Version(archive);
     CString text;

@@ -159,7 +159,8 @@ private:
 // Reports a numeric field of an item that failed its range check while `archive` read or wrote
 // it, under the heading "Corruption": as a file from a newer release when the archive's schema is
 // newer than this release writes, and otherwise as a bad `what` in the file. The value is not
-// refused by this.
-void QMessageBoxOrLog_LimitDoubleFailed(CArchive& archive, const CString& what);
+// refused by this. The application object installs it as the reporter that the quantities'
+// QMessageBoxOrLog_LimitDoubleFailed calls.
+void ReportLimitDoubleFailed(CArchive& archive, const CString& what);
 
 } // namespace keel

@@ -24,15 +24,8 @@ using test::TestNote;
 using test::TestShape;
 using test::WideString;
 
-Bytes Ascii(const std::string& text) {
-    return Bytes(text.begin(), text.end());
-}
-
-// The record of a class met for the first time: the new-class tag, schema, name length, name.
 Bytes NewClass(std::uint16_t schema, const std::string& name) {
-    return Concat({{0xFF, 0xFF, static_cast<std::uint8_t>(schema), 0x00,
-                    static_cast<std::uint8_t>(name.size()), 0x00},
-                   Ascii(name)});
+    return test::NewClassRecord(schema, name);
 }
 
 // The cause of the archive failure that `operation` raises; -1 when it raises none.

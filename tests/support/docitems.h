@@ -9,7 +9,7 @@
 
 namespace keel::test {
 
-// Document items of three test classes, registered for the whole program by static objects.
+// Document items of four test classes, registered for the whole program by static objects.
 //
 // A note holds a text and is blank when the text is empty; its schema is 1 and no other is read.
 class TestNote : public CDocItem {
@@ -84,6 +84,18 @@ public:
     std::vector<std::unique_ptr<CDocItem>> m_children;
 };
 
+// An item that cannot be stored: writing it fails as a full disk would.
+class TestBroken : public CDocItem {
+public:
+    static const CRuntimeClass c_runtimeClass;
+
+    const CRuntimeClass* GetRuntimeClass() const override { return &c_runtimeClass; }
+    void Serialize(CArchive& archive) override {
+        if (archive.IsStoring())
+            throw CFileException(CFileException::diskFull, -1, u"broken.doc");
+    }
+};
+
 inline const CRuntimeClass TestNote::c_runtimeClass{"TestNote", 1, &CRuntimeClass::Make<TestNote>,
                                                     &CDocItem::c_runtimeClass};
 inline const CRuntimeClass TestShape::c_runtimeClass{"TestShape", VERSIONABLE_SCHEMA | 3,
@@ -91,6 +103,9 @@ inline const CRuntimeClass TestShape::c_runtimeClass{"TestShape", VERSIONABLE_SC
                                                      &CDocItem::c_runtimeClass};
 inline const CRuntimeClass TestGroup::c_runtimeClass{
     "TestGroup", 1, &CRuntimeClass::Make<TestGroup>, &CDocItem::c_runtimeClass};
+
+inline const CRuntimeClass TestBroken::c_runtimeClass{
+    "TestBroken", 1, &CRuntimeClass::Make<TestBroken>, &CDocItem::c_runtimeClass};
 
 inline const CClassRegistration c_testNoteRegistration(TestNote::c_runtimeClass);
 inline const CClassRegistration c_testShapeRegistration(TestShape::c_runtimeClass);
