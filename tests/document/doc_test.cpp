@@ -210,6 +210,8 @@ TEST_P(DocVersionTest, OpensOrIsRefusedWithItsMessage) {
                                                       NewClass(1, "TestNote"), WideString(u"a")}));
     EXPECT_EQ(m_document.VersionLoaded(), version.version);
     EXPECT_EQ(m_services.events, version.progress);
+    EXPECT_EQ(m_host.waitCursorsShown, 1);
+    EXPECT_EQ(m_host.waitCursorsHidden, 1);
     if (version.refusal.empty()) {
         EXPECT_EQ(cause, -1);
         EXPECT_EQ(m_document.GetItemCount(), 1);
