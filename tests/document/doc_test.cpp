@@ -527,15 +527,5 @@ TEST_F(DocTest, TheActiveDocumentIsForgottenWhenItCloses) {
     EXPECT_EQ(QDoc::TheActiveDocument(), nullptr);
 }
 
-TEST_F(DocTest, ItemsAreHandedBackOnlyFromTheirOwnDocument) {
-    CDocItem* note = m_document.AddItem(std::make_unique<TestNote>(u"a"));
-    TestNote stranger;
-    EXPECT_EQ(m_document.RemoveItem(&stranger), nullptr);
-    EXPECT_EQ(m_document.GetItemCount(), 1);
-    EXPECT_EQ(m_document.RemoveItem(note).get(), note);
-    EXPECT_EQ(m_document.GetItemCount(), 0);
-    EXPECT_THROW(m_document.AddItem(nullptr), InvalidArgumentException);
-}
-
 } // namespace
 } // namespace keel
