@@ -1,5 +1,6 @@
 #include "keel/document/winapp.h"
 
+#include "keel/document/doc.h"
 #include "keel/document/errorlog.h"
 #include "keel/document/translate.h"
 #include "keel/document/usertrace.h"
@@ -197,6 +198,7 @@ QWinApp::QWinApp() {
         SetEvaluatorFactory(this);
         QEvaluator::InstallAsFormulaHook();
         QLookupTableSource::Install();
+        SetLimitDoubleFailedReporter(&ReportLimitDoubleFailed);
     }
     CRegistry::SetApplicationNameSource(&RunningAppName);
 }

@@ -1,5 +1,7 @@
 #include "keel/platform/archive.h"
 
+#include "keel/platform/object.h"
+
 #include <algorithm>
 #include <bit>
 #include <climits>
@@ -14,6 +16,12 @@ constexpr std::uint8_t kLengthEscape8 = 0xFF;
 constexpr std::uint16_t kWideMarker = 0xFFFE;
 constexpr std::uint16_t kLengthEscape16 = 0xFFFF;
 constexpr std::uint32_t kLengthEscape32 = 0xFFFFFFFF;
+
+constexpr std::uint16_t kNullTag = 0;
+constexpr std::uint16_t kNewClassTag = 0xFFFF;
+constexpr std::uint16_t kClassTag = 0x8000;
+constexpr std::uint16_t kBigObjectTag = 0x7FFF;
+constexpr std::uint32_t kBigClassTag = 0x80000000;
 
 // A claimed length is only trusted as far as the bytes that actually arrive, so a corrupt
 // length costs at most one chunk of memory before the end of the stream is found.
@@ -323,6 +331,143 @@ CArchive& CArchive::operator>>(CString& value) {
         Fail(CArchiveException::genericException);
     value = wide ? ReadWideCharacters(length) : ReadNarrowCharacters(length);
     return *this;
+}
+
+void CArchive::WriteObject(const CObject* object) {
+    if (object == nullptr) {
+        WriteLittleEndian(kNullTag);
+        return;
+    }
+    const auto found = m_storeMap.find(object);
+    if (found != m_storeMap.end()) {
+        WriteIndexTag(found->second, 0, 0);
+        return;
+    }
+    WriteClass(object->GetRuntimeClass());
+    m_storeMap[object] = NextMapIndex();
+    // Storing leaves the object as it was; Serialize serves both directions and so is not const.
+    const_cast<CObject*>(object)->Serialize(*this);
+}
+
+CObject* CArchive::ReadObject(const CRuntimeClass* requested) {
+    return ReadObjectOf(ReadClass(requested));
+}
+
+std::unique_ptr<CObject> CArchive::ReadNewObject(const CRuntimeClass* requested) {
+    const ClassRecord record = ReadClass(requested);
+    if (record.runtimeClass == nullptr && record.objectIndex != 0)
+        Fail(CArchiveException::badIndex);
+    return std::unique_ptr<CObject>(ReadObjectOf(record));
+}
+
+void CArchive::WriteIndexTag(std::uint32_t index, std::uint32_t bigFlag, std::uint16_t smallFlag) {
+    if (index < kBigObjectTag) {
+        WriteLittleEndian(static_cast<std::uint16_t>(smallFlag | index));
+        return;
+    }
+    WriteLittleEndian(kBigObjectTag);
+    WriteLittleEndian(bigFlag | index);
+}
+
+void CArchive::WriteClass(const CRuntimeClass* runtimeClass) {
+    const auto found = m_storeMap.find(runtimeClass);
+    if (found != m_storeMap.end()) {
+        WriteIndexTag(found->second, kBigClassTag, kClassTag);
+        return;
+    }
+    const std::string_view name = runtimeClass->Name();
+    if (name.empty() || name.size() > CRuntimeClass::c_maxNameLength)
+        ThrowInvalidArgument("CArchive::WriteObject: class name length");
+    WriteLittleEndian(kNewClassTag);
+    WriteLittleEndian(static_cast<std::uint16_t>(runtimeClass->StoredSchema()));
+    WriteLittleEndian(static_cast<std::uint16_t>(name.size()));
+    Write(name.data(), static_cast<unsigned>(name.size()));
+    m_storeMap[runtimeClass] = NextMapIndex();
+}
+
+CArchive::ClassRecord CArchive::ReadClass(const CRuntimeClass* requested) {
+    const auto tag = ReadLittleEndian<std::uint16_t>();
+    ClassRecord record;
+    if (tag == kNewClassTag) {
+        record.runtimeClass = ReadNewClass(record.schema);
+    } else {
+        const std::uint32_t fullTag =
+            tag == kBigObjectTag
+                ? ReadLittleEndian<std::uint32_t>()
+                : (static_cast<std::uint32_t>(tag & kClassTag) << 16) | (tag & ~kClassTag & 0xFFFF);
+        const std::uint32_t index = fullTag & ~kBigClassTag;
+        if ((fullTag & kBigClassTag) == 0) {
+            if (index >= m_loadArray.size() || m_loadArray[index].isClass)
+                Fail(CArchiveException::badIndex);
+            const CObject* object = m_loadArray[index].object;
+            if (requested != nullptr && object != nullptr && !object->IsKindOf(requested))
+                Fail(CArchiveException::badClass);
+            record.objectIndex = index;
+            return record;
+        }
+        if (index == 0 || index >= m_loadArray.size() || !m_loadArray[index].isClass)
+            Fail(CArchiveException::badIndex);
+        record.runtimeClass = m_loadArray[index].runtimeClass;
+        record.schema = m_loadArray[index].schema;
+    }
+    if (requested != nullptr && !record.runtimeClass->IsDerivedFrom(requested))
+        Fail(CArchiveException::badClass);
+    return record;
+}
+
+const CRuntimeClass* CArchive::ReadNewClass(unsigned& schema) {
+    schema = ReadLittleEndian<std::uint16_t>();
+    const auto length = ReadLittleEndian<std::uint16_t>();
+    if (length == 0 || length > CRuntimeClass::c_maxNameLength)
+        Fail(CArchiveException::badClass);
+    char name[CRuntimeClass::c_maxNameLength];
+    ReadExactly(name, length);
+    const CRuntimeClass* runtimeClass = CRuntimeClass::FromName(std::string_view(name, length));
+    if (runtimeClass == nullptr)
+        Fail(CArchiveException::badClass);
+    if (!runtimeClass->AcceptsSchema(schema))
+        Fail(CArchiveException::badSchema);
+    NextMapIndex();
+    m_loadArray.push_back({runtimeClass, nullptr, schema, true});
+    return runtimeClass;
+}
+
+CObject* CArchive::ReadObjectOf(const ClassRecord& record) {
+    if (record.runtimeClass == nullptr)
+        return m_loadArray[record.objectIndex].object;
+    if (m_objectDepth >= c_maxObjectDepth)
+        Fail(CArchiveException::genericException);
+    std::unique_ptr<CObject> object(record.runtimeClass->CreateObject());
+    if (object == nullptr)
+        Fail(CArchiveException::badClass);
+    const std::size_t index = NextMapIndex();
+    m_loadArray.push_back({record.runtimeClass, object.get(), record.schema, false});
+
+    // Restores the archive whichever way Serialize ends; on a failure the entry forgets the
+    // object, which is deleted with `object`.
+    struct Nesting {
+        CArchive& archive;
+        unsigned savedSchema;
+        std::size_t index;
+        bool done = false;
+        ~Nesting() {
+            --archive.m_objectDepth;
+            archive.m_nObjectSchema = savedSchema;
+            if (!done)
+                archive.m_loadArray[index].object = nullptr;
+        }
+    } nesting{*this, m_nObjectSchema, index};
+    ++m_objectDepth;
+    m_nObjectSchema = record.schema;
+    object->Serialize(*this);
+    nesting.done = true;
+    return object.release();
+}
+
+std::uint32_t CArchive::NextMapIndex() {
+    if (m_nMapCount >= c_maxMapCount)
+        Fail(CArchiveException::badIndex);
+    return m_nMapCount++;
 }
 
 unsigned CArchive::GetObjectSchema() {

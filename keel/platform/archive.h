@@ -5,10 +5,15 @@
 #include "keel/platform/file.h"
 
 #include <cstdint>
+#include <memory>
 #include <type_traits>
+#include <unordered_map>
 #include <vector>
 
 namespace keel {
+
+class CObject;
+struct CRuntimeClass;
 
 // A failure while reading or writing an archive: the cause and the archive's file name.
 class CArchiveException : public CException {
@@ -116,6 +121,37 @@ public:
     // Accepts the wide form and the narrow one (1 byte a character, read as Windows-1252).
     CArchive& operator>>(CString& value);
 
+    // Objects with their class. Each is written as a tag of 16 bits: 0 for null; 0xFFFF for a
+    // class not written before, followed by its schema (16 bits), its name's length (16 bits) and
+    // the name's bytes, and then the object; 0x8000 | n for the class of index n, followed by the
+    // object; n alone for the object of index n written before. Every new class and every new
+    // object takes the next index, from 1 on. An index past 0x7FFE is written as the tag 0x7FFF
+    // and 32 bits: the index for an object, 0x80000000 | the index for a class.
+    void WriteObject(const CObject* object);
+    // Reads what WriteObject wrote: nullptr, an object read before (still owned where it was
+    // owned), or a new one, made by its registered class, which the caller owns. While the new
+    // object reads itself, the object schema is the schema stored for its class. An unknown
+    // class name fails with badClass, as does a class that is not `requested` or derived from
+    // it; an index not read yet with badIndex; a stored schema that the class does not accept
+    // with badSchema. A new object whose Serialize fails is deleted before the failure goes on.
+    CObject* ReadObject(const CRuntimeClass* requested = nullptr);
+    // The same for a reader that takes the object over: only null or a new object will do, and a
+    // reference to one read before fails with badIndex.
+    std::unique_ptr<CObject> ReadNewObject(const CRuntimeClass* requested = nullptr);
+    CArchive& operator<<(const CObject* object) {
+        WriteObject(object);
+        return *this;
+    }
+    CArchive& operator>>(CObject*& object) {
+        object = ReadObject();
+        return *this;
+    }
+
+    // Objects inside objects are read this deep at most; deeper is a corrupt stream.
+    static constexpr int c_maxObjectDepth = 200;
+    // Classes and objects beyond this many in one archive fail with badIndex.
+    static constexpr std::uint32_t c_maxMapCount = 0x3FFFFFFE;
+
     // The version of the object being loaded. Reading it consumes it: a second call gives
     // noSchema, so a nested object never takes its parent's version for its own.
     unsigned GetObjectSchema();
@@ -167,8 +203,33 @@ private:
     CString ReadWideCharacters(std::uint64_t length);
     CString ReadNarrowCharacters(std::uint64_t length);
 
+    // One class or object read, at its index; entry 0 stands for null.
+    struct LoadedEntry {
+        const CRuntimeClass* runtimeClass = nullptr;
+        CObject* object = nullptr;
+        unsigned schema = 0;
+        bool isClass = false;
+    };
+    struct ClassRecord {
+        const CRuntimeClass* runtimeClass = nullptr;
+        unsigned schema = 0;
+        // The index of an object written before, when the tag referred to one.
+        std::uint32_t objectIndex = 0;
+    };
+
+    void WriteIndexTag(std::uint32_t index, std::uint32_t bigFlag, std::uint16_t smallFlag);
+    void WriteClass(const CRuntimeClass* runtimeClass);
+    ClassRecord ReadClass(const CRuntimeClass* requested);
+    const CRuntimeClass* ReadNewClass(unsigned& schema);
+    CObject* ReadObjectOf(const ClassRecord& record);
+    std::uint32_t NextMapIndex();
+
     CFile* m_pFile;
     bool m_loading;
+    std::uint32_t m_nMapCount = 1;
+    std::unordered_map<const void*, std::uint32_t> m_storeMap;
+    std::vector<LoadedEntry> m_loadArray = std::vector<LoadedEntry>(1);
+    int m_objectDepth = 0;
     std::vector<std::uint8_t> m_buffer;
     // Loading: the unread bytes are [m_current, m_end). Storing: the pending ones are
     // [0, m_current) and m_end is the buffer's size.

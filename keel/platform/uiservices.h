@@ -114,6 +114,9 @@ public:
                                 const CString& /*defaultExt*/, CString& /*path*/) {
         return false;
     }
+    // The busy cursor, shown from Begin to End; calls nest. A host without a pointer shows none.
+    virtual void BeginWaitCursor() {}
+    virtual void EndWaitCursor() {}
     // The text of the main window's status bar; a host without one has nothing to show.
     virtual void SetStatusBarText(const CString& /*text*/) {}
     // Opens the file with the desktop's application for the verb ("open", "edit") and returns
@@ -134,6 +137,15 @@ IUIServices& UIServices();
 // Installs a host, which the caller keeps alive while it is installed; nullptr restores the
 // headless host.
 void SetUIServices(IUIServices* host);
+
+// Shows the busy cursor of the installed host for a scope.
+class CWaitCursor {
+public:
+    CWaitCursor() { UIServices().BeginWaitCursor(); }
+    ~CWaitCursor() { UIServices().EndWaitCursor(); }
+    CWaitCursor(const CWaitCursor&) = delete;
+    CWaitCursor& operator=(const CWaitCursor&) = delete;
+};
 
 // The host of a program without a display. Each box is answered with its default button and
 // written to the output as one line: "[caption] text => Answer", with line breaks of the text

@@ -35,6 +35,21 @@ inline Bytes WideString(const std::u16string& text) {
     return Concat({{0xFF, 0xFE, 0xFF, static_cast<std::uint8_t>(text.size())}, WideUnits(text)});
 }
 
+// 32 bits, low byte first.
+inline Bytes LittleEndian32(std::uint32_t value) {
+    return {static_cast<std::uint8_t>(value), static_cast<std::uint8_t>(value >> 8),
+            static_cast<std::uint8_t>(value >> 16), static_cast<std::uint8_t>(value >> 24)};
+}
+
+// The record of a class an archive meets for the first time: the new-class tag 0xFFFF, the
+// schema, the name's length and the name.
+inline Bytes NewClassRecord(std::uint16_t schema, const std::string& name) {
+    return Concat(
+        {{0xFF, 0xFF, static_cast<std::uint8_t>(schema), static_cast<std::uint8_t>(schema >> 8),
+          static_cast<std::uint8_t>(name.size()), static_cast<std::uint8_t>(name.size() >> 8)},
+         Bytes(name.begin(), name.end())});
+}
+
 // What `write` stores, as bytes.
 inline Bytes Stored(const std::function<void(CArchive&)>& write, int bufferSize = 4096) {
     CMemFile file;

@@ -1,0 +1,166 @@
+#pragma once
+
+#include "keel/platform/archive.h"
+#include "keel/platform/cstring.h"
+#include "keel/platform/event.h"
+#include "keel/platform/object.h"
+#include "keel/platform/reentrancy.h"
+
+#include <exception>
+#include <memory>
+#include <vector>
+
+namespace keel {
+
+// The base of an application's documents. Its data is a list of items, stored in the document's
+// "Contents" stream as a small header (the magic 0xBABA and the schema the stream was written
+// with), the count of items that are not blank, and then each of those items with its class.
+// Reading rules on versions: a stream newer than this release writes, or one as old as the newest
+// version no longer supported (QSchema), is refused with a message; a stream that breaks in the
+// middle of its items may be kept in part if the person says so.
+class QDoc {
+public:
+    using ItemList = std::vector<std::unique_ptr<CDocItem>>;
+
+    static constexpr std::uint16_t c_magic = 0xBABA;
+
+    QDoc();
+    virtual ~QDoc();
+    QDoc(const QDoc&) = delete;
+    QDoc& operator=(const QDoc&) = delete;
+
+    // The document of the active view. The application sets it whenever a view becomes active,
+    // and clears it when that document closes.
+    static QDoc* TheActiveDocument();
+    static void SetActiveDocument(QDoc* document);
+
+    // The file of the document; empty until it has one. The fallback path names the document in
+    // texts while it has none.
+    const CString& GetPathName() const { return m_strPathName; }
+    void SetPathName(const CString& path) { m_strPathName = path; }
+    const CString& GetFallbackPath() const { return m_fallbackPath; }
+    void SetFallbackPath(const CString& path) { m_fallbackPath = path; }
+    // The path, or else the fallback path, cut to its file name without the extension.
+    CString ShortName() const;
+
+    // The items, in the order they are stored.
+    const ItemList& Items() const { return m_items; }
+    int GetItemCount() const { return static_cast<int>(m_items.size()); }
+    CDocItem* AddItem(std::unique_ptr<CDocItem> item);
+    // Hands the item back to the caller; nullptr when it is not in this document.
+    std::unique_ptr<CDocItem> RemoveItem(const CDocItem* item);
+    void DeleteAllItems() { m_items.clear(); }
+
+    // Items in the stream being read or written, and those still to come.
+    int ItemsTotal() const { return m_nItemsTotal; }
+    int ItemsToLoad() const { return m_nItemsToLoad; }
+
+    // The schema of the stream last read; -1 until one is read.
+    int VersionLoaded() const { return m_versionLoaded; }
+    void SetVersionLoaded(int version) { m_versionLoaded = version; }
+
+    // Signalled from another thread, it stops a load at the next boundary between items, with the
+    // items read so far kept. The load resets it when it ends.
+    CEvent& AbortEvent() { return m_abortEvent; }
+    bool IsRunningThread() const { return m_bRunningThread; }
+    void SetRunningThread(bool running) { m_bRunningThread = running; }
+
+    void EnableViewAndItemUpdates(bool enable) { m_bUpdatesEnabled = enable; }
+    bool AreViewAndItemUpdatesEnabled() const { return m_bUpdatesEnabled; }
+
+    // Turns view and item updates off for its life and puts the former setting back at its end.
+    class DisableViewAndItemUpdates {
+    public:
+        explicit DisableViewAndItemUpdates(QDoc* document);
+        ~DisableViewAndItemUpdates();
+        DisableViewAndItemUpdates(const DisableViewAndItemUpdates&) = delete;
+        DisableViewAndItemUpdates& operator=(const DisableViewAndItemUpdates&) = delete;
+
+    private:
+        QDoc* m_document;
+        bool m_wasEnabled;
+    };
+
+    // Writes or reads the "Contents" stream. A loading archive adds the items it reads to the
+    // list. Progress is shown only for the outermost document being serialised, and with trace
+    // bit 0x2000 each step is traced.
+    virtual void Serialize(CArchive& archive);
+    // Storing writes the magic and the default schema and sets the archive's schema to it;
+    // loading checks the magic (a wrong one fails as generic) and puts the schema read into the
+    // archive.
+    virtual void SerializeHeader(CArchive& archive);
+
+    // Hooks of the application, with what a document without reports, views or ancillary files
+    // answers.
+    virtual CString GetLastMessage() const { return CString(); }
+    virtual void InvalidateAllViews() {}
+    virtual void InvalidateAllGLViews() {}
+    // Lets the person choose reports to produce from `reports`; false when none was chosen.
+    virtual bool PromptForReports(std::vector<CString>& /*reports*/) { return false; }
+    virtual bool OpenReportJob(const CString& /*reportPath*/) { return false; }
+    virtual CString GetReportSummaryInfoComments(const CString& /*reportPath*/) {
+        return CString();
+    }
+    // The images string of the report, with its filter and parameters.
+    virtual CString GetReportImagesFilterAndParamsStrings(const CString& /*reportPath*/,
+                                                          CString& /*filterOut*/,
+                                                          CString& /*paramsOut*/) {
+        return CString();
+    }
+    virtual bool ProduceReport(const CString& /*reportPath*/, bool /*toPrinter*/, int /*copies*/) {
+        return false;
+    }
+    virtual void SetCrystalFormulas() {}
+    virtual bool AllowPrintControls() { return true; }
+    // Files that go with the document (images, databases) follow it to a new path.
+    virtual void CopyRenameAncillaryFiles(const CString& /*oldPath*/, const CString& /*newPath*/) {}
+    // Which extension of the template's filter list a new name gets.
+    virtual int ExtensionNumberToUse() { return 0; }
+    // How an object of the document names itself in traces: its class name by default.
+    virtual CString GetWhoAmI(const CObject* object) const;
+    // The application's own save; false lets the framework's save run.
+    virtual bool OnFileSaveAction() { return false; }
+    virtual void OnFileLoadAction() {}
+    virtual void NotifyDocChanged() {}
+
+    // Reports a failed save or load: the text of the exception, or "Unknown error during
+    // ReportSaveLoadException" without one. A bad schema was reported where it was found and is
+    // not reported again.
+    virtual void ReportSaveLoadException(const CString& name, const std::exception* failure,
+                                         bool saving, int defaultId);
+
+protected:
+    // Writes the items that are not blank, preceded by their count.
+    virtual void SerializeOut(CArchive& archive, int depth, const CString& title);
+    // Reads the count and the items; see Serialize.
+    virtual void SerializeIn(CArchive& archive, int depth, const CString& title,
+                             const CString& suffix);
+
+    int m_nItemsTotal = 0;
+    int m_nItemsToLoad = 0;
+    QReentrancyCounter m_saveCounter;
+    QReentrancyCounter m_loadCounter;
+
+private:
+    // Shows why the stream cannot be read and fails as a bad schema.
+    [[noreturn]] void RefuseVersion(const CString& message);
+    // Asks whether to keep the items read before `failure`; true to keep them.
+    bool KeepPartialDocument(const std::exception& failure);
+
+    CString m_strPathName;
+    CString m_fallbackPath;
+    ItemList m_items;
+    int m_versionLoaded = -1;
+    CEvent m_abortEvent;
+    bool m_bRunningThread = false;
+    bool m_bUpdatesEnabled = true;
+};
+
+// Reports a numeric field of an item that failed its range check while `archive` read or wrote
+// it, under the heading "Corruption": as a file from a newer release when the archive's schema is
+// newer than this release writes, and otherwise as a bad `what` in the file. The value is not
+// refused by this. The application object installs it as the reporter that the quantities'
+// QMessageBoxOrLog_LimitDoubleFailed calls.
+void ReportLimitDoubleFailed(CArchive& archive, const CString& what);
+
+} // namespace keel

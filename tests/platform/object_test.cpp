@@ -1,0 +1,400 @@
+#include "tests/support/archivebytes.h"
+#include "tests/support/docitems.h"
+
+#include "keel/platform/archive.h"
+#include "keel/platform/object.h"
+
+#include <cctype>
+#include <functional>
+#include <gtest/gtest.h>
+#include <memory>
+#include <set>
+#include <string>
+#include <vector>
+
+namespace keel {
+namespace {
+
+using test::Bytes;
+using test::Concat;
+using test::Loading;
+using test::Stored;
+using test::TestGroup;
+using test::TestNote;
+using test::TestShape;
+using test::WideString;
+
+Bytes NewClass(std::uint16_t schema, const std::string& name) {
+    return test::NewClassRecord(schema, name);
+}
+
+// The cause of the archive failure that `operation` raises; -1 when it raises none.
+int FailureCause(const std::function<void()>& operation) {
+    try {
+        operation();
+    } catch (const CArchiveException& failure) {
+        return failure.m_cause;
+    }
+    return -1;
+}
+
+// Reads top-level objects and owns each new one, however many times it comes back.
+class ReadObjects {
+public:
+    std::vector<CObject*> From(CArchive& archive, int count) {
+        std::vector<CObject*> read;
+        for (int i = 0; i < count; ++i) {
+            CObject* object = archive.ReadObject();
+            if (object != nullptr && m_seen.insert(object).second)
+                m_owned.emplace_back(object);
+            read.push_back(object);
+        }
+        return read;
+    }
+
+private:
+    std::set<CObject*> m_seen;
+    std::vector<std::unique_ptr<CObject>> m_owned;
+};
+
+// --- Layouts written and read back ------------------------------------------------------------
+
+struct LayoutCase {
+    const char* name;
+    // Writes the objects, keeping them alive in `keep`.
+    void (*write)(CArchive& archive, std::vector<std::unique_ptr<CObject>>& keep);
+    int objects;
+    Bytes bytes;
+};
+
+CObject* Keep(std::vector<std::unique_ptr<CObject>>& keep, CObject* object) {
+    keep.emplace_back(object);
+    return object;
+}
+
+const Bytes c_noteHi = WideString(u"Hi");
+
+const LayoutCase c_layouts[] = {
+    {"null", [](CArchive& a, auto&) { a.WriteObject(nullptr); }, 1, {0x00, 0x00}},
+    {"one note", [](CArchive& a, auto& keep) { a << Keep(keep, new TestNote(u"Hi")); }, 1,
+     Concat({NewClass(1, "TestNote"), c_noteHi})},
+    {"a second object of a known class",
+     [](CArchive& a, auto& keep) {
+         a << Keep(keep, new TestNote(u"Hi")) << Keep(keep, new TestNote(u"Yo"));
+     },
+     2, Concat({NewClass(1, "TestNote"), c_noteHi, {0x01, 0x80}, WideString(u"Yo")})},
+    {"the same object twice",
+     [](CArchive& a, auto& keep) {
+         CObject* note = Keep(keep, new TestNote(u"Hi"));
+         a << note << note << nullptr << note;
+     },
+     4, Concat({NewClass(1, "TestNote"), c_noteHi, {0x02, 0x00, 0x00, 0x00, 0x02, 0x00}})},
+    {"classes and objects share the indices",
+     [](CArchive& a, auto& keep) {
+         a << Keep(keep, new TestNote(u"Hi")) << Keep(keep, new TestShape(0x01020304))
+           << Keep(keep, new TestNote(u"")) << Keep(keep, new TestShape(-1));
+         a << keep[1].get() << keep[3].get();
+     },
+     6,
+     Concat({NewClass(1, "TestNote"),
+             c_noteHi,
+             NewClass(3, "TestShape"),
+             {0x04, 0x03, 0x02, 0x01},
+             {0x01, 0x80},
+             WideString(u""),
+             {0x03, 0x80, 0xFF, 0xFF, 0xFF, 0xFF},
+             {0x04, 0x00, 0x06, 0x00}})},
+    {"objects inside an object",
+     [](CArchive& a, auto& keep) {
+         auto* group = new TestGroup;
+         group->m_children.emplace_back(new TestNote(u"Hi"));
+         group->m_children.emplace_back(new TestShape(7));
+         group->m_children.emplace_back(new TestNote(u"Yo"));
+         a << Keep(keep, group);
+     },
+     1,
+     Concat({NewClass(1, "TestGroup"),
+             {0x03, 0x00},
+             NewClass(1, "TestNote"),
+             c_noteHi,
+             NewClass(3, "TestShape"),
+             {0x07, 0x00, 0x00, 0x00},
+             {0x03, 0x80},
+             WideString(u"Yo")})},
+};
+
+class ObjectLayoutTest : public testing::TestWithParam<LayoutCase> {};
+
+TEST_P(ObjectLayoutTest, IsWrittenByteForByteAndReadsBackToTheSameBytes) {
+    const LayoutCase& layout = GetParam();
+    std::vector<std::unique_ptr<CObject>> keep;
+    EXPECT_EQ(Stored([&](CArchive& a) { layout.write(a, keep); }), layout.bytes);
+
+    Loading loading(layout.bytes);
+    ReadObjects reader;
+    const std::vector<CObject*> read = reader.From(loading.archive, layout.objects);
+    EXPECT_TRUE(loading.archive.IsBufferEmpty());
+    EXPECT_EQ(Stored([&](CArchive& a) {
+                  for (CObject* object : read)
+                      a << object;
+              }),
+              layout.bytes);
+}
+
+INSTANTIATE_TEST_SUITE_P(Layouts, ObjectLayoutTest, testing::ValuesIn(c_layouts),
+                         [](const auto& info) {
+                             std::string name = info.param.name;
+                             for (char& c : name)
+                                 if (!std::isalnum(static_cast<unsigned char>(c)))
+                                     c = '_';
+                             return name;
+                         });
+
+// Index 0x7FFE is the last that fits a tag of 16 bits; from 0x7FFF on, objects are written as
+// 0x7FFF and the index, classes as 0x7FFF and 0x80000000 | the index.
+TEST(ObjectIndices, PastTheSmallTagsTheBigFormsTakeOver) {
+    constexpr int notes = 0x7FFE; // objects 2 to 0x7FFF after the class at 1
+    std::vector<std::unique_ptr<CObject>> keep;
+    for (int i = 0; i < notes; ++i)
+        keep.emplace_back(new TestNote);
+    keep.emplace_back(new TestShape(5));
+    keep.emplace_back(new TestShape(6));
+    const Bytes bytes = Stored([&](CArchive& a) {
+        for (int i = 0; i < notes; ++i)
+            a << keep[i].get();
+        a << keep[notes - 2].get() << keep[notes - 1].get() << keep[notes].get()
+          << keep[notes + 1].get();
+    });
+
+    const Bytes tail = Concat({{0xFE, 0x7F},                         // object 0x7FFE
+                               {0xFF, 0x7F, 0xFF, 0x7F, 0x00, 0x00}, // object 0x7FFF
+                               NewClass(3, "TestShape"),             // class 0x8000
+                               {0x05, 0x00, 0x00, 0x00},             // object 0x8001
+                               {0xFF, 0x7F, 0x00, 0x80, 0x00, 0x80}, // class 0x8000
+                               {0x06, 0x00, 0x00, 0x00}});
+    ASSERT_GT(bytes.size(), tail.size());
+    EXPECT_EQ(Bytes(bytes.end() - static_cast<long>(tail.size()), bytes.end()), tail);
+    // Before them: the last new note, of class 1 and with an empty text.
+    const Bytes lastNote = Concat({{0x01, 0x80}, WideString(u"")});
+    EXPECT_EQ(Bytes(bytes.end() - static_cast<long>(tail.size() + lastNote.size()),
+                    bytes.end() - static_cast<long>(tail.size())),
+              lastNote);
+
+    Loading loading(bytes);
+    ReadObjects reader;
+    const std::vector<CObject*> read = reader.From(loading.archive, notes + 4);
+    EXPECT_EQ(read[notes], read[notes - 2]);
+    EXPECT_EQ(read[notes + 1], read[notes - 1]);
+    ASSERT_TRUE(read[notes + 3]->IsKindOf(&TestShape::c_runtimeClass));
+    EXPECT_EQ(static_cast<TestShape*>(read[notes + 3])->m_size, 6);
+    EXPECT_EQ(Stored([&](CArchive& a) {
+                  for (CObject* object : read)
+                      a << object;
+              }),
+              bytes);
+}
+
+// --- Schemas ----------------------------------------------------------------------------------
+
+// A versionable class reads an older schema, which it is given through the archive, and the
+// archive's own schema is back afterwards; a later object of the same class gets the same one.
+TEST(ObjectSchemas, AVersionableClassIsGivenTheStoredSchema) {
+    const Bytes bytes = Concat({NewClass(1, "TestShape"), {0x34, 0x12}, {0x01, 0x80, 0xFE, 0xFF}});
+    Loading loading(bytes, 4096, CString(), 42);
+    ReadObjects reader;
+    const std::vector<CObject*> read = reader.From(loading.archive, 2);
+    const auto* first = static_cast<TestShape*>(read[0]);
+    const auto* second = static_cast<TestShape*>(read[1]);
+    EXPECT_EQ(first->m_loadedSchema, 1u);
+    EXPECT_EQ(first->m_size, 0x1234);
+    EXPECT_EQ(second->m_loadedSchema, 1u);
+    EXPECT_EQ(second->m_size, -2);
+    EXPECT_EQ(loading.archive.GetObjectSchema(), 42u);
+}
+
+TEST(ObjectSchemas, TheCurrentSchemaIsGivenToo) {
+    Loading loading(Concat({NewClass(3, "TestShape"), {0x01, 0x00, 0x00, 0x80}}));
+    std::unique_ptr<CObject> object = loading.archive.ReadNewObject();
+    const auto* shape = static_cast<TestShape*>(object.get());
+    EXPECT_EQ(shape->m_loadedSchema, 3u);
+    EXPECT_EQ(shape->m_size, static_cast<std::int32_t>(0x80000001));
+}
+
+// --- Hostile input ----------------------------------------------------------------------------
+
+struct HostileCase {
+    const char* name;
+    Bytes bytes;
+    int cause;
+};
+
+Bytes NestedGroups(int depth) {
+    Bytes bytes = Concat({NewClass(1, "TestGroup"), {0x01, 0x00}});
+    for (int i = 1; i < depth; ++i)
+        bytes.insert(bytes.end(), {0x01, 0x80, 0x01, 0x00});
+    return bytes;
+}
+
+const HostileCase c_hostile[] = {
+    {"unknown class", NewClass(1, "NoSuchClass"), CArchiveException::badClass},
+    {"base class that no one registered", NewClass(0xFFFF, "CDocItem"),
+     CArchiveException::badClass},
+    {"name of length 0", NewClass(1, ""), CArchiveException::badClass},
+    {"name longer than 63", Concat({{0xFF, 0xFF, 0x01, 0x00, 0x40, 0x00}, Bytes(64, 'A')}),
+     CArchiveException::badClass},
+    {"name of length 0xFFFF",
+     {0xFF, 0xFF, 0x01, 0x00, 0xFF, 0xFF, 'T'},
+     CArchiveException::badClass},
+    {"schema the class does not read", Concat({NewClass(2, "TestNote"), c_noteHi}),
+     CArchiveException::badSchema},
+    {"object index not read yet", {0x01, 0x00}, CArchiveException::badIndex},
+    {"class index not read yet", {0x01, 0x80}, CArchiveException::badIndex},
+    {"class index 0", {0x00, 0x80}, CArchiveException::badIndex},
+    {"big object index not read yet",
+     {0xFF, 0x7F, 0x01, 0x00, 0x00, 0x00},
+     CArchiveException::badIndex},
+    {"big class index not read yet",
+     {0xFF, 0x7F, 0x01, 0x00, 0x00, 0x80},
+     CArchiveException::badIndex},
+    {"big class index 0", {0xFF, 0x7F, 0x00, 0x00, 0x00, 0x80}, CArchiveException::badIndex},
+    {"huge big index", {0xFF, 0x7F, 0xFF, 0xFF, 0xFF, 0x7F}, CArchiveException::badIndex},
+    {"a class index that names an object",
+     Concat({NewClass(1, "TestGroup"), {0x01, 0x00, 0x02, 0x80}}), CArchiveException::badIndex},
+    {"an object index that names a class",
+     Concat({NewClass(1, "TestGroup"), {0x01, 0x00, 0x01, 0x00}}), CArchiveException::badIndex},
+    {"truncated tag", {0xFF}, CArchiveException::endOfFile},
+    {"truncated big tag", {0xFF, 0x7F, 0x01}, CArchiveException::endOfFile},
+    {"truncated name",
+     {0xFF, 0xFF, 0x01, 0x00, 0x08, 0x00, 'T', 'e', 's'},
+     CArchiveException::endOfFile},
+    {"truncated object", Concat({NewClass(1, "TestNote"), {0xFF, 0xFE, 0xFF, 0x05, 'H'}}),
+     CArchiveException::endOfFile},
+    {"huge count of children",
+     Concat({NewClass(1, "TestGroup"), {0xFF, 0xFF, 0xFE, 0xFF, 0xFF, 0xFF}}),
+     CArchiveException::endOfFile},
+    {"nesting past the limit", NestedGroups(CArchive::c_maxObjectDepth + 1),
+     CArchiveException::genericException},
+    {"nesting at the limit ends in the stream", NestedGroups(CArchive::c_maxObjectDepth),
+     CArchiveException::endOfFile},
+};
+
+class HostileObjectTest : public testing::TestWithParam<HostileCase> {};
+
+TEST_P(HostileObjectTest, FailsWithItsCauseAndTheFileName) {
+    const HostileCase& hostile = GetParam();
+    Loading loading(hostile.bytes, 4096, u"evil.doc");
+    ReadObjects reader;
+    try {
+        reader.From(loading.archive, 2);
+        FAIL() << "no failure";
+    } catch (const CArchiveException& failure) {
+        EXPECT_EQ(failure.m_cause, hostile.cause);
+        EXPECT_EQ(failure.m_strFileName, CString(u"evil.doc"));
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(Inputs, HostileObjectTest, testing::ValuesIn(c_hostile),
+                         [](const auto& info) {
+                             std::string name = info.param.name;
+                             for (char& c : name)
+                                 if (!std::isalnum(static_cast<unsigned char>(c)))
+                                     c = '_';
+                             return name;
+                         });
+
+TEST(ObjectReading, ARequestedClassRefusesOthers) {
+    const Bytes bytes = Concat({NewClass(1, "TestNote"), c_noteHi, {0x02, 0x00}});
+    Loading wrongNew(bytes);
+    EXPECT_EQ(FailureCause([&] { wrongNew.archive.ReadObject(&TestGroup::c_runtimeClass); }),
+              CArchiveException::badClass);
+
+    Loading wrongKnown(bytes);
+    std::unique_ptr<CObject> note = wrongKnown.archive.ReadNewObject(&CDocItem::c_runtimeClass);
+    EXPECT_EQ(static_cast<TestNote*>(note.get())->m_text, CString(u"Hi"));
+    EXPECT_EQ(FailureCause([&] { wrongKnown.archive.ReadObject(&TestShape::c_runtimeClass); }),
+              CArchiveException::badClass);
+}
+
+// An owner takes only new objects: one read before is owned elsewhere already.
+TEST(ObjectReading, ANewObjectIsNeverOneReadBefore) {
+    Loading loading(Concat({NewClass(1, "TestNote"), c_noteHi, {0x00, 0x00, 0x02, 0x00}}));
+    std::unique_ptr<CObject> note = loading.archive.ReadNewObject();
+    ASSERT_NE(note, nullptr);
+    EXPECT_EQ(loading.archive.ReadNewObject(), nullptr);
+    EXPECT_EQ(FailureCause([&] { loading.archive.ReadNewObject(); }), CArchiveException::badIndex);
+}
+
+TEST(ObjectReading, ObjectsGoOnlyOneWay) {
+    TestNote note(u"x");
+    Loading loading(Bytes{0x00, 0x00});
+    EXPECT_EQ(FailureCause([&] { loading.archive.WriteObject(&note); }),
+              CArchiveException::readOnly);
+    CMemFile file;
+    CArchive storing(&file, CArchive::store);
+    EXPECT_EQ(FailureCause([&] { storing.ReadObject(); }), CArchiveException::writeOnly);
+}
+
+// --- The registry ------------------------------------------------------------------------------
+
+class LocalItem : public CDocItem {
+public:
+    static const CRuntimeClass c_runtimeClass;
+    const CRuntimeClass* GetRuntimeClass() const override { return &c_runtimeClass; }
+};
+const CRuntimeClass LocalItem::c_runtimeClass{"LocalItem", 4, &CRuntimeClass::Make<LocalItem>,
+                                              &CDocItem::c_runtimeClass};
+const CRuntimeClass c_impostor{"LocalItem", 4, &CRuntimeClass::Make<LocalItem>, nullptr};
+
+TEST(ClassRegistry, ClassesAreFoundByNameWhileRegistered) {
+    EXPECT_EQ(CRuntimeClass::FromName("TestNote"), &TestNote::c_runtimeClass);
+    EXPECT_EQ(CRuntimeClass::FromName("testnote"), nullptr);
+    EXPECT_EQ(CRuntimeClass::FromName("LocalItem"), nullptr);
+    const Bytes bytes = NewClass(4, "LocalItem");
+    {
+        const CClassRegistration registration(LocalItem::c_runtimeClass);
+        EXPECT_EQ(CRuntimeClass::FromName("LocalItem"), &LocalItem::c_runtimeClass);
+        RegisterClass(LocalItem::c_runtimeClass);
+        EXPECT_THROW(RegisterClass(c_impostor), InvalidArgumentException);
+        UnregisterClass(c_impostor);
+        EXPECT_EQ(CRuntimeClass::FromName("LocalItem"), &LocalItem::c_runtimeClass);
+        Loading loading(bytes);
+        EXPECT_TRUE(loading.archive.ReadNewObject()->IsKindOf(&LocalItem::c_runtimeClass));
+    }
+    EXPECT_EQ(CRuntimeClass::FromName("LocalItem"), nullptr);
+    Loading loading(bytes);
+    EXPECT_EQ(FailureCause([&] { loading.archive.ReadObject(); }), CArchiveException::badClass);
+}
+
+TEST(ClassRegistry, RefusesClassesNoArchiveCouldRead) {
+    const std::string longName(CRuntimeClass::c_maxNameLength + 1, 'L');
+    const CRuntimeClass tooLong{longName.c_str(), 1, nullptr, nullptr};
+    const CRuntimeClass unnamed{"", 1, nullptr, nullptr};
+    const CRuntimeClass wideSchema{"WideSchema", 0x10000, nullptr, nullptr};
+    const CRuntimeClass versionable{"Versionable", VERSIONABLE_SCHEMA | 0xFFFF, nullptr, nullptr};
+    EXPECT_THROW(RegisterClass(tooLong), InvalidArgumentException);
+    EXPECT_THROW(RegisterClass(unnamed), InvalidArgumentException);
+    EXPECT_THROW(RegisterClass(wideSchema), InvalidArgumentException);
+    RegisterClass(versionable);
+    EXPECT_EQ(CRuntimeClass::FromName("Versionable"), &versionable);
+    UnregisterClass(versionable);
+    const std::string longest(CRuntimeClass::c_maxNameLength, 'L');
+    const CRuntimeClass longestName{longest.c_str(), 1, nullptr, nullptr};
+    RegisterClass(longestName);
+    EXPECT_EQ(CRuntimeClass::FromName(longest), &longestName);
+    UnregisterClass(longestName);
+}
+
+TEST(ClassRegistry, KindsFollowTheBaseClasses) {
+    TestGroup group;
+    EXPECT_TRUE(group.IsKindOf(&TestGroup::c_runtimeClass));
+    EXPECT_TRUE(group.IsKindOf(&CDocItem::c_runtimeClass));
+    EXPECT_TRUE(group.IsKindOf(&CObject::c_runtimeClass));
+    EXPECT_FALSE(group.IsKindOf(&TestNote::c_runtimeClass));
+    EXPECT_FALSE(CDocItem::c_runtimeClass.IsDerivedFrom(&TestGroup::c_runtimeClass));
+    EXPECT_TRUE(TestShape::c_runtimeClass.AcceptsSchema(0));
+    EXPECT_TRUE(TestNote::c_runtimeClass.AcceptsSchema(1));
+    EXPECT_FALSE(TestNote::c_runtimeClass.AcceptsSchema(2));
+}
+
+} // namespace
+} // namespace keel
