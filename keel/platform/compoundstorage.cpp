@@ -5,6 +5,7 @@
 #include <chrono>
 #include <cstdio>
 #include <cstring>
+#include <cwctype>
 #include <fcntl.h>
 #include <gsf/gsf-infile-msole.h>
 #include <gsf/gsf-infile.h>
@@ -71,7 +72,15 @@ constexpr unsigned long long c_directoryEntrySize = 128;
 
 void InitialiseGsf() {
     static std::once_flag once;
-    std::call_once(once, [] { gsf_init(); });
+    // libgsf describes each flaw of a damaged file on standard error; our failures say what
+    // went wrong, and a server has no one reading that output.
+    std::call_once(once, [] {
+        gsf_init();
+        for (const char* domain : {"libgsf", "libgsf:msole"})
+            g_log_set_handler(
+                domain, static_cast<GLogLevelFlags>(G_LOG_LEVEL_MASK),
+                [](const gchar*, GLogLevelFlags, const gchar*, gpointer) {}, nullptr);
+    });
 }
 
 struct GObjectUnref {
@@ -118,6 +127,32 @@ std::string NameProblem(const CString& name) {
     if (CString::FromUtf8(name.ToUtf8()) != name)
         return "a name must be valid Unicode";
     return std::string();
+}
+
+char16_t FoldedUnit(char16_t unit) {
+    if (unit >= u'a' && unit <= u'z')
+        return static_cast<char16_t>(unit - u'a' + u'A');
+    return unit < 0x80 ? unit : static_cast<char16_t>(std::towupper(unit));
+}
+
+// The order of the format: shorter names first, then by the names in capitals.
+bool NameBefore(const CString& left, const CString& right) {
+    if (left.GetLength() != right.GetLength())
+        return left.GetLength() < right.GetLength();
+    const std::u16string_view a = left.View();
+    const std::u16string_view b = right.View();
+    for (std::size_t i = 0; i < a.size(); ++i) {
+        if (FoldedUnit(a[i]) != FoldedUnit(b[i]))
+            return FoldedUnit(a[i]) < FoldedUnit(b[i]);
+    }
+    return false;
+}
+
+void AddChild(Node& storage, std::shared_ptr<Node> child) {
+    const auto place =
+        std::upper_bound(storage.children.begin(), storage.children.end(), child,
+                         [](const auto& a, const auto& b) { return NameBefore(a->name, b->name); });
+    storage.children.insert(place, std::move(child));
 }
 
 std::shared_ptr<Node> FindChild(const Node& storage, const CString& name) {
@@ -195,7 +230,7 @@ private:
         } else {
             ReadStream(child.get(), *node, rawName);
         }
-        parent.children.push_back(std::move(node));
+        AddChild(parent, std::move(node));
     }
 
     void ReadStream(GsfInput* stream, Node& node, const char* name) {
@@ -250,18 +285,21 @@ std::shared_ptr<Node> ReadTreeFromDescriptor(int descriptor, const CString& path
     return TreeReader(path, static_cast<unsigned long long>(status.st_size)).Read(input.get());
 }
 
-// Writes a tree through libgsf into `sink`, which it closes.
+// Writes a tree through libgsf into `sink`, which it closes. A sink on a file reports the
+// system's error number as its error code.
 class TreeWriter {
 public:
-    explicit TreeWriter(const CString& name) : m_name(name) {}
+    TreeWriter(const CString& name, bool errorCodesAreErrno)
+        : m_name(name), m_errorCodesAreErrno(errorCodesAreErrno) {}
 
     void Write(const Node& root, GsfOutput* sink) {
+        m_sink = sink;
         GPtr<GsfOutfile> outfile(gsf_outfile_msole_new(sink));
         if (!outfile)
             Fail(sink, "libgsf cannot start the file");
         WriteStorage(root, outfile.get());
         if (!gsf_output_close(GSF_OUTPUT(outfile.get())))
-            Fail(sink, "the file could not be finished");
+            Fail(GSF_OUTPUT(outfile.get()), "the file could not be finished");
         if (!gsf_output_is_closed(sink) && !gsf_output_close(sink))
             Fail(sink, "the file could not be closed");
         if (gsf_output_error(sink) != nullptr)
@@ -270,10 +308,15 @@ public:
 
 private:
     [[noreturn]] void Fail(GsfOutput* output, const std::string& what) const {
-        const GError* failure = output ? gsf_output_error(output) : nullptr;
+        const GError* failure = m_sink ? gsf_output_error(m_sink) : nullptr;
+        if (failure == nullptr && output != nullptr)
+            failure = gsf_output_error(output);
         std::string detail = what;
         if (failure != nullptr && failure->message != nullptr)
             detail += std::string(" (") + failure->message + ")";
+        if (failure != nullptr && m_errorCodesAreErrno && failure->code > 0)
+            throw CFileException(CFileException::OsErrorToException(failure->code), failure->code,
+                                 m_name, detail);
         throw CFileException(CFileException::hardIO, -1, m_name, detail);
     }
 
@@ -305,6 +348,8 @@ private:
     }
 
     CString m_name;
+    bool m_errorCodesAreErrno;
+    GsfOutput* m_sink = nullptr;
 };
 
 // Whether the file libgsf reads from `input` holds exactly the tree.
@@ -356,7 +401,7 @@ private:
 std::vector<std::uint8_t> WriteTreeToBytes(const Node& root, const CString& name) {
     InitialiseGsf();
     GPtr<GsfOutput> sink(gsf_output_memory_new());
-    TreeWriter(name).Write(root, sink.get());
+    TreeWriter(name, false).Write(root, sink.get());
     const guint8* data = gsf_output_memory_get_bytes(GSF_OUTPUT_MEMORY(sink.get()));
     const auto size = static_cast<std::size_t>(gsf_output_size(sink.get()));
     return std::vector<std::uint8_t>(data, data + size);
@@ -406,7 +451,7 @@ CString WriteTreeBeside(const Node& root, const CString& target) {
     try {
         {
             GPtr<GsfOutput> sink(gsf_output_stdio_new_FILE(name.c_str(), stream, TRUE));
-            TreeWriter(target).Write(root, sink.get());
+            TreeWriter(target, true).Write(root, sink.get());
         }
         if (std::fflush(stream) != 0 || ::fsync(::fileno(stream)) != 0)
             CFileException::ThrowOsError(errno, target);
@@ -558,7 +603,7 @@ std::unique_ptr<CStorage> CStorage::CreateStorage(const CString& name, unsigned 
     auto child = std::make_shared<Node>();
     child->name = name;
     child->isStorage = true;
-    m_node->children.push_back(child);
+    AddChild(*m_node, child);
     return std::unique_ptr<CStorage>(new CStorage(m_tree, std::move(child)));
 }
 
@@ -719,7 +764,7 @@ bool CStreamFile::Attach(CStorage& storage, const CString& name, unsigned flags,
         } else {
             node = std::make_shared<Node>();
             node->name = name;
-            parent.children.push_back(node);
+            AddChild(parent, node);
         }
     } else if (!node) {
         return Report(error, CFileException::fileNotFound, name, "there is no such stream");

@@ -80,7 +80,8 @@ public:
                                             CFileException* error = nullptr);
     // Removes a stream or a storage with all it holds. Handles open on it fail from then on.
     bool DestroyElement(const CString& name, CFileException* error = nullptr);
-    // The elements in the order of their names as created.
+    // The elements in the order of the format: shorter names first, then by the names in
+    // capitals.
     std::vector<CStorageElement> EnumElements() const;
 
     // Writes the whole file, whichever storage of it is asked. The flags are accepted as the
