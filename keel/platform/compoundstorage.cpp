@@ -20,8 +20,10 @@
 #include <gsf/gsf-utils.h>
 #include <mutex>
 #include <string>
+#include <sys/mman.h>
 #include <sys/stat.h>
 #include <unistd.h>
+#include <unordered_set>
 
 namespace keel {
 
@@ -155,12 +157,19 @@ void AddChild(Node& storage, std::shared_ptr<Node> child) {
     storage.children.insert(place, std::move(child));
 }
 
+// Names the format takes for the same: equal but for case.
+bool SameName(const CString& left, const CString& right) {
+    return !NameBefore(left, right) && !NameBefore(right, left);
+}
+
 std::shared_ptr<Node> FindChild(const Node& storage, const CString& name) {
-    for (const std::shared_ptr<Node>& child : storage.children) {
-        if (child->name.CompareNoCase(name) == 0)
-            return child;
-    }
-    return nullptr;
+    const auto place = std::lower_bound(storage.children.begin(), storage.children.end(), name,
+                                        [](const std::shared_ptr<Node>& child, const CString& key) {
+                                            return NameBefore(child->name, key);
+                                        });
+    if (place == storage.children.end() || !SameName((*place)->name, name))
+        return nullptr;
+    return *place;
 }
 
 void Detach(Node& node) {
@@ -364,12 +373,17 @@ private:
     bool SameStorage(GsfInfile* storage, const Node& node) {
         std::array<std::uint8_t, 16> classID{};
         gsf_infile_msole_get_class_id(GSF_INFILE_MSOLE(storage), classID.data());
-        if (classID != node.classID ||
-            gsf_infile_num_children(storage) != static_cast<int>(node.children.size()))
+        const int count = gsf_infile_num_children(storage);
+        if (classID != node.classID || count != static_cast<int>(node.children.size()))
             return false;
-        for (const std::shared_ptr<Node>& child : node.children) {
-            const std::string name = child->name.ToUtf8();
-            GPtr<GsfInput> input(gsf_infile_child_by_name(storage, name.c_str()));
+        std::unordered_set<const Node*> matched;
+        for (int index = 0; index < count; ++index) {
+            const char* name = gsf_infile_name_by_index(storage, index);
+            const std::shared_ptr<Node> child =
+                name ? FindChild(node, CString::FromUtf8(name)) : nullptr;
+            if (!child || child->name.ToUtf8() != name || !matched.insert(child.get()).second)
+                return false;
+            GPtr<GsfInput> input(gsf_infile_child_by_index(storage, index));
             if (!input)
                 return false;
             const bool isStorage =
@@ -416,6 +430,33 @@ void CheckWrittenBytes(const std::vector<std::uint8_t>& bytes, const Node& root,
                              "the written file does not read back as it was written");
 }
 
+// Reads the file just written, which no one else knows of yet, through a mapping of it: the
+// check then costs no copy of the file.
+void CheckWrittenFile(const std::string& written, const Node& root, const CString& target) {
+    const int descriptor = ::open(written.c_str(), O_RDONLY | O_CLOEXEC);
+    struct stat status {};
+    if (descriptor < 0 || fstat(descriptor, &status) != 0) {
+        const int failure = errno;
+        if (descriptor >= 0)
+            ::close(descriptor);
+        CFileException::ThrowOsError(failure, target);
+    }
+    const auto size = static_cast<std::size_t>(status.st_size);
+    void* mapped = size ? ::mmap(nullptr, size, PROT_READ, MAP_PRIVATE, descriptor, 0) : MAP_FAILED;
+    ::close(descriptor);
+    bool same = false;
+    if (mapped != MAP_FAILED) {
+        GPtr<GsfInput> input(
+            gsf_input_memory_new(static_cast<const guint8*>(mapped), status.st_size, FALSE));
+        same = input && TreeComparer().Same(input.get(), root);
+        input.reset();
+        ::munmap(mapped, size);
+    }
+    if (!same)
+        throw CFileException(CFileException::hardIO, -1, target,
+                             "the written file does not read back as it was written");
+}
+
 // A file beside `target` that did not exist; its descriptor, open for writing.
 int CreateFileBeside(const CString& target, CString& made) {
     const auto seed = static_cast<unsigned>(
@@ -459,10 +500,7 @@ CString WriteTreeBeside(const Node& root, const CString& target) {
         stream = nullptr;
         if (closed != 0)
             CFileException::ThrowOsError(errno, target);
-        GPtr<GsfInput> check(gsf_input_stdio_new(name.c_str(), nullptr));
-        if (!check || !TreeComparer().Same(check.get(), root))
-            throw CFileException(CFileException::hardIO, -1, target,
-                                 "the written file does not read back as it was written");
+        CheckWrittenFile(name, root, target);
     } catch (...) {
         if (stream != nullptr)
             std::fclose(stream);
