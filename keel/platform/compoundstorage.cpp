@@ -243,9 +243,11 @@ private:
     }
 
     void ReadStream(GsfInput* stream, Node& node, const char* name) {
+        // Streams share no bytes of the file, so together they fit in it.
         const gsf_off_t size = gsf_input_size(stream);
-        if (size < 0 || static_cast<unsigned long long>(size) > m_fileSize)
+        if (size < 0 || static_cast<unsigned long long>(size) > m_fileSize - m_streamBytes)
             Fail("stream '" + std::string(name) + "' claims more bytes than the file holds");
+        m_streamBytes += static_cast<unsigned long long>(size);
         node.bytes.resize(static_cast<std::size_t>(size));
         std::size_t done = 0;
         while (done < node.bytes.size()) {
@@ -259,6 +261,7 @@ private:
     CString m_name;
     unsigned long long m_fileSize;
     unsigned long long m_elements = 0;
+    unsigned long long m_streamBytes = 0;
 };
 
 std::shared_ptr<Node> ReadTreeFromBytes(const std::vector<std::uint8_t>& bytes) {

@@ -1,3 +1,4 @@
+#include "tests/support/archivebytes.h"
 #include "tests/support/gsforacle.h"
 #include "tests/support/tempfolder.h"
 
@@ -502,6 +503,24 @@ TEST_F(CompoundStorage, TruncatedAndDamagedFilesAreRefused) {
         if (!c.bytes.empty()) {
             EXPECT_FALSE(CStorage::OpenBytes(c.bytes, kRead, &error)) << c.what;
         }
+    }
+    // A stream that claims more bytes than it has: the file is refused, or the stream left out
+    // (libgsf drops a directory entry it finds wrong), never handed out with that size.
+    const Bytes name = test::WideUnits(u"Contents");
+    const auto entry = std::search(good.begin(), good.end(), name.begin(), name.end());
+    ASSERT_NE(entry, good.end());
+    const std::size_t sizeField = static_cast<std::size_t>(entry - good.begin()) + 120;
+    for (const Bytes& claimed : {Bytes{0x00, 0x00, 0x01, 0x00}, Bytes{0x00, 0x00, 0x10, 0x00}}) {
+        Bytes oversized = good;
+        std::copy(claimed.begin(), claimed.end(), oversized.begin() + sizeField);
+        CFileException error;
+        std::unique_ptr<CStorage> root = CStorage::OpenBytes(oversized, kRead, &error);
+        if (!root) {
+            EXPECT_EQ(error.m_cause, CFileException::invalidFile) << error.what();
+            continue;
+        }
+        for (const CStorageElement& element : root->EnumElements())
+            EXPECT_NE(element.m_strName, u"Contents");
     }
     // Every single byte of the header and directory changed in turn.
     for (std::size_t offset = 0; offset < good.size(); offset += 97) {
