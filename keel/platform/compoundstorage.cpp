@@ -537,8 +537,8 @@ bool Writable(unsigned flags) {
 
 } // namespace
 
-CStorage::CStorage(std::shared_ptr<Tree> tree, std::shared_ptr<Node> node)
-    : m_tree(std::move(tree)), m_node(std::move(node)) {}
+CStorage::CStorage(std::shared_ptr<Tree> tree, std::shared_ptr<Node> node, bool writable)
+    : m_tree(std::move(tree)), m_node(std::move(node)), m_writable(writable) {}
 
 CStorage::~CStorage() = default;
 
@@ -559,7 +559,8 @@ std::unique_ptr<CStorage> CStorage::OpenFile(const CString& path, unsigned flags
     }
     tree->hasSource = true;
     auto root = tree->root;
-    return std::unique_ptr<CStorage>(new CStorage(std::move(tree), std::move(root)));
+    const bool writable = tree->writable;
+    return std::unique_ptr<CStorage>(new CStorage(std::move(tree), std::move(root), writable));
 }
 
 std::unique_ptr<CStorage> CStorage::CreateFile(const CString& path, unsigned flags,
@@ -580,7 +581,8 @@ std::unique_ptr<CStorage> CStorage::CreateFile(const CString& path, unsigned fla
     tree->shareFlags = flags & 0x70;
     tree->root->isStorage = true;
     auto root = tree->root;
-    return std::unique_ptr<CStorage>(new CStorage(std::move(tree), std::move(root)));
+    const bool writable = tree->writable;
+    return std::unique_ptr<CStorage>(new CStorage(std::move(tree), std::move(root), writable));
 }
 
 std::unique_ptr<CStorage> CStorage::OpenBytes(std::vector<std::uint8_t> bytes, unsigned flags,
@@ -601,7 +603,8 @@ std::unique_ptr<CStorage> CStorage::OpenBytes(std::vector<std::uint8_t> bytes, u
     }
     tree->bytes = std::move(bytes);
     auto root = tree->root;
-    return std::unique_ptr<CStorage>(new CStorage(std::move(tree), std::move(root)));
+    const bool writable = tree->writable;
+    return std::unique_ptr<CStorage>(new CStorage(std::move(tree), std::move(root), writable));
 }
 
 std::unique_ptr<CStorage> CStorage::OpenStorage(const CString& name, unsigned flags,
@@ -619,7 +622,7 @@ std::unique_ptr<CStorage> CStorage::OpenStorage(const CString& name, unsigned fl
     if (!child->isStorage)
         return ReportNull<CStorage>(error, CFileException::accessDenied, name,
                                     "the element is a stream, not a storage");
-    return std::unique_ptr<CStorage>(new CStorage(m_tree, std::move(child)));
+    return std::unique_ptr<CStorage>(new CStorage(m_tree, std::move(child), Writable(flags)));
 }
 
 std::unique_ptr<CStorage> CStorage::CreateStorage(const CString& name, unsigned flags,
@@ -645,7 +648,7 @@ std::unique_ptr<CStorage> CStorage::CreateStorage(const CString& name, unsigned 
     child->name = name;
     child->isStorage = true;
     AddChild(*m_node, child);
-    return std::unique_ptr<CStorage>(new CStorage(m_tree, std::move(child)));
+    return std::unique_ptr<CStorage>(new CStorage(m_tree, std::move(child), true));
 }
 
 bool CStorage::DestroyElement(const CString& name, CFileException* error) {
@@ -681,9 +684,9 @@ bool CStorage::Commit(unsigned, CFileException* error) {
     if (m_node->detached)
         return Report(error, CFileException::invalidFile, m_tree->path,
                       "the storage was removed or reverted");
-    if (!m_tree->writable)
+    if (!m_writable)
         return Report(error, CFileException::accessDenied, m_tree->path,
-                      "the file is open for reading only");
+                      "the storage is open for reading only");
     try {
         if (m_tree->inMemory) {
             std::vector<std::uint8_t> bytes = WriteTreeToBytes(*m_tree->root, CString());
@@ -744,7 +747,7 @@ bool CStorage::IsRoot() const {
 }
 
 bool CStorage::CanWrite() const {
-    return m_tree->writable && !m_node->detached;
+    return m_writable && !m_node->detached;
 }
 
 CString CStorage::GetFilePath() const {

@@ -33,7 +33,8 @@ struct CStorageElement {
 //
 // The open modes are the CFile flags, whose values are those of the structured storage: 0x1012
 // creates (replacing an element of the same name) for reading and writing, share-exclusive; 0x10
-// opens for reading, share-exclusive. A root opened for reading refuses every change. A failure
+// opens for reading, share-exclusive. A storage opened for reading refuses every change in it,
+// and so does every storage of a file opened for reading. A failure
 // returns false or null and, when `error` is given, describes it there; an element that is not
 // there is a fileNotFound failure, a name already taken (without modeCreate) or a change refused
 // accessDenied, a name the format cannot hold badPath, a file that is not a compound file or is
@@ -108,10 +109,12 @@ public:
 
 private:
     friend class CStreamFile;
-    CStorage(std::shared_ptr<compound::Tree> tree, std::shared_ptr<compound::Node> node);
+    CStorage(std::shared_ptr<compound::Tree> tree, std::shared_ptr<compound::Node> node,
+             bool writable);
 
     std::shared_ptr<compound::Tree> m_tree;
     std::shared_ptr<compound::Node> m_node;
+    bool m_writable;
 };
 
 // A stream of a storage as a CFile, so that a CArchive runs over it. Each handle keeps its own

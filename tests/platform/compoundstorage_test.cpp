@@ -276,6 +276,12 @@ TEST_F(CompoundStorage, OpenModesAndNamesGiveTheirCauses) {
         {"destroy in read-only file",
          [&](CFileException* e) { return readOnly->DestroyElement(u"Contents", e); },
          CFileException::accessDenied},
+        {"stream in storage opened for reading",
+         [&](CFileException* e) {
+             return CStreamFile().CreateStream(*writable->OpenStorage(u"Pages", kRead), u"New",
+                                               kCreate, e);
+         },
+         CFileException::accessDenied},
         {"commit of read-only file", [&](CFileException* e) { return readOnly->Commit(9, e); },
          CFileException::accessDenied},
         {"empty name",
