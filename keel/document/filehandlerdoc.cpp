@@ -47,7 +47,7 @@ void QFileHandlerDoc::WriteToArchive(CArchive& archive) {
     archive << m_strImagesName;
     archive << static_cast<std::uint32_t>(m_pageImages.size());
     for (const std::unique_ptr<QEnhMetaFile>& image : m_pageImages) {
-        if (!image || image->m_bytes.size() > 0xFFFFFFFFu) {
+        if (!image || image->m_bytes.empty() || image->m_bytes.size() > 0xFFFFFFFFu) {
             archive << std::uint32_t{0};
             continue;
         }

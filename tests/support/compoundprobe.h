@@ -15,7 +15,8 @@ namespace keel::test {
 class CompoundProbe : public QCompoundFileObject {
 public:
     void WriteToArchive(CArchive& archive) override {
-        archive.Write(m_toWrite.data(), static_cast<unsigned>(m_toWrite.size()));
+        for (const std::uint8_t byte : m_toWrite)
+            archive << byte;
         if (m_failWrite)
             ThrowArchiveException(CArchiveException::genericException);
     }
