@@ -874,9 +874,15 @@ void CStreamFile::Write(const void* buffer, unsigned count) {
     if (m_position + count > c_maxStreamLength)
         throw CFileException(CFileException::diskFull, EFBIG, m_strFileName,
                              "a stream holds at most 4 GiB");
-    if (m_position + count > bytes.size())
-        bytes.resize(static_cast<std::size_t>(m_position + count));
-    std::memcpy(bytes.data() + m_position, buffer, count);
+    // What lands past the end is appended, so that it is copied once and never zeroed first.
+    const auto* in = static_cast<const std::uint8_t*>(buffer);
+    const auto position = static_cast<std::size_t>(m_position);
+    if (position > bytes.size())
+        bytes.resize(position);
+    const std::size_t inside = std::min<std::size_t>(count, bytes.size() - position);
+    if (inside > 0)
+        std::memcpy(bytes.data() + position, in, inside);
+    bytes.insert(bytes.end(), in + inside, in + count);
     m_position += count;
 }
 
