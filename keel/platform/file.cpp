@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdio>
 #include <cstring>
 #include <fcntl.h>
 #include <string>
@@ -36,13 +37,16 @@ const char* CauseName(int cause) {
     return names[cause];
 }
 
-std::string DescribeFileFailure(int cause, long osError, const CString& fileName) {
+std::string DescribeFileFailure(int cause, long osError, const CString& fileName,
+                                const std::string& detail = std::string()) {
     std::string text = "File error: ";
     text += CauseName(cause);
     if (!fileName.IsEmpty())
         text += " in '" + fileName.ToUtf8() + "'";
     if (osError > 0)
         text += std::string(" (") + std::strerror(static_cast<int>(osError)) + ")";
+    if (!detail.empty())
+        text += ": " + detail;
     return text;
 }
 
@@ -105,6 +109,11 @@ CFileException::CFileException(int cause, long osError, const CString& fileName)
     : CException(DescribeFileFailure(cause, osError, fileName)), m_cause(cause),
       m_lOsError(osError), m_strFileName(fileName) {}
 
+CFileException::CFileException(int cause, long osError, const CString& fileName,
+                               const std::string& detail)
+    : CException(DescribeFileFailure(cause, osError, fileName, detail)), m_cause(cause),
+      m_lOsError(osError), m_strFileName(fileName) {}
+
 int CFileException::OsErrorToException(long osError) {
     switch (osError) {
     case 0:
@@ -154,6 +163,27 @@ void CFileException::ThrowOsError(long osError, const CString& fileName) {
 
 void ThrowFileException(int cause, long osError, const CString& fileName) {
     throw CFileException(cause, osError, fileName);
+}
+
+bool ReplaceFileWithWritten(const CString& written, const CString& target, CString& reason) {
+    const std::string writtenPath = written.ToUtf8();
+    const std::string targetPath = target.ToUtf8();
+    struct stat old {};
+    if (::stat(targetPath.c_str(), &old) == 0) {
+        struct stat made {};
+        if (::chmod(writtenPath.c_str(), old.st_mode & 07777) != 0 ||
+            ::stat(writtenPath.c_str(), &made) != 0 ||
+            ((made.st_uid != old.st_uid || made.st_gid != old.st_gid) &&
+             ::chown(writtenPath.c_str(), old.st_uid, old.st_gid) != 0)) {
+            reason = u"Could not keep the owner and mode of the file";
+            return false;
+        }
+    }
+    if (std::rename(writtenPath.c_str(), targetPath.c_str()) != 0) {
+        reason = CString::FromUtf8(std::strerror(errno));
+        return false;
+    }
+    return true;
 }
 
 CFile::CFile(const CString& path, unsigned flags) {

@@ -4,6 +4,7 @@
 #include "keel/platform/exceptions.h"
 
 #include <cstdint>
+#include <string>
 #include <vector>
 
 namespace keel {
@@ -32,6 +33,8 @@ public:
 
     explicit CFileException(int cause = none, long osError = -1,
                             const CString& fileName = CString());
+    // The same with a sentence on what exactly was wrong, added to the text of the failure.
+    CFileException(int cause, long osError, const CString& fileName, const std::string& detail);
 
     // The cause that best describes an errno value.
     static int OsErrorToException(long osError);
@@ -44,6 +47,12 @@ public:
 
 [[noreturn]] void ThrowFileException(int cause, long osError = -1,
                                      const CString& fileName = CString());
+
+// Puts a file just written in place of `target`, in one rename, so that a reader sees the old
+// file or the new one and never half of either. An old target's mode and owner pass to the new
+// file. False with the reason when it could not be done; the written file is then left for the
+// caller to remove.
+bool ReplaceFileWithWritten(const CString& written, const CString& target, CString& reason);
 
 // A byte stream over a disk file. Derived classes replace the storage (memory, text files) and
 // keep the interface.

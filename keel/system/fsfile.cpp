@@ -2,6 +2,7 @@
 
 #include "keel/document/errorlog.h"
 #include "keel/document/translate.h"
+#include "keel/platform/file.h"
 #include "keel/system/pathop.h"
 
 #include <algorithm>
@@ -333,25 +334,9 @@ bool QFSFile::RenameIfExists(const CString& from, const CString& to, bool quiet)
 }
 
 bool QFSFile::ReplaceWithWritten(const CString& written, const CString& target, CString& reason) {
-    const std::string writtenPath = written.ToUtf8();
-    const std::string targetPath = target.ToUtf8();
-    struct stat old {};
-    if (::stat(targetPath.c_str(), &old) == 0) {
-        struct stat made {};
-        if (::chmod(writtenPath.c_str(), old.st_mode & 07777) != 0 ||
-            ::stat(writtenPath.c_str(), &made) != 0 ||
-            ((made.st_uid != old.st_uid || made.st_gid != old.st_gid) &&
-             ::chown(writtenPath.c_str(), old.st_uid, old.st_gid) != 0)) {
-            reason = u"Could not keep the owner and mode of the file";
-            return false;
-        }
-    }
-    const bool renamed = std::rename(writtenPath.c_str(), targetPath.c_str()) == 0;
-    const int renameError = errno;
+    const bool replaced = ReplaceFileWithWritten(written, target, reason);
     ClearFileStatusCache();
-    if (!renamed)
-        reason = CString::FromUtf8(std::error_code(renameError, std::generic_category()).message());
-    return renamed;
+    return replaced;
 }
 
 CString QFSFile::FollowLinks(const CString& path) {

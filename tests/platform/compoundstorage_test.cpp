@@ -1,0 +1,560 @@
+#include "tests/support/archivebytes.h"
+#include "tests/support/gsforacle.h"
+#include "tests/support/tempfolder.h"
+
+#include "keel/platform/archive.h"
+#include "keel/platform/compoundstorage.h"
+
+#include <algorithm>
+#include <csignal>
+#include <functional>
+#include <gtest/gtest.h>
+#include <map>
+#include <string>
+#include <sys/resource.h>
+
+namespace keel {
+namespace {
+
+using test::Bytes;
+using test::GsfElement;
+using test::GsfTree;
+
+constexpr unsigned kCreate = 0x1012;
+constexpr unsigned kRead = 0x10;
+
+Bytes Pattern(std::size_t size, unsigned seed) {
+    Bytes bytes(size);
+    for (std::size_t i = 0; i < size; ++i)
+        bytes[i] = static_cast<std::uint8_t>((i * 131 + seed * 7 + (i >> 8)) & 0xFF);
+    return bytes;
+}
+
+GsfElement Stream(Bytes bytes) {
+    return GsfElement{false, std::move(bytes)};
+}
+GsfElement Storage() {
+    return GsfElement{true, {}};
+}
+
+// Streams on both sides of the 4096-byte line between small and big blocks, an empty one, the
+// summary stream's name, and storages nested two deep, one of them empty.
+GsfTree SampleTree() {
+    return GsfTree{
+        {"Contents", Stream(Pattern(5000, 1))},
+        {"\x05SummaryInformation", Stream(Pattern(120, 2))},
+        {"Empty", Stream({})},
+        {"Small4095", Stream(Pattern(4095, 3))},
+        {"Big4096", Stream(Pattern(4096, 4))},
+        {"Big4097", Stream(Pattern(4097, 5))},
+        {"Pages", Storage()},
+        {"Pages/Page 1", Stream(Pattern(10, 6))},
+        {"Pages/Inner", Storage()},
+        {"Pages/Inner/Deep", Stream(Pattern(70000, 7))},
+        {"Nothing", Storage()},
+    };
+}
+
+// Puts every element of `tree` into `root` through our classes.
+void Fill(CStorage& root, const GsfTree& tree) {
+    for (const auto& [path, element] : tree) {
+        CStorage* storage = &root;
+        std::unique_ptr<CStorage> opened;
+        std::string rest = path;
+        for (std::size_t slash; (slash = rest.find('/')) != std::string::npos;) {
+            opened = storage->OpenStorage(CString::FromUtf8(rest.substr(0, slash)), kCreate);
+            ASSERT_TRUE(opened) << path;
+            storage = opened.get();
+            rest = rest.substr(slash + 1);
+        }
+        const CString name = CString::FromUtf8(rest);
+        if (element.isStorage) {
+            ASSERT_TRUE(storage->CreateStorage(name, kCreate)) << path;
+            continue;
+        }
+        CStreamFile stream;
+        ASSERT_TRUE(stream.CreateStream(*storage, name, kCreate)) << path;
+        stream.Write(element.bytes.data(), static_cast<unsigned>(element.bytes.size()));
+        stream.Close();
+    }
+}
+
+// Every element under `storage` read back through our classes.
+void Collect(CStorage& storage, const std::string& prefix, GsfTree& tree) {
+    for (const CStorageElement& element : storage.EnumElements()) {
+        const std::string path = prefix + element.m_strName.ToUtf8();
+        if (element.m_type == CStorageElement::typeStorage) {
+            tree[path] = Storage();
+            std::unique_ptr<CStorage> inner = storage.OpenStorage(element.m_strName, kRead);
+            ASSERT_TRUE(inner) << path;
+            Collect(*inner, path + "/", tree);
+            continue;
+        }
+        CStreamFile stream;
+        ASSERT_TRUE(stream.OpenStream(storage, element.m_strName, kRead)) << path;
+        EXPECT_EQ(stream.GetLength(), element.m_size) << path;
+        Bytes bytes(element.m_size);
+        EXPECT_EQ(stream.Read(bytes.data(), static_cast<unsigned>(bytes.size())), bytes.size());
+        tree[path] = Stream(std::move(bytes));
+    }
+}
+
+GsfTree Collected(CStorage& root) {
+    GsfTree tree;
+    Collect(root, "", tree);
+    return tree;
+}
+
+// The cause of a failure reported through `error`, or -1 when `action` succeeded.
+int CauseOf(const std::function<bool(CFileException*)>& action) {
+    CFileException error;
+    return action(&error) ? -1 : error.m_cause;
+}
+
+class CompoundStorage : public test::TempFolderTest {
+protected:
+    std::unique_ptr<CStorage> Created(const std::string& name, const GsfTree& tree) {
+        std::unique_ptr<CStorage> root = CStorage::CreateFile(PathOf(name), kCreate);
+        EXPECT_TRUE(root);
+        Fill(*root, tree);
+        CFileException error;
+        EXPECT_TRUE(root->Commit(CStorage::commitOverwrite | CStorage::commitConsolidate, &error))
+            << error.what();
+        return root;
+    }
+};
+
+TEST_F(CompoundStorage, WrittenFilesReadBackThroughLibgsfAndThroughUs) {
+    const GsfTree tree = SampleTree();
+    Created("doc.kdoc", tree).reset();
+    EXPECT_EQ(test::ReadWithGsf(ReadBytes("doc.kdoc")), tree);
+
+    std::unique_ptr<CStorage> root = CStorage::OpenFile(PathOf("doc.kdoc"), kRead);
+    ASSERT_TRUE(root);
+    EXPECT_EQ(Collected(*root), tree);
+    // Nothing but the document is left in the folder.
+    EXPECT_EQ(Listing("."), std::vector<std::string>{"doc.kdoc"});
+}
+
+TEST_F(CompoundStorage, FilesOfLibgsfAreReadAndOursWriteBackByteForByte) {
+    WriteBytes("theirs.kdoc", test::WriteWithGsf(SampleTree()));
+    std::unique_ptr<CStorage> root = CStorage::OpenFile(PathOf("theirs.kdoc"), 0x12);
+    ASSERT_TRUE(root);
+    EXPECT_EQ(Collected(*root), SampleTree());
+    ASSERT_TRUE(root->Commit(CStorage::commitOverwrite));
+    const Bytes ours = ReadBytes("theirs.kdoc");
+    EXPECT_EQ(test::ReadWithGsf(ours), SampleTree());
+
+    // Read and written again, our file comes back the same, whatever order it was built in.
+    std::unique_ptr<CStorage> memory = CStorage::OpenBytes(ours, kRead);
+    ASSERT_TRUE(memory);
+    EXPECT_EQ(memory->SaveToBytes(), ours);
+    std::unique_ptr<CStorage> rebuilt = CStorage::OpenBytes({}, kCreate);
+    const GsfTree tree = SampleTree();
+    for (auto element = tree.rbegin(); element != tree.rend(); ++element) {
+        if (element->first.find('/') == std::string::npos)
+            Fill(*rebuilt, {*element});
+    }
+    for (const auto& element : tree) {
+        if (element.first.find('/') != std::string::npos)
+            Fill(*rebuilt, {element});
+    }
+    EXPECT_EQ(rebuilt->SaveToBytes(), ours);
+}
+
+TEST_F(CompoundStorage, StreamsAreFilesForAnArchive) {
+    std::unique_ptr<CStorage> root = CStorage::OpenBytes({}, kCreate);
+    CStreamFile stream;
+    ASSERT_TRUE(stream.CreateStream(*root, u"Contents", kCreate));
+    {
+        CArchive archive(&stream, CArchive::store);
+        archive << std::int32_t{-1} << CString(u"name") << 2.5;
+        archive.Close();
+    }
+    // A seek past the end leaves a gap of zeros at the next write; SetLength cuts.
+    stream.Seek(4, CFile::end);
+    stream.Write("z", 1);
+    const unsigned long long length = stream.GetLength();
+    stream.SetLength(length - 1);
+    stream.SeekToBegin();
+    CArchive archive(&stream, CArchive::load);
+    std::int32_t marker = 0;
+    CString name;
+    double value = 0;
+    archive >> marker >> name >> value;
+    EXPECT_EQ(marker, -1);
+    EXPECT_EQ(name, u"name");
+    EXPECT_EQ(value, 2.5);
+    std::uint8_t gap[5] = {1, 1, 1, 1, 1};
+    EXPECT_EQ(archive.Read(gap, sizeof gap), 4u);
+    EXPECT_EQ(Bytes(gap, gap + 4), Bytes(4, 0));
+    EXPECT_THROW(stream.Seek(-1, CFile::begin), CFileException);
+}
+
+TEST_F(CompoundStorage, ACloneKeepsItsOwnPositionOnTheSameBytes) {
+    std::unique_ptr<CStorage> root = CStorage::OpenBytes({}, kCreate);
+    CStreamFile stream;
+    ASSERT_TRUE(stream.CreateStream(*root, u"\x05SummaryInformation", kCreate));
+    stream.Write("head", 4);
+    std::unique_ptr<CStreamFile> clone = stream.Clone();
+    EXPECT_EQ(clone->GetPosition(), 4u);
+    stream.Seek(20, CFile::current);
+    stream.Write("body", 4);
+    clone->Write("TABLE", 5);
+    EXPECT_EQ(clone->GetPosition(), 9u);
+    EXPECT_EQ(stream.GetPosition(), 28u);
+    stream.SeekToBegin();
+    char all[28] = {};
+    ASSERT_EQ(stream.Read(all, sizeof all), 28u);
+    EXPECT_EQ(std::string(all, 9), "headTABLE");
+    EXPECT_EQ(std::string(all + 24, 4), "body");
+    // The clone holds the stream open as the first handle does.
+    stream.Close();
+    CStreamFile again;
+    EXPECT_EQ(CauseOf([&](CFileException* e) {
+                  return again.OpenStream(*root, u"\x05SummaryInformation", kRead, e);
+              }),
+              CFileException::sharingViolation);
+    clone.reset();
+    EXPECT_TRUE(again.OpenStream(*root, u"\x05SUMMARYINFORMATION", kRead));
+}
+
+TEST_F(CompoundStorage, OpenModesAndNamesGiveTheirCauses) {
+    const Bytes file = test::WriteWithGsf(SampleTree());
+    std::unique_ptr<CStorage> writable = CStorage::OpenBytes(file, kCreate);
+    std::unique_ptr<CStorage> readOnly = CStorage::OpenBytes(file, kRead);
+    ASSERT_TRUE(writable && readOnly);
+    CStreamFile held;
+    ASSERT_TRUE(held.OpenStream(*writable, u"Big4096", kRead));
+    const std::u16string longest(31, u'n');
+
+    const struct {
+        const char* what;
+        std::function<bool(CFileException*)> action;
+        int cause;
+    } cases[] = {
+        {"missing stream",
+         [&](CFileException* e) {
+             return CStreamFile().OpenStream(*writable, u"Absent", kRead, e);
+         },
+         CFileException::fileNotFound},
+        {"missing storage",
+         [&](CFileException* e) { return !!writable->OpenStorage(u"Absent", kRead, e); },
+         CFileException::fileNotFound},
+        {"missing element",
+         [&](CFileException* e) { return writable->DestroyElement(u"Absent", e); },
+         CFileException::fileNotFound},
+        {"stream opened as storage",
+         [&](CFileException* e) { return !!writable->OpenStorage(u"Contents", kRead, e); },
+         CFileException::accessDenied},
+        {"storage opened as stream",
+         [&](CFileException* e) { return CStreamFile().OpenStream(*writable, u"Pages", kRead, e); },
+         CFileException::accessDenied},
+        {"existing name without create",
+         [&](CFileException* e) {
+             return CStreamFile().CreateStream(*writable, u"contents", 0x12, e);
+         },
+         CFileException::accessDenied},
+        {"stream open twice",
+         [&](CFileException* e) {
+             return CStreamFile().OpenStream(*writable, u"BIG4096", kRead, e);
+         },
+         CFileException::sharingViolation},
+        {"create in read-only file",
+         [&](CFileException* e) {
+             return CStreamFile().CreateStream(*readOnly, u"New", kCreate, e);
+         },
+         CFileException::accessDenied},
+        {"open for writing in read-only file",
+         [&](CFileException* e) {
+             return CStreamFile().OpenStream(*readOnly, u"Contents", 0x12, e);
+         },
+         CFileException::accessDenied},
+        {"storage in read-only file",
+         [&](CFileException* e) { return !!readOnly->CreateStorage(u"New", kCreate, e); },
+         CFileException::accessDenied},
+        {"destroy in read-only file",
+         [&](CFileException* e) { return readOnly->DestroyElement(u"Contents", e); },
+         CFileException::accessDenied},
+        {"stream in storage opened for reading",
+         [&](CFileException* e) {
+             return CStreamFile().CreateStream(*writable->OpenStorage(u"Pages", kRead), u"New",
+                                               kCreate, e);
+         },
+         CFileException::accessDenied},
+        {"commit of read-only file", [&](CFileException* e) { return readOnly->Commit(9, e); },
+         CFileException::accessDenied},
+        {"empty name",
+         [&](CFileException* e) { return CStreamFile().CreateStream(*writable, u"", kCreate, e); },
+         CFileException::badPath},
+        {"32 characters",
+         [&](CFileException* e) {
+             return CStreamFile().CreateStream(*writable, CString(longest + u"n"), kCreate, e);
+         },
+         CFileException::badPath},
+        {"slash", [&](CFileException* e) { return !!writable->CreateStorage(u"a/b", kCreate, e); },
+         CFileException::badPath},
+        {"backslash",
+         [&](CFileException* e) {
+             return CStreamFile().CreateStream(*writable, u"a\\b", kCreate, e);
+         },
+         CFileException::badPath},
+        {"colon",
+         [&](CFileException* e) {
+             return CStreamFile().CreateStream(*writable, u"a:b", kCreate, e);
+         },
+         CFileException::badPath},
+        {"exclamation mark",
+         [&](CFileException* e) {
+             return CStreamFile().CreateStream(*writable, u"a!b", kCreate, e);
+         },
+         CFileException::badPath},
+        {"31 characters",
+         [&](CFileException* e) {
+             return CStreamFile().CreateStream(*writable, CString(longest), kCreate, e);
+         },
+         -1},
+        {"existing name with create",
+         [&](CFileException* e) {
+             return CStreamFile().CreateStream(*writable, u"CONTENTS", kCreate, e);
+         },
+         -1},
+    };
+    for (const auto& c : cases)
+        EXPECT_EQ(CauseOf(c.action), c.cause) << c.what;
+
+    // Creating over an existing stream emptied it and kept the name as it was first written.
+    const std::vector<CStorageElement> elements = writable->EnumElements();
+    const auto contents = std::find_if(elements.begin(), elements.end(),
+                                       [](const auto& e) { return e.m_strName == u"Contents"; });
+    ASSERT_NE(contents, elements.end());
+    EXPECT_EQ(contents->m_size, 0u);
+    CStreamFile reading;
+    ASSERT_TRUE(reading.OpenStream(*readOnly, u"Contents", kRead));
+    EXPECT_THROW(reading.Write("x", 1), CFileException);
+    EXPECT_THROW(reading.SetLength(0), CFileException);
+}
+
+TEST_F(CompoundStorage, EnumerationGivesNamesTypesAndSizes) {
+    std::unique_ptr<CStorage> root = CStorage::OpenBytes(test::WriteWithGsf(SampleTree()), kRead);
+    ASSERT_TRUE(root);
+    std::map<std::string, std::pair<int, unsigned long long>> seen;
+    for (const CStorageElement& element : root->EnumElements())
+        seen[element.m_strName.ToUtf8()] = {element.m_type, element.m_size};
+    const std::map<std::string, std::pair<int, unsigned long long>> expected = {
+        {"Contents", {CStorageElement::typeStream, 5000}},
+        {"\x05SummaryInformation", {CStorageElement::typeStream, 120}},
+        {"Empty", {CStorageElement::typeStream, 0}},
+        {"Small4095", {CStorageElement::typeStream, 4095}},
+        {"Big4096", {CStorageElement::typeStream, 4096}},
+        {"Big4097", {CStorageElement::typeStream, 4097}},
+        {"Pages", {CStorageElement::typeStorage, 0}},
+        {"Nothing", {CStorageElement::typeStorage, 0}},
+    };
+    EXPECT_EQ(seen, expected);
+    EXPECT_TRUE(root->IsRoot());
+    EXPECT_FALSE(root->OpenStorage(u"pages", kRead)->IsRoot());
+}
+
+TEST_F(CompoundStorage, DestroyedAndRevertedElementsFailTheirHandles) {
+    Created("doc.kdoc", SampleTree()).reset();
+    const Bytes before = ReadBytes("doc.kdoc");
+    std::unique_ptr<CStorage> root = CStorage::OpenFile(PathOf("doc.kdoc"), 0x12);
+    ASSERT_TRUE(root);
+    std::unique_ptr<CStorage> pages = root->OpenStorage(u"Pages", 0x12);
+    CStreamFile deep;
+    std::unique_ptr<CStorage> inner = pages->OpenStorage(u"Inner", 0x12);
+    ASSERT_TRUE(deep.OpenStream(*inner, u"Deep", 0x12));
+    ASSERT_TRUE(root->DestroyElement(u"PAGES"));
+    char byte = 0;
+    EXPECT_THROW(deep.Read(&byte, 1), CFileException);
+    EXPECT_EQ(CauseOf([&](CFileException* e) { return !!inner->CreateStorage(u"X", kCreate, e); }),
+              CFileException::invalidFile);
+
+    CStreamFile contents;
+    ASSERT_TRUE(contents.CreateStream(*root, u"Contents", kCreate));
+    contents.Write("changed", 7);
+    root->SetClassID({1, 2, 3});
+    root->Revert();
+    EXPECT_THROW(contents.Write("x", 1), CFileException);
+    EXPECT_EQ(Collected(*root), SampleTree());
+    EXPECT_EQ(root->GetClassID(), (std::array<std::uint8_t, 16>{}));
+    EXPECT_EQ(ReadBytes("doc.kdoc"), before);
+
+    // A new file that was never committed reverts to nothing.
+    std::unique_ptr<CStorage> fresh = CStorage::CreateFile(PathOf("new.kdoc"), kCreate);
+    Fill(*fresh, SampleTree());
+    fresh->Revert();
+    EXPECT_TRUE(fresh->EnumElements().empty());
+}
+
+TEST_F(CompoundStorage, ClassIdsOfStoragesAreKept) {
+    std::unique_ptr<CStorage> root = CStorage::OpenBytes({}, kCreate);
+    const std::array<std::uint8_t, 16> rootID{0x10, 0x20, 0x30, 0x40, 5,  6,  7,  8,
+                                              9,    10,   11,   12,   13, 14, 15, 16};
+    const std::array<std::uint8_t, 16> innerID{0xFF, 0xEE};
+    root->SetClassID(rootID);
+    root->CreateStorage(u"Inner", kCreate)->SetClassID(innerID);
+    ASSERT_TRUE(root->Commit(9));
+    std::unique_ptr<CStorage> back = CStorage::OpenBytes(root->Bytes(), kRead);
+    ASSERT_TRUE(back);
+    EXPECT_EQ(back->GetClassID(), rootID);
+    EXPECT_EQ(back->OpenStorage(u"Inner", kRead)->GetClassID(), innerID);
+}
+
+TEST_F(CompoundStorage, SharingModesHoldAgainstOtherOpeners) {
+    Created("doc.kdoc", SampleTree()).reset();
+    std::unique_ptr<CStorage> first = CStorage::OpenFile(PathOf("doc.kdoc"), 0x12);
+    ASSERT_TRUE(first);
+    EXPECT_EQ(CauseOf([&](CFileException* e) {
+                  return !!CStorage::OpenFile(PathOf("doc.kdoc"), kRead, e);
+              }),
+              CFileException::sharingViolation);
+    // The lock passes to the new file when a commit replaces the old one.
+    ASSERT_TRUE(first->Commit(9));
+    EXPECT_EQ(CauseOf([&](CFileException* e) {
+                  return !!CStorage::OpenFile(PathOf("doc.kdoc"), kRead, e);
+              }),
+              CFileException::sharingViolation);
+    first.reset();
+    EXPECT_TRUE(CStorage::OpenFile(PathOf("doc.kdoc"), kRead));
+}
+
+TEST_F(CompoundStorage, CreatingRefusesAnExistingFileWithoutCreateAndAMissingFolder) {
+    WriteBytes("old.kdoc", {1, 2, 3});
+    EXPECT_EQ(CauseOf([&](CFileException* e) {
+                  return !!CStorage::CreateFile(PathOf("old.kdoc"), 0x12, e);
+              }),
+              CFileException::accessDenied);
+    EXPECT_EQ(CauseOf([&](CFileException* e) {
+                  return !!CStorage::CreateFile(PathOf("absent/new.kdoc"), kCreate, e);
+              }),
+              CFileException::badPath);
+    EXPECT_EQ(CauseOf([&](CFileException* e) {
+                  return !!CStorage::OpenFile(PathOf("absent.kdoc"), kRead, e);
+              }),
+              CFileException::fileNotFound);
+    // With create the old file is replaced, but only at the commit.
+    std::unique_ptr<CStorage> root = CStorage::CreateFile(PathOf("old.kdoc"), kCreate);
+    ASSERT_TRUE(root);
+    EXPECT_EQ(ReadBytes("old.kdoc"), (Bytes{1, 2, 3}));
+    ASSERT_TRUE(root->Commit(9));
+    EXPECT_TRUE(test::ReadWithGsf(ReadBytes("old.kdoc")).empty());
+}
+
+// Lets the process write files of at most `limit` bytes; a write beyond fails with EFBIG.
+class FileSizeLimit {
+public:
+    explicit FileSizeLimit(rlim_t limit) {
+        m_oldHandler = std::signal(SIGXFSZ, SIG_IGN);
+        getrlimit(RLIMIT_FSIZE, &m_old);
+        rlimit limited = m_old;
+        limited.rlim_cur = limit;
+        setrlimit(RLIMIT_FSIZE, &limited);
+    }
+    ~FileSizeLimit() {
+        setrlimit(RLIMIT_FSIZE, &m_old);
+        std::signal(SIGXFSZ, m_oldHandler);
+    }
+
+private:
+    rlimit m_old{};
+    void (*m_oldHandler)(int);
+};
+
+TEST_F(CompoundStorage, AFailedSaveLeavesTheOldFileByteForByte) {
+    Created("doc.kdoc", SampleTree()).reset();
+    const Bytes before = ReadBytes("doc.kdoc");
+    std::unique_ptr<CStorage> root = CStorage::OpenFile(PathOf("doc.kdoc"), 0x12);
+    ASSERT_TRUE(root);
+    CStreamFile big;
+    ASSERT_TRUE(big.CreateStream(*root, u"Large", kCreate));
+    const Bytes large = Pattern(1 << 20, 9);
+    big.Write(large.data(), static_cast<unsigned>(large.size()));
+    big.Close();
+    CFileException error;
+    {
+        const FileSizeLimit limit(before.size() + 8192);
+        EXPECT_FALSE(root->Commit(9, &error));
+    }
+    EXPECT_EQ(error.m_cause, CFileException::diskFull) << error.what();
+    EXPECT_EQ(ReadBytes("doc.kdoc"), before);
+    EXPECT_EQ(Listing("."), std::vector<std::string>{"doc.kdoc"}) << "the partial file is gone";
+    // The changes are still there to be saved once the disk has room.
+    ASSERT_TRUE(root->Commit(9, &error)) << error.what();
+    root.reset();
+    EXPECT_EQ(test::ReadWithGsf(ReadBytes("doc.kdoc")).at("Large").bytes, large);
+}
+
+// Damaged files: each is refused with invalidFile, or read, but never crashes.
+TEST_F(CompoundStorage, TruncatedAndDamagedFilesAreRefused) {
+    const Bytes good = test::WriteWithGsf(SampleTree());
+    const struct {
+        const char* what;
+        Bytes bytes;
+    } refused[] = {
+        {"nothing", {}},
+        {"one byte", {0xD0}},
+        {"text", Bytes{'h', 'e', 'l', 'l', 'o'}},
+        {"header only", Bytes(good.begin(), good.begin() + 512)},
+        {"half", Bytes(good.begin(), good.begin() + good.size() / 2)},
+        {"all but the last sector", Bytes(good.begin(), good.end() - 512)},
+    };
+    for (const auto& c : refused) {
+        WriteBytes("bad.kdoc", c.bytes);
+        CFileException error;
+        EXPECT_FALSE(CStorage::OpenFile(PathOf("bad.kdoc"), kRead, &error)) << c.what;
+        EXPECT_EQ(error.m_cause, CFileException::invalidFile) << c.what;
+        EXPECT_NE(std::string(error.what()).find("bad.kdoc"), std::string::npos) << error.what();
+        if (!c.bytes.empty()) {
+            EXPECT_FALSE(CStorage::OpenBytes(c.bytes, kRead, &error)) << c.what;
+        }
+    }
+    // A stream that claims more bytes than it has: the file is refused, or the stream left out
+    // (libgsf drops a directory entry it finds wrong), never handed out with that size.
+    const Bytes name = test::WideUnits(u"Contents");
+    const auto entry = std::search(good.begin(), good.end(), name.begin(), name.end());
+    ASSERT_NE(entry, good.end());
+    const std::size_t sizeField = static_cast<std::size_t>(entry - good.begin()) + 120;
+    for (const Bytes& claimed : {Bytes{0x00, 0x00, 0x01, 0x00}, Bytes{0x00, 0x00, 0x10, 0x00}}) {
+        Bytes oversized = good;
+        std::copy(claimed.begin(), claimed.end(), oversized.begin() + sizeField);
+        CFileException error;
+        std::unique_ptr<CStorage> root = CStorage::OpenBytes(oversized, kRead, &error);
+        if (!root) {
+            EXPECT_EQ(error.m_cause, CFileException::invalidFile) << error.what();
+            continue;
+        }
+        for (const CStorageElement& element : root->EnumElements())
+            EXPECT_NE(element.m_strName, u"Contents");
+    }
+    // Every single byte of the header and directory changed in turn.
+    for (std::size_t offset = 0; offset < good.size(); offset += 97) {
+        Bytes damaged = good;
+        damaged[offset] ^= 0xA5;
+        CFileException error;
+        std::unique_ptr<CStorage> root = CStorage::OpenBytes(damaged, kRead, &error);
+        if (!root) {
+            EXPECT_EQ(error.m_cause, CFileException::invalidFile) << offset;
+        }
+    }
+}
+
+TEST_F(CompoundStorage, NestingIsBoundedAtThirtyTwoStorages) {
+    for (const int depth : {CStorage::c_maxDepth, CStorage::c_maxDepth + 1}) {
+        std::string path;
+        for (int level = 0; level < depth; ++level)
+            path += (level ? "/S" : "S") + std::to_string(level);
+        const Bytes file = test::WriteWithGsf({{path + "/leaf", Stream({1, 2, 3})}});
+        CFileException error;
+        std::unique_ptr<CStorage> root = CStorage::OpenBytes(file, kRead, &error);
+        EXPECT_EQ(!!root, depth == CStorage::c_maxDepth) << depth;
+        if (!root) {
+            EXPECT_NE(std::string(error.what()).find("nested more than 32"), std::string::npos)
+                << error.what();
+        }
+    }
+}
+
+} // namespace
+} // namespace keel
