@@ -3,6 +3,7 @@
 #include "keel/geometry/polytext.h"
 #include "keel/geometry/tpoly.h"
 
+#include <cmath>
 #include <gtest/gtest.h>
 #include <initializer_list>
 #include <string>
@@ -16,6 +17,13 @@ using WPoint = QWorldPoly::Point;
 inline WPoint Pt(double x, double y) {
     return WPoint(QLength::FromRaw(x), QLength::FromRaw(y));
 }
+
+// A vertex's raw coordinates.
+struct RawXY {
+    explicit RawXY(const WPoint& point) : x(point.x.GetRaw()), y(point.y.GetRaw()) {}
+    double x;
+    double y;
+};
 
 // A world polygon of raw coordinates (millimetres).
 inline QWorldPoly Poly(std::initializer_list<XY> vertices) {
