@@ -216,6 +216,8 @@ typename TPoly<T, tag>::Point& TPoly<T, tag>::ElementAtWrapped(int index) {
 template <class T, char tag>
 typename TPoly<T, tag>::Point& TPoly<T, tag>::ElementAtGrow(int index) {
     index = NormaliseInsertIndex(index);
+    if (index == INT_MAX)
+        ThrowInvalidArgument("TPoly::ElementAtGrow: no room for index " + std::to_string(index));
     EnsureSize(index + 1);
     ClearFlags();
     return m_points[index];

@@ -3,6 +3,7 @@
 #include "keel/geometry/tpoly.h"
 #include "keel/platform/exceptions.h"
 
+#include <climits>
 #include <functional>
 #include <gtest/gtest.h>
 #include <string>
@@ -133,6 +134,7 @@ TEST(PolyTest, CheckedAccessThrowsOutsideTheVertices) {
     EXPECT_THROW(poly.ElementAt(-1), InvalidArgumentException);
     EXPECT_THROW(poly.RemoveAt(1, 2), InvalidArgumentException);
     EXPECT_THROW(QWorldPoly().ElementAtWrapped(0), InvalidArgumentException);
+    EXPECT_THROW(poly.ElementAtGrow(INT_MAX), InvalidArgumentException);
     EXPECT_EQ(Text(poly), "1,0 2,0");
 }
 
