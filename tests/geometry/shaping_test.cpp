@@ -1,0 +1,423 @@
+#include "tests/support/geometry.h"
+
+#include "keel/geometry/tpoly.h"
+#include "keel/platform/exceptions.h"
+
+#include <cmath>
+#include <gtest/gtest.h>
+#include <numbers>
+#include <string>
+
+namespace keel {
+
+namespace {
+
+using test::Poly;
+using test::Pt;
+using test::Text;
+using test::VerticesNear;
+using Arc = TPolyArc<QLength, 'W'>;
+
+QArray<QLength> Widths(std::initializer_list<double> raw) {
+    QArray<QLength> widths;
+    for (double width : raw)
+        widths.Add(QLength::FromRaw(width));
+    return widths;
+}
+
+TEST(OffsetEdgesTest, EdgesMoveToTheLeftOfTheirDirection) {
+    const struct {
+        const char* name;
+        QWorldPoly poly;
+        QArray<QLength> widths;
+        bool uniform;
+        int direction;
+        bool closed;
+        std::initializer_list<test::XY> result;
+    } rows[] = {
+        {"a line", Poly({{0, 0}, {10, 0}}), Widths({1}), true, 1, false, {{0, 1}, {10, 1}}},
+        {"a line, direction -1",
+         Poly({{0, 0}, {10, 0}}),
+         Widths({1}),
+         true,
+         -1,
+         false,
+         {{0, -1}, {10, -1}}},
+        {"an open corner",
+         Poly({{0, 0}, {10, 0}, {10, 10}}),
+         Widths({1}),
+         true,
+         1,
+         false,
+         {{0, 1}, {9, 1}, {9, 10}}},
+        {"a width for each edge",
+         Poly({{0, 0}, {10, 0}, {10, 10}}),
+         Widths({1, 2}),
+         false,
+         1,
+         false,
+         {{0, 1}, {8, 1}, {8, 10}}},
+        {"a counter-clockwise ring shrinks",
+         Poly({{0, 0}, {10, 0}, {10, 10}, {0, 10}}),
+         Widths({1}),
+         true,
+         1,
+         true,
+         {{1, 1}, {9, 1}, {9, 9}, {1, 9}}},
+        {"a clockwise ring grows",
+         Poly({{0, 0}, {0, 10}, {10, 10}, {10, 0}}),
+         Widths({1}),
+         true,
+         1,
+         true,
+         {{-1, -1}, {-1, 11}, {11, 11}, {11, -1}}},
+        {"a ring with the closing edge's own width",
+         Poly({{0, 0}, {10, 0}, {10, 10}, {0, 10}}),
+         Widths({1, 1, 1, 3}),
+         false,
+         1,
+         true,
+         {{3, 1}, {9, 1}, {9, 9}, {3, 9}}},
+        {"a repeated closing vertex stays on the first",
+         Poly({{0, 0}, {10, 0}, {10, 10}, {0, 10}, {0, 0}}),
+         Widths({1}),
+         true,
+         1,
+         true,
+         {{1, 1}, {9, 1}, {9, 9}, {1, 9}, {1, 1}}},
+        {"a repeated closing vertex of an open path is an end",
+         Poly({{0, 0}, {10, 0}, {10, 10}, {0, 10}, {0, 0}}),
+         Widths({1}),
+         true,
+         1,
+         false,
+         {{0, 1}, {9, 1}, {9, 9}, {1, 9}, {1, 0}}},
+        {"a fold-back vertex stays in place",
+         Poly({{0, 0}, {10, 0}, {0, 0.0001}}),
+         Widths({1}),
+         true,
+         1,
+         false,
+         {{0, 1}, {10, 0}, {0, -0.9999}}},
+        {"a width near zero does nothing",
+         Poly({{0, 0}, {10, 0}}),
+         Widths({0.01}),
+         true,
+         1,
+         false,
+         {{0, 0}, {10, 0}}},
+        {"one vertex does nothing", Poly({{3, 3}}), Widths({}), true, 1, true, {{3, 3}}},
+    };
+    for (const auto& row : rows) {
+        QWorldPoly poly = row.poly;
+        poly.OffsetEdges(row.widths, row.uniform, row.direction, row.closed);
+        EXPECT_TRUE(VerticesNear(poly, row.result, 1e-4)) << row.name;
+    }
+}
+
+TEST(OffsetEdgesTest, MissingWidthsAreAnInvalidArgumentAndChangeNothing) {
+    const struct {
+        QArray<QLength> widths;
+        bool uniform;
+        bool closed;
+        std::string message;
+    } rows[] = {
+        {Widths({}), true, false, "Invalid argument: TPoly::OffsetEdges: no widths for the edges"},
+        {Widths({}), false, true, "Invalid argument: TPoly::OffsetEdges: no widths for the edges"},
+        {Widths({1, 1}), false, false,
+         "Invalid argument: TPoly::OffsetEdges: 2 widths for 3 edges"},
+        {Widths({1, 1, 1}), false, true,
+         "Invalid argument: TPoly::OffsetEdges: 3 widths for 4 edges"},
+    };
+    for (const auto& row : rows) {
+        QWorldPoly poly = Poly({{0, 0}, {10, 0}, {10, 10}, {0, 10}});
+        try {
+            poly.OffsetEdges(row.widths, row.uniform, 1, row.closed);
+            ADD_FAILURE() << "no exception for " << row.message;
+        } catch (const InvalidArgumentException& error) {
+            EXPECT_EQ(std::string(error.what()), row.message);
+        }
+        EXPECT_EQ(Text(poly), "0,0 10,0 10,10 0,10");
+    }
+}
+
+TEST(OffsetEdgesTest, OffsetUniformIsOneWidthForwards) {
+    QWorldPoly uniform = Poly({{0, 0}, {10, 0}, {10, 10}, {3, 12}});
+    QWorldPoly explicitWidths = uniform;
+    uniform.OffsetUniform(QLength::FromRaw(1.5), true);
+    explicitWidths.OffsetEdges(Widths({1.5, 1.5, 1.5, 1.5}), false, 1, true);
+    EXPECT_EQ(Text(uniform), Text(explicitWidths));
+}
+
+// Joints are mitred for one width; unequal widths meet exactly only at right angles.
+TEST(OffsetEdgesTest, EachOffsetEdgeLiesTheWidthFromTheOriginal) {
+    const QWorldPoly ring = Poly({{0, 0}, {40, -5}, {55, 20}, {30, 45}, {-10, 30}});
+    QWorldPoly offset = ring;
+    offset.OffsetEdges(Widths({2.5}), true, 1, true);
+    for (int edge = 0; edge < ring.GetCount(); ++edge) {
+        const test::RawXY a{ring.Vertex(edge)};
+        const test::RawXY b{ring.Vertex(edge + 1)};
+        const double length = std::hypot(b.x - a.x, b.y - a.y);
+        for (int end = 0; end < 2; ++end) {
+            const test::RawXY p{offset.Vertex(edge + end)};
+            const double leftDistance =
+                ((b.x - a.x) * (p.y - a.y) - (b.y - a.y) * (p.x - a.x)) / length;
+            EXPECT_NEAR(leftDistance, 2.5, 1e-9) << "edge " << edge << " end " << end;
+        }
+    }
+}
+
+TEST(RebuildBandTest, KeepsThePathAndAppendsItsOffsetReversed) {
+    const struct {
+        const char* name;
+        QWorldPoly poly;
+        QArray<QLength> widths;
+        bool uniform;
+        const char* result;
+    } rows[] = {
+        {"an open path", Poly({{0, 0}, {10, 0}, {99, 99}, {98, 98}}), Widths({1}), true,
+         "0,0 10,0 10,1 0,1"},
+        {"a width for each edge", Poly({{0, 0}, {10, 0}, {10, 10}, {7, 7}, {7, 7}, {7, 7}}),
+         Widths({1, 2}), false, "0,0 10,0 10,10 8,10 8,1 0,1"},
+        {"a closed path",
+         Poly({{0, 0}, {10, 0}, {10, 10}, {0, 10}, {0, 0}, {5, 5}, {5, 5}, {5, 5}, {5, 5}, {5, 5}}),
+         Widths({1}), true, "0,0 10,0 10,10 0,10 0,0 1,1 1,9 9,9 9,1 1,1"},
+        {"three vertices cut to one, which no offset moves", Poly({{4, 4}, {10, 0}, {10, 10}}),
+         Widths({1}), true, "4,4 4,4"},
+        {"two vertices become one point twice", Poly({{4, 4}, {10, 0}}), Widths({1}), true,
+         "4,4 4,4"},
+        {"one vertex stays", Poly({{4, 4}}), Widths({1}), true, "4,4"},
+    };
+    for (const auto& row : rows) {
+        QWorldPoly poly = row.poly;
+        poly.RebuildBand(row.widths, row.uniform);
+        EXPECT_EQ(Text(poly), row.result) << row.name;
+    }
+}
+
+TEST(ChamferTest, CutsTheCornerAtTheDistanceAlongBothEdges) {
+    const struct {
+        int index;
+        double distance;
+        bool cut;
+        const char* result;
+    } rows[] = {
+        {1, 2, true, "0,0 8,0 10,2 10,10 0,10"},
+        {-1, 2, true, "0,0 10,0 10,10 2,10 0,8"},
+        {0, 10.005, true, "0,10.005 10.005,0 10,0 10,10 0,10"},
+        {1, 10.011, false, "0,0 10,0 10,10 0,10"},
+        {1, 0.01, false, "0,0 10,0 10,10 0,10"},
+        {1, -0.01, false, "0,0 10,0 10,10 0,10"},
+    };
+    for (const auto& row : rows) {
+        QWorldPoly poly = Poly({{0, 0}, {10, 0}, {10, 10}, {0, 10}});
+        EXPECT_EQ(poly.ChamferCorner(row.index, QLength::FromRaw(row.distance)), row.cut)
+            << row.index << " " << row.distance;
+        QWorldPoly expected;
+        std::string message;
+        ASSERT_TRUE(ReadPolyText(row.result, expected, message)) << message;
+        EXPECT_TRUE(poly == expected) << Text(poly) << " for " << row.index << " " << row.distance;
+    }
+}
+
+TEST(FilletTest, ARightAngleGetsAQuarterCircleInsideTheCorner) {
+    QWorldPoly poly = Poly({{0, 0}, {10, 0}, {10, 10}, {0, 10}});
+    ASSERT_TRUE(poly.FilletCorner(1, QLength::FromRaw(2), 1));
+    // The chord comes out a hair over 90 degrees, so ten pieces of 9 degrees become eleven.
+    ASSERT_EQ(poly.GetCount(), 15) << Text(poly);
+    EXPECT_EQ(poly.Vertex(0), Pt(0, 0));
+    EXPECT_EQ(poly.Vertex(1), Pt(8, 0));
+    EXPECT_EQ(poly.Vertex(12), Pt(10, 2));
+    EXPECT_EQ(poly.Vertex(13), Pt(10, 10));
+    for (int i = 1; i <= 12; ++i) {
+        const double dx = poly.Vertex(i).x.GetRaw() - 8;
+        const double dy = poly.Vertex(i).y.GetRaw() - 2;
+        EXPECT_NEAR(std::hypot(dx, dy), 2, 1e-9) << i;
+        EXPECT_GE(dx, -1e-9) << i;
+        EXPECT_LE(dy, 1e-9) << i;
+    }
+    EXPECT_EQ(poly.Orientation(), 1);
+}
+
+TEST(FilletTest, AClockwiseCornerIsRoundedTheSameWay) {
+    QWorldPoly poly = Poly({{0, 10}, {10, 10}, {10, 0}, {0, 0}});
+    ASSERT_TRUE(poly.FilletCorner(-2, QLength::FromRaw(3), 20));
+    ASSERT_EQ(poly.GetCount(), 4 + 20) << "twenty pieces asked for: " << Text(poly);
+    EXPECT_EQ(poly.Vertex(2), Pt(10, 3));
+    EXPECT_EQ(poly.Vertex(22), Pt(7, 0));
+    for (int i = 2; i <= 22; ++i) {
+        const double dx = poly.Vertex(i).x.GetRaw() - 7;
+        const double dy = poly.Vertex(i).y.GetRaw() - 3;
+        EXPECT_NEAR(std::hypot(dx, dy), 3, 1e-9) << i;
+        EXPECT_GE(dx, -1e-9) << i;
+        EXPECT_LE(dy, 1e-9) << i;
+    }
+}
+
+TEST(FilletTest, AStraightOrTooShortCornerIsLeftAlone) {
+    const struct {
+        const char* name;
+        QWorldPoly poly;
+        int index;
+        double radius;
+    } rows[] = {
+        {"straight", Poly({{0, 0}, {10, 0}, {20, 0}, {20, 10}}), 1, 2},
+        {"folding back", Poly({{0, 0}, {10, 0}, {0, 0.000001}, {20, 10}}), 1, 2},
+        {"edge shorter than the cut", Poly({{0, 0}, {1, 0}, {1, 10}, {0, 10}}), 1, 2},
+    };
+    for (const auto& row : rows) {
+        QWorldPoly poly = row.poly;
+        EXPECT_FALSE(poly.FilletCorner(row.index, QLength::FromRaw(row.radius), 4)) << row.name;
+        EXPECT_EQ(Text(poly), Text(row.poly)) << row.name;
+    }
+}
+
+TEST(ArcEdgeTest, SegmentsAreNineDegreesAtMostUnlessMoreAreAsked) {
+    const struct {
+        double radius;
+        int minSegments;
+        int vertices;
+    } rows[] = {
+        {5, 1, 2 + 19},  // a half circle: 180 degrees in 20 pieces
+        {5, 30, 2 + 29}, // more asked for
+        {10, 1, 2 + 6},  // 60 degrees in 7 pieces
+        {4.99, 4, 2},    // too small a radius: the chord stays
+        {-5, 1, 2 + 19},
+    };
+    for (const auto& row : rows) {
+        QWorldPoly poly = Poly({{0, 0}, {10, 0}});
+        poly.ArcEdge(0, QLength::FromRaw(row.radius), row.minSegments);
+        EXPECT_EQ(poly.GetCount(), row.vertices) << row.radius << " " << row.minSegments;
+    }
+}
+
+TEST(ArcTest, RadiusOfHalfTheChordIsAHalfCircle) {
+    const Arc arc(Pt(0, 0), Pt(10, 0), 4, QLength::FromRaw(5));
+    const double s = 5 * std::sqrt(0.5);
+    EXPECT_TRUE(VerticesNear(arc, {{0, 0}, {5 - s, s}, {5, 5}, {5 + s, s}, {10, 0}}));
+    EXPECT_EQ(arc.Centre(), Pt(5, 0));
+    EXPECT_DOUBLE_EQ(arc.ArcLength().GetRaw(), 5 * std::numbers::pi);
+    EXPECT_DOUBLE_EQ(arc.ChordLength().GetRaw(), 10);
+    const Arc right(Pt(0, 0), Pt(10, 0), 4, QLength::FromRaw(-5));
+    EXPECT_TRUE(VerticesNear(right, {{0, 0}, {5 - s, -s}, {5, -5}, {5 + s, -s}, {10, 0}}));
+    const Arc nearly(Pt(0, 0), Pt(10, 0), 2, QLength::FromRaw(5.000000001));
+    EXPECT_TRUE(VerticesNear(nearly, {{0, 0}, {5, 5.000000001}, {10, 0}}))
+        << "the sagitta within 4e-08 counts as none";
+}
+
+TEST(ArcTest, AnArcThatCannotExistIsTheChord) {
+    const struct {
+        const char* name;
+        test::XY end;
+        int segments;
+        double radius;
+    } rows[] = {
+        {"radius below half the chord", {10, 0}, 8, 4.9},
+        {"one segment", {10, 0}, 1, 50},
+        {"radius near zero", {10, 0}, 8, 0.01},
+        {"chord near zero", {0.0001, 0.0001}, 8, 5},
+    };
+    for (const auto& row : rows) {
+        const Arc arc(Pt(0, 0), Pt(row.end.first, row.end.second), row.segments,
+                      QLength::FromRaw(row.radius));
+        EXPECT_TRUE(VerticesNear(arc, {{0, 0}, row.end})) << row.name;
+        EXPECT_EQ(arc.Centre(), Pt(row.end.first / 2, row.end.second / 2)) << row.name;
+        EXPECT_DOUBLE_EQ(arc.ArcLength().GetRaw(), std::hypot(row.end.first, row.end.second));
+        EXPECT_DOUBLE_EQ(arc.ChordLength().GetRaw(), arc.ArcLength().GetRaw());
+        EXPECT_EQ(arc.Segments(), row.segments);
+    }
+}
+
+TEST(ArcTest, VerticesLieOnTheCircleAndBulgeToTheRadiusSide) {
+    const test::XY ends[] = {{10, 0}, {-3, 7}, {0.5, -40}, {123.4, 56.7}};
+    const double radii[] = {0.5, 1, 3, 25, 1000};
+    const int counts[] = {2, 3, 8, 33};
+    for (const auto& [ex, ey] : ends)
+        for (double magnitude : radii)
+            for (int count : counts)
+                for (double sign : {1.0, -1.0}) {
+                    const double radius = sign * magnitude * std::hypot(ex, ey);
+                    const Arc arc(Pt(0, 0), Pt(ex, ey), count, QLength::FromRaw(radius));
+                    ASSERT_EQ(arc.GetCount(), count + 1);
+                    const double cx = arc.Centre().x.GetRaw();
+                    const double cy = arc.Centre().y.GetRaw();
+                    for (int i = 0; i < arc.GetCount(); ++i)
+                        EXPECT_NEAR(std::hypot(arc.Vertex(i).x.GetRaw() - cx,
+                                               arc.Vertex(i).y.GetRaw() - cy),
+                                    std::fabs(radius), 1e-7 * std::fabs(radius))
+                            << ex << "," << ey << " r " << radius << " vertex " << i;
+                    const test::RawXY middle(arc.Vertex(count / 2 + count % 2));
+                    EXPECT_GT(sign * (ex * middle.y - ey * middle.x), 0)
+                        << "bulges to the left for a positive radius";
+                    const double halfAngle =
+                        std::asin(std::min(1.0, std::hypot(ex, ey) / 2 / std::fabs(radius)));
+                    EXPECT_NEAR(arc.ArcLength().GetRaw(), 2 * halfAngle * std::fabs(radius),
+                                1e-9 * std::fabs(radius));
+                }
+}
+
+TEST(ArcTest, MovingMirroringRotatingAndFittingTakeTheCentreAlong) {
+    const auto make = [] { return Arc(Pt(0, 0), Pt(10, 0), 4, QLength::FromRaw(5)); };
+    Arc moved = make();
+    moved.Move({QLength::FromRaw(1), QLength::FromRaw(2)});
+    EXPECT_EQ(moved.Centre(), Pt(6, 2));
+    Arc mirrored = make();
+    mirrored.MirrorX(Pt(20, 0));
+    EXPECT_EQ(mirrored.Centre(), Pt(35, 0));
+    mirrored.MirrorY(Pt(0, 1));
+    EXPECT_EQ(mirrored.Centre(), Pt(35, 2));
+    EXPECT_EQ(mirrored.Vertex(2), Pt(35, -3));
+    Arc turned = make();
+    turned.Rotate(QAngle(90, QAngle::ANGU_DEG));
+    EXPECT_TRUE(VerticesNear(turned, {{0, 0},
+                                      {-5 * std::sqrt(0.5), 5 - 5 * std::sqrt(0.5)},
+                                      {-5, 5},
+                                      {-5 * std::sqrt(0.5), 5 + 5 * std::sqrt(0.5)},
+                                      {0, 10}}));
+    EXPECT_EQ(turned.Centre(), Pt(0, 5));
+    Arc about = make();
+    about.RotateAbout(Pt(5, 0), -1.0, 0.0);
+    EXPECT_EQ(about.Vertex(0), Pt(10, 0));
+    EXPECT_EQ(about.Vertex(2), Pt(5, -5));
+    EXPECT_EQ(about.Centre(), Pt(5, 0));
+    Arc fitted = make();
+    fitted.FitToRect({Pt(0, 0), Pt(20, 5)});
+    EXPECT_EQ(fitted.Vertex(4), Pt(20, 0));
+    EXPECT_EQ(fitted.Centre(), Pt(10, 0)) << "the mean of the first and last vertex's moves";
+    fitted.FitToRect({Pt(3, 4), Pt(23, 9)});
+    EXPECT_EQ(fitted.Centre(), Pt(13, 4));
+}
+
+TEST(ArcTest, ARotationByNothingLeavesEverythingAlone) {
+    const Arc original(Pt(0, 0), Pt(10, 0), 4, QLength::FromRaw(5));
+    Arc arc = original;
+    arc.Orientation();
+    arc.GetBounds();
+    arc.Rotate(1.0, 0.0);
+    arc.Rotate(QAngle(0.000009, QAngle::ANGU_DEG));
+    arc.RotateAbout(Pt(3, 3), QAngle(-0.00001, QAngle::ANGU_DEG));
+    EXPECT_EQ(arc.CacheFlags(), QWorldPoly::c_orientationValid | QWorldPoly::c_boundsValid);
+    EXPECT_EQ(Text(arc), Text(original));
+    arc.Rotate(QAngle(0.0001, QAngle::ANGU_DEG));
+    EXPECT_NE(Text(arc), Text(original));
+    EXPECT_EQ(arc.CacheFlags(), QWorldPoly::c_orientationValid);
+}
+
+TEST(ArcTest, AnArcKeepsItsShapeAndItsCloneIsAPlainPolygon) {
+    Arc arc(Pt(0, 0), Pt(10, 0), 4, QLength::FromRaw(5));
+    const std::string shape = Text(arc);
+    arc = Arc(Pt(0, 0), Pt(0, 10), 2, QLength::FromRaw(50));
+    QWorldPoly& asPoly = arc;
+    asPoly = test::Poly({{1, 1}, {2, 2}});
+    EXPECT_EQ(Text(arc), shape);
+    const std::unique_ptr<QWorldPoly> clone = arc.Clone();
+    EXPECT_EQ(dynamic_cast<Arc*>(clone.get()), nullptr);
+    EXPECT_EQ(Text(*clone), shape);
+    QWorldPoly plain;
+    plain = arc;
+    EXPECT_EQ(Text(plain), shape);
+}
+
+} // namespace
+
+} // namespace keel
