@@ -1,3 +1,4 @@
+#include "tests/support/environment.h"
 #include "tests/support/geometry.h"
 #include "tests/support/matrices.h"
 
@@ -489,6 +490,23 @@ TEST_F(MatrixTest, TheDescriptionNamesTheAddressAndTheAnglesOrWhyNot) {
     QMatrix failing;
     failing.Set(0, 2, 1.001);
     EXPECT_EQ(rest(failing), "=ToEuler ***fails***");
+}
+
+TEST_F(MatrixTest, TraceWritesTheTextTheDescriptionAndTheRowsToTheDebugOutputAndDumpNothing) {
+    test::ScopedEnvironment debug("KEEL_DEBUG_OUTPUT", "1");
+    QMatrix matrix;
+    matrix.Translate(150, 0, -2);
+    testing::internal::CaptureStderr();
+    matrix.Dump(u"dumped");
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
+    testing::internal::CaptureStderr();
+    matrix.Trace(u"moved");
+    const std::string traced = testing::internal::GetCapturedStderr();
+    const std::regex lines(R"(^moved \[0x[0-9a-f]+\]=eangs: -?0\.0000 -?0\.0000 -?0\.0000 deg, )"
+                           R"(xlate: 1\.50 0\.00 -0\.02\n( +-?[0-9]+\.[0-9]{6}){4}\n)"
+                           R"(.*\n.*\n +0\.000000 +0\.000000 +0\.000000 +1\.000000\n$)");
+    EXPECT_TRUE(std::regex_match(traced, lines)) << traced;
+    EXPECT_NE(traced.find("   150.000000\n"), std::string::npos) << traced;
 }
 
 TEST_F(MatrixTest, AnObjectTransformRefreshesOnceUntilInvalidated) {
