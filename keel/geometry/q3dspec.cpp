@@ -11,6 +11,9 @@ namespace {
 // The first schema whose files keep the field of view.
 constexpr int c_schemaWithFieldOfView = 92;
 
+// A logical unit in raw length units, as transforms take lengths.
+constexpr double c_logicalUnit = 0.01;
+
 const QAngle c_resetStep = QAngle::FromRaw(5);
 const QAngle c_elevationOfPureTurn = QAngle::FromRaw(30);
 const QAngle c_resetAngle = QAngle::FromRaw(30);
@@ -83,7 +86,8 @@ void Q3DSpec::GetEyeLogical(double& x, double& y, double& z) const {
 }
 
 Q3DSpec::LogicalPoint3D Q3DSpec::GetEyeLogical() const {
-    return {m_eyeX.GetRaw() / 0.01, m_eyeY.GetRaw() / 0.01, m_eyeZ.GetRaw() / 0.01};
+    return {m_eyeX.GetRaw() / c_logicalUnit, m_eyeY.GetRaw() / c_logicalUnit,
+            m_eyeZ.GetRaw() / c_logicalUnit};
 }
 
 void Q3DSpec::GetFocusLogical(double& x, double& y, double& z) const {
@@ -95,7 +99,8 @@ void Q3DSpec::GetFocusLogical(double& x, double& y, double& z) const {
 
 Q3DSpec::LogicalPoint3D Q3DSpec::GetFocusLogical() const {
     const Point3D focus = GetFocus();
-    return {focus.x.GetRaw() / 0.01, focus.y.GetRaw() / 0.01, focus.z.GetRaw() / 0.01};
+    return {focus.x.GetRaw() / c_logicalUnit, focus.y.GetRaw() / c_logicalUnit,
+            focus.z.GetRaw() / c_logicalUnit};
 }
 
 void Q3DSpec::GetEyeToFocusUnitVector(double& x, double& y, double& z) const {
