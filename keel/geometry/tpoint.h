@@ -281,6 +281,7 @@ public:
 
     int GetCount() const { return static_cast<int>(m_points.size()); }
     const Point& GetAt(int index) const { return m_points.at(static_cast<std::size_t>(index)); }
+    Point& ElementAt(int index) { return m_points.at(static_cast<std::size_t>(index)); }
     int Add(const Point& point) {
         m_points.push_back(point);
         return GetCount() - 1;

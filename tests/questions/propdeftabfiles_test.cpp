@@ -221,16 +221,6 @@ TEST_F(QuestionFileTest, ALegacyFileSurvivesTheCurrentFileAndTheTabFileUnchanged
 
 // --- Archive ----------------------------------------------------------------------------------
 
-// Bytes from hex pairs; blanks between them are for reading.
-Bytes Hex(const char* text) {
-    Bytes bytes;
-    std::istringstream in(text);
-    std::string pair;
-    while (in >> pair)
-        bytes.push_back(static_cast<std::uint8_t>(std::stoul(pair, nullptr, 16)));
-    return bytes;
-}
-
 constexpr int c_currentSchema = 110;
 
 // A tab "T" with action "a9", enabled "e9", alternative "f9", on show "s9", both origin flags,

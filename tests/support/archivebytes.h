@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <functional>
 #include <initializer_list>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -18,6 +19,16 @@ inline Bytes Concat(std::initializer_list<Bytes> parts) {
     for (const Bytes& part : parts)
         all.insert(all.end(), part.begin(), part.end());
     return all;
+}
+
+// Bytes from hex pairs; blanks between them are for reading.
+inline Bytes Hex(const char* text) {
+    Bytes bytes;
+    std::istringstream in(text);
+    std::string pair;
+    while (in >> pair)
+        bytes.push_back(static_cast<std::uint8_t>(std::stoul(pair, nullptr, 16)));
+    return bytes;
 }
 
 // The UTF-16 code units of a text, low byte first.

@@ -1,0 +1,574 @@
+#include "tests/support/environment.h"
+#include "tests/support/geometry.h"
+#include "tests/support/matrices.h"
+
+#include "keel/geometry/matrix.h"
+#include "keel/geometry/objecttransformbase.h"
+#include "keel/geometry/texturexform.h"
+
+#include <cmath>
+#include <gtest/gtest.h>
+#include <numbers>
+#include <random>
+#include <regex>
+#include <string>
+
+namespace keel {
+
+namespace {
+
+using test::MatrixNear;
+using test::MatrixOf;
+using test::Product;
+using test::Rows;
+using test::RowsOf;
+using Point3D = QMatrix::Point3D;
+
+constexpr double c_pi = std::numbers::pi;
+
+QAngle Radians(double radians) {
+    return QAngle::FromRaw(radians * 180 / c_pi);
+}
+
+Point3D P3(double x, double y, double z) {
+    return {QLength::FromRaw(x), QLength::FromRaw(y), QLength::FromRaw(z)};
+}
+
+::testing::AssertionResult PointNear(const Point3D& point, double x, double y, double z,
+                                     double tolerance = 1e-9) {
+    if (std::abs(point.x.GetRaw() - x) <= tolerance &&
+        std::abs(point.y.GetRaw() - y) <= tolerance && std::abs(point.z.GetRaw() - z) <= tolerance)
+        return ::testing::AssertionSuccess();
+    return ::testing::AssertionFailure()
+           << point.x.GetRaw() << "," << point.y.GetRaw() << "," << point.z.GetRaw() << " is not "
+           << x << "," << y << "," << z;
+}
+
+class MatrixTest : public ::testing::Test {
+protected:
+    std::mt19937 random{20261126};
+    std::uniform_real_distribution<double> anyTurn{-c_pi, c_pi};
+};
+
+TEST_F(MatrixTest, ElementsLieColumnAfterColumnAndStartAsIdentity) {
+    QMatrix matrix;
+    EXPECT_TRUE(matrix.IsIdentity());
+    EXPECT_FALSE(matrix.IsZero());
+    matrix.Set(1, 3, 7.5);
+    EXPECT_EQ(matrix.GetMatrix()[13], 7.5);
+    EXPECT_EQ(matrix.GetMatrix(1, 3), 7.5);
+    matrix.Set(2, 0, -1);
+    EXPECT_EQ(matrix.GetMatrix()[2], -1);
+    matrix.SetZero();
+    EXPECT_TRUE(matrix.IsZero());
+    matrix.SetIdentity();
+    EXPECT_TRUE(matrix.IsIdentity());
+}
+
+TEST_F(MatrixTest, EqualityAllowsTwoTenThousandthsInEachElement) {
+    const struct {
+        int index;
+        double by;
+        bool equal;
+    } cases[] = {{0, 0.0001, true},   {14, -0.0001, true},  {5, 0.00019, true},
+                 {5, 0.00021, false}, {12, -0.0003, false}, {15, 1, false}};
+    for (const auto& c : cases) {
+        double values[16] = {1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1};
+        values[c.index] += c.by;
+        QMatrix changed;
+        changed.LoadMatrix(values);
+        EXPECT_EQ(changed == QMatrix(), c.equal) << c.index << " by " << c.by;
+        EXPECT_EQ(changed != QMatrix(), !c.equal) << c.index << " by " << c.by;
+        EXPECT_EQ(changed.IsIdentity(), c.equal) << c.index << " by " << c.by;
+    }
+}
+
+TEST_F(MatrixTest, AxisRotationsMultiplyOnTheRightByTheTurnOfThatAxis) {
+    const struct {
+        void (QMatrix::*rotate)(const QAngle&);
+        Rows (*turn)(double);
+        const char* axis;
+    } axes[] = {{&QMatrix::RotateX, &test::TurnX, "x"},
+                {&QMatrix::RotateY, &test::TurnY, "y"},
+                {&QMatrix::RotateZ, &test::TurnZ, "z"}};
+    for (const auto& axis : axes) {
+        for (int i = 0; i < 200; ++i) {
+            const Rows start = test::ArbitraryRows(random);
+            const double radians = anyTurn(random);
+            QMatrix matrix = MatrixOf(start);
+            (matrix.*axis.rotate)(Radians(radians));
+            ASSERT_TRUE(MatrixNear(matrix, Product(start, axis.turn(radians))))
+                << axis.axis << " by " << radians;
+        }
+    }
+}
+
+TEST_F(MatrixTest, RotateAboutAnyAxisMatchesTheTurnOfTheUnitAxis) {
+    std::uniform_real_distribution<double> component(-3, 3);
+    for (int i = 0; i < 300; ++i) {
+        const double x = component(random);
+        const double y = component(random);
+        const double z = component(random);
+        const double length = std::sqrt(x * x + y * y + z * z);
+        const double radians = anyTurn(random);
+        const Rows start = test::ArbitraryRows(random);
+        QMatrix matrix = MatrixOf(start);
+        matrix.Rotate(Radians(radians), x, y, z);
+        ASSERT_TRUE(MatrixNear(
+            matrix, Product(start, test::TurnAbout(x / length, y / length, z / length, radians))))
+            << x << "," << y << "," << z << " by " << radians;
+    }
+}
+
+TEST_F(MatrixTest, RotateAboutASignedUnitAxisOrOneOfAnyLengthOnItIsTheAxisTurn) {
+    const struct {
+        double x, y, z;
+        Rows (*turn)(double);
+        double sign;
+    } cases[] = {{1, 0, 0, &test::TurnX, 1},     {-1, 0, 0, &test::TurnX, -1},
+                 {0, 1, 0, &test::TurnY, 1},     {0, -1, 0, &test::TurnY, -1},
+                 {0, 0, 1, &test::TurnZ, 1},     {0, 0, -1, &test::TurnZ, -1},
+                 {0, 0, 10000, &test::TurnZ, 1}, {-0.25, 0, 0, &test::TurnX, -1}};
+    for (const auto& c : cases) {
+        const Rows start = test::ArbitraryRows(random);
+        QMatrix matrix = MatrixOf(start);
+        matrix.Rotate(QAngle::FromRaw(37), c.x, c.y, c.z);
+        EXPECT_TRUE(MatrixNear(matrix, Product(start, c.turn(c.sign * 37 * c_pi / 180))))
+            << c.x << "," << c.y << "," << c.z;
+    }
+    QMatrix untouched = MatrixOf(test::ArbitraryRows(random));
+    const Rows before = RowsOf(untouched);
+    untouched.Rotate(QAngle::FromRaw(37), 0, 0, 0);
+    EXPECT_TRUE(MatrixNear(untouched, before, 0)) << "a zero axis turns nothing";
+}
+
+TEST_F(MatrixTest, TranslateMovesByWhatTheMatrixMakesOfTheOffsetAndPostTranslateAddsIt) {
+    const Rows start = test::ArbitraryRows(random);
+    QMatrix matrix = MatrixOf(start);
+    matrix.Translate(3, -4, 5);
+    EXPECT_TRUE(MatrixNear(matrix, Product(start, test::Shift(3, -4, 5))));
+
+    QMatrix post = MatrixOf(start);
+    post.PostTranslate(3, -4, 5);
+    Rows added = start;
+    added[0][3] += 3;
+    added[1][3] -= 4;
+    added[2][3] += 5;
+    EXPECT_TRUE(MatrixNear(post, added));
+}
+
+TEST_F(MatrixTest, LengthsEnterInHundredthsOfAMillimetre) {
+    QMatrix byPoint3D;
+    byPoint3D.Translate(P3(1, -2, 0.5));
+    QMatrix byPoint;
+    byPoint.Translate(test::Pt(1, -2));
+    QMatrix byVector;
+    byVector.Translate(test::Pt(1, -2) - test::Pt(0, 0));
+    QMatrix posted;
+    posted.PostTranslate(P3(1, -2, 0.5));
+    EXPECT_TRUE(MatrixNear(byPoint3D, test::Shift(100, -200, 50)));
+    EXPECT_TRUE(MatrixNear(byPoint, test::Shift(100, -200, 0)));
+    EXPECT_TRUE(MatrixNear(byVector, test::Shift(100, -200, 0)));
+    EXPECT_TRUE(MatrixNear(posted, test::Shift(100, -200, 50)));
+
+    Point3D point = P3(2, 3, 4);
+    byPoint3D.Apply(point);
+    EXPECT_TRUE(PointNear(point, 3, 1, 4.5));
+}
+
+TEST_F(MatrixTest, ScaleMultipliesWholeColumnsOnTheRight) {
+    const Rows start = test::ArbitraryRows(random);
+    Rows scale = test::IdentityRows();
+    scale[0][0] = 2;
+    scale[1][1] = -3;
+    scale[2][2] = 0.5;
+    QMatrix matrix = MatrixOf(start);
+    matrix.Scale(2, -3, 0.5);
+    EXPECT_TRUE(MatrixNear(matrix, Product(start, scale)));
+    QMatrix oneByOne = MatrixOf(start);
+    oneByOne.ScaleX(2);
+    oneByOne.ScaleY(-3);
+    oneByOne.ScaleZ(0.5);
+    EXPECT_TRUE(MatrixNear(oneByOne, Product(start, scale)));
+}
+
+TEST_F(MatrixTest, MultiplyGivesTheProductAlsoIntoOneOfItsInputs) {
+    const Rows a = test::ArbitraryRows(random);
+    const Rows b = test::ArbitraryRows(random);
+    const Rows ab = Product(a, b);
+    QMatrix result;
+    QMatrix::Multiply(result, MatrixOf(a), MatrixOf(b));
+    EXPECT_TRUE(MatrixNear(result, ab));
+
+    QMatrix left = MatrixOf(a);
+    QMatrix::Multiply(left, left, MatrixOf(b));
+    EXPECT_TRUE(MatrixNear(left, ab)) << "into the left input";
+    QMatrix right = MatrixOf(b);
+    QMatrix::Multiply(right, MatrixOf(a), right);
+    EXPECT_TRUE(MatrixNear(right, ab)) << "into the right input";
+    QMatrix square = MatrixOf(a);
+    QMatrix::Multiply(square, square, square);
+    EXPECT_TRUE(MatrixNear(square, Product(a, a))) << "into both";
+
+    double raw[16];
+    QMatrix::Multiply(raw, MatrixOf(a).GetMatrix(), MatrixOf(b).GetMatrix());
+    QMatrix fromRaw;
+    fromRaw.LoadMatrix(raw);
+    EXPECT_TRUE(MatrixNear(fromRaw, ab));
+    EXPECT_TRUE(MatrixNear(MatrixOf(a) * MatrixOf(b), ab));
+    QMatrix accumulated = MatrixOf(a);
+    accumulated *= MatrixOf(b);
+    EXPECT_TRUE(MatrixNear(accumulated, ab));
+}
+
+TEST_F(MatrixTest, Multiply2TakesANullInputForIdentity) {
+    const Rows a = test::ArbitraryRows(random);
+    const Rows b = test::ArbitraryRows(random);
+    const QMatrix ma = MatrixOf(a);
+    const QMatrix mb = MatrixOf(b);
+    QMatrix result = MatrixOf(test::ArbitraryRows(random));
+    QMatrix::Multiply2(result, nullptr, nullptr);
+    EXPECT_TRUE(MatrixNear(result, test::IdentityRows(), 0));
+    QMatrix::Multiply2(result, &ma, nullptr);
+    EXPECT_TRUE(MatrixNear(result, a, 0));
+    QMatrix::Multiply2(result, nullptr, &mb);
+    EXPECT_TRUE(MatrixNear(result, b, 0));
+    QMatrix::Multiply2(result, &ma, &mb);
+    EXPECT_TRUE(MatrixNear(result, Product(a, b)));
+}
+
+// A rotation about each axis by a random amount, then a random translation.
+QMatrix RandomRigid(std::mt19937& random) {
+    std::uniform_real_distribution<double> turn(-c_pi, c_pi);
+    std::uniform_real_distribution<double> offset(-1e5, 1e5);
+    QMatrix matrix;
+    matrix.PostTranslate(offset(random), offset(random), offset(random));
+    matrix.RotateX(Radians(turn(random)));
+    matrix.RotateY(Radians(turn(random)));
+    matrix.RotateZ(Radians(turn(random)));
+    return matrix;
+}
+
+TEST_F(MatrixTest, TheInverseOfARigidTransformUndoesIt) {
+    for (int i = 0; i < 200; ++i) {
+        const QMatrix matrix = RandomRigid(random);
+        const Rows rows = RowsOf(matrix);
+        Rows columnsDotted{};
+        for (int a = 0; a < 3; ++a)
+            for (int b = 0; b < 3; ++b)
+                for (int k = 0; k < 3; ++k)
+                    columnsDotted[a][b] += rows[k][a] * rows[k][b];
+        columnsDotted[3][3] = 1;
+        ASSERT_TRUE(test::RowsNear(columnsDotted, test::IdentityRows(), 1e-12))
+            << "the rotation part is orthonormal";
+
+        QMatrix inverse;
+        QMatrix::Invert(inverse, matrix);
+        ASSERT_TRUE(MatrixNear(inverse * matrix, test::IdentityRows(), 1e-9));
+        ASSERT_TRUE(MatrixNear(matrix * inverse, test::IdentityRows(), 1e-9));
+        QMatrix inPlace = matrix;
+        inPlace.Invert();
+        ASSERT_TRUE(MatrixNear(inPlace, RowsOf(inverse), 0));
+    }
+}
+
+TEST_F(MatrixTest, TheRigidInverseIsWrongForAScaleByDesign) {
+    QMatrix scaled;
+    scaled.Scale(2, 2, 2);
+    scaled.Translate(10, 0, 0);
+    QMatrix inverse;
+    QMatrix::Invert(inverse, scaled);
+    EXPECT_FALSE((inverse * scaled).IsIdentity());
+    // Only the rotation part is transposed: the scale stays and the translation is scaled again.
+    Rows expected = test::IdentityRows();
+    expected[0][0] = expected[1][1] = expected[2][2] = 2;
+    expected[0][3] = -40;
+    EXPECT_TRUE(MatrixNear(inverse, expected));
+}
+
+TEST_F(MatrixTest, EulerAnglesOfXThenYThenZComeBack) {
+    std::uniform_real_distribution<double> tilt(-c_pi / 2 + 0.05, c_pi / 2 - 0.05);
+    std::uniform_real_distribution<double> offset(-1e4, 1e4);
+    for (int i = 0; i < 2000; ++i) {
+        const double ax = anyTurn(random);
+        const double ay = tilt(random);
+        const double az = anyTurn(random);
+        const double tx = offset(random);
+        const double ty = offset(random);
+        const double tz = offset(random);
+        const QMatrix matrix =
+            MatrixOf(Product(test::Shift(tx, ty, tz),
+                             Product(test::TurnX(ax), Product(test::TurnY(ay), test::TurnZ(az)))));
+        double angles[3];
+        double translation[3];
+        ASSERT_TRUE(matrix.ToEuler(angles, translation));
+        ASSERT_NEAR(angles[0], ax, 1e-12);
+        ASSERT_NEAR(angles[1], ay, 1e-12);
+        ASSERT_NEAR(angles[2], az, 1e-12);
+        ASSERT_NEAR(translation[0], tx * 0.01, 1e-12);
+        ASSERT_NEAR(translation[1], ty * 0.01, 1e-12);
+        ASSERT_NEAR(translation[2], tz * 0.01, 1e-12);
+
+        QMatrix rebuilt;
+        rebuilt.RotateX(Radians(angles[0]));
+        rebuilt.RotateY(Radians(angles[1]));
+        rebuilt.RotateZ(Radians(angles[2]));
+        rebuilt.PostTranslate(tx, ty, tz);
+        ASSERT_TRUE(MatrixNear(rebuilt, RowsOf(matrix), 1e-9));
+    }
+}
+
+TEST_F(MatrixTest, EulerAnglesFailOnlyBeyondASineOfOne) {
+    const struct {
+        double m8, m1, m5;
+        bool ok;
+        double a0, a1;
+    } cases[] = {
+        {1.0000000001, 0.5, 0.5, false, std::atan2(0.5, 0.5), c_pi / 2},
+        {-1.0000000001, 0.5, -0.5, false, -std::atan2(-0.5, -0.5), -c_pi / 2},
+        {1, 0, 1, true, 0, c_pi / 2},
+        {-1, 0, 1, true, 0, -c_pi / 2},
+    };
+    for (const auto& c : cases) {
+        QMatrix matrix;
+        matrix.Set(0, 2, c.m8);
+        matrix.Set(1, 0, c.m1);
+        matrix.Set(1, 1, c.m5);
+        matrix.Set(0, 3, 250);
+        double angles[3] = {9, 9, 9};
+        double translation[3];
+        EXPECT_EQ(matrix.ToEuler(angles, translation), c.ok) << c.m8;
+        EXPECT_DOUBLE_EQ(angles[1], c.a1) << c.m8;
+        if (!c.ok) {
+            EXPECT_DOUBLE_EQ(angles[0], c.a0) << c.m8;
+            EXPECT_EQ(angles[2], 0) << c.m8;
+        }
+        EXPECT_DOUBLE_EQ(translation[0], 2.5) << "translation is given also on failure";
+    }
+    QMatrix quarterAboutY;
+    quarterAboutY.RotateY(QAngle::FromRaw(90));
+    EXPECT_NEAR(quarterAboutY.GetMatrix()[8], 1, 1e-15);
+    double angles[3];
+    double translation[3];
+    EXPECT_TRUE(quarterAboutY.ToEuler(angles, translation));
+    EXPECT_NEAR(angles[1], c_pi / 2, 1e-7);
+}
+
+TEST_F(MatrixTest, APlanAngleTurnsOnlyByARotationAboutZ) {
+    QMatrix aboutZ;
+    aboutZ.RotateZ(QAngle::FromRaw(30));
+    aboutZ.Translate(500, 600, 0);
+    QAngle angle = QAngle::FromRaw(10);
+    EXPECT_TRUE(aboutZ.Apply(angle));
+    EXPECT_NEAR(angle.GetRaw(), 40, 1e-9);
+    EXPECT_TRUE(aboutZ.ApplyInverse(angle));
+    EXPECT_NEAR(angle.GetRaw(), 10, 1e-9);
+
+    QMatrix aboutX;
+    aboutX.RotateX(QAngle::FromRaw(1e-6));
+    aboutX.RotateZ(QAngle::FromRaw(30));
+    QMatrix failing;
+    failing.Set(0, 2, 1.5);
+    for (const QMatrix* matrix : {&aboutX, &failing}) {
+        QAngle kept = QAngle::FromRaw(10);
+        EXPECT_FALSE(matrix->Apply(kept));
+        EXPECT_FALSE(matrix->ApplyInverse(kept));
+        EXPECT_EQ(kept.GetRaw(), 10);
+    }
+}
+
+TEST_F(MatrixTest, RotatingAboutALineLeavesItsPointsWhereTheyAre) {
+    const Point3D p1 = P3(10, -20, 5);
+    const Point3D p2 = P3(40, 15, -25);
+    QMatrix matrix;
+    matrix.RotateAboutAxis(QAngle::FromRaw(73), p1, p2);
+    for (const double t : {-2.0, 0.0, 0.5, 1.0, 3.0}) {
+        Point3D onLine = P3(10 + 30 * t, -20 + 35 * t, 5 - 30 * t);
+        const Point3D before = onLine;
+        matrix.Apply(onLine);
+        EXPECT_TRUE(PointNear(onLine, before.x.GetRaw(), before.y.GetRaw(), before.z.GetRaw()))
+            << t;
+    }
+    const double length = std::sqrt(30.0 * 30 + 35 * 35 + 30 * 30);
+    const Rows expected =
+        Product(test::Shift(1000, -2000, 500),
+                Product(test::TurnAbout(30 / length, 35 / length, -30 / length, 73 * c_pi / 180),
+                        test::Shift(-1000, 2000, -500)));
+    EXPECT_TRUE(MatrixNear(matrix, expected, 1e-9));
+
+    QMatrix aboutZ;
+    aboutZ.RotateAboutZAxis(QAngle::FromRaw(90), test::Pt(10, 0));
+    Point3D point = P3(20, 0, 7);
+    aboutZ.Apply(point);
+    EXPECT_TRUE(PointNear(point, 10, 10, 7));
+}
+
+TEST_F(MatrixTest, RotatingAboutALineDoesNothingForNoLineOrATinyAngle) {
+    const Rows start = test::ArbitraryRows(random);
+    const struct {
+        double degrees;
+        Point3D p1, p2;
+        const char* what;
+    } cases[] = {
+        {45, P3(1, 2, 3), P3(1, 2, 3), "equal points"},
+        {0.000001, P3(0, 0, 0), P3(0, 0, 1), "angle below the tolerance"},
+        {-0.000009, P3(0, 0, 0), P3(1, 1, 1), "negative angle below the tolerance"},
+    };
+    for (const auto& c : cases) {
+        QMatrix matrix = MatrixOf(start);
+        matrix.RotateAboutAxis(QAngle::FromRaw(c.degrees), c.p1, c.p2);
+        EXPECT_TRUE(MatrixNear(matrix, start, 0)) << c.what;
+    }
+    QMatrix matrix = MatrixOf(start);
+    matrix.RotateAboutZAxis(QAngle::FromRaw(0.000001), P3(5, 5, 5));
+    EXPECT_TRUE(MatrixNear(matrix, start, 0));
+    matrix.RotateAboutAxis(QAngle::FromRaw(0.00002), 0, 0, 0, 0, 0, 1);
+    EXPECT_FALSE(MatrixNear(matrix, start, 0)) << "just above the tolerance it turns";
+}
+
+TEST_F(MatrixTest, PointsAndPolygonsGoThroughAndBack) {
+    for (int i = 0; i < 50; ++i) {
+        const QMatrix matrix = RandomRigid(random);
+        const Rows rows = RowsOf(matrix);
+        QMatrix::Poly3D poly;
+        poly.Add(P3(1, 2, 3));
+        poly.Add(P3(-400, 0.5, 12));
+        QMatrix::Poly3D moved = poly;
+        matrix.Apply(moved);
+        for (int v = 0; v < poly.GetCount(); ++v) {
+            const Point3D& p = poly.GetAt(v);
+            const double in[3] = {p.x.GetRaw() * 100, p.y.GetRaw() * 100, p.z.GetRaw() * 100};
+            double out[3];
+            for (int r = 0; r < 3; ++r)
+                out[r] = rows[r][0] * in[0] + rows[r][1] * in[1] + rows[r][2] * in[2] + rows[r][3];
+            ASSERT_TRUE(PointNear(moved.GetAt(v), out[0] / 100, out[1] / 100, out[2] / 100, 1e-7));
+        }
+        matrix.ApplyInverse(moved);
+        for (int v = 0; v < poly.GetCount(); ++v) {
+            const Point3D& p = poly.GetAt(v);
+            ASSERT_TRUE(PointNear(moved.GetAt(v), p.x.GetRaw(), p.y.GetRaw(), p.z.GetRaw(), 1e-7));
+        }
+    }
+}
+
+TEST_F(MatrixTest, APlanPolygonIsTakenAtHeightZeroAndItsNewHeightDropped) {
+    QMatrix matrix;
+    matrix.Translate(1000, 0, 0);
+    matrix.RotateZ(QAngle::FromRaw(90));
+    matrix.RotateX(QAngle::FromRaw(90));
+    QWorldPoly poly = test::Poly({{0, 0}, {10, 0}, {0, 5}});
+    poly.GetBounds();
+    matrix.Apply(poly);
+    // (x, y, 0) turns about x to (x, 0, y), then about z to (0, x, y), then moves 10 mm along x.
+    EXPECT_TRUE(test::VerticesNear(poly, {{10, 0}, {10, 10}, {10, 0}}));
+    EXPECT_EQ(poly.CacheFlags(), 0);
+
+    QMatrix turn;
+    turn.RotateAboutZAxis(QAngle::FromRaw(90), test::Pt(5, 5));
+    QWorldPoly square = test::Poly({{0, 0}, {10, 0}, {10, 10}});
+    turn.Apply(square);
+    EXPECT_TRUE(test::VerticesNear(square, {{10, 0}, {10, 10}, {0, 10}}));
+    turn.ApplyInverse(square);
+    EXPECT_TRUE(test::VerticesNear(square, {{0, 0}, {10, 0}, {10, 10}}));
+}
+
+TEST_F(MatrixTest, TheDescriptionNamesTheAddressAndTheAnglesOrWhyNot) {
+    EXPECT_EQ(QMatrix2Euler(nullptr).ToUtf8(), "=NULL");
+    const std::regex address(R"(^\[0x[0-9a-f]{8,}\](.*)$)");
+    const auto rest = [&](const QMatrix& matrix) {
+        const std::string text = QMatrix2Euler(&matrix).ToUtf8();
+        std::smatch match;
+        return std::regex_match(text, match, address) ? match[1].str() : "bad start: " + text;
+    };
+    EXPECT_EQ(rest(QMatrix()), "=Identity");
+    QMatrix turned;
+    turned.PostTranslate(150, -25, 1);
+    turned.RotateX(QAngle::FromRaw(10));
+    turned.RotateY(QAngle::FromRaw(-20));
+    turned.RotateZ(QAngle::FromRaw(30.5));
+    EXPECT_EQ(rest(turned), "=eangs: 10.0000 -20.0000 30.5000 deg, xlate: 1.50 -0.25 0.01");
+    QMatrix failing;
+    failing.Set(0, 2, 1.001);
+    EXPECT_EQ(rest(failing), "=ToEuler ***fails***");
+}
+
+TEST_F(MatrixTest, TraceWritesTheTextTheDescriptionAndTheRowsToTheDebugOutputAndDumpNothing) {
+    test::ScopedEnvironment debug("KEEL_DEBUG_OUTPUT", "1");
+    QMatrix matrix;
+    matrix.Translate(150, 0, -2);
+    testing::internal::CaptureStderr();
+    matrix.Dump(u"dumped");
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
+    testing::internal::CaptureStderr();
+    matrix.Trace(u"moved");
+    const std::string traced = testing::internal::GetCapturedStderr();
+    const std::regex lines(R"(^moved \[0x[0-9a-f]+\]=eangs: -?0\.0000 -?0\.0000 -?0\.0000 deg, )"
+                           R"(xlate: 1\.50 0\.00 -0\.02\n( +-?[0-9]+\.[0-9]{6}){4}\n)"
+                           R"(.*\n.*\n +0\.000000 +0\.000000 +0\.000000 +1\.000000\n$)");
+    EXPECT_TRUE(std::regex_match(traced, lines)) << traced;
+    EXPECT_NE(traced.find("   150.000000\n"), std::string::npos) << traced;
+}
+
+TEST_F(MatrixTest, AnObjectTransformRefreshesOnceUntilInvalidated) {
+    test::CountingTransform transform;
+    EXPECT_FALSE(transform.IsUpToDate());
+    transform.next = test::Shift(100, 200, 300);
+    const test::CountingTransform& reader = transform;
+    EXPECT_EQ(reader.SafeGetMatrix(0, 3), 100);
+    EXPECT_EQ(reader.SafeGetMatrixPtr()[13], 200);
+    EXPECT_TRUE(MatrixNear(reader.SafeEval(), test::Shift(100, 200, 300), 0));
+    Point3D point = P3(0, 0, 0);
+    reader.SafeApply(point);
+    EXPECT_TRUE(PointNear(point, 1, 2, 3));
+    reader.SafeApplyInverse(point);
+    EXPECT_TRUE(PointNear(point, 0, 0, 0));
+    EXPECT_EQ(transform.refreshes, 1);
+
+    transform.Invalidate();
+    transform.next = test::Shift(5, 0, 0);
+    EXPECT_EQ(reader.SafeGetMatrix(0, 3), 5);
+    EXPECT_EQ(transform.refreshes, 2);
+
+    const test::CountingTransform copy = transform;
+    EXPECT_TRUE(copy.IsUpToDate()) << "a copy keeps the flag";
+    transform.Invalidate();
+    QMatrix given;
+    given.Translate(7, 0, 0);
+    transform.Set(given);
+    EXPECT_TRUE(transform.IsUpToDate());
+    EXPECT_EQ(reader.SafeGetMatrix(0, 3), 7);
+    EXPECT_EQ(transform.refreshes, 2) << "Set needs no refresh";
+
+    ObjectTransformBase plain;
+    plain.Translate(1, 2, 3);
+    EXPECT_EQ(plain.SafeGetMatrix(1, 3), 2) << "the default refresh keeps the matrix";
+}
+
+TEST_F(MatrixTest, ATextureMapScalesByTheRatiosTurnsAndShiftsByAFraction) {
+    using Rect = TextureXform::Rect;
+    const auto rect = [](double l, double t, double r, double b) {
+        return Rect(QLength::FromRaw(l), QLength::FromRaw(t), QLength::FromRaw(r),
+                    QLength::FromRaw(b));
+    };
+    const double c = std::cos(c_pi / 6);
+    const double s = std::sin(c_pi / 6);
+    const TextureXform map(rect(0, 0, 50, 20), rect(100, 100, 300, 500), test::Pt(40, 80),
+                           QAngle::FromRaw(30));
+    Rows expected = test::IdentityRows();
+    expected[0][0] = 50.0 / 200 * c;
+    expected[0][1] = -(20.0 / 200) * s;
+    expected[0][3] = 40.0 / 200;
+    expected[1][0] = 50.0 / 400 * s;
+    expected[1][1] = 20.0 / 400 * c;
+    expected[1][3] = 80.0 / 400;
+    EXPECT_TRUE(MatrixNear(map, expected, 1e-15));
+
+    for (const Rect& flat : {rect(0, 0, 0.005, 10), rect(0, 0, 10, 0), rect(3, 3, 3, 3)}) {
+        const TextureXform none(rect(0, 0, 50, 20), flat, test::Pt(40, 80), QAngle::FromRaw(30));
+        EXPECT_TRUE(MatrixNear(none, test::IdentityRows(), 0));
+    }
+}
+
+} // namespace
+
+} // namespace keel

@@ -1,0 +1,416 @@
+#include "tests/support/archivebytes.h"
+#include "tests/support/matrices.h"
+
+#include "keel/geometry/q3dspec.h"
+#include "keel/platform/exceptions.h"
+
+#include <cmath>
+#include <gtest/gtest.h>
+#include <numbers>
+#include <string>
+
+namespace keel {
+
+namespace {
+
+using Point3D = Q3DSpec::Point3D;
+using test::Bytes;
+using test::Hex;
+
+QLength L(double raw) {
+    return QLength::FromRaw(raw);
+}
+QAngle Deg(double degrees) {
+    return QAngle::FromRaw(degrees);
+}
+Point3D P3(double x, double y, double z) {
+    return {L(x), L(y), L(z)};
+}
+
+struct Triple {
+    double x, y, z;
+};
+
+// The unit look of a camera, from its angles in degrees.
+Triple LookOf(double theta, double phi) {
+    const double t = theta * std::numbers::pi / 180;
+    const double p = phi * std::numbers::pi / 180;
+    return {-std::sin(t) * std::cos(p), std::cos(t) * std::cos(p), -std::sin(p)};
+}
+
+::testing::AssertionResult PointNear(const Point3D& point, const Triple& expected,
+                                     double tolerance = 1e-9) {
+    if (std::abs(point.x.GetRaw() - expected.x) <= tolerance &&
+        std::abs(point.y.GetRaw() - expected.y) <= tolerance &&
+        std::abs(point.z.GetRaw() - expected.z) <= tolerance)
+        return ::testing::AssertionSuccess();
+    return ::testing::AssertionFailure()
+           << point.x.GetRaw() << "," << point.y.GetRaw() << "," << point.z.GetRaw() << " is not "
+           << expected.x << "," << expected.y << "," << expected.z;
+}
+
+Triple Plus(const Point3D& p, const Triple& direction, double times) {
+    return {p.x.GetRaw() + direction.x * times, p.y.GetRaw() + direction.y * times,
+            p.z.GetRaw() + direction.z * times};
+}
+
+Triple Of(const Point3D& p) {
+    return {p.x.GetRaw(), p.y.GetRaw(), p.z.GetRaw()};
+}
+
+// A camera at the eye with the angles, looking 1000 ahead at its centre of rotation.
+Q3DSpec Looking(double theta, double phi, const Point3D& eye = P3(100, 200, 300)) {
+    Q3DSpec spec;
+    spec.RotateReset(Deg(theta), Deg(phi));
+    spec.SetPos(eye);
+    spec.SetFocalLength(L(1000));
+    spec.SetCenterOfRotation(spec.GetFocus());
+    return spec;
+}
+
+TEST(CameraTest, TheLookRunsAlongYAndTurnsLeftAndDownWithTheAngles) {
+    const struct {
+        double theta, phi;
+        Triple look;
+    } cases[] = {{0, 0, {0, 1, 0}},
+                 {90, 0, {-1, 0, 0}},
+                 {0, 90, {0, 0, -1}},
+                 {180, 0, {0, -1, 0}},
+                 {0, -90, {0, 0, 1}}};
+    for (const auto& c : cases) {
+        const Q3DSpec spec = Looking(c.theta, c.phi);
+        double x = 0;
+        double y = 0;
+        double z = 0;
+        spec.GetEyeToFocusUnitVector(x, y, z);
+        EXPECT_NEAR(x, c.look.x, 1e-15) << c.theta << " " << c.phi;
+        EXPECT_NEAR(y, c.look.y, 1e-15) << c.theta << " " << c.phi;
+        EXPECT_NEAR(z, c.look.z, 1e-15) << c.theta << " " << c.phi;
+    }
+}
+
+TEST(CameraTest, FocusAndUpFollowTheLookOverManyAngles) {
+    for (double theta = -170; theta < 360; theta += 37) {
+        for (double phi = -85; phi < 90; phi += 17) {
+            const Q3DSpec spec = Looking(theta, phi);
+            const Triple look = LookOf(theta, phi);
+            ASSERT_TRUE(PointNear(spec.GetFocus(), Plus(P3(100, 200, 300), look, 1000)));
+            QLength fx, fy, fz;
+            spec.GetFocus(fx, fy, fz);
+            ASSERT_TRUE(PointNear({fx, fy, fz}, Of(spec.GetFocus()), 0));
+
+            const Point3D up = spec.GetUp();
+            const Triple u = Of(up);
+            ASSERT_NEAR(u.x * u.x + u.y * u.y + u.z * u.z, 100 * 100, 1e-9) << "up is 100 long";
+            ASSERT_NEAR(u.x * look.x + u.y * look.y + u.z * look.z, 0, 1e-12) << "square to look";
+            ASSERT_NEAR(u.z, 100 * std::cos(phi * std::numbers::pi / 180), 1e-12);
+
+            const auto logical = spec.GetFocusLogical();
+            ASSERT_NEAR(logical.x, fx.GetRaw() / 0.01, 1e-6);
+            ASSERT_NEAR(logical.z, fz.GetRaw() / 0.01, 1e-6);
+        }
+    }
+    const auto eye = Looking(0, 0).GetEyeLogical();
+    EXPECT_DOUBLE_EQ(eye.x, 10000);
+    EXPECT_DOUBLE_EQ(eye.y, 20000);
+    EXPECT_DOUBLE_EQ(eye.z, 30000);
+}
+
+TEST(CameraTest, PanningInMovesTheEyeAloneAndSidewaysMovesTheCentreToo) {
+    const double theta = 40;
+    const double phi = 25;
+    const double t = theta * std::numbers::pi / 180;
+    const double p = phi * std::numbers::pi / 180;
+    const Triple left{-std::cos(t), -std::sin(t), 0};
+    const Triple up{-std::sin(t) * std::sin(p), std::cos(t) * std::sin(p), std::cos(p)};
+    const Triple look = LookOf(theta, phi);
+    const struct {
+        void (*pan)(Q3DSpec&);
+        Triple direction;
+        double distance;
+        bool movesCentre;
+        const char* what;
+    } cases[] = {
+        {[](Q3DSpec& s) { s.PanIn(L(70)); }, look, 70, false, "in"},
+        {[](Q3DSpec& s) { s.PanOut(L(70)); }, look, -70, false, "out"},
+        {[](Q3DSpec& s) { s.PanIn(3); }, look, 150, false, "in by steps"},
+        {[](Q3DSpec& s) { s.PanOut(2); }, look, -100, false, "out by steps"},
+        {[](Q3DSpec& s) { s.PanLeft(L(70)); }, left, 70, true, "left"},
+        {[](Q3DSpec& s) { s.PanRight(L(70)); }, left, -70, true, "right"},
+        {[](Q3DSpec& s) { s.PanLeft(-2); }, left, -100, true, "left by minus steps"},
+        {[](Q3DSpec& s) { s.PanRight(1); }, left, -50, true, "right by steps"},
+        {[](Q3DSpec& s) { s.PanUp(L(70)); }, up, 70, true, "up"},
+        {[](Q3DSpec& s) { s.PanDown(L(70)); }, up, -70, true, "down"},
+        {[](Q3DSpec& s) { s.PanUp(4); }, up, 200, true, "up by steps"},
+        {[](Q3DSpec& s) { s.PanDown(4); }, up, -200, true, "down by steps"},
+    };
+    for (const auto& c : cases) {
+        Q3DSpec spec = Looking(theta, phi);
+        spec.SetPosStep(L(50));
+        const Point3D eye = spec.GetEye();
+        const Point3D centre = spec.CenterOfRotation();
+        c.pan(spec);
+        EXPECT_TRUE(PointNear(spec.GetEye(), Plus(eye, c.direction, c.distance))) << c.what;
+        EXPECT_TRUE(PointNear(spec.CenterOfRotation(),
+                              Plus(centre, c.direction, c.movesCentre ? c.distance : 0)))
+            << c.what;
+    }
+}
+
+TEST(CameraTest, TurningUpOrDownOrbitsTheCentreOfRotation) {
+    Q3DSpec spec = Looking(20, 10);
+    const Point3D centre = spec.CenterOfRotation();
+    spec.RotateDown(Deg(15));
+    EXPECT_EQ(spec.Phi(), Deg(25));
+    EXPECT_TRUE(PointNear(spec.GetEye(), Plus(centre, LookOf(20, 25), -1000), 1e-8));
+    EXPECT_NEAR(spec.DistanceFromEyeToCenterOfRotation().GetRaw(), 1000, 1e-9);
+    spec.SetPhiStep(Deg(4));
+    spec.RotateUp();
+    EXPECT_EQ(spec.Phi(), Deg(21));
+    spec.RotateDown();
+    spec.RotateDown();
+    EXPECT_EQ(spec.Phi(), Deg(29));
+    EXPECT_TRUE(PointNear(spec.GetFocus(), Of(centre), 1e-8)) << "still looking at the centre";
+}
+
+TEST(CameraTest, ATurnLeftIsAPureTurnAtAnElevationOfThirtyDegreesAndSharedElsewhere) {
+    const struct {
+        double phi, by;
+        double theta, newPhi;
+    } cases[] = {
+        {30, 10, 20 + 10, 30},
+        {30, -10, 20 + 350, 30},
+        {120, 10, 20, 120 + 10},
+        {90, 12, 20 + 12 * std::cos(std::numbers::pi / 3),
+         90 + 12 * std::sin(std::numbers::pi / 3)},
+        {30, 200, 20 + 200, 30},
+        {-60, 10, 20, -60 + 350},
+    };
+    test::ExaminationMode off(false);
+    for (const auto& c : cases) {
+        Q3DSpec spec = Looking(20, c.phi);
+        const Point3D centre = spec.CenterOfRotation();
+        spec.RotateLeft(Deg(c.by));
+        EXPECT_NEAR(spec.Theta().GetRaw(), c.theta, 1e-9) << c.phi << " by " << c.by;
+        EXPECT_NEAR(spec.Phi().GetRaw(), c.newPhi, 1e-9) << c.phi << " by " << c.by;
+        EXPECT_TRUE(PointNear(spec.GetFocus(), Of(centre), 1e-8)) << c.phi << " by " << c.by;
+    }
+    Q3DSpec still = Looking(20, 50);
+    still.RotateLeft(Deg(0.000001));
+    EXPECT_EQ(still.Theta().GetRaw(), 20);
+    EXPECT_EQ(still.Phi().GetRaw(), 50);
+
+    Q3DSpec right = Looking(20, 30);
+    right.SetThetaStep(Deg(7));
+    right.RotateRight();
+    EXPECT_NEAR(QAngle::Normalized(right.Theta().GetRaw()), 13, 1e-9);
+    right.RotateLeft();
+    right.RotateLeft();
+    EXPECT_NEAR(QAngle::Normalized(right.Theta().GetRaw()), 27, 1e-9);
+}
+
+TEST(CameraTest, InExaminationModeTurnsLeftAreThetaAndPhiStaysInFront) {
+    test::ExaminationMode on(true);
+    Q3DSpec turn = Looking(20, 60);
+    turn.RotateLeft(Deg(10));
+    EXPECT_EQ(turn.Theta(), Deg(30));
+    EXPECT_EQ(turn.Phi(), Deg(60));
+
+    const struct {
+        double phi, by, expected;
+    } cases[] = {{85, 10, 90},    {80, 9.99, 89.99}, {80, 10, 90},   {170, 9.99, 90},
+                 {170, 10, 270},  {260, 9.99, 270},  {260, 10, 270}, {-100, 10, -90},
+                 {-150, 10, 270}, {-80, -5, -85},    {10, -20, -10}, {300, 70, 370}};
+    for (const auto& c : cases) {
+        Q3DSpec spec = Looking(0, c.phi);
+        const Point3D centre = spec.CenterOfRotation();
+        spec.RotateDown(Deg(c.by));
+        EXPECT_NEAR(spec.Phi().GetRaw(), c.expected, 1e-9) << c.phi << " + " << c.by;
+        EXPECT_TRUE(PointNear(spec.GetFocus(), Of(centre), 1e-8)) << c.phi << " + " << c.by;
+    }
+
+    test::ExaminationMode off(false);
+    Q3DSpec free = Looking(0, 85);
+    free.RotateDown(Deg(10));
+    EXPECT_EQ(free.Phi(), Deg(95)) << "outside examination mode phi is free";
+}
+
+TEST(CameraTest, ResetsLookAtWhereTheEyeWasOrAtTheFocusGiven) {
+    const struct {
+        bool examination;
+        double angle;
+        Triple focus;
+    } modes[] = {{false, 30, {3000, 2000, 1500}}, {true, 0, {0, 0, 0}}};
+    for (const auto& mode : modes) {
+        test::ExaminationMode examination(mode.examination);
+        Q3DSpec spec;
+        spec.SetFOV(Deg(100));
+        spec.Reset();
+        EXPECT_EQ(spec.Theta(), Deg(mode.angle));
+        EXPECT_EQ(spec.Phi(), Deg(mode.angle));
+        EXPECT_EQ(spec.ThetaStep(), Deg(5));
+        EXPECT_EQ(spec.PhiStep(), Deg(5));
+        EXPECT_EQ(spec.FOV(), Q3DSpec::DefaultFOV);
+        EXPECT_EQ(spec.PosStep(), L(200));
+        EXPECT_EQ(spec.FocalLength(), L(5000));
+        const Triple look = LookOf(mode.angle, mode.angle);
+        EXPECT_TRUE(PointNear(spec.GetEye(),
+                              {mode.focus.x - 5000 * look.x, mode.focus.y - 5000 * look.y,
+                               mode.focus.z - 5000 * look.z},
+                              1e-9));
+        EXPECT_TRUE(PointNear(spec.CenterOfRotation(), mode.focus, 0));
+        EXPECT_TRUE(PointNear(spec.GetFocus(), mode.focus, 1e-9));
+
+        spec.Reset(P3(-10, 20, 30));
+        EXPECT_TRUE(PointNear(spec.CenterOfRotation(), {-10, 20, 30}, 0));
+        EXPECT_TRUE(PointNear(spec.GetFocus(), {-10, 20, 30}, 1e-9));
+        EXPECT_NEAR(spec.DistanceFromEyeToCenterOfRotation().GetRaw(), 5000, 1e-9);
+
+        spec.PosReset();
+        EXPECT_TRUE(PointNear(spec.GetEye(), mode.focus, 0));
+        EXPECT_TRUE(PointNear(spec.CenterOfRotation(), mode.focus, 0));
+    }
+
+    Q3DSpec given;
+    given.ResetGivenFocusAndFocalLength(P3(1, 2, 3), L(2500), Deg(45), Deg(-10));
+    EXPECT_EQ(given.Theta(), Deg(45));
+    EXPECT_EQ(given.Phi(), Deg(-10));
+    EXPECT_EQ(given.PosStep(), L(100));
+    EXPECT_EQ(given.FocalLength(), L(2500));
+    EXPECT_TRUE(PointNear(given.GetEye(), Plus(P3(1, 2, 3), LookOf(45, -10), -2500)));
+    EXPECT_TRUE(PointNear(given.CenterOfRotation(), {1, 2, 3}, 0));
+    given.ResetGivenFocusAndFocalLength(P3(0, 0, 0), L(50), Deg(12));
+    EXPECT_EQ(given.Theta(), Deg(12));
+    EXPECT_EQ(given.Phi(), Deg(12));
+    EXPECT_EQ(given.PosStep(), L(2));
+}
+
+TEST(CameraTest, EqualityLooksAtAnglesFieldOfViewEyeAndFocalLengthOnly) {
+    const Q3DSpec base = Looking(20, 30);
+    const struct {
+        void (*change)(Q3DSpec&);
+        bool equal;
+        const char* what;
+    } cases[] = {
+        {[](Q3DSpec& s) { s.SetTheta(Deg(20.000009)); }, true, "theta within Eps"},
+        {[](Q3DSpec& s) { s.SetTheta(Deg(20.00002)); }, false, "theta"},
+        {[](Q3DSpec& s) { s.SetPhi(Deg(31)); }, false, "phi"},
+        {[](Q3DSpec& s) { s.SetFOV(Deg(31)); }, false, "field of view"},
+        {[](Q3DSpec& s) { s.SetPos(L(100.009), L(200), L(300)); }, true, "eye within Eps"},
+        {[](Q3DSpec& s) { s.SetPos(L(100), L(200.02), L(300)); }, false, "eye y"},
+        {[](Q3DSpec& s) { s.SetPos(L(100), L(200), L(299)); }, false, "eye z"},
+        {[](Q3DSpec& s) { s.SetFocalLength(L(999)); }, false, "focal length"},
+        {[](Q3DSpec& s) { s.SetThetaStep(Deg(1)); }, true, "theta step"},
+        {[](Q3DSpec& s) { s.SetPhiStep(Deg(1)); }, true, "phi step"},
+        {[](Q3DSpec& s) { s.SetPosStep(L(1)); }, true, "position step"},
+        {[](Q3DSpec& s) { s.SetCenterOfRotation(P3(9, 9, 9)); }, true, "centre"},
+    };
+    for (const auto& c : cases) {
+        Q3DSpec changed = base;
+        c.change(changed);
+        EXPECT_EQ(changed == base, c.equal) << c.what;
+        EXPECT_EQ(changed != base, !c.equal) << c.what;
+    }
+}
+
+// Theta 30, its step 5, phi -12.5, its step 2.5, field of view 45, eye (3000, 2000, -400.5),
+// position step 200 and focal length 1250.5, in each form the archive has had.
+const char c_anglesAsDoubles[] = "00 00 00 00 00 00 3e 40  00 00 00 00 00 00 14 40 "
+                                 "00 00 00 00 00 00 29 c0  00 00 00 00 00 00 04 40";
+const char c_fieldOfViewAsDouble[] = "00 00 00 00 00 80 46 40";
+const char c_anglesAsTenths[] = "2c 01 00 00  32 00 00 00  83 ff ff ff  19 00 00 00";
+const char c_fieldOfViewAsTenths[] = "c2 01 00 00";
+const char c_lengthsAsDoubles[] = "00 00 00 00 00 70 a7 40  00 00 00 00 00 40 9f 40 "
+                                  "00 00 00 00 00 08 79 c0  00 00 00 00 00 00 69 40 "
+                                  "00 00 00 00 00 8a 93 40";
+const char c_lengthsAs320ths[] = "00 a6 0e 00  00 c4 09 00  60 0b fe ff  00 fa 00 00  20 1b 06 00";
+const char c_lengthsAsTenths[] = "30 75 00 00  20 4e 00 00  5b f0 ff ff  d0 07 00 00  d9 30 00 00";
+
+Bytes Joined(std::initializer_list<const char*> parts) {
+    Bytes all;
+    for (const char* part : parts) {
+        const Bytes bytes = Hex(part);
+        all.insert(all.end(), bytes.begin(), bytes.end());
+    }
+    return all;
+}
+
+Q3DSpec StoredCamera() {
+    Q3DSpec spec;
+    spec.RotateReset(Deg(30), Deg(-12.5));
+    spec.SetPhiStep(Deg(2.5));
+    spec.SetFOV(Deg(45));
+    spec.SetPos(L(3000), L(2000), L(-400.5));
+    spec.SetPosStep(L(200));
+    spec.SetFocalLength(L(1250.5));
+    return spec;
+}
+
+Bytes Stored(const Q3DSpec& spec) {
+    Q3DSpec copy = spec;
+    return test::Stored([&](CArchive& archive) { copy.Serialize(archive); });
+}
+
+TEST(CameraArchiveTest, TheCurrentFormIsReadAndWrittenBackByteForByte) {
+    const Bytes current = Joined({c_anglesAsDoubles, c_fieldOfViewAsDouble, c_lengthsAsDoubles});
+    EXPECT_EQ(Stored(StoredCamera()), current);
+    for (const int schema : {108, 200}) {
+        test::Loading loading(current, 4096, u"view.drw", static_cast<unsigned>(schema));
+        Q3DSpec read;
+        read.SetCenterOfRotation(P3(7, 8, 9));
+        read.Serialize(loading.archive);
+        EXPECT_TRUE(loading.archive.IsBufferEmpty()) << schema;
+        EXPECT_EQ(Stored(read), current) << schema;
+        EXPECT_EQ(read.ThetaStep(), Deg(5));
+        EXPECT_EQ(read.PhiStep(), Deg(2.5));
+        EXPECT_EQ(read.PosStep(), L(200));
+        EXPECT_TRUE(PointNear(read.CenterOfRotation(), {7, 8, 9}, 0)) << "the centre is not kept";
+    }
+}
+
+TEST(CameraArchiveTest, OlderSchemasReadAndAreWrittenInTheCurrentForm) {
+    const struct {
+        int schema;
+        Bytes bytes;
+        bool hasFieldOfView;
+    } cases[] = {
+        {107, Joined({c_anglesAsTenths, c_fieldOfViewAsTenths, c_lengthsAsDoubles}), true},
+        {92, Joined({c_anglesAsTenths, c_fieldOfViewAsTenths, c_lengthsAsDoubles}), true},
+        {91, Joined({c_anglesAsTenths, c_lengthsAsDoubles}), false},
+        {18, Joined({c_anglesAsTenths, c_lengthsAsDoubles}), false},
+        {17, Joined({c_anglesAsTenths, c_lengthsAs320ths}), false},
+        {16, Joined({c_anglesAsTenths, c_lengthsAsTenths}), false},
+    };
+    for (const auto& c : cases) {
+        test::Loading loading(c.bytes, 4096, u"view.drw", static_cast<unsigned>(c.schema));
+        Q3DSpec read;
+        read.SetFOV(Deg(60));
+        read.Serialize(loading.archive);
+        EXPECT_TRUE(loading.archive.IsBufferEmpty()) << c.schema;
+        EXPECT_EQ(read.FOV(), Deg(c.hasFieldOfView ? 45 : 60)) << c.schema;
+        Q3DSpec expected = StoredCamera();
+        expected.SetFOV(read.FOV());
+        EXPECT_EQ(read, expected) << c.schema;
+        EXPECT_EQ(Stored(read), Stored(expected)) << c.schema;
+    }
+}
+
+TEST(CameraArchiveTest, ShortDataRunsIntoTheEndOfTheFile) {
+    const Bytes current = Joined({c_anglesAsDoubles, c_fieldOfViewAsDouble, c_lengthsAsDoubles});
+    for (const std::size_t cut : {std::size_t{0}, std::size_t{39}, current.size() - 1}) {
+        test::Loading loading(Bytes(current.begin(), current.begin() + static_cast<long>(cut)),
+                              4096, u"view.drw", 108);
+        Q3DSpec read;
+        try {
+            read.Serialize(loading.archive);
+            ADD_FAILURE() << "no failure after " << cut << " bytes";
+        } catch (const CArchiveException& error) {
+            EXPECT_EQ(error.m_cause, CArchiveException::endOfFile) << cut;
+            EXPECT_EQ(error.m_strFileName.ToUtf8(), "view.drw") << cut;
+        }
+    }
+}
+
+} // namespace
+
+} // namespace keel
