@@ -45,8 +45,8 @@ std::vector<Span> PresentSpans(const QWorldPolyWithHeightRangeSet& set, bool inF
     for (int i = 0; i < set.GetCount(); ++i) {
         if (!set[i].IsPresent())
             continue;
-        const QWorldPoly::Rect& plan = set[i].Poly().GetBounds();
-        spans.push_back({plan.left.GetRaw(), plan.right.GetRaw(), i, inFirst});
+        const Box box = set[i].GetBoundingBox();
+        spans.push_back({box.left.GetRaw(), box.right.GetRaw(), i, inFirst});
     }
     return spans;
 }
