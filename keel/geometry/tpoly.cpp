@@ -3,6 +3,7 @@
 #include "keel/exchange/exportformatlevel.h"
 #include "keel/exchange/importattribute.h"
 #include "keel/exchange/importformatlevel.h"
+#include "keel/geometry/classify.h"
 #include "keel/values/anyvalue.h"
 
 #include <algorithm>
@@ -698,6 +699,136 @@ void TPoly<T, tag>::SetTwoPoints(const Point& a, const Point& b) {
     m_secondSign = 0;
     m_bounds = Rect(a, b);
     m_flags = c_orientationValid | c_secondSignValid | c_boundsValid;
+}
+
+namespace {
+
+// The quadrant of a vector from the point a polygon is classified against: 0 for the point
+// itself, 1 to 4 counter-clockwise from the positive x axis, each axis counted with the quadrant
+// it leads into.
+int QuadrantOf(double x, double y) {
+    using tolerance::NearZero;
+    if (NearZero(x) && NearZero(y))
+        return 0;
+    if (NearZero(y))
+        return x >= QLength::Eps ? 1 : 3;
+    if (y < QLength::Eps)
+        return x <= -QLength::Eps ? 3 : 4;
+    return x >= QLength::Eps ? 1 : 2;
+}
+
+} // namespace
+
+template <class T, char tag>
+CROSSTOUCHDISJOINT TPoly<T, tag>::ClassifyPoint(const Point& point) const {
+    const int count = GetCount();
+    if (count == 0)
+        return DISJOINT;
+    if (count == 1)
+        return Vertex(0) == point ? TOUCH : DISJOINT;
+    if (count == 2) {
+        if (Sense(Vertex(0) - point, Vertex(1) - point) != 0)
+            return DISJOINT;
+        return PositionOnSegment(point, Vertex(0), Vertex(1)) == 1 ? DISJOINT : TOUCH;
+    }
+    const Rect& bounds = GetBounds();
+    using tolerance::NonNegative;
+    if (!(NonNegative(RawOf(point.x) - RawOf(bounds.left)) &&
+          NonNegative(RawOf(bounds.right) - RawOf(point.x)) &&
+          NonNegative(RawOf(point.y) - RawOf(bounds.top)) &&
+          NonNegative(RawOf(bounds.bottom) - RawOf(point.y))))
+        return DISJOINT;
+    Vector previous = Vertex(count - 1) - point;
+    int previousQuadrant = QuadrantOf(RawOf(previous.x), RawOf(previous.y));
+    if (previousQuadrant == 0)
+        return TOUCH;
+    int winding = 0;
+    for (int i = 0; i < count; ++i) {
+        const Vector current = Vertex(i) - point;
+        const int quadrant = QuadrantOf(RawOf(current.x), RawOf(current.y));
+        if (quadrant == 0)
+            return TOUCH;
+        const bool turned = quadrant != previousQuadrant;
+        if (turned && tolerance::NearZero(RawOf(current.x)) &&
+            tolerance::NearZero(RawOf(previous.x)))
+            return TOUCH;
+        if (turned && tolerance::NearZero(RawOf(current.y)) &&
+            tolerance::NearZero(RawOf(previous.y)))
+            return TOUCH;
+        int step = quadrant - previousQuadrant;
+        if (step == 3)
+            step = -1;
+        else if (step == -3)
+            step = 1;
+        else if (step == 2 || step == -2) {
+            // The edge passes the point diagonally; the side it passes on sets the direction.
+            const int side = Sense(current, previous);
+            if (side == 0)
+                return TOUCH;
+            step = side < 0 ? 2 : -2;
+        }
+        winding += step;
+        previous = current;
+        previousQuadrant = quadrant;
+    }
+    return winding == 0 ? DISJOINT : CROSS;
+}
+
+template <class T, char tag>
+CROSSTOUCHDISJOINT TPoly<T, tag>::ClassifySegment(const Point& a, const Point& b,
+                                                  const Rect& bounds) const {
+    const int count = GetCount();
+    if (count == 0)
+        return DISJOINT;
+    if (count == 1) {
+        if (Sense(b - a, Vertex(0) - a) != 0)
+            return DISJOINT;
+        return PositionOnSegment(Vertex(0), a, b) == 1 ? DISJOINT : TOUCH;
+    }
+    const CROSSTOUCHDISJOINT byBounds = ClassifySegmentAndBounds(a, b, bounds);
+    if (byBounds != TOUCH)
+        return byBounds;
+    bool touched = false;
+    for (int i = 0; i < count; ++i) {
+        const CROSSTOUCHDISJOINT edge = ClassifySegments(a, b, Vertex(i), Vertex(i + 1));
+        if (edge == CROSS)
+            return CROSS;
+        touched = touched || edge == TOUCH;
+    }
+    const Point middle((a.x + b.x) / 2.0, (a.y + b.y) / 2.0);
+    if (ClassifyPoint(a) == CROSS || ClassifyPoint(b) == CROSS || ClassifyPoint(middle) == CROSS)
+        return CROSS;
+    return touched ? TOUCH : DISJOINT;
+}
+
+template <class T, char tag>
+bool TPoly<T, tag>::Contains(const TPoly& other, bool strict) const {
+    if (IsEmpty() || other.IsEmpty())
+        return false;
+    if (other.GetCount() == 1) {
+        const CROSSTOUCHDISJOINT vertex = ClassifyPoint(other.Vertex(0));
+        return strict ? vertex == CROSS : vertex != DISJOINT;
+    }
+    using tolerance::Less;
+    using tolerance::NonNegative;
+    const Rect& outer = GetBounds();
+    const Rect& inner = other.GetBounds();
+    if (!(NonNegative(RawOf(inner.left) - RawOf(outer.left)) &&
+          NonNegative(RawOf(outer.right) - RawOf(inner.right)) &&
+          !Less(RawOf(inner.top), RawOf(outer.top)) &&
+          !Less(RawOf(outer.bottom), RawOf(inner.bottom))))
+        return false;
+    for (int i = 0; i < GetCount(); ++i) {
+        const CROSSTOUCHDISJOINT vertex = other.ClassifyPoint(Vertex(i));
+        if (strict ? vertex == CROSS : vertex != DISJOINT)
+            return false;
+    }
+    for (int i = 0; i < other.GetCount(); ++i) {
+        const CROSSTOUCHDISJOINT vertex = ClassifyPoint(other.Vertex(i));
+        if (strict ? vertex != CROSS : vertex == DISJOINT)
+            return false;
+    }
+    return true;
 }
 
 template <class T, char tag>

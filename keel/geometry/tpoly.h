@@ -1,6 +1,7 @@
 #pragma once
 
 #include "keel/exchange/importexport.h"
+#include "keel/geometry/crosstouchdisjoint.h"
 #include "keel/geometry/tpoint.h"
 #include "keel/platform/archive.h"
 #include "keel/values/angle.h"
@@ -118,6 +119,22 @@ public:
     void SetTwoPoints(const Point& a, const Point& b);
     // The plain average of the vertices.
     Point VertexCentre() const;
+    // CROSS inside, TOUCH on the boundary, DISJOINT outside. One vertex is a point, two a
+    // segment whose points are all on it; more make a ring whose winding round the point is
+    // counted by quadrants.
+    CROSSTOUCHDISJOINT ClassifyPoint(const Point& point) const;
+    // The segment from a to b: CROSS when it passes through the interior, also as a chord between
+    // two points of the boundary; TOUCH when it only meets the boundary. `bounds` stands for the
+    // polygon's own, which a caller may already hold.
+    CROSSTOUCHDISJOINT ClassifySegment(const Point& a, const Point& b) const {
+        return ClassifySegment(a, b, GetBounds());
+    }
+    CROSSTOUCHDISJOINT ClassifySegment(const Point& a, const Point& b, const Rect& bounds) const;
+    // Whether `other` lies within this polygon, tried by vertices only: none of this polygon's
+    // may lie in or on `other` (strictly in, with `strict`), and all of other's must lie in or on
+    // this one (strictly in, with `strict`). So an equal polygon is never contained, and a concave
+    // container may hold a polygon whose edges leave it between the vertices.
+    bool Contains(const TPoly& other, bool strict) const;
 
     // "npoints", then each vertex with its index, as x[i] and y[i].
     bool AddAttributesAndChildrenToExport(QExportFormatLevel& level) const override;

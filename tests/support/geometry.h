@@ -2,10 +2,13 @@
 
 #include "keel/geometry/polytext.h"
 #include "keel/geometry/tpoly.h"
+#include "keel/geometry/worldpolywithheightrange.h"
 
 #include <cmath>
 #include <gtest/gtest.h>
 #include <initializer_list>
+#include <random>
+#include <sstream>
 #include <string>
 #include <utility>
 
@@ -68,5 +71,59 @@ VerticesNear(const QWorldPoly& poly, std::initializer_list<XY> expected, double 
     }
     return ::testing::AssertionSuccess();
 }
+
+// A polygon of points "x,y" separated by spaces, of any count: "0,0 100,0 100,100".
+inline QWorldPoly PolyOf(const std::string& text) {
+    QWorldPoly poly;
+    std::istringstream points(text);
+    double x = 0;
+    double y = 0;
+    char comma = 0;
+    while (points >> x >> comma >> y)
+        poly.Add(Pt(x, y));
+    EXPECT_TRUE(points.eof() && comma == ',') << "not a list of points: " << text;
+    return poly;
+}
+
+inline QWorldPoly Reversed(QWorldPoly poly) {
+    poly.Reverse();
+    return poly;
+}
+
+inline QWorldPolyWithHeightRange Prism(const QWorldPoly& plan, double bottom, double top) {
+    return QWorldPolyWithHeightRange(plan, QLength::FromRaw(top), QLength::FromRaw(bottom));
+}
+
+// Polygons of 3 to 6 vertices on a grid of 10 mm, 13 lines each way from `origin`, often
+// self-crossing. On so small a grid no two directions between grid points are near enough to be
+// taken as parallel, so every answer is a plain geometric one.
+class GridPolygons {
+public:
+    explicit GridPolygons(unsigned seed) : m_random(seed) {}
+
+    QWorldPoly Next(double originX = 0, double originY = 0) {
+        const int count = std::uniform_int_distribution<int>(3, 6)(m_random);
+        QWorldPoly poly;
+        for (int i = 0; i < count; ++i)
+            poly.Add(Pt(originX + 10.0 * Coordinate(), originY + 10.0 * Coordinate()));
+        return poly;
+    }
+    // An axis-parallel rectangle at least one step wide and high.
+    QWorldPoly NextRectangle() {
+        const int left = Coordinate() % 12;
+        const int top = Coordinate() % 12;
+        const int right = left + 1 + Coordinate() % (12 - left);
+        const int bottom = top + 1 + Coordinate() % (12 - top);
+        return Poly({{10.0 * left, 10.0 * top},
+                     {10.0 * right, 10.0 * top},
+                     {10.0 * right, 10.0 * bottom},
+                     {10.0 * left, 10.0 * bottom}});
+    }
+    int Coordinate() { return std::uniform_int_distribution<int>(0, 12)(m_random); }
+    std::mt19937& Random() { return m_random; }
+
+private:
+    std::mt19937 m_random;
+};
 
 } // namespace keel::test

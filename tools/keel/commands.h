@@ -19,6 +19,8 @@ int RunDemo(std::span<const std::string_view> args);
 int RunEval(std::span<const std::string_view> args);
 // `keel export FILE`: the root's answers, from --set and --import, into a .tab or .xml file.
 int RunExport(std::span<const std::string_view> args);
+// `keel geometry classify`.
+int RunGeometry(std::span<const std::string_view> args);
 // `keel help functions`: every built-in function with its argument words and counts.
 int RunHelpFunctions(std::span<const std::string_view> args);
 int RunOptions(std::span<const std::string_view> args);

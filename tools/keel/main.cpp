@@ -94,6 +94,10 @@ Commands:
                                 new groups and tabs are added, a tab of the same name
                                 that differs is kept (--keep, the default) or replaced
                                 whole (--overwrite); a line for each tab says which
+  geometry classify POLYGON POLYGON
+                                how two polygons lie: cross (their insides overlap),
+                                touch (only their edges meet) or disjoint; each is
+                                points "x,y" in mm, as "0,0 100,0 100,100"
   demo [--words FILE] [--tables FOLDER] [--questions FILE]
                                 a short tour of what the library does so far
 
@@ -158,6 +162,8 @@ int Dispatch(std::string_view command, std::span<const std::string_view> rest) {
         return RunTable(rest);
     if (command == "questions")
         return RunQuestions(rest);
+    if (command == "geometry")
+        return RunGeometry(rest);
     return UsageError("unknown command '" + std::string(command) + "'");
 }
 

@@ -1,0 +1,215 @@
+#include "tests/support/geometry.h"
+
+#include "keel/geometry/worldpolywithheightrange.h"
+#include "keel/geometry/worldpolywithheightrangeset.h"
+
+#include <gtest/gtest.h>
+#include <random>
+#include <string>
+#include <vector>
+
+namespace keel {
+
+namespace {
+
+using test::GridPolygons;
+using test::PolyOf;
+using test::Prism;
+using test::Text;
+using Set = QWorldPolyWithHeightRangeSet;
+
+const char* const c_square = "0,0 100,0 100,100 0,100";
+
+Set SetOf(std::initializer_list<QWorldPolyWithHeightRange> prisms) {
+    Set set;
+    for (const QWorldPolyWithHeightRange& prism : prisms)
+        set.Add(prism);
+    return set;
+}
+
+std::string PairsText(const QArray<Set::Collision>& pairs) {
+    std::string text;
+    for (const Set::Collision& pair : pairs)
+        text += "(" + std::to_string(pair.first) + "," + std::to_string(pair.second) + ")";
+    return text;
+}
+
+TEST(PrismTest, HeightRangesMustOverlapStrictly) {
+    const QWorldPoly square = PolyOf(c_square);
+    const QWorldPoly beside = PolyOf("100,0 200,0 200,100 100,100");
+    const struct {
+        const char* name;
+        const QWorldPoly* plan;
+        double bottom;
+        double top;
+        CROSSTOUCHDISJOINT expected;
+    } rows[] = {
+        {"equal plans, overlapping heights", &square, 50, 150, CROSS},
+        {"equal plans, nested heights", &square, 20, 30, CROSS},
+        {"equal plans, stacked", &square, 100, 200, DISJOINT},
+        {"equal plans, stacked below", &square, -100, 0, DISJOINT},
+        {"equal plans, overlap of 0.005", &square, 99.995, 200, DISJOINT},
+        {"equal plans, overlap of 0.02", &square, 99.98, 200, CROSS},
+        {"side by side", &beside, 0, 100, TOUCH},
+        {"side by side, stacked", &beside, 100, 200, DISJOINT},
+    };
+    const QWorldPolyWithHeightRange a = Prism(square, 0, 100);
+    for (const auto& row : rows) {
+        const QWorldPolyWithHeightRange b = Prism(*row.plan, row.bottom, row.top);
+        EXPECT_EQ(QWorldPolyWithHeightRange::CrossTouchDisjoint(a, b), row.expected) << row.name;
+        EXPECT_EQ(QWorldPolyWithHeightRange::CrossTouchDisjoint(b, a), row.expected)
+            << row.name << ", swapped";
+    }
+}
+
+TEST(PrismTest, BoundingBoxEqualityAndContainment) {
+    const QWorldPolyWithHeightRange prism = Prism(PolyOf("10,20 50,20 30,60"), 5, -5);
+    const TRect3D<QLength, c_worldSpace> box = prism.GetBoundingBox();
+    EXPECT_EQ(box.left.GetRaw(), 10);
+    EXPECT_EQ(box.top.GetRaw(), 20);
+    EXPECT_EQ(box.right.GetRaw(), 50);
+    EXPECT_EQ(box.bottom.GetRaw(), 60);
+    EXPECT_EQ(box.low.GetRaw(), -5); // bottom above top: normalised
+    EXPECT_EQ(box.high.GetRaw(), 5);
+
+    const QWorldPolyWithHeightRange same = Prism(PolyOf("10,20 50,20 30,60.005"), 5, -5.005);
+    EXPECT_TRUE(same == prism);
+    EXPECT_FALSE(Prism(PolyOf("10,20 50,20 30,60"), 5.02, -5) == prism);
+    same.SetPresent(false);
+    EXPECT_FALSE(same == prism);
+    EXPECT_EQ(std::string(prism.DumpPoly(u"prefix").ToUtf8()), "prefix");
+
+    const QWorldPolyWithHeightRange room = Prism(PolyOf(c_square), 0, 100);
+    const QWorldPoly inner = PolyOf("10,10 50,10 50,50 10,50");
+    const struct {
+        double bottom;
+        double top;
+        bool contained;
+    } heights[] = {{0, 100, true},       {10, 90, true},     {-0.009, 100, true},
+                   {-0.011, 100, false}, {0, 100.009, true}, {0, 100.011, false}};
+    for (const auto& row : heights)
+        EXPECT_EQ(room.FullyContains(Prism(inner, row.bottom, row.top)), row.contained)
+            << row.bottom << " to " << row.top;
+    EXPECT_FALSE(room.FullyContains(room)); // an equal plan is never contained
+}
+
+TEST(PrismSetTest, OverallBoundingBox) {
+    const auto values = [](const TRect3D<QLength, c_worldSpace>& box) {
+        std::string text;
+        for (const QLength* v : {&box.left, &box.top, &box.low, &box.right, &box.bottom, &box.high})
+            text += std::to_string(v->GetRaw()).substr(0, 8) + " ";
+        return text;
+    };
+    EXPECT_EQ(values(Set().GetOverallBoundingBox()),
+              "0.000000 0.000000 0.000000 0.000000 0.000000 0.000000 ");
+    const Set set =
+        SetOf({Prism(PolyOf("10,10 20,10 20,20"), 0, 5), Prism(PolyOf("-5,15 15,15 15,30"), 3, 8),
+               // beyond by less than the tolerance: no change
+               Prism(PolyOf("-5.009,15 20.009,15 15,30.009"), -0.009, 8.009)});
+    EXPECT_EQ(values(set.GetOverallBoundingBox()),
+              "-5.00000 10.00000 0.000000 20.00000 30.00000 8.000000 ");
+}
+
+TEST(PrismSetTest, CollisionsAreTheCrossingPairsInOrder) {
+    const Set a = SetOf({Prism(PolyOf("1000,1000 1100,1000 1100,1100"), 0, 100),
+                         Prism(PolyOf("0,0 300,0 300,100 0,100"), 0, 100),
+                         Prism(PolyOf("0,200 100,200 100,300 0,300"), 0, 100)});
+    const Set b = SetOf({Prism(PolyOf("50,50 150,50 150,150 50,150"), 50, 150),
+                         Prism(PolyOf("50,250 60,250 60,260"), 0, 100),
+                         Prism(PolyOf("200,50 250,50 250,80"), 10, 20),
+                         Prism(PolyOf("300,0 400,0 400,100 300,100"), 0, 100), // touches
+                         Prism(PolyOf("0,0 300,0 300,100 0,100"), 100, 200)}); // on top
+    const QArray<Set::Collision> collisions = Set::GetCollisions(a, b);
+    EXPECT_EQ(PairsText(collisions), "(1,0)(1,2)(2,1)");
+    EXPECT_EQ(PairsText(Set::GetCollisionsPairwise(a, b)), "(1,0)(1,2)(2,1)");
+    EXPECT_EQ(PairsText(Set::GetCollisions(b, a)), "(0,1)(1,2)(2,1)");
+    EXPECT_TRUE(Set::IsAnyCollisions(a, b));
+    // The far element of a lies outside b's box and is left marked as not present.
+    EXPECT_FALSE(a[0].IsPresent());
+    EXPECT_TRUE(a[1].IsPresent());
+    EXPECT_TRUE(b[0].IsPresent());
+}
+
+TEST(PrismSetTest, TouchingAndEmptySetsGiveNothing) {
+    const Set square = SetOf({Prism(PolyOf(c_square), 0, 100)});
+    const Set beside = SetOf({Prism(PolyOf("100,0 200,0 200,100 100,100"), 0, 100)});
+    const Set above = SetOf({Prism(PolyOf(c_square), 100, 200)});
+    const Set nearOrigin = SetOf({Prism(PolyOf("-1,-1 1,-1 1,1 -1,1"), -1, 1)});
+    EXPECT_TRUE(Set::GetCollisions(square, beside).IsEmpty());
+    EXPECT_FALSE(Set::IsAnyCollisions(square, beside));
+    EXPECT_TRUE(Set::GetCollisions(square, above).IsEmpty());
+    // Touching overall boxes cull everything: nothing is left present.
+    EXPECT_FALSE(square.IsAnyPresent());
+    EXPECT_FALSE(Set::IsAnyCollisions(nearOrigin, Set()));
+    EXPECT_FALSE(Set::IsAnyCollisions(Set(), nearOrigin));
+    EXPECT_TRUE(Set::IsAnyCollisions(square, square));
+    square.SetAllPresent();
+    EXPECT_TRUE(square.IsAnyPresent());
+}
+
+TEST(PrismSetTest, ContainmentMergeMoveAndRotation) {
+    const QWorldPolyWithHeightRange room = Prism(PolyOf(c_square), 0, 100);
+    const QWorldPolyWithHeightRange inside = Prism(PolyOf("10,10 20,10 20,20"), 10, 20);
+    const QWorldPolyWithHeightRange outside = Prism(PolyOf("150,10 160,10 160,20"), 10, 20);
+    Set set = SetOf({inside, outside, Prism(PolyOf("30,30 40,30 40,40"), 0, 50)});
+    EXPECT_FALSE(set.FullyContains(room));
+    EXPECT_TRUE(SetOf({outside, room}).FullyContains(inside));
+    set.RemoveFullyContainedBy(room);
+    ASSERT_EQ(set.GetCount(), 1);
+    EXPECT_EQ(Text(set[0].Poly()), Text(outside.Poly()));
+
+    Set merged = SetOf({inside});
+    merged.Merge(SetOf({inside, outside, outside}));
+    EXPECT_EQ(merged.GetCount(), 2);
+    const QWorldPolyWithHeightRange absent = inside;
+    absent.SetPresent(false);
+    merged.Merge(SetOf({absent})); // differs by its flag alone
+    ASSERT_EQ(merged.GetCount(), 3);
+    EXPECT_FALSE(merged[2].IsPresent());
+
+    Set moved = SetOf({inside});
+    moved.Move({QLength::FromRaw(5), QLength::FromRaw(-5), QLength::FromRaw(100)});
+    EXPECT_EQ(Text(moved[0].Poly()), "15,5 25,5 25,15");
+    EXPECT_EQ(moved[0].Bottom.GetRaw(), 110);
+    EXPECT_EQ(moved[0].Top.GetRaw(), 120);
+
+    const Set turned = SetOf({inside}).Rotated2D(QAngle::FromRaw(90));
+    EXPECT_TRUE(test::VerticesNear(turned[0].Poly(), {{-10, 10}, {-10, 20}, {-20, 20}}));
+    EXPECT_EQ(turned[0].Top.GetRaw(), 20);
+}
+
+// The sweep over the boxes must find exactly the pairs of the plain loop over all present
+// pairs, in the same order.
+TEST(PrismSetTest, SweepFindsThePairsOfThePlainLoop) {
+    const double c_nudges[] = {0, 0.005, -0.005, 0.011};
+    GridPolygons grid(5);
+    std::uniform_int_distribution<int> count(0, 12);
+    std::uniform_int_distribution<int> place(0, 30);
+    int collisions = 0;
+    int emptyResults = 0;
+    for (int round = 0; round < 300; ++round) {
+        Set sets[2];
+        for (Set& set : sets) {
+            const int n = count(grid.Random());
+            for (int i = 0; i < n; ++i) {
+                const double bottom = 10.0 * place(grid.Random());
+                // Shifted off the grid by less or more than the tolerance now and then.
+                const double nudge = c_nudges[grid.Coordinate() % 4];
+                set.Add(Prism(
+                    grid.Next(10.0 * place(grid.Random()) + nudge, 10.0 * place(grid.Random())),
+                    bottom, bottom + 10.0 * (1 + place(grid.Random()))));
+            }
+        }
+        const QArray<Set::Collision> swept = Set::GetCollisions(sets[0], sets[1]);
+        const QArray<Set::Collision> plain = Set::GetCollisionsPairwise(sets[0], sets[1]);
+        ASSERT_EQ(PairsText(swept), PairsText(plain)) << "round " << round;
+        collisions += swept.GetCount();
+        emptyResults += swept.IsEmpty() ? 1 : 0;
+    }
+    EXPECT_GT(collisions, 300);
+    EXPECT_GT(emptyResults, 10);
+}
+
+} // namespace
+
+} // namespace keel
