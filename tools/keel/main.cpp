@@ -68,6 +68,16 @@ Commands:
                                 "Root", whose properties are .tab lines without a
                                 context and elements of the XML root element; exit 1
                                 when the file cannot be written
+  doc info FILE [--json]        show a document file: its streams with their sizes,
+                                the schema, the count of items and their classes, the
+                                sizes of its page images and its summary properties;
+                                --json prints one object {"streams": [{"name", "size"}],
+                                "schema", "items", "classes", "images", "summary"}
+  doc save FILE [OPTIONS] [--title T] [--author A]
+                                write a document holding the root context's properties,
+                                given with --set and --import (the options of eval), and
+                                a summary with that title and author; the file is
+                                replaced only once the whole document was written
   table show FILE               print a lookup table: its comment, counts, headings with
                                 their types, and every row
   table check FILE              read the whole table; every message of the reader is
@@ -150,6 +160,8 @@ int Dispatch(std::string_view command, std::span<const std::string_view> rest) {
         return RunEval(rest);
     if (command == "export")
         return RunExport(rest);
+    if (command == "doc")
+        return RunDoc(rest);
     if (command == "repl")
         return RunRepl(rest);
     if (command == "run")
