@@ -75,6 +75,10 @@ int ParseEvalOptions(std::string_view command, std::span<const std::string_view>
 // whose answers hold values that do not evaluate or formulas that do not parse, sets
 // `importFailed`.
 bool ImportAnswersFile(std::string_view command, std::string_view path, EvalOptions& options);
+// Reads the answers kept in the document at `path` into the options' root, merged over what is
+// there. A file that is no document that can be read is refused with the reason on stderr, and
+// false returned.
+bool LoadDocumentAnswers(std::string_view command, std::string_view path, EvalOptions& options);
 // The formula's syntax, checked with evaluation off; gives the evaluator's message.
 bool FormulaParses(FormulaText formula, QFormulaContext* context, CString& message);
 // Evaluates a formula in `context` (which may be null) into `result`. The failure's message is

@@ -232,8 +232,24 @@ void PrepareDocuments() {
     QSchema::SetUnsupportedSchema(0);
 }
 
+bool LoadDocumentAnswers(std::string_view command, std::string_view path, EvalOptions& options) {
+    QDoc document;
+    try {
+        document.LoadDocument(CString::FromUtf8(path));
+    } catch (const std::exception& failure) {
+        std::fflush(stdout);
+        std::fprintf(stderr, "keel %.*s: cannot read the document '%.*s': %s\n",
+                     static_cast<int>(command.size()), command.data(),
+                     static_cast<int>(path.size()), path.data(),
+                     ErrorMessage(failure).ToUtf8().c_str());
+        return false;
+    }
+    if (const QProperties* answers = document.GetDocProperties())
+        options.root->Properties()->MergeProperties(answers, MERGE_OVERWRITE, false, false, false);
+    return true;
+}
+
 int RunDoc(std::span<const std::string_view> args) {
-    PrepareDocuments();
     if (args.empty())
         return UsageError("doc", c_docUsage);
     if (args.front() == "info")

@@ -55,6 +55,10 @@ Commands:
                                 evaluate and formulas that do not parse are
                                 reported and give exit 1, a file that cannot be
                                 read or is not text stops the command (exit 1)
+    --doc FILE                  read the properties kept in a document (see doc save)
+                                into the root context, in order with --set and
+                                --import; a file that is no such document stops
+                                the command (exit 1)
   repl [OPTIONS]                the same, a line at a time, with history and Tab
                                 completion of names; reads plain lines from a pipe
   run FILE [OPTIONS]            evaluate the formula file FILE (UTF-8, a byte order
@@ -217,6 +221,7 @@ int main(int argc, char** argv) {
         std::fprintf(stderr, "keel: the application did not start\n");
         return 1;
     }
+    PrepareDocuments();
     const int status = DispatchGuarded(args.front(), std::span(args).subspan(1));
     // Messages wait for the application to have time; a command has it when it is done.
     std::fflush(stdout);
