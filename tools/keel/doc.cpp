@@ -18,7 +18,7 @@ namespace {
 
 constexpr std::string_view c_docUsage =
     "usage: keel doc info FILE [--json] | keel doc save FILE [--title T] [--author A] "
-    "[--set NAME=FORMULA]... [--import FILE]...";
+    "[--set NAME=FORMULA]... [--import FILE]... [--doc FILE]...";
 
 // A stream or storage of the file: its path from the root, names joined with '/'.
 struct StorageEntry {
