@@ -4,6 +4,7 @@
 
 namespace keel {
 
+class QDoc;
 class QEvaluatorFactory;
 
 // What the layers below the application need of it: its names and version block, its options,
@@ -65,6 +66,10 @@ public:
 
     // The formula layer's part of these services, when they have it.
     virtual QEvaluatorFactory* EvaluatorFactory() { return nullptr; }
+
+    // The document of the active view, for formulas whose context belongs to no document; none
+    // without an application.
+    virtual QDoc* ActiveDocument() const { return nullptr; }
 };
 
 // The installed services, or the defaults.

@@ -21,6 +21,11 @@ constexpr const char16_t* kSavingContext = u"Status bar (title)";
 // A yes/no question with the question mark and No as the default.
 constexpr unsigned kKeepPartialFlags = MB_YESNO | MB_ICONQUESTION | MB_DEFBUTTON2;
 
+constexpr unsigned kCreateFlags = CFile::modeCreate | CFile::shareExclusive | CFile::modeReadWrite;
+constexpr unsigned kReadFlags = CFile::shareExclusive | CFile::modeRead;
+constexpr unsigned kCommitFlags = CStorage::commitOverwrite | CStorage::commitConsolidate;
+constexpr unsigned kArchiveBuffer = 4096;
+
 QDoc* s_activeDocument = nullptr;
 // How many documents are being serialised inside one another; only the outermost shows progress.
 int s_serializeDepth = 0;
@@ -97,6 +102,41 @@ private:
     void* m_saved;
 };
 
+// Copies every element of `from` into `to`, nested storages with all they hold.
+void CopyStorage(CStorage& from, CStorage& to) {
+    to.SetClassID(from.GetClassID());
+    for (const CStorageElement& element : from.EnumElements()) {
+        CFileException failure;
+        if (element.m_type == CStorageElement::typeStorage) {
+            std::unique_ptr<CStorage> source =
+                from.OpenStorage(element.m_strName, kReadFlags, &failure);
+            std::unique_ptr<CStorage> target =
+                source ? to.CreateStorage(element.m_strName, kCreateFlags, &failure) : nullptr;
+            if (!target)
+                throw failure;
+            CopyStorage(*source, *target);
+            continue;
+        }
+        CStreamFile source;
+        CStreamFile target;
+        if (!source.OpenStream(from, element.m_strName, kReadFlags, &failure) ||
+            !target.CreateStream(to, element.m_strName, kCreateFlags, &failure))
+            throw failure;
+        std::vector<std::uint8_t> bytes(static_cast<std::size_t>(source.GetLength()));
+        if (!bytes.empty()) {
+            source.Read(bytes.data(), static_cast<unsigned>(bytes.size()));
+            target.Write(bytes.data(), static_cast<unsigned>(bytes.size()));
+        }
+    }
+}
+
+} // namespace
+
+const CRuntimeClass QDocProperties::c_runtimeClass{
+    "QDocProperties", 1, &CRuntimeClass::Make<QDocProperties>, &CDocItem::c_runtimeClass};
+
+namespace {
+const CClassRegistration s_docPropertiesRegistration(QDocProperties::c_runtimeClass);
 } // namespace
 
 QDoc::QDoc() = default;
@@ -200,6 +240,97 @@ void QDoc::SerializeHeader(CArchive& archive) {
     std::int32_t version = 0;
     archive >> version;
     QSchema::SetSchemaDirect(archive, version);
+}
+
+void QDoc::LoadFromStorage(CStorage& root) {
+    QFileHandlerDoc::LoadFromStorage(root);
+    CStreamFile stream;
+    CFileException failure;
+    if (!stream.OpenStream(root, c_contentsStreamName, kReadFlags, &failure))
+        throw failure;
+    CArchive archive(&stream, CArchive::load, kArchiveBuffer);
+    archive.SetFileName(m_strPathName);
+    Serialize(archive);
+    archive.Close();
+}
+
+void QDoc::SaveToStorage(CStorage& root, CObject* object) {
+    QFileHandlerDoc::SaveToStorage(root);
+    if (!m_summary.WriteToStorage(root))
+        ThrowFileException(CFileException::genericException, -1, m_summary.GetStreamName());
+    CStreamFile stream;
+    CFileException failure;
+    if (!stream.CreateStream(root, c_contentsStreamName, kCreateFlags, &failure)) {
+        if (failure.m_cause == CFileException::fileNotFound)
+            ThrowArchiveException(CArchiveException::badSchema, c_contentsStreamName);
+        throw failure;
+    }
+    {
+        CArchive archive(&stream, CArchive::store, kArchiveBuffer);
+        archive.SetFileName(m_strPathName);
+        try {
+            if (object != nullptr)
+                object->Serialize(archive);
+            else
+                Serialize(archive);
+        } catch (...) {
+            archive.Abort();
+            throw;
+        }
+        archive.Close();
+    }
+    stream.Close();
+    if (!root.Commit(kCommitFlags, &failure))
+        throw failure;
+}
+
+void QDoc::SaveDocument(const CString& path) {
+    CFileException failure;
+    std::unique_ptr<CStorage> staging = CStorage::OpenBytes({}, kCreateFlags, &failure);
+    if (!staging)
+        throw failure;
+    const CString formerPath = m_strPathName;
+    m_strPathName = path;
+    try {
+        SaveToStorage(*staging);
+    } catch (...) {
+        m_strPathName = formerPath;
+        throw;
+    }
+    std::unique_ptr<CStorage> file = CStorage::CreateFile(path, kCreateFlags, &failure);
+    if (!file)
+        throw failure;
+    CopyStorage(*staging, *file);
+    if (!file->Commit(kCommitFlags, &failure))
+        throw failure;
+}
+
+void QDoc::LoadDocument(const CString& path) {
+    CFileException failure;
+    std::unique_ptr<CStorage> root = CStorage::OpenFile(path, kReadFlags, &failure);
+    if (!root)
+        throw failure;
+    m_strPathName = path;
+    LoadFromStorage(*root);
+    m_summary.ReadFromStorage(*root);
+}
+
+const QProperties* QDoc::GetDocProperties() const {
+    for (const auto& item : m_items) {
+        if (const auto* properties = dynamic_cast<const QDocProperties*>(item.get()))
+            return &properties->Properties();
+    }
+    return nullptr;
+}
+
+void QDoc::SetDocProperties(const QProperties& properties) {
+    for (auto& item : m_items) {
+        if (dynamic_cast<QDocProperties*>(item.get()) != nullptr) {
+            item = std::make_unique<QDocProperties>(properties);
+            return;
+        }
+    }
+    AddItem(std::make_unique<QDocProperties>(properties));
 }
 
 void QDoc::RefuseVersion(const CString& message) {

@@ -1,10 +1,14 @@
 #pragma once
 
+#include "keel/document/filehandlerdoc.h"
+#include "keel/document/summaryinformation.h"
 #include "keel/platform/archive.h"
+#include "keel/platform/compoundstorage.h"
 #include "keel/platform/cstring.h"
 #include "keel/platform/event.h"
 #include "keel/platform/object.h"
 #include "keel/platform/reentrancy.h"
+#include "keel/questions/properties.h"
 
 #include <exception>
 #include <memory>
@@ -12,22 +16,43 @@
 
 namespace keel {
 
+// The answers of a document, kept as one of its items so that they are stored with it. Blank, and
+// so not stored, while it holds none.
+class QDocProperties : public CDocItem {
+public:
+    static const CRuntimeClass c_runtimeClass;
+
+    QDocProperties() = default;
+    explicit QDocProperties(const QProperties& properties) : m_properties(properties, nullptr) {}
+
+    const CRuntimeClass* GetRuntimeClass() const override { return &c_runtimeClass; }
+    bool IsBlank() const override { return m_properties.PropertyCount() == 0; }
+    void Serialize(CArchive& archive) override { m_properties.Serialize(archive); }
+
+    const QProperties& Properties() const { return m_properties; }
+
+private:
+    QProperties m_properties;
+};
+
 // The base of an application's documents. Its data is a list of items, stored in the document's
 // "Contents" stream as a small header (the magic 0xBABA and the schema the stream was written
 // with), the count of items that are not blank, and then each of those items with its class.
 // Reading rules on versions: a stream newer than this release writes, or one as old as the newest
 // version no longer supported (QSchema), is refused with a message; a stream that breaks in the
 // middle of its items may be kept in part if the person says so.
-class QDoc {
+//
+// In its compound file the document keeps, beside "Contents", the page images in "FileHandlers"
+// and the summary properties in their own property set stream.
+class QDoc : public QFileHandlerDoc {
 public:
     using ItemList = std::vector<std::unique_ptr<CDocItem>>;
 
     static constexpr std::uint16_t c_magic = 0xBABA;
+    static constexpr const char16_t* c_contentsStreamName = u"Contents";
 
     QDoc();
-    virtual ~QDoc();
-    QDoc(const QDoc&) = delete;
-    QDoc& operator=(const QDoc&) = delete;
+    ~QDoc() override;
 
     // The document of the active view. The application sets it whenever a view becomes active,
     // and clears it when that document closes.
@@ -88,7 +113,30 @@ public:
     // Storing writes the magic and the default schema and sets the archive's schema to it;
     // loading checks the magic (a wrong one fails as generic) and puts the schema read into the
     // archive.
-    virtual void SerializeHeader(CArchive& archive);
+    void SerializeHeader(CArchive& archive) override;
+
+    // The base's streams, then the items from "Contents". A missing "Contents" is a
+    // fileNotFound CFileException.
+    void LoadFromStorage(CStorage& root) override;
+    void SaveToStorage(CStorage& root) override { SaveToStorage(root, nullptr); }
+    // The base's streams and the summary properties, then "Contents" written by `object` (the
+    // document itself when null), committed. A "Contents" that cannot be created because
+    // something is not found is a badSchema CArchiveException.
+    void SaveToStorage(CStorage& root, CObject* object);
+
+    // The whole document to or from the compound file at `path`. The file is written once, by
+    // one commit, after everything was written in memory: a save that fails leaves it as it
+    // was. Failures are thrown as CFileException or CArchiveException.
+    void SaveDocument(const CString& path);
+    void LoadDocument(const CString& path);
+
+    QSummaryInformationPropertySet& SummaryInformation() { return m_summary; }
+    const QSummaryInformationPropertySet& SummaryInformation() const { return m_summary; }
+
+    // The answers kept with the document; nullptr while it keeps none.
+    const QProperties* GetDocProperties() const;
+    // Replaces the answers kept with the document by a copy of `properties`.
+    void SetDocProperties(const QProperties& properties);
 
     // Hooks of the application, with what a document without reports, views or ancillary files
     // answers.
@@ -150,6 +198,7 @@ private:
     CString m_strPathName;
     CString m_fallbackPath;
     ItemList m_items;
+    QSummaryInformationPropertySet m_summary;
     int m_versionLoaded = -1;
     CEvent m_abortEvent;
     bool m_bRunningThread = false;

@@ -135,6 +135,31 @@ bool QPropertySet::ReadFromPropertyStream(CFile& stream) {
     return true;
 }
 
+bool QPropertySet::WriteToStorage(CStorage& storage) {
+    CStreamFile stream;
+    bool written = stream.CreateStream(storage, m_streamName, c_createStreamMode);
+    if (written) {
+        try {
+            written = WriteToPropertyStream(stream);
+        } catch (const CFileException&) {
+            written = false;
+        }
+        stream.Close();
+    }
+    if (written)
+        written = storage.Commit(CStorage::commitOverwrite | CStorage::commitConsolidate);
+    if (!written)
+        storage.Revert();
+    return written;
+}
+
+bool QPropertySet::ReadFromStorage(CStorage& storage) {
+    CStreamFile stream;
+    if (!stream.OpenStream(storage, m_streamName, c_openStreamMode))
+        return false;
+    return ReadFromPropertyStream(stream);
+}
+
 GUID QPropertySet::NameToGUID(const CString& name) {
     if (name == u"SummaryInformation")
         return FMTID_SummaryInformation;

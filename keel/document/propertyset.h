@@ -4,6 +4,7 @@
 #include "keel/exchange/importexport.h"
 #include "keel/formula/namedvalues.h"
 #include "keel/formula/withcontext.h"
+#include "keel/platform/compoundstorage.h"
 #include "keel/platform/cstring.h"
 #include "keel/platform/file.h"
 #include "keel/platform/guid.h"
@@ -56,6 +57,12 @@ public:
     // and gives false. Otherwise the names are fixed up.
     bool ReadFromPropertyStream(CFile& stream);
     bool WriteToPropertyStream(CFile& stream) { return WriteToStream(stream); }
+
+    // The set's stream of the storage (GetStreamName). Writing replaces it and commits the
+    // storage, or reverts the storage when the stream cannot be made or written. Reading gives
+    // false when the stream cannot be opened, and otherwise as ReadFromPropertyStream.
+    bool WriteToStorage(CStorage& storage);
+    bool ReadFromStorage(CStorage& storage);
 
     // --- By id -------------------------------------------------------------------------------
     //

@@ -210,6 +210,10 @@ QWinApp::~QWinApp() {
     c_app.compare_exchange_strong(self, nullptr);
 }
 
+QDoc* QWinApp::ActiveDocument() const {
+    return QDoc::TheActiveDocument();
+}
+
 bool QWinApp::IsRunningAutomated() const {
     return IsServer() || !UIServices().HasDisplay();
 }

@@ -130,6 +130,8 @@ public:
     int ProfileInt(const CString& section, const CString& key, int defaultValue) const override;
     bool ShowsMergingMessages() const override { return c_bMergingMessages; }
     bool IsApplication() const override { return true; }
+    // QDoc::TheActiveDocument.
+    QDoc* ActiveDocument() const override;
 
     // The name of the options file and of the application in messages.
     CString AppName() const override;

@@ -1,5 +1,6 @@
 #include "keel/formula/formulacontext.h"
 
+#include "keel/document/appservices.h"
 #include "keel/document/errorlog.h"
 #include "keel/document/translate.h"
 #include "keel/formula/evaluator.h"
@@ -438,13 +439,15 @@ const QDoc* QFormulaContext::GetDoc() const {
     return parent ? parent->GetDoc() : nullptr;
 }
 
-// The document layer adds the active document as the fallback.
+// A context that belongs to no document reads from the document of the active view.
 QDoc* QFormulaContext::GetDocOrActive() {
-    return GetDoc();
+    QDoc* document = GetDoc();
+    return document ? document : AppServices().ActiveDocument();
 }
 
 const QDoc* QFormulaContext::GetDocOrActive() const {
-    return GetDoc();
+    const QDoc* document = GetDoc();
+    return document ? document : AppServices().ActiveDocument();
 }
 
 PropId QFormulaContext::Prefix() const {

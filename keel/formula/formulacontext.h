@@ -169,6 +169,7 @@ public:
     virtual void SetCanBeShared(bool canBeShared);
     virtual QDoc* GetDoc();
     virtual const QDoc* GetDoc() const;
+    // The context's document, or else the active one of the application services.
     virtual QDoc* GetDocOrActive();
     virtual const QDoc* GetDocOrActive() const;
 

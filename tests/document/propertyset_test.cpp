@@ -423,7 +423,7 @@ TEST(SummaryInformation, LibgsfReadsWhatWeWrite) {
     CMemFile file;
     ASSERT_TRUE(summary.WriteToPropertyStream(file));
 
-    const test::GsfSummary read = test::ReadWithGsf(file.Bytes());
+    const test::GsfSummary read = test::ReadSummaryWithGsf(file.Bytes());
     ASSERT_TRUE(read.read);
     // Our dictionary names every summary property, and libgsf then reports those names.
     EXPECT_EQ(read.texts.at("title"), "Café plans");

@@ -1,5 +1,7 @@
+#include "tests/support/answerdocument.h"
 #include "tests/support/environment.h"
 
+#include "keel/document/doc.h"
 #include "keel/document/errorlog.h"
 #include "keel/document/translate.h"
 #include "keel/document/usertrace.h"
@@ -142,6 +144,33 @@ TEST_F(WinAppTest, TheFirstApplicationObjectIsTheApplicationWhileItLives) {
         EXPECT_EQ(QWinApp::GetApp(), &app);
     }
     EXPECT_EQ(QWinApp::GetApp(), nullptr);
+}
+
+// A context without a document of its own reads from the active document, which only an
+// application knows; one that belongs to a document keeps to it.
+TEST_F(WinAppTest, AContextWithoutADocumentFallsBackToTheActiveOne) {
+    class OwnedContext : public test::AnswerDocument {
+    public:
+        QDoc* GetDoc() override { return owner; }
+        const QDoc* GetDoc() const override { return owner; }
+        QDoc* owner = nullptr;
+    };
+    QDoc active;
+    QDoc::SetActiveDocument(&active);
+    OwnedContext context;
+    EXPECT_EQ(context.GetDocOrActive(), nullptr);
+    {
+        TestApp app;
+        EXPECT_EQ(context.GetDocOrActive(), &active);
+        EXPECT_EQ(std::as_const(context).GetDocOrActive(), &active);
+        QDoc own;
+        context.owner = &own;
+        EXPECT_EQ(context.GetDocOrActive(), &own);
+        EXPECT_EQ(std::as_const(context).GetDocOrActive(), &own);
+        context.owner = nullptr;
+        QDoc::SetActiveDocument(nullptr);
+        EXPECT_EQ(context.GetDocOrActive(), nullptr);
+    }
 }
 
 class PlannerApp : public TestApp {

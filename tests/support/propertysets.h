@@ -68,7 +68,7 @@ inline void CollectGsfProperty(gpointer key, gpointer value, gpointer data) {
         summary.times[name] = static_cast<const GsfTimestamp*>(g_value_get_boxed(content))->timet;
 }
 
-inline GsfSummary ReadWithGsf(const StreamBytes& bytes) {
+inline GsfSummary ReadSummaryWithGsf(const StreamBytes& bytes) {
     GsfSummary summary;
     GsfInput* input =
         gsf_input_memory_new(bytes.data(), static_cast<gsf_off_t>(bytes.size()), FALSE);

@@ -16,7 +16,7 @@ namespace {
 constexpr std::string_view c_exportUsage =
     "usage: keel export FILE [--minimal] [--length-units N] [--area-units N] [--volume-units N] "
     "[--angle-units N] [--inch-fraction N] [--table-dir DIR] [--set NAME=FORMULA]... "
-    "[--import FILE]...";
+    "[--import FILE]... [--doc FILE]...";
 
 bool IsXMLPath(const CString& path) {
     return QPathOp::MatchDotExt(path, u".xml") || QPathOp::MatchDotExt(path, u".viqx");

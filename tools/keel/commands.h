@@ -17,6 +17,9 @@ namespace keel::tool {
 int RunComplete(std::span<const std::string_view> args);
 int RunDemo(std::span<const std::string_view> args);
 int RunEval(std::span<const std::string_view> args);
+// `keel doc info FILE [--json]` and `keel doc save FILE`: a document's streams, items and
+// summary, and a document holding the root's answers.
+int RunDoc(std::span<const std::string_view> args);
 // `keel export FILE`: the root's answers, from --set and --import, into a .tab or .xml file.
 int RunExport(std::span<const std::string_view> args);
 // `keel geometry classify`.
@@ -34,6 +37,11 @@ int RunRun(std::span<const std::string_view> args);
 // `keel table show|check|lookup|convert`.
 int RunTable(std::span<const std::string_view> args);
 int RunTranslate(std::span<const std::string_view> args);
+
+// The schema of the documents the program writes; it opens none older or newer.
+inline constexpr int c_documentSchema = 1;
+// Fixes the document schemas of the program; before any document is read or written.
+void PrepareDocuments();
 
 // Says what is wrong with the command line, on stderr, and gives 2: "keel: MESSAGE", or with a
 // subcommand "keel COMMAND: MESSAGE".
@@ -69,6 +77,10 @@ int ParseEvalOptions(std::string_view command, std::span<const std::string_view>
 // whose answers hold values that do not evaluate or formulas that do not parse, sets
 // `importFailed`.
 bool ImportAnswersFile(std::string_view command, std::string_view path, EvalOptions& options);
+// Reads the answers kept in the document at `path` into the options' root, merged over what is
+// there. A file that is no document that can be read is refused with the reason on stderr, and
+// false returned.
+bool LoadDocumentAnswers(std::string_view command, std::string_view path, EvalOptions& options);
 // The formula's syntax, checked with evaluation off; gives the evaluator's message.
 bool FormulaParses(FormulaText formula, QFormulaContext* context, CString& message);
 // Evaluates a formula in `context` (which may be null) into `result`. The failure's message is

@@ -22,7 +22,7 @@ namespace {
 constexpr std::string_view c_evalUsage =
     "usage: keel eval [--json] [--action] [--length-units N] [--area-units N] "
     "[--volume-units N] [--angle-units N] [--inch-fraction N] [--table-dir DIR] "
-    "[--set NAME=FORMULA]... [--import FILE]... [--] FORMULA...";
+    "[--set NAME=FORMULA]... [--import FILE]... [--doc FILE]... [--] FORMULA...";
 
 // Formula text typed by a person is interned as spelled, so that "a" is not shown as the "A"
 // that another formula interned before it.
@@ -162,7 +162,7 @@ std::string ApplySet(std::string_view setting, EvalOptions& options) {
 
 bool TakesValue(std::string_view option) {
     return FindUnitOption(option) || option == "--inch-fraction" || option == "--table-dir" ||
-           option == "--set" || option == "--import";
+           option == "--set" || option == "--import" || option == "--doc";
 }
 
 std::string ApplyOptionWithValue(std::string_view option, std::string_view value,
@@ -215,6 +215,11 @@ int ParseEvalOptions(std::string_view command, std::span<const std::string_view>
                 return UsageError(command, std::string(arg) + " needs a value");
             if (arg == "--import") {
                 if (!ImportAnswersFile(command, args[++i], options))
+                    return 1;
+                continue;
+            }
+            if (arg == "--doc") {
+                if (!LoadDocumentAnswers(command, args[++i], options))
                     return 1;
                 continue;
             }

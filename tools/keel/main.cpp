@@ -55,6 +55,10 @@ Commands:
                                 evaluate and formulas that do not parse are
                                 reported and give exit 1, a file that cannot be
                                 read or is not text stops the command (exit 1)
+    --doc FILE                  read the properties kept in a document (see doc save)
+                                into the root context, in order with --set and
+                                --import; a file that is no such document stops
+                                the command (exit 1)
   repl [OPTIONS]                the same, a line at a time, with history and Tab
                                 completion of names; reads plain lines from a pipe
   run FILE [OPTIONS]            evaluate the formula file FILE (UTF-8, a byte order
@@ -68,6 +72,16 @@ Commands:
                                 "Root", whose properties are .tab lines without a
                                 context and elements of the XML root element; exit 1
                                 when the file cannot be written
+  doc info FILE [--json]        show a document file: its streams with their sizes,
+                                the schema, the count of items and their classes, the
+                                sizes of its page images and its summary properties;
+                                --json prints one object {"streams": [{"name", "size"}],
+                                "schema", "items", "classes", "images", "summary"}
+  doc save FILE [OPTIONS] [--title T] [--author A]
+                                write a document holding the root context's properties,
+                                given with --set and --import (the options of eval), and
+                                a summary with that title and author; the file is
+                                replaced only once the whole document was written
   table show FILE               print a lookup table: its comment, counts, headings with
                                 their types, and every row
   table check FILE              read the whole table; every message of the reader is
@@ -154,6 +168,8 @@ int Dispatch(std::string_view command, std::span<const std::string_view> rest) {
         return RunEval(rest);
     if (command == "export")
         return RunExport(rest);
+    if (command == "doc")
+        return RunDoc(rest);
     if (command == "repl")
         return RunRepl(rest);
     if (command == "run")
@@ -211,6 +227,7 @@ int main(int argc, char** argv) {
         std::fprintf(stderr, "keel: the application did not start\n");
         return 1;
     }
+    PrepareDocuments();
     const int status = DispatchGuarded(args.front(), std::span(args).subspan(1));
     // Messages wait for the application to have time; a command has it when it is done.
     std::fflush(stdout);

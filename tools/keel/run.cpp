@@ -13,7 +13,7 @@ namespace {
 constexpr std::string_view c_runUsage =
     "usage: keel run FILE [--json] [--action] [--length-units N] [--area-units N] "
     "[--volume-units N] [--angle-units N] [--inch-fraction N] [--table-dir DIR] "
-    "[--set NAME=FORMULA]... [--import FILE]...";
+    "[--set NAME=FORMULA]... [--import FILE]... [--doc FILE]...";
 
 // The whole file as it stands (UTF-8), or false with the system's reason.
 bool ReadFormulaFile(const std::string& path, std::string& text, std::string& reason) {
