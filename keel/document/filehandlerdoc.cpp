@@ -6,17 +6,8 @@ namespace keel {
 
 namespace {
 
-// The bytes between the archive's place and the end of its stream.
-unsigned long long RemainingBytes(CArchive& archive) {
-    archive.Flush();
-    const CFile& file = *archive.GetFile();
-    const unsigned long long length = file.GetLength();
-    const unsigned long long position = file.GetPosition();
-    return position < length ? length - position : 0;
-}
-
 void RequireBytes(CArchive& archive, unsigned long long needed) {
-    if (needed > RemainingBytes(archive))
+    if (needed > archive.RemainingBytes())
         ThrowArchiveException(CArchiveException::endOfFile, archive.GetFileName());
 }
 

@@ -106,6 +106,13 @@ void CArchive::Flush() {
     m_current = m_end = 0;
 }
 
+std::uint64_t CArchive::RemainingBytes() const {
+    const std::uint64_t length = m_pFile->GetLength();
+    const std::uint64_t position = m_pFile->GetPosition();
+    const std::uint64_t inFile = position < length ? length - position : 0;
+    return inFile + static_cast<std::uint64_t>(m_end - m_current);
+}
+
 void CArchive::Close() {
     Flush();
     m_pFile = nullptr;

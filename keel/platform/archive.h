@@ -64,6 +64,9 @@ public:
     // Loading: no unread bytes are buffered. Storing: no written bytes wait for the file.
     bool IsBufferEmpty() const { return m_loading ? m_current == m_end : m_current == 0; }
     CFile* GetFile() const { return m_pFile; }
+    // Loading: the bytes between the archive's place and the end of its file, so a count read
+    // from the file can be checked against what the file can still hold.
+    std::uint64_t RemainingBytes() const;
 
     // Storing: writes the buffer to the file. Loading: gives the unread part of the buffer back
     // to the file, so the file position is where the archive stopped reading.

@@ -9,6 +9,8 @@
 #include "keel/platform/stdiofileex.h"
 #include "keel/questions/propdeftabfiles.h"
 
+#include <limits>
+
 namespace keel {
 
 using namespace propdeftab_files;
@@ -22,10 +24,8 @@ constexpr int c_schemaEnabledFormulas = 63;
 constexpr int c_schemaOnShow = 69;
 constexpr int c_schemaColumnSizes = 103;
 
-// A page holds at most this many controls; an archive that counts more is corrupt.
-constexpr int c_mostDefinitionsInArchive = 1000;
-// As many columns as a question file may give; the bound only stops a corrupt count.
-constexpr int c_mostColumnsInArchive = 1000000;
+// A column keeps its kind and size as two 4-byte integers.
+constexpr unsigned c_columnBytes = 8;
 
 constexpr char16_t c_tabMarker[] = u"[tab]";
 constexpr int c_tabMarkerLength = 5;
@@ -89,8 +89,10 @@ int NumberInFamily(const CString& name, const CString& base) {
     return number >= 2 && number <= 1000000000 ? static_cast<int>(number) : 0;
 }
 
-int CheckedCount(std::uint64_t count, int most) {
-    if (count > static_cast<std::uint64_t>(most))
+int ReadCheckedCount(CArchive& archive, unsigned leastBytesEach) {
+    const std::uint64_t count = archive.ReadCount();
+    const std::uint64_t fits = archive.RemainingBytes() / leastBytesEach;
+    if (count > fits || count > static_cast<std::uint64_t>(std::numeric_limits<int>::max()))
         ThrowArchiveException(CArchiveException::badIndex);
     return static_cast<int>(count);
 }
@@ -462,11 +464,11 @@ void QPropDefTab::Serialize(CArchive& archive) {
     for (int i = 0; i < c_defaultColumnCount; ++i)
         m_columnSizes[i] = QColumnSize();
     if (QSchema::IsAtLeastVersion(archive, c_schemaColumnSizes)) {
-        m_columnSizes.SetSize(CheckedCount(archive.ReadCount(), c_mostColumnsInArchive));
+        m_columnSizes.SetSize(ReadCheckedCount(archive, c_columnBytes));
         for (int i = 0; i < m_columnSizes.GetSize(); ++i)
             archive >> m_columnSizes[i].kind >> m_columnSizes[i].size;
     }
-    const int count = CheckedCount(archive.ReadCount(), c_mostDefinitionsInArchive);
+    const int count = ReadCheckedCount(archive, 1);
     m_defs.RemoveAll();
     QPropDef::ForgetPreviousOption();
     for (int i = 0; i < count; ++i) {

@@ -75,8 +75,9 @@ inline bool ImportSubstitutedFormula(QImportFormatLevel& level, const char16_t* 
 QArray<CString> LegacyFields(const CString& line, int first, const QArray<CString>& values,
                              const QArray<CString>& names);
 
-// A count read from an archive, refused above `most`.
-int CheckedCount(std::uint64_t count, int most);
+// Reads a count of items from an archive, refused when that many items of at least
+// `leastBytesEach` bytes cannot fit in what is left of the file.
+int ReadCheckedCount(CArchive& archive, unsigned leastBytesEach);
 
 // Reads a question file into `object` with the substitution arrays set around the read: a
 // ".viq" through `readLegacy` (UTF-8, or code page 1252 when the bytes are not UTF-8), any

@@ -23,10 +23,6 @@ namespace {
 constexpr int c_schemaNameOnly = 38;
 constexpr int c_schemaAlternativeFormula = 63;
 
-// A question file may give a group any number of tabs, and what it gives must load again from a
-// document: the bound only keeps a corrupt count from allocating without limit.
-constexpr int c_mostTabsInArchive = 1000000;
-
 constexpr char16_t c_groupMarker[] = u"[group]";
 constexpr int c_groupMarkerLength = 7;
 
@@ -450,7 +446,7 @@ void QPropDefTabGroup::Serialize(CArchive& archive) {
             m_enabledAlternativeFormula = FormulaText(text);
         }
     }
-    const int count = CheckedCount(archive.ReadCount(), c_mostTabsInArchive);
+    const int count = ReadCheckedCount(archive, 1);
     m_tabs.RemoveAll();
     for (int i = 0; i < count; ++i) {
         QSmartPtr<QPropDefTab> tab = MakeTab(nullptr);

@@ -25,8 +25,6 @@ namespace {
 
 // Before this schema the set kept a string where the minimum width is now.
 constexpr int c_schemaMinimumWidth = 103;
-// As many groups as a question file may give; the bound only stops a corrupt count.
-constexpr int c_mostGroupsInArchive = 1000000;
 
 // Whether the bytes are well-formed UTF-8: no stray continuation, no overlong form, nothing
 // above U+10FFFF and no surrogate.
@@ -473,7 +471,7 @@ void QPropDefTabGroupSet::Serialize(CArchive& archive) {
     } else {
         archive >> m_minimumWidth;
     }
-    const int count = CheckedCount(archive.ReadCount(), c_mostGroupsInArchive);
+    const int count = ReadCheckedCount(archive, 1);
     m_groups.RemoveAll();
     for (int i = 0; i < count; ++i) {
         QSmartPtr<QPropDefTabGroup> group = MakeGroup(nullptr);

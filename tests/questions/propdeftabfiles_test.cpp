@@ -377,6 +377,23 @@ TEST(QPropDefTabArchive, DefinitionsGoThroughWholeAndABadCountOrAShortArchiveFai
     EXPECT_THROW(hostile.Serialize(tooMany.archive), CArchiveException);
 }
 
+// A page builds at most 1000 controls, but a file may give a tab more definitions than that, and
+// they must load again from the document's archive.
+TEST_F(QuestionFileTest, ATabOfMoreDefinitionsThanAPageShowsLoadsAgainFromTheArchive) {
+    constexpr int c_definitions = 1500;
+    std::string text = "[group]\tG\n[tab]\tT\n";
+    for (int number = 1; number <= c_definitions; ++number)
+        text += "Q" + std::to_string(number) + "\tQuestion\t\t2\n";
+    QPropDefTabGroupSet set;
+    ASSERT_TRUE(set.ReadFromFile(Written("long.viq", text))) << ReportLines();
+    ASSERT_EQ(set.GetAt(0)->GetAt(0)->GetCount(), c_definitions);
+
+    const Bytes bytes = Store(set);
+    QPropDefTabGroupSet read = LoadAt<QPropDefTabGroupSet>(bytes, c_currentSchema);
+    EXPECT_EQ(read, set);
+    EXPECT_EQ(Store(read), bytes);
+}
+
 // A file may give a group any number of tabs: the group reads in one pass, loads again from the
 // document's archive, and names a new tab without trying each number in turn.
 TEST_F(QuestionFileTest, AGroupOfManyTabsReadsAndLoadsAgainFromTheArchive) {
