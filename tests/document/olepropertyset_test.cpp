@@ -1,3 +1,4 @@
+#include "tests/support/paths.h"
 #include "tests/support/propertysets.h"
 
 #include "keel/document/olepropertyset.h"
@@ -15,7 +16,7 @@ using test::StreamBytes;
 using test::WrittenStream;
 
 StreamBytes SummaryFixture() {
-    return test::ReadHexFixture(KEEL_TEST_DATA "/document/summary_stream.hex");
+    return test::ReadHexFixture(test::TestDataFolder() + "/document/summary_stream.hex");
 }
 
 bool ReadsSet(const StreamBytes& bytes, CPropertySet& set) {

@@ -1,4 +1,5 @@
 #include "tests/support/environment.h"
+#include "tests/support/paths.h"
 #include "tests/support/propertysets.h"
 #include "tests/support/tempfolder.h"
 
@@ -25,7 +26,7 @@ std::string U8(const CString& text) {
 }
 
 StreamBytes SummaryFixture() {
-    return test::ReadHexFixture(KEEL_TEST_DATA "/document/summary_stream.hex");
+    return test::ReadHexFixture(test::TestDataFolder() + "/document/summary_stream.hex");
 }
 
 bool ReadInto(QPropertySet& set, const StreamBytes& bytes) {

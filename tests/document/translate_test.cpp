@@ -1,3 +1,4 @@
+#include "tests/support/paths.h"
 #include "tests/support/tempfolder.h"
 
 #include "keel/document/errorlog.h"
@@ -18,7 +19,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-const fs::path c_fixtures = fs::path(KEEL_TEST_DATA) / "translations";
+const fs::path c_fixtures = fs::path(test::TestDataFolder()) / "translations";
 
 CString PathText(const fs::path& path) {
     return CString::FromUtf8(path.string());

@@ -1,6 +1,7 @@
 #include "tests/support/anyvalues.h"
 #include "tests/support/functioncalls.h"
 #include "tests/support/namescontext.h"
+#include "tests/support/paths.h"
 
 #include <algorithm>
 #include <filesystem>
@@ -60,7 +61,7 @@ namespace fs = std::filesystem;
 // column \n, \t and \\ stand for a newline, a tab and a backslash.
 
 fs::path CasesFolder() {
-    return fs::path(KEEL_TEST_DATA).parent_path() / "formula" / "cases";
+    return fs::path(test::TestDataFolder()).parent_path() / "formula" / "cases";
 }
 
 std::vector<std::string> CaseFiles() {

@@ -1,5 +1,6 @@
 #include "tests/support/archivebytes.h"
 #include "tests/support/exchangetests.h"
+#include "tests/support/paths.h"
 #include "tests/support/questiondump.h"
 #include "tests/support/uihosts.h"
 #include "tests/support/xmloracle.h"
@@ -18,7 +19,7 @@ namespace {
 using D = QPropDef;
 
 std::string QuestionData(const std::string& name) {
-    return std::string(KEEL_TEST_DATA) + "/questions/" + name;
+    return TestDataFolder() + "/questions/" + name;
 }
 
 QArray<CString> Strings(std::initializer_list<const char16_t*> texts) {

@@ -1,4 +1,5 @@
 #include "tests/support/exchangetests.h"
+#include "tests/support/paths.h"
 #include "tests/support/xmloracle.h"
 
 #include "keel/questions/propdeftabgroupset.h"
@@ -16,7 +17,7 @@ protected:
         ExchangeFileTest::SetUp();
         if (!HasXmllint())
             GTEST_SKIP() << "xmllint is not installed";
-        const std::string legacy = std::string(KEEL_TEST_DATA) + "/questions/every-kind.viq";
+        const std::string legacy = TestDataFolder() + "/questions/every-kind.viq";
         ASSERT_TRUE(m_set.ReadFromFile(CString::FromUtf8(legacy)));
         m_set.SetMinimumWidth(250);
     }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "tests/support/errorreports.h"
+#include "tests/support/paths.h"
 
 #include "keel/exchange/exportflags.h"
 #include "keel/exchange/importformatascii.h"
@@ -27,7 +28,7 @@ inline void WriteFileBytes(const std::string& path, const std::string& bytes) {
 
 // A file of tests/data/exchange/.
 inline std::string ExchangeData(const std::string& name) {
-    return std::string(KEEL_TEST_DATA) + "/exchange/" + name;
+    return TestDataFolder() + "/exchange/" + name;
 }
 
 // The summaries that an import leaves in the error log.

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "tests/support/paths.h"
+
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
@@ -55,7 +57,7 @@ protected:
         const std::filesystem::path errFile = m_home / "stderr.txt";
         const std::filesystem::path inFile = m_home / "stdin.txt";
         std::ofstream(inFile) << input;
-        std::string command = shellSetup + Environment() + " " + ShellQuoted(KEEL_PROGRAM);
+        std::string command = shellSetup + Environment() + " " + ShellQuoted(ProgramPath());
         for (const std::string& word : words)
             command += " " + ShellQuoted(word);
         command += " <" + ShellQuoted(inFile.string()) + " 2>" + ShellQuoted(errFile.string());
@@ -69,7 +71,7 @@ protected:
     // `keel` with arguments as the shell reads them, quoting and redirections included; stderr
     // comes merged into `out`.
     ProgramOutcome RunMerged(const std::string& shellArguments) const {
-        return Piped(Environment() + " " + ShellQuoted(KEEL_PROGRAM) + " " + shellArguments +
+        return Piped(Environment() + " " + ShellQuoted(ProgramPath()) + " " + shellArguments +
                      " 2>&1");
     }
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "tests/support/paths.h"
 #include "tests/support/program.h"
 
 #include <cstdio>
@@ -51,7 +52,7 @@ inline bool RunCapturing(const std::string& command, std::string& output) {
 inline ::testing::AssertionResult IsValidQuestionFile(const std::string& path) {
     if (!HasXmllint())
         return ::testing::AssertionFailure() << "xmllint is not installed";
-    const std::string schema = std::string(KEEL_TEST_DATA) + "/../../schemas/viqx.rng";
+    const std::string schema = TestDataFolder() + "/../../schemas/viqx.rng";
     std::string output;
     if (RunCapturing("xmllint --nonet --noout --relaxng " + ShellQuoted(schema) + " " +
                          ShellQuoted(path),

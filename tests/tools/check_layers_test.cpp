@@ -1,3 +1,4 @@
+#include "tests/support/paths.h"
 #include "tests/support/program.h"
 
 #include <gtest/gtest.h>
@@ -9,7 +10,7 @@ namespace keel::test {
 namespace {
 
 // The source folder: the test data live in its tests/data.
-const std::string c_checkLayers = std::string(KEEL_TEST_DATA) + "/../../tools/check-layers.py";
+const std::string c_checkLayers = TestDataFolder() + "/../../tools/check-layers.py";
 
 struct LayerCase {
     const char* name;

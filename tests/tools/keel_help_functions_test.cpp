@@ -1,3 +1,4 @@
+#include "tests/support/paths.h"
 #include "tests/support/program.h"
 
 #include <algorithm>
@@ -50,7 +51,7 @@ protected:
     // stays there.
     ProgramOutcome RunAtHome(const std::vector<std::string>& words) const {
         std::string command = "cd " + ShellQuoted(m_home.string()) + " && " + Environment() + " " +
-                              ShellQuoted(KEEL_PROGRAM);
+                              ShellQuoted(ProgramPath());
         for (const std::string& word : words)
             command += " " + ShellQuoted(word);
         return Piped(command + " </dev/null 2>/dev/null");

@@ -1,4 +1,5 @@
 #include "tests/support/environment.h"
+#include "tests/support/paths.h"
 #include "tests/support/program.h"
 
 #include <algorithm>
@@ -41,7 +42,7 @@ struct ProgramCase {
 };
 
 fs::path CasesFolder() {
-    return fs::path(KEEL_TEST_DATA).parent_path() / "tools" / "cases";
+    return fs::path(TestDataFolder()).parent_path() / "tools" / "cases";
 }
 
 std::vector<std::string> CaseFiles() {
@@ -128,9 +129,9 @@ protected:
         WriteText(inFile, c.input);
         const std::string setup =
             "cd " + ShellQuoted(m_home.string()) + " && export " + Environment() +
-            " PATH=" + ShellQuoted(fs::path(KEEL_PROGRAM).parent_path().string()) +
-            ":\"$PATH\" DATA=" + ShellQuoted(KEEL_TEST_DATA) +
-            " EXAMPLES=" + ShellQuoted((fs::path(KEEL_TEST_DATA) / "../../examples").string());
+            " PATH=" + ShellQuoted(fs::path(ProgramPath()).parent_path().string()) +
+            ":\"$PATH\" DATA=" + ShellQuoted(TestDataFolder()) +
+            " EXAMPLES=" + ShellQuoted((fs::path(TestDataFolder()) / "../../examples").string());
         ProgramOutcome outcome =
             Piped(setup + " && (" + c.command + "\n) <" + ShellQuoted(inFile.string()) + " 2>" +
                   ShellQuoted(errFile.string()));
