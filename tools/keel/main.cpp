@@ -108,10 +108,19 @@ Commands:
                                 new groups and tabs are added, a tab of the same name
                                 that differs is kept (--keep, the default) or replaced
                                 whole (--overwrite); a line for each tab says which
+  geometry info POLYGON [--json]
+                                area (m2), perimeter (mm), orientation (+1 counter-
+                                clockwise, -1 clockwise) and bounds (mm) of a polygon;
+                                --json prints one object {"area", "perimeter",
+                                "orientation", "bounds": [left, bottom, right, top]}
   geometry classify POLYGON POLYGON
                                 how two polygons lie: cross (their insides overlap),
                                 touch (only their edges meet) or disjoint; each is
                                 points "x,y" in mm, as "0,0 100,0 100,100"
+  geometry offset POLYGON WIDTH [--json]
+                                each edge moved WIDTH mm to the left of its direction
+                                (inward for a counter-clockwise polygon), as polygon text;
+                                --json prints {"points": TEXT}
   demo [--words FILE] [--tables FOLDER] [--questions FILE]
                                 a short tour of what the library does so far
 
