@@ -1,12 +1,16 @@
 // Reads fuzzed polygon text and puts what it reads through the shaping operations, checking the
 // rules that hold for any polygon: the text written back reads to the same doubles, offsetting
-// keeps the count, a band holds twice its path and reversing twice changes nothing. Equality
+// keeps the count, a band holds twice its path, reversing twice changes nothing, and how the
+// polygon and its offset lie is the same taken either way round. Reversing one of them may change
+// that within the tolerance: the sense of two vectors tests each component against Eps, so a long
+// edge passing a vertex closely can touch one way and cross the other. Equality
 // within the tolerance is not transitive, so neighbours left by RemoveDuplicates may still be
 // equal (0 and 0.006 around a removed 0.015); only its count is checked.
 //
 // Input: a first byte whose bits choose closed (1), uniform widths (2) and direction -1 (4), then
 // the polygon text.
 
+#include "keel/geometry/classify.h"
 #include "keel/geometry/polytext.h"
 
 #include <cstddef>
@@ -46,6 +50,11 @@ QArray<QLength> WidthsFor(int edges, bool uniform) {
     return widths;
 }
 
+void CheckClassification(const QWorldPoly& a, const QWorldPoly& b) {
+    const keel::CROSSTOUCHDISJOINT way = keel::ClassifyPolygons(a, b);
+    Require(keel::ClassifyPolygons(b, a) == way);
+}
+
 void CheckShaping(const QWorldPoly& read, bool closed, bool uniform, int direction) {
     QWorldPoly written;
     std::string message;
@@ -63,6 +72,7 @@ void CheckShaping(const QWorldPoly& read, bool closed, bool uniform, int directi
     QWorldPoly offset = read;
     offset.OffsetEdges(WidthsFor(read.GetCount(), uniform), uniform, direction, closed);
     Require(offset.GetCount() == read.GetCount());
+    CheckClassification(read, offset);
 
     QWorldPoly band = read;
     band.RebuildBand(WidthsFor(read.GetCount(), uniform), uniform);
