@@ -72,6 +72,8 @@ const QBuiltinGroup& ArrayFunctions();
 const QBuiltinGroup& TableFunctions();
 // functionsfiles.cpp
 const QBuiltinGroup& FileFunctions();
+// functionsdatabase.cpp: the `db` functions, through the application's database access.
+const QBuiltinGroup& DatabaseFunctions();
 // functionscontext.cpp: variables, contexts and actions.
 const QBuiltinGroup& ContextFunctions();
 // functionswindows.cpp: dialogs and message boxes.
