@@ -3,10 +3,12 @@
 #include "keel/document/ado.h"
 #include "keel/document/adox.h"
 
+#include <atomic>
 #include <chrono>
 #include <gtest/gtest.h>
 #include <sqlite3.h>
 #include <string>
+#include <thread>
 #include <vector>
 
 namespace keel::test {
@@ -287,6 +289,30 @@ TEST_F(AdoTest, ConnectionsAreSharedByPathAndStatementsKeptByText) {
     // A connection still held stays open; the next one shared is new.
     ASSERT_TRUE(ado.OpenQuery(count));
     EXPECT_NE(QADOConnection::MakeShared(CString::FromUtf8(path), error), first);
+}
+
+TEST_F(AdoTest, ThreadsShareOneConnectionAndEachGetsItsOwnRecords) {
+    const std::string path = MakeParts();
+    CString error;
+    const auto shared = QADOConnection::MakeShared(CString::FromUtf8(path), error);
+    ASSERT_NE(shared, nullptr) << error.ToUtf8();
+    std::atomic<int> wrong{0};
+    std::vector<std::thread> threads;
+    for (int t = 0; t < 4; ++t)
+        threads.emplace_back([&, t] {
+            QAdo ado(shared);
+            for (int i = 0; i < 200; ++i) {
+                const int id = (t + i) % 5 + 1;
+                const QAnyValue key[] = {QAnyValue(id)};
+                if (!ado.OpenQueryForRecord(u"SELECT id FROM parts WHERE id = ?", key) ||
+                    ado.GetInt(u"id") != id)
+                    ++wrong;
+            }
+        });
+    for (std::thread& thread : threads)
+        thread.join();
+    EXPECT_EQ(wrong.load(), 0);
+    EXPECT_EQ(shared->CachedStatementCount(), 1);
 }
 
 TEST_F(AdoTest, ANewOrEmptyFileBecomesADatabase) {
