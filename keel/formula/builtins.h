@@ -134,6 +134,10 @@ inline CString Text(const QAnyValue& value) {
     return QAnyValue(value).MakeCString();
 }
 
+// With evaluations traced, the trace lines of a call of a table or database function:
+// "LOOKUP(prices, 7, b) = $4.00", and "LOOKUP ERROR" after one that gave an error or N/A.
+void TraceCall(const QBuiltinCall& call, const QAnyValue& value);
+
 // The items of `folder` in the library folder `library` (which ends in "/") for `librarylist`:
 // see QEvaluatorFactory::LibraryList.
 CString ListLibraryItems(const CString& library, const CString& folder, const CString& filter,

@@ -1,5 +1,4 @@
 #include "keel/document/translate.h"
-#include "keel/document/usertrace.h"
 #include "keel/formula/builtins.h"
 #include "keel/formula/evaluator.h"
 #include "keel/formula/evaluatorfactory.h"
@@ -51,29 +50,10 @@ CString DatabasePath(const CString& name) {
     return path;
 }
 
-CString CallText(const QBuiltinCall& call) {
-    CString text = call.name.ToString();
-    text.MakeUpper();
-    text += u'(';
-    for (std::size_t i = 0; i < call.args.size(); ++i) {
-        if (i > 0)
-            text += u", ";
-        text += ValueToString(call.args[i]);
-    }
-    return text + u')';
-}
-
 // The result, traced as the table functions trace theirs.
 bool Give(QBuiltinCall& call, const QAnyValue& value, bool& succeeded) {
     call.result = value;
-    if (IsTracing(USER_TRACE_EVALUATIONS)) {
-        UserTraceWriteLine(CallText(call) + u" = " + ValueToString(value));
-        if (value.IsErrorOrNA()) {
-            CString failed = call.name.ToString();
-            failed.MakeUpper();
-            UserTraceWriteLine(failed + u" ERROR");
-        }
-    }
+    TraceCall(call, value);
     succeeded = true;
     return true;
 }
@@ -123,6 +103,12 @@ bool Parameters(DatabaseCall& db, std::size_t first, bool& succeeded) {
     return true;
 }
 
+// The application's database access; none without an application that has it.
+QFormulaDatabase* FormulaDatabase() {
+    QEvaluatorFactory* factory = GetEvaluatorFactory();
+    return factory ? factory->Database() : nullptr;
+}
+
 CString ConnectionFailure(const DatabaseCall& db, const CString& reason) {
     CString message = u"error can't make ADO connection to " + db.path;
     if (!reason.IsEmpty())
@@ -139,9 +125,7 @@ bool Query(DatabaseCall& db, std::size_t firstParameter, QDatabaseRecords& recor
            bool& succeeded) {
     if (!Parameters(db, firstParameter, succeeded))
         return false;
-    QFormulaDatabase* database = nullptr;
-    if (QEvaluatorFactory* factory = GetEvaluatorFactory())
-        database = factory->Database();
+    QFormulaDatabase* database = FormulaDatabase();
     if (!database) {
         GiveError(db.call, ConnectionFailure(db, u"no database access in this program"), succeeded);
         return false;
@@ -270,9 +254,7 @@ bool DbExecute(QBuiltinCall& call, bool& succeeded) {
     DatabaseCall db{call, {}, {}};
     if (!Begin(db, succeeded) || !Parameters(db, 2, succeeded))
         return true;
-    QFormulaDatabase* database = nullptr;
-    if (QEvaluatorFactory* factory = GetEvaluatorFactory())
-        database = factory->Database();
+    QFormulaDatabase* database = FormulaDatabase();
     if (!database)
         return GiveError(call, ConnectionFailure(db, u"no database access in this program"),
                          succeeded);
