@@ -10,6 +10,8 @@ pkg_check_modules(LIBXML2 REQUIRED IMPORTED_TARGET libxml-2.0)
 pkg_check_modules(LIBXSLT REQUIRED IMPORTED_TARGET libxslt)
 # Documents are compound files (structured storage); libgsf reads and writes the container.
 pkg_check_modules(GSF REQUIRED IMPORTED_TARGET libgsf-1)
+# Databases: SQLite files, for reports and the `db` functions of formulas.
+pkg_check_modules(SQLITE3 REQUIRED IMPORTED_TARGET sqlite3)
 # Line editing, history and completion for `keel repl`; the program alone links it.
 pkg_check_modules(LIBEDIT REQUIRED IMPORTED_TARGET libedit)
 
@@ -21,6 +23,4 @@ if(KEEL_BUILD_BENCH)
     find_package(benchmark REQUIRED)
     # The peer that the formula benchmark compares the evaluator with.
     pkg_check_modules(MUPARSER REQUIRED IMPORTED_TARGET muparser)
-    # The peer that the table benchmark compares opening a table with.
-    pkg_check_modules(SQLITE3 REQUIRED IMPORTED_TARGET sqlite3)
 endif()

@@ -1,5 +1,6 @@
 #include "keel/document/winapp.h"
 
+#include "keel/document/ado.h"
 #include "keel/document/doc.h"
 #include "keel/document/errorlog.h"
 #include "keel/document/translate.h"
@@ -412,10 +413,16 @@ void QWinApp::LoadOptions() {
     ReportOptionsProblemOnce();
 }
 
+QFormulaDatabase* QWinApp::Database() {
+    static QAdoFormulaDatabase database;
+    return &database;
+}
+
 int QWinApp::ExitInstance() {
     SetClosing(true);
     OnClosing();
     UserTraceClose();
+    QADOConnection::FreeAll();
     if (AreTranslationsFileUpdatesEnabled() && Translator::TheTranslator().IsModified())
         SaveTranslationFile();
     return 0;

@@ -132,6 +132,8 @@ public:
     bool IsApplication() const override { return true; }
     // QDoc::TheActiveDocument.
     QDoc* ActiveDocument() const override;
+    // The shared connections of the database files (QADOConnection::MakeShared).
+    QFormulaDatabase* Database() override;
 
     // The name of the options file and of the application in messages.
     CString AppName() const override;
@@ -218,8 +220,9 @@ public:
     void ConnectValuesToOptions();
     virtual void SaveOptions();
 
-    // The end of the run: the closing hook, then the trace file is closed and a translation file
-    // that gathered new texts is saved. Returns the exit status for the program.
+    // The end of the run: the closing hook, then the trace file is closed, the shared database
+    // connections are let go and a translation file that gathered new texts is saved. Returns the
+    // exit status for the program.
     virtual int ExitInstance();
     // What a product does first when the run ends; nothing by default.
     virtual void OnClosing() {}

@@ -72,6 +72,8 @@ const QBuiltinGroup& ArrayFunctions();
 const QBuiltinGroup& TableFunctions();
 // functionsfiles.cpp
 const QBuiltinGroup& FileFunctions();
+// functionsdatabase.cpp: the `db` functions, through the application's database access.
+const QBuiltinGroup& DatabaseFunctions();
 // functionscontext.cpp: variables, contexts and actions.
 const QBuiltinGroup& ContextFunctions();
 // functionswindows.cpp: dialogs and message boxes.
@@ -131,6 +133,10 @@ inline bool WithDefault(QBuiltinCall& call, const QAnyValue& defaultValue, bool&
 inline CString Text(const QAnyValue& value) {
     return QAnyValue(value).MakeCString();
 }
+
+// With evaluations traced, the trace lines of a call of a table or database function:
+// "LOOKUP(prices, 7, b) = $4.00", and "LOOKUP ERROR" after one that gave an error or N/A.
+void TraceCall(const QBuiltinCall& call, const QAnyValue& value);
 
 // The items of `folder` in the library folder `library` (which ends in "/") for `librarylist`:
 // see QEvaluatorFactory::LibraryList.

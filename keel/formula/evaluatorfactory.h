@@ -9,6 +9,7 @@ namespace keel {
 class QAnyValue;
 class QEvaluator;
 class QFormulaContext;
+class QFormulaDatabase;
 
 // The kinds of folder that formula constants such as `datafolder` name.
 enum class QConstantFolder {
@@ -29,9 +30,9 @@ enum class QConstantFolder {
 };
 
 // The formula layer's part of the application services: evaluators of the application's own
-// class, the folders that formula constants name and the items of its library. It is installed
-// as the services (SetEvaluatorFactory); without one, plain evaluators are made, the folder
-// constants are empty strings and the library is the current folder.
+// class, the folders that formula constants name, the items of its library and its databases. It is
+// installed as the services (SetEvaluatorFactory); without one, plain evaluators are made, the
+// folder constants are empty strings and the library is the current folder.
 class QEvaluatorFactory : public QAppServices {
 public:
     virtual QEvaluator* NewQEvaluator(QAnyValue& result, FormulaText formula,
@@ -45,6 +46,8 @@ public:
     // the current folder when there is none.
     virtual CString LibraryList(const CString& folder, const CString& filter,
                                 const CString& separator, const CString& type) const;
+    // The database access of the `db` functions; none by default, and they then fail.
+    virtual QFormulaDatabase* Database() { return nullptr; }
 
     QEvaluatorFactory* EvaluatorFactory() override { return this; }
 };

@@ -787,10 +787,10 @@ int KnownFunctionCount() {
 }
 
 std::span<const QBuiltinGroup* const> BuiltinGroups() {
-    static const std::array<const QBuiltinGroup*, 10> groups{
-        &LogicFunctions(),  &ConversionFunctions(), &MathFunctions(), &StringFunctions(),
-        &ArrayFunctions(),  &TableFunctions(),      &FileFunctions(), &ContextFunctions(),
-        &WindowFunctions(), &ApplicationFunctions()};
+    static const std::array<const QBuiltinGroup*, 11> groups{
+        &LogicFunctions(),   &ConversionFunctions(), &MathFunctions(),       &StringFunctions(),
+        &ArrayFunctions(),   &TableFunctions(),      &DatabaseFunctions(),   &FileFunctions(),
+        &ContextFunctions(), &WindowFunctions(),     &ApplicationFunctions()};
     return groups;
 }
 

@@ -13,36 +13,11 @@ using namespace builtin;
 
 using Member = std::function<void(QAnyValue& table, QFormulaContext* context, QCacheState* state)>;
 
-// "LOOKUP(prices, 7, b)": the upper-case name and the arguments' texts.
-CString CallText(const QBuiltinCall& call) {
-    CString text = call.name.ToString();
-    text.MakeUpper();
-    text += u'(';
-    for (std::size_t i = 0; i < call.args.size(); ++i) {
-        if (i > 0)
-            text += u", ";
-        text += ValueToString(call.args[i]);
-    }
-    return text + u')';
-}
-
 // Gives the result and traces it. The table functions never fail the evaluation: a failing step
 // leaves its error, or N/A, as the result.
-// The trace lines of a call: "LOOKUP(prices, 7, b) = $4.00", and "LOOKUP ERROR" after a failing
-// one.
-void TraceCall(const QBuiltinCall& call, const QAnyValue& value) {
-    UserTraceWriteLine(CallText(call) + u" = " + ValueToString(value));
-    if (value.IsErrorOrNA()) {
-        CString failed = call.name.ToString();
-        failed.MakeUpper();
-        UserTraceWriteLine(failed + u" ERROR");
-    }
-}
-
 bool Give(QBuiltinCall& call, const QAnyValue& value, bool& succeeded) {
     call.result = value;
-    if (IsTracing(USER_TRACE_EVALUATIONS))
-        TraceCall(call, value);
+    TraceCall(call, value);
     succeeded = true;
     return true;
 }
@@ -362,6 +337,22 @@ constexpr QBuiltinFunction c_functions[] = {
 };
 
 } // namespace
+
+void builtin::TraceCall(const QBuiltinCall& call, const QAnyValue& value) {
+    if (!IsTracing(USER_TRACE_EVALUATIONS))
+        return;
+    CString name = call.name.ToString();
+    name.MakeUpper();
+    CString text = name + u'(';
+    for (std::size_t i = 0; i < call.args.size(); ++i) {
+        if (i > 0)
+            text += u", ";
+        text += ValueToString(call.args[i]);
+    }
+    UserTraceWriteLine(text + u") = " + ValueToString(value));
+    if (value.IsErrorOrNA())
+        UserTraceWriteLine(name + u" ERROR");
+}
 
 const QBuiltinGroup& TableFunctions() {
     static const QBuiltinGroup group{u"Lookup tables", c_functions};

@@ -1,6 +1,7 @@
 #include "tests/support/answerdocument.h"
 #include "tests/support/environment.h"
 
+#include "keel/document/ado.h"
 #include "keel/document/doc.h"
 #include "keel/document/errorlog.h"
 #include "keel/document/translate.h"
@@ -501,6 +502,23 @@ TEST_F(WinAppTest, ExitInstanceClosesTheTraceAndSavesNewTranslations) {
     EXPECT_TRUE(UserTraceFilePath().IsEmpty());
     EXPECT_NE(ReadText(translations).find("Gathered text"), std::string::npos)
         << ReadText(translations);
+}
+
+TEST_F(WinAppTest, TheApplicationServesDatabasesAndLetsGoOfThemOnExit) {
+    QWinApp app;
+    app.OverrideFileLocation(QFileLocation::Table, CString::FromUtf8(m_root.string()));
+    QFormulaDatabase* database = app.Database();
+    ASSERT_NE(database, nullptr);
+    QAnyValue result;
+    const std::unique_ptr<QEvaluator> evaluator(
+        QEvaluator::New(result, FormulaText(u"dbexecute(\"stock\", \"create table t(a)\")"),
+                        nullptr, false, true, false));
+    ASSERT_TRUE(evaluator->Evaluate()) << U8(evaluator->Message());
+    EXPECT_TRUE(result.Identical(QAnyValue(0))) << U8(result.AsStringOrFormula());
+    EXPECT_TRUE(fs::exists(m_root / "stock.mdb"));
+    EXPECT_EQ(QADOConnection::SharedCount(), 1);
+    app.ExitInstance();
+    EXPECT_EQ(QADOConnection::SharedCount(), 0);
 }
 
 TEST_F(WinAppTest, LoadOptionsCopiesStoredOptionsIntoTheirFields) {

@@ -16,6 +16,8 @@ namespace keel::tool {
 // 0 done, 1 failed, 2 bad usage.
 int RunComplete(std::span<const std::string_view> args);
 int RunDemo(std::span<const std::string_view> args);
+// `keel db query DB SQL [--json]` and `keel db exec DB SQL`: statements on an SQLite database.
+int RunDb(std::span<const std::string_view> args);
 int RunEval(std::span<const std::string_view> args);
 // `keel doc info FILE [--json]` and `keel doc save FILE`: a document's streams, items and
 // summary, and a document holding the root's answers.

@@ -82,6 +82,13 @@ Commands:
                                 given with --set and --import (the options of eval), and
                                 a summary with that title and author; the file is
                                 replaced only once the whole document was written
+  db query DB SQL [--json]      run one statement on the SQLite database file DB and
+                                print its records: a line of field names, then a
+                                line a record, fields parted by tabs (a blob shows
+                                as X'hex'); --json prints one object a record
+  db exec DB SQL                run the statements of SQL on DB (made when missing) and
+                                print how many records they changed; exit 1 with
+                                the database's message when one fails
   table show FILE               print a lookup table: its comment, counts, headings with
                                 their types, and every row
   table check FILE              read the whole table; every message of the reader is
@@ -179,6 +186,8 @@ int Dispatch(std::string_view command, std::span<const std::string_view> rest) {
         return RunExport(rest);
     if (command == "doc")
         return RunDoc(rest);
+    if (command == "db")
+        return RunDb(rest);
     if (command == "repl")
         return RunRepl(rest);
     if (command == "run")

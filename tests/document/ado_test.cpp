@@ -1,0 +1,368 @@
+#include "tests/support/databases.h"
+
+#include "keel/document/ado.h"
+#include "keel/document/adox.h"
+
+#include <atomic>
+#include <chrono>
+#include <gtest/gtest.h>
+#include <sqlite3.h>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace keel::test {
+namespace {
+
+class AdoTest : public DatabaseFolderTest {
+protected:
+    // A database of five parts, made by SQLite itself.
+    std::string MakeParts() {
+        const std::string path = Path("parts.mdb");
+        SqliteRun(path, "CREATE TABLE parts(id INTEGER, name TEXT, price REAL);"
+                        "INSERT INTO parts VALUES (1,'oak',12.5),(2,'pine',4.25),(3,'ash',8),"
+                        "(4,'elm',6.5),(5,'yew',20);");
+        return path;
+    }
+    QAdo Connected(const std::string& path) {
+        QAdo ado;
+        EXPECT_TRUE(ado.SetConnection(CString::FromUtf8(path))) << ado.GetLastError().ToUtf8();
+        return ado;
+    }
+    static std::string Error(const QAdo& ado) { return ado.GetLastError().ToUtf8(); }
+};
+
+// What SQLite says of a statement that it cannot prepare.
+std::string PrepareMessage(const std::string& path, const std::string& sql) {
+    sqlite3* database = nullptr;
+    sqlite3_open(path.c_str(), &database);
+    sqlite3_stmt* statement = nullptr;
+    sqlite3_prepare_v2(database, sql.c_str(), -1, &statement, nullptr);
+    const std::string message = sqlite3_errmsg(database);
+    sqlite3_finalize(statement);
+    sqlite3_close(database);
+    return message;
+}
+
+TEST_F(AdoTest, FieldsComeBackAsTheValuesOfTheirStorage) {
+    const std::string path = Path("types.mdb");
+    SqliteRun(path, "CREATE TABLE t(i INTEGER, r REAL, s TEXT, n, b BOOLEAN, big INTEGER, "
+                    "bl BLOB, neg INTEGER);"
+                    "INSERT INTO t VALUES (42, 2.5, 'héllo', NULL, 1, 3000000000, x'00ff10', "
+                    "-2147483648);");
+    QAdo ado = Connected(path);
+    ASSERT_TRUE(ado.OpenQuery(u"SELECT * FROM t")) << Error(ado);
+    struct Case {
+        const char16_t* field;
+        QAnyValue expected;
+    };
+    const Case cases[] = {
+        {u"i", QAnyValue(42)},
+        {u"r", QAnyValue(2.5)},
+        {u"s", QAnyValue(CString::FromUtf8("héllo"))},
+        {u"n", QAnyValue()},
+        {u"b", QAnyValue(true)},
+        {u"big", QAnyValue(3000000000.0)},
+        {u"bl", QAnyValue()},
+        {u"neg", QAnyValue(-2147483647 - 1)},
+    };
+    ASSERT_EQ(ado.GetFieldCount(), static_cast<int>(std::size(cases)));
+    for (std::size_t i = 0; i < std::size(cases); ++i) {
+        const QAnyValue byName = ado.GetField(cases[i].field);
+        EXPECT_TRUE(byName.Identical(cases[i].expected)) << CString(cases[i].field).ToUtf8();
+        EXPECT_TRUE(ado.GetField(static_cast<int>(i)).Identical(cases[i].expected));
+        EXPECT_EQ(ado.GetFieldName(static_cast<int>(i)), CString(cases[i].field));
+    }
+    EXPECT_EQ(ado.GetBlob(u"BL"), (QBlob{0x00, 0xff, 0x10}));
+    EXPECT_TRUE(ado.GetBlob(u"s").empty());
+    EXPECT_EQ(ado.GetInt(u"i"), 42);
+    EXPECT_EQ(ado.GetInt(u"n"), 0);
+    EXPECT_EQ(ado.GetString(u"r"), CString(u"2.5"));
+    // A field that is not there reads empty.
+    EXPECT_TRUE(ado.GetField(u"nosuch").IsEmpty());
+    EXPECT_EQ(ado.GetFieldName(99), CString());
+}
+
+TEST_F(AdoTest, MovesAndTheRecordCountAgree) {
+    QAdo ado = Connected(MakeParts());
+    ASSERT_TRUE(ado.OpenQuery(u"SELECT id FROM parts ORDER BY id")) << Error(ado);
+    ASSERT_EQ(ado.GetRecordCount(), 5);
+    int visited = 0;
+    for (; !ado.IsEOF(); ado.MoveNext())
+        EXPECT_EQ(ado.GetInt(u"id"), ++visited);
+    EXPECT_EQ(visited, ado.GetRecordCount());
+    EXPECT_FALSE(ado.MoveNext());
+
+    struct Step {
+        int move;
+        bool ok;
+        int id; // 0 at EOF
+    };
+    ASSERT_TRUE(ado.MoveFirst());
+    const Step steps[] = {{2, true, 3},   {-3, false, 3}, {-2, true, 1}, {4, true, 5},
+                          {1, true, 0},   {1, false, 0},  {-5, true, 1}, {5, true, 0},
+                          {-6, false, 0}, {0, true, 0}};
+    for (const Step& step : steps) {
+        EXPECT_EQ(ado.Move(step.move), step.ok) << step.move;
+        EXPECT_EQ(ado.IsEOF(), step.id == 0) << step.move;
+        if (step.id != 0) {
+            EXPECT_EQ(ado.GetInt(u"id"), step.id) << step.move;
+        }
+    }
+    EXPECT_EQ(Error(ado), "Cannot move -6 records from record 6 of 5");
+}
+
+TEST_F(AdoTest, FailuresSayWhatFailedInTheirOwnWords) {
+    const std::string path = MakeParts();
+    const std::string other = Path("notes.mdb");
+    WriteText(other, "These are notes, not a database, and longer than sixteen bytes.");
+    const std::string in = " in database " + path;
+
+    QAdo none;
+    EXPECT_FALSE(none.AddNew());
+    EXPECT_EQ(Error(none), "Cannot add new data record - ADO not initialised");
+    EXPECT_FALSE(none.AddNewPicture(u"1", u"x.bmp"));
+    EXPECT_EQ(Error(none), "Cannot add new data record - ADO not initialised");
+    EXPECT_FALSE(QAdoX(nullptr).CreateTable({u"t", {}}));
+
+    QAdo notDatabase;
+    EXPECT_FALSE(notDatabase.SetConnection(CString::FromUtf8(other)));
+    EXPECT_EQ(Error(notDatabase),
+              "Cannot connect to " + other + "\n" + other + " is not an SQLite database file");
+    EXPECT_FALSE(notDatabase.SetConnection(CString::FromUtf8(Path("")), true));
+    EXPECT_EQ(Error(notDatabase), "Cannot connect to " + Path("") + "\n" + Path("") +
+                                      " is a folder, not a database file");
+    EXPECT_FALSE(notDatabase.SetConnection(CString::FromUtf8(Path("gone.mdb")), false));
+    EXPECT_EQ(Error(notDatabase), "Cannot connect to " + Path("gone.mdb") + "\n" +
+                                      Path("gone.mdb") + " does not exist");
+
+    QAdo ado = Connected(path);
+    const std::string bad = "SELECT FROM parts";
+    EXPECT_FALSE(ado.OpenQuery(CString::FromUtf8(bad)));
+    EXPECT_EQ(Error(ado),
+              "Cannot open query [" + bad + "]" + in + "\n" + PrepareMessage(path, bad));
+    EXPECT_FALSE(ado.IsOpen());
+
+    EXPECT_FALSE(ado.OpenQueryForRecord(u"SELECT * FROM parts WHERE id > 5"));
+    EXPECT_EQ(Error(ado), "No record found for query [SELECT * FROM parts WHERE id > 5]" + in);
+    EXPECT_TRUE(ado.OpenQueryForRecord(u"SELECT * FROM parts WHERE id = 5"));
+
+    const std::string missing = "INSERT INTO nosuch VALUES (1)";
+    EXPECT_FALSE(ado.Execute(CString::FromUtf8(missing)));
+    EXPECT_EQ(Error(ado), "DBExecute failed in ADO when trying to execute the supplied query:\n\n" +
+                              missing + "\n\n" + PrepareMessage(path, missing));
+
+    const QAnyValue one[] = {QAnyValue(1)};
+    EXPECT_FALSE(ado.OpenQuery(u"SELECT * FROM parts WHERE id = ? AND name = ?", one));
+    EXPECT_EQ(Error(ado), "Cannot open query [SELECT * FROM parts WHERE id = ? AND name = ?]" + in +
+                              "\nThe statement takes 2 parameters, 1 were given");
+    EXPECT_FALSE(ado.OpenQuery(u"SELECT 1; SELECT 2"));
+    EXPECT_EQ(Error(ado), "Cannot open query [SELECT 1; SELECT 2]" + in +
+                              "\nA query is one statement; more follow it:  SELECT 2");
+    EXPECT_FALSE(ado.OpenQuery(u"  "));
+    EXPECT_EQ(Error(ado), "Cannot open query [  ]" + in + "\nThe query holds no statement");
+}
+
+TEST_F(AdoTest, ValuesAreBoundAsParametersAndNeverBecomeStatementText) {
+    const std::string path = MakeParts();
+    QAdo ado = Connected(path);
+    const CString hostile = u"x'); DROP TABLE parts; --";
+    const QAnyValue values[] = {QAnyValue(6), QAnyValue(hostile), QAnyValue(1.25)};
+    ASSERT_TRUE(ado.Execute(u"INSERT INTO parts VALUES (?, ?, ?)", values)) << Error(ado);
+    EXPECT_EQ(ado.ChangedCount(), 1);
+    EXPECT_EQ(SqliteRows(path, "SELECT count(*) FROM parts"), "6;");
+    EXPECT_EQ(SqliteRows(path, "SELECT name, price FROM parts WHERE id = 6"),
+              hostile.ToUtf8() + "|1.25;");
+
+    const QAnyValue key[] = {QAnyValue(hostile)};
+    ASSERT_TRUE(ado.OpenQueryForRecord(u"SELECT id FROM parts WHERE name = ?", key));
+    EXPECT_EQ(ado.GetInt(u"id"), 6);
+    // Every kind of value binds: empty is NULL, booleans and whole numbers integers, and any
+    // other value its text.
+    const QAnyValue kinds[] = {QAnyValue(), QAnyValue(true), QAnyValue(u"a\"b")};
+    ASSERT_TRUE(ado.OpenQuery(u"SELECT typeof(?) AS a, ? AS b, ? AS c", kinds)) << Error(ado);
+    EXPECT_TRUE(ado.GetField(u"a").Identical(QAnyValue(u"null")));
+    EXPECT_TRUE(ado.GetField(u"b").Identical(QAnyValue(1)));
+    EXPECT_TRUE(ado.GetField(u"c").Identical(QAnyValue(u"a\"b")));
+}
+
+TEST_F(AdoTest, RecordsAreAddedAndChangedThroughTheOpenTable) {
+    const std::string path = MakeParts();
+    QAdo ado = Connected(path);
+    ASSERT_TRUE(ado.OpenTable(u"parts")) << Error(ado);
+    ASSERT_TRUE(ado.AddNew());
+    ASSERT_TRUE(ado.PutInt(u"id", 7));
+    ASSERT_TRUE(ado.PutFieldMemo(u"name", CString(u"walnut ") + CString(u"burr")));
+    ASSERT_TRUE(ado.PutField(u"price", QAnyValue(31.5)));
+    ASSERT_TRUE(ado.Update()) << Error(ado);
+    EXPECT_EQ(SqliteRows(path, "SELECT * FROM parts WHERE id = 7"), "7|walnut burr|31.5;");
+
+    ASSERT_TRUE(ado.Move(1));
+    EXPECT_EQ(ado.GetInt(u"id"), 2);
+    ASSERT_TRUE(ado.PutField(1, QAnyValue(u"spruce")));
+    EXPECT_TRUE(ado.GetField(u"name").Identical(QAnyValue(u"spruce")));
+    EXPECT_FALSE(ado.Update(u"parts"));
+    EXPECT_EQ(Error(ado), "A changed record needs its key field to be written into parts");
+    ASSERT_TRUE(ado.Update(u"parts", u"id")) << Error(ado);
+    EXPECT_EQ(ado.ChangedCount(), 1);
+    EXPECT_EQ(SqliteRows(path, "SELECT name FROM parts WHERE id = 2"), "spruce;");
+    EXPECT_FALSE(ado.Update(u"parts", u"id"));
+    EXPECT_EQ(Error(ado), "No field was set to write into parts");
+    EXPECT_FALSE(ado.PutField(u"colour", QAnyValue(1)));
+    EXPECT_EQ(Error(ado), "No field [colour] in the record");
+    EXPECT_FALSE(ado.PutField(9, QAnyValue(1)));
+}
+
+TEST_F(AdoTest, BlobsAndPicturesKeepEveryByte) {
+    const std::string path = Path("report.mdb");
+    SqliteRun(path, "CREATE TABLE Pictures(ID TEXT, Picture BLOB);");
+    Bytes picture;
+    for (int i = 0; i < 600; ++i)
+        picture.push_back(static_cast<std::uint8_t>((i * 37) & 0xff));
+    WriteBytes("door.bmp", picture);
+
+    QAdo ado = Connected(path);
+    ASSERT_TRUE(ado.OpenTable(u"Pictures")) << Error(ado);
+    ASSERT_TRUE(ado.AddNewPicture(u"door", PathOf("door.bmp"))) << Error(ado);
+    ASSERT_TRUE(ado.AddNew());
+    ASSERT_TRUE(ado.PutField(u"ID", QAnyValue(u"empty")));
+    ASSERT_TRUE(ado.PutFieldBlob(u"Picture", {}));
+    ASSERT_TRUE(ado.Update()) << Error(ado);
+    EXPECT_FALSE(ado.AddNewPicture(u"gone", PathOf("gone.bmp")));
+    EXPECT_EQ(Error(ado), "Cannot read picture file " + Path("gone.bmp"));
+
+    std::string hex;
+    for (std::uint8_t byte : picture) {
+        static constexpr char digits[] = "0123456789ABCDEF";
+        hex += digits[byte >> 4];
+        hex += digits[byte & 15];
+    }
+    EXPECT_EQ(SqliteRows(path, "SELECT ID, hex(Picture), length(Picture) FROM Pictures"),
+              "door|" + hex + "|600;empty||0;");
+    ASSERT_TRUE(ado.OpenQuery(u"SELECT Picture FROM Pictures WHERE ID = 'door'"));
+    EXPECT_EQ(ado.GetBlob(u"Picture"), picture);
+}
+
+TEST_F(AdoTest, ALockedDatabaseFailsWithinTheBusyTimeout) {
+    const std::string path = MakeParts();
+    sqlite3* holder = nullptr;
+    ASSERT_EQ(sqlite3_open(path.c_str(), &holder), SQLITE_OK);
+    ASSERT_EQ(sqlite3_exec(holder, "BEGIN EXCLUSIVE", nullptr, nullptr, nullptr), SQLITE_OK);
+
+    QAdo ado = Connected(path);
+    ado.GetConnection()->SetBusyTimeout(300);
+    const auto start = std::chrono::steady_clock::now();
+    EXPECT_FALSE(ado.Execute(u"INSERT INTO parts VALUES (9, 'fir', 1)"));
+    const auto waited = std::chrono::steady_clock::now() - start;
+    EXPECT_NE(Error(ado).find("database is locked"), std::string::npos) << Error(ado);
+    EXPECT_GE(waited, std::chrono::milliseconds(250));
+    EXPECT_LT(waited, std::chrono::seconds(5));
+
+    ASSERT_EQ(sqlite3_exec(holder, "COMMIT", nullptr, nullptr, nullptr), SQLITE_OK);
+    sqlite3_close(holder);
+    EXPECT_TRUE(ado.Execute(u"INSERT INTO parts VALUES (9, 'fir', 1)")) << Error(ado);
+}
+
+TEST_F(AdoTest, ConnectionsAreSharedByPathAndStatementsKeptByText) {
+    const std::string path = MakeParts();
+    CString error;
+    const auto first = QADOConnection::MakeShared(CString::FromUtf8(path), error);
+    ASSERT_NE(first, nullptr) << error.ToUtf8();
+    EXPECT_EQ(QADOConnection::MakeShared(CString::FromUtf8(path), error), first);
+    EXPECT_EQ(QADOConnection::SharedCount(), 1);
+
+    QAdo ado(first);
+    const CString count = u"SELECT count(*) AS n FROM parts";
+    ASSERT_TRUE(ado.OpenQuery(count));
+    EXPECT_EQ(ado.GetInt(u"n"), 5);
+    ASSERT_TRUE(ado.Execute(u"DELETE FROM parts WHERE id > 3; DELETE FROM parts WHERE id = 1"));
+    EXPECT_EQ(ado.ChangedCount(), 3);
+    // The kept statement reads the records as they are now.
+    ASSERT_TRUE(ado.OpenQuery(count));
+    EXPECT_EQ(ado.GetInt(u"n"), 2);
+    EXPECT_EQ(first->CachedStatementCount(), 1);
+    ASSERT_TRUE(ado.OpenQuery(u"SELECT 1 AS n"));
+    EXPECT_EQ(first->CachedStatementCount(), 2);
+
+    QADOConnection::FreeAll();
+    EXPECT_EQ(QADOConnection::SharedCount(), 0);
+    // A connection still held stays open; the next one shared is new.
+    ASSERT_TRUE(ado.OpenQuery(count));
+    EXPECT_NE(QADOConnection::MakeShared(CString::FromUtf8(path), error), first);
+}
+
+TEST_F(AdoTest, ThreadsShareOneConnectionAndEachGetsItsOwnRecords) {
+    const std::string path = MakeParts();
+    CString error;
+    const auto shared = QADOConnection::MakeShared(CString::FromUtf8(path), error);
+    ASSERT_NE(shared, nullptr) << error.ToUtf8();
+    std::atomic<int> wrong{0};
+    std::vector<std::thread> threads;
+    for (int t = 0; t < 4; ++t)
+        threads.emplace_back([&, t] {
+            QAdo ado(shared);
+            for (int i = 0; i < 200; ++i) {
+                const int id = (t + i) % 5 + 1;
+                const QAnyValue key[] = {QAnyValue(id)};
+                if (!ado.OpenQueryForRecord(u"SELECT id FROM parts WHERE id = ?", key) ||
+                    ado.GetInt(u"id") != id)
+                    ++wrong;
+            }
+        });
+    for (std::thread& thread : threads)
+        thread.join();
+    EXPECT_EQ(wrong.load(), 0);
+    EXPECT_EQ(shared->CachedStatementCount(), 1);
+}
+
+TEST_F(AdoTest, ANewOrEmptyFileBecomesADatabase) {
+    for (const char* name : {"new.mdb", "empty.mdb"}) {
+        if (std::string(name) == "empty.mdb")
+            WriteText(Path(name), "");
+        QAdo ado = Connected(Path(name));
+        ASSERT_TRUE(ado.Execute(u"CREATE TABLE t(a); INSERT INTO t VALUES (1)")) << Error(ado);
+        EXPECT_EQ(SqliteRows(Path(name), "SELECT a FROM t"), "1;") << name;
+    }
+}
+
+TEST_F(AdoTest, TablesAreCreatedWithTheColumnTypesOfTheirValues) {
+    const std::string path = Path("report.mdb");
+    TableSpec spec{u"Items", {}};
+    for (const auto& [name, type] :
+         {std::pair{u"Name", QAnyValue::TYPE_STRING}, std::pair{u"Done", QAnyValue::TYPE_BOOL},
+          std::pair{u"Count", QAnyValue::TYPE_INT}, std::pair{u"Size", QAnyValue::TYPE_DOUBLE},
+          std::pair{u"Length", QAnyValue::TYPE_LENGTH}})
+        spec.columns.Add(ColumnAndType{name, type});
+    EXPECT_EQ(QAdoX::CreateStatement(spec),
+              CString(u"CREATE TABLE \"Items\" (\"Name\" TEXT, \"Done\" BOOLEAN, \"Count\" "
+                      u"INTEGER, \"Size\" REAL, \"Length\" TEXT)"));
+    CString error;
+    QAdoX adox(QADOConnection::MakeShared(CString::FromUtf8(path), error));
+    const TableSpec empty{u"Nothing", {}};
+    EXPECT_FALSE(empty.HasAnyColumns());
+    EXPECT_FALSE(adox.CreateTable(empty));
+    EXPECT_EQ(adox.GetLastError(), CString(u"Cannot create table Nothing: it has no columns"));
+    ASSERT_TRUE(adox.CreateTable(spec)) << adox.GetLastError().ToUtf8();
+    EXPECT_EQ(SqliteRows(path, "SELECT name, type FROM pragma_table_info('Items')"),
+              "Name|TEXT;Done|BOOLEAN;Count|INTEGER;Size|REAL;Length|TEXT;");
+    EXPECT_FALSE(adox.CreateTable(spec));
+    EXPECT_TRUE(adox.HasTable(u"items"));
+
+    // A boolean column gives booleans back.
+    QAdo ado = Connected(path);
+    const QAnyValue row[] = {QAnyValue(u"a"), QAnyValue(false), QAnyValue(3), QAnyValue(1.5)};
+    ASSERT_TRUE(ado.Execute(u"INSERT INTO Items VALUES (?, ?, ?, ?, NULL)", row));
+    ASSERT_TRUE(ado.OpenQuery(u"SELECT * FROM Items"));
+    EXPECT_TRUE(ado.GetField(u"Done").Identical(QAnyValue(false)));
+
+    // All tables or none: a second spec that cannot be made leaves the first out too.
+    TableSpec more[] = {TableSpec{u"Extra", {}}, spec, TableSpec{u"Broken", {}}};
+    more[0].columns.Add(ColumnAndType{u"X", QAnyValue::TYPE_INT});
+    EXPECT_FALSE(adox.CreateMissingTables(more));
+    EXPECT_FALSE(adox.HasTable(u"Extra"));
+    EXPECT_TRUE(adox.CreateMissingTables(std::span(more, 2))) << adox.GetLastError().ToUtf8();
+    EXPECT_TRUE(adox.HasTable(u"Extra"));
+}
+
+} // namespace
+} // namespace keel::test
