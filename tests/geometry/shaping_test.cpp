@@ -25,122 +25,6 @@ QArray<QLength> Widths(std::initializer_list<double> raw) {
     return widths;
 }
 
-TEST(OffsetEdgesTest, EdgesMoveToTheLeftOfTheirDirection) {
-    const struct {
-        const char* name;
-        QWorldPoly poly;
-        QArray<QLength> widths;
-        bool uniform;
-        int direction;
-        bool closed;
-        std::initializer_list<test::XY> result;
-    } rows[] = {
-        {"a line", Poly({{0, 0}, {10, 0}}), Widths({1}), true, 1, false, {{0, 1}, {10, 1}}},
-        {"a line, direction -1",
-         Poly({{0, 0}, {10, 0}}),
-         Widths({1}),
-         true,
-         -1,
-         false,
-         {{0, -1}, {10, -1}}},
-        {"an open corner",
-         Poly({{0, 0}, {10, 0}, {10, 10}}),
-         Widths({1}),
-         true,
-         1,
-         false,
-         {{0, 1}, {9, 1}, {9, 10}}},
-        {"a width for each edge",
-         Poly({{0, 0}, {10, 0}, {10, 10}}),
-         Widths({1, 2}),
-         false,
-         1,
-         false,
-         {{0, 1}, {8, 1}, {8, 10}}},
-        {"a counter-clockwise ring shrinks",
-         Poly({{0, 0}, {10, 0}, {10, 10}, {0, 10}}),
-         Widths({1}),
-         true,
-         1,
-         true,
-         {{1, 1}, {9, 1}, {9, 9}, {1, 9}}},
-        {"a clockwise ring grows",
-         Poly({{0, 0}, {0, 10}, {10, 10}, {10, 0}}),
-         Widths({1}),
-         true,
-         1,
-         true,
-         {{-1, -1}, {-1, 11}, {11, 11}, {11, -1}}},
-        {"a ring with the closing edge's own width",
-         Poly({{0, 0}, {10, 0}, {10, 10}, {0, 10}}),
-         Widths({1, 1, 1, 3}),
-         false,
-         1,
-         true,
-         {{3, 1}, {9, 1}, {9, 9}, {3, 9}}},
-        {"a repeated closing vertex stays on the first",
-         Poly({{0, 0}, {10, 0}, {10, 10}, {0, 10}, {0, 0}}),
-         Widths({1}),
-         true,
-         1,
-         true,
-         {{1, 1}, {9, 1}, {9, 9}, {1, 9}, {1, 1}}},
-        {"a repeated closing vertex of an open path is an end",
-         Poly({{0, 0}, {10, 0}, {10, 10}, {0, 10}, {0, 0}}),
-         Widths({1}),
-         true,
-         1,
-         false,
-         {{0, 1}, {9, 1}, {9, 9}, {1, 9}, {1, 0}}},
-        {"a fold-back vertex stays in place",
-         Poly({{0, 0}, {10, 0}, {0, 0.0001}}),
-         Widths({1}),
-         true,
-         1,
-         false,
-         {{0, 1}, {10, 0}, {0, -0.9999}}},
-        {"a width near zero does nothing",
-         Poly({{0, 0}, {10, 0}}),
-         Widths({0.01}),
-         true,
-         1,
-         false,
-         {{0, 0}, {10, 0}}},
-        {"one vertex does nothing", Poly({{3, 3}}), Widths({}), true, 1, true, {{3, 3}}},
-    };
-    for (const auto& row : rows) {
-        QWorldPoly poly = row.poly;
-        poly.OffsetEdges(row.widths, row.uniform, row.direction, row.closed);
-        EXPECT_TRUE(VerticesNear(poly, row.result, 1e-4)) << row.name;
-    }
-}
-
-TEST(OffsetEdgesTest, MissingWidthsAreAnInvalidArgumentAndChangeNothing) {
-    const struct {
-        QArray<QLength> widths;
-        bool uniform;
-        bool closed;
-        std::string message;
-    } rows[] = {
-        {Widths({}), true, false, "Invalid argument: TPoly::OffsetEdges: no widths for the edges"},
-        {Widths({}), false, true, "Invalid argument: TPoly::OffsetEdges: no widths for the edges"},
-        {Widths({1, 1}), false, false,
-         "Invalid argument: TPoly::OffsetEdges: 2 widths for 3 edges"},
-        {Widths({1, 1, 1}), false, true,
-         "Invalid argument: TPoly::OffsetEdges: 3 widths for 4 edges"},
-    };
-    for (const auto& row : rows) {
-        QWorldPoly poly = Poly({{0, 0}, {10, 0}, {10, 10}, {0, 10}});
-        try {
-            poly.OffsetEdges(row.widths, row.uniform, 1, row.closed);
-            ADD_FAILURE() << "no exception for " << row.message;
-        } catch (const InvalidArgumentException& error) {
-            EXPECT_EQ(std::string(error.what()), row.message);
-        }
-        EXPECT_EQ(Text(poly), "0,0 10,0 10,10 0,10");
-    }
-}
-
 TEST(OffsetEdgesTest, OffsetUniformIsOneWidthForwards) {
     QWorldPoly uniform = Poly({{0, 0}, {10, 0}, {10, 10}, {3, 12}});
     QWorldPoly explicitWidths = uniform;
@@ -164,59 +48,6 @@ TEST(OffsetEdgesTest, EachOffsetEdgeLiesTheWidthFromTheOriginal) {
                 ((b.x - a.x) * (p.y - a.y) - (b.y - a.y) * (p.x - a.x)) / length;
             EXPECT_NEAR(leftDistance, 2.5, 1e-9) << "edge " << edge << " end " << end;
         }
-    }
-}
-
-TEST(RebuildBandTest, KeepsThePathAndAppendsItsOffsetReversed) {
-    const struct {
-        const char* name;
-        QWorldPoly poly;
-        QArray<QLength> widths;
-        bool uniform;
-        const char* result;
-    } rows[] = {
-        {"an open path", Poly({{0, 0}, {10, 0}, {99, 99}, {98, 98}}), Widths({1}), true,
-         "0,0 10,0 10,1 0,1"},
-        {"a width for each edge", Poly({{0, 0}, {10, 0}, {10, 10}, {7, 7}, {7, 7}, {7, 7}}),
-         Widths({1, 2}), false, "0,0 10,0 10,10 8,10 8,1 0,1"},
-        {"a closed path",
-         Poly({{0, 0}, {10, 0}, {10, 10}, {0, 10}, {0, 0}, {5, 5}, {5, 5}, {5, 5}, {5, 5}, {5, 5}}),
-         Widths({1}), true, "0,0 10,0 10,10 0,10 0,0 1,1 1,9 9,9 9,1 1,1"},
-        {"three vertices cut to one, which no offset moves", Poly({{4, 4}, {10, 0}, {10, 10}}),
-         Widths({1}), true, "4,4 4,4"},
-        {"two vertices become one point twice", Poly({{4, 4}, {10, 0}}), Widths({1}), true,
-         "4,4 4,4"},
-        {"one vertex stays", Poly({{4, 4}}), Widths({1}), true, "4,4"},
-    };
-    for (const auto& row : rows) {
-        QWorldPoly poly = row.poly;
-        poly.RebuildBand(row.widths, row.uniform);
-        EXPECT_EQ(Text(poly), row.result) << row.name;
-    }
-}
-
-TEST(ChamferTest, CutsTheCornerAtTheDistanceAlongBothEdges) {
-    const struct {
-        int index;
-        double distance;
-        bool cut;
-        const char* result;
-    } rows[] = {
-        {1, 2, true, "0,0 8,0 10,2 10,10 0,10"},
-        {-1, 2, true, "0,0 10,0 10,10 2,10 0,8"},
-        {0, 10.005, true, "0,10.005 10.005,0 10,0 10,10 0,10"},
-        {1, 10.011, false, "0,0 10,0 10,10 0,10"},
-        {1, 0.01, false, "0,0 10,0 10,10 0,10"},
-        {1, -0.01, false, "0,0 10,0 10,10 0,10"},
-    };
-    for (const auto& row : rows) {
-        QWorldPoly poly = Poly({{0, 0}, {10, 0}, {10, 10}, {0, 10}});
-        EXPECT_EQ(poly.ChamferCorner(row.index, QLength::FromRaw(row.distance)), row.cut)
-            << row.index << " " << row.distance;
-        QWorldPoly expected;
-        std::string message;
-        ASSERT_TRUE(ReadPolyText(row.result, expected, message)) << message;
-        EXPECT_TRUE(poly == expected) << Text(poly) << " for " << row.index << " " << row.distance;
     }
 }
 
@@ -251,24 +82,6 @@ TEST(FilletTest, AClockwiseCornerIsRoundedTheSameWay) {
         EXPECT_NEAR(std::hypot(dx, dy), 3, 1e-9) << i;
         EXPECT_GE(dx, -1e-9) << i;
         EXPECT_LE(dy, 1e-9) << i;
-    }
-}
-
-TEST(FilletTest, AStraightOrTooShortCornerIsLeftAlone) {
-    const struct {
-        const char* name;
-        QWorldPoly poly;
-        int index;
-        double radius;
-    } rows[] = {
-        {"straight", Poly({{0, 0}, {10, 0}, {20, 0}, {20, 10}}), 1, 2},
-        {"folding back", Poly({{0, 0}, {10, 0}, {0, 0.000001}, {20, 10}}), 1, 2},
-        {"edge shorter than the cut", Poly({{0, 0}, {1, 0}, {1, 10}, {0, 10}}), 1, 2},
-    };
-    for (const auto& row : rows) {
-        QWorldPoly poly = row.poly;
-        EXPECT_FALSE(poly.FilletCorner(row.index, QLength::FromRaw(row.radius), 4)) << row.name;
-        EXPECT_EQ(Text(poly), Text(row.poly)) << row.name;
     }
 }
 

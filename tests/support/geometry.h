@@ -17,6 +17,18 @@ namespace keel::test {
 using XY = std::pair<double, double>;
 using WPoint = QWorldPoly::Point;
 
+inline const char* ClassName(CROSSTOUCHDISJOINT value) {
+    switch (value) {
+    case CROSS:
+        return "cross";
+    case TOUCH:
+        return "touch";
+    case DISJOINT:
+        return "disjoint";
+    }
+    return "?";
+}
+
 inline WPoint Pt(double x, double y) {
     return WPoint(QLength::FromRaw(x), QLength::FromRaw(y));
 }
