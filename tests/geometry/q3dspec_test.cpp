@@ -13,9 +13,14 @@ namespace keel {
 
 namespace {
 
-using Point3D = Q3DSpec::Point3D;
 using test::Bytes;
 using test::Hex;
+using test::Of;
+using test::P3;
+using test::Plus;
+using test::Point3D;
+using test::PointNear;
+using test::Triple;
 
 QLength L(double raw) {
     return QLength::FromRaw(raw);
@@ -23,39 +28,11 @@ QLength L(double raw) {
 QAngle Deg(double degrees) {
     return QAngle::FromRaw(degrees);
 }
-Point3D P3(double x, double y, double z) {
-    return {L(x), L(y), L(z)};
-}
-
-struct Triple {
-    double x, y, z;
-};
-
 // The unit look of a camera, from its angles in degrees.
 Triple LookOf(double theta, double phi) {
     const double t = theta * std::numbers::pi / 180;
     const double p = phi * std::numbers::pi / 180;
     return {-std::sin(t) * std::cos(p), std::cos(t) * std::cos(p), -std::sin(p)};
-}
-
-::testing::AssertionResult PointNear(const Point3D& point, const Triple& expected,
-                                     double tolerance = 1e-9) {
-    if (std::abs(point.x.GetRaw() - expected.x) <= tolerance &&
-        std::abs(point.y.GetRaw() - expected.y) <= tolerance &&
-        std::abs(point.z.GetRaw() - expected.z) <= tolerance)
-        return ::testing::AssertionSuccess();
-    return ::testing::AssertionFailure()
-           << point.x.GetRaw() << "," << point.y.GetRaw() << "," << point.z.GetRaw() << " is not "
-           << expected.x << "," << expected.y << "," << expected.z;
-}
-
-Triple Plus(const Point3D& p, const Triple& direction, double times) {
-    return {p.x.GetRaw() + direction.x * times, p.y.GetRaw() + direction.y * times,
-            p.z.GetRaw() + direction.z * times};
-}
-
-Triple Of(const Point3D& p) {
-    return {p.x.GetRaw(), p.y.GetRaw(), p.z.GetRaw()};
 }
 
 // A camera at the eye with the angles, looking 1000 ahead at its centre of rotation.
