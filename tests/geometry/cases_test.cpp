@@ -24,29 +24,12 @@ using test::ClassName;
 using Words = std::vector<std::string>;
 
 // Geometry cases from the files of tests/data/geometry/, one a line: an operation, its arguments
-// and what it gives, separated by " | "; "#" opens a comment line. A point is "x,y" in
-// millimetres, a polygon its points separated by spaces ("-" for none), a box "x,y,z x,y,z", a
-// prism a plan and then "bottom top". Relations of two things are checked both ways round, and
-// a class of a polygon both ways along it. The operations:
-//
-//     point | polygon | p | class          on-segment | p | a | b | -1, 0 or 1
-//     segments | a b | c d | class         segment-in-bounds | l,t r,b | a b | class
-//     segment | polygon | a b | class      polygons | a | b | class
-//     boxes | box | box | class            contains | outer | inner | loose strict
-//     prisms | plan | heights | plan | heights | class
-//     prism-contains | plan | heights | plan | heights | the first holds the second
-//     sense | u | v | n                    point-equal | a | b | equal
-//     rect | a | b | l,t r,b               closed | polygon | closed
-//     vertex | polygon | index | p         equal | a | b | equal
-//     same-outline | a | open|closed | b | open|closed | same
-//     read | text | vertices, or "error: " and the message ("\t", "\n", "\r", "\xHH" escape)
-//     edit | polygon | command | result    what the command answers, if anything, and "; ", or
-//                                          "error: " and the exception's text and "; ", then
-//                                          the vertices after it to 4 decimals
-//     cache | polygon | command | flags orientation
-//                                          the caches still valid after the command on a
-//                                          polygon whose orientation and bounds were known,
-//                                          and the orientation if it is still known
+// and what it gives, separated by " | "; "#" opens a comment line, and the head of each file
+// names the operations it uses. A point is "x,y" in millimetres, a polygon its points separated
+// by spaces ("-" for none), a box "x,y,z x,y,z", a prism a plan and then "bottom top". Relations
+// of two things are checked both ways round. The operations "edit", "cache" and "count" run a
+// command (see Edit) on a polygon; "edit" gives what the command answers, if anything, and "; ",
+// or "error: " and the exception's text and "; ", then the vertices after it to 4 decimals.
 
 Words Split(const std::string& text, const std::string& separator) {
     Words words;
@@ -234,6 +217,8 @@ std::string Edit(QWorldPoly& poly, const std::string& command) {
         poly.RebuildBand(WidthsOf(at(1)), at(2) == "uniform");
     else if (verb == "chamfer")
         return Bool(poly.ChamferCorner(index(1), LengthOf(at(2))));
+    else if (verb == "arc-edge")
+        poly.ArcEdge(index(1), LengthOf(at(2)), index(3));
     else if (verb == "fillet")
         return Bool(poly.FilletCorner(index(1), LengthOf(at(2)), index(3)));
     else
@@ -309,7 +294,20 @@ std::string Result(const Words& f) {
             return "error: " + message + (test::Text(poly) == "5,5" ? "" : "; changed the polygon");
         return test::Text(poly) + (message.empty() ? "" : "; a message: " + message);
     }
+    if (op == "arc") {
+        const TPolyArc<QLength, c_worldSpace> arc(PointOf(f.at(1)), PointOf(f.at(2)),
+                                                  std::stoi(f.at(3)), LengthOf(f.at(4)));
+        const test::RawXY centre(arc.Centre());
+        return RoundedText(arc) + "; centre " + Rounded(centre.x) + "," + Rounded(centre.y) +
+               "; arc " + Rounded(arc.ArcLength().GetRaw()) + "; chord " +
+               Rounded(arc.ChordLength().GetRaw()) + "; " + std::to_string(arc.Segments()) +
+               " segments";
+    }
     QWorldPoly poly = a(1);
+    if (op == "count") {
+        Edit(poly, f.at(2));
+        return std::to_string(poly.GetCount());
+    }
     if (op == "cache") {
         poly.Orientation();
         poly.GetBounds();

@@ -49,7 +49,6 @@ TEST(PrismTest, BoundingBoxAndEquality) {
     EXPECT_FALSE(Prism(PolyOf("10,20 50,20 30,60"), 5.02, -5) == prism);
     same.SetPresent(false);
     EXPECT_FALSE(same == prism);
-    EXPECT_EQ(std::string(prism.DumpPoly(u"prefix").ToUtf8()), "prefix");
 }
 
 TEST(PrismSetTest, OverallBoundingBox) {
