@@ -279,6 +279,8 @@ std::string Result(const Words& f) {
         return test::Text(test::Poly({{rect.left.GetRaw(), rect.top.GetRaw()},
                                       {rect.right.GetRaw(), rect.bottom.GetRaw()}}));
     }
+    if (op == "orientation")
+        return std::to_string(a(1).Orientation());
     if (op == "closed")
         return Bool(a(1).IsClosed());
     if (op == "vertex") {
