@@ -134,82 +134,72 @@ TEST(CameraTest, PanningInMovesTheEyeAloneAndSidewaysMovesTheCentreToo) {
     }
 }
 
-TEST(CameraTest, TurningUpOrDownOrbitsTheCentreOfRotation) {
-    Q3DSpec spec = Looking(20, 10);
-    const Point3D centre = spec.CenterOfRotation();
-    spec.RotateDown(Deg(15));
-    EXPECT_EQ(spec.Phi(), Deg(25));
-    EXPECT_TRUE(PointNear(spec.GetEye(), Plus(centre, LookOf(20, 25), -1000), 1e-8));
-    EXPECT_NEAR(spec.DistanceFromEyeToCenterOfRotation().GetRaw(), 1000, 1e-9);
-    spec.SetPhiStep(Deg(4));
-    spec.RotateUp();
-    EXPECT_EQ(spec.Phi(), Deg(21));
-    spec.RotateDown();
-    spec.RotateDown();
-    EXPECT_EQ(spec.Phi(), Deg(29));
-    EXPECT_TRUE(PointNear(spec.GetFocus(), Of(centre), 1e-8)) << "still looking at the centre";
-}
-
-TEST(CameraTest, ATurnLeftIsAPureTurnAtAnElevationOfThirtyDegreesAndSharedElsewhere) {
+// A turn keeps the camera looking at its centre of rotation. Outside examination mode a turn left
+// is a pure turn at an elevation of 30 degrees and is shared with phi elsewhere, and phi is free;
+// in it a turn left changes theta alone and phi stays in front.
+TEST(CameraTest, TurnsOrbitTheCentreOfRotation) {
+    const double c = 12 * std::cos(std::numbers::pi / 3);
+    const double s = 12 * std::sin(std::numbers::pi / 3);
+    constexpr void (Q3DSpec::*left)(const QAngle&) = &Q3DSpec::RotateLeft;
+    constexpr void (Q3DSpec::*down)(const QAngle&) = &Q3DSpec::RotateDown;
     const struct {
-        double phi, by;
-        double theta, newPhi;
+        bool examination;
+        double theta, phi;
+        void (Q3DSpec::*turn)(const QAngle&);
+        double by, newTheta, newPhi;
     } cases[] = {
-        {30, 10, 20 + 10, 30},
-        {30, -10, 20 + 350, 30},
-        {120, 10, 20, 120 + 10},
-        {90, 12, 20 + 12 * std::cos(std::numbers::pi / 3),
-         90 + 12 * std::sin(std::numbers::pi / 3)},
-        {30, 200, 20 + 200, 30},
-        {-60, 10, 20, -60 + 350},
+        {false, 20, 10, down, 15, 20, 25},
+        {false, 20, 30, left, 10, 30, 30},
+        {false, 20, 30, left, -10, 370, 30},
+        {false, 20, 120, left, 10, 20, 130},
+        {false, 20, 90, left, 12, 20 + c, 90 + s},
+        {false, 20, 30, left, 200, 220, 30},
+        {false, 20, -60, left, 10, 20, 290},
+        {false, 20, 50, left, 0.000001, 20, 50},
+        {false, 0, 85, down, 10, 0, 95},
+        {true, 20, 60, left, 10, 30, 60},
+        {true, 0, 85, down, 10, 0, 90},
+        {true, 0, 80, down, 9.99, 0, 89.99},
+        {true, 0, 80, down, 10, 0, 90},
+        {true, 0, 170, down, 9.99, 0, 90},
+        {true, 0, 170, down, 10, 0, 270},
+        {true, 0, 260, down, 9.99, 0, 270},
+        {true, 0, 260, down, 10, 0, 270},
+        {true, 0, -100, down, 10, 0, -90},
+        {true, 0, -150, down, 10, 0, 270},
+        {true, 0, -80, down, -5, 0, -85},
+        {true, 0, 10, down, -20, 0, -10},
+        {true, 0, 300, down, 70, 0, 370},
     };
-    test::ExaminationMode off(false);
     for (const auto& c : cases) {
-        Q3DSpec spec = Looking(20, c.phi);
+        test::ExaminationMode mode(c.examination);
+        Q3DSpec spec = Looking(c.theta, c.phi);
         const Point3D centre = spec.CenterOfRotation();
-        spec.RotateLeft(Deg(c.by));
-        EXPECT_NEAR(spec.Theta().GetRaw(), c.theta, 1e-9) << c.phi << " by " << c.by;
-        EXPECT_NEAR(spec.Phi().GetRaw(), c.newPhi, 1e-9) << c.phi << " by " << c.by;
-        EXPECT_TRUE(PointNear(spec.GetFocus(), Of(centre), 1e-8)) << c.phi << " by " << c.by;
+        (spec.*c.turn)(Deg(c.by));
+        const std::string what = std::to_string(c.theta) + " " + std::to_string(c.phi) + " by " +
+                                 std::to_string(c.by) + (c.examination ? " examining" : "");
+        EXPECT_NEAR(spec.Theta().GetRaw(), c.newTheta, 1e-9) << what;
+        EXPECT_NEAR(spec.Phi().GetRaw(), c.newPhi, 1e-9) << what;
+        EXPECT_TRUE(PointNear(spec.GetFocus(), Of(centre), 1e-8)) << what;
+        EXPECT_NEAR(spec.DistanceFromEyeToCenterOfRotation().GetRaw(), 1000, 1e-9) << what;
     }
-    Q3DSpec still = Looking(20, 50);
-    still.RotateLeft(Deg(0.000001));
-    EXPECT_EQ(still.Theta().GetRaw(), 20);
-    EXPECT_EQ(still.Phi().GetRaw(), 50);
-
-    Q3DSpec right = Looking(20, 30);
-    right.SetThetaStep(Deg(7));
-    right.RotateRight();
-    EXPECT_NEAR(QAngle::Normalized(right.Theta().GetRaw()), 13, 1e-9);
-    right.RotateLeft();
-    right.RotateLeft();
-    EXPECT_NEAR(QAngle::Normalized(right.Theta().GetRaw()), 27, 1e-9);
 }
 
-TEST(CameraTest, InExaminationModeTurnsLeftAreThetaAndPhiStaysInFront) {
-    test::ExaminationMode on(true);
-    Q3DSpec turn = Looking(20, 60);
-    turn.RotateLeft(Deg(10));
-    EXPECT_EQ(turn.Theta(), Deg(30));
-    EXPECT_EQ(turn.Phi(), Deg(60));
-
-    const struct {
-        double phi, by, expected;
-    } cases[] = {{85, 10, 90},    {80, 9.99, 89.99}, {80, 10, 90},   {170, 9.99, 90},
-                 {170, 10, 270},  {260, 9.99, 270},  {260, 10, 270}, {-100, 10, -90},
-                 {-150, 10, 270}, {-80, -5, -85},    {10, -20, -10}, {300, 70, 370}};
-    for (const auto& c : cases) {
-        Q3DSpec spec = Looking(0, c.phi);
-        const Point3D centre = spec.CenterOfRotation();
-        spec.RotateDown(Deg(c.by));
-        EXPECT_NEAR(spec.Phi().GetRaw(), c.expected, 1e-9) << c.phi << " + " << c.by;
-        EXPECT_TRUE(PointNear(spec.GetFocus(), Of(centre), 1e-8)) << c.phi << " + " << c.by;
-    }
-
+TEST(CameraTest, StepsTurnByTheirSize) {
     test::ExaminationMode off(false);
-    Q3DSpec free = Looking(0, 85);
-    free.RotateDown(Deg(10));
-    EXPECT_EQ(free.Phi(), Deg(95)) << "outside examination mode phi is free";
+    Q3DSpec spec = Looking(20, 30);
+    spec.SetPhiStep(Deg(4));
+    spec.SetThetaStep(Deg(7));
+    spec.RotateRight();
+    EXPECT_NEAR(QAngle::Normalized(spec.Theta().GetRaw()), 13, 1e-9);
+    spec.RotateLeft();
+    spec.RotateLeft();
+    EXPECT_NEAR(QAngle::Normalized(spec.Theta().GetRaw()), 27, 1e-9);
+    spec.RotateUp();
+    EXPECT_EQ(spec.Phi(), Deg(26));
+    spec.RotateDown();
+    spec.RotateDown();
+    EXPECT_EQ(spec.Phi(), Deg(34));
 }
 
 TEST(CameraTest, ResetsLookAtWhereTheEyeWasOrAtTheFocusGiven) {
