@@ -36,14 +36,7 @@ std::string PairsText(const QArray<Set::Collision>& pairs) {
 
 TEST(PrismTest, BoundingBoxAndEquality) {
     const QWorldPolyWithHeightRange prism = Prism(PolyOf("10,20 50,20 30,60"), 5, -5);
-    const TRect3D<QLength, c_worldSpace> box = prism.GetBoundingBox();
-    EXPECT_EQ(box.left.GetRaw(), 10);
-    EXPECT_EQ(box.top.GetRaw(), 20);
-    EXPECT_EQ(box.right.GetRaw(), 50);
-    EXPECT_EQ(box.bottom.GetRaw(), 60);
-    EXPECT_EQ(box.low.GetRaw(), -5); // bottom above top: normalised
-    EXPECT_EQ(box.high.GetRaw(), 5);
-
+    EXPECT_EQ(test::BoxText(prism.GetBoundingBox()), "10,20,-5 50,60,5"); // heights normalised
     const QWorldPolyWithHeightRange same = Prism(PolyOf("10,20 50,20 30,60.005"), 5, -5.005);
     EXPECT_TRUE(same == prism);
     EXPECT_FALSE(Prism(PolyOf("10,20 50,20 30,60"), 5.02, -5) == prism);
@@ -52,20 +45,12 @@ TEST(PrismTest, BoundingBoxAndEquality) {
 }
 
 TEST(PrismSetTest, OverallBoundingBox) {
-    const auto values = [](const TRect3D<QLength, c_worldSpace>& box) {
-        std::string text;
-        for (const QLength* v : {&box.left, &box.top, &box.low, &box.right, &box.bottom, &box.high})
-            text += std::to_string(v->GetRaw()).substr(0, 8) + " ";
-        return text;
-    };
-    EXPECT_EQ(values(Set().GetOverallBoundingBox()),
-              "0.000000 0.000000 0.000000 0.000000 0.000000 0.000000 ");
+    EXPECT_EQ(test::BoxText(Set().GetOverallBoundingBox()), "0,0,0 0,0,0");
     const Set set =
         SetOf({Prism(PolyOf("10,10 20,10 20,20"), 0, 5), Prism(PolyOf("-5,15 15,15 15,30"), 3, 8),
                // beyond by less than the tolerance: no change
                Prism(PolyOf("-5.009,15 20.009,15 15,30.009"), -0.009, 8.009)});
-    EXPECT_EQ(values(set.GetOverallBoundingBox()),
-              "-5.00000 10.00000 0.000000 20.00000 30.00000 8.000000 ");
+    EXPECT_EQ(test::BoxText(set.GetOverallBoundingBox()), "-5,10,0 20,30,8");
 }
 
 TEST(PrismSetTest, CollisionsAreTheCrossingPairsInOrder) {

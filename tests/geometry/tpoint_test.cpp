@@ -65,22 +65,12 @@ TEST_F(SpaceTest, DistanceIsEuclideanAndHopsAreSemicolonTerminated) {
 }
 
 TEST_F(SpaceTest, BoxNormalisesEachPairAndGrowsByPoints) {
-    TRect3D<QLength, 'W'> box(P3(5, 0, 9), P3(0, 4, 1));
-    EXPECT_EQ(box.left.GetRaw(), 0);
-    EXPECT_EQ(box.right.GetRaw(), 5);
-    EXPECT_EQ(box.low.GetRaw(), 1);
-    EXPECT_EQ(box.high.GetRaw(), 9);
+    EXPECT_EQ(test::BoxText({P3(5, 0, 9), P3(0, 4, 1)}), "0,0,1 5,4,9");
     TPoly3D<QLength, 'W'> path;
-    EXPECT_EQ(path.GetBounds().high.GetRaw(), 0);
+    EXPECT_EQ(test::BoxText(path.GetBounds()), "0,0,0 0,0,0");
     path.Add(P3(1, 2, 3));
     path.Add(P3(-1, 5, 2));
-    const TRect3D<QLength, 'W'> bounds = path.GetBounds();
-    EXPECT_EQ(bounds.left.GetRaw(), -1);
-    EXPECT_EQ(bounds.top.GetRaw(), 2);
-    EXPECT_EQ(bounds.low.GetRaw(), 2);
-    EXPECT_EQ(bounds.right.GetRaw(), 1);
-    EXPECT_EQ(bounds.bottom.GetRaw(), 5);
-    EXPECT_EQ(bounds.high.GetRaw(), 3);
+    EXPECT_EQ(test::BoxText(path.GetBounds()), "-1,2,2 1,5,3");
 }
 
 TEST(PointArchiveTest, ALengthPointIsTwoDoublesAndAWholePointTwoInt32) {

@@ -53,6 +53,14 @@ inline std::string Text(const QWorldPoly& poly) {
     return WritePolyText(poly);
 }
 
+// A box as "left,top,low right,bottom,high", raw.
+inline std::string BoxText(const TRect3D<QLength, c_worldSpace>& box) {
+    std::ostringstream text;
+    text << box.left.GetRaw() << "," << box.top.GetRaw() << "," << box.low.GetRaw() << " "
+         << box.right.GetRaw() << "," << box.bottom.GetRaw() << "," << box.high.GetRaw();
+    return text.str();
+}
+
 // Twice the signed area by the shoelace sum: positive when the vertices run counter-clockwise
 // with y upward.
 inline double TwiceSignedArea(const QWorldPoly& poly) {
