@@ -1,5 +1,6 @@
 #include "tests/support/archivebytes.h"
 #include "tests/support/geometry.h"
+#include "tests/support/matrices.h"
 
 #include "keel/geometry/tpoint.h"
 #include "keel/platform/schema.h"
@@ -43,20 +44,14 @@ private:
     QLength::LENGTHUNITS m_units = QLength::DefaultUnits();
 };
 
+using test::P3;
 using W3 = TPoint3D<QLength, 'W'>;
-
-W3 P3(double x, double y, double z) {
-    return {QLength::FromRaw(x), QLength::FromRaw(y), QLength::FromRaw(z)};
-}
 
 TEST_F(SpaceTest, CrossProductTakesTheRightOperandInTheDefaultUnits) {
     const W3 inMillimetres = P3(1, 2, 3) ^ P3(4, 5, 6);
     EXPECT_EQ(inMillimetres, P3(-3, 6, -3));
     QLength::SetDefaultUnits(QLength::LU_CM);
-    const W3 inCentimetres = P3(1, 2, 3) ^ P3(4, 5, 6);
-    EXPECT_DOUBLE_EQ(inCentimetres.x.GetRaw(), -0.3);
-    EXPECT_DOUBLE_EQ(inCentimetres.y.GetRaw(), 0.6);
-    EXPECT_DOUBLE_EQ(inCentimetres.z.GetRaw(), -0.3);
+    EXPECT_TRUE(test::PointNear(P3(1, 2, 3) ^ P3(4, 5, 6), {-0.3, 0.6, -0.3}, 1e-15));
 }
 
 TEST_F(SpaceTest, DistanceIsEuclideanAndHopsAreSemicolonTerminated) {
