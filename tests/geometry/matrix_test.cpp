@@ -101,6 +101,8 @@ TEST_F(MatrixTest, OperationsMultiplyOnTheRightByTheirTransform) {
          test::TurnZ(turn)},
         {"short -x", [](QMatrix& m) { m.Rotate(QAngle::FromRaw(37), -0.25, 0, 0); },
          test::TurnX(-turn)},
+        {"an axis of length squared 2", [](QMatrix& m) { m.Rotate(QAngle::FromRaw(37), 1, 1, 0); },
+         test::TurnAbout(std::sqrt(0.5), std::sqrt(0.5), 0, turn)},
         {"a zero axis", [](QMatrix& m) { m.Rotate(QAngle::FromRaw(37), 0, 0, 0); }, identity},
         {"Translate", [](QMatrix& m) { m.Translate(3, -4, 5); }, test::Shift(3, -4, 5)},
         {"Translate a point in space", [](QMatrix& m) { m.Translate(P3(1, -2, 0.5)); },
