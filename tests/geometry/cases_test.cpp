@@ -1,3 +1,4 @@
+#include "tests/support/archivebytes.h"
 #include "tests/support/geometry.h"
 #include "tests/support/paths.h"
 
@@ -133,6 +134,32 @@ std::string RoundedText(const QWorldPoly& poly) {
         text += (i > 0 ? " " : "") + Rounded(vertex.x) + "," + Rounded(vertex.y);
     }
     return text;
+}
+
+std::string HexOf(const test::Bytes& bytes) {
+    std::string text;
+    char pair[4];
+    for (const std::uint8_t byte : bytes) {
+        std::snprintf(pair, sizeof pair, "%02x", byte);
+        text += (text.empty() ? "" : " ") + std::string(pair);
+    }
+    return text;
+}
+
+// The polygon read from the bytes with the schema, and the bytes it writes back.
+std::string ArchiveResult(const std::string& schema, const std::string& hex) {
+    test::Loading loading(test::Hex(hex.c_str()), 4096, u"poly.drw", std::stoul(schema));
+    QWorldPoly poly = test::Poly({{9, 9}});
+    poly.GetBounds();
+    try {
+        poly.Serialize(loading.archive);
+    } catch (const CArchiveException& error) {
+        return "error: cause " + std::to_string(error.m_cause) + " in " +
+               error.m_strFileName.ToUtf8();
+    }
+    return test::Text(poly) + (loading.archive.IsBufferEmpty() ? "" : "; bytes left") +
+           (poly.CacheFlags() == 0 ? "" : "; caches kept") + "; writes " +
+           HexOf(test::Stored([&](CArchive& archive) { poly.Serialize(archive); }));
 }
 
 std::string Unescaped(const std::string& text) {
@@ -289,6 +316,8 @@ std::string Result(const Words& f) {
     }
     if (op == "same-outline")
         return Bool(a(1).IsSameOutline(a(3), IsClosed(f.at(2)), IsClosed(f.at(4))));
+    if (op == "archive")
+        return ArchiveResult(f.at(1), f.at(2));
     if (op == "read") {
         QWorldPoly poly = test::Poly({{5, 5}});
         std::string message;
