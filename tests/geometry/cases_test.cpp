@@ -4,6 +4,7 @@
 
 #include "keel/geometry/classify.h"
 #include "keel/geometry/polytext.h"
+#include "keel/geometry/q3dspec.h"
 #include "keel/geometry/worldpolywithheightrange.h"
 #include "keel/platform/exceptions.h"
 
@@ -146,20 +147,45 @@ std::string HexOf(const test::Bytes& bytes) {
     return text;
 }
 
+test::Bytes BytesOf(const std::string& hex) {
+    return test::Hex(hex == "-" ? "" : hex.c_str());
+}
+
+std::string Failure(const CArchiveException& error) {
+    return "error: cause " + std::to_string(error.m_cause) + " in " + error.m_strFileName.ToUtf8();
+}
+
 // The polygon read from the bytes with the schema, and the bytes it writes back.
 std::string ArchiveResult(const std::string& schema, const std::string& hex) {
-    test::Loading loading(test::Hex(hex.c_str()), 4096, u"poly.drw", std::stoul(schema));
+    test::Loading loading(BytesOf(hex), 4096, u"poly.drw", std::stoul(schema));
     QWorldPoly poly = test::Poly({{9, 9}});
     poly.GetBounds();
     try {
         poly.Serialize(loading.archive);
     } catch (const CArchiveException& error) {
-        return "error: cause " + std::to_string(error.m_cause) + " in " +
-               error.m_strFileName.ToUtf8();
+        return Failure(error);
     }
     return test::Text(poly) + (loading.archive.IsBufferEmpty() ? "" : "; bytes left") +
            (poly.CacheFlags() == 0 ? "" : "; caches kept") + "; writes " +
            HexOf(test::Stored([&](CArchive& archive) { poly.Serialize(archive); }));
+}
+
+// The bytes a camera writes back after reading these; its field of view was 60 degrees before.
+std::string CameraResult(const std::string& schema, const std::string& hex) {
+    test::Loading loading(BytesOf(hex), 4096, u"view.drw", std::stoul(schema));
+    Q3DSpec camera;
+    camera.SetFOV(QAngle::FromRaw(60));
+    const TPoint3D<QLength, c_worldSpace> centre{QLength::FromRaw(7), QLength::FromRaw(8),
+                                                 QLength::FromRaw(9)};
+    camera.SetCenterOfRotation(centre);
+    try {
+        camera.Serialize(loading.archive);
+    } catch (const CArchiveException& error) {
+        return Failure(error);
+    }
+    return std::string(loading.archive.IsBufferEmpty() ? "" : "bytes left; ") +
+           (camera.CenterOfRotation() == centre ? "" : "the centre moved; ") + "writes " +
+           HexOf(test::Stored([&](CArchive& archive) { camera.Serialize(archive); }));
 }
 
 std::string Unescaped(const std::string& text) {
@@ -318,6 +344,8 @@ std::string Result(const Words& f) {
         return Bool(a(1).IsSameOutline(a(3), IsClosed(f.at(2)), IsClosed(f.at(4))));
     if (op == "archive")
         return ArchiveResult(f.at(1), f.at(2));
+    if (op == "camera")
+        return CameraResult(f.at(1), f.at(2));
     if (op == "read") {
         QWorldPoly poly = test::Poly({{5, 5}});
         std::string message;
