@@ -1,4 +1,3 @@
-#include "tests/support/archivebytes.h"
 #include "tests/support/exchangetests.h"
 #include "tests/support/geometry.h"
 
@@ -15,70 +14,9 @@ namespace keel {
 
 namespace {
 
-using test::Bytes;
 using test::Poly;
 using test::Pt;
-using test::Stored;
 using test::Text;
-
-// The doubles 1.0, 2.5, -1.0 and 0.0 as the archive writes them.
-const Bytes c_one{0, 0, 0, 0, 0, 0, 0xF0, 0x3F};
-const Bytes c_twoAndAHalf{0, 0, 0, 0, 0, 0, 0x04, 0x40};
-const Bytes c_minusOne{0, 0, 0, 0, 0, 0, 0xF0, 0xBF};
-const Bytes c_zero{0, 0, 0, 0, 0, 0, 0, 0};
-
-QWorldPoly Square() {
-    return Poly({{0, 0}, {10, 0}, {10, 10}, {0, 10}});
-}
-
-QWorldPoly LoadedPoly(const Bytes& bytes, unsigned schema) {
-    test::Loading loading(bytes, 4096, u"poly.drw", schema);
-    QWorldPoly poly = Square();
-    poly.GetBounds();
-    poly.Serialize(loading.archive);
-    EXPECT_TRUE(loading.archive.IsBufferEmpty()) << "bytes left behind";
-    EXPECT_EQ(poly.CacheFlags(), 0) << "loading clears the caches";
-    return poly;
-}
-
-TEST(PolyArchiveTest, ACountAndThenEachVertexAsTwoDoubles) {
-    const Bytes bytes = test::Concat({{0x02, 0x00}, c_one, c_twoAndAHalf, c_minusOne, c_zero});
-    QWorldPoly poly = Poly({{1, 2.5}, {-1, 0}});
-    EXPECT_EQ(Stored([&](CArchive& ar) { poly.Serialize(ar); }), bytes);
-    const QWorldPoly loaded = LoadedPoly(bytes, 18);
-    EXPECT_EQ(Text(loaded), "1,2.5 -1,0");
-    QWorldPoly again = loaded;
-    EXPECT_EQ(Stored([&](CArchive& ar) { again.Serialize(ar); }), bytes);
-    EXPECT_EQ(Stored([](CArchive& ar) {
-                  QWorldPoly empty;
-                  empty.Serialize(ar);
-              }),
-              (Bytes{0x00, 0x00}));
-}
-
-TEST(PolyArchiveTest, OlderSchemasKeepVerticesInTenthsOfAMillimetre) {
-    const Bytes bytes{0x01, 0x00, 0x19, 0, 0, 0, 0xF6, 0xFF, 0xFF, 0xFF};
-    EXPECT_EQ(Text(LoadedPoly(bytes, 16)), "2.5,-1");
-}
-
-TEST(PolyArchiveTest, ADamagedCountRunsIntoTheEndOfTheData) {
-    const Bytes cases[] = {
-        {0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0x7F},
-        test::Concat({{0x02, 0x00}, c_one, c_one, c_one}),
-        {0x01},
-    };
-    for (const Bytes& bytes : cases) {
-        test::Loading loading(bytes, 4096, u"poly.drw", 18);
-        QWorldPoly poly;
-        try {
-            poly.Serialize(loading.archive);
-            ADD_FAILURE() << "no failure for " << bytes.size() << " bytes";
-        } catch (const CArchiveException& error) {
-            EXPECT_EQ(error.m_cause, CArchiveException::endOfFile);
-            EXPECT_EQ(error.m_strFileName.ToUtf8(), "poly.drw");
-        }
-    }
-}
 
 CString ExportLines(const QExportable& object) {
     QExportFormatASCII format(object, false, nullptr);

@@ -25,122 +25,6 @@ QArray<QLength> Widths(std::initializer_list<double> raw) {
     return widths;
 }
 
-TEST(OffsetEdgesTest, EdgesMoveToTheLeftOfTheirDirection) {
-    const struct {
-        const char* name;
-        QWorldPoly poly;
-        QArray<QLength> widths;
-        bool uniform;
-        int direction;
-        bool closed;
-        std::initializer_list<test::XY> result;
-    } rows[] = {
-        {"a line", Poly({{0, 0}, {10, 0}}), Widths({1}), true, 1, false, {{0, 1}, {10, 1}}},
-        {"a line, direction -1",
-         Poly({{0, 0}, {10, 0}}),
-         Widths({1}),
-         true,
-         -1,
-         false,
-         {{0, -1}, {10, -1}}},
-        {"an open corner",
-         Poly({{0, 0}, {10, 0}, {10, 10}}),
-         Widths({1}),
-         true,
-         1,
-         false,
-         {{0, 1}, {9, 1}, {9, 10}}},
-        {"a width for each edge",
-         Poly({{0, 0}, {10, 0}, {10, 10}}),
-         Widths({1, 2}),
-         false,
-         1,
-         false,
-         {{0, 1}, {8, 1}, {8, 10}}},
-        {"a counter-clockwise ring shrinks",
-         Poly({{0, 0}, {10, 0}, {10, 10}, {0, 10}}),
-         Widths({1}),
-         true,
-         1,
-         true,
-         {{1, 1}, {9, 1}, {9, 9}, {1, 9}}},
-        {"a clockwise ring grows",
-         Poly({{0, 0}, {0, 10}, {10, 10}, {10, 0}}),
-         Widths({1}),
-         true,
-         1,
-         true,
-         {{-1, -1}, {-1, 11}, {11, 11}, {11, -1}}},
-        {"a ring with the closing edge's own width",
-         Poly({{0, 0}, {10, 0}, {10, 10}, {0, 10}}),
-         Widths({1, 1, 1, 3}),
-         false,
-         1,
-         true,
-         {{3, 1}, {9, 1}, {9, 9}, {3, 9}}},
-        {"a repeated closing vertex stays on the first",
-         Poly({{0, 0}, {10, 0}, {10, 10}, {0, 10}, {0, 0}}),
-         Widths({1}),
-         true,
-         1,
-         true,
-         {{1, 1}, {9, 1}, {9, 9}, {1, 9}, {1, 1}}},
-        {"a repeated closing vertex of an open path is an end",
-         Poly({{0, 0}, {10, 0}, {10, 10}, {0, 10}, {0, 0}}),
-         Widths({1}),
-         true,
-         1,
-         false,
-         {{0, 1}, {9, 1}, {9, 9}, {1, 9}, {1, 0}}},
-        {"a fold-back vertex stays in place",
-         Poly({{0, 0}, {10, 0}, {0, 0.0001}}),
-         Widths({1}),
-         true,
-         1,
-         false,
-         {{0, 1}, {10, 0}, {0, -0.9999}}},
-        {"a width near zero does nothing",
-         Poly({{0, 0}, {10, 0}}),
-         Widths({0.01}),
-         true,
-         1,
-         false,
-         {{0, 0}, {10, 0}}},
-        {"one vertex does nothing", Poly({{3, 3}}), Widths({}), true, 1, true, {{3, 3}}},
-    };
-    for (const auto& row : rows) {
-        QWorldPoly poly = row.poly;
-        poly.OffsetEdges(row.widths, row.uniform, row.direction, row.closed);
-        EXPECT_TRUE(VerticesNear(poly, row.result, 1e-4)) << row.name;
-    }
-}
-
-TEST(OffsetEdgesTest, MissingWidthsAreAnInvalidArgumentAndChangeNothing) {
-    const struct {
-        QArray<QLength> widths;
-        bool uniform;
-        bool closed;
-        std::string message;
-    } rows[] = {
-        {Widths({}), true, false, "Invalid argument: TPoly::OffsetEdges: no widths for the edges"},
-        {Widths({}), false, true, "Invalid argument: TPoly::OffsetEdges: no widths for the edges"},
-        {Widths({1, 1}), false, false,
-         "Invalid argument: TPoly::OffsetEdges: 2 widths for 3 edges"},
-        {Widths({1, 1, 1}), false, true,
-         "Invalid argument: TPoly::OffsetEdges: 3 widths for 4 edges"},
-    };
-    for (const auto& row : rows) {
-        QWorldPoly poly = Poly({{0, 0}, {10, 0}, {10, 10}, {0, 10}});
-        try {
-            poly.OffsetEdges(row.widths, row.uniform, 1, row.closed);
-            ADD_FAILURE() << "no exception for " << row.message;
-        } catch (const InvalidArgumentException& error) {
-            EXPECT_EQ(std::string(error.what()), row.message);
-        }
-        EXPECT_EQ(Text(poly), "0,0 10,0 10,10 0,10");
-    }
-}
-
 TEST(OffsetEdgesTest, OffsetUniformIsOneWidthForwards) {
     QWorldPoly uniform = Poly({{0, 0}, {10, 0}, {10, 10}, {3, 12}});
     QWorldPoly explicitWidths = uniform;
@@ -167,165 +51,46 @@ TEST(OffsetEdgesTest, EachOffsetEdgeLiesTheWidthFromTheOriginal) {
     }
 }
 
-TEST(RebuildBandTest, KeepsThePathAndAppendsItsOffsetReversed) {
+// The arc lies inside the corner at 10,0, from where it cuts one edge to where it cuts the other.
+TEST(FilletTest, ACornerGetsAnArcOfTheRadiusInsideIt) {
     const struct {
-        const char* name;
-        QWorldPoly poly;
-        QArray<QLength> widths;
-        bool uniform;
-        const char* result;
-    } rows[] = {
-        {"an open path", Poly({{0, 0}, {10, 0}, {99, 99}, {98, 98}}), Widths({1}), true,
-         "0,0 10,0 10,1 0,1"},
-        {"a width for each edge", Poly({{0, 0}, {10, 0}, {10, 10}, {7, 7}, {7, 7}, {7, 7}}),
-         Widths({1, 2}), false, "0,0 10,0 10,10 8,10 8,1 0,1"},
-        {"a closed path",
-         Poly({{0, 0}, {10, 0}, {10, 10}, {0, 10}, {0, 0}, {5, 5}, {5, 5}, {5, 5}, {5, 5}, {5, 5}}),
-         Widths({1}), true, "0,0 10,0 10,10 0,10 0,0 1,1 1,9 9,9 9,1 1,1"},
-        {"three vertices cut to one, which no offset moves", Poly({{4, 4}, {10, 0}, {10, 10}}),
-         Widths({1}), true, "4,4 4,4"},
-        {"two vertices become one point twice", Poly({{4, 4}, {10, 0}}), Widths({1}), true,
-         "4,4 4,4"},
-        {"one vertex stays", Poly({{4, 4}}), Widths({1}), true, "4,4"},
-    };
-    for (const auto& row : rows) {
-        QWorldPoly poly = row.poly;
-        poly.RebuildBand(row.widths, row.uniform);
-        EXPECT_EQ(Text(poly), row.result) << row.name;
-    }
-}
-
-TEST(ChamferTest, CutsTheCornerAtTheDistanceAlongBothEdges) {
-    const struct {
-        int index;
-        double distance;
-        bool cut;
-        const char* result;
-    } rows[] = {
-        {1, 2, true, "0,0 8,0 10,2 10,10 0,10"},
-        {-1, 2, true, "0,0 10,0 10,10 2,10 0,8"},
-        {0, 10.005, true, "0,10.005 10.005,0 10,0 10,10 0,10"},
-        {1, 10.011, false, "0,0 10,0 10,10 0,10"},
-        {1, 0.01, false, "0,0 10,0 10,10 0,10"},
-        {1, -0.01, false, "0,0 10,0 10,10 0,10"},
-    };
-    for (const auto& row : rows) {
-        QWorldPoly poly = Poly({{0, 0}, {10, 0}, {10, 10}, {0, 10}});
-        EXPECT_EQ(poly.ChamferCorner(row.index, QLength::FromRaw(row.distance)), row.cut)
-            << row.index << " " << row.distance;
-        QWorldPoly expected;
-        std::string message;
-        ASSERT_TRUE(ReadPolyText(row.result, expected, message)) << message;
-        EXPECT_TRUE(poly == expected) << Text(poly) << " for " << row.index << " " << row.distance;
-    }
-}
-
-TEST(FilletTest, ARightAngleGetsAQuarterCircleInsideTheCorner) {
-    QWorldPoly poly = Poly({{0, 0}, {10, 0}, {10, 10}, {0, 10}});
-    ASSERT_TRUE(poly.FilletCorner(1, QLength::FromRaw(2), 1));
-    // The chord comes out a hair over 90 degrees, so ten pieces of 9 degrees become eleven.
-    ASSERT_EQ(poly.GetCount(), 15) << Text(poly);
-    EXPECT_EQ(poly.Vertex(0), Pt(0, 0));
-    EXPECT_EQ(poly.Vertex(1), Pt(8, 0));
-    EXPECT_EQ(poly.Vertex(12), Pt(10, 2));
-    EXPECT_EQ(poly.Vertex(13), Pt(10, 10));
-    for (int i = 1; i <= 12; ++i) {
-        const double dx = poly.Vertex(i).x.GetRaw() - 8;
-        const double dy = poly.Vertex(i).y.GetRaw() - 2;
-        EXPECT_NEAR(std::hypot(dx, dy), 2, 1e-9) << i;
-        EXPECT_GE(dx, -1e-9) << i;
-        EXPECT_LE(dy, 1e-9) << i;
-    }
-    EXPECT_EQ(poly.Orientation(), 1);
-}
-
-TEST(FilletTest, AClockwiseCornerIsRoundedTheSameWay) {
-    QWorldPoly poly = Poly({{0, 10}, {10, 10}, {10, 0}, {0, 0}});
-    ASSERT_TRUE(poly.FilletCorner(-2, QLength::FromRaw(3), 20));
-    ASSERT_EQ(poly.GetCount(), 4 + 20) << "twenty pieces asked for: " << Text(poly);
-    EXPECT_EQ(poly.Vertex(2), Pt(10, 3));
-    EXPECT_EQ(poly.Vertex(22), Pt(7, 0));
-    for (int i = 2; i <= 22; ++i) {
-        const double dx = poly.Vertex(i).x.GetRaw() - 7;
-        const double dy = poly.Vertex(i).y.GetRaw() - 3;
-        EXPECT_NEAR(std::hypot(dx, dy), 3, 1e-9) << i;
-        EXPECT_GE(dx, -1e-9) << i;
-        EXPECT_LE(dy, 1e-9) << i;
-    }
-}
-
-TEST(FilletTest, AStraightOrTooShortCornerIsLeftAlone) {
-    const struct {
-        const char* name;
-        QWorldPoly poly;
+        const char* poly;
         int index;
         double radius;
-    } rows[] = {
-        {"straight", Poly({{0, 0}, {10, 0}, {20, 0}, {20, 10}}), 1, 2},
-        {"folding back", Poly({{0, 0}, {10, 0}, {0, 0.000001}, {20, 10}}), 1, 2},
-        {"edge shorter than the cut", Poly({{0, 0}, {1, 0}, {1, 10}, {0, 10}}), 1, 2},
-    };
-    for (const auto& row : rows) {
-        QWorldPoly poly = row.poly;
-        EXPECT_FALSE(poly.FilletCorner(row.index, QLength::FromRaw(row.radius), 4)) << row.name;
-        EXPECT_EQ(Text(poly), Text(row.poly)) << row.name;
-    }
-}
-
-TEST(ArcEdgeTest, SegmentsAreNineDegreesAtMostUnlessMoreAreAsked) {
-    const struct {
-        double radius;
-        int minSegments;
-        int vertices;
-    } rows[] = {
-        {5, 1, 2 + 19},  // a half circle: 180 degrees in 20 pieces
-        {5, 30, 2 + 29}, // more asked for
-        {10, 1, 2 + 6},  // 60 degrees in 7 pieces
-        {4.99, 4, 2},    // too small a radius: the chord stays
-        {-5, 1, 2 + 19},
-    };
-    for (const auto& row : rows) {
-        QWorldPoly poly = Poly({{0, 0}, {10, 0}});
-        poly.ArcEdge(0, QLength::FromRaw(row.radius), row.minSegments);
-        EXPECT_EQ(poly.GetCount(), row.vertices) << row.radius << " " << row.minSegments;
-    }
-}
-
-TEST(ArcTest, RadiusOfHalfTheChordIsAHalfCircle) {
-    const Arc arc(Pt(0, 0), Pt(10, 0), 4, QLength::FromRaw(5));
-    const double s = 5 * std::sqrt(0.5);
-    EXPECT_TRUE(VerticesNear(arc, {{0, 0}, {5 - s, s}, {5, 5}, {5 + s, s}, {10, 0}}));
-    EXPECT_EQ(arc.Centre(), Pt(5, 0));
-    EXPECT_DOUBLE_EQ(arc.ArcLength().GetRaw(), 5 * std::numbers::pi);
-    EXPECT_DOUBLE_EQ(arc.ChordLength().GetRaw(), 10);
-    const Arc right(Pt(0, 0), Pt(10, 0), 4, QLength::FromRaw(-5));
-    EXPECT_TRUE(VerticesNear(right, {{0, 0}, {5 - s, -s}, {5, -5}, {5 + s, -s}, {10, 0}}));
-    const Arc nearly(Pt(0, 0), Pt(10, 0), 2, QLength::FromRaw(5.000000001));
-    EXPECT_TRUE(VerticesNear(nearly, {{0, 0}, {5, 5.000000001}, {10, 0}}))
-        << "the sagitta within 4e-08 counts as none";
-}
-
-TEST(ArcTest, AnArcThatCannotExistIsTheChord) {
-    const struct {
-        const char* name;
-        test::XY end;
         int segments;
-        double radius;
+        int count;
+        test::XY centre, from, to;
+        int orientation;
     } rows[] = {
-        {"radius below half the chord", {10, 0}, 8, 4.9},
-        {"one segment", {10, 0}, 1, 50},
-        {"radius near zero", {10, 0}, 8, 0.01},
-        {"chord near zero", {0.0001, 0.0001}, 8, 5},
+        // The chord comes out a hair over 90 degrees, so ten pieces of 9 degrees become eleven.
+        {"0,0 10,0 10,10 0,10", 1, 2, 1, 15, {8, 2}, {8, 0}, {10, 2}, 1},
+        {"0,10 10,10 10,0 0,0", -2, 3, 20, 4 + 20, {7, 3}, {10, 3}, {7, 0}, -1},
     };
     for (const auto& row : rows) {
-        const Arc arc(Pt(0, 0), Pt(row.end.first, row.end.second), row.segments,
-                      QLength::FromRaw(row.radius));
-        EXPECT_TRUE(VerticesNear(arc, {{0, 0}, row.end})) << row.name;
-        EXPECT_EQ(arc.Centre(), Pt(row.end.first / 2, row.end.second / 2)) << row.name;
-        EXPECT_DOUBLE_EQ(arc.ArcLength().GetRaw(), std::hypot(row.end.first, row.end.second));
-        EXPECT_DOUBLE_EQ(arc.ChordLength().GetRaw(), arc.ArcLength().GetRaw());
-        EXPECT_EQ(arc.Segments(), row.segments);
+        const QWorldPoly original = test::PolyOf(row.poly);
+        QWorldPoly poly = original;
+        ASSERT_TRUE(poly.FilletCorner(row.index, QLength::FromRaw(row.radius), row.segments));
+        ASSERT_EQ(poly.GetCount(), row.count) << Text(poly);
+        const int first = (row.index + 4) % 4;
+        const int last = first + row.count - 4;
+        EXPECT_EQ(poly.Vertex(first), Pt(row.from.first, row.from.second)) << row.poly;
+        EXPECT_EQ(poly.Vertex(last), Pt(row.to.first, row.to.second)) << row.poly;
+        EXPECT_EQ(poly.Vertex(first - 1), original.Vertex(first - 1)) << row.poly;
+        EXPECT_EQ(poly.Vertex(last + 1), original.Vertex(first + 1)) << row.poly;
+        for (int i = first; i <= last; ++i) {
+            const double dx = poly.Vertex(i).x.GetRaw() - row.centre.first;
+            const double dy = poly.Vertex(i).y.GetRaw() - row.centre.second;
+            EXPECT_NEAR(std::hypot(dx, dy), row.radius, 1e-9) << i;
+            EXPECT_GE(dx, -1e-9) << i;
+            EXPECT_LE(dy, 1e-9) << i;
+        }
+        EXPECT_EQ(poly.Orientation(), row.orientation);
     }
+}
+
+TEST(ArcTest, ASagittaWithin4e08OfTheRadiusCountsAsAHalfCircle) {
+    const Arc nearly(Pt(0, 0), Pt(10, 0), 2, QLength::FromRaw(5.000000001));
+    EXPECT_TRUE(VerticesNear(nearly, {{0, 0}, {5, 5.000000001}, {10, 0}}));
 }
 
 TEST(ArcTest, VerticesLieOnTheCircleAndBulgeToTheRadiusSide) {

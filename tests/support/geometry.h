@@ -17,6 +17,18 @@ namespace keel::test {
 using XY = std::pair<double, double>;
 using WPoint = QWorldPoly::Point;
 
+inline const char* ClassName(CROSSTOUCHDISJOINT value) {
+    switch (value) {
+    case CROSS:
+        return "cross";
+    case TOUCH:
+        return "touch";
+    case DISJOINT:
+        return "disjoint";
+    }
+    return "?";
+}
+
 inline WPoint Pt(double x, double y) {
     return WPoint(QLength::FromRaw(x), QLength::FromRaw(y));
 }
@@ -39,6 +51,14 @@ inline QWorldPoly Poly(std::initializer_list<XY> vertices) {
 // The vertices as text, for messages and for comparing whole polygons.
 inline std::string Text(const QWorldPoly& poly) {
     return WritePolyText(poly);
+}
+
+// A box as "left,top,low right,bottom,high", raw.
+inline std::string BoxText(const TRect3D<QLength, c_worldSpace>& box) {
+    std::ostringstream text;
+    text << box.left.GetRaw() << "," << box.top.GetRaw() << "," << box.low.GetRaw() << " "
+         << box.right.GetRaw() << "," << box.bottom.GetRaw() << "," << box.high.GetRaw();
+    return text.str();
 }
 
 // Twice the signed area by the shoelace sum: positive when the vertices run counter-clockwise

@@ -111,6 +111,39 @@ inline Rows ArbitraryRows(std::mt19937& random) {
     return rows;
 }
 
+using Point3D = QMatrix::Point3D;
+
+inline Point3D P3(double x, double y, double z) {
+    return {QLength::FromRaw(x), QLength::FromRaw(y), QLength::FromRaw(z)};
+}
+
+// Raw coordinates of a point in space, or a direction.
+struct Triple {
+    double x, y, z;
+};
+
+inline Triple Of(const Point3D& point) {
+    return {point.x.GetRaw(), point.y.GetRaw(), point.z.GetRaw()};
+}
+
+// The point that lies `times` along the direction from `from`.
+inline Triple Plus(const Point3D& from, const Triple& direction, double times) {
+    return {from.x.GetRaw() + direction.x * times, from.y.GetRaw() + direction.y * times,
+            from.z.GetRaw() + direction.z * times};
+}
+
+inline ::testing::AssertionResult PointNear(const Point3D& point, const Triple& expected,
+                                            double tolerance = 1e-9) {
+    const Triple actual = Of(point);
+    if (std::abs(actual.x - expected.x) <= tolerance &&
+        std::abs(actual.y - expected.y) <= tolerance &&
+        std::abs(actual.z - expected.z) <= tolerance)
+        return ::testing::AssertionSuccess();
+    return ::testing::AssertionFailure()
+           << actual.x << "," << actual.y << "," << actual.z << " is not " << expected.x << ","
+           << expected.y << "," << expected.z;
+}
+
 // A transform whose Refresh counts its calls and loads a matrix chosen beforehand.
 class CountingTransform : public ObjectTransformBase {
 public:
