@@ -10,6 +10,8 @@ pkg_check_modules(LIBXML2 REQUIRED IMPORTED_TARGET libxml-2.0)
 pkg_check_modules(LIBXSLT REQUIRED IMPORTED_TARGET libxslt)
 # Documents are compound files (structured storage); libgsf reads and writes the container.
 pkg_check_modules(GSF REQUIRED IMPORTED_TARGET libgsf-1)
+# Drawing to PNG, PDF and SVG surfaces.
+pkg_check_modules(CAIRO REQUIRED IMPORTED_TARGET cairo)
 # Line editing, history and completion for `keel repl`; the program alone links it.
 pkg_check_modules(LIBEDIT REQUIRED IMPORTED_TARGET libedit)
 
