@@ -450,15 +450,17 @@ void QPageView::FillOutsideRect(QDeviceContext& dc, const QColour& colour,
                                 const QPageRect& page) const {
     const QClientRect paint = dc.GetClipBox();
     const QClientRect inside = LogicalRect(page);
-    const QClientRect bands[] = {
-        {paint.left, paint.top, paint.right, inside.top},
-        {paint.left, inside.bottom, paint.right, paint.bottom},
-        {paint.left, inside.top, inside.left, inside.bottom},
-        {inside.right, inside.top, paint.right, inside.bottom},
+    const int low = std::max(inside.top, paint.top);
+    const int high = std::min(inside.bottom, paint.bottom);
+    const int bands[4][4] = {
+        {paint.left, paint.top, paint.right, std::min(inside.top, paint.bottom)},
+        {paint.left, std::max(inside.bottom, paint.top), paint.right, paint.bottom},
+        {paint.left, low, std::min(inside.left, paint.right), high},
+        {std::max(inside.right, paint.left), low, paint.right, high},
     };
-    for (const QClientRect& band : bands)
-        if (band.right > band.left && band.bottom > band.top)
-            dc.FillRect(band, colour);
+    for (const auto& band : bands)
+        if (band[2] > band[0] && band[3] > band[1])
+            dc.FillRect(QClientRect(band[0], band[1], band[2], band[3]), colour);
 }
 
 void QPageView::InvalidateRect(const QPageRect& page) {

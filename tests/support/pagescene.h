@@ -63,6 +63,7 @@ struct PageSetup {
         doc->SetScaleAndComputePageSize(scale);
         window = std::make_unique<QFixedWindow>(clientWidth, clientHeight, QScreenPoint(100, 50));
         view = std::make_unique<QPageView>(*doc, *window);
+        view->SetPageSize(doc->GetPageSize(), false);
     }
     PageStaticsScope statics;
     std::unique_ptr<QPageDoc> doc;
