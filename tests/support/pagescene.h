@@ -138,8 +138,8 @@ private:
     cairo_surface_t* m_surface;
 };
 
-// The numbers of every path's "d" attribute in an SVG file, read with libxml2; nothing when the
-// file is not XML.
+// The numbers of the "d" attribute of every drawn path (not the glyphs defined for text) in an SVG
+// file, read with libxml2; nothing when the file is not XML.
 inline std::optional<std::vector<std::vector<double>>> SvgPathNumbers(const std::string& path) {
     xmlDocPtr doc = xmlReadFile(path.c_str(), nullptr, XML_PARSE_NONET);
     if (!doc)
@@ -147,7 +147,8 @@ inline std::optional<std::vector<std::vector<double>>> SvgPathNumbers(const std:
     std::vector<std::vector<double>> paths;
     xmlXPathContextPtr context = xmlXPathNewContext(doc);
     xmlXPathRegisterNs(context, BAD_CAST "s", BAD_CAST "http://www.w3.org/2000/svg");
-    xmlXPathObjectPtr found = xmlXPathEvalExpression(BAD_CAST "//s:path/@d", context);
+    xmlXPathObjectPtr found =
+        xmlXPathEvalExpression(BAD_CAST "//s:path[not(ancestor::s:defs)]/@d", context);
     if (found && found->nodesetval) {
         for (int i = 0; i < found->nodesetval->nodeNr; ++i) {
             xmlChar* text = xmlNodeGetContent(found->nodesetval->nodeTab[i]);
@@ -177,6 +178,23 @@ inline std::optional<std::vector<double>> PdfMediaBox(const std::string& path) {
         return std::nullopt;
     return std::vector<double>{std::stod(match[1]), std::stod(match[2]), std::stod(match[3]),
                                std::stod(match[4])};
+}
+
+} // namespace keel::test
+
+namespace keel::test {
+
+// The scene drawn on an image of the whole page at a resolution, at zoom 100: the image is as
+// large as the page is at that many dots an inch.
+inline std::unique_ptr<QCairoDC> RenderSceneImage(PageSetup& setup, int dpi, bool antialias) {
+    const int pixels = ScaleDimensionForDPI(c_referencePixelsPerMetre, dpi);
+    setup.view->SetPixelsPerMetre({pixels, pixels});
+    setup.view->SetZoom(100, false);
+    const QClientVector size = setup.view->PageToClient(setup.doc->GetPageSize());
+    auto dc = QCairoDC::CreateImage(size.x, -size.y, dpi, antialias);
+    setup.view->PrepareDCDefault(*dc);
+    DrawScene(*dc, *setup.doc);
+    return dc;
 }
 
 } // namespace keel::test
