@@ -112,6 +112,11 @@ Commands:
                                 how two polygons lie: cross (their insides overlap),
                                 touch (only their edges meet) or disjoint; each is
                                 points "x,y" in mm, as "0,0 100,0 100,100"
+  page convert --scale N --zoom Z --world X,Y [--page W,H] [--origin X,Y] [--json]
+                                one world point (mm) on a page of W by H mm (210,297) at
+                                1:N, shown at Z % in a window of 800 by 600 pixels whose
+                                client area is at X,Y on the screen (0,0): its page,
+                                logical (0.01 mm), client and screen coordinates
   demo [--words FILE] [--tables FOLDER] [--questions FILE]
                                 a short tour of what the library does so far
 
@@ -180,6 +185,8 @@ int Dispatch(std::string_view command, std::span<const std::string_view> rest) {
         return RunQuestions(rest);
     if (command == "geometry")
         return RunGeometry(rest);
+    if (command == "page")
+        return RunPage(rest);
     return UsageError("unknown command '" + std::string(command) + "'");
 }
 
