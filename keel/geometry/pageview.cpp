@@ -437,6 +437,72 @@ void QPageView::ScrollToPosition(const QPagePoint& page, bool redraw) {
         RedrawAll();
 }
 
+void QPageView::DoScrollBy(const QClientVector& pixels, bool redraw) {
+    m_scroll = {m_scroll.x + pixels.x, m_scroll.y + pixels.y};
+    if (redraw)
+        RedrawAll();
+}
+
+void QPageView::DoScrollByUnits(const QPageVector& page, bool redraw) {
+    DoScrollBy(PageToClient(page), redraw);
+}
+
+void QPageView::KeyScroll(ScrollKey key) {
+    const QClientVector client = m_window.ClientSize();
+    const QClientVector line{std::max(1, client.x / 10), std::max(1, client.y / 10)};
+    const QClientVector page{std::max(1, client.x - line.x), std::max(1, client.y - line.y)};
+    const QPageRect total = GetTotalRectPage();
+    switch (key) {
+    case ScrollKey::lineUp:
+        return DoScrollBy({0, -line.y}, true);
+    case ScrollKey::lineDown:
+        return DoScrollBy({0, line.y}, true);
+    case ScrollKey::lineLeft:
+        return DoScrollBy({-line.x, 0}, true);
+    case ScrollKey::lineRight:
+        return DoScrollBy({line.x, 0}, true);
+    case ScrollKey::pageUp:
+        return DoScrollBy({0, -page.y}, true);
+    case ScrollKey::pageDown:
+        return DoScrollBy({0, page.y}, true);
+    case ScrollKey::home:
+        return ScrollToPosition(QPagePoint(total.left, total.bottom), true);
+    case ScrollKey::end: {
+        const QPageVector visible = ClientToPage(client);
+        return ScrollToPosition(QPagePoint(total.right - visible.x, total.top - visible.y), true);
+    }
+    }
+}
+
+void QPageView::DoMouseWheel(int delta, bool zoomKey, const QClientPoint& mouse) {
+    constexpr int c_notch = 120;
+    const int notches = delta / c_notch;
+    if (notches == 0)
+        return;
+    if (!zoomKey) {
+        const int line = std::max(1, m_window.ClientSize().y / 10);
+        DoScrollBy({0, -3 * line * notches}, true);
+        return;
+    }
+    double zoom = m_zoom;
+    for (int i = 0; i < std::abs(notches); ++i)
+        zoom = notches > 0 ? zoom * 1.25 : zoom / 1.25;
+    const int next =
+        static_cast<int>(std::clamp(std::floor(zoom + 0.5), static_cast<double>(c_smallestZoom),
+                                    static_cast<double>(c_largestZoom)));
+    if (next == m_zoom)
+        return;
+    const QPagePoint underMouse = ClientToPage(mouse);
+    m_zoomStack.Push(m_zoom, GetScrollPositionPage());
+    SetZoom(next, false);
+    ScrollToPosition(underMouse - ClientToPage(QClientVector{mouse.x, mouse.y}), true);
+}
+
+QScrollBars QPageView::UpdateBars() const {
+    const QClientVector total = PageToClient(m_totalSize);
+    return {{std::abs(total.x), std::abs(total.y)}, m_window.ClientSize(), m_scroll};
+}
+
 QPageRect QPageView::GetPaintingRectPage(const QDeviceContext& dc) const {
     return PageRect(dc.GetClipBox());
 }

@@ -93,6 +93,17 @@ private:
     std::vector<ZoomEntry> m_entries;
 };
 
+// The keys that scroll a view.
+enum class ScrollKey { lineUp, lineDown, lineLeft, lineRight, pageUp, pageDown, home, end };
+
+// What a view's scroll bars show, in client pixels: the whole page, the part the client area
+// shows and where that part starts.
+struct QScrollBars {
+    QClientVector total;
+    QClientVector visible;
+    QClientPoint position;
+};
+
 // A view with a caption over its drawing.
 class QView {
 public:
@@ -217,6 +228,19 @@ public:
         ScrollToPosition(WorldToPage(world), redraw);
     }
     QWorldPoint GetScrollPositionWorld() const { return PageToWorld(GetScrollPositionPage()); }
+
+    // Scrolling by the person. A line is a tenth of the client area, a page the client area less
+    // a line; pixels move the client area over the page, y down the page.
+    void DoScrollBy(const QClientVector& pixels, bool redraw);
+    // By a distance on the page, y up the page.
+    void DoScrollByUnits(const QPageVector& page, bool redraw);
+    // Home and end go to the page's top-left and bottom-right corners.
+    void KeyScroll(ScrollKey key);
+    // Each notch of 120 scrolls three lines down for a negative delta. With the zoom key it zooms
+    // in by a quarter for each notch up (out for each down), keeping the page point under the
+    // mouse where it is, and remembers the zoom before for ZoomPrevious.
+    void DoMouseWheel(int delta, bool zoomKey, const QClientPoint& mouse);
+    QScrollBars UpdateBars() const;
 
     // The painting rectangle of the context in page units.
     QPageRect GetPaintingRectPage(const QDeviceContext& dc) const;

@@ -170,6 +170,58 @@ TEST(PageViewTest, ZoomPreviousGoesBackInTheOrderOfTheZooms) {
     EXPECT_EQ(view.GetZoom(), 100) << "an empty stack changes nothing";
 }
 
+TEST(PageViewTest, KeysAndTheWheelScrollByLinesAndPages) {
+    const struct {
+        ScrollKey key;
+        QClientPoint position;
+    } cases[] = {
+        {ScrollKey::lineDown, {0, 60}},  {ScrollKey::lineUp, {0, -60}},
+        {ScrollKey::lineRight, {80, 0}}, {ScrollKey::lineLeft, {-80, 0}},
+        {ScrollKey::pageDown, {0, 540}}, {ScrollKey::pageUp, {0, -540}},
+        {ScrollKey::home, {0, 0}},       {ScrollKey::end, {-44, -33}}, // 756 by 567 less the client
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(static_cast<int>(c.key));
+        PageSetup setup(200, 150, 50, 800, 600);
+        setup.view->KeyScroll(c.key);
+        EXPECT_EQ(setup.view->UpdateBars().position, c.position);
+        EXPECT_EQ(setup.window->Invalidated().size(), 1u);
+    }
+    PageSetup setup(200, 150, 50, 800, 600);
+    const QScrollBars bars = setup.view->UpdateBars();
+    EXPECT_EQ(bars.total, (QClientVector{756, 567}));
+    EXPECT_EQ(bars.visible, (QClientVector{800, 600}));
+    setup.view->DoMouseWheel(-240, false, QClientPoint(10, 10));
+    EXPECT_EQ(setup.view->UpdateBars().position, QClientPoint(0, 360)) << "two notches down";
+    setup.view->DoMouseWheel(60, false, QClientPoint(10, 10));
+    EXPECT_EQ(setup.view->UpdateBars().position, QClientPoint(0, 360)) << "less than a notch";
+    setup.view->DoScrollByUnits({Mm(10), Mm(10)}, false);
+    EXPECT_EQ(setup.view->UpdateBars().position, QClientPoint(38, 322)) << "10 mm up the page";
+}
+
+TEST(PageViewTest, TheZoomWheelKeepsThePointUnderTheMouse) {
+    PageSetup setup(200, 150, 50, 800, 600);
+    QPageView& view = *setup.view;
+    const QClientPoint mouse(300, 200);
+    const QPagePoint underMouse = view.ClientToPage(mouse);
+    view.DoMouseWheel(240, true, mouse);
+    EXPECT_EQ(view.GetZoom(), 156) << "100 * 1.25 * 1.25";
+    const QClientPoint after = view.PageToClient(underMouse);
+    EXPECT_NEAR(after.x, mouse.x, 1);
+    EXPECT_NEAR(after.y, mouse.y, 1);
+    view.DoMouseWheel(-120, true, mouse);
+    EXPECT_EQ(view.GetZoom(), 125);
+    ASSERT_EQ(view.ZoomStack().GetCount(), 2);
+    view.ZoomPrevious();
+    view.ZoomPrevious();
+    EXPECT_EQ(view.GetZoom(), 100);
+    EXPECT_EQ(view.UpdateBars().position, QClientPoint(0, 0));
+    view.SetZoom(100000, false);
+    view.DoMouseWheel(120, true, mouse);
+    EXPECT_EQ(view.GetZoom(), 100000) << "held at the largest";
+    EXPECT_EQ(view.ZoomStack().GetCount(), 0) << "nothing changed, nothing remembered";
+}
+
 TEST(PageViewTest, AnEmptyZoomStackHasNoTop) {
     QZoomPreviousStack stack;
     EXPECT_THROW(stack.Top(), InvalidArgumentException);
