@@ -207,7 +207,7 @@ void QPageView::GetZoomFactors(double& x, double& y) const {
 }
 
 void QPageView::PrepareDCNoOrigin(QDeviceContext& dc, const QClientVector& pixelsPerMetre) const {
-    const double factor = dc.IsPrinting() ? 1.0 : m_zoom / 100.0;
+    const double factor = dc.IsPrinting() ? 1.0 : m_containerZoom.value_or(m_zoom / 100.0);
     const int x = std::max(1, ClampToInt(std::lround(factor * pixelsPerMetre.x)));
     const int y = std::max(1, ClampToInt(std::lround(factor * pixelsPerMetre.y)));
     dc.SetMapMode(MM_ANISOTROPIC);

@@ -5,6 +5,7 @@
 #include "keel/values/angle.h"
 
 #include <memory>
+#include <optional>
 #include <vector>
 
 // The chain of spaces a drawing passes through on its way to the screen:
@@ -146,6 +147,9 @@ public:
     virtual void SetZoom(int percent, bool redraw);
     const QClientVector& GetPixelsPerMetre() const { return m_pixelsPerMetre; }
     void SetPixelsPerMetre(const QClientVector& pixels);
+    // A view embedded in another application's document shows at that container's factor in
+    // place of zoom/100; nothing ends that.
+    void SetContainerZoomFactor(std::optional<double> factor) { m_containerZoom = factor; }
     // Pixels a millimetre of page across and down at this zoom.
     void GetZoomFactors(double& x, double& y) const;
     static int HandleRadius() { return c_handleRadius; }
@@ -268,6 +272,7 @@ private:
     QClientPoint m_scroll{0, 0};
     QClientVector m_pixelsPerMetre;
     int m_zoom = 100;
+    std::optional<double> m_containerZoom;
     QZoomPreviousStack m_zoomStack;
 };
 

@@ -86,7 +86,7 @@ TEST(PageViewTest, FreeFunctionsWithoutAContextGiveLogicalUnits) {
     EXPECT_EQ(ClientPoint(QHimetricPoint(21000, 29700), nullptr), QClientPoint(21000, 29700));
 }
 
-TEST(PageViewTest, APrinterTakesNoZoom) {
+TEST(PageViewTest, APrinterTakesNoZoomAndAContainerItsOwn) {
     PageSetup setup(200, 150, 50);
     setup.view->SetZoom(250, false);
     QDeviceCaps caps;
@@ -98,6 +98,11 @@ TEST(PageViewTest, APrinterTakesNoZoom) {
     QInfoDC screen(caps);
     setup.view->PrepareDC(screen, {3779, 3779});
     EXPECT_EQ(screen.GetViewportExt().x, 9448) << "2.5 * 3779 = 9447.5 rounds up";
+    setup.view->SetContainerZoomFactor(0.5);
+    setup.view->PrepareDC(screen, {3779, 3779});
+    EXPECT_EQ(screen.GetViewportExt().x, 1890) << "the container's factor, not the zoom";
+    setup.view->PrepareDC(printer, {23622, 23622});
+    EXPECT_EQ(printer.GetViewportExt().x, 23622) << "nor on a printer";
 }
 
 TEST(PageViewTest, ZoomOutsideItsRangeIsRefusedWithTheReason) {
