@@ -55,25 +55,6 @@ TEST(DeviceContextTest, BadModesAndExtentsAreRefused) {
     EXPECT_THROW(dc.PolyDraw(three, unknown), InvalidArgumentException);
 }
 
-TEST(DeviceContextTest, DeviceCapsAnswerByTheirIndices) {
-    QDeviceCaps caps;
-    caps.widthPixels = 1;
-    caps.heightPixels = 2;
-    caps.widthMillimetres = 3;
-    caps.heightMillimetres = 4;
-    caps.dpiX = 5;
-    caps.dpiY = 6;
-    const QInfoDC dc(caps);
-    EXPECT_EQ(dc.GetDeviceCaps(HORZRES), 1);
-    EXPECT_EQ(dc.GetDeviceCaps(VERTRES), 2);
-    EXPECT_EQ(dc.GetDeviceCaps(HORZSIZE), 3);
-    EXPECT_EQ(dc.GetDeviceCaps(VERTSIZE), 4);
-    EXPECT_EQ(dc.GetDeviceCaps(LOGPIXELSX), 5);
-    EXPECT_EQ(dc.GetDeviceCaps(LOGPIXELSY), 6);
-    EXPECT_EQ(dc.GetDeviceCaps(12), 0);
-    EXPECT_EQ(ScaleDimensionForDPI(3779, 144), 5669) << "5668.5 rounds up";
-}
-
 QPagePoly PagePolyOf(std::initializer_list<std::pair<double, double>> vertices) {
     QPagePoly poly;
     for (const auto& [x, y] : vertices)

@@ -48,6 +48,7 @@ TEST(PageViewTest, PixelsAMetreAreMadeSquareWhenNearlyEqual) {
     SetDisplayDpi(192);
     EXPECT_EQ(PixelsPerMetre(nullptr).y, 7558);
     SetDisplayDpi(96);
+    EXPECT_EQ(ScaleDimensionForDPI(3779, 144), 5669) << "5668.5 rounds up";
 }
 
 TEST(PageViewTest, PointsRunPageTopToClientTopAndOnToTheScreen) {
