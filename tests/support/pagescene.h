@@ -198,3 +198,15 @@ inline std::unique_ptr<QCairoDC> RenderSceneImage(PageSetup& setup, int dpi, boo
 }
 
 } // namespace keel::test
+
+namespace keel::test {
+
+// Cairo keeps its fonts for the life of the process; the leak check at exit must not count them.
+class CairoStaticData : public testing::Environment {
+public:
+    void TearDown() override { cairo_debug_reset_static_data(); }
+};
+inline testing::Environment* const g_cairoStaticData =
+    testing::AddGlobalTestEnvironment(new CairoStaticData);
+
+} // namespace keel::test
