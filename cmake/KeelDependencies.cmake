@@ -12,6 +12,8 @@ pkg_check_modules(LIBXSLT REQUIRED IMPORTED_TARGET libxslt)
 pkg_check_modules(GSF REQUIRED IMPORTED_TARGET libgsf-1)
 # Databases: SQLite files, for reports and the `db` functions of formulas.
 pkg_check_modules(SQLITE3 REQUIRED IMPORTED_TARGET sqlite3)
+# Drawing to PNG, PDF and SVG surfaces.
+pkg_check_modules(CAIRO REQUIRED IMPORTED_TARGET cairo)
 # Line editing, history and completion for `keel repl`; the program alone links it.
 pkg_check_modules(LIBEDIT REQUIRED IMPORTED_TARGET libedit)
 

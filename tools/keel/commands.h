@@ -27,6 +27,8 @@ int RunExport(std::span<const std::string_view> args);
 // `keel geometry classify`.
 int RunGeometry(std::span<const std::string_view> args);
 // `keel help functions`: every built-in function with its argument words and counts.
+// `keel page convert`: a world point in page, logical, client and screen coordinates.
+int RunPage(std::span<const std::string_view> args);
 int RunHelpFunctions(std::span<const std::string_view> args);
 int RunOptions(std::span<const std::string_view> args);
 // `keel questions show|check|convert|merge`.

@@ -128,6 +128,11 @@ Commands:
                                 each edge moved WIDTH mm to the left of its direction
                                 (inward for a counter-clockwise polygon), as polygon text;
                                 --json prints {"points": TEXT}
+  page convert --scale N --zoom Z --world X,Y [--page W,H] [--origin X,Y] [--json]
+                                one world point (mm) on a page of W by H mm (210,297) at
+                                1:N, shown at Z % in a window of 800 by 600 pixels whose
+                                client area is at X,Y on the screen (0,0): its page,
+                                logical (0.01 mm), client and screen coordinates
   demo [--words FILE] [--tables FOLDER] [--questions FILE]
                                 a short tour of what the library does so far
 
@@ -198,6 +203,8 @@ int Dispatch(std::string_view command, std::span<const std::string_view> rest) {
         return RunQuestions(rest);
     if (command == "geometry")
         return RunGeometry(rest);
+    if (command == "page")
+        return RunPage(rest);
     return UsageError("unknown command '" + std::string(command) + "'");
 }
 

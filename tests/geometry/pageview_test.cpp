@@ -1,0 +1,445 @@
+#include "tests/support/pagescene.h"
+
+#include "keel/platform/exceptions.h"
+
+#include <cmath>
+#include <gtest/gtest.h>
+
+namespace keel::test {
+namespace {
+
+TEST(PageViewTest, AMetreOfPageIsTheScreensPixelsOfAMetreAtTheZoom) {
+    const struct {
+        int zoom, pixels;
+    } cases[] = {{100, 3779}, {200, 7558}, {50, 1890}, {33, 1247}, {1, 38}, {100000, 3779000}};
+    PageSetup setup(200, 150, 50);
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.zoom);
+        setup.view->SetZoom(c.zoom, false);
+        EXPECT_EQ(setup.view->PageToClient(QPageVector{Mm(1000), Mm(1000)}).x, c.pixels);
+        EXPECT_EQ(setup.view->PageToClient(QPageVector{Mm(1000), Mm(1000)}).y, -c.pixels)
+            << "y points down on the client";
+    }
+}
+
+TEST(PageViewTest, PixelsAMetreAreMadeSquareWhenNearlyEqual) {
+    const struct {
+        int widthPixels, widthMm, heightPixels, heightMm, x, y;
+    } cases[] = {
+        {3779, 1000, 3790, 1000, 3785, 3785}, // mean (3779+3790+1)/2
+        {3000, 1000, 4000, 1000, 3000, 4000}, // too far apart
+        {1920, 508, 1080, 286, 3778, 3778},   // 3780 and 3776 first, then their mean
+        {3700, 1000, 3774, 1000, 3737, 3737}, // 0.99 of the mean: still square
+        {3700, 1000, 3776, 1000, 3700, 3776}, // just beyond 1 %
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(std::to_string(c.widthPixels) + "/" + std::to_string(c.heightPixels));
+        QDeviceCaps caps;
+        caps.widthPixels = c.widthPixels;
+        caps.widthMillimetres = c.widthMm;
+        caps.heightPixels = c.heightPixels;
+        caps.heightMillimetres = c.heightMm;
+        const QInfoDC dc(caps);
+        const QClientVector pixels = PixelsPerMetre(&dc);
+        EXPECT_EQ(pixels.x, c.x);
+        EXPECT_EQ(pixels.y, c.y);
+    }
+    EXPECT_EQ(PixelsPerMetre(nullptr).x, 3779);
+    SetDisplayDpi(192);
+    EXPECT_EQ(PixelsPerMetre(nullptr).y, 7558);
+    SetDisplayDpi(96);
+    EXPECT_EQ(ScaleDimensionForDPI(3779, 144), 5669) << "5668.5 rounds up";
+}
+
+TEST(PageViewTest, PointsRunPageTopToClientTopAndOnToTheScreen) {
+    PageSetup setup(200, 150, 50);
+    QPageView& view = *setup.view;
+    EXPECT_EQ(view.PageToClient(PagePt(0, 150)), QClientPoint(0, 0));
+    EXPECT_EQ(view.PageToClient(PagePt(0, 0)), QClientPoint(0, 567)) << "150 mm is 566.85 px";
+    EXPECT_EQ(view.PageToClient(PagePt(100, 75)), QClientPoint(378, 283));
+    EXPECT_EQ(view.WorldToClient(WorldPt(5000, 3750)), QClientPoint(378, 283));
+    EXPECT_EQ(view.ClientToScreen(QClientPoint(378, 283)), QScreenPoint(478, 333));
+    EXPECT_EQ(view.ScreenToClient(QScreenPoint(478, 333)), QClientPoint(378, 283));
+    EXPECT_EQ(view.ClientToWorld3D(QClientPoint(0, 0)).z, QLength::Zero);
+    for (const int zoom : {10, 100, 1000}) {
+        view.SetZoom(zoom, false);
+        const double pixel = 1000.0 / (3779 * zoom / 100.0);
+        for (const QPagePoint& page : {PagePt(0, 0), PagePt(12.34, 56.78), PagePt(199, 1)}) {
+            const QPagePoint back = view.ClientToPage(view.PageToClient(page));
+            EXPECT_NEAR(back.x.GetRaw(), page.x.GetRaw(), pixel) << zoom;
+            EXPECT_NEAR(back.y.GetRaw(), page.y.GetRaw(), pixel) << zoom;
+            const QWorldPoint world = view.PageToWorld(page);
+            EXPECT_NEAR(view.ClientToWorld(view.WorldToClient(world)).x.GetRaw(), world.x.GetRaw(),
+                        50 * pixel);
+        }
+    }
+    const QClientRect rect = view.PageToClient(QPageRect(PagePt(10, 10), PagePt(20, 30)));
+    EXPECT_LT(rect.top, rect.bottom) << "normalised on the client";
+}
+
+TEST(PageViewTest, FreeFunctionsWithoutAContextGiveLogicalUnits) {
+    EXPECT_EQ(ClientPoint(PagePt(1.234, -0.005), nullptr), QClientPoint(123, 0));
+    EXPECT_EQ(ClientPoint(PagePt(0.015, -0.015), nullptr), QClientPoint(2, -1));
+    EXPECT_EQ(ClientPoint(WorldPt(500, 250), nullptr, 50), QClientPoint(1000, 500));
+    EXPECT_EQ(PagePoint(QClientPoint(1000, -250), nullptr), PagePt(10, -2.5));
+    EXPECT_EQ(WorldPoint(QClientPoint(1000, -250), nullptr, 20), WorldPt(200, -50));
+    EXPECT_EQ(HIMETRICPoint(QClientPoint(7, 8), nullptr).y, 8);
+    EXPECT_EQ(ClientPoint(QHimetricPoint(21000, 29700), nullptr), QClientPoint(21000, 29700));
+}
+
+TEST(PageViewTest, APrinterTakesNoZoomAndAContainerItsOwn) {
+    PageSetup setup(200, 150, 50);
+    setup.view->SetZoom(250, false);
+    QDeviceCaps caps;
+    QInfoDC printer(caps, true);
+    setup.view->PrepareDC(printer, {23622, 23622});
+    EXPECT_EQ(printer.GetViewportExt().x, 23622);
+    EXPECT_EQ(printer.GetViewportExt().y, -23622);
+    EXPECT_EQ(printer.GetWindowOrg().y, 15000);
+    QInfoDC screen(caps);
+    setup.view->PrepareDC(screen, {3779, 3779});
+    EXPECT_EQ(screen.GetViewportExt().x, 9448) << "2.5 * 3779 = 9447.5 rounds up";
+    setup.view->SetContainerZoomFactor(0.5);
+    setup.view->PrepareDC(screen, {3779, 3779});
+    EXPECT_EQ(screen.GetViewportExt().x, 1890) << "the container's factor, not the zoom";
+    setup.view->PrepareDC(printer, {23622, 23622});
+    EXPECT_EQ(printer.GetViewportExt().x, 23622) << "nor on a printer";
+}
+
+TEST(PageViewTest, ZoomOutsideItsRangeIsRefusedWithTheReason) {
+    PageSetup setup(200, 150, 50);
+    const struct {
+        int zoom;
+        const char* message;
+    } cases[] = {{0, "Invalid argument: a zoom of 0% is outside 1 to 100000%"},
+                 {1000000000, "Invalid argument: a zoom of 1000000000% is outside 1 to 100000%"},
+                 {-5, "Invalid argument: a zoom of -5% is outside 1 to 100000%"}};
+    for (const auto& c : cases) {
+        try {
+            setup.view->SetZoom(c.zoom, true);
+            ADD_FAILURE() << c.zoom;
+        } catch (const InvalidArgumentException& failure) {
+            EXPECT_STREQ(failure.what(), c.message);
+        }
+    }
+    EXPECT_EQ(setup.view->GetZoom(), 100);
+    EXPECT_TRUE(setup.window->Invalidated().empty());
+}
+
+TEST(PageViewTest, ZoomToRectFitsTheTighterAxisAndCentres) {
+    PageSetup setup(200, 150, 50, 800, 600);
+    QPageView& view = *setup.view;
+    // 800 px are 211.7 mm and 600 px 158.8 mm at zoom 100.
+    EXPECT_EQ(view.CalcZoomToRect(QPageRect(PagePt(0, 0), PagePt(100, 50))), 212);
+    EXPECT_EQ(view.CalcZoomToRect(QPageRect(PagePt(0, 0), PagePt(50, 100))), 159);
+    EXPECT_EQ(view.CalcZoomToPage(), 106) << "158.8 / 150";
+    EXPECT_EQ(view.CalcZoomToRectWorld(QWorldRect(WorldPt(0, 0), WorldPt(5000, 2500))), 212);
+    view.SetZoom(200, false);
+    EXPECT_EQ(view.CalcZoomToRect(QPageRect(PagePt(0, 0), PagePt(100, 50))), 212)
+        << "the same at any present zoom";
+    EXPECT_THROW(view.CalcZoomToRect(QPageRect(PagePt(5, 0), PagePt(5, 50))),
+                 InvalidArgumentException);
+    EXPECT_EQ(view.CalcZoomToRect(QPageRect(PagePt(0, 0), PagePt(0.02, 0.02))), 100000)
+        << "held at the largest zoom";
+
+    const QPageRect target(PagePt(40, 30), PagePt(80, 60));
+    view.ZoomToRect(target);
+    const QClientPoint centre = view.PageToClient(PagePt(60, 45));
+    EXPECT_NEAR(centre.x, 400, 1);
+    EXPECT_NEAR(centre.y, 300, 1);
+    EXPECT_FALSE(setup.window->Invalidated().empty());
+}
+
+TEST(PageViewTest, ZoomPreviousGoesBackInTheOrderOfTheZooms) {
+    PageSetup setup(200, 150, 50, 800, 600);
+    QPageView& view = *setup.view;
+    view.ScrollToPosition(PagePt(10, 140), false);
+    const QPagePoint start = view.GetScrollPositionPage();
+    view.ZoomToRect(QPageRect(PagePt(0, 0), PagePt(100, 75)));
+    const int first = view.GetZoom();
+    const QPagePoint firstPosition = view.GetScrollPositionPage();
+    view.ZoomToRect(QPageRect(PagePt(10, 10), PagePt(20, 20)));
+    const int second = view.GetZoom();
+    EXPECT_EQ(first, 212);
+    EXPECT_EQ(second, 1588);
+    ASSERT_EQ(view.ZoomStack().GetCount(), 2);
+    EXPECT_EQ(view.ZoomStack().Top().zoom, first);
+
+    view.ZoomPrevious();
+    EXPECT_EQ(view.GetZoom(), first);
+    EXPECT_NEAR(view.GetScrollPositionPage().x.GetRaw(), firstPosition.x.GetRaw(), 0.2);
+    view.ZoomPrevious();
+    EXPECT_EQ(view.GetZoom(), 100);
+    EXPECT_NEAR(view.GetScrollPositionPage().x.GetRaw(), start.x.GetRaw(), 0.3);
+    EXPECT_NEAR(view.GetScrollPositionPage().y.GetRaw(), start.y.GetRaw(), 0.3);
+    view.ZoomPrevious();
+    EXPECT_EQ(view.GetZoom(), 100) << "an empty stack changes nothing";
+}
+
+TEST(PageViewTest, KeysAndTheWheelScrollByLinesAndPages) {
+    const struct {
+        ScrollKey key;
+        QClientPoint position;
+    } cases[] = {
+        {ScrollKey::lineDown, {0, 60}},  {ScrollKey::lineUp, {0, -60}},
+        {ScrollKey::lineRight, {80, 0}}, {ScrollKey::lineLeft, {-80, 0}},
+        {ScrollKey::pageDown, {0, 540}}, {ScrollKey::pageUp, {0, -540}},
+        {ScrollKey::home, {0, 0}},       {ScrollKey::end, {-44, -33}}, // 756 by 567 less the client
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(static_cast<int>(c.key));
+        PageSetup setup(200, 150, 50, 800, 600);
+        setup.view->KeyScroll(c.key);
+        EXPECT_EQ(setup.view->UpdateBars().position, c.position);
+        EXPECT_EQ(setup.window->Invalidated().size(), 1u);
+    }
+    PageSetup setup(200, 150, 50, 800, 600);
+    const QScrollBars bars = setup.view->UpdateBars();
+    EXPECT_EQ(bars.total, (QClientVector{756, 567}));
+    EXPECT_EQ(bars.visible, (QClientVector{800, 600}));
+    setup.view->DoMouseWheel(-240, false, QClientPoint(10, 10));
+    EXPECT_EQ(setup.view->UpdateBars().position, QClientPoint(0, 360)) << "two notches down";
+    setup.view->DoMouseWheel(60, false, QClientPoint(10, 10));
+    EXPECT_EQ(setup.view->UpdateBars().position, QClientPoint(0, 360)) << "less than a notch";
+    setup.view->DoScrollByUnits({Mm(10), Mm(10)}, false);
+    EXPECT_EQ(setup.view->UpdateBars().position, QClientPoint(38, 322)) << "10 mm up the page";
+}
+
+TEST(PageViewTest, TheZoomWheelKeepsThePointUnderTheMouse) {
+    PageSetup setup(200, 150, 50, 800, 600);
+    QPageView& view = *setup.view;
+    const QClientPoint mouse(300, 200);
+    const QPagePoint underMouse = view.ClientToPage(mouse);
+    view.DoMouseWheel(240, true, mouse);
+    EXPECT_EQ(view.GetZoom(), 156) << "100 * 1.25 * 1.25";
+    const QClientPoint after = view.PageToClient(underMouse);
+    EXPECT_NEAR(after.x, mouse.x, 1);
+    EXPECT_NEAR(after.y, mouse.y, 1);
+    view.DoMouseWheel(-120, true, mouse);
+    EXPECT_EQ(view.GetZoom(), 125);
+    ASSERT_EQ(view.ZoomStack().GetCount(), 2);
+    view.ZoomPrevious();
+    view.ZoomPrevious();
+    EXPECT_EQ(view.GetZoom(), 100);
+    EXPECT_EQ(view.UpdateBars().position, QClientPoint(0, 0));
+    view.SetZoom(100000, false);
+    view.DoMouseWheel(120, true, mouse);
+    EXPECT_EQ(view.GetZoom(), 100000) << "held at the largest";
+    EXPECT_EQ(view.ZoomStack().GetCount(), 0) << "nothing changed, nothing remembered";
+}
+
+TEST(PageViewTest, AnEmptyZoomStackHasNoTop) {
+    QZoomPreviousStack stack;
+    EXPECT_THROW(stack.Top(), InvalidArgumentException);
+    EXPECT_THROW(stack.Pop(), InvalidArgumentException);
+    stack.Push(50, PagePt(1, 2));
+    stack.Push(75, PagePt(3, 4));
+    EXPECT_EQ(stack.Pop().zoom, 75);
+    EXPECT_EQ(stack.Top().position, PagePt(1, 2));
+}
+
+TEST(PageViewTest, HandlesAreThreePixelsAtEveryZoom) {
+    PageSetup setup(200, 150, 50);
+    for (const int zoom : {50, 100, 400}) {
+        SCOPED_TRACE(zoom);
+        setup.view->SetZoom(zoom, false);
+        const double grip = 3 * 1000.0 / std::lround(3779 * zoom / 100.0);
+        const QPageRect handle = setup.view->HandleRectAtPointPage(PagePt(10, 20));
+        EXPECT_NEAR(handle.left.GetRaw(), 10 - grip, 1e-9);
+        EXPECT_NEAR(handle.bottom.GetRaw(), 20 + grip, 1e-9);
+        const QPageRect inflated =
+            setup.view->InflateForHandles(QPageRect(PagePt(0, 0), PagePt(5, 5)));
+        EXPECT_NEAR(inflated.top.GetRaw(), -grip, 1e-9);
+        EXPECT_NEAR(inflated.right.GetRaw(), 5 + grip, 1e-9);
+        const QWorldRect world = setup.view->HandleRectAtPoint(WorldPt(500, 1000));
+        EXPECT_NEAR(world.Width().GetRaw(), 50 * 2 * grip, 1e-6);
+    }
+}
+
+// Where a page coordinate falls on the client, unrounded.
+struct DeviceOf {
+    DeviceOf(const QPageView& view) : dc(view.ClientDC(true)) {}
+    double X(const QLength& x) const { return dc->LogicalToDeviceX(x.GetRaw() / 0.01); }
+    double Y(const QLength& y) const { return dc->LogicalToDeviceY(y.GetRaw() / 0.01); }
+    std::unique_ptr<QDeviceContext> dc;
+};
+
+bool IsWhole(double value) {
+    return std::fabs(value - std::round(value)) < 1e-6;
+}
+
+TEST(PageViewTest, ClientSnapPutsRectanglesOnWholePixels) {
+    PageSetup setup(200, 150, 50);
+    QPageView& view = *setup.view;
+    const DeviceOf device(view);
+    const QPageRect rect(PagePt(10.1, 20.3), PagePt(30.55, 40.9));
+    const QPageRect nearest = view.ClientSnap(rect);
+    const QPageRect outward = view.ClientSnapPlus(rect);
+    const QPageRect inward = view.ClientSnapMinus(rect);
+    for (const QPageRect* snapped : {&nearest, &outward, &inward}) {
+        EXPECT_TRUE(IsWhole(device.X(snapped->left)));
+        EXPECT_TRUE(IsWhole(device.X(snapped->right)));
+        EXPECT_TRUE(IsWhole(device.Y(snapped->top)));
+        EXPECT_TRUE(IsWhole(device.Y(snapped->bottom)));
+    }
+    EXPECT_NEAR(device.X(nearest.left), 38, 1e-6) << "38.17";
+    EXPECT_NEAR(device.X(outward.right), 116, 1e-6) << "115.45 up";
+    EXPECT_NEAR(device.X(inward.right), 115, 1e-6) << "115.45 down";
+    EXPECT_LE(outward.left.GetRaw(), rect.left.GetRaw());
+    EXPECT_GE(outward.bottom.GetRaw(), rect.bottom.GetRaw());
+    EXPECT_GE(inward.left.GetRaw(), rect.left.GetRaw());
+    EXPECT_LE(inward.bottom.GetRaw(), rect.bottom.GetRaw());
+    EXPECT_EQ(view.ClientSnapPlus(outward), outward) << "a snapped rectangle stays";
+    const QWorldRect world = view.ClientSnapPlus(view.PageToWorld(rect));
+    EXPECT_EQ(world, view.PageToWorld(outward));
+
+    const auto dc = view.ClientDC(true);
+    const QPagePoint up = ClientSnapPlus(PagePt(10.1, 20.3), *dc);
+    const QPagePoint down = ClientSnapMinus(PagePt(10.1, 20.3), *dc);
+    EXPECT_GT(up.x.GetRaw(), 10.1);
+    EXPECT_GT(up.y.GetRaw(), 20.3) << "plus is larger in page units, up the page";
+    EXPECT_LT(down.y.GetRaw(), 20.3);
+    EXPECT_TRUE(IsWhole(device.Y(ClientSnap(PagePt(10.1, 20.3), *dc).y)));
+}
+
+TEST(PageViewTest, FillsCoverTheRectangleOrTheBandsAroundItInTheClipBox) {
+    const struct {
+        int width, height;
+        std::vector<std::string> fills;
+    } cases[] = {
+        {800,
+         600,
+         {
+             "fill 76,302,227,453 #010203",  // the rectangle
+             "fill 0,453,800,600 #040506",   // below it on the page
+             "fill 0,0,800,302 #040506",     // above it
+             "fill 0,302,76,453 #040506",    // left
+             "fill 227,302,800,453 #040506", // right
+         }},
+        {400,
+         300,
+         {
+             "fill 76,302,227,453 #010203",
+             "fill 0,0,400,300 #040506", // the window shows only what lies above it
+         }},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.width);
+        PageSetup setup(200, 150, 50, c.width, c.height);
+        QRecordingDC dc(setup.window->ScreenCaps());
+        setup.view->PrepareDCDefault(dc);
+        const QPageRect rect(PagePt(20, 30), PagePt(60, 70));
+        setup.view->FillInsideRect(dc, {1, 2, 3}, rect);
+        setup.view->FillOutsideRect(dc, {4, 5, 6}, rect);
+        EXPECT_EQ(dc.Lines(), c.fills);
+        const QPageRect painting = setup.view->GetPaintingRectPage(dc);
+        EXPECT_NEAR(painting.left.GetRaw(), 0, 0.01);
+        EXPECT_NEAR(painting.top.GetRaw(), 150 - c.height * 1000.0 / 3779, 0.01);
+    }
+}
+
+class RecordedStatusBar : public IStatusBar {
+public:
+    void SetPaneText(int pane, const CString& text) override { panes[pane] = text.ToUtf8(); }
+    std::string panes[4];
+};
+
+TEST(PageViewTest, MouseStatusShowsPaperModelDeltaAndDistance) {
+    PageSetup setup(200, 150, 50);
+    RecordedStatusBar bar;
+    QPageMainFrame frame(bar);
+    frame.PrevPointWorld = WorldPt(-300, 7100);
+    frame.UpdateMouseStatus(*setup.view, QClientPoint(0, 0));
+    EXPECT_EQ(frame.MousePointPage, PagePt(0, 150));
+    EXPECT_EQ(frame.MousePointWorld, WorldPt(0, 7500));
+    const auto text = [](double raw) { return Mm(raw).Format().ToUtf8(); };
+    EXPECT_EQ(bar.panes[0], "Paper:" + text(0) + " " + text(150));
+    EXPECT_EQ(bar.panes[1], "Model:" + text(0) + " " + text(7500));
+    EXPECT_EQ(bar.panes[2], "Delta:" + text(300) + " " + text(400));
+    EXPECT_EQ(bar.panes[3],
+              "Dist:" + text(500) + " " + QAngle::FromRaw(53.13010235415598).Format().ToUtf8());
+}
+
+TEST(PageViewTest, TheTotalRectangleFollowsThePageAndItsOffset) {
+    PageSetup setup(200, 150, 50);
+    EXPECT_EQ(setup.view->GetTotalRectPage(), QPageRect(PagePt(0, 0), PagePt(200, 150)));
+    setup.view->SetPageOriginOffset({Mm(-10), Mm(-5)});
+    EXPECT_EQ(setup.view->GetTotalRectPage(), QPageRect(PagePt(-10, -5), PagePt(190, 145)));
+    EXPECT_EQ(setup.view->GetTotalSizeWorld(), (QWorldVector{Mm(10000), Mm(7500)}));
+    setup.doc->SetScaleAndComputePageSize(50);
+    QPageDoc::SetManualPageSize(PageSize(100, 100));
+    setup.doc->ComputePageSize(nullptr, false, true);
+    EXPECT_EQ(setup.view->GetTotalSizePage(), PageSize(100, 100)) << "the view follows the page";
+}
+
+TEST(MapFlatTest, ZoomedWorldMapCentresTheRectangleInsideTheMargin) {
+    QMapFlat map;
+    EXPECT_FALSE(map.SetZoomedWorldMap(QWorldRect(WorldPt(0, 0), WorldPt(1000, 500)),
+                                       QClientRect(0, 0, 10, 60), 5));
+    EXPECT_FALSE(map.IsValid()) << "no pixel left inside twice the margin";
+    QClientPoint client;
+    EXPECT_FALSE(map.MapMouse(client, WorldPt(0, 0)));
+    EXPECT_FALSE(map.SetZoomedWorldMap(QWorldRect(WorldPt(0, 0), WorldPt(0, 500)),
+                                       QClientRect(0, 0, 110, 60), 5));
+
+    ASSERT_TRUE(map.SetZoomedWorldMap(QWorldRect(WorldPt(0, 0), WorldPt(1000, 500)),
+                                      QClientRect(0, 0, 110, 60), 5));
+    EXPECT_DOUBLE_EQ(map.ZoomRatio(), 1000);
+    EXPECT_EQ(map.ViewportOrg(), QClientPoint(5, 55));
+    const struct {
+        double x, y;
+        int clientX, clientY;
+    } cases[] = {
+        {0, 0, 5, 55},      {1000, 500, 105, 5},
+        {500, 250, 55, 30}, {26, 0, 7, 55}, // 2.6 logical units take 0.01, not 0.5: 2
+        {9.9, 0, 6, 55},                    // 0.99 + 0.01 reaches 1
+        {9.8, 0, 5, 55},                    // 0.98 + 0.01 does not
+        {-10.5, 0, 3, 55},                  // floor(-1.04) is -2
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(std::to_string(c.x));
+        ASSERT_TRUE(map.MapMouse(client, WorldPt(c.x, c.y)));
+        EXPECT_EQ(client, QClientPoint(c.clientX, c.clientY));
+    }
+    QWorldPoint world;
+    ASSERT_TRUE(map.UnMapMouse(world, QClientPoint(55, 30)));
+    EXPECT_EQ(world, WorldPt(500, 250));
+    EXPECT_EQ(map.UnmapRect(QClientRect(5, 5, 105, 55)),
+              QWorldRect(WorldPt(0, 0), WorldPt(1000, 500)));
+}
+
+TEST(MapFlatTest, ScaleMirrorAndRotationShapeTheMap) {
+    QMapFlat map;
+    map.SetScale(2);
+    ASSERT_TRUE(map.SetZoomedWorldMap(QWorldRect(WorldPt(0, 0), WorldPt(1000, 500)),
+                                      QClientRect(0, 0, 110, 60), 5));
+    EXPECT_DOUBLE_EQ(map.ZoomRatio(), 500) << "twice the scale, half the ratio";
+
+    map.SetTheta(QAngle::FromRaw(90));
+    const QWorldPoint turned = map.Rotate(WorldPt(10, 0));
+    EXPECT_NEAR(turned.x.GetRaw(), 0, 1e-12);
+    EXPECT_NEAR(turned.y.GetRaw(), 10, 1e-12);
+    QWorldPoly poly;
+    poly.Add(WorldPt(0, 5));
+    map.Rotate(poly);
+    EXPECT_EQ(poly.Vertex(0), WorldPt(-5, 0));
+
+    QMapFlat mirrored;
+    mirrored.SetWindowExt(200, -100);
+    mirrored.SetWindowOrg(10, 20);
+    mirrored.SetViewportExt(50, 60);
+    mirrored.SetViewportOrg(7, 8);
+    mirrored.SetMirrored(true);
+    QRecordingDC dc(QDeviceCaps{});
+    EXPECT_EQ(mirrored.SetMode(dc), MM_TEXT);
+    EXPECT_EQ(dc.GetWindowExt(), (QClientVector{-200, -100}));
+    EXPECT_EQ(dc.GetWindowOrg(), QClientPoint(210, 20));
+    EXPECT_EQ(dc.GetViewportExt(), (QClientVector{50, 60}));
+    EXPECT_EQ(dc.GetViewportOrg(), QClientPoint(7, 8));
+    EXPECT_EQ(mirrored.SetMode(dc), MM_ANISOTROPIC);
+    EXPECT_EQ(mirrored.AngleStep().GetRaw(), 15);
+    EXPECT_EQ(mirrored.ClipRatio(), 100.0);
+}
+
+} // namespace
+} // namespace keel::test
