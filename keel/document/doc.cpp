@@ -132,13 +132,6 @@ void CopyStorage(CStorage& from, CStorage& to) {
 
 } // namespace
 
-const CRuntimeClass QDocProperties::c_runtimeClass{
-    "QDocProperties", 1, &CRuntimeClass::Make<QDocProperties>, &CDocItem::c_runtimeClass};
-
-namespace {
-const CClassRegistration s_docPropertiesRegistration(QDocProperties::c_runtimeClass);
-} // namespace
-
 QDoc::QDoc() = default;
 
 QDoc::~QDoc() {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "keel/document/docproperties.h"
 #include "keel/document/filehandlerdoc.h"
 #include "keel/document/summaryinformation.h"
 #include "keel/platform/archive.h"
@@ -8,32 +9,12 @@
 #include "keel/platform/event.h"
 #include "keel/platform/object.h"
 #include "keel/platform/reentrancy.h"
-#include "keel/questions/properties.h"
 
 #include <exception>
 #include <memory>
 #include <vector>
 
 namespace keel {
-
-// The answers of a document, kept as one of its items so that they are stored with it. Blank, and
-// so not stored, while it holds none.
-class QDocProperties : public CDocItem {
-public:
-    static const CRuntimeClass c_runtimeClass;
-
-    QDocProperties() = default;
-    explicit QDocProperties(const QProperties& properties) : m_properties(properties, nullptr) {}
-
-    const CRuntimeClass* GetRuntimeClass() const override { return &c_runtimeClass; }
-    bool IsBlank() const override { return m_properties.PropertyCount() == 0; }
-    void Serialize(CArchive& archive) override { m_properties.Serialize(archive); }
-
-    const QProperties& Properties() const { return m_properties; }
-
-private:
-    QProperties m_properties;
-};
 
 // The base of an application's documents. Its data is a list of items, stored in the document's
 // "Contents" stream as a small header (the magic 0xBABA and the schema the stream was written
