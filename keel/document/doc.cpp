@@ -284,6 +284,7 @@ void QDoc::SaveDocument(const CString& path) {
         throw failure;
     const CString formerPath = m_strPathName;
     m_strPathName = path;
+    m_summary.RecordSave();
     try {
         SaveToStorage(*staging);
     } catch (...) {
@@ -305,7 +306,10 @@ void QDoc::LoadDocument(const CString& path) {
         throw failure;
     m_strPathName = path;
     LoadFromStorage(*root);
-    m_summary.ReadFromStorage(*root);
+    // A file without a summary, or with one that cannot be read, gets a fresh one.
+    if (!m_summary.ReadFromStorage(*root))
+        m_summary.Reset();
+    m_summary.StartEditTimeCount();
 }
 
 const QProperties* QDoc::GetDocProperties() const {

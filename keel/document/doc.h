@@ -107,7 +107,10 @@ public:
 
     // The whole document to or from the compound file at `path`. The file is written once, by
     // one commit, after everything was written in memory: a save that fails leaves it as it
-    // was. Failures are thrown as CFileException or CArchiveException.
+    // was. Failures are thrown as CFileException or CArchiveException. A save dates the summary
+    // (its create date at the first save, its last-save date and edit time at each); a load
+    // starts the count of the edit time, and gives a file without a readable summary an empty
+    // one.
     void SaveDocument(const CString& path);
     void LoadDocument(const CString& path);
 

@@ -17,9 +17,6 @@ int HexDigitValue(char16_t ch) {
     return -1;
 }
 
-// The Unix epoch in file time steps.
-constexpr std::uint64_t c_unixEpochTicks = 116'444'736'000'000'000;
-
 } // namespace
 
 GUID::Bytes GUID::ToBytes() const {
@@ -116,7 +113,7 @@ FILETIME CurrentFileTime() {
         std::chrono::duration_cast<std::chrono::duration<std::int64_t, std::ratio<1, 10'000'000>>>(
             sinceEpoch)
             .count();
-    return FILETIME::FromTicks(c_unixEpochTicks + static_cast<std::uint64_t>(steps));
+    return FILETIME::FromTicks(c_fileTimeTicksAtUnixEpoch + static_cast<std::uint64_t>(steps));
 }
 
 } // namespace keel
