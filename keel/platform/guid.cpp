@@ -1,23 +1,11 @@
 #include "keel/platform/guid.h"
 
+#include "keel/platform/wchar.h"
+
 #include <chrono>
 #include <cmath>
 
 namespace keel {
-
-namespace {
-
-int HexDigitValue(char16_t ch) {
-    if (ch >= u'0' && ch <= u'9')
-        return ch - u'0';
-    if (ch >= u'A' && ch <= u'F')
-        return ch - u'A' + 10;
-    if (ch >= u'a' && ch <= u'f')
-        return ch - u'a' + 10;
-    return -1;
-}
-
-} // namespace
 
 GUID::Bytes GUID::ToBytes() const {
     Bytes bytes{};
