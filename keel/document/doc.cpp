@@ -4,8 +4,11 @@
 #include "keel/document/errorlog.h"
 #include "keel/document/translate.h"
 #include "keel/document/usertrace.h"
+#include "keel/document/winapp.h"
 #include "keel/platform/schema.h"
 #include "keel/platform/uiservices.h"
+#include "keel/system/currentdirectory.h"
+#include "keel/system/fsfile.h"
 #include "keel/system/pathop.h"
 
 #include <algorithm>
@@ -25,6 +28,24 @@ constexpr unsigned kCreateFlags = CFile::modeCreate | CFile::shareExclusive | CF
 constexpr unsigned kReadFlags = CFile::shareExclusive | CFile::modeRead;
 constexpr unsigned kCommitFlags = CStorage::commitOverwrite | CStorage::commitConsolidate;
 constexpr unsigned kArchiveBuffer = 4096;
+
+constexpr const char16_t* kDialogTitleContext = u"Dialog title";
+
+// ".kdoc;.kbak" as the patterns of a file dialog: "*.kdoc;*.kbak".
+CString FilterPatterns(const CString& extensions) {
+    CString patterns;
+    int start = 0;
+    while (start <= extensions.GetLength()) {
+        int end = extensions.Find(u';', start);
+        if (end < 0)
+            end = extensions.GetLength();
+        const CString extension = extensions.Mid(start, end - start);
+        if (!extension.IsEmpty())
+            patterns += (patterns.IsEmpty() ? u"*" : u";*") + extension;
+        start = end + 1;
+    }
+    return patterns;
+}
 
 QDoc* s_activeDocument = nullptr;
 // How many documents are being serialised inside one another; only the outermost shows progress.
@@ -130,13 +151,6 @@ void CopyStorage(CStorage& from, CStorage& to) {
     }
 }
 
-} // namespace
-
-const CRuntimeClass QDocProperties::c_runtimeClass{
-    "QDocProperties", 1, &CRuntimeClass::Make<QDocProperties>, &CDocItem::c_runtimeClass};
-
-namespace {
-const CClassRegistration s_docPropertiesRegistration(QDocProperties::c_runtimeClass);
 } // namespace
 
 QDoc::QDoc() = default;
@@ -285,24 +299,25 @@ void QDoc::SaveToStorage(CStorage& root, CObject* object) {
 }
 
 void QDoc::SaveDocument(const CString& path) {
-    CFileException failure;
-    std::unique_ptr<CStorage> staging = CStorage::OpenBytes({}, kCreateFlags, &failure);
-    if (!staging)
-        throw failure;
     const CString formerPath = m_strPathName;
     m_strPathName = path;
+    m_summary.RecordSave();
     try {
+        CFileException failure;
+        std::unique_ptr<CStorage> staging = CStorage::OpenBytes({}, kCreateFlags, &failure);
+        if (!staging)
+            throw failure;
         SaveToStorage(*staging);
+        std::unique_ptr<CStorage> file = CStorage::CreateFile(path, kCreateFlags, &failure);
+        if (!file)
+            throw failure;
+        CopyStorage(*staging, *file);
+        if (!file->Commit(kCommitFlags, &failure))
+            throw failure;
     } catch (...) {
         m_strPathName = formerPath;
         throw;
     }
-    std::unique_ptr<CStorage> file = CStorage::CreateFile(path, kCreateFlags, &failure);
-    if (!file)
-        throw failure;
-    CopyStorage(*staging, *file);
-    if (!file->Commit(kCommitFlags, &failure))
-        throw failure;
 }
 
 void QDoc::LoadDocument(const CString& path) {
@@ -312,7 +327,100 @@ void QDoc::LoadDocument(const CString& path) {
         throw failure;
     m_strPathName = path;
     LoadFromStorage(*root);
-    m_summary.ReadFromStorage(*root);
+    // A file without a summary, or with one that cannot be read, gets a fresh one.
+    if (!m_summary.ReadFromStorage(*root))
+        m_summary.Reset();
+    m_summary.StartEditTimeCount();
+}
+
+CString QDoc::SuggestedSaveName(bool replace) {
+    CString name = m_strPathName;
+    if (!replace || !name.IsEmpty())
+        return name;
+    name = m_strTitle;
+    const int bad = name.FindOneOf(u" #%;/\\");
+    if (bad >= 0)
+        name = name.Left(bad);
+    CString extension = GetFilterExtensions();
+    if (extension.IsEmpty())
+        return name;
+    for (int skip = ExtensionNumberToUse(); skip > 0; --skip) {
+        const int semicolon = extension.Find(u';');
+        if (semicolon < 0)
+            break;
+        extension = extension.Mid(semicolon + 1);
+    }
+    const int semicolon = extension.Find(u';');
+    return name + (semicolon >= 0 ? extension.Left(semicolon) : extension);
+}
+
+bool QDoc::DoSave(const CString& name, bool replace) {
+    const QReentrancyWriter writer(m_saveCounter, "QDoc::DoSave");
+    CString target = name;
+    if (target.IsEmpty() && !AskForSaveName(replace, target))
+        return false;
+    if (!QPathOp::HasRoot(target))
+        target = QPathOp::FolderPlusPath(QCurrentDirectory::Get(), target);
+    QFSFile::CreateContainingFolderIfRequired(target);
+    QFSFile::ClearFileStatusCache();
+    const CString formerPath = m_strPathName;
+    if (target != formerPath)
+        CopyRenameAncillaryFiles(formerPath, target);
+    if (m_bEmbedded)
+        m_strPathName = target;
+    if (!OnSaveDocument(target))
+        return false;
+    if (!replace && !m_bEmbedded)
+        m_strPathName = formerPath;
+    return true;
+}
+
+bool QDoc::OnSaveDocument(const CString& path) {
+    try {
+        SaveDocument(path);
+        return true;
+    } catch (const std::exception& failure) {
+        ReportSaveLoadException(path, &failure, true, c_failedToSaveDocument);
+    }
+    return false;
+}
+
+bool QDoc::OnFileSave() {
+    return InLastOpenSaveDir([this] { return OnFileSaveAction() || DoSave(m_strPathName); });
+}
+
+bool QDoc::OnFileSaveAs(const CString& name) {
+    return InLastOpenSaveDir([this, &name] { return DoSave(name); });
+}
+
+bool QDoc::InLastOpenSaveDir(const std::function<bool()>& save) {
+    QWinApp* app = QWinApp::GetApp();
+    if (app == nullptr)
+        return save();
+    bool saved = false;
+    {
+        const QSaveAndRestoreCurrentDirectory folder(app->LastOpenSaveDir());
+        saved = save();
+    }
+    if (!m_strPathName.IsEmpty())
+        app->SetLastOpenSaveDir(QPathOp::PathWithoutFileSpec(m_strPathName));
+    return saved;
+}
+
+bool QDoc::AskForSaveName(bool replace, CString& name) {
+    static const QTString saveAs(u"Save As", kDialogTitleContext);
+    static const QTString saveCopyAs(u"Save Copy As", kDialogTitleContext);
+    const CString patterns = FilterPatterns(GetFilterExtensions());
+    const CString suggested = SuggestedSaveName(replace);
+    CString chosen = suggested;
+    if (!UIServices().PickExportFile(true, replace ? saveAs : saveCopyAs,
+                                     patterns.IsEmpty() ? CString()
+                                                        : patterns + u"|" + patterns + u"||",
+                                     QPathOp::DotExt(suggested).Mid(1), chosen) ||
+        chosen.IsEmpty())
+        return false;
+    name = chosen;
+    return true;
 }
 
 const QProperties* QDoc::GetDocProperties() const {
@@ -339,7 +447,6 @@ void QDoc::RefuseVersion(const CString& message) {
 }
 
 void QDoc::SerializeOut(CArchive& archive, int depth, const CString& title) {
-    const QReentrancyWriter writer(m_saveCounter, "QDoc::SerializeOut");
     const auto count = static_cast<int>(std::count_if(
         m_items.begin(), m_items.end(), [](const auto& item) { return !item->IsBlank(); }));
     m_nItemsTotal = m_nItemsToLoad = count;

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "keel/document/docproperties.h"
 #include "keel/document/filehandlerdoc.h"
 #include "keel/document/summaryinformation.h"
 #include "keel/platform/archive.h"
@@ -8,32 +9,13 @@
 #include "keel/platform/event.h"
 #include "keel/platform/object.h"
 #include "keel/platform/reentrancy.h"
-#include "keel/questions/properties.h"
 
 #include <exception>
+#include <functional>
 #include <memory>
 #include <vector>
 
 namespace keel {
-
-// The answers of a document, kept as one of its items so that they are stored with it. Blank, and
-// so not stored, while it holds none.
-class QDocProperties : public CDocItem {
-public:
-    static const CRuntimeClass c_runtimeClass;
-
-    QDocProperties() = default;
-    explicit QDocProperties(const QProperties& properties) : m_properties(properties, nullptr) {}
-
-    const CRuntimeClass* GetRuntimeClass() const override { return &c_runtimeClass; }
-    bool IsBlank() const override { return m_properties.PropertyCount() == 0; }
-    void Serialize(CArchive& archive) override { m_properties.Serialize(archive); }
-
-    const QProperties& Properties() const { return m_properties; }
-
-private:
-    QProperties m_properties;
-};
 
 // The base of an application's documents. Its data is a list of items, stored in the document's
 // "Contents" stream as a small header (the magic 0xBABA and the schema the stream was written
@@ -67,6 +49,13 @@ public:
     void SetFallbackPath(const CString& path) { m_fallbackPath = path; }
     // The path, or else the fallback path, cut to its file name without the extension.
     CString ShortName() const;
+
+    // The name the document goes by while it has no path: a save without a name starts from it.
+    const CString& GetTitle() const { return m_strTitle; }
+    void SetTitle(const CString& title) { m_strTitle = title; }
+    // A document embedded in another takes the name it is saved under as its path, copy or not.
+    bool IsEmbedded() const { return m_bEmbedded; }
+    void SetEmbedded(bool embedded) { m_bEmbedded = embedded; }
 
     // The items, in the order they are stored.
     const ItemList& Items() const { return m_items; }
@@ -126,9 +115,32 @@ public:
 
     // The whole document to or from the compound file at `path`. The file is written once, by
     // one commit, after everything was written in memory: a save that fails leaves it as it
-    // was. Failures are thrown as CFileException or CArchiveException.
+    // was. Failures are thrown as CFileException or CArchiveException. A save dates the summary
+    // (its create date at the first save, its last-save date and edit time at each); a load
+    // starts the count of the edit time, and gives a file without a readable summary an empty
+    // one.
     void SaveDocument(const CString& path);
     void LoadDocument(const CString& path);
+
+    // Saves under `name`; `replace` makes it the document's path (Save As), otherwise a copy is
+    // written and the path stays. Without a name, one is asked for through the host's file
+    // dialog, starting from SuggestedSaveName; no answer saves nothing. A relative name is taken
+    // from the current folder. Folders missing on the way to the file are made, the ancillary
+    // files follow the document to a new name, and an embedded document takes the name as its
+    // path. False when nothing was saved; a failure is reported through ReportSaveLoadException.
+    virtual bool DoSave(const CString& name, bool replace = true);
+    // The name a save asks with: the path, or for a document without one that is saved in its
+    // place, the title up to its first character of " #%;/\" with the extension of the filter
+    // list that ExtensionNumberToUse picks.
+    CString SuggestedSaveName(bool replace);
+    // Writes the file through SaveDocument. False when that failed, after reporting why.
+    virtual bool OnSaveDocument(const CString& path);
+    // Save and Save As, run in the application's folder of the last open or save, which then
+    // becomes the folder of the document's path. Save gives OnFileSaveAction the first say and
+    // otherwise saves under the path, asking for a name when there is none; Save As saves under
+    // `name`, asked for when empty. False when nothing was saved.
+    bool OnFileSave();
+    bool OnFileSaveAs(const CString& name = CString());
 
     QSummaryInformationPropertySet& SummaryInformation() { return m_summary; }
     const QSummaryInformationPropertySet& SummaryInformation() const { return m_summary; }
@@ -162,7 +174,10 @@ public:
     virtual bool AllowPrintControls() { return true; }
     // Files that go with the document (images, databases) follow it to a new path.
     virtual void CopyRenameAncillaryFiles(const CString& /*oldPath*/, const CString& /*newPath*/) {}
-    // Which extension of the template's filter list a new name gets.
+    // The extensions of the document's kind, ';' between them (".kdoc;.kbak"): the filter of
+    // the file dialog. None by default.
+    virtual CString GetFilterExtensions() const { return CString(); }
+    // Which extension of the filter list a new name gets.
     virtual int ExtensionNumberToUse() { return 0; }
     // How an object of the document names itself in traces: its class name by default.
     virtual CString GetWhoAmI(const CObject* object) const;
@@ -171,6 +186,8 @@ public:
     virtual void OnFileLoadAction() {}
     virtual void NotifyDocChanged() {}
 
+    // What ReportSaveLoadException is told of a failed save.
+    static constexpr int c_failedToSaveDocument = 1;
     // Reports a failed save or load: the text of the exception, or "Unknown error during
     // ReportSaveLoadException" without one. A bad schema was reported where it was found and is
     // not reported again.
@@ -195,14 +212,22 @@ private:
     // Asks whether to keep the items read before `failure`; true to keep them.
     bool KeepPartialDocument(const std::exception& failure);
 
+    // The application's folder of the last open or save, entered for `save`, and made the
+    // folder of the path afterwards.
+    bool InLastOpenSaveDir(const std::function<bool()>& save);
+    // Asks the host's file dialog for the name of a save; false when none was given.
+    bool AskForSaveName(bool replace, CString& name);
+
     CString m_strPathName;
     CString m_fallbackPath;
+    CString m_strTitle;
     ItemList m_items;
     QSummaryInformationPropertySet m_summary;
     int m_versionLoaded = -1;
     CEvent m_abortEvent;
     bool m_bRunningThread = false;
     bool m_bUpdatesEnabled = true;
+    bool m_bEmbedded = false;
 };
 
 // Reports a numeric field of an item that failed its range check while `archive` read or wrote

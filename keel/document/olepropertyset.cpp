@@ -178,6 +178,13 @@ CString DecodeName(const Bytes& bytes, unsigned codePage) {
 
 } // namespace
 
+const CRuntimeClass CProperty::c_runtimeClass{"CProperty", 1, &CRuntimeClass::Make<CProperty>,
+                                              &CObject::c_runtimeClass};
+const CRuntimeClass CPropertySection::c_runtimeClass{
+    "CPropertySection", 1, &CRuntimeClass::Make<CPropertySection>, &CObject::c_runtimeClass};
+const CRuntimeClass CPropertySet::c_runtimeClass{
+    "CPropertySet", 1, &CRuntimeClass::Make<CPropertySet>, &CObject::c_runtimeClass};
+
 // --- CProperty -------------------------------------------------------------------------------
 
 const std::uint8_t* CProperty::Get(std::uint32_t* size) const {
@@ -253,7 +260,7 @@ bool CProperty::ReadFromStream(CFile& stream, std::uint32_t extent) {
 // --- CPropertySection ------------------------------------------------------------------------
 
 CPropertySection::CPropertySection(const CPropertySection& other)
-    : m_names(other.m_names), m_formatId(other.m_formatId), m_name(other.m_name),
+    : CObject(other), m_names(other.m_names), m_formatId(other.m_formatId), m_name(other.m_name),
       m_size(other.m_size) {
     for (const auto& property : other.m_properties)
         m_properties.push_back(std::make_unique<CProperty>(*property));
@@ -489,7 +496,7 @@ bool CPropertySection::ReadNameDictFromStream(CFile& stream, std::uint32_t exten
 // --- CPropertySet ----------------------------------------------------------------------------
 
 CPropertySet::CPropertySet(const CPropertySet& other)
-    : m_byteOrder(other.m_byteOrder), m_formatVersion(other.m_formatVersion),
+    : CObject(other), m_byteOrder(other.m_byteOrder), m_formatVersion(other.m_formatVersion),
       m_osVersion(other.m_osVersion), m_classId(other.m_classId) {
     for (const auto& section : other.m_sections)
         m_sections.push_back(std::make_unique<CPropertySection>(*section));

@@ -3,6 +3,7 @@
 #include "keel/platform/cstring.h"
 #include "keel/platform/file.h"
 #include "keel/platform/guid.h"
+#include "keel/platform/object.h"
 
 #include <cstdint>
 #include <memory>
@@ -44,14 +45,20 @@ inline constexpr GUID FMTID_DocSummaryInformation{
 // the padding: an integer's bytes, a string's bytes with their terminating null (a wide
 // string's UTF-16 units). A type this code does not know keeps every byte up to the next
 // property, so that it is written back as it was read.
-class CProperty {
+class CProperty : public CObject {
 public:
+    static const CRuntimeClass c_runtimeClass;
+
     CProperty() = default;
     // `value` points to an object of the type: std::int16_t for I2 and BOOL, std::int32_t,
     // float, double, std::int64_t for CY, double for DATE, FILETIME, a null-terminated narrow
     // string for LPSTR and BSTR, a null-terminated char16_t string for LPWSTR. EMPTY and the
     // other types take no value.
     CProperty(std::uint32_t id, const void* value, std::uint32_t type) { Set(id, value, type); }
+    CProperty(const CProperty&) = default;
+    CProperty& operator=(const CProperty&) = default;
+
+    const CRuntimeClass* GetRuntimeClass() const override { return &c_runtimeClass; }
 
     std::uint32_t GetID() const { return m_id; }
     void SetID(std::uint32_t id) { m_id = id; }
@@ -84,8 +91,10 @@ private:
 // One section: a format id, its properties in stream order, and the dictionary of names given
 // to property ids, kept in the order the names were given. The dictionary is written as
 // property 0, in the code page of property 1 (Windows-1252 without one).
-class CPropertySection {
+class CPropertySection : public CObject {
 public:
+    static const CRuntimeClass c_runtimeClass;
+
     using PropertyList = std::vector<std::unique_ptr<CProperty>>;
     using NameList = std::vector<std::pair<std::uint32_t, CString>>;
 
@@ -93,6 +102,8 @@ public:
     explicit CPropertySection(const GUID& formatId) : m_formatId(formatId) {}
     CPropertySection(const CPropertySection& other);
     CPropertySection& operator=(const CPropertySection& other);
+
+    const CRuntimeClass* GetRuntimeClass() const override { return &c_runtimeClass; }
 
     const GUID& GetFormatID() const { return m_formatId; }
     void SetFormatID(const GUID& formatId) { m_formatId = formatId; }
@@ -146,8 +157,10 @@ private:
 // A property set stream: the 28-byte header (byte order 0xFFFE, format version, the operating
 // system's version, a class id, the section count), a table of format ids and offsets, then
 // the sections.
-class CPropertySet {
+class CPropertySet : public CObject {
 public:
+    static const CRuntimeClass c_runtimeClass;
+
     using SectionList = std::vector<std::unique_ptr<CPropertySection>>;
 
     static constexpr std::uint16_t c_byteOrder = 0xFFFE;
@@ -159,7 +172,8 @@ public:
     CPropertySet() = default;
     CPropertySet(const CPropertySet& other);
     CPropertySet& operator=(const CPropertySet& other);
-    virtual ~CPropertySet() = default;
+
+    const CRuntimeClass* GetRuntimeClass() const override { return &c_runtimeClass; }
 
     // The section of that format id, made and appended when there is none.
     CPropertySection* AddSection(const GUID& formatId);

@@ -38,6 +38,7 @@ const SummaryProperty* SummaryPropertyOf(std::uint32_t id) {
 QSummaryInformationPropertySet::QSummaryInformationPropertySet(QFormulaContext* context)
     : QPropertySet(u"SummaryInformation", context) {
     InitialisePropsIfNotFound();
+    StartEditTimeCount();
 }
 
 CString QSummaryInformationPropertySet::NameOf(std::uint32_t id) {
@@ -70,7 +71,24 @@ void QSummaryInformationPropertySet::StartEditTimeCount() {
 }
 
 bool QSummaryInformationPropertySet::AddCountToEditTime() {
+    AddCountToEditTimeUpTo(m_clock());
+    return true;
+}
+
+void QSummaryInformationPropertySet::RecordSave() {
     const FILETIME now = m_clock();
+    if (GetCreateDate().Ticks() == 0)
+        SetCreateDate(now);
+    SetLastSaveDate(now);
+    AddCountToEditTimeUpTo(now);
+}
+
+void QSummaryInformationPropertySet::SetClock(Clock clock) {
+    m_clock = std::move(clock);
+    StartEditTimeCount();
+}
+
+void QSummaryInformationPropertySet::AddCountToEditTimeUpTo(const FILETIME& now) {
     const FILETIME start = m_startEditTime;
     m_startEditTime = now;
     const std::uint64_t elapsed = now.Ticks() > start.Ticks() ? now.Ticks() - start.Ticks() : 0;
@@ -81,9 +99,8 @@ bool QSummaryInformationPropertySet::AddCountToEditTime() {
     sum.dwHighDateTime = stored.dwHighDateTime + static_cast<std::uint32_t>(elapsed >> 32) + carry;
     std::uint32_t type = VT_EMPTY;
     if (sum == stored && GetType(PID_EDITTIME, type) && type == VT_FILETIME)
-        return true;
+        return;
     SetEditTime(sum);
-    return true;
 }
 
 void QSummaryInformationPropertySet::InitialisePropsIfNotFound() {

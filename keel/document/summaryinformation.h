@@ -93,22 +93,27 @@ public:
     // The revision number counts up from its number, or from 0 when it holds none.
     void IncrRevNumber();
 
-    // Keeps the time now as the start of the count.
+    // Keeps the time now as the start of the count. A new set starts counting when it is made.
     void StartEditTimeCount();
     // Adds the time since the start to the edit time and starts again from now. An edit time
     // that stays the same is not written.
     bool AddCountToEditTime();
+    // Dates a save at the time now: the create date when the set has none yet, the last-save
+    // date, and the edit time counted up to now.
+    void RecordSave();
 
     // Names ids 2 to 19 and adds each that is missing with an empty value of its type.
     void InitialisePropsIfNotFound();
     void Reset() override;
     void FixupNames() override;
 
-    void SetClock(Clock clock) { m_clock = std::move(clock); }
+    // The count of the edit time starts again from the new clock's time.
+    void SetClock(Clock clock);
 
 private:
     FILETIME FileTimeOf(std::uint32_t id) const;
     int IntOf(std::uint32_t id) const;
+    void AddCountToEditTimeUpTo(const FILETIME& now);
 
     FILETIME m_startEditTime;
     Clock m_clock = CurrentFileTime;

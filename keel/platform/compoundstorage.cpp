@@ -887,25 +887,7 @@ void CStreamFile::Write(const void* buffer, unsigned count) {
 }
 
 unsigned long long CStreamFile::Seek(long long offset, SeekPosition from) {
-    const Node& node = Stream();
-    long long origin = 0;
-    switch (from) {
-    case begin:
-        break;
-    case current:
-        origin = static_cast<long long>(m_position);
-        break;
-    case end:
-        origin = static_cast<long long>(node.bytes.size());
-        break;
-    default:
-        ThrowInvalidArgument("CStreamFile::Seek origin");
-    }
-    long long target = 0;
-    if (__builtin_add_overflow(origin, offset, &target) || target < 0 ||
-        static_cast<unsigned long long>(target) > c_maxStreamLength)
-        throw CFileException(CFileException::badSeek, EINVAL, m_strFileName);
-    m_position = static_cast<unsigned long long>(target);
+    m_position = SeekTarget(offset, from, m_position, Stream().bytes.size(), c_maxStreamLength);
     return m_position;
 }
 

@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <cstring>
 #include <fcntl.h>
+#include <limits>
 #include <string>
 #include <sys/file.h>
 #include <sys/stat.h>
@@ -266,6 +267,29 @@ unsigned long long CFile::Seek(long long offset, SeekPosition from) {
     return static_cast<unsigned long long>(position);
 }
 
+unsigned long long CFile::SeekTarget(long long offset, SeekPosition from,
+                                     unsigned long long position, unsigned long long length,
+                                     unsigned long long limit) const {
+    long long origin = 0;
+    switch (from) {
+    case begin:
+        break;
+    case current:
+        origin = static_cast<long long>(position);
+        break;
+    case end:
+        origin = static_cast<long long>(length);
+        break;
+    default:
+        ThrowInvalidArgument("CFile::Seek origin");
+    }
+    long long target = 0;
+    if (__builtin_add_overflow(origin, offset, &target) || target < 0 ||
+        static_cast<unsigned long long>(target) > limit)
+        throw CFileException(CFileException::badSeek, EINVAL, m_strFileName);
+    return static_cast<unsigned long long>(target);
+}
+
 unsigned long long CFile::GetPosition() const {
     const off_t position = ::lseek(Handle(), 0, SEEK_CUR);
     if (position < 0)
@@ -361,23 +385,8 @@ void CMemFile::Write(const void* buffer, unsigned count) {
 }
 
 unsigned long long CMemFile::Seek(long long offset, SeekPosition from) {
-    long long origin = 0;
-    switch (from) {
-    case begin:
-        break;
-    case current:
-        origin = static_cast<long long>(m_position);
-        break;
-    case end:
-        origin = static_cast<long long>(m_bytes.size());
-        break;
-    default:
-        ThrowInvalidArgument("CMemFile::Seek origin");
-    }
-    long long target = 0;
-    if (__builtin_add_overflow(origin, offset, &target) || target < 0)
-        throw CFileException(CFileException::badSeek, EINVAL, m_strFileName);
-    m_position = static_cast<std::size_t>(target);
+    m_position = static_cast<std::size_t>(SeekTarget(offset, from, m_position, m_bytes.size(),
+                                                     std::numeric_limits<long long>::max()));
     return m_position;
 }
 

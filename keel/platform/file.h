@@ -115,6 +115,11 @@ public:
 protected:
     // The descriptor of an open file; a closed file is an invalidFile failure.
     int Handle() const;
+    // Where a seek of `offset` from `from` lands in a file of `length` bytes at `position`. A
+    // place before the start or past `limit` is a badSeek failure, an unknown origin an invalid
+    // argument.
+    unsigned long long SeekTarget(long long offset, SeekPosition from, unsigned long long position,
+                                  unsigned long long length, unsigned long long limit) const;
     [[noreturn]] void ThrowLastError() const;
 
     int m_hFile = hFileNull;

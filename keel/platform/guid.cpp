@@ -1,26 +1,11 @@
 #include "keel/platform/guid.h"
 
+#include "keel/platform/wchar.h"
+
 #include <chrono>
 #include <cmath>
 
 namespace keel {
-
-namespace {
-
-int HexDigitValue(char16_t ch) {
-    if (ch >= u'0' && ch <= u'9')
-        return ch - u'0';
-    if (ch >= u'A' && ch <= u'F')
-        return ch - u'A' + 10;
-    if (ch >= u'a' && ch <= u'f')
-        return ch - u'a' + 10;
-    return -1;
-}
-
-// The Unix epoch in file time steps.
-constexpr std::uint64_t c_unixEpochTicks = 116'444'736'000'000'000;
-
-} // namespace
 
 GUID::Bytes GUID::ToBytes() const {
     Bytes bytes{};
@@ -116,7 +101,7 @@ FILETIME CurrentFileTime() {
         std::chrono::duration_cast<std::chrono::duration<std::int64_t, std::ratio<1, 10'000'000>>>(
             sinceEpoch)
             .count();
-    return FILETIME::FromTicks(c_unixEpochTicks + static_cast<std::uint64_t>(steps));
+    return FILETIME::FromTicks(c_fileTimeTicksAtUnixEpoch + static_cast<std::uint64_t>(steps));
 }
 
 } // namespace keel

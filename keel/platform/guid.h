@@ -53,6 +53,8 @@ struct FILETIME {
 
 inline constexpr std::uint64_t c_fileTimeTicksPerSecond = 10'000'000;
 inline constexpr std::uint64_t c_fileTimeTicksPerDay = 86'400 * c_fileTimeTicksPerSecond;
+// The file time of 1 January 1970 00:00 UTC, where the system's own clock counts from.
+inline constexpr std::uint64_t c_fileTimeTicksAtUnixEpoch = 116'444'736'000'000'000;
 // The days from 1 January 1601 to 30 December 1899, the day 0 of an OLE date.
 inline constexpr std::int64_t c_fileTimeDaysBeforeOleDate = 109'205;
 

@@ -1,5 +1,7 @@
 #include "keel/platform/registry.h"
 
+#include "keel/platform/wchar.h"
+
 #include <cerrno>
 #include <climits>
 #include <cstdlib>
@@ -96,16 +98,6 @@ std::optional<long long> ParseWholeNumber(const CString& text) {
     if (errno != 0 || *end != '\0')
         return std::nullopt;
     return value;
-}
-
-int HexDigitValue(char16_t ch) {
-    if (ch >= u'0' && ch <= u'9')
-        return ch - u'0';
-    if (ch >= u'a' && ch <= u'f')
-        return ch - u'a' + 10;
-    if (ch >= u'A' && ch <= u'F')
-        return ch - u'A' + 10;
-    return -1;
 }
 
 std::optional<std::vector<std::uint8_t>> ParseHex(const CString& text) {

@@ -78,4 +78,14 @@ char16_t ToUpper(char16_t ch) {
     return IsAsciiLower(ch) ? static_cast<char16_t>(ch - u'a' + u'A') : ch;
 }
 
+int HexDigitValue(char16_t ch) {
+    if (ch >= u'0' && ch <= u'9')
+        return ch - u'0';
+    if (ch >= u'a' && ch <= u'f')
+        return ch - u'a' + 10;
+    if (ch >= u'A' && ch <= u'F')
+        return ch - u'A' + 10;
+    return -1;
+}
+
 } // namespace keel

@@ -12,5 +12,7 @@ bool IsSpace(char16_t ch);
 bool IsAlnum(char16_t ch);
 char16_t ToLower(char16_t ch);
 char16_t ToUpper(char16_t ch);
+// The value of a hexadecimal digit, '0'..'9', 'a'..'f' or 'A'..'F'; -1 for any other unit.
+int HexDigitValue(char16_t ch);
 
 } // namespace keel

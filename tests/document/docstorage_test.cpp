@@ -37,14 +37,20 @@ protected:
 
     // Streams of versions up to 105 hold no page images.
     test::ScopedSchema m_schema{120};
+    // 14 November 2023 22:13:20 UTC.
+    static constexpr std::uint64_t c_savedAt =
+        c_fileTimeTicksAtUnixEpoch + 1'700'000'000ull * c_fileTimeTicksPerSecond;
 };
 
 TEST_F(DocStorageTest, SavedDocumentLoadsBackEqual) {
+    test::StillClock clock{c_savedAt};
     QDoc saved;
+    saved.SummaryInformation().SetClock(clock.Reader());
     Fill(saved);
     saved.SaveDocument(PathOf("kitchen.kdoc"));
 
     QDoc loaded;
+    loaded.SummaryInformation().SetClock(clock.Reader());
     loaded.LoadDocument(PathOf("kitchen.kdoc"));
     ASSERT_EQ(loaded.GetItemCount(), 4);
     EXPECT_EQ(static_cast<test::TestNote&>(*loaded.Items()[0]).m_text, u"first note");
@@ -61,7 +67,7 @@ TEST_F(DocStorageTest, SavedDocumentLoadsBackEqual) {
     EXPECT_TRUE(loaded.GetDocProperties()->IsSameSpecificationAs(*saved.GetDocProperties()));
     EXPECT_EQ(loaded.GetPathName(), PathOf("kitchen.kdoc"));
 
-    // Saving what was loaded gives the same file again.
+    // Saving what was loaded, at the same time, gives the same file again.
     loaded.SaveDocument(PathOf("again.kdoc"));
     EXPECT_EQ(ReadBytes("again.kdoc"), ReadBytes("kitchen.kdoc"));
 }
@@ -90,6 +96,81 @@ TEST_F(DocStorageTest, LibgsfReadsTheStreams) {
     ASSERT_TRUE(summary.read);
     EXPECT_EQ(summary.texts.at("title"), "Kitchen");
     EXPECT_EQ(summary.texts.at("author"), "Ann");
+}
+
+// The summary's dates follow the saves of the document and of the file it was loaded from: the
+// create date is that of the first save, the edit time adds up the spans from the start (or the
+// load) to each save.
+TEST_F(DocStorageTest, EachSaveDatesTheSummary) {
+    constexpr std::uint64_t c_minute = 60 * c_fileTimeTicksPerSecond;
+    test::StillClock clock{c_savedAt};
+    QDoc document;
+    document.SummaryInformation().SetClock(clock.Reader());
+    const QSummaryInformationPropertySet& summary = document.SummaryInformation();
+    clock.Advance(5 * 60);
+    const std::uint64_t firstSave = clock.ticks;
+    document.SaveDocument(PathOf("d.kdoc"));
+    EXPECT_EQ(summary.GetCreateDate().Ticks(), firstSave);
+    EXPECT_EQ(summary.GetLastSaveDate().Ticks(), firstSave);
+    EXPECT_EQ(summary.GetEditTime().Ticks(), 5 * c_minute);
+
+    clock.Advance(2 * 60);
+    document.SaveDocument(PathOf("d.kdoc"));
+    EXPECT_EQ(summary.GetCreateDate().Ticks(), firstSave);
+    EXPECT_EQ(summary.GetLastSaveDate().Ticks(), clock.ticks);
+    EXPECT_EQ(summary.GetEditTime().Ticks(), 7 * c_minute);
+    const test::GsfSummary read = test::ReadSummaryWithGsf(
+        test::ReadWithGsf(ReadBytes("d.kdoc")).at("\x05SummaryInformation").bytes);
+    EXPECT_EQ(read.times.at("create_dtm"), clock.UnixSeconds() - 2 * 60);
+    EXPECT_EQ(read.times.at("lastsave_dtm"), clock.UnixSeconds());
+
+    // An hour passes before the file is opened again; it does not count as editing.
+    clock.Advance(60 * 60);
+    QDoc reopened;
+    reopened.SummaryInformation().SetClock(clock.Reader());
+    reopened.LoadDocument(PathOf("d.kdoc"));
+    clock.Advance(60);
+    reopened.SaveDocument(PathOf("copy.kdoc"));
+    const QSummaryInformationPropertySet& copy = reopened.SummaryInformation();
+    EXPECT_EQ(copy.GetCreateDate().Ticks(), firstSave);
+    EXPECT_EQ(copy.GetLastSaveDate().Ticks(), clock.ticks);
+    EXPECT_EQ(copy.GetEditTime().Ticks(), 8 * c_minute);
+}
+
+TEST_F(DocStorageTest, SavesAreDatedByTheSystemClock) {
+    QDoc document;
+    const std::uint64_t before = CurrentFileTime().Ticks();
+    document.SaveDocument(PathOf("d.kdoc"));
+    const std::uint64_t after = CurrentFileTime().Ticks();
+    const QSummaryInformationPropertySet& summary = document.SummaryInformation();
+    EXPECT_LE(before, summary.GetLastSaveDate().Ticks());
+    EXPECT_LE(summary.GetLastSaveDate().Ticks(), after);
+    EXPECT_EQ(summary.GetCreateDate(), summary.GetLastSaveDate());
+    EXPECT_LE(summary.GetEditTime().Ticks(), after - before);
+}
+
+// A file whose summary is missing or cannot be read loads with an empty summary that takes
+// texts and dates again.
+TEST_F(DocStorageTest, AFileWithoutASummaryLoadsWithAnEmptyOne) {
+    const Bytes contents{0xBA, 0xBA, 120, 0, 0, 0, 0, 0, 0, 0};
+    const Bytes damaged{0xFE, 0xFF, 0, 0};
+    for (const test::GsfTree& tree :
+         {test::GsfTree{{"Contents", {false, contents}}},
+          test::GsfTree{{"Contents", {false, contents}},
+                        {"\x05SummaryInformation", {false, damaged}}}}) {
+        WriteBytes("bare.kdoc", test::WriteWithGsf(tree));
+        QDoc document;
+        document.LoadDocument(PathOf("bare.kdoc"));
+        EXPECT_TRUE(document.SummaryInformation().GetTitle().IsEmpty());
+        EXPECT_EQ(document.SummaryInformation().GetCreateDate().Ticks(), 0u);
+        document.SummaryInformation().SetTitle(u"Named later");
+        document.SaveDocument(PathOf("named.kdoc"));
+
+        QDoc loaded;
+        loaded.LoadDocument(PathOf("named.kdoc"));
+        EXPECT_EQ(loaded.SummaryInformation().GetTitle(), u"Named later");
+        EXPECT_NE(loaded.SummaryInformation().GetCreateDate().Ticks(), 0u);
+    }
 }
 
 TEST_F(DocStorageTest, FailedSaveLeavesTheFileAsItWas) {

@@ -6,6 +6,7 @@
 
 #include <functional>
 #include <gtest/gtest.h>
+#include <memory>
 #include <string>
 
 namespace keel {
@@ -197,6 +198,22 @@ TEST(FileTime, ConvertsToAndFromOleDates) {
     FILETIME time;
     EXPECT_FALSE(OleDateToFileTime(-109206.0, time));
     EXPECT_FALSE(OleDateToFileTime(1e300, time));
+}
+
+// The parts of a set are objects of their own classes, each made empty from its class.
+TEST(OlePropertySet, PartsAreObjectsOfTheirOwnClasses) {
+    const CRuntimeClass* classes[] = {&CProperty::c_runtimeClass, &CPropertySection::c_runtimeClass,
+                                      &CPropertySet::c_runtimeClass};
+    for (const CRuntimeClass* runtimeClass : classes) {
+        const std::unique_ptr<CObject> object(runtimeClass->CreateObject());
+        ASSERT_NE(object, nullptr) << runtimeClass->Name();
+        EXPECT_EQ(object->GetRuntimeClass(), runtimeClass);
+        EXPECT_TRUE(object->IsKindOf(&CObject::c_runtimeClass));
+    }
+    const CPropertySet set;
+    const CPropertySection section;
+    EXPECT_FALSE(set.IsKindOf(&CPropertySection::c_runtimeClass));
+    EXPECT_FALSE(section.IsKindOf(&CPropertySet::c_runtimeClass));
 }
 
 } // namespace

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 #include <locale.h>
 #include <string>
+#include <utility>
 
 namespace keel {
 namespace {
@@ -53,6 +54,16 @@ TEST_P(WCharClasses, CaseMapsBothWaysAndLeavesUnitsWithoutSingleUnitCase) {
         EXPECT_EQ(ToLower(lower[i]), lower[i]);
         EXPECT_EQ(ToUpper(upper[i]), upper[i]);
     }
+}
+
+TEST(HexDigitValue, TakesBothCasesAndNothingAroundThem) {
+    const std::pair<char16_t, int> cases[] = {
+        {u'0', 0},  {u'9', 9},   {u'a', 10}, {u'f', 15},      {u'A', 10},      {u'F', 15},
+        {u'/', -1}, {u':', -1},  {u'@', -1}, {u'G', -1},      {u'`', -1},      {u'g', -1},
+        {u' ', -1}, {u'\0', -1}, {u'x', -1}, {u'\uFF10', -1}, {u'\uFF21', -1}, {0x0130, -1},
+    };
+    for (const auto& [ch, value] : cases)
+        EXPECT_EQ(HexDigitValue(ch), value) << static_cast<unsigned>(ch);
 }
 
 } // namespace

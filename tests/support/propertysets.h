@@ -10,6 +10,7 @@
 #include <cstdint>
 #include <cstdlib>
 #include <fstream>
+#include <functional>
 #include <gsf/gsf.h>
 #include <map>
 #include <sstream>
@@ -177,6 +178,21 @@ public:
 
 private:
     QNamedValues* m_source = nullptr;
+};
+
+// A clock for summaries that stands still until the test moves it.
+struct StillClock {
+    std::uint64_t ticks = 0;
+
+    std::function<FILETIME()> Reader() {
+        return [this] { return FILETIME::FromTicks(ticks); };
+    }
+    void Advance(std::uint64_t seconds) { ticks += seconds * c_fileTimeTicksPerSecond; }
+    // The Unix seconds of the time now, as libgsf gives time stamps.
+    long long UnixSeconds() const {
+        return static_cast<long long>((ticks - c_fileTimeTicksAtUnixEpoch) /
+                                      c_fileTimeTicksPerSecond);
+    }
 };
 
 } // namespace keel::test

@@ -6,8 +6,12 @@
 #include "keel/document/errorlog.h"
 #include "keel/platform/schema.h"
 
+#include <charconv>
 #include <cstdio>
+#include <cstdlib>
+#include <limits>
 #include <map>
+#include <optional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -184,6 +188,40 @@ int RunInfo(std::span<const std::string_view> args) {
     return 0;
 }
 
+// SOURCE_DATE_EPOCH, seconds since 1970, stands for the time of the save when it is set, so that
+// the same answers give the same file. Null when it is not set; false when it is not a number of
+// seconds.
+bool FixedSaveTime(std::optional<FILETIME>& time) {
+    const char* text = std::getenv("SOURCE_DATE_EPOCH");
+    if (text == nullptr || *text == '\0')
+        return true;
+    const std::string_view digits(text);
+    std::uint64_t seconds = 0;
+    const auto [end, error] =
+        std::from_chars(digits.data(), digits.data() + digits.size(), seconds);
+    constexpr std::uint64_t c_maxSeconds =
+        (std::numeric_limits<std::uint64_t>::max() - c_fileTimeTicksAtUnixEpoch) /
+        c_fileTimeTicksPerSecond;
+    if (error != std::errc() || end != digits.data() + digits.size() || seconds > c_maxSeconds) {
+        std::fflush(stdout);
+        std::fprintf(stderr, "keel doc: SOURCE_DATE_EPOCH is not a number of seconds: '%s'\n",
+                     text);
+        return false;
+    }
+    time = FILETIME::FromTicks(c_fileTimeTicksAtUnixEpoch + seconds * c_fileTimeTicksPerSecond);
+    return true;
+}
+
+// A document saved over another keeps the create date of the one it replaces.
+void KeepCreateDate(QDoc& document, const CString& path) {
+    std::unique_ptr<CStorage> root =
+        CStorage::OpenFile(path, QCompoundFileObject::c_readFlags, nullptr);
+    QSummaryInformationPropertySet former;
+    if (!root || !former.ReadFromStorage(*root) || former.GetCreateDate().Ticks() == 0)
+        return;
+    document.SummaryInformation().SetCreateDate(former.GetCreateDate());
+}
+
 int RunSave(std::span<const std::string_view> args) {
     PrepareEvaluation();
     CString title;
@@ -205,14 +243,21 @@ int RunSave(std::span<const std::string_view> args) {
         return status;
     if (files.size() != 1)
         return UsageError("doc", c_docUsage);
+    std::optional<FILETIME> saveTime;
+    if (!FixedSaveTime(saveTime))
+        return 1;
+    const CString path = CString::FromUtf8(files.front());
     QDoc document;
+    if (saveTime)
+        document.SummaryInformation().SetClock([time = *saveTime] { return time; });
+    KeepCreateDate(document, path);
     document.SetDocProperties(*options.root->Properties());
     if (!title.IsEmpty())
         document.SummaryInformation().SetTitle(title);
     if (!author.IsEmpty())
         document.SummaryInformation().SetAuthor(author);
     try {
-        document.SaveDocument(CString::FromUtf8(files.front()));
+        document.SaveDocument(path);
     } catch (const std::exception& failure) {
         std::fflush(stdout);
         std::fprintf(stderr, "keel doc: cannot write '%.*s': %s\n",
