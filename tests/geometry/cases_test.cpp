@@ -401,6 +401,11 @@ TEST(GeometryCasesTest, EveryCaseGivesItsResult) {
                 continue;
             SCOPED_TRACE(file.filename().string() + ":" + std::to_string(number) + ": " + line);
             Words fields = Split(line, " | ");
+            if (fields.size() < 2) {
+                ADD_FAILURE()
+                    << "a case is an operation, its arguments and the result, between \" | \"";
+                continue;
+            }
             const std::string expected = fields.back();
             fields.pop_back();
             try {

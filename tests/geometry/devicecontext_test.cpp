@@ -160,7 +160,7 @@ TEST(DeviceContextTest, ShapesBecomeTheirPlatformCalls) {
 }
 
 std::string GoldenPath(const std::string& name) {
-    return TestDataFolder() + "/geometry/" + name;
+    return TestDataFolder() + "/geometry/scenes/" + name;
 }
 
 // The whole test page at two scales and three zooms, against the drawing calls kept beside the
