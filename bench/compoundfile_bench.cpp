@@ -6,6 +6,8 @@
 // Each benchmark times both and reports the peer's time, our time over the peer's, and the peak
 // resident memory of each above what the process held before.
 
+#include "bench/benchfolder.h"
+
 #include "keel/platform/archive.h"
 #include "keel/platform/compoundstorage.h"
 
@@ -22,7 +24,6 @@
 #include <gsf/gsf-utils.h>
 #include <malloc.h>
 #include <string>
-#include <unistd.h>
 #include <vector>
 
 using namespace keel;
@@ -35,12 +36,7 @@ constexpr std::size_t c_streamSize = 10240;
 using Document = std::vector<std::vector<std::uint8_t>>;
 
 std::filesystem::path BenchFolder() {
-    static const std::filesystem::path folder = [] {
-        std::filesystem::path path = std::filesystem::temp_directory_path() /
-                                     ("keel_compoundfile_bench_" + std::to_string(::getpid()));
-        std::filesystem::create_directories(path);
-        return path;
-    }();
+    static const std::filesystem::path folder = bench::NewBenchFolder("compoundfile_bench");
     return folder;
 }
 

@@ -2,6 +2,8 @@
 // function dblookup (parse, dispatch, the shared connection and its kept statement, the values
 // made), and, as the peer, through one prepared statement of SQLite's own, bound and stepped.
 
+#include "bench/benchfolder.h"
+
 #include "keel/document/ado.h"
 #include "keel/formula/evaluator.h"
 #include "keel/formula/evaluatorfactory.h"
@@ -12,7 +14,6 @@
 #include <memory>
 #include <sqlite3.h>
 #include <string>
-#include <unistd.h>
 
 using namespace keel;
 
@@ -22,12 +23,7 @@ constexpr int c_items = 1000;
 constexpr int c_lookups = 10000;
 
 std::filesystem::path BenchFolder() {
-    static const std::filesystem::path folder = [] {
-        std::filesystem::path path = std::filesystem::temp_directory_path() /
-                                     ("keel_database_bench_" + std::to_string(::getpid()));
-        std::filesystem::create_directories(path);
-        return path;
-    }();
+    static const std::filesystem::path folder = bench::NewBenchFolder("database_bench");
     return folder;
 }
 

@@ -4,6 +4,7 @@
 // table the program prints the time of one line for each size, and the ratio of the larger file's
 // time to the smaller's, which is 10 when the work is linear.
 
+#include "bench/benchfolder.h"
 #include "tests/support/exporttree.h"
 
 #include "keel/exchange/exportformatascii.h"
@@ -17,7 +18,6 @@
 #include <fstream>
 #include <map>
 #include <string>
-#include <unistd.h>
 #include <vector>
 
 using namespace keel;
@@ -31,12 +31,7 @@ constexpr int c_largeTree = 100000;
 constexpr int c_linesPerGroup = 2;
 
 std::filesystem::path BenchFolder() {
-    static const std::filesystem::path folder = [] {
-        std::filesystem::path path = std::filesystem::temp_directory_path() /
-                                     ("keel_tabimport_bench_" + std::to_string(::getpid()));
-        std::filesystem::create_directories(path);
-        return path;
-    }();
+    static const std::filesystem::path folder = bench::NewBenchFolder("tabimport_bench");
     return folder;
 }
 

@@ -1,6 +1,8 @@
 // A price list of 100 000 rows: opened lazily and read whole, looked up exactly and by nearest
 // match, and, as the peer, imported into SQLite from the same rows as CSV.
 
+#include "bench/benchfolder.h"
+
 #include "keel/formula/evaluator.h"
 #include "keel/formula/evaluatorfactory.h"
 #include "keel/tables/lookuptable.h"
@@ -12,7 +14,6 @@
 #include <fstream>
 #include <sqlite3.h>
 #include <string>
-#include <unistd.h>
 
 using namespace keel;
 
@@ -22,12 +23,7 @@ constexpr int c_rows = 100000;
 constexpr int c_labelStep = 10;
 
 std::filesystem::path BenchFolder() {
-    static const std::filesystem::path folder = [] {
-        std::filesystem::path path = std::filesystem::temp_directory_path() /
-                                     ("keel_table_bench_" + std::to_string(::getpid()));
-        std::filesystem::create_directories(path);
-        return path;
-    }();
+    static const std::filesystem::path folder = bench::NewBenchFolder("table_bench");
     return folder;
 }
 
