@@ -869,14 +869,16 @@ TEST_F(QPropDefExchangeTest, ImportsSubstituteEveryAttributeAndTheLastSourceWins
                              "keepaspect\t\"\"\"~3~\"\"\"\t\t2\n"
                              "controltype\t\"\"\"Knob\"\"\"\t\t3\n"
                              "align\t\"\"\"center\"\"\"\t\t3\n"
-                             "style\t\"\"\"bold\"\"\"\t\t3\n";
+                             "style\t\"\"\"bold\"\"\"\t\t3\n"
+                             "awidth\t\"\"\"wide\"\"\"\t\t3\n";
     EXPECT_TRUE(Import(read, text));
-    // Unknown kinds are edit boxes; the texts of alignment and style are read without case.
+    // Unknown kinds are edit boxes; the texts of alignment and style are read without case; a
+    // width that is no number becomes 0, a whole number's default, and the import still succeeds.
     const char* lines[] = {
         ("Edit name=plinth question=How Plinth? enabled=Plinth>\"oak.png\" qwidth=7 "
          "default=String:7"),
         "Thumbnail extra=last.png qwidth=0 style=1",
-        "Edit style=6",
+        "Edit awidth=0 style=6",
     };
     for (int i = 0; i < 3; ++i)
         EXPECT_EQ(DefinitionLine(*read.defs[i]), lines[i]);
