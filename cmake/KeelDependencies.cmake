@@ -26,3 +26,25 @@ if(KEEL_BUILD_BENCH)
     # The peer that the formula benchmark compares the evaluator with.
     pkg_check_modules(MUPARSER REQUIRED IMPORTED_TARGET muparser)
 endif()
+
+# Header-only libraries, from the system or unpacked into .deps/ by install-deps.sh. Each is
+# optional: without it the build leaves out what needs it and says so here.
+if(EXISTS ${CMAKE_SOURCE_DIR}/.deps/usr)
+    list(APPEND CMAKE_PREFIX_PATH ${CMAKE_SOURCE_DIR}/.deps/usr)
+endif()
+# The JSON input of `keel render` and `keel geometry collide`.
+find_package(nlohmann_json 3.2 QUIET)
+if(NOT nlohmann_json_FOUND)
+    message(STATUS "nlohmann-json not found: keel render and keel geometry collide are left out")
+endif()
+if(KEEL_BUILD_TESTS OR KEEL_BUILD_BENCH)
+    # Independent oracles of the geometry tests, and the peers of the geometry benchmarks.
+    find_package(Boost 1.74 QUIET CONFIG)
+    find_package(glm QUIET CONFIG)
+    if(NOT Boost_FOUND)
+        message(STATUS "Boost not found: the Boost.Geometry comparisons are left out")
+    endif()
+    if(NOT glm_FOUND)
+        message(STATUS "glm not found: the glm comparisons are left out")
+    endif()
+endif()

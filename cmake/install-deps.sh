@@ -1,7 +1,9 @@
 #!/usr/bin/env bash
 # Installs the Debian packages Keel builds with, if any is missing:
 # apt-get as root, else through sudo, else prints the command to run and stops.
+# The header-only libraries come after: see install_headers below.
 set -euo pipefail
+cd "$(dirname "$0")/.."
 
 packages=(
     cmake ninja-build pkg-config ccache g++ clang clang-format libclang-rt-14-dev
@@ -15,13 +17,45 @@ test_locale=de_DE.UTF-8
 
 has_test_locale() { locale -a 2>/dev/null | grep -qi '^de_DE\.utf-\?8$'; }
 
+# Header-only libraries: the JSON reader of `keel render` and `keel geometry collide`, and the
+# geometry and transform libraries the tests compare with. Without any of them the build leaves
+# out what needs it and says so.
+header_packages=(nlohmann-json3-dev libboost1.74-dev libglm-dev)
+
+is_installed() {
+    [[ "$(dpkg-query -W -f='${Status}' "$1" 2>/dev/null || true)" == "install ok installed" ]]
+}
+
+# Each header package missing from the system: through apt-get where the package sources answer,
+# else unpacked from the machine's package cache into .deps/, which CMake searches.
+install_headers() {
+    local package archive updated=0
+    for package in "${header_packages[@]}"; do
+        is_installed "$package" && continue
+        [[ -e ".deps/$package.unpacked" ]] && continue
+        if [[ $(id -u) -eq 0 && -d /etc/apt ]]; then
+            [[ $updated -eq 1 ]] || apt-get update -qq >/dev/null 2>&1 || true
+            updated=1
+            DEBIAN_FRONTEND=noninteractive apt-get install -y -qq --no-install-recommends \
+                "$package" >/dev/null 2>&1 && continue
+        fi
+        archive=$(ls /var/cache/apt/archives/"${package}"_*.deb 2>/dev/null | head -n 1 || true)
+        if [[ -n "$archive" ]] && dpkg-deb -x "$archive" .deps; then
+            touch ".deps/$package.unpacked"
+            echo "Unpacked $package into .deps/"
+        else
+            echo "Not available here: $package (the build leaves out what needs it)" >&2
+        fi
+    done
+}
+
 missing=()
 for package in "${packages[@]}"; do
-    status=$(dpkg-query -W -f='${Status}' "$package" 2>/dev/null || true)
-    [[ "$status" == "install ok installed" ]] || missing+=("$package")
+    is_installed "$package" || missing+=("$package")
 done
 if [[ ${#missing[@]} -eq 0 ]]; then
     has_test_locale || [[ $(id -u) -ne 0 ]] || localedef -i de_DE -f UTF-8 "$test_locale" || true
+    install_headers
     exit 0
 fi
 
@@ -40,3 +74,4 @@ export DEBIAN_FRONTEND=noninteractive
 "${prefix[@]}" apt-get update -qq
 "${prefix[@]}" "${command[@]}" -qq
 has_test_locale || "${prefix[@]}" localedef -i de_DE -f UTF-8 "$test_locale" || true
+install_headers
