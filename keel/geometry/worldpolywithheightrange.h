@@ -31,7 +31,7 @@ public:
     // The plan's bounds, with Bottom as the lowest height and Top as the highest.
     TRect3D<QLength, c_worldSpace> GetBoundingBox() const;
 
-    QWorldPoly Poly() const { return m_poly; }
+    const QWorldPoly& Poly() const { return m_poly; }
     // Plan, heights within tolerance, and the present flags exactly.
     bool operator==(const QWorldPolyWithHeightRange& other) const;
 

@@ -29,7 +29,8 @@ public:
     // Every pair of prisms, one of each set, that cross, ordered by the first index and then by
     // the second. The sets are first culled to the elements whose boxes cross the other set's
     // box, which leaves the present flags of both marking those; candidate pairs are then found by
-    // sweeping the boxes along x, so that prisms far apart in x are never compared.
+    // sweeping the boxes along x in horizontal bands, so that prisms whose boxes or heights are
+    // apart are never compared.
     static QArray<Collision> GetCollisions(const QWorldPolyWithHeightRangeSet& a,
                                            const QWorldPolyWithHeightRangeSet& b);
     // The same pairs in the same order, with every present pair compared.

@@ -124,7 +124,7 @@ TEST(PrismSetTest, ContainmentMergeMoveAndRotation) {
 // The sweep over the boxes must find exactly the pairs of the plain loop over all present
 // pairs, in the same order.
 TEST(PrismSetTest, SweepFindsThePairsOfThePlainLoop) {
-    const double c_nudges[] = {0, 0.005, -0.005, 0.011};
+    const double c_nudges[] = {0, 0.005, -0.005, 0.011, -0.011, 0.015};
     GridPolygons grid(5);
     std::uniform_int_distribution<int> count(0, 12);
     std::uniform_int_distribution<int> place(0, 30);
@@ -135,12 +135,16 @@ TEST(PrismSetTest, SweepFindsThePairsOfThePlainLoop) {
         for (Set& set : sets) {
             const int n = count(grid.Random());
             for (int i = 0; i < n; ++i) {
-                const double bottom = 10.0 * place(grid.Random());
-                // Shifted off the grid by less or more than the tolerance now and then.
-                const double nudge = c_nudges[grid.Coordinate() % 4];
-                set.Add(Prism(
-                    grid.Next(10.0 * place(grid.Random()) + nudge, 10.0 * place(grid.Random())),
-                    bottom, bottom + 10.0 * (1 + place(grid.Random()))));
+                // Shifted off the grid across, down and in height by less or more than the
+                // tolerance now and then.
+                const auto nudge = [&] { return c_nudges[grid.Coordinate() % 6]; };
+                const double bottom = 10.0 * place(grid.Random()) + nudge();
+                const double x = 10.0 * place(grid.Random()) + nudge();
+                const double y = 10.0 * place(grid.Random()) + nudge();
+                // Now and then a single vertex, which is classified as a point.
+                const QWorldPoly plan =
+                    grid.Coordinate() % 8 == 0 ? test::Poly({{x + 5, y + 5}}) : grid.Next(x, y);
+                set.Add(Prism(plan, bottom, bottom + 10.0 * (1 + place(grid.Random())) + nudge()));
             }
         }
         const QArray<Set::Collision> swept = Set::GetCollisions(sets[0], sets[1]);
