@@ -67,8 +67,8 @@ Solids MakeSolids(unsigned seed) {
         }
         bg::correct(plan);
         const double low = bottom(random), high = low + tall(random);
-        solids.ours.Add(QWorldPolyWithHeightRange(poly, QLength::FromRaw(high),
-                                                  QLength::FromRaw(low)));
+        solids.ours.Add(
+            QWorldPolyWithHeightRange(poly, QLength::FromRaw(high), QLength::FromRaw(low)));
         solids.plans.push_back(plan);
         solids.heights.emplace_back(low, high);
     }
@@ -87,8 +87,8 @@ const Solids& Second() {
 void GetCollisionsOurs(benchmark::State& state) {
     std::size_t pairs = 0;
     for (auto _ : state) {
-        const auto collisions = QWorldPolyWithHeightRangeSet::GetCollisions(First().ours,
-                                                                            Second().ours);
+        const auto collisions =
+            QWorldPolyWithHeightRangeSet::GetCollisions(First().ours, Second().ours);
         pairs = static_cast<std::size_t>(collisions.GetCount());
         benchmark::DoNotOptimize(pairs);
     }
