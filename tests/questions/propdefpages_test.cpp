@@ -60,6 +60,7 @@ TEST(QPropDefTabGroupPages, EachTabEnabledInTheViewGivesThePageOfItsIndex) {
         const QPSCategoryPtr category(new QPSCategory(u"Doors", true));
         EXPECT_EQ(group.AddPages(category, &context, c.alternative), c.added) << c.what;
         EXPECT_EQ(PageIndices(*category), c.pages) << c.what;
+        EXPECT_FALSE(group.IsEnabled(3, &context) || group.IsEnabledAlternative(-1, &context));
     }
 }
 
@@ -82,14 +83,6 @@ TEST(QPropDefTabGroupPages, PagesAreAppendedAfterThoseTheCategoryHasAndANullCate
     EXPECT_TRUE(Doors().AddPages(category, &context));
     EXPECT_EQ(PageIndices(*category), (std::vector<int>{7, 0, 2}));
     EXPECT_FALSE(Doors().AddPages(QPSCategoryPtr(), &context));
-}
-
-TEST(QPropDefTabGroupPages, TheDefaultPageIsNoQuestionPage) {
-    EXPECT_TRUE(QDefaultPropPage.IsDefaultPropPage());
-    for (const int index : {0, 1, 999}) {
-        EXPECT_FALSE(QPropPageClass::QuestionPage(index).IsDefaultPropPage()) << index;
-        EXPECT_NE(QPropPageClass::QuestionPage(index), QDefaultPropPage) << index;
-    }
 }
 
 // --- Categories of a set ----------------------------------------------------------------------
@@ -129,83 +122,51 @@ TEST(QPropDefTabGroupSetCategory, AGroupFoundByItsExactNameGivesAFriendlyCategor
 
 // --- Class-wide clipboards --------------------------------------------------------------------
 
-// What the clipboard tests need of each class: a sample filled into an object whose context is
-// set, a change to it, and the context of the innermost definition it holds.
+// An object of the class under the context, given the sample's fields.
 template <class T>
-struct ClipboardSubject;
+T Under(QFormulaContext* context, const T& sample = T()) {
+    T object;
+    object.DoSetParentContextAlways(context);
+    object = sample;
+    return object;
+}
 
-template <>
-struct ClipboardSubject<QPropDef> {
-    static std::unique_ptr<QPropDef> Under(QFormulaContext* context) {
-        auto def = std::make_unique<QPropDef>();
-        def->DoSetParentContextAlways(context);
-        return def;
-    }
-    static void Fill(QPropDef& def) {
-        def = Def("Width", "How wide?");
-        def.SetAnswerWidth(3);
-    }
-    static void Change(QPropDef& def) { def.SetQuestion(u"Changed"); }
-    static const QFormulaContext* InnermostContext(const QPropDef& def) {
-        return def.ParentContext();
-    }
-};
-
-template <>
-struct ClipboardSubject<QPropDefTab> {
-    static std::unique_ptr<QPropDefTab> Under(QFormulaContext* context) {
-        return std::make_unique<QPropDefTab>(CString(), context);
-    }
-    static void Fill(QPropDefTab& tab) { tab = Tab("Sizes", {"Width", "Depth"}); }
-    static void Change(QPropDefTab& tab) { tab.GetAt(1)->SetQuestion(u"Changed"); }
-    static const QFormulaContext* InnermostContext(const QPropDefTab& tab) {
-        return tab.GetAt(0)->ParentContext();
-    }
-};
-
-template <>
-struct ClipboardSubject<QPropDefTabGroup> {
-    static std::unique_ptr<QPropDefTabGroup> Under(QFormulaContext* context) {
-        return std::make_unique<QPropDefTabGroup>(CString(), context);
-    }
-    static void Fill(QPropDefTabGroup& group) {
-        group = Group("Body", {Tab("Sizes", {"Width"}), Tab("Finish", {"Colour"})});
-    }
-    static void Change(QPropDefTabGroup& group) { group.RemoveAt(0); }
-    static const QFormulaContext* InnermostContext(const QPropDefTabGroup& group) {
-        return group.GetAt(0)->GetAt(0)->ParentContext();
-    }
-};
-
-template <class T>
-class QuestionClipboardTest : public testing::Test {};
-
-using ClipboardClasses = testing::Types<QPropDef, QPropDefTab, QPropDefTabGroup>;
-TYPED_TEST_SUITE(QuestionClipboardTest, ClipboardClasses);
-
-TYPED_TEST(QuestionClipboardTest, APasteGivesWhatWasCopiedUnderThePastingObjectsContext) {
-    using Subject = ClipboardSubject<TypeParam>;
+// The sample is copied from an object under one context, which then changes, and pasted twice
+// into objects under another: each paste is the sample, its definitions down to the innermost
+// (which `innermost` finds) under the pasting object's context. The clipboard keeps no context.
+template <class T, class Change, class Innermost>
+void CheckClipboard(const T& sample, Change change, Innermost innermost) {
     NamesContext copiedFrom("Source");
     NamesContext pastedInto("Target");
-    const auto source = Subject::Under(&copiedFrom);
-    Subject::Fill(*source);
-    source->CopyToClipboard();
-    Subject::Change(*source);
-
-    const auto expected = Subject::Under(nullptr);
-    Subject::Fill(*expected);
-    EXPECT_TRUE(TypeParam::Clipboard() == *expected) << "the clipboard holds a copy";
-    EXPECT_EQ(Subject::InnermostContext(TypeParam::Clipboard()), nullptr)
-        << "the clipboard keeps no context of the copied object";
-
+    T source = Under(&copiedFrom, sample);
+    source.CopyToClipboard();
+    change(source);
+    EXPECT_TRUE(T::Clipboard() == sample) << "the clipboard holds a copy";
+    EXPECT_EQ(innermost(T::Clipboard()), nullptr) << "the clipboard keeps no context";
     for (int paste = 0; paste < 2; ++paste) {
-        const auto target = Subject::Under(&pastedInto);
-        target->PasteFromClipboard();
-        EXPECT_TRUE(*target == *expected) << "paste " << paste;
-        EXPECT_FALSE(*target == *source) << "paste " << paste;
-        EXPECT_EQ(target->ParentContext(), &pastedInto);
-        EXPECT_EQ(Subject::InnermostContext(*target), &pastedInto);
+        T target = Under<T>(&pastedInto);
+        target.PasteFromClipboard();
+        EXPECT_TRUE(target == sample) << "paste " << paste;
+        EXPECT_FALSE(target == source) << "paste " << paste;
+        EXPECT_EQ(target.ParentContext(), &pastedInto);
+        EXPECT_EQ(innermost(target), &pastedInto);
     }
+}
+
+TEST(QuestionClipboard, APasteGivesWhatWasCopiedUnderThePastingObjectsContext) {
+    QPropDef width = Def("Width", "How wide?");
+    width.SetAnswerWidth(3);
+    CheckClipboard<QPropDef>(
+        width, [](QPropDef& def) { def.SetQuestion(u"Changed"); },
+        [](const QPropDef& def) { return def.ParentContext(); });
+    CheckClipboard<QPropDefTab>(
+        Tab("Sizes", {"Width", "Depth"}),
+        [](QPropDefTab& tab) { tab.GetAt(1)->SetQuestion(u"Changed"); },
+        [](const QPropDefTab& tab) { return tab.GetAt(0)->ParentContext(); });
+    CheckClipboard<QPropDefTabGroup>(
+        Group("Body", {Tab("Sizes", {"Width"}), Tab("Finish", {"Colour"})}),
+        [](QPropDefTabGroup& group) { group.RemoveAt(0); },
+        [](const QPropDefTabGroup& group) { return group.GetAt(0)->GetAt(0)->ParentContext(); });
 }
 
 // --- The current definitions of a context -----------------------------------------------------
@@ -239,8 +200,8 @@ TEST(QFormulaContextQuestions, TheGroupAndTabAreTheCurrentOnesAndNullWhenTheStep
     } cases[] = {
         {nullptr, 0, 0, "(none)", "(none)"}, {&none, 0, 0, "(none)", "(none)"},
         {&filled, 0, 0, "First", "A"},       {&filled, 1, 1, "Second", "B2"},
-        {&filled, 1, 9, "Second", "B2"},     {&filled, 2, 0, "Empty", "(none)"},
-        {&filled, 7, 0, "Empty", "(none)"},
+        {&filled, 1, 9, "Second", "B2"},     {&filled, 1, -4, "Second", "B1"},
+        {&filled, 2, 0, "Empty", "(none)"},  {&filled, 7, 0, "Empty", "(none)"},
     };
     for (const auto& c : cases) {
         QuestionsContext context;
