@@ -1,5 +1,6 @@
 #pragma once
 
+#include "tests/support/archivebytes.h"
 #include "tests/support/paths.h"
 
 #include "keel/questions/propdeftabgroupset.h"
@@ -110,6 +111,21 @@ inline std::string SetLines(const QPropDefTabGroupSet& set) {
     for (int i = 0; i < set.GetCount(); ++i)
         lines += GroupLines(*set.GetAt(i));
     return lines;
+}
+
+// An object read from the bytes by the archive at the schema, which must read every byte.
+template <class T>
+T LoadAt(const Bytes& bytes, int schema) {
+    T object;
+    Loading loading(bytes, 4096, CString(), static_cast<unsigned>(schema));
+    object.Serialize(loading.archive);
+    EXPECT_TRUE(loading.archive.IsBufferEmpty()) << "every byte is read, schema " << schema;
+    return object;
+}
+
+template <class T>
+Bytes Store(T& object) {
+    return Stored([&object](CArchive& archive) { object.Serialize(archive); });
 }
 
 // The rows of a file of cases in tests/data/, one a line, their fields separated by " | ";
