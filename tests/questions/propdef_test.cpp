@@ -1,6 +1,7 @@
 #include "tests/support/answerdocument.h"
 #include "tests/support/archivebytes.h"
 #include "tests/support/exchangetests.h"
+#include "tests/support/questiondefs.h"
 #include "tests/support/questiondump.h"
 
 #include "keel/document/translate.h"
@@ -17,13 +18,6 @@ namespace keel::test {
 namespace {
 
 using D = QPropDef;
-
-QArray<CString> Strings(std::initializer_list<const char*> texts) {
-    QArray<CString> array;
-    for (const char* text : texts)
-        array.Add(CString(text));
-    return array;
-}
 
 // Collects the names of the attributes that reach the file.
 class RecordingLevel : public QExportFormatLevel {
@@ -116,18 +110,13 @@ TEST(QPropDefKinds, AMinimalExportOfTheDefaultsWritesOnlyWhatHasNoDefault) {
     EXPECT_FALSE(other.IsColorSelectButton());
 }
 
-TEST(QPropDefKinds, ChangingKindClearsForGoodAndSameKindIsNoChange) {
-    QPropDef def = FullDefinitionOf(D::Dropdown, true);
-    def.SetControlType(D::Dropdown);
-    EXPECT_EQ(def.Extra1(), CString(u"1|2|3"));
-    def.SetControlType(D::Thumbnail);
+// What a change of kind clears stays cleared after the next; setters keep widths at 0 or above.
+TEST(QPropDefKinds, ChangingKindClearsForGoodAndWidthsAreNeverNegative) {
+    QPropDef def = FullDefinitionOf(D::Thumbnail, true);
     def.SetControlType(D::Edit);
-    EXPECT_FALSE(def.HasName());
-    EXPECT_TRUE(def.Question().IsEmpty());
-    EXPECT_TRUE(def.Extra1().IsEmpty());
     def.SetQuestionWidth(-4);
+    EXPECT_EQ(DefinitionLine(def), "Edit qwidth=0 awidth=5 action=beep()");
     def.SetAnswerWidth(-1);
-    EXPECT_EQ(def.QuestionWidth(), 0);
     EXPECT_EQ(def.AnswerWidth(), 0);
 }
 
@@ -155,32 +144,30 @@ TEST(QPropDefHeight, RowsLiveInTheNegatedWidthOfTheKindsThatHaveThem) {
 }
 
 TEST(QPropDefHeight, TicksNameTheirSideByWhetherTheSliderStandsUpright) {
+    // Beside an answer two wide, a slider three high stands upright.
     const struct {
-        int height, answerWidth, style;
+        int height, style;
         const char* text;
-    } cases[] = {{3, 2, 0, "Right"}, {1, 2, 0, "Bottom"}, {2, 2, 0, "Bottom"},
-                 {3, 2, 4, "Left"},  {1, 2, 4, "Top"},    {1, 2, 8, "Both"},
-                 {3, 2, 8, "Both"},  {3, 2, 12, ""},      {1, 2, 1, ""}};
+    } cases[] = {{3, 0, "Right"}, {1, 0, "Bottom"}, {2, 0, "Bottom"}, {3, 4, "Left"}, {1, 4, "Top"},
+                 {1, 8, "Both"},  {3, 8, "Both"},   {3, 12, ""},      {1, 1, ""}};
     for (const auto& c : cases) {
         QPropDef slider;
         slider.SetControlType(D::Slider);
         slider.SetHeight(c.height);
-        slider.SetAnswerWidth(c.answerWidth);
+        slider.SetAnswerWidth(2);
         slider.SetStyle(c.style);
         EXPECT_EQ(slider.TickStyleAsString().ToUtf8(), c.text) << c.height << " " << c.style;
     }
+    // A text read without case sets the side; an unknown text leaves the style alone.
     QPropDef slider;
     slider.SetControlType(D::Slider);
-    const std::pair<const char16_t*, int> reads[] = {{u"top", 4},  {u"BOTH", 8},   {u"Right", 0},
-                                                     {u"Left", 4}, {u"bottom", 0}, {u"Middle", 0}};
-    slider.SetStyle(0);
+    const std::pair<const char16_t*, int> reads[] = {{u"top", 4},   {u"BOTH", 8}, {u"sideways", 8},
+                                                     {u"Right", 0}, {u"Left", 4}, {u"bottom", 0},
+                                                     {u"Middle", 0}};
     for (const auto& [text, style] : reads) {
         slider.SetTickStyleFromString(text);
         EXPECT_EQ(slider.Style(), style) << CString(text).ToUtf8();
     }
-    slider.SetStyle(8);
-    slider.SetTickStyleFromString(u"sideways");
-    EXPECT_EQ(slider.Style(), 8) << "an unknown text leaves the style alone";
 }
 
 // --- Enumeration texts ----------------------------------------------------------------------
@@ -403,9 +390,8 @@ TEST_F(QPropDefTranslationTest, FormulasHaveTheirStringsTranslatedAndOtherTextsT
     };
     for (const auto& [text, translated] : cases)
         EXPECT_EQ(D::TranslateFriendlyText(text), CString(translated)) << CString(text).ToUtf8();
-}
 
-TEST_F(QPropDefTranslationTest, LoadsTranslateQuestionAndTooltipOnlyWhenAsked) {
+    // Loads translate the question and the tooltip only when asked, and only with a question.
     const auto archived = [](const std::string& question) {
         return ArchiveText("\"w\" \"" + question + "\" 03 02 00 00 \"\" 03 \"\" #3 #3 \"\" #0 00 " +
                            "\"=\\\"Deep\\\"\" 00 00 01 00 #0 #0 #0 #0 #0 #0 #0 #0");

@@ -160,13 +160,8 @@ public:
 };
 
 TEST(QFormulaContextQuestions, TheGroupAndTabAreTheCurrentOnesAndNullWhenTheStepBeforeIs) {
-    QPropDefTabGroupSet filled;
-    const QPropDefTabGroup first = Group("First", {Tab("A")});
-    const QPropDefTabGroup second = Group("Second", {Tab("B1"), Tab("B2")});
-    const QPropDefTabGroup empty = Group("Empty");
-    filled.Add(&first);
-    filled.Add(&second);
-    filled.Add(&empty);
+    QPropDefTabGroupSet filled =
+        Set({Group("First", {Tab("A")}), Group("Second", {Tab("B1"), Tab("B2")}), Group("Empty")});
     QPropDefTabGroupSet none;
     const struct {
         QPropDefTabGroupSet* set;
