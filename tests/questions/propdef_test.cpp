@@ -384,6 +384,7 @@ TEST_F(QPropDefTranslationTest, FormulasHaveTheirStringsTranslatedAndOtherTextsT
         {u"Width", u"Largeur"},
         {u"Height", u"Height"},
         {u"=\"Deep\" & plinth", u"=\"Profond\" & plinth"},
+        {u"=\"Deep\"\t& plinth", u"=\"Profond\"\t& plinth"},
         {u":plinth & \"Width\"", u":plinth & \"Largeur\""},
         {u"=plinth+1", u"=plinth+1"},
         {u"", u""},

@@ -173,6 +173,10 @@ TEST(QPropDefTabEquality, EachFieldOfATabCounts) {
          [](QPropDefTab& t) {
              t.SetColumnSize(5, {Col::Fixed, 1});
          }},
+        {"first column",
+         [](QPropDefTab& t) {
+             t.SetColumnSize(0, {Col::Percent, 0});
+         }},
         {"columns", [](QPropDefTab& t) { t.SetColumnCount(7); }},
         {"order",
          [](QPropDefTab& t) {
@@ -306,6 +310,9 @@ TEST_F(QPropDefTabMergeTest, ASetAddsNewGroupsMergesKnownOnesAndTakesTheWidth) {
     EXPECT_TRUE(target.Lookup(u"Known")->GetAt(1)->IsFromTemplate());
     EXPECT_FALSE(target.Lookup(u"Known")->GetAt(0)->IsFromTemplate()) << "untouched";
     EXPECT_EQ(target.MinimumWidth(), 320);
+    QPropDefTabGroupSet library;
+    library.Merge(&source, MERGE_OVERWRITE, false, true, true);
+    EXPECT_TRUE(library.Lookup(u"Fresh")->GetAt(0)->IsFromLibrary());
 }
 
 TEST_F(QPropDefTabMergeTest, TheGroupClipboardMergesIntoTheNamedOrTheCurrentGroup) {

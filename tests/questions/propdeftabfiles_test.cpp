@@ -223,9 +223,10 @@ TEST_F(QuestionFileTest, TheLegacyFormIsNeverWritten) {
     QPropDefTabGroupSet plain;
     ExportDialogHost dialog;
     ScopedUIServices scope(dialog);
+    EXPECT_FALSE(plain.WriteToFile(CString())) << "the dialog was cancelled";
     dialog.chosenPath = Path("chosen.viq");
     ASSERT_TRUE(plain.WriteToFile(CString()));
-    ASSERT_EQ(dialog.dialogs.size(), 1u);
+    ASSERT_EQ(dialog.dialogs.size(), 2u);
     EXPECT_TRUE(dialog.dialogs[0].save);
     EXPECT_EQ(dialog.dialogs[0].title, "Export Questions");
     EXPECT_EQ(dialog.dialogs[0].filter, "Questions (*.viqx)|*.viqx||");
