@@ -37,32 +37,6 @@ QPropDefTabGroup Doors() {
 
 // --- Pages of a group -------------------------------------------------------------------------
 
-TEST(QPropDefTabGroupPages, EachTabEnabledInTheViewGivesThePageOfItsIndex) {
-    const struct {
-        const char* what;
-        int doors;
-        bool editMode, alternative;
-        std::vector<int> pages;
-        bool added;
-    } cases[] = {
-        {"enabled formulas", 2, false, false, {0, 2}, true},
-        {"alternative formulas", 2, false, true, {1}, true},
-        {"nothing enabled", 0, false, false, {-1}, false},
-        {"nothing enabled in the alternative view", 0, false, true, {-1}, false},
-        {"edit mode offers every tab", 0, true, false, {0, 1, 2}, true},
-        {"edit mode ignores the alternative", 0, true, true, {0, 1, 2}, true},
-    };
-    for (const auto& c : cases) {
-        NamesContext context;
-        context.Set("doors", QAnyValue(c.doors));
-        QPropDefTabGroup group = Doors();
-        group.SetEditMode(c.editMode);
-        const QPSCategoryPtr category(new QPSCategory(u"Doors", true));
-        EXPECT_EQ(group.AddPages(category, &context, c.alternative), c.added) << c.what;
-        EXPECT_EQ(PageIndices(*category), c.pages) << c.what;
-    }
-}
-
 TEST(QPropDefTabGroupPages, AnEmptyGroupGivesTheDefaultPageEvenInEditMode) {
     NamesContext context;
     for (const bool editMode : {false, true}) {
@@ -82,130 +56,93 @@ TEST(QPropDefTabGroupPages, PagesAreAppendedAfterThoseTheCategoryHasAndANullCate
     EXPECT_TRUE(Doors().AddPages(category, &context));
     EXPECT_EQ(PageIndices(*category), (std::vector<int>{7, 0, 2}));
     EXPECT_FALSE(Doors().AddPages(QPSCategoryPtr(), &context));
-}
-
-TEST(QPropDefTabGroupPages, TheDefaultPageIsNoQuestionPage) {
-    EXPECT_TRUE(QDefaultPropPage.IsDefaultPropPage());
-    for (const int index : {0, 1, 999}) {
-        EXPECT_FALSE(QPropPageClass::QuestionPage(index).IsDefaultPropPage()) << index;
-        EXPECT_NE(QPropPageClass::QuestionPage(index), QDefaultPropPage) << index;
-    }
+    EXPECT_FALSE(Doors().IsEnabled(3, &context) || Doors().IsEnabledAlternative(-1, &context));
 }
 
 // --- Categories of a set ----------------------------------------------------------------------
 
+// Each tab enabled in the view gives the page of its index, or the default page stands in; edit
+// mode offers every tab. Groups are found by their exact names alone.
 TEST(QPropDefTabGroupSetCategory, AGroupFoundByItsExactNameGivesAFriendlyCategoryOfItsPages) {
-    NamesContext context;
-    context.Set("doors", QAnyValue(2));
-    QPropDefTabGroupSet set;
-    const QPropDefTabGroup doors = Doors();
-    const QPropDefTabGroup closed =
-        Group("Closed", {EnabledTab("Shut", "doors>5", "doors>5"), EnabledTab("Never", "0", "0")});
-    set.Add(&closed);
-    set.Add(&doors);
+    QPropDefTabGroupSet set = Set(
+        {Group("Closed", {EnabledTab("Shut", "doors>5", "doors>5"), EnabledTab("Never", "0", "0")}),
+         Doors()});
     const struct {
         const char* name;
-        bool editMode;
-        bool found;
-        std::vector<int> pages;
+        int doors;
+        bool editMode, alternative;
+        std::vector<int> pages; // none: no category
     } cases[] = {
-        {"Doors", false, true, {0, 2}}, {"Closed", false, true, {-1}},
-        {"Closed", true, true, {0, 1}}, {"doors", false, false, {}},
-        {"", false, false, {}},         {"Missing", true, false, {}},
+        {"Doors", 2, false, false, {0, 2}},   {"Doors", 2, false, true, {1}},
+        {"Doors", 0, false, false, {-1}},     {"Doors", 0, false, true, {-1}},
+        {"Doors", 0, true, false, {0, 1, 2}}, {"Doors", 0, true, true, {0, 1, 2}},
+        {"Closed", 2, false, false, {-1}},    {"Closed", 2, true, false, {0, 1}},
+        {"doors", 2, false, false, {}},       {"", 2, false, false, {}},
+        {"Missing", 2, true, false, {}},
     };
     for (const auto& c : cases) {
+        NamesContext context;
+        context.Set("doors", QAnyValue(c.doors));
         set.SetEditMode(c.editMode);
-        const QPSCategoryPtr category = set.GetCategory(CString(c.name), &context);
-        ASSERT_EQ(category.Get() != nullptr, c.found) << c.name;
+        const QPSCategoryPtr category = set.GetCategory(CString(c.name), &context, c.alternative);
+        const std::string what = std::string(c.name) + " " + std::to_string(c.doors) + " " +
+                                 std::to_string(c.editMode) + std::to_string(c.alternative);
+        ASSERT_EQ(category.Get() != nullptr, !c.pages.empty()) << what;
         if (!category)
             continue;
         EXPECT_EQ(category->GetName().ToUtf8(), c.name);
-        EXPECT_TRUE(category->IsFriendly()) << c.name;
-        EXPECT_EQ(PageIndices(*category), c.pages) << c.name << " " << c.editMode;
+        EXPECT_TRUE(category->IsFriendly()) << what;
+        EXPECT_EQ(PageIndices(*category), c.pages) << what;
     }
-    set.SetEditMode(false);
-    EXPECT_EQ(PageIndices(*set.GetCategory(u"Doors", &context, true)), std::vector<int>{1});
 }
 
 // --- Class-wide clipboards --------------------------------------------------------------------
 
-// What the clipboard tests need of each class: a sample filled into an object whose context is
-// set, a change to it, and the context of the innermost definition it holds.
+// An object of the class under the context, given the sample's fields.
 template <class T>
-struct ClipboardSubject;
+T Under(QFormulaContext* context, const T& sample = T()) {
+    T object;
+    object.DoSetParentContextAlways(context);
+    object = sample;
+    return object;
+}
 
-template <>
-struct ClipboardSubject<QPropDef> {
-    static std::unique_ptr<QPropDef> Under(QFormulaContext* context) {
-        auto def = std::make_unique<QPropDef>();
-        def->DoSetParentContextAlways(context);
-        return def;
-    }
-    static void Fill(QPropDef& def) {
-        def = Def("Width", "How wide?");
-        def.SetAnswerWidth(3);
-    }
-    static void Change(QPropDef& def) { def.SetQuestion(u"Changed"); }
-    static const QFormulaContext* InnermostContext(const QPropDef& def) {
-        return def.ParentContext();
-    }
-};
-
-template <>
-struct ClipboardSubject<QPropDefTab> {
-    static std::unique_ptr<QPropDefTab> Under(QFormulaContext* context) {
-        return std::make_unique<QPropDefTab>(CString(), context);
-    }
-    static void Fill(QPropDefTab& tab) { tab = Tab("Sizes", {"Width", "Depth"}); }
-    static void Change(QPropDefTab& tab) { tab.GetAt(1)->SetQuestion(u"Changed"); }
-    static const QFormulaContext* InnermostContext(const QPropDefTab& tab) {
-        return tab.GetAt(0)->ParentContext();
-    }
-};
-
-template <>
-struct ClipboardSubject<QPropDefTabGroup> {
-    static std::unique_ptr<QPropDefTabGroup> Under(QFormulaContext* context) {
-        return std::make_unique<QPropDefTabGroup>(CString(), context);
-    }
-    static void Fill(QPropDefTabGroup& group) {
-        group = Group("Body", {Tab("Sizes", {"Width"}), Tab("Finish", {"Colour"})});
-    }
-    static void Change(QPropDefTabGroup& group) { group.RemoveAt(0); }
-    static const QFormulaContext* InnermostContext(const QPropDefTabGroup& group) {
-        return group.GetAt(0)->GetAt(0)->ParentContext();
-    }
-};
-
-template <class T>
-class QuestionClipboardTest : public testing::Test {};
-
-using ClipboardClasses = testing::Types<QPropDef, QPropDefTab, QPropDefTabGroup>;
-TYPED_TEST_SUITE(QuestionClipboardTest, ClipboardClasses);
-
-TYPED_TEST(QuestionClipboardTest, APasteGivesWhatWasCopiedUnderThePastingObjectsContext) {
-    using Subject = ClipboardSubject<TypeParam>;
+// The sample is copied from an object under one context, which then changes, and pasted twice
+// into objects under another: each paste is the sample, its definitions down to the innermost
+// (which `innermost` finds) under the pasting object's context. The clipboard keeps no context.
+template <class T, class Change, class Innermost>
+void CheckClipboard(const T& sample, Change change, Innermost innermost) {
     NamesContext copiedFrom("Source");
     NamesContext pastedInto("Target");
-    const auto source = Subject::Under(&copiedFrom);
-    Subject::Fill(*source);
-    source->CopyToClipboard();
-    Subject::Change(*source);
-
-    const auto expected = Subject::Under(nullptr);
-    Subject::Fill(*expected);
-    EXPECT_TRUE(TypeParam::Clipboard() == *expected) << "the clipboard holds a copy";
-    EXPECT_EQ(Subject::InnermostContext(TypeParam::Clipboard()), nullptr)
-        << "the clipboard keeps no context of the copied object";
-
+    T source = Under(&copiedFrom, sample);
+    source.CopyToClipboard();
+    change(source);
+    EXPECT_TRUE(T::Clipboard() == sample) << "the clipboard holds a copy";
+    EXPECT_EQ(innermost(T::Clipboard()), nullptr) << "the clipboard keeps no context";
     for (int paste = 0; paste < 2; ++paste) {
-        const auto target = Subject::Under(&pastedInto);
-        target->PasteFromClipboard();
-        EXPECT_TRUE(*target == *expected) << "paste " << paste;
-        EXPECT_FALSE(*target == *source) << "paste " << paste;
-        EXPECT_EQ(target->ParentContext(), &pastedInto);
-        EXPECT_EQ(Subject::InnermostContext(*target), &pastedInto);
+        T target = Under<T>(&pastedInto);
+        target.PasteFromClipboard();
+        EXPECT_TRUE(target == sample) << "paste " << paste;
+        EXPECT_FALSE(target == source) << "paste " << paste;
+        EXPECT_EQ(target.ParentContext(), &pastedInto);
+        EXPECT_EQ(innermost(target), &pastedInto);
     }
+}
+
+TEST(QuestionClipboard, APasteGivesWhatWasCopiedUnderThePastingObjectsContext) {
+    QPropDef width = Def("Width", "How wide?");
+    width.SetAnswerWidth(3);
+    CheckClipboard<QPropDef>(
+        width, [](QPropDef& def) { def.SetQuestion(u"Changed"); },
+        [](const QPropDef& def) { return def.ParentContext(); });
+    CheckClipboard<QPropDefTab>(
+        Tab("Sizes", {"Width", "Depth"}),
+        [](QPropDefTab& tab) { tab.GetAt(1)->SetQuestion(u"Changed"); },
+        [](const QPropDefTab& tab) { return tab.GetAt(0)->ParentContext(); });
+    CheckClipboard<QPropDefTabGroup>(
+        Group("Body", {Tab("Sizes", {"Width"}), Tab("Finish", {"Colour"})}),
+        [](QPropDefTabGroup& group) { group.RemoveAt(0); },
+        [](const QPropDefTabGroup& group) { return group.GetAt(0)->GetAt(0)->ParentContext(); });
 }
 
 // --- The current definitions of a context -----------------------------------------------------
@@ -223,13 +160,8 @@ public:
 };
 
 TEST(QFormulaContextQuestions, TheGroupAndTabAreTheCurrentOnesAndNullWhenTheStepBeforeIs) {
-    QPropDefTabGroupSet filled;
-    const QPropDefTabGroup first = Group("First", {Tab("A")});
-    const QPropDefTabGroup second = Group("Second", {Tab("B1"), Tab("B2")});
-    const QPropDefTabGroup empty = Group("Empty");
-    filled.Add(&first);
-    filled.Add(&second);
-    filled.Add(&empty);
+    QPropDefTabGroupSet filled =
+        Set({Group("First", {Tab("A")}), Group("Second", {Tab("B1"), Tab("B2")}), Group("Empty")});
     QPropDefTabGroupSet none;
     const struct {
         QPropDefTabGroupSet* set;
@@ -239,8 +171,8 @@ TEST(QFormulaContextQuestions, TheGroupAndTabAreTheCurrentOnesAndNullWhenTheStep
     } cases[] = {
         {nullptr, 0, 0, "(none)", "(none)"}, {&none, 0, 0, "(none)", "(none)"},
         {&filled, 0, 0, "First", "A"},       {&filled, 1, 1, "Second", "B2"},
-        {&filled, 1, 9, "Second", "B2"},     {&filled, 2, 0, "Empty", "(none)"},
-        {&filled, 7, 0, "Empty", "(none)"},
+        {&filled, 1, 9, "Second", "B2"},     {&filled, 1, -4, "Second", "B1"},
+        {&filled, 2, 0, "Empty", "(none)"},  {&filled, 7, 0, "Empty", "(none)"},
     };
     for (const auto& c : cases) {
         QuestionsContext context;
@@ -256,10 +188,6 @@ TEST(QFormulaContextQuestions, TheGroupAndTabAreTheCurrentOnesAndNullWhenTheStep
         EXPECT_EQ(NameOf(context.PropDefTabGroup()), c.group) << where;
         EXPECT_EQ(NameOf(context.PropDefTab()), c.tab) << where;
     }
-    NamesContext plain;
-    EXPECT_EQ(plain.PropDefTabGroupSet(), nullptr);
-    EXPECT_EQ(plain.PropDefTabGroup(), nullptr);
-    EXPECT_EQ(plain.PropDefTab(), nullptr);
 }
 
 } // namespace

@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <functional>
 #include <initializer_list>
+#include <iomanip>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -59,6 +60,27 @@ inline Bytes NewClassRecord(std::uint16_t schema, const std::string& name) {
         {{0xFF, 0xFF, static_cast<std::uint8_t>(schema), static_cast<std::uint8_t>(schema >> 8),
           static_cast<std::uint8_t>(name.size()), static_cast<std::uint8_t>(name.size() >> 8)},
          Bytes(name.begin(), name.end())});
+}
+
+// Archive bytes written as words: "text" (quoted as std::quoted reads it) a short wide string of
+// its ASCII text, #n a 32-bit number, and anything else one hex byte.
+inline Bytes ArchiveText(const std::string& text) {
+    Bytes bytes;
+    std::istringstream in(text);
+    while (in >> std::ws && !in.eof()) {
+        std::string word;
+        if (in.peek() == '"') {
+            in >> std::quoted(word);
+            const std::u16string wide(word.begin(), word.end());
+            bytes = Concat({bytes, WideString(wide)});
+        } else if (in >> word; word[0] == '#') {
+            bytes = Concat(
+                {bytes, LittleEndian32(static_cast<std::uint32_t>(std::stol(word.substr(1))))});
+        } else {
+            bytes.push_back(static_cast<std::uint8_t>(std::stoul(word, nullptr, 16)));
+        }
+    }
+    return bytes;
 }
 
 // What `write` stores, as bytes.

@@ -41,6 +41,14 @@ inline QPropDefTabGroupSet Set(std::initializer_list<QPropDefTabGroup> groups) {
     return set;
 }
 
+// An array of the texts, as values and names to substitute are given.
+inline QArray<CString> Strings(std::initializer_list<const char*> texts) {
+    QArray<CString> array;
+    for (const char* text : texts)
+        array.Add(CString(text));
+    return array;
+}
+
 // The names of the group's tabs, joined by commas.
 inline std::string TabNames(const QPropDefTabGroup& group) {
     std::string names;
