@@ -18,15 +18,21 @@
 
 namespace keel::tool {
 
-int RefuseWithoutJsonReader([[maybe_unused]] std::string_view command) {
+bool HasJsonReader() {
 #if KEEL_HAVE_JSON
-    return 0;
+    return true;
 #else
+    return false;
+#endif
+}
+
+int RefuseWithoutJsonReader(std::string_view command) {
+    if (HasJsonReader())
+        return 0;
     std::fprintf(stderr,
                  "keel %.*s: this keel was built without a JSON reader (nlohmann-json3-dev)\n",
                  static_cast<int>(command.size()), command.data());
     return 2;
-#endif
 }
 
 bool ReadJsonFile(const std::string& path, std::string& text, std::string& reason) {
@@ -86,11 +92,10 @@ std::string Shown(std::string_view piece) {
     return shown + (piece.size() > c_longest ? "...\"" : "\"");
 }
 
-// The shortest text that reads back as the same double.
 std::string Number(double value) {
-    char buffer[32];
-    const auto result = std::to_chars(buffer, buffer + sizeof buffer, value);
-    return std::string(buffer, result.ptr);
+    char digits[32];
+    std::snprintf(digits, sizeof digits, "%.10g", value);
+    return digits;
 }
 
 std::optional<double> ReadCoordinate(std::string_view text) {
@@ -127,34 +132,76 @@ struct Refusal {
     throw Refusal{std::move(message)};
 }
 
-// More values than this are refused while parsing, before the tree grows further.
+// More values than this are refused before the tree of values is made.
 constexpr long long c_mostJsonValues = 2000000;
 
-// The parsed text; nesting and the count of values are limited as the parser goes.
-Json Parse(std::string_view text) {
-    long long values = 0;
-    const Json::parser_callback_t limit = [&values](int depth, Json::parse_event_t event, Json&) {
-        const bool opens =
-            event == Json::parse_event_t::object_start || event == Json::parse_event_t::array_start;
-        if (opens && depth >= c_deepestJson)
-            Refuse("it nests arrays and objects deeper than " + std::to_string(c_deepestJson) +
-                   " levels");
-        if ((opens || event == Json::parse_event_t::value) && ++values > c_mostJsonValues)
-            Refuse("it holds more than " + std::to_string(c_mostJsonValues) + " values");
+// The reader's own words, without the tag of its exception, in printable ASCII.
+std::string ReasonOf(const Json::exception& failure) {
+    std::string_view reason = failure.what();
+    if (const std::size_t tag = reason.find("] "); reason.starts_with("[") && tag != reason.npos)
+        reason.remove_prefix(tag + 2);
+    std::string shown;
+    for (const char c : reason)
+        shown += (c >= ' ' && c <= '~') ? c : '?';
+    return shown;
+}
+
+// A first pass over the text that makes no values: it finds what the reader cannot read, nesting
+// too deep and too many values, before the tree of values is made in a second pass.
+class JsonLimits final : public nlohmann::json_sax<Json> {
+public:
+    const std::string& Message() const { return m_message; }
+
+    bool null() override { return Value(); }
+    bool boolean(bool) override { return Value(); }
+    bool number_integer(number_integer_t) override { return Value(); }
+    bool number_unsigned(number_unsigned_t) override { return Value(); }
+    bool number_float(number_float_t, const string_t&) override { return Value(); }
+    bool string(string_t&) override { return Value(); }
+    bool binary(binary_t&) override { return Value(); }
+    bool start_object(std::size_t) override { return Open(); }
+    bool key(string_t&) override { return true; }
+    bool end_object() override { return Close(); }
+    bool start_array(std::size_t) override { return Open(); }
+    bool end_array() override { return Close(); }
+    bool parse_error(std::size_t, const std::string&, const Json::exception& failure) override {
+        m_message = "it is not JSON: " + ReasonOf(failure);
+        return false;
+    }
+
+private:
+    bool Value() {
+        if (++m_values <= c_mostJsonValues)
+            return true;
+        m_message = "it holds more than " + std::to_string(c_mostJsonValues) + " values";
+        return false;
+    }
+    bool Open() {
+        if (++m_depth <= c_deepestJson)
+            return Value();
+        m_message =
+            "it nests arrays and objects deeper than " + std::to_string(c_deepestJson) + " levels";
+        return false;
+    }
+    bool Close() {
+        --m_depth;
         return true;
-    };
+    }
+
+    std::string m_message;
+    int m_depth = 0;
+    long long m_values = 0;
+};
+
+// The values of the text, within the limits.
+Json Parse(std::string_view text) {
+    JsonLimits limits;
+    if (!Json::sax_parse(text.begin(), text.end(), &limits))
+        Refuse(limits.Message());
     try {
-        return Json::parse(text.begin(), text.end(), limit);
+        return Json::parse(text.begin(), text.end());
     } catch (const Json::exception& failure) {
-        // The reader's own words, without the tag of its exception.
-        std::string_view reason = failure.what();
-        if (const std::size_t tag = reason.find("] ");
-            reason.starts_with("[") && tag != reason.npos)
-            reason.remove_prefix(tag + 2);
-        std::string shown;
-        for (const char c : reason)
-            shown += (c >= ' ' && c <= '~') ? c : '?';
-        Refuse("it is not JSON: " + shown);
+        Refuse("it is not JSON: " + ReasonOf(failure));
     }
 }
 
@@ -208,6 +255,8 @@ public:
 
     static std::string Article(const Json& value) {
         const std::string type = value.type_name();
+        if (type == "null")
+            return type;
         return (type == "object" || type == "array" ? "an " : "a ") + type;
     }
 
@@ -249,6 +298,16 @@ const Json* ListOf(const Fields& scene, const char* key) {
     return list;
 }
 
+// A text drawn or printed on one line: not too long, and no control characters in it.
+void CheckLine(const Fields& fields, const char* key, const std::string& text) {
+    if (text.size() > c_longestSceneText)
+        Refuse(fields.Item() + ": \"" + key + "\" is longer than " +
+               std::to_string(c_longestSceneText) + " bytes");
+    if (std::any_of(text.begin(), text.end(), [](char c) { return c >= 0 && c < ' '; }))
+        Refuse(fields.Item() + ": \"" + key +
+               "\" holds a tab, line break or other control character");
+}
+
 SceneText ReadText(const Fields& fields) {
     SceneText text;
     const std::string& at = fields.String("at");
@@ -257,9 +316,7 @@ SceneText ReadText(const Fields& fields) {
         Refuse(fields.Item() + ": \"at\" " + Shown(at) + " is not a point x,y in millimetres");
     text.at = *point;
     text.utf8 = fields.String("text");
-    if (text.utf8.size() > c_longestSceneText)
-        Refuse(fields.Item() + ": \"text\" is longer than " + std::to_string(c_longestSceneText) +
-               " bytes");
+    CheckLine(fields, "text", text.utf8);
     text.height = fields.Number("height");
     if (!(text.height > 0 && text.height <= c_tallestSceneText))
         Refuse(fields.Item() + ": \"height\" " + Number(text.height) +
@@ -289,17 +346,6 @@ Scene ReadSceneOf(const Json& root) {
     return read;
 }
 
-// A name goes on a line of its own between tabs: no control characters in it.
-void CheckName(const Fields& fields, const std::string& name) {
-    if (name.empty())
-        Refuse(fields.Item() + ": \"name\" is empty");
-    if (name.size() > c_longestSceneText)
-        Refuse(fields.Item() + ": \"name\" is longer than " + std::to_string(c_longestSceneText) +
-               " bytes");
-    if (std::any_of(name.begin(), name.end(), [](char c) { return c >= 0 && c < ' '; }))
-        Refuse(fields.Item() + ": \"name\" holds a tab, line break or other control character");
-}
-
 double ReadHeight(const Fields& fields, const char* key) {
     const double height = fields.Number(key);
     if (std::fabs(height) > c_mostPolyTextMillimetres)
@@ -319,7 +365,9 @@ std::vector<NamedSolid> ReadSolidsOf(const Json& root) {
         const std::string item = "solid " + std::to_string(i + 1);
         Fields fields(root[i], item, {"name", "points", "bottom", "top"});
         const std::string& name = fields.String("name");
-        CheckName(fields, name);
+        if (name.empty())
+            Refuse(item + ": \"name\" is empty");
+        CheckLine(fields, "name", name);
         fields.Rename(item + " (" + Shown(name) + ")");
         const QWorldPoly poly = budget.Read(fields);
         const double bottom = ReadHeight(fields, "bottom");

@@ -15,6 +15,8 @@
 
 namespace keel::tool {
 
+// Whether the program was built with its JSON reader.
+bool HasJsonReader();
 // 0 when the program reads JSON; otherwise says so on stderr for `command` and gives 2.
 int RefuseWithoutJsonReader(std::string_view command);
 
