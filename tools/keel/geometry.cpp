@@ -208,9 +208,9 @@ std::vector<Meeting> MeetingPairs(const std::vector<NamedSolid>& solids) {
     std::vector<Extent> extents;
     extents.reserve(solids.size());
     for (std::size_t i = 0; i < solids.size(); ++i) {
-        const QWorldPoly::Rect& plan = solids[i].solid.Poly().GetBounds();
-        extents.push_back({plan.left.GetRaw(), plan.right.GetRaw(), plan.top.GetRaw(),
-                           plan.bottom.GetRaw(), static_cast<int>(i)});
+        const auto box = solids[i].solid.GetBoundingBox();
+        extents.push_back({box.left.GetRaw(), box.right.GetRaw(), box.top.GetRaw(),
+                           box.bottom.GetRaw(), static_cast<int>(i)});
     }
     std::sort(extents.begin(), extents.end(), [](const Extent& a, const Extent& b) {
         return a.left != b.left ? a.left < b.left : a.index < b.index;
