@@ -255,12 +255,14 @@ int RenderToFile(const Scene& scene, const RenderOptions& options) {
     CString reason;
     try {
         drawn = DrawToFile(scene, options, temporary);
+        QCairoDC::ReleaseCaches();
         if (QFSFile::ReplaceWithWritten(temporary, target, reason)) {
             std::printf("%s: %s\n", options.out.c_str(), drawn.c_str());
             return 0;
         }
         reason = u"cannot write '" + CString::FromUtf8(options.out) + u"': " + reason;
     } catch (const std::exception& failure) {
+        QCairoDC::ReleaseCaches();
         reason = CString::FromUtf8(failure.what());
     }
     std::error_code ignored;
