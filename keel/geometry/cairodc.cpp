@@ -126,6 +126,10 @@ QCairoDC::~QCairoDC() {
     cairo_surface_destroy(m_surface);
 }
 
+void QCairoDC::ReleaseCaches() {
+    cairo_debug_reset_static_data();
+}
+
 void QCairoDC::WritePng(const CString& path) {
     if (cairo_surface_get_type(m_surface) != CAIRO_SURFACE_TYPE_IMAGE)
         Fail("Only an image is written as PNG");

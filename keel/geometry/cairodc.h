@@ -35,6 +35,10 @@ public:
 
     ~QCairoDC() override;
 
+    // Cairo keeps the fonts it has drawn with for the life of the process. A program that has
+    // destroyed its last context may let them go, so that nothing is left for a leak check.
+    static void ReleaseCaches();
+
     bool IsPrinting() const override { return m_printing; }
     // The image as a PNG file; only for an image.
     void WritePng(const CString& path);

@@ -42,11 +42,22 @@ protected:
     }
     void TearDown() override { std::filesystem::remove_all(m_home); }
 
-    // The home, the options and data folders of the test, and the C locale, for the shell.
+    // The home, the options and data folders of the test, the C locale and the fonts text is
+    // drawn with, for the shell.
     std::string Environment() const {
         return "HOME=" + ShellQuoted(m_home.string()) +
                " XDG_CONFIG_HOME=" + ShellQuoted((m_home / "config").string()) +
-               " XDG_DATA_HOME=" + ShellQuoted((m_home / "data").string()) + " LC_ALL=C";
+               " XDG_DATA_HOME=" + ShellQuoted((m_home / "data").string()) + " LC_ALL=C" +
+               " FONTCONFIG_FILE=" +
+               ShellQuoted(
+                   (std::filesystem::path(TestDataFolder()) / "render/fonts.conf").string());
+    }
+
+    // Whether the program was built with its JSON reader: without it, the commands that read
+    // JSON say so and give 2.
+    bool ProgramReadsJson() const {
+        const ProgramOutcome outcome = Run({"geometry", "collide", "nothing.json"});
+        return outcome.err.find("built without a JSON reader") == std::string::npos;
     }
 
     // `keel` with the given words; `input` is piped to its stdin. `shellSetup` goes ahead of the

@@ -29,6 +29,8 @@ namespace fs = std::filesystem;
 //                   "Try 'keel help'." and the exit status is 2
 //
 // In what the command writes, the path of the home folder reads "$HOME". "#" opens a comment line.
+// A file whose first line is "# needs: json" runs only when the program reads JSON, and one whose
+// first line is "# needs: no json" only when it does not; the other is skipped, saying why.
 // The cases of a file run in turn in one home, so that a case may make the files or options that
 // the next ones read.
 
@@ -145,6 +147,13 @@ protected:
 };
 
 TEST_P(ProgramCases, GiveWhatTheFileSays) {
+    const std::string firstLine = ReadText(CasesFolder() / (GetParam() + ".txt")).substr(0, 20);
+    for (const bool json : {true, false}) {
+        const std::string needs = json ? "# needs: json\n" : "# needs: no json\n";
+        if (firstLine.starts_with(needs) && ProgramReadsJson() != json)
+            GTEST_SKIP() << "the cases need a keel built " << (json ? "with" : "without")
+                         << " its JSON reader";
+    }
     const std::vector<ProgramCase> cases = ReadCases(GetParam());
     ASSERT_FALSE(cases.empty());
     for (const ProgramCase& c : cases) {

@@ -24,7 +24,7 @@ int RunEval(std::span<const std::string_view> args);
 int RunDoc(std::span<const std::string_view> args);
 // `keel export FILE`: the root's answers, from --set and --import, into a .tab or .xml file.
 int RunExport(std::span<const std::string_view> args);
-// `keel geometry classify`.
+// `keel geometry info|classify|offset|collide`.
 int RunGeometry(std::span<const std::string_view> args);
 // `keel help functions`: every built-in function with its argument words and counts.
 // `keel page convert`: a world point in page, logical, client and screen coordinates.
@@ -36,6 +36,8 @@ int RunQuestions(std::span<const std::string_view> args);
 // Prints the groups, tabs and questions of a question file, or one JSON object with `json`; 1
 // when the file cannot be read.
 int ShowQuestionFile(std::string_view path, bool json);
+// `keel render SCENE --out FILE`: a scene of JSON drawn on a page, to PNG, SVG or PDF.
+int RunRender(std::span<const std::string_view> args);
 int RunRepl(std::span<const std::string_view> args);
 int RunRun(std::span<const std::string_view> args);
 // `keel table show|check|lookup|convert`.

@@ -1,11 +1,14 @@
 #include "tools/keel/commands.h"
 #include "tools/keel/rootcontext.h"
+#include "tools/keel/scene.h"
 
 #include "keel/document/winapp.h"
 #include "keel/formula/evaluator.h"
+#include "keel/system/fsfile.h"
 #include "keel/values/anyvalue.h"
 #include "keel/values/stringunique.h"
 
+#include <array>
 #include <cstdio>
 #include <filesystem>
 #include <iterator>
@@ -187,12 +190,31 @@ void ShowTablePricedEstimate(std::string_view tablesFolder) {
     ShowEstimateLines(*root, lines, c_tableFormulaWidth);
 }
 
+// The plan of the kitchen drawn as `keel render` draws a scene, on the default page.
+int ShowPlan(std::string_view planFile, std::string_view imageFile) {
+    std::printf("\nThe plan of the kitchen, drawn from %.*s\n", static_cast<int>(planFile.size()),
+                planFile.data());
+    if (!HasJsonReader()) {
+        std::printf("  left out: this keel was built without a JSON reader\n");
+        return 0;
+    }
+    std::fflush(stdout);
+    QFSFile::CreateContainingFolderIfRequired(CString::FromUtf8(imageFile));
+    const std::array<std::string_view, 3> args = {planFile, "--out", imageFile};
+    if (const int status = RunRender(args))
+        return status;
+    std::printf("Open %.*s to see it.\n", static_cast<int>(imageFile.size()), imageFile.data());
+    return 0;
+}
+
 } // namespace
 
 int RunDemo(std::span<const std::string_view> args) {
     std::string_view wordsFile = "examples/estimating-words.txt";
     std::string_view tablesFolder = "examples/tables";
     std::string_view questionsFile = "examples/questions/kitchen.viq";
+    std::string_view planFile = "examples/kitchen/plan.json";
+    std::string_view imageFile = "build/kitchen.png";
     for (std::size_t i = 0; i < args.size(); i += 2) {
         if (i + 1 < args.size() && args[i] == "--words")
             wordsFile = args[i + 1];
@@ -200,9 +222,13 @@ int RunDemo(std::span<const std::string_view> args) {
             tablesFolder = args[i + 1];
         else if (i + 1 < args.size() && args[i] == "--questions")
             questionsFile = args[i + 1];
+        else if (i + 1 < args.size() && args[i] == "--plan")
+            planFile = args[i + 1];
+        else if (i + 1 < args.size() && args[i] == "--plan-out")
+            imageFile = args[i + 1];
         else
             return UsageError("demo", "usage: keel demo [--words FILE] [--tables FOLDER] "
-                                      "[--questions FILE]");
+                                      "[--questions FILE] [--plan FILE] [--plan-out FILE]");
     }
 
     ShowInterning();
@@ -221,7 +247,9 @@ int RunDemo(std::span<const std::string_view> args) {
                 "with its name, type, control kind, label, default and enable mode\n",
                 static_cast<int>(questionsFile.size()), questionsFile.data());
     std::fflush(stdout);
-    return ShowQuestionFile(questionsFile, false);
+    const int questions = ShowQuestionFile(questionsFile, false);
+    const int plan = ShowPlan(planFile, imageFile);
+    return questions ? questions : plan;
 }
 
 } // namespace keel::tool

@@ -1,14 +1,17 @@
 #include "tools/keel/commands.h"
 #include "tools/keel/output.h"
+#include "tools/keel/scene.h"
 
 #include "keel/geometry/classify.h"
 #include "keel/geometry/polytext.h"
 
+#include <algorithm>
 #include <charconv>
 #include <cmath>
 #include <cstdio>
 #include <optional>
 #include <string>
+#include <vector>
 
 namespace keel::tool {
 
@@ -16,7 +19,7 @@ namespace {
 
 constexpr std::string_view c_geometryUsage =
     "geometry takes: info POLYGON [--json] | classify POLYGON POLYGON | "
-    "offset POLYGON WIDTH [--json]";
+    "offset POLYGON WIDTH [--json] | collide FILE [--json]";
 
 const char* WordFor(CROSSTOUCHDISJOINT value) {
     switch (value) {
@@ -174,6 +177,111 @@ int RunClassify(std::span<const std::string_view> args) {
     return 0;
 }
 
+// Two solids of the file, by index, that are not disjoint.
+struct Meeting {
+    int first;
+    int second;
+    CROSSTOUCHDISJOINT how;
+};
+
+// A solid's plan bounds, for the sweep.
+struct Extent {
+    double left;
+    double right;
+    double low;
+    double high;
+    int index;
+};
+
+// Bounds apart by Eps or more on either axis: the plans are disjoint, as ClassifyPolygons finds
+// before it looks at an edge.
+bool PlansApart(const Extent& a, const Extent& b) {
+    using tolerance::Less;
+    return Less(a.right, b.left) || Less(b.right, a.left) || Less(a.high, b.low) ||
+           Less(b.high, a.low);
+}
+
+// Every pair that is not disjoint, ordered by the first index and then the second. The plans are
+// swept in the order of their left sides: a solid is compared only with those that begin before
+// it ends, so that solids far apart along x are never classified.
+std::vector<Meeting> MeetingPairs(const std::vector<NamedSolid>& solids) {
+    std::vector<Extent> extents;
+    extents.reserve(solids.size());
+    for (std::size_t i = 0; i < solids.size(); ++i) {
+        const auto box = solids[i].solid.GetBoundingBox();
+        extents.push_back({box.left.GetRaw(), box.right.GetRaw(), box.top.GetRaw(),
+                           box.bottom.GetRaw(), static_cast<int>(i)});
+    }
+    std::sort(extents.begin(), extents.end(), [](const Extent& a, const Extent& b) {
+        return a.left != b.left ? a.left < b.left : a.index < b.index;
+    });
+    std::vector<Meeting> meetings;
+    for (std::size_t a = 0; a < extents.size(); ++a) {
+        for (std::size_t b = a + 1;
+             b < extents.size() && !tolerance::Less(extents[a].right, extents[b].left); ++b) {
+            if (PlansApart(extents[a], extents[b]))
+                continue;
+            const int first = std::min(extents[a].index, extents[b].index);
+            const int second = std::max(extents[a].index, extents[b].index);
+            const CROSSTOUCHDISJOINT how = QWorldPolyWithHeightRange::CrossTouchDisjoint(
+                solids[first].solid, solids[second].solid);
+            if (how != DISJOINT)
+                meetings.push_back({first, second, how});
+        }
+    }
+    std::sort(meetings.begin(), meetings.end(), [](const Meeting& a, const Meeting& b) {
+        return a.first != b.first ? a.first < b.first : a.second < b.second;
+    });
+    return meetings;
+}
+
+void PrintMeetings(const std::vector<NamedSolid>& solids, const std::vector<Meeting>& meetings,
+                   bool json) {
+    if (!json) {
+        for (const Meeting& meeting : meetings)
+            std::printf("%s\t%s\t%s\n", solids[meeting.first].name.c_str(),
+                        solids[meeting.second].name.c_str(), WordFor(meeting.how));
+        return;
+    }
+    std::string out = "[";
+    for (std::size_t i = 0; i < meetings.size(); ++i) {
+        out += i ? ", {\"first\": " : "{\"first\": ";
+        AppendJsonString(out, solids[meetings[i].first].name);
+        out += ", \"second\": ";
+        AppendJsonString(out, solids[meetings[i].second].name);
+        out += ", \"classification\": \"" + std::string(WordFor(meetings[i].how)) + "\"}";
+    }
+    std::printf("%s]\n", out.c_str());
+}
+
+// `keel geometry collide FILE`: the pairs of solids of a JSON file that cross or touch.
+int RunCollide(std::span<const std::string_view> args) {
+    std::vector<std::string_view> rest;
+    bool json = false;
+    int status = 2;
+    if (!TakeJsonOption(args, rest, json, status))
+        return status;
+    if (rest.size() != 1)
+        return UsageError("geometry", "collide takes one JSON file of solids");
+    if (const int refused = RefuseWithoutJsonReader("geometry"))
+        return refused;
+    const std::string path(rest[0]);
+    std::string text;
+    std::string message;
+    std::vector<NamedSolid> solids;
+    if (!ReadJsonFile(path, text, message)) {
+        std::fprintf(stderr, "keel geometry: cannot read the solids '%s': %s\n", path.c_str(),
+                     message.c_str());
+        return 1;
+    }
+    if (!ReadSolids(text, solids, message)) {
+        std::fprintf(stderr, "keel geometry: %s: %s\n", path.c_str(), message.c_str());
+        return 1;
+    }
+    PrintMeetings(solids, MeetingPairs(solids), json);
+    return 0;
+}
+
 } // namespace
 
 int RunGeometry(std::span<const std::string_view> args) {
@@ -183,6 +291,8 @@ int RunGeometry(std::span<const std::string_view> args) {
         return RunClassify(args.subspan(1));
     if (!args.empty() && args.front() == "offset")
         return RunOffset(args.subspan(1));
+    if (!args.empty() && args.front() == "collide")
+        return RunCollide(args.subspan(1));
     return UsageError(c_geometryUsage);
 }
 

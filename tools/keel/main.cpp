@@ -128,13 +128,29 @@ Commands:
                                 each edge moved WIDTH mm to the left of its direction
                                 (inward for a counter-clockwise polygon), as polygon text;
                                 --json prints {"points": TEXT}
+  geometry collide FILE [--json]
+                                the pairs of solids of the JSON file FILE ([{"name",
+                                "points", "bottom", "top"}], in mm) that are not
+                                disjoint, each as NAME<tab>NAME<tab>cross or touch, in
+                                the order of the file; only cross is a collision;
+                                --json prints [{"first", "second", "classification"}]
   page convert --scale N --zoom Z --world X,Y [--page W,H] [--origin X,Y] [--json]
                                 one world point (mm) on a page of W by H mm (210,297) at
                                 1:N, shown at Z % in a window of 800 by 600 pixels whose
                                 client area is at X,Y on the screen (0,0): its page,
                                 logical (0.01 mm), client and screen coordinates
-  demo [--words FILE] [--tables FOLDER] [--questions FILE]
-                                a short tour of what the library does so far
+  render SCENE --out FILE [--scale N] [--zoom Z] [--page WxH] [--dpi D]
+                                draw the JSON scene SCENE ({"polygons": [{"points",
+                                "fill", "stroke"}], "texts": [{"at", "text",
+                                "height"}]}, world mm) on a page of W by H mm (297x210)
+                                at 1:N (the page's default scale) to FILE: PNG or SVG
+                                of the page at Z % (100) and D dots an inch (96), or a
+                                PDF page of that size; FILE is replaced only once the
+                                whole drawing is written
+  demo [--words FILE] [--tables FOLDER] [--questions FILE] [--plan FILE]
+       [--plan-out FILE]
+                                a short tour of what the library does so far, ending
+                                with the plan of a kitchen drawn to build/kitchen.png
 
 Exit status: 0 done; 1 failed (for eval, repl and run: a formula failed or gave an
 error value); 2 bad usage. Messages that wait for the user are shown on stderr when
@@ -205,6 +221,8 @@ int Dispatch(std::string_view command, std::span<const std::string_view> rest) {
         return RunGeometry(rest);
     if (command == "page")
         return RunPage(rest);
+    if (command == "render")
+        return RunRender(rest);
     return UsageError("unknown command '" + std::string(command) + "'");
 }
 

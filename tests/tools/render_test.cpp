@@ -1,0 +1,191 @@
+#include "tests/support/pagescene.h"
+#include "tests/support/program.h"
+
+#include <cmath>
+#include <cstdint>
+#include <gtest/gtest.h>
+#include <string>
+#include <vector>
+
+namespace keel::test {
+namespace {
+
+// What `keel render` writes, read back: the image's size and pixels, the SVG's path coordinates
+// and the PDF's page, each against the chain of spaces worked out here from millimetres and dots
+// an inch.
+
+// A red square with a black outline, a blue triangle and a line of text, in world millimetres.
+constexpr const char* c_scene = R"({
+  "polygons": [
+    {"points": "0,0 3000,0 3000,2000 0,2000", "fill": "#ff0000", "stroke": "#000000"},
+    {"points": "4000,1000 8000,1000 6000,5000", "fill": "#0000ff"}],
+  "texts": [{"at": "500,5500", "text": "Kitchen", "height": 400}]})";
+
+constexpr std::uint32_t c_red = 0xFF0000;
+constexpr std::uint32_t c_blue = 0x0000FF;
+constexpr std::uint32_t c_white = 0xFFFFFF;
+constexpr std::uint32_t c_black = 0x000000;
+
+// A page, its scale, zoom and resolution, and where a world point falls on the image: pixels
+// from the left, and from the top of a page whose world y runs upward.
+struct PageCase {
+    double width;
+    double height;
+    int scale;
+    int zoom;
+    int dpi;
+
+    double PixelsAMillimetre() const { return dpi / 25.4 * zoom / 100; }
+    double X(double worldX) const { return worldX / scale * PixelsAMillimetre(); }
+    double Y(double worldY) const { return (height - worldY / scale) * PixelsAMillimetre(); }
+    std::vector<std::string> Options() const {
+        return {"--page",  Number(width) + "x" + Number(height),
+                "--scale", std::to_string(scale),
+                "--zoom",  std::to_string(zoom),
+                "--dpi",   std::to_string(dpi)};
+    }
+    static std::string Number(double value) {
+        char text[32];
+        std::snprintf(text, sizeof text, "%g", value);
+        return text;
+    }
+};
+
+// Each page holds the whole scene.
+const PageCase c_pages[] = {
+    {297, 210, 30, 100, 96}, {297, 210, 30, 100, 192}, {297, 210, 60, 50, 96},
+    {210, 297, 40, 150, 72}, {420, 297, 40, 100, 150}, {120, 90, 70, 200, 300},
+};
+
+class RenderProgram : public KeelProgramTest {
+protected:
+    void SetUp() override {
+        KeelProgramTest::SetUp();
+        if (!ProgramReadsJson())
+            GTEST_SKIP() << "this keel was built without a JSON reader";
+        m_scene = FileOfTest("scene.json", c_scene);
+    }
+
+    // Renders the scene to `name` in the test's home with the options; the path of the file.
+    std::string Render(const std::string& name, const std::vector<std::string>& options) {
+        std::vector<std::string> words = {"render", m_scene, "--out", (m_home / name).string()};
+        words.insert(words.end(), options.begin(), options.end());
+        const ProgramOutcome outcome = Run(words);
+        EXPECT_EQ(outcome.status, 0) << outcome.err;
+        EXPECT_EQ(outcome.err, "");
+        return (m_home / name).string();
+    }
+
+    std::string m_scene;
+};
+
+// The pixel at a place worked out in doubles; a place off the image fails the test.
+std::uint32_t PixelAt(const PngImage& image, double x, double y) {
+    const long px = std::lround(x);
+    const long py = std::lround(y);
+    if (px < 0 || py < 0 || px >= image.Width() || py >= image.Height()) {
+        ADD_FAILURE() << "(" << px << ", " << py << ") is off the image";
+        return 0xFFFFFFFF;
+    }
+    return image.Pixel(static_cast<int>(px), static_cast<int>(py));
+}
+
+// Whether the pixel is `colour` somewhere within a pixel either way of (x, y): a place worked
+// out in doubles may round to the next pixel.
+bool NearPixel(const PngImage& image, double x, double y, std::uint32_t colour) {
+    for (int dy = -1; dy <= 1; ++dy)
+        for (int dx = -1; dx <= 1; ++dx) {
+            const int px = static_cast<int>(std::lround(x)) + dx;
+            const int py = static_cast<int>(std::lround(y)) + dy;
+            if (px >= 0 && py >= 0 && px < image.Width() && py < image.Height() &&
+                image.Pixel(px, py) == colour)
+                return true;
+        }
+    return false;
+}
+
+TEST_F(RenderProgram, PngSizeAndPixelsFollowThePageScaleZoomAndResolution) {
+    for (const PageCase& page : c_pages) {
+        SCOPED_TRACE(testing::Message() << page.width << "x" << page.height << " 1:" << page.scale
+                                        << " zoom " << page.zoom << " " << page.dpi << " dpi");
+        const PngImage image(Render("page.png", page.Options()));
+        ASSERT_TRUE(image.IsRead());
+        EXPECT_NEAR(image.Width(), page.width * page.PixelsAMillimetre(), 1.0);
+        EXPECT_NEAR(image.Height(), page.height * page.PixelsAMillimetre(), 1.0);
+        // Inside each shape, far from the edges, and outside both.
+        EXPECT_EQ(PixelAt(image, page.X(1500), page.Y(1000)), c_red);
+        EXPECT_EQ(PixelAt(image, page.X(6000), page.Y(2000)), c_blue);
+        EXPECT_EQ(PixelAt(image, page.X(3500), page.Y(3500)), c_white);
+        // The square's outline is black along its top edge; the triangle's follows its fill.
+        EXPECT_TRUE(NearPixel(image, page.X(1500), page.Y(2000), c_black));
+        EXPECT_FALSE(NearPixel(image, page.X(6000), page.Y(1000), c_black));
+    }
+}
+
+// The text hangs from its point: dark pixels below it within the height, none above.
+TEST_F(RenderProgram, TextHangsFromItsPointAtItsHeight) {
+    const PageCase page = c_pages[0];
+    const PngImage image(Render("text.png", page.Options()));
+    ASSERT_TRUE(image.IsRead());
+    const auto darkIn = [&](double top, double bottom) {
+        int dark = 0;
+        for (int y = std::lround(top); y < std::lround(bottom); ++y)
+            for (int x = std::lround(page.X(500)); x < std::lround(page.X(2500)); ++x)
+                dark += image.Pixel(x, y) == c_black;
+        return dark;
+    };
+    EXPECT_GT(darkIn(page.Y(5500), page.Y(5100)), 20);
+    EXPECT_EQ(darkIn(page.Y(5500) - 40, page.Y(5500) - 2), 0);
+    EXPECT_EQ(darkIn(page.Y(5100) + 2, page.Y(5100) + 40), 0);
+}
+
+TEST_F(RenderProgram, SvgPathsRunThroughTheMappedPixelCentres) {
+    for (const PageCase& page : {c_pages[0], c_pages[5]}) {
+        SCOPED_TRACE(page.dpi);
+        const auto paths = SvgPathNumbers(Render("page.svg", page.Options()));
+        ASSERT_TRUE(paths.has_value());
+        ASSERT_GE(paths->size(), 2u);
+        const std::vector<double> square = {page.X(0),    page.Y(0),    page.X(3000), page.Y(0),
+                                            page.X(3000), page.Y(2000), page.X(0),    page.Y(2000)};
+        const std::vector<double>& first = paths->front();
+        ASSERT_GE(first.size(), square.size());
+        for (std::size_t i = 0; i < square.size(); ++i)
+            EXPECT_NEAR(first[i], square[i] + 0.5, 1.0) << "number " << i;
+        const double apexX = page.X(6000) + 0.5;
+        const double apexY = page.Y(5000) + 0.5;
+        EXPECT_TRUE(std::any_of(paths->begin(), paths->end(), [&](const auto& path) {
+            return path.size() >= 6 && std::fabs(path[4] - apexX) <= 1 &&
+                   std::fabs(path[5] - apexY) <= 1;
+        })) << "the triangle's apex";
+    }
+}
+
+TEST_F(RenderProgram, PdfPageHasThePageSizeWhateverTheZoom) {
+    for (const PageCase& page : c_pages) {
+        SCOPED_TRACE(testing::Message() << page.width << "x" << page.height);
+        const auto box = PdfMediaBox(Render("page.pdf", page.Options()));
+        ASSERT_TRUE(box.has_value());
+        EXPECT_NEAR((*box)[2] - (*box)[0], page.width / 25.4 * 72, 0.01);
+        EXPECT_NEAR((*box)[3] - (*box)[1], page.height / 25.4 * 72, 0.01);
+    }
+}
+
+// The plan of the demo draws: its walls, floor and units in their colours where the plan puts
+// them.
+TEST_F(RenderProgram, KitchenPlanShowsItsWallsFloorAndUnits) {
+    const PageCase page = {297, 210, 30, 100, 96};
+    const std::string plan =
+        (std::filesystem::path(TestDataFolder()) / "../../examples/kitchen/plan.json").string();
+    const std::string out = (m_home / "kitchen.png").string();
+    const ProgramOutcome outcome = Run({"render", plan, "--out", out});
+    ASSERT_EQ(outcome.status, 0) << outcome.err;
+    const PngImage image(out);
+    ASSERT_TRUE(image.IsRead());
+    EXPECT_EQ(PixelAt(image, page.X(1750), page.Y(3000)), 0x5A5A5Au) << "the left wall";
+    EXPECT_EQ(PixelAt(image, page.X(4500), page.Y(1800)), 0xF4EFE6u) << "the floor";
+    EXPECT_EQ(PixelAt(image, page.X(2100), page.Y(3300)), 0xD9BF94u) << "a unit on the left wall";
+    EXPECT_EQ(PixelAt(image, page.X(6050), page.Y(950)), c_white) << "the door's gap in the wall";
+}
+
+} // namespace
+} // namespace keel::test
