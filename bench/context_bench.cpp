@@ -11,6 +11,7 @@
 #include "keel/formula/formulacontext.h"
 #include "keel/formula/toplevelcontext.h"
 #include "keel/questions/properties.h"
+#include "keel/questions/propertyhandle.h"
 
 #include <benchmark/benchmark.h>
 #include <chrono>
@@ -262,6 +263,39 @@ void UpToDateReadOurs(benchmark::State& state) {
     state.SetItemsProcessed(state.iterations());
 }
 
+// The same property through a handle resolved once: the value is read in place, without a copy,
+// as muparser hands back its double.
+void UpToDateHandleOurs(benchmark::State& state) {
+    BenchRoot root;
+    BenchScope model(&root, u"Model");
+    model.SetPropertyValue(Name("a"), QAnyValue(21));
+    model.SetPropertyFormula(Name("b"), Formula("a*2"));
+    QPropertyHandle b(model, Name("b"));
+    if (QAnyValue(b.Value()).MakeInt() != 42)
+        state.SkipWithError("the property has the wrong value");
+    for (auto _ : state)
+        benchmark::DoNotOptimize(&b.Value());
+    state.SetItemsProcessed(state.iterations());
+}
+
+// The handle's read into a value of the caller's, as GetPropertyValue gives it: with the copy.
+void UpToDateHandleCopyOurs(benchmark::State& state) {
+    BenchRoot root;
+    BenchScope model(&root, u"Model");
+    model.SetPropertyValue(Name("a"), QAnyValue(21));
+    model.SetPropertyFormula(Name("b"), Formula("a*2"));
+    QPropertyHandle b(model, Name("b"));
+    QAnyValue value;
+    bool error = false;
+    for (auto _ : state) {
+        b.Read(value, error);
+        benchmark::DoNotOptimize(value);
+    }
+    if (value.MakeInt() != 42)
+        state.SkipWithError("the property has the wrong value");
+    state.SetItemsProcessed(state.iterations());
+}
+
 // The same property read through its name, as a formula reads it: the context's value cache.
 void UpToDateLookupOurs(benchmark::State& state) {
     BenchRoot root;
@@ -353,6 +387,8 @@ void LookupThreeLevelsUp(benchmark::State& state, bool useCache) {
 }
 
 BENCHMARK(UpToDateReadOurs)->Name("UpToDateRead/keel");
+BENCHMARK(UpToDateHandleOurs)->Name("UpToDateRead/keel-handle");
+BENCHMARK(UpToDateHandleCopyOurs)->Name("UpToDateRead/keel-handle-copy");
 BENCHMARK(UpToDateLookupOurs)->Name("UpToDateRead/keel-by-name");
 BENCHMARK(UpToDateReadMuparser)->Name("UpToDateRead/muparser");
 // A tree of 100 000 takes a while to build: fixed counts of iterations build each tree once.
@@ -418,6 +454,10 @@ public:
                    "UpToDateRead/muparser");
         PrintRatio("the same by name / muparser \"a*2\"", "UpToDateRead/keel-by-name",
                    "UpToDateRead/muparser");
+        PrintRatio("the same through a handle / muparser \"a*2\"", "UpToDateRead/keel-handle",
+                   "UpToDateRead/muparser");
+        PrintRatio("the same through a handle, copied out / muparser \"a*2\"",
+                   "UpToDateRead/keel-handle-copy", "UpToDateRead/muparser");
         const std::string edits = "/iterations:" + std::to_string(c_edits) + "/manual_time";
         const std::string small = "/" + std::to_string(c_smallTree) + edits;
         const std::string large = "/" + std::to_string(c_largeTree) + edits;

@@ -4,6 +4,7 @@
 #include "keel/document/errorlog.h"
 #include "keel/document/translate.h"
 #include "keel/formula/evaluator.h"
+#include "keel/formula/treeshape.h"
 #include "keel/questions/propdeftabgroupset.h"
 #include "keel/questions/properties.h"
 
@@ -113,7 +114,9 @@ QFormulaContext::QFormulaContext()
 
 QFormulaContext::QFormulaContext(const QFormulaContext&) : QFormulaContext() {}
 
-QFormulaContext::~QFormulaContext() = default;
+QFormulaContext::~QFormulaContext() {
+    QTreeShape::Changed();
+}
 
 void QFormulaContext::DeleteThis() {
     m_bIsDestructing = true;
@@ -735,6 +738,7 @@ void QFormulaContext::ForgetEverythingIKnowInThisAndParents() {
 // --- Parent -----------------------------------------------------------------------------------
 
 void QFormulaContext::DoSetParentContext(QFormulaContext* context) {
+    QTreeShape::Changed();
     if (m_bCanBeShared || !context)
         DoSetParentContextAlwaysNull();
     else
