@@ -147,17 +147,6 @@ TEST_F(PropertyHandleTest, ReadsWhatTheGetterReadsAfterEveryKindOfChange) {
     }
 }
 
-TEST_F(PropertyHandleTest, FollowsEachChangeOfWhatItReads) {
-    Tree tree;
-    tree.box.SetPropertyFormula(c_key, FormulaText("base * 2"));
-    QPropertyHandle handle(tree.box, c_key);
-    for (const int base : {3, 4, 4, 5}) {
-        tree.first.SetPropertyValue(c_base, QAnyValue(base));
-        EXPECT_TRUE(handle.Value() == QAnyValue(base * 2));
-        EXPECT_TRUE(handle.Value() == QAnyValue(base * 2));
-    }
-}
-
 TEST_F(PropertyHandleTest, AHandleToNothingOrToAContextWithoutAnswersFindsNothing) {
     struct Bare : QFormulaContext {
         CString SimpleTypeName() const override { return u"Bare"; }
