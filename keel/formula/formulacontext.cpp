@@ -4,11 +4,13 @@
 #include "keel/document/errorlog.h"
 #include "keel/document/translate.h"
 #include "keel/formula/evaluator.h"
+#include "keel/formula/treeshape.h"
 #include "keel/questions/propdeftabgroupset.h"
 #include "keel/questions/properties.h"
 
 #include <memory>
 #include <utility>
+#include <vector>
 
 namespace keel {
 
@@ -74,6 +76,30 @@ void PrepareCache(Cache& cache) {
     cache.InitHashTable(c_cacheBuckets, false);
 }
 
+// A cache keeps its buckets until it holds as many values as it has buckets; then it takes
+// twice as many and enters its values again, so that a context of very many properties finds
+// each of them in one probe, as a context of few does.
+template <class Key>
+void GrowIfFull(QMap<Key, QAnyValue>& cache) {
+    const unsigned buckets = cache.GetHashTableSize();
+    if (static_cast<unsigned>(cache.GetCount()) < buckets)
+        return;
+    std::vector<std::pair<Key, QAnyValue>> entries;
+    entries.reserve(static_cast<std::size_t>(cache.GetCount()));
+    for (auto& pair : cache)
+        entries.emplace_back(pair.key, std::move(pair.value));
+    cache.RemoveAll();
+    cache.InitHashTable(2 * buckets + 1, false);
+    for (auto& [key, value] : entries)
+        cache[key] = std::move(value);
+}
+
+template <class Key>
+void Remember(QMap<Key, QAnyValue>& cache, const Key& key, const QAnyValue& value) {
+    GrowIfFull(cache);
+    cache.SetAt(key, value);
+}
+
 } // namespace
 
 // --- Construction -----------------------------------------------------------------------------
@@ -88,7 +114,9 @@ QFormulaContext::QFormulaContext()
 
 QFormulaContext::QFormulaContext(const QFormulaContext&) : QFormulaContext() {}
 
-QFormulaContext::~QFormulaContext() = default;
+QFormulaContext::~QFormulaContext() {
+    QTreeShape::Changed();
+}
 
 void QFormulaContext::DeleteThis() {
     m_bIsDestructing = true;
@@ -710,6 +738,7 @@ void QFormulaContext::ForgetEverythingIKnowInThisAndParents() {
 // --- Parent -----------------------------------------------------------------------------------
 
 void QFormulaContext::DoSetParentContext(QFormulaContext* context) {
+    QTreeShape::Changed();
     if (m_bCanBeShared || !context)
         DoSetParentContextAlwaysNull();
     else
@@ -754,15 +783,15 @@ void QFormulaContext::RememberThisFormulaValueForNextTime(const QAnyValue& value
         return;
     switch (state) {
     case QCS_Stable:
-        m_formulaValueCache.SetAt({formula, 0}, value);
+        Remember(m_formulaValueCache, {formula, 0}, value);
         break;
     case QCS_BySeq:
-        m_formulaValueCache.SetAt({formula, SeqForValueCache()}, value);
+        Remember(m_formulaValueCache, {formula, SeqForValueCache()}, value);
         break;
     case QCS_ByAcceptor:
         if (const void* acceptor = AcceptorForValueCache())
-            m_formulaValueCache.SetAt({formula, KeyWithAcceptor(SeqForValueCache(), acceptor)},
-                                      value);
+            Remember(m_formulaValueCache, {formula, KeyWithAcceptor(SeqForValueCache(), acceptor)},
+                     value);
         break;
     case QCS_NotCacheable:
         break;
@@ -782,7 +811,7 @@ bool QFormulaContext::HeresAPropIdValueIPreparedEarlier(QAnyValue& out, const Pr
 void QFormulaContext::RememberThisPropIdValueForNextTime(const QAnyValue& value,
                                                          const PropId& name) {
     if (!CanBeSharedOrIsDestructing())
-        m_propIdValueCache.SetAt({name, SeqForValueCache()}, value);
+        Remember(m_propIdValueCache, {name, SeqForValueCache()}, value);
 }
 
 void QFormulaContext::ForgetThisPropIdValueForNextTime(const PropId& name) {
@@ -797,7 +826,7 @@ bool QFormulaContext::HeresAFullIdValueIPreparedEarlier(QAnyValue& out, const Fu
 void QFormulaContext::RememberThisFullIdValueForNextTime(const QAnyValue& value,
                                                          const FullId& name) {
     if (!CanBeSharedOrIsDestructing())
-        m_fullIdValueCache.SetAt({name, SeqForValueCache()}, value);
+        Remember(m_fullIdValueCache, {name, SeqForValueCache()}, value);
 }
 
 void QFormulaContext::ForgetThisFullIdValueForNextTime(const FullId& name) {

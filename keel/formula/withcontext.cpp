@@ -2,6 +2,7 @@
 
 #include "keel/formula/deferredeval.h"
 #include "keel/formula/formulacontext.h"
+#include "keel/formula/treeshape.h"
 
 #include <utility>
 
@@ -92,16 +93,19 @@ const QFormulaContext* QWithContextVirtual::ParentContext() const {
 }
 
 void QWithContextVirtual::DoSetParentContext(QFormulaContext* context) {
-    if (context)
-        DoSetParentContextAlways(context);
-    else
+    if (!context) {
         DoSetParentContextAlwaysNull();
+        return;
+    }
+    QTreeShape::Changed();
+    DoSetParentContextAlways(context);
 }
 
 void QWithContextVirtual::DoSetParentContextAlways(QFormulaContext*) {}
 
 // Nothing may be evaluated while the object is detached.
 void QWithContextVirtual::DoSetParentContextAlwaysNull() {
+    QTreeShape::Changed();
     QDeferEnsureUpToDateEvaluation deferred;
     DoSetParentContextAlways(nullptr);
 }
@@ -150,14 +154,19 @@ QWithContextConcrete::QWithContextConcrete(const QWithContextConcrete& other,
     : QWithContextOperations(other), m_pParentContext(parent) {}
 
 void QWithContextConcrete::DoSetParentContext(QFormulaContext* context) {
-    if (context)
-        DoSetParentContextAlways(context);
-    else
+    if (!context) {
         DoSetParentContextAlwaysNull();
+        return;
+    }
+    if (m_pParentContext && context != m_pParentContext)
+        QTreeShape::Changed();
+    DoSetParentContextAlways(context);
 }
 
 // Nothing may be evaluated while the object is detached.
 void QWithContextConcrete::DoSetParentContextAlwaysNull() {
+    if (m_pParentContext)
+        QTreeShape::Changed();
     QDeferEnsureUpToDateEvaluation deferred;
     m_pParentContext = nullptr;
 }

@@ -9,6 +9,7 @@
 #include "keel/exchange/importformatlevel.h"
 #include "keel/formula/formulacontext.h"
 #include "keel/formula/tokeniser.h"
+#include "keel/formula/treeshape.h"
 #include "keel/platform/regex.h"
 #include "keel/platform/registry.h"
 #include "keel/platform/schema.h"
@@ -224,11 +225,24 @@ QProperties::QProperties(const QProperties& other, QFormulaContext* parentContex
     CopyPropertiesOf(other);
 }
 
+QProperties::~QProperties() {
+    if (m_link)
+        m_link->bag = nullptr;
+    QTreeShape::Changed();
+}
+
+const std::shared_ptr<QPropertiesLink>& QProperties::Link() const {
+    if (!m_link)
+        m_link = std::make_shared<QPropertiesLink>(QPropertiesLink{this});
+    return m_link;
+}
+
 QProperties& QProperties::operator=(const QProperties& other) {
     if (this == &other)
         return *this;
     NotifyParentOfPreChange();
     m_properties.RemoveAll();
+    QTreeShape::Changed();
     CopyPropertiesOf(other);
     NotifyParentOfChanged();
     return *this;
@@ -544,6 +558,7 @@ void QProperties::ReplaceAt(int index, PropId key, const QAnyValue& value, Formu
             new QProp(key, QWithFormula<QAnyValue>(m_pParentContext, value, formula)));
         prop->DoSetParentContext(m_pParentContext);
         m_properties[index] = prop;
+        QTreeShape::Changed();
         if (!m_bMapIsStale)
             m_map[key] = index;
     }
@@ -553,6 +568,7 @@ void QProperties::ReplaceAt(int index, PropId key, const QAnyValue& value, Formu
 void QProperties::RemoveAtIndexQuietly(int index) {
     m_properties.RemoveAt(index);
     m_bMapIsStale = true;
+    QTreeShape::Changed();
 }
 
 void QProperties::NotifyParentOfPreChange() {
@@ -573,6 +589,7 @@ void QProperties::RemoveAllProperties() {
     NotifyParentOfPreChange();
     m_properties.RemoveAll();
     m_bMapIsStale = true;
+    QTreeShape::Changed();
     NotifyParentOfChanged();
 }
 
@@ -925,6 +942,7 @@ void QProperties::Serialize(CArchive& archive) {
     if (count > static_cast<std::uint64_t>(INT_MAX))
         ThrowArchiveException(CArchiveException::genericException, archive.GetFileName());
     m_properties.RemoveAll();
+    QTreeShape::Changed();
     for (std::uint64_t i = 0; i < count; ++i) {
         QSmartPtr<QProp> prop(new QProp);
         archive >> *prop;

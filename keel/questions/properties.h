@@ -13,11 +13,14 @@
 
 #include <cstdint>
 #include <functional>
+#include <memory>
 
 namespace keel {
 
 class QFormulaContext;
 class QPropDefTabGroupSet;
+class QProperties;
+class QPropertyHandle;
 
 // A string answer written before schema 109 held its formula as text after a leading ":" or
 // "=": the rest goes through the token stream and comes back as the text the tokens span, with
@@ -130,6 +133,11 @@ enum QMergeResolutionStrategy {
     MERGE_KEEP_EXISTING = 2, // only keys that the destination lacks are added
 };
 
+// What a property handle keeps of a bag: the bag while it lives, null once it is destroyed.
+struct QPropertiesLink {
+    const QProperties* bag;
+};
+
 // The answers of a formula context, in insertion order, found by key through a hash map that is
 // rebuilt lazily after a removal. They are written into the level of their owner, one attribute
 // an answer.
@@ -149,7 +157,8 @@ public:
     // Deep copies between the parent context's change notices; the copies live under this
     // bag's context.
     QProperties& operator=(const QProperties& other);
-    ~QProperties() override = default;
+    // Tells the handles to its answers that it is gone.
+    ~QProperties() override;
 
     QFormulaContext* ParentContext() const { return m_pParentContext; }
     QPropertyComparator* PropertyComparator() const { return m_pPropertyComparator; }
@@ -286,7 +295,11 @@ public:
     static inline CString c_WhoAmIContext;
 
 private:
+    friend class QPropertyHandle;
     using PropertyArray = QSmartPtrArray<QProp>;
+
+    // Made on the first call; shared by the handles to this bag's answers.
+    const std::shared_ptr<QPropertiesLink>& Link() const;
 
     bool IsValidIndex(int index) const { return index >= 0 && index < PropertyCount(); }
     const QProp* PropertyOf(PropId key) const;
@@ -311,6 +324,7 @@ private:
     mutable bool m_bMapIsStale = false;
     QFormulaContext* m_pParentContext;
     mutable QPropertyComparator* m_pPropertyComparator = nullptr;
+    mutable std::shared_ptr<QPropertiesLink> m_link;
 
     static inline bool c_bCatalogCleanupOptionsRead = false;
     // The bag that an import is filling, while it does.

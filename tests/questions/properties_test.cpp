@@ -27,6 +27,7 @@
 namespace keel {
 namespace {
 
+using test::AnswerContext;
 using test::AnswerDocument;
 using test::Bytes;
 using test::Concat;
@@ -37,25 +38,6 @@ using Keys = std::vector<std::string>;
 using Notices = std::vector<std::string>;
 
 // --- Contexts that own answers -----------------------------------------------------------------
-
-// A context whose answers are a QProperties of its own.
-class AnswerContext : public QFormulaContext {
-public:
-    explicit AnswerContext(const char* type = "Box") : m_type(type) {}
-
-    CString SimpleTypeName() const override { return m_type; }
-    QProperties* Properties() const override { return &m_answers; }
-    QFormulaContext* ParentContext() override { return m_parent; }
-    const QFormulaContext* ParentContext() const override { return m_parent; }
-    void DoSetParentContextAlways(QFormulaContext* parent) override { m_parent = parent; }
-
-    QProperties& Answers() { return m_answers; }
-
-private:
-    CString m_type;
-    QFormulaContext* m_parent = nullptr;
-    mutable QProperties m_answers{this};
-};
 
 // The root of a tree that writes down every notice it hears and counts on once per change.
 class RecordingRoot : public AnswerContext {

@@ -30,4 +30,23 @@ private:
     mutable QProperties m_answers{this};
 };
 
+// A context under any parent whose answers are a QProperties of its own.
+class AnswerContext : public QFormulaContext {
+public:
+    explicit AnswerContext(const char* type = "Box") : m_type(type) {}
+
+    CString SimpleTypeName() const override { return m_type; }
+    QProperties* Properties() const override { return &m_answers; }
+    QFormulaContext* ParentContext() override { return m_parent; }
+    const QFormulaContext* ParentContext() const override { return m_parent; }
+    void DoSetParentContextAlways(QFormulaContext* parent) override { m_parent = parent; }
+
+    QProperties& Answers() { return m_answers; }
+
+private:
+    CString m_type;
+    QFormulaContext* m_parent = nullptr;
+    mutable QProperties m_answers{this};
+};
+
 } // namespace keel::test
