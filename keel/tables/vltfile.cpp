@@ -377,7 +377,6 @@ QLookupTableData::ReadStep QLookupTableData::ReadRowLines(bool lazy, bool repair
     if (lazy)
         m_pendingRowText.SetSize(m_nRows);
     CString line;
-    CString token;
     for (int row = 0; row < m_nRows; ++row) {
         if (!m_file.ReadString(line) || IsBlankLine(line)) {
             if (repairCounts && forcedRows == -1) {
@@ -387,14 +386,18 @@ QLookupTableData::ReadStep QLookupTableData::ReadRowLines(bool lazy, bool repair
             ReportError(u"Not enough rows of data");
             return ReadStep::Failed;
         }
-        const bool good = ReadCellToken(line, m_rowLabels[row], token);
-        if (!good || token.IsEmpty())
+        std::size_t at = 0;
+        const std::u16string_view label = TakeTabDelimToken(line.View(), at);
+        const bool good = ReadPlainCellToken(label, m_rowLabels[row]) ||
+                          ReadCellTokenAsFormula(CString(label), m_rowLabels[row]);
+        if (!good || label.empty())
             ReportErrorRow(u"Bad row %d label", row);
         if (!good)
             NoteBadToken();
+        CString rest = at < line.View().size() ? line.Mid(static_cast<int>(at)) : CString();
         if (lazy)
-            m_pendingRowText[row] = line;
-        else if (!LoadRow(row, line))
+            m_pendingRowText[row] = std::move(rest);
+        else if (!LoadRow(row, rest))
             return ReadStep::Failed;
     }
     return ReadStep::Good;
@@ -424,16 +427,28 @@ void QLookupTableData::NoteBadToken() {
         m_strFirstBadToken = m_strLastError.Mid(m_strLastError.Find(u'\n') + 1);
 }
 
+// The row is read in place. Only before a cell that runs as a formula is `rest` cut to the cells
+// after it, which is all that formula could see of the row were it to read it again; the reading
+// then goes on from whatever that left.
 bool QLookupTableData::LoadRow(int row, CString& rest) {
     if (m_bRowLoadFailed)
         return false;
-    CString token;
-    for (int col = 0; col < m_nCols; ++col)
-        if (!ReadCellToken(rest, Cell(row, col), token)) {
+    CString line = rest;
+    std::size_t at = 0;
+    for (int col = 0; col < m_nCols; ++col) {
+        const std::u16string_view token = TakeTabDelimToken(line.View(), at);
+        if (ReadPlainCellToken(token, Cell(row, col)))
+            continue;
+        const CString formula(token);
+        rest = line.Mid(static_cast<int>(at));
+        if (!ReadCellTokenAsFormula(formula, Cell(row, col))) {
             ReportErrorRowCol(u"Bad value at row %d column %d", row, col);
             NoteBadToken();
         }
-    const bool tooManyColumns = !rest.IsEmpty();
+        line = rest;
+        at = 0;
+    }
+    const bool tooManyColumns = at < line.View().size();
     rest.Empty();
     if (tooManyColumns) {
         ReportErrorRow(u"Too many columns for row %d", row);
