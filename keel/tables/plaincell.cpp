@@ -313,8 +313,37 @@ bool ReadNumber(PlainText& text, QAnyValue& number) {
     return true;
 }
 
-// Signs, a number and perhaps a unit word. The unit applies to the number and the signs to
-// that, as the evaluator nests them.
+// "$" and digits, with commas between them and perhaps decimals: an amount of money, the
+// digits summed as the tokeniser sums them.
+bool ReadDollars(PlainText& text, QAnyValue& money) {
+    text.Skip();
+    double dollars = 0;
+    for (;;) {
+        const char16_t ch = text.Here();
+        if (IsAsciiDigit(ch)) {
+            dollars = dollars * 10 + (ch - u'0');
+            text.Skip();
+        } else if (ch == u',' && IsAsciiDigit(text.Ahead(1))) {
+            text.Skip();
+        } else {
+            break;
+        }
+    }
+    if (text.Here() == u'.') {
+        text.Skip();
+        const std::u16string_view decimals = text.TakeWhile(&IsAsciiDigit);
+        if (!decimals.empty())
+            dollars = WithDecimals(dollars, decimals);
+    }
+    text.SkipBlanks();
+    if (!text.AtEnd())
+        return false;
+    money = QAnyValue(QMoney::FromRaw(QMoney::dollar_to_raw(dollars)));
+    return true;
+}
+
+// Signs, then a number with perhaps a unit word behind it, or an amount of dollars. The unit
+// applies to the number and the signs to that, as the evaluator nests them.
 bool ReadMeasure(PlainText& text, QAnyValue& value) {
     int minuses = 0;
     for (int signs = 0; text.Here() == u'-' || text.Here() == u'+'; ++signs) {
@@ -326,8 +355,12 @@ bool ReadMeasure(PlainText& text, QAnyValue& value) {
         text.SkipBlanks();
     }
     QAnyValue number;
-    if (!ReadNumber(text, number))
+    if (text.Here() == u'$' && IsAsciiDigit(text.Ahead(1))) {
+        if (!ReadDollars(text, number))
+            return false;
+    } else if (!ReadNumber(text, number)) {
         return false;
+    }
     const UnitWord* unit = nullptr;
     if (!text.AtEnd()) {
         unit = FindUnitWord(text.TakeWhile(&IsAsciiLetter));
