@@ -7,6 +7,7 @@
 #include <cmath>
 #include <cstdio>
 #include <string>
+#include <utility>
 
 namespace keel {
 
@@ -372,7 +373,7 @@ bool ReadMeasure(PlainText& text, QAnyValue& value) {
         number = ValueInUnit(number.MakeDouble(), *unit);
     for (int i = 0; i < minuses; ++i)
         number.NEGit();
-    value = number;
+    value = std::move(number);
     return true;
 }
 
@@ -404,10 +405,14 @@ bool ReadPlainCell(std::u16string_view token, QAnyValue& value) {
     thread_local std::u16string formula;
     formula.clear();
     const std::u16string_view inner = token.substr(1, token.size() - 2);
-    for (std::size_t i = 0; i < inner.size(); ++i) {
-        formula += inner[i];
-        if (inner[i] == u'"' && i + 1 < inner.size() && inner[i + 1] == u'"')
-            ++i;
+    for (std::size_t at = 0; at < inner.size();) {
+        const std::size_t quote = inner.find(u'"', at);
+        if (quote == std::u16string_view::npos) {
+            formula.append(inner.substr(at));
+            break;
+        }
+        formula.append(inner.substr(at, quote + 1 - at));
+        at = quote + 1 < inner.size() && inner[quote + 1] == u'"' ? quote + 2 : quote + 1;
     }
     return ReadPlainFormula(formula, value);
 }
