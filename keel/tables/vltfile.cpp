@@ -7,6 +7,7 @@
 #include "keel/system/pathop.h"
 #include "keel/tables/celltokens.h"
 #include "keel/tables/lookuptable.h"
+#include "keel/tables/rowlines.h"
 #include "keel/tables/tabtokens.h"
 #include "keel/values/length.h"
 
@@ -256,7 +257,8 @@ QLookupTableData::ReadStep QLookupTableData::ReadLines(bool sortRows, bool repai
         return ReadStep::Failed;
 
     const bool lazy = QLookupTableDataStatics::IsTableCacheOverSize(m_nRows) || sortRows;
-    step = ReadRowLines(lazy, repairCounts, forcedRows);
+    QRowLineReader lines(m_file);
+    step = ReadRowLines(lines, lazy, repairCounts, forcedRows);
     if (step != ReadStep::Good)
         return step;
     m_bAllRowsLoaded = !lazy;
@@ -269,7 +271,7 @@ QLookupTableData::ReadStep QLookupTableData::ReadLines(bool sortRows, bool repai
     } else if (version == VltVersion::V20) {
         DeduceTypes(false);
     }
-    return ReadPastLastRow(repairCounts, forcedRows);
+    return ReadPastLastRow(lines, repairCounts, forcedRows);
 }
 
 bool QLookupTableData::ReadCountsLine(bool repairCounts, int forcedRows, int forcedCols, int& rows,
@@ -372,13 +374,13 @@ bool QLookupTableData::ReadColumnTypes(bool withColLabelType) {
     return true;
 }
 
-QLookupTableData::ReadStep QLookupTableData::ReadRowLines(bool lazy, bool repairCounts,
-                                                          int& forcedRows) {
+QLookupTableData::ReadStep QLookupTableData::ReadRowLines(QRowLineReader& lines, bool lazy,
+                                                          bool repairCounts, int& forcedRows) {
     if (lazy)
         m_pendingRowText.SetSize(m_nRows);
     CString line;
     for (int row = 0; row < m_nRows; ++row) {
-        if (!m_file.ReadString(line) || IsBlankLine(line)) {
+        if (!lines.ReadLine(line) || IsBlankLine(line)) {
             if (repairCounts && forcedRows == -1) {
                 forcedRows = row;
                 return ReadStep::Repair;
@@ -403,11 +405,12 @@ QLookupTableData::ReadStep QLookupTableData::ReadRowLines(bool lazy, bool repair
     return ReadStep::Good;
 }
 
-QLookupTableData::ReadStep QLookupTableData::ReadPastLastRow(bool repairCounts, int& forcedRows) {
+QLookupTableData::ReadStep QLookupTableData::ReadPastLastRow(QRowLineReader& lines,
+                                                             bool repairCounts, int& forcedRows) {
     int linesRead = 0;
     int linesThatMatter = 0;
     CString line;
-    while (m_file.ReadString(line)) {
+    while (lines.ReadLine(line)) {
         ++linesRead;
         if (!IsBlankLine(line))
             linesThatMatter = linesRead;
