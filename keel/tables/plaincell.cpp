@@ -7,7 +7,6 @@
 #include <cmath>
 #include <cstdio>
 #include <string>
-#include <utility>
 
 namespace keel {
 
@@ -289,34 +288,37 @@ bool ReadTruth(PlainText& text, QAnyValue& value) {
     return true;
 }
 
+// A literal number: the double the tokeniser makes of it, and whether that is a whole number.
+struct PlainNumber {
+    double value = 0;
+    bool isWhole = true;
+};
+
 // Digits with an optional decimal part, as the tokeniser reads a number. False for what it
 // would read as more: feet and inches, a fraction, a mixed number.
-bool ReadNumber(PlainText& text, QAnyValue& number) {
+bool ReadNumber(PlainText& text, PlainNumber& number) {
     const std::u16string_view whole = text.TakeWhile(&IsAsciiDigit);
     if (whole.empty() && !(text.Here() == u'.' && IsAsciiDigit(text.Ahead(1))))
         return false;
-    double value = whole.empty() ? 0.0 : WholeValue(whole);
-    bool isWhole = value <= c_largestWhole;
+    number.value = whole.empty() ? 0.0 : WholeValue(whole);
+    number.isWhole = number.value <= c_largestWhole;
     if (text.Here() == u'.') {
         text.Skip();
         const std::u16string_view decimals = text.TakeWhile(&IsAsciiDigit);
         if (!decimals.empty())
-            value = WithDecimals(value, decimals);
-        isWhole = false;
+            number.value = WithDecimals(number.value, decimals);
+        number.isWhole = false;
     }
     const char16_t next = text.Here();
     if (next == u'"' || next == u'\'' || next == u'/')
         return false;
     text.SkipBlanks();
-    if (IsAsciiDigit(text.Here()))
-        return false;
-    number = isWhole ? QAnyValue(static_cast<int>(std::floor(value + 0.5))) : QAnyValue(value);
-    return true;
+    return !IsAsciiDigit(text.Here());
 }
 
-// "$" and digits, with commas between them and perhaps decimals: an amount of money, the
-// digits summed as the tokeniser sums them.
-bool ReadDollars(PlainText& text, QAnyValue& money) {
+// "$" and digits, with commas between them and perhaps decimals: an amount of money in dollars,
+// the digits summed as the tokeniser sums them.
+double ReadDollars(PlainText& text) {
     text.Skip();
     double dollars = 0;
     for (;;) {
@@ -336,15 +338,22 @@ bool ReadDollars(PlainText& text, QAnyValue& money) {
         if (!decimals.empty())
             dollars = WithDecimals(dollars, decimals);
     }
+    return dollars;
+}
+
+// A unit word, or none, and then the end of the text; false for anything else.
+bool ReadUnitToTheEnd(PlainText& text, const UnitWord*& unit) {
+    unit = nullptr;
+    if (text.AtEnd())
+        return true;
+    unit = FindUnitWord(text.TakeWhile(&IsAsciiLetter));
     text.SkipBlanks();
-    if (!text.AtEnd())
-        return false;
-    money = QAnyValue(QMoney::FromRaw(QMoney::dollar_to_raw(dollars)));
-    return true;
+    return unit && text.AtEnd();
 }
 
 // Signs, then a number with perhaps a unit word behind it, or an amount of dollars. The unit
-// applies to the number and the signs to that, as the evaluator nests them.
+// applies to the number and the signs to that, as the evaluator nests them. The whole text is
+// checked before the value is set.
 bool ReadMeasure(PlainText& text, QAnyValue& value) {
     int minuses = 0;
     for (int signs = 0; text.Here() == u'-' || text.Here() == u'+'; ++signs) {
@@ -355,25 +364,26 @@ bool ReadMeasure(PlainText& text, QAnyValue& value) {
         text.Skip();
         text.SkipBlanks();
     }
-    QAnyValue number;
     if (text.Here() == u'$' && IsAsciiDigit(text.Ahead(1))) {
-        if (!ReadDollars(text, number))
-            return false;
-    } else if (!ReadNumber(text, number)) {
-        return false;
-    }
-    const UnitWord* unit = nullptr;
-    if (!text.AtEnd()) {
-        unit = FindUnitWord(text.TakeWhile(&IsAsciiLetter));
+        const double dollars = ReadDollars(text);
         text.SkipBlanks();
-        if (!unit || !text.AtEnd())
+        if (!text.AtEnd())
             return false;
+        value = QAnyValue(QMoney::FromRaw(QMoney::dollar_to_raw(dollars)));
+    } else {
+        PlainNumber number;
+        const UnitWord* unit = nullptr;
+        if (!ReadNumber(text, number) || !ReadUnitToTheEnd(text, unit))
+            return false;
+        if (number.isWhole)
+            value.SetInt(static_cast<int>(std::floor(number.value + 0.5)));
+        else
+            value.SetDouble(number.value);
+        if (unit)
+            value = ValueInUnit(value.MakeDouble(), *unit);
     }
-    if (unit)
-        number = ValueInUnit(number.MakeDouble(), *unit);
     for (int i = 0; i < minuses; ++i)
-        number.NEGit();
-    value = std::move(number);
+        value.NEGit();
     return true;
 }
 

@@ -1,16 +1,12 @@
 #include "keel/tables/rowlines.h"
 
-#include <algorithm>
+#include <cstring>
 
 namespace keel {
 
 namespace {
 
 constexpr std::size_t c_blockSize = 1 << 16;
-
-bool IsAscii(const std::uint8_t* bytes, std::size_t count) {
-    return std::all_of(bytes, bytes + count, [](std::uint8_t byte) { return byte < 0x80; });
-}
 
 } // namespace
 
@@ -22,10 +18,11 @@ bool QRowLineReader::ReadLine(CString& line) {
         return m_file.ReadString(line);
     std::size_t searched = m_at;
     for (;;) {
-        const auto newline = std::find(m_buffer.begin() + static_cast<long>(searched),
-                                       m_buffer.end(), std::uint8_t('\n'));
-        if (newline != m_buffer.end()) {
-            const auto end = static_cast<std::size_t>(newline - m_buffer.begin());
+        const void* newline =
+            std::memchr(m_buffer.data() + searched, '\n', m_buffer.size() - searched);
+        if (newline) {
+            const auto end = static_cast<std::size_t>(static_cast<const std::uint8_t*>(newline) -
+                                                      m_buffer.data());
             line = LineOf(m_buffer.data() + m_at, end - m_at);
             m_at = end + 1;
             return true;
@@ -53,15 +50,19 @@ bool QRowLineReader::ReadBlock() {
 
 // A "\r" that ends the line goes, after the decoding for a line that needs it.
 CString QRowLineReader::LineOf(const std::uint8_t* bytes, std::size_t count) {
-    if (!IsAscii(bytes, count)) {
-        const CString line = CStdioFileEx::DecodeNarrow(bytes, count, m_file.GetCodePage());
-        const bool withReturn = !line.IsEmpty() && line[line.GetLength() - 1] == u'\r';
-        return withReturn ? line.Left(line.GetLength() - 1) : line;
+    m_widened.resize(count);
+    std::uint8_t bits = 0;
+    for (std::size_t i = 0; i < count; ++i) {
+        bits |= bytes[i];
+        m_widened[i] = bytes[i];
     }
-    if (count > 0 && bytes[count - 1] == '\r')
-        --count;
-    m_widened.assign(bytes, bytes + count);
-    return CString(std::u16string_view(m_widened));
+    if ((bits & 0x80) == 0) {
+        const bool withReturn = count > 0 && bytes[count - 1] == '\r';
+        return CString(std::u16string_view(m_widened.data(), withReturn ? count - 1 : count));
+    }
+    const CString line = CStdioFileEx::DecodeNarrow(bytes, count, m_file.GetCodePage());
+    const bool withReturn = !line.IsEmpty() && line[line.GetLength() - 1] == u'\r';
+    return withReturn ? line.Left(line.GetLength() - 1) : line;
 }
 
 } // namespace keel
