@@ -19,7 +19,9 @@ bool QRowLineReader::ReadLine(CString& line) {
     std::size_t searched = m_at;
     for (;;) {
         const void* newline =
-            std::memchr(m_buffer.data() + searched, '\n', m_buffer.size() - searched);
+            searched < m_buffer.size()
+                ? std::memchr(m_buffer.data() + searched, '\n', m_buffer.size() - searched)
+                : nullptr;
         if (newline) {
             const auto end = static_cast<std::size_t>(static_cast<const std::uint8_t*>(newline) -
                                                       m_buffer.data());
