@@ -1,9 +1,11 @@
 #include "keel/tables/celltokens.h"
 
+#include "keel/document/usertrace.h"
 #include "keel/formula/evaluatingdata.h"
 #include "keel/formula/stringtovalue.h"
 #include "keel/platform/exceptions.h"
 #include "keel/tables/lookuptable.h"
+#include "keel/tables/plaincell.h"
 #include "keel/tables/tabtokens.h"
 #include "keel/values/length.h"
 #include "keel/values/stringunique.h"
@@ -19,11 +21,7 @@ namespace {
 using TYPE = QAnyValue::TYPE;
 
 bool ReadTokenText(const CString& token, QAnyValue& value, bool quiet) {
-    const CString text = IsEnclosedByQuotes(token) ? UndoDoubleQuotesAndEnclose(token) : token;
-    if (!text.IsEmpty())
-        FormulaTextAsSpelled(text);
-    const QEvaluatingData evaluatingData;
-    return StringToValue(value, text, nullptr, quiet, nullptr);
+    return ReadPlainCellToken(token.View(), value) || ReadCellTokenAsFormula(token, value, quiet);
 }
 
 // The shortest digits that read back as the same double; the formula language has no exponents.
@@ -139,6 +137,18 @@ QAnyValue MadeType(const QAnyValue& value, TYPE type) {
 }
 
 } // namespace
+
+bool ReadPlainCellToken(std::u16string_view token, QAnyValue& value) {
+    return !IsTracing(USER_TRACE_EVALUATIONS) && ReadPlainCell(token, value);
+}
+
+bool ReadCellTokenAsFormula(const CString& token, QAnyValue& value, bool quiet) {
+    const CString text = IsEnclosedByQuotes(token) ? UndoDoubleQuotesAndEnclose(token) : token;
+    if (!text.IsEmpty())
+        FormulaTextAsSpelled(text);
+    const QEvaluatingData evaluatingData;
+    return StringToValue(value, text, nullptr, quiet, nullptr);
+}
 
 bool ReadCellToken(CString& line, QAnyValue& value, CString& token, bool quiet) {
     GetTabDelimToken(line, token);

@@ -2,6 +2,8 @@
 
 #include "keel/values/anyvalue.h"
 
+#include <string_view>
+
 namespace keel {
 
 // How the cells, labels and headings of a table file are written and read back.
@@ -10,6 +12,13 @@ namespace keel {
 // text run as a formula in no context, with its own spelling. False when the formula fails; the
 // value then holds what the evaluator left. With `quiet` the evaluator reports nothing.
 bool ReadCellToken(CString& line, QAnyValue& value, CString& token, bool quiet = false);
+
+// The two ways a token is read. A plain token (see plaincell.h) is read directly, unless
+// evaluations are traced, where it would leave no trace; false, with the value untouched, for
+// any other token. The formula way reads every token, plain or not, and is the reference that
+// the direct way agrees with.
+bool ReadPlainCellToken(std::u16string_view token, QAnyValue& value);
+bool ReadCellTokenAsFormula(const CString& token, QAnyValue& value, bool quiet = false);
 
 // The token of a value in a place of the given type (0 for none): the value made that type when
 // that reads back the same, else the value as it stands, so that a fraction in a column of whole

@@ -14,6 +14,7 @@ namespace keel {
 
 class QFormulaContext;
 class QLookupTableData;
+class QRowLineReader;
 
 // Keys of the label indexes are equal when they compare equal; values that cannot be compared
 // are equal only when identical, and otherwise ordered by type.
@@ -306,9 +307,9 @@ private:
     // Line 4; the column label type is on it from format 2.1 on.
     bool ReadColumnTypes(bool withColLabelType);
     // The row lines; sets forcedRows to the rows found on Repair.
-    ReadStep ReadRowLines(bool lazy, bool repairCounts, int& forcedRows);
+    ReadStep ReadRowLines(QRowLineReader& lines, bool lazy, bool repairCounts, int& forcedRows);
     // The lines after the last row; sets forcedRows to the rows the file holds on Repair.
-    ReadStep ReadPastLastRow(bool repairCounts, int& forcedRows);
+    ReadStep ReadPastLastRow(QRowLineReader& lines, bool repairCounts, int& forcedRows);
     void SortRowsByLabel();
     bool AreRowLabelsAscending() const;
     // The types that an older file (and, for the column labels, a 2.0 file) does not give.

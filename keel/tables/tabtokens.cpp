@@ -3,6 +3,8 @@
 #include "keel/formula/tokeniser.h"
 #include "keel/values/anyvalue.h"
 
+#include <algorithm>
+
 namespace keel {
 
 void PutTabDelimToken(CString& line, const CString& token) {
@@ -26,6 +28,17 @@ bool GetTabDelimToken(CString& line, CString& token) {
     token = line.Left(tab);
     line = line.Mid(tab + 1);
     return true;
+}
+
+std::u16string_view TakeTabDelimToken(std::u16string_view line, std::size_t& at) {
+    const std::size_t start = std::min(at, line.size());
+    const std::size_t tab = line.find(u'\t', start);
+    if (tab == std::u16string_view::npos) {
+        at = line.size();
+        return line.substr(start);
+    }
+    at = tab + 1;
+    return line.substr(start, tab - start);
 }
 
 bool IsEnclosedByQuotes(const CString& text) {

@@ -2,6 +2,9 @@
 
 #include "keel/platform/cstring.h"
 
+#include <cstddef>
+#include <string_view>
+
 namespace keel {
 
 // A line that so far holds one empty token. Without it the next token would be taken for the
@@ -17,6 +20,10 @@ void PutTabDelimToken(CString& line, const CString& token);
 // whether a tab ended the token, so that an empty token before a tab tells itself apart from an
 // exhausted line.
 bool GetTabDelimToken(CString& line, CString& token);
+// The same on a line read in place: the token from `at` up to the next tab, with `at` moved past
+// that tab, or to the end of the line when there is none. The rest of the line is what is left
+// from `at` on.
+std::u16string_view TakeTabDelimToken(std::u16string_view line, std::size_t& at);
 
 // At least two characters, a double quote at each end.
 bool IsEnclosedByQuotes(const CString& text);

@@ -7,6 +7,7 @@
 #include "keel/system/pathop.h"
 #include "keel/tables/celltokens.h"
 #include "keel/tables/lookuptable.h"
+#include "keel/tables/rowlines.h"
 #include "keel/tables/tabtokens.h"
 #include "keel/values/length.h"
 
@@ -256,7 +257,8 @@ QLookupTableData::ReadStep QLookupTableData::ReadLines(bool sortRows, bool repai
         return ReadStep::Failed;
 
     const bool lazy = QLookupTableDataStatics::IsTableCacheOverSize(m_nRows) || sortRows;
-    step = ReadRowLines(lazy, repairCounts, forcedRows);
+    QRowLineReader lines(m_file);
+    step = ReadRowLines(lines, lazy, repairCounts, forcedRows);
     if (step != ReadStep::Good)
         return step;
     m_bAllRowsLoaded = !lazy;
@@ -269,7 +271,7 @@ QLookupTableData::ReadStep QLookupTableData::ReadLines(bool sortRows, bool repai
     } else if (version == VltVersion::V20) {
         DeduceTypes(false);
     }
-    return ReadPastLastRow(repairCounts, forcedRows);
+    return ReadPastLastRow(lines, repairCounts, forcedRows);
 }
 
 bool QLookupTableData::ReadCountsLine(bool repairCounts, int forcedRows, int forcedCols, int& rows,
@@ -372,14 +374,13 @@ bool QLookupTableData::ReadColumnTypes(bool withColLabelType) {
     return true;
 }
 
-QLookupTableData::ReadStep QLookupTableData::ReadRowLines(bool lazy, bool repairCounts,
-                                                          int& forcedRows) {
+QLookupTableData::ReadStep QLookupTableData::ReadRowLines(QRowLineReader& lines, bool lazy,
+                                                          bool repairCounts, int& forcedRows) {
     if (lazy)
         m_pendingRowText.SetSize(m_nRows);
     CString line;
-    CString token;
     for (int row = 0; row < m_nRows; ++row) {
-        if (!m_file.ReadString(line) || IsBlankLine(line)) {
+        if (!lines.ReadLine(line) || IsBlankLine(line)) {
             if (repairCounts && forcedRows == -1) {
                 forcedRows = row;
                 return ReadStep::Repair;
@@ -387,24 +388,29 @@ QLookupTableData::ReadStep QLookupTableData::ReadRowLines(bool lazy, bool repair
             ReportError(u"Not enough rows of data");
             return ReadStep::Failed;
         }
-        const bool good = ReadCellToken(line, m_rowLabels[row], token);
-        if (!good || token.IsEmpty())
+        std::size_t at = 0;
+        const std::u16string_view label = TakeTabDelimToken(line.View(), at);
+        const bool good = ReadPlainCellToken(label, m_rowLabels[row]) ||
+                          ReadCellTokenAsFormula(CString(label), m_rowLabels[row]);
+        if (!good || label.empty())
             ReportErrorRow(u"Bad row %d label", row);
         if (!good)
             NoteBadToken();
+        CString rest = at < line.View().size() ? line.Mid(static_cast<int>(at)) : CString();
         if (lazy)
-            m_pendingRowText[row] = line;
-        else if (!LoadRow(row, line))
+            m_pendingRowText[row] = std::move(rest);
+        else if (!LoadRow(row, rest))
             return ReadStep::Failed;
     }
     return ReadStep::Good;
 }
 
-QLookupTableData::ReadStep QLookupTableData::ReadPastLastRow(bool repairCounts, int& forcedRows) {
+QLookupTableData::ReadStep QLookupTableData::ReadPastLastRow(QRowLineReader& lines,
+                                                             bool repairCounts, int& forcedRows) {
     int linesRead = 0;
     int linesThatMatter = 0;
     CString line;
-    while (m_file.ReadString(line)) {
+    while (lines.ReadLine(line)) {
         ++linesRead;
         if (!IsBlankLine(line))
             linesThatMatter = linesRead;
@@ -424,16 +430,28 @@ void QLookupTableData::NoteBadToken() {
         m_strFirstBadToken = m_strLastError.Mid(m_strLastError.Find(u'\n') + 1);
 }
 
+// The row is read in place. Only before a cell that runs as a formula is `rest` cut to the cells
+// after it, which is all that formula could see of the row were it to read it again; the reading
+// then goes on from whatever that left.
 bool QLookupTableData::LoadRow(int row, CString& rest) {
     if (m_bRowLoadFailed)
         return false;
-    CString token;
-    for (int col = 0; col < m_nCols; ++col)
-        if (!ReadCellToken(rest, Cell(row, col), token)) {
+    CString line = rest;
+    std::size_t at = 0;
+    for (int col = 0; col < m_nCols; ++col) {
+        const std::u16string_view token = TakeTabDelimToken(line.View(), at);
+        if (ReadPlainCellToken(token, Cell(row, col)))
+            continue;
+        const CString formula(token);
+        rest = line.Mid(static_cast<int>(at));
+        if (!ReadCellTokenAsFormula(formula, Cell(row, col))) {
             ReportErrorRowCol(u"Bad value at row %d column %d", row, col);
             NoteBadToken();
         }
-    const bool tooManyColumns = !rest.IsEmpty();
+        line = rest;
+        at = 0;
+    }
+    const bool tooManyColumns = at < line.View().size();
     rest.Empty();
     if (tooManyColumns) {
         ReportErrorRow(u"Too many columns for row %d", row);
