@@ -1,3 +1,4 @@
+#include "tests/support/appfactory.h"
 #include "tests/support/databases.h"
 #include "tests/support/environment.h"
 #include "tests/support/functioncalls.h"
@@ -21,7 +22,8 @@ protected:
         std::string pattern = (std::filesystem::temp_directory_path() / "keel-db-XXXXXX");
         ASSERT_NE(mkdtemp(pattern.data()), nullptr);
         m_folder = pattern;
-        m_factory.SetTableFolder(CString::FromUtf8(m_folder));
+        m_factory.SetTableFolder(m_folder);
+        m_factory.SetDatabase(&m_database);
         SetEvaluatorFactory(&m_factory);
         SqliteRun(Prices(), "CREATE TABLE items(name TEXT, price REAL, stock INTEGER);"
                             "INSERT INTO items VALUES ('oak', 12.5, 3), ('pine', 4.25, 10),"
@@ -45,7 +47,8 @@ protected:
     }
 
     std::string m_folder;
-    DatabaseFactory m_factory;
+    QAdoFormulaDatabase m_database;
+    TestAppFactory m_factory;
 };
 
 TEST_F(DbFunctionsTest, LookUpFieldsRowsColumnsAndLabels) {
@@ -160,12 +163,7 @@ TEST_F(DbFunctionsTest, FailuresAreErrorValuesWithTheirWords) {
 }
 
 TEST_F(DbFunctionsTest, WithoutDatabaseAccessTheFunctionsCannotConnect) {
-    class NoDatabases : public DatabaseFactory {
-    public:
-        QFormulaDatabase* Database() override { return nullptr; }
-    } factory;
-    factory.SetTableFolder(CString::FromUtf8(m_folder));
-    SetEvaluatorFactory(&factory);
+    m_factory.SetDatabase(nullptr);
     const std::string expected =
         "error can't make ADO connection to " + Prices() + "\nno database access in this program";
     EXPECT_EQ(MessageOf(Run("dblookup(\"prices\", \"select 1 as a\", \"a\")").result), expected);
