@@ -1,4 +1,4 @@
-#include "tests/support/tempfolder.h"
+#include "tests/support/homefolder.h"
 
 #include "keel/document/errorlog.h"
 #include "keel/document/translate.h"
@@ -45,16 +45,6 @@ Lines LoggedLines(const fs::path& path) {
             lines.push_back(match[1]);
     }
     return lines;
-}
-
-std::string LocalTimeText(const char* format) {
-    // The clock the library reads: time() may lag it by a tick across a second's change.
-    const std::time_t now = std::chrono::system_clock::to_time_t(std::chrono::system_clock::now());
-    std::tm local{};
-    localtime_r(&now, &local);
-    char text[64];
-    std::strftime(text, sizeof text, format, &local);
-    return text;
 }
 
 bool Matches(const CString& text, const char* pattern) {
@@ -126,12 +116,10 @@ public:
 
 // Each test has a fresh folder as home, data and configuration folder, an application object
 // named "Tester", a scripted host, and the process's log pointed at a file of its own.
-class ErrorLogTest : public test::TempFolderTest {
+class ErrorLogTest : public test::HomeFolderTest {
 protected:
     void SetUp() override {
-        TempFolderTest::SetUp();
-        for (const char* variable : {"HOME", "XDG_CONFIG_HOME", "XDG_DATA_HOME"})
-            m_environment.Set(variable, m_root.string());
+        HomeFolderTest::SetUp();
         m_environment.Set("USER", "tester");
         SetUIServices(&m_host);
         m_app = std::make_unique<TestApp>();
@@ -151,7 +139,7 @@ protected:
         m_app.reset();
         SetUIServices(nullptr);
         QErrorType::ReloadErrorLogOnly();
-        TempFolderTest::TearDown();
+        HomeFolderTest::TearDown();
     }
 
     fs::path LogsFolder() const { return m_root / "keel" / "Logs"; }
@@ -162,7 +150,6 @@ protected:
         ASSERT_TRUE(CRegistry::Current().WriteProfileInt(u"Options", key, value));
     }
 
-    test::ScopedEnvironment m_environment;
     ScriptedHost m_host;
     std::unique_ptr<TestApp> m_app;
 };
@@ -171,9 +158,9 @@ protected:
 // -------------------------------------------------------------------------------------
 
 TEST_F(ErrorLogTest, FileNameIsTheLocalTimeWithEnglishMonth) {
-    const std::string before = LocalTimeText("errorlog_%d-%b-%y_%H%M%S.txt");
+    const std::string before = test::LocalTimeText("errorlog_%d-%b-%y_%H%M%S.txt");
     const QErrorLog log;
-    const std::string after = LocalTimeText("errorlog_%d-%b-%y_%H%M%S.txt");
+    const std::string after = test::LocalTimeText("errorlog_%d-%b-%y_%H%M%S.txt");
     const std::string name = log.Filename().ToUtf8();
     EXPECT_TRUE(name == before || name == after) << name;
     EXPECT_TRUE(Matches(
@@ -216,9 +203,9 @@ TEST_F(ErrorLogTest, TheFirstMessageWritesTheHeaderOfANewFile) {
     QErrorLog log(u"header.txt");
     EXPECT_FALSE(log.IsOpen());
     EXPECT_FALSE(fs::exists(LogsFolder()));
-    const std::string before = LocalTimeText("Error Log: %d-%m-%y %H:%M:%S\n");
+    const std::string before = test::LocalTimeText("Error Log: %d-%m-%y %H:%M:%S\n");
     log.Log(log.Register(u"Formula"), u"Bad value");
-    const std::string after = LocalTimeText("Error Log: %d-%m-%y %H:%M:%S\n");
+    const std::string after = test::LocalTimeText("Error Log: %d-%m-%y %H:%M:%S\n");
 
     EXPECT_TRUE(log.IsOpen());
     EXPECT_TRUE(log.IsWritten());

@@ -1,5 +1,6 @@
 #include "tests/support/answerdocument.h"
-#include "tests/support/environment.h"
+#include "tests/support/appfactory.h"
+#include "tests/support/homefolder.h"
 
 #include "keel/document/ado.h"
 #include "keel/document/doc.h"
@@ -91,18 +92,14 @@ protected:
     void ReportOptionsProblem(const CString& message) override { problems.push_back(U8(message)); }
 };
 
-class WinAppTest : public testing::Test {
+class WinAppTest : public test::HomeFolderTest {
 protected:
     void SetUp() override {
-        std::string pattern = (fs::temp_directory_path() / "keel-winapp-XXXXXX").string();
-        ASSERT_NE(mkdtemp(pattern.data()), nullptr);
-        m_root = pattern;
+        HomeFolderTest::SetUp();
+        // Open to the unprivileged user that one test writes as.
         fs::permissions(m_root, fs::perms::owner_all | fs::perms::group_read |
                                     fs::perms::group_exec | fs::perms::others_read |
                                     fs::perms::others_exec);
-        m_environment.Set("HOME", m_root.string());
-        m_environment.Set("XDG_CONFIG_HOME", (m_root / "config").string());
-        m_environment.Set("XDG_DATA_HOME", (m_root / "data").string());
         CRegistry::SetCurrentFile(CString());
         CRegistry::SetMachineFolder(CString::FromUtf8((m_root / "machine").string()));
         ResetOptionStatics();
@@ -110,12 +107,10 @@ protected:
     void TearDown() override {
         ResetOptionStatics();
         CRegistry::SetMachineFolder(CString());
-        std::error_code ignored;
-        fs::permissions(OptionsFile().parent_path(), fs::perms::owner_all, ignored);
-        fs::remove_all(m_root, ignored);
+        HomeFolderTest::TearDown();
     }
 
-    fs::path OptionsFile() const { return m_root / "config/keel/Keel.ini"; }
+    fs::path OptionsFile() const { return m_root / "keel/Keel.ini"; }
     void StoreOptions(const std::string& text) const { WriteText(OptionsFile(), text); }
     int StoredInt(const CString& section, const CString& key) const {
         return CRegistry(CString::FromUtf8(OptionsFile().string()))
@@ -125,27 +120,10 @@ protected:
         return U8(CRegistry(CString::FromUtf8(OptionsFile().string()))
                       .GetProfileString(section, key, u"(none)"));
     }
-
-    fs::path m_root;
-    ScopedEnvironment m_environment;
 };
 
 // ---------------------------------------------------------------------------------------------
 // The application object
-
-TEST_F(WinAppTest, TheFirstApplicationObjectIsTheApplicationWhileItLives) {
-    EXPECT_EQ(QWinApp::GetApp(), nullptr);
-    {
-        TestApp app;
-        EXPECT_EQ(QWinApp::GetApp(), &app);
-        {
-            TestApp second;
-            EXPECT_EQ(QWinApp::GetApp(), &app);
-        }
-        EXPECT_EQ(QWinApp::GetApp(), &app);
-    }
-    EXPECT_EQ(QWinApp::GetApp(), nullptr);
-}
 
 // A context without a document of its own reads from the active document, which only an
 // application knows; one that belongs to a document keeps to it.
@@ -184,10 +162,9 @@ TEST_F(WinAppTest, TheOptionsFileIsNamedAfterTheRunningApplication) {
     EXPECT_EQ(U8(CRegistry::Current().FilePath()), OptionsFile().string());
     {
         PlannerApp app;
-        EXPECT_EQ(U8(CRegistry::Current().FilePath()),
-                  (m_root / "config/keel/Planner.ini").string());
+        EXPECT_EQ(U8(CRegistry::Current().FilePath()), (m_root / "keel/Planner.ini").string());
         EXPECT_TRUE(app.WriteProfileIntAndUpdateCache(u"Options", u"Value", 4));
-        EXPECT_TRUE(fs::exists(m_root / "config/keel/Planner.ini"));
+        EXPECT_TRUE(fs::exists(m_root / "keel/Planner.ini"));
     }
     EXPECT_EQ(U8(CRegistry::Current().FilePath()), OptionsFile().string());
 }
@@ -778,41 +755,6 @@ TEST_F(WinAppTest, ProgressGoesToTheCallbackOneEventAChange) {
     EXPECT_NE(first, second);
 }
 
-TEST_F(WinAppTest, TheLayersBelowAskTheApplicationWhileItLives) {
-    QAppServices& defaults = AppServices();
-    EXPECT_FALSE(defaults.IsApplication());
-    EXPECT_EQ(defaults.ProgressCreate(u"Merging answers", 0, 2, false), -1);
-    {
-        TestApp app;
-        QAppServices& services = AppServices();
-        EXPECT_EQ(&services, static_cast<QAppServices*>(&app));
-        EXPECT_TRUE(services.IsApplication());
-        EXPECT_EQ(GetEvaluatorFactory(), &app);
-        EXPECT_TRUE(services.IsRunningAutomated()) << "the headless host has no display";
-        const bool savedMessages = QWinApp::c_bMergingMessages;
-        QWinApp::c_bMergingMessages = true;
-        EXPECT_TRUE(services.ShowsMergingMessages());
-        QWinApp::c_bMergingMessages = false;
-        EXPECT_FALSE(services.ShowsMergingMessages());
-        QWinApp::c_bMergingMessages = savedMessages;
-
-        std::vector<std::string> events;
-        app.SetProgressCallback([&events](const QProgressEvent& event) {
-            events.push_back(Describe(event));
-            return true;
-        });
-        const int handle = services.ProgressCreate(u"Merging answers", 0, 2, false);
-        services.ProgressStepIt(handle);
-        services.ProgressDestroy(handle, u"Merged", false);
-        ASSERT_EQ(events.size(), 3u);
-        EXPECT_EQ(events[0].rfind("create Merging answers 0/0..2", 0), 0u) << events[0];
-        EXPECT_EQ(events[1].rfind("step", 0), 0u) << events[1];
-        EXPECT_EQ(events[2].rfind("destroy Merged", 0), 0u) << events[2];
-    }
-    EXPECT_EQ(&AppServices(), &defaults) << "the defaults come back with the application gone";
-    EXPECT_EQ(GetEvaluatorFactory(), nullptr);
-}
-
 TEST_F(WinAppTest, ACallbackCancelsOnlyACancellableProgress) {
     TestApp app;
     app.SetProgressCallback([](const QProgressEvent& event) {
@@ -905,15 +847,6 @@ public:
     }
 };
 
-class OtherFactory : public QEvaluatorFactory {
-public:
-    QEvaluator* NewQEvaluator(QAnyValue& result, FormulaText formula, QFormulaContext* context,
-                              bool passThrough, bool reportErrors, bool isAction) override {
-        return new QEvaluator(result, formula, context, passThrough, reportErrors, isAction);
-    }
-    CString FolderForConstant(QConstantFolder) const override { return CString(); }
-};
-
 std::string Evaluated(const char* formula) {
     QAnyValue result;
     const std::unique_ptr<QEvaluator> evaluator(
@@ -922,19 +855,51 @@ std::string Evaluated(const char* formula) {
     return U8(result.MakeCString());
 }
 
-TEST_F(WinAppTest, TheApplicationIsTheEvaluatorFactoryWhileItLives) {
+// The first application object is the application, the evaluator factory and the services of
+// the layers below while it lives; a second one is none of them.
+TEST_F(WinAppTest, TheFirstApplicationObjectIsTheApplicationWhileItLives) {
+    QAppServices& defaults = AppServices();
+    EXPECT_FALSE(defaults.IsApplication());
+    EXPECT_EQ(defaults.ProgressCreate(u"Merging answers", 0, 2, false), -1);
+    const auto isTheApplication = [](QWinApp* app) {
+        EXPECT_EQ(QWinApp::GetApp(), app);
+        EXPECT_EQ(GetEvaluatorFactory(), app);
+        EXPECT_EQ(&AppServices(), static_cast<QAppServices*>(app));
+    };
+    EXPECT_EQ(QWinApp::GetApp(), nullptr);
     EXPECT_EQ(GetEvaluatorFactory(), nullptr);
     {
         ProductApp app;
-        EXPECT_EQ(GetEvaluatorFactory(), &app);
+        isTheApplication(&app);
         EXPECT_EQ(Evaluated("product"), "made by the product");
         {
             TestApp second;
-            EXPECT_EQ(GetEvaluatorFactory(), &app) << "only the application is the factory";
+            isTheApplication(&app);
         }
-        EXPECT_EQ(GetEvaluatorFactory(), &app);
+        isTheApplication(&app);
+        QAppServices& services = AppServices();
+        EXPECT_TRUE(services.IsApplication());
+        EXPECT_TRUE(services.IsRunningAutomated()) << "the headless host has no display";
+        QWinApp::c_bMergingMessages = true;
+        EXPECT_TRUE(services.ShowsMergingMessages());
+        QWinApp::c_bMergingMessages = false;
+        EXPECT_FALSE(services.ShowsMergingMessages());
+
+        std::vector<std::string> events;
+        app.SetProgressCallback([&events](const QProgressEvent& event) {
+            events.push_back(Describe(event));
+            return true;
+        });
+        const int handle = services.ProgressCreate(u"Merging answers", 0, 2, false);
+        services.ProgressStepIt(handle);
+        services.ProgressDestroy(handle, u"Merged", false);
+        EXPECT_EQ(events, (std::vector<std::string>{"create Merging answers 0/0..2 redraw",
+                                                    "step Merging answers 1/0..2",
+                                                    "destroy Merged 1/0..2"}));
     }
+    EXPECT_EQ(QWinApp::GetApp(), nullptr);
     EXPECT_EQ(GetEvaluatorFactory(), nullptr);
+    EXPECT_EQ(&AppServices(), &defaults) << "the defaults come back with the application gone";
     EXPECT_EQ(Evaluated("product"), "#ERR!");
 
     TestApp plain;
@@ -946,7 +911,7 @@ TEST_F(WinAppTest, TheApplicationIsTheEvaluatorFactoryWhileItLives) {
 }
 
 TEST_F(WinAppTest, AFactoryInstalledLaterStaysWhenTheApplicationEnds) {
-    OtherFactory other;
+    test::TestAppFactory other;
     {
         TestApp app;
         EXPECT_EQ(SetEvaluatorFactory(&other), &app);
@@ -1192,6 +1157,26 @@ TEST_F(WinAppTest, LibraryListAsksTheApplication) {
     EXPECT_EQ(Evaluated("librarylist(\"doors\", \"d.*\")"), "[doors|d.*|||]");
     EXPECT_EQ(Evaluated("librarylistbytype(\"kd\", \"doors\", \"d.*\", \",\")"),
               "[doors|d.*|,|kd]");
+}
+
+// The words of a boolean come from the translations of their own context, not from those of
+// "Yes" and "No" elsewhere.
+TEST_F(WinAppTest, TheApplicationTakesYesAndNoAsBooleanValueStrings) {
+    WriteText(m_root / "translations_booleans.txt", "Yes\t\tOui\tValue\t\n"
+                                                    "Yes\t\tJa\tBoolean value string\t\n"
+                                                    "No\t\tNon\tValue\t\n"
+                                                    "No\t\tNein\tBoolean value string\t\n");
+    ASSERT_TRUE(SwitchToTranslationFile(PathOf("translations_booleans.txt"), false, false));
+
+    QWinApp app;
+    app.ConnectValuesToOptions();
+    const std::string yes = QAnyValue::GetYesString().ToUtf8();
+    const std::string no = QAnyValue::GetNoString().ToUtf8();
+
+    SwitchToTranslationFile(CString(), false, false);
+    QAnyValue::SetYesNoStrings(u"Yes", u"No");
+    EXPECT_EQ(yes, "Ja");
+    EXPECT_EQ(no, "Nein");
 }
 
 } // namespace
