@@ -30,12 +30,6 @@ std::FILE* NullOutput() {
     return output;
 }
 
-// Answers every box with its default button and keeps quiet about it.
-class QuietHost : public CHeadlessUIServices {
-public:
-    QuietHost() : CHeadlessUIServices(NullOutput()) {}
-};
-
 struct Report {
     CString heading;
     CString message;
@@ -91,7 +85,8 @@ protected:
         return reports;
     }
 
-    QuietHost m_host;
+    // Answers every box with its default button and keeps quiet about it.
+    CHeadlessUIServices m_host{NullOutput()};
 };
 
 CString T(const char16_t* text, const char16_t* context = u"Message box") {
