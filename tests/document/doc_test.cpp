@@ -19,7 +19,6 @@
 #include <gtest/gtest.h>
 #include <memory>
 #include <regex>
-#include <sstream>
 #include <string>
 #include <vector>
 

@@ -10,8 +10,6 @@
 #include <cfenv>
 #include <cfloat>
 #include <chrono>
-#include <cstdlib>
-#include <ctime>
 #include <deque>
 #include <filesystem>
 #include <functional>

@@ -21,15 +21,10 @@
 
 #include <algorithm>
 #include <cstdio>
-#include <cstdlib>
 #include <fcntl.h>
 #include <filesystem>
-#include <fstream>
 #include <gtest/gtest.h>
-#include <map>
 #include <memory>
-#include <optional>
-#include <sstream>
 #include <string>
 #include <unistd.h>
 #include <utility>
