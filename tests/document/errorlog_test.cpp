@@ -238,8 +238,9 @@ TEST_F(ErrorLogTest, AVerboseHeaderListsTheVersionBlock) {
                                                        c_advice + "<clock> Formula:Bad value\n");
 }
 
-// A server adds to an existing file, without the advice; a file it starts has the advice.
-TEST_F(ErrorLogTest, AServerAddsToAnExistingFile) {
+// A server adds to an existing file, without the advice; a file it starts has the advice. It only
+// logs, even a type that is neither shown nor logged.
+TEST_F(ErrorLogTest, AServerOnlyLogsAndAddsToAnExistingFile) {
     WriteText(LogsFolder() / "server.txt", "earlier run\n");
     m_app->SetServer(true);
     QErrorLog log(u"server.txt");
@@ -251,6 +252,18 @@ TEST_F(ErrorLogTest, AServerAddsToAnExistingFile) {
     fresh.Log(fresh.Register(u"Formula"), u"Bad value");
     EXPECT_EQ(WithoutTimes(ReadText(PathOf(fresh))),
               "\n" + c_header + c_advice + "<clock> Formula:Bad value\n");
+
+    QErrorType* formula = log.Register(u"Formula");
+    formula->DisplayOrLog(u"First");
+    QErrorType* silent = log.Register(u"Silent");
+    silent->SetIsDisplay(false);
+    silent->SetIsLog(false);
+    silent->DisplayOrLog(u"Logged all the same");
+    EXPECT_TRUE(log.IsLogOnly());
+    EXPECT_EQ(log.GetSize(), 0);
+    EXPECT_EQ(LoggedLines(PathOf(log)),
+              Lines({"Formula:Bad value", "Formula:First", "Silent:Logged all the same"}));
+    EXPECT_TRUE(m_host.boxes.empty());
 }
 
 // A message is written again unless the one before it had the same type and text.
@@ -381,25 +394,6 @@ TEST_F(ErrorLogTest, DisplayOrLogWritesAndQueues) {
     EXPECT_EQ(log.Message(2), u"Bad value");
 }
 
-// A server only logs, even a type that is neither shown nor logged.
-TEST_F(ErrorLogTest, AServerOnlyLogs) {
-    m_app->SetServer(true);
-    QErrorLog log(u"server-only.txt");
-    QErrorType* formula = log.Register(u"Formula");
-    formula->DisplayOrLog(u"First");
-    formula->DisplayOrLog(u"Second");
-    QErrorType* silent = log.Register(u"Silent");
-    silent->SetIsDisplay(false);
-    silent->SetIsLog(false);
-    silent->DisplayOrLog(u"Logged all the same");
-
-    EXPECT_TRUE(log.IsLogOnly());
-    EXPECT_EQ(log.GetSize(), 0);
-    EXPECT_EQ(LoggedLines(PathOf(log)),
-              Lines({"Formula:First", "Formula:Second", "Silent:Logged all the same"}));
-    EXPECT_TRUE(m_host.boxes.empty());
-}
-
 TEST_F(ErrorLogTest, AServerWithServerErrorsShowsEachMessageAtOnce) {
     WriteOption(u"ServerErrors", 1);
     m_app->SetServer(true);
@@ -507,17 +501,13 @@ TEST_F(ErrorLogTest, ASingleMessageOffersTheOptions) {
     log.DisplaySingleMessage(0);
     EXPECT_TRUE(Matches(m_host.boxes.back().caption, R"(Tester - \d\d:\d\d:\d\d)"));
     EXPECT_EQ(log.GetSize(), 1);
-}
 
-TEST_F(ErrorLogTest, ASingleMessageWhileClosingIsAPlainStopBox) {
+    // While the application closes it is a plain stop box.
     m_app->SetClosing(true);
-    QErrorLog log;
-    log.Display(log.Register(u"Formula"), u"Bad value");
     log.DisplayPendingMessages(true);
-    ASSERT_EQ(m_host.boxes.size(), 1u);
-    EXPECT_EQ(m_host.boxes[0].text, u"Bad value");
-    EXPECT_EQ(m_host.boxes[0].caption, u"Tester");
-    EXPECT_EQ(m_host.boxes[0].flags, MB_OK | MB_ICONSTOP);
+    EXPECT_EQ(m_host.boxes.back().text, u"No heading");
+    EXPECT_EQ(m_host.boxes.back().caption, u"Tester");
+    EXPECT_EQ(m_host.boxes.back().flags, MB_OK | MB_ICONSTOP);
 }
 
 // Several messages are shown in one list, after a question when asked for; on No they stay.
