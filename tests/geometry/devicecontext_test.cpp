@@ -270,6 +270,22 @@ TEST_F(CairoDCTest, SvgPathsHoldTheMappedPixelCentres) {
               1);
 }
 
+// Each curve of a run of Beziers starts where the one before it ends, three points on.
+TEST_F(CairoDCTest, SvgBeziersFollowOneAnother) {
+    {
+        auto dc = QCairoDC::CreateSvg(PathOf("curves.svg"), 100, 100, 96);
+        const QClientPoint points[] = {{0, 0},   {10, 20}, {30, 20}, {40, 0},
+                                       {50, 10}, {60, 30}, {70, 0}};
+        dc->PolyBezier(points);
+        dc->Finish();
+    }
+    const auto paths = SvgPathNumbers(Path("curves.svg"));
+    ASSERT_TRUE(paths.has_value());
+    ASSERT_EQ(paths->size(), 1u);
+    EXPECT_EQ((*paths)[0], (std::vector<double>{0.5, 0.5, 10.5, 20.5, 30.5, 20.5, 40.5, 0.5, 50.5,
+                                                10.5, 60.5, 30.5, 70.5, 0.5}));
+}
+
 TEST_F(CairoDCTest, PdfPrinterPageHasTheSizeInMillimetres) {
     const struct { double width, height; } cases[] = {{210, 297}, {297, 210}, {1000, 50}};
     for (const auto& c : cases) {
