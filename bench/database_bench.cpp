@@ -3,6 +3,7 @@
 // made), and, as the peer, through one prepared statement of SQLite's own, bound and stepped.
 
 #include "bench/benchfolder.h"
+#include "tests/support/appfactory.h"
 
 #include "keel/document/ado.h"
 #include "keel/formula/evaluator.h"
@@ -45,25 +46,12 @@ const std::string& DatabasePath() {
     return path;
 }
 
-class BenchFactory : public QEvaluatorFactory {
-public:
-    QEvaluator* NewQEvaluator(QAnyValue& result, FormulaText formula, QFormulaContext* context,
-                              bool passThrough, bool reportErrors, bool isAction) override {
-        return new QEvaluator(result, formula, context, passThrough, reportErrors, isAction);
-    }
-    CString FolderForConstant(QConstantFolder folder) const override {
-        return folder == QConstantFolder::Table ? CString::FromUtf8(BenchFolder().string())
-                                                : CString();
-    }
-    QFormulaDatabase* Database() override { return &m_database; }
-
-private:
-    QAdoFormulaDatabase m_database;
-};
-
 void BM_DbLookupFormula(benchmark::State& state) {
     DatabasePath();
-    BenchFactory factory;
+    QAdoFormulaDatabase database;
+    test::TestAppFactory factory;
+    factory.SetTableFolder(BenchFolder());
+    factory.SetDatabase(&database);
     SetEvaluatorFactory(&factory);
     QEvaluator::InstallAsFormulaHook();
     const FormulaText formula(

@@ -2,6 +2,7 @@
 // match, and, as the peer, imported into SQLite from the same rows as CSV.
 
 #include "bench/benchfolder.h"
+#include "tests/support/appfactory.h"
 
 #include "keel/formula/evaluator.h"
 #include "keel/formula/evaluatorfactory.h"
@@ -147,21 +148,10 @@ BENCHMARK(BM_LookupNearestWalking1000Rows)->Unit(benchmark::kMicrosecond);
 
 // The same exact look-up from a formula: the table is found by its name in the table folder on
 // every evaluation, the keys are evaluated and the function dispatched.
-class BenchFolderFactory : public QEvaluatorFactory {
-public:
-    QEvaluator* NewQEvaluator(QAnyValue& result, FormulaText formula, QFormulaContext* context,
-                              bool passThrough, bool reportErrors, bool isAction) override {
-        return new QEvaluator(result, formula, context, passThrough, reportErrors, isAction);
-    }
-    CString FolderForConstant(QConstantFolder folder) const override {
-        return folder == QConstantFolder::Table ? CString::FromUtf8(BenchFolder().string())
-                                                : CString();
-    }
-};
-
 void BM_LookupExactFromAFormula(benchmark::State& state) {
     QLookupTableSource::Install();
-    static BenchFolderFactory factory;
+    static test::TestAppFactory factory;
+    factory.SetTableFolder(BenchFolder());
     SetEvaluatorFactory(&factory);
     QLookupTable table = OpenFresh(VltPath());
     table.LoadRowsIfNecessary();

@@ -1,12 +1,16 @@
 #include "tests/support/archivebytes.h"
+#include "tests/support/compoundprobe.h"
 #include "tests/support/docitems.h"
 #include "tests/support/environment.h"
 #include "tests/support/errorreports.h"
+#include "tests/support/homefolder.h"
+#include "tests/support/pagescene.h"
 #include "tests/support/progressservices.h"
 #include "tests/support/tempfolder.h"
 #include "tests/support/uihosts.h"
 
 #include "keel/document/doc.h"
+#include "keel/document/pagedocument.h"
 #include "keel/document/usertrace.h"
 #include "keel/document/winapp.h"
 #include "keel/platform/schema.h"
@@ -15,7 +19,6 @@
 #include <gtest/gtest.h>
 #include <memory>
 #include <regex>
-#include <sstream>
 #include <string>
 #include <vector>
 
@@ -78,16 +81,8 @@ class DocTest : public test::ErrorReportsTest {
 protected:
     void SetUp() override {
         ErrorReportsTest::SetUp();
-        m_savedDefault = QSchema::DefaultVersion();
-        m_savedUnsupported = QSchema::UnsupportedVersion();
-        QSchema::SetDefaultSchema(kDefaultSchema);
         QSchema::SetUnsupportedSchema(kUnsupportedSchema);
         m_document.SetPathName(kPath);
-    }
-    void TearDown() override {
-        QSchema::SetDefaultSchema(m_savedDefault);
-        QSchema::SetUnsupportedSchema(m_savedUnsupported);
-        ErrorReportsTest::TearDown();
     }
 
     Bytes Store(QDoc& document) {
@@ -110,11 +105,8 @@ protected:
     test::RecordingProgressServices m_services;
     test::RecordingHost m_host{IDYES};
     test::ScopedUIServices m_installed{m_host};
+    test::ScopedSchema m_schema{kDefaultSchema};
     QDoc m_document;
-
-private:
-    int m_savedDefault = -1;
-    int m_savedUnsupported = -1;
 };
 
 // --- The stream, byte for byte -----------------------------------------------------------------
@@ -398,14 +390,9 @@ protected:
 
     // The texts of the trace's lines, without their times.
     static std::vector<std::string> TraceTexts() {
-        const std::string path = UserTraceFilePath().ToUtf8();
-        UserTraceClose();
-        if (path.empty())
-            return {};
-        std::vector<std::string> texts;
-        std::istringstream in(test::ReadText(path));
-        for (std::string line; std::getline(in, line);)
-            texts.push_back(line.substr(line.find('\t', line.find('\t') + 1) + 1));
+        std::vector<std::string> texts = test::ClosedTraceLines();
+        for (std::string& text : texts)
+            text = text.substr(text.find('\t', text.find('\t') + 1) + 1);
         return texts;
     }
 
@@ -525,6 +512,31 @@ TEST_F(DocTest, TheActiveDocumentIsForgottenWhenItCloses) {
     QDoc::SetActiveDocument(document.get());
     document.reset();
     EXPECT_EQ(QDoc::TheActiveDocument(), nullptr);
+}
+
+// The header of a page document follows the document's; from schema 18 on, its lengths are
+// doubles.
+TEST_F(DocTest, ThePageHeaderFollowsTheDocumentHeaderByteForByte) {
+    const test::ScopedSchema schema(18);
+    const test::PageStaticsScope statics;
+    QPageDoc::SetManualPageSize(test::PageSize(420, 297));
+    QPageDocument document;
+    ASSERT_EQ(document.GetScale(), 20);
+    const Bytes expected = Concat({test::Hex("BA BA"), test::LittleEndian32(18),
+                                   test::Hex("01 14 00 00 00 "
+                                             "02 00 00 00 00 00 40 7A 40 00 00 00 00 00 90 72 40 "
+                                             "00"),
+                                   test::LittleEndian32(0)});
+    const Bytes stored = Stored([&](CArchive& archive) { document.Serialize(archive); });
+    EXPECT_EQ(stored, expected);
+
+    QPageDoc::SetManualPageSize({});
+    QPageDocument loaded;
+    Loading loading(stored, 4096, u"Contents");
+    loaded.Serialize(loading.archive);
+    EXPECT_EQ(loaded.GetScale(), 20);
+    EXPECT_EQ(loaded.GetPageSize(), test::PageSize(420, 297));
+    EXPECT_EQ(Stored([&](CArchive& archive) { loaded.Serialize(archive); }), expected);
 }
 
 } // namespace

@@ -1,19 +1,35 @@
 #include "tests/support/answerdocument.h"
+#include "tests/support/archivebytes.h"
 #include "tests/support/compoundprobe.h"
 #include "tests/support/docitems.h"
+#include "tests/support/environment.h"
+#include "tests/support/errorreports.h"
 #include "tests/support/gsforacle.h"
 #include "tests/support/propertysets.h"
 #include "tests/support/tempfolder.h"
+#include "tests/support/uihosts.h"
 
 #include "keel/document/doc.h"
+#include "keel/document/filehandlerdoc.h"
+#include "keel/document/winapp.h"
 #include "keel/platform/schema.h"
+#include "keel/system/currentdirectory.h"
 
+#include <filesystem>
 #include <gtest/gtest.h>
+#include <optional>
+#include <string>
+#include <unistd.h>
+#include <utility>
+#include <vector>
 
 namespace keel {
 namespace {
 
 using test::Bytes;
+using test::Concat;
+using test::GsfElement;
+using test::WideString;
 
 class DocStorageTest : public test::TempFolderTest {
 protected:
@@ -269,6 +285,464 @@ TEST_F(DocStorageTest, PropertySetStorageRoundTrip) {
     std::unique_ptr<CStorage> readOnly = CStorage::OpenBytes(root->Bytes(), 0x10);
     EXPECT_FALSE(written.WriteToStorage(*readOnly));
     EXPECT_EQ(readOnly->Bytes(), root->Bytes());
+}
+
+Bytes Int32(std::int32_t value) {
+    return test::LittleEndian32(static_cast<std::uint32_t>(value));
+}
+
+std::unique_ptr<QEnhMetaFile> Image(Bytes bytes) {
+    auto image = std::make_unique<QEnhMetaFile>();
+    image->m_bytes = std::move(bytes);
+    return image;
+}
+
+// The images of a document as byte lists, nullopt for a null image.
+std::vector<std::optional<Bytes>> ImagesOf(const QFileHandlerDoc& doc) {
+    std::vector<std::optional<Bytes>> images;
+    for (const auto& image : doc.GetPageImages())
+        images.push_back(image ? std::optional<Bytes>(image->m_bytes) : std::nullopt);
+    return images;
+}
+
+// A root storage in memory holding one stream "FileHandlers" with the given bytes, or none.
+std::unique_ptr<CStorage> RootWith(const std::optional<Bytes>& stream) {
+    test::GsfTree tree{{"Other", GsfElement{false, {9}}}};
+    if (stream)
+        tree["FileHandlers"] = GsfElement{false, *stream};
+    return CStorage::OpenBytes(test::WriteWithGsf(tree), 0x12);
+}
+
+// A document holding three images, one of them null, that a load must replace or keep.
+void GiveOldImages(QFileHandlerDoc& doc) {
+    doc.SetImagesName(u"old");
+    doc.AddPageImage(Image({7, 7}));
+    doc.AddPageImage(nullptr);
+    doc.AddPageImage(Image({8}));
+}
+
+const std::vector<std::optional<Bytes>> kOldImages = {Bytes{7, 7}, std::nullopt, Bytes{8}};
+
+TEST_F(DocStorageTest, TheStreamIsLaidOutByteForByteAndReadsBack) {
+    QFileHandlerDoc doc;
+    doc.SetImagesName(u"Pics");
+    doc.AddPageImage(Image({1, 2, 3}));
+    doc.AddPageImage(nullptr);
+    // A metafile without bytes cannot be written whole: it goes as a null one.
+    doc.AddPageImage(Image({}));
+    const Bytes large = Bytes(10000, 0x5A);
+    doc.AddPageImage(Image(large));
+
+    std::unique_ptr<CStorage> root = CStorage::CreateFile(PathOf("doc.kdoc"), 0x1012);
+    ASSERT_TRUE(root);
+    doc.SaveToStorage(*root);
+    // Saving committed the file: libgsf finds the stream on disk.
+    const Bytes expected = Concat({Int32(-1),
+                                   Int32(120),
+                                   WideString(u"Pics"),
+                                   Int32(4),
+                                   Int32(3),
+                                   {1, 2, 3},
+                                   Int32(0),
+                                   Int32(0),
+                                   Int32(10000),
+                                   large});
+    EXPECT_EQ(test::ReadWithGsf(ReadBytes("doc.kdoc")).at("FileHandlers").bytes, expected);
+    root.reset();
+
+    QFileHandlerDoc back;
+    GiveOldImages(back);
+    std::unique_ptr<CStorage> reopened = CStorage::OpenFile(PathOf("doc.kdoc"), 0x10);
+    ASSERT_TRUE(reopened);
+    back.LoadFromStorage(*reopened);
+    EXPECT_EQ(back.GetImagesName(), u"Pics");
+    const std::vector<std::optional<Bytes>> images = {Bytes{1, 2, 3}, std::nullopt, std::nullopt,
+                                                      large};
+    EXPECT_EQ(ImagesOf(back), images);
+    back.ReleaseAllPageImages();
+    EXPECT_TRUE(back.GetPageImages().empty());
+}
+
+// What a load does with each kind of "FileHandlers" stream.
+TEST_F(DocStorageTest, StreamsOfEachKindLoadAsTheyShould) {
+    const Bytes oneImage = Concat({WideString(u"new"), Int32(1), Int32(2), {4, 5}});
+    const struct {
+        const char* what;
+        std::optional<Bytes> stream;
+        CString name;
+        std::vector<std::optional<Bytes>> images;
+    } cases[] = {
+        {"missing stream", std::nullopt, u"old", kOldImages},
+        {"empty stream", Bytes{}, u"old", kOldImages},
+        {"version 106 reads the images",
+         Concat({Int32(-1), Int32(106), oneImage}),
+         u"new",
+         {Bytes{4, 5}}},
+        {"version 105 holds none", Concat({Int32(-1), Int32(105), oneImage}), u"old", kOldImages},
+        {"no marker is version 21", Concat({Int32(-2), Int32(200), oneImage}), u"old", kOldImages},
+        {"no images", Concat({Int32(-1), Int32(300), WideString(u""), Int32(0)}), u"", {}},
+    };
+    for (const auto& c : cases) {
+        QFileHandlerDoc doc;
+        GiveOldImages(doc);
+        std::unique_ptr<CStorage> root = RootWith(c.stream);
+        ASSERT_TRUE(root) << c.what;
+        EXPECT_NO_THROW(doc.LoadFromStorage(*root)) << c.what;
+        EXPECT_EQ(doc.GetImagesName(), c.name) << c.what;
+        EXPECT_EQ(ImagesOf(doc), c.images) << c.what;
+    }
+}
+
+// Damaged streams fail with the end of the stream and leave the images as they were; no count
+// or size is trusted before the bytes are there.
+TEST_F(DocStorageTest, DamagedStreamsFailAndKeepTheImages) {
+    const Bytes head = Concat({Int32(-1), Int32(120), WideString(u"x")});
+    const struct {
+        const char* what;
+        Bytes stream;
+    } cases[] = {
+        {"count beyond the stream", Concat({head, Int32(-1)})},
+        {"count one too many", Concat({head, Int32(2), Int32(1), {1}})},
+        {"size beyond the stream", Concat({head, Int32(1), Int32(0x7FFFFFFF), {1, 2}})},
+        {"size one too many", Concat({head, Int32(1), Int32(3), {1, 2}})},
+        {"cut in the name", Bytes(head.begin(), head.end() - 1)},
+        {"cut in the marker", Bytes{0xFF, 0xFF}},
+    };
+    for (const auto& c : cases) {
+        QFileHandlerDoc doc;
+        GiveOldImages(doc);
+        std::unique_ptr<CStorage> root = RootWith(c.stream);
+        try {
+            doc.LoadFromStorage(*root);
+            ADD_FAILURE() << c.what << " was read";
+        } catch (const CArchiveException& failure) {
+            EXPECT_EQ(failure.m_cause, CArchiveException::endOfFile) << c.what;
+        }
+        EXPECT_EQ(doc.GetImagesName(), u"old") << c.what;
+        EXPECT_EQ(ImagesOf(doc), kOldImages) << c.what;
+    }
+}
+
+TEST_F(DocStorageTest, ReadingGivesTheVersionAndTheBytesAfterTheHeader) {
+    const struct {
+        const char* what;
+        std::optional<Bytes> stream;
+        bool found;
+        int version;
+        int reads;
+        Bytes read;
+    } cases[] = {
+        {"missing", std::nullopt, false, 21, 0, {}},
+        {"empty", Bytes{}, true, 21, 0, {}},
+        {"marked", Concat({Int32(-1), Int32(77), {1, 2}}), true, 77, 1, {1, 2}},
+        {"marked, nothing after", Concat({Int32(-1), Int32(130)}), true, 130, 1, {}},
+        {"unmarked reads from the start", Concat({Int32(5), {1}}), true, 21, 1,
+         Concat({Int32(5), {1}})},
+    };
+    for (const auto& c : cases) {
+        test::CompoundProbe probe;
+        std::unique_ptr<CStorage> root = RootWith(c.stream);
+        int version = -5;
+        EXPECT_EQ(probe.ReadFromStorage(*root, u"FileHandlers", version), c.found) << c.what;
+        EXPECT_EQ(version, c.version) << c.what;
+        EXPECT_EQ(probe.m_reads, c.reads) << c.what;
+        if (c.reads) {
+            EXPECT_EQ(probe.m_versionSeen, c.version) << c.what;
+            EXPECT_EQ(probe.m_read, c.read) << c.what;
+        }
+    }
+}
+
+TEST_F(DocStorageTest, FailuresRunTheCleanUpsAndLeaveTheFile) {
+    std::unique_ptr<CStorage> root = CStorage::CreateFile(PathOf("doc.kdoc"), 0x1012);
+    test::CompoundProbe probe;
+    probe.m_toWrite = {1, 2, 3};
+    ASSERT_TRUE(probe.WriteToStorage(*root, u"Mine"));
+    const Bytes saved = ReadBytes("doc.kdoc");
+    EXPECT_EQ(test::ReadWithGsf(saved).at("Mine").bytes,
+              Concat({Int32(-1), Int32(120), {1, 2, 3}}));
+
+    probe.m_failWrite = true;
+    EXPECT_THROW(probe.WriteToStorage(*root, u"Mine"), CArchiveException);
+    EXPECT_EQ(probe.m_writeCleanups, 1);
+    EXPECT_EQ(ReadBytes("doc.kdoc"), saved) << "nothing was committed";
+    root->Revert();
+
+    probe.m_failRead = true;
+    int version = 0;
+    EXPECT_THROW(probe.ReadFromStorage(*root, u"Mine", version), CArchiveException);
+    EXPECT_EQ(probe.m_readCleanups, 1);
+    EXPECT_EQ(probe.m_writeCleanups, 1);
+
+    // A storage that refuses the stream gives its file failure.
+    root.reset();
+    std::unique_ptr<CStorage> readOnly = CStorage::OpenFile(PathOf("doc.kdoc"), 0x10);
+    ASSERT_TRUE(readOnly);
+    probe.m_failWrite = false;
+    try {
+        probe.WriteToStorage(*readOnly, u"Mine");
+        ADD_FAILURE() << "wrote into a file open for reading";
+    } catch (const CFileException& failure) {
+        EXPECT_EQ(failure.m_cause, CFileException::accessDenied);
+    }
+}
+
+// A document of a kind with file extensions, whose application hooks are written down.
+class SavingDoc : public QDoc {
+public:
+    CString GetFilterExtensions() const override { return extensions; }
+    int ExtensionNumberToUse() override { return extensionNumber; }
+    void CopyRenameAncillaryFiles(const CString& oldPath, const CString& newPath) override {
+        ancillaryMoves.emplace_back(oldPath.ToUtf8(), newPath.ToUtf8());
+    }
+    bool OnFileSaveAction() override {
+        ++saveActions;
+        return saveActionTakesOver;
+    }
+
+    CString extensions;
+    int extensionNumber = 0;
+    bool saveActionTakesOver = false;
+    int saveActions = 0;
+    std::vector<std::pair<std::string, std::string>> ancillaryMoves;
+};
+
+struct SuggestedNameCase {
+    const char* title;
+    const char* path;
+    const char* extensions;
+    int extensionNumber;
+    bool replace;
+    const char* expected;
+};
+
+class SuggestedSaveName : public testing::TestWithParam<SuggestedNameCase> {};
+
+TEST_P(SuggestedSaveName, ComesFromThePathOrTheTitle) {
+    const SuggestedNameCase& c = GetParam();
+    SavingDoc document;
+    document.SetTitle(CString::FromUtf8(c.title));
+    document.SetPathName(CString::FromUtf8(c.path));
+    document.extensions = CString::FromUtf8(c.extensions);
+    document.extensionNumber = c.extensionNumber;
+    EXPECT_EQ(document.SuggestedSaveName(c.replace).ToUtf8(), c.expected);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Cases, SuggestedSaveName,
+    testing::Values(
+        SuggestedNameCase{"Kitchen", "/plans/k.kdoc", ".kdoc", 0, true, "/plans/k.kdoc"},
+        SuggestedNameCase{"Kitchen", "/plans/k.kdoc", ".kdoc", 0, false, "/plans/k.kdoc"},
+        // A copy of a document without a path has no name to start from.
+        SuggestedNameCase{"Kitchen", "", ".kdoc", 0, false, ""},
+        SuggestedNameCase{"Kitchen", "", "", 0, true, "Kitchen"},
+        SuggestedNameCase{"Kitchen", "", ".kdoc", 0, true, "Kitchen.kdoc"},
+        // The title is cut at the first character that a file name should not begin with.
+        SuggestedNameCase{"Kitchen plan", "", ".kdoc", 0, true, "Kitchen.kdoc"},
+        SuggestedNameCase{"Plan#2", "", ".kdoc", 0, true, "Plan.kdoc"},
+        SuggestedNameCase{"50%", "", ".kdoc", 0, true, "50.kdoc"},
+        SuggestedNameCase{"a;b", "", ".kdoc", 0, true, "a.kdoc"},
+        SuggestedNameCase{"up/down", "", ".kdoc", 0, true, "up.kdoc"},
+        SuggestedNameCase{"back\\slash", "", ".kdoc", 0, true, "back.kdoc"},
+        SuggestedNameCase{"#1", "", ".kdoc", 0, true, ".kdoc"},
+        // The extension is picked from the list by number; past its end, the last one.
+        SuggestedNameCase{"Roof", "", ".kdoc;.kbak;.ktpl", 0, true, "Roof.kdoc"},
+        SuggestedNameCase{"Roof", "", ".kdoc;.kbak;.ktpl", 1, true, "Roof.kbak"},
+        SuggestedNameCase{"Roof", "", ".kdoc;.kbak;.ktpl", 2, true, "Roof.ktpl"},
+        SuggestedNameCase{"Roof", "", ".kdoc;.kbak;.ktpl", 7, true, "Roof.ktpl"}));
+
+// Saves into a folder of the test's own, with the error log empty and a still clock.
+class DocSaveTest : public test::TempFolderTest {
+protected:
+    void SetUp() override {
+        TempFolderTest::SetUp();
+        // The error log is kept outside the folder, whose files the tests count.
+        TheErrorLog().SetFilename(
+            CString::FromUtf8((std::filesystem::temp_directory_path() /
+                               ("keel-docsave-" + std::to_string(::getpid()) + ".txt"))
+                                  .string()));
+        TheErrorLog().DiscardPendingMessages();
+        m_document.SummaryInformation().SetClock(m_clock.Reader());
+        m_document.AddItem(std::make_unique<test::TestNote>(u"kept"));
+    }
+    void TearDown() override {
+        TheErrorLog().DiscardPendingMessages();
+        TempFolderTest::TearDown();
+    }
+
+    // The notes of the document saved at `name`.
+    std::vector<std::string> NotesIn(const std::string& name) {
+        QDoc loaded;
+        loaded.LoadDocument(PathOf(name));
+        std::vector<std::string> notes;
+        for (const auto& item : loaded.Items())
+            notes.push_back(static_cast<const test::TestNote&>(*item).m_text.ToUtf8());
+        return notes;
+    }
+
+    test::StillClock m_clock{c_fileTimeTicksAtUnixEpoch};
+    SavingDoc m_document;
+    test::ScopedSchema m_schema{7};
+};
+
+TEST_F(DocSaveTest, SaveAsTakesTheNameAndACopyLeavesThePath) {
+    ASSERT_TRUE(m_document.DoSave(PathOf("first.kdoc")));
+    EXPECT_EQ(m_document.GetPathName(), PathOf("first.kdoc"));
+    EXPECT_EQ(NotesIn("first.kdoc"), std::vector<std::string>{"kept"});
+
+    ASSERT_TRUE(m_document.DoSave(PathOf("copy.kdoc"), false));
+    EXPECT_EQ(m_document.GetPathName(), PathOf("first.kdoc"));
+    EXPECT_EQ(NotesIn("copy.kdoc"), std::vector<std::string>{"kept"});
+
+    // The same name again moves no ancillary files.
+    ASSERT_TRUE(m_document.DoSave(PathOf("first.kdoc")));
+    EXPECT_EQ(m_document.ancillaryMoves,
+              (std::vector<std::pair<std::string, std::string>>{
+                  {"", Path("first.kdoc")}, {Path("first.kdoc"), Path("copy.kdoc")}}));
+    EXPECT_EQ(test::PendingReports(), std::vector<test::Report>{});
+}
+
+TEST_F(DocSaveTest, AnEmbeddedDocumentTakesTheNameOfACopy) {
+    m_document.SetEmbedded(true);
+    ASSERT_TRUE(m_document.DoSave(PathOf("inner.kdoc"), false));
+    EXPECT_EQ(m_document.GetPathName(), PathOf("inner.kdoc"));
+}
+
+TEST_F(DocSaveTest, MissingFoldersAreMadeAndARelativeNameIsTakenFromTheCurrentFolder) {
+    ASSERT_TRUE(m_document.DoSave(PathOf("new/deeper/d.kdoc")));
+    EXPECT_EQ(NotesIn("new/deeper/d.kdoc"), std::vector<std::string>{"kept"});
+
+    const QSaveAndRestoreCurrentDirectory inside(PathOf("new"));
+    ASSERT_TRUE(inside.IsEntered());
+    ASSERT_TRUE(m_document.DoSave(u"relative.kdoc"));
+    EXPECT_EQ(m_document.GetPathName(), PathOf("new/relative.kdoc"));
+    EXPECT_EQ(NotesIn("new/relative.kdoc"), std::vector<std::string>{"kept"});
+}
+
+// Without a name the host's file dialog is asked, titled by the kind of save, with the
+// document's extensions as its filter and the suggested name to start from.
+TEST_F(DocSaveTest, WithoutANameTheHostIsAsked) {
+    m_document.SetTitle(u"Roof plan");
+    m_document.extensions = u".kdoc;.kbak";
+    test::ExportDialogHost host;
+    const test::ScopedUIServices installed(host);
+
+    EXPECT_FALSE(m_document.DoSave(CString()));
+    EXPECT_EQ(Listing(""), std::vector<std::string>{});
+    EXPECT_TRUE(m_document.GetPathName().IsEmpty());
+
+    host.chosenPath = Path("chosen.kdoc");
+    EXPECT_TRUE(m_document.DoSave(CString()));
+    EXPECT_EQ(m_document.GetPathName(), PathOf("chosen.kdoc"));
+    host.chosenPath = Path("copy.kdoc");
+    EXPECT_TRUE(m_document.DoSave(CString(), false));
+    EXPECT_EQ(m_document.GetPathName(), PathOf("chosen.kdoc"));
+    EXPECT_EQ(Listing(""), (std::vector<std::string>{"chosen.kdoc", "copy.kdoc"}));
+
+    ASSERT_EQ(host.dialogs.size(), 3u);
+    for (const auto& dialog : host.dialogs) {
+        EXPECT_TRUE(dialog.save);
+        EXPECT_EQ(dialog.filter, "*.kdoc;*.kbak|*.kdoc;*.kbak||");
+        EXPECT_EQ(dialog.defaultExt, "kdoc");
+    }
+    EXPECT_EQ(host.dialogs[0].title, "Save As");
+    EXPECT_EQ(host.dialogs[2].title, "Save Copy As");
+}
+
+TEST_F(DocSaveTest, WithoutADisplayASaveWithoutANameSavesNothing) {
+    EXPECT_FALSE(m_document.DoSave(CString()));
+    EXPECT_FALSE(m_document.OnFileSave());
+    EXPECT_EQ(Listing(""), std::vector<std::string>{});
+    EXPECT_EQ(test::PendingReports(), std::vector<test::Report>{});
+}
+
+// A failed save reports the reason in the error log and keeps the document's path; the file
+// that was there stays as it was.
+TEST_F(DocSaveTest, AFailedSaveIsReportedAndChangesNothing) {
+    WriteBytes("plain.txt", {'x'});
+    CString reason;
+    try {
+        QDoc().SaveDocument(PathOf("plain.txt/d.kdoc"));
+        FAIL() << "a file was written inside a file";
+    } catch (const CFileException& failure) {
+        reason = ErrorMessage(failure);
+    }
+    ASSERT_TRUE(m_document.DoSave(PathOf("d.kdoc")));
+    const test::Bytes saved = ReadBytes("d.kdoc");
+
+    EXPECT_FALSE(m_document.DoSave(PathOf("plain.txt/d.kdoc")));
+    EXPECT_EQ(m_document.GetPathName(), PathOf("d.kdoc"));
+    EXPECT_EQ(test::PendingReports(), (std::vector<test::Report>{{"Error", reason.ToUtf8()}}));
+    EXPECT_NE(reason.Find(PathOf("plain.txt/d.kdoc")), -1);
+    TheErrorLog().DiscardPendingMessages();
+
+    m_document.AddItem(std::make_unique<test::TestBroken>());
+    EXPECT_FALSE(m_document.DoSave(PathOf("d.kdoc")));
+    EXPECT_EQ(ReadBytes("d.kdoc"), saved);
+    const std::vector<test::Report> reports = test::PendingReports();
+    ASSERT_EQ(reports.size(), 2u);
+    EXPECT_EQ(reports[0].message.rfind("Failed during attempt to save document item 2 of 2", 0),
+              0u);
+    EXPECT_EQ(
+        reports[1],
+        (test::Report{
+            "Error",
+            ErrorMessage(CFileException(CFileException::diskFull, -1, u"broken.doc")).ToUtf8()}));
+}
+
+// Save and Save As with an application: they run in its folder of the last open or save, which
+// then follows the document.
+class DocFileCommandTest : public DocSaveTest {
+protected:
+    void SetUp() override {
+        DocSaveTest::SetUp();
+        m_environment.Set("HOME", Path("home"));
+        m_environment.Set("XDG_CONFIG_HOME", Path("home/config"));
+        m_environment.Set("XDG_DATA_HOME", Path("home/data"));
+        m_app = std::make_unique<QWinApp>();
+        m_app->SetLastOpenSaveDir(PathOf("last"));
+        std::filesystem::create_directories(m_root / "last");
+        m_startFolder = QCurrentDirectory::Get();
+    }
+    void TearDown() override {
+        m_app.reset();
+        DocSaveTest::TearDown();
+    }
+
+    test::ScopedEnvironment m_environment;
+    std::unique_ptr<QWinApp> m_app;
+    CString m_startFolder;
+};
+
+TEST_F(DocFileCommandTest, SaveAsTakesARelativeNameFromTheLastFolder) {
+    ASSERT_TRUE(m_document.OnFileSaveAs(u"plan.kdoc"));
+    EXPECT_EQ(m_document.GetPathName(), PathOf("last/plan.kdoc"));
+    EXPECT_EQ(NotesIn("last/plan.kdoc"), std::vector<std::string>{"kept"});
+    EXPECT_EQ(QCurrentDirectory::Get(), m_startFolder);
+
+    ASSERT_TRUE(m_document.OnFileSaveAs(PathOf("other/plan.kdoc")));
+    EXPECT_EQ(m_app->LastOpenSaveDir(), PathOf("other/"));
+    EXPECT_EQ(m_document.saveActions, 0);
+}
+
+TEST_F(DocFileCommandTest, SaveWritesThePathUnlessTheApplicationTakesItOver) {
+    ASSERT_TRUE(m_document.OnFileSaveAs(PathOf("plan.kdoc")));
+    EXPECT_EQ(m_app->LastOpenSaveDir(), PathOf(""));
+    const std::uint64_t firstSave = m_clock.ticks;
+
+    m_clock.Advance(60);
+    m_document.saveActionTakesOver = true;
+    EXPECT_TRUE(m_document.OnFileSave());
+    QDoc loaded;
+    loaded.LoadDocument(PathOf("plan.kdoc"));
+    EXPECT_EQ(loaded.SummaryInformation().GetLastSaveDate().Ticks(), firstSave);
+
+    m_document.saveActionTakesOver = false;
+    EXPECT_TRUE(m_document.OnFileSave());
+    loaded.LoadDocument(PathOf("plan.kdoc"));
+    EXPECT_EQ(loaded.SummaryInformation().GetLastSaveDate().Ticks(), m_clock.ticks);
+    EXPECT_EQ(m_document.saveActions, 2);
+    EXPECT_EQ(QCurrentDirectory::Get(), m_startFolder);
 }
 
 } // namespace

@@ -1,4 +1,4 @@
-#include "tests/support/tempfolder.h"
+#include "tests/support/homefolder.h"
 
 #include "keel/document/errorlog.h"
 #include "keel/document/translate.h"
@@ -10,8 +10,6 @@
 #include <cfenv>
 #include <cfloat>
 #include <chrono>
-#include <cstdlib>
-#include <ctime>
 #include <deque>
 #include <filesystem>
 #include <functional>
@@ -45,16 +43,6 @@ Lines LoggedLines(const fs::path& path) {
             lines.push_back(match[1]);
     }
     return lines;
-}
-
-std::string LocalTimeText(const char* format) {
-    // The clock the library reads: time() may lag it by a tick across a second's change.
-    const std::time_t now = std::chrono::system_clock::to_time_t(std::chrono::system_clock::now());
-    std::tm local{};
-    localtime_r(&now, &local);
-    char text[64];
-    std::strftime(text, sizeof text, format, &local);
-    return text;
 }
 
 bool Matches(const CString& text, const char* pattern) {
@@ -126,12 +114,10 @@ public:
 
 // Each test has a fresh folder as home, data and configuration folder, an application object
 // named "Tester", a scripted host, and the process's log pointed at a file of its own.
-class ErrorLogTest : public test::TempFolderTest {
+class ErrorLogTest : public test::HomeFolderTest {
 protected:
     void SetUp() override {
-        TempFolderTest::SetUp();
-        for (const char* variable : {"HOME", "XDG_CONFIG_HOME", "XDG_DATA_HOME"})
-            m_environment.Set(variable, m_root.string());
+        HomeFolderTest::SetUp();
         m_environment.Set("USER", "tester");
         SetUIServices(&m_host);
         m_app = std::make_unique<TestApp>();
@@ -151,7 +137,7 @@ protected:
         m_app.reset();
         SetUIServices(nullptr);
         QErrorType::ReloadErrorLogOnly();
-        TempFolderTest::TearDown();
+        HomeFolderTest::TearDown();
     }
 
     fs::path LogsFolder() const { return m_root / "keel" / "Logs"; }
@@ -162,7 +148,6 @@ protected:
         ASSERT_TRUE(CRegistry::Current().WriteProfileInt(u"Options", key, value));
     }
 
-    test::ScopedEnvironment m_environment;
     ScriptedHost m_host;
     std::unique_ptr<TestApp> m_app;
 };
@@ -171,9 +156,9 @@ protected:
 // -------------------------------------------------------------------------------------
 
 TEST_F(ErrorLogTest, FileNameIsTheLocalTimeWithEnglishMonth) {
-    const std::string before = LocalTimeText("errorlog_%d-%b-%y_%H%M%S.txt");
+    const std::string before = test::LocalTimeText("errorlog_%d-%b-%y_%H%M%S.txt");
     const QErrorLog log;
-    const std::string after = LocalTimeText("errorlog_%d-%b-%y_%H%M%S.txt");
+    const std::string after = test::LocalTimeText("errorlog_%d-%b-%y_%H%M%S.txt");
     const std::string name = log.Filename().ToUtf8();
     EXPECT_TRUE(name == before || name == after) << name;
     EXPECT_TRUE(Matches(
@@ -216,9 +201,9 @@ TEST_F(ErrorLogTest, TheFirstMessageWritesTheHeaderOfANewFile) {
     QErrorLog log(u"header.txt");
     EXPECT_FALSE(log.IsOpen());
     EXPECT_FALSE(fs::exists(LogsFolder()));
-    const std::string before = LocalTimeText("Error Log: %d-%m-%y %H:%M:%S\n");
+    const std::string before = test::LocalTimeText("Error Log: %d-%m-%y %H:%M:%S\n");
     log.Log(log.Register(u"Formula"), u"Bad value");
-    const std::string after = LocalTimeText("Error Log: %d-%m-%y %H:%M:%S\n");
+    const std::string after = test::LocalTimeText("Error Log: %d-%m-%y %H:%M:%S\n");
 
     EXPECT_TRUE(log.IsOpen());
     EXPECT_TRUE(log.IsWritten());
@@ -253,8 +238,9 @@ TEST_F(ErrorLogTest, AVerboseHeaderListsTheVersionBlock) {
                                                        c_advice + "<clock> Formula:Bad value\n");
 }
 
-// A server adds to an existing file, without the advice; a file it starts has the advice.
-TEST_F(ErrorLogTest, AServerAddsToAnExistingFile) {
+// A server adds to an existing file, without the advice; a file it starts has the advice. It only
+// logs, even a type that is neither shown nor logged.
+TEST_F(ErrorLogTest, AServerOnlyLogsAndAddsToAnExistingFile) {
     WriteText(LogsFolder() / "server.txt", "earlier run\n");
     m_app->SetServer(true);
     QErrorLog log(u"server.txt");
@@ -266,6 +252,18 @@ TEST_F(ErrorLogTest, AServerAddsToAnExistingFile) {
     fresh.Log(fresh.Register(u"Formula"), u"Bad value");
     EXPECT_EQ(WithoutTimes(ReadText(PathOf(fresh))),
               "\n" + c_header + c_advice + "<clock> Formula:Bad value\n");
+
+    QErrorType* formula = log.Register(u"Formula");
+    formula->DisplayOrLog(u"First");
+    QErrorType* silent = log.Register(u"Silent");
+    silent->SetIsDisplay(false);
+    silent->SetIsLog(false);
+    silent->DisplayOrLog(u"Logged all the same");
+    EXPECT_TRUE(log.IsLogOnly());
+    EXPECT_EQ(log.GetSize(), 0);
+    EXPECT_EQ(LoggedLines(PathOf(log)),
+              Lines({"Formula:Bad value", "Formula:First", "Silent:Logged all the same"}));
+    EXPECT_TRUE(m_host.boxes.empty());
 }
 
 // A message is written again unless the one before it had the same type and text.
@@ -396,25 +394,6 @@ TEST_F(ErrorLogTest, DisplayOrLogWritesAndQueues) {
     EXPECT_EQ(log.Message(2), u"Bad value");
 }
 
-// A server only logs, even a type that is neither shown nor logged.
-TEST_F(ErrorLogTest, AServerOnlyLogs) {
-    m_app->SetServer(true);
-    QErrorLog log(u"server-only.txt");
-    QErrorType* formula = log.Register(u"Formula");
-    formula->DisplayOrLog(u"First");
-    formula->DisplayOrLog(u"Second");
-    QErrorType* silent = log.Register(u"Silent");
-    silent->SetIsDisplay(false);
-    silent->SetIsLog(false);
-    silent->DisplayOrLog(u"Logged all the same");
-
-    EXPECT_TRUE(log.IsLogOnly());
-    EXPECT_EQ(log.GetSize(), 0);
-    EXPECT_EQ(LoggedLines(PathOf(log)),
-              Lines({"Formula:First", "Formula:Second", "Silent:Logged all the same"}));
-    EXPECT_TRUE(m_host.boxes.empty());
-}
-
 TEST_F(ErrorLogTest, AServerWithServerErrorsShowsEachMessageAtOnce) {
     WriteOption(u"ServerErrors", 1);
     m_app->SetServer(true);
@@ -522,17 +501,13 @@ TEST_F(ErrorLogTest, ASingleMessageOffersTheOptions) {
     log.DisplaySingleMessage(0);
     EXPECT_TRUE(Matches(m_host.boxes.back().caption, R"(Tester - \d\d:\d\d:\d\d)"));
     EXPECT_EQ(log.GetSize(), 1);
-}
 
-TEST_F(ErrorLogTest, ASingleMessageWhileClosingIsAPlainStopBox) {
+    // While the application closes it is a plain stop box.
     m_app->SetClosing(true);
-    QErrorLog log;
-    log.Display(log.Register(u"Formula"), u"Bad value");
     log.DisplayPendingMessages(true);
-    ASSERT_EQ(m_host.boxes.size(), 1u);
-    EXPECT_EQ(m_host.boxes[0].text, u"Bad value");
-    EXPECT_EQ(m_host.boxes[0].caption, u"Tester");
-    EXPECT_EQ(m_host.boxes[0].flags, MB_OK | MB_ICONSTOP);
+    EXPECT_EQ(m_host.boxes.back().text, u"No heading");
+    EXPECT_EQ(m_host.boxes.back().caption, u"Tester");
+    EXPECT_EQ(m_host.boxes.back().flags, MB_OK | MB_ICONSTOP);
 }
 
 // Several messages are shown in one list, after a question when asked for; on No they stay.

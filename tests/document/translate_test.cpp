@@ -1,5 +1,5 @@
+#include "tests/support/homefolder.h"
 #include "tests/support/paths.h"
-#include "tests/support/tempfolder.h"
 
 #include "keel/document/errorlog.h"
 #include "keel/document/translate.h"
@@ -30,12 +30,6 @@ std::FILE* NullOutput() {
     return output;
 }
 
-// Answers every box with its default button and keeps quiet about it.
-class QuietHost : public CHeadlessUIServices {
-public:
-    QuietHost() : CHeadlessUIServices(NullOutput()) {}
-};
-
 struct Report {
     CString heading;
     CString message;
@@ -43,12 +37,10 @@ struct Report {
 
 // Each test starts with no translation file, every switch off, a fresh folder as home, and an
 // empty list of pending errors.
-class TranslateTest : public test::TempFolderTest {
+class TranslateTest : public test::HomeFolderTest {
 protected:
     void SetUp() override {
-        TempFolderTest::SetUp();
-        for (const char* variable : {"HOME", "XDG_CONFIG_HOME", "XDG_DATA_HOME"})
-            m_environment.Set(variable, m_root.string());
+        HomeFolderTest::SetUp();
         SetUIServices(&m_host);
         ResetSwitches();
         SwitchToTranslationFile(CString(), true, false);
@@ -60,7 +52,7 @@ protected:
         SwitchToTranslationFile(CString(), true, false);
         TheErrorLog().DiscardPendingMessages();
         SetUIServices(nullptr);
-        TempFolderTest::TearDown();
+        HomeFolderTest::TearDown();
     }
 
     static void ResetSwitches() {
@@ -93,8 +85,8 @@ protected:
         return reports;
     }
 
-    test::ScopedEnvironment m_environment;
-    QuietHost m_host;
+    // Answers every box with its default button and keeps quiet about it.
+    CHeadlessUIServices m_host{NullOutput()};
 };
 
 CString T(const char16_t* text, const char16_t* context = u"Message box") {

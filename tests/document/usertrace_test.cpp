@@ -1,4 +1,4 @@
-#include "tests/support/tempfolder.h"
+#include "tests/support/homefolder.h"
 
 #include "keel/document/usertrace.h"
 #include "keel/document/winapp.h"
@@ -7,13 +7,11 @@
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
-#include <ctime>
 #include <filesystem>
 #include <fstream>
 #include <gtest/gtest.h>
 #include <memory>
 #include <regex>
-#include <sstream>
 #include <string>
 #include <thread>
 #include <vector>
@@ -22,16 +20,6 @@ namespace keel {
 namespace {
 
 namespace fs = std::filesystem;
-
-std::string LocalTimeText(const char* format) {
-    // The clock the library reads: time() may lag it by a tick across a second's change.
-    const std::time_t now = std::chrono::system_clock::to_time_t(std::chrono::system_clock::now());
-    std::tm local{};
-    localtime_r(&now, &local);
-    char text[64];
-    std::strftime(text, sizeof text, format, &local);
-    return text;
-}
 
 void Pause(int milliseconds) {
     std::this_thread::sleep_for(std::chrono::milliseconds(milliseconds));
@@ -55,12 +43,10 @@ int Elapsed(const std::string& line) {
 
 // Each test traces into a fresh data folder, with an application named "Tester", the mask
 // cleared and no trace file open.
-class UserTraceTest : public test::TempFolderTest {
+class UserTraceTest : public test::HomeFolderTest {
 protected:
     void SetUp() override {
-        TempFolderTest::SetUp();
-        for (const char* variable : {"HOME", "XDG_CONFIG_HOME", "XDG_DATA_HOME"})
-            m_environment.Set(variable, m_root.string());
+        HomeFolderTest::SetUp();
         m_savedMask = QWinApp::c_UserTraceMask;
         QWinApp::c_UserTraceMask = 0;
         m_app = std::make_unique<TestApp>();
@@ -71,27 +57,15 @@ protected:
         UserTraceRestart();
         m_app.reset();
         QWinApp::c_UserTraceMask = m_savedMask;
-        TempFolderTest::TearDown();
+        HomeFolderTest::TearDown();
     }
 
     fs::path DataFolder() const { return m_root / "keel"; }
-
-    // Closes the trace and gives the lines of its file.
-    static std::vector<std::string> ClosedTraceLines() {
-        const fs::path path = UserTraceFilePath().ToUtf8();
-        UserTraceClose();
-        std::vector<std::string> lines;
-        std::istringstream in(test::ReadText(path));
-        for (std::string line; std::getline(in, line);)
-            lines.push_back(line);
-        return lines;
-    }
 
     int FilesInDataFolder() const {
         return fs::is_directory(DataFolder()) ? static_cast<int>(Listing("keel").size()) : 0;
     }
 
-    test::ScopedEnvironment m_environment;
     unsigned m_savedMask = 0;
     std::unique_ptr<TestApp> m_app;
 };
@@ -102,13 +76,13 @@ protected:
 // text; closing ends tracing for the run, and a restart opens a new file.
 TEST_F(UserTraceTest, TheFileIsNamedByTheLocalTimeAndOpensWithACheckpoint) {
     EXPECT_TRUE(UserTraceFilePath().IsEmpty());
-    const std::string before = LocalTimeText("!Trace!_%Y%m%d_%H%M%S.txt");
+    const std::string before = test::LocalTimeText("!Trace!_%Y%m%d_%H%M%S.txt");
     UserTraceWriteLine(u"hello");
-    const std::string after = LocalTimeText("!Trace!_%Y%m%d_%H%M%S.txt");
+    const std::string after = test::LocalTimeText("!Trace!_%Y%m%d_%H%M%S.txt");
     const fs::path path = UserTraceFilePath().ToUtf8();
     EXPECT_EQ(path.parent_path(), DataFolder());
     EXPECT_TRUE(path.filename() == before || path.filename() == after) << path;
-    const std::vector<std::string> lines = ClosedTraceLines();
+    const std::vector<std::string> lines = test::ClosedTraceLines();
     ASSERT_EQ(lines.size(), 2u);
     EXPECT_TRUE(std::regex_match(lines[0], std::regex(R"(T \d\d:\d\d:\d\d\.\d{3}\t\d{6}\t)")))
         << lines[0];
@@ -125,7 +99,7 @@ TEST_F(UserTraceTest, TheFileIsNamedByTheLocalTimeAndOpensWithACheckpoint) {
     UserTraceRestart();
     UserTraceWriteLine(u"second run");
     EXPECT_FALSE(UserTraceFilePath().IsEmpty());
-    const std::vector<std::string> second = ClosedTraceLines();
+    const std::vector<std::string> second = test::ClosedTraceLines();
     ASSERT_EQ(second.size(), 2u);
     EXPECT_NE(second[1].find("second run"), std::string::npos);
 }
@@ -171,7 +145,7 @@ TEST_F(UserTraceTest, ALineShowsTheTimeSinceTheInnermostStart) {
     Pause(50);
     UserTraceCheckpoint(u"again");
 
-    const std::vector<std::string> lines = ClosedTraceLines();
+    const std::vector<std::string> lines = test::ClosedTraceLines();
     ASSERT_EQ(lines.size(), 7u);
     EXPECT_LT(Elapsed(lines[2]), 60) << lines[2];
     EXPECT_GE(Elapsed(lines[3]), 30) << lines[3];
@@ -186,7 +160,7 @@ TEST_F(UserTraceTest, ALineShowsTheTimeSinceTheInnermostStart) {
 TEST_F(UserTraceTest, PlainLinesCarryTheApplicationTag) {
     QWinApp::c_UserTraceMask = USER_TRACE_PLAIN_LINES | USER_TRACE_COLUMNS;
     UserTraceWriteLine(u"hello");
-    std::vector<std::string> lines = ClosedTraceLines();
+    std::vector<std::string> lines = test::ClosedTraceLines();
     ASSERT_EQ(lines.size(), 2u);
     EXPECT_TRUE(std::regex_match(lines[0], std::regex(R"(\d\d:\d\d:\d\d\.\d{3}\tTes\t)")))
         << lines[0];
@@ -197,7 +171,7 @@ TEST_F(UserTraceTest, PlainLinesCarryTheApplicationTag) {
     QWinApp::c_UserTraceMask = USER_TRACE_PLAIN_LINES;
     UserTraceRestart();
     UserTraceWriteLine(u"hello");
-    lines = ClosedTraceLines();
+    lines = test::ClosedTraceLines();
     ASSERT_EQ(lines.size(), 2u);
     EXPECT_TRUE(std::regex_match(lines[1], std::regex(R"(\d\d:\d\d:\d\d\.\d{3}\tKee\thello)")))
         << lines[1];
@@ -215,7 +189,7 @@ TEST_F(UserTraceTest, ColumnsShowEveryOpenLevel) {
     UserTraceWriteLine(u"outside");
     UserTraceCheckpoint(u"again");
 
-    const std::vector<std::string> lines = ClosedTraceLines();
+    const std::vector<std::string> lines = test::ClosedTraceLines();
     const std::string used = R"(\t\d{6}\t)";
     const std::string unused = "      \t";
     const std::vector<std::string> forms = {
@@ -246,7 +220,7 @@ TEST_F(UserTraceTest, LevelsNestUpTo127AndTheDeepestIsReused) {
     UserTraceWriteLineStop(u"one up");
     UserTraceWriteLine(u"after");
 
-    const std::vector<std::string> lines = ClosedTraceLines();
+    const std::vector<std::string> lines = test::ClosedTraceLines();
     EXPECT_EQ(CountTabs(lines[lines.size() - 3]), 2 * 128);
     const std::string& after = lines.back();
     EXPECT_EQ(CountTabs(after), 2 * 127 + 1);
@@ -263,7 +237,7 @@ TEST_F(UserTraceTest, FileAndLineInfoPrefixesThePlace) {
     UserTraceFileAndLineInfo("doc.cpp", 44)(u"none");
     UserTraceFileAndLineInfo("doc.cpp", 1)(u"%s", CString(u'y', 2000));
 
-    const std::vector<std::string> lines = ClosedTraceLines();
+    const std::vector<std::string> lines = test::ClosedTraceLines();
     ASSERT_EQ(lines.size(), 6u);
     const std::string used = R"(\t\d{6}\tdoc\.cpp )";
     EXPECT_TRUE(std::regex_match(lines[1], std::regex(used + "42: loaded 3 items from plan\\.dwg")))

@@ -1,7 +1,9 @@
 #include "tests/support/answerdocument.h"
-#include "tests/support/environment.h"
+#include "tests/support/appfactory.h"
+#include "tests/support/homefolder.h"
 
 #include "keel/document/ado.h"
+#include "keel/document/commandline.h"
 #include "keel/document/doc.h"
 #include "keel/document/errorlog.h"
 #include "keel/document/translate.h"
@@ -19,15 +21,10 @@
 
 #include <algorithm>
 #include <cstdio>
-#include <cstdlib>
 #include <fcntl.h>
 #include <filesystem>
-#include <fstream>
 #include <gtest/gtest.h>
-#include <map>
 #include <memory>
-#include <optional>
-#include <sstream>
 #include <string>
 #include <unistd.h>
 #include <utility>
@@ -91,18 +88,14 @@ protected:
     void ReportOptionsProblem(const CString& message) override { problems.push_back(U8(message)); }
 };
 
-class WinAppTest : public testing::Test {
+class WinAppTest : public test::HomeFolderTest {
 protected:
     void SetUp() override {
-        std::string pattern = (fs::temp_directory_path() / "keel-winapp-XXXXXX").string();
-        ASSERT_NE(mkdtemp(pattern.data()), nullptr);
-        m_root = pattern;
+        HomeFolderTest::SetUp();
+        // Open to the unprivileged user that one test writes as.
         fs::permissions(m_root, fs::perms::owner_all | fs::perms::group_read |
                                     fs::perms::group_exec | fs::perms::others_read |
                                     fs::perms::others_exec);
-        m_environment.Set("HOME", m_root.string());
-        m_environment.Set("XDG_CONFIG_HOME", (m_root / "config").string());
-        m_environment.Set("XDG_DATA_HOME", (m_root / "data").string());
         CRegistry::SetCurrentFile(CString());
         CRegistry::SetMachineFolder(CString::FromUtf8((m_root / "machine").string()));
         ResetOptionStatics();
@@ -110,12 +103,10 @@ protected:
     void TearDown() override {
         ResetOptionStatics();
         CRegistry::SetMachineFolder(CString());
-        std::error_code ignored;
-        fs::permissions(OptionsFile().parent_path(), fs::perms::owner_all, ignored);
-        fs::remove_all(m_root, ignored);
+        HomeFolderTest::TearDown();
     }
 
-    fs::path OptionsFile() const { return m_root / "config/keel/Keel.ini"; }
+    fs::path OptionsFile() const { return m_root / "keel/Keel.ini"; }
     void StoreOptions(const std::string& text) const { WriteText(OptionsFile(), text); }
     int StoredInt(const CString& section, const CString& key) const {
         return CRegistry(CString::FromUtf8(OptionsFile().string()))
@@ -125,27 +116,10 @@ protected:
         return U8(CRegistry(CString::FromUtf8(OptionsFile().string()))
                       .GetProfileString(section, key, u"(none)"));
     }
-
-    fs::path m_root;
-    ScopedEnvironment m_environment;
 };
 
 // ---------------------------------------------------------------------------------------------
 // The application object
-
-TEST_F(WinAppTest, TheFirstApplicationObjectIsTheApplicationWhileItLives) {
-    EXPECT_EQ(QWinApp::GetApp(), nullptr);
-    {
-        TestApp app;
-        EXPECT_EQ(QWinApp::GetApp(), &app);
-        {
-            TestApp second;
-            EXPECT_EQ(QWinApp::GetApp(), &app);
-        }
-        EXPECT_EQ(QWinApp::GetApp(), &app);
-    }
-    EXPECT_EQ(QWinApp::GetApp(), nullptr);
-}
 
 // A context without a document of its own reads from the active document, which only an
 // application knows; one that belongs to a document keeps to it.
@@ -184,10 +158,9 @@ TEST_F(WinAppTest, TheOptionsFileIsNamedAfterTheRunningApplication) {
     EXPECT_EQ(U8(CRegistry::Current().FilePath()), OptionsFile().string());
     {
         PlannerApp app;
-        EXPECT_EQ(U8(CRegistry::Current().FilePath()),
-                  (m_root / "config/keel/Planner.ini").string());
+        EXPECT_EQ(U8(CRegistry::Current().FilePath()), (m_root / "keel/Planner.ini").string());
         EXPECT_TRUE(app.WriteProfileIntAndUpdateCache(u"Options", u"Value", 4));
-        EXPECT_TRUE(fs::exists(m_root / "config/keel/Planner.ini"));
+        EXPECT_TRUE(fs::exists(m_root / "keel/Planner.ini"));
     }
     EXPECT_EQ(U8(CRegistry::Current().FilePath()), OptionsFile().string());
 }
@@ -265,10 +238,14 @@ TEST_F(WinAppTest, TheCacheHoldsTheFirst29OptionsInTheOrderOfTheTableWithTheirDe
     EXPECT_FALSE(fs::exists(OptionsFile())) << "reading never writes";
 }
 
-TEST_F(WinAppTest, TheCacheTakesTheStoredValuesAndIsRebuiltByAnotherInit) {
+// The cache takes the stored values, whatever the case of their names, and another init builds
+// it again; a key that is not cached gives the default whatever the store holds, and a cached
+// read never goes back to the store.
+TEST_F(WinAppTest, TheCacheTakesTheStoredValuesOrGivesTheDefault) {
     StoreOptions("[view]\nshowgrid=1\nZoom=150%\n[Options]\nCrystalDataPath=/reports/\n"
-                 "PageSizeX=2100\n[Pen]\nMinWidth=3\n");
+                 "PageSizeX=2100\nUnknown=5\nName=stored\n[Pen]\nMinWidth=3\n");
     TestApp app;
+    EXPECT_EQ(app.GetProfileIntFromCache(u"View", u"ShowGrid", 7), 7) << "nothing cached yet";
     app.InitRegistryOptionsCache();
     app.InitRegistryOptionsCache();
     ASSERT_EQ(app.RegIntCache().GetCount(), 22);
@@ -277,25 +254,15 @@ TEST_F(WinAppTest, TheCacheTakesTheStoredValuesAndIsRebuiltByAnotherInit) {
     EXPECT_EQ(app.GetProfileIntFromCache(u"Options", u"PageSizeX", 0), 2100);
     EXPECT_EQ(app.GetProfileIntFromCache(u"Options", u"PageSizeY", 0), -1);
     EXPECT_EQ(app.GetProfileIntFromCache(u"Pen", u"MinWidth", 0), 3);
-    EXPECT_EQ(U8(app.GetProfileStringFromCache(u"View", u"Zoom", u"")), "150%");
     EXPECT_EQ(U8(app.GetProfileStringFromCache(u"Options", u"CrystalDataPath", u"")), "/reports/");
     EXPECT_EQ(app.GetProfileIntFromCache(u"VIEW", u"showGRID", 0), 1);
-}
-
-// A key that is not cached gives the default whatever the store holds, and a cached read never
-// goes back to the store.
-TEST_F(WinAppTest, ACachedReadGivesTheCacheOrTheDefault) {
-    StoreOptions("[Options]\nUnknown=5\nName=stored\n[View]\nShowGrid=1\n");
-    TestApp app;
-    EXPECT_EQ(app.GetProfileIntFromCache(u"View", u"ShowGrid", 7), 7) << "nothing cached yet";
-    app.InitRegistryOptionsCache();
     EXPECT_EQ(app.GetProfileIntFromCache(u"Options", u"Unknown", 42), 42);
     EXPECT_EQ(U8(app.GetProfileStringFromCache(u"Options", u"Name", u"given")), "given");
     EXPECT_EQ(U8(app.GetMachineAppProfileStringFromCache(u"Options", u"Name", u"given")), "given");
     EXPECT_EQ(app.GetProfileIntFromCache(u"Options", u"ShowGrid", 9), 9) << "section matters";
     StoreOptions("[View]\nShowGrid=0\nZoom=300%\n");
     EXPECT_EQ(app.GetProfileIntFromCache(u"View", u"ShowGrid", 5), 1);
-    EXPECT_EQ(U8(app.GetProfileStringFromCache(u"View", u"Zoom", u"x")), "");
+    EXPECT_EQ(U8(app.GetProfileStringFromCache(u"View", u"Zoom", u"x")), "150%");
 }
 
 TEST_F(WinAppTest, AWriteGoesToTheStoreAndUpdatesTheCachedElement) {
@@ -778,41 +745,6 @@ TEST_F(WinAppTest, ProgressGoesToTheCallbackOneEventAChange) {
     EXPECT_NE(first, second);
 }
 
-TEST_F(WinAppTest, TheLayersBelowAskTheApplicationWhileItLives) {
-    QAppServices& defaults = AppServices();
-    EXPECT_FALSE(defaults.IsApplication());
-    EXPECT_EQ(defaults.ProgressCreate(u"Merging answers", 0, 2, false), -1);
-    {
-        TestApp app;
-        QAppServices& services = AppServices();
-        EXPECT_EQ(&services, static_cast<QAppServices*>(&app));
-        EXPECT_TRUE(services.IsApplication());
-        EXPECT_EQ(GetEvaluatorFactory(), &app);
-        EXPECT_TRUE(services.IsRunningAutomated()) << "the headless host has no display";
-        const bool savedMessages = QWinApp::c_bMergingMessages;
-        QWinApp::c_bMergingMessages = true;
-        EXPECT_TRUE(services.ShowsMergingMessages());
-        QWinApp::c_bMergingMessages = false;
-        EXPECT_FALSE(services.ShowsMergingMessages());
-        QWinApp::c_bMergingMessages = savedMessages;
-
-        std::vector<std::string> events;
-        app.SetProgressCallback([&events](const QProgressEvent& event) {
-            events.push_back(Describe(event));
-            return true;
-        });
-        const int handle = services.ProgressCreate(u"Merging answers", 0, 2, false);
-        services.ProgressStepIt(handle);
-        services.ProgressDestroy(handle, u"Merged", false);
-        ASSERT_EQ(events.size(), 3u);
-        EXPECT_EQ(events[0].rfind("create Merging answers 0/0..2", 0), 0u) << events[0];
-        EXPECT_EQ(events[1].rfind("step", 0), 0u) << events[1];
-        EXPECT_EQ(events[2].rfind("destroy Merged", 0), 0u) << events[2];
-    }
-    EXPECT_EQ(&AppServices(), &defaults) << "the defaults come back with the application gone";
-    EXPECT_EQ(GetEvaluatorFactory(), nullptr);
-}
-
 TEST_F(WinAppTest, ACallbackCancelsOnlyACancellableProgress) {
     TestApp app;
     app.SetProgressCallback([](const QProgressEvent& event) {
@@ -905,15 +837,6 @@ public:
     }
 };
 
-class OtherFactory : public QEvaluatorFactory {
-public:
-    QEvaluator* NewQEvaluator(QAnyValue& result, FormulaText formula, QFormulaContext* context,
-                              bool passThrough, bool reportErrors, bool isAction) override {
-        return new QEvaluator(result, formula, context, passThrough, reportErrors, isAction);
-    }
-    CString FolderForConstant(QConstantFolder) const override { return CString(); }
-};
-
 std::string Evaluated(const char* formula) {
     QAnyValue result;
     const std::unique_ptr<QEvaluator> evaluator(
@@ -922,19 +845,51 @@ std::string Evaluated(const char* formula) {
     return U8(result.MakeCString());
 }
 
-TEST_F(WinAppTest, TheApplicationIsTheEvaluatorFactoryWhileItLives) {
+// The first application object is the application, the evaluator factory and the services of
+// the layers below while it lives; a second one is none of them.
+TEST_F(WinAppTest, TheFirstApplicationObjectIsTheApplicationWhileItLives) {
+    QAppServices& defaults = AppServices();
+    EXPECT_FALSE(defaults.IsApplication());
+    EXPECT_EQ(defaults.ProgressCreate(u"Merging answers", 0, 2, false), -1);
+    const auto isTheApplication = [](QWinApp* app) {
+        EXPECT_EQ(QWinApp::GetApp(), app);
+        EXPECT_EQ(GetEvaluatorFactory(), app);
+        EXPECT_EQ(&AppServices(), static_cast<QAppServices*>(app));
+    };
+    EXPECT_EQ(QWinApp::GetApp(), nullptr);
     EXPECT_EQ(GetEvaluatorFactory(), nullptr);
     {
         ProductApp app;
-        EXPECT_EQ(GetEvaluatorFactory(), &app);
+        isTheApplication(&app);
         EXPECT_EQ(Evaluated("product"), "made by the product");
         {
             TestApp second;
-            EXPECT_EQ(GetEvaluatorFactory(), &app) << "only the application is the factory";
+            isTheApplication(&app);
         }
-        EXPECT_EQ(GetEvaluatorFactory(), &app);
+        isTheApplication(&app);
+        QAppServices& services = AppServices();
+        EXPECT_TRUE(services.IsApplication());
+        EXPECT_TRUE(services.IsRunningAutomated()) << "the headless host has no display";
+        QWinApp::c_bMergingMessages = true;
+        EXPECT_TRUE(services.ShowsMergingMessages());
+        QWinApp::c_bMergingMessages = false;
+        EXPECT_FALSE(services.ShowsMergingMessages());
+
+        std::vector<std::string> events;
+        app.SetProgressCallback([&events](const QProgressEvent& event) {
+            events.push_back(Describe(event));
+            return true;
+        });
+        const int handle = services.ProgressCreate(u"Merging answers", 0, 2, false);
+        services.ProgressStepIt(handle);
+        services.ProgressDestroy(handle, u"Merged", false);
+        EXPECT_EQ(events, (std::vector<std::string>{"create Merging answers 0/0..2 redraw",
+                                                    "step Merging answers 1/0..2",
+                                                    "destroy Merged 1/0..2"}));
     }
+    EXPECT_EQ(QWinApp::GetApp(), nullptr);
     EXPECT_EQ(GetEvaluatorFactory(), nullptr);
+    EXPECT_EQ(&AppServices(), &defaults) << "the defaults come back with the application gone";
     EXPECT_EQ(Evaluated("product"), "#ERR!");
 
     TestApp plain;
@@ -946,7 +901,7 @@ TEST_F(WinAppTest, TheApplicationIsTheEvaluatorFactoryWhileItLives) {
 }
 
 TEST_F(WinAppTest, AFactoryInstalledLaterStaysWhenTheApplicationEnds) {
-    OtherFactory other;
+    test::TestAppFactory other;
     {
         TestApp app;
         EXPECT_EQ(SetEvaluatorFactory(&other), &app);
@@ -1192,6 +1147,162 @@ TEST_F(WinAppTest, LibraryListAsksTheApplication) {
     EXPECT_EQ(Evaluated("librarylist(\"doors\", \"d.*\")"), "[doors|d.*|||]");
     EXPECT_EQ(Evaluated("librarylistbytype(\"kd\", \"doors\", \"d.*\", \",\")"),
               "[doors|d.*|,|kd]");
+}
+
+// The words of a boolean come from the translations of their own context, not from those of
+// "Yes" and "No" elsewhere.
+TEST_F(WinAppTest, TheApplicationTakesYesAndNoAsBooleanValueStrings) {
+    WriteText(m_root / "translations_booleans.txt", "Yes\t\tOui\tValue\t\n"
+                                                    "Yes\t\tJa\tBoolean value string\t\n"
+                                                    "No\t\tNon\tValue\t\n"
+                                                    "No\t\tNein\tBoolean value string\t\n");
+    ASSERT_TRUE(SwitchToTranslationFile(PathOf("translations_booleans.txt"), false, false));
+
+    QWinApp app;
+    app.ConnectValuesToOptions();
+    const std::string yes = QAnyValue::GetYesString().ToUtf8();
+    const std::string no = QAnyValue::GetNoString().ToUtf8();
+
+    SwitchToTranslationFile(CString(), false, false);
+    QAnyValue::SetYesNoStrings(u"Yes", u"No");
+    EXPECT_EQ(yes, "Ja");
+    EXPECT_EQ(no, "Nein");
+}
+
+bool Parse(QCommandLineInfo& info, std::vector<const char*> params) {
+    params.insert(params.begin(), "program");
+    return info.ParseCommandLine(static_cast<int>(params.size()), params.data());
+}
+
+TEST(CommandLineTest, TheFrameworkFieldsFollowTheParameters) {
+    struct Case {
+        std::vector<const char*> params;
+        std::string fileName;
+        QCommandLineInfo::ShellCommand command;
+        bool embedded;
+        bool automated;
+    };
+    using Info = QCommandLineInfo;
+    const Case cases[] = {
+        {{}, "", Info::FileNew, false, false},
+        {{"drawing.kdoc"}, "drawing.kdoc", Info::FileOpen, false, false},
+        {{"first.kdoc", "second.kdoc"}, "first.kdoc", Info::FileOpen, false, false},
+        {{"-Embedding"}, "", Info::FileNew, true, false},
+        {{"-embedding", "drawing.kdoc"}, "drawing.kdoc", Info::FileOpen, true, false},
+        {{"--Automation"}, "", Info::FileNew, false, true},
+        {{"-AUTOMATION"}, "", Info::FileNew, false, true},
+        {{"-Unknown", "drawing.kdoc"}, "drawing.kdoc", Info::FileOpen, false, false},
+        // On this platform a parameter with a slash is a path, never a flag.
+        {{"/Embedding"}, "/Embedding", Info::FileOpen, false, false},
+        {{"/home/me/drawing.kdoc"}, "/home/me/drawing.kdoc", Info::FileOpen, false, false},
+        {{"-"}, "-", Info::FileOpen, false, false},
+        {{"--", "-Embedding"}, "-Embedding", Info::FileOpen, false, false},
+        {{"--"}, "", Info::FileNew, false, false},
+    };
+    for (const Case& c : cases) {
+        QCommandLineInfo info;
+        std::string line;
+        for (const char* param : c.params)
+            line += std::string(param) + " ";
+        EXPECT_TRUE(Parse(info, c.params)) << line;
+        EXPECT_EQ(U8(info.m_strFileName), c.fileName) << line;
+        EXPECT_EQ(info.m_nShellCommand, c.command) << line;
+        EXPECT_EQ(info.m_bRunEmbedded, c.embedded) << line;
+        EXPECT_EQ(info.m_bRunAutomated, c.automated) << line;
+        EXPECT_EQ(info.IsServerStart(), c.embedded || c.automated) << line;
+        EXPECT_EQ(info.m_bShowSplash, !(c.embedded || c.automated)) << line;
+    }
+}
+
+// A product's command line: "-units" and "-set" take a value, "-quiet" does not.
+class ProductCommandLine : public QCommandLineInfo {
+public:
+    void ProcessFlag(const CString& flag) override {
+        calls.push_back("flag " + U8(flag));
+        if (flag == u"units" || flag == u"set")
+            SetValueRequired(true);
+        else
+            QCommandLineInfo::ProcessFlag(flag);
+    }
+    void ProcessFlagAndValue(const CString& flag, const CString& value) override {
+        calls.push_back("value " + U8(flag) + "=" + U8(value));
+    }
+    void ProcessLast() override {
+        calls.push_back("last");
+        QCommandLineInfo::ProcessLast();
+    }
+
+    std::vector<std::string> calls;
+};
+
+// The parameter after a flag that asks for a value is its value, taken as written even when it
+// looks like a flag or an end; a flag left without its value fails the parse. ProcessLast runs
+// once, after the last parameter.
+TEST(CommandLineTest, TheParameterAfterAFlagThatAsksForAValueIsItsValue) {
+    using Calls = std::vector<std::string>;
+    const struct {
+        std::vector<const char*> params;
+        Calls calls;
+        std::string fileName;
+        std::string flag;
+        std::string value;
+        bool parsed = true;
+    } cases[] = {
+        {{"-units", "mm", "-quiet", "--set", "-5", "drawing.kdoc"},
+         {"flag units", "value units=mm", "flag quiet", "flag set", "value set=-5", "last"},
+         "drawing.kdoc",
+         "set",
+         "-5"},
+        {{"-set", "-Embedding"},
+         {"flag set", "value set=-Embedding", "last"},
+         "",
+         "set",
+         "-Embedding"},
+        {{"-set", "--"}, {"flag set", "value set=--", "last"}, "", "set", "--"},
+        {{"-set", "/x"}, {"flag set", "value set=/x", "last"}, "", "set", "/x"},
+        {{"-set", ""}, {"flag set", "value set=", "last"}, "", "set", ""},
+        {{"drawing.kdoc", "-units"}, {"flag units", "last"}, "drawing.kdoc", "units", "", false},
+        {{}, {}, "", "", ""},
+        {{"a"}, {"last"}, "a", "", ""},
+        {{"a", "b", "c"}, {"last"}, "a", "", ""},
+        {{"-quiet"}, {"flag quiet", "last"}, "", "quiet", ""},
+        {{"a", "--"}, {"last"}, "a", "", ""},
+    };
+    for (const auto& c : cases) {
+        ProductCommandLine info;
+        const std::string line = c.params.empty() ? "(none)" : c.params[0];
+        EXPECT_EQ(Parse(info, c.params), c.parsed) << line;
+        EXPECT_EQ(info.calls, c.calls) << line;
+        EXPECT_EQ(U8(info.m_strFileName), c.fileName) << line;
+        EXPECT_EQ(info.m_nShellCommand,
+                  c.fileName.empty() ? QCommandLineInfo::FileNew : QCommandLineInfo::FileOpen);
+        EXPECT_EQ(info.IsValueRequired(), !c.parsed) << line;
+        EXPECT_FALSE(info.m_bRunEmbedded) << line;
+        EXPECT_EQ(U8(info.GetFlag()), c.flag) << line;
+        if (!c.value.empty()) {
+            EXPECT_EQ(U8(info.GetValue()), c.value) << line;
+        }
+    }
+}
+
+TEST(CommandLineTest, ParseParamCanBeFedOneParameterAtATime) {
+    ProductCommandLine info;
+    info.ParseParam(u"Automation", true, false);
+    info.ParseParam(u"units", true, false);
+    info.ParseParam(u"inch", false, false);
+    info.ParseParam(u"plan.kdoc", false, true);
+    EXPECT_EQ(info.calls, (std::vector<std::string>{"flag Automation", "flag units",
+                                                    "value units=inch", "last"}));
+    EXPECT_TRUE(info.m_bRunAutomated);
+    EXPECT_FALSE(info.m_bShowSplash);
+    EXPECT_EQ(U8(info.m_strFileName), "plan.kdoc");
+    EXPECT_EQ(info.m_nShellCommand, QCommandLineInfo::FileOpen);
+}
+
+TEST(CommandLineTest, ANonUtf8ParameterStillArrives) {
+    QCommandLineInfo info;
+    EXPECT_TRUE(Parse(info, {"caf\xe9.kdoc"}));
+    EXPECT_EQ(U8(info.m_strFileName), "caf\xef\xbf\xbd.kdoc");
 }
 
 } // namespace

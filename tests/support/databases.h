@@ -3,8 +3,6 @@
 #include "tests/support/tempfolder.h"
 
 #include "keel/document/ado.h"
-#include "keel/formula/evaluator.h"
-#include "keel/formula/evaluatorfactory.h"
 
 #include <gtest/gtest.h>
 #include <sqlite3.h>
@@ -49,26 +47,6 @@ inline std::string SqliteRows(const std::string& path, const std::string& query)
     sqlite3_close(database);
     return rows;
 }
-
-// An application whose table folder is the test's folder and whose databases are reached
-// through the shared connections.
-class DatabaseFactory : public QEvaluatorFactory {
-public:
-    QEvaluator* NewQEvaluator(QAnyValue& result, FormulaText formula, QFormulaContext* context,
-                              bool passThrough, bool reportErrors, bool isAction) override {
-        return new QEvaluator(result, formula, context, passThrough, reportErrors, isAction);
-    }
-    CString FolderForConstant(QConstantFolder folder) const override {
-        return folder == QConstantFolder::Table ? m_tableFolder : CString();
-    }
-    QFormulaDatabase* Database() override { return &m_database; }
-
-    void SetTableFolder(const CString& folder) { m_tableFolder = folder; }
-
-private:
-    CString m_tableFolder;
-    QAdoFormulaDatabase m_database;
-};
 
 // A test folder of database files; the shared connections are let go after each test, so that
 // no test reads another's files.

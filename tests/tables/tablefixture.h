@@ -1,5 +1,6 @@
 #pragma once
 
+#include "tests/support/appfactory.h"
 #include "tests/support/environment.h"
 
 #include "keel/formula/evaluator.h"
@@ -41,34 +42,6 @@ inline void WriteZip(const std::filesystem::path& path,
     ASSERT_EQ(zip_close(archive), 0);
     QFSFile::ClearFileStatusCache();
 }
-
-// An application whose table folder is a folder of the test's own, and whose options are what
-// the test sets.
-class TableFolderFactory : public QEvaluatorFactory {
-public:
-    QEvaluator* NewQEvaluator(QAnyValue& result, FormulaText formula, QFormulaContext* context,
-                              bool passThrough, bool reportErrors, bool isAction) override {
-        return new QEvaluator(result, formula, context, passThrough, reportErrors, isAction);
-    }
-    CString FolderForConstant(QConstantFolder folder) const override {
-        return folder == QConstantFolder::Table ? m_tableFolder : CString();
-    }
-    int ProfileInt(const CString& section, const CString& key, int defaultValue) const override {
-        const auto found = m_options.find({section.ToUtf8(), key.ToUtf8()});
-        return found == m_options.end() ? defaultValue : found->second;
-    }
-
-    void SetTableFolder(const std::filesystem::path& folder) {
-        m_tableFolder = CString::FromUtf8(folder.string());
-    }
-    void SetOption(const std::string& section, const std::string& key, int value) {
-        m_options[{section, key}] = value;
-    }
-
-private:
-    CString m_tableFolder;
-    std::map<std::pair<std::string, std::string>, int> m_options;
-};
 
 // A host with a display that answers every box with `otherwise` and the text dialog with
 // `editAnswer` (cancelled when unset), and keeps every box and title.
@@ -157,7 +130,7 @@ protected:
     }
 
     std::filesystem::path m_folder;
-    TableFolderFactory m_factory;
+    TestAppFactory m_factory;
 
 private:
     QEvaluatorFactory* m_previousFactory = nullptr;
