@@ -1,5 +1,6 @@
 #include "keel/formula/tokeniser.h"
 
+#include "keel/formula/compiledformula.h"
 #include "keel/platform/wchar.h"
 
 #include <charconv>
@@ -134,17 +135,34 @@ const QAnyValue& QToken::Value() const {
     return empty;
 }
 
+QTokenStream::QTokenStream(FormulaText formula) : m_formula(formula) {}
+
+QTokenStream::~QTokenStream() = default;
+
 bool QTokenStream::Create(bool escapes) {
     QTokenInput input(m_formula, escapes);
     m_tokens.RemoveAll();
     m_keys.clear();
     m_error.Empty();
+    m_compiled.reset();
+    m_compileTried = false;
+    m_uses = 0;
     while (QToken* token = input.GetNewToken(m_error)) {
         m_tokens.Add(QSmartPtr<QToken>(token));
         m_keys.push_back(MatchKeyOf(*token));
     }
     m_count = static_cast<short>(m_tokens.GetCount());
     return m_error.IsEmpty();
+}
+
+const QCompiledFormula* QTokenStream::Compiled(QFormulaCompilation mode) {
+    if (m_compileTried || mode == QFormulaCompilation::Off)
+        return m_compiled.get();
+    if (mode == QFormulaCompilation::Repeated && ++m_uses < 2)
+        return nullptr;
+    m_compileTried = true;
+    m_compiled = QCompiledFormula::Compile(*this);
+    return m_compiled.get();
 }
 
 QToken* QTokenStream::GetToken(short position) const {

@@ -3,6 +3,8 @@
 #include "tests/support/namescontext.h"
 #include "tests/support/paths.h"
 
+#include "keel/formula/compiledformula.h"
+
 #include <algorithm>
 #include <filesystem>
 #include <fstream>
@@ -10,6 +12,7 @@
 #include <map>
 #include <memory>
 #include <string>
+#include <tuple>
 #include <utility>
 #include <vector>
 
@@ -59,6 +62,9 @@ namespace fs = std::filesystem;
 //
 // Until the first "%% set", "%% failing" or "%% context" the formulas have no context. In every
 // column \n, \t and \\ stand for a newline, a tab and a backslash.
+//
+// Every file runs twice: with the walk alone, and with each formula compiled at its first
+// evaluation, so that whatever the compiled form covers must give what the walk gives.
 
 fs::path CasesFolder() {
     return fs::path(test::TestDataFolder()).parent_path() / "formula" / "cases";
@@ -105,9 +111,13 @@ std::string Joined(const std::vector<std::string>& parts) {
     return joined;
 }
 
-class FormulaCases : public test::FunctionCallTest,
-                     public testing::WithParamInterface<std::string> {
+using CaseFile = std::tuple<std::string, QFormulaCompilation>;
+
+class FormulaCases : public test::FunctionCallTest, public testing::WithParamInterface<CaseFile> {
 protected:
+    void SetUp() override { SetFormulaCompilation(std::get<1>(GetParam())); }
+    void TearDown() override { SetFormulaCompilation(QFormulaCompilation::Repeated); }
+
     test::CallOutcome RunCase(const std::string& formula) {
         test::CallOutcome outcome;
         const std::unique_ptr<QEvaluator> evaluator(
@@ -303,7 +313,7 @@ protected:
 };
 
 TEST_P(FormulaCases, EachLineGivesWhatItSays) {
-    const fs::path path = CasesFolder() / GetParam();
+    const fs::path path = CasesFolder() / std::get<0>(GetParam());
     std::ifstream file(path);
     ASSERT_TRUE(file) << path;
     int number = 0;
@@ -326,10 +336,14 @@ TEST_P(FormulaCases, EachLineGivesWhatItSays) {
     EXPECT_GT(cases, 0) << path;
 }
 
-INSTANTIATE_TEST_SUITE_P(Files, FormulaCases, testing::ValuesIn(CaseFiles()),
-                         [](const testing::TestParamInfo<std::string>& info) {
-                             return fs::path(info.param).stem().string();
-                         });
+INSTANTIATE_TEST_SUITE_P(
+    Files, FormulaCases,
+    testing::Combine(testing::ValuesIn(CaseFiles()),
+                     testing::Values(QFormulaCompilation::Off, QFormulaCompilation::Always)),
+    [](const testing::TestParamInfo<CaseFile>& info) {
+        const bool compiled = std::get<1>(info.param) == QFormulaCompilation::Always;
+        return fs::path(std::get<0>(info.param)).stem().string() + (compiled ? "_compiled" : "");
+    });
 
 TEST(FormulaCaseFiles, AreThere) {
     EXPECT_FALSE(CaseFiles().empty()) << CasesFolder();
