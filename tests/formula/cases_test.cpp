@@ -1,4 +1,5 @@
 #include "tests/support/anyvalues.h"
+#include "tests/support/formulacases.h"
 #include "tests/support/functioncalls.h"
 #include "tests/support/namescontext.h"
 #include "tests/support/paths.h"
@@ -20,6 +21,9 @@ namespace keel {
 namespace {
 
 namespace fs = std::filesystem;
+using test::CaseFiles;
+using test::CasesFolder;
+using test::Columns;
 
 // Formulas and what they give, from the files of tests/formula/cases/, one case a line:
 //
@@ -66,42 +70,6 @@ namespace fs = std::filesystem;
 // Every file runs twice: with the walk alone, and with each formula compiled at its first
 // evaluation, so that whatever the compiled form covers must give what the walk gives.
 
-fs::path CasesFolder() {
-    return fs::path(test::TestDataFolder()).parent_path() / "formula" / "cases";
-}
-
-std::vector<std::string> CaseFiles() {
-    std::vector<std::string> names;
-    std::error_code error;
-    for (const fs::directory_entry& entry : fs::directory_iterator(CasesFolder(), error))
-        if (entry.path().extension() == ".txt")
-            names.push_back(entry.path().filename().string());
-    std::sort(names.begin(), names.end());
-    return names;
-}
-
-std::string Unescaped(const std::string& text) {
-    std::string plain;
-    for (std::size_t i = 0; i < text.size(); ++i) {
-        if (text[i] != '\\' || i + 1 == text.size()) {
-            plain += text[i];
-            continue;
-        }
-        const char next = text[++i];
-        plain += next == 'n' ? '\n' : next == 't' ? '\t' : next == 'r' ? '\r' : next;
-    }
-    return plain;
-}
-
-std::vector<std::string> Columns(const std::string& line) {
-    std::vector<std::string> columns;
-    std::size_t start = 0;
-    for (std::size_t tab; (tab = line.find('\t', start)) != std::string::npos; start = tab + 1)
-        columns.push_back(Unescaped(line.substr(start, tab - start)));
-    columns.push_back(Unescaped(line.substr(start)));
-    return columns;
-}
-
 const char* const c_states[] = {"Stable", "BySeq", "ByAcceptor", "NotCacheable"};
 
 std::string Joined(const std::vector<std::string>& parts) {
@@ -115,8 +83,14 @@ using CaseFile = std::tuple<std::string, QFormulaCompilation>;
 
 class FormulaCases : public test::FunctionCallTest, public testing::WithParamInterface<CaseFile> {
 protected:
-    void SetUp() override { SetFormulaCompilation(std::get<1>(GetParam())); }
-    void TearDown() override { SetFormulaCompilation(QFormulaCompilation::Repeated); }
+    void SetUp() override {
+        test::FunctionCallTest::SetUp();
+        SetFormulaCompilation(std::get<1>(GetParam()));
+    }
+    void TearDown() override {
+        SetFormulaCompilation(QFormulaCompilation::Repeated);
+        test::FunctionCallTest::TearDown();
+    }
 
     test::CallOutcome RunCase(const std::string& formula) {
         test::CallOutcome outcome;
