@@ -137,14 +137,16 @@ const QAnyValue& QToken::Value() const {
 
 QTokenStream::QTokenStream(FormulaText formula) : m_formula(formula) {}
 
-QTokenStream::~QTokenStream() = default;
+QTokenStream::~QTokenStream() {
+    delete m_compiled.load();
+}
 
 bool QTokenStream::Create(bool escapes) {
     QTokenInput input(m_formula, escapes);
     m_tokens.RemoveAll();
     m_keys.clear();
     m_error.Empty();
-    m_compiled.reset();
+    delete m_compiled.exchange(nullptr);
     m_compileTried = false;
     m_uses = 0;
     while (QToken* token = input.GetNewToken(m_error)) {
@@ -156,13 +158,19 @@ bool QTokenStream::Create(bool escapes) {
 }
 
 const QCompiledFormula* QTokenStream::Compiled(QFormulaCompilation mode) {
-    if (m_compileTried || mode == QFormulaCompilation::Off)
-        return m_compiled.get();
-    if (mode == QFormulaCompilation::Repeated && ++m_uses < 2)
+    if (mode == QFormulaCompilation::Off)
         return nullptr;
-    m_compileTried = true;
-    m_compiled = QCompiledFormula::Compile(*this);
-    return m_compiled.get();
+    if (const QCompiledFormula* compiled = m_compiled.load(std::memory_order_acquire))
+        return compiled;
+    if (m_compileTried.load(std::memory_order_relaxed))
+        return nullptr;
+    if (mode == QFormulaCompilation::Repeated && m_uses.fetch_add(1) < 1)
+        return nullptr;
+    if (m_compileTried.exchange(true))
+        return nullptr;
+    const QCompiledFormula* compiled = QCompiledFormula::Compile(*this).release();
+    m_compiled.store(compiled, std::memory_order_release);
+    return compiled;
 }
 
 QToken* QTokenStream::GetToken(short position) const {

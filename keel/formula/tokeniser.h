@@ -6,8 +6,7 @@
 #include "keel/values/smartptr.h"
 #include "keel/values/stringunique.h"
 
-#include <cstdint>
-#include <memory>
+#include <atomic>
 #include <vector>
 
 namespace keel {
@@ -100,7 +99,7 @@ public:
     CString ThisCharPlus(short position, int maxLength) const;
 
     // The formula compiled, made once when `mode` says it is due (counting the calls); null
-    // before then and when the formula has constructs left to the walk.
+    // before then, when the mode is Off and when the formula has constructs left to the walk.
     const QCompiledFormula* Compiled(QFormulaCompilation mode);
 
 private:
@@ -109,9 +108,11 @@ private:
     std::vector<int> m_keys;
     short m_count = 0;
     CString m_error;
-    std::unique_ptr<QCompiledFormula> m_compiled;
-    std::uint8_t m_uses = 0;
-    bool m_compileTried = false;
+    // A stream may be shared by evaluations on several threads: the compiled form is made by
+    // one and published whole.
+    std::atomic<const QCompiledFormula*> m_compiled{nullptr};
+    std::atomic<int> m_uses{0};
+    std::atomic<bool> m_compileTried{false};
 };
 
 // A position in a token stream.
