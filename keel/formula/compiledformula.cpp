@@ -487,7 +487,8 @@ public:
     short LastMark() const { return m_mark; }
 
 private:
-    // One level of the walk's nesting count for its lifetime.
+    // One level of the walk's nesting count for its lifetime. Past the walk's limit the formula
+    // fails whatever runs it, so it is left to the walk, which says so.
     class Level {
     public:
         explicit Level(Compiler& compiler) : m_compiler(compiler) {
@@ -496,6 +497,7 @@ private:
         ~Level() { --m_compiler.m_depth; }
         Level(const Level&) = delete;
         Level& operator=(const Level&) = delete;
+        bool TooDeep() const { return m_compiler.m_depth > QEvaluator::c_maxNestingDepth; }
 
     private:
         Compiler& m_compiler;
@@ -577,6 +579,8 @@ private:
     // Only a statement that is an expression is compiled.
     NodePtr Statement() {
         const Level level(*this);
+        if (level.TooDeep())
+            return nullptr;
         m_mark = m_pos;
         if (TestChar(u'{') || TestId(m_begin))
             return nullptr;
@@ -635,6 +639,8 @@ private:
 
     NodePtr ConditionalLevel() {
         const Level level(*this);
+        if (level.TooDeep())
+            return nullptr;
         NodePtr condition = XorLevel();
         if (!condition || TestId(Words().where))
             return nullptr;
@@ -692,6 +698,8 @@ private:
         if (!MatchId(Words().notWord) && !MatchChar(u'!'))
             return ComparisonLevel();
         const Level level(*this);
+        if (level.TooDeep())
+            return nullptr;
         NodePtr operand = NotLevel();
         return operand ? MakeUnary(UnaryOp::Not, nullptr, std::move(operand)) : nullptr;
     }
@@ -866,6 +874,8 @@ private:
         else
             return SuffixLevel();
         const Level level(*this);
+        if (level.TooDeep())
+            return nullptr;
         NodePtr operand = PrefixLevel();
         if (!operand || plus)
             return operand;
@@ -958,6 +968,8 @@ private:
         if (!MatchId(m_of))
             return NameParse::Name;
         const Level level(*this);
+        if (level.TooDeep())
+            return NameParse::Refused;
         CString context;
         bool contextSimple = true;
         if (FullName(context, contextSimple) != NameParse::Name)

@@ -164,6 +164,25 @@ TEST_F(CompiledFormulas, EdgeFormulasGiveWhatTheWalkGives) {
     EXPECT_NE(std::find(compiled.begin(), compiled.end(), "x = 5"), compiled.end());
 }
 
+// Nesting past the limit fails, however deep, and by any of the constructs that nest; the
+// compiled form leaves it to the walk rather than going deeper itself.
+TEST_F(CompiledFormulas, FormulasNestedPastTheLimitFailAsTheWalkSays) {
+    for (const int depth : {197, 198, 199, 200, 5000}) {
+        for (const char* const opener : {"(", "-", "not ", "!", "a of "}) {
+            std::string formula;
+            for (int i = 0; i < depth; ++i)
+                formula += opener;
+            formula += "1";
+            if (std::string(opener) == "(")
+                formula += std::string(depth, ')');
+            ExpectSameBothWays(formula);
+        }
+    }
+    EXPECT_FALSE(
+        m_runner.Run(std::string(5000, '(') + std::string(5000, ')'), QFormulaCompilation::Always)
+            .ok);
+}
+
 // A formula run from inside another, through a name, counts its levels of nesting on top of the
 // outer one's: the inner formula fails once the two together pass the limit, compiled or not.
 TEST_F(CompiledFormulas, LevelsOfNestingCountAcrossAFormulaRunFromALookUp) {
