@@ -3,6 +3,7 @@
 #include "keel/document/errorlog.h"
 #include "keel/document/translate.h"
 #include "keel/document/usertrace.h"
+#include "keel/formula/compiledformula.h"
 #include "keel/formula/evaluatingdata.h"
 #include "keel/formula/evaluatorfactory.h"
 #include "keel/formula/formulacontext.h"
@@ -98,6 +99,15 @@ CString ComposeFailure(const FailureForms& forms, const CString& message, const 
                         : CString::Formatted(forms.message, message, formula);
 }
 
+// The compiled form of the evaluator's formula when it may run it instead of the walk.
+const QCompiledFormula* CompiledFormOf(QEvaluator& evaluator) {
+    const QFormulaCompilation mode = FormulaCompilation();
+    if (mode == QFormulaCompilation::Off)
+        return nullptr;
+    const QCompiledFormula* compiled = evaluator.Stream()->Compiled(mode);
+    return compiled && compiled->CanRun(evaluator) ? compiled : nullptr;
+}
+
 // Tokenises and runs the whole formula. On failure `failure` gives the reason when the tokeniser
 // or an exception has one; otherwise a reporter has written the evaluator's message.
 bool ParseAndEvaluate(QEvaluator& evaluator, CString& failure) {
@@ -108,6 +118,8 @@ bool ParseAndEvaluate(QEvaluator& evaluator, CString& failure) {
         if (evaluator.IsEmpty())
             return true;
         evaluator.MarkOKUpToHere();
+        if (const QCompiledFormula* compiled = CompiledFormOf(evaluator))
+            return compiled->Run(evaluator);
         if (!evaluator.EvaluateBlockOrFunction(evaluator.Result()))
             return false;
         return evaluator.PastEOF() || evaluator.ExpectingButFoundIn(
@@ -169,6 +181,10 @@ int QEvaluator::NestingCount() {
 // --- Limits of nesting --------------------------------------------------------------------------
 
 int QEvaluator::NestingDepth() {
+    return t_nestingDepth;
+}
+
+int& QEvaluator::ThreadNestingDepth() {
     return t_nestingDepth;
 }
 

@@ -342,12 +342,22 @@ protected:
 
     // Looks a name up (local variable, constant, context) into `result`, as level 13 does.
     bool EvaluateName(QAnyValue& result, const FullId& name, bool simple);
+    // The look-up of EvaluateName with evaluation on: `simpleId` is the name as a variable or
+    // constant, empty for a dotted name; `asFormula` is the name as a formula text of the
+    // context's cache, made here when null.
+    bool LookUpName(QAnyValue& result, const FullId& name, const PropId& simpleId,
+                    const FormulaText* asFormula);
     // The failure of a name whose look-up gave an error.
     bool FailedLookUp(const FullId& name, const QAnyValue& value);
     // Runs a string found by look-up that begins with "=" or ":" as a formula in this context.
     bool EvaluateDeferredStringFormula(QAnyValue& value, const FullId& name);
     // Composes and shows the failure message of Evaluate.
     void ReportFailure();
+
+    // The compiled form of a formula runs inside the evaluator and keeps its state as the walk
+    // would.
+    friend class QCompiledRun;
+    static int& ThreadNestingDepth();
 
     short m_lastGood = 0;
     std::int32_t m_noEval = 0;

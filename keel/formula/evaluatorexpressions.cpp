@@ -1,6 +1,7 @@
 #include "keel/document/errorlog.h"
 #include "keel/document/translate.h"
 #include "keel/formula/evaluator.h"
+#include "keel/formula/evaluatorshared.h"
 #include "keel/formula/formulacontext.h"
 #include "keel/formula/withformula.h"
 
@@ -17,45 +18,12 @@ namespace {
 // How many deferred string formulas are being evaluated inside each other, process-wide.
 std::atomic<int> c_deferredDepth{0};
 
-// The keywords of expressions, each interned once so that a test is one integer comparison.
-struct Words {
-    PropId where{u"where"};
-    PropId xorWord{u"xor"};
-    PropId eqv{u"eqv"};
-    PropId imp{u"imp"};
-    PropId orWord{u"or"};
-    PropId andWord{u"and"};
-    PropId notWord{u"not"};
-    PropId is{u"is"};
-    PropId it{u"it"};
-    PropId equal{u"equal"};
-    PropId to{u"to"};
-    PropId at{u"at"};
-    PropId least{u"least"};
-    PropId most{u"most"};
-    PropId greater{u"greater"};
-    PropId more{u"more"};
-    PropId than{u"than"};
-    PropId less{u"less"};
-    PropId fewer{u"fewer"};
-    PropId between{u"between"};
-    PropId inclusive{u"inclusive"};
-    PropId exclusive{u"exclusive"};
-    PropId plus{u"plus"};
-    PropId minus{u"minus"};
-    PropId mod{u"mod"};
-    PropId n{u"N"};
-    PropId a{u"A"};
-    PropId err{u"err"};
-    PropId empty{u"empty"};
-    PropId downto{u"downto"};
-    PropId step{u"step"};
-    PropId the{u"the"};
-    PropId of{u"of"};
-};
+} // namespace
 
-const Words& Word() {
-    static const Words words;
+namespace walk {
+
+const ExpressionWords& ExpressionWord() {
+    static const ExpressionWords words;
     return words;
 }
 
@@ -129,13 +97,12 @@ const std::vector<UnitSpelling>& UnitSpellings() {
     return spellings;
 }
 
-// The unit word at the cursor, taken; null when the next token is none.
-const UnitWord* MatchUnitWord(QEvaluator& evaluator) {
-    const QToken* token = evaluator.ThisToken();
+const UnitWord* UnitWordOf(const QToken* token) {
     if (token == nullptr || !token->IsId())
         return nullptr;
+    const PropId id = token->Id();
     for (const UnitSpelling& spelling : UnitSpellings())
-        if (evaluator.MatchIdWithToken(spelling.id, token))
+        if (spelling.id == id)
             return spelling.unit;
     return nullptr;
 }
@@ -173,8 +140,6 @@ void ApplyUnit(QAnyValue& value, const UnitWord& unit) {
 }
 
 // --- Operators ----------------------------------------------------------------------------------
-
-enum class Comparison { None, EQ, NE, LT, LE, GT, GE };
 
 Comparison Negated(Comparison comparison) {
     switch (comparison) {
@@ -252,6 +217,32 @@ void ApplyBetween(QAnyValue& value, const QAnyValue& low, const QAnyValue& high,
     value.TRUEFALSEit(inside != negate ? 1 : 0);
 }
 
+bool UnknownArgument(QEvaluator& evaluator, int index) {
+    return evaluator.Unknown(u"argument",
+                             CString::Formatted(u"%%%d\n\tOr maybe caused by User Defined "
+                                                u"Function trying to evaluate parameter %%%d "
+                                                u"when %d",
+                                                index, index, evaluator.ArgCount()));
+}
+
+} // namespace walk
+
+namespace {
+
+using namespace walk;
+
+// The unit word at the cursor, taken; null when the next token is none.
+const UnitWord* MatchUnitWord(QEvaluator& evaluator) {
+    const UnitWord* unit = UnitWordOf(evaluator.ThisToken());
+    if (unit != nullptr)
+        evaluator.NextToken();
+    return unit;
+}
+
+const ExpressionWords& Word() {
+    return ExpressionWord();
+}
+
 bool CompareWithRight(QEvaluator& evaluator, QAnyValue& left, Comparison comparison) {
     QAnyValue right;
     if (!evaluator.EvaluateConcat(right))
@@ -263,7 +254,7 @@ bool CompareWithRight(QEvaluator& evaluator, QAnyValue& left, Comparison compari
 
 // "between low and high", optionally "inclusive" (the default) or "exclusive".
 bool ParseBetween(QEvaluator& evaluator, QAnyValue& left, bool negate) {
-    const Words& w = Word();
+    const ExpressionWords& w = Word();
     QAnyValue low;
     QAnyValue high;
     if (!evaluator.EvaluateConcat(low))
@@ -281,7 +272,7 @@ bool ParseBetween(QEvaluator& evaluator, QAnyValue& left, bool negate) {
 
 // The words after "is" that name a comparison; none means equality with the value that follows.
 bool MatchIsWords(QEvaluator& evaluator, Comparison& comparison, bool& between) {
-    const Words& w = Word();
+    const ExpressionWords& w = Word();
     comparison = Comparison::EQ;
     between = false;
     if (evaluator.MatchId(w.equal)) {
@@ -329,18 +320,13 @@ bool EvaluateArgument(QEvaluator& evaluator, QAnyValue& result) {
     if (!evaluator.ParseValue(number) || !number.IsSimpleNumeric())
         return evaluator.ExpectingAfterButFound(u"valid digit", u"'%'", evaluator.ThisCharPlus());
     const int index = number.MakeInt();
-    if (evaluator.IsNoEval() || evaluator.GetArg(index, result))
-        return true;
-    return evaluator.Unknown(u"argument",
-                             CString::Formatted(u"%%%d\n\tOr maybe caused by User Defined "
-                                                u"Function trying to evaluate parameter %%%d "
-                                                u"when %d",
-                                                index, index, evaluator.ArgCount()));
+    return evaluator.IsNoEval() || evaluator.GetArg(index, result) ||
+           UnknownArgument(evaluator, index);
 }
 
 // "#N/A", "#err!" and "#empty" after the "#"; false, with the cursor where it was, for others.
 bool MatchHashValue(QEvaluator& evaluator, QAnyValue& result) {
-    const Words& w = Word();
+    const ExpressionWords& w = Word();
     const short start = evaluator.SaveCursor();
     if (evaluator.MatchId(w.n) && evaluator.MatchChar(u'/') && evaluator.MatchId(w.a)) {
         result.MakeNA();
@@ -374,10 +360,10 @@ bool ParseBranch(QEvaluator& evaluator, QAnyValue& value, bool needed) {
     return ParseSkipped(evaluator, &QEvaluator::EvaluateConditional, value);
 }
 
-// The value of "condition ? whenTrue : whenFalse" once both branches are parsed; `result` holds
-// the condition.
-void ChooseBranch(QAnyValue& result, bool needTrue, bool needFalse, QAnyValue& whenTrue,
-                  QAnyValue& whenFalse) {
+} // namespace
+
+void walk::ChooseBranch(QAnyValue& result, bool needTrue, bool needFalse, QAnyValue& whenTrue,
+                        QAnyValue& whenFalse) {
     if (!result.IsArray()) {
         result = needTrue ? whenTrue : whenFalse;
         return;
@@ -399,6 +385,8 @@ void ChooseBranch(QAnyValue& result, bool needTrue, bool needFalse, QAnyValue& w
         chosen.Add(conditions[i].IsFALSE() ? falses[i] : trues[i]);
     result = QAnyValue(chosen);
 }
+
+namespace {
 
 // "values where condition": the elements whose condition is true.
 void ApplyWhere(QAnyValue& result, QAnyValue& condition) {
@@ -427,11 +415,15 @@ void ApplySubscript(QAnyValue& value, const QAnyValue& index) {
     value = QAnyValue(picked);
 }
 
-void ApplyDollarSign(QAnyValue& value) {
+} // namespace
+
+void walk::ApplyDollarSign(QAnyValue& value) {
     if (value.IsMoney() || value.IsEmpty() || value.IsErrorOrNA())
         return;
     value = QAnyValue(QMoney::FromRaw(QMoney::dollar_to_raw(value.MakeDouble())));
 }
+
+namespace {
 
 // An array literal spreads its ranges into at most this many elements; a range that goes on
 // would take gigabytes before it ended.
@@ -463,7 +455,7 @@ bool AppendRange(QArray<QAnyValue>& elements, const QAnyValue& start, const QAny
 // One element of an array literal, or a range "start to end step s" spread into elements;
 // `fits` is cleared when a range passes the limit.
 bool EvaluateArrayElement(QEvaluator& evaluator, QArray<QAnyValue>& elements, bool& fits) {
-    const Words& w = Word();
+    const ExpressionWords& w = Word();
     QAnyValue start;
     if (!evaluator.EvaluateBlock(start))
         return false;
@@ -1008,16 +1000,19 @@ bool QEvaluator::FindContextForAtOperator(QAnyValue& result) {
 bool QEvaluator::EvaluateName(QAnyValue& result, const FullId& name, bool simple) {
     if (IsNoEval())
         return true;
-    if (simple) {
-        const PropId id(name.ToString());
-        if (GetVar(id, result) || EvaluateNamedConstant(result, id))
-            return true;
-    }
+    return LookUpName(result, name, simple ? PropId(name.ToString()) : PropId(), nullptr);
+}
+
+bool QEvaluator::LookUpName(QAnyValue& result, const FullId& name, const PropId& simpleId,
+                            const FormulaText* asFormulaText) {
+    if (!simpleId.IsEmpty() &&
+        (GetVar(simpleId, result) || EvaluateNamedConstant(result, simpleId)))
+        return true;
     if (m_context == nullptr)
         return Unknown(u"name", name.ToString());
 
     m_context->EnsureUpToDate();
-    const FormulaText asFormula(name.ToString());
+    const FormulaText asFormula = asFormulaText ? *asFormulaText : FormulaText(name.ToString());
     const bool useCaches = !IsDebug() && !IsAction();
     QCacheState state = QCS_Stable;
     QAnyValue value;

@@ -1,5 +1,6 @@
 #include "keel/document/errorlog.h"
 #include "keel/formula/evaluator.h"
+#include "keel/formula/evaluatorshared.h"
 #include "keel/formula/formulacontext.h"
 #include "keel/values/tablehandle.h"
 
@@ -132,6 +133,22 @@ const WordSet& RangeWords() {
 bool IsCaseLabelWord(PropId word) {
     return word == Word().caseWord || word == Word().defaultWord;
 }
+
+} // namespace
+
+bool walk::IsStatementWord(PropId word) {
+    return StatementWords().contains(word);
+}
+
+bool walk::EndsStatementList(PropId word) {
+    return BlockEndWords().contains(word) || RangeWords().contains(word);
+}
+
+bool walk::EndsAssignmentWord(PropId word) {
+    return BlockEndWords().contains(word) || IsCaseLabelWord(word);
+}
+
+namespace {
 
 bool AtEndOfList(const QEvaluator& evaluator, bool stopAtCaseLabel) {
     const QToken* token = evaluator.ThisToken();
@@ -1258,8 +1275,7 @@ bool Statements::EndsAssignment(bool forClause) const {
     if (forClause && m_ev.TestChar(u')'))
         return true;
     const QToken* token = m_ev.ThisToken();
-    return token && token->IsId() &&
-           (BlockEndWords().contains(token->Id()) || IsCaseLabelWord(token->Id()));
+    return token && token->IsId() && walk::EndsAssignmentWord(token->Id());
 }
 
 bool Statements::Assign(QAnyValue& result, PropId name, short at) {

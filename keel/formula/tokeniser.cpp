@@ -1,5 +1,6 @@
 #include "keel/formula/tokeniser.h"
 
+#include "keel/formula/compiledformula.h"
 #include "keel/platform/wchar.h"
 
 #include <charconv>
@@ -134,17 +135,42 @@ const QAnyValue& QToken::Value() const {
     return empty;
 }
 
+QTokenStream::QTokenStream(FormulaText formula) : m_formula(formula) {}
+
+QTokenStream::~QTokenStream() {
+    delete m_compiled.load();
+}
+
 bool QTokenStream::Create(bool escapes) {
     QTokenInput input(m_formula, escapes);
     m_tokens.RemoveAll();
     m_keys.clear();
     m_error.Empty();
+    delete m_compiled.exchange(nullptr);
+    m_compileTried = false;
+    m_uses = 0;
     while (QToken* token = input.GetNewToken(m_error)) {
         m_tokens.Add(QSmartPtr<QToken>(token));
         m_keys.push_back(MatchKeyOf(*token));
     }
     m_count = static_cast<short>(m_tokens.GetCount());
     return m_error.IsEmpty();
+}
+
+const QCompiledFormula* QTokenStream::Compiled(QFormulaCompilation mode) {
+    if (mode == QFormulaCompilation::Off)
+        return nullptr;
+    if (const QCompiledFormula* compiled = m_compiled.load(std::memory_order_acquire))
+        return compiled;
+    if (m_compileTried.load(std::memory_order_relaxed))
+        return nullptr;
+    if (mode == QFormulaCompilation::Repeated && m_uses.fetch_add(1) < 1)
+        return nullptr;
+    if (m_compileTried.exchange(true))
+        return nullptr;
+    const QCompiledFormula* compiled = QCompiledFormula::Compile(*this).release();
+    m_compiled.store(compiled, std::memory_order_release);
+    return compiled;
 }
 
 QToken* QTokenStream::GetToken(short position) const {

@@ -6,9 +6,13 @@
 #include "keel/values/smartptr.h"
 #include "keel/values/stringunique.h"
 
+#include <atomic>
 #include <vector>
 
 namespace keel {
+
+class QCompiledFormula;
+enum class QFormulaCompilation;
 
 // One token of a formula. There are no operator tokens beyond single characters: ">=" is the
 // character tokens '>' and '='. `m_cursor` is the offset of the token's first character.
@@ -66,7 +70,8 @@ private:
 // The token stream of one formula text, made once and shared by every evaluation of it.
 class QTokenStream : public QSmartTarget {
 public:
-    explicit QTokenStream(FormulaText formula) : m_formula(formula) {}
+    explicit QTokenStream(FormulaText formula);
+    ~QTokenStream() override;
 
     // Tokenises the whole text; false with ErrorText() set when it cannot. `escapes` turns the
     // backslash sequences of string literals into their characters.
@@ -93,12 +98,21 @@ public:
     CString FormulaStringBetween(short first, short last, int maxLength) const;
     CString ThisCharPlus(short position, int maxLength) const;
 
+    // The formula compiled, made once when `mode` says it is due (counting the calls); null
+    // before then, when the mode is Off and when the formula has constructs left to the walk.
+    const QCompiledFormula* Compiled(QFormulaCompilation mode);
+
 private:
     FormulaText m_formula;
     QSmartPtrArray<QToken> m_tokens;
     std::vector<int> m_keys;
     short m_count = 0;
     CString m_error;
+    // A stream may be shared by evaluations on several threads: the compiled form is made by
+    // one and published whole.
+    std::atomic<const QCompiledFormula*> m_compiled{nullptr};
+    std::atomic<int> m_uses{0};
+    std::atomic<bool> m_compileTried{false};
 };
 
 // A position in a token stream.

@@ -1,7 +1,10 @@
 #include "tests/support/anyvalues.h"
+#include "tests/support/formulacases.h"
 #include "tests/support/functioncalls.h"
 #include "tests/support/namescontext.h"
 #include "tests/support/paths.h"
+
+#include "keel/formula/compiledformula.h"
 
 #include <algorithm>
 #include <filesystem>
@@ -10,6 +13,7 @@
 #include <map>
 #include <memory>
 #include <string>
+#include <tuple>
 #include <utility>
 #include <vector>
 
@@ -17,6 +21,9 @@ namespace keel {
 namespace {
 
 namespace fs = std::filesystem;
+using test::CaseFiles;
+using test::CasesFolder;
+using test::Columns;
 
 // Formulas and what they give, from the files of tests/formula/cases/, one case a line:
 //
@@ -59,42 +66,9 @@ namespace fs = std::filesystem;
 //
 // Until the first "%% set", "%% failing" or "%% context" the formulas have no context. In every
 // column \n, \t and \\ stand for a newline, a tab and a backslash.
-
-fs::path CasesFolder() {
-    return fs::path(test::TestDataFolder()).parent_path() / "formula" / "cases";
-}
-
-std::vector<std::string> CaseFiles() {
-    std::vector<std::string> names;
-    std::error_code error;
-    for (const fs::directory_entry& entry : fs::directory_iterator(CasesFolder(), error))
-        if (entry.path().extension() == ".txt")
-            names.push_back(entry.path().filename().string());
-    std::sort(names.begin(), names.end());
-    return names;
-}
-
-std::string Unescaped(const std::string& text) {
-    std::string plain;
-    for (std::size_t i = 0; i < text.size(); ++i) {
-        if (text[i] != '\\' || i + 1 == text.size()) {
-            plain += text[i];
-            continue;
-        }
-        const char next = text[++i];
-        plain += next == 'n' ? '\n' : next == 't' ? '\t' : next == 'r' ? '\r' : next;
-    }
-    return plain;
-}
-
-std::vector<std::string> Columns(const std::string& line) {
-    std::vector<std::string> columns;
-    std::size_t start = 0;
-    for (std::size_t tab; (tab = line.find('\t', start)) != std::string::npos; start = tab + 1)
-        columns.push_back(Unescaped(line.substr(start, tab - start)));
-    columns.push_back(Unescaped(line.substr(start)));
-    return columns;
-}
+//
+// Every file runs twice: with the walk alone, and with each formula compiled at its first
+// evaluation, so that whatever the compiled form covers must give what the walk gives.
 
 const char* const c_states[] = {"Stable", "BySeq", "ByAcceptor", "NotCacheable"};
 
@@ -105,9 +79,19 @@ std::string Joined(const std::vector<std::string>& parts) {
     return joined;
 }
 
-class FormulaCases : public test::FunctionCallTest,
-                     public testing::WithParamInterface<std::string> {
+using CaseFile = std::tuple<std::string, QFormulaCompilation>;
+
+class FormulaCases : public test::FunctionCallTest, public testing::WithParamInterface<CaseFile> {
 protected:
+    void SetUp() override {
+        test::FunctionCallTest::SetUp();
+        SetFormulaCompilation(std::get<1>(GetParam()));
+    }
+    void TearDown() override {
+        SetFormulaCompilation(QFormulaCompilation::Repeated);
+        test::FunctionCallTest::TearDown();
+    }
+
     test::CallOutcome RunCase(const std::string& formula) {
         test::CallOutcome outcome;
         const std::unique_ptr<QEvaluator> evaluator(
@@ -303,7 +287,7 @@ protected:
 };
 
 TEST_P(FormulaCases, EachLineGivesWhatItSays) {
-    const fs::path path = CasesFolder() / GetParam();
+    const fs::path path = CasesFolder() / std::get<0>(GetParam());
     std::ifstream file(path);
     ASSERT_TRUE(file) << path;
     int number = 0;
@@ -326,10 +310,14 @@ TEST_P(FormulaCases, EachLineGivesWhatItSays) {
     EXPECT_GT(cases, 0) << path;
 }
 
-INSTANTIATE_TEST_SUITE_P(Files, FormulaCases, testing::ValuesIn(CaseFiles()),
-                         [](const testing::TestParamInfo<std::string>& info) {
-                             return fs::path(info.param).stem().string();
-                         });
+INSTANTIATE_TEST_SUITE_P(
+    Files, FormulaCases,
+    testing::Combine(testing::ValuesIn(CaseFiles()),
+                     testing::Values(QFormulaCompilation::Off, QFormulaCompilation::Always)),
+    [](const testing::TestParamInfo<CaseFile>& info) {
+        const bool compiled = std::get<1>(info.param) == QFormulaCompilation::Always;
+        return fs::path(std::get<0>(info.param)).stem().string() + (compiled ? "_compiled" : "");
+    });
 
 TEST(FormulaCaseFiles, AreThere) {
     EXPECT_FALSE(CaseFiles().empty()) << CasesFolder();

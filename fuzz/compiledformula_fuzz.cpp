@@ -1,0 +1,57 @@
+// Formula texts from anywhere, each evaluated twice in the same surroundings: by walking its
+// tokens, and by its compiled form when it has one. Both must give the same: success or the same
+// message, the same value to the byte, the same log, the same names asked of the context in the
+// same order, the same cache state and floating-point flags. A difference aborts.
+#include "fuzz/formulaguard.h"
+#include "tests/support/formularuns.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <string>
+#include <string_view>
+
+namespace {
+
+using namespace keel;
+
+constexpr std::size_t c_maxInputBytes = 4096;
+constexpr int c_maxEvaluationsPerInput = 1000;
+
+keel::fuzz::GuardingFactory& Factory() {
+    static keel::fuzz::GuardingFactory factory;
+    return factory;
+}
+
+} // namespace
+
+extern "C" int LLVMFuzzerInitialize(int* /*argc*/, char*** /*argv*/) {
+    SetEvaluatorFactory(&Factory());
+    QEvaluator::InstallAsFormulaHook();
+    return 0;
+}
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+    if (size > c_maxInputBytes)
+        return 0;
+    const std::string bytes(reinterpret_cast<const char*>(data), size);
+    const CString text = CString::FromUtf8(bytes);
+    if (text.ToUtf8() != std::string_view(bytes) || !keel::fuzz::IsBounded(text))
+        return 0;
+
+    test::FormulaRunner runner;
+    Factory().StartInput(c_maxEvaluationsPerInput);
+    const test::FormulaRun walked = runner.Run(bytes, QFormulaCompilation::Off);
+    Factory().StartInput(c_maxEvaluationsPerInput);
+    const test::FormulaRun compiled = runner.Run(bytes, QFormulaCompilation::Always);
+    if (!(walked == compiled)) {
+        std::fprintf(stderr, "%s\nwalked:   %s\ncompiled: %s\n", bytes.c_str(),
+                     test::Describe(walked).c_str(), test::Describe(compiled).c_str());
+        std::abort();
+    }
+    const FormulaText formula(text);
+    if (!formula.IsEmpty())
+        QTokeniser::ForceRetokenise(formula.UniqueId());
+    return 0;
+}

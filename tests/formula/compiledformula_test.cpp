@@ -1,0 +1,297 @@
+#include "tests/support/environment.h"
+#include "tests/support/formulacases.h"
+#include "tests/support/formularuns.h"
+#include "tests/support/functioncalls.h"
+#include "tests/support/tempfolder.h"
+
+#include "keel/document/usertrace.h"
+
+#include <algorithm>
+#include <gtest/gtest.h>
+#include <iostream>
+#include <sstream>
+#include <string>
+#include <vector>
+
+namespace keel {
+namespace {
+
+using test::FormulaRun;
+
+// Formulas at the edges of what is compiled: names found in each place and in none, "it", the
+// forms of "is", short circuits over arrays, folded values that fail or clear the flags, and what
+// the walk keeps to itself.
+const char* const c_edgeFormulas[] = {
+    "a * 2 + b",
+    "v * a - %1",
+    "%3 + 1",
+    "%2 & s",
+    "nothing + 1",
+    "1 / 0 + nothing",
+    "(1; 2) + nothing",
+    "a + broken",
+    "deferred + 1",
+    "flags and a > 2",
+    "width of frame",
+    "the a + the b",
+    "a.b.c",
+    "pi * 2",
+    "a > 2 ? w : s",
+    "a < 2 ? w : s",
+    "[1, 0, 2] ? 'y' : 'n'",
+    "nothing ? 1 : 2",
+    "a = 3",
+    "a == 3",
+    "a = 3; b",
+    "a := 3",
+    "a is between 1 and it + 5",
+    "a is not between 1 and 3 exclusive",
+    "a is at least it",
+    "b is greater than a",
+    "b is less than it",
+    "s is equal to 'TEXT'",
+    "it + 1",
+    "a > it",
+    "a > 2 and b < 5 or nothing",
+    "false and nothing",
+    "true or nothing",
+    "[true, false] or [false, false]",
+    "not a > 4",
+    "! ! true",
+    "-a % + 3",
+    "$a + 1 dollar",
+    "3 m + 20 cm",
+    "2 ft 6 in",
+    "a ft",
+    "17 * 2 + 4 - 9 / 3",
+    "1 / 3",
+    "1e308 * 10",
+    "10 \\ 3 mod 2 ^ 2",
+    "2 ^ 0.5 ^ 2",
+    "1 / 0",
+    "0 / 0",
+    "'a' & 1 & 2.5 & w",
+    "1 xor 0 eqv 1 imp 0",
+    "a plus b minus 1 less 2",
+    "(a)",
+    "()",
+    "(a + 1) * (b - 1)",
+    "a where a > 1",
+    "#a",
+    "a(1)",
+    "nothing(1)",
+    "[a, b]",
+    "{a}",
+    "a[1]",
+    "a[1] + 1",
+    "x = 5",
+    "if a > 1 then 2 else 3 endif",
+    "a +",
+    "a b",
+    "(a",
+    "a ? 1",
+    "a is",
+    "a is at",
+    "a.",
+    "a of",
+    "1 2",
+    "",
+};
+
+class CompiledFormulas : public test::FunctionCallTest {
+protected:
+    // Runs the formula both ways and says so when they differ; true when the compiled form ran.
+    bool ExpectSameBothWays(const std::string& formula, bool report = true) {
+        const FormulaRun walked = m_runner.Run(formula, QFormulaCompilation::Off, report);
+        const FormulaRun compiled = m_runner.Run(formula, QFormulaCompilation::Always, report);
+        EXPECT_FALSE(walked.compiled) << formula;
+        EXPECT_EQ(walked, compiled) << formula << "\nwalked:   " << test::Describe(walked)
+                                    << "\ncompiled: " << test::Describe(compiled);
+        return compiled.compiled;
+    }
+
+    test::FormulaRunner m_runner;
+};
+
+TEST_F(CompiledFormulas, EveryCaseFormulaGivesWhatTheWalkGives) {
+    const std::vector<std::string> formulas = test::AllCaseFormulas();
+    ASSERT_GT(formulas.size(), 1000u);
+    int compiled = 0;
+    for (const std::string& formula : formulas)
+        compiled += ExpectSameBothWays(formula) ? 1 : 0;
+    // Most of the cases call functions or run statements, which stay with the walk.
+    EXPECT_GT(compiled, 250) << "of " << formulas.size();
+    std::cout << compiled << " of " << formulas.size() << " case formulas ran compiled\n";
+}
+
+TEST_F(CompiledFormulas, QuietFormulasGiveWhatTheWalkGives) {
+    for (const std::string& formula : test::AllCaseFormulas())
+        ExpectSameBothWays(formula, false);
+}
+
+TEST_F(CompiledFormulas, EdgeFormulasGiveWhatTheWalkGives) {
+    std::vector<std::string> compiled;
+    for (const char* formula : c_edgeFormulas)
+        if (ExpectSameBothWays(formula))
+            compiled.push_back(formula);
+    // These are the ones the walk keeps ("a(1)" runs the formula "3" of the name "a", which is
+    // compiled).
+    for (const char* kept : {"a = 3; b",
+                             "a := 3",
+                             "a where a > 1",
+                             "#a",
+                             "nothing(1)",
+                             "[a, b]",
+                             "{a}",
+                             "a[1]",
+                             "a[1] + 1",
+                             "if a > 1 then 2 else 3 endif",
+                             "a +",
+                             "a b",
+                             "(a",
+                             "a ? 1",
+                             "a is",
+                             "a is at",
+                             "a.",
+                             "a of",
+                             "1 2",
+                             ""})
+        EXPECT_EQ(std::find(compiled.begin(), compiled.end(), kept), compiled.end()) << kept;
+    EXPECT_NE(std::find(compiled.begin(), compiled.end(), "a * 2 + b"), compiled.end());
+    EXPECT_NE(std::find(compiled.begin(), compiled.end(), "nothing + 1"), compiled.end());
+    // At the end of a formula "=" compares.
+    EXPECT_NE(std::find(compiled.begin(), compiled.end(), "a = 3"), compiled.end());
+    EXPECT_NE(std::find(compiled.begin(), compiled.end(), "x = 5"), compiled.end());
+}
+
+// Nesting past the limit fails, however deep, and by any of the constructs that nest; the
+// compiled form leaves it to the walk rather than going deeper itself.
+TEST_F(CompiledFormulas, FormulasNestedPastTheLimitFailAsTheWalkSays) {
+    for (const int depth : {197, 198, 199, 200, 5000}) {
+        for (const char* const opener : {"(", "-", "not ", "!", "a of "}) {
+            std::string formula;
+            for (int i = 0; i < depth; ++i)
+                formula += opener;
+            formula += "1";
+            if (std::string(opener) == "(")
+                formula += std::string(depth, ')');
+            ExpectSameBothWays(formula);
+        }
+    }
+    EXPECT_FALSE(
+        m_runner.Run(std::string(5000, '(') + std::string(5000, ')'), QFormulaCompilation::Always)
+            .ok);
+}
+
+// A formula run from inside another, through a name, counts its levels of nesting on top of the
+// outer one's: the inner formula fails once the two together pass the limit, compiled or not.
+TEST_F(CompiledFormulas, LevelsOfNestingCountAcrossAFormulaRunFromALookUp) {
+    const int inner = 196;
+    const std::string deep = "=" + std::string(inner, '(') + "1" + std::string(inner, ')');
+    int failed = 0;
+    for (int outer = 0; outer <= 4; ++outer) {
+        const std::string formula = std::string(outer, '(') + "deep" + std::string(outer, ')');
+        for (const QFormulaCompilation mode :
+             {QFormulaCompilation::Off, QFormulaCompilation::Always}) {
+            SetFormulaCompilation(mode);
+            test::NamesContext context;
+            context.Set("deep", QAnyValue(CString::FromUtf8(deep)));
+            const test::CallOutcome outcome = Run(formula, &context);
+            if (outer <= 2)
+                EXPECT_TRUE(outcome.ok) << outer << ": " << outcome.message;
+            else
+                failed += outcome.ok ? 0 : 1;
+        }
+    }
+    SetFormulaCompilation(QFormulaCompilation::Repeated);
+    EXPECT_EQ(failed, 4);
+}
+
+// By default a formula is compiled when it is evaluated the second time; switched off, never.
+TEST_F(CompiledFormulas, TheSecondEvaluationRunsCompiledUnlessSwitchedOff) {
+    struct Case {
+        QFormulaCompilation mode;
+        const char* formula;
+        std::vector<bool> compiled;
+    };
+    const Case cases[] = {
+        {QFormulaCompilation::Repeated, "a * 2 + 1001", {false, true, true}},
+        {QFormulaCompilation::Always, "a * 2 + 1002", {true, true}},
+        {QFormulaCompilation::Off, "a * 2 + 1003", {false, false, false}},
+        {QFormulaCompilation::Repeated, "nothing(1) + 1004", {false, false, false}},
+    };
+    for (const Case& c : cases) {
+        std::vector<bool> compiled;
+        for (std::size_t i = 0; i < c.compiled.size(); ++i)
+            compiled.push_back(m_runner.Run(c.formula, c.mode).compiled);
+        EXPECT_EQ(compiled, c.compiled) << c.formula;
+    }
+}
+
+// An application's evaluator may parse names its own way: it always walks.
+class NamingEvaluator : public QEvaluator {
+public:
+    using QEvaluator::QEvaluator;
+    bool ParseVarnameWithContext(PropId& name) override {
+        return QEvaluator::ParseVarnameWithContext(name);
+    }
+};
+
+class NamingFactory : public QEvaluatorFactory {
+public:
+    QEvaluator* NewQEvaluator(QAnyValue& result, FormulaText formula, QFormulaContext* context,
+                              bool passThrough, bool reportErrors, bool isAction) override {
+        return new NamingEvaluator(result, formula, context, passThrough, reportErrors, isAction);
+    }
+    CString FolderForConstant(QConstantFolder) const override { return CString(); }
+};
+
+TEST_F(CompiledFormulas, AnEvaluatorOfADerivedClassWalks) {
+    NamingFactory factory;
+    QEvaluatorFactory* previous = SetEvaluatorFactory(&factory);
+    const FormulaRun run = m_runner.Run("a * 2 + b", QFormulaCompilation::Always);
+    SetEvaluatorFactory(previous);
+    EXPECT_TRUE(run.ok);
+    EXPECT_FALSE(run.compiled);
+}
+
+class CompiledFormulaTrace : public test::TempFolderTest {};
+
+// The lines of the trace file after the clock and the application's name.
+std::vector<std::string> TraceTexts(const std::string& trace) {
+    std::vector<std::string> texts;
+    std::istringstream lines(trace);
+    for (std::string line; std::getline(lines, line);) {
+        const std::size_t first = line.find('\t');
+        const std::size_t second = first == std::string::npos ? first : line.find('\t', first + 1);
+        if (second != std::string::npos)
+            texts.push_back(line.substr(second + 1));
+    }
+    return texts;
+}
+
+TEST_F(CompiledFormulaTrace, TracedEvaluationsWriteTheSameLines) {
+    test::ScopedEnvironment environment;
+    for (const char* variable : {"HOME", "XDG_CONFIG_HOME", "XDG_DATA_HOME"})
+        environment.Set(variable, m_root.string());
+    const unsigned savedMask = c_UserTraceMask;
+    std::vector<std::vector<std::string>> traces;
+    for (const QFormulaCompilation mode : {QFormulaCompilation::Off, QFormulaCompilation::Always}) {
+        UserTraceRestart();
+        c_UserTraceMask = USER_TRACE_PLAIN_LINES | USER_TRACE_EVALUATIONS;
+        test::FormulaRunner runner;
+        for (const char* formula : {"a * 2 + b", "deferred + 1", "nothing", "a > 2 ? w : s",
+                                    "17 * 2 + 4 - 9 / 3", "3 m + 20 cm"})
+            runner.Run(formula, mode);
+        c_UserTraceMask = savedMask;
+        const std::string path = UserTraceFilePath().ToUtf8();
+        UserTraceClose();
+        traces.push_back(TraceTexts(test::ReadText(path)));
+    }
+    UserTraceRestart();
+    EXPECT_GT(traces[0].size(), 10u);
+    EXPECT_EQ(traces[0], traces[1]);
+}
+
+} // namespace
+} // namespace keel
