@@ -1,18 +1,17 @@
 #include "tests/support/archivebytes.h"
 #include "tests/support/gsforacle.h"
+#include "tests/support/processlimits.h"
 #include "tests/support/tempfolder.h"
 
 #include "keel/platform/archive.h"
 #include "keel/platform/compoundstorage.h"
 
 #include <algorithm>
-#include <csignal>
 #include <functional>
 #include <gtest/gtest.h>
 #include <limits>
 #include <map>
 #include <string>
-#include <sys/resource.h>
 
 namespace keel {
 namespace {
@@ -488,26 +487,6 @@ TEST_F(CompoundStorage, CreatingRefusesAnExistingFileWithoutCreateAndAMissingFol
     EXPECT_TRUE(test::ReadWithGsf(ReadBytes("old.kdoc")).empty());
 }
 
-// Lets the process write files of at most `limit` bytes; a write beyond fails with EFBIG.
-class FileSizeLimit {
-public:
-    explicit FileSizeLimit(rlim_t limit) {
-        m_oldHandler = std::signal(SIGXFSZ, SIG_IGN);
-        getrlimit(RLIMIT_FSIZE, &m_old);
-        rlimit limited = m_old;
-        limited.rlim_cur = limit;
-        setrlimit(RLIMIT_FSIZE, &limited);
-    }
-    ~FileSizeLimit() {
-        setrlimit(RLIMIT_FSIZE, &m_old);
-        std::signal(SIGXFSZ, m_oldHandler);
-    }
-
-private:
-    rlimit m_old{};
-    void (*m_oldHandler)(int);
-};
-
 TEST_F(CompoundStorage, AFailedSaveLeavesTheOldFileByteForByte) {
     Created("doc.kdoc", SampleTree()).reset();
     const Bytes before = ReadBytes("doc.kdoc");
@@ -520,7 +499,7 @@ TEST_F(CompoundStorage, AFailedSaveLeavesTheOldFileByteForByte) {
     big.Close();
     CFileException error;
     {
-        const FileSizeLimit limit(before.size() + 8192);
+        const test::FileSizeLimit limit(before.size() + 8192);
         EXPECT_FALSE(root->Commit(9, &error));
     }
     EXPECT_EQ(error.m_cause, CFileException::diskFull) << error.what();
