@@ -28,16 +28,6 @@ Bytes NewClass(std::uint16_t schema, const std::string& name) {
     return test::NewClassRecord(schema, name);
 }
 
-// The cause of the archive failure that `operation` raises; -1 when it raises none.
-int FailureCause(const std::function<void()>& operation) {
-    try {
-        operation();
-    } catch (const CArchiveException& failure) {
-        return failure.m_cause;
-    }
-    return -1;
-}
-
 // Reads top-level objects and owns each new one, however many times it comes back.
 class ReadObjects {
 public:
@@ -305,14 +295,16 @@ INSTANTIATE_TEST_SUITE_P(Inputs, HostileObjectTest, testing::ValuesIn(c_hostile)
 TEST(ObjectReading, ARequestedClassRefusesOthers) {
     const Bytes bytes = Concat({NewClass(1, "TestNote"), c_noteHi, {0x02, 0x00}});
     Loading wrongNew(bytes);
-    EXPECT_EQ(FailureCause([&] { wrongNew.archive.ReadObject(&TestGroup::c_runtimeClass); }),
-              CArchiveException::badClass);
+    EXPECT_EQ(
+        test::ArchiveCauseOf([&] { wrongNew.archive.ReadObject(&TestGroup::c_runtimeClass); }),
+        CArchiveException::badClass);
 
     Loading wrongKnown(bytes);
     std::unique_ptr<CObject> note = wrongKnown.archive.ReadNewObject(&CDocItem::c_runtimeClass);
     EXPECT_EQ(static_cast<TestNote*>(note.get())->m_text, CString(u"Hi"));
-    EXPECT_EQ(FailureCause([&] { wrongKnown.archive.ReadObject(&TestShape::c_runtimeClass); }),
-              CArchiveException::badClass);
+    EXPECT_EQ(
+        test::ArchiveCauseOf([&] { wrongKnown.archive.ReadObject(&TestShape::c_runtimeClass); }),
+        CArchiveException::badClass);
 }
 
 // An owner takes only new objects: one read before is owned elsewhere already.
@@ -321,17 +313,18 @@ TEST(ObjectReading, ANewObjectIsNeverOneReadBefore) {
     std::unique_ptr<CObject> note = loading.archive.ReadNewObject();
     ASSERT_NE(note, nullptr);
     EXPECT_EQ(loading.archive.ReadNewObject(), nullptr);
-    EXPECT_EQ(FailureCause([&] { loading.archive.ReadNewObject(); }), CArchiveException::badIndex);
+    EXPECT_EQ(test::ArchiveCauseOf([&] { loading.archive.ReadNewObject(); }),
+              CArchiveException::badIndex);
 }
 
 TEST(ObjectReading, ObjectsGoOnlyOneWay) {
     TestNote note(u"x");
     Loading loading(Bytes{0x00, 0x00});
-    EXPECT_EQ(FailureCause([&] { loading.archive.WriteObject(&note); }),
+    EXPECT_EQ(test::ArchiveCauseOf([&] { loading.archive.WriteObject(&note); }),
               CArchiveException::readOnly);
     CMemFile file;
     CArchive storing(&file, CArchive::store);
-    EXPECT_EQ(FailureCause([&] { storing.ReadObject(); }), CArchiveException::writeOnly);
+    EXPECT_EQ(test::ArchiveCauseOf([&] { storing.ReadObject(); }), CArchiveException::writeOnly);
 }
 
 // --- The registry ------------------------------------------------------------------------------
@@ -362,7 +355,8 @@ TEST(ClassRegistry, ClassesAreFoundByNameWhileRegistered) {
     }
     EXPECT_EQ(CRuntimeClass::FromName("LocalItem"), nullptr);
     Loading loading(bytes);
-    EXPECT_EQ(FailureCause([&] { loading.archive.ReadObject(); }), CArchiveException::badClass);
+    EXPECT_EQ(test::ArchiveCauseOf([&] { loading.archive.ReadObject(); }),
+              CArchiveException::badClass);
 }
 
 TEST(ClassRegistry, RefusesClassesNoArchiveCouldRead) {
