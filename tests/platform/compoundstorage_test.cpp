@@ -271,102 +271,71 @@ TEST_F(CompoundStorage, OpenModesAndNamesGiveTheirCauses) {
     ASSERT_TRUE(writable && readOnly);
     CStreamFile held;
     ASSERT_TRUE(held.OpenStream(*writable, u"Big4096", kRead));
-    const std::u16string longest(31, u'n');
+    const CString longest(std::u16string(31, u'n'));
+    std::unique_ptr<CStorage> pagesForReading = writable->OpenStorage(u"Pages", kRead);
 
+    enum Action { openStream, createStream, openStorage, createStorage, destroy, commit };
     const struct {
         const char* what;
-        std::function<bool(CFileException*)> action;
+        Action action;
+        CStorage& storage;
+        CString name;
+        unsigned flags;
         int cause;
     } cases[] = {
-        {"missing stream",
-         [&](CFileException* e) {
-             return CStreamFile().OpenStream(*writable, u"Absent", kRead, e);
-         },
-         CFileException::fileNotFound},
-        {"missing storage",
-         [&](CFileException* e) { return !!writable->OpenStorage(u"Absent", kRead, e); },
-         CFileException::fileNotFound},
-        {"missing element",
-         [&](CFileException* e) { return writable->DestroyElement(u"Absent", e); },
-         CFileException::fileNotFound},
-        {"stream opened as storage",
-         [&](CFileException* e) { return !!writable->OpenStorage(u"Contents", kRead, e); },
+        {"missing stream", openStream, *writable, u"Absent", kRead, CFileException::fileNotFound},
+        {"missing storage", openStorage, *writable, u"Absent", kRead, CFileException::fileNotFound},
+        {"missing element", destroy, *writable, u"Absent", 0, CFileException::fileNotFound},
+        {"stream opened as storage", openStorage, *writable, u"Contents", kRead,
          CFileException::accessDenied},
-        {"storage opened as stream",
-         [&](CFileException* e) { return CStreamFile().OpenStream(*writable, u"Pages", kRead, e); },
+        {"storage opened as stream", openStream, *writable, u"Pages", kRead,
          CFileException::accessDenied},
-        {"existing name without create",
-         [&](CFileException* e) {
-             return CStreamFile().CreateStream(*writable, u"contents", 0x12, e);
-         },
+        {"existing name without create", createStream, *writable, u"contents", 0x12,
          CFileException::accessDenied},
-        {"stream open twice",
-         [&](CFileException* e) {
-             return CStreamFile().OpenStream(*writable, u"BIG4096", kRead, e);
-         },
+        {"stream open twice", openStream, *writable, u"BIG4096", kRead,
          CFileException::sharingViolation},
-        {"create in read-only file",
-         [&](CFileException* e) {
-             return CStreamFile().CreateStream(*readOnly, u"New", kCreate, e);
-         },
+        {"create in read-only file", createStream, *readOnly, u"New", kCreate,
          CFileException::accessDenied},
-        {"open for writing in read-only file",
-         [&](CFileException* e) {
-             return CStreamFile().OpenStream(*readOnly, u"Contents", 0x12, e);
-         },
+        {"open for writing in read-only file", openStream, *readOnly, u"Contents", 0x12,
          CFileException::accessDenied},
-        {"storage in read-only file",
-         [&](CFileException* e) { return !!readOnly->CreateStorage(u"New", kCreate, e); },
+        {"storage in read-only file", createStorage, *readOnly, u"New", kCreate,
          CFileException::accessDenied},
-        {"destroy in read-only file",
-         [&](CFileException* e) { return readOnly->DestroyElement(u"Contents", e); },
+        {"destroy in read-only file", destroy, *readOnly, u"Contents", 0,
          CFileException::accessDenied},
-        {"stream in storage opened for reading",
-         [&](CFileException* e) {
-             return CStreamFile().CreateStream(*writable->OpenStorage(u"Pages", kRead), u"New",
-                                               kCreate, e);
-         },
+        {"stream in storage opened for reading", createStream, *pagesForReading, u"New", kCreate,
          CFileException::accessDenied},
-        {"commit of read-only file", [&](CFileException* e) { return readOnly->Commit(9, e); },
-         CFileException::accessDenied},
-        {"empty name",
-         [&](CFileException* e) { return CStreamFile().CreateStream(*writable, u"", kCreate, e); },
+        {"commit of read-only file", commit, *readOnly, u"", 9, CFileException::accessDenied},
+        {"empty name", createStream, *writable, u"", kCreate, CFileException::badPath},
+        {"32 characters", createStream, *writable, longest + u"n", kCreate,
          CFileException::badPath},
-        {"32 characters",
-         [&](CFileException* e) {
-             return CStreamFile().CreateStream(*writable, CString(longest + u"n"), kCreate, e);
-         },
-         CFileException::badPath},
-        {"slash", [&](CFileException* e) { return !!writable->CreateStorage(u"a/b", kCreate, e); },
-         CFileException::badPath},
-        {"backslash",
-         [&](CFileException* e) {
-             return CStreamFile().CreateStream(*writable, u"a\\b", kCreate, e);
-         },
-         CFileException::badPath},
-        {"colon",
-         [&](CFileException* e) {
-             return CStreamFile().CreateStream(*writable, u"a:b", kCreate, e);
-         },
-         CFileException::badPath},
-        {"exclamation mark",
-         [&](CFileException* e) {
-             return CStreamFile().CreateStream(*writable, u"a!b", kCreate, e);
-         },
-         CFileException::badPath},
-        {"31 characters",
-         [&](CFileException* e) {
-             return CStreamFile().CreateStream(*writable, CString(longest), kCreate, e);
-         },
-         -1},
-        {"existing name with create",
-         [&](CFileException* e) {
-             return CStreamFile().CreateStream(*writable, u"CONTENTS", kCreate, e);
-         },
-         -1},
+        {"slash", createStorage, *writable, u"a/b", kCreate, CFileException::badPath},
+        {"backslash", createStream, *writable, u"a\\b", kCreate, CFileException::badPath},
+        {"colon", createStream, *writable, u"a:b", kCreate, CFileException::badPath},
+        {"exclamation mark", createStream, *writable, u"a!b", kCreate, CFileException::badPath},
+        {"31 characters", createStream, *writable, longest, kCreate, -1},
+        {"existing name with create", createStream, *writable, u"CONTENTS", kCreate, -1},
     };
-    for (const auto& c : cases)
-        EXPECT_EQ(CauseOf(c.action), c.cause) << c.what;
+    for (const auto& c : cases) {
+        EXPECT_EQ(CauseOf([&](CFileException* e) {
+                      switch (c.action) {
+                      case openStream:
+                          return CStreamFile().OpenStream(c.storage, c.name, c.flags, e);
+                      case createStream:
+                          return CStreamFile().CreateStream(c.storage, c.name, c.flags, e);
+                      case openStorage:
+                          return !!c.storage.OpenStorage(c.name, c.flags, e);
+                      case createStorage:
+                          return !!c.storage.CreateStorage(c.name, c.flags, e);
+                      case destroy:
+                          return c.storage.DestroyElement(c.name, e);
+                      case commit:
+                          return c.storage.Commit(c.flags, e);
+                      }
+                      return false;
+                  }),
+                  c.cause)
+            << c.what;
+    }
 
     // Creating over an existing stream emptied it and kept the name as it was first written.
     const std::vector<CStorageElement> elements = writable->EnumElements();
