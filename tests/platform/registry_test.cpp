@@ -31,15 +31,13 @@ std::string U8(const CString& text) {
 }
 
 // Every test gets a fresh folder as its home and configuration folder.
-class RegistryTest : public test::TempFolderTest {
+class RegistryTest : public test::HomeFolderTest {
 protected:
     void SetUp() override {
-        TempFolderTest::SetUp();
+        HomeFolderTest::SetUp();
         fs::permissions(m_root, fs::perms::owner_all | fs::perms::group_read |
                                     fs::perms::group_exec | fs::perms::others_read |
                                     fs::perms::others_exec);
-        m_environment.Set("HOME", m_root.string());
-        m_environment.Set("XDG_CONFIG_HOME", (m_root / "config").string());
         CRegistry::SetCurrentFile(CString());
         CRegistry::SetMachineFolder(CString::FromUtf8((m_root / "machine").string()));
         CRegistry::SetApplicationNameSource(nullptr);
@@ -47,14 +45,12 @@ protected:
     void TearDown() override {
         CRegistry::SetCurrentFile(CString());
         CRegistry::SetMachineFolder(CString());
-        TempFolderTest::TearDown();
+        HomeFolderTest::TearDown();
     }
 
     fs::path OptionsFolder() const { return m_root / "config" / "keel"; }
     fs::path OptionsFile() const { return OptionsFolder() / "Keel.ini"; }
     CString OptionsPath() const { return CString::FromUtf8(OptionsFile().string()); }
-
-    test::ScopedEnvironment m_environment;
 };
 
 TEST_F(RegistryTest, TheOptionsFileFollowsTheEnvironmentAndTheApplicationName) {
