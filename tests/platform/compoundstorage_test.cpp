@@ -313,6 +313,9 @@ TEST_F(CompoundStorage, OpenModesAndNamesGiveTheirCauses) {
         {"exclamation mark", createStream, *writable, u"a!b", kCreate, CFileException::badPath},
         {"31 characters", createStream, *writable, longest, kCreate, -1},
         {"existing name with create", createStream, *writable, u"CONTENTS", kCreate, -1},
+        {"storage over an open element", createStorage, *writable, u"big4096", kCreate,
+         CFileException::accessDenied},
+        {"storage over a closed element", createStorage, *writable, u"EMPTY", kCreate, -1},
     };
     for (const auto& c : cases) {
         EXPECT_EQ(CauseOf([&](CFileException* e) {
