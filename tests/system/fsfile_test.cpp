@@ -137,6 +137,8 @@ TEST_F(FilesOnDisk, LookUpsAreKeptUntilTheCacheIsClearedOrAChangeIsMadeHere) {
     MakeFile("late.txt");
     EXPECT_FALSE(QFSFile::Exists(C("late.txt"))) << "the look-up before is kept";
     EXPECT_FALSE(QFSFile::ExistsAndCanBeWritten(C("late.txt"), true)) << "by every test";
+    QFSFileStatus status;
+    EXPECT_FALSE(QFSFile::GetStatus(C("late.txt"), status)) << "and by a status";
     EXPECT_TRUE(QFSFile::Exists(C("late.txt"), true, false)) << "unless the cache is passed";
     fs::remove(P("late.txt"));
     QFSFile::ClearFileStatusCache();
