@@ -21,20 +21,6 @@ using test::Loading;
 using test::Stored;
 using test::WideUnits;
 
-// The cause of the archive exception that `action` throws, or `none`.
-int CauseOf(const std::function<void()>& action, const char* fileName = nullptr) {
-    try {
-        action();
-    } catch (const CArchiveException& failure) {
-        if (fileName) {
-            EXPECT_EQ(failure.m_strFileName, CString(fileName));
-            EXPECT_NE(std::string(failure.what()).find(fileName), std::string::npos);
-        }
-        return failure.m_cause;
-    }
-    return CArchiveException::none;
-}
-
 // --- Primitives, byte for byte ---------------------------------------------------------------
 
 struct PrimitiveCase {
@@ -144,14 +130,15 @@ TYPED_TEST(ArchiveTyped, WrongDirectionAndEndOfFileFail) {
     CMemFile file;
     file.SetFilePath(u"/drawings/site plan.kdf");
     CArchive storing(&file, CArchive::store);
-    EXPECT_EQ(CauseOf([&] { storing >> value; }, "/drawings/site plan.kdf"),
+    EXPECT_EQ(test::ArchiveCauseOf([&] { storing >> value; }, "/drawings/site plan.kdf"),
               CArchiveException::writeOnly);
     Loading loading({1, 2, 3, 4, 5, 6, 7, 8, 9, 10}, 4096, u"/drawings/site plan.kdf");
-    EXPECT_EQ(CauseOf([&] { loading.archive << value; }, "/drawings/site plan.kdf"),
+    EXPECT_EQ(test::ArchiveCauseOf([&] { loading.archive << value; }, "/drawings/site plan.kdf"),
               CArchiveException::readOnly);
     EXPECT_EQ(loading.file.Bytes().size(), 10u);
     Loading empty({}, 4096, u"empty.kdf");
-    EXPECT_EQ(CauseOf([&] { empty.archive >> value; }, "empty.kdf"), CArchiveException::endOfFile);
+    EXPECT_EQ(test::ArchiveCauseOf([&] { empty.archive >> value; }, "empty.kdf"),
+              CArchiveException::endOfFile);
 }
 
 // Strings, counts and raw bytes in the wrong direction.
@@ -166,16 +153,17 @@ TEST(ArchiveDirection, StringsCountsAndRawBytes) {
     const std::function<void()> reads[] = {[&] { storing >> text; }, [&] { storing.ReadCount(); },
                                            [&] { storing.Read(raw, 2); }};
     for (const auto& read : reads)
-        EXPECT_EQ(CauseOf(read, name), CArchiveException::writeOnly);
+        EXPECT_EQ(test::ArchiveCauseOf(read, name), CArchiveException::writeOnly);
     const std::function<void()> writes[] = {[&] { loading.archive << CString(u"s"); },
                                             [&] { loading.archive.WriteCount(1); },
                                             [&] { loading.archive.Write("ab", 2); }};
     for (const auto& write : writes)
-        EXPECT_EQ(CauseOf(write, name), CArchiveException::readOnly);
+        EXPECT_EQ(test::ArchiveCauseOf(write, name), CArchiveException::readOnly);
     EXPECT_EQ(loading.file.Bytes().size(), 10u);
     Loading empty({}, 4096, u"empty.kdf");
-    EXPECT_EQ(CauseOf([&] { empty.archive >> text; }, "empty.kdf"), CArchiveException::endOfFile);
-    EXPECT_EQ(CauseOf([&] { empty.archive.ReadCount(); }, "empty.kdf"),
+    EXPECT_EQ(test::ArchiveCauseOf([&] { empty.archive >> text; }, "empty.kdf"),
+              CArchiveException::endOfFile);
+    EXPECT_EQ(test::ArchiveCauseOf([&] { empty.archive.ReadCount(); }, "empty.kdf"),
               CArchiveException::endOfFile);
 }
 
@@ -326,7 +314,7 @@ TEST(ArchiveString, MalformedInputFailsWithACause) {
         SCOPED_TRACE(test.name);
         Loading loading(test.bytes, 4096, u"broken.kdf");
         CString text;
-        EXPECT_EQ(CauseOf([&] { loading.archive >> text; }, "broken.kdf"), test.cause);
+        EXPECT_EQ(test::ArchiveCauseOf([&] { loading.archive >> text; }, "broken.kdf"), test.cause);
     }
 }
 
@@ -337,7 +325,8 @@ TEST(ArchiveEndOfFile, PartialValueFailsAfterEarlierValuesRead) {
     int first = 0;
     loading.archive >> first;
     EXPECT_EQ(first, 1);
-    EXPECT_EQ(CauseOf([&] { loading.archive >> first; }), CArchiveException::endOfFile);
+    EXPECT_EQ(test::ArchiveCauseOf([&] { loading.archive >> first; }),
+              CArchiveException::endOfFile);
 }
 
 TEST(ArchiveRaw, ReadIsShortOnlyAtTheEnd) {
@@ -418,7 +407,7 @@ TEST(ArchiveBuffering, StoringKeepsBytesUntilFlushCloseOrDestructionButNotAbort)
     archive.Close();
     EXPECT_EQ(archive.GetFile(), nullptr);
     EXPECT_EQ(file.Bytes(), (Bytes{0x02, 0x01, 0xFF, 0xFF}));
-    EXPECT_EQ(CauseOf([&] { archive << 2.0; }), CArchiveException::genericException);
+    EXPECT_EQ(test::ArchiveCauseOf([&] { archive << 2.0; }), CArchiveException::genericException);
 
     for (const bool abort : {false, true}) {
         CMemFile other;
@@ -499,7 +488,8 @@ TEST(ArchiveState, ConstructionModeSchemaAndFileName) {
     EXPECT_EQ(loading.GetFileName(), u"/plans/house.kdf");
     loading.SetFileName(u"renamed.kdf");
     std::uint8_t byte;
-    EXPECT_EQ(CauseOf([&] { loading >> byte; }, "renamed.kdf"), CArchiveException::endOfFile);
+    EXPECT_EQ(test::ArchiveCauseOf([&] { loading >> byte; }, "renamed.kdf"),
+              CArchiveException::endOfFile);
 }
 
 TEST(ArchiveException, TextNamesTheCauseAndTheFile) {
@@ -544,7 +534,7 @@ TEST_F(ArchiveDisk, RoundTripThroughAFile) {
     EXPECT_EQ(length, 2.75);
     EXPECT_EQ(offset, -40);
     EXPECT_EQ(archive.ReadCount(), 70000u);
-    EXPECT_EQ(CauseOf([&] { archive >> offset; }), CArchiveException::endOfFile);
+    EXPECT_EQ(test::ArchiveCauseOf([&] { archive >> offset; }), CArchiveException::endOfFile);
 }
 
 } // namespace

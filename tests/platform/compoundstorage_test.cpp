@@ -1,18 +1,16 @@
 #include "tests/support/archivebytes.h"
 #include "tests/support/gsforacle.h"
+#include "tests/support/processlimits.h"
 #include "tests/support/tempfolder.h"
 
 #include "keel/platform/archive.h"
 #include "keel/platform/compoundstorage.h"
 
 #include <algorithm>
-#include <csignal>
 #include <functional>
 #include <gtest/gtest.h>
 #include <limits>
-#include <map>
 #include <string>
-#include <sys/resource.h>
 
 namespace keel {
 namespace {
@@ -272,102 +270,74 @@ TEST_F(CompoundStorage, OpenModesAndNamesGiveTheirCauses) {
     ASSERT_TRUE(writable && readOnly);
     CStreamFile held;
     ASSERT_TRUE(held.OpenStream(*writable, u"Big4096", kRead));
-    const std::u16string longest(31, u'n');
+    const CString longest(std::u16string(31, u'n'));
+    std::unique_ptr<CStorage> pagesForReading = writable->OpenStorage(u"Pages", kRead);
 
+    enum Action { openStream, createStream, openStorage, createStorage, destroy, commit };
     const struct {
         const char* what;
-        std::function<bool(CFileException*)> action;
+        Action action;
+        CStorage& storage;
+        CString name;
+        unsigned flags;
         int cause;
     } cases[] = {
-        {"missing stream",
-         [&](CFileException* e) {
-             return CStreamFile().OpenStream(*writable, u"Absent", kRead, e);
-         },
-         CFileException::fileNotFound},
-        {"missing storage",
-         [&](CFileException* e) { return !!writable->OpenStorage(u"Absent", kRead, e); },
-         CFileException::fileNotFound},
-        {"missing element",
-         [&](CFileException* e) { return writable->DestroyElement(u"Absent", e); },
-         CFileException::fileNotFound},
-        {"stream opened as storage",
-         [&](CFileException* e) { return !!writable->OpenStorage(u"Contents", kRead, e); },
+        {"missing stream", openStream, *writable, u"Absent", kRead, CFileException::fileNotFound},
+        {"missing storage", openStorage, *writable, u"Absent", kRead, CFileException::fileNotFound},
+        {"missing element", destroy, *writable, u"Absent", 0, CFileException::fileNotFound},
+        {"stream opened as storage", openStorage, *writable, u"Contents", kRead,
          CFileException::accessDenied},
-        {"storage opened as stream",
-         [&](CFileException* e) { return CStreamFile().OpenStream(*writable, u"Pages", kRead, e); },
+        {"storage opened as stream", openStream, *writable, u"Pages", kRead,
          CFileException::accessDenied},
-        {"existing name without create",
-         [&](CFileException* e) {
-             return CStreamFile().CreateStream(*writable, u"contents", 0x12, e);
-         },
+        {"existing name without create", createStream, *writable, u"contents", 0x12,
          CFileException::accessDenied},
-        {"stream open twice",
-         [&](CFileException* e) {
-             return CStreamFile().OpenStream(*writable, u"BIG4096", kRead, e);
-         },
+        {"stream open twice", openStream, *writable, u"BIG4096", kRead,
          CFileException::sharingViolation},
-        {"create in read-only file",
-         [&](CFileException* e) {
-             return CStreamFile().CreateStream(*readOnly, u"New", kCreate, e);
-         },
+        {"create in read-only file", createStream, *readOnly, u"New", kCreate,
          CFileException::accessDenied},
-        {"open for writing in read-only file",
-         [&](CFileException* e) {
-             return CStreamFile().OpenStream(*readOnly, u"Contents", 0x12, e);
-         },
+        {"open for writing in read-only file", openStream, *readOnly, u"Contents", 0x12,
          CFileException::accessDenied},
-        {"storage in read-only file",
-         [&](CFileException* e) { return !!readOnly->CreateStorage(u"New", kCreate, e); },
+        {"storage in read-only file", createStorage, *readOnly, u"New", kCreate,
          CFileException::accessDenied},
-        {"destroy in read-only file",
-         [&](CFileException* e) { return readOnly->DestroyElement(u"Contents", e); },
+        {"destroy in read-only file", destroy, *readOnly, u"Contents", 0,
          CFileException::accessDenied},
-        {"stream in storage opened for reading",
-         [&](CFileException* e) {
-             return CStreamFile().CreateStream(*writable->OpenStorage(u"Pages", kRead), u"New",
-                                               kCreate, e);
-         },
+        {"stream in storage opened for reading", createStream, *pagesForReading, u"New", kCreate,
          CFileException::accessDenied},
-        {"commit of read-only file", [&](CFileException* e) { return readOnly->Commit(9, e); },
+        {"commit of read-only file", commit, *readOnly, u"", 9, CFileException::accessDenied},
+        {"empty name", createStream, *writable, u"", kCreate, CFileException::badPath},
+        {"32 characters", createStream, *writable, longest + u"n", kCreate,
+         CFileException::badPath},
+        {"slash", createStorage, *writable, u"a/b", kCreate, CFileException::badPath},
+        {"backslash", createStream, *writable, u"a\\b", kCreate, CFileException::badPath},
+        {"colon", createStream, *writable, u"a:b", kCreate, CFileException::badPath},
+        {"exclamation mark", createStream, *writable, u"a!b", kCreate, CFileException::badPath},
+        {"31 characters", createStream, *writable, longest, kCreate, -1},
+        {"existing name with create", createStream, *writable, u"CONTENTS", kCreate, -1},
+        {"storage over an open element", createStorage, *writable, u"big4096", kCreate,
          CFileException::accessDenied},
-        {"empty name",
-         [&](CFileException* e) { return CStreamFile().CreateStream(*writable, u"", kCreate, e); },
-         CFileException::badPath},
-        {"32 characters",
-         [&](CFileException* e) {
-             return CStreamFile().CreateStream(*writable, CString(longest + u"n"), kCreate, e);
-         },
-         CFileException::badPath},
-        {"slash", [&](CFileException* e) { return !!writable->CreateStorage(u"a/b", kCreate, e); },
-         CFileException::badPath},
-        {"backslash",
-         [&](CFileException* e) {
-             return CStreamFile().CreateStream(*writable, u"a\\b", kCreate, e);
-         },
-         CFileException::badPath},
-        {"colon",
-         [&](CFileException* e) {
-             return CStreamFile().CreateStream(*writable, u"a:b", kCreate, e);
-         },
-         CFileException::badPath},
-        {"exclamation mark",
-         [&](CFileException* e) {
-             return CStreamFile().CreateStream(*writable, u"a!b", kCreate, e);
-         },
-         CFileException::badPath},
-        {"31 characters",
-         [&](CFileException* e) {
-             return CStreamFile().CreateStream(*writable, CString(longest), kCreate, e);
-         },
-         -1},
-        {"existing name with create",
-         [&](CFileException* e) {
-             return CStreamFile().CreateStream(*writable, u"CONTENTS", kCreate, e);
-         },
-         -1},
+        {"storage over a closed element", createStorage, *writable, u"EMPTY", kCreate, -1},
     };
-    for (const auto& c : cases)
-        EXPECT_EQ(CauseOf(c.action), c.cause) << c.what;
+    for (const auto& c : cases) {
+        EXPECT_EQ(CauseOf([&](CFileException* e) {
+                      switch (c.action) {
+                      case openStream:
+                          return CStreamFile().OpenStream(c.storage, c.name, c.flags, e);
+                      case createStream:
+                          return CStreamFile().CreateStream(c.storage, c.name, c.flags, e);
+                      case openStorage:
+                          return !!c.storage.OpenStorage(c.name, c.flags, e);
+                      case createStorage:
+                          return !!c.storage.CreateStorage(c.name, c.flags, e);
+                      case destroy:
+                          return c.storage.DestroyElement(c.name, e);
+                      case commit:
+                          return c.storage.Commit(c.flags, e);
+                      }
+                      return false;
+                  }),
+                  c.cause)
+            << c.what;
+    }
 
     // Creating over an existing stream emptied it and kept the name as it was first written.
     const std::vector<CStorageElement> elements = writable->EnumElements();
@@ -379,27 +349,6 @@ TEST_F(CompoundStorage, OpenModesAndNamesGiveTheirCauses) {
     ASSERT_TRUE(reading.OpenStream(*readOnly, u"Contents", kRead));
     EXPECT_THROW(reading.Write("x", 1), CFileException);
     EXPECT_THROW(reading.SetLength(0), CFileException);
-}
-
-TEST_F(CompoundStorage, EnumerationGivesNamesTypesAndSizes) {
-    std::unique_ptr<CStorage> root = CStorage::OpenBytes(test::WriteWithGsf(SampleTree()), kRead);
-    ASSERT_TRUE(root);
-    std::map<std::string, std::pair<int, unsigned long long>> seen;
-    for (const CStorageElement& element : root->EnumElements())
-        seen[element.m_strName.ToUtf8()] = {element.m_type, element.m_size};
-    const std::map<std::string, std::pair<int, unsigned long long>> expected = {
-        {"Contents", {CStorageElement::typeStream, 5000}},
-        {"\x05SummaryInformation", {CStorageElement::typeStream, 120}},
-        {"Empty", {CStorageElement::typeStream, 0}},
-        {"Small4095", {CStorageElement::typeStream, 4095}},
-        {"Big4096", {CStorageElement::typeStream, 4096}},
-        {"Big4097", {CStorageElement::typeStream, 4097}},
-        {"Pages", {CStorageElement::typeStorage, 0}},
-        {"Nothing", {CStorageElement::typeStorage, 0}},
-    };
-    EXPECT_EQ(seen, expected);
-    EXPECT_TRUE(root->IsRoot());
-    EXPECT_FALSE(root->OpenStorage(u"pages", kRead)->IsRoot());
 }
 
 TEST_F(CompoundStorage, DestroyedAndRevertedElementsFailTheirHandles) {
@@ -434,7 +383,7 @@ TEST_F(CompoundStorage, DestroyedAndRevertedElementsFailTheirHandles) {
     EXPECT_TRUE(fresh->EnumElements().empty());
 }
 
-TEST_F(CompoundStorage, ClassIdsOfStoragesAreKept) {
+TEST_F(CompoundStorage, ClassIdsOfStoragesAreKeptAndOnlyTheFileIsARoot) {
     std::unique_ptr<CStorage> root = CStorage::OpenBytes({}, kCreate);
     const std::array<std::uint8_t, 16> rootID{0x10, 0x20, 0x30, 0x40, 5,  6,  7,  8,
                                               9,    10,   11,   12,   13, 14, 15, 16};
@@ -444,7 +393,9 @@ TEST_F(CompoundStorage, ClassIdsOfStoragesAreKept) {
     ASSERT_TRUE(root->Commit(9));
     std::unique_ptr<CStorage> back = CStorage::OpenBytes(root->Bytes(), kRead);
     ASSERT_TRUE(back);
+    EXPECT_TRUE(back->IsRoot());
     EXPECT_EQ(back->GetClassID(), rootID);
+    EXPECT_FALSE(back->OpenStorage(u"inner", kRead)->IsRoot());
     EXPECT_EQ(back->OpenStorage(u"Inner", kRead)->GetClassID(), innerID);
 }
 
@@ -488,26 +439,6 @@ TEST_F(CompoundStorage, CreatingRefusesAnExistingFileWithoutCreateAndAMissingFol
     EXPECT_TRUE(test::ReadWithGsf(ReadBytes("old.kdoc")).empty());
 }
 
-// Lets the process write files of at most `limit` bytes; a write beyond fails with EFBIG.
-class FileSizeLimit {
-public:
-    explicit FileSizeLimit(rlim_t limit) {
-        m_oldHandler = std::signal(SIGXFSZ, SIG_IGN);
-        getrlimit(RLIMIT_FSIZE, &m_old);
-        rlimit limited = m_old;
-        limited.rlim_cur = limit;
-        setrlimit(RLIMIT_FSIZE, &limited);
-    }
-    ~FileSizeLimit() {
-        setrlimit(RLIMIT_FSIZE, &m_old);
-        std::signal(SIGXFSZ, m_oldHandler);
-    }
-
-private:
-    rlimit m_old{};
-    void (*m_oldHandler)(int);
-};
-
 TEST_F(CompoundStorage, AFailedSaveLeavesTheOldFileByteForByte) {
     Created("doc.kdoc", SampleTree()).reset();
     const Bytes before = ReadBytes("doc.kdoc");
@@ -520,7 +451,7 @@ TEST_F(CompoundStorage, AFailedSaveLeavesTheOldFileByteForByte) {
     big.Close();
     CFileException error;
     {
-        const FileSizeLimit limit(before.size() + 8192);
+        const test::FileSizeLimit limit(before.size() + 8192);
         EXPECT_FALSE(root->Commit(9, &error));
     }
     EXPECT_EQ(error.m_cause, CFileException::diskFull) << error.what();

@@ -651,7 +651,6 @@ TEST(CStringUtf8, MalformedInputBecomesReplacementCharacters) {
                 {"empty view", std::string_view(euro.data(), 0), u""}};
     for (const auto& row : rows) {
         SCOPED_TRACE(row.name);
-        EXPECT_EQ(U8(CString::FromUtf8(row.utf8)), U8(CString(row.expected)));
         EXPECT_EQ(CString::FromUtf8(row.utf8).View(), row.expected);
     }
 }

@@ -1,17 +1,16 @@
 #include "tests/support/environment.h"
+#include "tests/support/processlimits.h"
 #include "tests/support/tempfolder.h"
 
 #include "keel/platform/registry.h"
 
 #include <climits>
-#include <csignal>
 #include <filesystem>
 #include <functional>
 #include <gtest/gtest.h>
 #include <memory>
 #include <optional>
 #include <string>
-#include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -22,7 +21,9 @@ namespace {
 
 namespace fs = std::filesystem;
 using test::Bytes;
+using test::FileSizeLimit;
 using test::ReadText;
+using test::UnprivilegedScope;
 using test::WriteText;
 
 std::string U8(const CString& text) {
@@ -30,15 +31,13 @@ std::string U8(const CString& text) {
 }
 
 // Every test gets a fresh folder as its home and configuration folder.
-class RegistryTest : public test::TempFolderTest {
+class RegistryTest : public test::HomeFolderTest {
 protected:
     void SetUp() override {
-        TempFolderTest::SetUp();
+        HomeFolderTest::SetUp();
         fs::permissions(m_root, fs::perms::owner_all | fs::perms::group_read |
                                     fs::perms::group_exec | fs::perms::others_read |
                                     fs::perms::others_exec);
-        m_environment.Set("HOME", m_root.string());
-        m_environment.Set("XDG_CONFIG_HOME", (m_root / "config").string());
         CRegistry::SetCurrentFile(CString());
         CRegistry::SetMachineFolder(CString::FromUtf8((m_root / "machine").string()));
         CRegistry::SetApplicationNameSource(nullptr);
@@ -46,14 +45,12 @@ protected:
     void TearDown() override {
         CRegistry::SetCurrentFile(CString());
         CRegistry::SetMachineFolder(CString());
-        TempFolderTest::TearDown();
+        HomeFolderTest::TearDown();
     }
 
     fs::path OptionsFolder() const { return m_root / "config" / "keel"; }
     fs::path OptionsFile() const { return OptionsFolder() / "Keel.ini"; }
     CString OptionsPath() const { return CString::FromUtf8(OptionsFile().string()); }
-
-    test::ScopedEnvironment m_environment;
 };
 
 TEST_F(RegistryTest, TheOptionsFileFollowsTheEnvironmentAndTheApplicationName) {
@@ -244,44 +241,6 @@ TEST_F(RegistryTest, AMalformedFileGivesTheDefaultsAndIsKeptAsideWhenWrittenOver
     EXPECT_EQ(reread.GetProfileInt(u"Options", u"AreaUnits", 7), 7);
     EXPECT_TRUE(reread.LastError().IsEmpty());
 }
-
-// The folder of the options file is made read-only. The superuser ignores that, so a test run as
-// root does the write with the rights of an ordinary user.
-class UnprivilegedScope {
-public:
-    UnprivilegedScope() {
-        if (geteuid() == 0)
-            m_dropped = seteuid(65534) == 0;
-    }
-    ~UnprivilegedScope() {
-        if (m_dropped) {
-            EXPECT_EQ(seteuid(0), 0);
-        }
-    }
-
-private:
-    bool m_dropped = false;
-};
-
-// Files may grow no larger than `bytes` while it lives, as on a full disk.
-class FileSizeLimit {
-public:
-    explicit FileSizeLimit(rlim_t bytes) {
-        m_oldHandler = std::signal(SIGXFSZ, SIG_IGN);
-        getrlimit(RLIMIT_FSIZE, &m_old);
-        rlimit limited = m_old;
-        limited.rlim_cur = bytes;
-        setrlimit(RLIMIT_FSIZE, &limited);
-    }
-    ~FileSizeLimit() {
-        setrlimit(RLIMIT_FSIZE, &m_old);
-        std::signal(SIGXFSZ, m_oldHandler);
-    }
-
-private:
-    rlimit m_old{};
-    void (*m_oldHandler)(int);
-};
 
 void MakeReadOnly(const fs::path& folder) {
     fs::permissions(folder, fs::perms::owner_read | fs::perms::owner_exec | fs::perms::group_read |

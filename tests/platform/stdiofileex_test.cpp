@@ -190,6 +190,7 @@ TEST_F(TextFile, CharCountLeavesTheMarkOutAndThePositionAlone) {
     } cases[] = {{"\xFF\xFE\x61\0\x62\0\n\0"sv, 3},
                  {"\xEF\xBB\xBF\xC3\xA9\xF0\x9F\x98\x80", 3},
                  {"ab", 2},
+                 {"x", 1},
                  {"", 0}};
     for (const auto& test : cases) {
         WriteBytes("count.txt", B(test.bytes));

@@ -5,6 +5,7 @@
 
 #include <cstdint>
 #include <functional>
+#include <gtest/gtest.h>
 #include <initializer_list>
 #include <iomanip>
 #include <sstream>
@@ -106,5 +107,20 @@ struct Loading {
     CMemFile file;
     CArchive archive;
 };
+
+// The cause of the archive failure that `action` raises, or `none`; with a file name, the failure
+// must name that file.
+inline int ArchiveCauseOf(const std::function<void()>& action, const char* fileName = nullptr) {
+    try {
+        action();
+    } catch (const CArchiveException& failure) {
+        if (fileName) {
+            EXPECT_EQ(failure.m_strFileName, CString(fileName));
+            EXPECT_NE(std::string(failure.what()).find(fileName), std::string::npos);
+        }
+        return failure.m_cause;
+    }
+    return CArchiveException::none;
+}
 
 } // namespace keel::test

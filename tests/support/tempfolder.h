@@ -57,4 +57,18 @@ protected:
     std::filesystem::path m_root;
 };
 
+// A temporary folder that is also the home of the test, with the configuration and data folders
+// of the desktop under it ("config" and "data").
+class HomeFolderTest : public TempFolderTest {
+protected:
+    void SetUp() override {
+        TempFolderTest::SetUp();
+        m_environment.Set("HOME", m_root.string());
+        m_environment.Set("XDG_CONFIG_HOME", Path("config"));
+        m_environment.Set("XDG_DATA_HOME", Path("data"));
+    }
+
+    ScopedEnvironment m_environment;
+};
+
 } // namespace keel::test

@@ -1,4 +1,3 @@
-#include "tests/support/environment.h"
 #include "tests/support/tempfolder.h"
 
 #include "keel/system/folders.h"
@@ -10,15 +9,8 @@
 namespace keel {
 namespace {
 
-class Folders : public test::TempFolderTest {
+class Folders : public test::HomeFolderTest {
 protected:
-    void SetUp() override {
-        TempFolderTest::SetUp();
-        m_environment.Set("HOME", m_root.string());
-        m_environment.Set("XDG_CONFIG_HOME", Path("config"));
-        m_environment.Set("XDG_DATA_HOME", Path("data"));
-    }
-
     // The expected folder with "HOME" at its start standing for the test's home folder.
     std::string InHome(std::string expected) const {
         if (expected.starts_with("HOME"))
@@ -28,8 +20,6 @@ protected:
     static std::string Location(QSpecialFolder folder) {
         return QFolders::SpecialFolderLocation(folder).ToUtf8();
     }
-
-    test::ScopedEnvironment m_environment;
 };
 
 TEST_F(Folders, TheDesktopsFoldersComeFromItsUserDirsFile) {

@@ -1,4 +1,3 @@
-#include "tests/support/environment.h"
 #include "tests/support/tempfolder.h"
 #include "tests/support/uihosts.h"
 
@@ -30,19 +29,16 @@ struct FileTest : QFSFile {
 
 // Files in a work folder of a home of the test's own; every report comes to a host with a
 // display as a box.
-class FilesOnDisk : public test::TempFolderTest {
+class FilesOnDisk : public test::HomeFolderTest {
 protected:
     void SetUp() override {
-        TempFolderTest::SetUp();
-        m_environment.Set("HOME", m_root.string());
-        m_environment.Set("XDG_CONFIG_HOME", (m_root / "config").string());
-        m_environment.Set("XDG_DATA_HOME", (m_root / "data").string());
+        HomeFolderTest::SetUp();
         fs::create_directory(m_root / "work");
         QFSFile::ClearFileStatusCache();
     }
     void TearDown() override {
         QFSFile::ClearFileStatusCache();
-        TempFolderTest::TearDown();
+        HomeFolderTest::TearDown();
     }
 
     std::string P(const std::string& name) const { return Path("work/" + name); }
@@ -63,7 +59,6 @@ protected:
     }
     static bool RunningAsRoot() { return geteuid() == 0; }
 
-    test::ScopedEnvironment m_environment;
     test::RecordingHost m_host;
     test::ScopedUIServices m_installed{m_host};
 };
@@ -142,6 +137,8 @@ TEST_F(FilesOnDisk, LookUpsAreKeptUntilTheCacheIsClearedOrAChangeIsMadeHere) {
     MakeFile("late.txt");
     EXPECT_FALSE(QFSFile::Exists(C("late.txt"))) << "the look-up before is kept";
     EXPECT_FALSE(QFSFile::ExistsAndCanBeWritten(C("late.txt"), true)) << "by every test";
+    QFSFileStatus status;
+    EXPECT_FALSE(QFSFile::GetStatus(C("late.txt"), status)) << "and by a status";
     EXPECT_TRUE(QFSFile::Exists(C("late.txt"), true, false)) << "unless the cache is passed";
     fs::remove(P("late.txt"));
     QFSFile::ClearFileStatusCache();
