@@ -140,7 +140,7 @@ protected:
         HomeFolderTest::TearDown();
     }
 
-    fs::path LogsFolder() const { return m_root / "keel" / "Logs"; }
+    fs::path LogsFolder() const { return m_root / "data" / "keel" / "Logs"; }
     fs::path ProcessLogPath() const { return m_root / "process-log.txt"; }
     static fs::path PathOf(const QErrorLog& log) { return log.FilenameFullPath().ToUtf8(); }
 
@@ -292,7 +292,7 @@ TEST_F(ErrorLogTest, LogTakesOverATypeOfAnotherLog) {
 
 // A file that cannot be made or written is reported once, with a stop box, and display goes on.
 TEST_F(ErrorLogTest, AFileThatCannotBeWrittenIsReportedOnce) {
-    WriteText(m_root / "keel", "a file where the data folder should be");
+    WriteText(m_root / "data" / "keel", "a file where the data folder should be");
     QErrorLog log(u"never.txt");
     QErrorType* formula = log.Register(u"Formula");
     formula->DisplayOrLog(u"First");

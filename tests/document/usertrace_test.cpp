@@ -60,10 +60,10 @@ protected:
         HomeFolderTest::TearDown();
     }
 
-    fs::path DataFolder() const { return m_root / "keel"; }
+    fs::path DataFolder() const { return m_root / "data" / "keel"; }
 
     int FilesInDataFolder() const {
-        return fs::is_directory(DataFolder()) ? static_cast<int>(Listing("keel").size()) : 0;
+        return fs::is_directory(DataFolder()) ? static_cast<int>(Listing("data/keel").size()) : 0;
     }
 
     unsigned m_savedMask = 0;
@@ -105,6 +105,7 @@ TEST_F(UserTraceTest, TheFileIsNamedByTheLocalTimeAndOpensWithACheckpoint) {
 }
 
 TEST_F(UserTraceTest, AFolderThatCannotBeMadeTurnsTracingOffSilently) {
+    fs::create_directories(DataFolder().parent_path());
     std::ofstream(DataFolder()) << "a file where the data folder should be";
     std::FILE* output = std::tmpfile();
     CHeadlessUIServices host(output);

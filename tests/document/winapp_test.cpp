@@ -106,7 +106,7 @@ protected:
         HomeFolderTest::TearDown();
     }
 
-    fs::path OptionsFile() const { return m_root / "keel/Keel.ini"; }
+    fs::path OptionsFile() const { return m_root / "config/keel/Keel.ini"; }
     void StoreOptions(const std::string& text) const { WriteText(OptionsFile(), text); }
     int StoredInt(const CString& section, const CString& key) const {
         return CRegistry(CString::FromUtf8(OptionsFile().string()))
@@ -158,9 +158,10 @@ TEST_F(WinAppTest, TheOptionsFileIsNamedAfterTheRunningApplication) {
     EXPECT_EQ(U8(CRegistry::Current().FilePath()), OptionsFile().string());
     {
         PlannerApp app;
-        EXPECT_EQ(U8(CRegistry::Current().FilePath()), (m_root / "keel/Planner.ini").string());
+        EXPECT_EQ(U8(CRegistry::Current().FilePath()),
+                  (m_root / "config/keel/Planner.ini").string());
         EXPECT_TRUE(app.WriteProfileIntAndUpdateCache(u"Options", u"Value", 4));
-        EXPECT_TRUE(fs::exists(m_root / "keel/Planner.ini"));
+        EXPECT_TRUE(fs::exists(m_root / "config/keel/Planner.ini"));
     }
     EXPECT_EQ(U8(CRegistry::Current().FilePath()), OptionsFile().string());
 }

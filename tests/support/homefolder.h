@@ -14,18 +14,8 @@
 
 namespace keel::test {
 
-// A fresh folder for each test that is also the run's home, configuration and data folder, so
-// that the options file, the logs and the traces of the test land in it.
-class HomeFolderTest : public TempFolderTest {
-protected:
-    void SetUp() override {
-        TempFolderTest::SetUp();
-        for (const char* variable : {"HOME", "XDG_CONFIG_HOME", "XDG_DATA_HOME"})
-            m_environment.Set(variable, m_root.string());
-    }
-
-    ScopedEnvironment m_environment;
-};
+// What the tests of the application's services read back: times and traces. Their fixture is
+// HomeFolderTest (tempfolder.h).
 
 // The local time now in a strftime format, by the clock the library reads (time() may lag it by
 // a tick across a second's change).
