@@ -29,57 +29,6 @@ const ExpressionWords& ExpressionWord() {
 
 // --- Unit words ---------------------------------------------------------------------------------
 
-enum class UnitKind {
-    Dollars,
-    Cents,
-    Length,
-    Area,
-    Volume,
-    Hours,
-    Minutes,
-    Seconds,
-    Degrees,
-    Radians
-};
-
-struct UnitWord {
-    // Unused places are null.
-    std::array<const char16_t*, 4> spellings;
-    UnitKind kind;
-    double factor;
-    // A value of this type is left as it is.
-    QAnyValue::TYPE alreadyType;
-};
-
-// In the order in which they are tested. The cubic rows leave an area alone, not a volume.
-const std::vector<UnitWord>& UnitWords() {
-    static const std::vector<UnitWord> words{
-        {{u"dollar", u"dollars"}, UnitKind::Dollars, 1, QAnyValue::TYPE_MONEY},
-        {{u"c", u"cent", u"cents"}, UnitKind::Cents, 1, QAnyValue::TYPE_MONEY},
-        {{u"in", u"inch", u"inches"}, UnitKind::Length, 25.400000000000002, QAnyValue::TYPE_LENGTH},
-        {{u"mm", u"millimetre", u"millimetres"}, UnitKind::Length, 1, QAnyValue::TYPE_LENGTH},
-        {{u"cm", u"centimetre", u"centimetres"}, UnitKind::Length, 10, QAnyValue::TYPE_LENGTH},
-        {{u"ft", u"foot", u"feet"}, UnitKind::Length, 304.8, QAnyValue::TYPE_LENGTH},
-        {{u"m", u"metre", u"metres"}, UnitKind::Length, 1000, QAnyValue::TYPE_LENGTH},
-        {{u"sqmm"}, UnitKind::Area, 1e-6, QAnyValue::TYPE_AREA},
-        {{u"sqcm"}, UnitKind::Area, 1e-4, QAnyValue::TYPE_AREA},
-        {{u"sqin"}, UnitKind::Area, 0.00064516, QAnyValue::TYPE_AREA},
-        {{u"sqft"}, UnitKind::Area, 0.09290304, QAnyValue::TYPE_AREA},
-        {{u"sqm"}, UnitKind::Area, 1, QAnyValue::TYPE_AREA},
-        {{u"cbmm"}, UnitKind::Volume, 1e-9, QAnyValue::TYPE_AREA},
-        {{u"cbcm"}, UnitKind::Volume, 1.0000000000000002e-6, QAnyValue::TYPE_AREA},
-        {{u"cbin"}, UnitKind::Volume, 1.6387064e-5, QAnyValue::TYPE_AREA},
-        {{u"cbft"}, UnitKind::Volume, 0.028316846592000004, QAnyValue::TYPE_AREA},
-        {{u"cbm"}, UnitKind::Volume, 1, QAnyValue::TYPE_AREA},
-        {{u"hr", u"hour", u"hours"}, UnitKind::Hours, 1, QAnyValue::TYPE_TIME},
-        {{u"mn", u"minute", u"minutes"}, UnitKind::Minutes, 1, QAnyValue::TYPE_TIME},
-        {{u"s", u"sec", u"second", u"seconds"}, UnitKind::Seconds, 1, QAnyValue::TYPE_TIME},
-        {{u"deg", u"degrees"}, UnitKind::Degrees, 1, QAnyValue::TYPE_ANGLE},
-        {{u"rad", u"radians"}, UnitKind::Radians, 1, QAnyValue::TYPE_ANGLE},
-    };
-    return words;
-}
-
 struct UnitSpelling {
     PropId id;
     const UnitWord* unit;
@@ -105,32 +54,6 @@ const UnitWord* UnitWordOf(const QToken* token) {
         if (spelling.id == id)
             return spelling.unit;
     return nullptr;
-}
-
-QAnyValue ValueInUnit(double number, const UnitWord& unit) {
-    switch (unit.kind) {
-    case UnitKind::Dollars:
-        return QAnyValue(QMoney::FromRaw(QMoney::dollar_to_raw(number)));
-    case UnitKind::Cents:
-        return QAnyValue(QMoney(number, QMoney::MU_RAW));
-    case UnitKind::Length:
-        return QAnyValue(QLength::FromRaw(number * unit.factor));
-    case UnitKind::Area:
-        return QAnyValue(QArea::FromRaw(number * unit.factor));
-    case UnitKind::Volume:
-        return QAnyValue(QVolume::FromRaw(number * unit.factor));
-    case UnitKind::Hours:
-        return QAnyValue(QTime::FromRaw(QTime::hour_to_raw(number)));
-    case UnitKind::Minutes:
-        return QAnyValue(QTime::FromRaw(QTime::minute_to_raw(number)));
-    case UnitKind::Seconds:
-        return QAnyValue(QTime(number, QTime::TU_RAW));
-    case UnitKind::Degrees:
-        return QAnyValue(QAngle(number, QAngle::ANGU_DEG));
-    case UnitKind::Radians:
-        return QAnyValue(QAngle(number, QAngle::ANGU_RAD));
-    }
-    return QAnyValue();
 }
 
 void ApplyUnit(QAnyValue& value, const UnitWord& unit) {

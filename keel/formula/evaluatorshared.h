@@ -1,5 +1,6 @@
 #pragma once
 
+#include "keel/formula/literals.h"
 #include "keel/values/anyvalue.h"
 #include "keel/values/stringunique.h"
 
@@ -51,8 +52,7 @@ struct ExpressionWords {
 
 const ExpressionWords& ExpressionWord();
 
-// A word such as "ft" or "dollars" after a value.
-struct UnitWord;
+using UnitWord = QUnitWord;
 // The unit the token spells; null when it is no unit word.
 const UnitWord* UnitWordOf(const QToken* token);
 // Gives a plain number the unit; a value that has the unit's type already, an error, N/A and the

@@ -1,6 +1,7 @@
 #include "keel/formula/tokeniser.h"
 
 #include "keel/formula/compiledformula.h"
+#include "keel/formula/literals.h"
 #include "keel/platform/wchar.h"
 
 #include <charconv>
@@ -17,11 +18,6 @@ constexpr int kLongestFormula = 32767;
 constexpr double kLargestWhole = 2147483647.0;
 constexpr double kRawPerInch = 25.400000000000002;
 constexpr double kInchesPerFoot = 12.0;
-// Every integer up to 2^53 is exact in a double, and so is every power of ten up to 10^22.
-constexpr double kLargestExactInteger = 9007199254740992.0;
-constexpr int kLargestExactPowerOfTen = 22;
-// A run of up to 15 digits is below 2^53.
-constexpr int kExactDigits = 15;
 
 bool IsIdStart(char16_t ch) {
     return IsAlpha(ch) || ch == u'_';
@@ -29,61 +25,6 @@ bool IsIdStart(char16_t ch) {
 
 bool IsIdChar(char16_t ch) {
     return IsIdStart(ch) || IsDigit(ch);
-}
-
-double PowerOfTen(int exponent) {
-    double power = 1.0;
-    for (int i = 0; i < exponent; ++i)
-        power *= 10.0;
-    return power;
-}
-
-// Digits with an optional decimal part. A number too large for a double is infinite, one too
-// small is 0.
-double ParseAscii(const std::string& text) {
-    double value = 0;
-    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
-    if (error != std::errc::result_out_of_range)
-        return value;
-    const std::size_t firstNonZero = text.find_first_not_of("0");
-    const bool large = firstNonZero != std::string::npos && text[firstNonZero] != '.';
-    return large ? HUGE_VAL : 0.0;
-}
-
-std::string AsciiDigits(const char16_t* digits, int count) {
-    std::string text;
-    text.reserve(static_cast<size_t>(count));
-    for (int i = 0; i < count; ++i)
-        text += static_cast<char>(digits[i]);
-    return text;
-}
-
-// The value of a run of digits, the double nearest to it.
-double WholeValue(const char16_t* digits, int count) {
-    if (count > kExactDigits)
-        return ParseAscii(AsciiDigits(digits, count));
-    double value = 0;
-    for (int i = 0; i < count; ++i)
-        value = value * 10 + (digits[i] - u'0');
-    return value;
-}
-
-// The whole number with the decimal digits behind it, the double nearest to that literal. While
-// the digits fit an exact integer, one division by an exact power of ten rounds correctly.
-double WithDecimals(double whole, const char16_t* digits, int count) {
-    double mantissa = whole;
-    int scale = 0;
-    for (; scale < count && scale < kLargestExactPowerOfTen; ++scale) {
-        const double widened = mantissa * 10 + (digits[scale] - u'0');
-        if (widened > kLargestExactInteger)
-            break;
-        mantissa = widened;
-    }
-    if (scale == count)
-        return mantissa / PowerOfTen(scale);
-    char wholeText[400];
-    std::snprintf(wholeText, sizeof wholeText, "%.0f", whole);
-    return ParseAscii(std::string(wholeText) + '.' + AsciiDigits(digits, count));
 }
 
 QAnyValue NumericValue(double value, bool isWhole, bool sawFeetOrInches) {
@@ -398,7 +339,8 @@ bool QTokenInput::TokeniseWhole(double& value, bool& isWhole) {
         ++m_cursor;
     if (m_cursor == first)
         return false;
-    value = WholeValue(m_text.GetString() + first, m_cursor - first);
+    value =
+        LiteralWholeValue({m_text.GetString() + first, static_cast<std::size_t>(m_cursor - first)});
     if (value > kLargestWhole)
         isWhole = false;
     return true;
@@ -414,7 +356,8 @@ bool QTokenInput::TokeniseDecimal(double& value) {
     while (IsDigit(ThisChar()))
         ++m_cursor;
     if (m_cursor > first)
-        value = WithDecimals(value, m_text.GetString() + first, m_cursor - first);
+        value = LiteralWithDecimals(
+            value, {m_text.GetString() + first, static_cast<std::size_t>(m_cursor - first)});
     return true;
 }
 

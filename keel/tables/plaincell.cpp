@@ -1,11 +1,9 @@
 #include "keel/tables/plaincell.h"
 
+#include "keel/formula/literals.h"
 #include "keel/formula/tokeniser.h"
 
-#include <array>
-#include <charconv>
 #include <cmath>
-#include <cstdio>
 #include <string>
 
 namespace keel {
@@ -17,12 +15,8 @@ constexpr std::size_t c_longestFormula = 32767;
 // Each sign is a level of the evaluator's descent; a few are plenty for data.
 constexpr int c_mostSigns = 16;
 
-// The numbers below are made exactly as the tokeniser makes them, step for step, so that every
-// literal gives the same double, rounding included.
+// The largest literal that is a whole number rather than a double, as the tokeniser has it.
 constexpr double c_largestWhole = 2147483647.0;
-constexpr double c_largestExactInteger = 9007199254740992.0;
-constexpr int c_largestExactPowerOfTen = 22;
-constexpr int c_exactDigits = 15;
 
 bool IsAsciiDigit(char16_t ch) {
     return ch >= u'0' && ch <= u'9';
@@ -30,173 +24,6 @@ bool IsAsciiDigit(char16_t ch) {
 
 bool IsAsciiLetter(char16_t ch) {
     return (ch >= u'a' && ch <= u'z') || (ch >= u'A' && ch <= u'Z');
-}
-
-char16_t AsciiLower(char16_t ch) {
-    return ch >= u'A' && ch <= u'Z' ? static_cast<char16_t>(ch - u'A' + u'a') : ch;
-}
-
-double PowerOfTen(int exponent) {
-    double power = 1.0;
-    for (int i = 0; i < exponent; ++i)
-        power *= 10.0;
-    return power;
-}
-
-double ParseAscii(const std::string& text) {
-    double value = 0;
-    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
-    if (error != std::errc::result_out_of_range)
-        return value;
-    const std::size_t firstNonZero = text.find_first_not_of("0");
-    const bool large = firstNonZero != std::string::npos && text[firstNonZero] != '.';
-    return large ? HUGE_VAL : 0.0;
-}
-
-std::string AsciiDigits(std::u16string_view digits) {
-    std::string text;
-    text.reserve(digits.size());
-    for (const char16_t digit : digits)
-        text += static_cast<char>(digit);
-    return text;
-}
-
-double WholeValue(std::u16string_view digits) {
-    if (digits.size() > c_exactDigits)
-        return ParseAscii(AsciiDigits(digits));
-    double value = 0;
-    for (const char16_t digit : digits)
-        value = value * 10 + (digit - u'0');
-    return value;
-}
-
-double WithDecimals(double whole, std::u16string_view digits) {
-    const int count = static_cast<int>(digits.size());
-    double mantissa = whole;
-    int scale = 0;
-    for (; scale < count && scale < c_largestExactPowerOfTen; ++scale) {
-        const double widened = mantissa * 10 + (digits[static_cast<std::size_t>(scale)] - u'0');
-        if (widened > c_largestExactInteger)
-            break;
-        mantissa = widened;
-    }
-    if (scale == count)
-        return mantissa / PowerOfTen(scale);
-    char wholeText[400];
-    std::snprintf(wholeText, sizeof wholeText, "%.0f", whole);
-    return ParseAscii(std::string(wholeText) + '.' + AsciiDigits(digits));
-}
-
-// --- Unit words ----------------------------------------------------------------------------------
-
-enum class UnitKind {
-    Dollars,
-    Cents,
-    Length,
-    Area,
-    Volume,
-    Hours,
-    Minutes,
-    Seconds,
-    Degrees,
-    Radians
-};
-
-struct UnitWord {
-    std::u16string_view spelling;
-    UnitKind kind;
-    double factor;
-};
-
-// Every spelling of the unit words that may follow a number, in lower case; the formula language
-// matches them in any case.
-constexpr std::array c_unitWords = {
-    UnitWord{u"dollar", UnitKind::Dollars, 1},
-    UnitWord{u"dollars", UnitKind::Dollars, 1},
-    UnitWord{u"c", UnitKind::Cents, 1},
-    UnitWord{u"cent", UnitKind::Cents, 1},
-    UnitWord{u"cents", UnitKind::Cents, 1},
-    UnitWord{u"in", UnitKind::Length, 25.400000000000002},
-    UnitWord{u"inch", UnitKind::Length, 25.400000000000002},
-    UnitWord{u"inches", UnitKind::Length, 25.400000000000002},
-    UnitWord{u"mm", UnitKind::Length, 1},
-    UnitWord{u"millimetre", UnitKind::Length, 1},
-    UnitWord{u"millimetres", UnitKind::Length, 1},
-    UnitWord{u"cm", UnitKind::Length, 10},
-    UnitWord{u"centimetre", UnitKind::Length, 10},
-    UnitWord{u"centimetres", UnitKind::Length, 10},
-    UnitWord{u"ft", UnitKind::Length, 304.8},
-    UnitWord{u"foot", UnitKind::Length, 304.8},
-    UnitWord{u"feet", UnitKind::Length, 304.8},
-    UnitWord{u"m", UnitKind::Length, 1000},
-    UnitWord{u"metre", UnitKind::Length, 1000},
-    UnitWord{u"metres", UnitKind::Length, 1000},
-    UnitWord{u"sqmm", UnitKind::Area, 1e-6},
-    UnitWord{u"sqcm", UnitKind::Area, 1e-4},
-    UnitWord{u"sqin", UnitKind::Area, 0.00064516},
-    UnitWord{u"sqft", UnitKind::Area, 0.09290304},
-    UnitWord{u"sqm", UnitKind::Area, 1},
-    UnitWord{u"cbmm", UnitKind::Volume, 1e-9},
-    UnitWord{u"cbcm", UnitKind::Volume, 1.0000000000000002e-6},
-    UnitWord{u"cbin", UnitKind::Volume, 1.6387064e-5},
-    UnitWord{u"cbft", UnitKind::Volume, 0.028316846592000004},
-    UnitWord{u"cbm", UnitKind::Volume, 1},
-    UnitWord{u"hr", UnitKind::Hours, 1},
-    UnitWord{u"hour", UnitKind::Hours, 1},
-    UnitWord{u"hours", UnitKind::Hours, 1},
-    UnitWord{u"mn", UnitKind::Minutes, 1},
-    UnitWord{u"minute", UnitKind::Minutes, 1},
-    UnitWord{u"minutes", UnitKind::Minutes, 1},
-    UnitWord{u"s", UnitKind::Seconds, 1},
-    UnitWord{u"sec", UnitKind::Seconds, 1},
-    UnitWord{u"second", UnitKind::Seconds, 1},
-    UnitWord{u"seconds", UnitKind::Seconds, 1},
-    UnitWord{u"deg", UnitKind::Degrees, 1},
-    UnitWord{u"degrees", UnitKind::Degrees, 1},
-    UnitWord{u"rad", UnitKind::Radians, 1},
-    UnitWord{u"radians", UnitKind::Radians, 1},
-};
-
-bool SameWordIgnoringCase(std::u16string_view word, std::u16string_view lower) {
-    if (word.size() != lower.size())
-        return false;
-    for (std::size_t i = 0; i < word.size(); ++i)
-        if (AsciiLower(word[i]) != lower[i])
-            return false;
-    return true;
-}
-
-const UnitWord* FindUnitWord(std::u16string_view word) {
-    for (const UnitWord& unit : c_unitWords)
-        if (SameWordIgnoringCase(word, unit.spelling))
-            return &unit;
-    return nullptr;
-}
-
-QAnyValue ValueInUnit(double number, const UnitWord& unit) {
-    switch (unit.kind) {
-    case UnitKind::Dollars:
-        return QAnyValue(QMoney::FromRaw(QMoney::dollar_to_raw(number)));
-    case UnitKind::Cents:
-        return QAnyValue(QMoney(number, QMoney::MU_RAW));
-    case UnitKind::Length:
-        return QAnyValue(QLength::FromRaw(number * unit.factor));
-    case UnitKind::Area:
-        return QAnyValue(QArea::FromRaw(number * unit.factor));
-    case UnitKind::Volume:
-        return QAnyValue(QVolume::FromRaw(number * unit.factor));
-    case UnitKind::Hours:
-        return QAnyValue(QTime::FromRaw(QTime::hour_to_raw(number)));
-    case UnitKind::Minutes:
-        return QAnyValue(QTime::FromRaw(QTime::minute_to_raw(number)));
-    case UnitKind::Seconds:
-        return QAnyValue(QTime(number, QTime::TU_RAW));
-    case UnitKind::Degrees:
-        return QAnyValue(QAngle(number, QAngle::ANGU_DEG));
-    case UnitKind::Radians:
-        return QAnyValue(QAngle(number, QAngle::ANGU_RAD));
-    }
-    return QAnyValue();
 }
 
 // --- The text ------------------------------------------------------------------------------------
@@ -300,13 +127,13 @@ bool ReadNumber(PlainText& text, PlainNumber& number) {
     const std::u16string_view whole = text.TakeWhile(&IsAsciiDigit);
     if (whole.empty() && !(text.Here() == u'.' && IsAsciiDigit(text.Ahead(1))))
         return false;
-    number.value = whole.empty() ? 0.0 : WholeValue(whole);
+    number.value = whole.empty() ? 0.0 : LiteralWholeValue(whole);
     number.isWhole = number.value <= c_largestWhole;
     if (text.Here() == u'.') {
         text.Skip();
         const std::u16string_view decimals = text.TakeWhile(&IsAsciiDigit);
         if (!decimals.empty())
-            number.value = WithDecimals(number.value, decimals);
+            number.value = LiteralWithDecimals(number.value, decimals);
         number.isWhole = false;
     }
     const char16_t next = text.Here();
@@ -336,13 +163,13 @@ double ReadDollars(PlainText& text) {
         text.Skip();
         const std::u16string_view decimals = text.TakeWhile(&IsAsciiDigit);
         if (!decimals.empty())
-            dollars = WithDecimals(dollars, decimals);
+            dollars = LiteralWithDecimals(dollars, decimals);
     }
     return dollars;
 }
 
 // A unit word, or none, and then the end of the text; false for anything else.
-bool ReadUnitToTheEnd(PlainText& text, const UnitWord*& unit) {
+bool ReadUnitToTheEnd(PlainText& text, const QUnitWord*& unit) {
     unit = nullptr;
     if (text.AtEnd())
         return true;
@@ -372,7 +199,7 @@ bool ReadMeasure(PlainText& text, QAnyValue& value) {
         value = QAnyValue(QMoney::FromRaw(QMoney::dollar_to_raw(dollars)));
     } else {
         PlainNumber number;
-        const UnitWord* unit = nullptr;
+        const QUnitWord* unit = nullptr;
         if (!ReadNumber(text, number) || !ReadUnitToTheEnd(text, unit))
             return false;
         if (number.isWhole)
