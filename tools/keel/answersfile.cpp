@@ -1,12 +1,9 @@
 #include "tools/keel/commands.h"
+#include "tools/keel/wholefile.h"
 
 #include "keel/system/pathop.h"
 
-#include <cerrno>
 #include <cstdio>
-#include <cstring>
-#include <filesystem>
-#include <memory>
 #include <string>
 
 namespace keel::tool {
@@ -20,33 +17,6 @@ constexpr std::string_view c_exportUsage =
 
 bool IsXMLPath(const CString& path) {
     return QPathOp::MatchDotExt(path, u".xml") || QPathOp::MatchDotExt(path, u".viqx");
-}
-
-// The whole file, or false with the reason.
-bool ReadWholeFile(const std::string& path, std::string& bytes, std::string& reason) {
-    std::error_code error;
-    const auto status = std::filesystem::status(path, error);
-    if (error) {
-        reason = error.message();
-        return false;
-    }
-    if (!std::filesystem::is_regular_file(status)) {
-        reason = "it is not a regular file";
-        return false;
-    }
-    const std::unique_ptr<FILE, int (*)(FILE*)> file(std::fopen(path.c_str(), "rb"), &std::fclose);
-    if (!file) {
-        reason = std::strerror(errno);
-        return false;
-    }
-    char buffer[65536];
-    for (size_t n; (n = std::fread(buffer, 1, sizeof buffer, file.get())) > 0;)
-        bytes.append(buffer, n);
-    if (std::ferror(file.get())) {
-        reason = std::strerror(errno);
-        return false;
-    }
-    return true;
 }
 
 // A .tab file is UTF-8 text, or UTF-16 with its byte order mark; anything else would be read as

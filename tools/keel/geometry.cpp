@@ -1,6 +1,7 @@
 #include "tools/keel/commands.h"
 #include "tools/keel/output.h"
 #include "tools/keel/scene.h"
+#include "tools/keel/wholefile.h"
 
 #include "keel/geometry/classify.h"
 #include "keel/geometry/polytext.h"
@@ -269,7 +270,7 @@ int RunCollide(std::span<const std::string_view> args) {
     std::string text;
     std::string message;
     std::vector<NamedSolid> solids;
-    if (!ReadJsonFile(path, text, message)) {
+    if (!ReadWholeFile(path, text, message, c_mostJsonBytes)) {
         std::fprintf(stderr, "keel geometry: cannot read the solids '%s': %s\n", path.c_str(),
                      message.c_str());
         return 1;

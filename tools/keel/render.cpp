@@ -1,5 +1,6 @@
 #include "tools/keel/commands.h"
 #include "tools/keel/scene.h"
+#include "tools/keel/wholefile.h"
 
 #include "keel/geometry/cairodc.h"
 #include "keel/geometry/drawpoly.h"
@@ -280,7 +281,7 @@ int RunRender(std::span<const std::string_view> args) {
         return status;
     std::string json;
     std::string message;
-    if (!ReadJsonFile(options.scene, json, message))
+    if (!ReadWholeFile(options.scene, json, message, c_mostJsonBytes))
         return Failed("cannot read the scene '" + options.scene + "': " + message);
     Scene scene;
     if (!ReadScene(json, scene, message))

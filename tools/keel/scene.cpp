@@ -4,13 +4,9 @@
 
 #include <algorithm>
 #include <cctype>
-#include <cerrno>
 #include <charconv>
 #include <cmath>
 #include <cstdio>
-#include <cstring>
-#include <filesystem>
-#include <memory>
 
 #if KEEL_HAVE_JSON
 #include <nlohmann/json.hpp>
@@ -33,39 +29,6 @@ int RefuseWithoutJsonReader(std::string_view command) {
                  "keel %.*s: this keel was built without a JSON reader (nlohmann-json3-dev)\n",
                  static_cast<int>(command.size()), command.data());
     return 2;
-}
-
-bool ReadJsonFile(const std::string& path, std::string& text, std::string& reason) {
-    std::error_code error;
-    const auto status = std::filesystem::status(path, error);
-    if (error) {
-        reason = error.message();
-        return false;
-    }
-    if (!std::filesystem::is_regular_file(status)) {
-        reason = "it is not a regular file";
-        return false;
-    }
-    const std::unique_ptr<FILE, int (*)(FILE*)> file(std::fopen(path.c_str(), "rb"), &std::fclose);
-    if (!file) {
-        reason = std::strerror(errno);
-        return false;
-    }
-    std::string read;
-    char buffer[65536];
-    for (size_t n; (n = std::fread(buffer, 1, sizeof buffer, file.get())) > 0;) {
-        if (read.size() + n > c_mostJsonBytes) {
-            reason = "it is larger than " + std::to_string(c_mostJsonBytes >> 20) + " MB";
-            return false;
-        }
-        read.append(buffer, n);
-    }
-    if (std::ferror(file.get())) {
-        reason = std::strerror(errno);
-        return false;
-    }
-    text = std::move(read);
-    return true;
 }
 
 std::optional<QColour> ReadColour(std::string_view text) {

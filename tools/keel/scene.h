@@ -30,9 +30,6 @@ inline constexpr long long c_mostJsonPoints = 4000000;
 inline constexpr std::size_t c_longestSceneText = 1000;
 inline constexpr double c_tallestSceneText = 1e6;
 
-// A whole file of at most c_mostJsonBytes, or false with the reason.
-bool ReadJsonFile(const std::string& path, std::string& text, std::string& reason);
-
 // A closed polygon, filled and outlined with the colours it has.
 struct ScenePolygon {
     QWorldPoly points;
