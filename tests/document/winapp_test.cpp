@@ -1,6 +1,7 @@
 #include "tests/support/answerdocument.h"
 #include "tests/support/appfactory.h"
 #include "tests/support/homefolder.h"
+#include "tests/support/processlimits.h"
 
 #include "keel/document/ado.h"
 #include "keel/document/commandline.h"
@@ -338,24 +339,6 @@ TEST_F(WinAppTest, AMalformedOptionsFileIsReportedOnceAndTheDefaultsAreUsed) {
     QErrorLog::DiscardThePendingMessages();
 }
 
-// The superuser writes into any folder, so a test run as root writes with the rights of an
-// ordinary user.
-class UnprivilegedScope {
-public:
-    UnprivilegedScope() {
-        if (geteuid() == 0)
-            m_dropped = seteuid(65534) == 0;
-    }
-    ~UnprivilegedScope() {
-        if (m_dropped) {
-            EXPECT_EQ(seteuid(0), 0);
-        }
-    }
-
-private:
-    bool m_dropped = false;
-};
-
 TEST_F(WinAppTest, WritesIntoAnUnwritableFolderAreReportedOnceAndKeepTheOldFile) {
     StoreOptions("[View]\nShowGrid=1\n");
     fs::permissions(OptionsFile().parent_path(), fs::perms::owner_read | fs::perms::owner_exec |
@@ -364,7 +347,7 @@ TEST_F(WinAppTest, WritesIntoAnUnwritableFolderAreReportedOnceAndKeepTheOldFile)
     TestApp app;
     app.InitRegistryOptionsCache();
     {
-        UnprivilegedScope unprivileged;
+        test::UnprivilegedScope unprivileged;
         EXPECT_FALSE(app.WriteProfileIntAndUpdateCache(u"View", u"ShowGrid", 0));
         EXPECT_FALSE(app.WriteProfileIntAndUpdateCache(u"View", u"ShowSnap", 1));
     }
