@@ -1,4 +1,5 @@
 #include "tests/support/anyvalues.h"
+#include "tests/support/archivebytes.h"
 #include "tests/support/quantities.h"
 #include "tests/support/tables.h"
 
@@ -19,21 +20,10 @@ namespace {
 
 using test::Array;
 using test::Bytes;
+using test::Concat;
 using test::DoubleBytes;
-
-std::string Utf8(const CString& text) {
-    return text.ToUtf8();
-}
-
-Bytes Stored(const QAnyValue& value) {
-    CMemFile file;
-    {
-        CArchive archive(&file, CArchive::store);
-        archive << value;
-        archive.Close();
-    }
-    return file.Bytes();
-}
+using test::Stored;
+using test::Utf8;
 
 QAnyValue Loaded(const Bytes& bytes) {
     CMemFile file(bytes);
@@ -42,13 +32,6 @@ QAnyValue Loaded(const Bytes& bytes) {
     QAnyValue value(u"overwritten");
     archive >> value;
     return value;
-}
-
-Bytes Concat(std::initializer_list<Bytes> parts) {
-    Bytes all;
-    for (const Bytes& part : parts)
-        all.insert(all.end(), part.begin(), part.end());
-    return all;
 }
 
 // The cause and file name of the archive exception that `action` raises.

@@ -26,12 +26,9 @@ using test::MessageOf;
 using test::Mm;
 using test::NA;
 using test::Seconds;
+using test::Utf8;
 
 using T = QAnyValue::TYPE;
-
-std::string Utf8(const CString& text) {
-    return text.ToUtf8();
-}
 
 QAnyValue Converted(QAnyValue value, T type) {
     value.ChangeType(type);

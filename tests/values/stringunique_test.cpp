@@ -1,3 +1,5 @@
+#include "tests/support/anyvalues.h"
+
 #include "keel/platform/exceptions.h"
 #include "keel/values/array.h"
 #include "keel/values/stringunique.h"
@@ -12,9 +14,7 @@ using namespace keel;
 
 namespace {
 
-std::string Utf8(const CString& text) {
-    return text.ToUtf8();
-}
+using keel::test::Utf8;
 
 std::string Completion(const char16_t* prefix, int n) {
     CString text = prefix;
