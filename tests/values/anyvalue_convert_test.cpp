@@ -67,7 +67,7 @@ void ExpectRow(const char* source, const QAnyValue& value, std::initializer_list
 
 // --- The matrix --------------------------------------------------------------------------------
 
-TEST_F(AnyValueConvertTest, FromBool) {
+TEST_F(AnyValueConvertTest, FromBoolIntNumberAndUnitsThroughTheDefaultUnits) {
     const Row fromTrue[] = {
         {T::TYPE_STRING, QAnyValue(u"Yes")},   {T::TYPE_INT, QAnyValue(1)},
         {T::TYPE_DOUBLE, QAnyValue(1.0)},      {T::TYPE_MONEY, Cents(100)},
@@ -83,12 +83,9 @@ TEST_F(AnyValueConvertTest, FromBool) {
                {T::TYPE_DOUBLE, QAnyValue(0.0)},
                {T::TYPE_MONEY, Cents(0)},
                {T::TYPE_LENGTH, Mm(0)}});
-    QAnyValue rate = Converted(QAnyValue(true), T::TYPE_RATE);
-    ASSERT_TRUE(rate.IsRate());
-    EXPECT_TRUE(rate.MakeRate().Num().Identical(QAnyValue(1))) << "0 or 1 as numerator";
-}
-
-TEST_F(AnyValueConvertTest, FromInt) {
+    QAnyValue rateOfTrue = Converted(QAnyValue(true), T::TYPE_RATE);
+    ASSERT_TRUE(rateOfTrue.IsRate());
+    EXPECT_TRUE(rateOfTrue.MakeRate().Num().Identical(QAnyValue(1))) << "0 or 1 as numerator";
     const Row fromThree[] = {
         {T::TYPE_STRING, QAnyValue(u"3")},     {T::TYPE_BOOL, QAnyValue(true)},
         {T::TYPE_DOUBLE, QAnyValue(3.0)},      {T::TYPE_MONEY, Cents(300)},
@@ -101,14 +98,11 @@ TEST_F(AnyValueConvertTest, FromInt) {
     ExpectRow("-1", QAnyValue(-1),
               {{T::TYPE_COLOR, QAnyValue(0xFFFFFFFFul)}, {T::TYPE_BOOL, QAnyValue(true)}});
     ExpectRow("0", QAnyValue(0), {{T::TYPE_BOOL, QAnyValue(false)}});
-    QAnyValue rate = Converted(QAnyValue(3), T::TYPE_RATE);
-    ASSERT_TRUE(rate.IsRate());
-    EXPECT_TRUE(rate.MakeRate().Num().Identical(QAnyValue(3)));
-    EXPECT_TRUE(rate.MakeRate().Den().Identical(QAnyValue(1)));
+    QAnyValue rateOfThree = Converted(QAnyValue(3), T::TYPE_RATE);
+    ASSERT_TRUE(rateOfThree.IsRate());
+    EXPECT_TRUE(rateOfThree.MakeRate().Num().Identical(QAnyValue(3)));
+    EXPECT_TRUE(rateOfThree.MakeRate().Den().Identical(QAnyValue(1)));
     EXPECT_TRUE(Converted(QAnyValue(3), T::TYPE_DATETIME).MakeDateTime().IsValid());
-}
-
-TEST_F(AnyValueConvertTest, FromNumber) {
     const Row fromNumber[] = {
         {T::TYPE_STRING, QAnyValue(u"2.9")},
         {T::TYPE_BOOL, QAnyValue(true)},
@@ -127,12 +121,9 @@ TEST_F(AnyValueConvertTest, FromNumber) {
     ExpectRow("1e20", QAnyValue(1e20), {{T::TYPE_STRING, QAnyValue(u"100000000000000000000")}});
     ExpectRow("1e-7", QAnyValue(1e-7), {{T::TYPE_STRING, QAnyValue(u"0")}});
     ExpectRow("3.0", QAnyValue(3.0), {{T::TYPE_STRING, QAnyValue(u"3")}});
-    QAnyValue rate = Converted(QAnyValue(2.5), T::TYPE_RATE);
-    ASSERT_TRUE(rate.IsRate());
-    EXPECT_TRUE(rate.MakeRate().Num().Identical(QAnyValue(2.5)));
-}
-
-TEST_F(AnyValueConvertTest, FromUnitsThroughTheDefaultUnits) {
+    QAnyValue rateOfNumber = Converted(QAnyValue(2.5), T::TYPE_RATE);
+    ASSERT_TRUE(rateOfNumber.IsRate());
+    EXPECT_TRUE(rateOfNumber.MakeRate().Num().Identical(QAnyValue(2.5)));
     const Row fromMoney[] = {
         {T::TYPE_STRING, QAnyValue(u"$1.50")},
         {T::TYPE_BOOL, QAnyValue(true)},
@@ -167,9 +158,10 @@ TEST_F(AnyValueConvertTest, FromUnitsThroughTheDefaultUnits) {
               {{T::TYPE_STRING, QAnyValue(u"90.00")},
                {T::TYPE_DOUBLE, QAnyValue(90.0)},
                {T::TYPE_INT, QAnyValue(90)}});
-    QAnyValue rate = Converted(Mm(2), T::TYPE_RATE);
-    ASSERT_TRUE(rate.IsRate());
-    EXPECT_TRUE(rate.MakeRate().Num().Identical(Mm(2))) << "the value itself is the numerator";
+    QAnyValue rateOfLength = Converted(Mm(2), T::TYPE_RATE);
+    ASSERT_TRUE(rateOfLength.IsRate());
+    EXPECT_TRUE(rateOfLength.MakeRate().Num().Identical(Mm(2)))
+        << "the value itself is the numerator";
 }
 
 TEST_F(AnyValueConvertTest, ANumberFollowsTheDefaultUnit) {
@@ -180,7 +172,7 @@ TEST_F(AnyValueConvertTest, ANumberFollowsTheDefaultUnit) {
     EXPECT_TRUE(Converted(Mm(1000), T::TYPE_DOUBLE).Identical(QAnyValue(1000.0)));
 }
 
-TEST_F(AnyValueConvertTest, FromDate) {
+TEST_F(AnyValueConvertTest, FromDateColorAndRate) {
     const QDateTime date(2026, 11, 21, 12, 0, 0);
     const double days = date.GetOleDate();
     const Row fromDate[] = {
@@ -197,9 +189,6 @@ TEST_F(AnyValueConvertTest, FromDate) {
     invalid.SetStatus(QDateTime::invalid);
     ExpectRow("an invalid date", QAnyValue(invalid),
               {{T::TYPE_STRING, QAnyValue(u"Invalid DateTime")}});
-}
-
-TEST_F(AnyValueConvertTest, FromColor) {
     const Row fromRed[] = {
         {T::TYPE_STRING, QAnyValue(u"rgb(255,0,0)")},
         {T::TYPE_BOOL, QAnyValue(true)},
@@ -213,9 +202,6 @@ TEST_F(AnyValueConvertTest, FromColor) {
               {{T::TYPE_INT, QAnyValue(-1)}, {T::TYPE_DOUBLE, QAnyValue(4294967295.0)}});
     ExpectRow("black", QAnyValue(0ul), {{T::TYPE_BOOL, QAnyValue(false)}});
     EXPECT_EQ(Utf8(QAnyValue::ToRGBString(0x123456)), "rgb(86,52,18)");
-}
-
-TEST_F(AnyValueConvertTest, FromRate) {
     const QAnyValue rate(QRateValue(Cents(300), Mm(2)));
     ASSERT_TRUE(rate.IsRate());
     const Row fromRate[] = {
@@ -248,7 +234,7 @@ TEST_F(AnyValueConvertTest, ErrorsStayErrorsButForArrays) {
     EXPECT_EQ(MessageOf(elements[0]), "kept");
 }
 
-TEST_F(AnyValueConvertTest, NotAvailableEmptyAndNumbersToTheStateTargets) {
+TEST_F(AnyValueConvertTest, StatesEmptyArraysAndTablesConvert) {
     EXPECT_TRUE(Converted(NA(), T::TYPE_INT).IsNA());
     EXPECT_TRUE(Converted(NA(), T::TYPE_STRING).IsNA());
     EXPECT_TRUE(Converted(NA(), T::TYPE_EMPTY).IsNA());
@@ -262,12 +248,9 @@ TEST_F(AnyValueConvertTest, NotAvailableEmptyAndNumbersToTheStateTargets) {
     EXPECT_TRUE(Converted(QAnyValue(3), T::TYPE_EMPTY).IsEmpty());
     EXPECT_TRUE(Converted(QAnyValue(3), T::TYPE_NA).IsNA());
     EXPECT_EQ(MessageOf(Converted(QAnyValue(3), T::TYPE_ERROR)), "");
-    const QAnyValue table = Converted(QAnyValue(3), T::TYPE_LOOKUPTABLE);
-    ASSERT_TRUE(table.IsLookupTable());
-    EXPECT_EQ(Utf8(table.Format()), "") << "no table";
-}
-
-TEST_F(AnyValueConvertTest, FromArrayAndLookupTable) {
+    const QAnyValue noTable = Converted(QAnyValue(3), T::TYPE_LOOKUPTABLE);
+    ASSERT_TRUE(noTable.IsLookupTable());
+    EXPECT_EQ(Utf8(noTable.Format()), "") << "no noTable";
     const QAnyValue array = Array({2.5, u"a \"b\"", QAnyValue(), Mm(3)});
     EXPECT_TRUE(Converted(array, T::TYPE_STRING).Identical(QAnyValue(u"[2.5,\"a \"\"b\"\"\",,3]")));
     EXPECT_TRUE(Converted(array, T::TYPE_INT).Identical(QAnyValue(2)))

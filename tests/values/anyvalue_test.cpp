@@ -350,7 +350,7 @@ QAnyValue Apply(char op, const QAnyValue& a, const QAnyValue& b) {
     }
 }
 
-TEST_F(AnyValueTest, ArithmeticByTypePair) {
+TEST_F(AnyValueTest, ArithmeticByTypePairAndItsFailures) {
     QLength::SetDefaultUnits(QLength::LU_MM);
     QMoney::SetDefaultUnits(QMoney::MU_DOLLARS);
     const int largest = std::numeric_limits<int>::max();
@@ -414,52 +414,39 @@ TEST_F(AnyValueTest, ArithmeticByTypePair) {
         {'/', "length/number", Mm(10), QAnyValue(4), Mm(2.5)},
         {'/', "angle/int normalises", Degrees(-90), QAnyValue(2), Degrees(315)},
         {'/', "string/int", QAnyValue(u"2+3"), QAnyValue(2), QAnyValue(2.5)},
-    };
-    for (const auto& c : cases) {
-        const QAnyValue result = Apply(c.op, c.a, c.b);
-        EXPECT_TRUE(result.Identical(c.result))
-            << c.op << " " << c.what << ": got " << Utf8(result.TypeName()) << " "
-            << Utf8(result.Format());
-    }
-}
-
-TEST_F(AnyValueTest, ArithmeticFailures) {
-    const struct {
-        char op;
-        const char* what;
-        QAnyValue a;
-        QAnyValue b;
-        const char* message;
-    } cases[] = {
-        {'+', "area+length", SquareMetres(1), Mm(1), "Units not compatible"},
-        {'+', "money+time", Cents(1), Seconds(1), "Units not compatible"},
+        {'+', "area+length", SquareMetres(1), Mm(1), Error("Units not compatible")},
+        {'+', "money+time", Cents(1), Seconds(1), Error("Units not compatible")},
         {'+', "string that fails", QAnyValue(u"abc"), QAnyValue(1),
-         "Could not evaluate formula\nabc"},
+         Error("Could not evaluate formula\nabc")},
         {'+', "failing string on the right", QAnyValue(1), QAnyValue(u"abc"),
-         "Could not evaluate formula\nabc"},
+         Error("Could not evaluate formula\nabc")},
         {'+', "rate+int", QAnyValue(QRateValue(Cents(1), Mm(1))), QAnyValue(1),
-         "Cannot + when types do not match"},
-        {'+', "empty+empty", QAnyValue(), QAnyValue(), "Cannot + when not numeric"},
+         Error("Cannot + when types do not match")},
+        {'+', "empty+empty", QAnyValue(), QAnyValue(), Error("Cannot + when not numeric")},
         {'-', "rate-int", QAnyValue(QRateValue(Cents(1), Mm(1))), QAnyValue(1),
-         "Cannot - when types do not match"},
-        {'-', "empty-empty", QAnyValue(), QAnyValue(), "Cannot - when not numeric"},
-        {'-', "length-area", Mm(1), SquareMetres(1), "Units not compatible"},
-        {'*', "empty*int", QAnyValue(), QAnyValue(3), "Cannot * when not numeric"},
-        {'*', "int*empty", QAnyValue(3), QAnyValue(), "Cannot * when not numeric"},
-        {'*', "failing string", QAnyValue(u"abc"), QAnyValue(2), "Could not evaluate formula\nabc"},
-        {'/', "3/0", QAnyValue(3), QAnyValue(0), "Division by zero"},
-        {'/', "3 ft/0", QAnyValue(QLength(3, QLength::LU_FOOT)), QAnyValue(0), "Division by zero"},
-        {'/', "by a length within its tolerance", QAnyValue(3), Mm(0.005), "Division by zero"},
-        {'/', "by an empty value", QAnyValue(3), QAnyValue(), "Division by zero"},
-        {'/', "by zero money", Cents(3), Cents(0), "Division by zero"},
-        {'/', "number over a unit", QAnyValue(1), Mm(2), "Cannot / when not same type"},
-        {'/', "empty over a number", QAnyValue(), QAnyValue(2), "Cannot / when not numeric"},
-        {'/', "overflow", QAnyValue(1e300), QAnyValue(1e-300), "Cannot /, result was too big"},
+         Error("Cannot - when types do not match")},
+        {'-', "empty-empty", QAnyValue(), QAnyValue(), Error("Cannot - when not numeric")},
+        {'-', "length-area", Mm(1), SquareMetres(1), Error("Units not compatible")},
+        {'*', "empty*int", QAnyValue(), QAnyValue(3), Error("Cannot * when not numeric")},
+        {'*', "int*empty", QAnyValue(3), QAnyValue(), Error("Cannot * when not numeric")},
+        {'*', "failing string", QAnyValue(u"abc"), QAnyValue(2),
+         Error("Could not evaluate formula\nabc")},
+        {'/', "3/0", QAnyValue(3), QAnyValue(0), Error("Division by zero")},
+        {'/', "3 ft/0", QAnyValue(QLength(3, QLength::LU_FOOT)), QAnyValue(0),
+         Error("Division by zero")},
+        {'/', "by a length within its tolerance", QAnyValue(3), Mm(0.005),
+         Error("Division by zero")},
+        {'/', "by an empty value", QAnyValue(3), QAnyValue(), Error("Division by zero")},
+        {'/', "by zero money", Cents(3), Cents(0), Error("Division by zero")},
+        {'/', "number over a unit", QAnyValue(1), Mm(2), Error("Cannot / when not same type")},
+        {'/', "empty over a number", QAnyValue(), QAnyValue(2), Error("Cannot / when not numeric")},
+        {'/', "overflow", QAnyValue(1e300), QAnyValue(1e-300),
+         Error("Cannot /, result was too big")},
         {'/', "failing formula", QAnyValue(u"abc"), QAnyValue(2),
-         "Could not evaluate formula\nabc"},
+         Error("Could not evaluate formula\nabc")},
     };
     for (const auto& c : cases)
-        EXPECT_EQ(MessageOf(Apply(c.op, c.a, c.b)), c.message) << c.op << " " << c.what;
+        EXPECT_TRUE(test::Same(Apply(c.op, c.a, c.b), c.result)) << c.op << " " << c.what;
     EXPECT_TRUE((QAnyValue(QTableHandlePtr(new test::NamedTable(u"a"))) + QAnyValue(2))
                     .Identical(QAnyValue(2.0)))
         << "anything else counts as a number: a table as 0";
