@@ -614,13 +614,14 @@ TEST_F(AnyValueTest, CanDivDecidesWhatARateReducesTo) {
 
 // --- Comparison --------------------------------------------------------------------------------
 
-TEST_F(AnyValueTest, CompareAfterPromotion) {
+TEST_F(AnyValueTest, CompareAfterPromotionOrFail) {
     QLength::SetDefaultUnits(QLength::LU_MM);
     const struct {
         const char* what;
         QAnyValue a;
         QAnyValue b;
         int sign;
+        bool fails = false;
     } cases[] = {
         {"1 and 1.0", QAnyValue(1), QAnyValue(1.0), 0},
         {"1 and 2", QAnyValue(1), QAnyValue(2), -1},
@@ -646,40 +647,25 @@ TEST_F(AnyValueTest, CompareAfterPromotion) {
          QAnyValue(QTableHandlePtr(new test::NamedTable(u"b"))), 1},
         {"rates by their quotients", QAnyValue(QRateValue(Cents(100), Mm(2))),
          QAnyValue(QRateValue(Cents(100), Mm(4))), 1},
-    };
-    for (const auto& c : cases) {
-        bool failed = true;
-        const int result = c.a.Compare(c.b, failed);
-        EXPECT_FALSE(failed) << c.what;
-        EXPECT_EQ((result > 0) - (result < 0), c.sign) << c.what;
-        EXPECT_EQ(c.a < c.b, c.sign < 0) << c.what;
-        EXPECT_EQ(c.a >= c.b, c.sign >= 0) << c.what;
-    }
-}
-
-TEST_F(AnyValueTest, CompareFailures) {
-    const struct {
-        const char* what;
-        QAnyValue a;
-        QAnyValue b;
-    } cases[] = {
-        {"two errors", Error("a"), Error("b")},
-        {"error and number", Error("a"), QAnyValue(1)},
-        {"N/A", NA(), NA()},
-        {"different units", Cents(1), Mm(1)},
-        {"rate and number", QAnyValue(QRateValue(Cents(1), Mm(1))), QAnyValue(1)},
+        {"two errors", Error("a"), Error("b"), 0, true},
+        {"error and number", Error("a"), QAnyValue(1), 0, true},
+        {"N/A", NA(), NA(), 0, true},
+        {"different units", Cents(1), Mm(1), 0, true},
+        {"rate and number", QAnyValue(QRateValue(Cents(1), Mm(1))), QAnyValue(1), 0, true},
         {"rates of different units", QAnyValue(QRateValue(Cents(1), Mm(1))),
-         QAnyValue(QRateValue(Seconds(1), Mm(1)))},
-        {"an element that fails", Array({Cents(1)}), Array({Mm(1)})},
+         QAnyValue(QRateValue(Seconds(1), Mm(1))), 0, true},
+        {"an element that fails", Array({Cents(1)}), Array({Mm(1)}), 0, true},
     };
     for (const auto& c : cases) {
-        bool failed = false;
-        EXPECT_EQ(c.a.Compare(c.b, failed), 0) << c.what;
-        EXPECT_TRUE(failed) << c.what;
-        EXPECT_FALSE(c.a < c.b) << c.what;
-        EXPECT_FALSE(c.a <= c.b) << c.what;
-        EXPECT_FALSE(c.a > c.b) << c.what;
-        EXPECT_FALSE(c.a >= c.b) << c.what;
+        SCOPED_TRACE(c.what);
+        bool failed = !c.fails;
+        const int result = c.a.Compare(c.b, failed);
+        EXPECT_EQ(failed, c.fails);
+        EXPECT_EQ((result > 0) - (result < 0), c.sign);
+        EXPECT_EQ(c.a < c.b, !c.fails && c.sign < 0);
+        EXPECT_EQ(c.a <= c.b, !c.fails && c.sign <= 0);
+        EXPECT_EQ(c.a > c.b, !c.fails && c.sign > 0);
+        EXPECT_EQ(c.a >= c.b, !c.fails && c.sign >= 0);
     }
 }
 
