@@ -98,7 +98,7 @@ TEST_F(LengthTest, NamedAndOneArgumentConversionsFollowTheFactorsAndTheDefaultUn
     EXPECT_DOUBLE_EQ(QLength::FromRaw(50.8).AsDouble(QLength::LU_MM), 50.8);
 }
 
-TEST_F(LengthTest, ComparisonsHoldWithinAHundredthOfAMillimetre) {
+TEST_F(LengthTest, ComparisonsHoldWithinAHundredthOfAMillimetreAndArithmeticWorksOnTheRawValue) {
     const struct {
         double difference;
         bool equal, less, greater;
@@ -121,9 +121,6 @@ TEST_F(LengthTest, ComparisonsHoldWithinAHundredthOfAMillimetre) {
     }
     EXPECT_TRUE(QLength::FromRaw(0.008) == QLength::FromRaw(0.016));
     EXPECT_FALSE(QLength::FromRaw(0) == QLength::FromRaw(0.016)) << "equality is not transitive";
-}
-
-TEST_F(LengthTest, ArithmeticWorksOnTheRawValue) {
     const QLength a = QLength::FromRaw(7);
     const QLength b = QLength::FromRaw(2);
     EXPECT_DOUBLE_EQ((a + b).GetRaw(), 9);
@@ -308,14 +305,11 @@ TEST_F(LengthTest, FormatWritesEachUnitsPrecisionFractionsAndDecimals) {
     }
 }
 
-TEST_F(LengthTest, FormatWithoutAUnitTakesTheDefaultUnit) {
+TEST_F(LengthTest, FormatWithoutAUnitTakesTheDefaultUnitAndInchAsFractionDecidesTheTextOfInches) {
     QLength::SetDefaultUnits(QLength::LU_INCH);
     EXPECT_EQ(QLength::FromRaw(38.1).Format(), u"1 1/2");
     EXPECT_EQ(QLength::FromRaw(38.1).Format(u"%F"), u"1 1/2\"");
     EXPECT_EQ(QLength::FromRaw(38.1).DefaultDimText(), u"1 1/2\"");
-}
-
-TEST_F(LengthTest, InchAsFractionDecidesTheTextOfInches) {
     const struct {
         int handler;
         double inches;
@@ -365,7 +359,7 @@ TEST(StripRedundantDecimalPlaces, CutsZerosAndAPointOnlyBehindAPoint) {
     }
 }
 
-TEST_F(LengthTest, LimitDoubleAlwaysZeroesValuesWithAnExponentBeyondSixty) {
+TEST_F(LengthTest, LimitDoubleZeroesAnExponentBeyondSixtyOnlyWhileSwitchedOnButAlwaysTraces) {
     const double inf = std::numeric_limits<double>::infinity();
     const struct {
         double value;
@@ -397,9 +391,6 @@ TEST_F(LengthTest, LimitDoubleAlwaysZeroesValuesWithAnExponentBeyondSixty) {
         else
             EXPECT_EQ(std::memcmp(&value, &row.value, sizeof value), 0);
     }
-}
-
-TEST_F(LengthTest, LimitDoubleChecksOnlyWhileSwitchedOnButAlwaysTracesWhereAndWhat) {
     EXPECT_TRUE(IsLimitDouble());
     double value = 1e30;
     DoLimitDouble(false);
@@ -422,7 +413,7 @@ TEST_F(LengthTest, LimitDoubleChecksOnlyWhileSwitchedOnButAlwaysTracesWhereAndWh
     EXPECT_EQ(Reports::rejected, (std::vector<double>{1e30, -1e25}));
 }
 
-TEST_F(LengthTest, StoresEightBytesOfDoubleAndReadsByTheSchemaOfTheArchive) {
+TEST_F(LengthTest, StoresEightBytesReadsByTheSchemaAndOutOfRangeIsZeroWithAReport) {
     EXPECT_EQ(Stored(QLength::FromRaw(1.5)), (Bytes{0, 0, 0, 0, 0, 0, 0xF8, 0x3F}));
     EXPECT_EQ(Stored(QLength::FromRaw(-304.8)), DoubleBytes(-304.8));
     const struct {
@@ -449,9 +440,6 @@ TEST_F(LengthTest, StoresEightBytesOfDoubleAndReadsByTheSchemaOfTheArchive) {
     EXPECT_DOUBLE_EQ(Loaded<QLength>(Int32Bytes(15), CArchive::noSchema).GetRaw(), 1.5);
     QSchema::SetDefaultSchema(18);
     EXPECT_DOUBLE_EQ(Loaded<QLength>(DoubleBytes(2.5), CArchive::noSchema).GetRaw(), 2.5);
-}
-
-TEST_F(LengthTest, OutOfRangeIsReadAndStoredAsZeroWithAReport) {
     EXPECT_EQ(Loaded<QLength>(DoubleBytes(1e30), 18).GetRaw(), 0.0) << "silent without a reporter";
     Reports::Install();
     Stored(QLength::FromRaw(12));
