@@ -294,7 +294,7 @@ TYPED_TEST(WholeRawTest, ArithmeticFollowsTheFloorRuleAndSaturates) {
     EXPECT_DOUBLE_EQ(R(300) / R(120), 2.5);
 }
 
-TYPED_TEST(WholeRawTest, ComparesAndHashesByTheRawNumber) {
+TYPED_TEST(WholeRawTest, ComparesAndHashesByTheRawNumberAndArchivesItInFourLittleEndianBytes) {
     using Quantity = typename TestFixture::Quantity;
     const Quantity one = Quantity::FromRaw(1);
     const Quantity two = Quantity::FromRaw(2);
@@ -312,6 +312,11 @@ TYPED_TEST(WholeRawTest, ComparesAndHashesByTheRawNumber) {
     EXPECT_EQ(Quantity::FromRaw(-1).HashKey(), 2147466840u);
     EXPECT_EQ(HashKey(Quantity::FromRaw(127773)), 2147480811u);
     EXPECT_EQ(Quantity::Zero.HashKey(), 0u);
+    using Quantity = typename TestFixture::Quantity;
+    EXPECT_EQ(Stored(Quantity::FromRaw(-2)), (Bytes{0xFE, 0xFF, 0xFF, 0xFF}));
+    EXPECT_EQ(Stored(Quantity::FromRaw(0x01020304)), (Bytes{0x04, 0x03, 0x02, 0x01}));
+    EXPECT_EQ(Loaded<Quantity>({0xFE, 0xFF, 0xFF, 0xFF}).GetRaw(), -2);
+    EXPECT_EQ(Loaded<Quantity>({0x04, 0x03, 0x02, 0x01}).GetRaw(), 0x01020304);
 }
 
 TYPED_TEST(WholeRawTest, ParseReadsANumberAndAUnitWordAndFormatWritesThem) {
@@ -329,25 +334,14 @@ TYPED_TEST(WholeRawTest, ParseReadsANumberAndAUnitWordAndFormatWritesThem) {
                   row.text);
 }
 
-TYPED_TEST(WholeRawTest, ArchiveHoldsTheRawNumberInFourLittleEndianBytes) {
-    using Quantity = typename TestFixture::Quantity;
-    EXPECT_EQ(Stored(Quantity::FromRaw(-2)), (Bytes{0xFE, 0xFF, 0xFF, 0xFF}));
-    EXPECT_EQ(Stored(Quantity::FromRaw(0x01020304)), (Bytes{0x04, 0x03, 0x02, 0x01}));
-    EXPECT_EQ(Loaded<Quantity>({0xFE, 0xFF, 0xFF, 0xFF}).GetRaw(), -2);
-    EXPECT_EQ(Loaded<Quantity>({0x04, 0x03, 0x02, 0x01}).GetRaw(), 0x01020304);
-}
-
 // --- Money alone -------------------------------------------------------------------------------
 
 class MoneyTest : public WholeRawTest<MoneyFigures> {};
 
-TEST_F(MoneyTest, DollarsRoundHalfUpToTheCent) {
+TEST_F(MoneyTest, DollarsRoundHalfUpToTheCentAndTextFollowsTheSymbolsInForceAndParsesBack) {
     EXPECT_EQ(QMoney::dollar_to_raw(0.005), 1);
     EXPECT_EQ(QMoney::dollar_to_raw(-0.005), 0);
     EXPECT_EQ(QMoney(0.01).GetRaw(), 1);
-}
-
-TEST_F(MoneyTest, TextFollowsTheSymbolsInForceAndParsesBack) {
     QMoney::SetLocaleSymbols(CString::FromUtf8("\xE2\x82\xAC"), u".", u",");
     EXPECT_EQ(QMoney::FromRaw(-123450).Format().ToUtf8(), "-\xE2\x82\xAC"
                                                           "1.234,50");
@@ -389,9 +383,6 @@ TEST_F(MoneyTest, TextFollowsTheSymbolsInForceAndParsesBack) {
             EXPECT_EQ(money.GetRaw(), raw);
         }
     }
-}
-
-TEST_F(MoneyTest, SymbolsSetByHandStayUntilResetAndTheCLocaleGivesTheDollarForms) {
     QMoney::SetLocaleSymbols(u"CHF", u"'", u".");
     EXPECT_EQ(QMoney::GetLocaleSymbols().symbol.ToUtf8(), "CHF");
     EXPECT_EQ(QMoney::GetLocaleSymbols().thousands.ToUtf8(), "'");
