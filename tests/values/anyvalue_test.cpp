@@ -152,7 +152,7 @@ TEST_F(AnyValueTest, SetTypeGivesEachTypeItsDefault) {
     EXPECT_EQ(MessageOf(fresh(QAnyValue::TYPE_ERROR)), "");
 }
 
-TEST_F(AnyValueTest, SetTypeOutsideTheRangeSetsTheNumberAlone) {
+TEST_F(AnyValueTest, SetTypeOutsideTheRangeAndConstructionFromTextListsAndRates) {
     QAnyValue value(u"text");
     value.SetType(static_cast<QAnyValue::TYPE>(20));
     EXPECT_EQ(static_cast<int>(value.Type()), 20);
@@ -163,16 +163,10 @@ TEST_F(AnyValueTest, SetTypeOutsideTheRangeSetsTheNumberAlone) {
     EXPECT_TRUE(value.IsNA());
     value.Clear();
     EXPECT_TRUE(value.IsEmpty());
-}
-
-TEST_F(AnyValueTest, ConstructionFromTextAndFromAListOfValues) {
     EXPECT_EQ(Utf8(QAnyValue("\xc3\xa9t\xc3\xa9").MakeCString()), "\xc3\xa9t\xc3\xa9");
     EXPECT_TRUE(QAnyValue("narrow").IsString()) << "a narrow literal is text, not a boolean";
     const QAnyValue items[] = {QAnyValue(1), QAnyValue(u"b")};
     EXPECT_TRUE(QAnyValue(items, 2).Identical(Array({1, u"b"})));
-}
-
-TEST_F(AnyValueTest, RateConstructionSimplifiesDivisibleHalves) {
     EXPECT_TRUE(QAnyValue(QRateValue(Cents(600), QAnyValue(3))).Identical(Cents(200)));
     EXPECT_TRUE(QAnyValue(QRateValue(Mm(10), Mm(4))).Identical(QAnyValue(2.5)));
     EXPECT_TRUE(QAnyValue(QRateValue(Cents(200), Mm(304.8))).IsRate())
@@ -256,7 +250,7 @@ TEST_F(AnyValueTest, GroupTests) {
 
 // --- Error state -------------------------------------------------------------------------------
 
-TEST_F(AnyValueTest, MakeErrorKeepsOrComposesTheMessage) {
+TEST_F(AnyValueTest, MakeErrorKeepsOrComposesTheMessageAndTheLeftStateWinsInEveryOperation) {
     QAnyValue value(5);
     EXPECT_EQ(Utf8(value.MakeError(u"broken")), "broken");
     EXPECT_TRUE(value.IsError());
@@ -277,9 +271,6 @@ TEST_F(AnyValueTest, MakeErrorKeepsOrComposesTheMessage) {
     QAnyValue na = NA();
     EXPECT_EQ(Utf8(na.MakeError()), "");
     EXPECT_TRUE(na.IsError());
-}
-
-TEST_F(AnyValueTest, LeftStateWinsInEveryBinaryOperation) {
     using Op = std::function<QAnyValue(QAnyValue, const QAnyValue&)>;
     const std::vector<std::pair<const char*, Op>> operations = {
         {"+", [](QAnyValue a, const QAnyValue& b) { return a += b; }},
@@ -305,7 +296,7 @@ TEST_F(AnyValueTest, LeftStateWinsInEveryBinaryOperation) {
 
 // --- Arrays ------------------------------------------------------------------------------------
 
-TEST_F(AnyValueTest, ShorterArrayIsPaddedWithItsLastElementAndAnEmptyOneLeavesNoWork) {
+TEST_F(AnyValueTest, ShorterArraysArePaddedWithTheirLastElementAndExtendArraysOverThreeAndFour) {
     EXPECT_TRUE((Array({1, 2}) + Array({1, 2, 3})).Identical(Array({2, 4, 5})));
     EXPECT_TRUE((Array({1, 2, 3}) + Array({10})).Identical(Array({11, 12, 13})));
     EXPECT_TRUE((QAnyValue(10) - Array({1, 2})).Identical(Array({9, 8})));
@@ -315,9 +306,6 @@ TEST_F(AnyValueTest, ShorterArrayIsPaddedWithItsLastElementAndAnEmptyOneLeavesNo
     EXPECT_TRUE((Array({}) + QAnyValue(1)).Identical(Array({})));
     EXPECT_TRUE((Array({}) + Array({1, 2})).Identical(Array({})));
     EXPECT_TRUE((Array({1, 2}) + Array({})).Identical(Array({})));
-}
-
-TEST_F(AnyValueTest, ExtendArraysOverThreeAndFourValues) {
     QAnyValue a = Array({1});
     QAnyValue b(7);
     QAnyValue c = Array({1, 2, 3});
@@ -454,7 +442,7 @@ TEST_F(AnyValueTest, ArithmeticByTypePairAndItsFailures) {
         << "a formula giving N/A makes the sum N/A";
 }
 
-TEST_F(AnyValueTest, DatesAddAndSubtractTimeSpans) {
+TEST_F(AnyValueTest, DatesAddSpansRatesMultiplyTheirHalvesAndDivisionLeavesNoFault) {
     QTime::SetDefaultUnits(QTime::TU_HOURS);
     const QDateTime noon(2026, 3, 1, 12, 0, 0);
     const QDateTime evening(2026, 3, 1, 18, 30, 0);
@@ -477,10 +465,6 @@ TEST_F(AnyValueTest, DatesAddAndSubtractTimeSpans) {
 
     EXPECT_EQ(MessageOf(QAnyValue(noon) + QAnyValue(u"abc")), "Could not evaluate formula\nabc")
         << "the span that cannot be made is the error";
-}
-
-TEST_F(AnyValueTest,
-       RatesMultiplyTheirHalvesDifferentUnitsDivideIntoOneAndAnglesComputeTheirCosineAgain) {
     QAnyValue angle = Degrees(30);
     (void)angle.MakeAngle().Cos();
     angle *= QAnyValue(3);
@@ -515,9 +499,6 @@ TEST_F(AnyValueTest,
     QAnyValue halvedCopy = halved;
     EXPECT_TRUE(halvedCopy.MakeRate().Num().Identical(Cents(500)));
     EXPECT_TRUE(halvedCopy.MakeRate().Den().Identical(Mm(4))) << "through the reciprocal";
-}
-
-TEST_F(AnyValueTest, DivisionLeavesNoFaultBehind) {
     ClearFPStatus();
     const QAnyValue overflow = QAnyValue(1e300) / QAnyValue(1e-300);
     EXPECT_TRUE(overflow.IsError());
@@ -563,7 +544,7 @@ TEST_F(AnyValueTest, PercentNotAndNegation) {
 
 // --- Promotion ---------------------------------------------------------------------------------
 
-TEST_F(AnyValueTest, PromotionSteps) {
+TEST_F(AnyValueTest, PromotionStepsAndCanDivDecidesWhatARateReducesTo) {
     QLength::SetDefaultUnits(QLength::LU_MM);
     const QAnyValue rate(QRateValue(Cents(1), Mm(1)));
     const QAnyValue dateFails = Error("Invalid DateTime");
@@ -597,9 +578,6 @@ TEST_F(AnyValueTest, PromotionSteps) {
         EXPECT_TRUE(a.Identical(c.promotedA) && MessageOf(a) == MessageOf(c.promotedA)) << c.what;
         EXPECT_TRUE(b.Identical(c.promotedB) && MessageOf(b) == MessageOf(c.promotedB)) << c.what;
     }
-}
-
-TEST_F(AnyValueTest, CanDivDecidesWhatARateReducesTo) {
     EXPECT_TRUE(QAnyValue::CanDiv(Cents(1), QAnyValue(2)));
     EXPECT_TRUE(QAnyValue::CanDiv(Mm(1), Mm(2)));
     EXPECT_TRUE(QAnyValue::CanDiv(SquareMetres(1), Mm(2)));
@@ -700,7 +678,7 @@ TEST_F(AnyValueTest, TheOptionsAreReadOnceAndDecideWhetherStringsCompareWithCase
     EXPECT_TRUE(QAnyValue::UseCompareNoCase());
 }
 
-TEST_F(AnyValueTest, IdenticalDoesNotPromoteAndEquivalentWidensTheLengthTolerance) {
+TEST_F(AnyValueTest, IdenticalDoesNotPromoteEquivalentWidensAndComparisonMembersGiveBooleans) {
     EXPECT_FALSE(QAnyValue(1).Identical(QAnyValue(1.0)));
     EXPECT_TRUE(QAnyValue(1) != QAnyValue(1.0));
     EXPECT_TRUE(Error("a").Identical(Error("b"))) << "errors are identical whatever the message";
@@ -725,9 +703,6 @@ TEST_F(AnyValueTest, IdenticalDoesNotPromoteAndEquivalentWidensTheLengthToleranc
     EXPECT_TRUE(QAnyValue(1).Equivalent(QAnyValue(1.0)));
     EXPECT_FALSE(QAnyValue(1).Equivalent(QAnyValue(1.5)));
     EXPECT_FALSE(Error("a").Equivalent(Error("a")));
-}
-
-TEST_F(AnyValueTest, ComparisonMembersGiveBooleans) {
     const struct {
         const char* what;
         QAnyValue result;
@@ -860,7 +835,7 @@ TEST_F(AnyValueTest, TruthTableAndTheMembersThatSetBooleans) {
 
 // --- Make families -----------------------------------------------------------------------------
 
-TEST_F(AnyValueTest, MakeFamilyReturnsDefaultsForErrorsAndStates) {
+TEST_F(AnyValueTest, MakeFamilyGivesDefaultsForErrorsAndGoesDownIntoArrays) {
     QAnyValue error = Error("kept");
     EXPECT_FALSE(error.MakeBool());
     EXPECT_EQ(error.MakeInt(), 0);
@@ -884,9 +859,6 @@ TEST_F(AnyValueTest, MakeFamilyReturnsDefaultsForErrorsAndStates) {
     EXPECT_EQ(MessageOf(notAvailable), "Cannot convert to a rate");
     EXPECT_TRUE(rate.Num().IsEmpty());
     EXPECT_TRUE(rate.Den().IsEmpty());
-}
-
-TEST_F(AnyValueTest, TemplatedMakeAndMakeAllWhichGoesDownIntoArrays) {
     QAnyValue value(2.9);
     EXPECT_EQ(value.Make<int>(), 2);
     EXPECT_TRUE(value.IsInt());
@@ -1005,7 +977,7 @@ TEST_F(AnyValueTest, TheEvaluatorSeamPassesTextAndContextAndWithoutItEveryFormul
 
 // --- Text forms --------------------------------------------------------------------------------
 
-TEST_F(AnyValueTest, TextFormsEvaluateBackAndYesAndNoCanBeTranslated) {
+TEST_F(AnyValueTest, TextFormsEvaluateBackAndTablesOpenByNameThroughTheSource) {
     QLength::SetDefaultUnits(QLength::LU_MM);
     QDateTime::SetLocaleFormats(u"%d/%m/%Y", u"%H:%M:%S");
     EXPECT_EQ(Utf8(QAnyValue(u"say \"hi\"\\\n\r\t").AsFormula().ToString()),
@@ -1036,11 +1008,6 @@ TEST_F(AnyValueTest, TextFormsEvaluateBackAndYesAndNoCanBeTranslated) {
     bool yes = false;
     EXPECT_EQ(QAnyValue::ParseBool(yes, u"ja"), PARSE_EXACT);
     EXPECT_TRUE(yes);
-}
-
-// --- Tables through the seam -------------------------------------------------------------------
-
-TEST_F(AnyValueTest, MakeLookupTableOpensByNameThroughTheSource) {
     QAnyValue name(u"prices");
     const QTableHandlePtr table = name.MakeLookupTable();
     ASSERT_TRUE(table);
@@ -1069,6 +1036,8 @@ TEST_F(AnyValueTest, MakeLookupTableOpensByNameThroughTheSource) {
     EXPECT_FALSE(withoutSource.MakeLookupTable());
     EXPECT_EQ(MessageOf(withoutSource), "Cannot find lookup table prices");
 }
+
+// --- Tables through the seam -------------------------------------------------------------------
 
 // --- Rates -------------------------------------------------------------------------------------
 
@@ -1145,7 +1114,7 @@ TEST_F(RateValueTest, ComparisonByQuotientAndDoubleInTheDefaultUnits) {
     EXPECT_EQ(Double(QRateValue()), 0.0);
 }
 
-TEST_F(RateValueTest, ParseSplitsAtTheStrokeAndAFailureLeavesTheRate) {
+TEST_F(RateValueTest, ParseSplitsAtTheStrokeUnitWordsAndTheTextForm) {
     QRateValue rate;
     EXPECT_EQ(rate.Parse(u"$5 / hr"), PARSE_EXACT);
     ExpectHalves(rate, Cents(500), Seconds(3600));
@@ -1164,9 +1133,6 @@ TEST_F(RateValueTest, ParseSplitsAtTheStrokeAndAFailureLeavesTheRate) {
         EXPECT_EQ(rate.Parse(text), PARSE_NONE) << Utf8(text);
         ExpectHalves(rate, Cents(1), Mm(1));
     }
-}
-
-TEST_F(RateValueTest, UnitWords) {
     const struct {
         const char16_t* word;
         QAnyValue one;
@@ -1199,9 +1165,6 @@ TEST_F(RateValueTest, UnitWords) {
     QAnyValue none;
     EXPECT_FALSE(QRateValue::UnitWordValue(u"parsec", none));
     EXPECT_EQ(Utf8(QRateValue::UnitWordOf(Mm(2))), "");
-}
-
-TEST_F(RateValueTest, TextForm) {
     EXPECT_EQ(Utf8(QRateValue(Cents(500), Seconds(3600)).Format()), "$5.00/hr");
     EXPECT_EQ(Utf8(QRateValue(Cents(0), QAnyValue(QArea(1, QArea::AU_SQFT))).Format()),
               "$0.00/sqft");
