@@ -219,7 +219,7 @@ TEST_F(AnyValueConvertTest, FromDateColorAndRate) {
               {{T::TYPE_BOOL, QAnyValue(false)}, {T::TYPE_STRING, QAnyValue(u"$0.00/2")}});
 }
 
-TEST_F(AnyValueConvertTest, ErrorsStayErrorsButForArrays) {
+TEST_F(AnyValueConvertTest, ErrorsStayErrorsAndStringsBecomeErrorsStatesDatesOrParsedValues) {
     const T targets[] = {T::TYPE_EMPTY,  T::TYPE_STRING, T::TYPE_BOOL,        T::TYPE_INT,
                          T::TYPE_DOUBLE, T::TYPE_MONEY,  T::TYPE_TIME,        T::TYPE_LENGTH,
                          T::TYPE_AREA,   T::TYPE_ANGLE,  T::TYPE_LOOKUPTABLE, T::TYPE_DATETIME,
@@ -232,6 +232,48 @@ TEST_F(AnyValueConvertTest, ErrorsStayErrorsButForArrays) {
     QArray<QAnyValue>& elements = error.MakeArray();
     ASSERT_EQ(elements.GetCount(), 1);
     EXPECT_EQ(MessageOf(elements[0]), "kept");
+    EXPECT_EQ(MessageOf(Converted(QAnyValue(u"my message"), T::TYPE_ERROR)), "my message");
+    EXPECT_TRUE(Converted(QAnyValue(u"#err!"), T::TYPE_INT).IsError());
+    EXPECT_TRUE(Converted(QAnyValue(u"#n/a"), T::TYPE_LENGTH).IsNA());
+    EXPECT_TRUE(Converted(QAnyValue(u"#Empty"), T::TYPE_DOUBLE).IsEmpty());
+    EXPECT_TRUE(Converted(QAnyValue(u"#N/A"), T::TYPE_ARRAY).IsNA())
+        << "the words come before the target";
+    EXPECT_TRUE(Converted(QAnyValue(u"anything"), T::TYPE_EMPTY).IsEmpty());
+    EXPECT_TRUE(Converted(QAnyValue(u"anything"), T::TYPE_NA).IsNA());
+    EXPECT_TRUE(Converted(QAnyValue(u"x"), T::TYPE_ARRAY).Identical(Array({u"x"})));
+    EXPECT_TRUE(FakeEvaluator::asked.empty());
+    const QAnyValue date = Converted(QAnyValue(u"21/11/2026"), T::TYPE_DATETIME);
+    EXPECT_TRUE(date.Identical(QAnyValue(QDateTime(2026, 11, 21))));
+    EXPECT_EQ(MessageOf(Converted(QAnyValue(u"soon"), T::TYPE_DATETIME)), "Invalid DateTime");
+    const struct {
+        const char* text;
+        T target;
+        QAnyValue expected;
+    } cases[] = {
+        {"", T::TYPE_DOUBLE, QAnyValue(0.0)},
+        {"", T::TYPE_LENGTH, Mm(0)},
+        {"", T::TYPE_COLOR, QAnyValue(0ul)},
+        {"42", T::TYPE_INT, QAnyValue(42)},
+        {" 2.5 ", T::TYPE_DOUBLE, QAnyValue(2.5)},
+        {"3", T::TYPE_LENGTH, Mm(3)},
+        {"3'", T::TYPE_LENGTH, QAnyValue(QLength(3, QLength::LU_FOOT))},
+        {"$1,234.50", T::TYPE_MONEY, Cents(123450)},
+        {"90 s", T::TYPE_TIME, Seconds(90)},
+        {"yes", T::TYPE_BOOL, QAnyValue(true)},
+        {"n", T::TYPE_BOOL, QAnyValue(false)},
+        {"7", T::TYPE_BOOL, QAnyValue(true)},
+        {"rgb(255, 128, 0)", T::TYPE_COLOR, QAnyValue(0x0080FFul)},
+        {"RGB(1,2,3)", T::TYPE_COLOR, QAnyValue(0x030201ul)},
+        {"255", T::TYPE_COLOR, QAnyValue(255ul)},
+        {"2 sqm", T::TYPE_AREA, QAnyValue(QArea(2))},
+        {"45 deg", T::TYPE_ANGLE, QAnyValue(QAngle(45))},
+    };
+    for (const auto& c : cases) {
+        const QAnyValue result = Converted(QAnyValue(c.text), c.target);
+        EXPECT_TRUE(result.Identical(c.expected))
+            << "\"" << c.text << "\": got " << Describe(result);
+    }
+    EXPECT_TRUE(FakeEvaluator::asked.empty()) << "no text needed the evaluator";
 }
 
 TEST_F(AnyValueConvertTest, StatesEmptyArraysAndTablesConvert) {
@@ -273,55 +315,7 @@ TEST_F(AnyValueConvertTest, StatesEmptyArraysAndTablesConvert) {
 
 // --- From a string -----------------------------------------------------------------------------
 
-TEST_F(AnyValueConvertTest, StringsBecomeErrorsStatesAndDates) {
-    EXPECT_EQ(MessageOf(Converted(QAnyValue(u"my message"), T::TYPE_ERROR)), "my message");
-    EXPECT_TRUE(Converted(QAnyValue(u"#err!"), T::TYPE_INT).IsError());
-    EXPECT_TRUE(Converted(QAnyValue(u"#n/a"), T::TYPE_LENGTH).IsNA());
-    EXPECT_TRUE(Converted(QAnyValue(u"#Empty"), T::TYPE_DOUBLE).IsEmpty());
-    EXPECT_TRUE(Converted(QAnyValue(u"#N/A"), T::TYPE_ARRAY).IsNA())
-        << "the words come before the target";
-    EXPECT_TRUE(Converted(QAnyValue(u"anything"), T::TYPE_EMPTY).IsEmpty());
-    EXPECT_TRUE(Converted(QAnyValue(u"anything"), T::TYPE_NA).IsNA());
-    EXPECT_TRUE(Converted(QAnyValue(u"x"), T::TYPE_ARRAY).Identical(Array({u"x"})));
-    EXPECT_TRUE(FakeEvaluator::asked.empty());
-    const QAnyValue date = Converted(QAnyValue(u"21/11/2026"), T::TYPE_DATETIME);
-    EXPECT_TRUE(date.Identical(QAnyValue(QDateTime(2026, 11, 21))));
-    EXPECT_EQ(MessageOf(Converted(QAnyValue(u"soon"), T::TYPE_DATETIME)), "Invalid DateTime");
-}
-
-TEST_F(AnyValueConvertTest, ParsedStringsNeedNoFormula) {
-    const struct {
-        const char* text;
-        T target;
-        QAnyValue expected;
-    } cases[] = {
-        {"", T::TYPE_DOUBLE, QAnyValue(0.0)},
-        {"", T::TYPE_LENGTH, Mm(0)},
-        {"", T::TYPE_COLOR, QAnyValue(0ul)},
-        {"42", T::TYPE_INT, QAnyValue(42)},
-        {" 2.5 ", T::TYPE_DOUBLE, QAnyValue(2.5)},
-        {"3", T::TYPE_LENGTH, Mm(3)},
-        {"3'", T::TYPE_LENGTH, QAnyValue(QLength(3, QLength::LU_FOOT))},
-        {"$1,234.50", T::TYPE_MONEY, Cents(123450)},
-        {"90 s", T::TYPE_TIME, Seconds(90)},
-        {"yes", T::TYPE_BOOL, QAnyValue(true)},
-        {"n", T::TYPE_BOOL, QAnyValue(false)},
-        {"7", T::TYPE_BOOL, QAnyValue(true)},
-        {"rgb(255, 128, 0)", T::TYPE_COLOR, QAnyValue(0x0080FFul)},
-        {"RGB(1,2,3)", T::TYPE_COLOR, QAnyValue(0x030201ul)},
-        {"255", T::TYPE_COLOR, QAnyValue(255ul)},
-        {"2 sqm", T::TYPE_AREA, QAnyValue(QArea(2))},
-        {"45 deg", T::TYPE_ANGLE, QAnyValue(QAngle(45))},
-    };
-    for (const auto& c : cases) {
-        const QAnyValue result = Converted(QAnyValue(c.text), c.target);
-        EXPECT_TRUE(result.Identical(c.expected))
-            << "\"" << c.text << "\": got " << Describe(result);
-    }
-    EXPECT_TRUE(FakeEvaluator::asked.empty()) << "no text needed the evaluator";
-}
-
-TEST_F(AnyValueConvertTest, TheFormulaStep) {
+TEST_F(AnyValueConvertTest, TheFormulaStepItsFailuresAndRunningAsAFormulaWhichSkipsTheParser) {
     EXPECT_TRUE(Converted(QAnyValue(u"=1+1"), T::TYPE_DOUBLE).Identical(QAnyValue(2.0)));
     EXPECT_EQ(FakeEvaluator::asked, std::vector<std::string>{"1+1"}) << "without the =";
     FakeEvaluator::asked.clear();
@@ -343,9 +337,6 @@ TEST_F(AnyValueConvertTest, TheFormulaStep) {
     EXPECT_TRUE(Converted(QAnyValue(u"missing"), T::TYPE_INT).IsNA());
     EXPECT_EQ(MessageOf(Converted(QAnyValue(u"broken"), T::TYPE_INT)), "inner failure");
     EXPECT_TRUE(Converted(QAnyValue(u"="), T::TYPE_INT).Identical(QAnyValue(0)));
-}
-
-TEST_F(AnyValueConvertTest, FormulaFailuresAndRunningAsAFormulaWhichSkipsTheParser) {
     EXPECT_EQ(MessageOf(Converted(QAnyValue(u"abc"), T::TYPE_DOUBLE)),
               "Could not evaluate formula\nabc");
     EXPECT_EQ(MessageOf(Converted(QAnyValue(u"=abc"), T::TYPE_LENGTH)),
@@ -374,7 +365,7 @@ TEST_F(AnyValueConvertTest, FormulaFailuresAndRunningAsAFormulaWhichSkipsThePars
 
 // --- Parsing -----------------------------------------------------------------------------------
 
-TEST_F(AnyValueConvertTest, ParseOfOneTypeSetsTheTypeEvenWhenItFails) {
+TEST_F(AnyValueConvertTest, ParseOfOneTypeSetsTheTypeEvenWhenItFailsAndParseTriesTheTypesInOrder) {
     QAnyValue value(u"old");
     EXPECT_EQ(value.Parse(u"abc", T::TYPE_LENGTH), PARSE_NONE);
     EXPECT_TRUE(value.Identical(Mm(0)));
@@ -389,9 +380,6 @@ TEST_F(AnyValueConvertTest, ParseOfOneTypeSetsTheTypeEvenWhenItFails) {
     EXPECT_EQ(value.Parse(u"no digits", T::TYPE_DATETIME), PARSE_NONE);
     EXPECT_EQ(value.Parse(u"$2 / hr", T::TYPE_RATE), PARSE_EXACT);
     EXPECT_TRUE(value.IsRate());
-}
-
-TEST_F(AnyValueConvertTest, ParseTriesTheTypesInOrder) {
     const struct {
         const char* text;
         PARSERESULT result;

@@ -46,7 +46,7 @@ private:
     test::LimitDoubleHooksGuard m_hooks;
 };
 
-TEST_F(LengthTest, EachUnitHasItsSizeMetricFlagAndSuffix) {
+TEST_F(LengthTest, EachUnitHasItsSizeMetricFlagAndSuffixAndTheConversionsFollowTheFactors) {
     EXPECT_EQ(QLength::DefaultUnits(), QLength::LU_MM);
     EXPECT_EQ(QLength::c_InchHandlerType, 0x20);
     EXPECT_EQ(QLength::InchAsFraction(), 32);
@@ -78,9 +78,6 @@ TEST_F(LengthTest, EachUnitHasItsSizeMetricFlagAndSuffix) {
     EXPECT_THROW(QLength(1, static_cast<LU>(-2)), InvalidArgumentException);
     EXPECT_THROW(QLength::LengthUnitSuffix(static_cast<LU>(8)), InvalidArgumentException);
     EXPECT_EQ(QLength::DefaultUnits(), QLength::LU_MM);
-}
-
-TEST_F(LengthTest, NamedAndOneArgumentConversionsFollowTheFactorsAndTheDefaultUnit) {
     EXPECT_DOUBLE_EQ(QLength::inch_to_mm(1), 25.4);
     EXPECT_DOUBLE_EQ(QLength::foot_to_m(10), 3.048);
     EXPECT_DOUBLE_EQ(QLength::himetric_to_lometric(10), 1);
@@ -149,7 +146,7 @@ struct ParseRow {
     double raw;
 };
 
-TEST_F(LengthTest, ParseReadsFractionsDecimalsAndUnits) {
+TEST_F(LengthTest, ParseReadsFractionsDecimalsAndUnitsAndRefusesWhatThePatternsDoNotTake) {
     const LU mm = QLength::LU_MM;
     const LU inch = QLength::LU_INCH;
     const ParseRow rows[] = {
@@ -178,9 +175,6 @@ TEST_F(LengthTest, ParseReadsFractionsDecimalsAndUnits) {
     EXPECT_DOUBLE_EQ(length.GetRaw(), 20);
     EXPECT_EQ(length.Parse(u"2\"", QLength::LU_CM), PARSE_EXACT);
     EXPECT_DOUBLE_EQ(length.GetRaw(), 50.8);
-}
-
-TEST_F(LengthTest, ParseRefusesWhatThePatternsDoNotTake) {
     const char* const texts[] = {
         "",      "abc",     "3 in",  "3 ft",    "3 MM",    "3 km",      "3 mc",  "3 m'",
         "3mm x", "3 mm mm", "3/4 x", "3/4\" 5", "1 3/4 x", "1 3/4\" x", "1/2.5", "1/0",

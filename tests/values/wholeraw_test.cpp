@@ -222,7 +222,7 @@ private:
 using WholeRaws = ::testing::Types<MoneyFigures, TimeFigures>;
 TYPED_TEST_SUITE(WholeRawTest, WholeRaws);
 
-TYPED_TEST(WholeRawTest, UnitsConvertByTheFloorOfValuePlusAHalfAndSaturate) {
+TYPED_TEST(WholeRawTest, UnitsConvertByTheFloorOfValuePlusAHalfAndTheDefaultServesWhereNoneIs) {
     using Quantity = typename TestFixture::Quantity;
     EXPECT_EQ(Quantity::DefaultUnits(), TypeParam::kStart);
     EXPECT_EQ(Quantity(1.5).GetRaw(), TypeParam::kOneAndAHalf);
@@ -235,9 +235,6 @@ TYPED_TEST(WholeRawTest, UnitsConvertByTheFloorOfValuePlusAHalfAndSaturate) {
         SCOPED_TRACE(testing::Message() << row.value << " in unit " << row.unit);
         EXPECT_EQ(Quantity::double_to_raw(row.value, row.unit), row.raw);
     }
-}
-
-TYPED_TEST(WholeRawTest, TheDefaultUnitServesWhereNoneIsGivenAndOnlyTheKnownOnesCanBeIt) {
     using Quantity = typename TestFixture::Quantity;
     Quantity::SetDefaultUnits(TypeParam::kOther);
     EXPECT_EQ(Quantity(TypeParam::kOtherValue).GetRaw(), TypeParam::kOtherRaw);
@@ -400,16 +397,13 @@ TEST_F(MoneyTest, DollarsRoundHalfUpToTheCentAndTextFollowsTheSymbolsInForceAndP
 
 class TimeTest : public WholeRawTest<TimeFigures> {};
 
-TEST_F(TimeTest, MinutesAndHoursRoundHalfUpToTheSecond) {
+TEST_F(TimeTest, MinutesAndHoursRoundHalfUpAndTotalsAndPartsCutTheSpan) {
     EXPECT_EQ(QTime::minute_to_raw(0.125), 8);
     EXPECT_EQ(QTime::minute_to_raw(-0.125), -7);
     EXPECT_EQ(QTime::hour_to_raw(0.5), 1800);
     EXPECT_EQ(QTime::hour_to_raw(-0.5), -1800);
     QTime::SetDefaultUnits(QTime::TU_MINUTES);
     EXPECT_EQ(QTime::TimeUnitSuffix().ToUtf8(), "mn");
-}
-
-TEST_F(TimeTest, TotalsAndPartsCutTheSpan) {
     const struct {
         std::int32_t raw;
         std::int32_t totalHours, totalMinutes;
