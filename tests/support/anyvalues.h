@@ -9,6 +9,10 @@ namespace keel::test {
 
 // Small builders of variant values for tables of cases.
 
+inline std::string Utf8(const CString& text) {
+    return text.ToUtf8();
+}
+
 inline std::string MessageOf(const QAnyValue& value) {
     CString message;
     return value.IsErrorAndGetMessage(message) ? message.ToUtf8() : "<no error>";

@@ -36,33 +36,6 @@ QAngle Degrees(double degrees) {
     return QAngle(degrees, QAngle::ANGU_DEG);
 }
 
-TEST_F(AngleTest, UnitsHaveTheirFactorsAndWordsAndTheDefaultServesWhereNoneIsGiven) {
-    EXPECT_EQ(QAngle::DefaultUnits(), QAngle::ANGU_DEG);
-    EXPECT_DOUBLE_EQ(QAngle::Factor(QAngle::ANGU_RAW), 1);
-    EXPECT_DOUBLE_EQ(QAngle::Factor(QAngle::ANGU_TENTHDEG), 0.1);
-    EXPECT_DOUBLE_EQ(QAngle::Factor(QAngle::ANGU_DEG), 1);
-    EXPECT_DOUBLE_EQ(QAngle::Factor(QAngle::ANGU_RAD), 180 / std::numbers::pi);
-    EXPECT_DOUBLE_EQ(QAngle::deg_to_rad(180), std::numbers::pi);
-    EXPECT_DOUBLE_EQ(QAngle::rad_to_deg(std::numbers::pi / 2), 90);
-    EXPECT_DOUBLE_EQ(QAngle::tenthdeg_to_deg(155), 15.5);
-    EXPECT_DOUBLE_EQ(QAngle::deg_to_tenthdeg(15.5), 155);
-    EXPECT_DOUBLE_EQ(QAngle::rad_to_tenthdeg(std::numbers::pi), 1800);
-    EXPECT_DOUBLE_EQ(QAngle::tenthdeg_to_rad(900), std::numbers::pi / 2);
-    QAngle::SetDefaultUnits(QAngle::ANGU_RAD);
-    EXPECT_DOUBLE_EQ(QAngle(std::numbers::pi).GetRaw(), 180);
-    EXPECT_DOUBLE_EQ(QAngle::FromRaw(90).AsDouble(), std::numbers::pi / 2);
-    EXPECT_DOUBLE_EQ(QAngle::double_to_raw(1), 180 / std::numbers::pi);
-    EXPECT_EQ(QAngle::AngleUnitSuffix(), u"rad");
-    EXPECT_TRUE(QAngle::DefaultUnitsAreMetric());
-    EXPECT_THROW(QAngle::SetDefaultUnits(QAngle::ANGU_DEFAULT), InvalidArgumentException);
-    EXPECT_THROW(QAngle::SetDefaultUnits(static_cast<Units>(4)), InvalidArgumentException);
-    EXPECT_EQ(QAngle::DefaultUnits(), QAngle::ANGU_RAD);
-    const char* const words[] = {"", "", "deg", "rad"};
-    for (int unit = 0; unit <= 3; ++unit)
-        EXPECT_EQ(QAngle::AngleUnitSuffix(static_cast<Units>(unit)).ToUtf8(), words[unit]);
-    EXPECT_THROW(QAngle::AngleUnitSuffix(static_cast<Units>(4)), InvalidArgumentException);
-}
-
 TEST_F(AngleTest, NormalizeBringsFiniteValuesIntoOneTurnAndEndsOnHugeOnes) {
     const struct {
         double in, out;
@@ -138,16 +111,7 @@ TEST_F(AngleTest, OrderGoesTheShortWayRound) {
     }
 }
 
-TEST_F(AngleTest, IsBetweenInclusiveAndExclusiveFollowTheShortWayOrder) {
-    EXPECT_TRUE(Degrees(0).IsBetweenInclusive(Degrees(350), Degrees(10)));
-    EXPECT_TRUE(Degrees(0).IsBetweenExclusive(Degrees(350), Degrees(10)));
-    EXPECT_TRUE(Degrees(10).IsBetweenInclusive(Degrees(350), Degrees(10)));
-    EXPECT_FALSE(Degrees(10).IsBetweenExclusive(Degrees(350), Degrees(10)));
-    EXPECT_FALSE(Degrees(20).IsBetweenInclusive(Degrees(350), Degrees(10)));
-    EXPECT_FALSE(Degrees(180).IsBetweenInclusive(Degrees(350), Degrees(10)));
-}
-
-TEST_F(AngleTest, IsBetweenCCWAndCWFollowTheSweep) {
+TEST_F(AngleTest, IsBetweenCCWAndCWFollowTheSweepAndInclusiveAndExclusiveTheShortWayOrder) {
     const struct {
         double angle, from, to;
         bool ccw, cw;
@@ -166,9 +130,15 @@ TEST_F(AngleTest, IsBetweenCCWAndCWFollowTheSweep) {
         EXPECT_EQ(angle.IsBetweenInDirection(Degrees(row.from), Degrees(row.to), true), row.ccw);
         EXPECT_EQ(angle.IsBetweenInDirection(Degrees(row.from), Degrees(row.to), false), row.cw);
     }
+    EXPECT_TRUE(Degrees(0).IsBetweenInclusive(Degrees(350), Degrees(10)));
+    EXPECT_TRUE(Degrees(0).IsBetweenExclusive(Degrees(350), Degrees(10)));
+    EXPECT_TRUE(Degrees(10).IsBetweenInclusive(Degrees(350), Degrees(10)));
+    EXPECT_FALSE(Degrees(10).IsBetweenExclusive(Degrees(350), Degrees(10)));
+    EXPECT_FALSE(Degrees(20).IsBetweenInclusive(Degrees(350), Degrees(10)));
+    EXPECT_FALSE(Degrees(180).IsBetweenInclusive(Degrees(350), Degrees(10)));
 }
 
-TEST_F(AngleTest, CosineAndSineAreComputedWhenFirstAskedForAndBothZeroMeansNotYet) {
+TEST_F(AngleTest, CosineAndSineAreComputedWhenFirstAskedForAndChangingTheValueResetsThem) {
     const QAngle angle = Degrees(60);
     EXPECT_FALSE(angle.HasCosAndSin());
     EXPECT_DOUBLE_EQ(angle.Cos(), 0.5);
@@ -191,9 +161,6 @@ TEST_F(AngleTest, CosineAndSineAreComputedWhenFirstAskedForAndBothZeroMeansNotYe
     EXPECT_EQ(QAngle::Deg15.GetRaw(), 15);
     EXPECT_TRUE(QAngle::Deg15.HasCosAndSin());
     EXPECT_DOUBLE_EQ(QAngle::Deg15.Cos(), std::cos(std::numbers::pi / 12));
-}
-
-TEST_F(AngleTest, ChangingTheValueResetsTheCosineAndSine) {
     const auto changes = {
         +[](QAngle& a) { a += Degrees(1); }, +[](QAngle& a) { a -= Degrees(1); },
         +[](QAngle& a) { a *= 2; },          +[](QAngle& a) { a /= 2; },
@@ -208,7 +175,7 @@ TEST_F(AngleTest, ChangingTheValueResetsTheCosineAndSine) {
     }
 }
 
-TEST_F(AngleTest, ArithmeticWorksOnTheValue) {
+TEST_F(AngleTest, ArithmeticWorksOnTheValueAndNegationKeepsAComputedCosineAndSine) {
     const QAngle a = Degrees(30);
     const QAngle b = Degrees(12);
     EXPECT_DOUBLE_EQ((a + b).GetRaw(), 42);
@@ -219,9 +186,6 @@ TEST_F(AngleTest, ArithmeticWorksOnTheValue) {
     EXPECT_DOUBLE_EQ(a / b, 2.5);
     EXPECT_DOUBLE_EQ((+a).GetRaw(), 30);
     EXPECT_DOUBLE_EQ((a * 13).GetRaw(), 390) << "arithmetic does not normalise";
-}
-
-TEST_F(AngleTest, NegationKeepsAComputedCosineAndSine) {
     QAngle angle = Degrees(30);
     angle.CalcCosAndSinIfRequired();
     const QAngle negated = -angle;
@@ -319,7 +283,8 @@ TEST_F(AngleTest, ParseReadsDegreesAndRadiansAndLeavesTheCosineAndSineToBeComput
     EXPECT_EQ(right.Sin(), 1);
 }
 
-TEST_F(AngleTest, FormatWritesTwoDecimalsAndTheUnitWordWhenAsked) {
+TEST_F(AngleTest, FormatWritesTwoDecimalsAndTheUnitWordWhenAskedAndUnitsHaveTheirFactors) {
+    EXPECT_EQ(QAngle::DefaultUnits(), QAngle::ANGU_DEG);
     EXPECT_EQ(Degrees(45).Format().ToUtf8(), "45.00");
     EXPECT_EQ(Degrees(45).Format(QAngle::ANGU_DEG, true).ToUtf8(), "45.00 deg");
     EXPECT_EQ(Degrees(45).Format(QAngle::ANGU_RAD, true).ToUtf8(), "0.79 rad");
@@ -327,6 +292,29 @@ TEST_F(AngleTest, FormatWritesTwoDecimalsAndTheUnitWordWhenAsked) {
     EXPECT_EQ(Degrees(-0.5).Format(QAngle::ANGU_RAW).ToUtf8(), "-0.50");
     QAngle::SetDefaultUnits(QAngle::ANGU_RAD);
     EXPECT_EQ(Degrees(180).Format(QAngle::ANGU_DEFAULT, true).ToUtf8(), "3.14 rad");
+    EXPECT_DOUBLE_EQ(QAngle::Factor(QAngle::ANGU_RAW), 1);
+    EXPECT_DOUBLE_EQ(QAngle::Factor(QAngle::ANGU_TENTHDEG), 0.1);
+    EXPECT_DOUBLE_EQ(QAngle::Factor(QAngle::ANGU_DEG), 1);
+    EXPECT_DOUBLE_EQ(QAngle::Factor(QAngle::ANGU_RAD), 180 / std::numbers::pi);
+    EXPECT_DOUBLE_EQ(QAngle::deg_to_rad(180), std::numbers::pi);
+    EXPECT_DOUBLE_EQ(QAngle::rad_to_deg(std::numbers::pi / 2), 90);
+    EXPECT_DOUBLE_EQ(QAngle::tenthdeg_to_deg(155), 15.5);
+    EXPECT_DOUBLE_EQ(QAngle::deg_to_tenthdeg(15.5), 155);
+    EXPECT_DOUBLE_EQ(QAngle::rad_to_tenthdeg(std::numbers::pi), 1800);
+    EXPECT_DOUBLE_EQ(QAngle::tenthdeg_to_rad(900), std::numbers::pi / 2);
+    QAngle::SetDefaultUnits(QAngle::ANGU_RAD);
+    EXPECT_DOUBLE_EQ(QAngle(std::numbers::pi).GetRaw(), 180);
+    EXPECT_DOUBLE_EQ(QAngle::FromRaw(90).AsDouble(), std::numbers::pi / 2);
+    EXPECT_DOUBLE_EQ(QAngle::double_to_raw(1), 180 / std::numbers::pi);
+    EXPECT_EQ(QAngle::AngleUnitSuffix(), u"rad");
+    EXPECT_TRUE(QAngle::DefaultUnitsAreMetric());
+    EXPECT_THROW(QAngle::SetDefaultUnits(QAngle::ANGU_DEFAULT), InvalidArgumentException);
+    EXPECT_THROW(QAngle::SetDefaultUnits(static_cast<Units>(4)), InvalidArgumentException);
+    EXPECT_EQ(QAngle::DefaultUnits(), QAngle::ANGU_RAD);
+    const char* const words[] = {"", "", "deg", "rad"};
+    for (int unit = 0; unit <= 3; ++unit)
+        EXPECT_EQ(QAngle::AngleUnitSuffix(static_cast<Units>(unit)).ToUtf8(), words[unit]);
+    EXPECT_THROW(QAngle::AngleUnitSuffix(static_cast<Units>(4)), InvalidArgumentException);
 }
 
 TEST_F(AngleTest, ArchiveKeepsTheValueAloneAsADoubleReadByTheSchemaAndClampsWithAReport) {

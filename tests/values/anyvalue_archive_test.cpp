@@ -1,4 +1,5 @@
 #include "tests/support/anyvalues.h"
+#include "tests/support/archivebytes.h"
 #include "tests/support/quantities.h"
 #include "tests/support/tables.h"
 
@@ -19,21 +20,10 @@ namespace {
 
 using test::Array;
 using test::Bytes;
+using test::Concat;
 using test::DoubleBytes;
-
-std::string Utf8(const CString& text) {
-    return text.ToUtf8();
-}
-
-Bytes Stored(const QAnyValue& value) {
-    CMemFile file;
-    {
-        CArchive archive(&file, CArchive::store);
-        archive << value;
-        archive.Close();
-    }
-    return file.Bytes();
-}
+using test::Stored;
+using test::Utf8;
 
 QAnyValue Loaded(const Bytes& bytes) {
     CMemFile file(bytes);
@@ -42,13 +32,6 @@ QAnyValue Loaded(const Bytes& bytes) {
     QAnyValue value(u"overwritten");
     archive >> value;
     return value;
-}
-
-Bytes Concat(std::initializer_list<Bytes> parts) {
-    Bytes all;
-    for (const Bytes& part : parts)
-        all.insert(all.end(), part.begin(), part.end());
-    return all;
 }
 
 // The cause and file name of the archive exception that `action` raises.
@@ -132,7 +115,7 @@ TEST_F(AnyValueArchiveTest, EachTypeByteForByte) {
     }
 }
 
-TEST_F(AnyValueArchiveTest, ErrorAndNotAvailableLoseTheirState) {
+TEST_F(AnyValueArchiveTest, ErrorAndNotAvailableLoseTheirStateAndNarrowStringsRead) {
     QAnyValue error;
     error.MakeError(u"the message is not stored");
     EXPECT_EQ(Stored(error), Bytes{0xFF});
@@ -155,9 +138,6 @@ TEST_F(AnyValueArchiveTest, ErrorAndNotAvailableLoseTheirState) {
     QAnyValue copy = errorBack;
     EXPECT_EQ(static_cast<int>(copy.Type()), 255);
     EXPECT_TRUE(copy.Identical(errorBack));
-}
-
-TEST_F(AnyValueArchiveTest, ReadsTheNarrowStringFormAnyNonZeroBooleanAndARateAsEmpty) {
     EXPECT_TRUE(Loaded({0x01, 0x02, 'h', 'i'}).Identical(QAnyValue(u"hi")));
     EXPECT_TRUE(Loaded({0x02, 5, 0, 0, 0}).Identical(QAnyValue(true)));
     EXPECT_TRUE(Loaded({0x02, 0, 0, 0, 0x80}).Identical(QAnyValue(true)));
@@ -193,31 +173,13 @@ TEST_F(AnyValueArchiveTest, AnArrayKeepsItsElementTypesButRatesAndErrors) {
     EXPECT_TRUE(elements[6].Identical(Array({true})));
 }
 
-TEST_F(AnyValueArchiveTest, LongStringsUseTheLongerPrefixes) {
+TEST_F(AnyValueArchiveTest, LongStringsOutOfRangeNumbersAndOlderSchemasOfLengthsAndAngles) {
     const CString text(u'x', 300);
     const Bytes bytes = Stored(QAnyValue(text));
     ASSERT_EQ(bytes.size(), 1u + 4u + 2u + 600u);
     EXPECT_EQ(Bytes(bytes.begin(), bytes.begin() + 7),
               (Bytes{0x01, 0xFF, 0xFE, 0xFF, 0xFF, 0x2C, 0x01}));
     EXPECT_TRUE(Loaded(bytes).Identical(QAnyValue(text)));
-}
-
-TEST_F(AnyValueArchiveTest, OlderSchemasStoreLengthsAndAnglesAsIntegers) {
-    QSchema::SetDefaultSchema(16);
-    EXPECT_TRUE(Loaded({0x07, 10, 0, 0, 0}).Identical(QAnyValue(QLength(1.0, QLength::LU_MM))))
-        << "tenths of a millimetre";
-    QSchema::SetDefaultSchema(17);
-    EXPECT_TRUE(Loaded({0x07, 0x40, 0x01, 0, 0}).Identical(QAnyValue(QLength(1.0, QLength::LU_MM))))
-        << "320ths";
-    QSchema::SetDefaultSchema(107);
-    EXPECT_TRUE(Loaded({0x09, 0x84, 0x03, 0, 0}).Identical(QAnyValue(QAngle(90, QAngle::ANGU_DEG))))
-        << "tenths of a degree";
-    QSchema::SetDefaultSchema(108);
-    EXPECT_TRUE(Loaded(Concat({{0x09}, DoubleBytes(90)}))
-                    .Identical(QAnyValue(QAngle(90, QAngle::ANGU_DEG))));
-}
-
-TEST_F(AnyValueArchiveTest, NumbersOutOfRangeReadAsZero) {
     EXPECT_TRUE(Loaded(Concat({{0x04}, DoubleBytes(1e30)})).Identical(QAnyValue(0.0)));
     EXPECT_TRUE(Loaded(Concat({{0x04}, DoubleBytes(1e-30)})).Identical(QAnyValue(0.0)));
     EXPECT_TRUE(Loaded(Concat({{0x04}, DoubleBytes(1e15)})).Identical(QAnyValue(1e15)));
@@ -226,9 +188,6 @@ TEST_F(AnyValueArchiveTest, NumbersOutOfRangeReadAsZero) {
     reported.clear();
     EXPECT_TRUE(Loaded(Concat({{0x07}, DoubleBytes(1e30)})).Identical(QAnyValue(QLength())));
     EXPECT_EQ(reported, std::vector<std::string>{"length"});
-}
-
-TEST_F(AnyValueArchiveTest, LimitDoubleAlwaysByType) {
     QAnyValue number(1e30);
     EXPECT_TRUE(QAnyValue::LimitDoubleAlways(number, u"test"));
     EXPECT_TRUE(number.Identical(QAnyValue(0.0)));
@@ -242,6 +201,18 @@ TEST_F(AnyValueArchiveTest, LimitDoubleAlwaysByType) {
     EXPECT_FALSE(QAnyValue::LimitDoubleAlways(angle, u"test")) << "angles are not guarded here";
     QAnyValue array = Array({1e30});
     EXPECT_FALSE(QAnyValue::LimitDoubleAlways(array, u"test"));
+    QSchema::SetDefaultSchema(16);
+    EXPECT_TRUE(Loaded({0x07, 10, 0, 0, 0}).Identical(QAnyValue(QLength(1.0, QLength::LU_MM))))
+        << "tenths of a millimetre";
+    QSchema::SetDefaultSchema(17);
+    EXPECT_TRUE(Loaded({0x07, 0x40, 0x01, 0, 0}).Identical(QAnyValue(QLength(1.0, QLength::LU_MM))))
+        << "320ths";
+    QSchema::SetDefaultSchema(107);
+    EXPECT_TRUE(Loaded({0x09, 0x84, 0x03, 0, 0}).Identical(QAnyValue(QAngle(90, QAngle::ANGU_DEG))))
+        << "tenths of a degree";
+    QSchema::SetDefaultSchema(108);
+    EXPECT_TRUE(Loaded(Concat({{0x09}, DoubleBytes(90)}))
+                    .Identical(QAnyValue(QAngle(90, QAngle::ANGU_DEG))));
 }
 
 TEST_F(AnyValueArchiveTest, ATableNeedsASource) {

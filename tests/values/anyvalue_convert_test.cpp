@@ -26,12 +26,9 @@ using test::MessageOf;
 using test::Mm;
 using test::NA;
 using test::Seconds;
+using test::Utf8;
 
 using T = QAnyValue::TYPE;
-
-std::string Utf8(const CString& text) {
-    return text.ToUtf8();
-}
 
 QAnyValue Converted(QAnyValue value, T type) {
     value.ChangeType(type);
@@ -70,7 +67,7 @@ void ExpectRow(const char* source, const QAnyValue& value, std::initializer_list
 
 // --- The matrix --------------------------------------------------------------------------------
 
-TEST_F(AnyValueConvertTest, FromBool) {
+TEST_F(AnyValueConvertTest, FromBoolIntNumberAndUnitsThroughTheDefaultUnits) {
     const Row fromTrue[] = {
         {T::TYPE_STRING, QAnyValue(u"Yes")},   {T::TYPE_INT, QAnyValue(1)},
         {T::TYPE_DOUBLE, QAnyValue(1.0)},      {T::TYPE_MONEY, Cents(100)},
@@ -86,12 +83,9 @@ TEST_F(AnyValueConvertTest, FromBool) {
                {T::TYPE_DOUBLE, QAnyValue(0.0)},
                {T::TYPE_MONEY, Cents(0)},
                {T::TYPE_LENGTH, Mm(0)}});
-    QAnyValue rate = Converted(QAnyValue(true), T::TYPE_RATE);
-    ASSERT_TRUE(rate.IsRate());
-    EXPECT_TRUE(rate.MakeRate().Num().Identical(QAnyValue(1))) << "0 or 1 as numerator";
-}
-
-TEST_F(AnyValueConvertTest, FromInt) {
+    QAnyValue rateOfTrue = Converted(QAnyValue(true), T::TYPE_RATE);
+    ASSERT_TRUE(rateOfTrue.IsRate());
+    EXPECT_TRUE(rateOfTrue.MakeRate().Num().Identical(QAnyValue(1))) << "0 or 1 as numerator";
     const Row fromThree[] = {
         {T::TYPE_STRING, QAnyValue(u"3")},     {T::TYPE_BOOL, QAnyValue(true)},
         {T::TYPE_DOUBLE, QAnyValue(3.0)},      {T::TYPE_MONEY, Cents(300)},
@@ -104,14 +98,11 @@ TEST_F(AnyValueConvertTest, FromInt) {
     ExpectRow("-1", QAnyValue(-1),
               {{T::TYPE_COLOR, QAnyValue(0xFFFFFFFFul)}, {T::TYPE_BOOL, QAnyValue(true)}});
     ExpectRow("0", QAnyValue(0), {{T::TYPE_BOOL, QAnyValue(false)}});
-    QAnyValue rate = Converted(QAnyValue(3), T::TYPE_RATE);
-    ASSERT_TRUE(rate.IsRate());
-    EXPECT_TRUE(rate.MakeRate().Num().Identical(QAnyValue(3)));
-    EXPECT_TRUE(rate.MakeRate().Den().Identical(QAnyValue(1)));
+    QAnyValue rateOfThree = Converted(QAnyValue(3), T::TYPE_RATE);
+    ASSERT_TRUE(rateOfThree.IsRate());
+    EXPECT_TRUE(rateOfThree.MakeRate().Num().Identical(QAnyValue(3)));
+    EXPECT_TRUE(rateOfThree.MakeRate().Den().Identical(QAnyValue(1)));
     EXPECT_TRUE(Converted(QAnyValue(3), T::TYPE_DATETIME).MakeDateTime().IsValid());
-}
-
-TEST_F(AnyValueConvertTest, FromNumber) {
     const Row fromNumber[] = {
         {T::TYPE_STRING, QAnyValue(u"2.9")},
         {T::TYPE_BOOL, QAnyValue(true)},
@@ -130,12 +121,9 @@ TEST_F(AnyValueConvertTest, FromNumber) {
     ExpectRow("1e20", QAnyValue(1e20), {{T::TYPE_STRING, QAnyValue(u"100000000000000000000")}});
     ExpectRow("1e-7", QAnyValue(1e-7), {{T::TYPE_STRING, QAnyValue(u"0")}});
     ExpectRow("3.0", QAnyValue(3.0), {{T::TYPE_STRING, QAnyValue(u"3")}});
-    QAnyValue rate = Converted(QAnyValue(2.5), T::TYPE_RATE);
-    ASSERT_TRUE(rate.IsRate());
-    EXPECT_TRUE(rate.MakeRate().Num().Identical(QAnyValue(2.5)));
-}
-
-TEST_F(AnyValueConvertTest, FromUnitsThroughTheDefaultUnits) {
+    QAnyValue rateOfNumber = Converted(QAnyValue(2.5), T::TYPE_RATE);
+    ASSERT_TRUE(rateOfNumber.IsRate());
+    EXPECT_TRUE(rateOfNumber.MakeRate().Num().Identical(QAnyValue(2.5)));
     const Row fromMoney[] = {
         {T::TYPE_STRING, QAnyValue(u"$1.50")},
         {T::TYPE_BOOL, QAnyValue(true)},
@@ -170,9 +158,10 @@ TEST_F(AnyValueConvertTest, FromUnitsThroughTheDefaultUnits) {
               {{T::TYPE_STRING, QAnyValue(u"90.00")},
                {T::TYPE_DOUBLE, QAnyValue(90.0)},
                {T::TYPE_INT, QAnyValue(90)}});
-    QAnyValue rate = Converted(Mm(2), T::TYPE_RATE);
-    ASSERT_TRUE(rate.IsRate());
-    EXPECT_TRUE(rate.MakeRate().Num().Identical(Mm(2))) << "the value itself is the numerator";
+    QAnyValue rateOfLength = Converted(Mm(2), T::TYPE_RATE);
+    ASSERT_TRUE(rateOfLength.IsRate());
+    EXPECT_TRUE(rateOfLength.MakeRate().Num().Identical(Mm(2)))
+        << "the value itself is the numerator";
 }
 
 TEST_F(AnyValueConvertTest, ANumberFollowsTheDefaultUnit) {
@@ -183,7 +172,7 @@ TEST_F(AnyValueConvertTest, ANumberFollowsTheDefaultUnit) {
     EXPECT_TRUE(Converted(Mm(1000), T::TYPE_DOUBLE).Identical(QAnyValue(1000.0)));
 }
 
-TEST_F(AnyValueConvertTest, FromDate) {
+TEST_F(AnyValueConvertTest, FromDateColorAndRate) {
     const QDateTime date(2026, 11, 21, 12, 0, 0);
     const double days = date.GetOleDate();
     const Row fromDate[] = {
@@ -200,9 +189,6 @@ TEST_F(AnyValueConvertTest, FromDate) {
     invalid.SetStatus(QDateTime::invalid);
     ExpectRow("an invalid date", QAnyValue(invalid),
               {{T::TYPE_STRING, QAnyValue(u"Invalid DateTime")}});
-}
-
-TEST_F(AnyValueConvertTest, FromColor) {
     const Row fromRed[] = {
         {T::TYPE_STRING, QAnyValue(u"rgb(255,0,0)")},
         {T::TYPE_BOOL, QAnyValue(true)},
@@ -216,9 +202,6 @@ TEST_F(AnyValueConvertTest, FromColor) {
               {{T::TYPE_INT, QAnyValue(-1)}, {T::TYPE_DOUBLE, QAnyValue(4294967295.0)}});
     ExpectRow("black", QAnyValue(0ul), {{T::TYPE_BOOL, QAnyValue(false)}});
     EXPECT_EQ(Utf8(QAnyValue::ToRGBString(0x123456)), "rgb(86,52,18)");
-}
-
-TEST_F(AnyValueConvertTest, FromRate) {
     const QAnyValue rate(QRateValue(Cents(300), Mm(2)));
     ASSERT_TRUE(rate.IsRate());
     const Row fromRate[] = {
@@ -236,7 +219,7 @@ TEST_F(AnyValueConvertTest, FromRate) {
               {{T::TYPE_BOOL, QAnyValue(false)}, {T::TYPE_STRING, QAnyValue(u"$0.00/2")}});
 }
 
-TEST_F(AnyValueConvertTest, ErrorsStayErrorsButForArrays) {
+TEST_F(AnyValueConvertTest, ErrorsStayErrorsAndStringsBecomeErrorsStatesDatesOrParsedValues) {
     const T targets[] = {T::TYPE_EMPTY,  T::TYPE_STRING, T::TYPE_BOOL,        T::TYPE_INT,
                          T::TYPE_DOUBLE, T::TYPE_MONEY,  T::TYPE_TIME,        T::TYPE_LENGTH,
                          T::TYPE_AREA,   T::TYPE_ANGLE,  T::TYPE_LOOKUPTABLE, T::TYPE_DATETIME,
@@ -249,51 +232,6 @@ TEST_F(AnyValueConvertTest, ErrorsStayErrorsButForArrays) {
     QArray<QAnyValue>& elements = error.MakeArray();
     ASSERT_EQ(elements.GetCount(), 1);
     EXPECT_EQ(MessageOf(elements[0]), "kept");
-}
-
-TEST_F(AnyValueConvertTest, NotAvailableEmptyAndNumbersToTheStateTargets) {
-    EXPECT_TRUE(Converted(NA(), T::TYPE_INT).IsNA());
-    EXPECT_TRUE(Converted(NA(), T::TYPE_STRING).IsNA());
-    EXPECT_TRUE(Converted(NA(), T::TYPE_EMPTY).IsNA());
-    EXPECT_TRUE(Converted(NA(), T::TYPE_ERROR).IsError());
-    EXPECT_TRUE(Converted(NA(), T::TYPE_ARRAY).Identical(Array({NA()})));
-    EXPECT_TRUE(Converted(QAnyValue(), T::TYPE_INT).Identical(QAnyValue(0)));
-    EXPECT_TRUE(Converted(QAnyValue(), T::TYPE_STRING).Identical(QAnyValue(u"")));
-    EXPECT_TRUE(Converted(QAnyValue(), T::TYPE_LENGTH).Identical(Mm(0)));
-    EXPECT_TRUE(Converted(QAnyValue(), T::TYPE_ARRAY).Identical(Array({})))
-        << "an empty value becomes an empty array, not an array of one";
-    EXPECT_TRUE(Converted(QAnyValue(3), T::TYPE_EMPTY).IsEmpty());
-    EXPECT_TRUE(Converted(QAnyValue(3), T::TYPE_NA).IsNA());
-    EXPECT_EQ(MessageOf(Converted(QAnyValue(3), T::TYPE_ERROR)), "");
-    const QAnyValue table = Converted(QAnyValue(3), T::TYPE_LOOKUPTABLE);
-    ASSERT_TRUE(table.IsLookupTable());
-    EXPECT_EQ(Utf8(table.Format()), "") << "no table";
-}
-
-TEST_F(AnyValueConvertTest, FromArrayAndLookupTable) {
-    const QAnyValue array = Array({2.5, u"a \"b\"", QAnyValue(), Mm(3)});
-    EXPECT_TRUE(Converted(array, T::TYPE_STRING).Identical(QAnyValue(u"[2.5,\"a \"\"b\"\"\",,3]")));
-    EXPECT_TRUE(Converted(array, T::TYPE_INT).Identical(QAnyValue(2)))
-        << "the first element counts";
-    EXPECT_TRUE(Converted(array, T::TYPE_LENGTH).Identical(Mm(2.5)));
-    EXPECT_TRUE(Converted(array, T::TYPE_EMPTY).IsEmpty());
-    EXPECT_TRUE(Converted(Array({Error("first")}), T::TYPE_INT).IsError());
-    EXPECT_TRUE(Converted(Array({}), T::TYPE_STRING).Identical(QAnyValue(u"[]")));
-    EXPECT_THROW(Converted(Array({}), T::TYPE_INT), InvalidArgumentException);
-    QAnyValue empty = Array({});
-    EXPECT_THROW(empty.MakeDouble(), InvalidArgumentException);
-    const QAnyValue table(QTableHandlePtr(new test::NamedTable(u"/tables/prices.vlt")));
-    EXPECT_TRUE(Converted(table, T::TYPE_STRING).Identical(QAnyValue(u"/tables/prices.vlt")));
-    EXPECT_TRUE(Converted(table, T::TYPE_INT).Identical(QAnyValue(0)));
-    EXPECT_TRUE(Converted(table, T::TYPE_LENGTH).Identical(Mm(0)));
-    const QAnyValue wrapped = Converted(table, T::TYPE_ARRAY);
-    ASSERT_EQ(wrapped.GetSize(), 1);
-    EXPECT_TRUE(Converted(QAnyValue(QTableHandlePtr()), T::TYPE_STRING).Identical(QAnyValue(u"")));
-}
-
-// --- From a string -----------------------------------------------------------------------------
-
-TEST_F(AnyValueConvertTest, StringsBecomeErrorsStatesAndDates) {
     EXPECT_EQ(MessageOf(Converted(QAnyValue(u"my message"), T::TYPE_ERROR)), "my message");
     EXPECT_TRUE(Converted(QAnyValue(u"#err!"), T::TYPE_INT).IsError());
     EXPECT_TRUE(Converted(QAnyValue(u"#n/a"), T::TYPE_LENGTH).IsNA());
@@ -307,9 +245,6 @@ TEST_F(AnyValueConvertTest, StringsBecomeErrorsStatesAndDates) {
     const QAnyValue date = Converted(QAnyValue(u"21/11/2026"), T::TYPE_DATETIME);
     EXPECT_TRUE(date.Identical(QAnyValue(QDateTime(2026, 11, 21))));
     EXPECT_EQ(MessageOf(Converted(QAnyValue(u"soon"), T::TYPE_DATETIME)), "Invalid DateTime");
-}
-
-TEST_F(AnyValueConvertTest, ParsedStringsNeedNoFormula) {
     const struct {
         const char* text;
         T target;
@@ -341,7 +276,46 @@ TEST_F(AnyValueConvertTest, ParsedStringsNeedNoFormula) {
     EXPECT_TRUE(FakeEvaluator::asked.empty()) << "no text needed the evaluator";
 }
 
-TEST_F(AnyValueConvertTest, TheFormulaStep) {
+TEST_F(AnyValueConvertTest, StatesEmptyArraysAndTablesConvert) {
+    EXPECT_TRUE(Converted(NA(), T::TYPE_INT).IsNA());
+    EXPECT_TRUE(Converted(NA(), T::TYPE_STRING).IsNA());
+    EXPECT_TRUE(Converted(NA(), T::TYPE_EMPTY).IsNA());
+    EXPECT_TRUE(Converted(NA(), T::TYPE_ERROR).IsError());
+    EXPECT_TRUE(Converted(NA(), T::TYPE_ARRAY).Identical(Array({NA()})));
+    EXPECT_TRUE(Converted(QAnyValue(), T::TYPE_INT).Identical(QAnyValue(0)));
+    EXPECT_TRUE(Converted(QAnyValue(), T::TYPE_STRING).Identical(QAnyValue(u"")));
+    EXPECT_TRUE(Converted(QAnyValue(), T::TYPE_LENGTH).Identical(Mm(0)));
+    EXPECT_TRUE(Converted(QAnyValue(), T::TYPE_ARRAY).Identical(Array({})))
+        << "an empty value becomes an empty array, not an array of one";
+    EXPECT_TRUE(Converted(QAnyValue(3), T::TYPE_EMPTY).IsEmpty());
+    EXPECT_TRUE(Converted(QAnyValue(3), T::TYPE_NA).IsNA());
+    EXPECT_EQ(MessageOf(Converted(QAnyValue(3), T::TYPE_ERROR)), "");
+    const QAnyValue noTable = Converted(QAnyValue(3), T::TYPE_LOOKUPTABLE);
+    ASSERT_TRUE(noTable.IsLookupTable());
+    EXPECT_EQ(Utf8(noTable.Format()), "") << "no noTable";
+    const QAnyValue array = Array({2.5, u"a \"b\"", QAnyValue(), Mm(3)});
+    EXPECT_TRUE(Converted(array, T::TYPE_STRING).Identical(QAnyValue(u"[2.5,\"a \"\"b\"\"\",,3]")));
+    EXPECT_TRUE(Converted(array, T::TYPE_INT).Identical(QAnyValue(2)))
+        << "the first element counts";
+    EXPECT_TRUE(Converted(array, T::TYPE_LENGTH).Identical(Mm(2.5)));
+    EXPECT_TRUE(Converted(array, T::TYPE_EMPTY).IsEmpty());
+    EXPECT_TRUE(Converted(Array({Error("first")}), T::TYPE_INT).IsError());
+    EXPECT_TRUE(Converted(Array({}), T::TYPE_STRING).Identical(QAnyValue(u"[]")));
+    EXPECT_THROW(Converted(Array({}), T::TYPE_INT), InvalidArgumentException);
+    QAnyValue empty = Array({});
+    EXPECT_THROW(empty.MakeDouble(), InvalidArgumentException);
+    const QAnyValue table(QTableHandlePtr(new test::NamedTable(u"/tables/prices.vlt")));
+    EXPECT_TRUE(Converted(table, T::TYPE_STRING).Identical(QAnyValue(u"/tables/prices.vlt")));
+    EXPECT_TRUE(Converted(table, T::TYPE_INT).Identical(QAnyValue(0)));
+    EXPECT_TRUE(Converted(table, T::TYPE_LENGTH).Identical(Mm(0)));
+    const QAnyValue wrapped = Converted(table, T::TYPE_ARRAY);
+    ASSERT_EQ(wrapped.GetSize(), 1);
+    EXPECT_TRUE(Converted(QAnyValue(QTableHandlePtr()), T::TYPE_STRING).Identical(QAnyValue(u"")));
+}
+
+// --- From a string -----------------------------------------------------------------------------
+
+TEST_F(AnyValueConvertTest, TheFormulaStepItsFailuresAndRunningAsAFormulaWhichSkipsTheParser) {
     EXPECT_TRUE(Converted(QAnyValue(u"=1+1"), T::TYPE_DOUBLE).Identical(QAnyValue(2.0)));
     EXPECT_EQ(FakeEvaluator::asked, std::vector<std::string>{"1+1"}) << "without the =";
     FakeEvaluator::asked.clear();
@@ -363,9 +337,6 @@ TEST_F(AnyValueConvertTest, TheFormulaStep) {
     EXPECT_TRUE(Converted(QAnyValue(u"missing"), T::TYPE_INT).IsNA());
     EXPECT_EQ(MessageOf(Converted(QAnyValue(u"broken"), T::TYPE_INT)), "inner failure");
     EXPECT_TRUE(Converted(QAnyValue(u"="), T::TYPE_INT).Identical(QAnyValue(0)));
-}
-
-TEST_F(AnyValueConvertTest, FormulaFailuresAndRunningAsAFormulaWhichSkipsTheParser) {
     EXPECT_EQ(MessageOf(Converted(QAnyValue(u"abc"), T::TYPE_DOUBLE)),
               "Could not evaluate formula\nabc");
     EXPECT_EQ(MessageOf(Converted(QAnyValue(u"=abc"), T::TYPE_LENGTH)),
@@ -394,7 +365,7 @@ TEST_F(AnyValueConvertTest, FormulaFailuresAndRunningAsAFormulaWhichSkipsThePars
 
 // --- Parsing -----------------------------------------------------------------------------------
 
-TEST_F(AnyValueConvertTest, ParseOfOneTypeSetsTheTypeEvenWhenItFails) {
+TEST_F(AnyValueConvertTest, ParseOfOneTypeSetsTheTypeEvenWhenItFailsAndParseTriesTheTypesInOrder) {
     QAnyValue value(u"old");
     EXPECT_EQ(value.Parse(u"abc", T::TYPE_LENGTH), PARSE_NONE);
     EXPECT_TRUE(value.Identical(Mm(0)));
@@ -409,9 +380,6 @@ TEST_F(AnyValueConvertTest, ParseOfOneTypeSetsTheTypeEvenWhenItFails) {
     EXPECT_EQ(value.Parse(u"no digits", T::TYPE_DATETIME), PARSE_NONE);
     EXPECT_EQ(value.Parse(u"$2 / hr", T::TYPE_RATE), PARSE_EXACT);
     EXPECT_TRUE(value.IsRate());
-}
-
-TEST_F(AnyValueConvertTest, ParseTriesTheTypesInOrder) {
     const struct {
         const char* text;
         PARSERESULT result;

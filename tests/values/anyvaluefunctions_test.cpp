@@ -138,91 +138,71 @@ TEST(MulDivTest, AZeroDivisorOrAResultBeyond32BitsIsMinusOne) {
 
 // --- Numeric functions with a second value -----------------------------------------------------
 
-TEST_F(AnyValueFunctionsTest, DivIsTheTruncatedQuotientAsAWholeNumber) {
+TEST_F(AnyValueFunctionsTest, DivModCeilingFloorMroundAndPowKeepTheirTypesAndNameTheirFailures) {
     ExpectBinaryCases({
-        {"7.5 by 2", &V::DIVit, V(7.5), V(2), V(3)},
-        {"-7.5 by 2", &V::DIVit, V(-7.5), V(2), V(-3)},
-        {"whole numbers", &V::DIVit, V(7), V(2), V(3)},
-        {"lengths", &V::DIVit, Mm(1000), Mm(300), V(3)},
-        {"a string of digits", &V::DIVit, Text("9"), V(2.0), V(4)},
-        {"beyond 32 bits saturates", &V::DIVit, V(1e20), V(1), V(kIntMax)},
-        {"by zero", &V::DIVit, V(7), V(0), Error("Cannot DIV() due to division by zero")},
-        {"zero by zero", &V::DIVit, V(0), V(0.0),
+        {"DIV 7.5 by 2", &V::DIVit, V(7.5), V(2), V(3)},
+        {"DIV -7.5 by 2", &V::DIVit, V(-7.5), V(2), V(-3)},
+        {"DIV whole numbers", &V::DIVit, V(7), V(2), V(3)},
+        {"DIV lengths", &V::DIVit, Mm(1000), Mm(300), V(3)},
+        {"DIV a string of digits", &V::DIVit, Text("9"), V(2.0), V(4)},
+        {"DIV beyond 32 bits saturates", &V::DIVit, V(1e20), V(1), V(kIntMax)},
+        {"DIV by zero", &V::DIVit, V(7), V(0), Error("Cannot DIV() due to division by zero")},
+        {"DIV zero by zero", &V::DIVit, V(0), V(0.0),
          Error("Cannot DIV() due to result was not a number")},
-    });
-}
-
-TEST_F(AnyValueFunctionsTest, ModTakesTheTypeOfTheDivisor) {
-    ExpectBinaryCases({
-        {"whole numbers", &V::MODit, V(10), V(3), V(1)},
-        {"number divisor", &V::MODit, V(10), V(3.0), V(1.0)},
-        {"whole divisor cuts the remainder", &V::MODit, V(10.5), V(3), V(1)},
-        {"sign of the dividend", &V::MODit, V(-7), V(3), V(-1)},
-        {"lengths", &V::MODit, Mm(1000), Mm(300), Mm(100)},
-        {"string divisor", &V::MODit, V(10), Text("3"), Text("1")},
-        {"by zero", &V::MODit, V(10), V(0), Error("Cannot MOD() due to result was not a number")},
-    });
-}
-
-TEST_F(AnyValueFunctionsTest, CeilingNudgesTheQuotientTowardZero) {
-    ExpectBinaryCases({
-        {"floating error above a multiple", &V::CEILINGit, V(2.0000000001), V(1.0), V(2.0)},
-        {"clearly above", &V::CEILINGit, V(2.01), V(1.0), V(3.0)},
-        {"inside the nudge", &V::CEILINGit, V(2.0000009), V(1.0), V(2.0)},
-        {"beyond the nudge", &V::CEILINGit, V(2.0000011), V(1.0), V(3.0)},
-        {"negative half", &V::CEILINGit, V(-2.5), V(1.0), V(-2.0)},
-        {"negative beyond the nudge", &V::CEILINGit, V(-2.000002), V(1.0), V(-2.0)},
-        {"negative exact multiple moves toward zero", &V::CEILINGit, V(-2.0), V(1.0), V(-1.0)},
-        {"whole multiple", &V::CEILINGit, V(7), V(2), V(8)},
-        {"negative multiple", &V::CEILINGit, V(7.0), V(-2.0), V(6.0)},
-        {"length multiple", &V::CEILINGit, Mm(10), V(QLength(1, QLength::LU_INCH)), Mm(25.4)},
-        {"number by a length", &V::CEILINGit, V(30), Mm(25.4), Mm(50.8)},
-        {"by zero", &V::CEILINGit, V(5.0), V(0.0),
+        {"MOD whole numbers", &V::MODit, V(10), V(3), V(1)},
+        {"MOD number divisor", &V::MODit, V(10), V(3.0), V(1.0)},
+        {"MOD whole divisor cuts the remainder", &V::MODit, V(10.5), V(3), V(1)},
+        {"MOD sign of the dividend", &V::MODit, V(-7), V(3), V(-1)},
+        {"MOD lengths", &V::MODit, Mm(1000), Mm(300), Mm(100)},
+        {"MOD string divisor", &V::MODit, V(10), Text("3"), Text("1")},
+        {"MOD by zero", &V::MODit, V(10), V(0),
+         Error("Cannot MOD() due to result was not a number")},
+        {"CEILING floating error above a multiple", &V::CEILINGit, V(2.0000000001), V(1.0), V(2.0)},
+        {"CEILING clearly above", &V::CEILINGit, V(2.01), V(1.0), V(3.0)},
+        {"CEILING inside the nudge", &V::CEILINGit, V(2.0000009), V(1.0), V(2.0)},
+        {"CEILING beyond the nudge", &V::CEILINGit, V(2.0000011), V(1.0), V(3.0)},
+        {"CEILING negative half", &V::CEILINGit, V(-2.5), V(1.0), V(-2.0)},
+        {"CEILING negative beyond the nudge", &V::CEILINGit, V(-2.000002), V(1.0), V(-2.0)},
+        {"CEILING negative exact multiple moves toward zero", &V::CEILINGit, V(-2.0), V(1.0),
+         V(-1.0)},
+        {"CEILING whole multiple", &V::CEILINGit, V(7), V(2), V(8)},
+        {"CEILING negative multiple", &V::CEILINGit, V(7.0), V(-2.0), V(6.0)},
+        {"CEILING length multiple", &V::CEILINGit, Mm(10), V(QLength(1, QLength::LU_INCH)),
+         Mm(25.4)},
+        {"CEILING number by a length", &V::CEILINGit, V(30), Mm(25.4), Mm(50.8)},
+        {"CEILING by zero", &V::CEILINGit, V(5.0), V(0.0),
          Error("Cannot CEILING() due to division by zero")},
-        {"zero by zero", &V::CEILINGit, V(0.0), V(0.0),
+        {"CEILING zero by zero", &V::CEILINGit, V(0.0), V(0.0),
          Error("Cannot CEILING() due to result was not a number")},
-    });
-}
-
-TEST_F(AnyValueFunctionsTest, FloorNudgesTheQuotientAwayFromZero) {
-    ExpectBinaryCases({
-        {"floating error below a multiple", &V::FLOORit, V(1.9999999), V(1.0), V(2.0)},
-        {"clearly below", &V::FLOORit, V(1.99), V(1.0), V(1.0)},
-        {"inside the nudge", &V::FLOORit, V(1.9999995), V(1.0), V(2.0)},
-        {"beyond the nudge", &V::FLOORit, V(1.9999985), V(1.0), V(1.0)},
-        {"negative half", &V::FLOORit, V(-2.5), V(1.0), V(-3.0)},
-        {"negative exact multiple moves away from zero", &V::FLOORit, V(-2.0), V(1.0), V(-3.0)},
-        {"whole negative multiple", &V::FLOORit, V(7), V(-2), V(8)},
-        {"both negative", &V::FLOORit, V(-7.0), V(-2.0), V(-6.0)},
-        {"length multiple", &V::FLOORit, Mm(10), V(QLength(1, QLength::LU_INCH)), Mm(0)},
-        {"by zero", &V::FLOORit, V(5), V(0), Error("Cannot FLOOR() due to division by zero")},
-    });
-}
-
-TEST_F(AnyValueFunctionsTest, MroundRoundsHalvesAwayFromZero) {
-    ExpectBinaryCases({
-        {"half up", &V::MROUNDit, V(2.5), V(1.0), V(3.0)},
-        {"negative half", &V::MROUNDit, V(-2.5), V(1.0), V(-3.0)},
-        {"below half", &V::MROUNDit, V(1.4), V(1.0), V(1.0)},
-        {"half of a multiple of 2", &V::MROUNDit, V(5.0), V(2.0), V(6.0)},
-        {"below half of 2", &V::MROUNDit, V(6.9), V(2.0), V(6.0)},
-        {"negative multiple", &V::MROUNDit, V(7), V(-2), V(8)},
-        {"lengths", &V::MROUNDit, Mm(1234), Mm(100), Mm(1200)},
-        {"money by a number", &V::MROUNDit, Dollars(7.3), V(0.5), V(7.5)},
-    });
-}
-
-TEST_F(AnyValueFunctionsTest, PowPutsBackTheTypeOfTheBase) {
-    ExpectBinaryCases({
-        {"whole base", &V::POWit, V(2), V(10), V(1024)},
-        {"whole base, fractional result", &V::POWit, V(2), V(-1), V(0)},
-        {"root", &V::POWit, V(9.0), V(0.5), V(3.0)},
-        {"length base", &V::POWit, Mm(3), V(2), Mm(9)},
-        {"zero to a negative power", &V::POWit, V(0.0), V(-1.0),
+        {"FLOOR floating error below a multiple", &V::FLOORit, V(1.9999999), V(1.0), V(2.0)},
+        {"FLOOR clearly below", &V::FLOORit, V(1.99), V(1.0), V(1.0)},
+        {"FLOOR inside the nudge", &V::FLOORit, V(1.9999995), V(1.0), V(2.0)},
+        {"FLOOR beyond the nudge", &V::FLOORit, V(1.9999985), V(1.0), V(1.0)},
+        {"FLOOR negative half", &V::FLOORit, V(-2.5), V(1.0), V(-3.0)},
+        {"FLOOR negative exact multiple moves away from zero", &V::FLOORit, V(-2.0), V(1.0),
+         V(-3.0)},
+        {"FLOOR whole negative multiple", &V::FLOORit, V(7), V(-2), V(8)},
+        {"FLOOR both negative", &V::FLOORit, V(-7.0), V(-2.0), V(-6.0)},
+        {"FLOOR length multiple", &V::FLOORit, Mm(10), V(QLength(1, QLength::LU_INCH)), Mm(0)},
+        {"FLOOR by zero", &V::FLOORit, V(5), V(0), Error("Cannot FLOOR() due to division by zero")},
+        {"MROUND half up", &V::MROUNDit, V(2.5), V(1.0), V(3.0)},
+        {"MROUND negative half", &V::MROUNDit, V(-2.5), V(1.0), V(-3.0)},
+        {"MROUND below half", &V::MROUNDit, V(1.4), V(1.0), V(1.0)},
+        {"MROUND half of a multiple of 2", &V::MROUNDit, V(5.0), V(2.0), V(6.0)},
+        {"MROUND below half of 2", &V::MROUNDit, V(6.9), V(2.0), V(6.0)},
+        {"MROUND negative multiple", &V::MROUNDit, V(7), V(-2), V(8)},
+        {"MROUND lengths", &V::MROUNDit, Mm(1234), Mm(100), Mm(1200)},
+        {"MROUND money by a number", &V::MROUNDit, Dollars(7.3), V(0.5), V(7.5)},
+        {"POW whole base", &V::POWit, V(2), V(10), V(1024)},
+        {"POW whole base, fractional result", &V::POWit, V(2), V(-1), V(0)},
+        {"POW root", &V::POWit, V(9.0), V(0.5), V(3.0)},
+        {"POW length base", &V::POWit, Mm(3), V(2), Mm(9)},
+        {"POW zero to a negative power", &V::POWit, V(0.0), V(-1.0),
          Error("Cannot POW() due to division by zero")},
-        {"negative to a fraction", &V::POWit, V(-8.0), V(1.0 / 3),
+        {"POW negative to a fraction", &V::POWit, V(-8.0), V(1.0 / 3),
          Error("Cannot POW() due to result was not a number")},
-        {"overflow", &V::POWit, V(10.0), V(400.0), Error("Cannot POW() due to result was too big")},
+        {"POW overflow", &V::POWit, V(10.0), V(400.0),
+         Error("Cannot POW() due to result was too big")},
     });
 }
 
@@ -245,7 +225,7 @@ TEST_F(AnyValueFunctionsTest, AFaultLeavesNoPendingStatusBehind) {
     EXPECT_EQ(ReadFPStatus() & (SW_OVERFLOW | SW_ZERODIVIDE | SW_INVALID), 0u);
 }
 
-TEST_F(AnyValueFunctionsTest, AFailureInsideTheGuardNamesTheMember) {
+TEST_F(AnyValueFunctionsTest, FailuresInsideTheGuardNameTheMemberAndNoNumberGivesItsOwn) {
     const V boomRate(QRateValue(Text("boom"), V(1)));
     const V silentRate(QRateValue(Text("silent"), V(1)));
     ASSERT_TRUE(boomRate.IsRate());
@@ -263,19 +243,15 @@ TEST_F(AnyValueFunctionsTest, AFailureInsideTheGuardNamesTheMember) {
         {"FLOOR, no message", &V::FLOORit, Text("silent"), V(2),
          Error("Cannot FLOOR(), unknown error")},
         {"POW, no message", &V::POWit, V(2), Text("silent"), Error("Cannot POW(), unknown error")},
+        {"MOD receiver", &V::MODit, Text("abc"), V(3), Error("Could not evaluate formula\nabc")},
+        {"MROUND argument", &V::MROUNDit, V(3), Text("abc"),
+         Error("Could not evaluate formula\nabc")},
+        {"DIV both", &V::DIVit, Text("abc"), Text("xyz"), Error("Could not evaluate formula\nabc")},
+        {"POW not-available text", &V::POWit, V(2), Text("#N/A"), NA()},
     });
     ExpectUnaryCases({
         {"SQRT", &V::SQRTit, boomRate, Error("Cannot SQRT() due to evaluator broke")},
         {"SQRT, no message", &V::SQRTit, silentRate, Error("Cannot SQRT(), unknown error")},
-    });
-}
-
-TEST_F(AnyValueFunctionsTest, AnArgumentThatIsNoNumberGivesItsOwnError) {
-    ExpectBinaryCases({
-        {"receiver", &V::MODit, Text("abc"), V(3), Error("Could not evaluate formula\nabc")},
-        {"argument", &V::MROUNDit, V(3), Text("abc"), Error("Could not evaluate formula\nabc")},
-        {"both", &V::DIVit, Text("abc"), Text("xyz"), Error("Could not evaluate formula\nabc")},
-        {"not-available text", &V::POWit, V(2), Text("#N/A"), NA()},
     });
 }
 
@@ -437,76 +413,74 @@ TEST_F(AnyValueFunctionsTest, TheCopyingFormsLeaveTheValueAlone) {
 
 // --- Numeric functions of one value ------------------------------------------------------------
 
-TEST_F(AnyValueFunctionsTest, AbsIsTheMagnitudeInTheSameType) {
+TEST_F(AnyValueFunctionsTest, AbsSignSqrtAndTruncKeepOrMakeTheirTypes) {
     const V negativeRate(QRateValue(Dollars(-10), Mm(1000)));
     const V positiveRate(QRateValue(Dollars(10), Mm(1000)));
     ASSERT_TRUE(negativeRate.IsRate());
-    ExpectUnaryCases({
-        {"whole number", &V::ABSit, V(-3), V(3)},
-        {"number", &V::ABSit, V(-2.5), V(2.5)},
-        {"positive stays", &V::ABSit, V(4), V(4)},
-        {"money", &V::ABSit, Dollars(-2.5), Dollars(2.5)},
-        {"time", &V::ABSit, V(QTime(-1.5, QTime::TU_HOURS)), V(QTime(1.5, QTime::TU_HOURS))},
-        {"length", &V::ABSit, Mm(-5), Mm(5)},
-        {"area", &V::ABSit, V(QArea(-2, QArea::AU_SQM)), V(QArea(2, QArea::AU_SQM))},
-        {"volume", &V::ABSit, V(QVolume(-2, QVolume::VU_CBM)), V(QVolume(2, QVolume::VU_CBM))},
-        {"angle", &V::ABSit, V(QAngle(-30, QAngle::ANGU_DEG)), V(QAngle(30, QAngle::ANGU_DEG))},
-        {"rate", &V::ABSit, negativeRate, positiveRate},
-        {"string", &V::ABSit, Text("-3"), Error("Cannot ABS() value when not numeric")},
-        {"boolean", &V::ABSit, V(true), Error("Cannot ABS() value when not numeric")},
-        {"empty", &V::ABSit, V(), Error("Cannot ABS() value when not numeric")},
-    });
-}
-
-TEST_F(AnyValueFunctionsTest, SignIsAWholeNumber) {
-    ExpectUnaryCases({
-        {"negative whole", &V::SIGNit, V(-3), V(-1)},
-        {"zero", &V::SIGNit, V(0.0), V(0)},
-        {"positive number", &V::SIGNit, V(2.5), V(1)},
-        {"tiny negative length", &V::SIGNit, Mm(-0.001), V(-1)},
-        {"zero money", &V::SIGNit, Dollars(0), V(0)},
-        {"positive time", &V::SIGNit, V(QTime(2, QTime::TU_HOURS)), V(1)},
-        {"string", &V::SIGNit, Text("x"), Error("Cannot SIGN() when not numeric")},
-        {"boolean", &V::SIGNit, V(false), Error("Cannot SIGN() when not numeric")},
-    });
-}
-
-TEST_F(AnyValueFunctionsTest, SqrtIsANumber) {
-    ExpectUnaryCases({
-        {"whole number", &V::SQRTit, V(9), V(3.0)},
-        {"number", &V::SQRTit, V(2.25), V(1.5)},
-        {"area in its default unit", &V::SQRTit, V(QArea(4, QArea::AU_SQM)), V(2.0)},
-        {"negative", &V::SQRTit, V(-1.0), Error("Cannot SQRT() due to result was not a number")},
-        {"string", &V::SQRTit, Text("9"), Error("Cannot SQRT() when not numeric")},
-        {"boolean", &V::SQRTit, V(true), Error("Cannot SQRT() when not numeric")},
-    });
-}
-
-TEST_F(AnyValueFunctionsTest, TruncKeepsUnitsInTheirType) {
     const V rate(QRateValue(Dollars(2.75), Mm(1000)));
     const V truncatedRate(QRateValue(Dollars(2), Mm(1000)));
     ExpectUnaryCases({
-        {"number", &V::TRUNCit, V(2.9), V(2.0)},
-        {"negative number", &V::TRUNCit, V(-2.9), V(-2.0)},
-        {"whole number", &V::TRUNCit, V(7), V(7)},
-        {"numeric string", &V::TRUNCit, Text("2.9"), V(2.0)},
-        {"boolean counts as a number", &V::TRUNCit, V(true), V(1.0)},
-        {"money", &V::TRUNCit, Dollars(2.75), Dollars(2)},
-        {"time in hours", &V::TRUNCit, V(QTime(1.5, QTime::TU_HOURS)),
+        {"ABS whole number", &V::ABSit, V(-3), V(3)},
+        {"ABS number", &V::ABSit, V(-2.5), V(2.5)},
+        {"ABS positive stays", &V::ABSit, V(4), V(4)},
+        {"ABS money", &V::ABSit, Dollars(-2.5), Dollars(2.5)},
+        {"ABS time", &V::ABSit, V(QTime(-1.5, QTime::TU_HOURS)), V(QTime(1.5, QTime::TU_HOURS))},
+        {"ABS length", &V::ABSit, Mm(-5), Mm(5)},
+        {"ABS area", &V::ABSit, V(QArea(-2, QArea::AU_SQM)), V(QArea(2, QArea::AU_SQM))},
+        {"ABS volume", &V::ABSit, V(QVolume(-2, QVolume::VU_CBM)), V(QVolume(2, QVolume::VU_CBM))},
+        {"ABS angle", &V::ABSit, V(QAngle(-30, QAngle::ANGU_DEG)), V(QAngle(30, QAngle::ANGU_DEG))},
+        {"ABS rate", &V::ABSit, negativeRate, positiveRate},
+        {"ABS string", &V::ABSit, Text("-3"), Error("Cannot ABS() value when not numeric")},
+        {"ABS boolean", &V::ABSit, V(true), Error("Cannot ABS() value when not numeric")},
+        {"ABS empty", &V::ABSit, V(), Error("Cannot ABS() value when not numeric")},
+        {"SIGN negative whole", &V::SIGNit, V(-3), V(-1)},
+        {"SIGN zero", &V::SIGNit, V(0.0), V(0)},
+        {"SIGN positive number", &V::SIGNit, V(2.5), V(1)},
+        {"SIGN tiny negative length", &V::SIGNit, Mm(-0.001), V(-1)},
+        {"SIGN zero money", &V::SIGNit, Dollars(0), V(0)},
+        {"SIGN positive time", &V::SIGNit, V(QTime(2, QTime::TU_HOURS)), V(1)},
+        {"SIGN string", &V::SIGNit, Text("x"), Error("Cannot SIGN() when not numeric")},
+        {"SIGN boolean", &V::SIGNit, V(false), Error("Cannot SIGN() when not numeric")},
+        {"SQRT whole number", &V::SQRTit, V(9), V(3.0)},
+        {"SQRT number", &V::SQRTit, V(2.25), V(1.5)},
+        {"SQRT area in its default unit", &V::SQRTit, V(QArea(4, QArea::AU_SQM)), V(2.0)},
+        {"SQRT negative", &V::SQRTit, V(-1.0),
+         Error("Cannot SQRT() due to result was not a number")},
+        {"SQRT string", &V::SQRTit, Text("9"), Error("Cannot SQRT() when not numeric")},
+        {"SQRT boolean", &V::SQRTit, V(true), Error("Cannot SQRT() when not numeric")},
+        {"TRUNC number", &V::TRUNCit, V(2.9), V(2.0)},
+        {"TRUNC negative number", &V::TRUNCit, V(-2.9), V(-2.0)},
+        {"TRUNC whole number", &V::TRUNCit, V(7), V(7)},
+        {"TRUNC numeric string", &V::TRUNCit, Text("2.9"), V(2.0)},
+        {"TRUNC boolean counts as a number", &V::TRUNCit, V(true), V(1.0)},
+        {"TRUNC money", &V::TRUNCit, Dollars(2.75), Dollars(2)},
+        {"TRUNC time in hours", &V::TRUNCit, V(QTime(1.5, QTime::TU_HOURS)),
          V(QTime(1, QTime::TU_HOURS))},
-        {"length in mm", &V::TRUNCit, Mm(2.7), Mm(2)},
-        {"area", &V::TRUNCit, V(QArea(3.5, QArea::AU_SQM)), V(QArea(3, QArea::AU_SQM))},
-        {"volume", &V::TRUNCit, V(QVolume(1.25, QVolume::VU_CBM)), V(QVolume(1, QVolume::VU_CBM))},
-        {"angle", &V::TRUNCit, V(QAngle(45.7, QAngle::ANGU_DEG)), V(QAngle(45, QAngle::ANGU_DEG))},
-        {"rate cuts its numerator", &V::TRUNCit, rate, truncatedRate},
-        {"empty", &V::TRUNCit, V(), Error("Cannot TRUNC() when not numeric")},
-        {"not a formula", &V::TRUNCit, Text("abc"), Error("Could not evaluate formula\nabc")},
+        {"TRUNC length in mm", &V::TRUNCit, Mm(2.7), Mm(2)},
+        {"TRUNC area", &V::TRUNCit, V(QArea(3.5, QArea::AU_SQM)), V(QArea(3, QArea::AU_SQM))},
+        {"TRUNC volume", &V::TRUNCit, V(QVolume(1.25, QVolume::VU_CBM)),
+         V(QVolume(1, QVolume::VU_CBM))},
+        {"TRUNC angle", &V::TRUNCit, V(QAngle(45.7, QAngle::ANGU_DEG)),
+         V(QAngle(45, QAngle::ANGU_DEG))},
+        {"TRUNC rate cuts its numerator", &V::TRUNCit, rate, truncatedRate},
+        {"TRUNC empty", &V::TRUNCit, V(), Error("Cannot TRUNC() when not numeric")},
+        {"TRUNC not a formula", &V::TRUNCit, Text("abc"), Error("Could not evaluate formula\nabc")},
+        {"LOWERNOCVT lower", &V::LOWERNOCVTit, Text("MiXed"), Text("mixed")},
+        {"UPPERNOCVT upper", &V::UPPERNOCVTit, Text("MiXed"), Text("MIXED")},
+        {"LOWERNOCVT a number stays a number", &V::LOWERNOCVTit, V(5), V(5)},
+        {"UPPERNOCVT a length stays", &V::UPPERNOCVTit, Mm(5), Mm(5)},
+        {"UPPERNOCVT an empty value stays", &V::UPPERNOCVTit, V(), V()},
+        {"LOWERNOCVT arrays by element", &V::LOWERNOCVTit, Array({Text("A"), V(5)}),
+         Array({Text("a"), V(5)})},
     });
 }
 
 // --- Conversions with a display form -----------------------------------------------------------
 
-TEST_F(AnyValueFunctionsTest, DollarAndLengthConvertOrFail) {
+TEST_F(AnyValueFunctionsTest, ConversionsAndArrayMembersByPositionCountFromOneAndCutToWhatExists) {
+    const V tens = Array({V(10), V(20), V(30)});
+    const V three = Array({V(1), V(2), V(3)});
+    const V four = Array({V(1), V(2), V(3), V(4)});
     ExpectActionCases({
         {"DOLLAR of a number", [](V& v) { v.DOLLARit(2, false); }, V(2.5), Dollars(2.5)},
         {"DOLLAR of a money text", [](V& v) { v.DOLLARit(2, false); }, Text("3.25"), Dollars(3.25)},
@@ -523,18 +497,65 @@ TEST_F(AnyValueFunctionsTest, DollarAndLengthConvertOrFail) {
          Error("Cannot LENGTH() when not numeric")},
         {"LENGTH of a word without unit", [](V& v) { v.LENGTHit(0, true); }, Text("abc"),
          Error("Cannot LENGTH() when not numeric")},
+        {"GETSIZE size", [](V& v) { v.GETSIZEit(); }, tens, V(3)},
+        {"GETSIZE size of a scalar", [](V& v) { v.GETSIZEit(); }, V(7.5), V(1)},
+        {"GETSIZE size of an empty array", [](V& v) { v.GETSIZEit(); }, Array({}), V(0)},
+        {"GETAT first", [](V& v) { v.GETATit(1); }, tens, V(10)},
+        {"GETAT last", [](V& v) { v.GETATit(3); }, tens, V(30)},
+        {"GETAT a scalar is its own first", [](V& v) { v.GETATit(1); }, V(7), V(7)},
+        {"GETAT below", [](V& v) { v.GETATit(0); }, tens,
+         Error("Array subscript out of bounds [0] but should be in range [1 to 3]")},
+        {"GETAT above", [](V& v) { v.GETATit(4); }, tens,
+         Error("Array subscript out of bounds [4] but should be in range [1 to 3]")},
+        {"GETAT second of a scalar", [](V& v) { v.GETATit(2); }, V(7),
+         Error("Array subscript out of bounds [2] but should be in range [1 to 1]")},
+        {"GETAT of an empty array", [](V& v) { v.GETATit(1); }, Array({}),
+         Error("Array subscript out of bounds [1] but should be in range [1 to 0]")},
+        {"SETARRAYVALUE inside", [](V& v) { v.SETARRAYVALUEit(2, Text("x")); }, three,
+         Array({V(1), Text("x"), V(3)})},
+        {"SETARRAYVALUE an error is stored as an element",
+         [](V& v) { v.SETARRAYVALUEit(3, Error("e")); }, three, Array({V(1), V(2), Error("e")})},
+        {"SETARRAYVALUE a scalar becomes an array", [](V& v) { v.SETARRAYVALUEit(1, V(6)); }, V(5),
+         Array({V(6)})},
+        {"SETARRAYVALUE past the end", [](V& v) { v.SETARRAYVALUEit(4, V(9)); }, three,
+         Error("Array subscript out of bounds [4] but should be in range [1 to 3]")},
+        {"SETARRAYVALUE before the start", [](V& v) { v.SETARRAYVALUEit(0, V(9)); }, three,
+         Error("Array subscript out of bounds [0] but should be in range [1 to 3]")},
+        {"SETARRAYVALUE the array itself", [](V& v) { v.SETARRAYVALUEit(1, v); },
+         Array({V(1), V(2)}), Array({Array({V(1), V(2)}), V(2)})},
+        {"APPENDITEM an array as one element",
+         [](V& v) {
+             v.APPENDITEMit(Array({V(2), V(3)}));
+         },
+         Array({V(1)}), Array({V(1), Array({V(2), V(3)})})},
+        {"APPENDITEM a scalar receiver", [](V& v) { v.APPENDITEMit(V(2)); }, V(1),
+         Array({V(1), V(2)})},
+        {"APPENDITEM to an empty array", [](V& v) { v.APPENDITEMit(V(2)); }, Array({}),
+         Array({V(2)})},
+        {"APPENDITEM an error is stored as an element", [](V& v) { v.APPENDITEMit(Error("e")); },
+         Array({V(1)}), Array({V(1), Error("e")})},
+        {"MIDDLE inside", [](V& v) { v.MIDDLEit(2, 2); }, four, Array({V(2), V(3)})},
+        {"MIDDLE from 0 takes one", [](V& v) { v.MIDDLEit(0, 2); }, three, Array({V(1)})},
+        {"MIDDLE from -1", [](V& v) { v.MIDDLEit(-1, 3); }, four, Array({V(1)})},
+        {"MIDDLE from -1, nothing left", [](V& v) { v.MIDDLEit(-1, 2); }, four, Array({})},
+        {"MIDDLE past the end", [](V& v) { v.MIDDLEit(3, 10); }, four, Array({V(3), V(4)})},
+        {"MIDDLE starting after the end", [](V& v) { v.MIDDLEit(5, 1); }, four, Array({})},
+        {"MIDDLE of no elements", [](V& v) { v.MIDDLEit(2, 0); }, four, Array({})},
+        {"MIDDLE with a negative count", [](V& v) { v.MIDDLEit(2, -1); }, four, Array({})},
+        {"MIDDLE of a scalar", [](V& v) { v.MIDDLEit(1, 1); }, V(7), Array({V(7)})},
+        {"MIDDLE at the extremes", [](V& v) { v.MIDDLEit(kIntMin, kIntMax); }, four, Array({})},
+        {"FIRST", [](V& v) { v.FIRSTit(2); }, three, Array({V(1), V(2)})},
+        {"FIRST more than there are", [](V& v) { v.FIRSTit(5); }, three, three},
+        {"FIRST none", [](V& v) { v.FIRSTit(0); }, three, Array({})},
+        {"LAST", [](V& v) { v.LASTit(2); }, three, Array({V(2), V(3)})},
+        {"LAST more than there are", [](V& v) { v.LASTit(5); }, three, three},
+        {"LAST none", [](V& v) { v.LASTit(0); }, three, Array({})},
+        {"LAST of the smallest count", [](V& v) { v.LASTit(kIntMin); }, three, Array({})},
+        {"LAST of the largest count", [](V& v) { v.LASTit(kIntMax); }, three, three},
     });
-}
-
-TEST_F(AnyValueFunctionsTest, LowerAndUpperNoCvtChangeOnlyStrings) {
-    ExpectUnaryCases({
-        {"lower", &V::LOWERNOCVTit, Text("MiXed"), Text("mixed")},
-        {"upper", &V::UPPERNOCVTit, Text("MiXed"), Text("MIXED")},
-        {"a number stays a number", &V::LOWERNOCVTit, V(5), V(5)},
-        {"a length stays", &V::UPPERNOCVTit, Mm(5), Mm(5)},
-        {"an empty value stays", &V::UPPERNOCVTit, V(), V()},
-        {"arrays by element", &V::LOWERNOCVTit, Array({Text("A"), V(5)}), Array({Text("a"), V(5)})},
-    });
+    V value = Array({V(1)});
+    value.APPENDITEMit(value);
+    EXPECT_TRUE(Same(value, Array({V(1), Array({V(1)})})));
 }
 
 // --- Logic -------------------------------------------------------------------------------------
@@ -560,37 +581,43 @@ TEST_F(AnyValueFunctionsTest, LogicMembersFollowTheirTruthTables) {
     }
 }
 
-TEST_F(AnyValueFunctionsTest, LogicMakesBothSidesBoolean) {
+TEST_F(AnyValueFunctionsTest, LogicMinMaxJoinAndConcatOfTwoValues) {
     ExpectBinaryCases({
-        {"numbers", &V::ANDit, V(1), V(2.5), V(true)},
-        {"zero", &V::ORit, V(0), V(0.0), V(false)},
-        {"yes text", &V::ANDit, V(1), Text("yes"), V(true)},
-        {"no text", &V::XORit, Text("No"), V(true), V(true)},
-        {"a word that is no truth", &V::ANDit, Text("maybe"), V(true),
+        {"AND numbers", &V::ANDit, V(1), V(2.5), V(true)},
+        {"OR zero", &V::ORit, V(0), V(0.0), V(false)},
+        {"AND yes text", &V::ANDit, V(1), Text("yes"), V(true)},
+        {"XOR no text", &V::XORit, Text("No"), V(true), V(true)},
+        {"AND a word that is no truth", &V::ANDit, Text("maybe"), V(true),
          Error("Could not evaluate formula\nmaybe")},
-        {"an argument that is no truth", &V::IMPit, V(true), Text("maybe"),
+        {"IMP an argument that is no truth", &V::IMPit, V(true), Text("maybe"),
          Error("Could not evaluate formula\nmaybe")},
+        {"MIN takes the smaller", &V::MINit, V(3), V(2.5), V(2.5)},
+        {"MIN keeps the receiver on a tie", &V::MINit, V(2), V(2.0), V(2)},
+        {"MAX keeps the larger", &V::MAXit, V(3), V(2.5), V(3)},
+        {"MAX takes the larger", &V::MAXit, V(1), V(2.5), V(2.5)},
+        {"MIN a number against a length", &V::MINit, Mm(10), V(5), V(5)},
+        {"MIN strings ignore case", &V::MINit, Text("b"), Text("A"), Text("A")},
+        {"MIN cannot compare", &V::MINit, Mm(1), Dollars(1), Error("Cannot compare in MIN()")},
+        {"MAX cannot compare", &V::MAXit, Mm(1), Dollars(1), Error("Cannot compare in MAX()")},
+        {"JOIN arrays", &V::JOINit, Array({V(1)}), Array({V(2), V(3)}), Array({V(1), V(2), V(3)})},
+        {"JOIN scalars", &V::JOINit, V(1), V(2), Array({V(1), V(2)})},
+        {"JOIN an empty receiver takes the argument", &V::JOINit, V(), V(5), V(5)},
+        {"JOIN an empty receiver takes an array", &V::JOINit, V(), Array({V(1)}), Array({V(1)})},
+        {"JOIN an empty array receiver", &V::JOINit, Array({}), V(5), Array({V(5)})},
+        {"JOIN an empty argument is an element", &V::JOINit, Array({V(1)}), V(),
+         Array({V(1), V()})},
+        {"CONCAT text and number", &V::CONCATit, Text("a"), V(1), Text("a1")},
+        {"CONCAT numbers", &V::CONCATit, V(1), V(2), Text("12")},
+        {"CONCAT an empty value is no text", &V::CONCATit, V(), Text("x"), Text("x")},
+        {"CONCAT a boolean", &V::CONCATit, Text("is "), V(true), Text("is Yes")},
     });
 }
 
 // --- Least and greatest ------------------------------------------------------------------------
 
-TEST_F(AnyValueFunctionsTest, MinAndMaxKeepTheWinnerAsItWas) {
-    ExpectBinaryCases({
-        {"MIN takes the smaller", &V::MINit, V(3), V(2.5), V(2.5)},
-        {"MIN keeps the receiver on a tie", &V::MINit, V(2), V(2.0), V(2)},
-        {"MAX keeps the larger", &V::MAXit, V(3), V(2.5), V(3)},
-        {"MAX takes the larger", &V::MAXit, V(1), V(2.5), V(2.5)},
-        {"a number against a length", &V::MINit, Mm(10), V(5), V(5)},
-        {"strings ignore case", &V::MINit, Text("b"), Text("A"), Text("A")},
-        {"MIN cannot compare", &V::MINit, Mm(1), Dollars(1), Error("Cannot compare in MIN()")},
-        {"MAX cannot compare", &V::MAXit, Mm(1), Dollars(1), Error("Cannot compare in MAX()")},
-    });
-}
-
 // --- Folding -----------------------------------------------------------------------------------
 
-TEST_F(AnyValueFunctionsTest, FoldingStartsWithTheFirstElement) {
+TEST_F(AnyValueFunctionsTest, FoldingStartsFromTheFirstElementAndReverseSortAndUniq) {
     ExpectUnaryCases({
         {"SUMOVER", &V::SUMOVERit, Array({V(1), V(2), V(3)}), V(6)},
         {"SUMOVER of units", &V::SUMOVERit, Array({Mm(1), V(2)}), Mm(3)},
@@ -606,11 +633,6 @@ TEST_F(AnyValueFunctionsTest, FoldingStartsWithTheFirstElement) {
         {"OROVER false", &V::OROVERit, Array({V(false), V(0)}), V(false)},
         {"CONCATENATEOVER", &V::CONCATENATEOVERit, Array({Text("a"), V(1), Text("b")}),
          Text("a1b")},
-    });
-}
-
-TEST_F(AnyValueFunctionsTest, FoldingAnEmptyArrayGivesTheUnitOfItsFamily) {
-    ExpectUnaryCases({
         {"SUMOVER", &V::SUMOVERit, Array({}), V(0)},
         {"AVERAGEOVER", &V::AVERAGEOVERit, Array({}), V()},
         {"MINOVER", &V::MINOVERit, Array({}), V()},
@@ -618,6 +640,24 @@ TEST_F(AnyValueFunctionsTest, FoldingAnEmptyArrayGivesTheUnitOfItsFamily) {
         {"ANDOVER", &V::ANDOVERit, Array({}), V(true)},
         {"OROVER", &V::OROVERit, Array({}), V(false)},
         {"CONCATENATEOVER", &V::CONCATENATEOVERit, Array({}), Text("")},
+        {"REVERSE", &V::REVERSEit, Array({V(1), Text("a"), V(2.5)}),
+         Array({V(2.5), Text("a"), V(1)})},
+        {"REVERSE of a scalar", &V::REVERSEit, V(5), Array({V(5)})},
+        {"SORT numbers", &V::SORTit, Array({V(3), V(1), V(2)}), Array({V(1), V(2), V(3)})},
+        {"SORT strings ignoring case", &V::SORTit, Array({Text("b"), Text("A"), Text("c")}),
+         Array({Text("A"), Text("b"), Text("c")})},
+        {"SORT a number among lengths", &V::SORTit, Array({Mm(20), V(5), Mm(10)}),
+         Array({V(5), Mm(10), Mm(20)})},
+        {"SORT an empty array", &V::SORTit, Array({}), Array({})},
+        {"UNIQ keeps what is apart", &V::UNIQit, Array({V(1), V(2), V(1)}),
+         Array({V(1), V(2), V(1)})},
+        {"UNIQ after SORT", &V::UNIQit, Array({V(1), V(1), V(2)}), Array({V(1), V(2)})},
+        {"UNIQ keeps the first of equals", &V::UNIQit, Array({V(1), V(1.0), V(2)}),
+         Array({V(1), V(2)})},
+        {"UNIQ of a run", &V::UNIQit, Array({V(4), V(4), V(4)}), Array({V(4)})},
+        {"UNIQ keeps what cannot be compared", &V::UNIQit, Array({Mm(1), Dollars(1), Dollars(1)}),
+         Array({Mm(1), Dollars(1)})},
+        {"UNIQ of an empty array", &V::UNIQit, Array({}), Array({})},
     });
 }
 
@@ -664,120 +704,6 @@ TEST_F(AnyValueFunctionsTest, ArrayMembersLeaveErrorsNotAvailableAndEmptyAlone) 
     }
 }
 
-TEST_F(AnyValueFunctionsTest, GetSizeAndGetAtCountFromOne) {
-    const V three = Array({V(10), V(20), V(30)});
-    ExpectActionCases({
-        {"size", [](V& v) { v.GETSIZEit(); }, three, V(3)},
-        {"size of a scalar", [](V& v) { v.GETSIZEit(); }, V(7.5), V(1)},
-        {"size of an empty array", [](V& v) { v.GETSIZEit(); }, Array({}), V(0)},
-        {"first", [](V& v) { v.GETATit(1); }, three, V(10)},
-        {"last", [](V& v) { v.GETATit(3); }, three, V(30)},
-        {"a scalar is its own first", [](V& v) { v.GETATit(1); }, V(7), V(7)},
-        {"below", [](V& v) { v.GETATit(0); }, three,
-         Error("Array subscript out of bounds [0] but should be in range [1 to 3]")},
-        {"above", [](V& v) { v.GETATit(4); }, three,
-         Error("Array subscript out of bounds [4] but should be in range [1 to 3]")},
-        {"second of a scalar", [](V& v) { v.GETATit(2); }, V(7),
-         Error("Array subscript out of bounds [2] but should be in range [1 to 1]")},
-        {"of an empty array", [](V& v) { v.GETATit(1); }, Array({}),
-         Error("Array subscript out of bounds [1] but should be in range [1 to 0]")},
-    });
-}
-
-TEST_F(AnyValueFunctionsTest, SetArrayValueStoresInsideTheArrayOnly) {
-    const V three = Array({V(1), V(2), V(3)});
-    ExpectActionCases({
-        {"inside", [](V& v) { v.SETARRAYVALUEit(2, Text("x")); }, three,
-         Array({V(1), Text("x"), V(3)})},
-        {"an error is stored as an element", [](V& v) { v.SETARRAYVALUEit(3, Error("e")); }, three,
-         Array({V(1), V(2), Error("e")})},
-        {"a scalar becomes an array", [](V& v) { v.SETARRAYVALUEit(1, V(6)); }, V(5),
-         Array({V(6)})},
-        {"past the end", [](V& v) { v.SETARRAYVALUEit(4, V(9)); }, three,
-         Error("Array subscript out of bounds [4] but should be in range [1 to 3]")},
-        {"before the start", [](V& v) { v.SETARRAYVALUEit(0, V(9)); }, three,
-         Error("Array subscript out of bounds [0] but should be in range [1 to 3]")},
-        {"the array itself", [](V& v) { v.SETARRAYVALUEit(1, v); }, Array({V(1), V(2)}),
-         Array({Array({V(1), V(2)}), V(2)})},
-    });
-}
-
-TEST_F(AnyValueFunctionsTest, AppendItemAddsOneElement) {
-    ExpectActionCases({
-        {"an array as one element",
-         [](V& v) {
-             v.APPENDITEMit(Array({V(2), V(3)}));
-         },
-         Array({V(1)}), Array({V(1), Array({V(2), V(3)})})},
-        {"a scalar receiver", [](V& v) { v.APPENDITEMit(V(2)); }, V(1), Array({V(1), V(2)})},
-        {"to an empty array", [](V& v) { v.APPENDITEMit(V(2)); }, Array({}), Array({V(2)})},
-        {"an error is stored as an element", [](V& v) { v.APPENDITEMit(Error("e")); },
-         Array({V(1)}), Array({V(1), Error("e")})},
-    });
-    V value = Array({V(1)});
-    value.APPENDITEMit(value);
-    EXPECT_TRUE(Same(value, Array({V(1), Array({V(1)})})));
-}
-
-TEST_F(AnyValueFunctionsTest, JoinAddsTheElementsOfItsArgument) {
-    ExpectBinaryCases({
-        {"arrays", &V::JOINit, Array({V(1)}), Array({V(2), V(3)}), Array({V(1), V(2), V(3)})},
-        {"scalars", &V::JOINit, V(1), V(2), Array({V(1), V(2)})},
-        {"an empty receiver takes the argument", &V::JOINit, V(), V(5), V(5)},
-        {"an empty receiver takes an array", &V::JOINit, V(), Array({V(1)}), Array({V(1)})},
-        {"an empty array receiver", &V::JOINit, Array({}), V(5), Array({V(5)})},
-        {"an empty argument is an element", &V::JOINit, Array({V(1)}), V(), Array({V(1), V()})},
-    });
-}
-
-TEST_F(AnyValueFunctionsTest, MiddleFirstAndLastCutToWhatExists) {
-    const V four = Array({V(1), V(2), V(3), V(4)});
-    const V three = Array({V(1), V(2), V(3)});
-    ExpectActionCases({
-        {"MIDDLE inside", [](V& v) { v.MIDDLEit(2, 2); }, four, Array({V(2), V(3)})},
-        {"MIDDLE from 0 takes one", [](V& v) { v.MIDDLEit(0, 2); }, three, Array({V(1)})},
-        {"MIDDLE from -1", [](V& v) { v.MIDDLEit(-1, 3); }, four, Array({V(1)})},
-        {"MIDDLE from -1, nothing left", [](V& v) { v.MIDDLEit(-1, 2); }, four, Array({})},
-        {"MIDDLE past the end", [](V& v) { v.MIDDLEit(3, 10); }, four, Array({V(3), V(4)})},
-        {"MIDDLE starting after the end", [](V& v) { v.MIDDLEit(5, 1); }, four, Array({})},
-        {"MIDDLE of no elements", [](V& v) { v.MIDDLEit(2, 0); }, four, Array({})},
-        {"MIDDLE with a negative count", [](V& v) { v.MIDDLEit(2, -1); }, four, Array({})},
-        {"MIDDLE of a scalar", [](V& v) { v.MIDDLEit(1, 1); }, V(7), Array({V(7)})},
-        {"MIDDLE at the extremes", [](V& v) { v.MIDDLEit(kIntMin, kIntMax); }, four, Array({})},
-        {"FIRST", [](V& v) { v.FIRSTit(2); }, three, Array({V(1), V(2)})},
-        {"FIRST more than there are", [](V& v) { v.FIRSTit(5); }, three, three},
-        {"FIRST none", [](V& v) { v.FIRSTit(0); }, three, Array({})},
-        {"LAST", [](V& v) { v.LASTit(2); }, three, Array({V(2), V(3)})},
-        {"LAST more than there are", [](V& v) { v.LASTit(5); }, three, three},
-        {"LAST none", [](V& v) { v.LASTit(0); }, three, Array({})},
-        {"LAST of the smallest count", [](V& v) { v.LASTit(kIntMin); }, three, Array({})},
-        {"LAST of the largest count", [](V& v) { v.LASTit(kIntMax); }, three, three},
-    });
-}
-
-TEST_F(AnyValueFunctionsTest, ReverseSortAndUniq) {
-    ExpectUnaryCases({
-        {"REVERSE", &V::REVERSEit, Array({V(1), Text("a"), V(2.5)}),
-         Array({V(2.5), Text("a"), V(1)})},
-        {"REVERSE of a scalar", &V::REVERSEit, V(5), Array({V(5)})},
-        {"SORT numbers", &V::SORTit, Array({V(3), V(1), V(2)}), Array({V(1), V(2), V(3)})},
-        {"SORT strings ignoring case", &V::SORTit, Array({Text("b"), Text("A"), Text("c")}),
-         Array({Text("A"), Text("b"), Text("c")})},
-        {"SORT a number among lengths", &V::SORTit, Array({Mm(20), V(5), Mm(10)}),
-         Array({V(5), Mm(10), Mm(20)})},
-        {"SORT an empty array", &V::SORTit, Array({}), Array({})},
-        {"UNIQ keeps what is apart", &V::UNIQit, Array({V(1), V(2), V(1)}),
-         Array({V(1), V(2), V(1)})},
-        {"UNIQ after SORT", &V::UNIQit, Array({V(1), V(1), V(2)}), Array({V(1), V(2)})},
-        {"UNIQ keeps the first of equals", &V::UNIQit, Array({V(1), V(1.0), V(2)}),
-         Array({V(1), V(2)})},
-        {"UNIQ of a run", &V::UNIQit, Array({V(4), V(4), V(4)}), Array({V(4)})},
-        {"UNIQ keeps what cannot be compared", &V::UNIQit, Array({Mm(1), Dollars(1), Dollars(1)}),
-         Array({Mm(1), Dollars(1)})},
-        {"UNIQ of an empty array", &V::UNIQit, Array({}), Array({})},
-    });
-}
-
 TEST_F(AnyValueFunctionsTest, SortKeepsEveryElementWhenSomeCannotBeCompared) {
     V value = Array({Mm(3), Dollars(1), Mm(1), Dollars(2), Mm(2)});
     value.SORTit();
@@ -792,15 +718,6 @@ TEST_F(AnyValueFunctionsTest, SortKeepsEveryElementWhenSomeCannotBeCompared) {
     }
     EXPECT_EQ(lengths, 3);
     EXPECT_EQ(money, 2);
-}
-
-TEST_F(AnyValueFunctionsTest, ConcatJoinsTheTexts) {
-    ExpectBinaryCases({
-        {"text and number", &V::CONCATit, Text("a"), V(1), Text("a1")},
-        {"numbers", &V::CONCATit, V(1), V(2), Text("12")},
-        {"an empty value is no text", &V::CONCATit, V(), Text("x"), Text("x")},
-        {"a boolean", &V::CONCATit, Text("is "), V(true), Text("is Yes")},
-    });
 }
 
 TEST_F(AnyValueFunctionsTest, EquivalentNoCase) {

@@ -4,6 +4,7 @@
 #include "keel/platform/schema.h"
 #include "keel/values/compare.h"
 #include "keel/values/length.h"
+#include "keel/values/lengths.h"
 
 #include <clocale>
 #include <cmath>
@@ -45,7 +46,7 @@ private:
     test::LimitDoubleHooksGuard m_hooks;
 };
 
-TEST_F(LengthTest, EachUnitHasItsSizeMetricFlagAndSuffix) {
+TEST_F(LengthTest, EachUnitHasItsSizeMetricFlagAndSuffixAndTheConversionsFollowTheFactors) {
     EXPECT_EQ(QLength::DefaultUnits(), QLength::LU_MM);
     EXPECT_EQ(QLength::c_InchHandlerType, 0x20);
     EXPECT_EQ(QLength::InchAsFraction(), 32);
@@ -77,9 +78,6 @@ TEST_F(LengthTest, EachUnitHasItsSizeMetricFlagAndSuffix) {
     EXPECT_THROW(QLength(1, static_cast<LU>(-2)), InvalidArgumentException);
     EXPECT_THROW(QLength::LengthUnitSuffix(static_cast<LU>(8)), InvalidArgumentException);
     EXPECT_EQ(QLength::DefaultUnits(), QLength::LU_MM);
-}
-
-TEST_F(LengthTest, NamedConversionsFollowFromTheFactors) {
     EXPECT_DOUBLE_EQ(QLength::inch_to_mm(1), 25.4);
     EXPECT_DOUBLE_EQ(QLength::foot_to_m(10), 3.048);
     EXPECT_DOUBLE_EQ(QLength::himetric_to_lometric(10), 1);
@@ -88,9 +86,6 @@ TEST_F(LengthTest, NamedConversionsFollowFromTheFactors) {
     EXPECT_DOUBLE_EQ(QLength::mm_to_inch(50.8), 2);
     EXPECT_DOUBLE_EQ(QLength::lometric_to_himetric(1), 10);
     EXPECT_DOUBLE_EQ(QLength::cm_to_foot(30.48), 1);
-}
-
-TEST_F(LengthTest, TheOneArgumentConversionsUseTheDefaultUnit) {
     QLength::SetDefaultUnits(QLength::LU_INCH);
     EXPECT_DOUBLE_EQ(QLength::double_to_raw(2), 50.8);
     EXPECT_DOUBLE_EQ(QLength::raw_to_double(50.8), 2);
@@ -100,7 +95,7 @@ TEST_F(LengthTest, TheOneArgumentConversionsUseTheDefaultUnit) {
     EXPECT_DOUBLE_EQ(QLength::FromRaw(50.8).AsDouble(QLength::LU_MM), 50.8);
 }
 
-TEST_F(LengthTest, ComparisonsHoldWithinAHundredthOfAMillimetre) {
+TEST_F(LengthTest, ComparisonsHoldWithinAHundredthOfAMillimetreAndArithmeticWorksOnTheRawValue) {
     const struct {
         double difference;
         bool equal, less, greater;
@@ -123,9 +118,6 @@ TEST_F(LengthTest, ComparisonsHoldWithinAHundredthOfAMillimetre) {
     }
     EXPECT_TRUE(QLength::FromRaw(0.008) == QLength::FromRaw(0.016));
     EXPECT_FALSE(QLength::FromRaw(0) == QLength::FromRaw(0.016)) << "equality is not transitive";
-}
-
-TEST_F(LengthTest, ArithmeticWorksOnTheRawValue) {
     const QLength a = QLength::FromRaw(7);
     const QLength b = QLength::FromRaw(2);
     EXPECT_DOUBLE_EQ((a + b).GetRaw(), 9);
@@ -154,7 +146,7 @@ struct ParseRow {
     double raw;
 };
 
-TEST_F(LengthTest, ParseReadsFractionsDecimalsAndUnits) {
+TEST_F(LengthTest, ParseReadsFractionsDecimalsAndUnitsAndRefusesWhatThePatternsDoNotTake) {
     const LU mm = QLength::LU_MM;
     const LU inch = QLength::LU_INCH;
     const ParseRow rows[] = {
@@ -183,9 +175,6 @@ TEST_F(LengthTest, ParseReadsFractionsDecimalsAndUnits) {
     EXPECT_DOUBLE_EQ(length.GetRaw(), 20);
     EXPECT_EQ(length.Parse(u"2\"", QLength::LU_CM), PARSE_EXACT);
     EXPECT_DOUBLE_EQ(length.GetRaw(), 50.8);
-}
-
-TEST_F(LengthTest, ParseRefusesWhatThePatternsDoNotTake) {
     const char* const texts[] = {
         "",      "abc",     "3 in",  "3 ft",    "3 MM",    "3 km",      "3 mc",  "3 m'",
         "3mm x", "3 mm mm", "3/4 x", "3/4\" 5", "1 3/4 x", "1 3/4\" x", "1/2.5", "1/0",
@@ -252,61 +241,24 @@ struct FormatRow {
     const char16_t* text;
 };
 
-void ExpectFormats(const std::vector<FormatRow>& rows) {
-    for (const FormatRow& row : rows) {
-        SCOPED_TRACE(CString(row.specifier).ToUtf8() + " of " + std::to_string(row.raw) +
-                     " in unit " + std::to_string(row.unit));
-        EXPECT_EQ(QLength::FromRaw(row.raw).Format(row.specifier, row.unit).ToUtf8(),
-                  CString(row.text).ToUtf8());
-    }
-}
-
-TEST_F(LengthTest, FormatTakesEachUnitsDefaultPrecision) {
-    ExpectFormats({
-        {1234.56, u"", QLength::LU_MM, u"1234.6"},
-        {1234.04, u"%F", QLength::LU_MM, u"1234mm"},
-        {1234.5, u"%F", QLength::LU_CM, u"123.45cm"},
-        {1230, u"%F", QLength::LU_CM, u"123cm"},
-        {1500, u"%F", QLength::LU_METRE, u"1.5m"},
-        {1234.56789, u"%F", QLength::LU_METRE, u"1.2346m"},
+TEST_F(LengthTest, FormatWritesEachUnitsPrecisionFractionsAndDecimals) {
+    const LU mm = QLength::LU_MM;
+    const LU inch = QLength::LU_INCH, cm = QLength::LU_CM, m = QLength::LU_METRE,
+             ft = QLength::LU_FOOT;
+    const double inf = std::numeric_limits<double>::infinity();
+    const FormatRow rows[] = {
+        {1234.56, u"", mm, u"1234.6"},
+        {1234.04, u"%F", mm, u"1234mm"},
+        {1234.5, u"%F", cm, u"123.45cm"},
+        {1230, u"%F", cm, u"123cm"},
+        {1500, u"%F", m, u"1.5m"},
+        {1234.56789, u"%F", m, u"1.2346m"},
         {1.234, u"%F", QLength::LU_HIMETRIC, u"123"},
         {1.26, u"%F", QLength::LU_LOMETRIC, u"13"},
-        {38.1, u"%F", QLength::LU_INCH, u"1 1/2\""},
-        {457.2, u"%F", QLength::LU_FOOT, u"1 1/2'"},
-        {304.8 + 25.4 / 32, u"%F", QLength::LU_FOOT, u"1 1/384'"},
+        {38.1, u"%F", inch, u"1 1/2\""},
+        {457.2, u"%F", ft, u"1 1/2'"},
+        {304.8 + 25.4 / 32, u"%F", ft, u"1 1/384'"},
         {1.5, u"%F", QLength::LU_RAW, u"1.500000"},
-    });
-}
-
-TEST_F(LengthTest, FormatWithoutAUnitTakesTheDefaultUnit) {
-    QLength::SetDefaultUnits(QLength::LU_INCH);
-    EXPECT_EQ(QLength::FromRaw(38.1).Format(), u"1 1/2");
-    EXPECT_EQ(QLength::FromRaw(38.1).Format(u"%F"), u"1 1/2\"");
-    EXPECT_EQ(QLength::FromRaw(38.1).DefaultDimText(), u"1 1/2\"");
-}
-
-TEST_F(LengthTest, InchAsFractionDecidesTheTextOfInches) {
-    const struct {
-        int handler;
-        double inches;
-        const char16_t* text;
-    } rows[] = {
-        {0, 1.5, u"1.5\""},          {0, 1.23456, u"1.2346\""}, {16, 1.5, u"1 1/2\""},
-        {16, 1.0 / 32, u"1/16\""},   {16, 1.0 / 33, u"0\""},    {32, 1.0 / 32, u"1/32\""},
-        {32, 2.96875, u"2 31/32\""}, {8, 1.5, u"1.500000\""},   {1, 1.5, u"1.500000\""},
-    };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.handler);
-        QLength::c_InchHandlerType = row.handler;
-        EXPECT_EQ(QLength::InchAsFraction(), row.handler);
-        EXPECT_EQ(QLength(row.inches, QLength::LU_INCH).Format(u"%F", QLength::LU_INCH).ToUtf8(),
-                  CString(row.text).ToUtf8());
-    }
-}
-
-TEST_F(LengthTest, FormatWritesFractionsRoundedAndReduced) {
-    const LU mm = QLength::LU_MM;
-    ExpectFormats({
         {1.3, u"%/8f", mm, u"1 1/4"},
         {0.5, u"%/2f", mm, u"1/2"},
         {-0.5, u"%/2f", mm, u"-1/2"},
@@ -323,13 +275,7 @@ TEST_F(LengthTest, FormatWritesFractionsRoundedAndReduced) {
         {1.25, u"%/-8f", mm, u"1 1/4"},
         {1 + 1.0 / 96, u"%/f", mm, u"1 1/96"},
         {2.5, u"%/2F", mm, u"2 1/2mm"},
-        {12.7, u"%/16F", QLength::LU_INCH, u"1/2\""},
-    });
-}
-
-TEST_F(LengthTest, FormatWritesDecimalsAndStripsOnlyAfterAPoint) {
-    const LU mm = QLength::LU_MM;
-    ExpectFormats({
+        {12.7, u"%/16F", inch, u"1/2\""},
         {1.5, u"%.3f", mm, u"1.5"},
         {2, u"%.3f", mm, u"2"},
         {1.5, u"%+.2f", mm, u"+1.50"},
@@ -339,18 +285,41 @@ TEST_F(LengthTest, FormatWritesDecimalsAndStripsOnlyAfterAPoint) {
         {12.5, u"%-F", mm, u"mm"},
         {12.5, u"%-f", mm, u""},
         {12.5, u"abc", mm, u"12.5abc"},
-        {12.5, u"(%F)", QLength::LU_CM, u"(1.25cm)"},
-    });
+        {12.5, u"(%F)", cm, u"(1.25cm)"},
+        {inf, u"%/16f", inch, u"inf"},
+        {-inf, u"%/16f", inch, u"-inf"},
+        {1e20, u"%/32f", mm, u"100000000000000000000"},
+        {1.5, u"%/99999999999999f", mm, u"1 1073741824/2147483647"},
+    };
+    for (const FormatRow& row : rows) {
+        SCOPED_TRACE(CString(row.specifier).ToUtf8() + " of " + std::to_string(row.raw) +
+                     " in unit " + std::to_string(row.unit));
+        EXPECT_EQ(QLength::FromRaw(row.raw).Format(row.specifier, row.unit).ToUtf8(),
+                  CString(row.text).ToUtf8());
+    }
 }
 
-TEST_F(LengthTest, FormatOfValuesBeyondAnyFractionStaysReadable) {
-    const LU inch = QLength::LU_INCH;
-    ExpectFormats({
-        {std::numeric_limits<double>::infinity(), u"%/16f", inch, u"inf"},
-        {-std::numeric_limits<double>::infinity(), u"%/16f", inch, u"-inf"},
-        {1e20, u"%/32f", QLength::LU_MM, u"100000000000000000000"},
-        {1.5, u"%/99999999999999f", QLength::LU_MM, u"1 1073741824/2147483647"},
-    });
+TEST_F(LengthTest, FormatWithoutAUnitTakesTheDefaultUnitAndInchAsFractionDecidesTheTextOfInches) {
+    QLength::SetDefaultUnits(QLength::LU_INCH);
+    EXPECT_EQ(QLength::FromRaw(38.1).Format(), u"1 1/2");
+    EXPECT_EQ(QLength::FromRaw(38.1).Format(u"%F"), u"1 1/2\"");
+    EXPECT_EQ(QLength::FromRaw(38.1).DefaultDimText(), u"1 1/2\"");
+    const struct {
+        int handler;
+        double inches;
+        const char16_t* text;
+    } rows[] = {
+        {0, 1.5, u"1.5\""},          {0, 1.23456, u"1.2346\""}, {16, 1.5, u"1 1/2\""},
+        {16, 1.0 / 32, u"1/16\""},   {16, 1.0 / 33, u"0\""},    {32, 1.0 / 32, u"1/32\""},
+        {32, 2.96875, u"2 31/32\""}, {8, 1.5, u"1.500000\""},   {1, 1.5, u"1.500000\""},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.handler);
+        QLength::c_InchHandlerType = row.handler;
+        EXPECT_EQ(QLength::InchAsFraction(), row.handler);
+        EXPECT_EQ(QLength(row.inches, QLength::LU_INCH).Format(u"%F", QLength::LU_INCH).ToUtf8(),
+                  CString(row.text).ToUtf8());
+    }
 }
 
 TEST_F(LengthTest, FormattedTextParsesBackToTheSameLength) {
@@ -384,7 +353,7 @@ TEST(StripRedundantDecimalPlaces, CutsZerosAndAPointOnlyBehindAPoint) {
     }
 }
 
-TEST_F(LengthTest, LimitDoubleAlwaysZeroesValuesWithAnExponentBeyondSixty) {
+TEST_F(LengthTest, LimitDoubleZeroesAnExponentBeyondSixtyOnlyWhileSwitchedOnButAlwaysTraces) {
     const double inf = std::numeric_limits<double>::infinity();
     const struct {
         double value;
@@ -416,9 +385,6 @@ TEST_F(LengthTest, LimitDoubleAlwaysZeroesValuesWithAnExponentBeyondSixty) {
         else
             EXPECT_EQ(std::memcmp(&value, &row.value, sizeof value), 0);
     }
-}
-
-TEST_F(LengthTest, LimitDoubleChecksOnlyWhileSwitchedOnButAlwaysTracesWhereAndWhat) {
     EXPECT_TRUE(IsLimitDouble());
     double value = 1e30;
     DoLimitDouble(false);
@@ -441,7 +407,7 @@ TEST_F(LengthTest, LimitDoubleChecksOnlyWhileSwitchedOnButAlwaysTracesWhereAndWh
     EXPECT_EQ(Reports::rejected, (std::vector<double>{1e30, -1e25}));
 }
 
-TEST_F(LengthTest, StoresEightBytesOfDoubleAndReadsByTheSchemaOfTheArchive) {
+TEST_F(LengthTest, StoresEightBytesReadsByTheSchemaAndOutOfRangeIsZeroWithAReport) {
     EXPECT_EQ(Stored(QLength::FromRaw(1.5)), (Bytes{0, 0, 0, 0, 0, 0, 0xF8, 0x3F}));
     EXPECT_EQ(Stored(QLength::FromRaw(-304.8)), DoubleBytes(-304.8));
     const struct {
@@ -468,9 +434,6 @@ TEST_F(LengthTest, StoresEightBytesOfDoubleAndReadsByTheSchemaOfTheArchive) {
     EXPECT_DOUBLE_EQ(Loaded<QLength>(Int32Bytes(15), CArchive::noSchema).GetRaw(), 1.5);
     QSchema::SetDefaultSchema(18);
     EXPECT_DOUBLE_EQ(Loaded<QLength>(DoubleBytes(2.5), CArchive::noSchema).GetRaw(), 2.5);
-}
-
-TEST_F(LengthTest, OutOfRangeIsReadAndStoredAsZeroWithAReport) {
     EXPECT_EQ(Loaded<QLength>(DoubleBytes(1e30), 18).GetRaw(), 0.0) << "silent without a reporter";
     Reports::Install();
     Stored(QLength::FromRaw(12));
@@ -482,6 +445,45 @@ TEST_F(LengthTest, OutOfRangeIsReadAndStoredAsZeroWithAReport) {
               (std::vector<std::string>{"Length CArchive>> reading", "Length CArchive<< storing"}));
     EXPECT_EQ(Reports::reported, (std::vector<std::string>{"length", "length storing"}));
     EXPECT_EQ(Reports::files, (std::vector<std::string>{"loaded.drw", "stored.drw"}));
+}
+
+std::vector<double> Raws(const QLengths& lengths) {
+    const QLength* each = lengths;
+    std::vector<double> raws;
+    for (int i = 0; i < QLengths::Count; ++i)
+        raws.push_back(each[i].GetRaw());
+    return raws;
+}
+
+QLengths Of(double a, double b, double c, double d) {
+    QLengths lengths;
+    lengths.Set(QLength::FromRaw(a), QLength::FromRaw(b), QLength::FromRaw(c), QLength::FromRaw(d));
+    return lengths;
+}
+
+TEST(QLengths, SetFillsOneEachOrAlternatesWidthAndDepthAndArithmeticGoesElementByElement) {
+    EXPECT_EQ(Raws(QLengths()), (std::vector<double>{0, 0, 0, 0}));
+    QLengths lengths;
+    lengths.Set(QLength::FromRaw(5));
+    EXPECT_EQ(Raws(lengths), (std::vector<double>{5, 5, 5, 5}));
+    lengths.SetWD(QLength::FromRaw(600), QLength::FromRaw(300));
+    EXPECT_EQ(Raws(lengths), (std::vector<double>{600, 300, 600, 300}));
+    lengths = Of(1, 2, 3, 4);
+    QLength* each = lengths;
+    each[2] = QLength::FromRaw(30);
+    EXPECT_EQ(lengths[2].GetRaw(), 30);
+    EXPECT_EQ(Raws(lengths), (std::vector<double>{1, 2, 30, 4}));
+    lengths *= 3;
+    EXPECT_EQ(Raws(lengths), (std::vector<double>{3, 6, 90, 12}));
+    lengths /= 2;
+    EXPECT_EQ(Raws(lengths), (std::vector<double>{1.5, 3, 45, 6}));
+    lengths += Of(10, 20, 30, 40);
+    EXPECT_EQ(Raws(lengths), (std::vector<double>{11.5, 23, 75, 46}));
+    lengths -= Of(1.5, 3, 5, 6);
+    EXPECT_EQ(Raws(lengths), (std::vector<double>{10, 20, 70, 40}));
+    const QLengths copy = lengths;
+    lengths *= 2;
+    EXPECT_EQ(Raws(copy), (std::vector<double>{10, 20, 70, 40})) << "copies are independent";
 }
 
 } // namespace

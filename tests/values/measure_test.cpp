@@ -163,7 +163,7 @@ private:
 using Measures = ::testing::Types<AreaFigures, VolumeFigures>;
 TYPED_TEST_SUITE(MeasureTest, Measures);
 
-TYPED_TEST(MeasureTest, UnitsHaveTheirSizeMetricFlagAndWordAndTheDefaultServesWhereNoneIsGiven) {
+TYPED_TEST(MeasureTest, UnitsHaveTheirSizeAndWordAndComparisonsHoldWithinItsTolerance) {
     using Quantity = typename TestFixture::Quantity;
     EXPECT_EQ(Quantity::DefaultUnits(), TypeParam::kStart);
     for (const auto& row : TypeParam::kUnits) {
@@ -186,9 +186,6 @@ TYPED_TEST(MeasureTest, UnitsHaveTheirSizeMetricFlagAndWordAndTheDefaultServesWh
     EXPECT_DOUBLE_EQ(Quantity::raw_to_double(TypeParam::kFoot), 1);
     EXPECT_DOUBLE_EQ(Quantity::FromRaw(TypeParam::kFoot).AsDouble(), 1);
     EXPECT_EQ(TypeParam::Word(), TypeParam::Word(TypeParam::kFeet));
-}
-
-TYPED_TEST(MeasureTest, ComparisonsHoldWithinItsToleranceAndArithmeticWorksOnTheRawValue) {
     using Quantity = typename TestFixture::Quantity;
     const double eps = TypeParam::kEps;
     EXPECT_EQ(Quantity::Eps, eps);
@@ -242,13 +239,10 @@ TYPED_TEST(MeasureTest, ParseReadsANumberAndAUnitWord) {
     EXPECT_EQ(value.GetRaw(), static_cast<double>(1.1f));
 }
 
-TYPED_TEST(MeasureTest, FormatWritesTwoDecimalsAndTheUnitWordWhenAsked) {
+TYPED_TEST(MeasureTest, FormatWritesTwoDecimalsAndTheWordWhenAskedAndTheArchiveEightBytesOfDouble) {
     using Quantity = typename TestFixture::Quantity;
     for (const auto& row : TypeParam::kFormats)
         EXPECT_EQ(Quantity::FromRaw(row.raw).Format(row.unit, row.showUnit).ToUtf8(), row.text);
-}
-
-TYPED_TEST(MeasureTest, StoresAndReadsEightBytesOfDoubleUnderAnySchema) {
     using Quantity = typename TestFixture::Quantity;
     EXPECT_EQ(Stored(Quantity::FromRaw(1.5)), (Bytes{0, 0, 0, 0, 0, 0, 0xF8, 0x3F}));
     EXPECT_EQ(Stored(Quantity::FromRaw(-0.25)), DoubleBytes(-0.25));
@@ -256,9 +250,6 @@ TYPED_TEST(MeasureTest, StoresAndReadsEightBytesOfDoubleUnderAnySchema) {
         EXPECT_DOUBLE_EQ(Loaded<Quantity>({0, 0, 0, 0, 0, 0, 0xF8, 0x3F}, schema).GetRaw(), 1.5);
         EXPECT_DOUBLE_EQ(Loaded<Quantity>(DoubleBytes(-0.25), schema).GetRaw(), -0.25);
     }
-}
-
-TYPED_TEST(MeasureTest, OutOfRangeReadsAsZeroWithAReportButIsStoredAsItIs) {
     using Quantity = typename TestFixture::Quantity;
     Reports::Install();
     EXPECT_EQ(Stored(Quantity::FromRaw(1e30)), DoubleBytes(1e30));
@@ -267,9 +258,6 @@ TYPED_TEST(MeasureTest, OutOfRangeReadsAsZeroWithAReportButIsStoredAsItIs) {
     EXPECT_EQ(Reports::traced, std::vector<std::string>{TypeParam::kWhere});
     EXPECT_EQ(Reports::reported, std::vector<std::string>{TypeParam::kWhat});
     EXPECT_EQ(Reports::files, std::vector<std::string>{"loaded.drw"});
-}
-
-TYPED_TEST(MeasureTest, LimitDoubleAlwaysZeroesTheRawValue) {
     using Quantity = typename TestFixture::Quantity;
     Quantity value = Quantity::FromRaw(-1e-25);
     EXPECT_TRUE(Quantity::LimitDoubleAlways(value, u"test"));

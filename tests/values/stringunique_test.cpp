@@ -1,3 +1,5 @@
+#include "tests/support/anyvalues.h"
+
 #include "keel/platform/exceptions.h"
 #include "keel/values/array.h"
 #include "keel/values/stringunique.h"
@@ -12,9 +14,7 @@ using namespace keel;
 
 namespace {
 
-std::string Utf8(const CString& text) {
-    return text.ToUtf8();
-}
+using keel::test::Utf8;
 
 std::string Completion(const char16_t* prefix, int n) {
     CString text = prefix;
@@ -39,6 +39,11 @@ CString CanonicalOf(const CanonicalCase& c) {
     if (kind == "FormulaText")
         return FormulaText(c.text).ToString();
     return QStringUnique(c.text).ToString();
+}
+
+std::vector<int> g_respelt;
+void RecordRespelling(int index) {
+    g_respelt.push_back(index);
 }
 
 } // namespace
@@ -72,7 +77,7 @@ TEST(StringUnique, CanonicalFormsOfEachKind) {
             << c.kind << " " << Utf8(c.text);
 }
 
-TEST(StringUnique, EmptyAndBlankTextsAreTheEmptyIndex) {
+TEST(StringUnique, BlankTextsAreTheEmptyIndexSpellingsFoldForCaseAndAreReadThroughTheTable) {
     const int sortedBefore = QStringUniqueCommon::StringsCount();
     const PropId blank(u"   \t ");
     const FormulaText controls(u"\n\r ");
@@ -88,9 +93,6 @@ TEST(StringUnique, EmptyAndBlankTextsAreTheEmptyIndex) {
     EXPECT_EQ(Utf8(blank.Mid(1, 2)), "");
     EXPECT_EQ(Utf8(blank.Left(3)), "");
     EXPECT_EQ(Utf8(blank.Right(3)), "");
-}
-
-TEST(StringUnique, SpellingsFoldForCaseTheFirstIsKeptAndAllKindsShareOneTable) {
     const PropId first(u"Caseword");
     const PropId second(u"CASEWORD");
     const PropId third(u"caseword");
@@ -103,16 +105,6 @@ TEST(StringUnique, SpellingsFoldForCaseTheFirstIsKeptAndAllKindsShareOneTable) {
     EXPECT_EQ(prop.UniqueId(), full.UniqueId());
     EXPECT_EQ(prop.UniqueId(), formula.UniqueId());
     EXPECT_EQ(HashKey(prop), static_cast<unsigned>(prop.UniqueId()));
-}
-
-namespace {
-std::vector<int> g_respelt;
-void RecordRespelling(int index) {
-    g_respelt.push_back(index);
-}
-} // namespace
-
-TEST(StringUnique, RespellReplacesTheSpellingAndDropsWhatWasCached) {
     g_respelt.clear();
     QStringUniqueCommon::SetRespellHook(&RecordRespelling);
     const PropId original(u"Respelt");
@@ -126,9 +118,6 @@ TEST(StringUnique, RespellReplacesTheSpellingAndDropsWhatWasCached) {
     EXPECT_EQ(Utf8(upper.ToString()), "RESPELT");
     ASSERT_EQ(g_respelt.size(), 1u);
     EXPECT_EQ(g_respelt[0], original.UniqueId());
-}
-
-TEST(StringUnique, CharacterAccessAndOrderGoThroughTheStoredSpelling) {
     const PropId id(u"Accessor");
     EXPECT_EQ(id.GetLength(), 8);
     EXPECT_EQ(id.GetAt(0), u'A');

@@ -222,7 +222,7 @@ private:
 using WholeRaws = ::testing::Types<MoneyFigures, TimeFigures>;
 TYPED_TEST_SUITE(WholeRawTest, WholeRaws);
 
-TYPED_TEST(WholeRawTest, UnitsConvertByTheFloorOfValuePlusAHalfAndSaturate) {
+TYPED_TEST(WholeRawTest, UnitsConvertByTheFloorOfValuePlusAHalfAndTheDefaultServesWhereNoneIs) {
     using Quantity = typename TestFixture::Quantity;
     EXPECT_EQ(Quantity::DefaultUnits(), TypeParam::kStart);
     EXPECT_EQ(Quantity(1.5).GetRaw(), TypeParam::kOneAndAHalf);
@@ -235,9 +235,6 @@ TYPED_TEST(WholeRawTest, UnitsConvertByTheFloorOfValuePlusAHalfAndSaturate) {
         SCOPED_TRACE(testing::Message() << row.value << " in unit " << row.unit);
         EXPECT_EQ(Quantity::double_to_raw(row.value, row.unit), row.raw);
     }
-}
-
-TYPED_TEST(WholeRawTest, TheDefaultUnitServesWhereNoneIsGivenAndOnlyTheKnownOnesCanBeIt) {
     using Quantity = typename TestFixture::Quantity;
     Quantity::SetDefaultUnits(TypeParam::kOther);
     EXPECT_EQ(Quantity(TypeParam::kOtherValue).GetRaw(), TypeParam::kOtherRaw);
@@ -294,7 +291,7 @@ TYPED_TEST(WholeRawTest, ArithmeticFollowsTheFloorRuleAndSaturates) {
     EXPECT_DOUBLE_EQ(R(300) / R(120), 2.5);
 }
 
-TYPED_TEST(WholeRawTest, ComparesAndHashesByTheRawNumber) {
+TYPED_TEST(WholeRawTest, ComparesAndHashesByTheRawNumberAndArchivesItInFourLittleEndianBytes) {
     using Quantity = typename TestFixture::Quantity;
     const Quantity one = Quantity::FromRaw(1);
     const Quantity two = Quantity::FromRaw(2);
@@ -312,6 +309,11 @@ TYPED_TEST(WholeRawTest, ComparesAndHashesByTheRawNumber) {
     EXPECT_EQ(Quantity::FromRaw(-1).HashKey(), 2147466840u);
     EXPECT_EQ(HashKey(Quantity::FromRaw(127773)), 2147480811u);
     EXPECT_EQ(Quantity::Zero.HashKey(), 0u);
+    using Quantity = typename TestFixture::Quantity;
+    EXPECT_EQ(Stored(Quantity::FromRaw(-2)), (Bytes{0xFE, 0xFF, 0xFF, 0xFF}));
+    EXPECT_EQ(Stored(Quantity::FromRaw(0x01020304)), (Bytes{0x04, 0x03, 0x02, 0x01}));
+    EXPECT_EQ(Loaded<Quantity>({0xFE, 0xFF, 0xFF, 0xFF}).GetRaw(), -2);
+    EXPECT_EQ(Loaded<Quantity>({0x04, 0x03, 0x02, 0x01}).GetRaw(), 0x01020304);
 }
 
 TYPED_TEST(WholeRawTest, ParseReadsANumberAndAUnitWordAndFormatWritesThem) {
@@ -329,25 +331,14 @@ TYPED_TEST(WholeRawTest, ParseReadsANumberAndAUnitWordAndFormatWritesThem) {
                   row.text);
 }
 
-TYPED_TEST(WholeRawTest, ArchiveHoldsTheRawNumberInFourLittleEndianBytes) {
-    using Quantity = typename TestFixture::Quantity;
-    EXPECT_EQ(Stored(Quantity::FromRaw(-2)), (Bytes{0xFE, 0xFF, 0xFF, 0xFF}));
-    EXPECT_EQ(Stored(Quantity::FromRaw(0x01020304)), (Bytes{0x04, 0x03, 0x02, 0x01}));
-    EXPECT_EQ(Loaded<Quantity>({0xFE, 0xFF, 0xFF, 0xFF}).GetRaw(), -2);
-    EXPECT_EQ(Loaded<Quantity>({0x04, 0x03, 0x02, 0x01}).GetRaw(), 0x01020304);
-}
-
 // --- Money alone -------------------------------------------------------------------------------
 
 class MoneyTest : public WholeRawTest<MoneyFigures> {};
 
-TEST_F(MoneyTest, DollarsRoundHalfUpToTheCent) {
+TEST_F(MoneyTest, DollarsRoundHalfUpToTheCentAndTextFollowsTheSymbolsInForceAndParsesBack) {
     EXPECT_EQ(QMoney::dollar_to_raw(0.005), 1);
     EXPECT_EQ(QMoney::dollar_to_raw(-0.005), 0);
     EXPECT_EQ(QMoney(0.01).GetRaw(), 1);
-}
-
-TEST_F(MoneyTest, TextFollowsTheSymbolsInForceAndParsesBack) {
     QMoney::SetLocaleSymbols(CString::FromUtf8("\xE2\x82\xAC"), u".", u",");
     EXPECT_EQ(QMoney::FromRaw(-123450).Format().ToUtf8(), "-\xE2\x82\xAC"
                                                           "1.234,50");
@@ -389,9 +380,6 @@ TEST_F(MoneyTest, TextFollowsTheSymbolsInForceAndParsesBack) {
             EXPECT_EQ(money.GetRaw(), raw);
         }
     }
-}
-
-TEST_F(MoneyTest, SymbolsSetByHandStayUntilResetAndTheCLocaleGivesTheDollarForms) {
     QMoney::SetLocaleSymbols(u"CHF", u"'", u".");
     EXPECT_EQ(QMoney::GetLocaleSymbols().symbol.ToUtf8(), "CHF");
     EXPECT_EQ(QMoney::GetLocaleSymbols().thousands.ToUtf8(), "'");
@@ -409,16 +397,13 @@ TEST_F(MoneyTest, SymbolsSetByHandStayUntilResetAndTheCLocaleGivesTheDollarForms
 
 class TimeTest : public WholeRawTest<TimeFigures> {};
 
-TEST_F(TimeTest, MinutesAndHoursRoundHalfUpToTheSecond) {
+TEST_F(TimeTest, MinutesAndHoursRoundHalfUpAndTotalsAndPartsCutTheSpan) {
     EXPECT_EQ(QTime::minute_to_raw(0.125), 8);
     EXPECT_EQ(QTime::minute_to_raw(-0.125), -7);
     EXPECT_EQ(QTime::hour_to_raw(0.5), 1800);
     EXPECT_EQ(QTime::hour_to_raw(-0.5), -1800);
     QTime::SetDefaultUnits(QTime::TU_MINUTES);
     EXPECT_EQ(QTime::TimeUnitSuffix().ToUtf8(), "mn");
-}
-
-TEST_F(TimeTest, TotalsAndPartsCutTheSpan) {
     const struct {
         std::int32_t raw;
         std::int32_t totalHours, totalMinutes;
