@@ -40,9 +40,16 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     if (text.ToUtf8() != std::string_view(bytes) || !keel::fuzz::IsBounded(text))
         return 0;
 
+    // Each run makes the tokens anew, as reading a literal may raise floating-point flags.
+    const FormulaText formula(text);
+    const auto retokenise = [&] {
+        if (!formula.IsEmpty())
+            QTokeniser::ForceRetokenise(formula.UniqueId());
+    };
     test::FormulaRunner runner;
     Factory().StartInput(c_maxEvaluationsPerInput);
     const test::FormulaRun walked = runner.Run(bytes, QFormulaCompilation::Off);
+    retokenise();
     Factory().StartInput(c_maxEvaluationsPerInput);
     const test::FormulaRun compiled = runner.Run(bytes, QFormulaCompilation::Always);
     if (!(walked == compiled)) {
@@ -50,8 +57,6 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
                      test::Describe(walked).c_str(), test::Describe(compiled).c_str());
         std::abort();
     }
-    const FormulaText formula(text);
-    if (!formula.IsEmpty())
-        QTokeniser::ForceRetokenise(formula.UniqueId());
+    retokenise();
     return 0;
 }
