@@ -33,52 +33,44 @@ TEST(MakeQuadTest, ReplacesWhatThePolygonHeldAndItsBounds) {
     EXPECT_EQ(poly.Orientation(), 1);
 }
 
-struct OrthoCase {
-    const char* name;
-    XY a, b;
-    double w1, w2;
-    std::vector<XY> corners;
-};
+// Each vertex of `poly` within 1e-9 of the points of `expected`, "x,y x,y ...", in order.
+testing::AssertionResult CornersNear(const QWorldPoly& poly, const std::string& expected) {
+    const QWorldPoly corners = test::PolyOf(expected);
+    if (poly.GetCount() != corners.GetCount())
+        return testing::AssertionFailure() << poly.GetCount() << " vertices: " << Text(poly);
+    for (int i = 0; i < corners.GetCount(); ++i) {
+        const test::RawXY got{poly.Vertex(i)};
+        const test::RawXY want{corners.Vertex(i)};
+        if (std::fabs(got.x - want.x) > 1e-9 || std::fabs(got.y - want.y) > 1e-9)
+            return testing::AssertionFailure() << "vertex " << i << " of " << Text(poly);
+    }
+    return testing::AssertionSuccess();
+}
 
 // A third of the way in from each end, the widths to the left of a→b; a and b closer than the
 // length tolerance give no direction, so the widths move nothing.
-const OrthoCase c_orthoCases[] = {
-    {"across the line", {0, 0}, {30, 0}, -5, 5, {{10, -5}, {10, 5}, {20, 5}, {20, -5}}},
-    {"reversed line", {30, 0}, {0, 0}, -5, 5, {{20, 5}, {20, -5}, {10, -5}, {10, 5}}},
-    {"one side, upwards", {0, 0}, {0, 30}, 0, 6, {{0, 10}, {-6, 10}, {-6, 20}, {0, 20}}},
-    {"slanted",
-     {0, 0},
-     {6, 8},
-     5,
-     10,
-     {{-2, 17.0 / 3}, {-6, 26.0 / 3}, {-4, 34.0 / 3}, {0, 25.0 / 3}}},
-    {"zero widths", {0, 0}, {30, 0}, 0, 0, {{10, 0}, {10, 0}, {20, 0}, {20, 0}}},
-    {"a equals b", {7, 7}, {7, 7}, 5, 10, {{7, 7}, {7, 7}, {7, 7}, {7, 7}}},
-    {"a and b within tolerance",
-     {0, 0},
-     {0.009, 0},
-     -5,
-     5,
-     {{0.003, 0}, {0.003, 0}, {0.006, 0}, {0.006, 0}}},
-    {"a and b just beyond tolerance",
-     {0, 0},
-     {0.015, 0},
-     -5,
-     5,
-     {{0.005, -5}, {0.005, 5}, {0.01, 5}, {0.01, -5}}},
-};
-
 TEST(MakeOrthoQuadTest, CornersSitOnTheThirdsAtTheWidths) {
-    for (const OrthoCase& c : c_orthoCases) {
+    const struct {
+        const char* name;
+        const char* ends;
+        double w1, w2;
+        const char* corners;
+    } cases[] = {
+        {"across the line", "0,0 30,0", -5, 5, "10,-5 10,5 20,5 20,-5"},
+        {"reversed line", "30,0 0,0", -5, 5, "20,5 20,-5 10,-5 10,5"},
+        {"one side, upwards", "0,0 0,30", 0, 6, "0,10 -6,10 -6,20 0,20"},
+        {"slanted", "0,0 9,12", 5, 10, "-1,7 -5,10 -2,14 2,11"},
+        {"zero widths", "0,0 30,0", 0, 0, "10,0 10,0 20,0 20,0"},
+        {"a equals b", "7,7 7,7", 5, 10, "7,7 7,7 7,7 7,7"},
+        {"a and b within tolerance", "0,0 0.009,0", -5, 5, "0.003,0 0.003,0 0.006,0 0.006,0"},
+        {"a and b beyond tolerance", "0,0 0.015,0", -5, 5, "0.005,-5 0.005,5 0.01,5 0.01,-5"},
+    };
+    for (const auto& c : cases) {
         SCOPED_TRACE(c.name);
+        const QWorldPoly ends = test::PolyOf(c.ends);
         QWorldPoly poly = Poly({{100, 100}});
-        MakeOrthoQuad(poly, Pt(c.a.first, c.a.second), Pt(c.b.first, c.b.second), Raw(c.w1),
-                      Raw(c.w2));
-        ASSERT_EQ(poly.GetCount(), 4) << Text(poly);
-        for (int i = 0; i < 4; ++i) {
-            EXPECT_NEAR(poly.Vertex(i).x.GetRaw(), c.corners[i].first, 1e-9) << "vertex " << i;
-            EXPECT_NEAR(poly.Vertex(i).y.GetRaw(), c.corners[i].second, 1e-9) << "vertex " << i;
-        }
+        MakeOrthoQuad(poly, ends.Vertex(0), ends.Vertex(1), Raw(c.w1), Raw(c.w2));
+        EXPECT_TRUE(CornersNear(poly, c.corners));
     }
 }
 
@@ -112,119 +104,70 @@ TEST(MakeOrthoQuadTest, EveryLineGivesARectangleOnItsMiddleThird) {
     }
 }
 
-struct RunCase {
-    const char* name;
-    double l1, l2, l3;
-    std::vector<double> cuts;
-    XY origin;
-    double degrees;
-    bool left;
-    std::vector<XY> corners;
-    int orientation;
-};
-
-// Vertex 0 starts the run and 1 ends it; 2 and 3 are the far side's end and start. To the left
-// entry 0 moves the run's end on; to the right entries 1 and 2 move its start back.
-const RunCase c_runCases[] = {
-    {"left, square ends",
-     60,
-     20,
-     30,
-     {0},
-     {100, 50},
-     0,
-     true,
-     {{100, 50}, {160, 50}, {160, 80}, {100, 70}},
-     1},
-    {"left, end lengthened",
-     60,
-     20,
-     20,
-     {15},
-     {100, 50},
-     0,
-     true,
-     {{100, 50}, {175, 50}, {160, 70}, {100, 70}},
-     1},
-    {"left, end shortened; the other entries unread",
-     60,
-     20,
-     20,
-     {-10, 99, 99},
-     {100, 50},
-     0,
-     true,
-     {{100, 50}, {150, 50}, {160, 70}, {100, 70}},
-     1},
-    {"left, upwards", 40, 10, 10, {2}, {0, 0}, 90, true, {{0, 0}, {0, 42}, {-10, 40}, {-10, 0}}, 1},
-    {"right, start cut on both lines; entry 0 unread",
-     60,
-     20,
-     30,
-     {99, 5, 8},
-     {100, 50},
-     0,
-     false,
-     {{95, 50}, {160, 50}, {160, 20}, {92, 30}},
-     -1},
-    {"right, start shortened",
-     60,
-     20,
-     20,
-     {0, -5, -5},
-     {100, 50},
-     0,
-     false,
-     {{105, 50}, {160, 50}, {160, 30}, {105, 30}},
-     -1},
-    {"right, at 45 degrees",
-     10 * std::sqrt(2.0),
-     5 * std::sqrt(2.0),
-     5 * std::sqrt(2.0),
-     {0, 0, 0},
-     {0, 0},
-     45,
-     false,
-     {{0, 0}, {10, 10}, {15, 5}, {5, -5}},
-     -1},
-    {"right, backwards",
-     30,
-     10,
-     10,
-     {0, 0, 0},
-     {0, 0},
-     180,
-     false,
-     {{0, 0}, {-30, 0}, {-30, 10}, {0, 10}},
-     -1},
-    {"zero lengths", 0, 0, 0, {0}, {3, 4}, 30, true, {{3, 4}, {3, 4}, {3, 4}, {3, 4}}, 0},
-    {"zero run, depths only",
-     0,
-     10,
-     10,
-     {0, 0, 0},
-     {0, 0},
-     0,
-     false,
-     {{0, 0}, {0, 0}, {0, -10}, {0, -10}},
-     0},
-};
-
+// A run from 100,50: vertex 0 starts it and 1 ends it; 2 and 3 are the far side's end and start.
+// To the left entry 0 moves the run's end on; to the right entries 1 and 2 move its start back.
 TEST(MakeQuadFromLengthsTest, RunDepthsAndCutsPlaceTheCorners) {
-    for (const RunCase& c : c_runCases) {
+    const struct {
+        const char* name;
+        double l1, l2, l3;
+        std::vector<double> cuts;
+        double degrees;
+        bool left;
+        const char* corners;
+        int orientation;
+    } cases[] = {
+        {"left, square ends", 60, 20, 30, {0}, 0, true, "100,50 160,50 160,80 100,70", 1},
+        {"left, end lengthened", 60, 20, 20, {15}, 0, true, "100,50 175,50 160,70 100,70", 1},
+        {"left, end shortened, entries 1 and 2 unread",
+         60,
+         20,
+         20,
+         {-10, 99, 99},
+         0,
+         true,
+         "100,50 150,50 160,70 100,70",
+         1},
+        {"left, upwards", 40, 10, 10, {2}, 90, true, "100,50 100,92 90,90 90,50", 1},
+        {"right, start lengthened, entry 0 unread",
+         60,
+         20,
+         30,
+         {99, 5, 8},
+         0,
+         false,
+         "95,50 160,50 160,20 92,30",
+         -1},
+        {"right, start shortened",
+         60,
+         20,
+         20,
+         {0, -5, -5},
+         0,
+         false,
+         "105,50 160,50 160,30 105,30",
+         -1},
+        {"right, at 45 degrees",
+         10 * std::sqrt(2.0),
+         5 * std::sqrt(2.0),
+         5 * std::sqrt(2.0),
+         {0, 0, 0},
+         45,
+         false,
+         "100,50 110,60 115,55 105,45",
+         -1},
+        {"right, backwards", 30, 10, 10, {0, 0, 0}, 180, false, "100,50 70,50 70,60 100,60", -1},
+        {"zero lengths", 0, 0, 0, {0}, 30, true, "100,50 100,50 100,50 100,50", 0},
+        {"zero run", 0, 10, 10, {0, 0, 0}, 0, false, "100,50 100,50 100,40 100,40", 0},
+    };
+    for (const auto& c : cases) {
         SCOPED_TRACE(c.name);
         QArray<QLength> cuts;
         for (double cut : c.cuts)
             cuts.Add(Raw(cut));
         QWorldPoly poly = Poly({{-1, -1}, {-2, -2}});
-        MakeQuadFromLengths(poly, Raw(c.l1), Raw(c.l2), Raw(c.l3), cuts,
-                            Pt(c.origin.first, c.origin.second), QAngle::FromRaw(c.degrees),
-                            c.left);
-        ASSERT_EQ(poly.GetCount(), 4) << Text(poly);
-        for (int i = 0; i < 4; ++i) {
-            EXPECT_NEAR(poly.Vertex(i).x.GetRaw(), c.corners[i].first, 1e-9) << "vertex " << i;
-            EXPECT_NEAR(poly.Vertex(i).y.GetRaw(), c.corners[i].second, 1e-9) << "vertex " << i;
-        }
+        MakeQuadFromLengths(poly, Raw(c.l1), Raw(c.l2), Raw(c.l3), cuts, Pt(100, 50),
+                            QAngle::FromRaw(c.degrees), c.left);
+        EXPECT_TRUE(CornersNear(poly, c.corners));
         EXPECT_EQ(poly.Orientation(), c.orientation);
     }
 }
