@@ -245,6 +245,7 @@ template <class T, char tag>
 void MakeQuadFromLengths(TPoly<T, tag>& poly, const T& l1, const T& l2, const T& l3,
                          const QArray<T>& lengths, const TPoint<T, tag>& origin,
                          const QAngle& angle, bool left);
+
 using QLogicalPoint = TPoint<int, c_clientSpace>;
 
 // The integer logical points a polygon is drawn with: hundredths of a raw unit, rounded half up
