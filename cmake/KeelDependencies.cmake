@@ -12,6 +12,16 @@ pkg_check_modules(LIBXSLT REQUIRED IMPORTED_TARGET libxslt)
 pkg_check_modules(GSF REQUIRED IMPORTED_TARGET libgsf-1)
 # Databases: SQLite files, for reports and the `db` functions of formulas.
 pkg_check_modules(SQLITE3 REQUIRED IMPORTED_TARGET sqlite3)
+# Database servers, each optional: without its library the backend is left out, and a connection
+# to such a server fails saying so.
+pkg_check_modules(ODBC QUIET IMPORTED_TARGET odbc)
+if(NOT ODBC_FOUND)
+    message(STATUS "unixODBC not found: the ODBC database backend is left out")
+endif()
+pkg_check_modules(LIBPQ QUIET IMPORTED_TARGET libpq)
+if(NOT LIBPQ_FOUND)
+    message(STATUS "libpq not found: the PostgreSQL database backend is left out")
+endif()
 # Drawing to PNG, PDF and SVG surfaces.
 pkg_check_modules(CAIRO REQUIRED IMPORTED_TARGET cairo)
 # Line editing, history and completion for `keel repl`; the program alone links it.
