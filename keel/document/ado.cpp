@@ -95,58 +95,6 @@ std::mutex& SharedLock() {
     return lock;
 }
 
-bool SameKey(std::string_view key, std::string_view wanted) {
-    while (!key.empty() && std::isspace(static_cast<unsigned char>(key.front())))
-        key.remove_prefix(1);
-    while (!key.empty() && std::isspace(static_cast<unsigned char>(key.back())))
-        key.remove_suffix(1);
-    return std::equal(key.begin(), key.end(), wanted.begin(), wanted.end(), [](char a, char b) {
-        return std::tolower(static_cast<unsigned char>(a)) == b;
-    });
-}
-
-// The ODBC connection string with the values of "PWD" and "Password" hidden. A value in braces
-// may hold ";".
-std::string WithoutOdbcPassword(const std::string& text) {
-    std::string shown;
-    std::size_t start = 0;
-    while (start < text.size()) {
-        std::size_t end = start;
-        for (int braces = 0; end < text.size() && (braces > 0 || text[end] != ';'); ++end)
-            braces += text[end] == '{' ? 1 : (text[end] == '}' && braces > 0) ? -1 : 0;
-        std::string pair = text.substr(start, end - start);
-        const std::size_t equals = pair.find('=');
-        if (equals != std::string::npos &&
-            (SameKey(pair.substr(0, equals), "pwd") || SameKey(pair.substr(0, equals), "password")))
-            pair = pair.substr(0, equals + 1) + "***";
-        shown += pair + (end < text.size() ? ";" : "");
-        start = end + 1;
-    }
-    return shown;
-}
-
-// The URI with the password of its user and a "password" parameter hidden.
-std::string WithoutUriPassword(std::string text) {
-    const std::size_t authority = text.find("://") + 3;
-    const std::size_t authorityEnd = std::min(text.find_first_of("/?", authority), text.size());
-    const std::size_t at = text.rfind('@', authorityEnd);
-    if (at != std::string::npos && at >= authority) {
-        const std::size_t colon = text.find(':', authority);
-        if (colon < at)
-            text.replace(colon + 1, at - colon - 1, "***");
-    }
-    std::size_t query = text.find('?');
-    while (query != std::string::npos) {
-        const std::size_t next = text.find('&', query + 1);
-        const std::size_t equals = text.find('=', query + 1);
-        if (equals < next &&
-            SameKey(std::string_view(text).substr(query + 1, equals - query - 1), "password"))
-            text.replace(equals + 1, std::min(next, text.size()) - equals - 1, "***");
-        query = text.find('&', query + 1);
-    }
-    return text;
-}
-
 // A table or field name in a statement, quoted so that it stays one name.
 CString Quoted(const CString& name) {
     CString quoted = name;
@@ -167,18 +115,6 @@ QADOConnection::QADOConnection(const CString& path, std::unique_ptr<QAdoBackend>
 
 QADOConnection::~QADOConnection() = default;
 
-CString QADOConnection::DisplayName(const CString& name) {
-    switch (DatabaseNameKind(name)) {
-    case QDatabaseNameKind::OdbcConnection:
-        return CString::FromUtf8(WithoutOdbcPassword(name.ToUtf8()));
-    case QDatabaseNameKind::PostgresUri:
-        return CString::FromUtf8(WithoutUriPassword(name.ToUtf8()));
-    case QDatabaseNameKind::File:
-        break;
-    }
-    return name;
-}
-
 std::shared_ptr<QADOConnection> QADOConnection::Open(const CString& name, CString& error,
                                                      bool create) {
     const std::string text = name.ToUtf8();
@@ -197,7 +133,7 @@ std::shared_ptr<QADOConnection> QADOConnection::Open(const CString& name, CStrin
     if (!backend)
         return nullptr;
     return std::shared_ptr<QADOConnection>(
-        new QADOConnection(DisplayName(name), std::move(backend)));
+        new QADOConnection(DatabaseDisplayName(name), std::move(backend)));
 }
 
 std::shared_ptr<QADOConnection> QADOConnection::MakeShared(const CString& name, CString& error,
@@ -268,7 +204,7 @@ bool QAdo::SetConnection(const CString& path, bool create) {
     CString error;
     m_connection = QADOConnection::MakeShared(path, error, create);
     if (!m_connection)
-        return Fail(u"Cannot connect to " + path + u"\n" + error);
+        return Fail(u"Cannot connect to " + DatabaseDisplayName(path) + u"\n" + error);
     return true;
 }
 

@@ -38,8 +38,6 @@ public:
     // Lets go of every shared connection; one still in use closes with its last user.
     static void FreeAll();
     static int SharedCount();
-    // The name as messages show it: a connection string with its password hidden.
-    static CString DisplayName(const CString& name);
 
     ~QADOConnection();
     QADOConnection(const QADOConnection&) = delete;

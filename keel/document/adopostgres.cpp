@@ -193,7 +193,9 @@ struct Parameters {
                 error = u"A blob parameter is too large to send";
                 return false;
             }
-            values[i] = reinterpret_cast<const char*>(field.blob->data());
+            // An empty blob is no NULL: its value points somewhere, at no bytes.
+            values[i] =
+                field.blob->empty() ? "" : reinterpret_cast<const char*>(field.blob->data());
             lengths[i] = static_cast<int>(field.blob->size());
             formats[i] = 1;
             types[i] = c_byteaOid;
@@ -283,6 +285,9 @@ PGconn* PostgresBackend::Connect(const std::string& uri, CString& error) {
         return nullptr;
     }
     PQsetnonblocking(connection, 1);
+    // The server's notices (a shutdown's warning among them) are not the program's output.
+    PQsetNoticeProcessor(
+        connection, [](void*, const char*) {}, nullptr);
     return connection;
 }
 

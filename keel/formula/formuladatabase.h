@@ -33,6 +33,9 @@ struct QDatabaseFailure {
 // "postgresql://" or "postgres://" in any case).
 enum class QDatabaseNameKind { File, OdbcConnection, PostgresUri };
 QDatabaseNameKind DatabaseNameKind(const CString& name);
+// The name as messages show it: the password of a connection string ("PWD", "Password", the
+// user's password in a URI or its "password" parameter) hidden as "***".
+CString DatabaseDisplayName(const CString& name);
 
 // The database access of the formula functions `dblookup` and its kin. The layer of documents
 // implements it and the application hands it out (QEvaluatorFactory::Database); without it the

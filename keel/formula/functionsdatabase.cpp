@@ -21,50 +21,6 @@ int QDatabaseRecords::FieldIndex(const CString& name) const {
 
 namespace {
 
-bool HasPrefixNoCase(const CString& text, const char16_t* prefix) {
-    const CString head = text.Left(CString(prefix).GetLength());
-    return head.CompareNoCase(prefix) == 0;
-}
-
-// Whether a pair of the connection string has the key "Driver" or "DSN". Values in braces may
-// hold ";".
-bool NamesOdbcSource(const CString& text) {
-    CString key;
-    bool inKey = true;
-    int braces = 0;
-    for (int i = 0; i <= text.GetLength(); ++i) {
-        const char16_t c = i < text.GetLength() ? text[i] : u';';
-        if (braces > 0) {
-            braces += c == u'{' ? 1 : c == u'}' ? -1 : 0;
-        } else if (c == u';') {
-            inKey = true;
-            key.Empty();
-        } else if (inKey && c == u'=') {
-            key.Trim();
-            if (key.CompareNoCase(u"Driver") == 0 || key.CompareNoCase(u"DSN") == 0)
-                return true;
-            inKey = false;
-        } else if (inKey) {
-            key += c;
-        } else if (c == u'{') {
-            braces = 1;
-        }
-    }
-    return false;
-}
-
-} // namespace
-
-QDatabaseNameKind DatabaseNameKind(const CString& name) {
-    if (HasPrefixNoCase(name, u"postgresql://") || HasPrefixNoCase(name, u"postgres://"))
-        return QDatabaseNameKind::PostgresUri;
-    if (NamesOdbcSource(name))
-        return QDatabaseNameKind::OdbcConnection;
-    return QDatabaseNameKind::File;
-}
-
-namespace {
-
 using namespace builtin;
 
 // One call of a database function: the database it names and the statement it runs, once both
@@ -156,14 +112,14 @@ QFormulaDatabase* FormulaDatabase() {
 }
 
 CString ConnectionFailure(const DatabaseCall& db, const CString& reason) {
-    CString message = u"error can't make ADO connection to " + db.path;
+    CString message = u"error can't make ADO connection to " + DatabaseDisplayName(db.path);
     if (!reason.IsEmpty())
         message += u"\n" + reason;
     return message;
 }
 
 CString InDatabase(const DatabaseCall& db) {
-    return u"[" + db.sql + u"] in database " + db.path;
+    return u"[" + db.sql + u"] in database " + DatabaseDisplayName(db.path);
 }
 
 // Runs the query; false with the call's result when it failed.
