@@ -151,12 +151,15 @@ QAdoField ReadField(const PGresult* result, int row, int column) {
     return field;
 }
 
-bool ReadRecords(const PGresult* result, QAdoRecords& records, CString& error) {
-    records.names.clear();
-    records.rows.clear();
+// Adds the records of a result; the first result of a statement gives the names of the fields.
+bool ReadRecords(const PGresult* result, bool first, QAdoRecords& records, CString& error) {
     const int columns = PQnfields(result);
-    for (int i = 0; i < columns; ++i)
-        records.names.push_back(CString::FromUtf8(PQfname(result, i)));
+    if (first) {
+        records.names.clear();
+        records.rows.clear();
+        for (int i = 0; i < columns; ++i)
+            records.names.push_back(CString::FromUtf8(PQfname(result, i)));
+    }
     for (int row = 0; row < PQntuples(result); ++row) {
         if (!records.AddRow(static_cast<std::size_t>(columns), error))
             return false;
@@ -339,6 +342,9 @@ bool PostgresBackend::Send(const std::string& sql, std::span<const QAdoField> pa
                                  bound.types.data(), bound.values.data(), bound.lengths.data(),
                                  bound.formats.data(), 0);
     }
+    // Records come one at a time, so that a result past the limits is refused as it comes.
+    if (sent && oneStatement)
+        PQsetSingleRowMode(m_connection);
     if (sent)
         return true;
     const CString message = Trimmed(PQerrorMessage(m_connection));
@@ -353,8 +359,10 @@ bool PostgresBackend::Wait(CString& error) {
     const Clock::time_point deadline =
         Clock::now() + std::chrono::milliseconds(m_timeoutMs + c_answerGraceMs);
     while (true) {
+        // What has come is read only when the next result needs more: reading moves what is
+        // buffered, and a large result read a record at a time would be moved again and again.
         const int flushed = PQflush(m_connection);
-        if (flushed < 0 || !PQconsumeInput(m_connection)) {
+        if (flushed < 0) {
             error = Lost(Trimmed(PQerrorMessage(m_connection)));
             return false;
         }
@@ -370,11 +378,16 @@ bool PostgresBackend::Wait(CString& error) {
         pollfd socket{PQsocket(m_connection),
                       static_cast<short>(POLLIN | (flushed == 1 ? POLLOUT : 0)), 0};
         ::poll(&socket, 1, static_cast<int>(std::min<long long>(left, INT_MAX)));
+        if (!PQconsumeInput(m_connection)) {
+            error = Lost(Trimmed(PQerrorMessage(m_connection)));
+            return false;
+        }
     }
 }
 
 bool PostgresBackend::Collect(QAdoRecords* records, std::int64_t& changed, CString& error) {
     CString failure;
+    bool first = true;
     while (true) {
         if (!Wait(error))
             return false;
@@ -382,11 +395,17 @@ bool PostgresBackend::Collect(QAdoRecords* records, std::int64_t& changed, CStri
         if (!result)
             break;
         switch (PQresultStatus(result.get())) {
+        case PGRES_SINGLE_TUPLE:
         case PGRES_TUPLES_OK:
             if (ChangesRecords(result.get()))
                 changed += std::atoll(PQcmdTuples(result.get()));
-            if (records && failure.IsEmpty() && !ReadRecords(result.get(), *records, failure))
-                records->rows.clear();
+            if (records && !ReadRecords(result.get(), first, *records, error)) {
+                // The rest of a result past the limits is not worth reading.
+                PQfinish(m_connection);
+                m_connection = nullptr;
+                return false;
+            }
+            first = false;
             break;
         case PGRES_COMMAND_OK:
             changed += std::atoll(PQcmdTuples(result.get()));

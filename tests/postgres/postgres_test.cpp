@@ -197,6 +197,19 @@ TEST_F(PostgresAdoTest, FailuresSayWhatFailedInTheirOwnWords) {
     EXPECT_TRUE(ado.OpenQuery(u"SELECT count(*) AS n FROM parts")) << Error(ado);
 }
 
+TEST_F(PostgresAdoTest, AResultPastTheLimitsIsRefusedAsItComes) {
+    QAdo ado = Connected();
+    const auto start = Clock::now();
+    EXPECT_FALSE(ado.OpenQuery(u"SELECT g FROM generate_series(1, 1000001) g"));
+    EXPECT_LT(SecondsSince(start), 30.0);
+    EXPECT_NE(Error(ado).find("\nThe statement gives more than 1000000 records or 16000000 fields"),
+              std::string::npos)
+        << Error(ado);
+    EXPECT_EQ(ado.GetRecordCount(), 0);
+    ASSERT_TRUE(ado.OpenQuery(u"SELECT g FROM generate_series(1, 1000) g")) << Error(ado);
+    EXPECT_EQ(ado.GetRecordCount(), 1000);
+}
+
 TEST_F(PostgresAdoTest, AConnectionThatCannotBeMadeSaysWhyAndHidesThePassword) {
     QAdo ado;
     EXPECT_FALSE(ado.SetConnection(Uri("nosuchdb"), false));
