@@ -58,6 +58,9 @@ public:
                  CString& error);
     // The count of prepared statements kept.
     int CachedStatementCount() const;
+    // The backend's declared type of a column of reals, and its statement that finds a table.
+    const char16_t* RealColumnType() const { return m_backend->RealColumnType(); }
+    CString TableQuery() const { return CString::FromUtf8(m_backend->TableQuery()); }
 
 private:
     QADOConnection(const CString& path, std::unique_ptr<QAdoBackend> backend);

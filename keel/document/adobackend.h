@@ -54,6 +54,15 @@ public:
     // How long a statement may wait or run before it fails.
     virtual void SetTimeout(int milliseconds) = 0;
     virtual int CachedStatementCount() const { return 0; }
+    // The declared type of a column of reals. Servers keep a REAL in four bytes, and a double
+    // as DOUBLE PRECISION.
+    virtual const char16_t* RealColumnType() const { return u"DOUBLE PRECISION"; }
+    // A statement taking a table's name as its parameter that gives a record when the table is
+    // there, whatever the case of its name.
+    virtual std::string TableQuery() const {
+        return "SELECT table_name FROM information_schema.tables WHERE lower(table_name) = "
+               "lower(?)";
+    }
 };
 
 // The backends. Each gives null with the reason in `error` when it cannot connect.

@@ -253,6 +253,11 @@ public:
         changed = 0;
         return Send(sql, parameters, false, error) && Collect(nullptr, changed, error);
     }
+    // Tables of the schemas on the search path only.
+    std::string TableQuery() const override {
+        return "SELECT table_name FROM information_schema.tables WHERE lower(table_name) = "
+               "lower(?) AND table_schema = ANY (current_schemas(false))";
+    }
     void SetTimeout(int milliseconds) override {
         m_timeoutMs = std::max(1, milliseconds);
         m_timeoutSet = false;

@@ -109,6 +109,10 @@ public:
                  std::int64_t& changed, CString& error) override;
     void SetTimeout(int milliseconds) override { sqlite3_busy_timeout(m_database, milliseconds); }
     int CachedStatementCount() const override { return static_cast<int>(m_statements.size()); }
+    const char16_t* RealColumnType() const override { return u"REAL"; }
+    std::string TableQuery() const override {
+        return "SELECT name FROM sqlite_master WHERE type = 'table' AND name = ? COLLATE NOCASE";
+    }
 
 private:
     struct Finalizer {

@@ -302,21 +302,36 @@ TEST_F(PostgresAdoTest, AServerStoppedMidSessionGivesAClearErrorAndIsReachedAgai
 
 TEST_F(PostgresAdoTest, TablesAreCreatedAndRecordsChangedThroughTheOpenTable) {
     QAdo ado = Connected();
-    ASSERT_TRUE(ado.Execute(QAdoX::CreateStatement(
-        TableSpec{u"stock", QArray<ColumnAndType>{{u"name", QAnyValue::TYPE_STRING},
-                                                  {u"count", QAnyValue::TYPE_INT},
-                                                  {u"price", QAnyValue::TYPE_DOUBLE}}})))
-        << Error(ado);
-    ASSERT_TRUE(ado.OpenTable(u"stock")) << Error(ado);
+    TableSpec stock{u"Stock", {}};
+    stock.columns.Add({u"name", QAnyValue::TYPE_STRING});
+    stock.columns.Add({u"count", QAnyValue::TYPE_INT});
+    stock.columns.Add({u"price", QAnyValue::TYPE_DOUBLE});
+    stock.columns.Add({u"done", QAnyValue::TYPE_BOOL});
+    TableSpec broken{u"Broken", {}};
+    QAdoX adox(ado.GetConnection());
+    const TableSpec both[] = {stock, broken};
+    EXPECT_FALSE(adox.CreateMissingTables(both));
+    EXPECT_FALSE(adox.HasTable(u"stock"));
+    ASSERT_TRUE(adox.CreateMissingTables(std::span(both, 1))) << adox.GetLastError().ToUtf8();
+    EXPECT_TRUE(adox.HasTable(u"STOCK"));
+    EXPECT_TRUE(adox.CreateMissingTables(std::span(both, 1))) << adox.GetLastError().ToUtf8();
+    EXPECT_EQ(Server().Psql("SELECT column_name, data_type FROM information_schema.columns "
+                            "WHERE table_name = 'Stock' ORDER BY ordinal_position"),
+              "name|text\ncount|integer\nprice|double precision\ndone|boolean\n");
+
+    ASSERT_TRUE(ado.OpenTable(u"Stock")) << Error(ado);
     ASSERT_TRUE(ado.AddNew());
     ASSERT_TRUE(ado.PutField(u"name", QAnyValue(u"oak")));
     ASSERT_TRUE(ado.PutInt(u"count", 3));
-    ASSERT_TRUE(ado.PutField(u"price", QAnyValue(12.5)));
+    ASSERT_TRUE(ado.PutField(u"price", QAnyValue(0.1)));
+    ASSERT_TRUE(ado.PutField(u"done", QAnyValue(false)));
     ASSERT_TRUE(ado.Update()) << Error(ado);
-    ASSERT_TRUE(ado.OpenTable(u"stock")) << Error(ado);
+    ASSERT_TRUE(ado.OpenTable(u"Stock")) << Error(ado);
+    EXPECT_TRUE(ado.GetField(u"price").Identical(QAnyValue(0.1)));
+    EXPECT_TRUE(ado.GetField(u"done").Identical(QAnyValue(false)));
     ASSERT_TRUE(ado.PutInt(u"count", 4));
-    ASSERT_TRUE(ado.Update(u"stock", u"name")) << Error(ado);
-    EXPECT_EQ(Server().Psql("SELECT name, count, price FROM stock"), "oak|4|12.5\n");
+    ASSERT_TRUE(ado.Update(u"Stock", u"name")) << Error(ado);
+    EXPECT_EQ(Server().Psql("SELECT name, count, price, done FROM \"Stock\""), "oak|4|0.1|f\n");
 }
 
 // The `db` functions of formulas, with a server's URI for the database's name.
