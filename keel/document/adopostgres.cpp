@@ -53,8 +53,20 @@ CString ResultMessage(const PGresult* result) {
     return Trimmed(primary ? primary : PQresultErrorMessage(result));
 }
 
-// The statement with each "?" outside quotes, quoted names and comments made the numbered
-// parameter the server reads ($1, $2, ...).
+// The tag that opens a dollar-quoted string at `at` ("$$" or "$name$"); empty where none does.
+std::string_view DollarTag(std::string_view sql, std::size_t at) {
+    if (sql[at] != '$' || at + 1 >= sql.size() ||
+        std::isdigit(static_cast<unsigned char>(sql[at + 1])))
+        return {};
+    std::size_t end = at + 1;
+    while (end < sql.size() &&
+           (std::isalnum(static_cast<unsigned char>(sql[end])) || sql[end] == '_'))
+        ++end;
+    return end < sql.size() && sql[end] == '$' ? sql.substr(at, end - at + 1) : std::string_view();
+}
+
+// The statement with each "?" outside quotes, quoted names, dollar-quoted strings and comments
+// made the numbered parameter the server reads ($1, $2, ...).
 std::string NumberedParameters(std::string_view sql) {
     std::string out;
     out.reserve(sql.size() + 8);
@@ -72,6 +84,9 @@ std::string NumberedParameters(std::string_view sql) {
         } else if (sql.substr(i, 2) == "/*") {
             end = sql.find("*/", i + 2);
             end = end == std::string_view::npos ? end : end + 1;
+        } else if (const std::string_view tag = DollarTag(sql, i); !tag.empty()) {
+            end = sql.find(tag, i + tag.size());
+            end = end == std::string_view::npos ? end : end + tag.size() - 1;
         } else if (c == '?') {
             out += "$" + std::to_string(++number);
             continue;

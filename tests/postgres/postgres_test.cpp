@@ -119,6 +119,9 @@ TEST_F(PostgresAdoTest, ValuesAreBoundAsParametersAndNeverBecomeStatementText) {
         u"SELECT body AS \"what?\" FROM notes WHERE body <> '?''?' /* ? */ AND id = ? -- ?\n", one))
         << Error(ado);
     EXPECT_EQ(ado.GetString(u"what?"), hostile);
+    const QAnyValue x[] = {QAnyValue(u"x")};
+    ASSERT_TRUE(ado.OpenQuery(u"SELECT $$a?$$ || $t$?$$?$t$ || ? || '$$' AS q", x)) << Error(ado);
+    EXPECT_EQ(ado.GetString(u"q"), CString(u"a??$$?x$$"));
     const QAnyValue text[] = {QAnyValue(hostile)};
     ASSERT_TRUE(ado.OpenQuery(u"SELECT id FROM notes WHERE body = $1", text)) << Error(ado);
     EXPECT_EQ(ado.GetRecordCount(), 1);
