@@ -194,6 +194,9 @@ bool ChangesRecords(const PGresult* result) {
 // Parameters as the server reads them: text, NULL as no value, a blob as binary bytea. The
 // server infers the type of the others from the statement.
 struct Parameters {
+    // The texts are made room for at once, so that the values may point into them.
+    explicit Parameters(std::size_t count) : texts(count) {}
+
     std::vector<std::string> texts;
     std::vector<const char*> values;
     std::vector<int> lengths;
@@ -336,6 +339,8 @@ bool PostgresBackend::Ready(CString& error) {
     }
     if (m_timeoutSet)
         return true;
+    // Set ahead of the first statement of each connection; the statement that sets it finds it
+    // set already.
     m_timeoutSet = true;
     std::int64_t ignored = 0;
     const QAdoField field{QAnyValue(CString::FromUtf8(std::to_string(m_timeoutMs))), nullptr};
@@ -352,8 +357,7 @@ bool PostgresBackend::Send(const std::string& sql, std::span<const QAdoField> pa
     if (parameters.empty() && !oneStatement) {
         sent = PQsendQuery(m_connection, sql.c_str());
     } else {
-        Parameters bound;
-        bound.texts.resize(parameters.size());
+        Parameters bound(parameters.size());
         for (const QAdoField& field : parameters)
             if (!bound.Add(field, error))
                 return false;
