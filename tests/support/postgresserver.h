@@ -127,11 +127,14 @@ private:
         return found.back().string();
     }
 
-    // Runs a server program, as nobody when the test is root (setpriv needs no login session,
-    // which runuser does).
+    // Runs a server program, as nobody when the test is root: through setpriv, which needs no
+    // login session (runuser asks PAM for one, which a container may refuse), else runuser.
     static bool AsServerUser(const std::string& command) {
-        const std::string prefix =
-            ::geteuid() == 0 ? "setpriv --reuid=65534 --regid=65534 --clear-groups " : "";
+        std::string prefix;
+        if (::geteuid() == 0)
+            prefix = std::system("command -v setpriv >/dev/null 2>&1") == 0
+                         ? "setpriv --reuid=65534 --regid=65534 --clear-groups "
+                         : "runuser -u nobody -- ";
         return std::system((prefix + command + " >/dev/null 2>&1").c_str()) == 0;
     }
 
