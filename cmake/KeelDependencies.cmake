@@ -12,6 +12,22 @@ pkg_check_modules(LIBXSLT REQUIRED IMPORTED_TARGET libxslt)
 pkg_check_modules(GSF REQUIRED IMPORTED_TARGET libgsf-1)
 # Databases: SQLite files, for reports and the `db` functions of formulas.
 pkg_check_modules(SQLITE3 REQUIRED IMPORTED_TARGET sqlite3)
+# Database servers, each optional (and each may be turned off): without its library the backend
+# is left out, and a connection to such a server fails saying so.
+option(KEEL_WITH_ODBC "Build the ODBC database backend when unixODBC is found" ON)
+option(KEEL_WITH_POSTGRES "Build the PostgreSQL database backend when libpq is found" ON)
+if(KEEL_WITH_ODBC)
+    pkg_check_modules(ODBC QUIET IMPORTED_TARGET odbc)
+endif()
+if(NOT ODBC_FOUND)
+    message(STATUS "unixODBC not found or not wanted: the ODBC database backend is left out")
+endif()
+if(KEEL_WITH_POSTGRES)
+    pkg_check_modules(LIBPQ QUIET IMPORTED_TARGET libpq)
+endif()
+if(NOT LIBPQ_FOUND)
+    message(STATUS "libpq not found or not wanted: the PostgreSQL database backend is left out")
+endif()
 # Drawing to PNG, PDF and SVG surfaces.
 pkg_check_modules(CAIRO REQUIRED IMPORTED_TARGET cairo)
 # Line editing, history and completion for `keel repl`; the program alone links it.

@@ -5,12 +5,9 @@
 #include <algorithm>
 #include <array>
 #include <cctype>
-#include <climits>
-#include <cstdio>
 #include <fstream>
 #include <iterator>
 #include <map>
-#include <sqlite3.h>
 #include <sys/stat.h>
 
 namespace keel {
@@ -20,24 +17,72 @@ namespace {
 // A database file begins with these 16 bytes.
 constexpr std::array<char, 16> c_sqliteHeader{'S', 'Q', 'L', 'i', 't', 'e', ' ', 'f',
                                               'o', 'r', 'm', 'a', 't', ' ', '3', '\0'};
-// Statements kept a connection; past this the kept ones are let go.
-constexpr std::size_t c_maxKeptStatements = 64;
+// An Access-format file begins with 00 01 00 00 and one of these names, each ending in a NUL.
+constexpr std::string_view c_jetName{"Standard Jet DB\0", 16};
+constexpr std::string_view c_aceName{"Standard ACE DB\0", 16};
 
-// Why the file at `path` is no database this connection can open; empty when it is one, or
-// when there is no file (and `create`) or an empty one, which becomes a new database.
-CString WhyNotDatabase(const std::string& path, bool create) {
+enum class FileKind { Missing, Empty, Folder, Sqlite, Access, Other };
+
+FileKind KindOfFile(const std::string& path) {
     struct stat status {};
     if (::stat(path.c_str(), &status) != 0)
-        return create ? CString() : CString::FromUtf8(path) + u" does not exist";
+        return FileKind::Missing;
     if (S_ISDIR(status.st_mode))
-        return CString::FromUtf8(path) + u" is a folder, not a database file";
+        return FileKind::Folder;
     if (status.st_size == 0)
-        return CString();
+        return FileKind::Empty;
     std::ifstream file(path, std::ios::binary);
-    std::array<char, 16> header{};
-    if (!file.read(header.data(), header.size()) || header != c_sqliteHeader)
-        return CString::FromUtf8(path) + u" is not an SQLite database file";
-    return CString();
+    std::array<char, 20> header{};
+    file.read(header.data(), header.size());
+    const std::string_view read(header.data(), static_cast<std::size_t>(file.gcount()));
+    if (read.size() >= c_sqliteHeader.size() &&
+        std::equal(c_sqliteHeader.begin(), c_sqliteHeader.end(), read.begin()))
+        return FileKind::Sqlite;
+    const std::string_view access = read.size() == header.size() ? read.substr(4) : "";
+    if (read.starts_with(std::string_view("\0\1\0\0", 4)) &&
+        (access == c_jetName || access == c_aceName))
+        return FileKind::Access;
+    return FileKind::Other;
+}
+
+// An Access-format file goes to the MDBTools ODBC driver, which reads it and never writes.
+std::unique_ptr<QAdoBackend> OpenAccessFile(const std::string& path, CString& error) {
+    const CString name = CString::FromUtf8(path);
+    if (!HasOdbcBackend()) {
+        error = name + u" is an Access database file, and " + BuiltWithout(u"ODBC");
+        return nullptr;
+    }
+    const std::string driver = AccessOdbcDriver();
+    if (driver.empty()) {
+        error = name + u" is an Access database file; reading one needs the MDBTools ODBC "
+                       u"driver, which is not installed";
+        return nullptr;
+    }
+    return OpenOdbcBackend("Driver={" + driver + "};DBQ=" + path, error);
+}
+
+// The backend of a database file; where no file is, a new SQLite database when `create`.
+std::unique_ptr<QAdoBackend> OpenFile(const std::string& path, bool create, CString& error) {
+    const CString name = CString::FromUtf8(path);
+    switch (KindOfFile(path)) {
+    case FileKind::Missing:
+        if (create)
+            return OpenSqliteBackend(path, error);
+        error = name + u" does not exist";
+        return nullptr;
+    case FileKind::Folder:
+        error = name + u" is a folder, not a database file";
+        return nullptr;
+    case FileKind::Empty:
+    case FileKind::Sqlite:
+        return OpenSqliteBackend(path, error);
+    case FileKind::Access:
+        return OpenAccessFile(path, error);
+    case FileKind::Other:
+        break;
+    }
+    error = name + u" is not an SQLite database file";
+    return nullptr;
 }
 
 std::map<CString, std::shared_ptr<QADOConnection>>& SharedConnections() {
@@ -48,79 +93,6 @@ std::map<CString, std::shared_ptr<QADOConnection>>& SharedConnections() {
 std::mutex& SharedLock() {
     static std::mutex lock;
     return lock;
-}
-
-bool IsBlank(std::string_view text) {
-    return std::all_of(text.begin(), text.end(),
-                       [](char c) { return std::isspace(static_cast<unsigned char>(c)) != 0; });
-}
-
-// A declared column type that holds booleans.
-bool IsBooleanColumn(const char* declared) {
-    if (!declared)
-        return false;
-    std::string type(declared);
-    std::transform(type.begin(), type.end(), type.begin(),
-                   [](unsigned char c) { return static_cast<char>(std::toupper(c)); });
-    return type.find("BOOL") != std::string::npos || type == "BIT" || type == "YESNO";
-}
-
-QAdoField ReadField(sqlite3_stmt* statement, int column) {
-    QAdoField field;
-    switch (sqlite3_column_type(statement, column)) {
-    case SQLITE_INTEGER: {
-        const sqlite3_int64 number = sqlite3_column_int64(statement, column);
-        if (IsBooleanColumn(sqlite3_column_decltype(statement, column)))
-            field.value = QAnyValue(number != 0);
-        else if (number >= INT_MIN && number <= INT_MAX)
-            field.value = QAnyValue(static_cast<int>(number));
-        else
-            field.value = QAnyValue(static_cast<double>(number));
-        break;
-    }
-    case SQLITE_FLOAT:
-        field.value = QAnyValue(sqlite3_column_double(statement, column));
-        break;
-    case SQLITE_TEXT: {
-        const auto* text = reinterpret_cast<const char*>(sqlite3_column_text(statement, column));
-        const int bytes = sqlite3_column_bytes(statement, column);
-        field.value = QAnyValue(CString::FromUtf8(std::string_view(text ? text : "", bytes)));
-        break;
-    }
-    case SQLITE_BLOB: {
-        const auto* data = static_cast<const std::uint8_t*>(sqlite3_column_blob(statement, column));
-        const int bytes = sqlite3_column_bytes(statement, column);
-        field.blob = std::make_shared<const QBlob>(data, data + bytes);
-        break;
-    }
-    default:
-        break;
-    }
-    return field;
-}
-
-int Bind(sqlite3_stmt* statement, int position, const QAdoField& field) {
-    // An empty blob is no NULL: it binds as a blob of no bytes.
-    if (field.blob && field.blob->empty())
-        return sqlite3_bind_zeroblob(statement, position, 0);
-    if (field.blob)
-        return sqlite3_bind_blob64(statement, position, field.blob->data(), field.blob->size(),
-                                   SQLITE_TRANSIENT);
-    const QAnyValue& value = field.value;
-    switch (value.Type()) {
-    case QAnyValue::TYPE_EMPTY:
-        return sqlite3_bind_null(statement, position);
-    case QAnyValue::TYPE_BOOL:
-    case QAnyValue::TYPE_INT:
-        return sqlite3_bind_int64(statement, position, QAnyValue(value).MakeInt());
-    case QAnyValue::TYPE_DOUBLE:
-        return sqlite3_bind_double(statement, position, QAnyValue(value).MakeDouble());
-    default: {
-        const std::string text = value.AsStringOrFormula().ToUtf8();
-        return sqlite3_bind_text64(statement, position, text.data(), text.size(), SQLITE_TRANSIENT,
-                                   SQLITE_UTF8);
-    }
-    }
 }
 
 // A table or field name in a statement, quoted so that it stays one name.
@@ -138,49 +110,42 @@ CString InDatabase(const CString& sql, const CString& path) {
 
 // --- QADOConnection -------------------------------------------------------------------------
 
-void QADOConnection::Finalizer::operator()(sqlite3_stmt* statement) const {
-    sqlite3_finalize(statement);
-}
+QADOConnection::QADOConnection(const CString& path, std::unique_ptr<QAdoBackend> backend)
+    : m_path(path), m_backend(std::move(backend)) {}
 
-QADOConnection::QADOConnection(const CString& path, sqlite3* database)
-    : m_path(path), m_database(database) {}
+QADOConnection::~QADOConnection() = default;
 
-QADOConnection::~QADOConnection() {
-    m_statements.clear();
-    sqlite3_close_v2(m_database);
-}
-
-std::shared_ptr<QADOConnection> QADOConnection::Open(const CString& path, CString& error,
+std::shared_ptr<QADOConnection> QADOConnection::Open(const CString& name, CString& error,
                                                      bool create) {
-    const std::string name = path.ToUtf8();
-    error = WhyNotDatabase(name, create);
-    if (!error.IsEmpty())
-        return nullptr;
-    sqlite3* database = nullptr;
-    const int code = sqlite3_open_v2(
-        name.c_str(), &database, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_FULLMUTEX,
-        nullptr);
-    if (code != SQLITE_OK) {
-        error = CString::FromUtf8(database ? sqlite3_errmsg(database) : sqlite3_errstr(code));
-        sqlite3_close_v2(database);
-        return nullptr;
+    const std::string text = name.ToUtf8();
+    std::unique_ptr<QAdoBackend> backend;
+    switch (DatabaseNameKind(name)) {
+    case QDatabaseNameKind::PostgresUri:
+        backend = OpenPostgresBackend(text, error);
+        break;
+    case QDatabaseNameKind::OdbcConnection:
+        backend = OpenOdbcBackend(text, error);
+        break;
+    case QDatabaseNameKind::File:
+        backend = OpenFile(text, create, error);
+        break;
     }
-    sqlite3_extended_result_codes(database, 1);
-    sqlite3_db_config(database, SQLITE_DBCONFIG_DEFENSIVE, 1, nullptr);
-    sqlite3_busy_timeout(database, c_defaultBusyTimeoutMs);
-    return std::shared_ptr<QADOConnection>(new QADOConnection(path, database));
+    if (!backend)
+        return nullptr;
+    return std::shared_ptr<QADOConnection>(
+        new QADOConnection(DatabaseDisplayName(name), std::move(backend)));
 }
 
-std::shared_ptr<QADOConnection> QADOConnection::MakeShared(const CString& path, CString& error,
+std::shared_ptr<QADOConnection> QADOConnection::MakeShared(const CString& name, CString& error,
                                                            bool create) {
     const std::lock_guard guard(SharedLock());
     auto& connections = SharedConnections();
-    const auto found = connections.find(path);
+    const auto found = connections.find(name);
     if (found != connections.end())
         return found->second;
-    std::shared_ptr<QADOConnection> connection = Open(path, error, create);
+    std::shared_ptr<QADOConnection> connection = Open(name, error, create);
     if (connection)
-        connections.emplace(path, connection);
+        connections.emplace(name, connection);
     return connection;
 }
 
@@ -197,159 +162,24 @@ int QADOConnection::SharedCount() {
 
 void QADOConnection::SetBusyTimeout(int milliseconds) {
     const std::lock_guard guard(m_lock);
-    sqlite3_busy_timeout(m_database, milliseconds);
+    m_backend->SetTimeout(milliseconds);
 }
 
 int QADOConnection::CachedStatementCount() const {
     const std::lock_guard guard(m_lock);
-    return static_cast<int>(m_statements.size());
-}
-
-CString QADOConnection::Message(int code) const {
-    const char* text = sqlite3_errmsg(m_database);
-    if (!text || !*text || std::string_view(text) == "unknown error") {
-        char buffer[40];
-        std::snprintf(buffer, sizeof buffer, "Unknown error 0x%0lX",
-                      static_cast<unsigned long>(code));
-        return CString::FromUtf8(buffer);
-    }
-    return CString::FromUtf8(text);
-}
-
-sqlite3_stmt* QADOConnection::Prepare(const std::string& text, bool keep, std::size_t& rest,
-                                      Statement& owned, CString& error) {
-    rest = text.size();
-    const auto kept = m_statements.find(text);
-    if (kept != m_statements.end())
-        return kept->second.get();
-    sqlite3_stmt* statement = nullptr;
-    const char* tail = nullptr;
-    const int code = sqlite3_prepare_v2(m_database, text.data(), static_cast<int>(text.size()),
-                                        &statement, &tail);
-    if (code != SQLITE_OK) {
-        error = Message(code);
-        return nullptr;
-    }
-    rest = tail ? static_cast<std::size_t>(tail - text.data()) : text.size();
-    if (!statement)
-        return nullptr;
-    if (!keep || !IsBlank(std::string_view(text).substr(rest))) {
-        owned.reset(statement);
-        return statement;
-    }
-    rest = text.size();
-    if (m_statements.size() >= c_maxKeptStatements)
-        m_statements.clear();
-    return m_statements.emplace(text, Statement(statement)).first->second.get();
-}
-
-bool QADOConnection::Step(sqlite3_stmt* statement, std::span<const QAdoField> parameters,
-                          QAdoRecords* records, std::int64_t& changed, CString& error) {
-    // A kept statement is left reset and unbound for its next use, whatever happens here.
-    struct Reset {
-        sqlite3_stmt* statement;
-        ~Reset() {
-            sqlite3_reset(statement);
-            sqlite3_clear_bindings(statement);
-        }
-    } reset{statement};
-
-    const int wanted = sqlite3_bind_parameter_count(statement);
-    if (wanted != static_cast<int>(parameters.size())) {
-        error = CString::Formatted(u"The statement takes %d parameters, %d were given", wanted,
-                                   static_cast<int>(parameters.size()));
-        return false;
-    }
-    for (std::size_t i = 0; i < parameters.size(); ++i) {
-        const int code = Bind(statement, static_cast<int>(i) + 1, parameters[i]);
-        if (code != SQLITE_OK) {
-            error = Message(code);
-            return false;
-        }
-    }
-    const int columns = sqlite3_column_count(statement);
-    if (records) {
-        records->names.clear();
-        records->rows.clear();
-        for (int i = 0; i < columns; ++i)
-            records->names.push_back(CString::FromUtf8(sqlite3_column_name(statement, i)));
-    }
-    const sqlite3_int64 before = sqlite3_total_changes64(m_database);
-    std::size_t fields = 0;
-    while (true) {
-        const int code = sqlite3_step(statement);
-        if (code == SQLITE_DONE)
-            break;
-        if (code != SQLITE_ROW) {
-            error = Message(code);
-            return false;
-        }
-        if (!records)
-            continue;
-        fields += static_cast<std::size_t>(columns);
-        if (records->rows.size() >= c_maxRecords || fields > c_maxFields) {
-            error =
-                CString::Formatted(u"The statement gives more than %d records or %d fields",
-                                   static_cast<int>(c_maxRecords), static_cast<int>(c_maxFields));
-            return false;
-        }
-        std::vector<QAdoField>& row = records->rows.emplace_back();
-        row.reserve(static_cast<std::size_t>(columns));
-        for (int i = 0; i < columns; ++i)
-            row.push_back(ReadField(statement, i));
-    }
-    changed += sqlite3_total_changes64(m_database) - before;
-    return true;
+    return m_backend->CachedStatementCount();
 }
 
 bool QADOConnection::Run(const CString& sql, std::span<const QAdoField> parameters,
                          QAdoRecords* records, std::int64_t& changed, CString& error) {
     const std::lock_guard guard(m_lock);
-    const std::string text = sql.ToUtf8();
-    std::size_t rest = 0;
-    Statement owned;
-    sqlite3_stmt* statement = Prepare(text, true, rest, owned, error);
-    if (!statement) {
-        if (error.IsEmpty())
-            error = u"The query holds no statement";
-        return false;
-    }
-    if (rest < text.size()) {
-        error = u"A query is one statement; more follow it: " +
-                CString::FromUtf8(std::string_view(text).substr(rest));
-        return false;
-    }
-    changed = 0;
-    return Step(statement, parameters, records, changed, error);
+    return m_backend->Run(sql.ToUtf8(), parameters, records, changed, error);
 }
 
 bool QADOConnection::Execute(const CString& sql, std::span<const QAdoField> parameters,
                              std::int64_t& changed, CString& error) {
     const std::lock_guard guard(m_lock);
-    std::string text = sql.ToUtf8();
-    changed = 0;
-    // The statements of a text of several are prepared for each run, and not kept.
-    bool single = true;
-    while (!IsBlank(text)) {
-        std::size_t rest = 0;
-        Statement owned;
-        sqlite3_stmt* statement = Prepare(text, single, rest, owned, error);
-        if (!statement && !error.IsEmpty())
-            return false;
-        if (!IsBlank(std::string_view(text).substr(rest))) {
-            single = false;
-            if (!parameters.empty()) {
-                error = u"Parameters need a text of one statement";
-                return false;
-            }
-        }
-        if (statement && !Step(statement, parameters, nullptr, changed, error))
-            return false;
-        if (rest == 0)
-            break;
-        text.erase(0, rest);
-    }
-    return true;
+    return m_backend->Execute(sql.ToUtf8(), parameters, changed, error);
 }
 
 // --- QAdo -----------------------------------------------------------------------------------
@@ -374,7 +204,7 @@ bool QAdo::SetConnection(const CString& path, bool create) {
     CString error;
     m_connection = QADOConnection::MakeShared(path, error, create);
     if (!m_connection)
-        return Fail(u"Cannot connect to " + path + u"\n" + error);
+        return Fail(u"Cannot connect to " + DatabaseDisplayName(path) + u"\n" + error);
     return true;
 }
 

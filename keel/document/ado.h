@@ -1,5 +1,6 @@
 #pragma once
 
+#include "keel/document/adobackend.h"
 #include "keel/formula/formuladatabase.h"
 #include "keel/platform/cstring.h"
 #include "keel/values/anyvalue.h"
@@ -9,50 +10,30 @@
 #include <mutex>
 #include <span>
 #include <string>
-#include <unordered_map>
 #include <utility>
 #include <vector>
 
-struct sqlite3;
-struct sqlite3_stmt;
-
 namespace keel {
 
-using QBlob = std::vector<std::uint8_t>;
-
-// One field of a record: its value, or the bytes of a blob, whose value is then empty.
-struct QAdoField {
-    QAnyValue value;
-    std::shared_ptr<const QBlob> blob;
-
-    bool IsBlob() const { return blob != nullptr; }
-};
-
-// Every record of one statement, read at once, so that moving about them and counting them
-// agree.
-struct QAdoRecords {
-    std::vector<CString> names;
-    std::vector<std::vector<QAdoField>> rows;
-};
-
-// An open database file: an SQLite database, or a new one made where no file was. The
-// connections that formulas and reports share come from MakeShared, one a path, and live until
-// FreeAll (the application's way out). Statements are prepared once for each text and kept.
-// A database that another connection holds locked is waited for up to the busy timeout, and then
-// the statement fails. One statement runs at a time on a connection; any thread may use it.
+// An open database: an SQLite file (or a new one made where no file was), an ODBC data source or
+// a PostgreSQL server, told apart by the name: a "postgresql://" or "postgres://" URI goes to
+// PostgreSQL, a connection string that names a "Driver" or a "DSN" to ODBC as it stands, and a
+// file by its first bytes (an Access-format file to the MDBTools ODBC driver where it is
+// installed). The connections that formulas and reports share come from MakeShared, one a
+// name, and live until FreeAll (the application's way out). One statement runs at a time on a
+// connection; any thread may use it.
 class QADOConnection {
 public:
     static constexpr int c_defaultBusyTimeoutMs = 2000;
-    // A statement gives at most this many records, and this many fields in all.
-    static constexpr std::size_t c_maxRecords = 1'000'000;
-    static constexpr std::size_t c_maxFields = 16'000'000;
+    static constexpr std::size_t c_maxRecords = QAdoRecords::c_maxRecords;
+    static constexpr std::size_t c_maxFields = QAdoRecords::c_maxFields;
 
-    // A connection of its own to the database at `path`; null with the reason in `error`. Where
+    // A connection of its own to the database `name`; null with the reason in `error`. Where
     // no file is, a new database is made when `create`, and otherwise that is the failure.
-    static std::shared_ptr<QADOConnection> Open(const CString& path, CString& error,
+    static std::shared_ptr<QADOConnection> Open(const CString& name, CString& error,
                                                 bool create = true);
-    // The shared connection of `path`, made on first use.
-    static std::shared_ptr<QADOConnection> MakeShared(const CString& path, CString& error,
+    // The shared connection of `name`, made on first use.
+    static std::shared_ptr<QADOConnection> MakeShared(const CString& name, CString& error,
                                                       bool create = true);
     // Lets go of every shared connection; one still in use closes with its last user.
     static void FreeAll();
@@ -62,7 +43,9 @@ public:
     QADOConnection(const QADOConnection&) = delete;
     QADOConnection& operator=(const QADOConnection&) = delete;
 
+    // The database's name as messages show it.
     const CString& Path() const { return m_path; }
+    // How long a statement waits for a locked database file, or may run on a server.
     void SetBusyTimeout(int milliseconds);
 
     // Runs one statement with `parameters` bound in order to its placeholders. Its records go
@@ -75,26 +58,16 @@ public:
                  CString& error);
     // The count of prepared statements kept.
     int CachedStatementCount() const;
+    // The backend's declared type of a column of reals, and its statement that finds a table.
+    const char16_t* RealColumnType() const { return m_backend->RealColumnType(); }
+    CString TableQuery() const { return CString::FromUtf8(m_backend->TableQuery()); }
 
 private:
-    struct Finalizer {
-        void operator()(sqlite3_stmt* statement) const;
-    };
-    using Statement = std::unique_ptr<sqlite3_stmt, Finalizer>;
-
-    QADOConnection(const CString& path, sqlite3* database);
-    // The kept statement of the whole text, or a new one, kept when `keep`. `rest` is where
-    // what follows the first statement begins; a statement of a text with more is not kept.
-    sqlite3_stmt* Prepare(const std::string& text, bool keep, std::size_t& rest, Statement& owned,
-                          CString& error);
-    bool Step(sqlite3_stmt* statement, std::span<const QAdoField> parameters, QAdoRecords* records,
-              std::int64_t& changed, CString& error);
-    CString Message(int code) const;
+    QADOConnection(const CString& path, std::unique_ptr<QAdoBackend> backend);
 
     CString m_path;
-    sqlite3* m_database = nullptr;
     mutable std::mutex m_lock;
-    std::unordered_map<std::string, Statement> m_statements;
+    std::unique_ptr<QAdoBackend> m_backend;
 };
 
 // A connection and the records of its latest query, with a current record. Copies share the

@@ -21,7 +21,7 @@ bool QAdoX::Fail(const CString& message) {
     return false;
 }
 
-CString QAdoX::ColumnType(int adoxType) {
+CString QAdoX::ColumnType(int adoxType, const char16_t* realType) {
     switch (adoxType) {
     case 202:
         return u"TEXT";
@@ -30,19 +30,20 @@ CString QAdoX::ColumnType(int adoxType) {
     case 3:
         return u"INTEGER";
     case 5:
-        return u"REAL";
+        return realType;
     default:
         return u"TEXT";
     }
 }
 
-CString QAdoX::CreateStatement(const TableSpec& table) {
+CString QAdoX::CreateStatement(const TableSpec& table, const char16_t* realType) {
     CString sql = u"CREATE TABLE " + Quoted(table.name) + u" (";
     for (int i = 0; i < table.columns.GetCount(); ++i) {
         const ColumnAndType& column = table.columns[i];
         if (i > 0)
             sql += u", ";
-        sql += Quoted(column.name) + u" " + ColumnType(QAnyValue::TypeToADOXEnum(column.type));
+        sql += Quoted(column.name) + u" " +
+               ColumnType(QAnyValue::TypeToADOXEnum(column.type), realType);
     }
     return sql + u")";
 }
@@ -54,7 +55,8 @@ bool QAdoX::CreateTable(const TableSpec& table) {
         return Fail(u"Cannot create table " + table.name + u": it has no columns");
     std::int64_t changed = 0;
     CString error;
-    if (!m_connection->Execute(CreateStatement(table), {}, changed, error))
+    if (!m_connection->Execute(CreateStatement(table, m_connection->RealColumnType()), {}, changed,
+                               error))
         return Fail(u"Cannot create table " + table.name + u" in database " + m_connection->Path() +
                     u"\n" + error);
     return true;
@@ -67,9 +69,8 @@ bool QAdoX::HasTable(const CString& name) {
     std::int64_t changed = 0;
     CString error;
     const QAdoField parameter{QAnyValue(name), nullptr};
-    return m_connection->Run(
-               u"SELECT name FROM sqlite_master WHERE type = 'table' AND name = ? COLLATE NOCASE",
-               std::span(&parameter, 1), &records, changed, error) &&
+    return m_connection->Run(m_connection->TableQuery(), std::span(&parameter, 1), &records,
+                             changed, error) &&
            !records.rows.empty();
 }
 

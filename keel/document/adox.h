@@ -29,10 +29,11 @@ class QAdoX {
 public:
     explicit QAdoX(std::shared_ptr<QADOConnection> connection);
 
-    // The declared type of a column for an ADOX type number.
-    static CString ColumnType(int adoxType);
+    // The declared type of a column for an ADOX type number; `realType` is the database's type of
+    // reals.
+    static CString ColumnType(int adoxType, const char16_t* realType = u"REAL");
     // The statement that creates the table.
-    static CString CreateStatement(const TableSpec& table);
+    static CString CreateStatement(const TableSpec& table, const char16_t* realType = u"REAL");
 
     // Creates the table; a table of that name that is there already is a failure.
     bool CreateTable(const TableSpec& table);

@@ -28,9 +28,19 @@ struct QDatabaseFailure {
     explicit operator bool() const { return kind != Kind::None; }
 };
 
+// What names a database: a file, an ODBC connection string (one of its "key=value" pairs, parted
+// by ";", has the key "Driver" or "DSN" in any case) or a PostgreSQL server's URI (it begins with
+// "postgresql://" or "postgres://" in any case).
+enum class QDatabaseNameKind { File, OdbcConnection, PostgresUri };
+QDatabaseNameKind DatabaseNameKind(const CString& name);
+// The name as messages show it: the password of a connection string ("PWD", "Password", the
+// user's password in a URI or its "password" parameter) hidden as "***".
+CString DatabaseDisplayName(const CString& name);
+
 // The database access of the formula functions `dblookup` and its kin. The layer of documents
 // implements it and the application hands it out (QEvaluatorFactory::Database); without it the
-// functions can reach no database. `path` is the database file as the function resolved it.
+// functions can reach no database. `path` is the database file as the function resolved it, or a
+// connection string as it was given.
 // Parameters are bound in order to the statement's placeholders ("?"), never pasted into it.
 class QFormulaDatabase {
 public:

@@ -39,8 +39,10 @@ CString TableFolder() {
 }
 
 // A name without a folder lives in the table folder; any extension but ".mdb" and ".accdb"
-// becomes ".mdb".
+// becomes ".mdb". A connection string is taken as it stands.
 CString DatabasePath(const CString& name) {
+    if (DatabaseNameKind(name) != QDatabaseNameKind::File)
+        return name;
     CString path = QPathOp::NormalForm(name);
     if (!QPathOp::HasFolder(path) && !QPathOp::HasRoot(path))
         path = QPathOp::FolderPlusPath(TableFolder(), path);
@@ -110,14 +112,14 @@ QFormulaDatabase* FormulaDatabase() {
 }
 
 CString ConnectionFailure(const DatabaseCall& db, const CString& reason) {
-    CString message = u"error can't make ADO connection to " + db.path;
+    CString message = u"error can't make ADO connection to " + DatabaseDisplayName(db.path);
     if (!reason.IsEmpty())
         message += u"\n" + reason;
     return message;
 }
 
 CString InDatabase(const DatabaseCall& db) {
-    return u"[" + db.sql + u"] in database " + db.path;
+    return u"[" + db.sql + u"] in database " + DatabaseDisplayName(db.path);
 }
 
 // Runs the query; false with the call's result when it failed.

@@ -4,6 +4,7 @@
 
 #include "keel/document/ado.h"
 
+#include <filesystem>
 #include <gtest/gtest.h>
 #include <sqlite3.h>
 #include <string>
@@ -47,6 +48,39 @@ inline std::string SqliteRows(const std::string& path, const std::string& query)
     sqlite3_close(database);
     return rows;
 }
+
+// The folder of the ODBC driver manager's driver and data source lists (odbcinst.ini, odbc.ini)
+// for the tests of a program. The driver manager reads where that folder is once in a process, so
+// the tests share one, made on first use and removed when the program ends; each test writes
+// the lists it needs, and points ODBCSYSINI and ODBCINI at them for its own run.
+class OdbcListsFolder {
+public:
+    static const std::string& Path() {
+        static const OdbcListsFolder folder;
+        return folder.m_path;
+    }
+    static void Write(const std::string& drivers, const std::string& sources) {
+        WriteText(Path() + "/odbcinst.ini", drivers);
+        WriteText(Path() + "/odbc.ini", sources);
+    }
+    static void Use(ScopedEnvironment& environment) {
+        environment.Set("ODBCSYSINI", Path());
+        environment.Set("ODBCINI", Path() + "/odbc.ini");
+    }
+
+private:
+    OdbcListsFolder() {
+        std::string pattern = (std::filesystem::temp_directory_path() / "keel-odbc-XXXXXX");
+        if (mkdtemp(pattern.data()))
+            m_path = pattern;
+    }
+    ~OdbcListsFolder() {
+        std::error_code ignored;
+        std::filesystem::remove_all(m_path, ignored);
+    }
+
+    std::string m_path;
+};
 
 // A test folder of database files; the shared connections are let go after each test, so that
 // no test reads another's files.
