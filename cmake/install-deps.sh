@@ -9,7 +9,8 @@ packages=(
     cmake ninja-build pkg-config ccache g++ clang clang-format libclang-rt-14-dev
     libgtest-dev libgmock-dev libbenchmark-dev
     libxml2-dev libxslt1-dev libxml2-utils libzip-dev libgsf-1-dev libglib2.0-dev libpcre2-dev
-    libsqlite3-dev sqlite3 unixodbc-dev libcairo2-dev libmuparser-dev libedit-dev locales
+    libsqlite3-dev sqlite3 unixodbc-dev libpq-dev postgresql libcairo2-dev libmuparser-dev
+    libedit-dev locales
 )
 
 # Tests of locale independence need a locale whose decimal point is a comma.
