@@ -10,6 +10,7 @@
 #include <filesystem>
 #include <gtest/gtest.h>
 #include <string>
+#include <sys/resource.h>
 #include <unistd.h>
 #include <vector>
 
@@ -23,6 +24,14 @@ using test::Types;
 
 std::string U8(const CString& text) {
     return text.ToUtf8();
+}
+
+// The most memory the process has held, in kilobytes: counts far beyond what a file holds must
+// not have anything allocated for them.
+long PeakKilobytes() {
+    rusage usage{};
+    ::getrusage(RUSAGE_SELF, &usage);
+    return usage.ru_maxrss;
 }
 
 // The comment, the second comment and the top-left description, between bars.
@@ -117,6 +126,7 @@ TEST_F(VltFile, EachFileReadsAsItsCaseSays) {
             EXPECT_TRUE(table.Data()->AreAllRowsLoaded());
         }
     }
+    EXPECT_LT(PeakKilobytes(), 1024L * 1024L) << "kilobytes at most, about a gigabyte";
 }
 
 TEST_F(VltFile, AFormulaCellIsFormulaControlled) {
@@ -221,6 +231,7 @@ TEST_F(VltFile, RepairFixesTheCountsSilently) {
         EXPECT_EQ(outcome, c.at(2));
         EXPECT_FALSE(m_opened && QErrorLog::TheLogHasPendingMessages());
     }
+    EXPECT_LT(PeakKilobytes(), 1024L * 1024L) << "kilobytes at most, about a gigabyte";
 }
 
 TEST_F(VltFile, ATruncatedOrBinaryFileFailsCleanly) {
