@@ -105,7 +105,7 @@ TEST_F(LookupsTest, LookupsGiveTheCellWhereRowAndColumnMeet) {
 }
 
 TEST_F(LookupsTest, AFormulaCellGivesItsResultInAContextAndItsTextWithout) {
-    QLookupTable table = MemoryTable({u"a"}, {u"x", u"y"}, {{u"=price * 2", u":1 + 2"}});
+    QLookupTable table = MemoryTable({u"a"}, {u"x", u"y", u"z"}, {{u"=price * 2", u":1 + 2", 5}});
     test::NamesContext context;
     context.Set("price", 21);
     QAnyValue value;
@@ -120,6 +120,7 @@ TEST_F(LookupsTest, AFormulaCellGivesItsResultInAContextAndItsTextWithout) {
     EXPECT_EQ(Text(value), "=price * 2");
     EXPECT_TRUE(table.IsValueFormulaControlled(0, 0));
     EXPECT_TRUE(table.IsValueFormulaControlled(0, 1));
+    EXPECT_FALSE(table.IsValueFormulaControlled(0, 2));
     // With a context, a formula that fails is a failed read.
     test::NamesContext empty;
     EXPECT_FALSE(table.LookupByIndex(0, 0, value, &empty, nullptr));

@@ -134,15 +134,6 @@ TEST_F(VltFile, EachFileReadsAsItsCaseSays) {
     EXPECT_LT(PeakKilobytes(), 1024L * 1024L) << "kilobytes at most, about a gigabyte";
 }
 
-TEST_F(VltFile, AFormulaCellIsFormulaControlled) {
-    WriteTable("f",
-               "c\tVltFormat=2.1\n1\t2\n\t\"\"\"a\"\"\"\t\"\"\"b\"\"\"\nString\\String\tString\t"
-               "Number\n\"\"\"r\"\"\"\t\"\"\"=1+1\"\"\"\t2+3\n");
-    const QLookupTable table = Open("f");
-    EXPECT_TRUE(table.IsValueFormulaControlled(0, 0));
-    EXPECT_FALSE(table.IsValueFormulaControlled(0, 1));
-}
-
 TEST_F(VltFile, OlderFormOfALazyTableIsLoadedInFullToDeduceTypes) {
     QLookupTableDataStatics::c_TableCacheOverSize = 2;
     WriteTable("oldlazy", "\n3\t1\n\t\"\"\"num\"\"\"\n1\t4\n2\t5\n3\t6\n");
