@@ -48,3 +48,32 @@ if(KEEL_BUILD_TESTS OR KEEL_BUILD_BENCH)
         message(STATUS "glm not found: the glm comparisons are left out")
     endif()
 endif()
+
+# A PDF reader of its own for the pages Keel writes, from the system or .deps/. Only the tests
+# named `*_poppler_test.cpp` link it; without it, or when a library it loads is missing, they are
+# left out rather than stopping the whole suite from starting.
+if(KEEL_BUILD_TESTS)
+    find_path(POPPLER_INCLUDE_DIR PDFDoc.h PATH_SUFFIXES poppler)
+    find_library(POPPLER_LIBRARY poppler)
+    if(POPPLER_INCLUDE_DIR AND POPPLER_LIBRARY)
+        get_filename_component(POPPLER_LIBRARY_DIR ${POPPLER_LIBRARY} DIRECTORY)
+        execute_process(COMMAND ${CMAKE_COMMAND} -E env LD_LIBRARY_PATH=${POPPLER_LIBRARY_DIR}
+                                ldd ${POPPLER_LIBRARY}
+                        OUTPUT_VARIABLE POPPLER_LOADS ERROR_QUIET)
+        string(REGEX MATCHALL "[^\t\n ]+ => not found" POPPLER_MISSING "${POPPLER_LOADS}")
+    endif()
+    if(NOT POPPLER_INCLUDE_DIR OR NOT POPPLER_LIBRARY)
+        message(STATUS "poppler not found: the PDF page checks against it are left out")
+    elseif(POPPLER_MISSING)
+        message(STATUS "poppler cannot load (${POPPLER_MISSING}): the PDF page checks against it are left out")
+    else()
+        add_library(keel_poppler UNKNOWN IMPORTED)
+        # The libraries poppler loads may be unpacked beside it: an RPATH, unlike a RUNPATH,
+        # serves them too, so the test runs without LD_LIBRARY_PATH.
+        set_target_properties(keel_poppler PROPERTIES
+                              IMPORTED_LOCATION ${POPPLER_LIBRARY}
+                              INTERFACE_INCLUDE_DIRECTORIES ${POPPLER_INCLUDE_DIR}
+                              INTERFACE_LINK_OPTIONS "-Wl,--disable-new-dtags,-rpath,${POPPLER_LIBRARY_DIR}")
+        message(STATUS "poppler found: ${POPPLER_LIBRARY}")
+    endif()
+endif()

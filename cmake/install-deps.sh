@@ -22,15 +22,19 @@ has_test_locale() { locale -a 2>/dev/null | grep -qi '^de_DE\.utf-\?8$'; }
 # out what needs it and says so.
 header_packages=(nlohmann-json3-dev libboost1.74-dev libglm-dev)
 
+# The PDF reader that a test opens rendered pages with: its headers, the library, and the one
+# library it loads that a system without it may lack. Keel itself never links it.
+poppler_packages=(libpoppler-private-dev libpoppler-dev libpoppler126 libopenjp2-7)
+
 is_installed() {
     [[ "$(dpkg-query -W -f='${Status}' "$1" 2>/dev/null || true)" == "install ok installed" ]]
 }
 
-# Each header package missing from the system: through apt-get where the package sources answer,
-# else unpacked from the machine's package cache into .deps/, which CMake searches.
+# Each of these packages missing from the system: through apt-get where the package sources
+# answer, else unpacked from the machine's package cache into .deps/, which CMake searches.
 install_headers() {
     local package archive updated=0
-    for package in "${header_packages[@]}"; do
+    for package in "${header_packages[@]}" "${poppler_packages[@]}"; do
         is_installed "$package" && continue
         [[ -e ".deps/$package.unpacked" ]] && continue
         if [[ $(id -u) -eq 0 && -d /etc/apt ]]; then

@@ -1003,6 +1003,77 @@ template class TPoly<QLength, c_pageSpace>;
 template class TPolyArc<QLength, c_worldSpace>;
 template class TPolyArc<QLength, c_pageSpace>;
 
+template <class T, char tag>
+void MakeQuad(TPoly<T, tag>& poly, const TPoint<T, tag>& p0, const TPoint<T, tag>& p1,
+              const TPoint<T, tag>& p2, const TPoint<T, tag>& p3) {
+    poly.RemoveAll();
+    for (const TPoint<T, tag>* corner : {&p0, &p1, &p2, &p3})
+        poly.Add(*corner);
+}
+
+template <class T, char tag>
+void MakeOrthoQuad(TPoly<T, tag>& poly, const TPoint<T, tag>& a, const TPoint<T, tag>& b,
+                   const T& w1, const T& w2) {
+    const double ax = RawOf(a.x);
+    const double ay = RawOf(a.y);
+    const double bx = RawOf(b.x);
+    const double by = RawOf(b.y);
+    const Unit along = UnitOf(bx - ax, by - ay);
+    // The mean (p+2q)/3 lies a third of the way from q towards p, moved to the left of a→b.
+    const auto corner = [&](double px, double py, double qx, double qy, const T& width) {
+        const double offset = RawOf(width);
+        return TPoint<T, tag>(T::FromRaw((px + 2 * qx) / 3 - offset * along.y),
+                              T::FromRaw((py + 2 * qy) / 3 + offset * along.x));
+    };
+    MakeQuad(poly, corner(bx, by, ax, ay, w1), corner(bx, by, ax, ay, w2),
+             corner(ax, ay, bx, by, w2), corner(ax, ay, bx, by, w1));
+}
+
+template <class T, char tag>
+void MakeQuadFromLengths(TPoly<T, tag>& poly, const T& l1, const T& l2, const T& l3,
+                         const QArray<T>& lengths, const TPoint<T, tag>& origin,
+                         const QAngle& angle, bool left) {
+    const int needed = left ? 1 : 3;
+    if (lengths.GetCount() < needed)
+        ThrowInvalidArgument("MakeQuadFromLengths: the array holds " +
+                             std::to_string(lengths.GetCount()) + " lengths, a run to the " +
+                             (left ? "left" : "right") + " needs " + std::to_string(needed));
+    QAngle side = angle;
+    if (left)
+        side.Plus90();
+    else
+        side.Minus90();
+    const auto moved = [](const TPoint<T, tag>& from, const QAngle& direction, const T& by) {
+        const double distance = RawOf(by);
+        return TPoint<T, tag>(from.x + T::FromRaw(distance * direction.Cos()),
+                              from.y + T::FromRaw(distance * direction.Sin()));
+    };
+    const TPoint<T, tag> end = moved(origin, angle, l1);
+    const TPoint<T, tag> farEnd = moved(end, side, l3);
+    const TPoint<T, tag> farStart = moved(origin, side, l2);
+    if (left) {
+        MakeQuad(poly, origin, moved(end, angle, lengths[0]), farEnd, farStart);
+        return;
+    }
+    MakeQuad(poly, moved(origin, angle, -lengths[1]), end, farEnd,
+             moved(farStart, angle, -lengths[2]));
+}
+
+template void MakeQuad(QWorldPoly&, const QWorldPoly::Point&, const QWorldPoly::Point&,
+                       const QWorldPoly::Point&, const QWorldPoly::Point&);
+template void MakeQuad(QPagePoly&, const QPagePoly::Point&, const QPagePoly::Point&,
+                       const QPagePoly::Point&, const QPagePoly::Point&);
+template void MakeOrthoQuad(QWorldPoly&, const QWorldPoly::Point&, const QWorldPoly::Point&,
+                            const QLength&, const QLength&);
+template void MakeOrthoQuad(QPagePoly&, const QPagePoly::Point&, const QPagePoly::Point&,
+                            const QLength&, const QLength&);
+template void MakeQuadFromLengths(QWorldPoly&, const QLength&, const QLength&, const QLength&,
+                                  const QArray<QLength>&, const QWorldPoly::Point&, const QAngle&,
+                                  bool);
+template void MakeQuadFromLengths(QPagePoly&, const QLength&, const QLength&, const QLength&,
+                                  const QArray<QLength>&, const QPagePoly::Point&, const QAngle&,
+                                  bool);
+
 QArray<QLogicalPoint> LogicalPoints(const QPagePoly& poly) {
     return ScaledLogicalPoints(poly, 1.0, 1.0);
 }

@@ -219,6 +219,33 @@ extern template class TPolyArc<QLength, c_pageSpace>;
 
 using QWorldPoly = TPoly<QLength, c_worldSpace>;
 using QPagePoly = TPoly<QLength, c_pageSpace>;
+
+// Makes `poly` the four corners in order, whatever it held.
+template <class T, char tag>
+void MakeQuad(TPoly<T, tag>& poly, const TPoint<T, tag>& p0, const TPoint<T, tag>& p1,
+              const TPoint<T, tag>& p2, const TPoint<T, tag>& p3);
+
+// The rectangle over the middle third of the line from a to b, between its parallels at `w1` and
+// `w2`, as a grip drawn on an edge: the weighted means (b+2a)/3 and (a+2b)/3 of the end points,
+// each moved at right angles to a→b by a width, to the left (y upward) when it is positive. The
+// corners run a's third at w1, a's third at w2, b's third at w2, b's third at w1. When a and b
+// are equal all four are at a.
+template <class T, char tag>
+void MakeOrthoQuad(TPoly<T, tag>& poly, const TPoint<T, tag>& a, const TPoint<T, tag>& b,
+                   const T& w1, const T& w2);
+
+// A run of length `l1` from `origin` along `angle`, `l2` deep at its start and `l3` at its end,
+// to the left of the run (Plus90 of the angle) when `left`, else to the right (Minus90). Vertex
+// 0 is the start of the run, 1 its end, 2 the end of the far side, 3 its start: counter-clockwise
+// to the left, clockwise to the right (y upward). The array then cuts one end of the run along
+// it, a positive length lengthening it: to the left, vertex 1 moves on by `lengths[0]`; to the
+// right, vertices 0 and 3 move back by `lengths[1]` and `lengths[2]`. An array too short for its
+// side is an invalid argument, and `poly` is left as it was.
+template <class T, char tag>
+void MakeQuadFromLengths(TPoly<T, tag>& poly, const T& l1, const T& l2, const T& l3,
+                         const QArray<T>& lengths, const TPoint<T, tag>& origin,
+                         const QAngle& angle, bool left);
+
 using QLogicalPoint = TPoint<int, c_clientSpace>;
 
 // The integer logical points a polygon is drawn with: hundredths of a raw unit, rounded half up

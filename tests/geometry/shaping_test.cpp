@@ -16,14 +16,8 @@ using test::Poly;
 using test::Pt;
 using test::Text;
 using test::VerticesNear;
+using test::Widths;
 using Arc = TPolyArc<QLength, 'W'>;
-
-QArray<QLength> Widths(std::initializer_list<double> raw) {
-    QArray<QLength> widths;
-    for (double width : raw)
-        widths.Add(QLength::FromRaw(width));
-    return widths;
-}
 
 TEST(OffsetEdgesTest, OffsetUniformIsOneWidthForwards) {
     QWorldPoly uniform = Poly({{0, 0}, {10, 0}, {10, 10}, {3, 12}});
