@@ -1,5 +1,6 @@
 #include "tests/support/anyvalues.h"
 #include "tests/tables/memorytable.h"
+#include "tests/tables/tablefixture.h"
 
 #include "keel/tables/lookuptable.h"
 
@@ -18,24 +19,15 @@ std::string Text(const QAnyValue& value) {
     return QAnyValue(value).MakeCString().ToUtf8();
 }
 
-class LookupsTest : public testing::Test {
-protected:
-    LookupsTest() : m_savedOverSize(QLookupTableDataStatics::c_TableCacheOverSize) {}
-    ~LookupsTest() override {
-        QLookupTableDataStatics::c_TableCacheOverSize = m_savedOverSize;
-        QLookupTableData::CleanupCache();
-    }
+// Rebuilds the label index under the present threshold.
+void RebuildIndex(QLookupTable& table) {
+    QAnyValue label;
+    table.RowLabel(0, label, nullptr, nullptr);
+    table.UpdateRowLabel(0, label);
+}
 
-    // Rebuilds the label index under the present threshold.
-    static void RebuildIndex(QLookupTable& table) {
-        QAnyValue label;
-        table.RowLabel(0, label, nullptr, nullptr);
-        table.UpdateRowLabel(0, label);
-    }
-
-private:
-    int m_savedOverSize;
-};
+// The fixture puts the index threshold back and drops the tables after each test.
+using LookupsTest = test::TableFixture;
 
 // Numbers find the first label at or above the key, so that sorted labels are upper bounds;
 // texts find the first label that begins the key, in row order. Exact matches ignore case and
@@ -113,7 +105,7 @@ TEST_F(LookupsTest, LookupsGiveTheCellWhereRowAndColumnMeet) {
 }
 
 TEST_F(LookupsTest, AFormulaCellGivesItsResultInAContextAndItsTextWithout) {
-    QLookupTable table = MemoryTable({u"a"}, {u"x", u"y"}, {{u"=price * 2", u":1 + 2"}});
+    QLookupTable table = MemoryTable({u"a"}, {u"x", u"y", u"z"}, {{u"=price * 2", u":1 + 2", 5}});
     test::NamesContext context;
     context.Set("price", 21);
     QAnyValue value;
@@ -128,6 +120,7 @@ TEST_F(LookupsTest, AFormulaCellGivesItsResultInAContextAndItsTextWithout) {
     EXPECT_EQ(Text(value), "=price * 2");
     EXPECT_TRUE(table.IsValueFormulaControlled(0, 0));
     EXPECT_TRUE(table.IsValueFormulaControlled(0, 1));
+    EXPECT_FALSE(table.IsValueFormulaControlled(0, 2));
     // With a context, a formula that fails is a failed read.
     test::NamesContext empty;
     EXPECT_FALSE(table.LookupByIndex(0, 0, value, &empty, nullptr));

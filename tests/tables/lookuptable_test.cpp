@@ -1,5 +1,6 @@
 #include "tests/support/anyvalues.h"
 #include "tests/support/tables.h"
+#include "tests/tables/memorytable.h"
 #include "tests/tables/tablefixture.h"
 
 #include "keel/document/errorlog.h"
@@ -193,6 +194,9 @@ TEST_F(LookupTable, HandlesWithoutAValidTableAnswerFalse) {
     }
     EXPECT_EQ(n, 7);
     EXPECT_EQ(type, QAnyValue::TYPE_MONEY);
+    // The table behind the handle answers so too.
+    EXPECT_FALSE(invalid.Data()->Lookup(k, k, v, nullptr, nullptr));
+    EXPECT_FALSE(invalid.Data()->LookupExact(k, k, v, nullptr, nullptr));
     EXPECT_FALSE(null.IsSameNameAs(null));
     EXPECT_FALSE(null.BeginTrans());
     EXPECT_TRUE(null.Name().IsEmpty());
@@ -208,11 +212,7 @@ TEST_F(LookupTable, ANewTableIsOneStringCellSortedAndNameless) {
     QLookupTable table;
     table.CreateNewFile();
     ASSERT_TRUE(table.IsValid());
-    TYPE row = TYPE(0);
-    TYPE col = TYPE(0);
-    TYPE cell = TYPE(0);
-    ASSERT_TRUE(table.RowLabelType(row) && table.ColLabelType(col) && table.ColType(0, cell));
-    EXPECT_EQ(std::vector<TYPE>({row, col, cell}), std::vector<TYPE>(3, QAnyValue::TYPE_STRING));
+    EXPECT_EQ(test::Types(table), "1/1: 1");
     EXPECT_TRUE(table.IsSorted());
     EXPECT_TRUE(table.Name().IsEmpty());
     EXPECT_TRUE(table.Data()->AreAllRowsLoaded());
@@ -228,20 +228,16 @@ TEST_F(LookupTable, ANewTableIsOneStringCellSortedAndNameless) {
     EXPECT_EQ(StoredBytes(*table.Data(), 109), ImageBytes(expected, 109));
 
     // Column types exist for the columns only.
-    for (int index : {-1, 1, 100}) {
-        EXPECT_FALSE(table.ColType(index, cell)) << index;
-        EXPECT_FALSE(table.UpdateColType(index, QAnyValue::TYPE_INT)) << index;
-    }
+    TYPE cell = QAnyValue::TYPE_STRING;
+    for (int index : {-1, 1, 100})
+        EXPECT_FALSE(table.ColType(index, cell) || table.UpdateColType(index, QAnyValue::TYPE_INT))
+            << index;
     EXPECT_EQ(cell, QAnyValue::TYPE_STRING);
-    EXPECT_TRUE(table.UpdateColType(0, QAnyValue::TYPE_INT));
+    EXPECT_TRUE(table.UpdateColType(0, QAnyValue::TYPE_INT) && table.SetIsSorted(false) &&
+                table.UpdateRowLabelType(QAnyValue::TYPE_LENGTH) &&
+                table.UpdateColLabelType(QAnyValue::TYPE_MONEY));
+    EXPECT_EQ(test::Types(table), "7/5: 3");
     EXPECT_TRUE(table.SetComment(u"note") && table.SetTLDesc(u"corner"));
-    EXPECT_TRUE(table.SetIsSorted(false));
-    EXPECT_TRUE(table.UpdateRowLabelType(QAnyValue::TYPE_LENGTH));
-    EXPECT_TRUE(table.UpdateColLabelType(QAnyValue::TYPE_MONEY));
-    ASSERT_TRUE(table.RowLabelType(row) && table.ColLabelType(col) && table.ColType(0, cell));
-    EXPECT_EQ(
-        std::vector<TYPE>({row, col, cell}),
-        std::vector<TYPE>({QAnyValue::TYPE_LENGTH, QAnyValue::TYPE_MONEY, QAnyValue::TYPE_INT}));
     EXPECT_EQ(U(table.Comment()) + "/" + U(table.TLDesc()), "note/corner");
     EXPECT_FALSE(table.IsSorted());
 
@@ -501,18 +497,6 @@ TEST_F(LookupTable, ATableInATransactionKeepsOtherWritersOut) {
 }
 
 // --- Reporting -----------------------------------------------------------------------------------
-
-TEST_F(LookupTable, ReportedErrorsCarryTheNameAndCountFromOne) {
-    QSmartPtr<QLookupTableData> data = NamedTableInMemory(u"/t/prices.vlt");
-    data->ReportError(u"Out of memory");
-    EXPECT_EQ(U(data->LastError()), "/t/prices.vlt\nOut of memory");
-    data->ReportErrorRow(u"Bad row %d label", 0);
-    EXPECT_EQ(U(data->LastError()), "/t/prices.vlt\nBad row 1 label");
-    data->ReportErrorCol(u"Bad column %d label", 4);
-    EXPECT_EQ(U(data->LastError()), "/t/prices.vlt\nBad column 5 label");
-    data->ReportErrorRowCol(u"Bad value at row %d column %d", 2, 0);
-    EXPECT_EQ(U(data->LastError()), "/t/prices.vlt\nBad value at row 3 column 1");
-}
 
 TEST_F(LookupTable, ReportsAreShownOnlyWhileTheEvaluationReportsErrors) {
     QSmartPtr<QLookupTableData> data = NamedTableInMemory(u"/t/shown.vlt");

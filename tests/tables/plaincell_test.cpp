@@ -1,5 +1,8 @@
+#include "tests/support/environment.h"
+#include "tests/support/formulacases.h"
 #include "tests/support/paths.h"
 #include "tests/support/plaincells.h"
+#include "tests/tables/tablefixture.h"
 
 #include "keel/tables/celltokens.h"
 #include "keel/tables/tabtokens.h"
@@ -9,7 +12,6 @@
 #include <climits>
 #include <cstdint>
 #include <filesystem>
-#include <fstream>
 #include <gtest/gtest.h>
 #include <random>
 #include <set>
@@ -348,125 +350,74 @@ TEST(PlainCells, WrittenTokensReadAlikeBothWays) {
 
 // --- The tables of the test suites -------------------------------------------------------------
 
+// The text of an escape sequence of a C++ literal starting at `at`, past the backslash; `at` moves
+// past the sequence.
+std::string EscapedText(const std::string& source, std::size_t& at) {
+    const char escape = source[at++];
+    const auto hex = [&](std::size_t most) {
+        std::size_t length = 0;
+        while (length < most && std::isxdigit(static_cast<unsigned char>(source[at + length])))
+            ++length;
+        const unsigned code = length ? std::stoul(source.substr(at, length), nullptr, 16) : 0;
+        at += length;
+        return code;
+    };
+    switch (escape) {
+    case 't':
+        return "\t";
+    case 'n':
+        return "\n";
+    case 'r':
+        return "\r";
+    case '0':
+        return std::string(1, '\0');
+    case 'x':
+        return std::string(1, static_cast<char>(hex(2)));
+    case 'u':
+        return CString(std::u16string(1, static_cast<char16_t>(hex(4)))).ToUtf8();
+    default:
+        return std::string(1, escape);
+    }
+}
+
 // The string literals of a C++ source, each run of adjacent literals joined, escapes undone.
 // Comments and character literals are passed over so that their quotes start nothing; raw
 // literals are not told apart, the table tests having none.
-class LiteralScanner {
-public:
-    explicit LiteralScanner(std::string source) : m_source(std::move(source)) {}
-
-    std::vector<std::string> Literals() {
-        std::vector<std::string> literals;
-        bool joining = false;
-        while (m_at < m_source.size()) {
-            const char ch = m_source[m_at];
-            if (StartsWith("//")) {
-                SkipPast("\n");
-            } else if (StartsWith("/*")) {
-                SkipPast("*/");
-            } else if (ch == '"') {
-                AddOrJoin(literals, joining, QuotedLiteral());
-            } else if (ch == '\'' && !IsDigit(Previous())) {
-                SkipCharacterLiteral();
+std::vector<std::string> StringLiterals(const std::string& source) {
+    std::vector<std::string> literals;
+    bool joining = false;
+    for (std::size_t at = 0; at < source.size();) {
+        const char ch = source[at];
+        const char next = at + 1 < source.size() ? source[at + 1] : '\0';
+        if (ch == '/' && (next == '/' || next == '*')) {
+            const std::size_t end = source.find(next == '/' ? "\n" : "*/", at + 2);
+            at = end == std::string::npos ? source.size() : end + (next == '/' ? 1 : 2);
+        } else if (ch == '"' ||
+                   (ch == '\'' &&
+                    (at == 0 || !std::isdigit(static_cast<unsigned char>(source[at - 1]))))) {
+            std::string text;
+            for (++at; at < source.size() && source[at] != ch;)
+                text +=
+                    source[at] == '\\' ? EscapedText(source, ++at) : std::string(1, source[at++]);
+            ++at;
+            if (ch == '\'')
                 joining = false;
-            } else {
-                if (!std::isspace(static_cast<unsigned char>(ch)) && !IsPrefixChar(ch))
-                    joining = false;
-                ++m_at;
-            }
+            else if (joining && !literals.empty())
+                literals.back() += text;
+            else
+                literals.push_back(text);
+            joining = ch == '"';
+        } else {
+            // The encoding prefixes u, u8, U and L in front of a literal keep a run going.
+            const bool prefix =
+                std::string("uUL8").find(ch) != std::string::npos && (next == '"' || next == '8');
+            if (!std::isspace(static_cast<unsigned char>(ch)) && !prefix)
+                joining = false;
+            ++at;
         }
-        return literals;
     }
-
-private:
-    static bool IsDigit(char ch) { return ch >= '0' && ch <= '9'; }
-    // The encoding prefixes u, u8, U and L in front of a literal.
-    bool IsPrefixChar(char ch) const {
-        return (ch == 'u' || ch == 'U' || ch == 'L' || ch == '8') &&
-               (Next(1) == '"' || Next(1) == '8');
-    }
-    char Next(std::size_t offset) const {
-        return m_at + offset < m_source.size() ? m_source[m_at + offset] : '\0';
-    }
-    char Previous() const { return m_at > 0 ? m_source[m_at - 1] : '\0'; }
-    bool StartsWith(const char* text) const { return m_source.compare(m_at, 2, text) == 0; }
-    void SkipPast(const std::string& end) {
-        const std::size_t found = m_source.find(end, m_at + 2);
-        m_at = found == std::string::npos ? m_source.size() : found + end.size();
-    }
-
-    static void AddOrJoin(std::vector<std::string>& literals, bool& joining,
-                          const std::string& literal) {
-        if (joining && !literals.empty())
-            literals.back() += literal;
-        else
-            literals.push_back(literal);
-        joining = true;
-    }
-
-    void SkipCharacterLiteral() {
-        ++m_at;
-        while (m_at < m_source.size() && m_source[m_at] != '\'') {
-            if (m_source[m_at] == '\\')
-                ++m_at;
-            ++m_at;
-        }
-        ++m_at;
-    }
-
-    static void AppendUtf8(std::string& text, unsigned codePoint) {
-        text += CString(std::u16string(1, static_cast<char16_t>(codePoint))).ToUtf8();
-    }
-
-    std::string QuotedLiteral() {
-        ++m_at;
-        std::string text;
-        while (m_at < m_source.size() && m_source[m_at] != '"') {
-            if (m_source[m_at] != '\\') {
-                text += m_source[m_at++];
-                continue;
-            }
-            const char escape = Next(1);
-            m_at += 2;
-            switch (escape) {
-            case 't':
-                text += '\t';
-                break;
-            case 'n':
-                text += '\n';
-                break;
-            case 'r':
-                text += '\r';
-                break;
-            case 'x':
-                text += static_cast<char>(std::stoi(HexDigits(2), nullptr, 16));
-                break;
-            case 'u':
-                AppendUtf8(text, static_cast<unsigned>(std::stoul(HexDigits(4), nullptr, 16)));
-                break;
-            case '0':
-                text += '\0';
-                break;
-            default:
-                text += escape;
-                break;
-            }
-        }
-        ++m_at;
-        return text;
-    }
-
-    std::string HexDigits(std::size_t most) {
-        std::string digits;
-        while (digits.size() < most && m_at < m_source.size() &&
-               std::isxdigit(static_cast<unsigned char>(m_source[m_at])))
-            digits += m_source[m_at++];
-        return digits.empty() ? "0" : digits;
-    }
-
-    std::string m_source;
-    std::size_t m_at = 0;
-};
+    return literals;
+}
 
 // The text of a shell printf format, as the cases of the program give table files.
 std::vector<std::string> PrintfFormats(const std::string& text) {
@@ -475,31 +426,15 @@ std::vector<std::string> PrintfFormats(const std::string& text) {
          at = text.find("printf '", at)) {
         at += 8;
         const std::size_t end = text.find('\'', at);
-        std::string format;
-        for (std::size_t i = at; i < end; ++i) {
-            if (text[i] != '\\' || i + 1 == end) {
-                format += text[i];
-                continue;
-            }
-            const char escape = text[++i];
-            format += escape == 't' ? '\t' : escape == 'n' ? '\n' : escape;
-        }
-        formats.push_back(format);
+        formats.push_back(test::Unescaped(text.substr(at, end - at)));
         at = end;
     }
     return formats;
 }
 
-std::string FileText(const std::filesystem::path& path) {
-    std::ifstream in(path, std::ios::binary);
-    std::ostringstream text;
-    text << in.rdbuf();
-    return text.str();
-}
-
 // The texts of the table files the tests write or keep: the literals with a tab in them of every
-// source that names a table file, the program's cases that print one, and the tab-separated
-// files among the fixtures.
+// source that names a table file, the program's cases that print one, the files of the table
+// cases, and the tab-separated files among the fixtures.
 std::vector<std::string> TableTextsOfTheTests() {
     const std::filesystem::path tests = std::filesystem::path(test::TestDataFolder()).parent_path();
     std::vector<std::string> texts;
@@ -507,16 +442,19 @@ std::vector<std::string> TableTextsOfTheTests() {
         if (!entry.is_regular_file())
             continue;
         const std::string extension = entry.path().extension().string();
-        const std::string text = FileText(entry.path());
+        const std::string text = test::ReadText(entry.path());
         if (extension == ".vlt" || extension == ".tab") {
             texts.push_back(text);
+        } else if (extension == ".txt" && entry.path().parent_path().filename() == "tables") {
+            for (const std::vector<std::string>& c : test::TableCases(entry.path().filename()))
+                texts.push_back(c[0]);
         } else if (extension == ".txt") {
             for (const std::string& format : PrintfFormats(text))
                 texts.push_back(format);
         } else if ((extension == ".cpp" || extension == ".h") &&
                    (text.find("VltFormat") != std::string::npos ||
                     text.find(".vlt") != std::string::npos)) {
-            for (const std::string& literal : LiteralScanner(text).Literals())
+            for (const std::string& literal : StringLiterals(text))
                 if (literal.find('\t') != std::string::npos)
                     texts.push_back(literal);
         }

@@ -19,6 +19,9 @@ using test::MemoryTable;
 using test::Shape;
 using Texts = std::vector<std::string>;
 using TYPE = QAnyValue::TYPE;
+constexpr QMarkup Fixed = QMarkup::FixedAmount;
+constexpr QMarkup Times = QMarkup::Multiplier;
+constexpr QMarkup Percent = QMarkup::Percentage;
 
 std::string Text(const QAnyValue& value) {
     return QAnyValue(value).MakeCString().ToUtf8();
@@ -30,27 +33,36 @@ TYPE ColTypeOf(const QLookupTable& table, int col) {
     return type;
 }
 
-class TableEditingTest : public testing::Test {
+class TableEditing : public test::TableFixture {
 protected:
-    TableEditingTest() {
+    TableEditing() {
         m_host.otherwise = IDOK;
         SetUIServices(&m_host);
+        TheErrorLog().SetFilename(CString::FromUtf8((m_folder / "errors.log").string()));
     }
-    ~TableEditingTest() override {
-        SetUIServices(nullptr);
-        QLookupTableDataStatics::c_TableCacheOverSize = m_savedOverSize;
-        QLookupTableData::CleanupCache();
+    ~TableEditing() override { SetUIServices(nullptr); }
+
+    void WriteMemoryTable(QLookupTable table, const fs::path& path) {
+        CStdioFileEx file;
+        ASSERT_TRUE(file.Open(CString::FromUtf8(path.string()),
+                              CFile::modeCreate | CFile::modeWrite | CFile::typeText));
+        ASSERT_TRUE(table.WriteToFile(file));
+        file.Close();
+        QFSFile::ClearFileStatusCache();
+    }
+    static std::string Numbers(const std::string& counts, const std::string& rows) {
+        return "c\tVltFormat=2.1\t\n" + counts + "\nd\t\"\"\"P\"\"\"\nString\\String\tNumber\n" +
+               rows;
     }
 
     test::ScriptedHost m_host;
-    const int m_savedOverSize = QLookupTableDataStatics::c_TableCacheOverSize;
 };
 
 // --- Rows and columns ----------------------------------------------------------------------------
 
 // A sorted table puts a new label in its place and refuses one already there, in any case; an
 // unsorted one appends, repeats and all. A new column appends empty cells of its type.
-TEST_F(TableEditingTest, AddingPutsTheLabelInItsPlaceOrAtTheEnd) {
+TEST_F(TableEditing, AddingPutsTheLabelInItsPlaceOrAtTheEnd) {
     QLookupTable sorted = MemoryTable({u"b", u"d"}, {u"x"}, {{1}, {2}});
     sorted.SetIsSorted(true);
     QLookupTable unsorted = MemoryTable({u"b", u"d"}, {u"x", u"y"}, {{1, 2}, {3, 4}});
@@ -77,7 +89,7 @@ TEST_F(TableEditingTest, AddingPutsTheLabelInItsPlaceOrAtTheEnd) {
     EXPECT_EQ(unsorted.FindColExact(u"PRICE", nullptr), 2);
 }
 
-TEST_F(TableEditingTest, RemovingShiftsTheRest) {
+TEST_F(TableEditing, RemovingShiftsTheRest) {
     QLookupTable table =
         MemoryTable({u"a", u"b", u"c"}, {u"x", u"y", u"z"}, {{1, 2, 3}, {4, 5, 6}, {7, 8, 9}});
     ASSERT_TRUE(table.RemoveRowByIndex(1));
@@ -96,7 +108,7 @@ TEST_F(TableEditingTest, RemovingShiftsTheRest) {
 
 // Moves swap labels and cells, a column's type going with it, and keep the label index up to
 // date; a move past an edge fails.
-TEST_F(TableEditingTest, MovingSwapsLabelsAndCells) {
+TEST_F(TableEditing, MovingSwapsLabelsAndCells) {
     QLookupTableDataStatics::c_TableCacheOverSize = 2;
     QLookupTable table = MemoryTable({u"a", u"b", u"c"}, {u"x", u"y"}, {{1, 2}, {3, 4}, {5, 6}});
     ASSERT_TRUE(table.Data()->HasRowIndex());
@@ -131,7 +143,7 @@ TEST_F(TableEditingTest, MovingSwapsLabelsAndCells) {
 
 // --- Markup --------------------------------------------------------------------------------------
 
-TEST_F(TableEditingTest, MarkupArithmeticKeepsTheCellType) {
+TEST_F(TableEditing, MarkupArithmeticKeepsTheCellType) {
     const struct {
         QAnyValue cell;
         QMarkup markup;
@@ -139,18 +151,18 @@ TEST_F(TableEditingTest, MarkupArithmeticKeepsTheCellType) {
         bool taken;
         QAnyValue expected;
     } cases[] = {
-        {10, QMarkup::FixedAmount, 5, true, 15},
-        {10, QMarkup::Multiplier, 1.26, true, 13},
-        {200, QMarkup::Percentage, 10, true, 220},
-        {2.5, QMarkup::Multiplier, 2, true, 5.0},
-        {test::Cents(1000), QMarkup::Percentage, 15, true, test::Cents(1150)},
-        {test::Cents(1000), QMarkup::FixedAmount, test::Cents(250), true, test::Cents(1250)},
-        {test::Mm(100), QMarkup::Multiplier, 3, true, test::Mm(300)},
-        {u"text", QMarkup::FixedAmount, 1, false, u"text"},
-        {u"=1 + 1", QMarkup::Multiplier, 2, false, u"=1 + 1"},
-        {true, QMarkup::Multiplier, 2, false, true},
-        {QAnyValue(), QMarkup::FixedAmount, 2, false, QAnyValue()},
-        {10, QMarkup::FixedAmount, u"x", false, 10},
+        {10, Fixed, 5, true, 15},
+        {10, Times, 1.26, true, 13},
+        {200, Percent, 10, true, 220},
+        {2.5, Times, 2, true, 5.0},
+        {test::Cents(1000), Percent, 15, true, test::Cents(1150)},
+        {test::Cents(1000), Fixed, test::Cents(250), true, test::Cents(1250)},
+        {test::Mm(100), Times, 3, true, test::Mm(300)},
+        {u"text", Fixed, 1, false, u"text"},
+        {u"=1 + 1", Times, 2, false, u"=1 + 1"},
+        {true, Times, 2, false, true},
+        {QAnyValue(), Fixed, 2, false, QAnyValue()},
+        {10, Fixed, u"x", false, 10},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(Text(c.cell) + " by " + Text(c.amount));
@@ -163,7 +175,7 @@ TEST_F(TableEditingTest, MarkupArithmeticKeepsTheCellType) {
 
 // The amount is asked under the markup's title; a bad amount, a selection that takes no markup
 // and a cancelled question change no cell.
-TEST_F(TableEditingTest, MarkupAsksTheAmountUnderItsTitle) {
+TEST_F(TableEditing, MarkupAsksTheAmountUnderItsTitle) {
     const char* const invalid = "Invalid markup amount.";
     const char* const none = "None of the selection could be marked up by that amount.";
     const struct {
@@ -175,18 +187,12 @@ TEST_F(TableEditingTest, MarkupAsksTheAmountUnderItsTitle) {
         const char* box;
         const char* after;
     } cases[] = {
-        {" 10 ",
-         QMarkup::Percentage,
-         {{0, 0}, {0, 1}, {1, 0}},
-         true,
-         "percentage",
-         "",
-         "110 t / 55 7"},
-        {"3", QMarkup::FixedAmount, {{1, 1}}, true, "fixed amount", "", "100 t / 50 10"},
-        {"3", QMarkup::Multiplier, {{1, 1}}, true, "multiplier", "", "100 t / 50 21"},
-        {"abc", QMarkup::FixedAmount, {{0, 0}}, false, "fixed amount", invalid, "100 t / 50 7"},
-        {"2", QMarkup::Multiplier, {{0, 1}, {5, 5}}, false, "multiplier", none, "100 t / 50 7"},
-        {std::nullopt, QMarkup::Multiplier, {{0, 0}}, false, "multiplier", "", "100 t / 50 7"},
+        {" 10 ", Percent, {{0, 0}, {0, 1}, {1, 0}}, true, "percentage", "", "110 t / 55 7"},
+        {"3", Fixed, {{1, 1}}, true, "fixed amount", "", "100 t / 50 10"},
+        {"3", Times, {{1, 1}}, true, "multiplier", "", "100 t / 50 21"},
+        {"abc", Fixed, {{0, 0}}, false, "fixed amount", invalid, "100 t / 50 7"},
+        {"2", Times, {{0, 1}, {5, 5}}, false, "multiplier", none, "100 t / 50 7"},
+        {std::nullopt, Times, {{0, 0}}, false, "multiplier", "", "100 t / 50 7"},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.amount.value_or("cancelled"));
@@ -201,7 +207,7 @@ TEST_F(TableEditingTest, MarkupAsksTheAmountUnderItsTitle) {
     }
 }
 
-TEST_F(TableEditingTest, DoForEachSelectedCellCountsWhatTookTheChange) {
+TEST_F(TableEditing, DoForEachSelectedCellCountsWhatTookTheChange) {
     QLookupTable table = MemoryTable({u"a", u"b"}, {u"x"}, {{1}, {2}});
     const int changed = DoForEachSelectedCell(table, {{0, 0}, {1, 0}, {2, 0}}, [](QAnyValue& cell) {
         if (QAnyValue(cell).MakeInt() == 2)
@@ -215,7 +221,7 @@ TEST_F(TableEditingTest, DoForEachSelectedCellCountsWhatTookTheChange) {
 
 // --- Duplicates ----------------------------------------------------------------------------------
 
-TEST_F(TableEditingTest, ADuplicateNeedsAUniqueLabelAndCopiesTheRightRowOrColumn) {
+TEST_F(TableEditing, ADuplicateNeedsAUniqueLabelAndCopiesTheRightRowOrColumn) {
     QLookupTable table = MemoryTable({u"a", u"b"}, {u"x", u"y"}, {{1, 2}, {3, 4}});
     table.UpdateColType(0, QAnyValue::TYPE_INT);
     int index = -1;
@@ -244,32 +250,7 @@ TEST_F(TableEditingTest, ADuplicateNeedsAUniqueLabelAndCopiesTheRightRowOrColumn
 
 // --- Tables read from files ----------------------------------------------------------------------
 
-class TableEditorFiles : public test::TableFixture {
-protected:
-    TableEditorFiles() {
-        m_host.otherwise = IDOK;
-        SetUIServices(&m_host);
-        TheErrorLog().SetFilename(CString::FromUtf8((m_folder / "errors.log").string()));
-    }
-    ~TableEditorFiles() override { SetUIServices(nullptr); }
-
-    void WriteMemoryTable(QLookupTable table, const fs::path& path) {
-        CStdioFileEx file;
-        ASSERT_TRUE(file.Open(CString::FromUtf8(path.string()),
-                              CFile::modeCreate | CFile::modeWrite | CFile::typeText));
-        ASSERT_TRUE(table.WriteToFile(file));
-        file.Close();
-        QFSFile::ClearFileStatusCache();
-    }
-    static std::string Numbers(const std::string& counts, const std::string& rows) {
-        return "c\tVltFormat=2.1\t\n" + counts + "\nd\t\"\"\"P\"\"\"\nString\\String\tNumber\n" +
-               rows;
-    }
-
-    test::ScriptedHost m_host;
-};
-
-TEST_F(TableEditorFiles, RowsStillHeldAsTextMoveWithTheirLabels) {
+TEST_F(TableEditing, RowsStillHeldAsTextMoveWithTheirLabels) {
     QLookupTable made =
         MemoryTable({u"a", u"c", u"e", u"g"}, {u"x", u"y"},
                     {{u"a1", u"a2"}, {u"c1", u"c2"}, {u"e1", u"e2"}, {u"g1", u"g2"}});
@@ -293,7 +274,7 @@ TEST_F(TableEditorFiles, RowsStillHeldAsTextMoveWithTheirLabels) {
 }
 
 // One unreadable file fails and the others are converted, found in every folder below.
-TEST_F(TableEditorFiles, BatchConversionConvertsEveryTableFileBelowTheFolder) {
+TEST_F(TableEditing, BatchConversionConvertsEveryTableFileBelowTheFolder) {
     const auto convert = [this](Texts& statuses) {
         return BatchConvertTables(CString::FromUtf8(m_folder.string()), [&](const CString& status) {
             statuses.push_back(status.ToUtf8());
@@ -328,7 +309,7 @@ TEST_F(TableEditorFiles, BatchConversionConvertsEveryTableFileBelowTheFolder) {
     EXPECT_EQ(QLookupTableData::ListCount(), 1) << "only the table made here is held";
 }
 
-TEST_F(TableEditorFiles, TryOpenRepairsCountsOrSaysWhyItFailed) {
+TEST_F(TableEditing, TryOpenRepairsCountsOrSaysWhyItFailed) {
     const std::string rows = "\"\"\"b\"\"\"\t2\n\"\"\"a\"\"\"\t1\n";
     const struct {
         std::string text;
@@ -359,7 +340,7 @@ TEST_F(TableEditorFiles, TryOpenRepairsCountsOrSaysWhyItFailed) {
     }
 }
 
-TEST_F(TableEditorFiles, SortRowsReadsAgainSortedAndBackInFileOrder) {
+TEST_F(TableEditing, SortRowsReadsAgainSortedAndBackInFileOrder) {
     WriteTable("t", Numbers("3\t1", "\"\"\"b\"\"\"\t2\n\"\"\"c\"\"\"\t3\n\"\"\"a\"\"\"\t1\n"));
     const struct {
         int answer;
@@ -386,7 +367,7 @@ TEST_F(TableEditorFiles, SortRowsReadsAgainSortedAndBackInFileOrder) {
     }
 }
 
-TEST_F(TableEditorFiles, MakingFractionsWholeNumbersAsksFirst) {
+TEST_F(TableEditing, MakingFractionsWholeNumbersAsksFirst) {
     const struct {
         std::vector<QAnyValue> cells;
         TYPE type;

@@ -2,6 +2,8 @@
 
 #include "tests/support/appfactory.h"
 #include "tests/support/environment.h"
+#include "tests/support/formulacases.h"
+#include "tests/support/paths.h"
 
 #include "keel/formula/evaluator.h"
 #include "keel/formula/evaluatorfactory.h"
@@ -12,6 +14,7 @@
 #include "keel/tables/tablebasedon.h"
 
 #include <filesystem>
+#include <fstream>
 #include <gtest/gtest.h>
 #include <map>
 #include <optional>
@@ -41,6 +44,18 @@ inline void WriteZip(const std::filesystem::path& path,
     }
     ASSERT_EQ(zip_close(archive), 0);
     QFSFile::ClearFileStatusCache();
+}
+
+// The cases of a file of tests/data/tables: the columns of each line that is neither empty nor a
+// comment ("//"), with \n, \t and \\ standing for a newline, a tab and a backslash.
+inline std::vector<std::vector<std::string>> TableCases(const std::string& name) {
+    std::ifstream file(std::filesystem::path(TestDataFolder()) / "tables" / name);
+    EXPECT_TRUE(file.is_open()) << name;
+    std::vector<std::vector<std::string>> cases;
+    for (std::string line; std::getline(file, line);)
+        if (!line.empty() && !line.starts_with("//"))
+            cases.push_back(Columns(line));
+    return cases;
 }
 
 // A host with a display that answers every box with `otherwise` and the text dialog with

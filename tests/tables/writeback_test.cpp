@@ -1,13 +1,9 @@
-#include "tests/tables/memorytable.h"
-#include "tests/tables/tablefixture.h"
-
 #include "keel/formula/stringtovalue.h"
 #include "keel/tables/celltokens.h"
 #include "keel/values/stringunique.h"
 
 #include <gtest/gtest.h>
 #include <string>
-#include <sys/resource.h>
 #include <vector>
 
 namespace keel {
@@ -103,54 +99,6 @@ TEST(CellToken, SameCellTellsWhatAReaderWouldSeeDifferently) {
         EXPECT_EQ(IsSameCell(read, original, c.type), c.same)
             << CString(c.read).ToUtf8() << " / " << CString(c.original).ToUtf8();
     }
-}
-
-class TableCountsTest : public test::TableFixture {};
-
-// Counts that the rest of the file cannot hold fail before anything is allocated for them, with
-// the message the reader would give at the end of the line or file; a repair finds the true
-// count.
-TEST_F(TableCountsTest, CountsBeyondWhatTheFileHoldsAreRefusedOrRepaired) {
-    struct Case {
-        std::string counts;
-        bool repair;
-        const char* message; // empty when the table opens
-        int rows;
-        int cols;
-    };
-    const Case cases[] = {
-        {"10000\t10000", false, "Not enough column headings", 0, 0},
-        {"1\t100000000", false, "Not enough column headings", 0, 0},
-        {"100000000\t1", false, "Not enough rows of data", 0, 0},
-        {"2147483647\t2147483647", false, "Out of memory", 0, 0},
-        {"100000000\t1", true, "", 2, 1},
-        {"3\t100000000", true, "", 2, 1},
-        {"2\t1", false, "", 2, 1},
-    };
-    for (const Case& c : cases) {
-        QLookupTableData::CleanupCache();
-        WriteTable("counts", "c\tVltFormat=2.1\t\n" + c.counts +
-                                 "\nd\t\"\"\"P\"\"\"\nString\\String\tNumber\n"
-                                 "\"\"\"a\"\"\"\t1\n\"\"\"b\"\"\"\t2\n");
-        QLookupTable table;
-        const bool opened = table.SetName(u"counts", false, false, c.repair);
-        EXPECT_EQ(opened, std::string(c.message).empty()) << c.counts;
-        if (!opened) {
-            EXPECT_EQ(table.LastError().ToUtf8(),
-                      TableCString("counts").ToUtf8() + "\n" + c.message)
-                << c.counts;
-            continue;
-        }
-        int rows = 0;
-        int cols = 0;
-        table.RowCount(rows);
-        table.ColCount(cols);
-        EXPECT_EQ(rows, c.rows) << c.counts;
-        EXPECT_EQ(cols, c.cols) << c.counts;
-    }
-    rusage usage{};
-    ::getrusage(RUSAGE_SELF, &usage);
-    EXPECT_LT(usage.ru_maxrss, 1024L * 1024L) << "kilobytes at most, about a gigabyte";
 }
 
 } // namespace
