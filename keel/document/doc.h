@@ -210,6 +210,12 @@ public:
     // "DocumentPath" and "DocumentTitle" (the title, or the short name without one). False for
     // any other name, which the report then fills itself.
     virtual bool GetReportParameterValue(const CString& name, CString& value) const;
+    // Writes the pictures that the images string of an RDL report asks for into the report
+    // database (QReportPictures), before the viewer starts; false stops the report, after
+    // reporting why. The pictures belong to the application: by default there are none.
+    virtual bool WriteReportImages(const CString& /*reportPath*/, const CString& /*images*/) {
+        return true;
+    }
     // What an XML report exports; none by default.
     virtual const QExportable* GetReportExportable() const { return nullptr; }
     // The failure of the latest reading of a report's markers; empty when it was read.

@@ -322,6 +322,8 @@ bool QDoc::ProduceRDLReport(const CString& reportPath, bool toPrinter, int copie
         return false;
     if (IsTracing(c_reportTraceBit))
         UserTraceWriteLine(u"QDoc::ProduceReport RDL args: " + CommandLineText(arguments));
+    if (!WriteReportImages(reportPath, arguments[2]))
+        return false;
     return StartInShell(viewer, arguments, toPrinter, copies);
 }
 
@@ -332,6 +334,7 @@ bool QDoc::RDLViewerArguments(const CString& reportPath, std::vector<CString>& a
     const CString images = GetReportImagesFilterAndParamsStrings(reportPath, filter, params);
     if (!m_lastReportReadError.IsEmpty())
         return false;
+    // The images string stays third: the pictures are written from it.
     arguments = {reportPath, GetReportDatabasePath(), images, filter};
     std::vector<CString> supplied;
     for (const CString& name : ReportParameterNames(params)) {

@@ -301,6 +301,17 @@ TEST_F(RDLReportTest, AMissingOrUnreadableReportStartsNothing) {
     EXPECT_EQ(host.statusTexts, Strings{});
 }
 
+TEST_F(RDLReportTest, ThePicturesAreWrittenBeforeTheViewerStarts) {
+    InstallViewer();
+    ASSERT_TRUE(ProduceStock());
+    EXPECT_EQ(document.imagesWritten, Strings{ReportFixture("stock.rdl") + ": Plan"});
+    EXPECT_EQ(host.starts.size(), 1u);
+    document.imagesWrite = false;
+    EXPECT_FALSE(ProduceStock());
+    EXPECT_EQ(document.imagesWritten.size(), 2u);
+    EXPECT_EQ(host.starts.size(), 1u);
+}
+
 TEST_F(RDLReportTest, OnlyTheParametersTheDocumentSuppliesFollowTheFlag) {
     const std::string viewer = InstallViewer();
     const std::string query = ReportFixture("query.rdl");

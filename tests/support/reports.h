@@ -44,8 +44,8 @@ public:
     std::vector<std::string> statusTexts;
 };
 
-// A document for the reports: it exports a small group when given one, and can stand in for an
-// application whose report engine opens every job.
+// A document for the reports: it exports a small group when given one, writes down the images it
+// is asked to write, and can stand in for an application whose report engine opens every job.
 class ReportDocument : public QDoc {
 public:
     bool OpenReportJob(const CString& reportPath) override {
@@ -55,11 +55,17 @@ public:
         return true;
     }
     void SetCrystalFormulas() override { ++formulasSet; }
+    bool WriteReportImages(const CString& reportPath, const CString& images) override {
+        imagesWritten.push_back(reportPath.ToUtf8() + ": " + images.ToUtf8());
+        return imagesWrite;
+    }
     const QExportable* GetReportExportable() const override { return exported.get(); }
 
     bool hasEngine = false;
     std::vector<std::string> jobs;
     int formulasSet = 0;
+    std::vector<std::string> imagesWritten;
+    bool imagesWrite = true;
     std::unique_ptr<FakeGroup> exported;
 };
 
