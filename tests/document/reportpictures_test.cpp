@@ -111,10 +111,5 @@ TEST_F(ReportPicturesTest, OtherFilesGoInAsTheyAreAndFailuresAreReported) {
     EXPECT_FALSE(reports[0].message.empty());
 }
 
-TEST_F(ReportPicturesTest, TheLimitIsAtLeastOnePixel) {
-    EXPECT_EQ(QReportPictures(ado, u"r.rdl", 0).MaxPixels(), 1);
-    EXPECT_EQ(QReportPictures(ado, u"r.rdl").MaxPixels(), QReportPictures::c_defaultMaxPixels);
-}
-
 } // namespace
 } // namespace keel
