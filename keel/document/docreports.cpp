@@ -15,6 +15,8 @@
 
 #include <algorithm>
 #include <array>
+#include <cerrno>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <string>
@@ -84,13 +86,16 @@ bool ReadReportBytes(const CString& reportPath, std::string& bytes, CString& fai
         return false;
     }
     std::ifstream in(reportPath.ToUtf8(), std::ios::binary);
-    bytes.assign(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
-    if (error || in.bad()) {
+    const int openError = in.is_open() ? 0 : errno;
+    if (in.is_open())
+        bytes.assign(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+    if (error || !in.is_open() || in.bad()) {
         static const QTString unreadable(u"The \"%s\" report could not be read: %s",
                                          u"Message box (reportfile,reason)");
-        failure = CString::Formatted(unreadable, reportPath,
-                                     error ? CString::FromUtf8(error.message())
-                                           : CString(u"the file cannot be read"));
+        const std::string reason = error       ? error.message()
+                                   : openError ? std::strerror(openError)
+                                               : "the file cannot be read";
+        failure = CString::Formatted(unreadable, reportPath, CString::FromUtf8(reason));
         return false;
     }
     return true;
