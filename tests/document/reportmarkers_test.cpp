@@ -5,6 +5,7 @@
 
 #include <cctype>
 #include <gtest/gtest.h>
+#include <ostream>
 #include <string>
 #include <vector>
 
@@ -30,6 +31,10 @@ struct TextCase {
     std::string text;
     Expected expected;
 };
+
+void PrintTo(const TextCase& c, std::ostream* out) {
+    *out << c.name;
+}
 
 class TextMarkersTest : public testing::TestWithParam<TextCase> {};
 
@@ -77,6 +82,10 @@ struct FixtureCase {
     Expected expected;
 };
 
+void PrintTo(const FixtureCase& c, std::ostream* out) {
+    *out << c.file;
+}
+
 class ReportFixturesTest : public testing::TestWithParam<FixtureCase> {};
 
 TEST_P(ReportFixturesTest, ReadsTheMarkersOfTheFile) {
@@ -120,6 +129,10 @@ struct BadRDLCase {
     std::string bytes;
     const char* errorPart;
 };
+
+void PrintTo(const BadRDLCase& c, std::ostream* out) {
+    *out << c.name;
+}
 
 class BadRDLTest : public testing::TestWithParam<BadRDLCase> {};
 

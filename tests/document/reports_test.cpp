@@ -11,6 +11,7 @@
 #include <filesystem>
 #include <gtest/gtest.h>
 #include <map>
+#include <ostream>
 #include <string>
 #include <thread>
 #include <unistd.h>
@@ -219,6 +220,10 @@ struct StartCase {
     Strings verbs;
     bool started;
 };
+
+void PrintTo(const StartCase& c, std::ostream* out) {
+    *out << c.name;
+}
 
 class RDLStartTest : public RDLReportTest, public testing::WithParamInterface<StartCase> {};
 
