@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <array>
 #include <string>
+#include <unordered_set>
 
 namespace keel {
 
@@ -88,19 +89,29 @@ private:
     std::array<bool, 3> m_taken{};
 };
 
-CString JoinNames(const std::vector<CString>& names) {
-    CString joined;
-    for (const CString& name : names)
-        joined += (joined.IsEmpty() ? CString() : CString(u",")) + name;
-    return joined;
-}
-
-void AddNamesOnce(std::vector<CString>& names, const std::vector<CString>& more) {
-    for (const CString& name : more) {
-        if (std::find(names.begin(), names.end(), name) == names.end())
-            names.push_back(name);
+// Names in the order they first come, each once.
+class UniqueNames {
+public:
+    void Add(const CString& name) {
+        if (m_seen.insert(std::u16string(name.View())).second)
+            m_names.push_back(name);
     }
-}
+    void Add(const std::vector<CString>& names) {
+        for (const CString& name : names)
+            Add(name);
+    }
+    const std::vector<CString>& Names() const { return m_names; }
+    CString Joined() const {
+        CString joined;
+        for (const CString& name : m_names)
+            joined += (joined.IsEmpty() ? CString() : CString(u",")) + name;
+        return joined;
+    }
+
+private:
+    std::vector<CString> m_names;
+    std::unordered_set<std::u16string> m_seen;
+};
 
 // Parses the report and makes its namespace usable in paths, as the prefix "rdl:" (with "rd:"
 // for the designer's); the prefix is empty for a report in no namespace.
@@ -143,7 +154,7 @@ bool QReportMarkers::FromRDL(std::string_view bytes, QReportMarkers& markers, CS
         return false;
     const QSmartPtr<QXMLNode> root = document.RootNode();
 
-    std::vector<CString> names;
+    UniqueNames names;
     QArray<QSmartPtr<QXMLNode>> nodes;
     root->GetNodes(prefix + u"ReportParameters/" + prefix + u"ReportParameter", nodes);
     const CString valuePath = prefix + u"DefaultValue/" + prefix + u"Values/" + prefix + u"Value";
@@ -151,12 +162,15 @@ bool QReportMarkers::FromRDL(std::string_view bytes, QReportMarkers& markers, CS
         const CString name = nodes[i]->GetAttribute(u"Name");
         const QSmartPtr<QXMLNode> value = nodes[i]->GetFirstNode(valuePath);
         const CString text = value ? value->GetText().Trim() : CString();
-        if (name == kImagesParameter)
-            markers.images = text;
-        else if (name == kFilterParameter)
-            markers.filter = text;
-        else if (!name.IsEmpty())
-            AddNamesOnce(names, {name});
+        if (name == kImagesParameter) {
+            if (markers.images.IsEmpty())
+                markers.images = text;
+        } else if (name == kFilterParameter) {
+            if (markers.filter.IsEmpty())
+                markers.filter = text;
+        } else if (!name.IsEmpty()) {
+            names.Add(name);
+        }
     }
 
     CString queryParams;
@@ -166,8 +180,8 @@ bool QReportMarkers::FromRDL(std::string_view bytes, QReportMarkers& markers, CS
                    nodes);
     for (int i = 0; i < nodes.GetSize() && !scanner.AllTaken(); ++i)
         scanner.ScanLines(nodes[i]->GetText().ToUtf8(), false);
-    AddNamesOnce(names, ReportParameterNames(queryParams));
-    markers.params = JoinNames(names);
+    names.Add(ReportParameterNames(queryParams));
+    markers.params = names.Joined();
     return true;
 }
 
@@ -183,17 +197,17 @@ CString ReportDescriptionFromRDL(std::string_view bytes) {
 }
 
 std::vector<CString> ReportParameterNames(const CString& params) {
-    std::vector<CString> names;
+    UniqueNames names;
     const std::u16string_view text = params.View();
     std::size_t start = 0;
     while (start < text.size()) {
         const std::size_t end = text.find_first_of(u",; \t", start);
         const std::size_t stop = end == std::u16string_view::npos ? text.size() : end;
         if (stop > start)
-            AddNamesOnce(names, {CString(text.substr(start, stop - start))});
+            names.Add(CString(text.substr(start, stop - start)));
         start = stop + 1;
     }
-    return names;
+    return names.Names();
 }
 
 } // namespace keel

@@ -177,6 +177,27 @@ TEST(RDLDescriptionTest, IsTheDescriptionOfTheReportInItsNamespace) {
     EXPECT_EQ(ReportDescriptionFromRDL(test::ReadText(folder + "broken.rdl")).ToUtf8(), "");
 }
 
+// Hostile reports may name parameters by the hundred thousand; each is still taken once.
+TEST(ReportParameterNamesTest, ManyNamesAreReadWithoutQuadraticWork) {
+    constexpr int count = 200'000;
+    std::string line = "rem KVNParams: ";
+    std::string rdl = "<Report xmlns=\"urn:r\"><ReportParameters>";
+    for (int i = 0; i < count; ++i) {
+        line += "p" + std::to_string(i) + ",p0,";
+        if (i < count / 4)
+            rdl += "<ReportParameter Name=\"q" + std::to_string(i) +
+                   "\"/><ReportParameter Name=\"q0\"/>";
+    }
+    rdl += "</ReportParameters></Report>";
+    const std::vector<CString> names = ReportParameterNames(QReportMarkers::FromText(line).params);
+    ASSERT_EQ(names.size(), static_cast<std::size_t>(count));
+    EXPECT_EQ(names.back().ToUtf8(), "p" + std::to_string(count - 1));
+    QReportMarkers markers;
+    CString error;
+    ASSERT_TRUE(QReportMarkers::FromRDL(rdl, markers, error)) << error.ToUtf8();
+    EXPECT_EQ(ReportParameterNames(markers.params).size(), static_cast<std::size_t>(count / 4));
+}
+
 TEST(ReportParameterNamesTest, SplitsAtCommasSemicolonsAndBlanksOnce) {
     const struct {
         const char* params;
