@@ -17,6 +17,8 @@
 
 namespace keel {
 
+class QExportable;
+
 // The base of an application's documents. Its data is a list of items, stored in the document's
 // "Contents" stream as a small header (the magic 0xBABA and the schema the stream was written
 // with), the count of items that are not blank, and then each of those items with its class.
@@ -157,19 +159,68 @@ public:
     virtual void InvalidateAllGLViews() {}
     // Lets the person choose reports to produce from `reports`; false when none was chosen.
     virtual bool PromptForReports(std::vector<CString>& /*reports*/) { return false; }
-    virtual bool OpenReportJob(const CString& /*reportPath*/) { return false; }
-    virtual CString GetReportSummaryInfoComments(const CString& /*reportPath*/) {
-        return CString();
+
+    // --- Reports ---------------------------------------------------------------------------
+    //
+    // A report is produced by the kind of its file, which its extension tells, in any case:
+    // Crystal reports (".rpt", and ".rtx" for one kept as text), RDL reports (".rdl", ".rdlc")
+    // run by the external viewer, and XML reports (".xml", and ".xmlbatch" for a batch) that
+    // are the document's own export.
+    static bool IsCrystalReport(const CString& path);
+    static bool IsRDLReport(const CString& path);
+    static bool IsXMLReport(const CString& path);
+    static bool IsXMLBatchReport(const CString& path);
+    // The extensions of a kind, ';' between them; ReportFileExts has those of every kind.
+    static CString CrystalReportFileExts();
+    static CString RDLReportFileExts();
+    static CString XMLReportFileExts();
+    static CString ReportFileExts();
+
+    // The trace bit of the viewer's command line, and the option that names the viewer: a path,
+    // taken from the program folder when relative.
+    static constexpr unsigned c_reportTraceBit = 0x8;
+    static constexpr const char16_t* c_reportViewerSection = u"Options";
+    static constexpr const char16_t* c_reportViewerKey = u"RdlViewer";
+    static constexpr const char16_t* c_reportViewerDefault = u"RdlViewer";
+    // The viewer program that the option names, whether or not it is there.
+    static CString ReportViewerPath();
+
+    // Starts the report engine's job on a report that is not RDL or XML. There is no engine
+    // here: it reports so and fails; an application with one overrides this.
+    virtual bool OpenReportJob(const CString& reportPath);
+    // The comments of a report: of the summary properties of a report that is a compound file,
+    // of the description of an RDL report; empty for any other, or one that cannot be read.
+    virtual CString GetReportSummaryInfoComments(const CString& reportPath);
+    // The images string of the report, with its filter and parameter names (QReportMarkers). A
+    // Crystal report is read as text unless it is a compound file, whose summary comments are
+    // read instead. A report that cannot be read is reported, and everything comes back empty.
+    virtual CString GetReportImagesFilterAndParamsStrings(const CString& reportPath,
+                                                          CString& filterOut, CString& paramsOut);
+    // Produces the report on screen, or `copies` times on the printer. An XML report is the
+    // document's export (GetReportExportable) written to the report's path and then opened, or
+    // printed, by the desktop; a batch is written only. An RDL report is started in the viewer
+    // (ReportViewerPath) with the report, the report database, the images and filter strings,
+    // and "-p" with the parameters that the document supplies as Name=value. Other reports go
+    // to OpenReportJob. Each failure is reported and gives false.
+    virtual bool ProduceReport(const CString& reportPath, bool toPrinter, int copies);
+    // The database that the document writes for its reports: by default the document's path,
+    // or its fallback path, with the extension ".mdb"; empty without either.
+    virtual CString GetReportDatabasePath() const;
+    // The value of a report parameter that the document supplies: "UserName" (the login name),
+    // "DocumentPath" and "DocumentTitle" (the title, or the short name without one). False for
+    // any other name, which the report then fills itself.
+    virtual bool GetReportParameterValue(const CString& name, CString& value) const;
+    // Writes the pictures that the images string of an RDL report asks for into the report
+    // database (QReportPictures), before the viewer starts; false stops the report, after
+    // reporting why. The pictures belong to the application: by default there are none.
+    virtual bool WriteReportImages(const CString& /*reportPath*/, const CString& /*images*/) {
+        return true;
     }
-    // The images string of the report, with its filter and parameters.
-    virtual CString GetReportImagesFilterAndParamsStrings(const CString& /*reportPath*/,
-                                                          CString& /*filterOut*/,
-                                                          CString& /*paramsOut*/) {
-        return CString();
-    }
-    virtual bool ProduceReport(const CString& /*reportPath*/, bool /*toPrinter*/, int /*copies*/) {
-        return false;
-    }
+    // What an XML report exports; none by default.
+    virtual const QExportable* GetReportExportable() const { return nullptr; }
+    // The failure of the latest reading of a report's markers; empty when it was read.
+    const CString& GetLastReportReadError() const { return m_lastReportReadError; }
+
     virtual void SetCrystalFormulas() {}
     virtual bool AllowPrintControls() { return true; }
     // Files that go with the document (images, databases) follow it to a new path.
@@ -207,6 +258,11 @@ protected:
     QReentrancyCounter m_loadCounter;
 
 private:
+    bool ProduceXMLReport(const CString& reportPath, bool toPrinter, int copies);
+    bool ProduceRDLReport(const CString& reportPath, bool toPrinter, int copies);
+    // The viewer's arguments for an RDL report; false when the report could not be read.
+    bool RDLViewerArguments(const CString& reportPath, std::vector<CString>& arguments);
+
     // Shows why the stream cannot be read and fails as a bad schema.
     [[noreturn]] void RefuseVersion(const CString& message);
     // Asks whether to keep the items read before `failure`; true to keep them.
@@ -228,6 +284,7 @@ private:
     bool m_bRunningThread = false;
     bool m_bUpdatesEnabled = true;
     bool m_bEmbedded = false;
+    CString m_lastReportReadError;
 };
 
 // Reports a numeric field of an item that failed its range check while `archive` read or wrote

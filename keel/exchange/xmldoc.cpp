@@ -1027,6 +1027,13 @@ bool QXMLNode::HasAnyAttributes() const {
     return IsElement() && m_node->properties != nullptr;
 }
 
+CString QXMLNode::GetNamespaceURI() const {
+    const bool named = m_node->type == XML_ELEMENT_NODE || m_node->type == XML_ATTRIBUTE_NODE;
+    if (!named || !m_node->ns || !m_node->ns->href)
+        return CString();
+    return FromXml(m_node->ns->href);
+}
+
 CString QXMLNode::GetName() const {
     switch (m_node->type) {
     case XML_ELEMENT_NODE:

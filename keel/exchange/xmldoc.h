@@ -90,6 +90,9 @@ public:
     // The qualified name of an element or attribute, the target of a processing instruction,
     // and "#text", "#cdata-section", "#comment" or "#document" for the others.
     CString GetName() const;
+    // The namespace URI of an element or attribute: for an element without a prefix, the default
+    // namespace its own or an enclosing "xmlns" declares. Empty when it is in none.
+    CString GetNamespaceURI() const;
     // An element's own text: its text and CDATA children joined, without what the elements
     // under it hold. For any other node its content.
     CString GetText() const;

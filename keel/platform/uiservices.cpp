@@ -1,7 +1,16 @@
 #include "keel/platform/uiservices.h"
 
 #include <atomic>
+#include <cerrno>
 #include <cstdlib>
+#include <spawn.h>
+#include <string>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <thread>
+#include <unistd.h>
+
+extern char** environ;
 
 namespace keel {
 
@@ -23,7 +32,52 @@ CString OnOneLine(const CString& text) {
     return line;
 }
 
+// What the shell answers for a start; anything above 32 is one.
+constexpr int kShellStarted = 33;
+
+// Runs the command without waiting. A thread of its own waits for the child, so that it leaves
+// nothing behind when it ends. A program that is not there is an unknown file, or, when it is
+// the desktop's opener that is missing, no application for the file.
+int SpawnDetached(const std::vector<std::string>& command, bool searchPath) {
+    std::vector<char*> argv;
+    for (const std::string& argument : command)
+        argv.push_back(const_cast<char*>(argument.c_str()));
+    argv.push_back(nullptr);
+    pid_t child = 0;
+    const int error = searchPath
+                          ? posix_spawnp(&child, argv[0], nullptr, nullptr, argv.data(), environ)
+                          : posix_spawn(&child, argv[0], nullptr, nullptr, argv.data(), environ);
+    if (error == ENOENT)
+        return searchPath ? SE_ERR_NOASSOC : SE_ERR_FNF;
+    if (error != 0)
+        return 0;
+    std::thread([child] {
+        int status = 0;
+        while (waitpid(child, &status, 0) < 0 && errno == EINTR) {
+        }
+    }).detach();
+    return kShellStarted;
+}
+
 } // namespace
+
+int IUIServices::ShellExecuteNoWait(const CString& file, const std::vector<CString>& arguments,
+                                    const CString& verb) {
+    const std::string path = file.ToUtf8();
+    struct stat status {};
+    if (path.empty() || stat(path.c_str(), &status) != 0)
+        return SE_ERR_FNF;
+    // Nothing on this desktop prints a file by itself.
+    if (verb.CompareNoCase(u"print") == 0)
+        return SE_ERR_NOASSOC;
+    if (S_ISREG(status.st_mode) && access(path.c_str(), X_OK) == 0) {
+        std::vector<std::string> command{path};
+        for (const CString& argument : arguments)
+            command.push_back(argument.ToUtf8());
+        return SpawnDetached(command, false);
+    }
+    return SpawnDetached({"xdg-open", path}, true);
+}
 
 std::vector<int> MessageBoxButtons(unsigned flags) {
     switch (flags & MB_TYPEMASK) {

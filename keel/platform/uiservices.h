@@ -26,6 +26,10 @@ inline constexpr unsigned MB_DEFBUTTON2 = 0x100;
 inline constexpr unsigned MB_DEFBUTTON3 = 0x200;
 inline constexpr unsigned MB_DEFMASK = 0xF00;
 
+// Answers of the shell's start of a file below 33: not found, and no application for the verb.
+inline constexpr int SE_ERR_FNF = 2;
+inline constexpr int SE_ERR_NOASSOC = 31;
+
 inline constexpr int IDOK = 1;
 inline constexpr int IDCANCEL = 2;
 inline constexpr int IDABORT = 3;
@@ -124,6 +128,13 @@ public:
     virtual long ShellOpenNoWait(const CString& /*path*/, const CString& /*verb*/) { return 0; }
     // Whether a process that ShellOpenNoWait started is still running.
     virtual bool IsProcessRunning(long /*process*/) { return false; }
+    // Starts `file` for the verb without waiting, as the desktop's shell does: a program is run
+    // with `arguments`, any other file is opened ("open") by the desktop's opener. The answer is
+    // the shell's: above 32 when something started, SE_ERR_NOASSOC when nothing here knows the
+    // verb for that file (no program prints by itself), SE_ERR_FNF when the file is not there,
+    // and 0 when it could not be started.
+    virtual int ShellExecuteNoWait(const CString& file, const std::vector<CString>& arguments,
+                                   const CString& verb);
     // Asks the active property sheet to show a page.
     enum class PageSelection { NoSheet, NotFound, Selected };
     virtual PageSelection SelectCategoryAndPage(const CString& /*category*/,

@@ -1,0 +1,220 @@
+#include "tests/support/environment.h"
+#include "tests/support/paths.h"
+
+#include "keel/document/reportmarkers.h"
+
+#include <cctype>
+#include <gtest/gtest.h>
+#include <ostream>
+#include <string>
+#include <vector>
+
+namespace keel {
+namespace {
+
+using namespace std::string_literals;
+
+struct Expected {
+    std::string images;
+    std::string filter;
+    std::string params;
+};
+
+void ExpectMarkers(const QReportMarkers& markers, const Expected& expected) {
+    EXPECT_EQ(markers.images.ToUtf8(), expected.images);
+    EXPECT_EQ(markers.filter.ToUtf8(), expected.filter);
+    EXPECT_EQ(markers.params.ToUtf8(), expected.params);
+}
+
+struct TextCase {
+    const char* name;
+    std::string text;
+    Expected expected;
+};
+
+void PrintTo(const TextCase& c, std::ostream* out) {
+    *out << c.name;
+}
+
+class TextMarkersTest : public testing::TestWithParam<TextCase> {};
+
+TEST_P(TextMarkersTest, ReadsTheCommentLines) {
+    ExpectMarkers(QReportMarkers::FromText(GetParam().text), GetParam().expected);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Lines, TextMarkersTest,
+    testing::Values(
+        TextCase{
+            "AllThree", "rem KVNImages: a\nrem KVNFilter: b\nrem KVNParams: c\n", {"a", "b", "c"}},
+        TextCase{"AnyCaseOfRem", "REM KVNImages: a\nRem KVNFilter: b", {"a", "b", ""}},
+        TextCase{"BlanksAndTabsAround", "  \trem\t KVNFilter:\t x y \t\n", {"", "x y", ""}},
+        TextCase{"NoBlankAfterTheMarker", "rem KVNImages:Plan", {"Plan", "", ""}},
+        TextCase{"RemMustBeAWord", "remark KVNImages: a\nrem: KVNFilter: b\n", {"", "", ""}},
+        TextCase{"RemMustComeFirst", "x rem KVNImages: a\n", {"", "", ""}},
+        TextCase{"RemAloneCarriesNothing", "rem\nrem KVNImages\n", {"", "", ""}},
+        TextCase{"MarkersAreCaseSensitive", "rem kvnimages: a\nrem KVNIMAGES: b", {"", "", ""}},
+        TextCase{
+            "EachTakenOnce", "rem KVNImages: first\nrem KVNImages: second\n", {"first", "", ""}},
+        TextCase{"TheFirstMarkerOfALineIsItsOwn",
+                 "rem KVNFilter: a KVNImages: b\nrem KVNImages: c",
+                 {"c", "a KVNImages: b", ""}},
+        TextCase{"ALineOfATakenMarkerGivesNoOther",
+                 "rem KVNImages: a\nrem KVNImages: b KVNFilter: c\n",
+                 {"a", "", ""}},
+        TextCase{"StopsWhenAllThreeCame",
+                 "rem KVNParams: p\nrem KVNFilter: f\nrem KVNImages: i\nrem KVNFilter: later",
+                 {"i", "f", "p"}},
+        TextCase{"EmptyValueCountsAsTaken", "rem KVNImages:   \nrem KVNImages: b", {"", "", ""}},
+        TextCase{"CarriageReturnsEndLines",
+                 "rem KVNImages: a\r\nrem KVNFilter: b\rrem KVNParams: c",
+                 {"a", "b", "c"}},
+        TextCase{"NoFinalLineBreak", "rem KVNParams: UserName", {"", "", "UserName"}},
+        TextCase{
+            "Utf8Values", "rem KVNFilter: Größe > 2 \xE2\x80\x94 ok", {"", "Größe > 2 — ok", ""}},
+        TextCase{
+            "NulBytesEndNothing", "\0rem KVNImages: x\nrem KVNFilter: ok\n\0\0"s, {"", "ok", ""}},
+        TextCase{"Empty", "", {"", "", ""}}),
+    [](const testing::TestParamInfo<TextCase>& info) { return info.param.name; });
+
+struct FixtureCase {
+    const char* file;
+    Expected expected;
+};
+
+void PrintTo(const FixtureCase& c, std::ostream* out) {
+    *out << c.file;
+}
+
+class ReportFixturesTest : public testing::TestWithParam<FixtureCase> {};
+
+TEST_P(ReportFixturesTest, ReadsTheMarkersOfTheFile) {
+    const std::string path = test::TestDataFolder() + "/document/reports/" + GetParam().file;
+    const std::string bytes = test::ReadText(path);
+    ASSERT_FALSE(bytes.empty()) << path;
+    QReportMarkers markers;
+    if (std::string(GetParam().file).ends_with(".rdl")) {
+        CString error;
+        ASSERT_TRUE(QReportMarkers::FromRDL(bytes, markers, error)) << error.ToUtf8();
+        EXPECT_TRUE(error.IsEmpty());
+    } else {
+        markers = QReportMarkers::FromText(bytes);
+    }
+    ExpectMarkers(markers, GetParam().expected);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Files, ReportFixturesTest,
+    testing::Values(
+        FixtureCase{"stock.rtx",
+                    {"Plan,Elevation", "{Items.Stock} > 0", "UserName;DocumentTitle, Unknown"}},
+        FixtureCase{"crlf.rtx", {"Photo", "Kind = 2", "DocumentPath"}},
+        // Parameters first, then the query's markers for what they left open; the query's
+        // parameter names join the report's own.
+        FixtureCase{"stock.rdl", {"Plan", "Stock > 0", "UserName,DocumentTitle,DocumentPath"}},
+        FixtureCase{"query.rdl", {"Photo,Sketch", "Kind = 2", "DocumentTitle"}},
+        // Without a namespace the names are plain; the first value is taken, trimmed.
+        FixtureCase{"plain.rdl", {"Logo", "", "DocumentPath"}},
+        // Elements of another namespace under another prefix are not the report's.
+        FixtureCase{"prefixed.rdl", {"", "a", ""}}),
+    [](const testing::TestParamInfo<FixtureCase>& info) {
+        std::string name = info.param.file;
+        for (char& c : name)
+            c = std::isalnum(static_cast<unsigned char>(c)) ? c : '_';
+        return name;
+    });
+
+struct BadRDLCase {
+    const char* name;
+    std::string bytes;
+    const char* errorPart;
+};
+
+void PrintTo(const BadRDLCase& c, std::ostream* out) {
+    *out << c.name;
+}
+
+class BadRDLTest : public testing::TestWithParam<BadRDLCase> {};
+
+TEST_P(BadRDLTest, FailsWithTheParser_sReason) {
+    QReportMarkers markers;
+    markers.images = u"left over";
+    CString error;
+    EXPECT_FALSE(QReportMarkers::FromRDL(GetParam().bytes, markers, error));
+    EXPECT_FALSE(error.IsEmpty());
+    EXPECT_NE(error.ToUtf8().find(GetParam().errorPart), std::string::npos) << error.ToUtf8();
+    EXPECT_TRUE(markers.images.IsEmpty());
+}
+
+std::string Nested(int depth) {
+    std::string text = "<Report xmlns=\"urn:r\">";
+    for (int i = 0; i < depth; ++i)
+        text += "<a>";
+    for (int i = 0; i < depth; ++i)
+        text += "</a>";
+    return text + "</Report>";
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Inputs, BadRDLTest,
+    testing::Values(
+        BadRDLCase{"Broken",
+                   test::ReadText(test::TestDataFolder() + "/document/reports/broken.rdl"), ""},
+        BadRDLCase{"Entity",
+                   test::ReadText(test::TestDataFolder() + "/document/reports/entity.rdl"), "ntit"},
+        BadRDLCase{"DeeplyNested", Nested(400), ""},
+        BadRDLCase{"Binary", std::string("\x89PNG\r\n\x1a\n\0\0\0\rIHDR", 16), ""},
+        BadRDLCase{"Empty", "", ""}),
+    [](const testing::TestParamInfo<BadRDLCase>& info) { return info.param.name; });
+
+TEST(RDLDescriptionTest, IsTheDescriptionOfTheReportInItsNamespace) {
+    const std::string folder = test::TestDataFolder() + "/document/reports/";
+    EXPECT_EQ(ReportDescriptionFromRDL(test::ReadText(folder + "stock.rdl")).ToUtf8(),
+              "Stock by item, with pictures of each");
+    EXPECT_EQ(ReportDescriptionFromRDL(test::ReadText(folder + "plain.rdl")).ToUtf8(),
+              "A report in no namespace");
+    EXPECT_EQ(ReportDescriptionFromRDL(test::ReadText(folder + "query.rdl")).ToUtf8(), "");
+    EXPECT_EQ(ReportDescriptionFromRDL(test::ReadText(folder + "broken.rdl")).ToUtf8(), "");
+}
+
+// Hostile reports may name parameters by the hundred thousand; each is still taken once.
+TEST(ReportParameterNamesTest, ManyNamesAreReadWithoutQuadraticWork) {
+    constexpr int count = 100'000;
+    std::string line = "rem KVNParams: ";
+    std::string rdl = "<Report xmlns=\"urn:r\"><ReportParameters>";
+    for (int i = 0; i < count; ++i) {
+        line += "p" + std::to_string(i) + ",p0,";
+        if (i < count / 4)
+            rdl += "<ReportParameter Name=\"q" + std::to_string(i) +
+                   "\"/><ReportParameter Name=\"q0\"/>";
+    }
+    rdl += "</ReportParameters></Report>";
+    const std::vector<CString> names = ReportParameterNames(QReportMarkers::FromText(line).params);
+    ASSERT_EQ(names.size(), static_cast<std::size_t>(count));
+    EXPECT_EQ(names.back().ToUtf8(), "p" + std::to_string(count - 1));
+    QReportMarkers markers;
+    CString error;
+    ASSERT_TRUE(QReportMarkers::FromRDL(rdl, markers, error)) << error.ToUtf8();
+    EXPECT_EQ(ReportParameterNames(markers.params).size(), static_cast<std::size_t>(count / 4));
+}
+
+TEST(ReportParameterNamesTest, SplitsAtCommasSemicolonsAndBlanksOnce) {
+    const struct {
+        const char* params;
+        std::vector<std::string> names;
+    } cases[] = {
+        {"", {}},
+        {"UserName", {"UserName"}},
+        {"UserName;DocumentTitle, Unknown", {"UserName", "DocumentTitle", "Unknown"}},
+        {" ,;a\tb;;a,B ", {"a", "b", "B"}},
+    };
+    for (const auto& c : cases) {
+        std::vector<std::string> names;
+        for (const CString& name : ReportParameterNames(CString::FromUtf8(c.params)))
+            names.push_back(name.ToUtf8());
+        EXPECT_EQ(names, c.names) << c.params;
+    }
+}
+
+} // namespace
+} // namespace keel
