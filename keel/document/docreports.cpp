@@ -35,6 +35,8 @@ constexpr const char16_t* kXMLExts = u".xml;.xmlbatch";
 constexpr const char16_t* kReportDatabaseExt = u".mdb";
 // The shell's answers from 33 up are starts.
 constexpr int kFirstShellStart = 33;
+// More copies than a print dialog offers are a mistake, not a print run.
+constexpr int kMostReportCopies = 999;
 constexpr std::array<unsigned char, 8> kCompoundFileSignature = {0xD0, 0xCF, 0x11, 0xE0,
                                                                  0xA1, 0xB1, 0x1A, 0xE1};
 
@@ -128,13 +130,13 @@ CString CommandLineText(const std::vector<CString>& arguments) {
     return line;
 }
 
-// Starts the file in the desktop's shell: once to show it, or `copies` times with the verb
-// "print". When nothing here prints that file, it is started once to be shown instead.
+// Starts the file in the desktop's shell: once to show it, or `copies` times (1 to 999) with the
+// verb "print". When nothing here prints that file, it is started once to be shown instead.
 bool StartInShell(const CString& file, const std::vector<CString>& arguments, bool toPrinter,
                   int copies) {
     int result = 0;
     if (toPrinter) {
-        for (int copy = 0; copy < std::max(copies, 1); ++copy) {
+        for (int copy = 0; copy < std::clamp(copies, 1, kMostReportCopies); ++copy) {
             result = UIServices().ShellExecuteNoWait(file, arguments, u"print");
             if (result == SE_ERR_NOASSOC) {
                 result = UIServices().ShellExecuteNoWait(file, arguments, u"open");

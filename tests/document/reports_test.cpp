@@ -253,6 +253,7 @@ INSTANTIATE_TEST_SUITE_P(
         StartCase{"ShownOnceWhateverTheCopies", false, 3, {}, {"open"}, true},
         StartCase{"PrintedForEachCopy", true, 3, {}, {"print", "print", "print"}, true},
         StartCase{"NoCopiesPrintsOne", true, 0, {}, {"print"}, true},
+        StartCase{"CopiesStopAt999", true, 1'000'000, {}, Strings(999, "print"), true},
         StartCase{
             "WithoutAPrinterItIsShownOnce", true, 2, {{"print", 31}}, {"print", "open"}, true},
         StartCase{"AStartThatFailsEndsThePrinting", true, 3, {{"print", 0}}, {"print"}, false},
