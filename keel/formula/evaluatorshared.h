@@ -4,6 +4,9 @@
 #include "keel/values/anyvalue.h"
 #include "keel/values/stringunique.h"
 
+#include <cstddef>
+#include <vector>
+
 namespace keel {
 
 class QEvaluator;
@@ -78,6 +81,14 @@ bool IsStatementWord(PropId word);
 bool EndsStatementList(PropId word);
 // A word that ends the value of an assignment, so that "name = value" before it assigns.
 bool EndsAssignmentWord(PropId word);
+
+// The most arguments a call takes.
+constexpr std::size_t c_maxArguments = 7;
+// The functions that parse their own arguments: the walk runs them.
+bool IsVariableArgumentFunction(FullId name);
+// A call of a function that takes its arguments evaluated, once they are, as the walk makes it.
+bool CallFunction(QEvaluator& evaluator, QAnyValue& result, FullId name,
+                  const std::vector<QAnyValue>& arguments);
 
 // The failure of "%N" when the evaluator has no argument N.
 bool UnknownArgument(QEvaluator& evaluator, int index);

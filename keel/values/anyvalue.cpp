@@ -360,19 +360,11 @@ QAnyValue::QAnyValue(const QAnyValue* values, int count) {
         m_object.m_pArray->Add(values[i]);
 }
 
-QAnyValue::QAnyValue(const QAnyValue& other) {
-    CopyContentFrom(other);
-}
-
 QAnyValue::QAnyValue(QAnyValue&& other) noexcept {
     MoveFrom(std::move(other));
 }
 
-QAnyValue::~QAnyValue() {
-    Destroy();
-}
-
-QAnyValue& QAnyValue::operator=(const QAnyValue& other) {
+QAnyValue& QAnyValue::AssignFrom(const QAnyValue& other) {
     if (this == &other)
         return *this;
     if (m_type != other.m_type || m_type == TYPE_ARRAY || m_type == TYPE_RATE) {
@@ -459,10 +451,6 @@ bool QAnyValue::IsErrorAndGetMessage(CString& message) const {
 
 void QAnyValue::MakeNA() {
     SetType(TYPE_NA);
-}
-
-void QAnyValue::MakeEmpty() {
-    Destroy();
 }
 
 bool QAnyValue::ApplyErrorRule(const QAnyValue& argument) {

@@ -80,6 +80,27 @@ const char* const c_edgeFormulas[] = {
     "#a",
     "a(1)",
     "nothing(1)",
+    "abs(a - 5) + round(b)",
+    "abs(nothing) + 1",
+    "abs()",
+    "abs(,1)",
+    "abs(a",
+    "abs(a 1)",
+    "abs(1; 2)",
+    "mid(s, 2, 1, 1, 1, 1, 1, 1)",
+    "iserror(nothing)",
+    "iserror(broken) and not isna(a)",
+    "iserror(%3) + iserr(1 / 0)",
+    "iserror(w.nothing)",
+    "iserror((nothing))",
+    "iserror(nothing; 1)",
+    "iserror(-nothing)",
+    "isna(nothing + 1)",
+    "iserror({nothing})",
+    "it(1)",
+    "deferred(2)",
+    "min(a, b)",
+    "if(a > 1, 2, 3)",
     "[a, b]",
     "{a}",
     "a[1]",
@@ -119,8 +140,9 @@ TEST_F(CompiledFormulas, EveryCaseFormulaGivesWhatTheWalkGives) {
     int compiled = 0;
     for (const std::string& formula : formulas)
         compiled += ExpectSameBothWays(formula) ? 1 : 0;
-    // Most of the cases call functions or run statements, which stay with the walk.
-    EXPECT_GT(compiled, 250) << "of " << formulas.size();
+    // Many of the cases run statements or functions that parse their own arguments, which stay
+    // with the walk.
+    EXPECT_GT(compiled, 700) << "of " << formulas.size();
     std::cout << compiled << " of " << formulas.size() << " case formulas ran compiled\n";
 }
 
@@ -134,13 +156,23 @@ TEST_F(CompiledFormulas, EdgeFormulasGiveWhatTheWalkGives) {
     for (const char* formula : c_edgeFormulas)
         if (ExpectSameBothWays(formula))
             compiled.push_back(formula);
-    // These are the ones the walk keeps ("a(1)" runs the formula "3" of the name "a", which is
-    // compiled).
+    // These are the ones the walk keeps: functions that parse their own arguments, a quiet
+    // argument that may fail before its end, and what does not parse.
     for (const char* kept : {"a = 3; b",
                              "a := 3",
                              "a where a > 1",
                              "#a",
-                             "nothing(1)",
+                             "iserror((nothing))",
+                             "iserror(nothing; 1)",
+                             "iserror(-nothing)",
+                             "isna(nothing + 1)",
+                             "iserror({nothing})",
+                             "min(a, b)",
+                             "if(a > 1, 2, 3)",
+                             "mid(s, 2, 1, 1, 1, 1, 1, 1)",
+                             "abs(,1)",
+                             "abs(a",
+                             "abs(a 1)",
                              "[a, b]",
                              "{a}",
                              "a[1]",
@@ -159,6 +191,10 @@ TEST_F(CompiledFormulas, EdgeFormulasGiveWhatTheWalkGives) {
         EXPECT_EQ(std::find(compiled.begin(), compiled.end(), kept), compiled.end()) << kept;
     EXPECT_NE(std::find(compiled.begin(), compiled.end(), "a * 2 + b"), compiled.end());
     EXPECT_NE(std::find(compiled.begin(), compiled.end(), "nothing + 1"), compiled.end());
+    // Calls of functions that take their arguments evaluated, quiet ones among them.
+    for (const char* call : {"nothing(1)", "abs(a - 5) + round(b)", "abs()", "iserror(nothing)",
+                             "iserror(%3) + iserr(1 / 0)", "iserror(w.nothing)"})
+        EXPECT_NE(std::find(compiled.begin(), compiled.end(), call), compiled.end()) << call;
     // At the end of a formula "=" compares.
     EXPECT_NE(std::find(compiled.begin(), compiled.end(), "a = 3"), compiled.end());
     EXPECT_NE(std::find(compiled.begin(), compiled.end(), "x = 5"), compiled.end());
@@ -218,7 +254,7 @@ TEST_F(CompiledFormulas, TheSecondEvaluationRunsCompiledUnlessSwitchedOff) {
         {QFormulaCompilation::Repeated, "a * 2 + 1001", {false, true, true}},
         {QFormulaCompilation::Always, "a * 2 + 1002", {true, true}},
         {QFormulaCompilation::Off, "a * 2 + 1003", {false, false, false}},
-        {QFormulaCompilation::Repeated, "nothing(1) + 1004", {false, false, false}},
+        {QFormulaCompilation::Repeated, "min(a, 1) + 1004", {false, false, false}},
     };
     for (const Case& c : cases) {
         std::vector<bool> compiled;
