@@ -98,6 +98,11 @@ void MultiplyCounted(Counted& amount, bool wholeFactor, int whole, double number
         amount *= number;
 }
 
+// A whole number and a number, either way round.
+bool IsWholeAndNumber(const QAnyValue& a, const QAnyValue& b) {
+    return (a.IsInt() && b.IsDouble()) || (a.IsDouble() && b.IsInt());
+}
+
 template <class T>
 int CompareOrdered(const T& a, const T& b) {
     if (a < b)
@@ -970,6 +975,13 @@ void QAnyValue::AddOrSubtract(const QAnyValue& other, bool subtract) {
         AddSameType(other, subtract);
         return;
     }
+    if (IsWholeAndNumber(*this, other)) {
+        // The whole number is promoted to a number, as below, by the same steps.
+        const double number = other.IsInt() ? other.m_scalar.m_int : other.m_scalar.m_double;
+        SetDouble(IsInt() ? m_scalar.m_int : m_scalar.m_double);
+        m_scalar.m_double += subtract ? -number : number;
+        return;
+    }
     if (ApplyErrorRule(other))
         return;
     if (ApplyArrayRule(other, subtract ? &QAnyValue::operator-= : &QAnyValue::operator+=))
@@ -1052,6 +1064,13 @@ QAnyValue& QAnyValue::operator*=(const QAnyValue& other) {
             m_scalar.m_int = WrappingMultiply(m_scalar.m_int, other.m_scalar.m_int);
         else
             m_scalar.m_double *= other.m_scalar.m_double;
+        return *this;
+    }
+    if (IsWholeAndNumber(*this, other)) {
+        // What MultiplyByNumber does with the two.
+        const double number = other.IsInt() ? other.m_scalar.m_int : other.m_scalar.m_double;
+        SetDouble(IsInt() ? m_scalar.m_int : m_scalar.m_double);
+        m_scalar.m_double *= number;
         return *this;
     }
     if (other.IsSimpleNumeric() && IsNumericWithUnits() && !IsRate()) {
