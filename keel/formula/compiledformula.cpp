@@ -494,6 +494,52 @@ private:
     Position m_at;
 };
 
+// "iff(condition, then, else)", also spelt "if": only the branch taken runs, the else-branch
+// when the condition is not true.
+class Iff final : public Node {
+public:
+    Iff(NodePtr condition, NodePtr whenTrue, NodePtr whenFalse)
+        : m_condition(std::move(condition)), m_whenTrue(std::move(whenTrue)),
+          m_whenFalse(std::move(whenFalse)) {}
+    bool Run(QCompiledRun& run, QAnyValue& result) const override {
+        QAnyValue condition;
+        if (!m_condition->Run(run, condition))
+            return false;
+        QAnyValue value;
+        if (!(condition.IsTRUE() ? m_whenTrue : m_whenFalse)->Run(run, value))
+            return false;
+        result = std::move(value);
+        return true;
+    }
+
+private:
+    NodePtr m_condition;
+    NodePtr m_whenTrue;
+    NodePtr m_whenFalse;
+};
+
+// "min(...)" or "max(...)": each value taken as soon as it is evaluated.
+class ExtremeOf final : public Node {
+public:
+    ExtremeOf(bool isMin, std::vector<NodePtr> arguments)
+        : m_isMin(isMin), m_arguments(std::move(arguments)) {}
+    bool Run(QCompiledRun& run, QAnyValue& result) const override {
+        Extreme extreme(m_isMin);
+        for (const NodePtr& argument : m_arguments) {
+            QAnyValue value;
+            if (!argument->Run(run, value))
+                return false;
+            extreme.Take(value);
+        }
+        result = extreme.Result();
+        return true;
+    }
+
+private:
+    bool m_isMin;
+    std::vector<NodePtr> m_arguments;
+};
+
 // --- Folding ------------------------------------------------------------------------------------
 
 // A number, or a quantity in units: values whose operations depend on nothing but themselves.
@@ -1019,8 +1065,18 @@ private:
     // takes. A function that asks whether its argument fails keeps going after a failure from
     // wherever the argument stopped, so only an argument that fails at its end is compiled.
     NodePtr CallForm(const FullId& name) {
-        if (IsVariableArgumentFunction(name))
+        switch (OwnArgumentsOf(name)) {
+        case OwnArguments::None:
+            break;
+        case OwnArguments::Iff:
+            return IffForm();
+        case OwnArguments::Min:
+            return ExtremeForm(true);
+        case OwnArguments::Max:
+            return ExtremeForm(false);
+        case OwnArguments::Other:
             return nullptr;
+        }
         const bool quiet = QEvaluator::RequiresEvaluationWithNoErrorReporting(name);
         std::vector<NodePtr> arguments;
         if (!MatchChar(u')')) {
@@ -1041,6 +1097,42 @@ private:
         // A call may read the variables, "it" among them.
         ++m_names;
         return std::make_unique<Call>(name, std::move(arguments), quiet, m_depth, Here());
+    }
+
+    // An argument of a call: a block, which may not be missing.
+    NodePtr ArgumentBlock() { return AtEndOfList() ? nullptr : Block(); }
+
+    // "iff(condition, then, else)": the condition is an expression, each branch a block.
+    NodePtr IffForm() {
+        NodePtr condition = ConditionalLevel();
+        if (!condition || !MatchChar(u','))
+            return nullptr;
+        NodePtr whenTrue = ArgumentBlock();
+        if (!whenTrue || !MatchChar(u','))
+            return nullptr;
+        NodePtr whenFalse = ArgumentBlock();
+        if (!whenFalse || !MatchChar(u')'))
+            return nullptr;
+        ++m_names;
+        return std::make_unique<Iff>(std::move(condition), std::move(whenTrue),
+                                     std::move(whenFalse));
+    }
+
+    // "min(...)" and "max(...)": any number of blocks.
+    NodePtr ExtremeForm(bool isMin) {
+        std::vector<NodePtr> arguments;
+        while (true) {
+            NodePtr argument = ArgumentBlock();
+            if (!argument)
+                return nullptr;
+            arguments.push_back(std::move(argument));
+            if (MatchChar(u')'))
+                break;
+            if (!MatchChar(u','))
+                return nullptr;
+        }
+        ++m_names;
+        return std::make_unique<ExtremeOf>(isMin, std::move(arguments));
     }
 
     // Whether the node, read from `start` to here, fails only at its end. A parenthesis or a

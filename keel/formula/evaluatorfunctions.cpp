@@ -177,28 +177,11 @@ bool EvaluateAndOr(QEvaluator& evaluator, QAnyValue& result, FullId name, bool i
 }
 
 bool EvaluateMinMax(QEvaluator& evaluator, QAnyValue& result, FullId name, bool isMin) {
-    QAnyValue best;
-    bool first = true;
-    const bool parsed = ForEachValue(evaluator, name, [&](QAnyValue& value) {
-        value.MakeAllNumeric();
-        if (isMin)
-            value.MINOVERit();
-        else
-            value.MAXOVERit();
-        if (first) {
-            best = value;
-            first = false;
-            return;
-        }
-        bool failed = false;
-        const int order = value.Compare(best, failed);
-        if (failed)
-            best.MakeError(isMin ? u"Cannot compare in MIN()" : u"Cannot compare in MAX()");
-        else if (isMin ? order < 0 : order > 0)
-            best = value;
-    });
+    walk::Extreme extreme(isMin);
+    const bool parsed =
+        ForEachValue(evaluator, name, [&](QAnyValue& value) { extreme.Take(value); });
     if (parsed && evaluator.IsEval())
-        result = best;
+        result = extreme.Result();
     return parsed;
 }
 
@@ -827,8 +810,39 @@ QEvaluator::QuietReports::~QuietReports() {
     SetNoEvalReportErrors(m_noReports);
 }
 
-bool walk::IsVariableArgumentFunction(FullId name) {
-    return VariableArgumentFunctionNames().PLookup(name) != nullptr;
+void walk::Extreme::Take(QAnyValue& value) {
+    value.MakeAllNumeric();
+    if (m_isMin)
+        value.MINOVERit();
+    else
+        value.MAXOVERit();
+    if (m_first) {
+        m_best = value;
+        m_first = false;
+        return;
+    }
+    bool failed = false;
+    const int order = value.Compare(m_best, failed);
+    if (failed)
+        m_best.MakeError(m_isMin ? u"Cannot compare in MIN()" : u"Cannot compare in MAX()");
+    else if (m_isMin ? order < 0 : order > 0)
+        m_best = value;
+}
+
+walk::OwnArguments walk::OwnArgumentsOf(FullId name) {
+    const auto* found = VariableArgumentFunctionNames().PLookup(name);
+    if (!found)
+        return OwnArguments::None;
+    switch (static_cast<VariableArgumentFunction>(found->value)) {
+    case Iff:
+        return OwnArguments::Iff;
+    case Min:
+        return OwnArguments::Min;
+    case Max:
+        return OwnArguments::Max;
+    default:
+        return OwnArguments::Other;
+    }
 }
 
 bool walk::CallFunction(QEvaluator& evaluator, QAnyValue& result, FullId name,

@@ -101,6 +101,22 @@ const char* const c_edgeFormulas[] = {
     "deferred(2)",
     "min(a, b)",
     "if(a > 1, 2, 3)",
+    "1 + if(a > 1, 2, 3)",
+    "iff(a > 1, w, nothing) & iff(a < 1, nothing, s)",
+    "iff(nothing, 1, 2)",
+    "if(broken, 1, 2)",
+    "iff(1 / 0, 1, 2)",
+    "iff(a, , 2)",
+    "iff(a, 1; 2, 3)",
+    "iff(a, 1)",
+    "max(a, b, 2.5) - min(b; a, 1 / 3)",
+    "min(w, 3 m, 20 cm)",
+    "max(a, w)",
+    "max(a, 's')",
+    "min(nothing, 1)",
+    "min()",
+    "min(a,)",
+    "sum(a, b)",
     "[a, b]",
     "{a}",
     "a[1]",
@@ -156,7 +172,8 @@ TEST_F(CompiledFormulas, EdgeFormulasGiveWhatTheWalkGives) {
     for (const char* formula : c_edgeFormulas)
         if (ExpectSameBothWays(formula))
             compiled.push_back(formula);
-    // These are the ones the walk keeps: functions that parse their own arguments, a quiet
+    // These are the ones the walk keeps: functions that parse their own arguments (but for
+    // "iff", "min" and "max"), a quiet
     // argument that may fail before its end, and what does not parse.
     for (const char* kept : {"a = 3; b",
                              "a := 3",
@@ -167,8 +184,11 @@ TEST_F(CompiledFormulas, EdgeFormulasGiveWhatTheWalkGives) {
                              "iserror(-nothing)",
                              "isna(nothing + 1)",
                              "iserror({nothing})",
-                             "min(a, b)",
-                             "if(a > 1, 2, 3)",
+                             "sum(a, b)",
+                             "iff(a, , 2)",
+                             "iff(a, 1)",
+                             "min()",
+                             "min(a,)",
                              "mid(s, 2, 1, 1, 1, 1, 1, 1)",
                              "abs(,1)",
                              "abs(a",
@@ -193,7 +213,8 @@ TEST_F(CompiledFormulas, EdgeFormulasGiveWhatTheWalkGives) {
     EXPECT_NE(std::find(compiled.begin(), compiled.end(), "nothing + 1"), compiled.end());
     // Calls of functions that take their arguments evaluated, quiet ones among them.
     for (const char* call : {"nothing(1)", "abs(a - 5) + round(b)", "abs()", "iserror(nothing)",
-                             "iserror(%3) + iserr(1 / 0)", "iserror(w.nothing)"})
+                             "iserror(%3) + iserr(1 / 0)", "iserror(w.nothing)", "min(a, b)",
+                             "1 + if(a > 1, 2, 3)", "max(a, b, 2.5) - min(b; a, 1 / 3)"})
         EXPECT_NE(std::find(compiled.begin(), compiled.end(), call), compiled.end()) << call;
     // At the end of a formula "=" compares.
     EXPECT_NE(std::find(compiled.begin(), compiled.end(), "a = 3"), compiled.end());
@@ -254,7 +275,7 @@ TEST_F(CompiledFormulas, TheSecondEvaluationRunsCompiledUnlessSwitchedOff) {
         {QFormulaCompilation::Repeated, "a * 2 + 1001", {false, true, true}},
         {QFormulaCompilation::Always, "a * 2 + 1002", {true, true}},
         {QFormulaCompilation::Off, "a * 2 + 1003", {false, false, false}},
-        {QFormulaCompilation::Repeated, "min(a, 1) + 1004", {false, false, false}},
+        {QFormulaCompilation::Repeated, "sum(a, 1) + 1004", {false, false, false}},
     };
     for (const Case& c : cases) {
         std::vector<bool> compiled;
