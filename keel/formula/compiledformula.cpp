@@ -418,6 +418,23 @@ private:
     NodePtr m_whenFalse;
 };
 
+// The one branch of a conditional whose condition is known: it fills a value of its own, as the
+// walk's branch does, which becomes the result.
+class Branch final : public Node {
+public:
+    explicit Branch(NodePtr branch) : m_branch(std::move(branch)) {}
+    bool Run(QCompiledRun& run, QAnyValue& result) const override {
+        QAnyValue value;
+        if (!m_branch->Run(run, value))
+            return false;
+        result = std::move(value);
+        return true;
+    }
+
+private:
+    NodePtr m_branch;
+};
+
 // Statements separated by ";" or ":", each into the same value.
 class Statements final : public Node {
 public:
@@ -787,8 +804,27 @@ private:
         NodePtr whenFalse = ConditionalLevel();
         if (!whenFalse)
             return nullptr;
+        if (NodePtr chosen = ChosenBranch(condition, whenTrue, whenFalse))
+            return chosen;
         return std::make_unique<Conditional>(std::move(condition), std::move(whenTrue),
                                              std::move(whenFalse));
+    }
+
+    // A condition known when compiling that is true or false runs one branch only, and the other
+    // is never evaluated: that branch alone is the value. A condition that clears the
+    // floating-point flags keeps its node, which clears them.
+    static NodePtr ChosenBranch(const NodePtr& condition, NodePtr& whenTrue, NodePtr& whenFalse) {
+        const QAnyValue* known = condition->ConstantValue();
+        if (!known || condition->ClearsFPStatus() || known->IsArray())
+            return nullptr;
+        const bool needTrue = !known->IsFALSE();
+        const bool needFalse = !known->IsTRUE();
+        if (needTrue == needFalse)
+            return nullptr;
+        NodePtr& chosen = needTrue ? whenTrue : whenFalse;
+        if (chosen->ConstantValue())
+            return std::move(chosen);
+        return std::make_unique<Branch>(std::move(chosen));
     }
 
     NodePtr XorLevel() {
