@@ -36,6 +36,7 @@ const char* const c_edgeFormulas[] = {
     "the a + the b",
     "a.b.c",
     "pi * 2",
+    "rnd * 1 & 90 deg - 1 rad",
     "a > 2 ? w : s",
     "a < 2 ? w : s",
     "[1, 0, 2] ? 'y' : 'n'",
