@@ -1,7 +1,7 @@
 // The evaluator side by side with muparser, a compiling expression parser, on the same texts:
 // the first evaluation of formulas never seen before, and the repeated evaluation of one formula
 // (from its compiled form, after the first two rounds): arithmetic on numbers, on names a context
-// answers, a sum of lengths in units and a conditional.
+// answers, a sum of lengths in units, a conditional on numbers and one on names, and calls.
 // After the usual table the program prints each pair's ratio, ours over muparser, by CPU time
 // (the machine may be shared, so wall time is noisier).
 #include "keel/formula/compiledformula.h"
@@ -147,6 +147,8 @@ constexpr Repeated c_repeatedFormulas[] = {
     {"a * 2 + b", "a * 2 + b", true},
     {"3 m + 20 cm + 4 mm", "3 * 1000 + 20 * 10 + 4", false},
     {"17 > 4 ? 17 * 2 : 4 - 9 / 3", "17 > 4 ? 17 * 2 : 4 - 9 / 3", false},
+    {"a > 4 ? a * 2 : b - 9 / 3", "a > 4 ? a * 2 : b - 9 / 3", true},
+    {"max(a, b) + abs(b - a)", "max(a, b) + abs(b - a)", true},
 };
 
 // The tokens are cached after the first round and the formula compiled at the second; every
@@ -216,6 +218,12 @@ BENCHMARK_CAPTURE(RepeatedEvaluationOurs, units, 2)->Name("RepeatedUnitSum/keel"
 BENCHMARK_CAPTURE(RepeatedEvaluationMuparser, units, 2)->Name("RepeatedUnitSum/muparser");
 BENCHMARK_CAPTURE(RepeatedEvaluationOurs, conditional, 3)->Name("RepeatedConditional/keel");
 BENCHMARK_CAPTURE(RepeatedEvaluationMuparser, conditional, 3)->Name("RepeatedConditional/muparser");
+BENCHMARK_CAPTURE(RepeatedEvaluationOurs, namedConditional, 4)
+    ->Name("RepeatedNamedConditional/keel");
+BENCHMARK_CAPTURE(RepeatedEvaluationMuparser, namedConditional, 4)
+    ->Name("RepeatedNamedConditional/muparser");
+BENCHMARK_CAPTURE(RepeatedEvaluationOurs, calls, 5)->Name("RepeatedCalls/keel");
+BENCHMARK_CAPTURE(RepeatedEvaluationMuparser, calls, 5)->Name("RepeatedCalls/muparser");
 
 // The console table, then the time of one formula for each pair and their ratio.
 class RatioReporter : public benchmark::ConsoleReporter {

@@ -37,6 +37,20 @@ long CompiledEvaluationCount() {
 
 // --- Running ------------------------------------------------------------------------------------
 
+// A name as the walk's look-up takes it, made once: the name, the same as one identifier when it
+// has no dot, and as the formula text of the context's cache. Whether it is one of the evaluator's
+// constants is known beforehand, as an evaluator that runs compiled formulas has no others.
+struct NameToLookUp {
+    explicit NameToLookUp(const CString& text, bool simple)
+        : name(text), simpleId(simple ? PropId(text) : PropId()), asFormula(name.ToString()),
+          isConstant(simple && QEvaluator::IsBuiltInConstant(simpleId)) {}
+
+    FullId name;
+    PropId simpleId;
+    FormulaText asFormula;
+    bool isConstant;
+};
+
 // One run of a compiled formula inside its evaluator: what the nodes reach of the evaluator's
 // state. The levels of nesting the walk would have in force are put in place around each call
 // out of the formula, where a formula evaluated inside sees them.
@@ -54,12 +68,28 @@ public:
         m_evaluator.m_lastGood = mark;
     }
 
-    bool LookUpName(QAnyValue& result, const FullId& name, const PropId& simpleId, int depth) {
+    // As the walk looks a name up: a local variable, a constant, then the context.
+    bool LookUpName(QAnyValue& result, const NameToLookUp& name, int depth) {
+        if (!name.simpleId.IsEmpty() && !m_evaluator.m_vars.IsEmpty() &&
+            m_evaluator.GetVar(name.simpleId, result))
+            return true;
         const DepthInForce levels(m_baseDepth + depth);
-        return m_evaluator.LookUpName(result, name, simpleId, nullptr);
+        if (name.isConstant && m_evaluator.EvaluateNamedConstant(result, name.simpleId))
+            return true;
+        return m_evaluator.LookUpInContext(result, name.name, &name.asFormula);
     }
 
     void RemoveVar(PropId name) { m_evaluator.m_vars.RemoveKey(name); }
+
+    bool Call(QAnyValue& result, const FullId& name, const std::vector<QAnyValue>& arguments,
+              int depth) {
+        const DepthInForce levels(m_baseDepth + depth);
+        return CallFunction(m_evaluator, result, name, arguments);
+    }
+
+    // An argument of a function that asks whether it fails: run with reports off, a failure is
+    // an error value holding the message.
+    bool RunQuietly(const QCompiledFormula::Node& argument, QAnyValue& value);
 
 private:
     class DepthInForce {
@@ -87,7 +117,23 @@ struct QCompiledFormula::Node {
     virtual bool Run(QCompiledRun& run, QAnyValue& result) const = 0;
     virtual const QAnyValue* ConstantValue() const { return nullptr; }
     virtual bool ClearsFPStatus() const { return false; }
+    // Whether a failure of the node leaves the walk's cursor behind all of its tokens: a name or
+    // an argument, which fail once they are read whole.
+    virtual bool FailsAtItsEnd() const { return ConstantValue() != nullptr; }
 };
+
+bool QCompiledRun::RunQuietly(const QCompiledFormula::Node& argument, QAnyValue& value) {
+    bool evaluated = false;
+    {
+        const QEvaluator::QuietReports quiet(m_evaluator);
+        evaluated = argument.Run(*this, value);
+    }
+    if (!evaluated) {
+        value.MakeError(m_evaluator.m_message);
+        m_evaluator.m_message.Empty();
+    }
+    return true;
+}
 
 namespace {
 
@@ -372,6 +418,23 @@ private:
     NodePtr m_whenFalse;
 };
 
+// The one branch of a conditional whose condition is known: it fills a value of its own, as the
+// walk's branch does, which becomes the result.
+class Branch final : public Node {
+public:
+    explicit Branch(NodePtr branch) : m_branch(std::move(branch)) {}
+    bool Run(QCompiledRun& run, QAnyValue& result) const override {
+        QAnyValue value;
+        if (!m_branch->Run(run, value))
+            return false;
+        result = std::move(value);
+        return true;
+    }
+
+private:
+    NodePtr m_branch;
+};
+
 // Statements separated by ";" or ":", each into the same value.
 class Statements final : public Node {
 public:
@@ -390,15 +453,43 @@ private:
 class Name final : public Node {
 public:
     Name(const CString& text, bool simple, int depth, Position at)
-        : m_name(text), m_simpleId(simple ? PropId(text) : PropId()), m_depth(depth), m_at(at) {}
+        : m_name(text, simple), m_depth(depth), m_at(at) {}
     bool Run(QCompiledRun& run, QAnyValue& result) const override {
         run.At(m_at.cursor, m_at.mark);
-        return run.LookUpName(result, m_name, m_simpleId, m_depth);
+        return run.LookUpName(result, m_name, m_depth);
+    }
+
+    bool FailsAtItsEnd() const override { return true; }
+
+private:
+    NameToLookUp m_name;
+    int m_depth;
+    Position m_at;
+};
+
+// "name(arguments)" of a function that takes its arguments evaluated: each is evaluated in turn,
+// then the function is called as the walk calls it.
+class Call final : public Node {
+public:
+    Call(const FullId& name, std::vector<NodePtr> arguments, bool quiet, int depth, Position at)
+        : m_name(name), m_arguments(std::move(arguments)), m_quiet(quiet), m_depth(depth),
+          m_at(at) {}
+    bool Run(QCompiledRun& run, QAnyValue& result) const override {
+        std::vector<QAnyValue> values(m_arguments.size());
+        for (std::size_t i = 0; i < m_arguments.size(); ++i) {
+            if (m_quiet)
+                run.RunQuietly(*m_arguments[i], values[i]);
+            else if (!m_arguments[i]->Run(run, values[i]))
+                return false;
+        }
+        run.At(m_at.cursor, m_at.mark);
+        return run.Call(result, m_name, values, m_depth);
     }
 
 private:
     FullId m_name;
-    PropId m_simpleId;
+    std::vector<NodePtr> m_arguments;
+    bool m_quiet;
     int m_depth;
     Position m_at;
 };
@@ -413,20 +504,81 @@ public:
         run.At(m_at.cursor, m_at.mark);
         return UnknownArgument(run.Evaluator(), m_index);
     }
+    bool FailsAtItsEnd() const override { return true; }
 
 private:
     int m_index;
     Position m_at;
 };
 
+// "iff(condition, then, else)", also spelt "if": only the branch taken runs, the else-branch
+// when the condition is not true.
+class Iff final : public Node {
+public:
+    Iff(NodePtr condition, NodePtr whenTrue, NodePtr whenFalse)
+        : m_condition(std::move(condition)), m_whenTrue(std::move(whenTrue)),
+          m_whenFalse(std::move(whenFalse)) {}
+    bool Run(QCompiledRun& run, QAnyValue& result) const override {
+        QAnyValue condition;
+        if (!m_condition->Run(run, condition))
+            return false;
+        QAnyValue value;
+        if (!(condition.IsTRUE() ? m_whenTrue : m_whenFalse)->Run(run, value))
+            return false;
+        result = std::move(value);
+        return true;
+    }
+
+private:
+    NodePtr m_condition;
+    NodePtr m_whenTrue;
+    NodePtr m_whenFalse;
+};
+
+// "min(...)" or "max(...)": each value taken as soon as it is evaluated.
+class ExtremeOf final : public Node {
+public:
+    ExtremeOf(bool isMin, std::vector<NodePtr> arguments)
+        : m_isMin(isMin), m_arguments(std::move(arguments)) {}
+    bool Run(QCompiledRun& run, QAnyValue& result) const override {
+        Extreme extreme(m_isMin);
+        for (const NodePtr& argument : m_arguments) {
+            QAnyValue value;
+            if (!argument->Run(run, value))
+                return false;
+            extreme.Take(value);
+        }
+        result = extreme.Result();
+        return true;
+    }
+
+private:
+    bool m_isMin;
+    std::vector<NodePtr> m_arguments;
+};
+
 // --- Folding ------------------------------------------------------------------------------------
 
-bool IsPlainNumber(const QAnyValue& value) {
-    return value.IsInt() || value.IsDouble() || value.IsBool();
+// A number, or a quantity in units: values whose operations depend on nothing but themselves.
+bool IsFoldable(const QAnyValue& value) {
+    switch (value.Type()) {
+    case QAnyValue::TYPE_BOOL:
+    case QAnyValue::TYPE_INT:
+    case QAnyValue::TYPE_DOUBLE:
+    case QAnyValue::TYPE_MONEY:
+    case QAnyValue::TYPE_TIME:
+    case QAnyValue::TYPE_LENGTH:
+    case QAnyValue::TYPE_AREA:
+    case QAnyValue::TYPE_VOLUME:
+    case QAnyValue::TYPE_ANGLE:
+        return true;
+    default:
+        return false;
+    }
 }
 
 bool IsFoldedResult(const QAnyValue& value) {
-    return IsPlainNumber(value) || value.IsError();
+    return IsFoldable(value) || value.IsError();
 }
 
 // Runs `operation` as the formula would and tells what it does to the floating-point flags: false
@@ -459,7 +611,7 @@ bool FoldInto(QAnyValue& value, Operation operation, bool& clears) {
 
 const QAnyValue* PlainConstant(const NodePtr& node) {
     const QAnyValue* value = node->ConstantValue();
-    return value && IsPlainNumber(*value) ? value : nullptr;
+    return value && IsFoldable(*value) ? value : nullptr;
 }
 
 } // namespace
@@ -652,8 +804,27 @@ private:
         NodePtr whenFalse = ConditionalLevel();
         if (!whenFalse)
             return nullptr;
+        if (NodePtr chosen = ChosenBranch(condition, whenTrue, whenFalse))
+            return chosen;
         return std::make_unique<Conditional>(std::move(condition), std::move(whenTrue),
                                              std::move(whenFalse));
+    }
+
+    // A condition known when compiling that is true or false runs one branch only, and the other
+    // is never evaluated: that branch alone is the value. A condition that clears the
+    // floating-point flags keeps its node, which clears them.
+    static NodePtr ChosenBranch(const NodePtr& condition, NodePtr& whenTrue, NodePtr& whenFalse) {
+        const QAnyValue* known = condition->ConstantValue();
+        if (!known || condition->ClearsFPStatus() || known->IsArray())
+            return nullptr;
+        const bool needTrue = !known->IsFALSE();
+        const bool needFalse = !known->IsTRUE();
+        if (needTrue == needFalse)
+            return nullptr;
+        NodePtr& chosen = needTrue ? whenTrue : whenFalse;
+        if (chosen->ConstantValue())
+            return std::move(chosen);
+        return std::make_unique<Branch>(std::move(chosen));
     }
 
     NodePtr XorLevel() {
@@ -910,8 +1081,8 @@ private:
         case NameParse::Refused:
             return nullptr;
         case NameParse::Name:
-            if (TestChar(u'('))
-                return nullptr;
+            if (MatchChar(u'('))
+                return CallForm(FullId(name));
             ++m_names;
             return std::make_unique<Name>(name, simple, m_depth, Here());
         case NameParse::None:
@@ -923,6 +1094,94 @@ private:
             return nullptr;
         ++m_pos;
         return std::make_unique<Constant>(token->Value(), false);
+    }
+
+    // After "name(": the arguments, each a block, up to the ")". A function that parses its own
+    // arguments is left to the walk, and so is a call with more arguments than any function
+    // takes. A function that asks whether its argument fails keeps going after a failure from
+    // wherever the argument stopped, so only an argument that fails at its end is compiled.
+    NodePtr CallForm(const FullId& name) {
+        switch (OwnArgumentsOf(name)) {
+        case OwnArguments::None:
+            break;
+        case OwnArguments::Iff:
+            return IffForm();
+        case OwnArguments::Min:
+            return ExtremeForm(true);
+        case OwnArguments::Max:
+            return ExtremeForm(false);
+        case OwnArguments::Other:
+            return nullptr;
+        }
+        const bool quiet = QEvaluator::RequiresEvaluationWithNoErrorReporting(name);
+        std::vector<NodePtr> arguments;
+        if (!MatchChar(u')')) {
+            while (true) {
+                if (AtEndOfList())
+                    return nullptr;
+                const short start = m_pos;
+                NodePtr argument = Block();
+                if (!argument || (quiet && !FailsAtItsEnd(*argument, start)))
+                    return nullptr;
+                arguments.push_back(std::move(argument));
+                if (MatchChar(u')'))
+                    break;
+                if (arguments.size() == c_maxArguments || !MatchChar(u','))
+                    return nullptr;
+            }
+        }
+        // A call may read the variables, "it" among them.
+        ++m_names;
+        return std::make_unique<Call>(name, std::move(arguments), quiet, m_depth, Here());
+    }
+
+    // An argument of a call: a block, which may not be missing.
+    NodePtr ArgumentBlock() { return AtEndOfList() ? nullptr : Block(); }
+
+    // "iff(condition, then, else)": the condition is an expression, each branch a block.
+    NodePtr IffForm() {
+        NodePtr condition = ConditionalLevel();
+        if (!condition || !MatchChar(u','))
+            return nullptr;
+        NodePtr whenTrue = ArgumentBlock();
+        if (!whenTrue || !MatchChar(u','))
+            return nullptr;
+        NodePtr whenFalse = ArgumentBlock();
+        if (!whenFalse || !MatchChar(u')'))
+            return nullptr;
+        ++m_names;
+        return std::make_unique<Iff>(std::move(condition), std::move(whenTrue),
+                                     std::move(whenFalse));
+    }
+
+    // "min(...)" and "max(...)": any number of blocks.
+    NodePtr ExtremeForm(bool isMin) {
+        std::vector<NodePtr> arguments;
+        while (true) {
+            NodePtr argument = ArgumentBlock();
+            if (!argument)
+                return nullptr;
+            arguments.push_back(std::move(argument));
+            if (MatchChar(u')'))
+                break;
+            if (!MatchChar(u','))
+                return nullptr;
+        }
+        ++m_names;
+        return std::make_unique<ExtremeOf>(isMin, std::move(arguments));
+    }
+
+    // Whether the node, read from `start` to here, fails only at its end. A parenthesis or a
+    // separator around a name would leave the walk before them.
+    bool FailsAtItsEnd(const Node& node, short start) const {
+        if (node.ConstantValue())
+            return true;
+        for (short i = start; i < m_pos; ++i) {
+            const int key = m_stream.MatchKeyAt(i);
+            if (key >= 0 && key < QTokenStream::c_idKeyBase && key != u'.' && key != u'%')
+                return false;
+        }
+        return node.FailsAtItsEnd();
     }
 
     NodePtr ArgumentNumber() {
@@ -1015,9 +1274,10 @@ private:
     }
 
     NodePtr MakeUnary(UnaryOp op, const UnitWord* unit, NodePtr operand) {
-        if (op != UnaryOp::Unit && op != UnaryOp::Dollar) {
-            NodePtr folded = Fold(operand, nullptr,
-                                  [op](QAnyValue& a, QAnyValue&) { ApplyUnary(op, nullptr, a); });
+        if (op != UnaryOp::Dollar) {
+            NodePtr folded = Fold(operand, nullptr, [op, unit](QAnyValue& a, QAnyValue&) {
+                ApplyUnary(op, unit, a);
+            });
             if (folded)
                 return folded;
         }

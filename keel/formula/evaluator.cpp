@@ -42,6 +42,13 @@ void LowerNestingCount() {
     }
 }
 
+// The process-wide report switch is written only when it changes: a write costs far more than a
+// read, and most evaluations leave it as it is.
+void SetReportSwitch(bool noReports) {
+    if (NoEvalReportErrors() != noReports)
+        SetNoEvalReportErrors(noReports);
+}
+
 void PushExtraContext(const CString& line, const CString& second) {
     std::lock_guard<std::mutex> lock(c_extraContextMutex);
     c_extraContextLines.emplace_back(line, second);
@@ -153,12 +160,12 @@ QEvaluator::QEvaluator(QAnyValue& result, FormulaText formula, QFormulaContext* 
     SetFlag(c_reportErrors, reportErrors);
     SetFlag(c_action, isAction);
     SetFlag(c_savedReportErrors, !NoEvalReportErrors());
-    SetNoEvalReportErrors(!reportErrors);
+    SetReportSwitch(!reportErrors);
     ++c_nestingCount;
 }
 
 QEvaluator::~QEvaluator() {
-    SetNoEvalReportErrors(!Flag(c_savedReportErrors));
+    SetReportSwitch(!Flag(c_savedReportErrors));
     LowerNestingCount();
 }
 

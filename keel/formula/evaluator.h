@@ -130,6 +130,20 @@ public:
     // Records the cursor as the last good position for error messages.
     void MarkOKUpToHere() { m_lastGood = SaveCursor(); }
 
+    // Reports are off while it lives, for the functions that ask whether their argument fails.
+    class QuietReports {
+    public:
+        explicit QuietReports(QEvaluator& evaluator);
+        ~QuietReports();
+        QuietReports(const QuietReports&) = delete;
+        QuietReports& operator=(const QuietReports&) = delete;
+
+    private:
+        QEvaluator& m_evaluator;
+        bool m_reportErrors;
+        bool m_noReports;
+    };
+
     // Adds a line of context to every error report made while it lives.
     class ExtraContextInfoForErrors {
     public:
@@ -230,6 +244,8 @@ public:
 
     // True when `name` is a constant; the result is set only when evaluation is on.
     bool EvaluateNamedConstant(QAnyValue& result, PropId name);
+    // Whether `name` is one of the constants this class knows (an application's extras aside).
+    static bool IsBuiltInConstant(PropId name);
 
     // The formula's value changed to the type of T and made one, as the value's own Make does:
     // T is bool, int, double, QAngle, QLength or CString.
@@ -347,6 +363,9 @@ protected:
     // context's cache, made here when null.
     bool LookUpName(QAnyValue& result, const FullId& name, const PropId& simpleId,
                     const FormulaText* asFormula);
+    // The part of LookUpName after the local variables and constants: the context's caches and
+    // the context.
+    bool LookUpInContext(QAnyValue& result, const FullId& name, const FormulaText* asFormula);
     // The failure of a name whose look-up gave an error.
     bool FailedLookUp(const FullId& name, const QAnyValue& value);
     // Runs a string found by look-up that begins with "=" or ":" as a formula in this context.

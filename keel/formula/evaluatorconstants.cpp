@@ -226,6 +226,11 @@ bool QEvaluator::EvaluateNamedConstant(QAnyValue& result, PropId name) {
     return true;
 }
 
+bool QEvaluator::IsBuiltInConstant(PropId name) {
+    int position = 0;
+    return NamedConstantPositions().Lookup(name, position);
+}
+
 // Runs the formula through an evaluator from the factory.
 template <class T>
 T QEvaluator::EvaluateFormulaAs(FormulaText formula, QFormulaContext* context, bool passThrough,

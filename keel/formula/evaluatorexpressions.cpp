@@ -931,6 +931,11 @@ bool QEvaluator::LookUpName(QAnyValue& result, const FullId& name, const PropId&
     if (!simpleId.IsEmpty() &&
         (GetVar(simpleId, result) || EvaluateNamedConstant(result, simpleId)))
         return true;
+    return LookUpInContext(result, name, asFormulaText);
+}
+
+bool QEvaluator::LookUpInContext(QAnyValue& result, const FullId& name,
+                                 const FormulaText* asFormulaText) {
     if (m_context == nullptr)
         return Unknown(u"name", name.ToString());
 

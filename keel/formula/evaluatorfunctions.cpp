@@ -3,6 +3,7 @@
 #include "keel/formula/builtins.h"
 #include "keel/formula/evaluatingdata.h"
 #include "keel/formula/evaluator.h"
+#include "keel/formula/evaluatorshared.h"
 #include "keel/formula/formulacontext.h"
 
 #include <array>
@@ -15,8 +16,6 @@ namespace keel {
 namespace {
 
 using Arguments = std::vector<QAnyValue>;
-
-constexpr int c_maxArguments = 7;
 
 const char16_t* const c_countWords[] = {u"no value",     u"one value",   u"two values",
                                         u"three values", u"four values", u"five values",
@@ -178,28 +177,11 @@ bool EvaluateAndOr(QEvaluator& evaluator, QAnyValue& result, FullId name, bool i
 }
 
 bool EvaluateMinMax(QEvaluator& evaluator, QAnyValue& result, FullId name, bool isMin) {
-    QAnyValue best;
-    bool first = true;
-    const bool parsed = ForEachValue(evaluator, name, [&](QAnyValue& value) {
-        value.MakeAllNumeric();
-        if (isMin)
-            value.MINOVERit();
-        else
-            value.MAXOVERit();
-        if (first) {
-            best = value;
-            first = false;
-            return;
-        }
-        bool failed = false;
-        const int order = value.Compare(best, failed);
-        if (failed)
-            best.MakeError(isMin ? u"Cannot compare in MIN()" : u"Cannot compare in MAX()");
-        else if (isMin ? order < 0 : order > 0)
-            best = value;
-    });
+    walk::Extreme extreme(isMin);
+    const bool parsed =
+        ForEachValue(evaluator, name, [&](QAnyValue& value) { extreme.Take(value); });
     if (parsed && evaluator.IsEval())
-        result = best;
+        result = extreme.Result();
     return parsed;
 }
 
@@ -373,53 +355,60 @@ bool EvaluateDefined(QEvaluator& evaluator, QAnyValue& result) {
     return true;
 }
 
-// `handled` tells whether the name is one of them; the result is then the call's success.
-bool EvaluateVariableArgumentFunction(QEvaluator& evaluator, QAnyValue& result, FullId name,
-                                      bool& handled) {
-    enum Function {
-        Debug,
-        Defined,
-        Iff,
-        And,
-        Or,
-        Min,
-        Max,
-        Sum,
-        SumSq,
-        Product,
-        Average,
-        Concatenate,
-        Join,
-        Choose,
-        Array
-    };
-    static const QMap<FullId, Function> functions = [] {
-        const std::pair<const char16_t*, Function> names[] = {{u"debug", Debug},
-                                                              {u"defined", Defined},
-                                                              {u"iff", Iff},
-                                                              {u"if", Iff},
-                                                              {u"and", And},
-                                                              {u"or", Or},
-                                                              {u"min", Min},
-                                                              {u"max", Max},
-                                                              {u"average", Average},
-                                                              {u"sum", Sum},
-                                                              {u"sumsq", SumSq},
-                                                              {u"product", Product},
-                                                              {u"concatenate", Concatenate},
-                                                              {u"join", Join},
-                                                              {u"choose", Choose},
-                                                              {u"array", Array}};
-        QMap<FullId, Function> map;
+enum VariableArgumentFunction {
+    Debug,
+    Defined,
+    Iff,
+    And,
+    Or,
+    Min,
+    Max,
+    Sum,
+    SumSq,
+    Product,
+    Average,
+    Concatenate,
+    Join,
+    Choose,
+    Array
+};
+
+const QMap<FullId, int>& VariableArgumentFunctionNames() {
+    static const QMap<FullId, int> functions = [] {
+        const std::pair<const char16_t*, VariableArgumentFunction> names[] = {
+            {u"debug", Debug},
+            {u"defined", Defined},
+            {u"iff", Iff},
+            {u"if", Iff},
+            {u"and", And},
+            {u"or", Or},
+            {u"min", Min},
+            {u"max", Max},
+            {u"average", Average},
+            {u"sum", Sum},
+            {u"sumsq", SumSq},
+            {u"product", Product},
+            {u"concatenate", Concatenate},
+            {u"join", Join},
+            {u"choose", Choose},
+            {u"array", Array}};
+        QMap<FullId, int> map;
         for (const auto& [text, function] : names)
             map[FullId(text)] = function;
         return map;
     }();
+    return functions;
+}
+
+// `handled` tells whether the name is one of them; the result is then the call's success.
+bool EvaluateVariableArgumentFunction(QEvaluator& evaluator, QAnyValue& result, FullId name,
+                                      bool& handled) {
+    const QMap<FullId, int>& functions = VariableArgumentFunctionNames();
     const auto* found = functions.PLookup(name);
     handled = found != nullptr;
     if (!handled)
         return false;
-    switch (found->value) {
+    switch (static_cast<VariableArgumentFunction>(found->value)) {
     case Debug:
         return EvaluateDebug(evaluator, result);
     case Defined:
@@ -809,6 +798,58 @@ bool CallWithDefault(QBuiltinCall& call, const QAnyValue& defaultValue) {
     return Dispatch(call.evaluator, call.result, call.name, a);
 }
 
+QEvaluator::QuietReports::QuietReports(QEvaluator& evaluator)
+    : m_evaluator(evaluator), m_reportErrors(evaluator.IsReportErrors()),
+      m_noReports(NoEvalReportErrors()) {
+    m_evaluator.SetFlag(c_reportErrors, false);
+    SetNoEvalReportErrors(true);
+}
+
+QEvaluator::QuietReports::~QuietReports() {
+    m_evaluator.SetFlag(c_reportErrors, m_reportErrors);
+    SetNoEvalReportErrors(m_noReports);
+}
+
+void walk::Extreme::Take(QAnyValue& value) {
+    value.MakeAllNumeric();
+    if (m_isMin)
+        value.MINOVERit();
+    else
+        value.MAXOVERit();
+    if (m_first) {
+        m_best = value;
+        m_first = false;
+        return;
+    }
+    bool failed = false;
+    const int order = value.Compare(m_best, failed);
+    if (failed)
+        m_best.MakeError(m_isMin ? u"Cannot compare in MIN()" : u"Cannot compare in MAX()");
+    else if (m_isMin ? order < 0 : order > 0)
+        m_best = value;
+}
+
+walk::OwnArguments walk::OwnArgumentsOf(FullId name) {
+    const auto* found = VariableArgumentFunctionNames().PLookup(name);
+    if (!found)
+        return OwnArguments::None;
+    switch (static_cast<VariableArgumentFunction>(found->value)) {
+    case Iff:
+        return OwnArguments::Iff;
+    case Min:
+        return OwnArguments::Min;
+    case Max:
+        return OwnArguments::Max;
+    default:
+        return OwnArguments::Other;
+    }
+}
+
+bool walk::CallFunction(QEvaluator& evaluator, QAnyValue& result, FullId name,
+                        const std::vector<QAnyValue>& arguments) {
+    return Dispatch(evaluator, result, name, arguments);
+}
+
 bool QEvaluator::EvaluateFunction(QAnyValue& result, FullId name) {
     bool handled = false;
     const bool succeeded = EvaluateVariableArgumentFunction(*this, result, name, handled);
@@ -816,28 +857,6 @@ bool QEvaluator::EvaluateFunction(QAnyValue& result, FullId name) {
         return succeeded;
     if (MatchChar(u')'))
         return EvaluateSimpleFunction(result, name);
-
-    // Reports are off for a scope, for the functions that ask whether their argument fails.
-    class QuietReports {
-    public:
-        explicit QuietReports(QEvaluator& evaluator)
-            : m_evaluator(evaluator), m_reportErrors(evaluator.IsReportErrors()),
-              m_noReports(NoEvalReportErrors()) {
-            m_evaluator.SetFlag(c_reportErrors, false);
-            SetNoEvalReportErrors(true);
-        }
-        ~QuietReports() {
-            m_evaluator.SetFlag(c_reportErrors, m_reportErrors);
-            SetNoEvalReportErrors(m_noReports);
-        }
-        QuietReports(const QuietReports&) = delete;
-        QuietReports& operator=(const QuietReports&) = delete;
-
-    private:
-        QEvaluator& m_evaluator;
-        bool m_reportErrors;
-        bool m_noReports;
-    };
 
     const bool quiet = RequiresEvaluationWithNoErrorReporting(name);
     Arguments a;
@@ -860,7 +879,7 @@ bool QEvaluator::EvaluateFunction(QAnyValue& result, FullId name) {
         a.push_back(value);
         if (MatchChar(u')'))
             break;
-        if (a.size() == c_maxArguments)
+        if (a.size() == walk::c_maxArguments)
             return ExpectingButFoundIn(u"')'", ThisCharPlus(20), name.ToString());
         // The name goes in as what was found and the text that follows as where: the message
         // reads "in <text>, but found <name>", and users have long seen it so.

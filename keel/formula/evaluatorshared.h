@@ -4,6 +4,9 @@
 #include "keel/values/anyvalue.h"
 #include "keel/values/stringunique.h"
 
+#include <cstddef>
+#include <vector>
+
 namespace keel {
 
 class QEvaluator;
@@ -78,6 +81,29 @@ bool IsStatementWord(PropId word);
 bool EndsStatementList(PropId word);
 // A word that ends the value of an assignment, so that "name = value" before it assigns.
 bool EndsAssignmentWord(PropId word);
+
+// The most arguments a call takes.
+constexpr std::size_t c_maxArguments = 7;
+// Whether the function parses its own arguments, and which of those the compiled form runs
+// too: "iff" (and "if"), "min" and "max".
+enum class OwnArguments { None, Iff, Min, Max, Other };
+OwnArguments OwnArgumentsOf(FullId name);
+
+// min(...) or max(...) taking each value in turn, as it is evaluated.
+class Extreme {
+public:
+    explicit Extreme(bool isMin) : m_isMin(isMin) {}
+    void Take(QAnyValue& value);
+    const QAnyValue& Result() const { return m_best; }
+
+private:
+    bool m_isMin;
+    bool m_first = true;
+    QAnyValue m_best;
+};
+// A call of a function that takes its arguments evaluated, once they are, as the walk makes it.
+bool CallFunction(QEvaluator& evaluator, QAnyValue& result, FullId name,
+                  const std::vector<QAnyValue>& arguments);
 
 // The failure of "%N" when the evaluator has no argument N.
 bool UnknownArgument(QEvaluator& evaluator, int index);

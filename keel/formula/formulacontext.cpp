@@ -8,6 +8,7 @@
 #include "keel/questions/propdeftabgroupset.h"
 #include "keel/questions/properties.h"
 
+#include <array>
 #include <memory>
 #include <utility>
 #include <vector>
@@ -51,6 +52,7 @@ void ShowDebugHit(const QFormulaContext& context, const PropId& name, const QAny
 
 // A dotted name split at its first dot; a name without a dot, or with one in front, is simple.
 struct QSplitName {
+    QSplitName() = default;
     explicit QSplitName(const CString& text) {
         const int dot = text.Find(u'.');
         m_isPath = dot > 0;
@@ -66,6 +68,26 @@ struct QSplitName {
     PropId m_head;
     FullId m_tail;
 };
+
+// Splitting a name reads its text and interns its parts, which costs far more than the look-up
+// that follows. The parts of an interned name never change, so each thread keeps the latest
+// splits, one a slot.
+QSplitName SplitOf(const FullId& name) {
+    struct Split {
+        int index = -1;
+        QSplitName parts;
+    };
+    constexpr std::size_t c_slots = 256;
+    thread_local std::array<Split, c_slots> splits;
+    if (name.IsEmpty())
+        return QSplitName(name.ToString());
+    Split& split = splits[static_cast<std::size_t>(name.UniqueId()) % c_slots];
+    if (split.index != name.UniqueId()) {
+        split.parts = QSplitName(name.ToString());
+        split.index = name.UniqueId();
+    }
+    return split.parts;
+}
 
 std::uint32_t KeyWithAcceptor(std::uint32_t seq, const void* acceptor) {
     return seq + static_cast<std::uint32_t>(reinterpret_cast<std::uintptr_t>(acceptor));
@@ -133,7 +155,7 @@ bool QFormulaContext::LookupValue(FullId name, QAnyValue& value, bool& error, QC
     EnsureUpToDate();
     if (useCache && !debug && HeresAFullIdValueIPreparedEarlier(value, name))
         return true;
-    const QSplitName split(name.ToString());
+    const QSplitName split = SplitOf(name);
     if (!split.m_isPath)
         return SimpleLookupValue(split.m_head, value, error, state, nullptr, passthrough, debug,
                                  useCache);
@@ -219,7 +241,7 @@ bool QFormulaContext::SimpleLookupValueWithTries(PropId name, QAnyValue& value, 
 // --- Formulas ---------------------------------------------------------------------------------
 
 bool QFormulaContext::LookupFormula(FullId name, FormulaText& formula) {
-    const QSplitName split(name.ToString());
+    const QSplitName split = SplitOf(name);
     if (!split.m_isPath)
         return SimpleLookupFormula(split.m_head, formula, nullptr);
     QFormulaContext* context = this;
@@ -275,7 +297,7 @@ bool QFormulaContext::SimpleLookupFormulaWithTries(PropId name, FormulaText& for
 
 bool QFormulaContext::SetValue(FullId name, const QAnyValue& value) {
     ForgetEverythingIKnow();
-    const QSplitName split(name.ToString());
+    const QSplitName split = SplitOf(name);
     if (!split.m_isPath)
         return SimpleSetValue(split.m_head, value, nullptr);
     QFormulaContext* context = this;
@@ -313,7 +335,7 @@ bool QFormulaContext::SimpleSetValueInChildren(PropId, const QAnyValue&, QFormul
 
 bool QFormulaContext::SetFormula(FullId name, FormulaText formula) {
     ForgetEverythingIKnow();
-    const QSplitName split(name.ToString());
+    const QSplitName split = SplitOf(name);
     if (!split.m_isPath)
         return SimpleSetFormula(split.m_head, formula, nullptr);
     QFormulaContext* context = this;
@@ -408,7 +430,7 @@ bool QFormulaContext::LookupContextWithTries(FullId name, QFormulaContext*& cont
     context = const_cast<QFormulaContext*>(this);
     if (tries <= 0)
         return CannotFindContext(*this, name.ToString());
-    const QSplitName split(name.ToString());
+    const QSplitName split = SplitOf(name);
     if (!SimpleLookupContextWithTries(split.m_head, context, state, nullptr, tries - 1))
         return false;
     if (!split.m_isPath)

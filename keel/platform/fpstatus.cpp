@@ -24,37 +24,47 @@ constexpr FlagMapping kFlagMappings[] = {
 // The library's functions spend much of a division clearing and reading the flags, and the
 // standard calls save and reload the whole x87 environment to do it. Both units keep the flags
 // in the same low bits as <cfenv> numbers them, so reading the two status words and clearing
-// them directly gives the same answers far more cheaply.
-int RaisedExceptions() {
+// them directly gives the same answers far more cheaply. Even a read of either word is slow, so
+// each is read once.
+struct StatusWords {
+    unsigned x87;
+    unsigned sse;
+};
+
+StatusWords ReadStatusWords() {
     unsigned short x87Status = 0;
     asm volatile("fnstsw %0" : "=am"(x87Status));
-    return static_cast<int>((x87Status | _mm_getcsr()) & FE_ALL_EXCEPT);
+    return {x87Status, _mm_getcsr()};
+}
+
+int RaisedExceptions(const StatusWords& words) {
+    return static_cast<int>((words.x87 | words.sse) & FE_ALL_EXCEPT);
 }
 
 // Writing a status word costs far more than reading it, so only a word with flags is written.
-void ClearRaisedExceptions() {
-    unsigned short x87Status = 0;
-    asm volatile("fnstsw %0" : "=am"(x87Status));
-    if (x87Status & FE_ALL_EXCEPT)
+void ClearRaisedExceptions(const StatusWords& words) {
+    if (words.x87 & FE_ALL_EXCEPT)
         asm volatile("fnclex");
-    const unsigned sseStatus = _mm_getcsr();
-    if (sseStatus & FE_ALL_EXCEPT)
-        _mm_setcsr(sseStatus & ~static_cast<unsigned>(FE_ALL_EXCEPT));
+    if (words.sse & FE_ALL_EXCEPT)
+        _mm_setcsr(words.sse & ~static_cast<unsigned>(FE_ALL_EXCEPT));
 }
 #else
-int RaisedExceptions() {
+struct StatusWords {};
+
+StatusWords ReadStatusWords() {
+    return {};
+}
+
+int RaisedExceptions(const StatusWords&) {
     return std::fetestexcept(FE_ALL_EXCEPT);
 }
 
-void ClearRaisedExceptions() {
+void ClearRaisedExceptions(const StatusWords&) {
     std::feclearexcept(FE_ALL_EXCEPT);
 }
 #endif
 
-} // namespace
-
-unsigned ReadFPStatus() {
-    const int raised = RaisedExceptions();
+unsigned StatusOf(int raised) {
     unsigned status = 0;
     for (const FlagMapping& mapping : kFlagMappings) {
         if (raised & mapping.environment)
@@ -63,9 +73,16 @@ unsigned ReadFPStatus() {
     return status;
 }
 
+} // namespace
+
+unsigned ReadFPStatus() {
+    return StatusOf(RaisedExceptions(ReadStatusWords()));
+}
+
 unsigned ClearFPStatus() {
-    const unsigned status = ReadFPStatus();
-    ClearRaisedExceptions();
+    const StatusWords words = ReadStatusWords();
+    const unsigned status = StatusOf(RaisedExceptions(words));
+    ClearRaisedExceptions(words);
     return status;
 }
 

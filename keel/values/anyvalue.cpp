@@ -98,6 +98,11 @@ void MultiplyCounted(Counted& amount, bool wholeFactor, int whole, double number
         amount *= number;
 }
 
+// A whole number and a number, either way round.
+bool IsWholeAndNumber(const QAnyValue& a, const QAnyValue& b) {
+    return (a.IsInt() && b.IsDouble()) || (a.IsDouble() && b.IsInt());
+}
+
 template <class T>
 int CompareOrdered(const T& a, const T& b) {
     if (a < b)
@@ -360,19 +365,11 @@ QAnyValue::QAnyValue(const QAnyValue* values, int count) {
         m_object.m_pArray->Add(values[i]);
 }
 
-QAnyValue::QAnyValue(const QAnyValue& other) {
-    CopyContentFrom(other);
-}
-
 QAnyValue::QAnyValue(QAnyValue&& other) noexcept {
     MoveFrom(std::move(other));
 }
 
-QAnyValue::~QAnyValue() {
-    Destroy();
-}
-
-QAnyValue& QAnyValue::operator=(const QAnyValue& other) {
+QAnyValue& QAnyValue::AssignFrom(const QAnyValue& other) {
     if (this == &other)
         return *this;
     if (m_type != other.m_type || m_type == TYPE_ARRAY || m_type == TYPE_RATE) {
@@ -459,10 +456,6 @@ bool QAnyValue::IsErrorAndGetMessage(CString& message) const {
 
 void QAnyValue::MakeNA() {
     SetType(TYPE_NA);
-}
-
-void QAnyValue::MakeEmpty() {
-    Destroy();
 }
 
 bool QAnyValue::ApplyErrorRule(const QAnyValue& argument) {
@@ -982,6 +975,13 @@ void QAnyValue::AddOrSubtract(const QAnyValue& other, bool subtract) {
         AddSameType(other, subtract);
         return;
     }
+    if (IsWholeAndNumber(*this, other)) {
+        // The whole number is promoted to a number, as below, by the same steps.
+        const double number = other.IsInt() ? other.m_scalar.m_int : other.m_scalar.m_double;
+        SetDouble(IsInt() ? m_scalar.m_int : m_scalar.m_double);
+        m_scalar.m_double += subtract ? -number : number;
+        return;
+    }
     if (ApplyErrorRule(other))
         return;
     if (ApplyArrayRule(other, subtract ? &QAnyValue::operator-= : &QAnyValue::operator+=))
@@ -1064,6 +1064,13 @@ QAnyValue& QAnyValue::operator*=(const QAnyValue& other) {
             m_scalar.m_int = WrappingMultiply(m_scalar.m_int, other.m_scalar.m_int);
         else
             m_scalar.m_double *= other.m_scalar.m_double;
+        return *this;
+    }
+    if (IsWholeAndNumber(*this, other)) {
+        // What MultiplyByNumber does with the two.
+        const double number = other.IsInt() ? other.m_scalar.m_int : other.m_scalar.m_double;
+        SetDouble(IsInt() ? m_scalar.m_int : m_scalar.m_double);
+        m_scalar.m_double *= number;
         return *this;
     }
     if (other.IsSimpleNumeric() && IsNumericWithUnits() && !IsRate()) {

@@ -14,6 +14,7 @@
 #include "keel/values/volume.h"
 
 #include <cstdint>
+#include <memory>
 #include <type_traits>
 
 namespace keel {
@@ -85,11 +86,27 @@ public:
     // Any other pointer would silently become a boolean.
     QAnyValue(const void*) = delete;
 
-    QAnyValue(const QAnyValue& other);
+    // A value that owns nothing (a number, a unit quantity, empty) is copied and dropped inline:
+    // those are most of what formulas pass around.
+    QAnyValue(const QAnyValue& other) {
+        if (OwnsNothing(other.m_type))
+            CopyPlainFrom(other);
+        else
+            CopyContentFrom(other);
+    }
     QAnyValue(QAnyValue&& other) noexcept;
-    ~QAnyValue();
+    ~QAnyValue() {
+        if (!OwnsNothing(m_type))
+            Destroy();
+    }
 
-    QAnyValue& operator=(const QAnyValue& other);
+    QAnyValue& operator=(const QAnyValue& other) {
+        if (OwnsNothing(m_type) && OwnsNothing(other.m_type)) {
+            CopyPlainFrom(other);
+            return *this;
+        }
+        return AssignFrom(other);
+    }
     QAnyValue& operator=(QAnyValue&& other) noexcept;
     // Everything a value can be built from; besides, char, unsigned char, short and long are
     // whole numbers, float a number and unsigned long a colour.
@@ -190,7 +207,12 @@ public:
     // Whether this is an error; `message` becomes its message, or empty.
     bool IsErrorAndGetMessage(CString& message) const;
     void MakeNA();
-    void MakeEmpty();
+    void MakeEmpty() {
+        if (OwnsNothing(m_type))
+            m_type = TYPE_EMPTY;
+        else
+            Destroy();
+    }
 
     // The first step of every binary operation: true, and the operation ends, when this value is
     // an error or N/A (it stays so), or when `argument` is one (this becomes a copy of it).
@@ -635,6 +657,19 @@ private:
     void ConstructDefault(TYPE type);
     void Destroy() noexcept;
     void CopyContentFrom(const QAnyValue& other);
+    QAnyValue& AssignFrom(const QAnyValue& other);
+    static constexpr bool OwnsNothing(TYPE type) {
+        return type != TYPE_ERROR && type != TYPE_STRING && type != TYPE_ARRAY &&
+               type != TYPE_LOOKUPTABLE && type != TYPE_DATETIME && type != TYPE_RATE;
+    }
+    // Copies a value that owns nothing over one that owns nothing, as CopyContentFrom would.
+    void CopyPlainFrom(const QAnyValue& other) {
+        m_type = other.m_type;
+        if (!VisitUnitMember(m_type, [this, &other](auto member) {
+                std::construct_at(&(m_object.*member), other.m_object.*member);
+            }))
+            m_scalar = other.m_scalar;
+    }
     void MoveFrom(QAnyValue&& other) noexcept;
     template <class Op>
     QAnyValue& ForEachElement(Op op);

@@ -36,10 +36,20 @@ const char* const c_edgeFormulas[] = {
     "the a + the b",
     "a.b.c",
     "pi * 2",
+    "rnd * 1 & 90 deg - 1 rad",
     "a > 2 ? w : s",
     "a < 2 ? w : s",
     "[1, 0, 2] ? 'y' : 'n'",
     "nothing ? 1 : 2",
+    "1 ? () : 2",
+    "5; 1 ? () : 2",
+    "0 ? 1 : ()",
+    "1 > 0 ? a : nothing",
+    "1 < 0 ? nothing : a * 2",
+    "1 / 1 > 0 ? a : 2",
+    "'x' ? 1 : 2",
+    "(1 ? 2 : 3) + 1",
+    "1 / 0 ? 1 : 2",
     "a = 3",
     "a == 3",
     "a = 3; b",
@@ -80,6 +90,43 @@ const char* const c_edgeFormulas[] = {
     "#a",
     "a(1)",
     "nothing(1)",
+    "abs(a - 5) + round(b)",
+    "abs(nothing) + 1",
+    "abs()",
+    "abs(,1)",
+    "abs(a",
+    "abs(a 1)",
+    "abs(1; 2)",
+    "mid(s, 2, 1, 1, 1, 1, 1, 1)",
+    "iserror(nothing)",
+    "iserror(broken) and not isna(a)",
+    "iserror(%3) + iserr(1 / 0)",
+    "iserror(w.nothing)",
+    "iserror((nothing))",
+    "iserror(nothing; 1)",
+    "iserror(-nothing)",
+    "isna(nothing + 1)",
+    "iserror({nothing})",
+    "it(1)",
+    "deferred(2)",
+    "min(a, b)",
+    "if(a > 1, 2, 3)",
+    "1 + if(a > 1, 2, 3)",
+    "iff(a > 1, w, nothing) & iff(a < 1, nothing, s)",
+    "iff(nothing, 1, 2)",
+    "if(broken, 1, 2)",
+    "iff(1 / 0, 1, 2)",
+    "iff(a, , 2)",
+    "iff(a, 1; 2, 3)",
+    "iff(a, 1)",
+    "max(a, b, 2.5) - min(b; a, 1 / 3)",
+    "min(w, 3 m, 20 cm)",
+    "max(a, w)",
+    "max(a, 's')",
+    "min(nothing, 1)",
+    "min()",
+    "min(a,)",
+    "sum(a, b)",
     "[a, b]",
     "{a}",
     "a[1]",
@@ -119,8 +166,9 @@ TEST_F(CompiledFormulas, EveryCaseFormulaGivesWhatTheWalkGives) {
     int compiled = 0;
     for (const std::string& formula : formulas)
         compiled += ExpectSameBothWays(formula) ? 1 : 0;
-    // Most of the cases call functions or run statements, which stay with the walk.
-    EXPECT_GT(compiled, 250) << "of " << formulas.size();
+    // Many of the cases run statements or functions that parse their own arguments, which stay
+    // with the walk.
+    EXPECT_GT(compiled, 700) << "of " << formulas.size();
     std::cout << compiled << " of " << formulas.size() << " case formulas ran compiled\n";
 }
 
@@ -134,13 +182,27 @@ TEST_F(CompiledFormulas, EdgeFormulasGiveWhatTheWalkGives) {
     for (const char* formula : c_edgeFormulas)
         if (ExpectSameBothWays(formula))
             compiled.push_back(formula);
-    // These are the ones the walk keeps ("a(1)" runs the formula "3" of the name "a", which is
-    // compiled).
+    // These are the ones the walk keeps: functions that parse their own arguments (but for
+    // "iff", "min" and "max"), a quiet
+    // argument that may fail before its end, and what does not parse.
     for (const char* kept : {"a = 3; b",
                              "a := 3",
                              "a where a > 1",
                              "#a",
-                             "nothing(1)",
+                             "iserror((nothing))",
+                             "iserror(nothing; 1)",
+                             "iserror(-nothing)",
+                             "isna(nothing + 1)",
+                             "iserror({nothing})",
+                             "sum(a, b)",
+                             "iff(a, , 2)",
+                             "iff(a, 1)",
+                             "min()",
+                             "min(a,)",
+                             "mid(s, 2, 1, 1, 1, 1, 1, 1)",
+                             "abs(,1)",
+                             "abs(a",
+                             "abs(a 1)",
                              "[a, b]",
                              "{a}",
                              "a[1]",
@@ -159,6 +221,11 @@ TEST_F(CompiledFormulas, EdgeFormulasGiveWhatTheWalkGives) {
         EXPECT_EQ(std::find(compiled.begin(), compiled.end(), kept), compiled.end()) << kept;
     EXPECT_NE(std::find(compiled.begin(), compiled.end(), "a * 2 + b"), compiled.end());
     EXPECT_NE(std::find(compiled.begin(), compiled.end(), "nothing + 1"), compiled.end());
+    // Calls of functions that take their arguments evaluated, quiet ones among them.
+    for (const char* call : {"nothing(1)", "abs(a - 5) + round(b)", "abs()", "iserror(nothing)",
+                             "iserror(%3) + iserr(1 / 0)", "iserror(w.nothing)", "min(a, b)",
+                             "1 + if(a > 1, 2, 3)", "max(a, b, 2.5) - min(b; a, 1 / 3)"})
+        EXPECT_NE(std::find(compiled.begin(), compiled.end(), call), compiled.end()) << call;
     // At the end of a formula "=" compares.
     EXPECT_NE(std::find(compiled.begin(), compiled.end(), "a = 3"), compiled.end());
     EXPECT_NE(std::find(compiled.begin(), compiled.end(), "x = 5"), compiled.end());
@@ -218,7 +285,7 @@ TEST_F(CompiledFormulas, TheSecondEvaluationRunsCompiledUnlessSwitchedOff) {
         {QFormulaCompilation::Repeated, "a * 2 + 1001", {false, true, true}},
         {QFormulaCompilation::Always, "a * 2 + 1002", {true, true}},
         {QFormulaCompilation::Off, "a * 2 + 1003", {false, false, false}},
-        {QFormulaCompilation::Repeated, "nothing(1) + 1004", {false, false, false}},
+        {QFormulaCompilation::Repeated, "sum(a, 1) + 1004", {false, false, false}},
     };
     for (const Case& c : cases) {
         std::vector<bool> compiled;

@@ -8,6 +8,7 @@
 #include "keel/formula/compiledformula.h"
 #include "keel/formula/evaluator.h"
 #include "keel/platform/fpstatus.h"
+#include "keel/platform/random.h"
 
 #include <cfenv>
 #include <memory>
@@ -77,6 +78,8 @@ public:
         const long before = CompiledEvaluationCount();
         // A flag left by earlier work: a division clears it, and so must its folded form.
         std::feraiseexcept(FE_INEXACT);
+        // "rnd" draws the same numbers each run.
+        keel::srand(1);
         {
             const std::unique_ptr<QEvaluator> evaluator(QEvaluator::New(
                 m_result, FormulaText(CString::FromUtf8(formula)), &context, false, report, false));
