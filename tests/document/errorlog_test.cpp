@@ -152,8 +152,7 @@ protected:
     std::unique_ptr<TestApp> m_app;
 };
 
-// --- The file
-// -------------------------------------------------------------------------------------
+// --- The file ------------------------------------------------------------------------------------
 
 TEST_F(ErrorLogTest, FileNameIsTheLocalTimeWithEnglishMonth) {
     const std::string before = test::LocalTimeText("errorlog_%d-%b-%y_%H%M%S.txt");
@@ -323,8 +322,7 @@ TEST_F(ErrorLogTest, AFileThatCannotBeWrittenIsReportedOnce) {
     EXPECT_EQ(m_host.boxes[2].caption, u"Keel");
 }
 
-// --- Pending messages
-// -----------------------------------------------------------------------------
+// --- Pending messages ----------------------------------------------------------------------------
 
 TEST_F(ErrorLogTest, DisplayQueuesEachTextOfATypeOnce) {
     QErrorLog log;
@@ -369,8 +367,7 @@ TEST_F(ErrorLogTest, ThousandMessagesThenOverflowThenDropThenRoomAgain) {
     EXPECT_EQ(log.Message(0), u"Room again");
 }
 
-// --- DisplayOrLog
-// ---------------------------------------------------------------------------------
+// --- DisplayOrLog --------------------------------------------------------------------------------
 
 // A message is written and queued. The log starts as log-only, and the first message decides:
 // a type that is neither shown nor logged vanishes, unless the log is log-only.
@@ -436,8 +433,7 @@ TEST_F(ErrorLogTest, DescriptionsInErrorLogOnlyAreLoggedAndNeverShown) {
     EXPECT_FALSE(other.Register(u"Later")->IsDisplay());
 }
 
-// --- Types
-// ----------------------------------------------------------------------------------------
+// --- Types ---------------------------------------------------------------------------------------
 
 TEST_F(ErrorLogTest, ATypeIsRegisteredOnceByItsDescription) {
     QErrorLog log;
@@ -469,8 +465,7 @@ TEST_F(ErrorLogTest, ATypeIsRegisteredOnceByItsDescription) {
     EXPECT_EQ(TheErrorLog().GetTypeCount(), before);
 }
 
-// --- Showing pending messages
-// ---------------------------------------------------------------------
+// --- Showing pending messages --------------------------------------------------------------------
 
 // One message is shown in a box that offers the options, No the default, and captioned with the
 // application, the type and the time, leaving out empty parts.
@@ -564,8 +559,7 @@ TEST_F(ErrorLogTest, TheHeadlessHostShowsPendingMessages) {
     std::fclose(output);
 }
 
-// --- Closing
-// --------------------------------------------------------------------------------------
+// --- Closing -------------------------------------------------------------------------------------
 
 // Closing shows what is pending and offers the file; the next message opens the file again.
 TEST_F(ErrorLogTest, CloseShowsWhatIsPendingAndOffersTheFile) {
@@ -616,8 +610,7 @@ TEST_F(ErrorLogTest, CloseAsksNothingWhenThereIsNoFileToOffer) {
     EXPECT_TRUE(m_host.boxes.empty());
 }
 
-// --- Options of the types
-// -------------------------------------------------------------------------
+// --- Options of the types ------------------------------------------------------------------------
 
 TEST_F(ErrorLogTest, CheckListsHaveOneRowATypeInOrderAndSetTheFlags) {
     QErrorLog log;
@@ -674,8 +667,7 @@ TEST_F(ErrorLogTest, CustomiseAppliesWhatThePersonTicked) {
     EXPECT_FALSE(table->IsLog());
 }
 
-// --- The process's log and the reporting functions
-// ------------------------------------------------
+// --- The process's log and the reporting functions -----------------------------------------------
 
 TEST_F(ErrorLogTest, MessageBoxOrLogReportsUnderTheHeading) {
     EXPECT_EQ(QMessageBoxOrLog(u"Cannot open the table", u"Table"), 1);
@@ -774,8 +766,7 @@ TEST_F(ErrorLogTest, ReportsAreTranslatedInTheirContext) {
     EXPECT_EQ(LoggedLines(ProcessLogPath()).back(), "Server:Ignoriere Save: Disk is full");
 }
 
-// --- Exceptions
-// -----------------------------------------------------------------------------------
+// --- Exceptions ----------------------------------------------------------------------------------
 
 TEST(ErrorMessageTest, IsTheExceptionsOwnTextCutToTheBuffer) {
     EXPECT_EQ(ErrorMessage(CException("Disk is full")), u"Disk is full");
@@ -833,8 +824,7 @@ TEST(ExceptionDescrTest, ThrowTellsTheDebugOutputWhereFirst) {
               "==> Throw at pipe.cpp 42\n==> Throw at " + std::string(256, 'f') + " 7\n");
 }
 
-// --- Floating point
-// -------------------------------------------------------------------------------
+// --- Floating point ------------------------------------------------------------------------------
 
 TEST(FPExceptionMessageTest, ListsTheRaisedFaultsInOrderAndClearsThem) {
     const struct {
