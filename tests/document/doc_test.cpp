@@ -167,13 +167,6 @@ TEST_F(DocTest, ProgressNamesTheDocumentByItsPathOrItsFallback) {
 
 // --- Versions ----------------------------------------------------------------------------------
 
-struct VersionCase {
-    int version;
-    // The message of a refused stream; empty when it opens.
-    std::string refusal;
-    std::vector<std::string> progress;
-};
-
 const std::string c_newer =
     "This document can only be opened in a more recent release of Drafter.\n\nhouse data has a "
     "v8 schema data,\nand this release can only open v7 or older.\n\nHint: If you must open in "
@@ -184,39 +177,41 @@ const std::string c_tooOld =
     "release of Drafter.\n\nPlease open it in an older (intermediate) version and resave, "
     "thentry again.\n\nContact support for further assistance.";
 
-const VersionCase c_versions[] = {
-    {kDefaultSchema + 1, c_newer, {}},
-    {kDefaultSchema, "", {"create Loading house  0..1", "step", "destroy Loaded house "}},
-    {kUnsupportedSchema + 1,
-     "",
-     {"create Loading house   [old schema ver=4] 0..1", "step",
-      "destroy Loaded house   [old schema ver=4]"}},
-    {kUnsupportedSchema, c_tooOld, {}},
-};
-
-class DocVersionTest : public DocTest, public testing::WithParamInterface<VersionCase> {};
-
-TEST_P(DocVersionTest, OpensOrIsRefusedWithItsMessage) {
-    const VersionCase& version = GetParam();
-    const int cause = LoadFailure(m_document, Concat({Header(version.version, 1),
-                                                      NewClass(1, "TestNote"), WideString(u"a")}));
-    EXPECT_EQ(m_document.VersionLoaded(), version.version);
-    EXPECT_EQ(m_services.events, version.progress);
-    EXPECT_EQ(m_host.waitCursorsShown, 1);
-    EXPECT_EQ(m_host.waitCursorsHidden, 1);
-    if (version.refusal.empty()) {
-        EXPECT_EQ(cause, -1);
-        EXPECT_EQ(m_document.GetItemCount(), 1);
-        EXPECT_EQ(test::PendingReports(), std::vector<Report>{});
-    } else {
-        EXPECT_EQ(cause, CArchiveException::badSchema);
-        EXPECT_EQ(m_document.GetItemCount(), 0);
-        EXPECT_EQ(test::PendingReports(), (std::vector<Report>{{"Error", version.refusal}}));
+TEST_F(DocTest, AVersionOpensOrIsRefusedWithItsMessage) {
+    const struct {
+        int version;
+        // The message of a refused stream; empty when it opens.
+        std::string refusal;
+        std::vector<std::string> progress;
+    } cases[] = {
+        {kDefaultSchema + 1, c_newer, {}},
+        {kDefaultSchema, "", {"create Loading house  0..1", "step", "destroy Loaded house "}},
+        {kUnsupportedSchema + 1,
+         "",
+         {"create Loading house   [old schema ver=4] 0..1", "step",
+          "destroy Loaded house   [old schema ver=4]"}},
+        {kUnsupportedSchema, c_tooOld, {}},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.version);
+        TheErrorLog().DiscardPendingMessages();
+        m_services.events.clear();
+        m_host.waitCursorsShown = m_host.waitCursorsHidden = 0;
+        QDoc document;
+        document.SetPathName(kPath);
+        const int cause = LoadFailure(
+            document, Concat({Header(c.version, 1), NewClass(1, "TestNote"), WideString(u"a")}));
+        EXPECT_EQ(document.VersionLoaded(), c.version);
+        EXPECT_EQ(m_services.events, c.progress);
+        EXPECT_EQ(m_host.waitCursorsShown, 1);
+        EXPECT_EQ(m_host.waitCursorsHidden, 1);
+        EXPECT_EQ(cause, c.refusal.empty() ? -1 : CArchiveException::badSchema);
+        EXPECT_EQ(document.GetItemCount(), c.refusal.empty() ? 1 : 0);
+        EXPECT_EQ(test::PendingReports(),
+                  (c.refusal.empty() ? std::vector<Report>{}
+                                     : std::vector<Report>{{"Error", c.refusal}}));
     }
 }
-
-INSTANTIATE_TEST_SUITE_P(Versions, DocVersionTest, testing::ValuesIn(c_versions),
-                         [](const auto& info) { return "v" + std::to_string(info.param.version); });
 
 // --- Broken streams ----------------------------------------------------------------------------
 

@@ -162,6 +162,8 @@ TEST_F(WinAppTest, TheOptionsFileIsNamedAfterTheRunningApplication) {
                   (m_root / "config/keel/Planner.ini").string());
         EXPECT_TRUE(app.WriteProfileIntAndUpdateCache(u"Options", u"Value", 4));
         EXPECT_TRUE(fs::exists(m_root / "config/keel/Planner.ini"));
+        // The product's documents folder is below the user's documents.
+        EXPECT_EQ(U8(app.MyDocumentsProductDir()), m_root.string() + "/Documents/Planner Pro/");
     }
     EXPECT_EQ(U8(CRegistry::Current().FilePath()), OptionsFile().string());
 }
@@ -582,11 +584,6 @@ TEST_F(WinAppTest, TheMergingStrategyFollowsThePromptsThenTheDefault) {
 }
 
 // --- Folders -------------------------------------------------------------------------------------
-
-TEST_F(WinAppTest, TheProductsDocumentsFolderIsBelowTheUsersDocuments) {
-    PlannerApp app;
-    EXPECT_EQ(U8(app.MyDocumentsProductDir()), m_root.string() + "/Documents/Planner Pro/");
-}
 
 TEST_F(WinAppTest, TheNineFileLocationsHaveTheirNamesKeysAndDefaults) {
     struct Case {
