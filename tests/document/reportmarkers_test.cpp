@@ -126,16 +126,6 @@ TEST(BadRDLTest, FailsWithTheParser_sReason) {
     }
 }
 
-TEST(RDLDescriptionTest, IsTheDescriptionOfTheReportInItsNamespace) {
-    const std::string folder = test::TestDataFolder() + "/document/reports/";
-    EXPECT_EQ(ReportDescriptionFromRDL(test::ReadText(folder + "stock.rdl")).ToUtf8(),
-              "Stock by item, with pictures of each");
-    EXPECT_EQ(ReportDescriptionFromRDL(test::ReadText(folder + "plain.rdl")).ToUtf8(),
-              "A report in no namespace");
-    EXPECT_EQ(ReportDescriptionFromRDL(test::ReadText(folder + "query.rdl")).ToUtf8(), "");
-    EXPECT_EQ(ReportDescriptionFromRDL(test::ReadText(folder + "broken.rdl")).ToUtf8(), "");
-}
-
 // Hostile reports may name parameters by the hundred thousand; each is still taken once.
 TEST(ReportParameterNamesTest, ManyNamesAreReadWithoutQuadraticWork) {
     constexpr int count = 100'000;

@@ -129,14 +129,19 @@ TEST_F(ReportReadingTest, ACompoundReportKeepsItsMarkersInItsSummaryComments) {
     EXPECT_EQ(params.ToUtf8(), "");
 }
 
+// The comments of an RDL report are its description, in its namespace or in none.
 TEST_F(ReportReadingTest, CommentsOfOtherReportsAreTheirDescriptionOrNone) {
+    const std::pair<std::string, std::string> cases[] = {
+        {ReportFixture("stock.rdl"), "Stock by item, with pictures of each"},
+        {ReportFixture("plain.rdl"), "A report in no namespace"},
+        {ReportFixture("query.rdl"), ""},
+        {ReportFixture("stock.rtx"), ""},
+        {ReportFixture("broken.rdl"), ""},
+        {Path("missing.rpt"), ""},
+    };
     QDoc document;
-    EXPECT_EQ(document.GetReportSummaryInfoComments(CString::FromUtf8(ReportFixture("stock.rdl")))
-                  .ToUtf8(),
-              "Stock by item, with pictures of each");
-    for (const std::string& path :
-         {ReportFixture("stock.rtx"), ReportFixture("broken.rdl"), Path("missing.rpt")})
-        EXPECT_EQ(document.GetReportSummaryInfoComments(CString::FromUtf8(path)).ToUtf8(), "")
+    for (const auto& [path, comments] : cases)
+        EXPECT_EQ(document.GetReportSummaryInfoComments(CString::FromUtf8(path)).ToUtf8(), comments)
             << path;
     EXPECT_EQ(test::PendingReports(), std::vector<Report>{});
 }
