@@ -545,12 +545,14 @@ TEST_F(WinAppTest, SaveOptionsWritesWhatTheUserCanChangeAndLoadOptionsReadsItBac
         QOptions::g_bCheckValueTypes = true;
         app.SetAutoSaveTime(20);
         app.SetMaximized(false);
+        app.SetFriendlyPagesOnly(false);
         app.SaveOptions();
         EXPECT_TRUE(app.problems.empty());
     }
     EXPECT_EQ(StoredInt(u"Options", u"Contrast"), 61);
     EXPECT_EQ(StoredInt(u"Options", u"AutoSave"), 20);
     EXPECT_EQ(StoredInt(u"Options", u"Maximized"), 0);
+    EXPECT_EQ(StoredInt(u"Options", u"ShowFriendlyPagesOnly"), 0);
     EXPECT_EQ(StoredInt(u"Options", u"XPricing"), -12345) << "not the user's to change";
     EXPECT_EQ(StoredInt(u"Options", u"CheckValueTypes"), -12345);
 
