@@ -165,7 +165,7 @@ TEST(PropertySet, SetValueConvertsToTheKindOfAnExistingProperty) {
     }
 }
 
-TEST(PropertySet, CurrencyKeepsTenThousandthsOfTheAmount) {
+TEST(PropertySet, BlocksKeepTheAmountInTenThousandthsAndTheStringWithItsNull) {
     QPropertySet set(u"Custom", nullptr);
     ASSERT_TRUE(set.SetValue(c_anyId, QAnyValue(QMoney(12.34))));
     const StreamBytes expected = {0x08, 0xE2, 0x01, 0, 0, 0, 0, 0}; // 123400
@@ -173,6 +173,10 @@ TEST(PropertySet, CurrencyKeepsTenThousandthsOfTheAmount) {
     const std::uint8_t* block = set.Get(c_anyId, &size);
     ASSERT_EQ(size, 8u);
     EXPECT_EQ(StreamBytes(block, block + size), expected);
+    // A narrow string keeps its terminating null, which its count includes.
+    ASSERT_TRUE(set.Set(c_anyId + 1, "ab", VT_LPSTR));
+    block = set.Get(c_anyId + 1, &size);
+    EXPECT_EQ(StreamBytes(block, block + size), (StreamBytes{'a', 'b', 0}));
 }
 
 TEST(PropertySet, NameToGUIDKnowsTheSummarySetsAndPacksOtherNames) {
