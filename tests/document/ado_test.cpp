@@ -217,6 +217,7 @@ TEST_F(AdoTest, RecordsAreAddedAndChangedThroughTheOpenTable) {
     EXPECT_FALSE(ado.PutField(u"colour", QAnyValue(1)));
     EXPECT_EQ(Error(ado), "No field [colour] in the record");
     EXPECT_FALSE(ado.PutField(9, QAnyValue(1)));
+    EXPECT_EQ(Error(ado), "No field 9 in the record");
 }
 
 TEST_F(AdoTest, BlobsAndPicturesKeepEveryByte) {

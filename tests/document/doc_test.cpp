@@ -167,13 +167,6 @@ TEST_F(DocTest, ProgressNamesTheDocumentByItsPathOrItsFallback) {
 
 // --- Versions ----------------------------------------------------------------------------------
 
-struct VersionCase {
-    int version;
-    // The message of a refused stream; empty when it opens.
-    std::string refusal;
-    std::vector<std::string> progress;
-};
-
 const std::string c_newer =
     "This document can only be opened in a more recent release of Drafter.\n\nhouse data has a "
     "v8 schema data,\nand this release can only open v7 or older.\n\nHint: If you must open in "
@@ -184,74 +177,66 @@ const std::string c_tooOld =
     "release of Drafter.\n\nPlease open it in an older (intermediate) version and resave, "
     "thentry again.\n\nContact support for further assistance.";
 
-const VersionCase c_versions[] = {
-    {kDefaultSchema + 1, c_newer, {}},
-    {kDefaultSchema, "", {"create Loading house  0..1", "step", "destroy Loaded house "}},
-    {kUnsupportedSchema + 1,
-     "",
-     {"create Loading house   [old schema ver=4] 0..1", "step",
-      "destroy Loaded house   [old schema ver=4]"}},
-    {kUnsupportedSchema, c_tooOld, {}},
-};
-
-class DocVersionTest : public DocTest, public testing::WithParamInterface<VersionCase> {};
-
-TEST_P(DocVersionTest, OpensOrIsRefusedWithItsMessage) {
-    const VersionCase& version = GetParam();
-    const int cause = LoadFailure(m_document, Concat({Header(version.version, 1),
-                                                      NewClass(1, "TestNote"), WideString(u"a")}));
-    EXPECT_EQ(m_document.VersionLoaded(), version.version);
-    EXPECT_EQ(m_services.events, version.progress);
-    EXPECT_EQ(m_host.waitCursorsShown, 1);
-    EXPECT_EQ(m_host.waitCursorsHidden, 1);
-    if (version.refusal.empty()) {
-        EXPECT_EQ(cause, -1);
-        EXPECT_EQ(m_document.GetItemCount(), 1);
-        EXPECT_EQ(test::PendingReports(), std::vector<Report>{});
-    } else {
-        EXPECT_EQ(cause, CArchiveException::badSchema);
-        EXPECT_EQ(m_document.GetItemCount(), 0);
-        EXPECT_EQ(test::PendingReports(), (std::vector<Report>{{"Error", version.refusal}}));
+TEST_F(DocTest, AVersionOpensOrIsRefusedWithItsMessage) {
+    const struct {
+        int version;
+        // The message of a refused stream; empty when it opens.
+        std::string refusal;
+        std::vector<std::string> progress;
+    } cases[] = {
+        {kDefaultSchema + 1, c_newer, {}},
+        {kDefaultSchema, "", {"create Loading house  0..1", "step", "destroy Loaded house "}},
+        {kUnsupportedSchema + 1,
+         "",
+         {"create Loading house   [old schema ver=4] 0..1", "step",
+          "destroy Loaded house   [old schema ver=4]"}},
+        {kUnsupportedSchema, c_tooOld, {}},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.version);
+        TheErrorLog().DiscardPendingMessages();
+        m_services.events.clear();
+        m_host.waitCursorsShown = m_host.waitCursorsHidden = 0;
+        QDoc document;
+        document.SetPathName(kPath);
+        const int cause = LoadFailure(
+            document, Concat({Header(c.version, 1), NewClass(1, "TestNote"), WideString(u"a")}));
+        EXPECT_EQ(document.VersionLoaded(), c.version);
+        EXPECT_EQ(m_services.events, c.progress);
+        EXPECT_EQ(m_host.waitCursorsShown, 1);
+        EXPECT_EQ(m_host.waitCursorsHidden, 1);
+        EXPECT_EQ(cause, c.refusal.empty() ? -1 : CArchiveException::badSchema);
+        EXPECT_EQ(document.GetItemCount(), c.refusal.empty() ? 1 : 0);
+        EXPECT_EQ(test::PendingReports(),
+                  (c.refusal.empty() ? std::vector<Report>{}
+                                     : std::vector<Report>{{"Error", c.refusal}}));
     }
 }
 
-INSTANTIATE_TEST_SUITE_P(Versions, DocVersionTest, testing::ValuesIn(c_versions),
-                         [](const auto& info) { return "v" + std::to_string(info.param.version); });
-
 // --- Broken streams ----------------------------------------------------------------------------
 
-struct BrokenHeaderCase {
-    const char* name;
-    Bytes bytes;
-    int cause;
-};
-
-const BrokenHeaderCase c_brokenHeaders[] = {
-    {"wrong magic", Concat({{0xBA, 0xBB}, Int32(kDefaultSchema), Int32(0)}),
-     CArchiveException::genericException},
-    {"magic in the wrong order", Concat({{0xAB, 0xBA}, Int32(kDefaultSchema), Int32(0)}),
-     CArchiveException::genericException},
-    {"negative count", Header(kDefaultSchema, -1), CArchiveException::genericException},
-    {"no schema", {0xBA, 0xBA, 0x07}, CArchiveException::endOfFile},
-    {"no count", Concat({{0xBA, 0xBA}, Int32(kDefaultSchema)}), CArchiveException::endOfFile},
-};
-
-class DocBrokenHeaderTest : public DocTest, public testing::WithParamInterface<BrokenHeaderCase> {};
-
 // Nothing of the items was read, so no one is asked about keeping any.
-TEST_P(DocBrokenHeaderTest, FailsWithoutAQuestion) {
-    EXPECT_EQ(LoadFailure(m_document, GetParam().bytes), GetParam().cause);
+TEST_F(DocTest, BrokenHeadersFailWithoutAQuestion) {
+    const struct {
+        const char* name;
+        Bytes bytes;
+        int cause;
+    } cases[] = {
+        {"wrong magic", Concat({{0xBA, 0xBB}, Int32(kDefaultSchema), Int32(0)}),
+         CArchiveException::genericException},
+        {"magic in the wrong order", Concat({{0xAB, 0xBA}, Int32(kDefaultSchema), Int32(0)}),
+         CArchiveException::genericException},
+        {"negative count", Header(kDefaultSchema, -1), CArchiveException::genericException},
+        {"no schema", {0xBA, 0xBA, 0x07}, CArchiveException::endOfFile},
+        {"no count", Concat({{0xBA, 0xBA}, Int32(kDefaultSchema)}), CArchiveException::endOfFile},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
+        QDoc document;
+        EXPECT_EQ(LoadFailure(document, c.bytes), c.cause);
+    }
     EXPECT_TRUE(m_host.boxes.empty());
 }
-
-INSTANTIATE_TEST_SUITE_P(Headers, DocBrokenHeaderTest, testing::ValuesIn(c_brokenHeaders),
-                         [](const auto& info) {
-                             std::string name = info.param.name;
-                             for (char& c : name)
-                                 if (c == ' ')
-                                     c = '_';
-                             return name;
-                         });
 
 // Seven items of which the third breaks off: two are read when it fails.
 Bytes SevenItemsBrokenAtTheThird() {
@@ -436,30 +421,28 @@ TEST_F(DocTraceTest, StoringIsTracedWithItsDepthAndOtherBitsTraceNothing) {
 
 // --- Reports -----------------------------------------------------------------------------------
 
-struct LimitCase {
-    unsigned schema;
-    std::string message;
-};
-
-const LimitCase c_limits[] = {
-    {8,
-     "This item can only be opened correctly in a more recent release.\n\n/drawings/house.drw has "
-     "a v8 schema,\nand this release can only open v7 or older.\n\nHint: This may occur when you "
-     "use a file created in a later release.\n\nCheck your drws and try again."},
-    {7, "A bad area was stored in this file;\n\n/drawings/house.drw\n\nPlease re-save to fix"},
-    {CArchive::noSchema,
-     "A bad area was stored in this file;\n\n/drawings/house.drw\n\nPlease re-save to fix"},
-};
-
-class LimitDoubleFailedTest : public DocTest, public testing::WithParamInterface<LimitCase> {};
-
-TEST_P(LimitDoubleFailedTest, NamesTheFileUnderCorruption) {
-    Loading loading(Bytes{}, 4096, kPath, GetParam().schema);
-    ReportLimitDoubleFailed(loading.archive, u"area");
-    EXPECT_EQ(test::PendingReports(), (std::vector<Report>{{"Corruption", GetParam().message}}));
+TEST_F(DocTest, AFailedLimitOfADoubleNamesTheFileUnderCorruption) {
+    const struct {
+        unsigned schema;
+        std::string message;
+    } cases[] = {
+        {8, "This item can only be opened correctly in a more recent "
+            "release.\n\n/drawings/house.drw has "
+            "a v8 schema,\nand this release can only open v7 or older.\n\nHint: This may occur "
+            "when you "
+            "use a file created in a later release.\n\nCheck your drws and try again."},
+        {7, "A bad area was stored in this file;\n\n/drawings/house.drw\n\nPlease re-save to fix"},
+        {CArchive::noSchema,
+         "A bad area was stored in this file;\n\n/drawings/house.drw\n\nPlease re-save to fix"},
+    };
+    for (const auto& c : cases) {
+        TheErrorLog().DiscardPendingMessages();
+        Loading loading(Bytes{}, 4096, kPath, c.schema);
+        ReportLimitDoubleFailed(loading.archive, u"area");
+        EXPECT_EQ(test::PendingReports(), (std::vector<Report>{{"Corruption", c.message}}))
+            << c.schema;
+    }
 }
-
-INSTANTIATE_TEST_SUITE_P(Schemas, LimitDoubleFailedTest, testing::ValuesIn(c_limits));
 
 // The quantities report through the document layer once the application is there.
 class LimitDoubleReporterTest : public test::ErrorReportsTest {};

@@ -205,7 +205,7 @@ TEST_F(DocStorageTest, FailedSaveLeavesTheFileAsItWas) {
     EXPECT_TRUE(second.GetPathName().IsEmpty());
 }
 
-TEST_F(DocStorageTest, DocumentWithoutAnswersKeepsNone) {
+TEST_F(DocStorageTest, ADocumentKeepsOneItemOfAnswersOrNone) {
     QDoc document;
     document.SetDocProperties(QProperties());
     document.SaveDocument(PathOf("empty.kdoc"));
@@ -215,10 +215,8 @@ TEST_F(DocStorageTest, DocumentWithoutAnswersKeepsNone) {
     loaded.LoadDocument(PathOf("empty.kdoc"));
     EXPECT_EQ(loaded.GetItemCount(), 0);
     EXPECT_EQ(loaded.GetDocProperties(), nullptr);
-}
 
-TEST_F(DocStorageTest, SettingAnswersTwiceKeepsOneItem) {
-    QDoc document;
+    // Setting answers twice keeps one item.
     test::AnswerDocument root;
     root.Answers().SetPropertyValueWithFormula(PropId("a"), QAnyValue(), FormulaText("1"));
     document.SetDocProperties(root.Answers());
@@ -231,35 +229,31 @@ TEST_F(DocStorageTest, SettingAnswersTwiceKeepsOneItem) {
 // Files that are not documents: each load fails with the failure that names what is wrong.
 TEST_F(DocStorageTest, LoadRefusesWhatIsNoDocument) {
     WriteBytes("text.kdoc", Bytes{'h', 'e', 'l', 'l', 'o'});
-    QDoc document;
-    try {
-        document.LoadDocument(PathOf("text.kdoc"));
-        FAIL() << "a text file loaded";
-    } catch (const CFileException& failure) {
-        EXPECT_EQ(failure.m_cause, CFileException::invalidFile);
-    }
-
     WriteBytes("nocontents.kdoc", test::WriteWithGsf({{"Other", {false, {1, 2}}}}));
-    try {
-        document.LoadDocument(PathOf("nocontents.kdoc"));
-        FAIL() << "a file without Contents loaded";
-    } catch (const CFileException& failure) {
-        EXPECT_EQ(failure.m_cause, CFileException::fileNotFound);
-    }
-
     WriteBytes("badmagic.kdoc", test::WriteWithGsf({{"Contents", {false, {0xAB, 0xAB, 7, 0}}}}));
-    try {
-        document.LoadDocument(PathOf("badmagic.kdoc"));
-        FAIL() << "a wrong magic loaded";
-    } catch (const CArchiveException& failure) {
-        EXPECT_EQ(failure.m_cause, CArchiveException::genericException);
-    }
-
-    try {
-        document.LoadDocument(PathOf("missing.kdoc"));
-        FAIL() << "a missing file loaded";
-    } catch (const CFileException& failure) {
-        EXPECT_EQ(failure.m_cause, CFileException::fileNotFound);
+    const struct {
+        const char* file;
+        bool fileFailure; // else an archive failure
+        int cause;
+    } cases[] = {
+        {"text.kdoc", true, CFileException::invalidFile},
+        {"nocontents.kdoc", true, CFileException::fileNotFound},
+        {"badmagic.kdoc", false, CArchiveException::genericException},
+        {"missing.kdoc", true, CFileException::fileNotFound},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.file);
+        QDoc document;
+        try {
+            document.LoadDocument(PathOf(c.file));
+            ADD_FAILURE() << "loaded";
+        } catch (const CFileException& failure) {
+            EXPECT_TRUE(c.fileFailure);
+            EXPECT_EQ(failure.m_cause, c.cause);
+        } catch (const CArchiveException& failure) {
+            EXPECT_FALSE(c.fileFailure);
+            EXPECT_EQ(failure.m_cause, c.cause);
+        }
     }
 }
 
@@ -507,49 +501,43 @@ public:
     std::vector<std::pair<std::string, std::string>> ancillaryMoves;
 };
 
-struct SuggestedNameCase {
-    const char* title;
-    const char* path;
-    const char* extensions;
-    int extensionNumber;
-    bool replace;
-    const char* expected;
-};
-
-class SuggestedSaveName : public testing::TestWithParam<SuggestedNameCase> {};
-
-TEST_P(SuggestedSaveName, ComesFromThePathOrTheTitle) {
-    const SuggestedNameCase& c = GetParam();
-    SavingDoc document;
-    document.SetTitle(CString::FromUtf8(c.title));
-    document.SetPathName(CString::FromUtf8(c.path));
-    document.extensions = CString::FromUtf8(c.extensions);
-    document.extensionNumber = c.extensionNumber;
-    EXPECT_EQ(document.SuggestedSaveName(c.replace).ToUtf8(), c.expected);
+TEST(SuggestedSaveName, ComesFromThePathOrTheTitle) {
+    const struct {
+        const char* title;
+        const char* path;
+        const char* extensions;
+        int extensionNumber;
+        bool replace;
+        const char* expected;
+    } cases[] = {{"Kitchen", "/plans/k.kdoc", ".kdoc", 0, true, "/plans/k.kdoc"},
+                 {"Kitchen", "/plans/k.kdoc", ".kdoc", 0, false, "/plans/k.kdoc"},
+                 // A copy of a document without a path has no name to start from.
+                 {"Kitchen", "", ".kdoc", 0, false, ""},
+                 {"Kitchen", "", "", 0, true, "Kitchen"},
+                 {"Kitchen", "", ".kdoc", 0, true, "Kitchen.kdoc"},
+                 // The title is cut at the first character that a file name should not begin with.
+                 {"Kitchen plan", "", ".kdoc", 0, true, "Kitchen.kdoc"},
+                 {"Plan#2", "", ".kdoc", 0, true, "Plan.kdoc"},
+                 {"50%", "", ".kdoc", 0, true, "50.kdoc"},
+                 {"a;b", "", ".kdoc", 0, true, "a.kdoc"},
+                 {"up/down", "", ".kdoc", 0, true, "up.kdoc"},
+                 {"back\\slash", "", ".kdoc", 0, true, "back.kdoc"},
+                 {"#1", "", ".kdoc", 0, true, ".kdoc"},
+                 // The extension is picked from the list by number; past its end, the last one.
+                 {"Roof", "", ".kdoc;.kbak;.ktpl", 0, true, "Roof.kdoc"},
+                 {"Roof", "", ".kdoc;.kbak;.ktpl", 1, true, "Roof.kbak"},
+                 {"Roof", "", ".kdoc;.kbak;.ktpl", 2, true, "Roof.ktpl"},
+                 {"Roof", "", ".kdoc;.kbak;.ktpl", 7, true, "Roof.ktpl"}};
+    for (const auto& c : cases) {
+        SavingDoc document;
+        document.SetTitle(CString::FromUtf8(c.title));
+        document.SetPathName(CString::FromUtf8(c.path));
+        document.extensions = CString::FromUtf8(c.extensions);
+        document.extensionNumber = c.extensionNumber;
+        EXPECT_EQ(document.SuggestedSaveName(c.replace).ToUtf8(), c.expected)
+            << c.title << "|" << c.path << "|" << c.extensionNumber << c.replace;
+    }
 }
-
-INSTANTIATE_TEST_SUITE_P(
-    Cases, SuggestedSaveName,
-    testing::Values(
-        SuggestedNameCase{"Kitchen", "/plans/k.kdoc", ".kdoc", 0, true, "/plans/k.kdoc"},
-        SuggestedNameCase{"Kitchen", "/plans/k.kdoc", ".kdoc", 0, false, "/plans/k.kdoc"},
-        // A copy of a document without a path has no name to start from.
-        SuggestedNameCase{"Kitchen", "", ".kdoc", 0, false, ""},
-        SuggestedNameCase{"Kitchen", "", "", 0, true, "Kitchen"},
-        SuggestedNameCase{"Kitchen", "", ".kdoc", 0, true, "Kitchen.kdoc"},
-        // The title is cut at the first character that a file name should not begin with.
-        SuggestedNameCase{"Kitchen plan", "", ".kdoc", 0, true, "Kitchen.kdoc"},
-        SuggestedNameCase{"Plan#2", "", ".kdoc", 0, true, "Plan.kdoc"},
-        SuggestedNameCase{"50%", "", ".kdoc", 0, true, "50.kdoc"},
-        SuggestedNameCase{"a;b", "", ".kdoc", 0, true, "a.kdoc"},
-        SuggestedNameCase{"up/down", "", ".kdoc", 0, true, "up.kdoc"},
-        SuggestedNameCase{"back\\slash", "", ".kdoc", 0, true, "back.kdoc"},
-        SuggestedNameCase{"#1", "", ".kdoc", 0, true, ".kdoc"},
-        // The extension is picked from the list by number; past its end, the last one.
-        SuggestedNameCase{"Roof", "", ".kdoc;.kbak;.ktpl", 0, true, "Roof.kdoc"},
-        SuggestedNameCase{"Roof", "", ".kdoc;.kbak;.ktpl", 1, true, "Roof.kbak"},
-        SuggestedNameCase{"Roof", "", ".kdoc;.kbak;.ktpl", 2, true, "Roof.ktpl"},
-        SuggestedNameCase{"Roof", "", ".kdoc;.kbak;.ktpl", 7, true, "Roof.ktpl"}));
 
 // Saves into a folder of the test's own, with the error log empty and a still clock.
 class DocSaveTest : public test::TempFolderTest {
@@ -600,9 +588,8 @@ TEST_F(DocSaveTest, SaveAsTakesTheNameAndACopyLeavesThePath) {
               (std::vector<std::pair<std::string, std::string>>{
                   {"", Path("first.kdoc")}, {Path("first.kdoc"), Path("copy.kdoc")}}));
     EXPECT_EQ(test::PendingReports(), std::vector<test::Report>{});
-}
 
-TEST_F(DocSaveTest, AnEmbeddedDocumentTakesTheNameOfACopy) {
+    // An embedded document takes the name of a copy.
     m_document.SetEmbedded(true);
     ASSERT_TRUE(m_document.DoSave(PathOf("inner.kdoc"), false));
     EXPECT_EQ(m_document.GetPathName(), PathOf("inner.kdoc"));

@@ -3,9 +3,7 @@
 
 #include "keel/document/reportmarkers.h"
 
-#include <cctype>
 #include <gtest/gtest.h>
-#include <ostream>
 #include <string>
 #include <vector>
 
@@ -26,124 +24,74 @@ void ExpectMarkers(const QReportMarkers& markers, const Expected& expected) {
     EXPECT_EQ(markers.params.ToUtf8(), expected.params);
 }
 
-struct TextCase {
-    const char* name;
-    std::string text;
-    Expected expected;
-};
-
-void PrintTo(const TextCase& c, std::ostream* out) {
-    *out << c.name;
-}
-
-class TextMarkersTest : public testing::TestWithParam<TextCase> {};
-
-TEST_P(TextMarkersTest, ReadsTheCommentLines) {
-    ExpectMarkers(QReportMarkers::FromText(GetParam().text), GetParam().expected);
-}
-
-INSTANTIATE_TEST_SUITE_P(
-    Lines, TextMarkersTest,
-    testing::Values(
-        TextCase{
-            "AllThree", "rem KVNImages: a\nrem KVNFilter: b\nrem KVNParams: c\n", {"a", "b", "c"}},
-        TextCase{"AnyCaseOfRem", "REM KVNImages: a\nRem KVNFilter: b", {"a", "b", ""}},
-        TextCase{"BlanksAndTabsAround", "  \trem\t KVNFilter:\t x y \t\n", {"", "x y", ""}},
-        TextCase{"NoBlankAfterTheMarker", "rem KVNImages:Plan", {"Plan", "", ""}},
-        TextCase{"RemMustBeAWord", "remark KVNImages: a\nrem: KVNFilter: b\n", {"", "", ""}},
-        TextCase{"RemMustComeFirst", "x rem KVNImages: a\n", {"", "", ""}},
-        TextCase{"RemAloneCarriesNothing", "rem\nrem KVNImages\n", {"", "", ""}},
-        TextCase{"MarkersAreCaseSensitive", "rem kvnimages: a\nrem KVNIMAGES: b", {"", "", ""}},
-        TextCase{
-            "EachTakenOnce", "rem KVNImages: first\nrem KVNImages: second\n", {"first", "", ""}},
-        TextCase{"TheFirstMarkerOfALineIsItsOwn",
-                 "rem KVNFilter: a KVNImages: b\nrem KVNImages: c",
-                 {"c", "a KVNImages: b", ""}},
-        TextCase{"ALineOfATakenMarkerGivesNoOther",
-                 "rem KVNImages: a\nrem KVNImages: b KVNFilter: c\n",
-                 {"a", "", ""}},
-        TextCase{"StopsWhenAllThreeCame",
-                 "rem KVNParams: p\nrem KVNFilter: f\nrem KVNImages: i\nrem KVNFilter: later",
-                 {"i", "f", "p"}},
-        TextCase{"EmptyValueCountsAsTaken", "rem KVNImages:   \nrem KVNImages: b", {"", "", ""}},
-        TextCase{"CarriageReturnsEndLines",
-                 "rem KVNImages: a\r\nrem KVNFilter: b\rrem KVNParams: c",
-                 {"a", "b", "c"}},
-        TextCase{"NoFinalLineBreak", "rem KVNParams: UserName", {"", "", "UserName"}},
-        TextCase{
-            "Utf8Values", "rem KVNFilter: Größe > 2 \xE2\x80\x94 ok", {"", "Größe > 2 — ok", ""}},
-        TextCase{
-            "NulBytesEndNothing", "\0rem KVNImages: x\nrem KVNFilter: ok\n\0\0"s, {"", "ok", ""}},
-        TextCase{"Empty", "", {"", "", ""}}),
-    [](const testing::TestParamInfo<TextCase>& info) { return info.param.name; });
-
-struct FixtureCase {
-    const char* file;
-    Expected expected;
-};
-
-void PrintTo(const FixtureCase& c, std::ostream* out) {
-    *out << c.file;
-}
-
-class ReportFixturesTest : public testing::TestWithParam<FixtureCase> {};
-
-TEST_P(ReportFixturesTest, ReadsTheMarkersOfTheFile) {
-    const std::string path = test::TestDataFolder() + "/document/reports/" + GetParam().file;
-    const std::string bytes = test::ReadText(path);
-    ASSERT_FALSE(bytes.empty()) << path;
-    QReportMarkers markers;
-    if (std::string(GetParam().file).ends_with(".rdl")) {
-        CString error;
-        ASSERT_TRUE(QReportMarkers::FromRDL(bytes, markers, error)) << error.ToUtf8();
-        EXPECT_TRUE(error.IsEmpty());
-    } else {
-        markers = QReportMarkers::FromText(bytes);
+TEST(TextMarkersTest, ReadsTheCommentLines) {
+    const struct {
+        const char* name;
+        std::string text;
+        Expected expected;
+    } cases[] = {
+        {"AllThree", "rem KVNImages: a\nrem KVNFilter: b\nrem KVNParams: c\n", {"a", "b", "c"}},
+        {"AnyCaseOfRem", "REM KVNImages: a\nRem KVNFilter: b", {"a", "b", ""}},
+        {"BlanksAndTabsAround", "  \trem\t KVNFilter:\t x y \t\n", {"", "x y", ""}},
+        {"NoBlankAfterTheMarker", "rem KVNImages:Plan", {"Plan", "", ""}},
+        {"RemMustBeAWord", "remark KVNImages: a\nrem: KVNFilter: b\n", {"", "", ""}},
+        {"RemMustComeFirst", "x rem KVNImages: a\n", {"", "", ""}},
+        {"RemAloneCarriesNothing", "rem\nrem KVNImages\n", {"", "", ""}},
+        {"MarkersAreCaseSensitive", "rem kvnimages: a\nrem KVNIMAGES: b", {"", "", ""}},
+        {"EachTakenOnce", "rem KVNImages: first\nrem KVNImages: second\n", {"first", "", ""}},
+        {"TheFirstMarkerOfALineIsItsOwn",
+         "rem KVNFilter: a KVNImages: b\nrem KVNImages: c",
+         {"c", "a KVNImages: b", ""}},
+        {"ALineOfATakenMarkerGivesNoOther",
+         "rem KVNImages: a\nrem KVNImages: b KVNFilter: c\n",
+         {"a", "", ""}},
+        {"StopsWhenAllThreeCame",
+         "rem KVNParams: p\nrem KVNFilter: f\nrem KVNImages: i\nrem KVNFilter: later",
+         {"i", "f", "p"}},
+        {"EmptyValueCountsAsTaken", "rem KVNImages:   \nrem KVNImages: b", {"", "", ""}},
+        {"CarriageReturnsEndLines",
+         "rem KVNImages: a\r\nrem KVNFilter: b\rrem KVNParams: c",
+         {"a", "b", "c"}},
+        {"NoFinalLineBreak", "rem KVNParams: UserName", {"", "", "UserName"}},
+        {"Utf8Values", "rem KVNFilter: Größe > 2 \xE2\x80\x94 ok", {"", "Größe > 2 — ok", ""}},
+        {"NulBytesEndNothing", "\0rem KVNImages: x\nrem KVNFilter: ok\n\0\0"s, {"", "ok", ""}},
+        {"Empty", "", {"", "", ""}}};
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
+        ExpectMarkers(QReportMarkers::FromText(c.text), c.expected);
     }
-    ExpectMarkers(markers, GetParam().expected);
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Files, ReportFixturesTest,
-    testing::Values(
-        FixtureCase{"stock.rtx",
-                    {"Plan,Elevation", "{Items.Stock} > 0", "UserName;DocumentTitle, Unknown"}},
-        FixtureCase{"crlf.rtx", {"Photo", "Kind = 2", "DocumentPath"}},
+TEST(ReportFixturesTest, ReadsTheMarkersOfTheFile) {
+    const struct {
+        const char* file;
+        Expected expected;
+    } cases[] = {
+        {"stock.rtx", {"Plan,Elevation", "{Items.Stock} > 0", "UserName;DocumentTitle, Unknown"}},
+        {"crlf.rtx", {"Photo", "Kind = 2", "DocumentPath"}},
         // Parameters first, then the query's markers for what they left open; the query's
         // parameter names join the report's own.
-        FixtureCase{"stock.rdl", {"Plan", "Stock > 0", "UserName,DocumentTitle,DocumentPath"}},
-        FixtureCase{"query.rdl", {"Photo,Sketch", "Kind = 2", "DocumentTitle"}},
+        {"stock.rdl", {"Plan", "Stock > 0", "UserName,DocumentTitle,DocumentPath"}},
+        {"query.rdl", {"Photo,Sketch", "Kind = 2", "DocumentTitle"}},
         // Without a namespace the names are plain; the first value is taken, trimmed.
-        FixtureCase{"plain.rdl", {"Logo", "", "DocumentPath"}},
+        {"plain.rdl", {"Logo", "", "DocumentPath"}},
         // Elements of another namespace under another prefix are not the report's.
-        FixtureCase{"prefixed.rdl", {"", "a", ""}}),
-    [](const testing::TestParamInfo<FixtureCase>& info) {
-        std::string name = info.param.file;
-        for (char& c : name)
-            c = std::isalnum(static_cast<unsigned char>(c)) ? c : '_';
-        return name;
-    });
-
-struct BadRDLCase {
-    const char* name;
-    std::string bytes;
-    const char* errorPart;
-};
-
-void PrintTo(const BadRDLCase& c, std::ostream* out) {
-    *out << c.name;
-}
-
-class BadRDLTest : public testing::TestWithParam<BadRDLCase> {};
-
-TEST_P(BadRDLTest, FailsWithTheParser_sReason) {
-    QReportMarkers markers;
-    markers.images = u"left over";
-    CString error;
-    EXPECT_FALSE(QReportMarkers::FromRDL(GetParam().bytes, markers, error));
-    EXPECT_FALSE(error.IsEmpty());
-    EXPECT_NE(error.ToUtf8().find(GetParam().errorPart), std::string::npos) << error.ToUtf8();
-    EXPECT_TRUE(markers.images.IsEmpty());
+        {"prefixed.rdl", {"", "a", ""}}};
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.file);
+        const std::string bytes =
+            test::ReadText(test::TestDataFolder() + "/document/reports/" + c.file);
+        ASSERT_FALSE(bytes.empty());
+        QReportMarkers markers;
+        if (std::string(c.file).ends_with(".rdl")) {
+            CString error;
+            ASSERT_TRUE(QReportMarkers::FromRDL(bytes, markers, error)) << error.ToUtf8();
+            EXPECT_TRUE(error.IsEmpty());
+        } else {
+            markers = QReportMarkers::FromText(bytes);
+        }
+        ExpectMarkers(markers, c.expected);
+    }
 }
 
 std::string Nested(int depth) {
@@ -155,26 +103,27 @@ std::string Nested(int depth) {
     return text + "</Report>";
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Inputs, BadRDLTest,
-    testing::Values(
-        BadRDLCase{"Broken",
-                   test::ReadText(test::TestDataFolder() + "/document/reports/broken.rdl"), ""},
-        BadRDLCase{"Entity",
-                   test::ReadText(test::TestDataFolder() + "/document/reports/entity.rdl"), "ntit"},
-        BadRDLCase{"DeeplyNested", Nested(400), ""},
-        BadRDLCase{"Binary", std::string("\x89PNG\r\n\x1a\n\0\0\0\rIHDR", 16), ""},
-        BadRDLCase{"Empty", "", ""}),
-    [](const testing::TestParamInfo<BadRDLCase>& info) { return info.param.name; });
-
-TEST(RDLDescriptionTest, IsTheDescriptionOfTheReportInItsNamespace) {
-    const std::string folder = test::TestDataFolder() + "/document/reports/";
-    EXPECT_EQ(ReportDescriptionFromRDL(test::ReadText(folder + "stock.rdl")).ToUtf8(),
-              "Stock by item, with pictures of each");
-    EXPECT_EQ(ReportDescriptionFromRDL(test::ReadText(folder + "plain.rdl")).ToUtf8(),
-              "A report in no namespace");
-    EXPECT_EQ(ReportDescriptionFromRDL(test::ReadText(folder + "query.rdl")).ToUtf8(), "");
-    EXPECT_EQ(ReportDescriptionFromRDL(test::ReadText(folder + "broken.rdl")).ToUtf8(), "");
+TEST(BadRDLTest, FailsWithTheParser_sReason) {
+    const struct {
+        const char* name;
+        std::string bytes;
+        const char* errorPart;
+    } cases[] = {
+        {"Broken", test::ReadText(test::TestDataFolder() + "/document/reports/broken.rdl"), ""},
+        {"Entity", test::ReadText(test::TestDataFolder() + "/document/reports/entity.rdl"), "ntit"},
+        {"DeeplyNested", Nested(400), ""},
+        {"Binary", std::string("\x89PNG\r\n\x1a\n\0\0\0\rIHDR", 16), ""},
+        {"Empty", "", ""}};
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
+        QReportMarkers markers;
+        markers.images = u"left over";
+        CString error;
+        EXPECT_FALSE(QReportMarkers::FromRDL(c.bytes, markers, error));
+        EXPECT_FALSE(error.IsEmpty());
+        EXPECT_NE(error.ToUtf8().find(c.errorPart), std::string::npos) << error.ToUtf8();
+        EXPECT_TRUE(markers.images.IsEmpty());
+    }
 }
 
 // Hostile reports may name parameters by the hundred thousand; each is still taken once.

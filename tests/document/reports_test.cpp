@@ -11,7 +11,6 @@
 #include <filesystem>
 #include <gtest/gtest.h>
 #include <map>
-#include <ostream>
 #include <string>
 #include <thread>
 #include <unistd.h>
@@ -130,14 +129,19 @@ TEST_F(ReportReadingTest, ACompoundReportKeepsItsMarkersInItsSummaryComments) {
     EXPECT_EQ(params.ToUtf8(), "");
 }
 
+// The comments of an RDL report are its description, in its namespace or in none.
 TEST_F(ReportReadingTest, CommentsOfOtherReportsAreTheirDescriptionOrNone) {
+    const std::pair<std::string, std::string> cases[] = {
+        {ReportFixture("stock.rdl"), "Stock by item, with pictures of each"},
+        {ReportFixture("plain.rdl"), "A report in no namespace"},
+        {ReportFixture("query.rdl"), ""},
+        {ReportFixture("stock.rtx"), ""},
+        {ReportFixture("broken.rdl"), ""},
+        {Path("missing.rpt"), ""},
+    };
     QDoc document;
-    EXPECT_EQ(document.GetReportSummaryInfoComments(CString::FromUtf8(ReportFixture("stock.rdl")))
-                  .ToUtf8(),
-              "Stock by item, with pictures of each");
-    for (const std::string& path :
-         {ReportFixture("stock.rtx"), ReportFixture("broken.rdl"), Path("missing.rpt")})
-        EXPECT_EQ(document.GetReportSummaryInfoComments(CString::FromUtf8(path)).ToUtf8(), "")
+    for (const auto& [path, comments] : cases)
+        EXPECT_EQ(document.GetReportSummaryInfoComments(CString::FromUtf8(path)).ToUtf8(), comments)
             << path;
     EXPECT_EQ(test::PendingReports(), std::vector<Report>{});
 }
@@ -212,61 +216,46 @@ protected:
     test::ReportDocument document;
 };
 
-struct StartCase {
-    const char* name;
-    bool toPrinter;
-    int copies;
-    std::map<std::string, int> answers;
-    Strings verbs;
-    bool started;
-};
-
-void PrintTo(const StartCase& c, std::ostream* out) {
-    *out << c.name;
-}
-
-class RDLStartTest : public RDLReportTest, public testing::WithParamInterface<StartCase> {};
-
-TEST_P(RDLStartTest, StartsTheViewerWithTheVerbAndCopies) {
+TEST_F(RDLReportTest, StartsTheViewerWithTheVerbAndCopies) {
     const std::string viewer = InstallViewer();
-    host.answers = GetParam().answers;
-    EXPECT_EQ(ProduceStock(GetParam().toPrinter, GetParam().copies), GetParam().started);
-    std::vector<Start> expected;
-    for (const std::string& verb : GetParam().verbs)
-        expected.push_back({viewer, StockArguments(), verb});
-    EXPECT_EQ(host.starts, expected);
-    EXPECT_EQ(host.statusTexts, Strings{});
-    std::vector<Report> reports;
-    if (!GetParam().started) {
-        const int error = host.answers.at(GetParam().verbs.back());
-        reports.push_back({"Report", "\"" + viewer +
-                                         "\" could not be started for the report (error " +
-                                         std::to_string(error) + ")."});
+    const struct {
+        const char* name;
+        bool toPrinter;
+        int copies;
+        std::map<std::string, int> answers;
+        Strings verbs;
+        bool started;
+    } cases[] = {
+        {"Shown", false, 1, {}, {"open"}, true},
+        {"ShownOnceWhateverTheCopies", false, 3, {}, {"open"}, true},
+        {"PrintedForEachCopy", true, 3, {}, {"print", "print", "print"}, true},
+        {"NoCopiesPrintsOne", true, 0, {}, {"print"}, true},
+        {"CopiesStopAt999", true, 1'000'000, {}, Strings(999, "print"), true},
+        {"WithoutAPrinterItIsShownOnce", true, 2, {{"print", 31}}, {"print", "open"}, true},
+        {"AStartThatFailsEndsThePrinting", true, 3, {{"print", 0}}, {"print"}, false},
+        {"AShowThatFails", false, 1, {{"open", 2}}, {"open"}, false},
+        {"ThePlainStartFailsToo", true, 1, {{"print", 31}, {"open", 5}}, {"print", "open"}, false},
+        {"TheShell_sLastFailure", false, 1, {{"open", 32}}, {"open"}, false},
+        {"TheShell_sFirstStart", false, 1, {{"open", 33}}, {"open"}, true}};
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
+        TheErrorLog().DiscardPendingMessages();
+        host.starts.clear();
+        host.answers = c.answers;
+        EXPECT_EQ(ProduceStock(c.toPrinter, c.copies), c.started);
+        std::vector<Start> expected;
+        for (const std::string& verb : c.verbs)
+            expected.push_back({viewer, StockArguments(), verb});
+        EXPECT_EQ(host.starts, expected);
+        std::vector<Report> reports;
+        if (!c.started)
+            reports.push_back(
+                {"Report", "\"" + viewer + "\" could not be started for the report (error " +
+                               std::to_string(host.answers.at(c.verbs.back())) + ")."});
+        EXPECT_EQ(test::PendingReports(), reports);
     }
-    EXPECT_EQ(test::PendingReports(), reports);
+    EXPECT_EQ(host.statusTexts, Strings{});
 }
-
-INSTANTIATE_TEST_SUITE_P(
-    Routes, RDLStartTest,
-    testing::Values(
-        StartCase{"Shown", false, 1, {}, {"open"}, true},
-        StartCase{"ShownOnceWhateverTheCopies", false, 3, {}, {"open"}, true},
-        StartCase{"PrintedForEachCopy", true, 3, {}, {"print", "print", "print"}, true},
-        StartCase{"NoCopiesPrintsOne", true, 0, {}, {"print"}, true},
-        StartCase{"CopiesStopAt999", true, 1'000'000, {}, Strings(999, "print"), true},
-        StartCase{
-            "WithoutAPrinterItIsShownOnce", true, 2, {{"print", 31}}, {"print", "open"}, true},
-        StartCase{"AStartThatFailsEndsThePrinting", true, 3, {{"print", 0}}, {"print"}, false},
-        StartCase{"AShowThatFails", false, 1, {{"open", 2}}, {"open"}, false},
-        StartCase{"ThePlainStartFailsToo",
-                  true,
-                  1,
-                  {{"print", 31}, {"open", 5}},
-                  {"print", "open"},
-                  false},
-        StartCase{"TheShell_sLastFailure", false, 1, {{"open", 32}}, {"open"}, false},
-        StartCase{"TheShell_sFirstStart", false, 1, {{"open", 33}}, {"open"}, true}),
-    [](const testing::TestParamInfo<StartCase>& info) { return info.param.name; });
 
 TEST_F(RDLReportTest, WithoutAViewerItSaysWhatToInstall) {
     const std::string notExecutable = Path("viewer.sh");
@@ -422,23 +411,20 @@ protected:
     test::ReportDocument document;
 };
 
+// A batch is written beside it and not shown.
 TEST_F(XMLReportTest, WritesTheDocument_sExportAndOpensIt) {
     GiveExport();
     const std::string path = Path("stock.xml");
     ASSERT_TRUE(document.ProduceReport(PathOf("stock.xml"), false, 1));
     EXPECT_EQ(ReadText(path), kStockExport);
     ASSERT_TRUE(document.ProduceReport(PathOf("stock.xml"), true, 2));
+    std::filesystem::remove(path);
+    ASSERT_TRUE(document.ProduceReport(PathOf("stock.xmlbatch"), true, 1));
+    EXPECT_EQ(ReadText(path), kStockExport);
+    EXPECT_FALSE(std::filesystem::exists(Path("stock.xmlbatch")));
     EXPECT_EQ(host.starts,
               (std::vector<Start>{{path, {}, "open"}, {path, {}, "print"}, {path, {}, "print"}}));
     EXPECT_EQ(test::PendingReports(), std::vector<Report>{});
-}
-
-TEST_F(XMLReportTest, ABatchIsWrittenBesideItAndNotShown) {
-    GiveExport();
-    ASSERT_TRUE(document.ProduceReport(PathOf("stock.xmlbatch"), true, 1));
-    EXPECT_EQ(ReadText(Path("stock.xml")), kStockExport);
-    EXPECT_FALSE(std::filesystem::exists(Path("stock.xmlbatch")));
-    EXPECT_EQ(host.starts, std::vector<Start>{});
 }
 
 TEST_F(XMLReportTest, FailuresAreReportedAndNothingIsShown) {

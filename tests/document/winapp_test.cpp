@@ -119,8 +119,7 @@ protected:
     }
 };
 
-// ---------------------------------------------------------------------------------------------
-// The application object
+// --- The application object ----------------------------------------------------------------------
 
 // A context without a document of its own reads from the active document, which only an
 // application knows; one that belongs to a document keeps to it.
@@ -163,6 +162,8 @@ TEST_F(WinAppTest, TheOptionsFileIsNamedAfterTheRunningApplication) {
                   (m_root / "config/keel/Planner.ini").string());
         EXPECT_TRUE(app.WriteProfileIntAndUpdateCache(u"Options", u"Value", 4));
         EXPECT_TRUE(fs::exists(m_root / "config/keel/Planner.ini"));
+        // The product's documents folder is below the user's documents.
+        EXPECT_EQ(U8(app.MyDocumentsProductDir()), m_root.string() + "/Documents/Planner Pro/");
     }
     EXPECT_EQ(U8(CRegistry::Current().FilePath()), OptionsFile().string());
 }
@@ -185,8 +186,7 @@ TEST_F(WinAppTest, AStartByEmbeddingOrAutomationMakesTheApplicationAServer) {
     }
 }
 
-// ---------------------------------------------------------------------------------------------
-// The option read cache
+// --- The option read cache -----------------------------------------------------------------------
 
 std::vector<std::string> Contents(const QArray<RegIntCacheElement>& cache) {
     std::vector<std::string> contents;
@@ -307,8 +307,7 @@ TEST_F(WinAppTest, KeysOfAProductAreCachedOnRequest) {
     EXPECT_EQ(U8(app.GetProfileStringFromCache(u"Options", u"LicenceServer", u"user")), "user");
 }
 
-// ---------------------------------------------------------------------------------------------
-// Problems of the options file
+// --- Problems of the options file ----------------------------------------------------------------
 
 TEST_F(WinAppTest, AMalformedOptionsFileIsReportedOnceAndTheDefaultsAreUsed) {
     StoreOptions("ShowGrid=1\n[View]\n");
@@ -358,8 +357,7 @@ TEST_F(WinAppTest, WritesIntoAnUnwritableFolderAreReportedOnceAndKeepTheOldFile)
     EXPECT_EQ(ReadText(OptionsFile()), "[View]\nShowGrid=1\n");
 }
 
-// ---------------------------------------------------------------------------------------------
-// Default units
+// --- Default units -------------------------------------------------------------------------------
 
 TEST_F(WinAppTest, DefaultUnitsFollowTheLocaleThenTheStoredLengthUnits) {
     struct Case {
@@ -428,8 +426,7 @@ TEST_F(WinAppTest, AnUnreadableLocaleKeepsTheStartValues) {
     EXPECT_EQ(plain.LocaleMeasurement(), 0);
 }
 
-// ---------------------------------------------------------------------------------------------
-// LoadOptions and SaveOptions
+// --- LoadOptions and SaveOptions -----------------------------------------------------------------
 
 TEST_F(WinAppTest, ExitInstanceClosesTheTraceAndSavesNewTranslations) {
     struct ClosingApp : QWinApp {
@@ -548,12 +545,14 @@ TEST_F(WinAppTest, SaveOptionsWritesWhatTheUserCanChangeAndLoadOptionsReadsItBac
         QOptions::g_bCheckValueTypes = true;
         app.SetAutoSaveTime(20);
         app.SetMaximized(false);
+        app.SetFriendlyPagesOnly(false);
         app.SaveOptions();
         EXPECT_TRUE(app.problems.empty());
     }
     EXPECT_EQ(StoredInt(u"Options", u"Contrast"), 61);
     EXPECT_EQ(StoredInt(u"Options", u"AutoSave"), 20);
     EXPECT_EQ(StoredInt(u"Options", u"Maximized"), 0);
+    EXPECT_EQ(StoredInt(u"Options", u"ShowFriendlyPagesOnly"), 0);
     EXPECT_EQ(StoredInt(u"Options", u"XPricing"), -12345) << "not the user's to change";
     EXPECT_EQ(StoredInt(u"Options", u"CheckValueTypes"), -12345);
 
@@ -586,13 +585,7 @@ TEST_F(WinAppTest, TheMergingStrategyFollowsThePromptsThenTheDefault) {
     }
 }
 
-// ---------------------------------------------------------------------------------------------
-// Folders
-
-TEST_F(WinAppTest, TheProductsDocumentsFolderIsBelowTheUsersDocuments) {
-    PlannerApp app;
-    EXPECT_EQ(U8(app.MyDocumentsProductDir()), m_root.string() + "/Documents/Planner Pro/");
-}
+// --- Folders -------------------------------------------------------------------------------------
 
 TEST_F(WinAppTest, TheNineFileLocationsHaveTheirNamesKeysAndDefaults) {
     struct Case {
@@ -651,8 +644,7 @@ TEST_F(WinAppTest, AFileLocationIsStoredUnderItsKeyAndReadWithATrailingSlash) {
     EXPECT_EQ(U8(app.FileLocation(QFileLocation::Library)), "/parts/");
 }
 
-// ---------------------------------------------------------------------------------------------
-// The program and its version block
+// --- The program and its version block -----------------------------------------------------------
 
 TEST_F(WinAppTest, TheVersionBlockComesFromTheBuildUnlessTheProductSaysOtherwise) {
     const CString program = QWinApp::ProgramPathAndName();
@@ -679,8 +671,7 @@ TEST_F(WinAppTest, TheVersionBlockComesFromTheBuildUnlessTheProductSaysOtherwise
     EXPECT_EQ(U8(planner.InternalName()), "Planner");
 }
 
-// ---------------------------------------------------------------------------------------------
-// Progress
+// --- Progress ------------------------------------------------------------------------------------
 
 std::string Describe(const QProgressEvent& event) {
     static const char* const c_kinds[] = {"create", "step", "text", "destroy"};
@@ -797,8 +788,7 @@ TEST_F(WinAppTest, ProgressOnTheTerminalIsOneLineAVisibleChange) {
     }
 }
 
-// ---------------------------------------------------------------------------------------------
-// The evaluator factory
+// --- The evaluator factory -----------------------------------------------------------------------
 
 // A product whose evaluators know the constant "product".
 class ProductEvaluator : public QEvaluator {
@@ -939,8 +929,7 @@ TEST_F(WinAppTest, FolderConstantsAreTheApplicationsFoldersAsFilePaths) {
     EXPECT_EQ(Evaluated("drawing_subfolder"), "/drawings/2024");
 }
 
-// ---------------------------------------------------------------------------------------------
-// Start-up
+// --- Start-up ------------------------------------------------------------------------------------
 
 // An application that records the hooks of start-up in the order they are called, and whose
 // product steps answer as the test asks.

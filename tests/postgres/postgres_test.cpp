@@ -85,23 +85,6 @@ TEST_F(PostgresAdoTest, FieldsComeBackAsTheSqliteBackendGivesThem) {
     EXPECT_TRUE(ado.GetBlob(u"i").empty());
 }
 
-TEST_F(PostgresAdoTest, MovesAndTheRecordCountAgree) {
-    QAdo ado = Connected();
-    ASSERT_TRUE(ado.OpenQuery(u"SELECT g AS id FROM generate_series(1, 5) g ORDER BY g"))
-        << Error(ado);
-    EXPECT_EQ(ado.GetRecordCount(), 5);
-    EXPECT_TRUE(ado.Move(2));
-    EXPECT_EQ(ado.GetInt(u"id"), 3);
-    EXPECT_FALSE(ado.Move(-3));
-    EXPECT_EQ(Error(ado), "Cannot move -3 records from record 3 of 5");
-    EXPECT_EQ(ado.GetInt(u"id"), 3);
-    EXPECT_TRUE(ado.Move(3));
-    EXPECT_TRUE(ado.IsEOF());
-    EXPECT_FALSE(ado.Move(1));
-    EXPECT_TRUE(ado.Move(-5));
-    EXPECT_EQ(ado.GetInt(u"id"), 1);
-}
-
 TEST_F(PostgresAdoTest, ValuesAreBoundAsParametersAndNeverBecomeStatementText) {
     Make("CREATE TABLE notes(id int, body text, price float8, flag boolean, extra text)");
     QAdo ado = Connected();
