@@ -1,4 +1,4 @@
-#include "tests/support/anyvalues.h"
+#include "tests/support/evaluations.h"
 #include "tests/support/functioncalls.h"
 #include "tests/support/namescontext.h"
 
@@ -36,23 +36,13 @@ public:
     }
 };
 
-class ProductFactory : public QEvaluatorFactory {
+class ProductFactory : public test::EvaluatorFactoryOf<ProductEvaluator> {
 public:
-    QEvaluator* NewQEvaluator(QAnyValue& result, FormulaText formula, QFormulaContext* context,
-                              bool passThrough, bool reportErrors, bool isAction) override {
-        made.push_back({U8(formula.ToString()), reportErrors, isAction});
-        return new ProductEvaluator(result, formula, context, passThrough, reportErrors, isAction);
+    ProductFactory() {
+        folders = [](QConstantFolder folder) {
+            return CString::Formatted(u"/product/folder%d", static_cast<int>(folder));
+        };
     }
-    CString FolderForConstant(QConstantFolder folder) const override {
-        return CString::Formatted(u"/product/folder%d", static_cast<int>(folder));
-    }
-
-    struct Made {
-        std::string formula;
-        bool report;
-        bool action;
-    };
-    std::vector<Made> made;
 };
 
 // Constants and the evaluator's entry points; the constants' values are in
@@ -74,12 +64,8 @@ protected:
         return value;
     }
 
-    static QAnyValue Evaluated(const char* formula, QFormulaContext* context = nullptr) {
-        QAnyValue result;
-        std::unique_ptr<QEvaluator> evaluator(
-            QEvaluator::New(result, FormulaText(formula), context, false, true, false));
-        evaluator->Evaluate();
-        return result;
+    static QAnyValue Evaluated(const char* formula) {
+        return test::Evaluated(formula, nullptr, {.report = true}).value;
     }
 };
 
@@ -161,6 +147,13 @@ TEST_F(ConstantsTest, AnApplicationAddsConstantsOfItsOwn) {
     EXPECT_EQ(Evaluated("answer * 2").MakeInt(), 84);
     EXPECT_EQ(QEvaluator::EvaluateFormulaAsInt(FormulaText("answer"), nullptr, false, true, false),
               42);
+    // The entry points make their evaluators through the factory too.
+    factory.made.clear();
+    QEvaluator::EvaluateFormulaAsDouble(FormulaText("answer / 4"), nullptr, false, false, true);
+    ASSERT_EQ(factory.made.size(), 1u);
+    EXPECT_EQ(factory.made[0].formula, "answer / 4");
+    EXPECT_FALSE(factory.made[0].report);
+    EXPECT_TRUE(factory.made[0].action);
 }
 
 // ---------------------------------------------------------------------------------------------
@@ -197,16 +190,6 @@ TEST_F(ConstantsTest, TheTypedEntryPointsChangeTheValueToTheirType) {
     EXPECT_DOUBLE_EQ(length("5"), 127);
 }
 
-TEST_F(ConstantsTest, TheEntryPointsMakeTheirEvaluatorsThroughTheFactory) {
-    ProductFactory factory;
-    SetEvaluatorFactory(&factory);
-    QEvaluator::EvaluateFormulaAsDouble(FormulaText("answer / 4"), nullptr, false, false, true);
-    ASSERT_EQ(factory.made.size(), 1u);
-    EXPECT_EQ(factory.made[0].formula, "answer / 4");
-    EXPECT_FALSE(factory.made[0].report);
-    EXPECT_TRUE(factory.made[0].action);
-}
-
 TEST_F(ConstantsTest, AFailedFormulaReportsAndGivesTheTypesDefault) {
     EXPECT_EQ(QEvaluator::EvaluateFormulaAsInt(FormulaText("3 *"), nullptr, false, true, false), 0);
     EXPECT_EQ(TheErrorLog().GetSize(), 1);
@@ -229,7 +212,7 @@ TEST_F(ConstantsTest, AConstantFormulaNeedsNoContext) {
     EXPECT_FALSE(NoEvalReportErrors());
 }
 
-TEST_F(ConstantsTest, AnActionVariableRunsAsAnActionWithAColonInFront) {
+TEST_F(ConstantsTest, AnActionVariableRunsAsAnActionWithAColonInFrontWhenItHoldsAText) {
     ProductFactory factory;
     SetEvaluatorFactory(&factory);
     test::NamesContext context;
@@ -244,19 +227,15 @@ TEST_F(ConstantsTest, AnActionVariableRunsAsAnActionWithAColonInFront) {
     EXPECT_FALSE(QEvaluator::ExecuteActionVariableIfAny(u"stop", &context));
     ASSERT_EQ(factory.made.size(), 2u);
     EXPECT_EQ(factory.made[1].formula, ":a := 0") << "a colon is not doubled";
-}
 
-TEST_F(ConstantsTest, NoActionRunsForAMissingOrFailingProperty) {
-    ProductFactory factory;
-    SetEvaluatorFactory(&factory);
-    test::NamesContext context;
+    // None runs for a missing or failing property.
     QAnyValue failing;
     failing.MakeError(u"bad");
     context.Set("broken", failing);
     EXPECT_FALSE(QEvaluator::ExecuteActionVariableIfAny(u"absent", &context));
     EXPECT_FALSE(QEvaluator::ExecuteActionVariableIfAny(u"broken", &context));
     EXPECT_FALSE(QEvaluator::ExecuteActionVariableIfAny(u"absent", nullptr));
-    EXPECT_TRUE(factory.made.empty());
+    EXPECT_EQ(factory.made.size(), 2u);
 }
 
 TEST_F(ConstantsTest, OnlyTheErrorTestsEvaluateTheirArgumentQuietly) {

@@ -1,6 +1,7 @@
 #include "tests/support/anyvalues.h"
 #include "tests/support/environment.h"
 #include "tests/support/errorreports.h"
+#include "tests/support/evaluations.h"
 #include "tests/support/namescontext.h"
 
 #include "keel/document/errorlog.h"
@@ -471,18 +472,6 @@ TEST_F(EvaluatorTest, TheReverseIntIsTheNumberThatEndsAName) {
 // ---------------------------------------------------------------------------------------------
 // Making evaluators
 
-class NamingFactory : public QEvaluatorFactory {
-public:
-    QEvaluator* NewQEvaluator(QAnyValue& result, FormulaText formula, QFormulaContext* context,
-                              bool passThrough, bool reportErrors, bool isAction) override {
-        ++made;
-        return new FailingEvaluator(result, formula, context, passThrough, reportErrors, isAction);
-    }
-    CString FolderForConstant(QConstantFolder) const override { return CString(); }
-
-    int made = 0;
-};
-
 TEST_F(EvaluatorTest, NewMakesEvaluatorsThroughTheInstalledFactory) {
     QAnyValue result;
     std::unique_ptr<QEvaluator> plain(
@@ -490,11 +479,11 @@ TEST_F(EvaluatorTest, NewMakesEvaluatorsThroughTheInstalledFactory) {
     EXPECT_FALSE(plain->Evaluate());
     EXPECT_EQ(U8(plain->Message()), "Unknown function taking no values\n\trefused") << "plain";
 
-    NamingFactory factory;
+    test::EvaluatorFactoryOf<FailingEvaluator> factory;
     EXPECT_EQ(SetEvaluatorFactory(&factory), nullptr);
     std::unique_ptr<QEvaluator> derived(
         QEvaluator::New(result, FormulaText("refused()"), nullptr, true, false, true));
-    EXPECT_EQ(factory.made, 1);
+    EXPECT_EQ(factory.made.size(), 1u);
     EXPECT_TRUE(derived->IsPassThrough());
     EXPECT_TRUE(derived->IsAction());
     EXPECT_FALSE(derived->IsReportErrors());

@@ -1,4 +1,5 @@
 #include "tests/support/errorreports.h"
+#include "tests/support/evaluations.h"
 
 #include "keel/formula/evaluator.h"
 #include "keel/formula/evaluatorfactory.h"
@@ -1225,28 +1226,14 @@ TEST_F(FormulaContextEvaluate, AFormulaIsEvaluatedInTheContextAndRaisesTheState)
     EXPECT_TRUE(Reports().empty());
 }
 
-// Records the arguments of each evaluator it makes.
-class RecordingFactory : public QEvaluatorFactory {
-public:
-    QEvaluator* NewQEvaluator(QAnyValue& result, FormulaText formula, QFormulaContext* context,
-                              bool passThrough, bool reportErrors, bool isAction) override {
-        m_formula = formula;
-        m_context = context;
-        m_flags = {passThrough, reportErrors, isAction};
-        ++m_made;
-        return new QEvaluator(result, formula, context, passThrough, reportErrors, isAction);
-    }
-    CString FolderForConstant(QConstantFolder) const override { return CString(); }
-
-    FormulaText m_formula;
-    QFormulaContext* m_context = nullptr;
-    std::vector<bool> m_flags;
-    int m_made = 0;
-};
+// The flags an evaluator was made with: pass-through, report, action.
+std::vector<bool> FlagsOf(const test::EvaluatorFactoryOf<>::Made& made) {
+    return {made.passThrough, made.report, made.action};
+}
 
 TEST_F(FormulaContextEvaluate, TheEvaluatorComesFromTheInstalledFactory) {
-    RecordingFactory factory;
-    QEvaluatorFactory* previous = SetEvaluatorFactory(&factory);
+    test::EvaluatorFactoryOf<> factory;
+    test::ScopedEvaluatorFactory installed(factory);
     TestContext box("Box");
     box.Hook("w", 4);
     box.Hook("flagOn", true);
@@ -1255,21 +1242,20 @@ TEST_F(FormulaContextEvaluate, TheEvaluatorComesFromTheInstalledFactory) {
 
     EXPECT_TRUE(box.Evaluate(out, state, FormulaText("2 + 3"), true, false, true));
     EXPECT_TRUE(out == QAnyValue(5));
-    EXPECT_EQ(factory.m_made, 1);
-    EXPECT_EQ(factory.m_formula, FormulaText("2 + 3"));
-    EXPECT_EQ(factory.m_context, &box);
-    EXPECT_EQ(factory.m_flags, (std::vector<bool>{true, false, true}));
+    ASSERT_EQ(factory.made.size(), 1u);
+    EXPECT_EQ(factory.made[0].formula, "2 + 3");
+    EXPECT_EQ(factory.made[0].context, &box);
+    EXPECT_EQ(FlagsOf(factory.made[0]), (std::vector<bool>{true, false, true}));
 
     // EvaluateVar runs an identifier or a formula.
     EXPECT_EQ(box.EvaluateVarAsInt(u"w", false), 4);
-    EXPECT_EQ(factory.m_flags, (std::vector<bool>{false, false, false}));
+    EXPECT_EQ(FlagsOf(factory.made.back()), (std::vector<bool>{false, false, false}));
     EXPECT_EQ(box.EvaluateVarAsInt(u"w * 3", true), 12);
-    EXPECT_EQ(factory.m_flags, (std::vector<bool>{false, true, false}));
+    EXPECT_EQ(FlagsOf(factory.made.back()), (std::vector<bool>{false, true, false}));
     EXPECT_DOUBLE_EQ(box.EvaluateVarAsDouble(u"w * 0.5", false), 2.0);
     EXPECT_TRUE(box.EvaluateVarAsBool(u"flagOn", false));
     EXPECT_FALSE(box.EvaluateVarAsBool(u"w > 5", false));
-    SetEvaluatorFactory(previous);
-    EXPECT_EQ(factory.m_context, &box);
+    EXPECT_EQ(factory.made.back().context, &box);
 }
 
 // --- The holders of a context -----------------------------------------------------------------

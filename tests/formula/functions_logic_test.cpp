@@ -1,3 +1,4 @@
+#include "tests/support/evaluations.h"
 #include "tests/support/functioncalls.h"
 #include "tests/support/namescontext.h"
 
@@ -46,14 +47,7 @@ public:
     static inline int c_derivedAsked = 0;
 };
 
-class ExtrasFactory : public QEvaluatorFactory {
-public:
-    QEvaluator* NewQEvaluator(QAnyValue& result, FormulaText formula, QFormulaContext* context,
-                              bool passThrough, bool reportErrors, bool isAction) override {
-        return new ExtrasEvaluator(result, formula, context, passThrough, reportErrors, isAction);
-    }
-    CString FolderForConstant(QConstantFolder) const override { return CString(); }
-};
+using ExtrasFactory = test::EvaluatorFactoryOf<ExtrasEvaluator>;
 
 using Outcome = test::CallOutcome;
 
