@@ -827,21 +827,12 @@ private:
     std::vector<std::unique_ptr<TestContext>> m_links;
 };
 
-TEST_F(FormulaContextTries, AValueOnTheTopOfAChainOf300IsNotFoundAndTheWalkGivesUpOnce) {
-    Chain chain(300);
-    chain[299].Hook("chainTop", 1);
-    QAnyValue value;
-    QCacheState state = QCS_Stable;
-
-    EXPECT_FALSE(Lookup(chain[0], "chainTop", value, state));
-    EXPECT_EQ(Reports(), chain.GaveUp("value", "chainTop"));
-}
-
 // Each link takes two tries, so 127 links up is the farthest reach of each family.
-TEST_F(FormulaContextTries, EachFamilyReaches127LinksUpAndGivesUpWithItsOwnMessage) {
-    Chain chain(130);
+// A walk that goes no farther gives up once, however long the chain above.
+TEST_F(FormulaContextTries, EachFamilyReaches127LinksUpAndGivesUpOnceWithItsOwnMessage) {
+    Chain chain(300);
     chain[127].Hook("chainTop", 1);
-    chain[128].Hook("chainFar", 2);
+    chain[299].Hook("chainFar", 2);
     chain[127].HookFormula("f", "1");
     chain[128].HookFormula("g", "2");
     QAnyValue value;
@@ -954,6 +945,17 @@ TEST_F(FormulaContextSet, APathSetsOnTheContextItsHeadNamesOrNowhere) {
     EXPECT_FALSE(wall.SetFormula(FullId("Roof.w"), FormulaText("1")));
     EXPECT_TRUE(doc.m_props.empty());
     EXPECT_EQ(wall.m_props.size(), 1u);
+
+    // A formula is set like a value.
+    wall.HookFormula("h", "1");
+    doc.Prop("p", 1);
+    EXPECT_TRUE(wall.SetFormula(FullId("h"), FormulaText("2")));
+    EXPECT_EQ(wall.OwnHook("h").formula, FormulaText("2"));
+    EXPECT_TRUE(wall.SetFormula(FullId("p"), FormulaText("3")));
+    EXPECT_EQ(wall.OwnProp("p").formula, FormulaText("3"));
+    EXPECT_EQ(doc.OwnProp("p").formula.UniqueId(), -1);
+    EXPECT_TRUE(doc.SetFormula(FullId("Wall.q"), FormulaText("4")));
+    EXPECT_EQ(wall.OwnProp("q").formula, FormulaText("4"));
 }
 
 TEST_F(FormulaContextSet, SettingEmptiesTheCachesOfTheContextsOnThePath) {
@@ -990,21 +992,6 @@ TEST_F(FormulaContextSet, NamedUpdatesFollowValuesButNotFormulas) {
     EXPECT_EQ(asker.m_namedUpdates, (std::vector<std::string>{"namedOne", "namedHook"}));
 }
 
-TEST_F(FormulaContextSet, AFormulaIsSetLikeAValue) {
-    TestContext doc("Doc");
-    TestContext wall("Wall", &doc);
-    wall.HookFormula("h", "1");
-    doc.Prop("p", 1);
-
-    EXPECT_TRUE(wall.SetFormula(FullId("h"), FormulaText("2")));
-    EXPECT_EQ(wall.OwnHook("h").formula, FormulaText("2"));
-    EXPECT_TRUE(wall.SetFormula(FullId("p"), FormulaText("3")));
-    EXPECT_EQ(wall.OwnProp("p").formula, FormulaText("3"));
-    EXPECT_EQ(doc.OwnProp("p").formula.UniqueId(), -1);
-    EXPECT_TRUE(doc.SetFormula(FullId("Wall.q"), FormulaText("4")));
-    EXPECT_EQ(wall.OwnProp("q").formula, FormulaText("4"));
-}
-
 TEST_F(FormulaContextSet, WithoutPropertiesNothingIsStored) {
     class Bare : public QFormulaContext {
     public:
@@ -1032,7 +1019,7 @@ struct WhoCase {
     const char* expected;
 };
 
-TEST_F(FormulaContextIdentity, WhoAmIPutsTheRootFirstAndSkipsEmptyParts) {
+TEST_F(FormulaContextIdentity, WhoAmIPutsTheRootFirstAndSkipsEmptyPartsAndTheTypeNameNames) {
     const WhoCase cases[] = {
         {"Doc", "Wall", "Box", "Doc Wall Box"},
         {"Doc", "", "Box", "Doc Box"},
@@ -1047,11 +1034,9 @@ TEST_F(FormulaContextIdentity, WhoAmIPutsTheRootFirstAndSkipsEmptyParts) {
         TestContext leaf(c.leaf, &middle);
         EXPECT_EQ(leaf.WhoAmI().ToUtf8(), c.expected);
     }
-}
 
-TEST_F(FormulaContextIdentity, AContextIsNamedByItsTypeName) {
+    // A context is named by its type name, whatever the case.
     TestContext box("Box");
-
     EXPECT_EQ(box.Prefix(), PropId("Box"));
     EXPECT_TRUE(box.IsNamed(PropId("BOX")));
     EXPECT_FALSE(box.IsNamed(PropId("Bo")));
@@ -1331,14 +1316,10 @@ TEST_F(FormulaContextHolders, BehindTheRootTheHolderTakesItsNumberOnce) {
     EXPECT_TRUE(holder.IsUpToDate());
     EXPECT_EQ(holder.m_updates, 3);
     EXPECT_EQ(root.m_madeUpToDate, 5);
-}
 
-TEST_F(FormulaContextHolders, TheContextUpdateEmptiesCachesAndClearsTheErrorBit) {
-    TestRoot root;
-    TestContext wall("Wall", &root);
+    // The update of a context empties its caches and clears its error bit.
     wall.RememberThisPropIdValueForNextTime(QAnyValue(1), PropId("p"));
     wall.SetErrorBit();
-
     wall.EnsureUpToDate();
     QAnyValue out;
     EXPECT_FALSE(wall.HeresAPropIdValueIPreparedEarlier(out, PropId("p")));
