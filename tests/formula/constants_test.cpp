@@ -18,10 +18,6 @@ namespace {
 
 using test::MessageOf;
 
-std::string U8(const CString& text) {
-    return text.ToUtf8();
-}
-
 // An application's own constant, "answer", and the folders of an imagined installation.
 class ProductEvaluator : public QEvaluator {
 public:
@@ -102,12 +98,12 @@ TEST_F(ConstantsTest, FoldersComeFromTheFactoryAndAreEmptyWithoutOne) {
     for (const auto& [name, folder] : folders) {
         QAnyValue none = Constant(name);
         EXPECT_EQ(none.Type(), QAnyValue::TYPE_STRING) << name;
-        EXPECT_EQ(U8(none.MakeCString()), "") << name;
+        EXPECT_EQ(none.MakeCString().ToUtf8(), "") << name;
     }
     ProductFactory factory;
     SetEvaluatorFactory(&factory);
     for (const auto& [name, folder] : folders)
-        EXPECT_EQ(U8(Constant(name).MakeCString()),
+        EXPECT_EQ(Constant(name).MakeCString().ToUtf8(),
                   "/product/folder" + std::to_string(static_cast<int>(folder)))
             << name;
 }
@@ -177,11 +173,12 @@ TEST_F(ConstantsTest, TheTypedEntryPointsChangeTheValueToTheirType) {
         QEvaluator::EvaluateFormulaAsAngle(FormulaText("90 deg"), nullptr, false, true, false)
             .GetRaw(),
         90);
+    EXPECT_EQ(QEvaluator::EvaluateFormulaAsString(FormulaText("1 + 2"), nullptr, false, true, false)
+                  .ToUtf8(),
+              "3");
     EXPECT_EQ(
-        U8(QEvaluator::EvaluateFormulaAsString(FormulaText("1 + 2"), nullptr, false, true, false)),
-        "3");
-    EXPECT_EQ(U8(QEvaluator::EvaluateFormulaAsString(FormulaText(), nullptr, false, true, false)),
-              "");
+        QEvaluator::EvaluateFormulaAsString(FormulaText(), nullptr, false, true, false).ToUtf8(),
+        "");
     EXPECT_DOUBLE_EQ(length("2 ft"), 609.6);
     // A plain number is read in the default unit.
     QLength::SetDefaultUnits(QLength::LU_MM);

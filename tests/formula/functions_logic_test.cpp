@@ -14,10 +14,6 @@
 namespace keel {
 namespace {
 
-std::string U8(const CString& text) {
-    return text.ToUtf8();
-}
-
 using LogicContext = test::NamesContext;
 
 // Serves the reserved name "report" with one value, and "len" with two, through its extras.
@@ -56,7 +52,7 @@ protected:
     static std::vector<std::string> Pending() {
         std::vector<std::string> messages;
         for (int i = 0; i < TheErrorLog().GetSize(); ++i)
-            messages.push_back(U8(TheErrorLog().Message(i)));
+            messages.push_back(TheErrorLog().Message(i).ToUtf8());
         return messages;
     }
 };
@@ -104,7 +100,7 @@ TEST_F(FunctionsLogicTest, TheReservedNamesAreKnownAndHaveNoBodyHere) {
 TEST_F(FunctionsLogicTest, TheVariableArgumentFunctionsAreOutsideTheKnownMap) {
     EXPECT_EQ(VariableArgumentFunctions().functions.size(), 16u);
     for (const QBuiltinFunction& row : VariableArgumentFunctions().functions)
-        EXPECT_EQ(FindBuiltinFunction(FullId(row.name)), nullptr) << U8(row.name);
+        EXPECT_EQ(FindBuiltinFunction(FullId(row.name)), nullptr) << CString(row.name).ToUtf8();
     EXPECT_EQ(FindBuiltinFunction(FullId("nosuchfunction")), nullptr);
 }
 

@@ -24,10 +24,6 @@ namespace fs = std::filesystem;
 using test::Array;
 using test::MemoryTable;
 
-std::string U8(const CString& text) {
-    return text.ToUtf8();
-}
-
 using Outcome = test::Evaluation;
 using test::DescribeValue;
 using test::Error;
@@ -82,9 +78,9 @@ protected:
 TEST_F(FunctionsTablesTest, TheGroupHoldsTheTwentySevenFunctions) {
     EXPECT_EQ(TableFunctions().functions.size(), 27u);
     for (const QBuiltinFunction& row : TableFunctions().functions) {
-        EXPECT_EQ(FindBuiltinFunction(FullId(row.name)), &row) << U8(row.name);
-        EXPECT_NE(row.body, nullptr) << U8(row.name);
-        EXPECT_FALSE(row.actionOnly) << U8(row.name);
+        EXPECT_EQ(FindBuiltinFunction(FullId(row.name)), &row) << CString(row.name).ToUtf8();
+        EXPECT_NE(row.body, nullptr) << CString(row.name).ToUtf8();
+        EXPECT_FALSE(row.actionOnly) << CString(row.name).ToUtf8();
     }
 }
 
@@ -238,7 +234,7 @@ TEST_F(FunctionsTablesTest, EachCallIsTracedAndAFailureToo) {
     auto has = [&](const std::string& text) {
         return std::find(texts.begin(), texts.end(), text) != texts.end();
     };
-    EXPECT_TRUE(has("LOOKUP(" + U8(ValueToString(m_t)) + ", a, x) = 1"));
+    EXPECT_TRUE(has("LOOKUP(" + ValueToString(m_t).ToUtf8() + ", a, x) = 1"));
     EXPECT_FALSE(has("LOOKUP ERROR"));
     EXPECT_TRUE(has("ROWLABEL ERROR"));
 }

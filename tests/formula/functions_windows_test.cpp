@@ -24,22 +24,18 @@ namespace {
 namespace fs = std::filesystem;
 using testing::ElementsAre;
 
-std::string Utf8(const CString& text) {
-    return text.ToUtf8();
-}
-
 // Records what the functions ask of the person and answers from what the test set.
 class DialogHost : public CHeadlessUIServices {
 public:
     bool HasDisplay() const override { return display; }
     int MessageBox(const CString& text, const CString&, unsigned) override {
-        boxes.push_back(Utf8(text));
+        boxes.push_back(text.ToUtf8());
         return boxAnswer;
     }
     void ShowPendingMessages(const std::vector<CPendingMessage>&) override {}
 
     bool EditText(CString& text, const CString& title) override {
-        asked.push_back("edit " + Utf8(title) + ": " + Utf8(text));
+        asked.push_back("edit " + title.ToUtf8() + ": " + text.ToUtf8());
         if (!answer)
             return false;
         text = CString::FromUtf8(*answer);
@@ -54,23 +50,23 @@ public:
     }
     bool BrowseForFile(const CString& title, const CString& folder, const CString& filter,
                        CString& path) override {
-        asked.push_back("browse " + Utf8(title) + " in " + Utf8(folder) + " for " + Utf8(filter) +
-                        " at " + Utf8(path));
+        asked.push_back("browse " + title.ToUtf8() + " in " + folder.ToUtf8() + " for " +
+                        filter.ToUtf8() + " at " + path.ToUtf8());
         if (!answer)
             return false;
         path = CString::FromUtf8(*answer);
         return true;
     }
     bool EditForm(const CString& path, const CString& group) override {
-        asked.push_back("form " + Utf8(path) + " " + Utf8(group));
+        asked.push_back("form " + path.ToUtf8() + " " + group.ToUtf8());
         return true;
     }
     bool EditTable(const CString& path) override {
-        asked.push_back("table " + Utf8(path));
+        asked.push_back("table " + path.ToUtf8());
         return true;
     }
     PageSelection SelectCategoryAndPage(const CString& category, const CString& page) override {
-        asked.push_back("page " + Utf8(category) + "/" + Utf8(page));
+        asked.push_back("page " + category.ToUtf8() + "/" + page.ToUtf8());
         return selection;
     }
 
@@ -126,7 +122,7 @@ protected:
         return lines;
     }
     std::string Folder(QConstantFolder kind) const {
-        return Utf8(m_app->FolderForConstant(kind)) + "/";
+        return m_app->FolderForConstant(kind).ToUtf8() + "/";
     }
 
     DialogHost m_host;
@@ -253,10 +249,10 @@ TEST_F(FunctionsWindows, MsgBoxLogReportsUnderItsHeading) {
     EXPECT_EQ(ValueOf("msgboxlog(\"Again\")"), "Yes");
     QErrorLog& log = TheErrorLog();
     ASSERT_EQ(log.GetSize(), 2);
-    EXPECT_EQ(Utf8(log.Message(0)), "Careful");
-    EXPECT_EQ(Utf8(log.ErrorType(0)->Description()), "Checks");
-    EXPECT_EQ(Utf8(log.Message(1)), "Again");
-    EXPECT_EQ(Utf8(log.ErrorType(1)->Description()), "Error");
+    EXPECT_EQ(log.Message(0).ToUtf8(), "Careful");
+    EXPECT_EQ(log.ErrorType(0)->Description().ToUtf8(), "Checks");
+    EXPECT_EQ(log.Message(1).ToUtf8(), "Again");
+    EXPECT_EQ(log.ErrorType(1)->Description().ToUtf8(), "Error");
 }
 
 } // namespace
