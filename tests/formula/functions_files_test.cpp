@@ -86,16 +86,15 @@ private:
     int m_fd;
 };
 
-TEST_F(FunctionsFiles, WriteLineWritesAndAppendLineAdds) {
+TEST_F(FunctionsFiles, WriteLineWritesMakingTheFoldersAndAppendLineAdds) {
     EXPECT_TRUE(ValueOf("writeline(\"notes\", \"first\")", true).IsTRUE());
     EXPECT_EQ(Read("notes.txt"), "first\n");
     EXPECT_TRUE(ValueOf("appendline(\"notes\", 2 + 3)", true).IsTRUE());
     EXPECT_EQ(Read("notes.txt"), "first\n5\n");
     EXPECT_TRUE(ValueOf("writeline(\"notes\", \"again\")", true).IsTRUE());
     EXPECT_EQ(Read("notes.txt"), "again\n");
-}
 
-TEST_F(FunctionsFiles, WriteLineMakesTheFoldersAndKeepsAnExtension) {
+    // The folders are made and an extension is kept.
     EXPECT_TRUE(ValueOf("writeline(\"sub/deep/list.csv\", \"a;b\")", true).IsTRUE());
     EXPECT_EQ(Read("sub/deep/list.csv"), "a;b\n");
     const std::string absolute = Path("elsewhere/abs");
@@ -132,16 +131,15 @@ INSTANTIATE_TEST_SUITE_P(
         ReadCase{"fileexists(\"data.csv\")", "Yes"}, ReadCase{"filelen(\"notes\")", "20"},
         ReadCase{"filelen(\"empty\")", "0"}));
 
-TEST_F(FunctionsFiles, AMissingFileIsAnErrorValue) {
+TEST_F(FunctionsFiles, AMissingFileOrLineIsAnErrorValue) {
     const std::string missing = Path("missing.txt");
     for (const char* formula : {"readfile(\"missing\")", "readline(\"missing\", 1)",
                                 "filelen(\"missing\")", "call(\"missing\")"}) {
         const QAnyValue value = ValueOf(formula);
         EXPECT_EQ(test::MessageOf(value), "Cannot open file " + missing) << formula;
     }
-}
 
-TEST_F(FunctionsFiles, ALineThatIsNotThereIsAnErrorValue) {
+    // A line that is not there is an error value too.
     Write("notes.txt", "first\nsecond\n");
     const std::string path = Path("notes.txt");
     EXPECT_EQ(test::MessageOf(ValueOf("readline(\"notes\", 3)")),
