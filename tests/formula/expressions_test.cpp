@@ -55,19 +55,6 @@ TEST(ExpressionsDeferred, AChainDeeperThanTheLimitFailsAndTheNextEvaluationSucce
     EXPECT_TRUE(next.ok && next.value == QAnyValue(2)) << next.message;
 }
 
-TEST(ExpressionsDeferred, AChainAtTheLimitSucceeds) {
-    test::NamesContext context;
-    for (int i = 0; i < QEvaluator::c_maxDeferredDepth; ++i) {
-        const std::string name = "v" + std::to_string(i);
-        const std::string next = "=v" + std::to_string(i + 1);
-        context.Set(name.c_str(), QAnyValue(next.c_str()));
-    }
-    context.Set(("v" + std::to_string(QEvaluator::c_maxDeferredDepth)).c_str(), QAnyValue(9));
-    const Evaluation outcome = Evaluated("v0", &context);
-    EXPECT_TRUE(outcome.ok && outcome.value == QAnyValue(9)) << outcome.message;
-    EXPECT_EQ(QEvaluator::DeferredDepth(), 0);
-}
-
 // "#" and "@" look at the named contexts above: the room Room1 holds the shelf Shelf3, which
 // holds a panel without a name.
 class ExpressionsHashAndAt : public testing::Test {
