@@ -95,13 +95,21 @@ protected:
 
 using WithFormulaRead = WithFormulaTest;
 
-TEST_F(WithFormulaRead, AValueWithoutARootIsNeverEvaluated) {
+TEST_F(WithFormulaRead, AValueWithoutARootIsNeverEvaluatedButTakesWhatIsAssigned) {
     Loose loose;
     QWithFormula<QAnyValue>& value = loose.Add("a", QAnyValue(7), "2 + 3");
     EXPECT_EQ(Text(value.Value()), "7");
     EXPECT_EQ(value.State().Number(), 0u);
     QWithFormula<QAnyValue> detached(nullptr, QAnyValue(1), FormulaText(u"2 + 3"));
     EXPECT_EQ(Text(detached.Value()), "1");
+
+    // Without a root nothing is told and an assigned value is taken.
+    QWithFormula<QAnyValue> assigned(&loose);
+    assigned.Assign(QAnyValue(2), FormulaText(u"a"));
+    EXPECT_EQ(assigned.Formula(), FormulaText(u"a"));
+    assigned = QAnyValue(3);
+    EXPECT_EQ(Text(assigned.ValueNoEnsureUpToDate()), "3");
+    EXPECT_TRUE(assigned.IsFormulaEmpty());
 }
 
 TEST_F(WithFormulaRead, TheFirstReadEvaluatesAndTakesTheRootsNumberAndLaterReadsWaitForAChange) {
@@ -238,16 +246,6 @@ TEST_F(WithFormulaAssign, AValueDropsTheFormulaAndTheErrorBitAndOnlyADifferentOn
         EXPECT_TRUE(value.IsFormulaEmpty());
         EXPECT_FALSE(value.IsErrorBit());
     }
-}
-
-TEST_F(WithFormulaAssign, WithoutARootNothingIsToldAndTheValueIsTaken) {
-    Loose loose;
-    QWithFormula<QAnyValue> value(&loose);
-    value.Assign(QAnyValue(2), FormulaText(u"a"));
-    EXPECT_EQ(value.Formula(), FormulaText(u"a"));
-    value = QAnyValue(3);
-    EXPECT_EQ(Text(value.ValueNoEnsureUpToDate()), "3");
-    EXPECT_TRUE(value.IsFormulaEmpty());
 }
 
 TEST_F(WithFormulaAssign, CopiesCarryValueAndFormulaAndAdoptAContextOnlyWhenTheyHaveNone) {
