@@ -54,8 +54,11 @@ TEST_F(FunctionsContext, ATimerCanBeCancelledByItsNumber) {
     EXPECT_EQ(ValueOf("setvaluetimed(\"light\", \"on\", 300, 8, 0)", true), "on");
     EXPECT_EQ(ValueOf("setvaluetimed(\"light\", 0, 0, 8, 1)", true), "Yes");
     EXPECT_EQ(ValueOf("setvaluetimed(\"light\", 0, 0, 8, 1)", true), "No");
+    EXPECT_EQ(ValueOf("setvaluetimed(\"lamp\", \"on\", 300, 1, 0)", true), "on");
+    EXPECT_EQ(ValueOf("setvaluetimed(\"lamp\", 0, 0, 1, 1)", true), "Yes");
     ASSERT_TRUE(QTimerQueue::Instance().WaitUntilIdle(std::chrono::seconds(5)));
     EXPECT_FALSE(m_room.Has("light"));
+    EXPECT_FALSE(m_room.Has("lamp"));
 }
 
 TEST_F(FunctionsContext, ATimerThatRanLeavesItsNumberFree) {
