@@ -1,4 +1,4 @@
-#include "tests/support/anyvalues.h"
+#include "tests/support/evaluations.h"
 #include "tests/support/functioncalls.h"
 #include "tests/support/namescontext.h"
 
@@ -18,10 +18,6 @@ namespace {
 
 using test::MessageOf;
 
-std::string U8(const CString& text) {
-    return text.ToUtf8();
-}
-
 // An application's own constant, "answer", and the folders of an imagined installation.
 class ProductEvaluator : public QEvaluator {
 public:
@@ -36,23 +32,13 @@ public:
     }
 };
 
-class ProductFactory : public QEvaluatorFactory {
+class ProductFactory : public test::EvaluatorFactoryOf<ProductEvaluator> {
 public:
-    QEvaluator* NewQEvaluator(QAnyValue& result, FormulaText formula, QFormulaContext* context,
-                              bool passThrough, bool reportErrors, bool isAction) override {
-        made.push_back({U8(formula.ToString()), reportErrors, isAction});
-        return new ProductEvaluator(result, formula, context, passThrough, reportErrors, isAction);
+    ProductFactory() {
+        folders = [](QConstantFolder folder) {
+            return CString::Formatted(u"/product/folder%d", static_cast<int>(folder));
+        };
     }
-    CString FolderForConstant(QConstantFolder folder) const override {
-        return CString::Formatted(u"/product/folder%d", static_cast<int>(folder));
-    }
-
-    struct Made {
-        std::string formula;
-        bool report;
-        bool action;
-    };
-    std::vector<Made> made;
 };
 
 // Constants and the evaluator's entry points; the constants' values are in
@@ -74,12 +60,8 @@ protected:
         return value;
     }
 
-    static QAnyValue Evaluated(const char* formula, QFormulaContext* context = nullptr) {
-        QAnyValue result;
-        std::unique_ptr<QEvaluator> evaluator(
-            QEvaluator::New(result, FormulaText(formula), context, false, true, false));
-        evaluator->Evaluate();
-        return result;
+    static QAnyValue Evaluated(const char* formula) {
+        return test::Evaluated(formula, nullptr, {.report = true}).value;
     }
 };
 
@@ -116,12 +98,12 @@ TEST_F(ConstantsTest, FoldersComeFromTheFactoryAndAreEmptyWithoutOne) {
     for (const auto& [name, folder] : folders) {
         QAnyValue none = Constant(name);
         EXPECT_EQ(none.Type(), QAnyValue::TYPE_STRING) << name;
-        EXPECT_EQ(U8(none.MakeCString()), "") << name;
+        EXPECT_EQ(none.MakeCString().ToUtf8(), "") << name;
     }
     ProductFactory factory;
     SetEvaluatorFactory(&factory);
     for (const auto& [name, folder] : folders)
-        EXPECT_EQ(U8(Constant(name).MakeCString()),
+        EXPECT_EQ(Constant(name).MakeCString().ToUtf8(),
                   "/product/folder" + std::to_string(static_cast<int>(folder)))
             << name;
 }
@@ -161,6 +143,13 @@ TEST_F(ConstantsTest, AnApplicationAddsConstantsOfItsOwn) {
     EXPECT_EQ(Evaluated("answer * 2").MakeInt(), 84);
     EXPECT_EQ(QEvaluator::EvaluateFormulaAsInt(FormulaText("answer"), nullptr, false, true, false),
               42);
+    // The entry points make their evaluators through the factory too.
+    factory.made.clear();
+    QEvaluator::EvaluateFormulaAsDouble(FormulaText("answer / 4"), nullptr, false, false, true);
+    ASSERT_EQ(factory.made.size(), 1u);
+    EXPECT_EQ(factory.made[0].formula, "answer / 4");
+    EXPECT_FALSE(factory.made[0].report);
+    EXPECT_TRUE(factory.made[0].action);
 }
 
 // ---------------------------------------------------------------------------------------------
@@ -184,27 +173,18 @@ TEST_F(ConstantsTest, TheTypedEntryPointsChangeTheValueToTheirType) {
         QEvaluator::EvaluateFormulaAsAngle(FormulaText("90 deg"), nullptr, false, true, false)
             .GetRaw(),
         90);
+    EXPECT_EQ(QEvaluator::EvaluateFormulaAsString(FormulaText("1 + 2"), nullptr, false, true, false)
+                  .ToUtf8(),
+              "3");
     EXPECT_EQ(
-        U8(QEvaluator::EvaluateFormulaAsString(FormulaText("1 + 2"), nullptr, false, true, false)),
-        "3");
-    EXPECT_EQ(U8(QEvaluator::EvaluateFormulaAsString(FormulaText(), nullptr, false, true, false)),
-              "");
+        QEvaluator::EvaluateFormulaAsString(FormulaText(), nullptr, false, true, false).ToUtf8(),
+        "");
     EXPECT_DOUBLE_EQ(length("2 ft"), 609.6);
     // A plain number is read in the default unit.
     QLength::SetDefaultUnits(QLength::LU_MM);
     EXPECT_DOUBLE_EQ(length("5"), 5);
     QLength::SetDefaultUnits(QLength::LU_INCH);
     EXPECT_DOUBLE_EQ(length("5"), 127);
-}
-
-TEST_F(ConstantsTest, TheEntryPointsMakeTheirEvaluatorsThroughTheFactory) {
-    ProductFactory factory;
-    SetEvaluatorFactory(&factory);
-    QEvaluator::EvaluateFormulaAsDouble(FormulaText("answer / 4"), nullptr, false, false, true);
-    ASSERT_EQ(factory.made.size(), 1u);
-    EXPECT_EQ(factory.made[0].formula, "answer / 4");
-    EXPECT_FALSE(factory.made[0].report);
-    EXPECT_TRUE(factory.made[0].action);
 }
 
 TEST_F(ConstantsTest, AFailedFormulaReportsAndGivesTheTypesDefault) {
@@ -229,7 +209,7 @@ TEST_F(ConstantsTest, AConstantFormulaNeedsNoContext) {
     EXPECT_FALSE(NoEvalReportErrors());
 }
 
-TEST_F(ConstantsTest, AnActionVariableRunsAsAnActionWithAColonInFront) {
+TEST_F(ConstantsTest, AnActionVariableRunsAsAnActionWithAColonInFrontWhenItHoldsAText) {
     ProductFactory factory;
     SetEvaluatorFactory(&factory);
     test::NamesContext context;
@@ -244,19 +224,15 @@ TEST_F(ConstantsTest, AnActionVariableRunsAsAnActionWithAColonInFront) {
     EXPECT_FALSE(QEvaluator::ExecuteActionVariableIfAny(u"stop", &context));
     ASSERT_EQ(factory.made.size(), 2u);
     EXPECT_EQ(factory.made[1].formula, ":a := 0") << "a colon is not doubled";
-}
 
-TEST_F(ConstantsTest, NoActionRunsForAMissingOrFailingProperty) {
-    ProductFactory factory;
-    SetEvaluatorFactory(&factory);
-    test::NamesContext context;
+    // None runs for a missing or failing property.
     QAnyValue failing;
     failing.MakeError(u"bad");
     context.Set("broken", failing);
     EXPECT_FALSE(QEvaluator::ExecuteActionVariableIfAny(u"absent", &context));
     EXPECT_FALSE(QEvaluator::ExecuteActionVariableIfAny(u"broken", &context));
     EXPECT_FALSE(QEvaluator::ExecuteActionVariableIfAny(u"absent", nullptr));
-    EXPECT_TRUE(factory.made.empty());
+    EXPECT_EQ(factory.made.size(), 2u);
 }
 
 TEST_F(ConstantsTest, OnlyTheErrorTestsEvaluateTheirArgumentQuietly) {

@@ -1,4 +1,5 @@
 #include "tests/support/errorreports.h"
+#include "tests/support/evaluations.h"
 
 #include "keel/formula/deferredeval.h"
 #include "keel/formula/evaluator.h"
@@ -264,18 +265,9 @@ private:
     int m_depth;
 };
 
-struct ChainResult {
-    bool ok;
-    std::string value;
-    std::string message;
-};
-
-ChainResult EvaluateChain(int depth, bool report = false) {
+test::Evaluation EvaluateChain(int depth, bool report = false) {
     StringChain chain(depth);
-    QAnyValue result;
-    QEvaluator evaluator(result, FormulaText(u"s0"), &chain, false, report, false);
-    const bool ok = evaluator.Evaluate();
-    return {ok, Text(result), evaluator.Message().ToUtf8()};
+    return test::Evaluated("s0", &chain, {.report = report});
 }
 
 class DeferredEvalStringFormula : public test::ErrorReportsTest {
@@ -287,10 +279,10 @@ protected:
 };
 
 TEST_F(DeferredEvalStringFormula, AChainOf100SucceedsAndOf101FailsAtTheLastLink) {
-    const ChainResult result = EvaluateChain(100, true);
-    EXPECT_TRUE(result.ok) << result.message;
-    EXPECT_EQ(result.value, "7");
+    const test::Evaluation result = EvaluateChain(100, true);
+    EXPECT_EQ(result.Shown(), "7");
     EXPECT_TRUE(test::PendingReports().empty());
+    EXPECT_EQ(QEvaluator::DeferredDepth(), 0);
 
     EXPECT_FALSE(EvaluateChain(101, true).ok);
     const std::vector<test::Report> reports = test::PendingReports();
@@ -302,9 +294,7 @@ TEST_F(DeferredEvalStringFormula, AChainOf100SucceedsAndOf101FailsAtTheLastLink)
               0u)
         << reports.front().message;
     // The next evaluation succeeds.
-    const ChainResult next = EvaluateChain(100);
-    EXPECT_TRUE(next.ok) << next.message;
-    EXPECT_EQ(next.value, "7");
+    EXPECT_EQ(EvaluateChain(100).Shown(), "7");
 }
 
 } // namespace

@@ -1,6 +1,7 @@
 #include "tests/support/anyvalues.h"
 #include "tests/support/environment.h"
 #include "tests/support/errorreports.h"
+#include "tests/support/evaluations.h"
 #include "tests/support/namescontext.h"
 
 #include "keel/document/errorlog.h"
@@ -27,10 +28,6 @@ namespace {
 namespace fs = std::filesystem;
 using test::MessageOf;
 
-std::string U8(const CString& text) {
-    return text.ToUtf8();
-}
-
 // Functions that fail in each of the ways an evaluation can: with no message and no value
 // ("quiet"), leaving an error value without a message ("broken") or with one ("refused"), by
 // throwing ("thrown", "runaway"), or after turning the process-wide report switch off
@@ -47,7 +44,7 @@ public:
     }
 
     bool EvaluateSimpleFunctionDerived(QAnyValue& result, FullId name) override {
-        const std::string called = U8(name.ToString());
+        const std::string called = name.ToString().ToUtf8();
         if (called == "quiet")
             return false;
         if (called == "broken") {
@@ -90,7 +87,7 @@ protected:
         FailingEvaluator evaluator(outcome.result, FormulaText(formula), context, false, report,
                                    false);
         outcome.ok = evaluator.Evaluate();
-        outcome.message = U8(evaluator.Message());
+        outcome.message = evaluator.Message().ToUtf8();
         return outcome;
     }
     // The one report a run left, or a failure.
@@ -278,7 +275,7 @@ TEST_F(EvaluatorTest, EachReporterWritesItsTextAndReturnsFalse) {
         bool returned;
         std::string message;
     };
-    const auto after = [&](bool returned) { return Case{returned, U8(e.Message())}; };
+    const auto after = [&](bool returned) { return Case{returned, e.Message().ToUtf8()}; };
     const std::vector<std::pair<Case, std::string>> cases = {
         {after(e.Unknown(u"name", u"widht")), "Unknown name\n\twidht"},
         {after(e.ActionOnly(u"set value x")), "Only allowed in an action field\n\tset value x"},
@@ -309,29 +306,29 @@ TEST_F(EvaluatorTest, EachReporterWritesItsTextAndReturnsFalse) {
     // Without the report flag Unknown composes nothing; the other reporters always write.
     QEvaluator quiet(result, FormulaText("1"), nullptr, false, false, false);
     EXPECT_FALSE(quiet.Unknown(u"name", u"widht"));
-    EXPECT_EQ(U8(quiet.Message()), "");
+    EXPECT_EQ(quiet.Message().ToUtf8(), "");
     EXPECT_FALSE(quiet.ErrorEvaluating(u"width"));
-    EXPECT_EQ(U8(quiet.Message()), "Error in value of width");
+    EXPECT_EQ(quiet.Message().ToUtf8(), "Error in value of width");
 }
 
 TEST_F(EvaluatorTest, ContextInfoHasALineForEachGuardInForceInnermostLast) {
-    EXPECT_EQ(U8(QEvaluator::ContextInfo(true)), "");
+    EXPECT_EQ(QEvaluator::ContextInfo(true).ToUtf8(), "");
     {
         QEvaluator::ExtraContextInfoForErrors outer(u"reading table doors.vlt");
         {
             QEvaluator::ExtraContextInfoForErrors inner(u"UPDATE VLT", u"row 3");
-            EXPECT_EQ(U8(QEvaluator::ContextInfo(true)),
+            EXPECT_EQ(QEvaluator::ContextInfo(true).ToUtf8(),
                       "\nin\n\treading table doors.vlt\nin\n\tUPDATE VLT\n\trow 3");
-            EXPECT_EQ(U8(QEvaluator::ContextInfo(false)), "");
+            EXPECT_EQ(QEvaluator::ContextInfo(false).ToUtf8(), "");
         }
-        EXPECT_EQ(U8(QEvaluator::ContextInfo(true)), "\nin\n\treading table doors.vlt");
+        EXPECT_EQ(QEvaluator::ContextInfo(true).ToUtf8(), "\nin\n\treading table doors.vlt");
         // A shown failure ends with the context lines.
         Run("1 +");
         EXPECT_EQ(OnlyReport(), "Formula: Expecting a number, string, name or (expression)\nbut "
                                 "found end of formula\nin formula\n\t1 +\nin\n\treading table "
                                 "doors.vlt");
     }
-    EXPECT_EQ(U8(QEvaluator::ContextInfo(true)), "");
+    EXPECT_EQ(QEvaluator::ContextInfo(true).ToUtf8(), "");
 }
 
 // ---------------------------------------------------------------------------------------------
@@ -471,35 +468,23 @@ TEST_F(EvaluatorTest, TheReverseIntIsTheNumberThatEndsAName) {
 // ---------------------------------------------------------------------------------------------
 // Making evaluators
 
-class NamingFactory : public QEvaluatorFactory {
-public:
-    QEvaluator* NewQEvaluator(QAnyValue& result, FormulaText formula, QFormulaContext* context,
-                              bool passThrough, bool reportErrors, bool isAction) override {
-        ++made;
-        return new FailingEvaluator(result, formula, context, passThrough, reportErrors, isAction);
-    }
-    CString FolderForConstant(QConstantFolder) const override { return CString(); }
-
-    int made = 0;
-};
-
 TEST_F(EvaluatorTest, NewMakesEvaluatorsThroughTheInstalledFactory) {
     QAnyValue result;
     std::unique_ptr<QEvaluator> plain(
         QEvaluator::New(result, FormulaText("refused()"), nullptr, false, true, false));
     EXPECT_FALSE(plain->Evaluate());
-    EXPECT_EQ(U8(plain->Message()), "Unknown function taking no values\n\trefused") << "plain";
+    EXPECT_EQ(plain->Message().ToUtf8(), "Unknown function taking no values\n\trefused") << "plain";
 
-    NamingFactory factory;
+    test::EvaluatorFactoryOf<FailingEvaluator> factory;
     EXPECT_EQ(SetEvaluatorFactory(&factory), nullptr);
     std::unique_ptr<QEvaluator> derived(
         QEvaluator::New(result, FormulaText("refused()"), nullptr, true, false, true));
-    EXPECT_EQ(factory.made, 1);
+    EXPECT_EQ(factory.made.size(), 1u);
     EXPECT_TRUE(derived->IsPassThrough());
     EXPECT_TRUE(derived->IsAction());
     EXPECT_FALSE(derived->IsReportErrors());
     EXPECT_FALSE(derived->Evaluate());
-    EXPECT_EQ(U8(derived->Message()), "Error in calling function refused");
+    EXPECT_EQ(derived->Message().ToUtf8(), "Error in calling function refused");
     EXPECT_EQ(SetEvaluatorFactory(nullptr), &factory);
 }
 
@@ -533,7 +518,7 @@ TEST_F(EvaluatorTest, EveryEvaluationIsTracedWhenTheMaskAsksForIt) {
     Run("// nothing");
     QWinApp::c_UserTraceMask = 0;
     Run("3 * 3");
-    const fs::path trace = U8(UserTraceFilePath());
+    const fs::path trace = UserTraceFilePath().ToUtf8();
     UserTraceClose();
     QWinApp::c_UserTraceMask = mask;
 

@@ -1,4 +1,4 @@
-#include "tests/support/anyvalues.h"
+#include "tests/support/evaluations.h"
 #include "tests/support/namescontext.h"
 
 #include "keel/document/errorlog.h"
@@ -18,81 +18,41 @@ using test::MessageOf;
 // The expressions that need more than a context of names; the rest are in
 // tests/formula/cases/expressions.txt.
 
-struct Outcome {
-    bool ok = false;
-    QAnyValue value;
-    std::string message;
-    QCacheState state = QCS_Stable;
-};
-
-Outcome Evaluated(const char* formula, QFormulaContext* context = nullptr, bool report = false) {
-    Outcome outcome;
-    QEvaluator evaluator(outcome.value, FormulaText(formula), context, false, report, false);
-    outcome.ok = evaluator.Evaluate();
-    outcome.message = evaluator.Message().ToUtf8();
-    outcome.state = evaluator.CacheState();
-    return outcome;
-}
+using test::Evaluated;
+using test::Evaluation;
 
 // Remembers the message of every evaluator it made, so that the innermost failure of a chain can
 // be seen.
-class RecordingFactory : public QEvaluatorFactory {
+class RecordingEvaluator : public QEvaluator {
 public:
-    class Evaluator : public QEvaluator {
-    public:
-        Evaluator(RecordingFactory& factory, QAnyValue& result, FormulaText formula,
-                  QFormulaContext* context, bool passThrough, bool reportErrors, bool isAction)
-            : QEvaluator(result, formula, context, passThrough, reportErrors, isAction),
-              m_factory(factory) {}
-        ~Evaluator() override { m_factory.messages.push_back(Message().ToUtf8()); }
-
-    private:
-        RecordingFactory& m_factory;
-    };
-
-    QEvaluator* NewQEvaluator(QAnyValue& result, FormulaText formula, QFormulaContext* context,
-                              bool passThrough, bool reportErrors, bool isAction) override {
-        return new Evaluator(*this, result, formula, context, passThrough, reportErrors, isAction);
-    }
-    CString FolderForConstant(QConstantFolder) const override { return CString(); }
-
-    std::vector<std::string> messages;
+    using QEvaluator::QEvaluator;
+    ~RecordingEvaluator() override { c_messages.push_back(Message().ToUtf8()); }
+    static inline std::vector<std::string> c_messages;
 };
 
 TEST(ExpressionsDeferred, AChainDeeperThanTheLimitFailsAndTheNextEvaluationSucceeds) {
     test::NamesContext context;
     context.Set("x", QAnyValue("=x"), QCS_NotCacheable);
-    RecordingFactory factory;
-    QEvaluatorFactory* previous = SetEvaluatorFactory(&factory);
-    const Outcome outcome = Evaluated("x", &context);
-    SetEvaluatorFactory(previous);
+    test::EvaluatorFactoryOf<RecordingEvaluator> factory;
+    RecordingEvaluator::c_messages.clear();
+    test::ScopedEvaluatorFactory installed(factory);
+    const Evaluation outcome = Evaluated("x", &context);
+    const std::vector<std::string> messages = RecordingEvaluator::c_messages;
+    RecordingEvaluator::c_messages.clear();
 
     EXPECT_FALSE(outcome.ok);
     EXPECT_EQ(outcome.message, "Error in value of x\n\tx");
     EXPECT_EQ(QEvaluator::DeferredDepth(), 0);
-    // The evaluation asked for is the first of 101; the factory made the 100 nested ones.
-    ASSERT_EQ(factory.messages.size(), 100u);
-    EXPECT_EQ(factory.messages.front(),
+    // The evaluation asked for ends last, after the 100 nested ones.
+    ASSERT_EQ(messages.size(), 101u);
+    EXPECT_EQ(messages.front(),
               "Stack depth exceeded, formula looping trying to evaluate [x] deferred string "
               "formula:\nx");
-    EXPECT_EQ(factory.messages.back(), "Error in value of x\n\tx");
+    EXPECT_EQ(messages[99], "Error in value of x\n\tx");
 
     context.Set("y", QAnyValue("=1 + 1"));
-    const Outcome next = Evaluated("y", &context);
+    const Evaluation next = Evaluated("y", &context);
     EXPECT_TRUE(next.ok && next.value == QAnyValue(2)) << next.message;
-}
-
-TEST(ExpressionsDeferred, AChainAtTheLimitSucceeds) {
-    test::NamesContext context;
-    for (int i = 0; i < QEvaluator::c_maxDeferredDepth; ++i) {
-        const std::string name = "v" + std::to_string(i);
-        const std::string next = "=v" + std::to_string(i + 1);
-        context.Set(name.c_str(), QAnyValue(next.c_str()));
-    }
-    context.Set(("v" + std::to_string(QEvaluator::c_maxDeferredDepth)).c_str(), QAnyValue(9));
-    const Outcome outcome = Evaluated("v0", &context);
-    EXPECT_TRUE(outcome.ok && outcome.value == QAnyValue(9)) << outcome.message;
-    EXPECT_EQ(QEvaluator::DeferredDepth(), 0);
 }
 
 // "#" and "@" look at the named contexts above: the room Room1 holds the shelf Shelf3, which
@@ -128,7 +88,7 @@ TEST_F(ExpressionsHashAndAt, GiveTheNumbersAndValuesOfTheContextsAbove) {
         {"## width", true, 4000},
     };
     for (const Case& c : cases) {
-        const Outcome outcome = Evaluated(c.formula, c.fromPanel ? &panel : &shelf);
+        const Evaluation outcome = Evaluated(c.formula, c.fromPanel ? &panel : &shelf);
         EXPECT_TRUE(outcome.ok && outcome.value == QAnyValue(c.expected))
             << c.formula << ": " << outcome.message;
     }
@@ -143,7 +103,7 @@ TEST_F(ExpressionsHashAndAt, FailuresSayWhatIsMissing) {
         {"#(Room1", "Expecting a matching ')' for the '(' in #()\nbut found end of formula"},
     };
     for (const auto& [formula, message] : cases) {
-        const Outcome outcome = Evaluated(formula, &shelf);
+        const Evaluation outcome = Evaluated(formula, &shelf);
         EXPECT_FALSE(outcome.ok) << formula;
         EXPECT_EQ(outcome.message, message);
         EXPECT_EQ(MessageOf(outcome.value), message);
@@ -157,7 +117,7 @@ TEST(ExpressionsReports, AFailureIsShownOnlyWithTheReportFlagOn) {
         EXPECT_FALSE(Evaluated(formula).ok) << formula;
     EXPECT_FALSE(QErrorLog::TheLogHasPendingMessages());
 
-    EXPECT_FALSE(Evaluated("3 is at 3", nullptr, true).ok);
+    EXPECT_FALSE(Evaluated("3 is at 3", nullptr, {.report = true}).ok);
     EXPECT_TRUE(QErrorLog::TheLogHasPendingMessages());
     QErrorLog::DiscardThePendingMessages();
 }

@@ -1,4 +1,5 @@
 #include "tests/support/errorreports.h"
+#include "tests/support/evaluations.h"
 
 #include "keel/formula/evaluator.h"
 #include "keel/formula/evaluatorfactory.h"
@@ -826,21 +827,12 @@ private:
     std::vector<std::unique_ptr<TestContext>> m_links;
 };
 
-TEST_F(FormulaContextTries, AValueOnTheTopOfAChainOf300IsNotFoundAndTheWalkGivesUpOnce) {
-    Chain chain(300);
-    chain[299].Hook("chainTop", 1);
-    QAnyValue value;
-    QCacheState state = QCS_Stable;
-
-    EXPECT_FALSE(Lookup(chain[0], "chainTop", value, state));
-    EXPECT_EQ(Reports(), chain.GaveUp("value", "chainTop"));
-}
-
 // Each link takes two tries, so 127 links up is the farthest reach of each family.
-TEST_F(FormulaContextTries, EachFamilyReaches127LinksUpAndGivesUpWithItsOwnMessage) {
-    Chain chain(130);
+// A walk that goes no farther gives up once, however long the chain above.
+TEST_F(FormulaContextTries, EachFamilyReaches127LinksUpAndGivesUpOnceWithItsOwnMessage) {
+    Chain chain(300);
     chain[127].Hook("chainTop", 1);
-    chain[128].Hook("chainFar", 2);
+    chain[299].Hook("chainFar", 2);
     chain[127].HookFormula("f", "1");
     chain[128].HookFormula("g", "2");
     QAnyValue value;
@@ -953,6 +945,17 @@ TEST_F(FormulaContextSet, APathSetsOnTheContextItsHeadNamesOrNowhere) {
     EXPECT_FALSE(wall.SetFormula(FullId("Roof.w"), FormulaText("1")));
     EXPECT_TRUE(doc.m_props.empty());
     EXPECT_EQ(wall.m_props.size(), 1u);
+
+    // A formula is set like a value.
+    wall.HookFormula("h", "1");
+    doc.Prop("p", 1);
+    EXPECT_TRUE(wall.SetFormula(FullId("h"), FormulaText("2")));
+    EXPECT_EQ(wall.OwnHook("h").formula, FormulaText("2"));
+    EXPECT_TRUE(wall.SetFormula(FullId("p"), FormulaText("3")));
+    EXPECT_EQ(wall.OwnProp("p").formula, FormulaText("3"));
+    EXPECT_EQ(doc.OwnProp("p").formula.UniqueId(), -1);
+    EXPECT_TRUE(doc.SetFormula(FullId("Wall.q"), FormulaText("4")));
+    EXPECT_EQ(wall.OwnProp("q").formula, FormulaText("4"));
 }
 
 TEST_F(FormulaContextSet, SettingEmptiesTheCachesOfTheContextsOnThePath) {
@@ -989,21 +992,6 @@ TEST_F(FormulaContextSet, NamedUpdatesFollowValuesButNotFormulas) {
     EXPECT_EQ(asker.m_namedUpdates, (std::vector<std::string>{"namedOne", "namedHook"}));
 }
 
-TEST_F(FormulaContextSet, AFormulaIsSetLikeAValue) {
-    TestContext doc("Doc");
-    TestContext wall("Wall", &doc);
-    wall.HookFormula("h", "1");
-    doc.Prop("p", 1);
-
-    EXPECT_TRUE(wall.SetFormula(FullId("h"), FormulaText("2")));
-    EXPECT_EQ(wall.OwnHook("h").formula, FormulaText("2"));
-    EXPECT_TRUE(wall.SetFormula(FullId("p"), FormulaText("3")));
-    EXPECT_EQ(wall.OwnProp("p").formula, FormulaText("3"));
-    EXPECT_EQ(doc.OwnProp("p").formula.UniqueId(), -1);
-    EXPECT_TRUE(doc.SetFormula(FullId("Wall.q"), FormulaText("4")));
-    EXPECT_EQ(wall.OwnProp("q").formula, FormulaText("4"));
-}
-
 TEST_F(FormulaContextSet, WithoutPropertiesNothingIsStored) {
     class Bare : public QFormulaContext {
     public:
@@ -1031,7 +1019,7 @@ struct WhoCase {
     const char* expected;
 };
 
-TEST_F(FormulaContextIdentity, WhoAmIPutsTheRootFirstAndSkipsEmptyParts) {
+TEST_F(FormulaContextIdentity, WhoAmIPutsTheRootFirstAndSkipsEmptyPartsAndTheTypeNameNames) {
     const WhoCase cases[] = {
         {"Doc", "Wall", "Box", "Doc Wall Box"},
         {"Doc", "", "Box", "Doc Box"},
@@ -1046,11 +1034,9 @@ TEST_F(FormulaContextIdentity, WhoAmIPutsTheRootFirstAndSkipsEmptyParts) {
         TestContext leaf(c.leaf, &middle);
         EXPECT_EQ(leaf.WhoAmI().ToUtf8(), c.expected);
     }
-}
 
-TEST_F(FormulaContextIdentity, AContextIsNamedByItsTypeName) {
+    // A context is named by its type name, whatever the case.
     TestContext box("Box");
-
     EXPECT_EQ(box.Prefix(), PropId("Box"));
     EXPECT_TRUE(box.IsNamed(PropId("BOX")));
     EXPECT_FALSE(box.IsNamed(PropId("Bo")));
@@ -1225,28 +1211,14 @@ TEST_F(FormulaContextEvaluate, AFormulaIsEvaluatedInTheContextAndRaisesTheState)
     EXPECT_TRUE(Reports().empty());
 }
 
-// Records the arguments of each evaluator it makes.
-class RecordingFactory : public QEvaluatorFactory {
-public:
-    QEvaluator* NewQEvaluator(QAnyValue& result, FormulaText formula, QFormulaContext* context,
-                              bool passThrough, bool reportErrors, bool isAction) override {
-        m_formula = formula;
-        m_context = context;
-        m_flags = {passThrough, reportErrors, isAction};
-        ++m_made;
-        return new QEvaluator(result, formula, context, passThrough, reportErrors, isAction);
-    }
-    CString FolderForConstant(QConstantFolder) const override { return CString(); }
-
-    FormulaText m_formula;
-    QFormulaContext* m_context = nullptr;
-    std::vector<bool> m_flags;
-    int m_made = 0;
-};
+// The flags an evaluator was made with: pass-through, report, action.
+std::vector<bool> FlagsOf(const test::EvaluatorFactoryOf<>::Made& made) {
+    return {made.passThrough, made.report, made.action};
+}
 
 TEST_F(FormulaContextEvaluate, TheEvaluatorComesFromTheInstalledFactory) {
-    RecordingFactory factory;
-    QEvaluatorFactory* previous = SetEvaluatorFactory(&factory);
+    test::EvaluatorFactoryOf<> factory;
+    test::ScopedEvaluatorFactory installed(factory);
     TestContext box("Box");
     box.Hook("w", 4);
     box.Hook("flagOn", true);
@@ -1255,21 +1227,20 @@ TEST_F(FormulaContextEvaluate, TheEvaluatorComesFromTheInstalledFactory) {
 
     EXPECT_TRUE(box.Evaluate(out, state, FormulaText("2 + 3"), true, false, true));
     EXPECT_TRUE(out == QAnyValue(5));
-    EXPECT_EQ(factory.m_made, 1);
-    EXPECT_EQ(factory.m_formula, FormulaText("2 + 3"));
-    EXPECT_EQ(factory.m_context, &box);
-    EXPECT_EQ(factory.m_flags, (std::vector<bool>{true, false, true}));
+    ASSERT_EQ(factory.made.size(), 1u);
+    EXPECT_EQ(factory.made[0].formula, "2 + 3");
+    EXPECT_EQ(factory.made[0].context, &box);
+    EXPECT_EQ(FlagsOf(factory.made[0]), (std::vector<bool>{true, false, true}));
 
     // EvaluateVar runs an identifier or a formula.
     EXPECT_EQ(box.EvaluateVarAsInt(u"w", false), 4);
-    EXPECT_EQ(factory.m_flags, (std::vector<bool>{false, false, false}));
+    EXPECT_EQ(FlagsOf(factory.made.back()), (std::vector<bool>{false, false, false}));
     EXPECT_EQ(box.EvaluateVarAsInt(u"w * 3", true), 12);
-    EXPECT_EQ(factory.m_flags, (std::vector<bool>{false, true, false}));
+    EXPECT_EQ(FlagsOf(factory.made.back()), (std::vector<bool>{false, true, false}));
     EXPECT_DOUBLE_EQ(box.EvaluateVarAsDouble(u"w * 0.5", false), 2.0);
     EXPECT_TRUE(box.EvaluateVarAsBool(u"flagOn", false));
     EXPECT_FALSE(box.EvaluateVarAsBool(u"w > 5", false));
-    SetEvaluatorFactory(previous);
-    EXPECT_EQ(factory.m_context, &box);
+    EXPECT_EQ(factory.made.back().context, &box);
 }
 
 // --- The holders of a context -----------------------------------------------------------------
@@ -1345,14 +1316,10 @@ TEST_F(FormulaContextHolders, BehindTheRootTheHolderTakesItsNumberOnce) {
     EXPECT_TRUE(holder.IsUpToDate());
     EXPECT_EQ(holder.m_updates, 3);
     EXPECT_EQ(root.m_madeUpToDate, 5);
-}
 
-TEST_F(FormulaContextHolders, TheContextUpdateEmptiesCachesAndClearsTheErrorBit) {
-    TestRoot root;
-    TestContext wall("Wall", &root);
+    // The update of a context empties its caches and clears its error bit.
     wall.RememberThisPropIdValueForNextTime(QAnyValue(1), PropId("p"));
     wall.SetErrorBit();
-
     wall.EnsureUpToDate();
     QAnyValue out;
     EXPECT_FALSE(wall.HeresAPropIdValueIPreparedEarlier(out, PropId("p")));

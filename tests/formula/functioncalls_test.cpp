@@ -1,4 +1,4 @@
-#include "tests/support/anyvalues.h"
+#include "tests/support/evaluations.h"
 #include "tests/support/namescontext.h"
 
 #include "keel/document/errorlog.h"
@@ -15,10 +15,6 @@ namespace keel {
 namespace {
 
 using test::Array;
-
-std::string U8(const CString& text) {
-    return text.ToUtf8();
-}
 
 // An application's own functions: "answer()", "twice(x)", "pair(a, b)", "triple(a, b, c)",
 // "sum7(...)" with seven arguments, "refuse(x)" that fails, and "iserror(x)", which the library
@@ -70,21 +66,8 @@ public:
     static inline int c_calls = 0;
 };
 
-class ApplicationFactory : public QEvaluatorFactory {
-public:
-    QEvaluator* NewQEvaluator(QAnyValue& result, FormulaText formula, QFormulaContext* context,
-                              bool passThrough, bool reportErrors, bool isAction) override {
-        return new ApplicationEvaluator(result, formula, context, passThrough, reportErrors,
-                                        isAction);
-    }
-    CString FolderForConstant(QConstantFolder) const override { return CString(); }
-};
-
-struct Outcome {
-    bool ok = false;
-    QAnyValue result;
-    std::string message;
-};
+using ApplicationFactory = test::EvaluatorFactoryOf<ApplicationEvaluator>;
+using Outcome = test::Evaluation;
 
 // The calls that need an application's evaluator or more of the evaluator's switches than
 // tests/formula/cases/functioncalls.txt has.
@@ -101,25 +84,26 @@ protected:
 
     static Outcome Run(const char* formula, QFormulaContext* context = nullptr,
                        bool passThrough = false, bool action = false) {
-        Outcome outcome;
-        std::unique_ptr<QEvaluator> evaluator(QEvaluator::New(outcome.result, FormulaText(formula),
-                                                              context, passThrough, true, action));
-        outcome.ok = evaluator->Evaluate();
-        outcome.message = U8(evaluator->Message());
-        return outcome;
+        return test::Evaluated(formula, context,
+                               {.report = true, .action = action, .passThrough = passThrough});
     }
 };
 
 TEST_F(FunctionCallsTest, AnApplicationsFunctionGetsItsArgumentsInOrderAndGivesTheWholeResult) {
     ApplicationFactory factory;
     SetEvaluatorFactory(&factory);
+    const Outcome unevaluated =
+        test::Evaluated("twice(nosuchname) + answer()", nullptr, {.report = true, .eval = false});
+    EXPECT_TRUE(unevaluated.ok && unevaluated.value.IsEmpty()) << unevaluated.message;
+    EXPECT_EQ(ApplicationEvaluator::c_calls, 0) << "with evaluation off nothing is called";
+
     Outcome outcome = Run("pair(1 + 1, 3)");
-    EXPECT_TRUE(outcome.result.Identical(Array({QAnyValue(2), QAnyValue(3)})));
+    EXPECT_TRUE(outcome.value.Identical(Array({QAnyValue(2), QAnyValue(3)})));
     outcome = Run("triple(1, 2, 3)");
-    EXPECT_TRUE(outcome.result.Identical(Array({QAnyValue(1), QAnyValue(2), QAnyValue(3)})));
+    EXPECT_TRUE(outcome.value.Identical(Array({QAnyValue(1), QAnyValue(2), QAnyValue(3)})));
     outcome = Run("sum7(1, 2, 3, 4, 5, 6, 7)");
-    EXPECT_EQ(outcome.result.GetSize(), 7);
-    EXPECT_EQ(outcome.result.GETAT(7).MakeInt(), 7);
+    EXPECT_EQ(outcome.value.GetSize(), 7);
+    EXPECT_EQ(outcome.value.GETAT(7).MakeInt(), 7);
 
     ApplicationEvaluator::c_calls = 0;
     EXPECT_EQ(QEvaluator::EvaluateFormulaAsInt(FormulaText("answer() + twice(4)"), nullptr, false,
@@ -130,17 +114,6 @@ TEST_F(FunctionCallsTest, AnApplicationsFunctionGetsItsArgumentsInOrderAndGivesT
     const Outcome refused = Run("refuse(1) + 1");
     EXPECT_FALSE(refused.ok) << "its return is the call's success";
     EXPECT_EQ(refused.message, "Error in calling function refuse");
-}
-
-TEST_F(FunctionCallsTest, WithEvaluationOffNothingIsCalled) {
-    ApplicationFactory factory;
-    SetEvaluatorFactory(&factory);
-    QAnyValue result;
-    std::unique_ptr<QEvaluator> evaluator(QEvaluator::New(
-        result, FormulaText("twice(nosuchname) + answer()"), nullptr, false, true, false));
-    EXPECT_TRUE(evaluator->EvaluateNoEval());
-    EXPECT_EQ(ApplicationEvaluator::c_calls, 0);
-    EXPECT_TRUE(result.IsEmpty());
 }
 
 // An action evaluates without the context's caches, so that each look-up asks the context again.
@@ -155,7 +128,7 @@ TEST_F(FunctionCallsTest, ANameMissedWhenPassedThroughIsTheOneValuesReport) {
 
     outcome = Run("hidden(5)", &context);
     EXPECT_TRUE(outcome.ok) << outcome.message;
-    EXPECT_EQ(outcome.result.MakeInt(), 5);
+    EXPECT_EQ(outcome.value.MakeInt(), 5);
 }
 
 TEST_F(FunctionCallsTest, AUserDefinedFunctionIsNeverAnsweredFromTheCache) {
@@ -163,7 +136,7 @@ TEST_F(FunctionCallsTest, AUserDefinedFunctionIsNeverAnsweredFromTheCache) {
     context.Set("add", QAnyValue(u"%1 + %2"));
     const FormulaText body("%1 + %2");
     context.RememberThisFormulaValueForNextTime(QAnyValue(99), body, QCS_Stable);
-    EXPECT_EQ(Run("add(2, 3)", &context).result.MakeInt(), 5);
+    EXPECT_EQ(Run("add(2, 3)", &context).value.MakeInt(), 5);
 }
 
 } // namespace

@@ -1,7 +1,7 @@
-#include "tests/support/anyvalues.h"
-#include "tests/support/environment.h"
+#include "tests/support/evaluations.h"
 #include "tests/support/namescontext.h"
 #include "tests/support/tables.h"
+#include "tests/support/tempfolder.h"
 
 #include "keel/document/winapp.h"
 #include "keel/formula/evaluator.h"
@@ -23,22 +23,13 @@ namespace fs = std::filesystem;
 
 // The timers, the user, the machine and the programs run; the rest is in
 // tests/formula/cases/functions_context.txt.
-class FunctionsContext : public testing::Test {
+class FunctionsContext : public test::TempFolderTest {
 protected:
     ~FunctionsContext() override { QTimerQueue::Instance().WaitUntilIdle(std::chrono::seconds(5)); }
 
-    // The value's text, its error message after "#ERR ", or the failure after "failed: ".
     std::string ValueOf(const std::string& formula, bool action = false) {
-        QAnyValue value;
-        QEvaluator evaluator(value, FormulaText(CString::FromUtf8(formula)), &m_room, false, false,
-                             action);
-        if (!evaluator.Evaluate())
-            return "failed: " + evaluator.Message().ToUtf8();
-        if (value.IsError())
-            return "#ERR " + test::MessageOf(value);
-        return value.MakeCString().ToUtf8();
+        return test::Evaluated(formula, &m_room, {.action = action}).Shown();
     }
-
     test::NamesContext m_room{"Room"};
 };
 
@@ -63,8 +54,11 @@ TEST_F(FunctionsContext, ATimerCanBeCancelledByItsNumber) {
     EXPECT_EQ(ValueOf("setvaluetimed(\"light\", \"on\", 300, 8, 0)", true), "on");
     EXPECT_EQ(ValueOf("setvaluetimed(\"light\", 0, 0, 8, 1)", true), "Yes");
     EXPECT_EQ(ValueOf("setvaluetimed(\"light\", 0, 0, 8, 1)", true), "No");
+    EXPECT_EQ(ValueOf("setvaluetimed(\"lamp\", \"on\", 300, 1, 0)", true), "on");
+    EXPECT_EQ(ValueOf("setvaluetimed(\"lamp\", 0, 0, 1, 1)", true), "Yes");
     ASSERT_TRUE(QTimerQueue::Instance().WaitUntilIdle(std::chrono::seconds(5)));
     EXPECT_FALSE(m_room.Has("light"));
+    EXPECT_FALSE(m_room.Has("lamp"));
 }
 
 TEST_F(FunctionsContext, ATimerThatRanLeavesItsNumberFree) {
@@ -92,66 +86,44 @@ TEST_F(FunctionsContext, InfoTellsTheMachineAndTheApplication) {
     EXPECT_EQ(ValueOf("info(1)"), name);
 }
 
-// An application whose library folder is the test's own, so that the file functions can watch
-// what a program does.
-class FolderFactory : public QEvaluatorFactory {
-public:
-    explicit FolderFactory(const fs::path& folder) : m_folder(folder) {}
-    QEvaluator* NewQEvaluator(QAnyValue& result, FormulaText formula, QFormulaContext* context,
-                              bool passThrough, bool reportErrors, bool isAction) override {
-        return new QEvaluator(result, formula, context, passThrough, reportErrors, isAction);
-    }
-    CString FolderForConstant(QConstantFolder) const override {
-        return CString::FromUtf8(m_folder.string());
-    }
-
-private:
-    fs::path m_folder;
-};
-
+// An application whose folders are the test's own, so that the file functions can watch what a
+// program does.
 class FunctionsContextShell : public FunctionsContext {
 protected:
-    FunctionsContextShell()
-        : m_folder(fs::temp_directory_path() /
-                   ("keel-shell-" + std::to_string(::getpid()) + "-" +
-                    testing::UnitTest::GetInstance()->current_test_info()->name())),
-          m_factory(m_folder) {
-        fs::remove_all(m_folder);
-        fs::create_directories(m_folder);
+    void SetUp() override {
+        FunctionsContext::SetUp();
+        m_factory.folders = [this](QConstantFolder) { return CString::FromUtf8(m_root.string()); };
         m_previousFactory = SetEvaluatorFactory(&m_factory);
         m_previousSource = SetTableHandleSource(&m_tables);
     }
-    ~FunctionsContextShell() override {
+    void TearDown() override {
         SetTableHandleSource(m_previousSource);
         SetEvaluatorFactory(m_previousFactory);
-        fs::remove_all(m_folder);
+        FunctionsContext::TearDown();
     }
+    std::string Quoted(const std::string& name) const { return "'" + Path(name) + "'"; }
 
-    std::string Quoted(const fs::path& path) const { return "'" + path.string() + "'"; }
-
-    fs::path m_folder;
-    FolderFactory m_factory;
+    test::EvaluatorFactoryOf<> m_factory;
     test::NamedTableSource m_tables;
     QEvaluatorFactory* m_previousFactory = nullptr;
     QTableHandleSource* m_previousSource = nullptr;
 };
 
 TEST_F(FunctionsContextShell, ShellWaitRunsTheProgramInItsFolderAndWaits) {
-    EXPECT_EQ(
-        ValueOf("shellwait(\"sh\", '-c \"echo made here > made.txt\"', " + Quoted(m_folder) + ")"),
-        "Yes");
-    EXPECT_EQ(test::ReadText(m_folder / "made.txt"), "made here\n");
+    EXPECT_EQ(ValueOf("shellwait(\"sh\", '-c \"echo made here > made.txt\"', " + Quoted("") + ")"),
+              "Yes");
+    EXPECT_EQ(test::ReadText(m_root / "made.txt"), "made here\n");
 }
 
 TEST_F(FunctionsContextShell, WhatFilesHeldIsForgottenAroundAProgram) {
     EXPECT_EQ(ValueOf("fileexists(\"made\")"), "No");
-    EXPECT_EQ(ValueOf("shellwait(\"touch\", " + Quoted(m_folder / "made.txt") + ")"), "Yes");
+    EXPECT_EQ(ValueOf("shellwait(\"touch\", " + Quoted("made.txt") + ")"), "Yes");
     EXPECT_EQ(ValueOf("fileexists(\"made\")"), "Yes");
     EXPECT_GE(m_tables.m_reloadAllCount, 1);
 }
 
 TEST_F(FunctionsContextShell, ShellDoesNotWait) {
-    const fs::path late = m_folder / "late.txt";
+    const fs::path late = m_root / "late.txt";
     EXPECT_EQ(ValueOf("shell(\"sh\", '-c \"sleep 0.3; echo late > " + late.string() + "\"')"),
               "Yes");
     EXPECT_FALSE(fs::exists(late));
@@ -163,7 +135,7 @@ TEST_F(FunctionsContextShell, ShellDoesNotWait) {
 TEST_F(FunctionsContextShell, AProgramThatCannotStartIsAnErrorValue) {
     EXPECT_EQ(ValueOf("shellwait(\"keel-no-such-program\")"),
               "#ERR Cannot run keel-no-such-program: No such file or directory");
-    EXPECT_EQ(ValueOf("shell(\"true\", \"\", " + Quoted(m_folder / "nowhere") + ")"),
+    EXPECT_EQ(ValueOf("shell(\"true\", \"\", " + Quoted("nowhere") + ")"),
               "#ERR Cannot run true: No such file or directory");
 }
 

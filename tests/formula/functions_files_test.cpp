@@ -1,6 +1,6 @@
-#include "tests/support/anyvalues.h"
-#include "tests/support/environment.h"
+#include "tests/support/evaluations.h"
 #include "tests/support/namescontext.h"
+#include "tests/support/tempfolder.h"
 
 #include "keel/document/usertrace.h"
 #include "keel/document/winapp.h"
@@ -28,73 +28,39 @@ using testing::HasSubstr;
 
 using FilesContext = test::NamesContext;
 
-// An application whose library folder is the test's own.
-class LibraryFactory : public QEvaluatorFactory {
-public:
-    explicit LibraryFactory(const fs::path& library) : m_library(library) {}
-    QEvaluator* NewQEvaluator(QAnyValue& result, FormulaText formula, QFormulaContext* context,
-                              bool passThrough, bool reportErrors, bool isAction) override {
-        return new QEvaluator(result, formula, context, passThrough, reportErrors, isAction);
-    }
-    CString FolderForConstant(QConstantFolder folder) const override {
-        return folder == QConstantFolder::Library ? CString::FromUtf8(m_library.string())
-                                                  : CString();
-    }
-
-private:
-    fs::path m_library;
-};
-
-struct Outcome {
-    bool ok = false;
-    QAnyValue value;
-    std::string message;
-};
-
 std::string Text(const QAnyValue& value) {
     return QAnyValue(value).MakeCString().ToUtf8();
 }
 
 // Each test has a fresh library folder of its own.
-class FunctionsFiles : public testing::Test {
+class FunctionsFiles : public test::TempFolderTest {
 protected:
-    FunctionsFiles()
-        : m_library(fs::temp_directory_path() /
-                    ("keel-files-" + std::to_string(::getpid()) + "-" +
-                     testing::UnitTest::GetInstance()->current_test_info()->name())),
-          m_factory(m_library) {
-        fs::remove_all(m_library);
-        fs::create_directories(m_library);
+    void SetUp() override {
+        TempFolderTest::SetUp();
+        m_factory.folders = [this](QConstantFolder folder) {
+            return folder == QConstantFolder::Library ? CString::FromUtf8(m_root.string())
+                                                      : CString();
+        };
         m_previous = SetEvaluatorFactory(&m_factory);
         QFSFile::ClearFileStatusCache();
     }
-    ~FunctionsFiles() override {
+    void TearDown() override {
         SetEvaluatorFactory(m_previous);
-        fs::remove_all(m_library);
+        TempFolderTest::TearDown();
     }
 
-    Outcome Evaluated(const std::string& formula, bool action = false) {
-        Outcome outcome;
-        QEvaluator evaluator(outcome.value, FormulaText(CString::FromUtf8(formula)), &m_desk, false,
-                             false, action);
-        outcome.ok = evaluator.Evaluate();
-        outcome.message = evaluator.Message().ToUtf8();
-        return outcome;
-    }
     // The value of a formula that must evaluate.
     QAnyValue ValueOf(const std::string& formula, bool action = false) {
-        const Outcome outcome = Evaluated(formula, action);
+        const test::Evaluation outcome = test::Evaluated(formula, &m_desk, {.action = action});
         EXPECT_TRUE(outcome.ok) << formula << ": " << outcome.message;
         return outcome.value;
     }
-    std::string InLibrary(const std::string& name) const { return (m_library / name).string(); }
     void Write(const std::string& name, const std::string& text) const {
-        test::WriteText(m_library / name, text);
+        test::WriteText(m_root / name, text);
     }
-    std::string Read(const std::string& name) const { return test::ReadText(m_library / name); }
+    std::string Read(const std::string& name) const { return test::ReadText(m_root / name); }
 
-    fs::path m_library;
-    LibraryFactory m_factory;
+    test::EvaluatorFactoryOf<> m_factory;
     QEvaluatorFactory* m_previous = nullptr;
     FilesContext m_desk;
 };
@@ -120,19 +86,18 @@ private:
     int m_fd;
 };
 
-TEST_F(FunctionsFiles, WriteLineWritesAndAppendLineAdds) {
+TEST_F(FunctionsFiles, WriteLineWritesMakingTheFoldersAndAppendLineAdds) {
     EXPECT_TRUE(ValueOf("writeline(\"notes\", \"first\")", true).IsTRUE());
     EXPECT_EQ(Read("notes.txt"), "first\n");
     EXPECT_TRUE(ValueOf("appendline(\"notes\", 2 + 3)", true).IsTRUE());
     EXPECT_EQ(Read("notes.txt"), "first\n5\n");
     EXPECT_TRUE(ValueOf("writeline(\"notes\", \"again\")", true).IsTRUE());
     EXPECT_EQ(Read("notes.txt"), "again\n");
-}
 
-TEST_F(FunctionsFiles, WriteLineMakesTheFoldersAndKeepsAnExtension) {
+    // The folders are made and an extension is kept.
     EXPECT_TRUE(ValueOf("writeline(\"sub/deep/list.csv\", \"a;b\")", true).IsTRUE());
     EXPECT_EQ(Read("sub/deep/list.csv"), "a;b\n");
-    const std::string absolute = InLibrary("elsewhere/abs");
+    const std::string absolute = Path("elsewhere/abs");
     EXPECT_TRUE(ValueOf("appendline(\"" + absolute + "\", \"x\")", true).IsTRUE());
     EXPECT_EQ(Read("elsewhere/abs.txt"), "x\n");
 }
@@ -166,18 +131,17 @@ INSTANTIATE_TEST_SUITE_P(
         ReadCase{"fileexists(\"data.csv\")", "Yes"}, ReadCase{"filelen(\"notes\")", "20"},
         ReadCase{"filelen(\"empty\")", "0"}));
 
-TEST_F(FunctionsFiles, AMissingFileIsAnErrorValue) {
-    const std::string missing = InLibrary("missing.txt");
+TEST_F(FunctionsFiles, AMissingFileOrLineIsAnErrorValue) {
+    const std::string missing = Path("missing.txt");
     for (const char* formula : {"readfile(\"missing\")", "readline(\"missing\", 1)",
                                 "filelen(\"missing\")", "call(\"missing\")"}) {
         const QAnyValue value = ValueOf(formula);
         EXPECT_EQ(test::MessageOf(value), "Cannot open file " + missing) << formula;
     }
-}
 
-TEST_F(FunctionsFiles, ALineThatIsNotThereIsAnErrorValue) {
+    // A line that is not there is an error value too.
     Write("notes.txt", "first\nsecond\n");
-    const std::string path = InLibrary("notes.txt");
+    const std::string path = Path("notes.txt");
     EXPECT_EQ(test::MessageOf(ValueOf("readline(\"notes\", 3)")),
               "Cannot read line 3 of file " + path + ": it has 2");
     EXPECT_EQ(test::MessageOf(ValueOf("readline(\"notes\", 0)")),
@@ -199,21 +163,20 @@ TEST_F(FunctionsFiles, ReadAndIncrementCountsFromTheNumberInTheFileOrFromZero) {
 
 TEST_F(FunctionsFiles, AFileLockedByAnotherProgramIsTriedTenTimes) {
     Write("notes.txt", "first\n");
-    ForeignLock lock(InLibrary("notes.txt"), LOCK_EX);
+    ForeignLock lock(Path("notes.txt"), LOCK_EX);
     const auto start = std::chrono::steady_clock::now();
     const QAnyValue value = ValueOf("readfile(\"notes\")");
     const auto waited = std::chrono::steady_clock::now() - start;
-    EXPECT_EQ(test::MessageOf(value),
-              "Cannot open file " + InLibrary("notes.txt") + ", it is in use");
+    EXPECT_EQ(test::MessageOf(value), "Cannot open file " + Path("notes.txt") + ", it is in use");
     EXPECT_GE(waited, std::chrono::milliseconds(850));
     EXPECT_EQ(test::MessageOf(ValueOf("readandincrement(\"notes\")")),
-              "Cannot open file " + InLibrary("notes.txt") + ", it is in use");
+              "Cannot open file " + Path("notes.txt") + ", it is in use");
     EXPECT_EQ(Read("notes.txt"), "first\n");
 }
 
 TEST_F(FunctionsFiles, ALockLetGoWithinTheTriesIsWaitedFor) {
     Write("notes.txt", "first\n");
-    ForeignLock lock(InLibrary("notes.txt"), LOCK_EX);
+    ForeignLock lock(Path("notes.txt"), LOCK_EX);
     std::thread releaser([&lock] {
         std::this_thread::sleep_for(std::chrono::milliseconds(250));
         lock.Release();
@@ -225,10 +188,10 @@ TEST_F(FunctionsFiles, ALockLetGoWithinTheTriesIsWaitedFor) {
 
 TEST_F(FunctionsFiles, ReadersShareAFileButAWriterWaits) {
     Write("notes.txt", "first\n");
-    ForeignLock lock(InLibrary("notes.txt"), LOCK_SH);
+    ForeignLock lock(Path("notes.txt"), LOCK_SH);
     EXPECT_EQ(Text(ValueOf("readfile(\"notes\")")), "first");
     EXPECT_EQ(test::MessageOf(ValueOf("writeline(\"notes\", \"x\")", true)),
-              "Cannot open file " + InLibrary("notes.txt") + ", it is in use");
+              "Cannot open file " + Path("notes.txt") + ", it is in use");
 }
 
 TEST_F(FunctionsFiles, CallRunsTheFileInThisContextAndGivesAFailureAsAnErrorValue) {
@@ -242,7 +205,7 @@ TEST_F(FunctionsFiles, CallRunsTheFileInThisContextAndGivesAFailureAsAnErrorValu
 }
 
 TEST_F(FunctionsFiles, CallOfAnEmptyFileIsTracedWithEvaluations) {
-    test::ScopedEnvironment data("XDG_DATA_HOME", (m_library / "data").c_str());
+    test::ScopedEnvironment data("XDG_DATA_HOME", (m_root / "data").c_str());
     UserTraceClose();
     UserTraceRestart();
     const unsigned mask = QWinApp::c_UserTraceMask;
@@ -289,7 +252,7 @@ TEST_F(FunctionsFiles, LibraryListsNameTheItemsByFilterAndType) {
 TEST_F(FunctionsFiles, WithoutAnApplicationNamesAreInTheCurrentFolder) {
     SetEvaluatorFactory(nullptr);
     Write("here.txt", "local\n");
-    QSaveAndRestoreCurrentDirectory inLibrary(CString::FromUtf8(m_library.string()));
+    QSaveAndRestoreCurrentDirectory inLibrary(CString::FromUtf8(m_root.string()));
     ASSERT_TRUE(inLibrary.IsEntered());
     EXPECT_EQ(Text(ValueOf("readfile(\"here\")")), "local");
 }

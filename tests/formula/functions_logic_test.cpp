@@ -1,3 +1,4 @@
+#include "tests/support/evaluations.h"
 #include "tests/support/functioncalls.h"
 #include "tests/support/namescontext.h"
 
@@ -12,10 +13,6 @@
 
 namespace keel {
 namespace {
-
-std::string U8(const CString& text) {
-    return text.ToUtf8();
-}
 
 using LogicContext = test::NamesContext;
 
@@ -46,14 +43,7 @@ public:
     static inline int c_derivedAsked = 0;
 };
 
-class ExtrasFactory : public QEvaluatorFactory {
-public:
-    QEvaluator* NewQEvaluator(QAnyValue& result, FormulaText formula, QFormulaContext* context,
-                              bool passThrough, bool reportErrors, bool isAction) override {
-        return new ExtrasEvaluator(result, formula, context, passThrough, reportErrors, isAction);
-    }
-    CString FolderForConstant(QConstantFolder) const override { return CString(); }
-};
+using ExtrasFactory = test::EvaluatorFactoryOf<ExtrasEvaluator>;
 
 using Outcome = test::CallOutcome;
 
@@ -62,7 +52,7 @@ protected:
     static std::vector<std::string> Pending() {
         std::vector<std::string> messages;
         for (int i = 0; i < TheErrorLog().GetSize(); ++i)
-            messages.push_back(U8(TheErrorLog().Message(i)));
+            messages.push_back(TheErrorLog().Message(i).ToUtf8());
         return messages;
     }
 };
@@ -110,7 +100,7 @@ TEST_F(FunctionsLogicTest, TheReservedNamesAreKnownAndHaveNoBodyHere) {
 TEST_F(FunctionsLogicTest, TheVariableArgumentFunctionsAreOutsideTheKnownMap) {
     EXPECT_EQ(VariableArgumentFunctions().functions.size(), 16u);
     for (const QBuiltinFunction& row : VariableArgumentFunctions().functions)
-        EXPECT_EQ(FindBuiltinFunction(FullId(row.name)), nullptr) << U8(row.name);
+        EXPECT_EQ(FindBuiltinFunction(FullId(row.name)), nullptr) << CString(row.name).ToUtf8();
     EXPECT_EQ(FindBuiltinFunction(FullId("nosuchfunction")), nullptr);
 }
 

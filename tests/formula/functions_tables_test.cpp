@@ -1,5 +1,5 @@
-#include "tests/support/anyvalues.h"
 #include "tests/support/environment.h"
+#include "tests/support/evaluations.h"
 #include "tests/support/functioncalls.h"
 #include "tests/tables/memorytable.h"
 #include "tests/tables/tablefixture.h"
@@ -24,11 +24,7 @@ namespace fs = std::filesystem;
 using test::Array;
 using test::MemoryTable;
 
-std::string U8(const CString& text) {
-    return text.ToUtf8();
-}
-
-using Outcome = test::CallOutcome;
+using Outcome = test::Evaluation;
 using test::DescribeValue;
 using test::Error;
 using test::NA;
@@ -57,13 +53,7 @@ protected:
     }
 
     Outcome Run(const std::string& formula) {
-        Outcome outcome;
-        std::unique_ptr<QEvaluator> evaluator(
-            QEvaluator::New(outcome.result, FormulaText(CString::FromUtf8(formula)), &m_context,
-                            false, true, false));
-        outcome.ok = evaluator->Evaluate();
-        outcome.message = U8(evaluator->Message());
-        return outcome;
+        return test::Evaluated(formula, &m_context, {.report = true});
     }
 
     struct Case {
@@ -77,7 +67,7 @@ protected:
             m_context.ForgetEverythingIKnow();
             const Outcome outcome = Run(c.formula);
             EXPECT_TRUE(outcome.ok) << c.formula << ": " << outcome.message;
-            EXPECT_EQ(DescribeValue(outcome.result), DescribeValue(c.expected)) << c.formula;
+            EXPECT_EQ(DescribeValue(outcome.value), DescribeValue(c.expected)) << c.formula;
         }
     }
 
@@ -88,9 +78,9 @@ protected:
 TEST_F(FunctionsTablesTest, TheGroupHoldsTheTwentySevenFunctions) {
     EXPECT_EQ(TableFunctions().functions.size(), 27u);
     for (const QBuiltinFunction& row : TableFunctions().functions) {
-        EXPECT_EQ(FindBuiltinFunction(FullId(row.name)), &row) << U8(row.name);
-        EXPECT_NE(row.body, nullptr) << U8(row.name);
-        EXPECT_FALSE(row.actionOnly) << U8(row.name);
+        EXPECT_EQ(FindBuiltinFunction(FullId(row.name)), &row) << CString(row.name).ToUtf8();
+        EXPECT_NE(row.body, nullptr) << CString(row.name).ToUtf8();
+        EXPECT_FALSE(row.actionOnly) << CString(row.name).ToUtf8();
     }
 }
 
@@ -194,10 +184,10 @@ TEST_F(FunctionsTablesTest, EditsChangeTheSharedTable) {
 TEST_F(FunctionsTablesTest, AnEditIsNeverTakenFromTheFormulaCache) {
     const Outcome first = Run("removerow(\"prices\", 5)");
     const Outcome second = Run("removerow(\"prices\", 5)");
-    EXPECT_EQ(DescribeValue(first.result), DescribeValue(QAnyValue(true)));
-    EXPECT_TRUE(second.result.IsNA());
-    EXPECT_EQ(DescribeValue(Run("addcol(t, \"y\")").result), DescribeValue(QAnyValue(true)));
-    EXPECT_EQ(DescribeValue(Run("addcol(t, \"y\")").result), DescribeValue(QAnyValue(true)));
+    EXPECT_EQ(DescribeValue(first.value), DescribeValue(QAnyValue(true)));
+    EXPECT_TRUE(second.value.IsNA());
+    EXPECT_EQ(DescribeValue(Run("addcol(t, \"y\")").value), DescribeValue(QAnyValue(true)));
+    EXPECT_EQ(DescribeValue(Run("addcol(t, \"y\")").value), DescribeValue(QAnyValue(true)));
     int cols = 0;
     ASSERT_TRUE(QLookupTable(m_t.MakeLookupTable()).ColCount(cols));
     EXPECT_EQ(cols, 3);
@@ -244,7 +234,7 @@ TEST_F(FunctionsTablesTest, EachCallIsTracedAndAFailureToo) {
     auto has = [&](const std::string& text) {
         return std::find(texts.begin(), texts.end(), text) != texts.end();
     };
-    EXPECT_TRUE(has("LOOKUP(" + U8(ValueToString(m_t)) + ", a, x) = 1"));
+    EXPECT_TRUE(has("LOOKUP(" + ValueToString(m_t).ToUtf8() + ", a, x) = 1"));
     EXPECT_FALSE(has("LOOKUP ERROR"));
     EXPECT_TRUE(has("ROWLABEL ERROR"));
 }

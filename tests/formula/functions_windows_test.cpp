@@ -1,5 +1,5 @@
-#include "tests/support/anyvalues.h"
-#include "tests/support/environment.h"
+#include "tests/support/evaluations.h"
+#include "tests/support/tempfolder.h"
 
 #include "keel/document/errorlog.h"
 #include "keel/document/winapp.h"
@@ -24,22 +24,18 @@ namespace {
 namespace fs = std::filesystem;
 using testing::ElementsAre;
 
-std::string Utf8(const CString& text) {
-    return text.ToUtf8();
-}
-
 // Records what the functions ask of the person and answers from what the test set.
 class DialogHost : public CHeadlessUIServices {
 public:
     bool HasDisplay() const override { return display; }
     int MessageBox(const CString& text, const CString&, unsigned) override {
-        boxes.push_back(Utf8(text));
+        boxes.push_back(text.ToUtf8());
         return boxAnswer;
     }
     void ShowPendingMessages(const std::vector<CPendingMessage>&) override {}
 
     bool EditText(CString& text, const CString& title) override {
-        asked.push_back("edit " + Utf8(title) + ": " + Utf8(text));
+        asked.push_back("edit " + title.ToUtf8() + ": " + text.ToUtf8());
         if (!answer)
             return false;
         text = CString::FromUtf8(*answer);
@@ -54,23 +50,23 @@ public:
     }
     bool BrowseForFile(const CString& title, const CString& folder, const CString& filter,
                        CString& path) override {
-        asked.push_back("browse " + Utf8(title) + " in " + Utf8(folder) + " for " + Utf8(filter) +
-                        " at " + Utf8(path));
+        asked.push_back("browse " + title.ToUtf8() + " in " + folder.ToUtf8() + " for " +
+                        filter.ToUtf8() + " at " + path.ToUtf8());
         if (!answer)
             return false;
         path = CString::FromUtf8(*answer);
         return true;
     }
     bool EditForm(const CString& path, const CString& group) override {
-        asked.push_back("form " + Utf8(path) + " " + Utf8(group));
+        asked.push_back("form " + path.ToUtf8() + " " + group.ToUtf8());
         return true;
     }
     bool EditTable(const CString& path) override {
-        asked.push_back("table " + Utf8(path));
+        asked.push_back("table " + path.ToUtf8());
         return true;
     }
     PageSelection SelectCategoryAndPage(const CString& category, const CString& page) override {
-        asked.push_back("page " + Utf8(category) + "/" + Utf8(page));
+        asked.push_back("page " + category.ToUtf8() + "/" + page.ToUtf8());
         return selection;
     }
 
@@ -82,24 +78,12 @@ public:
     std::vector<std::string> asked;
 };
 
-struct Outcome {
-    bool ok = false;
-    QAnyValue value;
-    std::string message;
-};
-
 // Each test has its own home, an application object, the recording host and the process's log
 // in a file of its own.
-class FunctionsWindows : public testing::Test {
+class FunctionsWindows : public test::HomeFolderTest {
 protected:
-    FunctionsWindows()
-        : m_folder(fs::temp_directory_path() /
-                   ("keel-windows-" + std::to_string(::getpid()) + "-" +
-                    testing::UnitTest::GetInstance()->current_test_info()->name())) {
-        fs::remove_all(m_folder);
-        fs::create_directories(m_folder);
-        for (const char* variable : {"HOME", "XDG_CONFIG_HOME", "XDG_DATA_HOME"})
-            m_environment.Set(variable, m_folder.string());
+    void SetUp() override {
+        HomeFolderTest::SetUp();
         // The log of earlier tests is closed before the recording host is in place: closing a
         // log that holds errors offers to show it, and that box is none of this test's.
         QErrorLog& log = TheErrorLog();
@@ -108,40 +92,28 @@ protected:
         SetUIServices(&m_host);
         m_app = std::make_unique<QWinApp>();
         QErrorType::ReloadErrorLogOnly();
-        log.SetFilename(CString::FromUtf8((m_folder / "log.txt").string()));
+        log.SetFilename(PathOf("log.txt"));
     }
-    ~FunctionsWindows() override {
+    void TearDown() override {
         TheErrorLog().DiscardPendingMessages();
         TheErrorLog().CloseLogFile();
         m_app.reset();
         SetUIServices(nullptr);
         QErrorType::ReloadErrorLogOnly();
-        fs::remove_all(m_folder);
+        HomeFolderTest::TearDown();
     }
 
-    Outcome Evaluated(const std::string& formula, bool action = true, bool report = false) {
-        Outcome outcome;
-        QEvaluator evaluator(outcome.value, FormulaText(CString::FromUtf8(formula)), nullptr, false,
-                             report, action);
-        outcome.ok = evaluator.Evaluate();
-        outcome.message = Utf8(evaluator.Message());
-        return outcome;
+    test::Evaluation Evaluated(const std::string& formula) {
+        return test::Evaluated(formula, nullptr, {.action = true});
     }
-    std::string ValueOf(const std::string& formula, bool action = true) {
-        const Outcome outcome = Evaluated(formula, action);
-        if (!outcome.ok)
-            return "failed: " + outcome.message;
-        if (outcome.value.IsError())
-            return "#ERR " + test::MessageOf(outcome.value);
-        return Utf8(QAnyValue(outcome.value).MakeCString());
-    }
+    std::string ValueOf(const std::string& formula) { return Evaluated(formula).Shown(); }
     // The lines of the log file without their times: "Server:Ignoring ...". Closing the log
     // asks whether to view it, so boxes are to be looked at before.
     std::vector<std::string> Logged() const {
         TheErrorLog().CloseLogFile();
         static const std::regex line(R"(^\d\d:\d\d:\d\d (.*)$)");
         std::vector<std::string> lines;
-        std::istringstream in(test::ReadText(m_folder / "log.txt"));
+        std::istringstream in(test::ReadText(m_root / "log.txt"));
         for (std::string text; std::getline(in, text);) {
             std::smatch match;
             if (std::regex_match(text, match, line))
@@ -150,11 +122,9 @@ protected:
         return lines;
     }
     std::string Folder(QConstantFolder kind) const {
-        return Utf8(m_app->FolderForConstant(kind)) + "/";
+        return m_app->FolderForConstant(kind).ToUtf8() + "/";
     }
 
-    fs::path m_folder;
-    test::ScopedEnvironment m_environment;
     DialogHost m_host;
     std::unique_ptr<QWinApp> m_app;
 };
@@ -226,7 +196,7 @@ TEST_F(FunctionsWindows, TheDialogsGiveWhatThePersonChoseOrTheOldValue) {
     m_host.answer = "final";
     EXPECT_EQ(ValueOf("edittext(\"draft\")"), "final");
     m_host.answer = "65280";
-    const Outcome chosen = Evaluated("pickcolor(255)");
+    const test::Evaluation chosen = Evaluated("pickcolor(255)");
     ASSERT_TRUE(chosen.ok) << chosen.message;
     EXPECT_TRUE(chosen.value.IsColor());
     EXPECT_EQ(QAnyValue(chosen.value).MakeColor(), 65280u);
@@ -279,10 +249,10 @@ TEST_F(FunctionsWindows, MsgBoxLogReportsUnderItsHeading) {
     EXPECT_EQ(ValueOf("msgboxlog(\"Again\")"), "Yes");
     QErrorLog& log = TheErrorLog();
     ASSERT_EQ(log.GetSize(), 2);
-    EXPECT_EQ(Utf8(log.Message(0)), "Careful");
-    EXPECT_EQ(Utf8(log.ErrorType(0)->Description()), "Checks");
-    EXPECT_EQ(Utf8(log.Message(1)), "Again");
-    EXPECT_EQ(Utf8(log.ErrorType(1)->Description()), "Error");
+    EXPECT_EQ(log.Message(0).ToUtf8(), "Careful");
+    EXPECT_EQ(log.ErrorType(0)->Description().ToUtf8(), "Checks");
+    EXPECT_EQ(log.Message(1).ToUtf8(), "Again");
+    EXPECT_EQ(log.ErrorType(1)->Description().ToUtf8(), "Error");
 }
 
 } // namespace

@@ -1,3 +1,4 @@
+#include "tests/support/evaluations.h"
 #include "tests/support/formulavalues.h"
 #include "tests/support/functioncalls.h"
 #include "tests/support/namescontext.h"
@@ -34,17 +35,7 @@ std::string Nested(const std::string& open, const std::string& core, const std::
     return Repeated(open, depth) + core + Repeated(close, depth);
 }
 
-class Hardening : public test::FunctionCallTest {
-protected:
-    static CallOutcome SyntaxCheck(const std::string& formula) {
-        CallOutcome outcome;
-        const std::unique_ptr<QEvaluator> evaluator(QEvaluator::New(
-            outcome.result, FormulaText(CString::FromUtf8(formula)), nullptr, false, true, false));
-        outcome.ok = evaluator->EvaluateNoEval();
-        outcome.message = evaluator->Message().ToUtf8();
-        return outcome;
-    }
-};
+using Hardening = test::FunctionCallTest;
 
 // --- Nesting ------------------------------------------------------------------------------------
 
@@ -70,10 +61,11 @@ TEST_F(Hardening, FormulasNestedBeyondTheStackFailWithAMessageAndLeaveNoLevelBeh
     };
     for (const DeepCase& c : cases) {
         for (const bool evaluating : {true, false}) {
-            const CallOutcome outcome = evaluating ? Run(c.formula) : SyntaxCheck(c.formula);
+            const test::Evaluation outcome =
+                test::Evaluated(c.formula, nullptr, {.report = true, .eval = evaluating});
             EXPECT_FALSE(outcome.ok) << c.what;
             EXPECT_EQ(outcome.message, "Formula nested too deeply") << c.what;
-            EXPECT_EQ(MessageOf(outcome.result), "Formula nested too deeply") << c.what;
+            EXPECT_EQ(MessageOf(outcome.value), "Formula nested too deeply") << c.what;
             EXPECT_EQ(QEvaluator::NestingDepth(), 0) << c.what;
         }
     }
@@ -198,11 +190,9 @@ TEST_F(Hardening, AFailedDeferredStringFormulaNamesItselfAndItsWholeFormula) {
     EXPECT_EQ(reported.message,
               "Error evaluating deferred string formula [u], Error in value of u\n\t1 +* 2");
 
-    CallOutcome quiet;
-    const std::unique_ptr<QEvaluator> evaluator(
-        QEvaluator::New(quiet.result, FormulaText("u"), &context, false, false, false));
-    EXPECT_FALSE(evaluator->Evaluate());
-    EXPECT_EQ(evaluator->Message().ToUtf8(), "Error in value of u\n\t1 +* 2");
+    const test::Evaluation quiet = test::Evaluated("u", &context);
+    EXPECT_FALSE(quiet.ok);
+    EXPECT_EQ(quiet.message, "Error in value of u\n\t1 +* 2");
 }
 
 // --- Lengths from formulas ----------------------------------------------------------------------

@@ -1,7 +1,6 @@
-#include "tests/support/anyvalues.h"
+#include "tests/support/evaluations.h"
 #include "tests/support/tables.h"
 
-#include "keel/formula/evaluator.h"
 #include "keel/values/tablehandle.h"
 
 #include <gtest/gtest.h>
@@ -15,22 +14,12 @@ using test::MessageOf;
 
 // The statements that need tables; the rest are in tests/formula/cases/statements.txt.
 
-struct Outcome {
-    bool ok = false;
-    QAnyValue value;
-    std::string message;
-};
-
-Outcome Action(const char* formula, bool eval = true) {
-    Outcome outcome;
-    QEvaluator evaluator(outcome.value, FormulaText(formula), nullptr, false, false, true);
-    outcome.ok = eval ? evaluator.Evaluate() : evaluator.EvaluateNoEval();
-    outcome.message = evaluator.Message().ToUtf8();
-    return outcome;
+test::Evaluation Action(const char* formula, bool eval = true) {
+    return test::Evaluated(formula, nullptr, {.action = true, .eval = eval});
 }
 
 testing::AssertionResult Gives(const char* formula, const QAnyValue& expected) {
-    const Outcome outcome = Action(formula);
+    const test::Evaluation outcome = Action(formula);
     if (!outcome.ok)
         return testing::AssertionFailure() << formula << " failed: " << outcome.message;
     if (!(outcome.value == expected))
@@ -133,7 +122,7 @@ TEST_F(StatementsTables, NothingRunsWithEvaluationOff) {
 TEST_F(StatementsTables, AnUnknownTableIsAnErrorValue) {
     test::NamedTableSource known({"prices"});
     SetTableHandleSource(&known);
-    const Outcome outcome = Action("rollback vlt 'costs'");
+    const test::Evaluation outcome = Action("rollback vlt 'costs'");
     EXPECT_TRUE(outcome.ok) << outcome.message;
     EXPECT_EQ(MessageOf(outcome.value), "Cannot find lookup table costs");
 }

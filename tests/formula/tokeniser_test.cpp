@@ -471,7 +471,20 @@ protected:
     const PropId m_and{"and"};
 };
 
-TEST_F(TokeniserMatching, TestLooksMatchMovesOnAndParseGivesTheContent) {
+TEST_F(TokeniserMatching, TestLooksMatchMovesOnParseGivesTheContentAndKindsDoNotMix) {
+    // The kinds do not match each other.
+    EXPECT_FALSE(m_tokeniser.TestChar(u't'));
+    char16_t character = 0;
+    EXPECT_FALSE(m_tokeniser.ParseChar(character));
+    QAnyValue value;
+    EXPECT_FALSE(m_tokeniser.ParseValue(value));
+    m_tokeniser.RestoreCursor(1);
+    PropId id;
+    EXPECT_FALSE(m_tokeniser.ParseId(id));
+    EXPECT_FALSE(m_tokeniser.TestId(PropId()));
+    EXPECT_EQ(m_tokeniser.SaveCursor(), 1);
+
+    m_tokeniser.RestoreCursor(0);
     EXPECT_TRUE(m_tokeniser.TestId(m_a));
     EXPECT_TRUE(m_tokeniser.TestId(PropId("TOKa"))) << "names match whatever their case";
     EXPECT_EQ(m_tokeniser.SaveCursor(), 0);
@@ -485,35 +498,19 @@ TEST_F(TokeniserMatching, TestLooksMatchMovesOnAndParseGivesTheContent) {
     EXPECT_EQ(m_tokeniser.SaveCursor(), 2);
 
     m_tokeniser.RestoreCursor(0);
-    PropId id;
     ASSERT_TRUE(m_tokeniser.ParseId(id));
     EXPECT_EQ(id, m_a);
-    char16_t character = 0;
     ASSERT_TRUE(m_tokeniser.ParseChar(character));
     EXPECT_EQ(character, u'>');
     ASSERT_TRUE(m_tokeniser.ParseChar(character));
     EXPECT_EQ(character, u'=');
-    QAnyValue value;
     ASSERT_TRUE(m_tokeniser.ParseValue(value));
     EXPECT_EQ(value.MakeInt(), 3);
     EXPECT_EQ(m_tokeniser.SaveCursor(), 4);
     EXPECT_TRUE(m_tokeniser.MatchId(PropId("AND")));
 }
 
-TEST_F(TokeniserMatching, KindsDoNotMatchEachOther) {
-    EXPECT_FALSE(m_tokeniser.TestChar(u't'));
-    char16_t character = 0;
-    EXPECT_FALSE(m_tokeniser.ParseChar(character));
-    QAnyValue value;
-    EXPECT_FALSE(m_tokeniser.ParseValue(value));
-    m_tokeniser.RestoreCursor(1);
-    PropId id;
-    EXPECT_FALSE(m_tokeniser.ParseId(id));
-    EXPECT_FALSE(m_tokeniser.TestId(PropId()));
-    EXPECT_EQ(m_tokeniser.SaveCursor(), 1);
-}
-
-TEST_F(TokeniserMatching, PairsAreTwoSuccessiveTokens) {
+TEST_F(TokeniserMatching, PairsAreTwoSuccessiveTokensAndNothingMatchesAtTheEnd) {
     m_tokeniser.RestoreCursor(1);
     EXPECT_TRUE(m_tokeniser.TestCharPair(u'>', u'='));
     EXPECT_FALSE(m_tokeniser.TestCharPair(u'>', u'>'));
@@ -534,9 +531,8 @@ TEST_F(TokeniserMatching, PairsAreTwoSuccessiveTokens) {
     m_tokeniser.RestoreCursor(6);
     EXPECT_FALSE(m_tokeniser.MatchIdPair(m_b, m_b));
     EXPECT_EQ(m_tokeniser.SaveCursor(), 6);
-}
 
-TEST_F(TokeniserMatching, MatchIdWithTokenUsesTheTokenGiven) {
+    // MatchIdWithToken uses the token given.
     m_tokeniser.RestoreCursor(4);
     const QToken* token = m_tokeniser.ThisToken();
     EXPECT_FALSE(m_tokeniser.MatchIdWithToken(m_b, token));
@@ -544,9 +540,8 @@ TEST_F(TokeniserMatching, MatchIdWithTokenUsesTheTokenGiven) {
     EXPECT_EQ(m_tokeniser.SaveCursor(), 4);
     EXPECT_TRUE(m_tokeniser.MatchIdWithToken(m_and, token));
     EXPECT_EQ(m_tokeniser.SaveCursor(), 5);
-}
 
-TEST_F(TokeniserMatching, NothingMatchesAtTheEnd) {
+    // Nothing matches at the end.
     m_tokeniser.RestoreCursor(6);
     EXPECT_FALSE(m_tokeniser.PastEOF());
     m_tokeniser.NextToken();

@@ -95,13 +95,21 @@ protected:
 
 using WithFormulaRead = WithFormulaTest;
 
-TEST_F(WithFormulaRead, AValueWithoutARootIsNeverEvaluated) {
+TEST_F(WithFormulaRead, AValueWithoutARootIsNeverEvaluatedButTakesWhatIsAssigned) {
     Loose loose;
     QWithFormula<QAnyValue>& value = loose.Add("a", QAnyValue(7), "2 + 3");
     EXPECT_EQ(Text(value.Value()), "7");
     EXPECT_EQ(value.State().Number(), 0u);
     QWithFormula<QAnyValue> detached(nullptr, QAnyValue(1), FormulaText(u"2 + 3"));
     EXPECT_EQ(Text(detached.Value()), "1");
+
+    // Without a root nothing is told and an assigned value is taken.
+    QWithFormula<QAnyValue> assigned(&loose);
+    assigned.Assign(QAnyValue(2), FormulaText(u"a"));
+    EXPECT_EQ(assigned.Formula(), FormulaText(u"a"));
+    assigned = QAnyValue(3);
+    EXPECT_EQ(Text(assigned.ValueNoEnsureUpToDate()), "3");
+    EXPECT_TRUE(assigned.IsFormulaEmpty());
 }
 
 TEST_F(WithFormulaRead, TheFirstReadEvaluatesAndTakesTheRootsNumberAndLaterReadsWaitForAChange) {
@@ -240,16 +248,6 @@ TEST_F(WithFormulaAssign, AValueDropsTheFormulaAndTheErrorBitAndOnlyADifferentOn
     }
 }
 
-TEST_F(WithFormulaAssign, WithoutARootNothingIsToldAndTheValueIsTaken) {
-    Loose loose;
-    QWithFormula<QAnyValue> value(&loose);
-    value.Assign(QAnyValue(2), FormulaText(u"a"));
-    EXPECT_EQ(value.Formula(), FormulaText(u"a"));
-    value = QAnyValue(3);
-    EXPECT_EQ(Text(value.ValueNoEnsureUpToDate()), "3");
-    EXPECT_TRUE(value.IsFormulaEmpty());
-}
-
 TEST_F(WithFormulaAssign, CopiesCarryValueAndFormulaAndAdoptAContextOnlyWhenTheyHaveNone) {
     Root first("First");
     Root second("Second");
@@ -346,13 +344,11 @@ FormulaText Loaded(std::vector<std::uint8_t> bytes) {
     return holder.Formula();
 }
 
-TEST_F(WithFormulaBase, TheFormulaIsArchivedAsACountedString) {
+TEST_F(WithFormulaBase, TheFormulaIsArchivedAsACountedStringAndReadsBack) {
     EXPECT_EQ(Stored(QWithFormulaBase(nullptr, FormulaText(u"a+1"))),
               (std::vector<std::uint8_t>{0xFF, 0xFE, 0xFF, 3, 'a', 0, '+', 0, '1', 0}));
     EXPECT_EQ(Stored(QWithFormulaBase()), (std::vector<std::uint8_t>{0xFF, 0xFE, 0xFF, 0}));
-}
 
-TEST_F(WithFormulaBase, AnArchivedFormulaReadsBackAndNoFormulaStaysNone) {
     EXPECT_EQ(Loaded(Stored(QWithFormulaBase(nullptr, FormulaText(u"width * 2")))),
               FormulaText(u"width * 2"));
     EXPECT_TRUE(Loaded(Stored(QWithFormulaBase())).IsEmpty());
