@@ -10,7 +10,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <string>
-#include <string_view>
 
 namespace {
 
@@ -19,26 +18,18 @@ using namespace keel;
 constexpr std::size_t c_maxInputBytes = 4096;
 constexpr int c_maxEvaluationsPerInput = 1000;
 
-keel::fuzz::GuardingFactory& Factory() {
-    static keel::fuzz::GuardingFactory factory;
-    return factory;
-}
-
 } // namespace
 
 extern "C" int LLVMFuzzerInitialize(int* /*argc*/, char*** /*argv*/) {
-    SetEvaluatorFactory(&Factory());
-    QEvaluator::InstallAsFormulaHook();
+    keel::fuzz::InstallGuard();
     return 0;
 }
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-    if (size > c_maxInputBytes)
+    CString text;
+    if (!keel::fuzz::ReadBoundedFormula(data, size, c_maxInputBytes, text))
         return 0;
-    const std::string bytes(reinterpret_cast<const char*>(data), size);
-    const CString text = CString::FromUtf8(bytes);
-    if (text.ToUtf8() != std::string_view(bytes) || !keel::fuzz::IsBounded(text))
-        return 0;
+    const std::string bytes = text.ToUtf8();
 
     // Each run makes the tokens anew, as reading a literal may raise floating-point flags.
     const FormulaText formula(text);
@@ -47,10 +38,10 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
             QTokeniser::ForceRetokenise(formula.UniqueId());
     };
     test::FormulaRunner runner;
-    Factory().StartInput(c_maxEvaluationsPerInput);
+    keel::fuzz::Guard().StartInput(c_maxEvaluationsPerInput);
     const test::FormulaRun walked = runner.Run(bytes, QFormulaCompilation::Off);
     retokenise();
-    Factory().StartInput(c_maxEvaluationsPerInput);
+    keel::fuzz::Guard().StartInput(c_maxEvaluationsPerInput);
     const test::FormulaRun compiled = runner.Run(bytes, QFormulaCompilation::Always);
     if (!(walked == compiled)) {
         std::fprintf(stderr, "%s\nwalked:   %s\ncompiled: %s\n", bytes.c_str(),

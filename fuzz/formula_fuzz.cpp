@@ -9,7 +9,6 @@
 #include <cstdint>
 #include <cstdlib>
 #include <memory>
-#include <string_view>
 
 namespace {
 
@@ -18,11 +17,6 @@ using namespace keel;
 // A formula's offsets are 16-bit: nothing longer can be tokenised.
 constexpr std::size_t c_maxInputBytes = 32767;
 constexpr int c_maxEvaluationsPerInput = 1000;
-
-keel::fuzz::GuardingFactory& Factory() {
-    static keel::fuzz::GuardingFactory factory;
-    return factory;
-}
 
 void EvaluateChecked(const FormulaText& formula, bool noEval) {
     QAnyValue result;
@@ -36,21 +30,17 @@ void EvaluateChecked(const FormulaText& formula, bool noEval) {
 } // namespace
 
 extern "C" int LLVMFuzzerInitialize(int* /*argc*/, char*** /*argv*/) {
-    SetEvaluatorFactory(&Factory());
-    QEvaluator::InstallAsFormulaHook();
+    keel::fuzz::InstallGuard();
     return 0;
 }
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-    if (size > c_maxInputBytes)
-        return 0;
-    const std::string_view bytes(reinterpret_cast<const char*>(data), size);
-    const CString text = CString::FromUtf8(bytes);
-    if (text.ToUtf8() != bytes || !keel::fuzz::IsBounded(text))
+    CString text;
+    if (!keel::fuzz::ReadBoundedFormula(data, size, c_maxInputBytes, text))
         return 0;
 
     const FormulaText formula(text);
-    Factory().StartInput(c_maxEvaluationsPerInput);
+    keel::fuzz::Guard().StartInput(c_maxEvaluationsPerInput);
     EvaluateChecked(formula, false);
     EvaluateChecked(formula, true);
     // The interned text stays, but its tokens need not.

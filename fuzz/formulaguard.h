@@ -11,6 +11,7 @@
 #include "keel/formula/evaluatorfactory.h"
 
 #include <cstddef>
+#include <cstdint>
 #include <string_view>
 
 namespace keel::fuzz {
@@ -90,5 +91,28 @@ private:
     int m_evaluationsLeft = 0;
     CString m_tableFolder;
 };
+
+// The one guard of a harness.
+inline GuardingFactory& Guard() {
+    static GuardingFactory guard;
+    return guard;
+}
+
+// Makes the guard the evaluator factory, and evaluation the formula hook.
+inline void InstallGuard() {
+    SetEvaluatorFactory(&Guard());
+    QEvaluator::InstallAsFormulaHook();
+}
+
+// The input as a formula's text: false when it is longer than `maxBytes`, is not UTF-8 that
+// reads back the same, or names unbounded work.
+inline bool ReadBoundedFormula(const std::uint8_t* data, std::size_t size, std::size_t maxBytes,
+                               CString& text) {
+    if (size > maxBytes)
+        return false;
+    const std::string_view bytes(reinterpret_cast<const char*>(data), size);
+    text = CString::FromUtf8(bytes);
+    return text.ToUtf8() == bytes && IsBounded(text);
+}
 
 } // namespace keel::fuzz

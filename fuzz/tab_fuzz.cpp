@@ -26,11 +26,6 @@ using keel::fuzz::GuardingFactory;
 constexpr std::size_t c_maxInputBytes = 4096;
 constexpr int c_maxEvaluationsPerInput = 2000;
 
-GuardingFactory& Factory() {
-    static GuardingFactory factory;
-    return factory;
-}
-
 std::filesystem::path& FilePath() {
     static std::filesystem::path path;
     return path;
@@ -49,8 +44,7 @@ extern "C" int LLVMFuzzerInitialize(int* /*argc*/, char*** /*argv*/) {
     std::filesystem::create_directories(folder);
     FilePath() = folder / "fuzz.tab";
     std::atexit(RemoveFolder);
-    SetEvaluatorFactory(&Factory());
-    QEvaluator::InstallAsFormulaHook();
+    keel::fuzz::InstallGuard();
     TheErrorLog().SetFilename(CString::FromUtf8((folder / "errors.log").string()));
     SetNoEvalReportErrors(true);
     return 0;
@@ -62,7 +56,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     std::ofstream(FilePath(), std::ios::binary | std::ios::trunc)
         .write(reinterpret_cast<const char*>(data), std::streamsize(size));
     const CString path = CString::FromUtf8(FilePath().string());
-    Factory().StartInput(c_maxEvaluationsPerInput);
+    keel::fuzz::Guard().StartInput(c_maxEvaluationsPerInput);
     {
         keel::test::FakeTree tree;
         tree.AddGroup(u"Base").items.push_back(std::make_unique<keel::test::FakeItem>(1));

@@ -39,11 +39,6 @@ using keel::fuzz::GuardingFactory;
 constexpr std::size_t c_maxInputBytes = 2048;
 constexpr int c_maxEvaluationsPerInput = 2000;
 
-GuardingFactory& Factory() {
-    static GuardingFactory factory;
-    return factory;
-}
-
 std::filesystem::path& TablePath() {
     static std::filesystem::path path;
     return path;
@@ -100,7 +95,7 @@ void CheckPlainCells() {
                 Fail("a plain cell read differently", reading.difference);
         }
     }
-    SetEvaluatorFactory(&Factory());
+    SetEvaluatorFactory(&keel::fuzz::Guard());
 }
 
 void CheckRowLines() {
@@ -134,9 +129,8 @@ extern "C" int LLVMFuzzerInitialize(int* /*argc*/, char*** /*argv*/) {
     std::filesystem::create_directories(folder);
     TablePath() = folder / "fuzz.vlt";
     std::atexit(RemoveTableFolder);
-    Factory().SetTableFolder(CString::FromUtf8(folder.string()));
-    SetEvaluatorFactory(&Factory());
-    QEvaluator::InstallAsFormulaHook();
+    keel::fuzz::Guard().SetTableFolder(CString::FromUtf8(folder.string()));
+    keel::fuzz::InstallGuard();
     TheErrorLog().SetFilename(CString::FromUtf8((folder / "errors.log").string()));
     SetNoEvalReportErrors(true);
     // Small enough that most inputs also take the path of rows parsed on demand.
@@ -152,7 +146,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         .write(bytes.data(), std::streamsize(size));
     CheckPlainCells();
     CheckRowLines();
-    Factory().StartInput(c_maxEvaluationsPerInput);
+    keel::fuzz::Guard().StartInput(c_maxEvaluationsPerInput);
     Open(false, false);
     Open(false, true);
     Open(true, false);

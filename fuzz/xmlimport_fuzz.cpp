@@ -31,11 +31,6 @@ using keel::test::FakeTree;
 constexpr std::size_t c_maxInputBytes = 1 << 14;
 constexpr int c_maxEvaluationsPerInput = 2000;
 
-GuardingFactory& Factory() {
-    static GuardingFactory factory;
-    return factory;
-}
-
 std::filesystem::path& Folder() {
     static std::filesystem::path folder;
     return folder;
@@ -57,8 +52,7 @@ extern "C" int LLVMFuzzerInitialize(int* /*argc*/, char*** /*argv*/) {
                ("keel-xmlimport-fuzz-" + std::to_string(::getpid()));
     std::filesystem::create_directories(Folder());
     std::atexit(RemoveFolder);
-    SetEvaluatorFactory(&Factory());
-    QEvaluator::InstallAsFormulaHook();
+    keel::fuzz::InstallGuard();
     TheErrorLog().SetFilename(PathOf("errors.log"));
     SetNoEvalReportErrors(true);
     return 0;
@@ -71,7 +65,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     const bool extras = (data[0] & 2) != 0;
     std::ofstream((Folder() / "fuzz.xml"), std::ios::binary | std::ios::trunc)
         .write(reinterpret_cast<const char*>(data + 1), std::streamsize(size - 1));
-    Factory().StartInput(c_maxEvaluationsPerInput);
+    keel::fuzz::Guard().StartInput(c_maxEvaluationsPerInput);
     {
         FakeTree tree;
         tree.newGroupXmlStyle = style;
