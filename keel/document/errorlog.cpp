@@ -32,6 +32,8 @@ bool g_bServerErrors = false;
 std::mutex g_errorLogOnlyMutex;
 std::optional<CString> g_errorLogOnly;
 
+// Evaluators run on one thread and set this around every evaluation: it is not a lock, so it
+// needs no ordering, only freedom from torn reads.
 std::atomic<bool> g_bNoEvalReportErrors{false};
 
 std::atomic<unsigned> g_fpControlWordBits{FP_EXCEPTION_BITS};
@@ -477,11 +479,11 @@ int QMessageBoxOrLogUnlessNoEvalReportErrors(const CString& message, const CStri
 }
 
 void SetNoEvalReportErrors(bool noReports) {
-    g_bNoEvalReportErrors.store(noReports);
+    g_bNoEvalReportErrors.store(noReports, std::memory_order_relaxed);
 }
 
 bool NoEvalReportErrors() {
-    return g_bNoEvalReportErrors.load();
+    return g_bNoEvalReportErrors.load(std::memory_order_relaxed);
 }
 
 int QMessageBoxExceptServer(const CString& function, const CString& prompt, unsigned flags) {

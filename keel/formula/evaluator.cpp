@@ -36,10 +36,17 @@ bool TraceEvaluations() {
     return IsTracing(USER_TRACE_EVALUATIONS);
 }
 
+// The count is process-wide but evaluators run on one thread, so a plain read and write serve:
+// a locked update would cost more than the rest of a short evaluation.
+void RaiseNestingCount() {
+    c_nestingCount.store(c_nestingCount.load(std::memory_order_relaxed) + 1,
+                         std::memory_order_relaxed);
+}
+
 void LowerNestingCount() {
-    int count = c_nestingCount.load();
-    while (count > 0 && !c_nestingCount.compare_exchange_weak(count, count - 1)) {
-    }
+    const int count = c_nestingCount.load(std::memory_order_relaxed);
+    if (count > 0)
+        c_nestingCount.store(count - 1, std::memory_order_relaxed);
 }
 
 // The process-wide report switch is written only when it changes: a write costs far more than a
@@ -161,7 +168,7 @@ QEvaluator::QEvaluator(QAnyValue& result, FormulaText formula, QFormulaContext* 
     SetFlag(c_action, isAction);
     SetFlag(c_savedReportErrors, !NoEvalReportErrors());
     SetReportSwitch(!reportErrors);
-    ++c_nestingCount;
+    RaiseNestingCount();
 }
 
 QEvaluator::~QEvaluator() {
@@ -182,7 +189,7 @@ void QEvaluator::InstallAsFormulaHook() {
 }
 
 int QEvaluator::NestingCount() {
-    return c_nestingCount.load();
+    return c_nestingCount.load(std::memory_order_relaxed);
 }
 
 // --- Limits of nesting --------------------------------------------------------------------------

@@ -783,7 +783,7 @@ void QFormulaContext::OnEnsureUpToDate() const {
 
 bool QFormulaContext::HeresAFormulaValueIPreparedEarlier(QAnyValue& out, QCacheState& state,
                                                          const FormulaText& formula) const {
-    if (CanBeSharedOrIsDestructing())
+    if (m_formulaValueCache.IsEmpty() || CanBeSharedOrIsDestructing())
         return false;
     const std::uint32_t seq = SeqForValueCache();
     if (const void* acceptor = AcceptorForValueCache();
@@ -826,7 +826,7 @@ void QFormulaContext::ForgetThisFormulaValueForNextTime(const FormulaText& formu
 }
 
 bool QFormulaContext::HeresAPropIdValueIPreparedEarlier(QAnyValue& out, const PropId& name) const {
-    return !CanBeSharedOrIsDestructing() &&
+    return !m_propIdValueCache.IsEmpty() && !CanBeSharedOrIsDestructing() &&
            m_propIdValueCache.Lookup({name, SeqForValueCache()}, out);
 }
 
@@ -841,7 +841,7 @@ void QFormulaContext::ForgetThisPropIdValueForNextTime(const PropId& name) {
 }
 
 bool QFormulaContext::HeresAFullIdValueIPreparedEarlier(QAnyValue& out, const FullId& name) const {
-    return !CanBeSharedOrIsDestructing() &&
+    return !m_fullIdValueCache.IsEmpty() && !CanBeSharedOrIsDestructing() &&
            m_fullIdValueCache.Lookup({name, SeqForValueCache()}, out);
 }
 

@@ -115,7 +115,8 @@ private:
     std::atomic<bool> m_compileTried{false};
 };
 
-// A position in a token stream.
+// A position in a token stream. It does not own the stream: whoever creates it keeps the stream
+// alive (the tokeniser holds it), which spares two reference counts an evaluation.
 class QTokenStreamIterator {
 public:
     void Create(QTokenStream* stream);
@@ -150,7 +151,7 @@ public:
     };
 
 private:
-    QSmartPtr<QTokenStream> m_stream;
+    QTokenStream* m_stream = nullptr;
     short m_position = 0;
 };
 

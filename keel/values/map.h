@@ -84,11 +84,15 @@ public:
         return true;
     }
     const CPair* PLookup(AK key) const {
+        if (m_count == 0) // an empty map need not hash the key
+            return nullptr;
         const K& wanted = key;
         const Node* node = FindNode(wanted, HashKey(wanted));
         return node ? &node->pair : nullptr;
     }
     CPair* PLookup(AK key) {
+        if (m_count == 0)
+            return nullptr;
         const K& wanted = key;
         Node* node = FindNode(wanted, HashKey(wanted));
         return node ? &node->pair : nullptr;
