@@ -1,7 +1,10 @@
 #include "tests/support/archivebytes.h"
+#include "tests/support/compoundprobe.h"
 #include "tests/support/tempfolder.h"
 
 #include "keel/platform/archive.h"
+#include "keel/platform/file.h"
+#include "keel/platform/schema.h"
 
 #include <bit>
 #include <cstdint>
@@ -453,14 +456,12 @@ TEST(ArchiveState, ConstructionModeSchemaAndFileName) {
     CArchive storing(&file, CArchive::store);
     EXPECT_TRUE(storing.IsStoring());
     EXPECT_FALSE(storing.IsLoading());
-    EXPECT_EQ(storing.GetFile(), &file);
 
     CMemFile other;
     other.SetFilePath(u"/plans/house.kdf");
     CArchive loading(&other, CArchive::load);
     EXPECT_TRUE(loading.IsLoading());
     EXPECT_FALSE(loading.IsStoring());
-    EXPECT_EQ(loading.m_pDocument, nullptr);
     // The schema starts as none and is consumed by reading it.
     EXPECT_EQ(loading.GetObjectSchema(), 0xFFFFFFFFu);
     loading.SetObjectSchema(3);
@@ -483,30 +484,97 @@ using ArchiveDisk = test::TempFolderTest;
 
 TEST_F(ArchiveDisk, RoundTripThroughAFile) {
     const CString name = PathOf("values.kdf");
+    const auto write = [](CArchive& archive) {
+        archive << CString(u"Wall \u2013 north") << 2.75;
+        archive.WriteCount(70000);
+    };
     {
         CFile file(name, CFile::modeCreate | CFile::modeWrite | CFile::typeBinary);
         CArchive archive(&file, CArchive::store);
         EXPECT_EQ(archive.GetFileName(), name);
-        archive << CString(u"Wall \u2013 north") << 2.75 << std::int32_t{-40};
-        archive.WriteCount(70000);
+        write(archive);
         archive.Close();
-        file.Close();
     }
-    EXPECT_EQ(ReadBytes("values.kdf"),
-              Concat({Hex("FF FE FF 0C"), WideUnits(u"Wall \u2013 north"),
-                      Hex("00 00 00 00 00 00 06 40  D8 FF FF FF  FF FF 70 11 01 00")}));
-
+    EXPECT_EQ(ReadBytes("values.kdf"), Stored(write));
     CFile file(name, CFile::modeRead | CFile::shareDenyWrite);
     CArchive archive(&file, CArchive::load);
     CString text;
     double length = 0;
-    std::int32_t offset = 0;
-    archive >> text >> length >> offset;
+    archive >> text >> length;
     EXPECT_EQ(text, u"Wall \u2013 north");
     EXPECT_EQ(length, 2.75);
-    EXPECT_EQ(offset, -40);
     EXPECT_EQ(archive.ReadCount(), 70000u);
-    EXPECT_EQ(test::ArchiveCauseOf([&] { archive >> offset; }), CArchiveException::endOfFile);
+    EXPECT_EQ(test::ArchiveCauseOf([&] { archive >> length; }), CArchiveException::endOfFile);
+}
+
+// --- Schemas ---------------------------------------------------------------------------------
+
+// The schema numbers a test sets are put back after it.
+class SchemaTest : public ::testing::Test {
+protected:
+    // An archive whose schema field holds `schema`.
+    CArchive& With(unsigned schema) {
+        m_archive.SetObjectSchema(schema);
+        return m_archive;
+    }
+
+    test::ScopedSchema m_restore{QSchema::DefaultVersion()};
+    CMemFile m_file;
+    CArchive m_archive{&m_file, CArchive::load};
+};
+
+TEST_F(SchemaTest, VersionIsTheArchivesSchemaOrTheDefaultAndStaysThere) {
+    EXPECT_EQ(QSchema::DefaultVersion(), -1);
+    EXPECT_EQ(QSchema::UnsupportedVersion(), -1);
+    EXPECT_EQ(QSchema::Version(With(CArchive::noSchema)), -1);
+    EXPECT_EQ(QSchema::Version(m_archive), -1);
+    QSchema::SetDefaultSchema(120);
+
+    CArchive& archive = With(17);
+    EXPECT_EQ(QSchema::Version(archive), 17);
+    EXPECT_EQ(QSchema::Version(archive), 17) << "reading the version consumed it";
+    EXPECT_EQ(archive.GetObjectSchema(), 17u);
+    // A negative schema is replaced by the default, which is stored.
+    for (const unsigned none : {CArchive::noSchema, 0x80000000u}) {
+        EXPECT_EQ(QSchema::Version(With(none)), 120);
+        EXPECT_EQ(m_archive.GetObjectSchema(), 120u);
+    }
+    QSchema::SetDefaultSchema(33);
+    QSchema::SetSchemaDirect(With(CArchive::noSchema), 17);
+    EXPECT_EQ(m_archive.m_nObjectSchema, 17u);
+    QSchema::SetSchemaDefault(m_archive);
+    EXPECT_EQ(m_archive.m_nObjectSchema, 33u);
+    QSchema::SetSchemaDirect(m_archive, -1);
+    EXPECT_EQ(m_archive.m_nObjectSchema, CArchive::noSchema);
+}
+
+TEST_F(SchemaTest, ComparisonsAgainstTheArchivesVersion) {
+    using Compare = std::function<bool(CArchive&, int)>;
+    const struct {
+        const char* name;
+        Compare compare;
+        bool below, equal, above; // the archive's version 10 against 11, 10 and 9
+    } rows[] = {
+        {"IsVersion", QSchema::IsVersion, false, true, false},
+        {"IsUptoVersion", QSchema::IsUptoVersion, true, true, false},
+        {"IsAtLeastVersion", QSchema::IsAtLeastVersion, false, true, true},
+        {"IsBeforeVersion", QSchema::IsBeforeVersion, true, false, false},
+        {"IsAfterVersion", QSchema::IsAfterVersion, false, false, true},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.name);
+        EXPECT_EQ(row.compare(With(10), 11), row.below);
+        EXPECT_EQ(row.compare(With(10), 10), row.equal);
+        EXPECT_EQ(row.compare(With(10), 9), row.above);
+        QSchema::SetDefaultSchema(11);
+        EXPECT_EQ(row.compare(With(10), -1), row.below) << "-1 stands for the default";
+        QSchema::SetDefaultSchema(10);
+        EXPECT_EQ(row.compare(With(10), -1), row.equal);
+        EXPECT_EQ(row.compare(With(CArchive::noSchema), 10), row.equal)
+            << "an archive without a schema has the default";
+        QSchema::SetDefaultSchema(9);
+        EXPECT_EQ(row.compare(With(10), -1), row.above);
+    }
 }
 
 } // namespace
