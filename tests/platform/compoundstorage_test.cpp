@@ -366,6 +366,7 @@ TEST_F(CompoundStorage, DestroyedAndRevertedElementsFailTheirHandles) {
     ASSERT_TRUE(root->DestroyElement(u"PAGES"));
     char byte = 0;
     EXPECT_THROW(deep.Read(&byte, 1), CFileException);
+    EXPECT_THROW(deep.Flush(), CFileException);
     EXPECT_EQ(CauseOf([&](CFileException* e) { return !!inner->CreateStorage(u"X", kCreate, e); }),
               CFileException::invalidFile);
 

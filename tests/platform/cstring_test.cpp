@@ -473,7 +473,8 @@ TEST(CStringFormat, Numbers) {
                    F(u"-9223372036854775808", u"%lld", LLONG_MIN),
                    F(u"1 2 3", u"%ld %hd %hhd", 1L, static_cast<short>(2), 3),
                    F(u"77", u"%zu", static_cast<std::size_t>(77))});
-    ExpectFormats({F(u"1", u"%d", true), F(u"65", u"%d", u'A')});
+    ExpectFormats({F(u"1", u"%d", true), F(u"65", u"%d", u'A'), F(u"ffffffffffffffff", u"%jx", -1),
+                   F(u"ffffffffffffffff", u"%tx", -1)});
     ExpectFormats({F(u" 3.14", u"%5.2f", 3.14159), F(u"-003.142", u"%08.3f", -3.14159),
                    F(u"1.500000", u"%f", 1.5f), F(u"1.234568e+04", u"%e", 12345.678),
                    F(u"1.23E-04", u"%.2E", 0.000123), F(u"0.0001", u"%g", 0.0001)});
@@ -711,7 +712,7 @@ protected:
 INSTANTIATE_TEST_SUITE_P(Locales, WCharClasses, testing::Values("C", "C.UTF-8"));
 
 TEST_P(WCharClasses, ClassifyAsciiAndBeyond) {
-    const std::u16string alpha = u"aZ\u00C9\u00DF\u03A9\u0416\u4E2D\u0663";
+    const std::u16string alpha = u"aZ\u00C9\u00DF\u03A9\u0416\u4E2D\u0663\uFF21";
     const std::u16string digit = u"09";
     const std::u16string space = u" \t\n\v\f\r\u3000\u2003";
     const std::u16string neither{u'_', u'-', u'\0', u'\u20AC', u'\u00B2', 0xD800, 0xDFFF};
@@ -728,9 +729,9 @@ TEST_P(WCharClasses, CaseMapsBothWaysAndLeavesUnitsWithoutSingleUnitCase) {
     // Pairs at the same place; the last units have no case of their own as single units.
     const std::u16string noCase{0xD83D, 0xDE00, 0xDC00};
     const std::u16string upper =
-        u"AZ\u00C9\u00C0\u0178\u03A9\u0394\u0416\u04015 \u20AC\u4E2D\u00DF" + noCase;
+        u"AZ\u00C9\u00C0\u0178\u03A9\u0394\u0416\u04015 \u20AC\u4E2D\u00DF\uFF21" + noCase;
     const std::u16string lower =
-        u"az\u00E9\u00E0\u00FF\u03C9\u03B4\u0436\u04515 \u20AC\u4E2D\u00DF" + noCase;
+        u"az\u00E9\u00E0\u00FF\u03C9\u03B4\u0436\u04515 \u20AC\u4E2D\u00DF\uFF41" + noCase;
     for (std::size_t i = 0; i < upper.size(); ++i) {
         SCOPED_TRACE(static_cast<unsigned>(upper[i]));
         EXPECT_EQ(ToLower(upper[i]), lower[i]);
