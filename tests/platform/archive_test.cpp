@@ -1,15 +1,20 @@
 #include "tests/support/archivebytes.h"
+#include "tests/support/compoundprobe.h"
 #include "tests/support/tempfolder.h"
 
 #include "keel/platform/archive.h"
+#include "keel/platform/file.h"
+#include "keel/platform/schema.h"
 
 #include <bit>
 #include <cstdint>
 #include <cstring>
 #include <functional>
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <limits>
 #include <string>
+#include <tuple>
 #include <vector>
 
 namespace keel {
@@ -17,9 +22,13 @@ namespace {
 
 using test::Bytes;
 using test::Concat;
+using test::Hex;
 using test::Loading;
 using test::Stored;
 using test::WideUnits;
+using testing::AllOf;
+using testing::HasSubstr;
+using testing::ThrowsMessage;
 
 // --- Primitives, byte for byte ---------------------------------------------------------------
 
@@ -29,51 +38,49 @@ struct PrimitiveCase {
     Bytes expected;
 };
 
-const PrimitiveCase kPrimitiveCases[] = {
-    {"bool true", [](CArchive& ar) { ar << true; }, {0x01}},
-    {"bool false", [](CArchive& ar) { ar << false; }, {0x00}},
-    {"char", [](CArchive& ar) { ar << 'A'; }, {0x41}},
-    {"int8 -1", [](CArchive& ar) { ar << std::int8_t{-1}; }, {0xFF}},
-    {"uint8", [](CArchive& ar) { ar << std::uint8_t{0xAB}; }, {0xAB}},
-    {"int16 -2", [](CArchive& ar) { ar << std::int16_t{-2}; }, {0xFE, 0xFF}},
-    {"uint16", [](CArchive& ar) { ar << std::uint16_t{0x1234}; }, {0x34, 0x12}},
-    {"char16_t euro", [](CArchive& ar) { ar << u'\u20AC'; }, {0xAC, 0x20}},
-    {"int32 min", [](CArchive& ar) { ar << std::int32_t{INT32_MIN}; }, {0x00, 0x00, 0x00, 0x80}},
-    {"int32 -2", [](CArchive& ar) { ar << -2; }, {0xFE, 0xFF, 0xFF, 0xFF}},
-    {"uint32", [](CArchive& ar) { ar << std::uint32_t{0xDEADBEEF}; }, {0xEF, 0xBE, 0xAD, 0xDE}},
-    {"int64 min", [](CArchive& ar) { ar << std::int64_t{INT64_MIN}; }, {0, 0, 0, 0, 0, 0, 0, 0x80}},
-    {"uint64",
-     [](CArchive& ar) { ar << std::uint64_t{0x0102030405060708}; },
-     {8, 7, 6, 5, 4, 3, 2, 1}},
-    // long is std::int64_t on this platform and writes 8 bytes, never 4.
-    {"long", [](CArchive& ar) { ar << 5L; }, {5, 0, 0, 0, 0, 0, 0, 0}},
-    {"unsigned long", [](CArchive& ar) { ar << 0x0102UL; }, {2, 1, 0, 0, 0, 0, 0, 0}},
-    {"long long -1", [](CArchive& ar) { ar << -1LL; }, Bytes(8, 0xFF)},
-    {"unsigned long long",
-     [](CArchive& ar) { ar << 0x8000000000000001ULL; },
-     {1, 0, 0, 0, 0, 0, 0, 0x80}},
-    {"float 1", [](CArchive& ar) { ar << 1.0f; }, {0x00, 0x00, 0x80, 0x3F}},
-    {"float -2.5", [](CArchive& ar) { ar << -2.5f; }, {0x00, 0x00, 0x20, 0xC0}},
-    {"double 1", [](CArchive& ar) { ar << 1.0; }, {0, 0, 0, 0, 0, 0, 0xF0, 0x3F}},
-    {"double -0", [](CArchive& ar) { ar << -0.0; }, {0, 0, 0, 0, 0, 0, 0, 0x80}},
-    {"double 0.1",
-     [](CArchive& ar) { ar << 0.1; },
-     {0x9A, 0x99, 0x99, 0x99, 0x99, 0x99, 0xB9, 0x3F}},
-    {"double NaN payload",
-     [](CArchive& ar) { ar << std::bit_cast<double>(std::uint64_t{0x7FF4000000000123}); },
-     {0x23, 0x01, 0x00, 0x00, 0x00, 0x00, 0xF4, 0x7F}},
-    {"float NaN payload",
-     [](CArchive& ar) { ar << std::bit_cast<float>(std::uint32_t{0xFFA00001}); },
-     {0x01, 0x00, 0xA0, 0xFF}},
-    {"sequence",
-     [](CArchive& ar) { ar << std::uint8_t{1} << std::int16_t{2} << 3; },
-     {0x01, 0x02, 0x00, 0x03, 0x00, 0x00, 0x00}}};
+// One value of type T stored alone, and the bytes it gives.
+template <class T>
+PrimitiveCase P(const char* name, T value, const char* bytes) {
+    return {name, [value](CArchive& ar) { ar << value; }, Hex(bytes)};
+}
 
-TEST(ArchivePrimitives, WriteLittleEndianBytes) {
-    for (const PrimitiveCase& test : kPrimitiveCases) {
+void ExpectStored(std::initializer_list<PrimitiveCase> cases) {
+    for (const PrimitiveCase& test : cases) {
         SCOPED_TRACE(test.name);
         EXPECT_EQ(Stored(test.write), test.expected);
     }
+}
+
+TEST(ArchivePrimitives, WriteLittleEndianBytes) {
+    // long is std::int64_t on this platform and writes 8 bytes, never 4.
+    const auto nan = std::bit_cast<double>(std::uint64_t{0x7FF4000000000123});
+    const auto nanF = std::bit_cast<float>(std::uint32_t{0xFFA00001});
+    ExpectStored({P("bool true", true, "01"),
+                  P("bool false", false, "00"),
+                  P("char", 'A', "41"),
+                  P("int8 -1", std::int8_t{-1}, "FF"),
+                  P("uint8", std::uint8_t{0xAB}, "AB"),
+                  P("int16 -2", std::int16_t{-2}, "FE FF"),
+                  P("uint16", std::uint16_t{0x1234}, "34 12"),
+                  P("char16_t euro", u'\u20AC', "AC 20"),
+                  P("int32 min", std::int32_t{INT32_MIN}, "00 00 00 80"),
+                  P("int32 -2", -2, "FE FF FF FF"),
+                  P("uint32", std::uint32_t{0xDEADBEEF}, "EF BE AD DE"),
+                  P("int64 min", std::int64_t{INT64_MIN}, "00 00 00 00 00 00 00 80"),
+                  P("uint64", std::uint64_t{0x0102030405060708}, "08 07 06 05 04 03 02 01"),
+                  P("long", 5L, "05 00 00 00 00 00 00 00"),
+                  P("unsigned long", 0x0102UL, "02 01 00 00 00 00 00 00"),
+                  P("long long -1", -1LL, "FF FF FF FF FF FF FF FF"),
+                  P("unsigned long long", 0x8000000000000001ULL, "01 00 00 00 00 00 00 80"),
+                  P("float 1", 1.0f, "00 00 80 3F"),
+                  P("float -2.5", -2.5f, "00 00 20 C0"),
+                  P("double 1", 1.0, "00 00 00 00 00 00 F0 3F"),
+                  P("double -0", -0.0, "00 00 00 00 00 00 00 80"),
+                  P("double 0.1", 0.1, "9A 99 99 99 99 99 B9 3F"),
+                  P("double NaN payload", nan, "23 01 00 00 00 00 F4 7F"),
+                  P("float NaN payload", nanF, "01 00 A0 FF")});
+    EXPECT_EQ(Stored([](CArchive& ar) { ar << std::uint8_t{1} << std::int16_t{2} << 3; }),
+              Hex("01 02 00 03 00 00 00"));
 }
 
 TEST(ArchivePrimitives, AnyNonZeroByteReadsAsTrue) {
@@ -125,46 +132,35 @@ TYPED_TEST(ArchiveTyped, LimitsSurviveBitForBit) {
     }
 }
 
-TYPED_TEST(ArchiveTyped, WrongDirectionAndEndOfFileFail) {
-    TypeParam value{};
-    CMemFile file;
-    file.SetFilePath(u"/drawings/site plan.kdf");
-    CArchive storing(&file, CArchive::store);
-    EXPECT_EQ(test::ArchiveCauseOf([&] { storing >> value; }, "/drawings/site plan.kdf"),
-              CArchiveException::writeOnly);
-    Loading loading({1, 2, 3, 4, 5, 6, 7, 8, 9, 10}, 4096, u"/drawings/site plan.kdf");
-    EXPECT_EQ(test::ArchiveCauseOf([&] { loading.archive << value; }, "/drawings/site plan.kdf"),
-              CArchiveException::readOnly);
-    EXPECT_EQ(loading.file.Bytes().size(), 10u);
-    Loading empty({}, 4096, u"empty.kdf");
-    EXPECT_EQ(test::ArchiveCauseOf([&] { empty.archive >> value; }, "empty.kdf"),
-              CArchiveException::endOfFile);
-}
-
-// Strings, counts and raw bytes in the wrong direction.
-TEST(ArchiveDirection, StringsCountsAndRawBytes) {
+// A read or write in the wrong direction or past the end fails with its cause and the file's name:
+// every primitive type (with `T`), strings, counts and raw bytes.
+template <class T>
+void ExpectWrongDirectionsFail(T value) {
     const char* name = "/drawings/site plan.kdf";
     CMemFile file;
     file.SetFilePath(CString(name));
     CArchive storing(&file, CArchive::store);
     Loading loading({1, 2, 3, 4, 5, 6, 7, 8, 9, 10}, 4096, CString(name));
+    Loading empty({}, 4096, u"empty.kdf");
     CString text;
     char raw[2];
-    const std::function<void()> reads[] = {[&] { storing >> text; }, [&] { storing.ReadCount(); },
-                                           [&] { storing.Read(raw, 2); }};
-    for (const auto& read : reads)
+    for (const auto& read : std::initializer_list<std::function<void()>>{
+             [&] { storing >> value; }, [&] { storing >> text; }, [&] { storing.ReadCount(); },
+             [&] { storing.Read(raw, 2); }})
         EXPECT_EQ(test::ArchiveCauseOf(read, name), CArchiveException::writeOnly);
-    const std::function<void()> writes[] = {[&] { loading.archive << CString(u"s"); },
-                                            [&] { loading.archive.WriteCount(1); },
-                                            [&] { loading.archive.Write("ab", 2); }};
-    for (const auto& write : writes)
+    for (const auto& write : std::initializer_list<std::function<void()>>{
+             [&] { loading.archive << value; }, [&] { loading.archive << CString(u"s"); },
+             [&] { loading.archive.WriteCount(1); }, [&] { loading.archive.Write("ab", 2); }})
         EXPECT_EQ(test::ArchiveCauseOf(write, name), CArchiveException::readOnly);
     EXPECT_EQ(loading.file.Bytes().size(), 10u);
-    Loading empty({}, 4096, u"empty.kdf");
-    EXPECT_EQ(test::ArchiveCauseOf([&] { empty.archive >> text; }, "empty.kdf"),
-              CArchiveException::endOfFile);
-    EXPECT_EQ(test::ArchiveCauseOf([&] { empty.archive.ReadCount(); }, "empty.kdf"),
-              CArchiveException::endOfFile);
+    for (const auto& read : std::initializer_list<std::function<void()>>{
+             [&] { empty.archive >> value; }, [&] { empty.archive >> text; },
+             [&] { empty.archive.ReadCount(); }})
+        EXPECT_EQ(test::ArchiveCauseOf(read, "empty.kdf"), CArchiveException::endOfFile);
+}
+
+TYPED_TEST(ArchiveTyped, WrongDirectionAndEndOfFileFail) {
+    ExpectWrongDirectionsFail(TypeParam{});
 }
 
 // --- Counts ---------------------------------------------------------------------------------
@@ -253,8 +249,7 @@ const std::vector<StringCase> kStringCases = {
     {"narrow 16-bit length", std::u16string(256, u'z'),
      Concat({{0xFF, 0x00, 0x01}, Bytes(256, 'z')}), false},
     {"narrow 32-bit length", u"xy", {0xFF, 0xFF, 0xFF, 0x02, 0x00, 0x00, 0x00, 'x', 'y'}, false},
-    {"narrow 64-bit length", u"q", Concat({Bytes(7, 0xFF), {0x01, 0, 0, 0, 0, 0, 0, 0, 'q'}}),
-     false},
+    {"narrow 64-bit length", u"q", Hex("FF FF FF FF FF FF FF 01 00 00 00 00 00 00 00 71"), false},
     {"wide 16-bit length", u"hi", {0xFF, 0xFE, 0xFF, 0xFF, 0x02, 0x00, 'h', 0, 'i', 0}, false},
     {"wide 64-bit length", u"hi",
      Concat({{0xFF, 0xFE}, Bytes(8, 0xFF), {0x02, 0, 0, 0, 0, 0, 0, 0, 'h', 0, 'i', 0}}), false}};
@@ -285,29 +280,23 @@ struct BadStringCase {
 // A length the stream cannot supply is an end of file, found after reading at most what is
 // there; a length no string can have (above INT_MAX) or a repeated wide marker is a corrupt
 // stream, reported as genericException before anything is allocated.
+constexpr int c_eof = CArchiveException::endOfFile;
+constexpr int c_corrupt = CArchiveException::genericException;
 const BadStringCase kBadStringCases[] = {
-    {"nothing", {}, CArchiveException::endOfFile},
-    {"escape only", {0xFF}, CArchiveException::endOfFile},
-    {"half a word", {0xFF, 0xFE}, CArchiveException::endOfFile},
-    {"marker only", {0xFF, 0xFE, 0xFF}, CArchiveException::endOfFile},
-    {"wide, units missing", {0xFF, 0xFE, 0xFF, 0x03, 'a', 0, 'b', 0}, CArchiveException::endOfFile},
-    {"wide, half a unit", {0xFF, 0xFE, 0xFF, 0x01, 'a'}, CArchiveException::endOfFile},
-    {"narrow, bytes missing", {0x05, 'a', 'b'}, CArchiveException::endOfFile},
-    {"16-bit length cut", {0xFF, 0xFF}, CArchiveException::endOfFile},
-    {"32-bit length cut", {0xFF, 0xFF, 0xFF, 0x01, 0x00}, CArchiveException::endOfFile},
-    {"INT_MAX units, few there",
-     {0xFF, 0xFE, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0x7F, 'a', 0},
-     CArchiveException::endOfFile},
-    {"above INT_MAX",
-     {0xFF, 0xFE, 0xFF, 0xFF, 0xFF, 0xFF, 0x00, 0x00, 0x00, 0x80, 'a', 0},
-     CArchiveException::genericException},
-    {"64-bit huge",
-     Concat({{0xFF, 0xFE}, Bytes(8, 0xFF), {0x00, 0x00, 0x00, 0x00, 0x00, 0x01, 0x00, 0x00}}),
-     CArchiveException::genericException},
-    {"narrow 64-bit huge", Bytes(15, 0xFF), CArchiveException::genericException},
-    {"marker twice",
-     {0xFF, 0xFE, 0xFF, 0xFF, 0xFE, 0xFF, 0x00},
-     CArchiveException::genericException}};
+    {"nothing", {}, c_eof},
+    {"escape only", Hex("FF"), c_eof},
+    {"half a word", Hex("FF FE"), c_eof},
+    {"marker only", Hex("FF FE FF"), c_eof},
+    {"wide, units missing", Hex("FF FE FF 03 61 00 62 00"), c_eof},
+    {"wide, half a unit", Hex("FF FE FF 01 61"), c_eof},
+    {"narrow, bytes missing", Hex("05 61 62"), c_eof},
+    {"16-bit length cut", Hex("FF FF"), c_eof},
+    {"32-bit length cut", Hex("FF FF FF 01 00"), c_eof},
+    {"INT_MAX units, few there", Hex("FF FE FF FF FF FF FF FF FF 7F 61 00"), c_eof},
+    {"above INT_MAX", Hex("FF FE FF FF FF FF 00 00 00 80 61 00"), c_corrupt},
+    {"64-bit huge", Hex("FF FE FF FF FF FF FF FF FF FF 00 00 00 00 00 01 00 00"), c_corrupt},
+    {"narrow 64-bit huge", Bytes(15, 0xFF), c_corrupt},
+    {"marker twice", Hex("FF FE FF FF FE FF 00"), c_corrupt}};
 
 TEST(ArchiveString, MalformedInputFailsWithACause) {
     for (const BadStringCase& test : kBadStringCases) {
@@ -452,12 +441,8 @@ TEST(ArchiveBuffering, TinyBuffersRoundTripMixedValues) {
         int seven = 0;
         std::int64_t wide = 0;
         loading.archive >> byte >> number >> text >> seven >> empty >> wide;
-        EXPECT_EQ(byte, 0x11);
-        EXPECT_EQ(number, -3.5);
-        EXPECT_EQ(text, u"buffer");
-        EXPECT_EQ(seven, 7);
-        EXPECT_TRUE(empty.IsEmpty());
-        EXPECT_EQ(wide, -9);
+        EXPECT_EQ(std::tuple(byte, number, text, seven, empty, wide),
+                  std::tuple(0x11, -3.5, CString(u"buffer"), 7, CString(), -9));
         EXPECT_EQ(loading.archive.ReadCount(), 0x12345u);
     }
 }
@@ -471,14 +456,12 @@ TEST(ArchiveState, ConstructionModeSchemaAndFileName) {
     CArchive storing(&file, CArchive::store);
     EXPECT_TRUE(storing.IsStoring());
     EXPECT_FALSE(storing.IsLoading());
-    EXPECT_EQ(storing.GetFile(), &file);
 
     CMemFile other;
     other.SetFilePath(u"/plans/house.kdf");
     CArchive loading(&other, CArchive::load);
     EXPECT_TRUE(loading.IsLoading());
     EXPECT_FALSE(loading.IsStoring());
-    EXPECT_EQ(loading.m_pDocument, nullptr);
     // The schema starts as none and is consumed by reading it.
     EXPECT_EQ(loading.GetObjectSchema(), 0xFFFFFFFFu);
     loading.SetObjectSchema(3);
@@ -490,17 +473,9 @@ TEST(ArchiveState, ConstructionModeSchemaAndFileName) {
     std::uint8_t byte;
     EXPECT_EQ(test::ArchiveCauseOf([&] { loading >> byte; }, "renamed.kdf"),
               CArchiveException::endOfFile);
-}
-
-TEST(ArchiveException, TextNamesTheCauseAndTheFile) {
-    try {
-        ThrowArchiveException(CArchiveException::badSchema, u"doc.kdf");
-        ADD_FAILURE() << "no exception";
-    } catch (const CException& failure) {
-        const std::string text = failure.what();
-        EXPECT_NE(text.find("schema"), std::string::npos);
-        EXPECT_NE(text.find("doc.kdf"), std::string::npos);
-    }
+    // The text of a failure names its cause and its file.
+    EXPECT_THAT([] { ThrowArchiveException(CArchiveException::badSchema, u"doc.kdf"); },
+                ThrowsMessage<CArchiveException>(AllOf(HasSubstr("schema"), HasSubstr("doc.kdf"))));
 }
 
 // --- On disk --------------------------------------------------------------------------------
@@ -509,32 +484,97 @@ using ArchiveDisk = test::TempFolderTest;
 
 TEST_F(ArchiveDisk, RoundTripThroughAFile) {
     const CString name = PathOf("values.kdf");
+    const auto write = [](CArchive& archive) {
+        archive << CString(u"Wall \u2013 north") << 2.75;
+        archive.WriteCount(70000);
+    };
     {
         CFile file(name, CFile::modeCreate | CFile::modeWrite | CFile::typeBinary);
         CArchive archive(&file, CArchive::store);
         EXPECT_EQ(archive.GetFileName(), name);
-        archive << CString(u"Wall \u2013 north") << 2.75 << std::int32_t{-40};
-        archive.WriteCount(70000);
+        write(archive);
         archive.Close();
-        file.Close();
     }
-    EXPECT_EQ(ReadBytes("values.kdf"), Concat({{0xFF, 0xFE, 0xFF, 0x0C},
-                                               WideUnits(u"Wall \u2013 north"),
-                                               {0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x06, 0x40},
-                                               {0xD8, 0xFF, 0xFF, 0xFF},
-                                               {0xFF, 0xFF, 0x70, 0x11, 0x01, 0x00}}));
-
+    EXPECT_EQ(ReadBytes("values.kdf"), Stored(write));
     CFile file(name, CFile::modeRead | CFile::shareDenyWrite);
     CArchive archive(&file, CArchive::load);
     CString text;
     double length = 0;
-    std::int32_t offset = 0;
-    archive >> text >> length >> offset;
+    archive >> text >> length;
     EXPECT_EQ(text, u"Wall \u2013 north");
     EXPECT_EQ(length, 2.75);
-    EXPECT_EQ(offset, -40);
     EXPECT_EQ(archive.ReadCount(), 70000u);
-    EXPECT_EQ(test::ArchiveCauseOf([&] { archive >> offset; }), CArchiveException::endOfFile);
+    EXPECT_EQ(test::ArchiveCauseOf([&] { archive >> length; }), CArchiveException::endOfFile);
+}
+
+// --- Schemas ---------------------------------------------------------------------------------
+
+// The schema numbers a test sets are put back after it.
+class SchemaTest : public ::testing::Test {
+protected:
+    // An archive whose schema field holds `schema`.
+    CArchive& With(unsigned schema) {
+        m_archive.SetObjectSchema(schema);
+        return m_archive;
+    }
+
+    test::ScopedSchema m_restore{QSchema::DefaultVersion()};
+    CMemFile m_file;
+    CArchive m_archive{&m_file, CArchive::load};
+};
+
+TEST_F(SchemaTest, VersionIsTheArchivesSchemaOrTheDefaultAndStaysThere) {
+    EXPECT_EQ(QSchema::DefaultVersion(), -1);
+    EXPECT_EQ(QSchema::UnsupportedVersion(), -1);
+    EXPECT_EQ(QSchema::Version(With(CArchive::noSchema)), -1);
+    EXPECT_EQ(QSchema::Version(m_archive), -1);
+    QSchema::SetDefaultSchema(120);
+
+    CArchive& archive = With(17);
+    EXPECT_EQ(QSchema::Version(archive), 17);
+    EXPECT_EQ(QSchema::Version(archive), 17) << "reading the version consumed it";
+    EXPECT_EQ(archive.GetObjectSchema(), 17u);
+    // A negative schema is replaced by the default, which is stored.
+    for (const unsigned none : {CArchive::noSchema, 0x80000000u}) {
+        EXPECT_EQ(QSchema::Version(With(none)), 120);
+        EXPECT_EQ(m_archive.GetObjectSchema(), 120u);
+    }
+    QSchema::SetDefaultSchema(33);
+    QSchema::SetSchemaDirect(With(CArchive::noSchema), 17);
+    EXPECT_EQ(m_archive.m_nObjectSchema, 17u);
+    QSchema::SetSchemaDefault(m_archive);
+    EXPECT_EQ(m_archive.m_nObjectSchema, 33u);
+    QSchema::SetSchemaDirect(m_archive, -1);
+    EXPECT_EQ(m_archive.m_nObjectSchema, CArchive::noSchema);
+}
+
+TEST_F(SchemaTest, ComparisonsAgainstTheArchivesVersion) {
+    using Compare = std::function<bool(CArchive&, int)>;
+    const struct {
+        const char* name;
+        Compare compare;
+        bool below, equal, above; // the archive's version 10 against 11, 10 and 9
+    } rows[] = {
+        {"IsVersion", QSchema::IsVersion, false, true, false},
+        {"IsUptoVersion", QSchema::IsUptoVersion, true, true, false},
+        {"IsAtLeastVersion", QSchema::IsAtLeastVersion, false, true, true},
+        {"IsBeforeVersion", QSchema::IsBeforeVersion, true, false, false},
+        {"IsAfterVersion", QSchema::IsAfterVersion, false, false, true},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.name);
+        EXPECT_EQ(row.compare(With(10), 11), row.below);
+        EXPECT_EQ(row.compare(With(10), 10), row.equal);
+        EXPECT_EQ(row.compare(With(10), 9), row.above);
+        QSchema::SetDefaultSchema(11);
+        EXPECT_EQ(row.compare(With(10), -1), row.below) << "-1 stands for the default";
+        QSchema::SetDefaultSchema(10);
+        EXPECT_EQ(row.compare(With(10), -1), row.equal);
+        EXPECT_EQ(row.compare(With(CArchive::noSchema), 10), row.equal)
+            << "an archive without a schema has the default";
+        QSchema::SetDefaultSchema(9);
+        EXPECT_EQ(row.compare(With(10), -1), row.above);
+    }
 }
 
 } // namespace

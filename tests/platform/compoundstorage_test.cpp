@@ -21,6 +21,10 @@ using test::GsfTree;
 
 constexpr unsigned kCreate = 0x1012;
 constexpr unsigned kRead = 0x10;
+constexpr int c_denied = CFileException::accessDenied;
+constexpr int c_badPath = CFileException::badPath;
+constexpr int c_notFound = CFileException::fileNotFound;
+constexpr int c_sharing = CFileException::sharingViolation;
 
 Bytes Pattern(std::size_t size, unsigned seed) {
     Bytes bytes(size);
@@ -120,6 +124,15 @@ protected:
         EXPECT_TRUE(root->Commit(CStorage::commitOverwrite | CStorage::commitConsolidate, &error))
             << error.what();
         return root;
+    }
+    // The cause of a failure to open or create the file `name`, or -1.
+    int OpenCause(const std::string& name, unsigned flags) const {
+        return CauseOf(
+            [&](CFileException* e) { return !!CStorage::OpenFile(PathOf(name), flags, e); });
+    }
+    int CreateCause(const std::string& name, unsigned flags) const {
+        return CauseOf(
+            [&](CFileException* e) { return !!CStorage::CreateFile(PathOf(name), flags, e); });
     }
 };
 
@@ -282,39 +295,29 @@ TEST_F(CompoundStorage, OpenModesAndNamesGiveTheirCauses) {
         unsigned flags;
         int cause;
     } cases[] = {
-        {"missing stream", openStream, *writable, u"Absent", kRead, CFileException::fileNotFound},
-        {"missing storage", openStorage, *writable, u"Absent", kRead, CFileException::fileNotFound},
-        {"missing element", destroy, *writable, u"Absent", 0, CFileException::fileNotFound},
-        {"stream opened as storage", openStorage, *writable, u"Contents", kRead,
-         CFileException::accessDenied},
-        {"storage opened as stream", openStream, *writable, u"Pages", kRead,
-         CFileException::accessDenied},
-        {"existing name without create", createStream, *writable, u"contents", 0x12,
-         CFileException::accessDenied},
-        {"stream open twice", openStream, *writable, u"BIG4096", kRead,
-         CFileException::sharingViolation},
-        {"create in read-only file", createStream, *readOnly, u"New", kCreate,
-         CFileException::accessDenied},
-        {"open for writing in read-only file", openStream, *readOnly, u"Contents", 0x12,
-         CFileException::accessDenied},
-        {"storage in read-only file", createStorage, *readOnly, u"New", kCreate,
-         CFileException::accessDenied},
-        {"destroy in read-only file", destroy, *readOnly, u"Contents", 0,
-         CFileException::accessDenied},
+        {"missing stream", openStream, *writable, u"Absent", kRead, c_notFound},
+        {"missing storage", openStorage, *writable, u"Absent", kRead, c_notFound},
+        {"missing element", destroy, *writable, u"Absent", 0, c_notFound},
+        {"stream opened as storage", openStorage, *writable, u"Contents", kRead, c_denied},
+        {"storage opened as stream", openStream, *writable, u"Pages", kRead, c_denied},
+        {"existing name without create", createStream, *writable, u"contents", 0x12, c_denied},
+        {"stream open twice", openStream, *writable, u"BIG4096", kRead, c_sharing},
+        {"create in read-only file", createStream, *readOnly, u"New", kCreate, c_denied},
+        {"open for writing in read-only file", openStream, *readOnly, u"Contents", 0x12, c_denied},
+        {"storage in read-only file", createStorage, *readOnly, u"New", kCreate, c_denied},
+        {"destroy in read-only file", destroy, *readOnly, u"Contents", 0, c_denied},
         {"stream in storage opened for reading", createStream, *pagesForReading, u"New", kCreate,
-         CFileException::accessDenied},
-        {"commit of read-only file", commit, *readOnly, u"", 9, CFileException::accessDenied},
-        {"empty name", createStream, *writable, u"", kCreate, CFileException::badPath},
-        {"32 characters", createStream, *writable, longest + u"n", kCreate,
-         CFileException::badPath},
-        {"slash", createStorage, *writable, u"a/b", kCreate, CFileException::badPath},
-        {"backslash", createStream, *writable, u"a\\b", kCreate, CFileException::badPath},
-        {"colon", createStream, *writable, u"a:b", kCreate, CFileException::badPath},
-        {"exclamation mark", createStream, *writable, u"a!b", kCreate, CFileException::badPath},
+         c_denied},
+        {"commit of read-only file", commit, *readOnly, u"", 9, c_denied},
+        {"empty name", createStream, *writable, u"", kCreate, c_badPath},
+        {"32 characters", createStream, *writable, longest + u"n", kCreate, c_badPath},
+        {"slash", createStorage, *writable, u"a/b", kCreate, c_badPath},
+        {"backslash", createStream, *writable, u"a\\b", kCreate, c_badPath},
+        {"colon", createStream, *writable, u"a:b", kCreate, c_badPath},
+        {"exclamation mark", createStream, *writable, u"a!b", kCreate, c_badPath},
         {"31 characters", createStream, *writable, longest, kCreate, -1},
         {"existing name with create", createStream, *writable, u"CONTENTS", kCreate, -1},
-        {"storage over an open element", createStorage, *writable, u"big4096", kCreate,
-         CFileException::accessDenied},
+        {"storage over an open element", createStorage, *writable, u"big4096", kCreate, c_denied},
         {"storage over a closed element", createStorage, *writable, u"EMPTY", kCreate, -1},
     };
     for (const auto& c : cases) {
@@ -363,6 +366,7 @@ TEST_F(CompoundStorage, DestroyedAndRevertedElementsFailTheirHandles) {
     ASSERT_TRUE(root->DestroyElement(u"PAGES"));
     char byte = 0;
     EXPECT_THROW(deep.Read(&byte, 1), CFileException);
+    EXPECT_THROW(deep.Flush(), CFileException);
     EXPECT_EQ(CauseOf([&](CFileException* e) { return !!inner->CreateStorage(u"X", kCreate, e); }),
               CFileException::invalidFile);
 
@@ -403,34 +407,19 @@ TEST_F(CompoundStorage, SharingModesHoldAgainstOtherOpeners) {
     Created("doc.kdoc", SampleTree()).reset();
     std::unique_ptr<CStorage> first = CStorage::OpenFile(PathOf("doc.kdoc"), 0x12);
     ASSERT_TRUE(first);
-    EXPECT_EQ(CauseOf([&](CFileException* e) {
-                  return !!CStorage::OpenFile(PathOf("doc.kdoc"), kRead, e);
-              }),
-              CFileException::sharingViolation);
+    EXPECT_EQ(OpenCause("doc.kdoc", kRead), c_sharing);
     // The lock passes to the new file when a commit replaces the old one.
     ASSERT_TRUE(first->Commit(9));
-    EXPECT_EQ(CauseOf([&](CFileException* e) {
-                  return !!CStorage::OpenFile(PathOf("doc.kdoc"), kRead, e);
-              }),
-              CFileException::sharingViolation);
+    EXPECT_EQ(OpenCause("doc.kdoc", kRead), c_sharing);
     first.reset();
     EXPECT_TRUE(CStorage::OpenFile(PathOf("doc.kdoc"), kRead));
 }
 
 TEST_F(CompoundStorage, CreatingRefusesAnExistingFileWithoutCreateAndAMissingFolder) {
     WriteBytes("old.kdoc", {1, 2, 3});
-    EXPECT_EQ(CauseOf([&](CFileException* e) {
-                  return !!CStorage::CreateFile(PathOf("old.kdoc"), 0x12, e);
-              }),
-              CFileException::accessDenied);
-    EXPECT_EQ(CauseOf([&](CFileException* e) {
-                  return !!CStorage::CreateFile(PathOf("absent/new.kdoc"), kCreate, e);
-              }),
-              CFileException::badPath);
-    EXPECT_EQ(CauseOf([&](CFileException* e) {
-                  return !!CStorage::OpenFile(PathOf("absent.kdoc"), kRead, e);
-              }),
-              CFileException::fileNotFound);
+    EXPECT_EQ(CreateCause("old.kdoc", 0x12), c_denied);
+    EXPECT_EQ(CreateCause("absent/new.kdoc", kCreate), c_badPath);
+    EXPECT_EQ(OpenCause("absent.kdoc", kRead), c_notFound);
     // With create the old file is replaced, but only at the commit.
     std::unique_ptr<CStorage> root = CStorage::CreateFile(PathOf("old.kdoc"), kCreate);
     ASSERT_TRUE(root);
@@ -463,7 +452,8 @@ TEST_F(CompoundStorage, AFailedSaveLeavesTheOldFileByteForByte) {
     EXPECT_EQ(test::ReadWithGsf(ReadBytes("doc.kdoc")).at("Large").bytes, large);
 }
 
-// Damaged files: each is refused with invalidFile, or read, but never crashes.
+// Damaged files are refused with invalidFile; that no damage crashes the reader is the fuzz
+// harness's part.
 TEST_F(CompoundStorage, TruncatedAndDamagedFilesAreRefused) {
     const Bytes good = test::WriteWithGsf(SampleTree());
     const struct {
@@ -504,16 +494,6 @@ TEST_F(CompoundStorage, TruncatedAndDamagedFilesAreRefused) {
         }
         for (const CStorageElement& element : root->EnumElements())
             EXPECT_NE(element.m_strName, u"Contents");
-    }
-    // Every single byte of the header and directory changed in turn.
-    for (std::size_t offset = 0; offset < good.size(); offset += 97) {
-        Bytes damaged = good;
-        damaged[offset] ^= 0xA5;
-        CFileException error;
-        std::unique_ptr<CStorage> root = CStorage::OpenBytes(damaged, kRead, &error);
-        if (!root) {
-            EXPECT_EQ(error.m_cause, CFileException::invalidFile) << offset;
-        }
     }
 }
 

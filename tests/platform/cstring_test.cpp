@@ -1,15 +1,16 @@
 #include "keel/platform/cstring.h"
 #include "keel/platform/exceptions.h"
+#include "keel/platform/wchar.h"
 
-#include <atomic>
 #include <climits>
 #include <cmath>
 #include <cstdio>
 #include <functional>
+#include <future>
 #include <gtest/gtest.h>
 #include <locale.h>
 #include <string>
-#include <thread>
+#include <utility>
 #include <vector>
 
 namespace keel {
@@ -31,32 +32,14 @@ TEST(CStringCopyOnWrite, CopiesShareUntilOneIsWritten) {
     EXPECT_EQ(assigned.GetString(), original.GetString());
     copy.SetAt(0, u'J');
     EXPECT_NE(copy.GetString(), original.GetString());
-
-    // The sole owner writes in place.
-    CString text(u"hello");
-    const char16_t* before = text.GetString();
-    text.SetAt(0, u'j');
-    text.MakeUpper();
-    text.Replace(u'L', u'1');
-    EXPECT_EQ(text.GetString(), before);
-    EXPECT_EQ(U8(text), "JE11O");
-
-    // Empty strings have no buffer of their own but a valid text.
-    const CString empty;
-    ASSERT_NE(empty.GetString(), nullptr);
-    EXPECT_EQ(empty.GetString()[0], u'\0');
-    EXPECT_TRUE(empty.IsEmpty());
-    EXPECT_EQ(CString(u"").GetString(), empty.GetString());
-    CString emptied(u"abc");
-    emptied.Delete(0, 3);
-    EXPECT_EQ(emptied.GetString(), empty.GetString());
-
-    // A move takes the buffer and leaves the source empty.
-    CString source(u"moved");
-    const char16_t* buffer = source.GetString();
-    CString target(std::move(source));
+    // Empty strings have a valid text; a move takes the buffer and leaves the source empty.
+    ASSERT_NE(CString().GetString(), nullptr);
+    EXPECT_EQ(CString().GetString()[0], u'\0');
+    const char16_t* buffer = original.GetString();
+    CString target(std::move(original));
     EXPECT_EQ(target.GetString(), buffer);
-    EXPECT_TRUE(source.IsEmpty()); // NOLINT(bugprone-use-after-move): a moved-from string is empty
+    EXPECT_TRUE(
+        original.IsEmpty()); // NOLINT(bugprone-use-after-move): a moved-from string is empty
 }
 
 TEST(CStringCopyOnWrite, EveryMutationLeavesTheSharedOriginalAlone) {
@@ -490,7 +473,8 @@ TEST(CStringFormat, Numbers) {
                    F(u"-9223372036854775808", u"%lld", LLONG_MIN),
                    F(u"1 2 3", u"%ld %hd %hhd", 1L, static_cast<short>(2), 3),
                    F(u"77", u"%zu", static_cast<std::size_t>(77))});
-    ExpectFormats({F(u"1", u"%d", true), F(u"65", u"%d", u'A')});
+    ExpectFormats({F(u"1", u"%d", true), F(u"65", u"%d", u'A'), F(u"ffffffffffffffff", u"%jx", -1),
+                   F(u"ffffffffffffffff", u"%tx", -1)});
     ExpectFormats({F(u" 3.14", u"%5.2f", 3.14159), F(u"-003.142", u"%08.3f", -3.14159),
                    F(u"1.500000", u"%f", 1.5f), F(u"1.234568e+04", u"%e", 12345.678),
                    F(u"1.23E-04", u"%.2E", 0.000123), F(u"0.0001", u"%g", 0.0001)});
@@ -676,21 +660,17 @@ TEST(CStringUtf8, LoneSurrogatesEncodeAsReplacement) {
 
 // ---- Threads ------------------------------------------------------------------------------------
 
-// Two threads copy and release one shared string many times over. A reference count that lost an
-// update would either free the buffer under a live copy (the sanitizers report it) or leave the
-// original believing it is shared, so that its next write would move to a new buffer.
+// Two threads copy and release one shared string many times over, one of them writing to its
+// copies. A reference count that lost an update would either free the buffer under a live copy
+// (the sanitizers report it) or leave the original believing it is shared, so that its next write
+// would move to a new buffer.
 TEST(CStringThreads, ConcurrentCopiesOfOneSharedString) {
     CString original(u"shared between threads");
     const CString& shared = original;
-    std::atomic<bool> go = false;
-    const auto copier = [&shared, &go](bool writeToCopies) {
-        while (!go)
-            std::this_thread::yield();
+    const auto copier = [&shared](bool writeToCopies) {
         int wrong = 0;
-        std::vector<CString> copies;
         for (int round = 0; round < 2000; ++round) {
-            for (int i = 0; i < 100; ++i)
-                copies.push_back(shared);
+            std::vector<CString> copies(100, shared);
             for (CString& copy : copies) {
                 wrong += copy.GetString() != shared.GetString();
                 if (writeToCopies) {
@@ -698,24 +678,77 @@ TEST(CStringThreads, ConcurrentCopiesOfOneSharedString) {
                     wrong += copy.View() != u"Shared between threads";
                 }
             }
-            copies.clear();
         }
         return wrong;
     };
-    int wrongA = -1;
-    int wrongB = -1;
-    std::thread a([&] { wrongA = copier(false); });
-    std::thread b([&] { wrongB = copier(true); });
-    go = true;
-    a.join();
-    b.join();
-    EXPECT_EQ(wrongA, 0);
-    EXPECT_EQ(wrongB, 0);
-
+    std::future<int> reader = std::async(std::launch::async, copier, false);
+    std::future<int> writer = std::async(std::launch::async, copier, true);
+    EXPECT_EQ(reader.get(), 0);
+    EXPECT_EQ(writer.get(), 0);
     const char16_t* before = original.GetString();
     original.SetAt(0, u'S');
     EXPECT_EQ(original.GetString(), before);
     EXPECT_EQ(original.View(), u"Shared between threads");
+}
+
+// ---- Characters ---------------------------------------------------------------------------------
+
+// The answers are the same whatever the process locale: each check runs in the C locale too.
+class WCharClasses : public testing::TestWithParam<const char*> {
+protected:
+    void SetUp() override {
+        m_locale = newlocale(LC_ALL_MASK, GetParam(), locale_t{});
+        ASSERT_TRUE(m_locale);
+        m_previous = uselocale(m_locale);
+    }
+    void TearDown() override {
+        uselocale(m_previous);
+        freelocale(m_locale);
+    }
+    locale_t m_locale{};
+    locale_t m_previous{};
+};
+
+INSTANTIATE_TEST_SUITE_P(Locales, WCharClasses, testing::Values("C", "C.UTF-8"));
+
+TEST_P(WCharClasses, ClassifyAsciiAndBeyond) {
+    const std::u16string alpha = u"aZ\u00C9\u00DF\u03A9\u0416\u4E2D\u0663\uFF21";
+    const std::u16string digit = u"09";
+    const std::u16string space = u" \t\n\v\f\r\u3000\u2003";
+    const std::u16string neither{u'_', u'-', u'\0', u'\u20AC', u'\u00B2', 0xD800, 0xDFFF};
+    for (const char16_t ch : alpha + digit + space + neither) {
+        SCOPED_TRACE(static_cast<unsigned>(ch));
+        EXPECT_EQ(IsAlpha(ch), alpha.find(ch) != std::u16string::npos);
+        EXPECT_EQ(IsDigit(ch), digit.find(ch) != std::u16string::npos);
+        EXPECT_EQ(IsSpace(ch), space.find(ch) != std::u16string::npos);
+        EXPECT_EQ(IsAlnum(ch), IsAlpha(ch) || IsDigit(ch));
+    }
+}
+
+TEST_P(WCharClasses, CaseMapsBothWaysAndLeavesUnitsWithoutSingleUnitCase) {
+    // Pairs at the same place; the last units have no case of their own as single units.
+    const std::u16string noCase{0xD83D, 0xDE00, 0xDC00};
+    const std::u16string upper =
+        u"AZ\u00C9\u00C0\u0178\u03A9\u0394\u0416\u04015 \u20AC\u4E2D\u00DF\uFF21" + noCase;
+    const std::u16string lower =
+        u"az\u00E9\u00E0\u00FF\u03C9\u03B4\u0436\u04515 \u20AC\u4E2D\u00DF\uFF41" + noCase;
+    for (std::size_t i = 0; i < upper.size(); ++i) {
+        SCOPED_TRACE(static_cast<unsigned>(upper[i]));
+        EXPECT_EQ(ToLower(upper[i]), lower[i]);
+        EXPECT_EQ(ToUpper(lower[i]), upper[i]);
+        EXPECT_EQ(ToLower(lower[i]), lower[i]);
+        EXPECT_EQ(ToUpper(upper[i]), upper[i]);
+    }
+}
+
+TEST(HexDigitValue, TakesBothCasesAndNothingAroundThem) {
+    const std::pair<char16_t, int> cases[] = {
+        {u'0', 0},  {u'9', 9},   {u'a', 10}, {u'f', 15},      {u'A', 10},      {u'F', 15},
+        {u'/', -1}, {u':', -1},  {u'@', -1}, {u'G', -1},      {u'`', -1},      {u'g', -1},
+        {u' ', -1}, {u'\0', -1}, {u'x', -1}, {u'\uFF10', -1}, {u'\uFF21', -1}, {0x0130, -1},
+    };
+    for (const auto& [ch, value] : cases)
+        EXPECT_EQ(HexDigitValue(ch), value) << static_cast<unsigned>(ch);
 }
 
 } // namespace

@@ -5,6 +5,7 @@
 #include <cerrno>
 #include <filesystem>
 #include <functional>
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <limits>
 #include <memory>
@@ -19,13 +20,19 @@ std::string Text(const Bytes& bytes) {
     return std::string(bytes.begin(), bytes.end());
 }
 
-// The cause of the file exception that `action` throws, or -1.
-int CauseOf(const std::function<void()>& action, const CString& fileName = CString()) {
+// The cause of the file exception that `action` throws, or -1; the failure names `fileName` and
+// its text says it, and it keeps `osError`, when they are given.
+int CauseOf(const std::function<void()>& action, const CString& fileName = CString(),
+            int osError = -1) {
     try {
         action();
     } catch (const CFileException& failure) {
         if (!fileName.IsEmpty()) {
             EXPECT_EQ(failure.m_strFileName, fileName);
+            EXPECT_NE(std::string(failure.what()).find(fileName.ToUtf8()), std::string::npos);
+        }
+        if (osError != -1) {
+            EXPECT_EQ(failure.m_lOsError, osError);
         }
         return failure.m_cause;
     }
@@ -170,10 +177,9 @@ TEST_F(FileOnDisk, OpenFailuresDescribeTheCause) {
         EXPECT_EQ(error.m_cause, test.cause);
         EXPECT_EQ(error.m_lOsError, test.osError);
         EXPECT_EQ(error.m_strFileName, path);
-        EXPECT_NE(std::string(error.what()).find(path.ToUtf8()), std::string::npos);
         EXPECT_FALSE(file.Open(path, test.flags));
         // The constructor throws what Open reports.
-        EXPECT_EQ(CauseOf([&] { CFile thrown(path, test.flags); }, path), test.cause);
+        EXPECT_EQ(CauseOf([&] { CFile thrown(path, test.flags); }, path, test.osError), test.cause);
     }
 }
 
@@ -181,14 +187,8 @@ TEST_F(FileOnDisk, ReadOnlyClosedAndReopenedFiles) {
     WriteBytes("first", {'1'});
     WriteBytes("second", {'2'});
     CFile file(PathOf("first"), CFile::modeRead);
-    try {
-        file.Write("y", 1);
-        ADD_FAILURE() << "no exception";
-    } catch (const CFileException& failure) {
-        EXPECT_EQ(failure.m_cause, CFileException::invalidFile);
-        EXPECT_EQ(failure.m_lOsError, EBADF);
-        EXPECT_EQ(failure.m_strFileName, PathOf("first"));
-    }
+    EXPECT_EQ(CauseOf([&] { file.Write("y", 1); }, PathOf("first"), EBADF),
+              CFileException::invalidFile);
     EXPECT_THROW(file.Open(PathOf("second"), CFile::modeRead), InvalidArgumentException);
 
     file.Close();
@@ -263,17 +263,9 @@ TEST(FileException, OsErrorsMapToCauses) {
     for (const auto& test : cases)
         EXPECT_EQ(CFileException::OsErrorToException(test.osError), test.cause) << test.osError;
 
-    try {
-        CFileException::ThrowOsError(ENOSPC, u"/full/disk.kdf");
-        ADD_FAILURE() << "no exception";
-    } catch (const CException& failure) {
-        const auto& fileFailure = dynamic_cast<const CFileException&>(failure);
-        EXPECT_EQ(fileFailure.m_cause, CFileException::diskFull);
-        EXPECT_EQ(fileFailure.m_lOsError, ENOSPC);
-        EXPECT_EQ(fileFailure.m_strFileName, u"/full/disk.kdf");
-        EXPECT_NE(std::string(failure.what()).find("/full/disk.kdf"), std::string::npos);
-        EXPECT_NE(std::string(failure.what()).find("disk full"), std::string::npos);
-    }
+    const auto full = [] { CFileException::ThrowOsError(ENOSPC, u"/full/disk.kdf"); };
+    EXPECT_EQ(CauseOf(full, u"/full/disk.kdf", ENOSPC), CFileException::diskFull);
+    EXPECT_THAT(full, testing::ThrowsMessage<CException>(testing::HasSubstr("disk full")));
 }
 
 // --- In memory only -------------------------------------------------------------------------

@@ -4,7 +4,6 @@
 #include "keel/platform/archive.h"
 #include "keel/platform/object.h"
 
-#include <cctype>
 #include <functional>
 #include <gtest/gtest.h>
 #include <memory>
@@ -17,6 +16,7 @@ namespace {
 
 using test::Bytes;
 using test::Concat;
+using test::Hex;
 using test::Loading;
 using test::NewClassRecord;
 using test::Stored;
@@ -24,16 +24,6 @@ using test::TestGroup;
 using test::TestNote;
 using test::TestShape;
 using test::WideString;
-
-// A test's name from the name of its case.
-template <class Info>
-std::string CaseName(const Info& info) {
-    std::string name = info.param.name;
-    for (char& c : name)
-        if (!std::isalnum(static_cast<unsigned char>(c)))
-            c = '_';
-    return name;
-}
 
 // Reads top-level objects and owns each new one, however many times it comes back.
 class ReadObjects {
@@ -120,26 +110,22 @@ const LayoutCase c_layouts[] = {
              WideString(u"Yo")})},
 };
 
-class ObjectLayoutTest : public testing::TestWithParam<LayoutCase> {};
-
-TEST_P(ObjectLayoutTest, IsWrittenByteForByteAndReadsBackToTheSameBytes) {
-    const LayoutCase& layout = GetParam();
-    std::vector<std::unique_ptr<CObject>> keep;
-    EXPECT_EQ(Stored([&](CArchive& a) { layout.write(a, keep); }), layout.bytes);
-
-    Loading loading(layout.bytes);
-    ReadObjects reader;
-    const std::vector<CObject*> read = reader.From(loading.archive, layout.objects);
-    EXPECT_TRUE(loading.archive.IsBufferEmpty());
-    EXPECT_EQ(Stored([&](CArchive& a) {
-                  for (CObject* object : read)
-                      a << object;
-              }),
-              layout.bytes);
+TEST(ObjectLayouts, AreWrittenByteForByteAndReadBackToTheSameBytes) {
+    for (const LayoutCase& layout : c_layouts) {
+        SCOPED_TRACE(layout.name);
+        std::vector<std::unique_ptr<CObject>> keep;
+        EXPECT_EQ(Stored([&](CArchive& a) { layout.write(a, keep); }), layout.bytes);
+        Loading loading(layout.bytes);
+        ReadObjects reader;
+        const std::vector<CObject*> read = reader.From(loading.archive, layout.objects);
+        EXPECT_TRUE(loading.archive.IsBufferEmpty());
+        EXPECT_EQ(Stored([&](CArchive& a) {
+                      for (CObject* object : read)
+                          a << object;
+                  }),
+                  layout.bytes);
+    }
 }
-
-INSTANTIATE_TEST_SUITE_P(Layouts, ObjectLayoutTest, testing::ValuesIn(c_layouts),
-                         CaseName<testing::TestParamInfo<LayoutCase>>);
 
 // Index 0x7FFE is the last that fits a tag of 16 bits; from 0x7FFF on, objects are written as
 // 0x7FFF and the index, classes as 0x7FFF and 0x80000000 | the index.
@@ -220,70 +206,57 @@ struct HostileCase {
     int cause;
 };
 
+// A group that says it holds one child.
+const Bytes GroupOfOne = Concat({NewClassRecord(1, "TestGroup"), {0x01, 0x00}});
+
 Bytes NestedGroups(int depth) {
-    Bytes bytes = Concat({NewClassRecord(1, "TestGroup"), {0x01, 0x00}});
+    Bytes bytes = GroupOfOne;
     for (int i = 1; i < depth; ++i)
         bytes.insert(bytes.end(), {0x01, 0x80, 0x01, 0x00});
     return bytes;
 }
 
+constexpr int c_badClass = CArchiveException::badClass;
+constexpr int c_badIndex = CArchiveException::badIndex;
+constexpr int c_eof = CArchiveException::endOfFile;
+
 const HostileCase c_hostile[] = {
-    {"unknown class", NewClassRecord(1, "NoSuchClass"), CArchiveException::badClass},
-    {"base class that no one registered", NewClassRecord(0xFFFF, "CDocItem"),
-     CArchiveException::badClass},
-    {"name of length 0", NewClassRecord(1, ""), CArchiveException::badClass},
-    {"name longer than 63", Concat({{0xFF, 0xFF, 0x01, 0x00, 0x40, 0x00}, Bytes(64, 'A')}),
-     CArchiveException::badClass},
-    {"name of length 0xFFFF",
-     {0xFF, 0xFF, 0x01, 0x00, 0xFF, 0xFF, 'T'},
-     CArchiveException::badClass},
+    {"unknown class", NewClassRecord(1, "NoSuchClass"), c_badClass},
+    {"base class that no one registered", NewClassRecord(0xFFFF, "CDocItem"), c_badClass},
+    {"name of length 0", NewClassRecord(1, ""), c_badClass},
+    {"name longer than 63", Concat({Hex("FF FF 01 00 40 00"), Bytes(64, 'A')}), c_badClass},
+    {"name of length 0xFFFF", Hex("FF FF 01 00 FF FF 54"), c_badClass},
     {"schema the class does not read", Concat({NewClassRecord(2, "TestNote"), c_noteHi}),
      CArchiveException::badSchema},
-    {"object index not read yet", {0x01, 0x00}, CArchiveException::badIndex},
-    {"class index not read yet", {0x01, 0x80}, CArchiveException::badIndex},
-    {"class index 0", {0x00, 0x80}, CArchiveException::badIndex},
-    {"big object index not read yet",
-     {0xFF, 0x7F, 0x01, 0x00, 0x00, 0x00},
-     CArchiveException::badIndex},
-    {"big class index not read yet",
-     {0xFF, 0x7F, 0x01, 0x00, 0x00, 0x80},
-     CArchiveException::badIndex},
-    {"big class index 0", {0xFF, 0x7F, 0x00, 0x00, 0x00, 0x80}, CArchiveException::badIndex},
-    {"huge big index", {0xFF, 0x7F, 0xFF, 0xFF, 0xFF, 0x7F}, CArchiveException::badIndex},
-    {"a class index that names an object",
-     Concat({NewClassRecord(1, "TestGroup"), {0x01, 0x00, 0x02, 0x80}}),
-     CArchiveException::badIndex},
-    {"an object index that names a class",
-     Concat({NewClassRecord(1, "TestGroup"), {0x01, 0x00, 0x01, 0x00}}),
-     CArchiveException::badIndex},
-    {"truncated tag", {0xFF}, CArchiveException::endOfFile},
-    {"truncated big tag", {0xFF, 0x7F, 0x01}, CArchiveException::endOfFile},
-    {"truncated name",
-     {0xFF, 0xFF, 0x01, 0x00, 0x08, 0x00, 'T', 'e', 's'},
-     CArchiveException::endOfFile},
-    {"truncated object", Concat({NewClassRecord(1, "TestNote"), {0xFF, 0xFE, 0xFF, 0x05, 'H'}}),
-     CArchiveException::endOfFile},
-    {"huge count of children",
-     Concat({NewClassRecord(1, "TestGroup"), {0xFF, 0xFF, 0xFE, 0xFF, 0xFF, 0xFF}}),
-     CArchiveException::endOfFile},
+    {"object index not read yet", Hex("01 00"), c_badIndex},
+    {"class index not read yet", Hex("01 80"), c_badIndex},
+    {"class index 0", Hex("00 80"), c_badIndex},
+    {"big object index not read yet", Hex("FF 7F 01 00 00 00"), c_badIndex},
+    {"big class index not read yet", Hex("FF 7F 01 00 00 80"), c_badIndex},
+    {"big class index 0", Hex("FF 7F 00 00 00 80"), c_badIndex},
+    {"huge big index", Hex("FF 7F FF FF FF 7F"), c_badIndex},
+    {"a class index that names an object", Concat({GroupOfOne, Hex("02 80")}), c_badIndex},
+    {"an object index that names a class", Concat({GroupOfOne, Hex("01 00")}), c_badIndex},
+    {"truncated tag", Hex("FF"), c_eof},
+    {"truncated big tag", Hex("FF 7F 01"), c_eof},
+    {"truncated name", Hex("FF FF 01 00 08 00 54 65 73"), c_eof},
+    {"truncated object", Concat({NewClassRecord(1, "TestNote"), Hex("FF FE FF 05 48")}), c_eof},
+    {"huge count of children", Concat({NewClassRecord(1, "TestGroup"), Hex("FF FF FE FF FF FF")}),
+     c_eof},
     {"nesting past the limit", NestedGroups(CArchive::c_maxObjectDepth + 1),
      CArchiveException::genericException},
-    {"nesting at the limit ends in the stream", NestedGroups(CArchive::c_maxObjectDepth),
-     CArchiveException::endOfFile},
+    {"nesting at the limit ends in the stream", NestedGroups(CArchive::c_maxObjectDepth), c_eof},
 };
 
-class HostileObjectTest : public testing::TestWithParam<HostileCase> {};
-
-TEST_P(HostileObjectTest, FailsWithItsCauseAndTheFileName) {
-    const HostileCase& hostile = GetParam();
-    Loading loading(hostile.bytes, 4096, u"evil.doc");
-    ReadObjects reader;
-    EXPECT_EQ(test::ArchiveCauseOf([&] { reader.From(loading.archive, 2); }, "evil.doc"),
-              hostile.cause);
+TEST(HostileObjects, FailWithTheirCauseAndTheFileName) {
+    for (const HostileCase& hostile : c_hostile) {
+        SCOPED_TRACE(hostile.name);
+        Loading loading(hostile.bytes, 4096, u"evil.doc");
+        ReadObjects reader;
+        EXPECT_EQ(test::ArchiveCauseOf([&] { reader.From(loading.archive, 2); }, "evil.doc"),
+                  hostile.cause);
+    }
 }
-
-INSTANTIATE_TEST_SUITE_P(Inputs, HostileObjectTest, testing::ValuesIn(c_hostile),
-                         CaseName<testing::TestParamInfo<HostileCase>>);
 
 TEST(ObjectReading, ARequestedClassRefusesOthers) {
     const Bytes bytes = Concat({NewClassRecord(1, "TestNote"), c_noteHi, {0x02, 0x00}});

@@ -35,7 +35,6 @@ TEST(Random, TheSequenceOfASeedRepeatsAndEachThreadStartsFromSeedOne) {
 }
 
 TEST(Random, ValuesStayInRangeAndReachBothEnds) {
-    EXPECT_EQ(RAND_MAX_VALUE, 32767);
     keel::srand(7);
     const std::vector<int> values = Draw(200000);
     EXPECT_EQ(*std::min_element(values.begin(), values.end()), 0);
