@@ -1,20 +1,14 @@
 #include "tests/support/adobackendsuite.h"
-#include "tests/support/appfactory.h"
-#include "tests/support/environment.h"
-#include "tests/support/functioncalls.h"
 #include "tests/support/postgresserver.h"
 #include "tests/support/program.h"
 
 #include "keel/document/ado.h"
-#include "keel/document/adox.h"
 
 #include <algorithm>
 #include <chrono>
 #include <csignal>
-#include <functional>
 #include <gtest/gtest.h>
 #include <string>
-#include <vector>
 
 namespace keel::test {
 namespace {
@@ -191,69 +185,6 @@ TEST_F(PostgresAdoTest, AServerStoppedMidSessionGivesAClearErrorAndIsReachedAgai
     EXPECT_LT(SecondsSince(start), 5.0);
     ASSERT_TRUE(Server().Start());
     EXPECT_TRUE(ado.OpenQuery(u"SELECT 1 AS one")) << Error(ado);
-}
-
-// The `db` functions of formulas, with a server's URI for the database's name.
-class PostgresFunctionsTest : public FunctionCallTest {
-protected:
-    void SetUp() override {
-        FunctionCallTest::SetUp();
-        const std::string why = PostgresUnavailable();
-        if (!why.empty())
-            GTEST_SKIP() << why;
-        m_factory.SetDatabase(&m_database);
-        SetEvaluatorFactory(&m_factory);
-        ASSERT_EQ(
-            PostgresServer::Shared().Psql(
-                "CREATE TABLE items(name text, price float8, stock int);"
-                "INSERT INTO items VALUES ('oak', 12.5, 3), ('pine', 4.25, 10), ('ash', 8, 0)"),
-            "");
-    }
-    void TearDown() override {
-        FunctionCallTest::TearDown();
-        QADOConnection::FreeAll();
-    }
-
-    // A call of `function` on the test's database with the rest of its arguments.
-    static std::string Call(const std::string& function, const std::string& rest,
-                            const std::string& database = PostgresServer::c_database) {
-        return function + "(\"" + PostgresServer::Shared().Uri(database) + "\", " + rest + ")";
-    }
-
-    QAdoFormulaDatabase m_database;
-    TestAppFactory m_factory;
-};
-
-TEST_F(PostgresFunctionsTest, LookUpsAndExecuteTakeTheUriAsTheDatabase) {
-    const std::string uri = PostgresServer::Shared().Uri();
-    const std::string badSql = "\"select nosuch from items\", \"nosuch\"";
-    ExpectValues({
-        {Call("dblookup", "\"select price from items where name = ?\", \"price\", \"oak\"").c_str(),
-         QAnyValue(12.5)},
-        {Call("dblookupcol", "\"select name from items order by name\", \"name\"").c_str(),
-         QAnyValue(u"ash|oak|pine")},
-        {Call("dblookuprow", "\"select name, stock from items\", \"PINE\"").c_str(),
-         QAnyValue(u"pine|10")},
-        {Call("dblookupcollabels", "\"select name, price as cost from items\"").c_str(),
-         QAnyValue(u"name|cost")},
-        {Call("dbexecute", "\"update items set stock = stock + ? where price > ?\", 1, 5").c_str(),
-         QAnyValue(2)},
-    });
-    EXPECT_EQ(PostgresServer::Shared().Psql("SELECT name, stock FROM items ORDER BY name"),
-              "ash|1\noak|4\npine|10\n");
-    ExpectErrors({
-        {Call("dblookup", badSql).c_str(),
-         ("Cannot open query [select nosuch from items] in database " + uri +
-          "\ncolumn \"nosuch\" does not exist")
-             .c_str()},
-    });
-    const CallOutcome missing = Run(Call("dblookup", "\"select 1 as a\", \"a\"", "nosuchdb"));
-    EXPECT_EQ(MessageOf(missing.result)
-                  .rfind("error can't make ADO connection to " +
-                             PostgresServer::Shared().Uri("nosuchdb") + "\n",
-                         0),
-              0u)
-        << MessageOf(missing.result);
 }
 
 class PostgresProgramTest : public KeelProgramTest {

@@ -1,11 +1,14 @@
 #pragma once
 
+#include "tests/support/appfactory.h"
 #include "tests/support/databases.h"
+#include "tests/support/functioncalls.h"
 
 #include "keel/document/ado.h"
 #include "keel/document/adox.h"
 
 #include <chrono>
+#include <filesystem>
 #include <functional>
 #include <gtest/gtest.h>
 #include <string>
@@ -62,15 +65,28 @@ inline TableSpec ItemsSpec() {
     return spec;
 }
 
-class AdoBackendTest : public DatabaseFolderTest,
+// Each test has a folder of its own, and formulas that call the `db` functions have database
+// access; the shared connections are let go after each test.
+class AdoBackendTest : public FunctionCallTest,
                        public testing::WithParamInterface<AdoBackendUnderTest*> {
 protected:
     void SetUp() override {
-        DatabaseFolderTest::SetUp();
+        FunctionCallTest::SetUp();
+        std::string pattern = (std::filesystem::temp_directory_path() / "keel-backend-XXXXXX");
+        ASSERT_NE(mkdtemp(pattern.data()), nullptr);
+        m_root = pattern;
+        m_factory.SetDatabase(&m_formulaDatabase);
+        SetEvaluatorFactory(&m_factory);
         const std::string why = Backend().Unavailable();
         if (!why.empty())
             GTEST_SKIP() << why;
         m_database = Backend().Database(m_root.string());
+    }
+    void TearDown() override {
+        QADOConnection::FreeAll();
+        std::error_code ignored;
+        std::filesystem::remove_all(m_root, ignored);
+        FunctionCallTest::TearDown();
     }
 
     AdoBackendUnderTest& Backend() const { return *GetParam(); }
@@ -87,7 +103,10 @@ protected:
     }
     static std::string Error(const QAdo& ado) { return ado.GetLastError().ToUtf8(); }
 
+    std::filesystem::path m_root;
     std::string m_database;
+    QAdoFormulaDatabase m_formulaDatabase;
+    TestAppFactory m_factory;
 };
 
 TEST_P(AdoBackendTest, FieldsComeBackAsTheValuesOfTheirStorage) {
@@ -239,20 +258,21 @@ TEST_P(AdoBackendTest, RecordsAreAddedAndChangedThroughTheOpenTable) {
 TEST_P(AdoBackendTest, BlobsAndPicturesKeepEveryByte) {
     Backend().Make("CREATE TABLE \"Pictures\"(\"ID\" TEXT, \"Picture\" " + Backend().blobType +
                    ")");
-    Bytes picture;
+    QBlob picture;
     for (int i = 0; i < 600; ++i)
         picture.push_back(static_cast<std::uint8_t>((i * 37) & 0xff));
-    WriteBytes("door.bmp", picture);
+    const std::string door = (m_root / "door.bmp").string();
+    WriteText(door, std::string(picture.begin(), picture.end()));
 
     QAdo ado = Connected();
     ASSERT_TRUE(ado.OpenTable(u"Pictures")) << Error(ado);
-    ASSERT_TRUE(ado.AddNewPicture(u"door", PathOf("door.bmp"))) << Error(ado);
+    ASSERT_TRUE(ado.AddNewPicture(u"door", CString::FromUtf8(door))) << Error(ado);
     ASSERT_TRUE(ado.AddNew());
     ASSERT_TRUE(ado.PutField(u"ID", QAnyValue(u"empty")));
     ASSERT_TRUE(ado.PutFieldBlob(u"Picture", {}));
     ASSERT_TRUE(ado.Update()) << Error(ado);
-    EXPECT_FALSE(ado.AddNewPicture(u"gone", PathOf("gone.bmp")));
-    EXPECT_EQ(Error(ado), "Cannot read picture file " + Path("gone.bmp"));
+    EXPECT_FALSE(ado.AddNewPicture(u"gone", CString::FromUtf8(door + "x")));
+    EXPECT_EQ(Error(ado), "Cannot read picture file " + door + "x");
 
     std::string hex;
     for (std::uint8_t byte : picture) {
@@ -328,6 +348,57 @@ TEST_P(AdoBackendTest, TablesAreCreatedWithTheColumnTypesOfTheirValues) {
     EXPECT_FALSE(adox.HasTable(u"Extra"));
     EXPECT_TRUE(adox.CreateMissingTables(std::span(more, 2))) << adox.GetLastError().ToUtf8();
     EXPECT_TRUE(adox.HasTable(u"EXTRA"));
+}
+
+// The `db` functions of formulas take the path or URI of the database.
+TEST_P(AdoBackendTest, FormulasLookUpAndChangeRecords) {
+    Backend().Make("CREATE TABLE items(name TEXT, price DOUBLE PRECISION, stock INTEGER);"
+                   "INSERT INTO items VALUES ('oak', 12.5, 3), ('pine', 4.25, 10), ('ash', 8, 0)");
+    const std::string at = "(\"" + m_database + "\", \"";
+    QArray<QAnyValue> names;
+    for (const char16_t* name : {u"ash", u"oak", u"pine"})
+        names.Add(QAnyValue(name));
+    struct Case {
+        std::string formula;
+        QAnyValue expected;
+    };
+    const Case cases[] = {
+        {"dblookup" + at + "select price from items where name = ?\", \"price\", \"oak\")",
+         QAnyValue(12.5)},
+        {"dblookup" + at + "select * from items where price > ? and stock > ?\", \"NAME\", 5, 1)",
+         QAnyValue(u"oak")},
+        {"dblookupcol" + at + "select price from items where name = 'oak'\", \"price\")",
+         QAnyValue(u"12.5")},
+        {"dblookupcol" + at + "select name from items order by name\", \"name\")",
+         QAnyValue(u"ash|oak|pine")},
+        {"dblookupcol" + at + "select name from items where 1 = 0\", \"name\")", QAnyValue(u"")},
+        {"dblookupcolvalues" + at + "select name from items order by name\", \"name\")",
+         QAnyValue(names)},
+        {"dblookuprow" + at + "select * from items\", \"PINE\")", QAnyValue(u"pine|4.25|10")},
+        {"getat(dblookuprowvalues" + at + "select stock, name from items\", 0), 2)",
+         QAnyValue(u"ash")},
+        {"dblookupcollabels" + at + "select name, price as cost from items\")",
+         QAnyValue(u"name|cost")},
+        // A hostile value stays a value.
+        {"dblookup" + at +
+             "select count(*) as n from items where name = ?\", \"n\", \"x' or "
+             "'1'='1\")",
+         QAnyValue(0)},
+        {"dbexecute" + at + "update items set stock = stock + ? where price > ?\", 1, 5)",
+         QAnyValue(2)},
+        {"dbexecute" + at + "insert into items values (?, ?, ?)\", \"elm\", 6.5, 2)", QAnyValue(1)},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.formula);
+        const CallOutcome outcome = Run(c.formula);
+        EXPECT_TRUE(outcome.ok) << outcome.message;
+        EXPECT_TRUE(outcome.result.Identical(c.expected)) << DescribeValue(outcome.result);
+    }
+    EXPECT_EQ(Backend().Rows("SELECT name, stock FROM items ORDER BY name"),
+              "ash|1;elm|2;oak|4;pine|10;");
+    EXPECT_EQ(MessageOf(Run("dblookup" + at + "select nosuch from items\", \"nosuch\")").result),
+              "Cannot open query [select nosuch from items] in database " + m_database + "\n" +
+                  Backend().noSuchColumn);
 }
 
 } // namespace keel::test
