@@ -46,7 +46,9 @@ public:
         moreStatements = "A query is one statement; more follow it:  SELECT 2";
     }
     std::string Unavailable() override { return {}; }
-    std::string Database(const std::string& folder) override { return m_path = folder + "/t.mdb"; }
+    std::string Database(const std::string& folder) override {
+        return m_path = folder + "/prices.mdb";
+    }
     void Make(const std::string& statements) override { SqliteRun(m_path, statements); }
     std::string Rows(const std::string& query) override { return SqliteRows(m_path, query); }
     std::string Hex(const std::string& column) const override {
@@ -60,41 +62,33 @@ private:
 SqliteBackend sqliteBackend;
 INSTANTIATE_TEST_SUITE_P(Sqlite, AdoBackendTest, testing::Values(&sqliteBackend));
 
-// What is SQLite's own: files, locks, and connections shared by path.
-class AdoTest : public DatabaseFolderTest {
+// What is SQLite's own: files in the table folder, locks, connections shared by path, and the
+// `db` functions of formulas over files; the database has the items in stock.
+class SqliteTest : public AdoBackendTest {
 protected:
-    // A database of five parts, made by SQLite itself.
-    std::string MakeParts() {
-        const std::string path = Path("parts.mdb");
-        SqliteRun(path, "CREATE TABLE parts(id INTEGER, name TEXT, price REAL);"
-                        "INSERT INTO parts VALUES (1,'oak',12.5),(2,'pine',4.25),(3,'ash',8),"
-                        "(4,'elm',6.5),(5,'yew',20);");
-        return path;
+    void SetUp() override {
+        AdoBackendTest::SetUp();
+        MakeItems();
     }
-    QAdo Connected(const std::string& path) {
-        QAdo ado;
-        EXPECT_TRUE(ado.SetConnection(CString::FromUtf8(path))) << ado.GetLastError().ToUtf8();
-        return ado;
-    }
-    static std::string Error(const QAdo& ado) { return ado.GetLastError().ToUtf8(); }
 };
+INSTANTIATE_TEST_SUITE_P(Sqlite, SqliteTest, testing::Values(&sqliteBackend));
 
-TEST_F(AdoTest, FailuresSayWhatFailedInTheirOwnWords) {
+TEST_P(SqliteTest, FailuresSayWhatFailedInTheirOwnWords) {
     const std::string path = MakeParts();
-    const std::string other = Path("notes.mdb");
+    const std::string other = File("notes.mdb");
     WriteText(other, "These are notes, not a database, and longer than sixteen bytes.");
     QAdo notDatabase;
     EXPECT_FALSE(notDatabase.SetConnection(CString::FromUtf8(other)));
     EXPECT_EQ(Error(notDatabase),
               "Cannot connect to " + other + "\n" + other + " is not an SQLite database file");
-    EXPECT_FALSE(notDatabase.SetConnection(CString::FromUtf8(Path("")), true));
-    EXPECT_EQ(Error(notDatabase), "Cannot connect to " + Path("") + "\n" + Path("") +
+    EXPECT_FALSE(notDatabase.SetConnection(CString::FromUtf8(File("")), true));
+    EXPECT_EQ(Error(notDatabase), "Cannot connect to " + File("") + "\n" + File("") +
                                       " is a folder, not a database file");
-    EXPECT_FALSE(notDatabase.SetConnection(CString::FromUtf8(Path("gone.mdb")), false));
-    EXPECT_EQ(Error(notDatabase), "Cannot connect to " + Path("gone.mdb") + "\n" +
-                                      Path("gone.mdb") + " does not exist");
+    EXPECT_FALSE(notDatabase.SetConnection(CString::FromUtf8(File("gone.mdb")), false));
+    EXPECT_EQ(Error(notDatabase), "Cannot connect to " + File("gone.mdb") + "\n" +
+                                      File("gone.mdb") + " does not exist");
 
-    QAdo ado = Connected(path);
+    QAdo ado = Connected();
     EXPECT_FALSE(ado.OpenQuery(u"  "));
     EXPECT_EQ(Error(ado),
               "Cannot open query [  ] in database " + path + "\nThe query holds no statement");
@@ -107,13 +101,13 @@ TEST_F(AdoTest, FailuresSayWhatFailedInTheirOwnWords) {
     EXPECT_TRUE(ado.GetField(u"c").Identical(QAnyValue(u"a\"b")));
 }
 
-TEST_F(AdoTest, ALockedDatabaseFailsWithinTheBusyTimeout) {
+TEST_P(SqliteTest, ALockedDatabaseFailsWithinTheBusyTimeout) {
     const std::string path = MakeParts();
     sqlite3* holder = nullptr;
     ASSERT_EQ(sqlite3_open(path.c_str(), &holder), SQLITE_OK);
     ASSERT_EQ(sqlite3_exec(holder, "BEGIN EXCLUSIVE", nullptr, nullptr, nullptr), SQLITE_OK);
 
-    QAdo ado = Connected(path);
+    QAdo ado = Connected();
     ado.GetConnection()->SetBusyTimeout(300);
     const auto start = std::chrono::steady_clock::now();
     EXPECT_FALSE(ado.Execute(u"INSERT INTO parts VALUES (9, 'fir', 1)"));
@@ -127,7 +121,7 @@ TEST_F(AdoTest, ALockedDatabaseFailsWithinTheBusyTimeout) {
     EXPECT_TRUE(ado.Execute(u"INSERT INTO parts VALUES (9, 'fir', 1)")) << Error(ado);
 }
 
-TEST_F(AdoTest, ConnectionsAreSharedByPathAndStatementsKeptByText) {
+TEST_P(SqliteTest, ConnectionsAreSharedByPathAndStatementsKeptByText) {
     const std::string path = MakeParts();
     CString error;
     const auto first = QADOConnection::MakeShared(CString::FromUtf8(path), error);
@@ -155,7 +149,7 @@ TEST_F(AdoTest, ConnectionsAreSharedByPathAndStatementsKeptByText) {
     EXPECT_NE(QADOConnection::MakeShared(CString::FromUtf8(path), error), first);
 }
 
-TEST_F(AdoTest, ThreadsShareOneConnectionAndEachGetsItsOwnRecords) {
+TEST_P(SqliteTest, ThreadsShareOneConnectionAndEachGetsItsOwnRecords) {
     const std::string path = MakeParts();
     CString error;
     const auto shared = QADOConnection::MakeShared(CString::FromUtf8(path), error);
@@ -179,13 +173,13 @@ TEST_F(AdoTest, ThreadsShareOneConnectionAndEachGetsItsOwnRecords) {
     EXPECT_EQ(shared->CachedStatementCount(), 1);
 }
 
-TEST_F(AdoTest, ANewOrEmptyFileBecomesADatabase) {
+TEST_P(SqliteTest, ANewOrEmptyFileBecomesADatabase) {
     for (const char* name : {"new.mdb", "empty.mdb"}) {
         if (std::string(name) == "empty.mdb")
-            WriteText(Path(name), "");
-        QAdo ado = Connected(Path(name));
+            WriteText(File(name), "");
+        QAdo ado = Connected(File(name));
         ASSERT_TRUE(ado.Execute(u"CREATE TABLE t(a); INSERT INTO t VALUES (1)")) << Error(ado);
-        EXPECT_EQ(SqliteRows(Path(name), "SELECT a FROM t"), "1;") << name;
+        EXPECT_EQ(SqliteRows(File(name), "SELECT a FROM t"), "1;") << name;
     }
 }
 
@@ -195,38 +189,7 @@ TEST(AdoXTest, ACreateStatementQuotesItsNamesAndTypesTheColumnsByTheirValues) {
                       u"INTEGER, \"Size\" REAL, \"Length\" TEXT)"));
 }
 
-// The `db` functions of formulas, run by the evaluator against SQLite files in the table folder
-// of an application of the test's own.
-class DbFunctionsTest : public FunctionCallTest {
-protected:
-    void SetUp() override {
-        FunctionCallTest::SetUp();
-        std::string pattern = (std::filesystem::temp_directory_path() / "keel-db-XXXXXX");
-        ASSERT_NE(mkdtemp(pattern.data()), nullptr);
-        m_folder = pattern;
-        m_factory.SetTableFolder(m_folder);
-        m_factory.SetDatabase(&m_database);
-        SetEvaluatorFactory(&m_factory);
-        SqliteRun(Prices(), "CREATE TABLE items(name TEXT, price REAL, stock INTEGER);"
-                            "INSERT INTO items VALUES ('oak', 12.5, 3), ('pine', 4.25, 10),"
-                            "('ash', 8, 0);");
-    }
-    void TearDown() override {
-        FunctionCallTest::TearDown();
-        QADOConnection::FreeAll();
-        std::error_code ignored;
-        std::filesystem::remove_all(m_folder, ignored);
-    }
-
-    std::string File(const std::string& name) const { return m_folder + "/" + name; }
-    std::string Prices() const { return File("prices.mdb"); }
-
-    std::string m_folder;
-    QAdoFormulaDatabase m_database;
-    TestAppFactory m_factory;
-};
-
-TEST_F(DbFunctionsTest, DatabaseNamesFindTheirFileInTheTableFolder) {
+TEST_P(SqliteTest, DatabaseNamesFindTheirFileInTheTableFolder) {
     SqliteRun(File("stock.accdb"), "CREATE TABLE t(a); INSERT INTO t VALUES ('accdb');");
     std::filesystem::create_directory(File("sub"));
     SqliteRun(File("sub/other.mdb"), "CREATE TABLE t(a); INSERT INTO t VALUES ('sub');");
@@ -243,9 +206,9 @@ TEST_F(DbFunctionsTest, DatabaseNamesFindTheirFileInTheTableFolder) {
     EXPECT_EQ(SqliteRows(File("fresh.mdb"), "SELECT a FROM t"), "1;2;");
 }
 
-TEST_F(DbFunctionsTest, FailuresAreErrorValuesWithTheirWords) {
+TEST_P(SqliteTest, FailuresAreErrorValuesWithTheirWords) {
     WriteText(File("notes.mdb"), "Plain notes that are not a database at all.");
-    const std::string prices = Prices();
+    const std::string prices = m_database;
     const std::string connection = "error can't make ADO connection to ";
     const std::string badSql = "select from items";
     const std::string refused = "near \"from\": syntax error";
@@ -290,19 +253,19 @@ TEST_F(DbFunctionsTest, FailuresAreErrorValuesWithTheirWords) {
     EXPECT_FALSE(std::filesystem::exists(File("missing.mdb")));
 }
 
-TEST_F(DbFunctionsTest, WithoutDatabaseAccessTheFunctionsCannotConnect) {
+TEST_P(SqliteTest, WithoutDatabaseAccessTheFunctionsCannotConnect) {
     m_factory.SetDatabase(nullptr);
     const std::string expected =
-        "error can't make ADO connection to " + Prices() + "\nno database access in this program";
+        "error can't make ADO connection to " + m_database + "\nno database access in this program";
     EXPECT_EQ(MessageOf(Run("dblookup(\"prices\", \"select 1 as a\", \"a\")").result), expected);
     EXPECT_EQ(MessageOf(Run("dbexecute(\"prices\", \"delete from items\")").result), expected);
-    EXPECT_EQ(SqliteRows(Prices(), "SELECT count(*) FROM items"), "3;");
+    EXPECT_EQ(SqliteRows(m_database, "SELECT count(*) FROM items"), "3;");
 }
 
 // The application serves the databases; each call is traced with its upper-case name, and a
 // failing one with " ERROR" after it.
-TEST_F(DbFunctionsTest, TheApplicationServesTheCallsAndEachIsTraced) {
-    const std::filesystem::path home = std::filesystem::path(m_folder) / "home";
+TEST_P(SqliteTest, TheApplicationServesTheCallsAndEachIsTraced) {
+    const std::filesystem::path home = m_root / "home";
     std::filesystem::create_directories(home);
     ScopedEnvironment environment;
     for (const char* variable : {"HOME", "XDG_CONFIG_HOME", "XDG_DATA_HOME"})
@@ -311,7 +274,7 @@ TEST_F(DbFunctionsTest, TheApplicationServesTheCallsAndEachIsTraced) {
     std::string trace;
     {
         QWinApp app;
-        app.OverrideFileLocation(QFileLocation::Table, CString::FromUtf8(m_folder));
+        app.OverrideFileLocation(QFileLocation::Table, CString::FromUtf8(m_root.string()));
         UserTraceRestart();
         QWinApp::c_UserTraceMask = USER_TRACE_PLAIN_LINES | USER_TRACE_EVALUATIONS;
         const CallOutcome found =
@@ -334,7 +297,7 @@ TEST_F(DbFunctionsTest, TheApplicationServesTheCallsAndEachIsTraced) {
     EXPECT_NE(trace.find("DBLOOKUPCOL ERROR"), std::string::npos) << trace;
 }
 
-TEST_F(DbFunctionsTest, TheFunctionsTakeTheirCounts) {
+TEST_P(SqliteTest, TheFunctionsTakeTheirCounts) {
     ExpectCountsTaken({{"dblookuprow", 3, 3},
                        {"dblookupcol", 3, 3},
                        {"dblookuprowvalues", 3, 3},

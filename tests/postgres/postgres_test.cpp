@@ -15,10 +15,6 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-std::string Error(const QAdo& ado) {
-    return ado.GetLastError().ToUtf8();
-}
-
 double SecondsSince(Clock::time_point start) {
     return std::chrono::duration<double>(Clock::now() - start).count();
 }
@@ -74,19 +70,19 @@ public:
 PostgresBackend postgresBackend;
 INSTANTIATE_TEST_SUITE_P(Postgres, AdoBackendTest, testing::Values(&postgresBackend));
 
-class PostgresAdoTest : public PostgresTest {
+// What is the server's own: its quoting, its connections and its time limits.
+class PostgresServerTest : public AdoBackendTest {
 protected:
-    QAdo Connected() {
-        QAdo ado;
-        EXPECT_TRUE(ado.SetConnection(Uri(), false)) << Error(ado);
-        return ado;
+    static PostgresServer& Server() { return PostgresServer::Shared(); }
+    static CString Uri(const std::string& database = PostgresServer::c_database) {
+        return CString::FromUtf8(Server().Uri(database));
     }
-    void Make(const std::string& statements) { ASSERT_EQ(Server().Psql(statements), ""); }
 };
+INSTANTIATE_TEST_SUITE_P(Postgres, PostgresServerTest, testing::Values(&postgresBackend));
 
 // A "?" in a literal, a quoted name or a comment is no parameter; "$1" may be written too.
-TEST_F(PostgresAdoTest, OnlyAQuestionMarkOutsideQuotesAndCommentsIsAParameter) {
-    Make("CREATE TABLE notes(id int, body text, price float8, flag boolean, extra text)");
+TEST_P(PostgresServerTest, OnlyAQuestionMarkOutsideQuotesAndCommentsIsAParameter) {
+    Backend().Make("CREATE TABLE notes(id int, body text, price float8, flag boolean, extra text)");
     QAdo ado = Connected();
     const CString hostile = u"x'); DROP TABLE notes; -- ?";
     const QAnyValue values[] = {QAnyValue(1), QAnyValue(hostile), QAnyValue(2.5), QAnyValue(true),
@@ -112,7 +108,7 @@ TEST_F(PostgresAdoTest, OnlyAQuestionMarkOutsideQuotesAndCommentsIsAParameter) {
                           "commands into a prepared statement");
 }
 
-TEST_F(PostgresAdoTest, AConnectionThatCannotBeMadeSaysWhyAndHidesThePassword) {
+TEST_P(PostgresServerTest, AConnectionThatCannotBeMadeSaysWhyAndHidesThePassword) {
     QAdo ado;
     EXPECT_FALSE(ado.SetConnection(Uri("nosuchdb"), false));
     EXPECT_EQ(Error(ado).rfind("Cannot connect to " + Server().Uri("nosuchdb") + "\n", 0), 0u)
@@ -136,7 +132,7 @@ TEST_F(PostgresAdoTest, AConnectionThatCannotBeMadeSaysWhyAndHidesThePassword) {
         << Error(ado);
 }
 
-TEST_F(PostgresAdoTest, AStatementPastItsTimeLimitFailsAndTheConnectionServesOn) {
+TEST_P(PostgresServerTest, AStatementPastItsTimeLimitFailsAndTheConnectionServesOn) {
     QAdo ado = Connected();
     ado.GetConnection()->SetBusyTimeout(300);
     const auto start = Clock::now();
@@ -148,7 +144,7 @@ TEST_F(PostgresAdoTest, AStatementPastItsTimeLimitFailsAndTheConnectionServesOn)
     EXPECT_EQ(ado.GetInt(u"one"), 1);
 }
 
-TEST_F(PostgresAdoTest, AServerThatStopsAnsweringIsGivenUpInTime) {
+TEST_P(PostgresServerTest, AServerThatStopsAnsweringIsGivenUpInTime) {
     QAdo ado = Connected();
     ado.GetConnection()->SetBusyTimeout(300);
     ASSERT_TRUE(ado.OpenQuery(u"SELECT pg_backend_pid() AS pid")) << Error(ado);
@@ -169,7 +165,7 @@ TEST_F(PostgresAdoTest, AServerThatStopsAnsweringIsGivenUpInTime) {
     EXPECT_NE(ado.GetInt(u"pid"), frozen);
 }
 
-TEST_F(PostgresAdoTest, AServerStoppedMidSessionGivesAClearErrorAndIsReachedAgainOnceBack) {
+TEST_P(PostgresServerTest, AServerStoppedMidSessionGivesAClearErrorAndIsReachedAgainOnceBack) {
     QAdo ado = Connected();
     ASSERT_TRUE(ado.OpenQuery(u"SELECT 1 AS one")) << Error(ado);
     ASSERT_TRUE(Server().Stop());

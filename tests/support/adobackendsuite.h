@@ -75,6 +75,7 @@ protected:
         std::string pattern = (std::filesystem::temp_directory_path() / "keel-backend-XXXXXX");
         ASSERT_NE(mkdtemp(pattern.data()), nullptr);
         m_root = pattern;
+        m_factory.SetTableFolder(m_root);
         m_factory.SetDatabase(&m_formulaDatabase);
         SetEvaluatorFactory(&m_factory);
         const std::string why = Backend().Unavailable();
@@ -90,16 +91,26 @@ protected:
     }
 
     AdoBackendUnderTest& Backend() const { return *GetParam(); }
-    QAdo Connected() const {
+    std::string File(const std::string& name) const { return (m_root / name).string(); }
+    // A connection to the test's database, or to the one named.
+    QAdo Connected(const std::string& name = {}) const {
         QAdo ado;
-        EXPECT_TRUE(ado.SetConnection(CString::FromUtf8(m_database))) << Error(ado);
+        EXPECT_TRUE(ado.SetConnection(CString::FromUtf8(name.empty() ? m_database : name)))
+            << Error(ado);
         return ado;
     }
-    // A table of five parts.
-    void MakeParts() const {
+    // A table of five parts in the test's database, whose name it gives.
+    const std::string& MakeParts() const {
         Backend().Make("CREATE TABLE parts(id INTEGER, name TEXT, price DOUBLE PRECISION);"
                        "INSERT INTO parts VALUES (1,'oak',12.5),(2,'pine',4.25),(3,'ash',8),"
                        "(4,'elm',6.5),(5,'yew',20);");
+        return m_database;
+    }
+    // A table of three items in stock.
+    void MakeItems() const {
+        Backend().Make("CREATE TABLE items(name TEXT, price DOUBLE PRECISION, stock INTEGER);"
+                       "INSERT INTO items VALUES ('oak', 12.5, 3), ('pine', 4.25, 10), "
+                       "('ash', 8, 0)");
     }
     static std::string Error(const QAdo& ado) { return ado.GetLastError().ToUtf8(); }
 
@@ -261,7 +272,7 @@ TEST_P(AdoBackendTest, BlobsAndPicturesKeepEveryByte) {
     QBlob picture;
     for (int i = 0; i < 600; ++i)
         picture.push_back(static_cast<std::uint8_t>((i * 37) & 0xff));
-    const std::string door = (m_root / "door.bmp").string();
+    const std::string door = File("door.bmp");
     WriteText(door, std::string(picture.begin(), picture.end()));
 
     QAdo ado = Connected();
@@ -352,8 +363,7 @@ TEST_P(AdoBackendTest, TablesAreCreatedWithTheColumnTypesOfTheirValues) {
 
 // The `db` functions of formulas take the path or URI of the database.
 TEST_P(AdoBackendTest, FormulasLookUpAndChangeRecords) {
-    Backend().Make("CREATE TABLE items(name TEXT, price DOUBLE PRECISION, stock INTEGER);"
-                   "INSERT INTO items VALUES ('oak', 12.5, 3), ('pine', 4.25, 10), ('ash', 8, 0)");
+    MakeItems();
     const std::string at = "(\"" + m_database + "\", \"";
     QArray<QAnyValue> names;
     for (const char16_t* name : {u"ash", u"oak", u"pine"})
