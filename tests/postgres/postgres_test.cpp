@@ -114,6 +114,13 @@ TEST_P(PostgresServerTest, AConnectionThatCannotBeMadeSaysWhyAndHidesThePassword
     EXPECT_EQ(Error(ado).rfind("Cannot connect to " + Server().Uri("nosuchdb") + "\n", 0), 0u)
         << Error(ado);
     EXPECT_NE(Error(ado).find("database \"nosuchdb\" does not exist"), std::string::npos);
+    // A formula's lookup says the same.
+    const std::string formula =
+        "dblookup(\"" + Server().Uri("nosuchdb") + "\", \"select 1\", \"a\")";
+    EXPECT_EQ(
+        MessageOf(Run(formula).result)
+            .rfind("error can't make ADO connection to " + Server().Uri("nosuchdb") + "\n", 0),
+        0u);
 
     const std::string secret =
         "postgresql://keel:s3cret@/nosuchdb?host=" + Server().Folder() + "&password=s3cret";
