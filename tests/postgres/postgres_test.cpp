@@ -141,6 +141,9 @@ TEST_P(PostgresServerTest, AConnectionThatCannotBeMadeSaysWhyAndHidesThePassword
 
 TEST_P(PostgresServerTest, AStatementPastItsTimeLimitFailsAndTheConnectionServesOn) {
     QAdo ado = Connected();
+    // Until told otherwise, a statement may run for 30 seconds.
+    ASSERT_TRUE(ado.OpenQuery(u"SHOW statement_timeout")) << Error(ado);
+    EXPECT_EQ(ado.GetString(u"statement_timeout").ToUtf8(), "30s");
     ado.GetConnection()->SetBusyTimeout(300);
     const auto start = Clock::now();
     EXPECT_FALSE(ado.OpenQuery(u"SELECT pg_sleep(5)"));
@@ -156,6 +159,7 @@ TEST_P(PostgresServerTest, AServerThatStopsAnsweringIsGivenUpInTime) {
     ado.GetConnection()->SetBusyTimeout(300);
     ASSERT_TRUE(ado.OpenQuery(u"SELECT pg_backend_pid() AS pid")) << Error(ado);
     const int frozen = ado.GetInt(u"pid");
+    ASSERT_GT(frozen, 0) << "a signal to pid 0 would stop this program";
     ASSERT_EQ(::kill(frozen, SIGSTOP), 0);
     const auto start = Clock::now();
     const bool answered = ado.OpenQuery(u"SELECT 1 AS one");
