@@ -162,20 +162,4 @@ inline std::string PostgresUnavailable() {
     return reset.empty() ? std::string() : "the test database cannot be emptied: " + reset;
 }
 
-// Tests against the shared server; the shared connections are let go after each.
-class PostgresTest : public testing::Test {
-protected:
-    void SetUp() override {
-        const std::string why = PostgresUnavailable();
-        if (!why.empty())
-            GTEST_SKIP() << why;
-    }
-    void TearDown() override { QADOConnection::FreeAll(); }
-
-    static PostgresServer& Server() { return PostgresServer::Shared(); }
-    static CString Uri(const std::string& database = PostgresServer::c_database) {
-        return CString::FromUtf8(Server().Uri(database));
-    }
-};
-
 } // namespace keel::test
