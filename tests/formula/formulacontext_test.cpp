@@ -224,21 +224,30 @@ public:
 
 using test::Report;
 
+// What a simple look-up found, and the state it left.
+struct Found {
+    bool found = false;
+    QAnyValue value;
+    QCacheState state = QCS_Stable;
+};
+
 class FormulaContextTest : public test::ErrorReportsTest {
 protected:
     static std::vector<Report> Reports() { return test::PendingReports(); }
 
-    // A simple look-up with the cache on and debug off.
-    static bool Lookup(QFormulaContext& context, const char* name, QAnyValue& value,
-                       QCacheState& state, bool debug = false, bool useCache = true) {
+    // A simple look-up from the state given, with the cache on and debug off unless asked.
+    static Found Find(QFormulaContext& context, const char* name, QCacheState state = QCS_Stable,
+                      bool debug = false, bool useCache = true) {
+        Found found{false, QAnyValue(), state};
         bool error = false;
-        return context.LookupValue(FullId(name), value, error, state, false, debug, useCache);
+        found.found = context.LookupValue(FullId(name), found.value, error, found.state, false,
+                                          debug, useCache);
+        return found;
     }
     static QAnyValue ValueOf(QFormulaContext& context, const char* name) {
-        QAnyValue value;
-        QCacheState state = QCS_Stable;
-        EXPECT_TRUE(Lookup(context, name, value, state)) << name;
-        return value;
+        const Found found = Find(context, name);
+        EXPECT_TRUE(found.found) << name;
+        return found.value;
     }
 };
 
@@ -281,20 +290,17 @@ TEST_F(FormulaContextLookup, NearestPlaceWins) {
         TestContext asker("Asker", &parent);
         TestContext kid("Kid", &asker);
         TestContext sibling("Sibling", &parent);
-        if (c.places & AskerProp)
-            asker.Prop("x", AskerProp);
-        if (c.places & AskerHook)
-            asker.Hook("x", AskerHook);
-        if (c.places & Kid)
-            kid.Hook("x", Kid);
-        if (c.places & ParentProp)
-            parent.Prop("x", ParentProp);
-        if (c.places & ParentHook)
-            parent.Hook("x", ParentHook);
-        if (c.places & Sibling)
-            sibling.Hook("x", Sibling);
-        if (c.places & Grand)
-            grand.Hook("x", Grand);
+        const std::pair<Place, TestContext*> holders[] = {
+            {AskerProp, &asker},   {AskerHook, &asker}, {Kid, &kid},    {ParentProp, &parent},
+            {ParentHook, &parent}, {Sibling, &sibling}, {Grand, &grand}};
+        for (const auto& [place, holder] : holders) {
+            if (!(c.places & place))
+                continue;
+            if (place == AskerProp || place == ParentProp)
+                holder->Prop("x", place);
+            else
+                holder->Hook("x", place);
+        }
 
         EXPECT_TRUE(ValueOf(asker, "x") == QAnyValue(c.winner)) << "places " << c.places;
     }
@@ -319,8 +325,10 @@ TEST_F(FormulaContextLookup, UnknownNamesAndPathsAreFalseAndSilent) {
     doc.Hook("w", 3);
     for (const char* name : {"nowhere", "Roof.w"}) {
         QAnyValue value(5);
+        bool error = false;
         QCacheState state = QCS_Stable;
-        EXPECT_FALSE(Lookup(wall, name, value, state)) << name;
+        EXPECT_FALSE(wall.LookupValue(FullId(name), value, error, state, false, false, true))
+            << name;
         EXPECT_TRUE(value == QAnyValue(5)) << name;
     }
     EXPECT_EQ(doc.m_hookReads, 1) << "a path with an unknown head reads nothing";
@@ -337,10 +345,8 @@ TEST_F(FormulaContextLookup, APropertyThatFailsToGiveAValueEndsTheSearch) {
     asker.PropFormula("x", "1 +");
     asker.Hook("x", 2);
     parent.Hook("x", 3);
-    QAnyValue value;
-    QCacheState state = QCS_Stable;
 
-    EXPECT_FALSE(Lookup(asker, "x", value, state));
+    EXPECT_FALSE(Find(asker, "x").found);
     EXPECT_EQ(asker.m_hookReads, 0);
     EXPECT_EQ(parent.m_hookReads, 0);
 }
@@ -359,9 +365,8 @@ TEST_F(FormulaContextLookup, ErrorAndStateComeFromWhereTheNameWasFoundAndNeverFa
     EXPECT_TRUE(error);
     EXPECT_EQ(state, QCS_ByAcceptor);
     EXPECT_TRUE(parent.m_lastPassthrough);
-    state = QCS_NotCacheable;
-    EXPECT_TRUE(Lookup(asker, "y", value, state));
-    EXPECT_EQ(state, QCS_NotCacheable);
+    const Found y = Find(asker, "y", QCS_NotCacheable);
+    EXPECT_TRUE(y.found && y.state == QCS_NotCacheable);
 }
 
 TEST_F(FormulaContextLookup, FormulasAreFoundInTheSameOrderAndThroughPaths) {
@@ -430,25 +435,34 @@ TEST_F(FormulaContextLookup, ADottedNameIsLookedUpInTheContextItsHeadNames) {
     EXPECT_TRUE(ValueOf(doc, ".x") == QAnyValue(4)) << "a leading dot makes no path";
 }
 
-TEST_F(FormulaContextLookup, TheStateOfTheHeadIsAddedToTheValueState) {
+// A full name is remembered under its whole text by the context that asked, unless the value
+// depends on the state of its head, which is added to the value's state.
+TEST_F(FormulaContextLookup, AFullNameIsRememberedByTheAskerUnlessItsHeadsStateSaysOtherwise) {
     TestContext doc("Doc");
     TestContext wall("Wall", &doc);
-    wall.m_stateWhenFound = QCS_BySeq;
     wall.Hook("w", 3);
-    QAnyValue value;
-    QCacheState state = QCS_Stable;
 
-    EXPECT_TRUE(Lookup(doc, "Wall.w", value, state));
-    EXPECT_EQ(state, QCS_BySeq);
+    EXPECT_TRUE(ValueOf(doc, "Wall.w") == QAnyValue(3));
     wall.ForgetEverythingIKnow();
-    EXPECT_TRUE(Lookup(doc, "Wall.w", value, state));
-    EXPECT_EQ(wall.m_hookReads, 2) << "a value that depends on its head is not remembered";
+    EXPECT_TRUE(ValueOf(doc, "Wall.w") == QAnyValue(3));
+    EXPECT_EQ(wall.m_hookReads, 1);
+    doc.ForgetEverythingIKnow();
+    EXPECT_TRUE(ValueOf(doc, "Wall.w") == QAnyValue(3));
+    EXPECT_EQ(wall.m_hookReads, 2);
+
+    doc.ForgetEverythingIKnow();
+    wall.ForgetEverythingIKnow();
+    wall.m_stateWhenFound = QCS_BySeq;
+    EXPECT_EQ(Find(doc, "Wall.w").state, QCS_BySeq);
+    wall.ForgetEverythingIKnow();
+    EXPECT_TRUE(Find(doc, "Wall.w").found);
+    EXPECT_EQ(wall.m_hookReads, 4) << "a value that depends on its head is not remembered";
 
     // Even when the tail is not found.
     wall.m_stateWhenFound = QCS_ByAcceptor;
-    state = QCS_Stable;
-    EXPECT_FALSE(Lookup(doc, "Wall.v", value, state));
-    EXPECT_EQ(state, QCS_ByAcceptor);
+    const Found tail = Find(doc, "Wall.v");
+    EXPECT_FALSE(tail.found);
+    EXPECT_EQ(tail.state, QCS_ByAcceptor);
 }
 
 // --- The value caches -------------------------------------------------------------------------
@@ -490,11 +504,9 @@ TEST_F(FormulaContextCache, LookUpsReadThroughTheCacheAsTheirFlagsSay) {
                     asker.ForgetEverythingIKnow();
                     continue;
                 }
-                QAnyValue value;
-                QCacheState state = QCS_Stable;
-                EXPECT_TRUE(Lookup(asker, "a", value, state, *step == 'd', *step != 'n'));
-                EXPECT_TRUE(value == QAnyValue(1));
-                EXPECT_EQ(state, c.kept);
+                const Found found = Find(asker, "a", QCS_Stable, *step == 'd', *step != 'n');
+                EXPECT_TRUE(found.found && found.value == QAnyValue(1));
+                EXPECT_EQ(found.state, c.kept);
             }
             EXPECT_EQ(inParent ? parent.m_hookReads : asker.m_propertyReads, c.reads);
         }
@@ -519,30 +531,14 @@ TEST_F(FormulaContextCache, DebugShowsEachHitWhereItWasFound) {
     TestContext wall("Wall", &doc);
     wall.Hook("debugAlpha", 12);
     doc.Hook("debugBeta", 34);
-    QAnyValue value;
-    QCacheState state = QCS_Stable;
 
-    EXPECT_TRUE(Lookup(wall, "debugAlpha", value, state, true));
-    EXPECT_TRUE(Lookup(wall, "debugBeta", value, state, true));
+    EXPECT_TRUE(Find(wall, "debugAlpha", QCS_Stable, true).found);
+    EXPECT_TRUE(Find(wall, "debugBeta", QCS_Stable, true).found);
     EXPECT_EQ(Reports(),
               (std::vector<Report>{
                   {"Formula Debug", "debugAlpha\nfound with value\n\t12\nin\n\tDoc Wall"},
                   {"Formula Debug", "debugBeta\nfound with value\n\t34\nin\n\tDoc"},
               }));
-}
-
-TEST_F(FormulaContextCache, AFullNameIsRememberedUnderItsWholeText) {
-    TestContext doc("Doc");
-    TestContext wall("Wall", &doc);
-    wall.Hook("w", 3);
-
-    EXPECT_TRUE(ValueOf(doc, "Wall.w") == QAnyValue(3));
-    wall.ForgetEverythingIKnow();
-    EXPECT_TRUE(ValueOf(doc, "Wall.w") == QAnyValue(3));
-    EXPECT_EQ(wall.m_hookReads, 1);
-    doc.ForgetEverythingIKnow();
-    EXPECT_TRUE(ValueOf(doc, "Wall.w") == QAnyValue(3));
-    EXPECT_EQ(wall.m_hookReads, 2);
 }
 
 // Remembers 5 under the formula "f", the name "p" and the full name "q".
@@ -652,27 +648,6 @@ TEST_F(FormulaContextCache, TheMostSpecificFormulaKeyWinsAndForgettingLeavesTheA
     }
 }
 
-TEST_F(FormulaContextCache, FormulasAndKeysAreKeptApart) {
-    TestContext context("Box");
-    for (std::uint32_t seq = 0; seq < 40; ++seq) {
-        context.m_seq = seq;
-        for (int n = 0; n < 5; ++n)
-            context.RememberThisFormulaValueForNextTime(
-                QAnyValue(static_cast<int>(seq) * 10 + n),
-                FormulaText(CString::Formatted(u"%d + 1", n)), QCS_BySeq);
-    }
-    for (std::uint32_t seq = 1; seq < 40; ++seq) {
-        context.m_seq = seq;
-        for (int n = 0; n < 5; ++n) {
-            QAnyValue out;
-            QCacheState state = QCS_Stable;
-            const FormulaText formula(CString::Formatted(u"%d + 1", n));
-            ASSERT_TRUE(context.HeresAFormulaValueIPreparedEarlier(out, state, formula));
-            EXPECT_TRUE(out == QAnyValue(static_cast<int>(seq) * 10 + n)) << seq << " " << n;
-        }
-    }
-}
-
 // The caches start with 17 buckets and take more as they fill: around each count where they
 // grow, every value must stay under its own key, a forgotten one must go alone, and an emptied
 // cache must fill again.
@@ -723,31 +698,6 @@ TEST_F(FormulaContextCache, EveryValueKeepsItsKeyWhileTheCachesGrow) {
         EXPECT_EQ(served(0), 3);
         EXPECT_EQ(served(count - 1), 3);
     }
-}
-
-TEST_F(FormulaContextCache, NamesAreKeptUnderTheSequenceNumberEachInItsOwnCache) {
-    TestContext context("Box");
-    context.m_seq = 5;
-    context.RememberThisPropIdValueForNextTime(QAnyValue(1), PropId("p"));
-    context.RememberThisFullIdValueForNextTime(QAnyValue(2), FullId("a.q"));
-    QAnyValue out;
-    QCacheState state = QCS_Stable;
-
-    EXPECT_TRUE(context.HeresAPropIdValueIPreparedEarlier(out, PropId("p")));
-    EXPECT_TRUE(out == QAnyValue(1));
-    EXPECT_TRUE(context.HeresAFullIdValueIPreparedEarlier(out, FullId("a.q")));
-    EXPECT_TRUE(out == QAnyValue(2));
-    EXPECT_FALSE(context.HeresAFullIdValueIPreparedEarlier(out, FullId("p")));
-    EXPECT_FALSE(context.HeresAFormulaValueIPreparedEarlier(out, state, FormulaText("p")));
-
-    context.m_seq = 6;
-    EXPECT_FALSE(context.HeresAPropIdValueIPreparedEarlier(out, PropId("p")));
-    EXPECT_FALSE(context.HeresAFullIdValueIPreparedEarlier(out, FullId("a.q")));
-    context.m_seq = 5;
-    context.ForgetThisPropIdValueForNextTime(PropId("p"));
-    context.ForgetThisFullIdValueForNextTime(FullId("a.q"));
-    EXPECT_FALSE(context.HeresAPropIdValueIPreparedEarlier(out, PropId("p")));
-    EXPECT_FALSE(context.HeresAFullIdValueIPreparedEarlier(out, FullId("a.q")));
 }
 
 TEST_F(FormulaContextCache, ForgetEverythingEmptiesThisContextOrItsLine) {
@@ -835,18 +785,17 @@ TEST_F(FormulaContextTries, EachFamilyReaches127LinksUpAndGivesUpOnceWithItsOwnM
     chain[299].Hook("chainFar", 2);
     chain[127].HookFormula("f", "1");
     chain[128].HookFormula("g", "2");
-    QAnyValue value;
     QCacheState state = QCS_Stable;
     FormulaText formula;
     QFormulaContext* found = nullptr;
 
-    EXPECT_TRUE(Lookup(chain[0], "chainTop", value, state));
+    EXPECT_TRUE(Find(chain[0], "chainTop").found);
     EXPECT_TRUE(chain[0].LookupFormula(FullId("f"), formula));
     EXPECT_TRUE(chain[0].SimpleLookupContext(PropId("L127"), found, state, nullptr));
     EXPECT_EQ(found, &chain[127]);
     EXPECT_TRUE(Reports().empty());
 
-    EXPECT_FALSE(Lookup(chain[0], "chainFar", value, state));
+    EXPECT_FALSE(Find(chain[0], "chainFar").found);
     EXPECT_EQ(Reports(), chain.GaveUp("value", "chainFar"));
     TheErrorLog().DiscardPendingMessages();
     EXPECT_FALSE(chain[0].LookupFormula(FullId("g"), formula));
@@ -1003,9 +952,7 @@ TEST_F(FormulaContextSet, WithoutPropertiesNothingIsStored) {
     EXPECT_EQ(bare.PropertyCount(), 0);
     EXPECT_EQ(bare.FindProperty(PropId("w")), -1);
     EXPECT_FALSE(bare.HasProperty(PropId("w")));
-    QAnyValue value;
-    QCacheState state = QCS_Stable;
-    EXPECT_FALSE(Lookup(bare, "w", value, state));
+    EXPECT_FALSE(Find(bare, "w").found);
 }
 
 // --- Identity ---------------------------------------------------------------------------------
