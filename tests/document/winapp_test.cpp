@@ -43,14 +43,15 @@ std::string U8(const CString& text) {
     return text.ToUtf8();
 }
 
-std::string Joined(const std::vector<std::string>& parts) {
+std::string Joined(const std::vector<std::string>& parts, const char* separator = " ") {
     std::string joined;
     for (const std::string& part : parts)
-        joined += (joined.empty() ? "" : " ") + part;
+        joined += (joined.empty() ? "" : separator) + part;
     return joined;
 }
 
-// The statics that LoadOptions and LoadDefaultUnits set, back at their start values.
+// The statics that the tests change, directly or through the options, back at their start
+// values.
 void ResetOptionStatics() {
     QLength::SetDefaultUnits(QLength::LU_MM);
     QLength::c_InchHandlerType = 32;
@@ -58,27 +59,17 @@ void ResetOptionStatics() {
     QVolume::SetDefaultUnits(QVolume::VU_CBM);
     QOptions::Spec3D::c_contrast = 50;
     QOptions::Spec3D::c_brightness = 75;
-    QOptions::Spec3D::c_bEnableBackgroundLighting = true;
     QOptions::Spec3D::c_bObject3DExaminationMode = false;
     QOptions::GL::c_UseOpenGLExt = true;
-    QOptions::GL::c_UseOpenGLExt2 = true;
     QLookupTableDataStatics::c_TableCacheOverSize = 20;
     QOptions::Exportable::c_LastExportType = 0;
-    QOptions::PropertyInspector::c_bFadeWhenInactive = true;
     QOptions::PageDoc::c_bPostscriptPrinterCheck = true;
-    QOptions::Reports::c_bRepUseDef = false;
-    QOptions::EditControls::c_bAllowAutoComplete = false;
     QOptions::AboutBox::c_strCompanyEmail.Empty();
-    QOptions::AboutBox::c_strCompanyWWW.Empty();
     DoLimitDouble(true);
-    QOptions::g_bAlwaysCheckOnRead = false;
     QOptions::g_bCheckValueTypes = false;
-    QOptions::g_bPromptForValues = false;
     QWinApp::c_UserTraceMask = 0;
     QWinApp::c_SuppressFileLocations = false;
     QWinApp::c_SuppressPricing = false;
-    QWinApp::c_SuppressDrawingAnswers = false;
-    QWinApp::c_SuppressComponents = false;
     QWinApp::c_bMergingMessages = false;
     QWinApp::c_bMergingPrompts = false;
     QWinApp::c_bMergingDefault = true;
@@ -886,41 +877,41 @@ TEST_F(WinAppTest, FolderConstantsAreTheApplicationsFoldersAsFilePaths) {
 // product steps answer as the test asks.
 class StartupApp : public TestApp {
 public:
-    void PreProcessShellCommand() override { calls.push_back("PreProcessShellCommand"); }
+    void PreProcessShellCommand() override { Record("PreProcessShellCommand"); }
     void DoSetupOfRegistryKey() override {
-        calls.push_back("DoSetupOfRegistryKey:" + std::string(IsServer() ? "server" : "user"));
+        Record(IsServer() ? "DoSetupOfRegistryKey:server" : "DoSetupOfRegistryKey:user");
     }
-    void CreateSplash() override { calls.push_back("CreateSplash"); }
-    void KillSplash() override { calls.push_back("KillSplash"); }
+    void CreateSplash() override { Record("CreateSplash"); }
+    void KillSplash() override { Record("KillSplash"); }
     CString MostRecentFile() const override {
-        calls.push_back("MostRecentFile");
+        Record("MostRecentFile");
         return QWinApp::MostRecentFile();
     }
-    bool LoadResources() override {
-        calls.push_back("LoadResources");
-        return resourcesLoad;
-    }
+    bool LoadResources() override { return Record("LoadResources", resourcesLoad); }
     void LoadOptions() override {
-        calls.push_back("LoadOptions");
+        Record("LoadOptions");
         QWinApp::LoadOptions();
     }
     void InitRegistryOptionsCache() override {
-        calls.push_back("InitRegistryOptionsCache");
+        Record("InitRegistryOptionsCache");
         QWinApp::InitRegistryOptionsCache();
     }
-    bool AddDocTemplate() override {
-        calls.push_back("AddDocTemplate");
-        return templatesLoad;
-    }
-    void OnFileNew() override { calls.push_back("OnFileNew"); }
+    bool AddDocTemplate() override { return Record("AddDocTemplate", templatesLoad); }
+    void OnFileNew() override { Record("OnFileNew"); }
     bool ProcessShellCommand(QCommandLineInfo& info) override {
-        calls.push_back("ProcessShellCommand");
+        Record("ProcessShellCommand");
         return QWinApp::ProcessShellCommand(info);
     }
     bool InitInstanceFinish() override {
-        calls.push_back("InitInstanceFinish:" + std::to_string(ShowCommand()) +
-                        (IsStarted() ? ":started" : ""));
-        return finishes;
+        return Record("InitInstanceFinish:" + std::to_string(ShowCommand()) +
+                          (IsStarted() ? ":started" : ""),
+                      finishes);
+    }
+
+    // Writes the call down and gives `result`.
+    bool Record(const std::string& call, bool result = true) const {
+        calls.push_back(call);
+        return result;
     }
 
     mutable std::vector<std::string> calls;
@@ -1122,17 +1113,15 @@ TEST(CommandLineTest, TheFrameworkFieldsFollowTheParameters) {
         {{"--"}, "", Info::FileNew, false, false},
     };
     for (const Case& c : cases) {
+        SCOPED_TRACE(testing::PrintToString(c.params));
         QCommandLineInfo info;
-        std::string line;
-        for (const char* param : c.params)
-            line += std::string(param) + " ";
-        EXPECT_TRUE(Parse(info, c.params)) << line;
-        EXPECT_EQ(U8(info.m_strFileName), c.fileName) << line;
-        EXPECT_EQ(info.m_nShellCommand, c.command) << line;
-        EXPECT_EQ(info.m_bRunEmbedded, c.embedded) << line;
-        EXPECT_EQ(info.m_bRunAutomated, c.automated) << line;
-        EXPECT_EQ(info.IsServerStart(), c.embedded || c.automated) << line;
-        EXPECT_EQ(info.m_bShowSplash, !(c.embedded || c.automated)) << line;
+        EXPECT_TRUE(Parse(info, c.params));
+        EXPECT_EQ(U8(info.m_strFileName), c.fileName);
+        EXPECT_EQ(info.m_nShellCommand, c.command);
+        EXPECT_EQ(info.m_bRunEmbedded, c.embedded);
+        EXPECT_EQ(info.m_bRunAutomated, c.automated);
+        EXPECT_EQ(info.IsServerStart(), c.embedded || c.automated);
+        EXPECT_EQ(info.m_bShowSplash, !(c.embedded || c.automated));
     }
 }
 
@@ -1161,48 +1150,43 @@ public:
 // looks like a flag or an end; a flag left without its value fails the parse. ProcessLast runs
 // once, after the last parameter.
 TEST(CommandLineTest, TheParameterAfterAFlagThatAsksForAValueIsItsValue) {
-    using Calls = std::vector<std::string>;
     const struct {
         std::vector<const char*> params;
-        Calls calls;
+        const char* calls;
         std::string fileName;
         std::string flag;
         std::string value;
         bool parsed = true;
     } cases[] = {
         {{"-units", "mm", "-quiet", "--set", "-5", "drawing.kdoc"},
-         {"flag units", "value units=mm", "flag quiet", "flag set", "value set=-5", "last"},
+         "flag units|value units=mm|flag quiet|flag set|value set=-5|last",
          "drawing.kdoc",
          "set",
          "-5"},
-        {{"-set", "-Embedding"},
-         {"flag set", "value set=-Embedding", "last"},
-         "",
-         "set",
-         "-Embedding"},
-        {{"-set", "--"}, {"flag set", "value set=--", "last"}, "", "set", "--"},
-        {{"-set", "/x"}, {"flag set", "value set=/x", "last"}, "", "set", "/x"},
-        {{"-set", ""}, {"flag set", "value set=", "last"}, "", "set", ""},
-        {{"drawing.kdoc", "-units"}, {"flag units", "last"}, "drawing.kdoc", "units", "", false},
-        {{}, {}, "", "", ""},
-        {{"a"}, {"last"}, "a", "", ""},
-        {{"a", "b", "c"}, {"last"}, "a", "", ""},
-        {{"-quiet"}, {"flag quiet", "last"}, "", "quiet", ""},
-        {{"a", "--"}, {"last"}, "a", "", ""},
+        {{"-set", "-Embedding"}, "flag set|value set=-Embedding|last", "", "set", "-Embedding"},
+        {{"-set", "--"}, "flag set|value set=--|last", "", "set", "--"},
+        {{"-set", "/x"}, "flag set|value set=/x|last", "", "set", "/x"},
+        {{"-set", ""}, "flag set|value set=|last", "", "set", ""},
+        {{"drawing.kdoc", "-units"}, "flag units|last", "drawing.kdoc", "units", "", false},
+        {{}, "", "", "", ""},
+        {{"a"}, "last", "a", "", ""},
+        {{"a", "b", "c"}, "last", "a", "", ""},
+        {{"-quiet"}, "flag quiet|last", "", "quiet", ""},
+        {{"a", "--"}, "last", "a", "", ""},
     };
     for (const auto& c : cases) {
+        SCOPED_TRACE(testing::PrintToString(c.params));
         ProductCommandLine info;
-        const std::string line = c.params.empty() ? "(none)" : c.params[0];
-        EXPECT_EQ(Parse(info, c.params), c.parsed) << line;
-        EXPECT_EQ(info.calls, c.calls) << line;
-        EXPECT_EQ(U8(info.m_strFileName), c.fileName) << line;
+        EXPECT_EQ(Parse(info, c.params), c.parsed);
+        EXPECT_EQ(Joined(info.calls, "|"), c.calls);
+        EXPECT_EQ(U8(info.m_strFileName), c.fileName);
         EXPECT_EQ(info.m_nShellCommand,
                   c.fileName.empty() ? QCommandLineInfo::FileNew : QCommandLineInfo::FileOpen);
-        EXPECT_EQ(info.IsValueRequired(), !c.parsed) << line;
-        EXPECT_FALSE(info.m_bRunEmbedded) << line;
-        EXPECT_EQ(U8(info.GetFlag()), c.flag) << line;
+        EXPECT_EQ(info.IsValueRequired(), !c.parsed);
+        EXPECT_FALSE(info.m_bRunEmbedded);
+        EXPECT_EQ(U8(info.GetFlag()), c.flag);
         if (!c.value.empty()) {
-            EXPECT_EQ(U8(info.GetValue()), c.value) << line;
+            EXPECT_EQ(U8(info.GetValue()), c.value);
         }
     }
 }

@@ -563,7 +563,7 @@ TEST(PropertiesEvaluation, AnAnswerWithAFormulaIsEvaluatedWhenReadAndAgainAfterA
     EXPECT_EQ(formula.ToString().ToUtf8(), "2 + 3");
 }
 
-TEST_F(PropertiesTest, ErrorsContextsWithoutAnswersAndSetValue) {
+TEST_F(PropertiesTest, AFormulaInErrorIsReadAsAnErrorAndSetValueMakesAnAnswer) {
     AnswerDocument document;
     document.SetPropertyFormula(PropId("evalBroken"), FormulaText("1 +"));
     QAnyValue value;
@@ -575,18 +575,6 @@ TEST_F(PropertiesTest, ErrorsContextsWithoutAnswersAndSetValue) {
     EXPECT_TRUE(value.IsError());
     EXPECT_EQ(formula.ToString().ToUtf8(), "1 +");
     EXPECT_EQ(key.ToString().ToUtf8(), "evalBroken");
-
-    struct Bare : QFormulaContext {
-        CString SimpleTypeName() const override { return u"Bare"; }
-        QProperties* Properties() const override { return nullptr; }
-    } bare;
-    bare.SetPropertyValue(PropId("bareKey"), QAnyValue(1));
-    QAnyValue kept(2);
-    EXPECT_EQ(bare.PropertyCount(), 0);
-    EXPECT_EQ(bare.FindProperty(PropId("bareKey")), -1);
-    EXPECT_FALSE(bare.HasProperty(PropId("bareKey")));
-    EXPECT_FALSE(bare.GetPropertyValue(PropId("bareKey"), kept, error, nullptr));
-    EXPECT_EQ(kept, QAnyValue(2));
 
     AnswerContext context;
     ASSERT_TRUE(context.SetValue(FullId("ctxMade"), QAnyValue(12)));
