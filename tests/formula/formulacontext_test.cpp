@@ -224,12 +224,28 @@ public:
 
 using test::Report;
 
-// What a simple look-up found, and the state it left.
+// What a simple look-up or a cache found, and the state it left.
 struct Found {
     bool found = false;
     QAnyValue value;
     QCacheState state = QCS_Stable;
+
+    bool operator==(const Found& other) const {
+        return found == other.found && value.Identical(other.value) && state == other.state;
+    }
 };
+
+void PrintTo(const Found& found, std::ostream* out) {
+    *out << (found.found ? "found " : "missing ") << QAnyValue(found.value).Format().ToUtf8()
+         << " state " << found.state;
+}
+
+// What the formula cache serves for `formula`, from a stable state.
+Found Served(QFormulaContext& context, const FormulaText& formula) {
+    Found served;
+    served.found = context.HeresAFormulaValueIPreparedEarlier(served.value, served.state, formula);
+    return served;
+}
 
 class FormulaContextTest : public test::ErrorReportsTest {
 protected:
@@ -365,8 +381,7 @@ TEST_F(FormulaContextLookup, ErrorAndStateComeFromWhereTheNameWasFoundAndNeverFa
     EXPECT_TRUE(error);
     EXPECT_EQ(state, QCS_ByAcceptor);
     EXPECT_TRUE(parent.m_lastPassthrough);
-    const Found y = Find(asker, "y", QCS_NotCacheable);
-    EXPECT_TRUE(y.found && y.state == QCS_NotCacheable);
+    EXPECT_EQ(Find(asker, "y", QCS_NotCacheable), (Found{true, QAnyValue(1), QCS_NotCacheable}));
 }
 
 TEST_F(FormulaContextLookup, FormulasAreFoundInTheSameOrderAndThroughPaths) {
@@ -460,9 +475,7 @@ TEST_F(FormulaContextLookup, AFullNameIsRememberedByTheAskerUnlessItsHeadsStateS
 
     // Even when the tail is not found.
     wall.m_stateWhenFound = QCS_ByAcceptor;
-    const Found tail = Find(doc, "Wall.v");
-    EXPECT_FALSE(tail.found);
-    EXPECT_EQ(tail.state, QCS_ByAcceptor);
+    EXPECT_EQ(Find(doc, "Wall.v"), (Found{false, QAnyValue(), QCS_ByAcceptor}));
 }
 
 // --- The value caches -------------------------------------------------------------------------
@@ -504,9 +517,8 @@ TEST_F(FormulaContextCache, LookUpsReadThroughTheCacheAsTheirFlagsSay) {
                     asker.ForgetEverythingIKnow();
                     continue;
                 }
-                const Found found = Find(asker, "a", QCS_Stable, *step == 'd', *step != 'n');
-                EXPECT_TRUE(found.found && found.value == QAnyValue(1));
-                EXPECT_EQ(found.state, c.kept);
+                EXPECT_EQ(Find(asker, "a", QCS_Stable, *step == 'd', *step != 'n'),
+                          (Found{true, QAnyValue(1), c.kept}));
             }
             EXPECT_EQ(inParent ? parent.m_hookReads : asker.m_propertyReads, c.reads);
         }
@@ -604,13 +616,10 @@ TEST_F(FormulaContextCache, AFormulaValueIsKeptUnderTheKeyOfItsState) {
         context.m_seq = c.seq;
         context.m_acceptor = c.acceptor ? &acceptor : nullptr;
         context.RememberThisFormulaValueForNextTime(QAnyValue(5), FormulaText("f"), c.remembered);
-        QAnyValue out;
-        QCacheState state = QCS_Stable;
 
-        EXPECT_EQ(context.HeresAFormulaValueIPreparedEarlier(out, state, FormulaText("f")), c.kept)
+        EXPECT_EQ(Served(context, FormulaText("f")),
+                  (Found{c.kept, c.kept ? QAnyValue(5) : QAnyValue(), c.stateOnHit}))
             << "state " << c.remembered << " seq " << c.seq << " acceptor " << c.acceptor;
-        EXPECT_EQ(state, c.stateOnHit) << "state " << c.remembered;
-        EXPECT_TRUE(out == (c.kept ? QAnyValue(5) : QAnyValue()));
     }
 }
 
@@ -627,24 +636,15 @@ TEST_F(FormulaContextCache, TheMostSpecificFormulaKeyWinsAndForgettingLeavesTheA
         context.RememberThisFormulaValueForNextTime(QAnyValue(2), formula, QCS_ByAcceptor);
         if (forget)
             context.ForgetThisFormulaValueForNextTime(formula);
-        QAnyValue out;
-        QCacheState state = QCS_Stable;
 
-        EXPECT_TRUE(context.HeresAFormulaValueIPreparedEarlier(out, state, formula));
-        EXPECT_TRUE(out == QAnyValue(2));
-        EXPECT_EQ(state, QCS_ByAcceptor);
+        EXPECT_EQ(Served(context, formula), (Found{true, QAnyValue(2), QCS_ByAcceptor}));
         context.m_acceptor = nullptr;
-        state = QCS_Stable;
-        EXPECT_EQ(context.HeresAFormulaValueIPreparedEarlier(out, state, formula), !forget);
+        EXPECT_EQ(Served(context, formula).found, !forget);
         if (forget)
             continue;
-        EXPECT_TRUE(out == QAnyValue(1));
-        EXPECT_EQ(state, QCS_BySeq);
+        EXPECT_EQ(Served(context, formula), (Found{true, QAnyValue(1), QCS_BySeq}));
         context.m_seq = 4;
-        state = QCS_Stable;
-        EXPECT_TRUE(context.HeresAFormulaValueIPreparedEarlier(out, state, formula));
-        EXPECT_TRUE(out == QAnyValue(0));
-        EXPECT_EQ(state, QCS_Stable);
+        EXPECT_EQ(Served(context, formula), (Found{true, QAnyValue(0), QCS_Stable}));
     }
 }
 
