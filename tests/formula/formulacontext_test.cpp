@@ -224,21 +224,46 @@ public:
 
 using test::Report;
 
+// What a simple look-up or a cache found, and the state it left.
+struct Found {
+    bool found = false;
+    QAnyValue value;
+    QCacheState state = QCS_Stable;
+
+    bool operator==(const Found& other) const {
+        return found == other.found && value.Identical(other.value) && state == other.state;
+    }
+};
+
+void PrintTo(const Found& found, std::ostream* out) {
+    *out << (found.found ? "found " : "missing ") << QAnyValue(found.value).Format().ToUtf8()
+         << " state " << found.state;
+}
+
+// What the formula cache serves for `formula`, from a stable state.
+Found Served(QFormulaContext& context, const FormulaText& formula) {
+    Found served;
+    served.found = context.HeresAFormulaValueIPreparedEarlier(served.value, served.state, formula);
+    return served;
+}
+
 class FormulaContextTest : public test::ErrorReportsTest {
 protected:
     static std::vector<Report> Reports() { return test::PendingReports(); }
 
-    // A simple look-up with the cache on and debug off.
-    static bool Lookup(QFormulaContext& context, const char* name, QAnyValue& value,
-                       QCacheState& state, bool debug = false, bool useCache = true) {
+    // A simple look-up from the state given, with the cache on and debug off unless asked.
+    static Found Find(QFormulaContext& context, const char* name, QCacheState state = QCS_Stable,
+                      bool debug = false, bool useCache = true) {
+        Found found{false, QAnyValue(), state};
         bool error = false;
-        return context.LookupValue(FullId(name), value, error, state, false, debug, useCache);
+        found.found = context.LookupValue(FullId(name), found.value, error, found.state, false,
+                                          debug, useCache);
+        return found;
     }
     static QAnyValue ValueOf(QFormulaContext& context, const char* name) {
-        QAnyValue value;
-        QCacheState state = QCS_Stable;
-        EXPECT_TRUE(Lookup(context, name, value, state)) << name;
-        return value;
+        const Found found = Find(context, name);
+        EXPECT_TRUE(found.found) << name;
+        return found.value;
     }
 };
 
@@ -281,20 +306,17 @@ TEST_F(FormulaContextLookup, NearestPlaceWins) {
         TestContext asker("Asker", &parent);
         TestContext kid("Kid", &asker);
         TestContext sibling("Sibling", &parent);
-        if (c.places & AskerProp)
-            asker.Prop("x", AskerProp);
-        if (c.places & AskerHook)
-            asker.Hook("x", AskerHook);
-        if (c.places & Kid)
-            kid.Hook("x", Kid);
-        if (c.places & ParentProp)
-            parent.Prop("x", ParentProp);
-        if (c.places & ParentHook)
-            parent.Hook("x", ParentHook);
-        if (c.places & Sibling)
-            sibling.Hook("x", Sibling);
-        if (c.places & Grand)
-            grand.Hook("x", Grand);
+        const std::pair<Place, TestContext*> holders[] = {
+            {AskerProp, &asker},   {AskerHook, &asker}, {Kid, &kid},    {ParentProp, &parent},
+            {ParentHook, &parent}, {Sibling, &sibling}, {Grand, &grand}};
+        for (const auto& [place, holder] : holders) {
+            if (!(c.places & place))
+                continue;
+            if (place == AskerProp || place == ParentProp)
+                holder->Prop("x", place);
+            else
+                holder->Hook("x", place);
+        }
 
         EXPECT_TRUE(ValueOf(asker, "x") == QAnyValue(c.winner)) << "places " << c.places;
     }
@@ -319,8 +341,10 @@ TEST_F(FormulaContextLookup, UnknownNamesAndPathsAreFalseAndSilent) {
     doc.Hook("w", 3);
     for (const char* name : {"nowhere", "Roof.w"}) {
         QAnyValue value(5);
+        bool error = false;
         QCacheState state = QCS_Stable;
-        EXPECT_FALSE(Lookup(wall, name, value, state)) << name;
+        EXPECT_FALSE(wall.LookupValue(FullId(name), value, error, state, false, false, true))
+            << name;
         EXPECT_TRUE(value == QAnyValue(5)) << name;
     }
     EXPECT_EQ(doc.m_hookReads, 1) << "a path with an unknown head reads nothing";
@@ -337,10 +361,8 @@ TEST_F(FormulaContextLookup, APropertyThatFailsToGiveAValueEndsTheSearch) {
     asker.PropFormula("x", "1 +");
     asker.Hook("x", 2);
     parent.Hook("x", 3);
-    QAnyValue value;
-    QCacheState state = QCS_Stable;
 
-    EXPECT_FALSE(Lookup(asker, "x", value, state));
+    EXPECT_FALSE(Find(asker, "x").found);
     EXPECT_EQ(asker.m_hookReads, 0);
     EXPECT_EQ(parent.m_hookReads, 0);
 }
@@ -359,9 +381,7 @@ TEST_F(FormulaContextLookup, ErrorAndStateComeFromWhereTheNameWasFoundAndNeverFa
     EXPECT_TRUE(error);
     EXPECT_EQ(state, QCS_ByAcceptor);
     EXPECT_TRUE(parent.m_lastPassthrough);
-    state = QCS_NotCacheable;
-    EXPECT_TRUE(Lookup(asker, "y", value, state));
-    EXPECT_EQ(state, QCS_NotCacheable);
+    EXPECT_EQ(Find(asker, "y", QCS_NotCacheable), (Found{true, QAnyValue(1), QCS_NotCacheable}));
 }
 
 TEST_F(FormulaContextLookup, FormulasAreFoundInTheSameOrderAndThroughPaths) {
@@ -430,25 +450,32 @@ TEST_F(FormulaContextLookup, ADottedNameIsLookedUpInTheContextItsHeadNames) {
     EXPECT_TRUE(ValueOf(doc, ".x") == QAnyValue(4)) << "a leading dot makes no path";
 }
 
-TEST_F(FormulaContextLookup, TheStateOfTheHeadIsAddedToTheValueState) {
+// A full name is remembered under its whole text by the context that asked, unless the value
+// depends on the state of its head, which is added to the value's state.
+TEST_F(FormulaContextLookup, AFullNameIsRememberedByTheAskerUnlessItsHeadsStateSaysOtherwise) {
     TestContext doc("Doc");
     TestContext wall("Wall", &doc);
-    wall.m_stateWhenFound = QCS_BySeq;
     wall.Hook("w", 3);
-    QAnyValue value;
-    QCacheState state = QCS_Stable;
 
-    EXPECT_TRUE(Lookup(doc, "Wall.w", value, state));
-    EXPECT_EQ(state, QCS_BySeq);
+    EXPECT_TRUE(ValueOf(doc, "Wall.w") == QAnyValue(3));
     wall.ForgetEverythingIKnow();
-    EXPECT_TRUE(Lookup(doc, "Wall.w", value, state));
-    EXPECT_EQ(wall.m_hookReads, 2) << "a value that depends on its head is not remembered";
+    EXPECT_TRUE(ValueOf(doc, "Wall.w") == QAnyValue(3));
+    EXPECT_EQ(wall.m_hookReads, 1);
+    doc.ForgetEverythingIKnow();
+    EXPECT_TRUE(ValueOf(doc, "Wall.w") == QAnyValue(3));
+    EXPECT_EQ(wall.m_hookReads, 2);
+
+    doc.ForgetEverythingIKnow();
+    wall.ForgetEverythingIKnow();
+    wall.m_stateWhenFound = QCS_BySeq;
+    EXPECT_EQ(Find(doc, "Wall.w").state, QCS_BySeq);
+    wall.ForgetEverythingIKnow();
+    EXPECT_TRUE(Find(doc, "Wall.w").found);
+    EXPECT_EQ(wall.m_hookReads, 4) << "a value that depends on its head is not remembered";
 
     // Even when the tail is not found.
     wall.m_stateWhenFound = QCS_ByAcceptor;
-    state = QCS_Stable;
-    EXPECT_FALSE(Lookup(doc, "Wall.v", value, state));
-    EXPECT_EQ(state, QCS_ByAcceptor);
+    EXPECT_EQ(Find(doc, "Wall.v"), (Found{false, QAnyValue(), QCS_ByAcceptor}));
 }
 
 // --- The value caches -------------------------------------------------------------------------
@@ -490,11 +517,8 @@ TEST_F(FormulaContextCache, LookUpsReadThroughTheCacheAsTheirFlagsSay) {
                     asker.ForgetEverythingIKnow();
                     continue;
                 }
-                QAnyValue value;
-                QCacheState state = QCS_Stable;
-                EXPECT_TRUE(Lookup(asker, "a", value, state, *step == 'd', *step != 'n'));
-                EXPECT_TRUE(value == QAnyValue(1));
-                EXPECT_EQ(state, c.kept);
+                EXPECT_EQ(Find(asker, "a", QCS_Stable, *step == 'd', *step != 'n'),
+                          (Found{true, QAnyValue(1), c.kept}));
             }
             EXPECT_EQ(inParent ? parent.m_hookReads : asker.m_propertyReads, c.reads);
         }
@@ -519,30 +543,14 @@ TEST_F(FormulaContextCache, DebugShowsEachHitWhereItWasFound) {
     TestContext wall("Wall", &doc);
     wall.Hook("debugAlpha", 12);
     doc.Hook("debugBeta", 34);
-    QAnyValue value;
-    QCacheState state = QCS_Stable;
 
-    EXPECT_TRUE(Lookup(wall, "debugAlpha", value, state, true));
-    EXPECT_TRUE(Lookup(wall, "debugBeta", value, state, true));
+    EXPECT_TRUE(Find(wall, "debugAlpha", QCS_Stable, true).found);
+    EXPECT_TRUE(Find(wall, "debugBeta", QCS_Stable, true).found);
     EXPECT_EQ(Reports(),
               (std::vector<Report>{
                   {"Formula Debug", "debugAlpha\nfound with value\n\t12\nin\n\tDoc Wall"},
                   {"Formula Debug", "debugBeta\nfound with value\n\t34\nin\n\tDoc"},
               }));
-}
-
-TEST_F(FormulaContextCache, AFullNameIsRememberedUnderItsWholeText) {
-    TestContext doc("Doc");
-    TestContext wall("Wall", &doc);
-    wall.Hook("w", 3);
-
-    EXPECT_TRUE(ValueOf(doc, "Wall.w") == QAnyValue(3));
-    wall.ForgetEverythingIKnow();
-    EXPECT_TRUE(ValueOf(doc, "Wall.w") == QAnyValue(3));
-    EXPECT_EQ(wall.m_hookReads, 1);
-    doc.ForgetEverythingIKnow();
-    EXPECT_TRUE(ValueOf(doc, "Wall.w") == QAnyValue(3));
-    EXPECT_EQ(wall.m_hookReads, 2);
 }
 
 // Remembers 5 under the formula "f", the name "p" and the full name "q".
@@ -608,13 +616,10 @@ TEST_F(FormulaContextCache, AFormulaValueIsKeptUnderTheKeyOfItsState) {
         context.m_seq = c.seq;
         context.m_acceptor = c.acceptor ? &acceptor : nullptr;
         context.RememberThisFormulaValueForNextTime(QAnyValue(5), FormulaText("f"), c.remembered);
-        QAnyValue out;
-        QCacheState state = QCS_Stable;
 
-        EXPECT_EQ(context.HeresAFormulaValueIPreparedEarlier(out, state, FormulaText("f")), c.kept)
+        EXPECT_EQ(Served(context, FormulaText("f")),
+                  (Found{c.kept, c.kept ? QAnyValue(5) : QAnyValue(), c.stateOnHit}))
             << "state " << c.remembered << " seq " << c.seq << " acceptor " << c.acceptor;
-        EXPECT_EQ(state, c.stateOnHit) << "state " << c.remembered;
-        EXPECT_TRUE(out == (c.kept ? QAnyValue(5) : QAnyValue()));
     }
 }
 
@@ -631,45 +636,15 @@ TEST_F(FormulaContextCache, TheMostSpecificFormulaKeyWinsAndForgettingLeavesTheA
         context.RememberThisFormulaValueForNextTime(QAnyValue(2), formula, QCS_ByAcceptor);
         if (forget)
             context.ForgetThisFormulaValueForNextTime(formula);
-        QAnyValue out;
-        QCacheState state = QCS_Stable;
 
-        EXPECT_TRUE(context.HeresAFormulaValueIPreparedEarlier(out, state, formula));
-        EXPECT_TRUE(out == QAnyValue(2));
-        EXPECT_EQ(state, QCS_ByAcceptor);
+        EXPECT_EQ(Served(context, formula), (Found{true, QAnyValue(2), QCS_ByAcceptor}));
         context.m_acceptor = nullptr;
-        state = QCS_Stable;
-        EXPECT_EQ(context.HeresAFormulaValueIPreparedEarlier(out, state, formula), !forget);
+        EXPECT_EQ(Served(context, formula).found, !forget);
         if (forget)
             continue;
-        EXPECT_TRUE(out == QAnyValue(1));
-        EXPECT_EQ(state, QCS_BySeq);
+        EXPECT_EQ(Served(context, formula), (Found{true, QAnyValue(1), QCS_BySeq}));
         context.m_seq = 4;
-        state = QCS_Stable;
-        EXPECT_TRUE(context.HeresAFormulaValueIPreparedEarlier(out, state, formula));
-        EXPECT_TRUE(out == QAnyValue(0));
-        EXPECT_EQ(state, QCS_Stable);
-    }
-}
-
-TEST_F(FormulaContextCache, FormulasAndKeysAreKeptApart) {
-    TestContext context("Box");
-    for (std::uint32_t seq = 0; seq < 40; ++seq) {
-        context.m_seq = seq;
-        for (int n = 0; n < 5; ++n)
-            context.RememberThisFormulaValueForNextTime(
-                QAnyValue(static_cast<int>(seq) * 10 + n),
-                FormulaText(CString::Formatted(u"%d + 1", n)), QCS_BySeq);
-    }
-    for (std::uint32_t seq = 1; seq < 40; ++seq) {
-        context.m_seq = seq;
-        for (int n = 0; n < 5; ++n) {
-            QAnyValue out;
-            QCacheState state = QCS_Stable;
-            const FormulaText formula(CString::Formatted(u"%d + 1", n));
-            ASSERT_TRUE(context.HeresAFormulaValueIPreparedEarlier(out, state, formula));
-            EXPECT_TRUE(out == QAnyValue(static_cast<int>(seq) * 10 + n)) << seq << " " << n;
-        }
+        EXPECT_EQ(Served(context, formula), (Found{true, QAnyValue(0), QCS_Stable}));
     }
 }
 
@@ -723,31 +698,6 @@ TEST_F(FormulaContextCache, EveryValueKeepsItsKeyWhileTheCachesGrow) {
         EXPECT_EQ(served(0), 3);
         EXPECT_EQ(served(count - 1), 3);
     }
-}
-
-TEST_F(FormulaContextCache, NamesAreKeptUnderTheSequenceNumberEachInItsOwnCache) {
-    TestContext context("Box");
-    context.m_seq = 5;
-    context.RememberThisPropIdValueForNextTime(QAnyValue(1), PropId("p"));
-    context.RememberThisFullIdValueForNextTime(QAnyValue(2), FullId("a.q"));
-    QAnyValue out;
-    QCacheState state = QCS_Stable;
-
-    EXPECT_TRUE(context.HeresAPropIdValueIPreparedEarlier(out, PropId("p")));
-    EXPECT_TRUE(out == QAnyValue(1));
-    EXPECT_TRUE(context.HeresAFullIdValueIPreparedEarlier(out, FullId("a.q")));
-    EXPECT_TRUE(out == QAnyValue(2));
-    EXPECT_FALSE(context.HeresAFullIdValueIPreparedEarlier(out, FullId("p")));
-    EXPECT_FALSE(context.HeresAFormulaValueIPreparedEarlier(out, state, FormulaText("p")));
-
-    context.m_seq = 6;
-    EXPECT_FALSE(context.HeresAPropIdValueIPreparedEarlier(out, PropId("p")));
-    EXPECT_FALSE(context.HeresAFullIdValueIPreparedEarlier(out, FullId("a.q")));
-    context.m_seq = 5;
-    context.ForgetThisPropIdValueForNextTime(PropId("p"));
-    context.ForgetThisFullIdValueForNextTime(FullId("a.q"));
-    EXPECT_FALSE(context.HeresAPropIdValueIPreparedEarlier(out, PropId("p")));
-    EXPECT_FALSE(context.HeresAFullIdValueIPreparedEarlier(out, FullId("a.q")));
 }
 
 TEST_F(FormulaContextCache, ForgetEverythingEmptiesThisContextOrItsLine) {
@@ -835,18 +785,17 @@ TEST_F(FormulaContextTries, EachFamilyReaches127LinksUpAndGivesUpOnceWithItsOwnM
     chain[299].Hook("chainFar", 2);
     chain[127].HookFormula("f", "1");
     chain[128].HookFormula("g", "2");
-    QAnyValue value;
     QCacheState state = QCS_Stable;
     FormulaText formula;
     QFormulaContext* found = nullptr;
 
-    EXPECT_TRUE(Lookup(chain[0], "chainTop", value, state));
+    EXPECT_TRUE(Find(chain[0], "chainTop").found);
     EXPECT_TRUE(chain[0].LookupFormula(FullId("f"), formula));
     EXPECT_TRUE(chain[0].SimpleLookupContext(PropId("L127"), found, state, nullptr));
     EXPECT_EQ(found, &chain[127]);
     EXPECT_TRUE(Reports().empty());
 
-    EXPECT_FALSE(Lookup(chain[0], "chainFar", value, state));
+    EXPECT_FALSE(Find(chain[0], "chainFar").found);
     EXPECT_EQ(Reports(), chain.GaveUp("value", "chainFar"));
     TheErrorLog().DiscardPendingMessages();
     EXPECT_FALSE(chain[0].LookupFormula(FullId("g"), formula));
@@ -1000,12 +949,15 @@ TEST_F(FormulaContextSet, WithoutPropertiesNothingIsStored) {
     } bare;
 
     EXPECT_TRUE(bare.SetValue(FullId("w"), QAnyValue(1)));
+    bare.SetPropertyValue(PropId("w"), QAnyValue(1));
     EXPECT_EQ(bare.PropertyCount(), 0);
     EXPECT_EQ(bare.FindProperty(PropId("w")), -1);
     EXPECT_FALSE(bare.HasProperty(PropId("w")));
-    QAnyValue value;
-    QCacheState state = QCS_Stable;
-    EXPECT_FALSE(Lookup(bare, "w", value, state));
+    EXPECT_FALSE(Find(bare, "w").found);
+    QAnyValue kept(2);
+    bool error = false;
+    EXPECT_FALSE(bare.GetPropertyValue(PropId("w"), kept, error, nullptr));
+    EXPECT_TRUE(kept == QAnyValue(2));
 }
 
 // --- Identity ---------------------------------------------------------------------------------
@@ -1075,7 +1027,6 @@ TEST_F(FormulaContextLifecycle, SharingDetachesFromTheParent) {
     EXPECT_EQ(child.ParentContext(), &parent) << "unsharing an unshared context keeps its parent";
 
     child.SetCanBeShared(true);
-    EXPECT_TRUE(child.CanBeShared());
     EXPECT_TRUE(child.CanBeSharedOrIsDestructing());
     EXPECT_EQ(child.ParentContext(), nullptr);
     child.DoSetParentContext(&parent);
@@ -1094,9 +1045,7 @@ TEST_F(FormulaContextLifecycle, SharingDetachesFromTheParent) {
     child.DoSetParentContextAlways(&parent);
     child.SetCanBeShared(true);
     EXPECT_EQ(child.ParentContext(), &parent);
-    EXPECT_TRUE(child.CanBeShared());
     child.SetCanBeShared(false);
-    EXPECT_FALSE(child.CanBeShared());
     EXPECT_EQ(child.ParentContext(), &parent);
 }
 
@@ -1123,11 +1072,9 @@ TEST_F(FormulaContextLifecycle, FullRecalcTellsTheRootAndReachesEveryLivingChild
     TestContext floor("Floor", &root);
     TestContext stair("Stair", &floor);
     floor.Destructing();
-    const QState before = root.m_sync;
 
     root.FullRecalc();
     EXPECT_EQ(root.m_notices, (std::vector<std::string>{"pre", "changed"}));
-    EXPECT_NE(root.m_sync, before);
     for (const TestContext* context :
          std::initializer_list<const TestContext*>{&root, &wall, &window})
         EXPECT_EQ(context->m_fullRecalcs, 1) << context->m_type.ToUtf8();
@@ -1369,7 +1316,6 @@ TEST_F(FormulaContextHolders, TheConcreteHolderKeepsItsParentInItself) {
     EXPECT_EQ(root.m_notices, (std::vector<std::string>{"pre", "changed"}));
     EXPECT_FALSE(holder.IsUpToDate());
     holder.EnsureUpToDate();
-    EXPECT_TRUE(holder.IsUpToDate());
     EXPECT_EQ(holder.State(), root.m_sync);
     EXPECT_EQ(root.m_madeUpToDate, 1);
 
@@ -1381,13 +1327,6 @@ TEST_F(FormulaContextHolders, TheConcreteHolderKeepsItsParentInItself) {
     EXPECT_EQ(moved.ParentContext(), &floor);
     EXPECT_EQ(moved.State(), holder.State());
     EXPECT_FALSE(moved.IsErrorBit());
-
-    holder.PreChange();
-    holder.Changed();
-    EXPECT_EQ(root.m_notices.size(), 4u);
-    EXPECT_FALSE(holder.IsUpToDate());
-    holder.MakeUpToDate();
-    EXPECT_TRUE(holder.IsUpToDate());
 }
 
 // --- QState and QDelayedBase ------------------------------------------------------------------

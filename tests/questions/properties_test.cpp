@@ -1,6 +1,7 @@
 #include "tests/support/answerdocument.h"
 #include "tests/support/archivebytes.h"
 #include "tests/support/errorreports.h"
+#include "tests/support/progressservices.h"
 #include "tests/support/questiondefs.h"
 #include "tests/support/uihosts.h"
 
@@ -61,36 +62,24 @@ private:
 
 const Notices c_oneChange = {"pre", "changed"};
 
-// Merge services that write down the progress display and say what they are told to.
-class RecordingMergeServices : public QAppServices {
+// Progress services for a merge, which say whether it runs automated and shows its messages.
+class MergeServices : public test::RecordingProgressServices {
 public:
-    RecordingMergeServices(bool automated, bool messages)
-        : m_automated(automated), m_messages(messages) {
-        m_previous = SetAppServices(this);
-    }
-    ~RecordingMergeServices() override { SetAppServices(m_previous); }
-    RecordingMergeServices(const RecordingMergeServices&) = delete;
-    RecordingMergeServices& operator=(const RecordingMergeServices&) = delete;
+    MergeServices(bool automated, bool messages) : m_automated(automated), m_messages(messages) {}
 
     bool IsRunningAutomated() const override { return m_automated; }
     bool ShowsMergingMessages() const override { return m_messages; }
-    int ProgressCreate(const CString& text, int low, int high, bool /*cancellable*/) override {
-        m_events.push_back("create " + text.ToUtf8() + " " + std::to_string(low) + ".." +
-                           std::to_string(high));
-        return 7;
-    }
+    // The handle given at the creation is the one stepped and destroyed.
     bool ProgressStepIt(int handle) override {
-        m_events.push_back("step " + std::to_string(handle));
-        return true;
+        EXPECT_EQ(handle, 3);
+        return RecordingProgressServices::ProgressStepIt(handle);
     }
-    void ProgressDestroy(int handle, const CString& text, bool /*redraw*/) override {
-        m_events.push_back("destroy " + std::to_string(handle) + " " + text.ToUtf8());
+    void ProgressDestroy(int handle, const CString& text, bool redraw) override {
+        EXPECT_EQ(handle, 3);
+        RecordingProgressServices::ProgressDestroy(handle, text, redraw);
     }
-
-    std::vector<std::string> m_events;
 
 private:
-    QAppServices* m_previous = nullptr;
     bool m_automated;
     bool m_messages;
 };
@@ -152,9 +141,7 @@ QProp MakeProp(const char* key, const QAnyValue& value, const char* formula = nu
 }
 
 Bytes IntValue(std::int32_t value) {
-    const auto bits = static_cast<std::uint32_t>(value);
-    return {0x03, static_cast<std::uint8_t>(bits), static_cast<std::uint8_t>(bits >> 8),
-            static_cast<std::uint8_t>(bits >> 16), static_cast<std::uint8_t>(bits >> 24)};
+    return Concat({{0x03}, test::LittleEndian32(static_cast<std::uint32_t>(value))});
 }
 
 Bytes StringValue(const std::u16string& text) {
@@ -202,7 +189,6 @@ TEST(PropBasics, SettersAndTheEditedMark) {
     prop.SetValue(QAnyValue(4));
     EXPECT_TRUE(prop.Formula().IsEmpty()) << "SetValue drops the formula";
     prop.SetFormula(FormulaText("2 + 2"));
-    EXPECT_EQ(prop.Formula().ToString().ToUtf8(), "2 + 2");
     EXPECT_EQ(prop.ValueWithFormula().ValueNoEnsureUpToDate(), QAnyValue(4))
         << "SetFormula keeps the value";
 
@@ -232,8 +218,7 @@ TEST(PropBasics, AssignmentClearsTheOriginFlagsAndTakesTheContextOnlyWithoutOne)
 
     QProp orphan;
     orphan = source;
-    EXPECT_FALSE(orphan.IsFromTemplate());
-    EXPECT_FALSE(orphan.IsFromLibrary());
+    EXPECT_FALSE(orphan.IsFromTemplate() || orphan.IsFromLibrary());
     EXPECT_TRUE(orphan.IsEdited());
     EXPECT_TRUE(orphan.SameKeyAs(source));
     EXPECT_EQ(orphan.Desc(), source.Desc());
@@ -434,25 +419,13 @@ TEST(PropertiesGetters, MissingKeysAndIndexesGiveNothing) {
             QAnyValue got(3);
             EXPECT_FALSE(get(index, key, got)) << index;
             EXPECT_EQ(key.UniqueId(), -1) << index;
+            EXPECT_TRUE(&get != &getters[0] || got.IsEmpty()) << "the value getter empties it";
         }
-        PropId key("getOnly");
-        QAnyValue got(3);
-        EXPECT_FALSE(bag.GetAtPropertyValue(index, key, got, error, nullptr));
-        EXPECT_TRUE(got.IsEmpty());
     }
 }
 
 TEST(PropertiesGetters, SettersOfAnswersDescriptionsFlagsAndFormulas) {
     QProperties bag = Bag({{"getCopy", 4}});
-    bag.SetPropertyDesc(PropId("getCopy"), QStringUnique("copied"));
-    bag.SetIsFromTemplate(PropId("getCopy"), true);
-    bag.SetIsFromLibrary(PropId("getCopy"), true);
-    QProp prop;
-    ASSERT_TRUE(bag.GetProperty(PropId("getCopy"), prop));
-    EXPECT_TRUE(prop.IsFromTemplate() && prop.IsFromLibrary());
-    EXPECT_EQ(prop.Desc().ToString().ToUtf8(), "copied");
-    EXPECT_EQ(prop.ValueWithFormula().ValueNoEnsureUpToDate(), QAnyValue(4));
-
     // Descriptions are set on existing answers only, by key or by an index with its key.
     bag.SetPropertyDesc(PropId("descLater"), QStringUnique("nobody"));
     EXPECT_EQ(bag.PropertyCount(), 1);
@@ -565,13 +538,6 @@ TEST(PropertiesNotices, AnotherKeyAtAnIndexReplacesTheAnswerAndTheContextForward
 // --- Evaluation through the getters -------------------------------------------------------------
 
 TEST(PropertiesEvaluation, AnAnswerWithAFormulaIsEvaluatedWhenReadAndAgainAfterAChange) {
-    RecordingRoot root;
-    root.SetPropertyValue(PropId("depth"), QAnyValue(5));
-    QAnyValue result;
-    QEvaluator evaluator(result, FormulaText(u"depth * 2"), &root, false, false, false);
-    ASSERT_TRUE(evaluator.Evaluate()) << evaluator.Message().ToUtf8();
-    EXPECT_EQ(result, QAnyValue(10));
-
     AnswerDocument document;
     document.SetPropertyValue(PropId("evalDepth"), QAnyValue(5));
     document.SetPropertyFormula(PropId("evalWidth"), FormulaText("evalDepth * 2"));
@@ -597,7 +563,7 @@ TEST(PropertiesEvaluation, AnAnswerWithAFormulaIsEvaluatedWhenReadAndAgainAfterA
     EXPECT_EQ(formula.ToString().ToUtf8(), "2 + 3");
 }
 
-TEST_F(PropertiesTest, ErrorsContextsWithoutAnswersAndSetValue) {
+TEST_F(PropertiesTest, AFormulaInErrorIsReadAsAnErrorAndSetValueMakesAnAnswer) {
     AnswerDocument document;
     document.SetPropertyFormula(PropId("evalBroken"), FormulaText("1 +"));
     QAnyValue value;
@@ -609,18 +575,6 @@ TEST_F(PropertiesTest, ErrorsContextsWithoutAnswersAndSetValue) {
     EXPECT_TRUE(value.IsError());
     EXPECT_EQ(formula.ToString().ToUtf8(), "1 +");
     EXPECT_EQ(key.ToString().ToUtf8(), "evalBroken");
-
-    struct Bare : QFormulaContext {
-        CString SimpleTypeName() const override { return u"Bare"; }
-        QProperties* Properties() const override { return nullptr; }
-    } bare;
-    bare.SetPropertyValue(PropId("bareKey"), QAnyValue(1));
-    QAnyValue kept(2);
-    EXPECT_EQ(bare.PropertyCount(), 0);
-    EXPECT_EQ(bare.FindProperty(PropId("bareKey")), -1);
-    EXPECT_FALSE(bare.HasProperty(PropId("bareKey")));
-    EXPECT_FALSE(bare.GetPropertyValue(PropId("bareKey"), kept, error, nullptr));
-    EXPECT_EQ(kept, QAnyValue(2));
 
     AnswerContext context;
     ASSERT_TRUE(context.SetValue(FullId("ctxMade"), QAnyValue(12)));
@@ -774,7 +728,7 @@ TEST(PropertiesWalk, SurvivesACallbackThatRemovesAnswersAndEvaluatesWhenAsked) {
 
 TEST_F(PropertiesTest, MergeOfNothingOrIntoAnEmptyBagOrOfTheSameAnswersAsksNothing) {
     {
-        RecordingMergeServices services(true, true);
+        MergeServices services(true, true);
         QProperties bag = Bag({{"mrgKept", 1}});
         const QProperties empty;
         for (QMergeResolutionStrategy strategy :
@@ -785,11 +739,11 @@ TEST_F(PropertiesTest, MergeOfNothingOrIntoAnEmptyBagOrOfTheSameAnswersAsksNothi
         }
         EXPECT_EQ(bag.PropertyCount(), 1);
         EXPECT_FALSE(bag.IsFromTemplate(PropId("mrgKept")));
-        EXPECT_TRUE(services.m_events.empty()) << "no progress is shown";
+        EXPECT_TRUE(services.events.empty()) << "no progress is shown";
     }
     test::RecordingHost host(IDNO);
     test::ScopedUIServices installed(host);
-    RecordingMergeServices services(false, false);
+    MergeServices services(false, false);
     QProperties source = Bag({{"mrgFirst", 1}, {"mrgSecond", 2}});
     QProperties bag;
     bag.MergeProperties(&source, MERGE_ASK, false, false, false);
@@ -818,7 +772,7 @@ TEST_F(PropertiesTest, MergeAskPutsEachChangeToThePersonOrLogsItWhenAutomated) {
     for (int answer : {IDYES, IDNO}) {
         test::RecordingHost host(answer);
         test::ScopedUIServices installed(host);
-        RecordingMergeServices services(false, false);
+        MergeServices services(false, false);
         QProperties source = Bag({{"mrgColour", u"new"}});
         QProperties bag = Bag({{"mrgColour", u"old"}});
         bag.MergeProperties(&source, MERGE_ASK, true, false, false);
@@ -828,7 +782,7 @@ TEST_F(PropertiesTest, MergeAskPutsEachChangeToThePersonOrLogsItWhenAutomated) {
         EXPECT_EQ(bag.IsFromTemplate(PropId("mrgColour")), answer == IDYES);
         EXPECT_TRUE(Reports().empty());
     }
-    RecordingMergeServices services(true, false);
+    MergeServices services(true, false);
     QProperties source = Bag({{"mrgLogged", 2}});
     source.SetPropertyValueWithFormula(PropId("mrgLoggedFormula"), QAnyValue(3),
                                        FormulaText("1 + 2"));
@@ -853,7 +807,7 @@ TEST_F(PropertiesTest, OverwriteAndKeepExistingWithAndWithoutTheDeletionMarker) 
          {std::pair{MERGE_OVERWRITE, 2}, {MERGE_KEEP_EXISTING, 1}}) {
         test::RecordingHost host(IDNO);
         test::ScopedUIServices installed(host);
-        RecordingMergeServices services(false, false);
+        MergeServices services(false, false);
         QProperties source = Bag({{"mrgShared", 2}, {"mrgAdded", 3}});
         QProperties bag = Bag({{"mrgShared", 1}});
         bag.MergeProperties(&source, strategy, false, false, false);
@@ -904,13 +858,13 @@ TEST_F(PropertiesTest, MergedAnswersTakeTheirOriginFlagsAndTheMergeShowsItsProgr
         EXPECT_TRUE(bag.IsFromTemplate(PropId("flagOld")));
         EXPECT_TRUE(bag.IsFromLibrary(PropId("flagOld")));
     }
-    RecordingMergeServices services(true, true);
+    MergeServices services(true, true);
     QProperties source = Bag({{"progA", 1}, {"progB", 1}, {"progC", 1}});
     QProperties bag;
     bag.MergeProperties(&source, MERGE_OVERWRITE, false, false, false);
-    EXPECT_EQ(services.m_events,
-              (std::vector<std::string>{"create Merging answers 0..3", "step 7", "step 7", "step 7",
-                                        "destroy 7 Merged answers"}));
+    EXPECT_EQ(services.events,
+              (std::vector<std::string>{"create Merging answers 0..3", "step", "step", "step",
+                                        "destroy Merged answers"}));
 
     // A merge reads without evaluating.
     AnswerDocument document;
@@ -1043,22 +997,19 @@ TEST(PropertiesArchive, TheBytesOfABagAndTheirRoundTrip) {
     EXPECT_EQ(BagStored(loaded), bytes);
 }
 
+// An old bag hands its schema down to each answer it reads.
 TEST(PropertiesArchive, AnOldSchemaBagByHand) {
     const Bytes bytes =
-        Concat({{0x03, 0x00},
+        Concat({{0x02, 0x00},
                 PropBytes(u"oldText", StringValue(u":  oldLen * 2 "), u"", 0x01 | 0x08),
-                PropBytes(u"oldPlain", StringValue(u"plain"), u"", 0x02),
-                PropBytes(u"oldFormula", IntValue(4), u"2 * 2", 0x04),
+                PropBytes(u"oldFormula", IntValue(4), u"2 * 2", 0x02 | 0x04),
                 WideString(u"four")});
     QProperties loaded;
     Load(bytes, 108, loaded);
-    EXPECT_EQ(KeysOf(loaded), (Keys{"oldText", "oldPlain", "oldFormula"}));
+    EXPECT_EQ(KeysOf(loaded), (Keys{"oldText", "oldFormula"}));
     EXPECT_EQ(StoredValue(loaded, "oldText"), QAnyValue(u":oldLen * 2"));
     EXPECT_TRUE(loaded.IsFromTemplate(PropId("oldText")));
-    QProp text;
-    ASSERT_TRUE(loaded.GetProperty(PropId("oldText"), text));
-    EXPECT_FALSE(text.IsEdited());
-    EXPECT_TRUE(loaded.IsFromLibrary(PropId("oldPlain")));
+    EXPECT_TRUE(loaded.IsFromLibrary(PropId("oldFormula")));
     EXPECT_EQ(FormulaOf(loaded, "oldFormula"), "2 * 2");
     EXPECT_EQ(DescOf(loaded, "oldFormula"), "four");
 }

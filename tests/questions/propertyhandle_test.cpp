@@ -155,10 +155,7 @@ TEST_F(PropertyHandleTest, AHandleToNothingOrToAContextWithoutAnswersFindsNothin
     QPropertyHandle toNothing;
     QPropertyHandle toBare(bare, c_key);
     for (QPropertyHandle* handle : {&toNothing, &toBare}) {
-        const Reading reading = ByHandle(*handle);
-        EXPECT_FALSE(reading.found);
-        EXPECT_FALSE(reading.error);
-        EXPECT_TRUE(reading.value.IsEmpty());
+        ExpectSame(ByHandle(*handle), Reading{}, "nothing");
         EXPECT_TRUE(handle->Value().IsEmpty());
     }
 }
