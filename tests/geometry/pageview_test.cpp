@@ -1,4 +1,3 @@
-#include "tests/support/archivebytes.h"
 #include "tests/support/pagescene.h"
 
 #include "keel/platform/exceptions.h"
@@ -497,85 +496,6 @@ TEST(PageDocTest, HimetricSizeRoundsHundredthsHalfUp) {
     PageSetup setup(210.004, 296.996, 50);
     EXPECT_EQ(setup.doc->GetHIMETRICSize().x, 21000);
     EXPECT_EQ(setup.doc->GetHIMETRICSize().y, 29700);
-}
-
-// The document header before the page header sets the schema; from this one on, lengths are
-// doubles.
-constexpr unsigned c_lengthsAsDoubles = 18;
-
-Bytes StoredHeader(QPageDoc& doc) {
-    return Stored([&](CArchive& archive) { doc.SerializeHeader(archive); });
-}
-
-TEST(PageDocTest, HeaderIsScaleThenSizeThenEndTag) {
-    PageSetup setup(210, 297, 50);
-    const Bytes expected = Hex("01 32 00 00 00 "                                     // scale 50
-                               "02 00 00 00 00 00 40 6A 40 00 00 00 00 00 90 72 40 " // 210, 297
-                               "00");
-    EXPECT_EQ(StoredHeader(*setup.doc), expected);
-
-    PageSetup other(100, 100, 5);
-    Loading loading(expected, 4096, CString(), c_lengthsAsDoubles);
-    other.doc->SerializeHeader(loading.archive);
-    EXPECT_EQ(other.doc->GetScale(), 50);
-    EXPECT_EQ(other.doc->GetPageSize(), PageSize(210, 297));
-    EXPECT_TRUE(loading.archive.IsBufferEmpty());
-    EXPECT_EQ(StoredHeader(*other.doc), expected) << "byte for byte again";
-}
-
-TEST(PageDocTest, HeaderReadingFollowsTheTags) {
-    QPageDoc::SetFallbackPageSizes(PageSize(297, 210), PageSize(841, 594));
-    const struct {
-        const char* name;
-        const char* bytes;
-        int scale;
-        QPageVector size;
-    } cases[] = {
-        {"size before scale",
-         "02 00 00 00 00 00 00 59 40 00 00 00 00 00 00 49 40 01 0A 00 00 00 00", 10,
-         PageSize(100, 50)},
-        {"no size below 25 takes the standard size", "01 18 00 00 00 00", 24, PageSize(297, 210)},
-        {"no size from 25 takes the other size", "01 19 00 00 00 00", 25, PageSize(841, 594)},
-        {"a scale of zero is ignored", "01 00 00 00 00 00", 40, PageSize(841, 594)},
-        {"a negative scale is ignored", "01 FF FF FF FF 00", 40, PageSize(841, 594)},
-        {"an empty list keeps the scale", "00", 40, PageSize(841, 594)},
-        {"the last of two scales wins", "01 05 00 00 00 01 07 00 00 00 00", 7, PageSize(297, 210)},
-    };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.name);
-        PageSetup setup(10, 10, 40);
-        QPageDoc::SetFallbackPageSizes(PageSize(297, 210), PageSize(841, 594));
-        Loading loading(Hex(c.bytes), 4096, CString(), c_lengthsAsDoubles);
-        setup.doc->SerializeHeader(loading.archive);
-        EXPECT_EQ(setup.doc->GetScale(), c.scale);
-        EXPECT_EQ(setup.doc->GetPageSize(), c.size);
-    }
-}
-
-TEST(PageDocTest, HeaderFailsOnAnUnknownTagOrAShortStream) {
-    const struct {
-        const char* bytes;
-        int cause;
-    } cases[] = {
-        {"03 00", CArchiveException::writeOnly},
-        {"01 32 00 00 00 FF 00", CArchiveException::writeOnly},
-        {"01 32 00", CArchiveException::endOfFile},
-        {"01 32 00 00 00", CArchiveException::endOfFile},
-        {"02 00 00 00 00 00 00 59 40", CArchiveException::endOfFile},
-    };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.bytes);
-        PageSetup setup(210, 297, 30);
-        Loading loading(Hex(c.bytes), 4096, u"page.doc", c_lengthsAsDoubles);
-        try {
-            setup.doc->SerializeHeader(loading.archive);
-            ADD_FAILURE() << "no exception";
-        } catch (const CArchiveException& failure) {
-            EXPECT_EQ(failure.m_cause, c.cause);
-            EXPECT_EQ(failure.m_strFileName, CString(u"page.doc"));
-        }
-    }
-    EXPECT_EQ(CArchiveException::writeOnly, 4);
 }
 
 // A printer that reports a page and counts the contexts asked of it.

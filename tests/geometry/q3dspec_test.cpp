@@ -1,8 +1,6 @@
-#include "tests/support/archivebytes.h"
 #include "tests/support/matrices.h"
 
 #include "keel/geometry/q3dspec.h"
-#include "keel/platform/exceptions.h"
 
 #include <cmath>
 #include <gtest/gtest.h>
@@ -13,7 +11,6 @@ namespace keel {
 
 namespace {
 
-using test::Hex;
 using test::Of;
 using test::P3;
 using test::Plus;
@@ -277,22 +274,6 @@ TEST(CameraTest, EqualityLooksAtAnglesFieldOfViewEyeAndFocalLengthOnly) {
         EXPECT_EQ(changed == base, c.equal) << c.what;
         EXPECT_EQ(changed != base, !c.equal) << c.what;
     }
-}
-
-// Reading, and writing back, every form the archive has had is in the geometry data files.
-TEST(CameraArchiveTest, ACameraWritesItsAnglesFieldOfViewEyeStepAndFocalLengthAsDoubles) {
-    Q3DSpec spec;
-    spec.RotateReset(Deg(30), Deg(-12.5));
-    spec.SetPhiStep(Deg(2.5));
-    spec.SetFOV(Deg(45));
-    spec.SetPos(L(3000), L(2000), L(-400.5));
-    spec.SetPosStep(L(200));
-    spec.SetFocalLength(L(1250.5));
-    EXPECT_EQ(test::Stored([&](CArchive& archive) { spec.Serialize(archive); }),
-              test::Hex("00 00 00 00 00 00 3e 40  00 00 00 00 00 00 14 40  00 00 00 00 00 00 29 c0 "
-                        "00 00 00 00 00 00 04 40  00 00 00 00 00 80 46 40  00 00 00 00 00 70 a7 40 "
-                        "00 00 00 00 00 40 9f 40  00 00 00 00 00 08 79 c0  00 00 00 00 00 00 69 40 "
-                        "00 00 00 00 00 8a 93 40"));
 }
 
 } // namespace
