@@ -30,9 +30,10 @@ using Words = std::vector<std::string>;
 // and what it gives, separated by " | "; "#" opens a comment line, and the head of each file
 // names the operations it uses. A point is "x,y" in millimetres, a polygon its points separated
 // by spaces ("-" for none), a box "x,y,z x,y,z", a prism a plan and then "bottom top". Relations
-// of two things are checked both ways round. The operations "edit", "cache" and "count" run a
-// command (see Edit) on a polygon; "edit" gives what the command answers, if anything, and "; ",
-// or "error: " and the exception's text and "; ", then the vertices after it to 4 decimals.
+// of two things are checked both ways round. The operations "edit", "cache", "bounds" and
+// "count" run a command (see Edit) on a polygon; "edit" gives what the command answers, if
+// anything, and "; ", or "error: " and the exception's text and "; ", then the vertices after it
+// to 4 decimals.
 
 Words Split(const std::string& text, const std::string& separator) {
     Words words;

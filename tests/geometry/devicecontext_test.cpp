@@ -267,7 +267,9 @@ TEST_F(CairoDCTest, SvgBeziersFollowOneAnother) {
 }
 
 TEST_F(CairoDCTest, PdfPrinterPageHasTheSizeInMillimetres) {
-    const struct { double width, height; } cases[] = {{210, 297}, {297, 210}, {1000, 50}};
+    const struct {
+        double width, height;
+    } cases[] = {{210, 297}, {297, 210}, {1000, 50}, {148, 105}, {841, 1189}};
     for (const auto& c : cases) {
         SCOPED_TRACE(c.width);
         PageSetup setup(c.width, c.height, 50);

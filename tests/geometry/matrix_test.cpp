@@ -68,7 +68,8 @@ TEST_F(MatrixTest, EqualityAllowsTwoTenThousandthsInEachElement) {
 }
 
 // Each operation multiplies an arbitrary matrix on the right by the transform it stands for;
-// lengths enter in hundredths of a millimetre.
+// lengths enter in hundredths of a millimetre. Plain turns about the axes, moves and scales are
+// compared with glm in their random chains.
 TEST_F(MatrixTest, OperationsMultiplyOnTheRightByTheirTransform) {
     const double turn = 37 * c_pi / 180;
     const double tiny = 0.00002 * c_pi / 180;
@@ -83,9 +84,6 @@ TEST_F(MatrixTest, OperationsMultiplyOnTheRightByTheirTransform) {
         std::function<void(QMatrix&)> apply;
         Rows by;
     } rows[] = {
-        {"RotateX", [](QMatrix& m) { m.RotateX(QAngle::FromRaw(37)); }, test::TurnX(turn)},
-        {"RotateY", [](QMatrix& m) { m.RotateY(QAngle::FromRaw(37)); }, test::TurnY(turn)},
-        {"RotateZ", [](QMatrix& m) { m.RotateZ(QAngle::FromRaw(37)); }, test::TurnZ(turn)},
         {"x", [](QMatrix& m) { m.Rotate(QAngle::FromRaw(37), 1, 0, 0); }, test::TurnX(turn)},
         {"-x", [](QMatrix& m) { m.Rotate(QAngle::FromRaw(37), -1, 0, 0); }, test::TurnX(-turn)},
         {"y", [](QMatrix& m) { m.Rotate(QAngle::FromRaw(37), 0, 1, 0); }, test::TurnY(turn)},
@@ -99,14 +97,12 @@ TEST_F(MatrixTest, OperationsMultiplyOnTheRightByTheirTransform) {
         {"an axis of length squared 2", [](QMatrix& m) { m.Rotate(QAngle::FromRaw(37), 1, 1, 0); },
          test::TurnAbout(std::sqrt(0.5), std::sqrt(0.5), 0, turn)},
         {"a zero axis", [](QMatrix& m) { m.Rotate(QAngle::FromRaw(37), 0, 0, 0); }, identity},
-        {"Translate", [](QMatrix& m) { m.Translate(3, -4, 5); }, test::Shift(3, -4, 5)},
         {"Translate a point in space", [](QMatrix& m) { m.Translate(P3(1, -2, 0.5)); },
          test::Shift(100, -200, 50)},
         {"Translate a point", [](QMatrix& m) { m.Translate(test::Pt(1, -2)); },
          test::Shift(100, -200, 0)},
         {"Translate a vector", [](QMatrix& m) { m.Translate(test::Pt(1, -2) - test::Pt(0, 0)); },
          test::Shift(100, -200, 0)},
-        {"Scale", [](QMatrix& m) { m.Scale(2, -3, 0.5); }, scale},
         {"ScaleX, ScaleY, ScaleZ",
          [](QMatrix& m) {
              m.ScaleX(2);

@@ -16,33 +16,28 @@ TEST(PageViewTest, AMetreOfPageIsTheScreensPixelsOfAMetreAtTheZoom) {
     for (const auto& c : cases) {
         SCOPED_TRACE(c.zoom);
         setup.view->SetZoom(c.zoom, false);
-        EXPECT_EQ(setup.view->PageToClient(QPageVector{Mm(1000), Mm(1000)}).x, c.pixels);
-        EXPECT_EQ(setup.view->PageToClient(QPageVector{Mm(1000), Mm(1000)}).y, -c.pixels)
+        EXPECT_EQ(setup.view->PageToClient(QPageVector{Mm(1000), Mm(1000)}),
+                  (QClientVector{c.pixels, -c.pixels}))
             << "y points down on the client";
     }
 }
 
 TEST(PageViewTest, PixelsAMetreAreMadeSquareWhenNearlyEqual) {
     const struct {
-        int widthPixels, widthMm, heightPixels, heightMm, x, y;
+        QDeviceCaps caps; // pixels and millimetres wide and high
+        QClientVector pixels;
     } cases[] = {
-        {3779, 1000, 3790, 1000, 3785, 3785}, // mean (3779+3790+1)/2
-        {3000, 1000, 4000, 1000, 3000, 4000}, // too far apart
-        {1920, 508, 1080, 286, 3778, 3778},   // 3780 and 3776 first, then their mean
-        {3700, 1000, 3774, 1000, 3737, 3737}, // 0.99 of the mean: still square
-        {3700, 1000, 3776, 1000, 3700, 3776}, // just beyond 1 %
+        {{3779, 3790, 1000, 1000}, {3785, 3785}}, // mean (3779+3790+1)/2
+        {{3000, 4000, 1000, 1000}, {3000, 4000}}, // too far apart
+        {{1920, 1080, 508, 286}, {3778, 3778}},   // 3780 and 3776 first, then their mean
+        {{3700, 3774, 1000, 1000}, {3737, 3737}}, // 0.99 of the mean: still square
+        {{3700, 3776, 1000, 1000}, {3700, 3776}}, // just beyond 1 %
     };
     for (const auto& c : cases) {
-        SCOPED_TRACE(std::to_string(c.widthPixels) + "/" + std::to_string(c.heightPixels));
-        QDeviceCaps caps;
-        caps.widthPixels = c.widthPixels;
-        caps.widthMillimetres = c.widthMm;
-        caps.heightPixels = c.heightPixels;
-        caps.heightMillimetres = c.heightMm;
-        const QInfoDC dc(caps);
-        const QClientVector pixels = PixelsPerMetre(&dc);
-        EXPECT_EQ(pixels.x, c.x);
-        EXPECT_EQ(pixels.y, c.y);
+        SCOPED_TRACE(std::to_string(c.caps.widthPixels) + "/" +
+                     std::to_string(c.caps.heightPixels));
+        const QInfoDC dc(c.caps);
+        EXPECT_EQ(PixelsPerMetre(&dc), c.pixels);
     }
     EXPECT_EQ(PixelsPerMetre(nullptr).x, 3779);
     SetDisplayDpi(192);
@@ -93,8 +88,7 @@ TEST(PageViewTest, APrinterTakesNoZoomAndAContainerItsOwn) {
     QDeviceCaps caps;
     QInfoDC printer(caps, true);
     setup.view->PrepareDC(printer, {23622, 23622});
-    EXPECT_EQ(printer.GetViewportExt().x, 23622);
-    EXPECT_EQ(printer.GetViewportExt().y, -23622);
+    EXPECT_EQ(printer.GetViewportExt(), (QClientVector{23622, -23622}));
     EXPECT_EQ(printer.GetWindowOrg().y, 15000);
     QInfoDC screen(caps);
     setup.view->PrepareDC(screen, {3779, 3779});
@@ -494,8 +488,7 @@ TEST(PageDocTest, WorldAndPageConvertBothWaysForAnyScale) {
 
 TEST(PageDocTest, HimetricSizeRoundsHundredthsHalfUp) {
     PageSetup setup(210.004, 296.996, 50);
-    EXPECT_EQ(setup.doc->GetHIMETRICSize().x, 21000);
-    EXPECT_EQ(setup.doc->GetHIMETRICSize().y, 29700);
+    EXPECT_EQ(setup.doc->GetHIMETRICSize(), (QHimetricVector{21000, 29700}));
 }
 
 // A printer that reports a page and counts the contexts asked of it.
@@ -509,11 +502,7 @@ public:
     CString DriverVersion() const override { return m_version; }
     std::unique_ptr<QDeviceContext> CreateDC() override {
         ++asked;
-        QDeviceCaps caps;
-        caps.widthMillimetres = m_widthMm;
-        caps.heightMillimetres = m_heightMm;
-        caps.widthPixels = m_widthMm * 24;
-        caps.heightPixels = m_heightMm * 24;
+        const QDeviceCaps caps{m_widthMm * 24, m_heightMm * 24, m_widthMm, m_heightMm};
         return std::make_unique<QInfoDC>(caps, true);
     }
     int asked = 0;
@@ -579,13 +568,8 @@ TEST(PageDocTest, ComputePageSizeMeasuresAGivenContextAndRefusesNesting) {
     protected:
         void ScaleChanged(int) override { nestedResult = ComputePageSize(nullptr, false, true); }
     } doc;
-    QDeviceCaps caps;
-    caps.widthMillimetres = 210;
-    caps.heightMillimetres = 297;
-    QInfoDC a4(caps, true);
-    caps.widthMillimetres = 297;
-    caps.heightMillimetres = 420;
-    QInfoDC a3(caps, true);
+    QInfoDC a4(QDeviceCaps{0, 0, 210, 297}, true);
+    QInfoDC a3(QDeviceCaps{0, 0, 297, 420}, true);
     EXPECT_TRUE(doc.ComputePageSize(&a4, false, false));
     EXPECT_EQ(doc.GetScale(), 30);
     EXPECT_TRUE(doc.nestedResult) << "no notification yet";

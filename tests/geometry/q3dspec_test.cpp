@@ -56,9 +56,7 @@ TEST(CameraTest, TheLookRunsAlongYAndTurnsLeftAndDownWithTheAngles) {
         double y = 0;
         double z = 0;
         spec.GetEyeToFocusUnitVector(x, y, z);
-        EXPECT_NEAR(x, c.look.x, 1e-15) << c.theta << " " << c.phi;
-        EXPECT_NEAR(y, c.look.y, 1e-15) << c.theta << " " << c.phi;
-        EXPECT_NEAR(z, c.look.z, 1e-15) << c.theta << " " << c.phi;
+        EXPECT_TRUE(PointNear(P3(x, y, z), c.look, 1e-15)) << c.theta << " " << c.phi;
     }
 }
 
@@ -216,11 +214,8 @@ TEST(CameraTest, ResetsLookAtWhereTheEyeWasOrAtTheFocusGiven) {
         EXPECT_EQ(spec.FOV(), Q3DSpec::DefaultFOV);
         EXPECT_EQ(spec.PosStep(), L(200));
         EXPECT_EQ(spec.FocalLength(), L(5000));
-        const Triple look = LookOf(mode.angle, mode.angle);
-        EXPECT_TRUE(PointNear(spec.GetEye(),
-                              {mode.focus.x - 5000 * look.x, mode.focus.y - 5000 * look.y,
-                               mode.focus.z - 5000 * look.z},
-                              1e-9));
+        const Point3D focus = P3(mode.focus.x, mode.focus.y, mode.focus.z);
+        EXPECT_TRUE(PointNear(spec.GetEye(), Plus(focus, LookOf(mode.angle, mode.angle), -5000)));
         EXPECT_TRUE(PointNear(spec.CenterOfRotation(), mode.focus, 0));
         EXPECT_TRUE(PointNear(spec.GetFocus(), mode.focus, 1e-9));
 
