@@ -41,40 +41,6 @@ TEST(ExportFlagsTest, InitSetsFlagFiveAloneInEachBankAndTheGlobalReadsFalseWitho
     }
 }
 
-TEST(ExportAttributeTest, EachConstructorSetsDefaultAndFormulaAsGiven) {
-    const FormulaText none;
-    const FormulaText formula(u"a+1");
-    const QWithFormula<QAnyValue> plain{QAnyValue(3)};
-    struct Case {
-        const char* form;
-        QExportAttribute attribute;
-        bool hasDefault;
-        bool hasFormula;
-    };
-    const Case cases[] = {
-        {"value", QExportAttribute(u"n", QAnyValue(1)), false, false},
-        {"value and default", QExportAttribute(u"n", QAnyValue(1), QAnyValue(2)), true, false},
-        {"formula and default formula", QExportAttribute(u"n", formula, FormulaText(u"0")), true,
-         true},
-        {"no formula and default formula", QExportAttribute(u"n", none, FormulaText(u"0")), true,
-         false},
-        {"value and formula", QExportAttribute(u"n", QAnyValue(1), formula), false, true},
-        {"value and no formula", QExportAttribute(u"n", QAnyValue(1), none), false, false},
-        {"value, formula, default", QExportAttribute(u"n", QAnyValue(1), formula, QAnyValue(1)),
-         true, true},
-        {"with formula", QExportAttribute(u"n", plain), false, false},
-        {"with formula and default", QExportAttribute(u"n", plain, QAnyValue(3)), true, false},
-    };
-    for (const Case& c : cases) {
-        EXPECT_EQ(c.attribute.HasDefaultValue(), c.hasDefault) << c.form;
-        EXPECT_EQ(c.attribute.HasFormula(), c.hasFormula) << c.form;
-        EXPECT_FALSE(c.attribute.IsVariableType()) << c.form;
-    }
-    EXPECT_EQ(cases[2].attribute.GetValue(), QAnyValue(u"a+1"));
-    EXPECT_EQ(cases[2].attribute.GetDefaultValue(), QAnyValue(u"0"));
-    EXPECT_TRUE(QVariableTypeExportAttribute(u"p", QAnyValue(1)).IsVariableType());
-}
-
 // One attribute through a level of its own; the line written, or nothing.
 class OneAttribute : public QExportable {
 public:
@@ -119,6 +85,14 @@ TEST(ExportLevelTest, MinimalDropsOnlyIdenticalDefaultsWithoutFormulaOutsideArra
          -1, u"a\t\t2\t\n"},
         {"array element equal to default", QExportAttribute(u"a", QAnyValue(2), QAnyValue(2)), 7,
          u"a[7]\t2\t\t\n"},
+        {"formula and default formula", QExportAttribute(u"a", formula, formula), -1,
+         u"a\t\t2\t\n"},
+        {"no formula and empty default formula",
+         QExportAttribute(u"a", FormulaText(), FormulaText()), -1, u""},
+        {"value with formula and default",
+         QExportAttribute(u"a", QWithFormula<QAnyValue>{QAnyValue(2)}, QAnyValue(2)), -1, u""},
+        {"value with formula", QExportAttribute(u"a", QWithFormula<QAnyValue>{QAnyValue(2)}), -1,
+         u"a\t2\t\t\n"},
     };
     for (const Case& c : cases) {
         const OneAttribute object(c.attribute, c.arrayIndex);

@@ -196,43 +196,33 @@ std::string Names(const QImportLinePool& lines) {
     return names;
 }
 
+// Sorts the lines of the level's own context out of the pool: "attributes | children".
+std::string Sorted(QImportLinePool& lines, const QNewLevelImportable& level) {
+    Lines attributes;
+    QImportLinePool children;
+    QImportFormatLevelASCII::SortImportLines(lines, &level, attributes, children);
+    return Names(attributes) + "| " + Names(children);
+}
+
 TEST(SortImportLinesTest, NewBlocksStartAtMinusOneAndRunWhileZero) {
     QImportLinePool lines;
     AddLines(lines, {u"7", u"-1", u"0", u"0|Sub", u"-1", u"0", u"5", u"0"});
-    FakeItem first(3);
-    Lines attributes;
-    QImportLinePool children;
-    QImportFormatLevelASCII::SortImportLines(lines, &first, attributes, children);
-    EXPECT_EQ(Names(attributes), "a1@ a2@ ");
-    EXPECT_EQ(Names(children), "a3@Sub ");
+    const FakeItem first(3);
+    EXPECT_EQ(Sorted(lines, first), "a1@ a2@ | a3@Sub ");
     EXPECT_EQ(Names(lines), "a0@7 a4@-1 a5@0 a6@5 a7@0 ");
-
-    Lines secondAttributes;
-    QImportLinePool secondChildren;
-    QImportFormatLevelASCII::SortImportLines(lines, &first, secondAttributes, secondChildren);
-    EXPECT_EQ(Names(secondAttributes), "a4@ a5@ ") << "the block ends at the first line not 0";
+    EXPECT_EQ(Sorted(lines, first), "a4@ a5@ | ") << "the block ends at the first line not 0";
     EXPECT_EQ(Names(lines), "a0@7 a6@5 a7@0 ");
 }
 
 TEST(SortImportLinesTest, WithoutABlockEveryLineOfTheOwnContextIsTaken) {
     QImportLinePool lines;
     AddLines(lines, {u"7", u"5", u"7|Sub", u"70", u"7"});
-    FakeItem seven(7);
-    Lines attributes;
-    QImportLinePool children;
-    QImportFormatLevelASCII::SortImportLines(lines, &seven, attributes, children);
-    EXPECT_EQ(Names(attributes), "a0@ a4@ ");
-    EXPECT_EQ(Names(children), "a2@Sub ");
+    EXPECT_EQ(Sorted(lines, FakeItem(7)), "a0@ a4@ | a2@Sub ");
     EXPECT_EQ(Names(lines), "a1@5 a3@70 ");
 
     QImportLinePool groupLines;
     AddLines(groupLines, {u"Group|A", u"group|a|1", u"Group|AB", u""});
-    FakeGroup group(u"A");
-    Lines groupAttributes;
-    QImportLinePool groupChildren;
-    QImportFormatLevelASCII::SortImportLines(groupLines, &group, groupAttributes, groupChildren);
-    EXPECT_EQ(Names(groupAttributes), "a0@ ");
-    EXPECT_EQ(Names(groupChildren), "a1@1 ");
+    EXPECT_EQ(Sorted(groupLines, FakeGroup(u"A")), "a0@ | a1@1 ");
     EXPECT_EQ(Names(groupLines), "a2@Group|AB a3@ ");
 }
 

@@ -1,5 +1,6 @@
 #include "tests/support/archivebytes.h"
 #include "tests/support/geometry.h"
+#include "tests/support/pagescene.h"
 #include "tests/support/paths.h"
 
 #include "keel/geometry/classify.h"
@@ -29,9 +30,10 @@ using Words = std::vector<std::string>;
 // and what it gives, separated by " | "; "#" opens a comment line, and the head of each file
 // names the operations it uses. A point is "x,y" in millimetres, a polygon its points separated
 // by spaces ("-" for none), a box "x,y,z x,y,z", a prism a plan and then "bottom top". Relations
-// of two things are checked both ways round. The operations "edit", "cache" and "count" run a
-// command (see Edit) on a polygon; "edit" gives what the command answers, if anything, and "; ",
-// or "error: " and the exception's text and "; ", then the vertices after it to 4 decimals.
+// of two things are checked both ways round. The operations "edit", "cache", "bounds" and
+// "count" run a command (see Edit) on a polygon; "edit" gives what the command answers, if
+// anything, and "; ", or "error: " and the exception's text and "; ", then the vertices after it
+// to 4 decimals.
 
 Words Split(const std::string& text, const std::string& separator) {
     Words words;
@@ -58,10 +60,10 @@ QWorldPoly PolygonOf(const std::string& text) {
     return poly;
 }
 
-// The polygon of the words from `first` on.
+// The polygon of the words from `first` on; "-" for none.
 QWorldPoly PolygonOf(const Words& words, std::size_t first) {
     QWorldPoly poly;
-    for (std::size_t i = first; i < words.size(); ++i)
+    for (std::size_t i = first; i < words.size() && words[i] != "-"; ++i)
         poly.Add(PointOf(words[i]));
     return poly;
 }
@@ -188,6 +190,24 @@ std::string CameraResult(const std::string& schema, const std::string& hex) {
            HexOf(test::Stored([&](CArchive& archive) { camera.Serialize(archive); }));
 }
 
+// The header read from the bytes into a page of 10 by 10 mm at 1:40, and the bytes it writes
+// back; a header without a size takes 297 by 210 below 1:25 and 841 by 594 from it.
+std::string PageHeaderResult(const std::string& schema, const std::string& hex) {
+    test::PageSetup setup(10, 10, 40);
+    QPageDoc::SetFallbackPageSizes(test::PageSize(297, 210), test::PageSize(841, 594));
+    test::Loading loading(BytesOf(hex), 4096, u"page.doc", std::stoul(schema));
+    try {
+        setup.doc->SerializeHeader(loading.archive);
+    } catch (const CArchiveException& error) {
+        return Failure(error);
+    }
+    const QPageVector size = setup.doc->GetPageSize();
+    return "scale " + std::to_string(setup.doc->GetScale()) + "; page " + Rounded(size.x.GetRaw()) +
+           "," + Rounded(size.y.GetRaw()) +
+           (loading.archive.IsBufferEmpty() ? "" : "; bytes left") + "; writes " +
+           HexOf(test::Stored([&](CArchive& archive) { setup.doc->SerializeHeader(archive); }));
+}
+
 std::string Unescaped(const std::string& text) {
     std::string plain;
     for (std::size_t i = 0; i < text.size(); ++i) {
@@ -207,8 +227,13 @@ std::string Unescaped(const std::string& text) {
     return plain;
 }
 
-// Runs one editing command on the polygon; gives what the operation answers, if anything.
+// Runs one editing command on the polygon, or several joined by " & "; gives what the (last)
+// operation answers, if anything.
 std::string Edit(QWorldPoly& poly, const std::string& command) {
+    if (const std::size_t and_ = command.find(" & "); and_ != std::string::npos) {
+        Edit(poly, command.substr(0, and_));
+        return Edit(poly, command.substr(and_ + 3));
+    }
     const Words w = Split(command, " ");
     const std::string& verb = w[0];
     const auto at = [&w](std::size_t i) { return w.at(i); };
@@ -260,8 +285,18 @@ std::string Edit(QWorldPoly& poly, const std::string& command) {
         poly.FitToRect(QWorldPoly::Rect(PointOf(at(1)), PointOf(at(2))));
     else if (verb == "append-closing")
         poly.Append(PolygonOf(w, 1), true);
-    else if (verb == "append-reversed")
+    else if (verb == "append-bounded") {
+        const QWorldPoly other = PolygonOf(w, 1);
+        other.GetBounds();
+        poly.Append(other, true);
+    } else if (verb == "append-reversed")
         poly.AppendReversed(PolygonOf(w, 1));
+    else if (verb == "append-itself")
+        poly.Append(poly, false);
+    else if (verb == "append-itself-reversed")
+        poly.AppendReversed(poly);
+    else if (verb == "two-points")
+        poly.SetTwoPoints(PointOf(at(1)), PointOf(at(2)));
     else if (verb == "offset")
         poly.OffsetEdges(WidthsOf(at(1)), at(2) == "uniform", index(3), IsClosed(at(4)));
     else if (verb == "offset-uniform")
@@ -274,7 +309,14 @@ std::string Edit(QWorldPoly& poly, const std::string& command) {
         poly.ArcEdge(index(1), LengthOf(at(2)), index(3));
     else if (verb == "fillet")
         return Bool(poly.FilletCorner(index(1), LengthOf(at(2)), index(3)));
-    else
+    else if (verb == "ortho-quad")
+        MakeOrthoQuad(poly, PointOf(at(1)), PointOf(at(2)), LengthOf(at(3)), LengthOf(at(4)));
+    else if (verb == "quad") {
+        MakeQuadFromLengths(poly, LengthOf(at(4)), LengthOf(at(5)), LengthOf(at(6)),
+                            WidthsOf(at(7)), PointOf(at(1)), QAngle::FromRaw(std::stod(at(2))),
+                            at(3) == "left");
+        return std::to_string(poly.Orientation());
+    } else
         throw std::invalid_argument("no command " + verb);
     return "";
 }
@@ -346,6 +388,8 @@ std::string Result(const Words& f) {
         return ArchiveResult(f.at(1), f.at(2));
     if (op == "camera")
         return CameraResult(f.at(1), f.at(2));
+    if (op == "page-header")
+        return PageHeaderResult(f.at(1), f.at(2));
     if (op == "read") {
         QWorldPoly poly = test::Poly({{5, 5}});
         std::string message;
@@ -366,6 +410,15 @@ std::string Result(const Words& f) {
     if (op == "count") {
         Edit(poly, f.at(2));
         return std::to_string(poly.GetCount());
+    }
+    if (op == "bounds") {
+        poly.GetBounds();
+        Edit(poly, f.at(2));
+        const int flags = poly.CacheFlags();
+        const QWorldPoly::Rect& bounds = poly.GetBounds();
+        return std::to_string(flags) + "; " +
+               RoundedText(test::Poly({{bounds.left.GetRaw(), bounds.top.GetRaw()},
+                                       {bounds.right.GetRaw(), bounds.bottom.GetRaw()}}));
     }
     if (op == "cache") {
         poly.Orientation();

@@ -1,3 +1,4 @@
+#include "tests/support/geometry.h"
 #include "tests/support/pagescene.h"
 #include "tests/support/paths.h"
 #include "tests/support/tempfolder.h"
@@ -57,91 +58,70 @@ TEST(DeviceContextTest, BadModesAndExtentsAreRefused) {
     EXPECT_THROW(dc.PolyDraw(three, unknown), InvalidArgumentException);
 }
 
-QPagePoly PagePolyOf(std::initializer_list<std::pair<double, double>> vertices) {
+// A page polygon of points "x,y ..." in millimetres.
+QPagePoly PagePolyOf(const std::string& text) {
+    const QWorldPoly points = PolyOf(text);
     QPagePoly poly;
-    for (const auto& [x, y] : vertices)
-        poly.Add(PagePt(x, y));
+    for (int i = 0; i < points.GetCount(); ++i)
+        poly.Add(PagePt(points.Vertex(i).x.GetRaw(), points.Vertex(i).y.GetRaw()));
     return poly;
 }
 
 // Each shape drawn on a context in text mode, where logical units are the recorded pixels.
 TEST(DeviceContextTest, ShapesBecomeTheirPlatformCalls) {
+    using Dc = QDeviceContext;
     const struct {
         const char* name;
         std::function<void(QDeviceContext&)> draw;
         std::vector<std::string> lines;
     } cases[] = {
-        {"empty polygon", [](QDeviceContext& dc) { DrawPoly(dc, QPagePoly()); }, {}},
+        {"empty polygon", [](Dc& dc) { DrawPoly(dc, QPagePoly()); }, {}},
         {"polygon of one point",
-         [](QDeviceContext& dc) {
-             DrawPoly(dc, PagePolyOf({{1, 2}}));
-         },
+         [](Dc& dc) { DrawPoly(dc, PagePolyOf("1,2")); },
          {"polygon 100,200"}},
         {"world polygon over two scales",
-         [](QDeviceContext& dc) {
-             QWorldPoly poly;
-             poly.Add(WorldPt(100, 100));
-             poly.Add(WorldPt(300, 50));
-             DrawPoly(dc, poly, 10, 5);
-         },
+         [](Dc& dc) { DrawPoly(dc, PolyOf("100,100 300,50"), 10, 5); },
          {"polygon 1000,2000 3000,1000"}},
         {"edges",
-         [](QDeviceContext& dc) {
-             DrawEdges(dc, PagePolyOf({{0, 0}, {1, 0}, {1, 1}}));
-         },
+         [](Dc& dc) { DrawEdges(dc, PagePolyOf("0,0 1,0 1,1")); },
          {"lines 0,0 100,0 100,100"}},
         {"edges with types",
-         [](QDeviceContext& dc) {
+         [](Dc& dc) {
              const std::uint8_t types[] = {PT_MOVETO,   PT_LINETO | PT_CLOSEFIGURE,
                                            PT_MOVETO,   PT_BEZIERTO,
                                            PT_BEZIERTO, PT_BEZIERTO,
                                            PT_LINETO};
-             DrawEdges(dc, PagePolyOf({{0, 0}, {1, 0}, {2, 2}, {3, 3}, {4, 3}, {5, 2}, {6, 0}}),
-                       types);
+             DrawEdges(dc, PagePolyOf("0,0 1,0 2,2 3,3 4,3 5,2 6,0"), types);
          },
          {"lines 0,0 100,0", "lines 100,0 0,0", "beziers 200,200 300,300 400,300 500,200",
           "lines 500,200 600,0"}},
         {"curve of 4",
-         [](QDeviceContext& dc) {
-             DrawCurved(dc, PagePolyOf({{0, 0}, {1, 1}, {2, 1}, {3, 0}}));
-         },
+         [](Dc& dc) { DrawCurved(dc, PagePolyOf("0,0 1,1 2,1 3,0")); },
          {"beziers 0,0 100,100 200,100 300,0"}},
         {"curve of 5: a line for the one left",
-         [](QDeviceContext& dc) {
-             DrawCurved(dc, PagePolyOf({{0, 0}, {1, 1}, {2, 1}, {3, 0}, {4, 0}}));
-         },
+         [](Dc& dc) { DrawCurved(dc, PagePolyOf("0,0 1,1 2,1 3,0 4,0")); },
          {"beziers 0,0 100,100 200,100 300,0", "lines 300,0 400,0"}},
         {"curve of 6: one more cubic for the two left",
-         [](QDeviceContext& dc) {
-             DrawCurved(dc, PagePolyOf({{0, 0}, {1, 1}, {2, 1}, {3, 0}, {4, 0}, {5, 1}}));
-         },
+         [](Dc& dc) { DrawCurved(dc, PagePolyOf("0,0 1,1 2,1 3,0 4,0 5,1")); },
          {"beziers 0,0 100,100 200,100 300,0", "beziers 300,0 400,0 400,0 500,100"}},
         {"curve of 2",
-         [](QDeviceContext& dc) {
-             DrawCurved(dc, PagePolyOf({{0, 0}, {1, 1}}));
-         },
+         [](Dc& dc) { DrawCurved(dc, PagePolyOf("0,0 1,1")); },
          {"lines 0,0 100,100"}},
         {"arrow",
-         [](QDeviceContext& dc) { DrawArrow(dc, PagePt(10, 0), PagePt(0, 0), Mm(2), Mm(2)); },
+         [](Dc& dc) { DrawArrow(dc, PagePt(10, 0), PagePt(0, 0), Mm(2), Mm(2)); },
          {"lines 1000,0 800,100", "lines 800,100 800,-100", "lines 800,-100 1000,0"}},
         {"world arrow at 1:10",
-         [](QDeviceContext& dc) {
-             DrawArrow(dc, WorldPt(0, 100), WorldPt(0, 0), Mm(20), Mm(40), 10);
-         },
+         [](Dc& dc) { DrawArrow(dc, WorldPt(0, 100), WorldPt(0, 0), Mm(20), Mm(40), 10); },
          {"lines 0,1000 -200,800", "lines -200,800 200,800", "lines 200,800 0,1000"}},
         {"edges with an arrow at the end",
-         [](QDeviceContext& dc) {
-             DrawEdgesWithArrows(dc, PagePolyOf({{0, 0}, {10, 0}}), false, true, Mm(2), Mm(2));
-         },
+         [](Dc& dc) { DrawEdgesWithArrows(dc, PagePolyOf("0,0 10,0"), false, true, Mm(2), Mm(2)); },
          {"lines 0,0 1000,0", "lines 1000,0 800,100", "lines 800,100 800,-100",
           "lines 800,-100 1000,0"}},
         {"no arrows on one vertex",
-         [](QDeviceContext& dc) {
-             DrawCurvedWithArrows(dc, PagePolyOf({{0, 0}}), true, true, Mm(2), Mm(2));
-         },
+         [](Dc& dc) { DrawCurvedWithArrows(dc, PagePolyOf("0,0"), true, true, Mm(2), Mm(2)); },
          {}},
         {"text, pen, brush, fill, ellipse",
-         [](QDeviceContext& dc) {
+         [](Dc& dc) {
              dc.SetPen({255, 0, 16}, 0);
              dc.SetBrush(std::nullopt);
              dc.SetTextHeight(12);
@@ -287,7 +267,9 @@ TEST_F(CairoDCTest, SvgBeziersFollowOneAnother) {
 }
 
 TEST_F(CairoDCTest, PdfPrinterPageHasTheSizeInMillimetres) {
-    const struct { double width, height; } cases[] = {{210, 297}, {297, 210}, {1000, 50}};
+    const struct {
+        double width, height;
+    } cases[] = {{210, 297}, {297, 210}, {1000, 50}, {148, 105}, {841, 1189}};
     for (const auto& c : cases) {
         SCOPED_TRACE(c.width);
         PageSetup setup(c.width, c.height, 50);

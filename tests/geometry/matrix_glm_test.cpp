@@ -53,22 +53,18 @@ public:
         for (int i = 0; i < count; ++i) {
             const double angle = Uniform(-2 * std::numbers::pi, 2 * std::numbers::pi);
             const QAngle turn = QAngle::FromRaw(Degrees(angle));
-            switch (std::uniform_int_distribution<int>(0, scales ? 5 : 4)(m_random)) {
-            case 0:
-                ours.RotateX(turn);
-                theirs = glm::rotate(theirs, angle, glm::dvec3(1, 0, 0));
-                text << "x " << angle << "; ";
-                break;
-            case 1:
-                ours.RotateY(turn);
-                theirs = glm::rotate(theirs, angle, glm::dvec3(0, 1, 0));
-                text << "y " << angle << "; ";
-                break;
-            case 2:
-                ours.RotateZ(turn);
-                theirs = glm::rotate(theirs, angle, glm::dvec3(0, 0, 1));
-                text << "z " << angle << "; ";
-                break;
+            const int step = std::uniform_int_distribution<int>(0, scales ? 5 : 4)(m_random);
+            if (step < 3) {
+                constexpr void (QMatrix::*c_turns[])(const QAngle&) = {
+                    &QMatrix::RotateX, &QMatrix::RotateY, &QMatrix::RotateZ};
+                (ours.*c_turns[step])(turn);
+                glm::dvec3 axis(0);
+                axis[step] = 1;
+                theirs = glm::rotate(theirs, angle, axis);
+                text << "xyz"[step] << " " << angle << "; ";
+                continue;
+            }
+            switch (step) {
             case 3: {
                 const glm::dvec3 axis(Uniform(-3, 3), Uniform(-3, 3), Uniform(-3, 3));
                 ours.Rotate(turn, axis.x, axis.y, axis.z);

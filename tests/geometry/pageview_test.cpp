@@ -1,4 +1,3 @@
-#include "tests/support/archivebytes.h"
 #include "tests/support/pagescene.h"
 
 #include "keel/platform/exceptions.h"
@@ -17,33 +16,28 @@ TEST(PageViewTest, AMetreOfPageIsTheScreensPixelsOfAMetreAtTheZoom) {
     for (const auto& c : cases) {
         SCOPED_TRACE(c.zoom);
         setup.view->SetZoom(c.zoom, false);
-        EXPECT_EQ(setup.view->PageToClient(QPageVector{Mm(1000), Mm(1000)}).x, c.pixels);
-        EXPECT_EQ(setup.view->PageToClient(QPageVector{Mm(1000), Mm(1000)}).y, -c.pixels)
+        EXPECT_EQ(setup.view->PageToClient(QPageVector{Mm(1000), Mm(1000)}),
+                  (QClientVector{c.pixels, -c.pixels}))
             << "y points down on the client";
     }
 }
 
 TEST(PageViewTest, PixelsAMetreAreMadeSquareWhenNearlyEqual) {
     const struct {
-        int widthPixels, widthMm, heightPixels, heightMm, x, y;
+        QDeviceCaps caps; // pixels and millimetres wide and high
+        QClientVector pixels;
     } cases[] = {
-        {3779, 1000, 3790, 1000, 3785, 3785}, // mean (3779+3790+1)/2
-        {3000, 1000, 4000, 1000, 3000, 4000}, // too far apart
-        {1920, 508, 1080, 286, 3778, 3778},   // 3780 and 3776 first, then their mean
-        {3700, 1000, 3774, 1000, 3737, 3737}, // 0.99 of the mean: still square
-        {3700, 1000, 3776, 1000, 3700, 3776}, // just beyond 1 %
+        {{3779, 3790, 1000, 1000}, {3785, 3785}}, // mean (3779+3790+1)/2
+        {{3000, 4000, 1000, 1000}, {3000, 4000}}, // too far apart
+        {{1920, 1080, 508, 286}, {3778, 3778}},   // 3780 and 3776 first, then their mean
+        {{3700, 3774, 1000, 1000}, {3737, 3737}}, // 0.99 of the mean: still square
+        {{3700, 3776, 1000, 1000}, {3700, 3776}}, // just beyond 1 %
     };
     for (const auto& c : cases) {
-        SCOPED_TRACE(std::to_string(c.widthPixels) + "/" + std::to_string(c.heightPixels));
-        QDeviceCaps caps;
-        caps.widthPixels = c.widthPixels;
-        caps.widthMillimetres = c.widthMm;
-        caps.heightPixels = c.heightPixels;
-        caps.heightMillimetres = c.heightMm;
-        const QInfoDC dc(caps);
-        const QClientVector pixels = PixelsPerMetre(&dc);
-        EXPECT_EQ(pixels.x, c.x);
-        EXPECT_EQ(pixels.y, c.y);
+        SCOPED_TRACE(std::to_string(c.caps.widthPixels) + "/" +
+                     std::to_string(c.caps.heightPixels));
+        const QInfoDC dc(c.caps);
+        EXPECT_EQ(PixelsPerMetre(&dc), c.pixels);
     }
     EXPECT_EQ(PixelsPerMetre(nullptr).x, 3779);
     SetDisplayDpi(192);
@@ -94,8 +88,7 @@ TEST(PageViewTest, APrinterTakesNoZoomAndAContainerItsOwn) {
     QDeviceCaps caps;
     QInfoDC printer(caps, true);
     setup.view->PrepareDC(printer, {23622, 23622});
-    EXPECT_EQ(printer.GetViewportExt().x, 23622);
-    EXPECT_EQ(printer.GetViewportExt().y, -23622);
+    EXPECT_EQ(printer.GetViewportExt(), (QClientVector{23622, -23622}));
     EXPECT_EQ(printer.GetWindowOrg().y, 15000);
     QInfoDC screen(caps);
     setup.view->PrepareDC(screen, {3779, 3779});
@@ -495,87 +488,7 @@ TEST(PageDocTest, WorldAndPageConvertBothWaysForAnyScale) {
 
 TEST(PageDocTest, HimetricSizeRoundsHundredthsHalfUp) {
     PageSetup setup(210.004, 296.996, 50);
-    EXPECT_EQ(setup.doc->GetHIMETRICSize().x, 21000);
-    EXPECT_EQ(setup.doc->GetHIMETRICSize().y, 29700);
-}
-
-// The document header before the page header sets the schema; from this one on, lengths are
-// doubles.
-constexpr unsigned c_lengthsAsDoubles = 18;
-
-Bytes StoredHeader(QPageDoc& doc) {
-    return Stored([&](CArchive& archive) { doc.SerializeHeader(archive); });
-}
-
-TEST(PageDocTest, HeaderIsScaleThenSizeThenEndTag) {
-    PageSetup setup(210, 297, 50);
-    const Bytes expected = Hex("01 32 00 00 00 "                                     // scale 50
-                               "02 00 00 00 00 00 40 6A 40 00 00 00 00 00 90 72 40 " // 210, 297
-                               "00");
-    EXPECT_EQ(StoredHeader(*setup.doc), expected);
-
-    PageSetup other(100, 100, 5);
-    Loading loading(expected, 4096, CString(), c_lengthsAsDoubles);
-    other.doc->SerializeHeader(loading.archive);
-    EXPECT_EQ(other.doc->GetScale(), 50);
-    EXPECT_EQ(other.doc->GetPageSize(), PageSize(210, 297));
-    EXPECT_TRUE(loading.archive.IsBufferEmpty());
-    EXPECT_EQ(StoredHeader(*other.doc), expected) << "byte for byte again";
-}
-
-TEST(PageDocTest, HeaderReadingFollowsTheTags) {
-    QPageDoc::SetFallbackPageSizes(PageSize(297, 210), PageSize(841, 594));
-    const struct {
-        const char* name;
-        const char* bytes;
-        int scale;
-        QPageVector size;
-    } cases[] = {
-        {"size before scale",
-         "02 00 00 00 00 00 00 59 40 00 00 00 00 00 00 49 40 01 0A 00 00 00 00", 10,
-         PageSize(100, 50)},
-        {"no size below 25 takes the standard size", "01 18 00 00 00 00", 24, PageSize(297, 210)},
-        {"no size from 25 takes the other size", "01 19 00 00 00 00", 25, PageSize(841, 594)},
-        {"a scale of zero is ignored", "01 00 00 00 00 00", 40, PageSize(841, 594)},
-        {"a negative scale is ignored", "01 FF FF FF FF 00", 40, PageSize(841, 594)},
-        {"an empty list keeps the scale", "00", 40, PageSize(841, 594)},
-        {"the last of two scales wins", "01 05 00 00 00 01 07 00 00 00 00", 7, PageSize(297, 210)},
-    };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.name);
-        PageSetup setup(10, 10, 40);
-        QPageDoc::SetFallbackPageSizes(PageSize(297, 210), PageSize(841, 594));
-        Loading loading(Hex(c.bytes), 4096, CString(), c_lengthsAsDoubles);
-        setup.doc->SerializeHeader(loading.archive);
-        EXPECT_EQ(setup.doc->GetScale(), c.scale);
-        EXPECT_EQ(setup.doc->GetPageSize(), c.size);
-    }
-}
-
-TEST(PageDocTest, HeaderFailsOnAnUnknownTagOrAShortStream) {
-    const struct {
-        const char* bytes;
-        int cause;
-    } cases[] = {
-        {"03 00", CArchiveException::writeOnly},
-        {"01 32 00 00 00 FF 00", CArchiveException::writeOnly},
-        {"01 32 00", CArchiveException::endOfFile},
-        {"01 32 00 00 00", CArchiveException::endOfFile},
-        {"02 00 00 00 00 00 00 59 40", CArchiveException::endOfFile},
-    };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.bytes);
-        PageSetup setup(210, 297, 30);
-        Loading loading(Hex(c.bytes), 4096, u"page.doc", c_lengthsAsDoubles);
-        try {
-            setup.doc->SerializeHeader(loading.archive);
-            ADD_FAILURE() << "no exception";
-        } catch (const CArchiveException& failure) {
-            EXPECT_EQ(failure.m_cause, c.cause);
-            EXPECT_EQ(failure.m_strFileName, CString(u"page.doc"));
-        }
-    }
-    EXPECT_EQ(CArchiveException::writeOnly, 4);
+    EXPECT_EQ(setup.doc->GetHIMETRICSize(), (QHimetricVector{21000, 29700}));
 }
 
 // A printer that reports a page and counts the contexts asked of it.
@@ -589,11 +502,7 @@ public:
     CString DriverVersion() const override { return m_version; }
     std::unique_ptr<QDeviceContext> CreateDC() override {
         ++asked;
-        QDeviceCaps caps;
-        caps.widthMillimetres = m_widthMm;
-        caps.heightMillimetres = m_heightMm;
-        caps.widthPixels = m_widthMm * 24;
-        caps.heightPixels = m_heightMm * 24;
+        const QDeviceCaps caps{m_widthMm * 24, m_heightMm * 24, m_widthMm, m_heightMm};
         return std::make_unique<QInfoDC>(caps, true);
     }
     int asked = 0;
@@ -659,13 +568,8 @@ TEST(PageDocTest, ComputePageSizeMeasuresAGivenContextAndRefusesNesting) {
     protected:
         void ScaleChanged(int) override { nestedResult = ComputePageSize(nullptr, false, true); }
     } doc;
-    QDeviceCaps caps;
-    caps.widthMillimetres = 210;
-    caps.heightMillimetres = 297;
-    QInfoDC a4(caps, true);
-    caps.widthMillimetres = 297;
-    caps.heightMillimetres = 420;
-    QInfoDC a3(caps, true);
+    QInfoDC a4(QDeviceCaps{0, 0, 210, 297}, true);
+    QInfoDC a3(QDeviceCaps{0, 0, 297, 420}, true);
     EXPECT_TRUE(doc.ComputePageSize(&a4, false, false));
     EXPECT_EQ(doc.GetScale(), 30);
     EXPECT_TRUE(doc.nestedResult) << "no notification yet";

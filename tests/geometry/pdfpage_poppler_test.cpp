@@ -1,11 +1,10 @@
-#include "tests/support/pagescene.h"
 #include "tests/support/program.h"
-#include "tests/support/tempfolder.h"
 
 #include <GlobalParams.h>
 #include <PDFDoc.h>
 #include <Page.h>
 #include <TextOutputDev.h>
+#include <filesystem>
 #include <goo/GooString.h>
 #include <gtest/gtest.h>
 #include <memory>
@@ -15,8 +14,8 @@
 namespace keel::test {
 namespace {
 
-// PDF pages written by `keel render` and by the printer surface, opened with poppler: a reader
-// that shares nothing with Cairo, which wrote them.
+// PDF pages written by `keel render`, opened with poppler: a reader that shares nothing with
+// Cairo, which wrote them.
 
 constexpr double c_pointsAMillimetre = 72 / 25.4;
 
@@ -121,27 +120,6 @@ TEST_F(PopplerReadsRenderedPdf, PageBeyondThePrinterLimitWritesNothing) {
     EXPECT_EQ(outcome.status, 1);
     EXPECT_NE(outcome.err.find("outside 1 to 5000 mm a side"), std::string::npos) << outcome.err;
     EXPECT_FALSE(std::filesystem::exists(Out()));
-}
-
-class PopplerReadsPrinterPage : public TempFolderTest {};
-
-// The printer surface directly, with the test scene drawn at a zoom the page ignores.
-TEST_F(PopplerReadsPrinterPage, PageIsTheSizeGivenInMillimetres) {
-    const struct {
-        double width, height;
-    } cases[] = {{210, 297}, {297, 210}, {148, 105}, {841, 1189}, {1, 5000}};
-    for (const auto& c : cases) {
-        SCOPED_TRACE(testing::Message() << c.width << "x" << c.height);
-        PageSetup setup(c.width, c.height, 50);
-        {
-            auto dc = QCairoDC::CreatePdf(PathOf("page.pdf"), c.width, c.height);
-            setup.view->SetZoom(250, false);
-            setup.view->PrepareDC(*dc, PixelsPerMetre(dc.get()));
-            DrawScene(*dc, *setup.doc);
-            dc->Finish();
-        }
-        ExpectPageOf(ReadPdf(Path("page.pdf")), c.width, c.height);
-    }
 }
 
 } // namespace

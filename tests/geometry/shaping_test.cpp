@@ -1,7 +1,6 @@
 #include "tests/support/geometry.h"
 
 #include "keel/geometry/tpoly.h"
-#include "keel/platform/exceptions.h"
 
 #include <cmath>
 #include <gtest/gtest.h>
@@ -19,14 +18,6 @@ using test::VerticesNear;
 using test::Widths;
 using Arc = TPolyArc<QLength, 'W'>;
 
-TEST(OffsetEdgesTest, OffsetUniformIsOneWidthForwards) {
-    QWorldPoly uniform = Poly({{0, 0}, {10, 0}, {10, 10}, {3, 12}});
-    QWorldPoly explicitWidths = uniform;
-    uniform.OffsetUniform(QLength::FromRaw(1.5), true);
-    explicitWidths.OffsetEdges(Widths({1.5, 1.5, 1.5, 1.5}), false, 1, true);
-    EXPECT_EQ(Text(uniform), Text(explicitWidths));
-}
-
 // Joints are mitred for one width; unequal widths meet exactly only at right angles.
 TEST(OffsetEdgesTest, EachOffsetEdgeLiesTheWidthFromTheOriginal) {
     const QWorldPoly ring = Poly({{0, 0}, {40, -5}, {55, 20}, {30, 45}, {-10, 30}});
@@ -43,48 +34,6 @@ TEST(OffsetEdgesTest, EachOffsetEdgeLiesTheWidthFromTheOriginal) {
             EXPECT_NEAR(leftDistance, 2.5, 1e-9) << "edge " << edge << " end " << end;
         }
     }
-}
-
-// The arc lies inside the corner at 10,0, from where it cuts one edge to where it cuts the other.
-TEST(FilletTest, ACornerGetsAnArcOfTheRadiusInsideIt) {
-    const struct {
-        const char* poly;
-        int index;
-        double radius;
-        int segments;
-        int count;
-        test::XY centre, from, to;
-        int orientation;
-    } rows[] = {
-        // The chord comes out a hair over 90 degrees, so ten pieces of 9 degrees become eleven.
-        {"0,0 10,0 10,10 0,10", 1, 2, 1, 15, {8, 2}, {8, 0}, {10, 2}, 1},
-        {"0,10 10,10 10,0 0,0", -2, 3, 20, 4 + 20, {7, 3}, {10, 3}, {7, 0}, -1},
-    };
-    for (const auto& row : rows) {
-        const QWorldPoly original = test::PolyOf(row.poly);
-        QWorldPoly poly = original;
-        ASSERT_TRUE(poly.FilletCorner(row.index, QLength::FromRaw(row.radius), row.segments));
-        ASSERT_EQ(poly.GetCount(), row.count) << Text(poly);
-        const int first = (row.index + 4) % 4;
-        const int last = first + row.count - 4;
-        EXPECT_EQ(poly.Vertex(first), Pt(row.from.first, row.from.second)) << row.poly;
-        EXPECT_EQ(poly.Vertex(last), Pt(row.to.first, row.to.second)) << row.poly;
-        EXPECT_EQ(poly.Vertex(first - 1), original.Vertex(first - 1)) << row.poly;
-        EXPECT_EQ(poly.Vertex(last + 1), original.Vertex(first + 1)) << row.poly;
-        for (int i = first; i <= last; ++i) {
-            const double dx = poly.Vertex(i).x.GetRaw() - row.centre.first;
-            const double dy = poly.Vertex(i).y.GetRaw() - row.centre.second;
-            EXPECT_NEAR(std::hypot(dx, dy), row.radius, 1e-9) << i;
-            EXPECT_GE(dx, -1e-9) << i;
-            EXPECT_LE(dy, 1e-9) << i;
-        }
-        EXPECT_EQ(poly.Orientation(), row.orientation);
-    }
-}
-
-TEST(ArcTest, ASagittaWithin4e08OfTheRadiusCountsAsAHalfCircle) {
-    const Arc nearly(Pt(0, 0), Pt(10, 0), 2, QLength::FromRaw(5.000000001));
-    EXPECT_TRUE(VerticesNear(nearly, {{0, 0}, {5, 5.000000001}, {10, 0}}));
 }
 
 TEST(ArcTest, VerticesLieOnTheCircleAndBulgeToTheRadiusSide) {

@@ -1,7 +1,6 @@
 #include "tests/support/geometry.h"
 
 #include "keel/geometry/tpoly.h"
-#include "keel/platform/exceptions.h"
 
 #include <climits>
 #include <functional>
@@ -22,62 +21,6 @@ constexpr std::uint8_t c_bounds = QWorldPoly::c_boundsValid;
 
 QWorldPoly Square() {
     return Poly({{0, 0}, {10, 0}, {10, 10}, {0, 10}});
-}
-
-TEST(PolyCacheTest, MovedBoundsStayValidAndCorrect) {
-    QWorldPoly poly = Square();
-    poly.GetBounds();
-    poly.Move({QLength::FromRaw(1), QLength::FromRaw(-2)});
-    EXPECT_EQ(poly.GetBounds(), (QWorldPoly::Rect(Pt(1, -2), Pt(11, 8))));
-}
-
-TEST(PolyCacheTest, TwoPointsHaveOrientationZeroAndReverseKeepsTheirFlags) {
-    QWorldPoly poly;
-    poly.SetTwoPoints(Pt(5, 5), Pt(0, 8));
-    EXPECT_EQ(poly.CacheFlags(), 7);
-    EXPECT_EQ(poly.GetBounds(), (QWorldPoly::Rect(Pt(0, 5), Pt(5, 8))));
-    poly.Reverse();
-    EXPECT_EQ(poly.CacheFlags(), 7);
-    EXPECT_EQ(poly.Orientation(), 0);
-    EXPECT_EQ(Poly({{0, 0}, {4, 4}}).Orientation(), 0);
-}
-
-TEST(PolyCacheTest, RemoveAllLeavesValidZeroBounds) {
-    QWorldPoly poly = Poly({{3, 4}, {8, 9}, {1, 12}});
-    poly.GetBounds();
-    poly.RemoveAll();
-    EXPECT_EQ(poly.CacheFlags(), c_bounds);
-    EXPECT_EQ(poly.GetBounds(), (QWorldPoly::Rect(Pt(0, 0), Pt(0, 0))));
-    EXPECT_EQ(QWorldPoly().GetBounds(), (QWorldPoly::Rect(Pt(0, 0), Pt(0, 0))));
-}
-
-TEST(PolyTest, AppendMergesBoundsValidOnBothSides) {
-    QWorldPoly poly = Poly({{0, 0}, {1, 0}});
-    QWorldPoly other = Poly({{5, 5}, {6, 5}, {6, 6}});
-    poly.GetBounds();
-    other.GetBounds();
-    poly.Append(other, true);
-    EXPECT_EQ(poly.CacheFlags(), c_bounds);
-    EXPECT_EQ(poly.GetBounds(), (QWorldPoly::Rect(Pt(0, 0), Pt(6, 6))));
-
-    QWorldPoly single = Poly({{0, 0}});
-    single.Append(Poly({{3, 3}}), true);
-    EXPECT_EQ(single.CacheFlags(), 0) << "bounds of only one side were valid";
-
-    QWorldPoly unchanged = Square();
-    unchanged.Orientation();
-    unchanged.Append(QWorldPoly(), true);
-    EXPECT_EQ(unchanged.CacheFlags(), c_orientation | c_bounds);
-    EXPECT_EQ(unchanged.GetCount(), 4);
-}
-
-TEST(PolyTest, AppendingToItselfThrowsForwardsAndWorksReversed) {
-    QWorldPoly poly = Square();
-    EXPECT_THROW(poly.Append(poly, false), InvalidArgumentException);
-    EXPECT_EQ(poly.GetCount(), 4);
-    QWorldPoly path = Poly({{0, 0}, {5, 0}, {5, 5}});
-    path.AppendReversed(path);
-    EXPECT_EQ(Text(path), "0,0 5,0 5,5 5,0 0,0");
 }
 
 TEST(PolyTest, SortAlongKeepsNoOrderAmongEqualKeysButSortsTheRest) {
