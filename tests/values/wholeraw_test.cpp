@@ -291,7 +291,7 @@ TYPED_TEST(WholeRawTest, ArithmeticFollowsTheFloorRuleAndSaturates) {
     EXPECT_DOUBLE_EQ(R(300) / R(120), 2.5);
 }
 
-TYPED_TEST(WholeRawTest, ComparesAndHashesByTheRawNumberAndArchivesItInFourLittleEndianBytes) {
+TYPED_TEST(WholeRawTest, ComparesByTheRawNumberAndArchivesItInFourLittleEndianBytes) {
     using Quantity = typename TestFixture::Quantity;
     const Quantity one = Quantity::FromRaw(1);
     const Quantity two = Quantity::FromRaw(2);
@@ -305,10 +305,6 @@ TYPED_TEST(WholeRawTest, ComparesAndHashesByTheRawNumberAndArchivesItInFourLittl
     EXPECT_TRUE(!Quantity::Zero);
     EXPECT_FALSE(!one);
     EXPECT_TRUE(Quantity().IsZero());
-    EXPECT_EQ(one.HashKey(), 16807u);
-    EXPECT_EQ(Quantity::FromRaw(-1).HashKey(), 2147466840u);
-    EXPECT_EQ(HashKey(Quantity::FromRaw(127773)), 2147480811u);
-    EXPECT_EQ(Quantity::Zero.HashKey(), 0u);
     using Quantity = typename TestFixture::Quantity;
     EXPECT_EQ(Stored(Quantity::FromRaw(-2)), (Bytes{0xFE, 0xFF, 0xFF, 0xFF}));
     EXPECT_EQ(Stored(Quantity::FromRaw(0x01020304)), (Bytes{0x04, 0x03, 0x02, 0x01}));
