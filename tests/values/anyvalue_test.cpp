@@ -804,69 +804,56 @@ TEST_F(AnyValueTest, MakeFamilyGivesDefaultsForErrorsAndGoesDownIntoArrays) {
     QAnyValue target(5);
     target.MakeSameTypeAs(V(u"s"));
     EXPECT_TRUE(target.Identical(V(u"5")));
-    QAnyValue nested = Array({1, Array({2.5, true})});
-    nested.MakeAllCString();
-    EXPECT_TRUE(nested.Identical(Array({u"1", Array({u"2.5", u"Yes"})})));
-    QAnyValue numbers = Array({u"2", 1.5});
-    numbers.MakeAllInt();
-    EXPECT_TRUE(numbers.Identical(Array({2, 1})));
-    QAnyValue arrays = Array({1, 2});
-    arrays.MakeAllArray();
-    EXPECT_TRUE(arrays.Identical(Array({Array({1}), Array({2})})));
-    QAnyValue errors = Array({u"why", 1});
-    errors.MakeAllError();
-    ASSERT_TRUE(errors.IsArray());
-    EXPECT_EQ(MessageOf(errors.MakeArray()[0]), "why");
-    EXPECT_TRUE(errors.MakeArray()[1].IsError());
-    QAnyValue empties = Array({1, 2});
-    empties.MakeAllEmpty();
-    EXPECT_TRUE(empties.Identical(Array({V(), V()})));
-    QAnyValue scalar(u"3");
-    scalar.MakeAllNumeric();
-    EXPECT_TRUE(scalar.Identical(V(3)));
+    using MakeAll = QAnyValue& (QAnyValue::*)();
+    const struct {
+        MakeAll make;
+        QAnyValue value, made;
+    } all[] = {
+        {&V::MakeAllCString, Array({1, Array({2.5, true})}),
+         Array({u"1", Array({u"2.5", u"Yes"})})},
+        {&V::MakeAllInt, Array({u"2", 1.5}), Array({2, 1})},
+        {&V::MakeAllArray, Array({1, 2}), Array({Array({1}), Array({2})})},
+        {&V::MakeAllError, Array({u"why", 1}), Array({Error("why"), Error("")})},
+        {&V::MakeAllEmpty, Array({1, 2}), Array({V(), V()})},
+        {&V::MakeAllNumeric, V(u"3"), V(3)},
+    };
+    for (const auto& c : all) {
+        QAnyValue value = c.value;
+        EXPECT_TRUE(test::Same((value.*c.make)(), c.made));
+    }
 }
 
 // --- Making numeric ----------------------------------------------------------------------------
 
 TEST_F(AnyValueTest, MakeNumericRunsStringsAsFormulasAndMakesOtherTypesNumbers) {
-    QAnyValue text(u"1+1");
-    text.MakeNumeric();
-    EXPECT_TRUE(text.Identical(V(2)));
-    EXPECT_EQ(FakeEvaluator::asked, std::vector<std::string>{"1+1"});
-
-    QAnyValue blank(u"   ");
-    blank.MakeNumeric();
-    EXPECT_TRUE(blank.Identical(V(0))) << "an empty formula is the whole number 0";
-
-    QAnyValue quoted(u"\"7\"");
-    quoted.MakeNumeric();
-    EXPECT_TRUE(quoted.Identical(V(7))) << "again while the result is a string";
-
-    QAnyValue failing(u"  abc ");
-    failing.MakeNumeric();
-    EXPECT_EQ(MessageOf(failing), "Could not evaluate formula\nabc");
-
-    QAnyValue looping(u"selfie");
-    looping.MakeNumeric();
-    EXPECT_EQ(MessageOf(looping), "Could not evaluate formula (looping)\nselfie");
-
-    QAnyValue pingPong(u"ping");
-    pingPong.MakeNumeric();
-    EXPECT_TRUE(pingPong.IsError());
-    EXPECT_EQ(MessageOf(pingPong).rfind("Could not evaluate formula (looping)\n", 0), 0u);
     const struct {
+        const char* what;
         QAnyValue value;
         QAnyValue numeric;
     } cases[] = {
-        {V(true), V(1.0)},       {V(QDateTime(3.5)), V(3.5)},
-        {Color(0xFF), V(255.0)}, {V(7), V(7)},
-        {Mm(2), Mm(2)},          {V(), V()},
+        {"a formula", V(u"1+1"), V(2)},
+        {"an empty formula is the whole number 0", V(u"   "), V(0)},
+        {"again while the result is a string", V(u"\"7\""), V(7)},
+        {"a formula that fails", V(u"  abc "), Error("Could not evaluate formula\nabc")},
+        {"a formula that gives itself", V(u"selfie"),
+         Error("Could not evaluate formula (looping)\nselfie")},
+        {"boolean", V(true), V(1.0)},
+        {"date", V(QDateTime(3.5)), V(3.5)},
+        {"colour", Color(0xFF), V(255.0)},
+        {"whole number", V(7), V(7)},
+        {"length", Mm(2), Mm(2)},
+        {"empty", V(), V()},
     };
     for (const auto& c : cases) {
         QAnyValue value = c.value;
         value.MakeNumeric();
-        EXPECT_TRUE(value.Identical(c.numeric)) << Utf8(c.value.TypeName());
+        EXPECT_TRUE(test::Same(value, c.numeric)) << c.what;
     }
+    EXPECT_EQ(FakeEvaluator::asked.front(), "1+1");
+    QAnyValue pingPong(u"ping");
+    pingPong.MakeNumeric();
+    EXPECT_TRUE(pingPong.IsError());
+    EXPECT_EQ(MessageOf(pingPong).rfind("Could not evaluate formula (looping)\n", 0), 0u);
 }
 
 TEST_F(AnyValueTest, TheEvaluatorSeamPassesTextAndContextAndWithoutItEveryFormulaFails) {
