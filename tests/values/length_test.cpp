@@ -2,15 +2,12 @@
 
 #include "keel/platform/file.h"
 #include "keel/platform/schema.h"
-#include "keel/values/compare.h"
 #include "keel/values/length.h"
 #include "keel/values/lengths.h"
 
 #include <clocale>
 #include <cmath>
-#include <cstdint>
 #include <cstring>
-#include <functional>
 #include <gtest/gtest.h>
 #include <limits>
 #include <string>
