@@ -377,8 +377,6 @@ TEST_F(MoneyTest, DollarsRoundHalfUpToTheCentAndTextFollowsTheSymbolsInForceAndP
         }
     }
     QMoney::SetLocaleSymbols(u"CHF", u"'", u".");
-    EXPECT_EQ(QMoney::GetLocaleSymbols().symbol.ToUtf8(), "CHF");
-    EXPECT_EQ(QMoney::GetLocaleSymbols().thousands.ToUtf8(), "'");
     EXPECT_EQ(QMoney::FromRaw(123450).Format().ToUtf8(), "CHF1'234.50");
     const test::ScopedEnvironment cLocale("LC_ALL", "C");
     QMoney::ResetLocaleSymbols();
