@@ -770,18 +770,21 @@ TEST_F(AnyValueTest, TruthTableAndTheMembersThatSetBooleans) {
 TEST_F(AnyValueTest, MakeFamilyGivesDefaultsForErrorsAndGoesDownIntoArrays) {
     QAnyValue error = Error("kept");
     EXPECT_FALSE(error.MakeBool());
-    EXPECT_EQ(error.MakeInt(), 0);
-    EXPECT_EQ(error.MakeByte(), 0);
-    EXPECT_EQ(error.MakeDouble(), 0.0);
     EXPECT_EQ(Utf8(error.MakeCString()), "#ERR!");
-    EXPECT_EQ(error.MakeMoney().GetRaw(), 0);
-    EXPECT_EQ(error.MakeTime().GetRaw(), 0);
-    EXPECT_EQ(error.MakeLength().GetRaw(), 0.0);
-    EXPECT_EQ(error.MakeArea().GetRaw(), 0.0);
-    EXPECT_EQ(error.MakeVolume().GetRaw(), 0.0);
-    EXPECT_EQ(error.MakeAngle().GetRaw(), 0.0);
-    EXPECT_EQ(error.MakeDateTime().GetOleDate(), 0.0);
-    EXPECT_EQ(error.MakeColor(), 0u);
+    const std::vector<double> zeros = {
+        double(error.MakeInt()),
+        double(error.MakeByte()),
+        error.MakeDouble(),
+        double(error.MakeMoney().GetRaw()),
+        double(error.MakeTime().GetRaw()),
+        error.MakeLength().GetRaw(),
+        error.MakeArea().GetRaw(),
+        error.MakeVolume().GetRaw(),
+        error.MakeAngle().GetRaw(),
+        error.MakeDateTime().GetOleDate(),
+        double(error.MakeColor()),
+    };
+    EXPECT_EQ(zeros, std::vector<double>(zeros.size(), 0.0));
     EXPECT_EQ(MessageOf(error), "kept") << "the error survives every conversion";
     QAnyValue na = NA();
     EXPECT_EQ(Utf8(na.MakeCString()), "#N/A");

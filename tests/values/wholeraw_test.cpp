@@ -404,13 +404,11 @@ TEST_F(TimeTest, TotalsAndPartsCutTheSpan) {
     for (const auto& row : rows) {
         SCOPED_TRACE(row.raw);
         const QTime time = QTime::FromRaw(row.raw);
-        EXPECT_EQ(time.GetTotalHours(), row.totalHours);
-        EXPECT_EQ(time.GetTotalMinutes(), row.totalMinutes);
-        EXPECT_EQ(time.GetTotalSeconds(), row.raw);
-        EXPECT_EQ(time.GetDays(), row.days);
-        EXPECT_EQ(time.GetHours(), row.hours);
-        EXPECT_EQ(time.GetMinutes(), row.minutes);
-        EXPECT_EQ(time.GetSeconds(), row.seconds);
+        EXPECT_EQ((std::vector<std::int32_t>{
+                      time.GetTotalHours(), time.GetTotalMinutes(), time.GetTotalSeconds(),
+                      time.GetDays(), time.GetHours(), time.GetMinutes(), time.GetSeconds()}),
+                  (std::vector<std::int32_t>{row.totalHours, row.totalMinutes, row.raw, row.days,
+                                             row.hours, row.minutes, row.seconds}));
     }
 }
 
