@@ -18,6 +18,8 @@ namespace keel {
 
 namespace {
 
+using V = QAnyValue;
+
 using test::Array;
 using test::Cents;
 using test::Describe;
@@ -69,95 +71,88 @@ void ExpectRow(const char* source, const QAnyValue& value, std::initializer_list
 
 TEST_F(AnyValueConvertTest, FromBoolIntNumberAndUnitsThroughTheDefaultUnits) {
     const Row fromTrue[] = {
-        {T::TYPE_STRING, QAnyValue(u"Yes")},   {T::TYPE_INT, QAnyValue(1)},
-        {T::TYPE_DOUBLE, QAnyValue(1.0)},      {T::TYPE_MONEY, Cents(100)},
-        {T::TYPE_TIME, Seconds(3600)},         {T::TYPE_LENGTH, Mm(1)},
-        {T::TYPE_AREA, QAnyValue(QArea(1))},   {T::TYPE_VOLUME, QAnyValue(QVolume(1))},
-        {T::TYPE_ANGLE, QAnyValue(QAngle(1))}, {T::TYPE_DATETIME, QAnyValue(QDateTime(1.0))},
-        {T::TYPE_COLOR, QAnyValue(1ul)},       {T::TYPE_ARRAY, Array({true})},
+        {T::TYPE_STRING, V(u"Yes")},   {T::TYPE_INT, V(1)},
+        {T::TYPE_DOUBLE, V(1.0)},      {T::TYPE_MONEY, Cents(100)},
+        {T::TYPE_TIME, Seconds(3600)}, {T::TYPE_LENGTH, Mm(1)},
+        {T::TYPE_AREA, V(QArea(1))},   {T::TYPE_VOLUME, V(QVolume(1))},
+        {T::TYPE_ANGLE, V(QAngle(1))}, {T::TYPE_DATETIME, V(QDateTime(1.0))},
+        {T::TYPE_COLOR, V(1ul)},       {T::TYPE_ARRAY, Array({true})},
     };
-    ExpectRow("true", QAnyValue(true), fromTrue);
-    ExpectRow("false", QAnyValue(false),
-              {{T::TYPE_STRING, QAnyValue(u"No")},
-               {T::TYPE_INT, QAnyValue(0)},
-               {T::TYPE_DOUBLE, QAnyValue(0.0)},
+    ExpectRow("true", V(true), fromTrue);
+    ExpectRow("false", V(false),
+              {{T::TYPE_STRING, V(u"No")},
+               {T::TYPE_INT, V(0)},
+               {T::TYPE_DOUBLE, V(0.0)},
                {T::TYPE_MONEY, Cents(0)},
                {T::TYPE_LENGTH, Mm(0)}});
-    QAnyValue rateOfTrue = Converted(QAnyValue(true), T::TYPE_RATE);
+    QAnyValue rateOfTrue = Converted(V(true), T::TYPE_RATE);
     ASSERT_TRUE(rateOfTrue.IsRate());
-    EXPECT_TRUE(rateOfTrue.MakeRate().Num().Identical(QAnyValue(1))) << "0 or 1 as numerator";
+    EXPECT_TRUE(rateOfTrue.MakeRate().Num().Identical(V(1))) << "0 or 1 as numerator";
     const Row fromThree[] = {
-        {T::TYPE_STRING, QAnyValue(u"3")},     {T::TYPE_BOOL, QAnyValue(true)},
-        {T::TYPE_DOUBLE, QAnyValue(3.0)},      {T::TYPE_MONEY, Cents(300)},
-        {T::TYPE_TIME, Seconds(3 * 3600)},     {T::TYPE_LENGTH, Mm(3)},
-        {T::TYPE_AREA, QAnyValue(QArea(3))},   {T::TYPE_VOLUME, QAnyValue(QVolume(3))},
-        {T::TYPE_ANGLE, QAnyValue(QAngle(3))}, {T::TYPE_DATETIME, QAnyValue(QDateTime(3.0))},
-        {T::TYPE_COLOR, QAnyValue(3ul)},       {T::TYPE_ARRAY, Array({3})},
+        {T::TYPE_STRING, V(u"3")},         {T::TYPE_BOOL, V(true)},
+        {T::TYPE_DOUBLE, V(3.0)},          {T::TYPE_MONEY, Cents(300)},
+        {T::TYPE_TIME, Seconds(3 * 3600)}, {T::TYPE_LENGTH, Mm(3)},
+        {T::TYPE_AREA, V(QArea(3))},       {T::TYPE_VOLUME, V(QVolume(3))},
+        {T::TYPE_ANGLE, V(QAngle(3))},     {T::TYPE_DATETIME, V(QDateTime(3.0))},
+        {T::TYPE_COLOR, V(3ul)},           {T::TYPE_ARRAY, Array({3})},
     };
-    ExpectRow("3", QAnyValue(3), fromThree);
-    ExpectRow("-1", QAnyValue(-1),
-              {{T::TYPE_COLOR, QAnyValue(0xFFFFFFFFul)}, {T::TYPE_BOOL, QAnyValue(true)}});
-    ExpectRow("0", QAnyValue(0), {{T::TYPE_BOOL, QAnyValue(false)}});
-    QAnyValue rateOfThree = Converted(QAnyValue(3), T::TYPE_RATE);
+    ExpectRow("3", V(3), fromThree);
+    ExpectRow("-1", V(-1), {{T::TYPE_COLOR, V(0xFFFFFFFFul)}, {T::TYPE_BOOL, V(true)}});
+    ExpectRow("0", V(0), {{T::TYPE_BOOL, V(false)}});
+    QAnyValue rateOfThree = Converted(V(3), T::TYPE_RATE);
     ASSERT_TRUE(rateOfThree.IsRate());
-    EXPECT_TRUE(rateOfThree.MakeRate().Num().Identical(QAnyValue(3)));
-    EXPECT_TRUE(rateOfThree.MakeRate().Den().Identical(QAnyValue(1)));
-    EXPECT_TRUE(Converted(QAnyValue(3), T::TYPE_DATETIME).MakeDateTime().IsValid());
+    EXPECT_TRUE(rateOfThree.MakeRate().Num().Identical(V(3)));
+    EXPECT_TRUE(rateOfThree.MakeRate().Den().Identical(V(1)));
+    EXPECT_TRUE(Converted(V(3), T::TYPE_DATETIME).MakeDateTime().IsValid());
     const Row fromNumber[] = {
-        {T::TYPE_STRING, QAnyValue(u"2.9")},
-        {T::TYPE_BOOL, QAnyValue(true)},
-        {T::TYPE_INT, QAnyValue(2)},
+        {T::TYPE_STRING, V(u"2.9")},
+        {T::TYPE_BOOL, V(true)},
+        {T::TYPE_INT, V(2)},
         {T::TYPE_MONEY, Cents(290)},
         {T::TYPE_TIME, Seconds(10440)},
         {T::TYPE_LENGTH, Mm(2.9)},
-        {T::TYPE_DATETIME, QAnyValue(QDateTime(2.9))},
-        {T::TYPE_COLOR, QAnyValue(2ul)},
+        {T::TYPE_DATETIME, V(QDateTime(2.9))},
+        {T::TYPE_COLOR, V(2ul)},
         {T::TYPE_ARRAY, Array({2.9})},
     };
-    ExpectRow("2.9", QAnyValue(2.9), fromNumber);
-    ExpectRow("-2.5", QAnyValue(-2.5), {{T::TYPE_INT, QAnyValue(-2)}});
-    ExpectRow("0.0001", QAnyValue(0.0001), {{T::TYPE_BOOL, QAnyValue(true)}});
-    ExpectRow("0.0", QAnyValue(0.0), {{T::TYPE_BOOL, QAnyValue(false)}});
-    ExpectRow("1e20", QAnyValue(1e20), {{T::TYPE_STRING, QAnyValue(u"100000000000000000000")}});
-    ExpectRow("1e-7", QAnyValue(1e-7), {{T::TYPE_STRING, QAnyValue(u"0")}});
-    ExpectRow("3.0", QAnyValue(3.0), {{T::TYPE_STRING, QAnyValue(u"3")}});
-    QAnyValue rateOfNumber = Converted(QAnyValue(2.5), T::TYPE_RATE);
+    ExpectRow("2.9", V(2.9), fromNumber);
+    ExpectRow("-2.5", V(-2.5), {{T::TYPE_INT, V(-2)}});
+    ExpectRow("0.0001", V(0.0001), {{T::TYPE_BOOL, V(true)}});
+    ExpectRow("0.0", V(0.0), {{T::TYPE_BOOL, V(false)}});
+    ExpectRow("1e20", V(1e20), {{T::TYPE_STRING, V(u"100000000000000000000")}});
+    ExpectRow("1e-7", V(1e-7), {{T::TYPE_STRING, V(u"0")}});
+    ExpectRow("3.0", V(3.0), {{T::TYPE_STRING, V(u"3")}});
+    QAnyValue rateOfNumber = Converted(V(2.5), T::TYPE_RATE);
     ASSERT_TRUE(rateOfNumber.IsRate());
-    EXPECT_TRUE(rateOfNumber.MakeRate().Num().Identical(QAnyValue(2.5)));
+    EXPECT_TRUE(rateOfNumber.MakeRate().Num().Identical(V(2.5)));
     const Row fromMoney[] = {
-        {T::TYPE_STRING, QAnyValue(u"$1.50")},
-        {T::TYPE_BOOL, QAnyValue(true)},
-        {T::TYPE_INT, QAnyValue(1)},
-        {T::TYPE_DOUBLE, QAnyValue(1.5)},
+        {T::TYPE_STRING, V(u"$1.50")},
+        {T::TYPE_BOOL, V(true)},
+        {T::TYPE_INT, V(1)},
+        {T::TYPE_DOUBLE, V(1.5)},
         {T::TYPE_TIME, Seconds(5400)},
         {T::TYPE_LENGTH, Mm(1.5)},
-        {T::TYPE_DATETIME, QAnyValue(QDateTime(1.5))},
-        {T::TYPE_COLOR, QAnyValue(1ul)},
+        {T::TYPE_DATETIME, V(QDateTime(1.5))},
+        {T::TYPE_COLOR, V(1ul)},
         {T::TYPE_ARRAY, Array({Cents(150)})},
     };
     ExpectRow("$1.50", Cents(150), fromMoney);
     ExpectRow("1.5 h", Seconds(5400),
-              {{T::TYPE_STRING, QAnyValue(u"1.5")},
-               {T::TYPE_INT, QAnyValue(1)},
-               {T::TYPE_DOUBLE, QAnyValue(1.5)},
+              {{T::TYPE_STRING, V(u"1.5")},
+               {T::TYPE_INT, V(1)},
+               {T::TYPE_DOUBLE, V(1.5)},
                {T::TYPE_MONEY, Cents(150)}});
     const Row fromLength[] = {
-        {T::TYPE_STRING, QAnyValue(u"1000")}, {T::TYPE_INT, QAnyValue(1000)},
-        {T::TYPE_DOUBLE, QAnyValue(1000.0)},  {T::TYPE_AREA, QAnyValue(QArea(1000))},
-        {T::TYPE_MONEY, Cents(100000)},       {T::TYPE_BOOL, QAnyValue(true)},
+        {T::TYPE_STRING, V(u"1000")},   {T::TYPE_INT, V(1000)},         {T::TYPE_DOUBLE, V(1000.0)},
+        {T::TYPE_AREA, V(QArea(1000))}, {T::TYPE_MONEY, Cents(100000)}, {T::TYPE_BOOL, V(true)},
     };
     ExpectRow("1000 mm", Mm(1000), fromLength);
-    ExpectRow("0.005 mm", Mm(0.005), {{T::TYPE_BOOL, QAnyValue(false)}});
-    ExpectRow("2 m2", QAnyValue(QArea(2)),
-              {{T::TYPE_STRING, QAnyValue(u"2.00")},
-               {T::TYPE_DOUBLE, QAnyValue(2.0)},
-               {T::TYPE_LENGTH, Mm(2)}});
-    ExpectRow("0.5 m3", QAnyValue(QVolume(0.5)),
-              {{T::TYPE_STRING, QAnyValue(u"0.50")}, {T::TYPE_DOUBLE, QAnyValue(0.5)}});
-    ExpectRow("90 degrees", QAnyValue(QAngle(90)),
-              {{T::TYPE_STRING, QAnyValue(u"90.00")},
-               {T::TYPE_DOUBLE, QAnyValue(90.0)},
-               {T::TYPE_INT, QAnyValue(90)}});
+    ExpectRow("0.005 mm", Mm(0.005), {{T::TYPE_BOOL, V(false)}});
+    ExpectRow("2 m2", V(QArea(2)),
+              {{T::TYPE_STRING, V(u"2.00")}, {T::TYPE_DOUBLE, V(2.0)}, {T::TYPE_LENGTH, Mm(2)}});
+    ExpectRow("0.5 m3", V(QVolume(0.5)), {{T::TYPE_STRING, V(u"0.50")}, {T::TYPE_DOUBLE, V(0.5)}});
+    ExpectRow("90 degrees", V(QAngle(90)),
+              {{T::TYPE_STRING, V(u"90.00")}, {T::TYPE_DOUBLE, V(90.0)}, {T::TYPE_INT, V(90)}});
     QAnyValue rateOfLength = Converted(Mm(2), T::TYPE_RATE);
     ASSERT_TRUE(rateOfLength.IsRate());
     EXPECT_TRUE(rateOfLength.MakeRate().Num().Identical(Mm(2)))
@@ -166,57 +161,56 @@ TEST_F(AnyValueConvertTest, FromBoolIntNumberAndUnitsThroughTheDefaultUnits) {
 
 TEST_F(AnyValueConvertTest, ANumberFollowsTheDefaultUnit) {
     QLength::SetDefaultUnits(QLength::LU_METRE);
-    EXPECT_TRUE(Converted(Mm(1000), T::TYPE_DOUBLE).Identical(QAnyValue(1.0)));
-    EXPECT_TRUE(Converted(QAnyValue(2), T::TYPE_LENGTH).Identical(Mm(2000)));
+    EXPECT_TRUE(Converted(Mm(1000), T::TYPE_DOUBLE).Identical(V(1.0)));
+    EXPECT_TRUE(Converted(V(2), T::TYPE_LENGTH).Identical(Mm(2000)));
     QLength::SetDefaultUnits(QLength::LU_MM);
-    EXPECT_TRUE(Converted(Mm(1000), T::TYPE_DOUBLE).Identical(QAnyValue(1000.0)));
+    EXPECT_TRUE(Converted(Mm(1000), T::TYPE_DOUBLE).Identical(V(1000.0)));
 }
 
 TEST_F(AnyValueConvertTest, FromDateColorAndRate) {
     const QDateTime date(2026, 11, 21, 12, 0, 0);
     const double days = date.GetOleDate();
     const Row fromDate[] = {
-        {T::TYPE_STRING, QAnyValue(u"21/11/2026 12:00:00")},
-        {T::TYPE_BOOL, QAnyValue(true)},
-        {T::TYPE_INT, QAnyValue(static_cast<int>(days))},
-        {T::TYPE_DOUBLE, QAnyValue(days)},
+        {T::TYPE_STRING, V(u"21/11/2026 12:00:00")},
+        {T::TYPE_BOOL, V(true)},
+        {T::TYPE_INT, V(static_cast<int>(days))},
+        {T::TYPE_DOUBLE, V(days)},
         {T::TYPE_LENGTH, Mm(days)},
-        {T::TYPE_COLOR, QAnyValue(static_cast<unsigned long>(days))},
+        {T::TYPE_COLOR, V(static_cast<unsigned long>(days))},
     };
-    ExpectRow("a date", QAnyValue(date), fromDate);
-    ExpectRow("day 0", QAnyValue(QDateTime(0.0)), {{T::TYPE_BOOL, QAnyValue(false)}});
+    ExpectRow("a date", V(date), fromDate);
+    ExpectRow("day 0", V(QDateTime(0.0)), {{T::TYPE_BOOL, V(false)}});
     QDateTime invalid(5.0);
     invalid.SetStatus(QDateTime::invalid);
-    ExpectRow("an invalid date", QAnyValue(invalid),
-              {{T::TYPE_STRING, QAnyValue(u"Invalid DateTime")}});
+    ExpectRow("an invalid date", V(invalid), {{T::TYPE_STRING, V(u"Invalid DateTime")}});
     const Row fromRed[] = {
-        {T::TYPE_STRING, QAnyValue(u"rgb(255,0,0)")},
-        {T::TYPE_BOOL, QAnyValue(true)},
-        {T::TYPE_INT, QAnyValue(255)},
-        {T::TYPE_DOUBLE, QAnyValue(255.0)},
+        {T::TYPE_STRING, V(u"rgb(255,0,0)")},
+        {T::TYPE_BOOL, V(true)},
+        {T::TYPE_INT, V(255)},
+        {T::TYPE_DOUBLE, V(255.0)},
         {T::TYPE_LENGTH, Mm(255)},
-        {T::TYPE_DATETIME, QAnyValue(QDateTime(255.0))},
+        {T::TYPE_DATETIME, V(QDateTime(255.0))},
     };
-    ExpectRow("red", QAnyValue(0x0000FFul), fromRed);
-    ExpectRow("white with a high byte", QAnyValue(0xFFFFFFFFul),
-              {{T::TYPE_INT, QAnyValue(-1)}, {T::TYPE_DOUBLE, QAnyValue(4294967295.0)}});
-    ExpectRow("black", QAnyValue(0ul), {{T::TYPE_BOOL, QAnyValue(false)}});
+    ExpectRow("red", V(0x0000FFul), fromRed);
+    ExpectRow("white with a high byte", V(0xFFFFFFFFul),
+              {{T::TYPE_INT, V(-1)}, {T::TYPE_DOUBLE, V(4294967295.0)}});
+    ExpectRow("black", V(0ul), {{T::TYPE_BOOL, V(false)}});
     EXPECT_EQ(Utf8(QAnyValue::ToRGBString(0x123456)), "rgb(86,52,18)");
     const QAnyValue rate(QRateValue(Cents(300), Mm(2)));
     ASSERT_TRUE(rate.IsRate());
     const Row fromRate[] = {
-        {T::TYPE_STRING, QAnyValue(u"$3.00/2")},
-        {T::TYPE_BOOL, QAnyValue(true)},
-        {T::TYPE_INT, QAnyValue(1)},
-        {T::TYPE_DOUBLE, QAnyValue(1.5)},
+        {T::TYPE_STRING, V(u"$3.00/2")},
+        {T::TYPE_BOOL, V(true)},
+        {T::TYPE_INT, V(1)},
+        {T::TYPE_DOUBLE, V(1.5)},
         {T::TYPE_MONEY, Cents(150)},
         {T::TYPE_LENGTH, Mm(1.5)},
-        {T::TYPE_DATETIME, QAnyValue(QDateTime(1.5))},
-        {T::TYPE_COLOR, QAnyValue(1ul)},
+        {T::TYPE_DATETIME, V(QDateTime(1.5))},
+        {T::TYPE_COLOR, V(1ul)},
     };
     ExpectRow("$3 per 2 mm", rate, fromRate);
-    ExpectRow("a zero rate", QAnyValue(QRateValue(Cents(0), Mm(2))),
-              {{T::TYPE_BOOL, QAnyValue(false)}, {T::TYPE_STRING, QAnyValue(u"$0.00/2")}});
+    ExpectRow("a zero rate", V(QRateValue(Cents(0), Mm(2))),
+              {{T::TYPE_BOOL, V(false)}, {T::TYPE_STRING, V(u"$0.00/2")}});
 }
 
 TEST_F(AnyValueConvertTest, ErrorsStayErrorsAndStringsBecomeErrorsStatesDatesOrParsedValues) {
@@ -232,44 +226,43 @@ TEST_F(AnyValueConvertTest, ErrorsStayErrorsAndStringsBecomeErrorsStatesDatesOrP
     QArray<QAnyValue>& elements = error.MakeArray();
     ASSERT_EQ(elements.GetCount(), 1);
     EXPECT_EQ(MessageOf(elements[0]), "kept");
-    EXPECT_EQ(MessageOf(Converted(QAnyValue(u"my message"), T::TYPE_ERROR)), "my message");
-    EXPECT_TRUE(Converted(QAnyValue(u"#err!"), T::TYPE_INT).IsError());
-    EXPECT_TRUE(Converted(QAnyValue(u"#n/a"), T::TYPE_LENGTH).IsNA());
-    EXPECT_TRUE(Converted(QAnyValue(u"#Empty"), T::TYPE_DOUBLE).IsEmpty());
-    EXPECT_TRUE(Converted(QAnyValue(u"#N/A"), T::TYPE_ARRAY).IsNA())
-        << "the words come before the target";
-    EXPECT_TRUE(Converted(QAnyValue(u"anything"), T::TYPE_EMPTY).IsEmpty());
-    EXPECT_TRUE(Converted(QAnyValue(u"anything"), T::TYPE_NA).IsNA());
-    EXPECT_TRUE(Converted(QAnyValue(u"x"), T::TYPE_ARRAY).Identical(Array({u"x"})));
+    EXPECT_EQ(MessageOf(Converted(V(u"my message"), T::TYPE_ERROR)), "my message");
+    EXPECT_TRUE(Converted(V(u"#err!"), T::TYPE_INT).IsError());
+    EXPECT_TRUE(Converted(V(u"#n/a"), T::TYPE_LENGTH).IsNA());
+    EXPECT_TRUE(Converted(V(u"#Empty"), T::TYPE_DOUBLE).IsEmpty());
+    EXPECT_TRUE(Converted(V(u"#N/A"), T::TYPE_ARRAY).IsNA()) << "the words come before the target";
+    EXPECT_TRUE(Converted(V(u"anything"), T::TYPE_EMPTY).IsEmpty());
+    EXPECT_TRUE(Converted(V(u"anything"), T::TYPE_NA).IsNA());
+    EXPECT_TRUE(Converted(V(u"x"), T::TYPE_ARRAY).Identical(Array({u"x"})));
     EXPECT_TRUE(FakeEvaluator::asked.empty());
-    const QAnyValue date = Converted(QAnyValue(u"21/11/2026"), T::TYPE_DATETIME);
-    EXPECT_TRUE(date.Identical(QAnyValue(QDateTime(2026, 11, 21))));
-    EXPECT_EQ(MessageOf(Converted(QAnyValue(u"soon"), T::TYPE_DATETIME)), "Invalid DateTime");
+    const QAnyValue date = Converted(V(u"21/11/2026"), T::TYPE_DATETIME);
+    EXPECT_TRUE(date.Identical(V(QDateTime(2026, 11, 21))));
+    EXPECT_EQ(MessageOf(Converted(V(u"soon"), T::TYPE_DATETIME)), "Invalid DateTime");
     const struct {
         const char* text;
         T target;
         QAnyValue expected;
     } cases[] = {
-        {"", T::TYPE_DOUBLE, QAnyValue(0.0)},
+        {"", T::TYPE_DOUBLE, V(0.0)},
         {"", T::TYPE_LENGTH, Mm(0)},
-        {"", T::TYPE_COLOR, QAnyValue(0ul)},
-        {"42", T::TYPE_INT, QAnyValue(42)},
-        {" 2.5 ", T::TYPE_DOUBLE, QAnyValue(2.5)},
+        {"", T::TYPE_COLOR, V(0ul)},
+        {"42", T::TYPE_INT, V(42)},
+        {" 2.5 ", T::TYPE_DOUBLE, V(2.5)},
         {"3", T::TYPE_LENGTH, Mm(3)},
-        {"3'", T::TYPE_LENGTH, QAnyValue(QLength(3, QLength::LU_FOOT))},
+        {"3'", T::TYPE_LENGTH, V(QLength(3, QLength::LU_FOOT))},
         {"$1,234.50", T::TYPE_MONEY, Cents(123450)},
         {"90 s", T::TYPE_TIME, Seconds(90)},
-        {"yes", T::TYPE_BOOL, QAnyValue(true)},
-        {"n", T::TYPE_BOOL, QAnyValue(false)},
-        {"7", T::TYPE_BOOL, QAnyValue(true)},
-        {"rgb(255, 128, 0)", T::TYPE_COLOR, QAnyValue(0x0080FFul)},
-        {"RGB(1,2,3)", T::TYPE_COLOR, QAnyValue(0x030201ul)},
-        {"255", T::TYPE_COLOR, QAnyValue(255ul)},
-        {"2 sqm", T::TYPE_AREA, QAnyValue(QArea(2))},
-        {"45 deg", T::TYPE_ANGLE, QAnyValue(QAngle(45))},
+        {"yes", T::TYPE_BOOL, V(true)},
+        {"n", T::TYPE_BOOL, V(false)},
+        {"7", T::TYPE_BOOL, V(true)},
+        {"rgb(255, 128, 0)", T::TYPE_COLOR, V(0x0080FFul)},
+        {"RGB(1,2,3)", T::TYPE_COLOR, V(0x030201ul)},
+        {"255", T::TYPE_COLOR, V(255ul)},
+        {"2 sqm", T::TYPE_AREA, V(QArea(2))},
+        {"45 deg", T::TYPE_ANGLE, V(QAngle(45))},
     };
     for (const auto& c : cases) {
-        const QAnyValue result = Converted(QAnyValue(c.text), c.target);
+        const QAnyValue result = Converted(V(c.text), c.target);
         EXPECT_TRUE(result.Identical(c.expected))
             << "\"" << c.text << "\": got " << Describe(result);
     }
@@ -282,81 +275,75 @@ TEST_F(AnyValueConvertTest, StatesEmptyArraysAndTablesConvert) {
     EXPECT_TRUE(Converted(NA(), T::TYPE_EMPTY).IsNA());
     EXPECT_TRUE(Converted(NA(), T::TYPE_ERROR).IsError());
     EXPECT_TRUE(Converted(NA(), T::TYPE_ARRAY).Identical(Array({NA()})));
-    EXPECT_TRUE(Converted(QAnyValue(), T::TYPE_INT).Identical(QAnyValue(0)));
-    EXPECT_TRUE(Converted(QAnyValue(), T::TYPE_STRING).Identical(QAnyValue(u"")));
-    EXPECT_TRUE(Converted(QAnyValue(), T::TYPE_LENGTH).Identical(Mm(0)));
-    EXPECT_TRUE(Converted(QAnyValue(), T::TYPE_ARRAY).Identical(Array({})))
+    EXPECT_TRUE(Converted(V(), T::TYPE_INT).Identical(V(0)));
+    EXPECT_TRUE(Converted(V(), T::TYPE_STRING).Identical(V(u"")));
+    EXPECT_TRUE(Converted(V(), T::TYPE_LENGTH).Identical(Mm(0)));
+    EXPECT_TRUE(Converted(V(), T::TYPE_ARRAY).Identical(Array({})))
         << "an empty value becomes an empty array, not an array of one";
-    EXPECT_TRUE(Converted(QAnyValue(3), T::TYPE_EMPTY).IsEmpty());
-    EXPECT_TRUE(Converted(QAnyValue(3), T::TYPE_NA).IsNA());
-    EXPECT_EQ(MessageOf(Converted(QAnyValue(3), T::TYPE_ERROR)), "");
-    const QAnyValue noTable = Converted(QAnyValue(3), T::TYPE_LOOKUPTABLE);
+    EXPECT_TRUE(Converted(V(3), T::TYPE_EMPTY).IsEmpty());
+    EXPECT_TRUE(Converted(V(3), T::TYPE_NA).IsNA());
+    EXPECT_EQ(MessageOf(Converted(V(3), T::TYPE_ERROR)), "");
+    const QAnyValue noTable = Converted(V(3), T::TYPE_LOOKUPTABLE);
     ASSERT_TRUE(noTable.IsLookupTable());
     EXPECT_EQ(Utf8(noTable.Format()), "") << "no noTable";
-    const QAnyValue array = Array({2.5, u"a \"b\"", QAnyValue(), Mm(3)});
-    EXPECT_TRUE(Converted(array, T::TYPE_STRING).Identical(QAnyValue(u"[2.5,\"a \"\"b\"\"\",,3]")));
-    EXPECT_TRUE(Converted(array, T::TYPE_INT).Identical(QAnyValue(2)))
-        << "the first element counts";
+    const QAnyValue array = Array({2.5, u"a \"b\"", V(), Mm(3)});
+    EXPECT_TRUE(Converted(array, T::TYPE_STRING).Identical(V(u"[2.5,\"a \"\"b\"\"\",,3]")));
+    EXPECT_TRUE(Converted(array, T::TYPE_INT).Identical(V(2))) << "the first element counts";
     EXPECT_TRUE(Converted(array, T::TYPE_LENGTH).Identical(Mm(2.5)));
     EXPECT_TRUE(Converted(array, T::TYPE_EMPTY).IsEmpty());
     EXPECT_TRUE(Converted(Array({Error("first")}), T::TYPE_INT).IsError());
-    EXPECT_TRUE(Converted(Array({}), T::TYPE_STRING).Identical(QAnyValue(u"[]")));
+    EXPECT_TRUE(Converted(Array({}), T::TYPE_STRING).Identical(V(u"[]")));
     EXPECT_THROW(Converted(Array({}), T::TYPE_INT), InvalidArgumentException);
     QAnyValue empty = Array({});
     EXPECT_THROW(empty.MakeDouble(), InvalidArgumentException);
     const QAnyValue table(QTableHandlePtr(new test::NamedTable(u"/tables/prices.vlt")));
-    EXPECT_TRUE(Converted(table, T::TYPE_STRING).Identical(QAnyValue(u"/tables/prices.vlt")));
-    EXPECT_TRUE(Converted(table, T::TYPE_INT).Identical(QAnyValue(0)));
+    EXPECT_TRUE(Converted(table, T::TYPE_STRING).Identical(V(u"/tables/prices.vlt")));
+    EXPECT_TRUE(Converted(table, T::TYPE_INT).Identical(V(0)));
     EXPECT_TRUE(Converted(table, T::TYPE_LENGTH).Identical(Mm(0)));
     const QAnyValue wrapped = Converted(table, T::TYPE_ARRAY);
     ASSERT_EQ(wrapped.GetSize(), 1);
-    EXPECT_TRUE(Converted(QAnyValue(QTableHandlePtr()), T::TYPE_STRING).Identical(QAnyValue(u"")));
+    EXPECT_TRUE(Converted(V(QTableHandlePtr()), T::TYPE_STRING).Identical(V(u"")));
 }
 
 // --- From a string -----------------------------------------------------------------------------
 
 TEST_F(AnyValueConvertTest, TheFormulaStepItsFailuresAndRunningAsAFormulaWhichSkipsTheParser) {
-    EXPECT_TRUE(Converted(QAnyValue(u"=1+1"), T::TYPE_DOUBLE).Identical(QAnyValue(2.0)));
+    EXPECT_TRUE(Converted(V(u"=1+1"), T::TYPE_DOUBLE).Identical(V(2.0)));
     EXPECT_EQ(FakeEvaluator::asked, std::vector<std::string>{"1+1"}) << "without the =";
     FakeEvaluator::asked.clear();
-    EXPECT_TRUE(Converted(QAnyValue(u"1+1"), T::TYPE_DOUBLE).Identical(QAnyValue(2.0)))
-        << "after the parse fails";
+    EXPECT_TRUE(Converted(V(u"1+1"), T::TYPE_DOUBLE).Identical(V(2.0))) << "after the parse fails";
     EXPECT_EQ(FakeEvaluator::asked, std::vector<std::string>{"1+1"});
-    EXPECT_TRUE(Converted(QAnyValue(u"=42"), T::TYPE_INT).IsError())
+    EXPECT_TRUE(Converted(V(u"=42"), T::TYPE_INT).IsError())
         << "= skips the parser, and the fake evaluator knows no numbers";
 
-    EXPECT_TRUE(Converted(QAnyValue(u"3 ft"), T::TYPE_LENGTH)
-                    .Identical(QAnyValue(QLength(3, QLength::LU_FOOT))));
-    QAnyValue feet = Converted(QAnyValue(u"3 ft"), T::TYPE_DOUBLE);
+    EXPECT_TRUE(Converted(V(u"3 ft"), T::TYPE_LENGTH).Identical(V(QLength(3, QLength::LU_FOOT))));
+    QAnyValue feet = Converted(V(u"3 ft"), T::TYPE_DOUBLE);
     ASSERT_TRUE(feet.IsDouble()) << "3 feet as a number in the default unit";
     EXPECT_DOUBLE_EQ(feet.MakeDouble(), 914.4);
-    EXPECT_TRUE(Converted(QAnyValue(u"true"), T::TYPE_BOOL).Identical(QAnyValue(true)));
-    EXPECT_TRUE(Converted(QAnyValue(u"red"), T::TYPE_COLOR).Identical(QAnyValue(0xFFul)));
-    EXPECT_TRUE(Converted(QAnyValue(u"five"), T::TYPE_INT).Identical(QAnyValue(5)))
+    EXPECT_TRUE(Converted(V(u"true"), T::TYPE_BOOL).Identical(V(true)));
+    EXPECT_TRUE(Converted(V(u"red"), T::TYPE_COLOR).Identical(V(0xFFul)));
+    EXPECT_TRUE(Converted(V(u"five"), T::TYPE_INT).Identical(V(5)))
         << "a string result is converted in turn";
-    EXPECT_TRUE(Converted(QAnyValue(u"missing"), T::TYPE_INT).IsNA());
-    EXPECT_EQ(MessageOf(Converted(QAnyValue(u"broken"), T::TYPE_INT)), "inner failure");
-    EXPECT_TRUE(Converted(QAnyValue(u"="), T::TYPE_INT).Identical(QAnyValue(0)));
-    EXPECT_EQ(MessageOf(Converted(QAnyValue(u"abc"), T::TYPE_DOUBLE)),
-              "Could not evaluate formula\nabc");
-    EXPECT_EQ(MessageOf(Converted(QAnyValue(u"=abc"), T::TYPE_LENGTH)),
-              "Could not evaluate formula\nabc");
-    EXPECT_EQ(MessageOf(Converted(QAnyValue(u"selfie"), T::TYPE_DOUBLE)),
+    EXPECT_TRUE(Converted(V(u"missing"), T::TYPE_INT).IsNA());
+    EXPECT_EQ(MessageOf(Converted(V(u"broken"), T::TYPE_INT)), "inner failure");
+    EXPECT_TRUE(Converted(V(u"="), T::TYPE_INT).Identical(V(0)));
+    EXPECT_EQ(MessageOf(Converted(V(u"abc"), T::TYPE_DOUBLE)), "Could not evaluate formula\nabc");
+    EXPECT_EQ(MessageOf(Converted(V(u"=abc"), T::TYPE_LENGTH)), "Could not evaluate formula\nabc");
+    EXPECT_EQ(MessageOf(Converted(V(u"selfie"), T::TYPE_DOUBLE)),
               "Could not evaluate formula (looping)\nselfie");
-    const QAnyValue pingPong = Converted(QAnyValue(u"ping"), T::TYPE_INT);
+    const QAnyValue pingPong = Converted(V(u"ping"), T::TYPE_INT);
     EXPECT_EQ(MessageOf(pingPong).rfind("Could not evaluate formula (looping)\n", 0), 0u)
         << MessageOf(pingPong);
-    EXPECT_EQ(MessageOf(Converted(QAnyValue(u"rgb(256,0,0)"), T::TYPE_COLOR)),
+    EXPECT_EQ(MessageOf(Converted(V(u"rgb(256,0,0)"), T::TYPE_COLOR)),
               "Could not evaluate formula\nrgb(256,0,0)");
     SetFormulaEvaluatorHook(nullptr);
-    EXPECT_EQ(MessageOf(Converted(QAnyValue(u"1+1"), T::TYPE_DOUBLE)),
-              "Could not evaluate formula\n1+1");
-    EXPECT_TRUE(Converted(QAnyValue(u"12"), T::TYPE_DOUBLE).Identical(QAnyValue(12.0)))
+    EXPECT_EQ(MessageOf(Converted(V(u"1+1"), T::TYPE_DOUBLE)), "Could not evaluate formula\n1+1");
+    EXPECT_TRUE(Converted(V(u"12"), T::TYPE_DOUBLE).Identical(V(12.0)))
         << "a text the parser reads needs no evaluator";
     SetFormulaEvaluatorHook(&FakeEvaluator::Evaluate);
     QAnyValue value(u"1+1");
     value.ChangeTypeFromString(T::TYPE_INT, true);
-    EXPECT_TRUE(value.Identical(QAnyValue(2)));
+    EXPECT_TRUE(value.Identical(V(2)));
     QAnyValue digits(u"12");
     digits.ChangeTypeFromString(T::TYPE_INT, true);
     EXPECT_TRUE(digits.IsError()) << "the fake evaluator does not know digits";
@@ -374,7 +361,7 @@ TEST_F(AnyValueConvertTest, ParseOfOneTypeSetsTheTypeEvenWhenItFailsAndParseTrie
     EXPECT_EQ(value.Parse(u"4cm", T::TYPE_LENGTH), PARSE_EXACT);
     EXPECT_TRUE(value.Identical(Mm(40)));
     EXPECT_EQ(value.Parse(u"any text", T::TYPE_STRING), PARSE_EXACT);
-    EXPECT_TRUE(value.Identical(QAnyValue(u"any text")));
+    EXPECT_TRUE(value.Identical(V(u"any text")));
     EXPECT_EQ(value.Parse(u"x", T::TYPE_ARRAY), PARSE_NONE);
     EXPECT_EQ(value.Parse(u"21/11/2026", T::TYPE_DATETIME), PARSE_EXACT);
     EXPECT_EQ(value.Parse(u"no digits", T::TYPE_DATETIME), PARSE_NONE);
@@ -385,21 +372,21 @@ TEST_F(AnyValueConvertTest, ParseOfOneTypeSetsTheTypeEvenWhenItFailsAndParseTrie
         PARSERESULT result;
         QAnyValue expected;
     } cases[] = {
-        {"yes", PARSE_EXACT, QAnyValue(true)},
-        {"12", PARSE_EXACT, QAnyValue(true)},
-        {"0", PARSE_EXACT, QAnyValue(false)},
-        {"1.5", PARSE_EXACT, QAnyValue(1.5)},
+        {"yes", PARSE_EXACT, V(true)},
+        {"12", PARSE_EXACT, V(true)},
+        {"0", PARSE_EXACT, V(false)},
+        {"1.5", PARSE_EXACT, V(1.5)},
         {"$1.50", PARSE_EXACT, Cents(150)},
         {"3 s", PARSE_EXACT, Seconds(3)},
         {"2.5 hr", PARSE_EXACT, Seconds(9000)},
         {"3 mm", PARSE_EXACT, Mm(3)},
-        {"3'", PARSE_EXACT, QAnyValue(QLength(3, QLength::LU_FOOT))},
-        {"3 sqm", PARSE_EXACT, QAnyValue(QArea(3))},
-        {"3 cbm", PARSE_EXACT, QAnyValue(QVolume(3))},
-        {"90 deg", PARSE_EXACT, QAnyValue(QAngle(90))},
-        {"yes please", PARSE_DEFAULTED, QAnyValue(true)},
-        {"hello", PARSE_EXACT, QAnyValue(u"hello")},
-        {"", PARSE_EXACT, QAnyValue(u"")},
+        {"3'", PARSE_EXACT, V(QLength(3, QLength::LU_FOOT))},
+        {"3 sqm", PARSE_EXACT, V(QArea(3))},
+        {"3 cbm", PARSE_EXACT, V(QVolume(3))},
+        {"90 deg", PARSE_EXACT, V(QAngle(90))},
+        {"yes please", PARSE_DEFAULTED, V(true)},
+        {"hello", PARSE_EXACT, V(u"hello")},
+        {"", PARSE_EXACT, V(u"")},
     };
     for (const auto& c : cases) {
         QAnyValue value;

@@ -102,15 +102,15 @@ TEST_F(AnyValueTest, CompareTypeWithIsTheDifferenceOfRanks) {
         QAnyValue b;
         int difference;
     } cases[] = {
-        {QAnyValue(u"x"), QAnyValue(true), -1},
-        {QAnyValue(1), QAnyValue(1.5), -1},
-        {Mm(1), QAnyValue(1.5), 3},
+        {V(u"x"), V(true), -1},
+        {V(1), V(1.5), -1},
+        {Mm(1), V(1.5), 3},
         {SquareMetres(1), Mm(1), 1},
         {Degrees(1), Mm(1), -1},
         {Array({1}), Degrees(1), 0},
-        {QAnyValue(QTableHandlePtr()), Color(1), 1},
-        {QAnyValue(QDateTime(2.0)), QAnyValue(u"x"), 0},
-        {QAnyValue(QRateValue(QAnyValue(Cents(1)), Mm(1))), SquareMetres(1), 1},
+        {V(QTableHandlePtr()), Color(1), 1},
+        {V(QDateTime(2.0)), V(u"x"), 0},
+        {V(QRateValue(V(Cents(1)), Mm(1))), SquareMetres(1), 1},
         {Error("e"), Color(1), 0},
         {Color(1), NA(), 0},
     };
@@ -127,9 +127,8 @@ TEST_F(AnyValueTest, SetTypeGivesEachTypeItsDefault) {
     EXPECT_EQ(Utf8(value.MakeCString()), "text") << "the same type keeps the content";
     QLength::SetDefaultUnits(QLength::LU_MM);
     const QAnyValue defaults[] = {
-        QAnyValue(false), QAnyValue(0), QAnyValue(0.0),  Cents(0),
-        Seconds(0),       Mm(0),        SquareMetres(0), CubicMetres(0),
-        Degrees(0),       Array({}),    Color(0),        QAnyValue(QDateTime(0.0)),
+        V(false),        V(0),           V(0.0),     Cents(0),  Seconds(0), Mm(0),
+        SquareMetres(0), CubicMetres(0), Degrees(0), Array({}), Color(0),   V(QDateTime(0.0)),
     };
     for (const QAnyValue& expected : defaults) {
         QAnyValue fresh(u"old content");
@@ -163,18 +162,16 @@ TEST_F(AnyValueTest, SetTypeOutsideTheRangeAndConstructionFromTextListsAndRates)
     EXPECT_TRUE(value.IsNA());
     value.Clear();
     EXPECT_TRUE(value.IsEmpty());
-    EXPECT_EQ(Utf8(QAnyValue("\xc3\xa9t\xc3\xa9").MakeCString()), "\xc3\xa9t\xc3\xa9");
-    EXPECT_TRUE(QAnyValue("narrow").IsString()) << "a narrow literal is text, not a boolean";
-    const QAnyValue items[] = {QAnyValue(1), QAnyValue(u"b")};
-    EXPECT_TRUE(QAnyValue(items, 2).Identical(Array({1, u"b"})));
-    EXPECT_TRUE(QAnyValue(QRateValue(Cents(600), QAnyValue(3))).Identical(Cents(200)));
-    EXPECT_TRUE(QAnyValue(QRateValue(Mm(10), Mm(4))).Identical(QAnyValue(2.5)));
-    EXPECT_TRUE(QAnyValue(QRateValue(Cents(200), Mm(304.8))).IsRate())
+    EXPECT_EQ(Utf8(V("\xc3\xa9t\xc3\xa9").MakeCString()), "\xc3\xa9t\xc3\xa9");
+    EXPECT_TRUE(V("narrow").IsString()) << "a narrow literal is text, not a boolean";
+    const QAnyValue items[] = {V(1), V(u"b")};
+    EXPECT_TRUE(V(items, 2).Identical(Array({1, u"b"})));
+    EXPECT_TRUE(V(QRateValue(Cents(600), V(3))).Identical(Cents(200)));
+    EXPECT_TRUE(V(QRateValue(Mm(10), Mm(4))).Identical(V(2.5)));
+    EXPECT_TRUE(V(QRateValue(Cents(200), Mm(304.8))).IsRate())
         << "money over a length stays a rate";
-    EXPECT_TRUE(QAnyValue(QRateValue(QAnyValue(5), QAnyValue(0))).IsRate())
-        << "a zero denominator cannot be divided";
-    EXPECT_TRUE(
-        QAnyValue(QRateValue(QAnyValue(QRateValue(Cents(1), Mm(1))), QAnyValue(2))).IsRate())
+    EXPECT_TRUE(V(QRateValue(V(5), V(0))).IsRate()) << "a zero denominator cannot be divided";
+    EXPECT_TRUE(V(QRateValue(V(QRateValue(Cents(1), Mm(1))), V(2))).IsRate())
         << "a half that is a rate keeps the rate";
 }
 
@@ -197,17 +194,17 @@ TEST_F(AnyValueTest, CopiesAreDeepAndAssignmentIsSafeFromInsideItselfAndFromNarr
     nested = nested.MakeArray()[0];
     EXPECT_TRUE(nested.Identical(Array({1, 2})));
     nested = std::move(nested.MakeArray()[1]);
-    EXPECT_TRUE(nested.Identical(QAnyValue(2)));
+    EXPECT_TRUE(nested.Identical(V(2)));
     QAnyValue self = Mm(3);
     QAnyValue& alias = self;
     self = alias;
     EXPECT_TRUE(self.Identical(Mm(3)));
     QAnyValue value;
-    EXPECT_TRUE((value = 'A').Identical(QAnyValue(65)));
-    EXPECT_TRUE((value = static_cast<unsigned char>(200)).Identical(QAnyValue(200)));
-    EXPECT_TRUE((value = static_cast<short>(-7)).Identical(QAnyValue(-7)));
-    EXPECT_TRUE((value = 123456L).Identical(QAnyValue(123456)));
-    EXPECT_TRUE((value = 1.5f).Identical(QAnyValue(1.5)));
+    EXPECT_TRUE((value = 'A').Identical(V(65)));
+    EXPECT_TRUE((value = static_cast<unsigned char>(200)).Identical(V(200)));
+    EXPECT_TRUE((value = static_cast<short>(-7)).Identical(V(-7)));
+    EXPECT_TRUE((value = 123456L).Identical(V(123456)));
+    EXPECT_TRUE((value = 1.5f).Identical(V(1.5)));
     EXPECT_TRUE((value = 0x00FF00ul).IsColor());
     EXPECT_TRUE((value = QLength(2, QLength::LU_MM)).IsLength());
 }
@@ -219,20 +216,20 @@ TEST_F(AnyValueTest, GroupTests) {
         bool withUnits;
         bool lengthAreaVolume;
     } cases[] = {
-        {QAnyValue(1), true, false, false},
-        {QAnyValue(1.0), true, false, false},
+        {V(1), true, false, false},
+        {V(1.0), true, false, false},
         {Cents(1), false, true, false},
         {Seconds(1), false, true, false},
         {Mm(1), false, true, true},
         {SquareMetres(1), false, true, true},
         {CubicMetres(1), false, true, true},
         {Degrees(1), false, true, false},
-        {QAnyValue(QRateValue(Cents(1), Mm(1))), false, true, false},
-        {QAnyValue(true), false, false, false},
-        {QAnyValue(u"1"), false, false, false},
-        {QAnyValue(QDateTime(1.0)), false, false, false},
+        {V(QRateValue(Cents(1), Mm(1))), false, true, false},
+        {V(true), false, false, false},
+        {V(u"1"), false, false, false},
+        {V(QDateTime(1.0)), false, false, false},
         {Color(1), false, false, false},
-        {QAnyValue(), false, false, false},
+        {V(), false, false, false},
     };
     for (const auto& c : cases) {
         EXPECT_EQ(c.value.IsSimpleNumeric(), c.simple) << Utf8(c.value.TypeName());
@@ -240,12 +237,12 @@ TEST_F(AnyValueTest, GroupTests) {
         EXPECT_EQ(c.value.IsNumeric(), c.simple || c.withUnits) << Utf8(c.value.TypeName());
         EXPECT_EQ(c.value.IsLengthAreaOrVolume(), c.lengthAreaVolume) << Utf8(c.value.TypeName());
     }
-    EXPECT_TRUE(QAnyValue().IsEmptyOrEmptyString());
-    EXPECT_TRUE(QAnyValue(u"").IsEmptyOrEmptyString());
-    EXPECT_FALSE(QAnyValue(u" ").IsEmptyOrEmptyString());
+    EXPECT_TRUE(V().IsEmptyOrEmptyString());
+    EXPECT_TRUE(V(u"").IsEmptyOrEmptyString());
+    EXPECT_FALSE(V(u" ").IsEmptyOrEmptyString());
     EXPECT_EQ(Array({1, 2, 3}).GetSize(), 3);
-    EXPECT_EQ(QAnyValue(7).GetSize(), 1);
-    EXPECT_EQ(QAnyValue().GetSize(), 1);
+    EXPECT_EQ(V(7).GetSize(), 1);
+    EXPECT_EQ(V().GetSize(), 1);
 }
 
 // --- Error state -------------------------------------------------------------------------------
@@ -265,13 +262,13 @@ TEST_F(AnyValueTest, MakeErrorKeepsOrComposesTheMessageAndTheLeftStateWinsInEver
     EXPECT_TRUE(number.IsError());
 
     CString message = u"stale";
-    EXPECT_FALSE(QAnyValue(1).IsErrorAndGetMessage(message));
+    EXPECT_FALSE(V(1).IsErrorAndGetMessage(message));
     EXPECT_TRUE(message.IsEmpty());
 
     QAnyValue na = NA();
     EXPECT_EQ(Utf8(na.MakeError()), "");
     EXPECT_TRUE(na.IsError());
-    using Op = std::function<QAnyValue(QAnyValue, const QAnyValue&)>;
+    using Op = std::function<V(QAnyValue, const QAnyValue&)>;
     const std::vector<std::pair<const char*, Op>> operations = {
         {"+", [](QAnyValue a, const QAnyValue& b) { return a += b; }},
         {"-", [](QAnyValue a, const QAnyValue& b) { return a -= b; }},
@@ -281,13 +278,13 @@ TEST_F(AnyValueTest, MakeErrorKeepsOrComposesTheMessageAndTheLeftStateWinsInEver
         {"LT", [](QAnyValue a, const QAnyValue& b) { return a.LTit(b); }},
     };
     for (const auto& [name, op] : operations) {
-        const QAnyValue errorFirst = op(Error("left"), QAnyValue(1));
+        const QAnyValue errorFirst = op(Error("left"), V(1));
         EXPECT_EQ(MessageOf(errorFirst), "left") << name;
-        const QAnyValue errorSecond = op(QAnyValue(1), Error("right"));
+        const QAnyValue errorSecond = op(V(1), Error("right"));
         EXPECT_EQ(MessageOf(errorSecond), "right") << name;
         EXPECT_TRUE(op(NA(), Error("right")).IsNA()) << name;
         EXPECT_EQ(MessageOf(op(Error("left"), NA())), "left") << name;
-        EXPECT_TRUE(op(QAnyValue(1), NA()).IsNA()) << name;
+        EXPECT_TRUE(op(V(1), NA()).IsNA()) << name;
         EXPECT_EQ(MessageOf(op(Array({1, 2}), Error("whole"))), "whole")
             << name << ": an error operand replaces a whole array";
         EXPECT_EQ(MessageOf(op(Error("left"), Array({1, 2}))), "left") << name;
@@ -299,11 +296,11 @@ TEST_F(AnyValueTest, MakeErrorKeepsOrComposesTheMessageAndTheLeftStateWinsInEver
 TEST_F(AnyValueTest, ShorterArraysArePaddedWithTheirLastElementAndExtendArraysOverThreeAndFour) {
     EXPECT_TRUE((Array({1, 2}) + Array({1, 2, 3})).Identical(Array({2, 4, 5})));
     EXPECT_TRUE((Array({1, 2, 3}) + Array({10})).Identical(Array({11, 12, 13})));
-    EXPECT_TRUE((QAnyValue(10) - Array({1, 2})).Identical(Array({9, 8})));
-    EXPECT_TRUE((Array({2, 3}) * QAnyValue(2)).Identical(Array({4, 6})));
-    EXPECT_TRUE((Array({Array({1, 2}), 3}) + QAnyValue(1)).Identical(Array({Array({2, 3}), 4})))
+    EXPECT_TRUE((V(10) - Array({1, 2})).Identical(Array({9, 8})));
+    EXPECT_TRUE((Array({2, 3}) * V(2)).Identical(Array({4, 6})));
+    EXPECT_TRUE((Array({Array({1, 2}), 3}) + V(1)).Identical(Array({Array({2, 3}), 4})))
         << "element by element, recursively";
-    EXPECT_TRUE((Array({}) + QAnyValue(1)).Identical(Array({})));
+    EXPECT_TRUE((Array({}) + V(1)).Identical(Array({})));
     EXPECT_TRUE((Array({}) + Array({1, 2})).Identical(Array({})));
     EXPECT_TRUE((Array({1, 2}) + Array({})).Identical(Array({})));
     QAnyValue a = Array({1});
@@ -349,97 +346,88 @@ TEST_F(AnyValueTest, ArithmeticByTypePairAndItsFailures) {
         QAnyValue b;
         QAnyValue result;
     } cases[] = {
-        {'+', "int+int", QAnyValue(2), QAnyValue(3), QAnyValue(5)},
-        {'+', "int+number", QAnyValue(2), QAnyValue(0.5), QAnyValue(2.5)},
-        {'+', "number+int", QAnyValue(0.5), QAnyValue(2), QAnyValue(2.5)},
+        {'+', "int+int", V(2), V(3), V(5)},
+        {'+', "int+number", V(2), V(0.5), V(2.5)},
+        {'+', "number+int", V(0.5), V(2), V(2.5)},
         {'+', "money+money", Cents(150), Cents(25), Cents(175)},
-        {'+', "money+int is dollars", Cents(150), QAnyValue(2), Cents(350)},
+        {'+', "money+int is dollars", Cents(150), V(2), Cents(350)},
         {'+', "time+time", Seconds(60), Seconds(30), Seconds(90)},
-        {'+', "length+int in mm", Mm(100), QAnyValue(3), Mm(103)},
-        {'+', "int+length", QAnyValue(3), Mm(100), Mm(103)},
+        {'+', "length+int in mm", Mm(100), V(3), Mm(103)},
+        {'+', "int+length", V(3), Mm(100), Mm(103)},
         {'+', "area+area", SquareMetres(1), SquareMetres(2), SquareMetres(3)},
         {'+', "volume+volume", CubicMetres(1), CubicMetres(2), CubicMetres(3)},
         {'+', "angle+angle", Degrees(350), Degrees(20), Degrees(370)},
-        {'+', "empty+int", QAnyValue(), QAnyValue(1), QAnyValue(1)},
-        {'+', "int+empty", QAnyValue(1), QAnyValue(), QAnyValue(1)},
-        {'+', "bool+int", QAnyValue(true), QAnyValue(1), QAnyValue(2.0)},
-        {'+', "color+int", Color(5), QAnyValue(1), QAnyValue(6.0)},
-        {'+', "string+int", QAnyValue(u"2"), QAnyValue(1), QAnyValue(3)},
-        {'+', "int+string", QAnyValue(1), QAnyValue(u"2"), QAnyValue(3)},
-        {'-', "int-int", QAnyValue(2), QAnyValue(3), QAnyValue(-1)},
+        {'+', "empty+int", V(), V(1), V(1)},
+        {'+', "int+empty", V(1), V(), V(1)},
+        {'+', "bool+int", V(true), V(1), V(2.0)},
+        {'+', "color+int", Color(5), V(1), V(6.0)},
+        {'+', "string+int", V(u"2"), V(1), V(3)},
+        {'+', "int+string", V(1), V(u"2"), V(3)},
+        {'-', "int-int", V(2), V(3), V(-1)},
         {'-', "money-money", Cents(100), Cents(250), Cents(-150)},
         {'-', "length-length", Mm(10), Mm(2.5), Mm(7.5)},
         {'-', "angle-angle", Degrees(10), Degrees(20), Degrees(-10)},
-        {'-', "empty-int", QAnyValue(), QAnyValue(1), QAnyValue(-1)},
-        {'+', "whole numbers wrap", QAnyValue(largest), QAnyValue(1),
-         QAnyValue(std::numeric_limits<int>::min())},
-        {'*', "int*int", QAnyValue(6), QAnyValue(7), QAnyValue(42)},
-        {'*', "int*number", QAnyValue(3), QAnyValue(0.5), QAnyValue(1.5)},
-        {'*', "number*int", QAnyValue(0.5), QAnyValue(3), QAnyValue(1.5)},
-        {'*', "money*number rounds", Cents(3), QAnyValue(0.5), Cents(2)},
-        {'*', "negative half rounds up", Cents(-1), QAnyValue(1.5), Cents(-1)},
-        {'*', "money*int", Cents(3), QAnyValue(4), Cents(12)},
-        {'*', "time*number", Seconds(3), QAnyValue(1.5), Seconds(5)},
+        {'-', "empty-int", V(), V(1), V(-1)},
+        {'+', "whole numbers wrap", V(largest), V(1), V(std::numeric_limits<int>::min())},
+        {'*', "int*int", V(6), V(7), V(42)},
+        {'*', "int*number", V(3), V(0.5), V(1.5)},
+        {'*', "number*int", V(0.5), V(3), V(1.5)},
+        {'*', "money*number rounds", Cents(3), V(0.5), Cents(2)},
+        {'*', "negative half rounds up", Cents(-1), V(1.5), Cents(-1)},
+        {'*', "money*int", Cents(3), V(4), Cents(12)},
+        {'*', "time*number", Seconds(3), V(1.5), Seconds(5)},
         {'*', "length*length", Mm(2000), Mm(3000), SquareMetres(6)},
         {'*', "length*area", Mm(2000), SquareMetres(3), CubicMetres(6)},
         {'*', "area*length", SquareMetres(3), Mm(2000), CubicMetres(6)},
-        {'*', "money*money", Cents(200), Cents(300), QAnyValue(6.0)},
-        {'*', "money*length", Cents(200), Mm(3), QAnyValue(6.0)},
-        {'*', "int*length", QAnyValue(3), Mm(2), Mm(6)},
-        {'*', "length*number", Mm(2), QAnyValue(1.5), Mm(3)},
-        {'*', "angle*int normalises", Degrees(200), QAnyValue(2), Degrees(40)},
-        {'*', "string*int", QAnyValue(u"2"), QAnyValue(3), QAnyValue(6)},
-        {'/', "1/2 is no integer division", QAnyValue(1), QAnyValue(2), QAnyValue(0.5)},
-        {'/', "number/int", QAnyValue(3.0), QAnyValue(2), QAnyValue(1.5)},
+        {'*', "money*money", Cents(200), Cents(300), V(6.0)},
+        {'*', "money*length", Cents(200), Mm(3), V(6.0)},
+        {'*', "int*length", V(3), Mm(2), Mm(6)},
+        {'*', "length*number", Mm(2), V(1.5), Mm(3)},
+        {'*', "angle*int normalises", Degrees(200), V(2), Degrees(40)},
+        {'*', "string*int", V(u"2"), V(3), V(6)},
+        {'/', "1/2 is no integer division", V(1), V(2), V(0.5)},
+        {'/', "number/int", V(3.0), V(2), V(1.5)},
         {'/', "area/length", SquareMetres(6), Mm(2000), Mm(3000)},
         {'/', "volume/length", CubicMetres(6), Mm(2000), SquareMetres(3)},
         {'/', "volume/area", CubicMetres(6), SquareMetres(2), Mm(3000)},
-        {'/', "length/length", Mm(10), Mm(4), QAnyValue(2.5)},
-        {'/', "money/money", Cents(300), Cents(200), QAnyValue(1.5)},
-        {'/', "money/int rounds", Cents(5), QAnyValue(2), Cents(3)},
-        {'/', "money/number rounds", Cents(-5), QAnyValue(2.0), Cents(-2)},
-        {'/', "time/int", Seconds(7), QAnyValue(2), Seconds(4)},
-        {'/', "length/number", Mm(10), QAnyValue(4), Mm(2.5)},
-        {'/', "angle/int normalises", Degrees(-90), QAnyValue(2), Degrees(315)},
-        {'/', "string/int", QAnyValue(u"2+3"), QAnyValue(2), QAnyValue(2.5)},
+        {'/', "length/length", Mm(10), Mm(4), V(2.5)},
+        {'/', "money/money", Cents(300), Cents(200), V(1.5)},
+        {'/', "money/int rounds", Cents(5), V(2), Cents(3)},
+        {'/', "money/number rounds", Cents(-5), V(2.0), Cents(-2)},
+        {'/', "time/int", Seconds(7), V(2), Seconds(4)},
+        {'/', "length/number", Mm(10), V(4), Mm(2.5)},
+        {'/', "angle/int normalises", Degrees(-90), V(2), Degrees(315)},
+        {'/', "string/int", V(u"2+3"), V(2), V(2.5)},
         {'+', "area+length", SquareMetres(1), Mm(1), Error("Units not compatible")},
         {'+', "money+time", Cents(1), Seconds(1), Error("Units not compatible")},
-        {'+', "string that fails", QAnyValue(u"abc"), QAnyValue(1),
+        {'+', "string that fails", V(u"abc"), V(1), Error("Could not evaluate formula\nabc")},
+        {'+', "failing string on the right", V(1), V(u"abc"),
          Error("Could not evaluate formula\nabc")},
-        {'+', "failing string on the right", QAnyValue(1), QAnyValue(u"abc"),
-         Error("Could not evaluate formula\nabc")},
-        {'+', "rate+int", QAnyValue(QRateValue(Cents(1), Mm(1))), QAnyValue(1),
+        {'+', "rate+int", V(QRateValue(Cents(1), Mm(1))), V(1),
          Error("Cannot + when types do not match")},
-        {'+', "empty+empty", QAnyValue(), QAnyValue(), Error("Cannot + when not numeric")},
-        {'-', "rate-int", QAnyValue(QRateValue(Cents(1), Mm(1))), QAnyValue(1),
+        {'+', "empty+empty", V(), V(), Error("Cannot + when not numeric")},
+        {'-', "rate-int", V(QRateValue(Cents(1), Mm(1))), V(1),
          Error("Cannot - when types do not match")},
-        {'-', "empty-empty", QAnyValue(), QAnyValue(), Error("Cannot - when not numeric")},
+        {'-', "empty-empty", V(), V(), Error("Cannot - when not numeric")},
         {'-', "length-area", Mm(1), SquareMetres(1), Error("Units not compatible")},
-        {'*', "empty*int", QAnyValue(), QAnyValue(3), Error("Cannot * when not numeric")},
-        {'*', "int*empty", QAnyValue(3), QAnyValue(), Error("Cannot * when not numeric")},
-        {'*', "failing string", QAnyValue(u"abc"), QAnyValue(2),
-         Error("Could not evaluate formula\nabc")},
-        {'/', "3/0", QAnyValue(3), QAnyValue(0), Error("Division by zero")},
-        {'/', "3 ft/0", QAnyValue(QLength(3, QLength::LU_FOOT)), QAnyValue(0),
-         Error("Division by zero")},
-        {'/', "by a length within its tolerance", QAnyValue(3), Mm(0.005),
-         Error("Division by zero")},
-        {'/', "by an empty value", QAnyValue(3), QAnyValue(), Error("Division by zero")},
+        {'*', "empty*int", V(), V(3), Error("Cannot * when not numeric")},
+        {'*', "int*empty", V(3), V(), Error("Cannot * when not numeric")},
+        {'*', "failing string", V(u"abc"), V(2), Error("Could not evaluate formula\nabc")},
+        {'/', "3/0", V(3), V(0), Error("Division by zero")},
+        {'/', "3 ft/0", V(QLength(3, QLength::LU_FOOT)), V(0), Error("Division by zero")},
+        {'/', "by a length within its tolerance", V(3), Mm(0.005), Error("Division by zero")},
+        {'/', "by an empty value", V(3), V(), Error("Division by zero")},
         {'/', "by zero money", Cents(3), Cents(0), Error("Division by zero")},
-        {'/', "number over a unit", QAnyValue(1), Mm(2), Error("Cannot / when not same type")},
-        {'/', "empty over a number", QAnyValue(), QAnyValue(2), Error("Cannot / when not numeric")},
-        {'/', "overflow", QAnyValue(1e300), QAnyValue(1e-300),
-         Error("Cannot /, result was too big")},
-        {'/', "failing formula", QAnyValue(u"abc"), QAnyValue(2),
-         Error("Could not evaluate formula\nabc")},
+        {'/', "number over a unit", V(1), Mm(2), Error("Cannot / when not same type")},
+        {'/', "empty over a number", V(), V(2), Error("Cannot / when not numeric")},
+        {'/', "overflow", V(1e300), V(1e-300), Error("Cannot /, result was too big")},
+        {'/', "failing formula", V(u"abc"), V(2), Error("Could not evaluate formula\nabc")},
     };
     for (const auto& c : cases)
         EXPECT_TRUE(test::Same(Apply(c.op, c.a, c.b), c.result)) << c.op << " " << c.what;
-    EXPECT_TRUE((QAnyValue(QTableHandlePtr(new test::NamedTable(u"a"))) + QAnyValue(2))
-                    .Identical(QAnyValue(2.0)))
+    EXPECT_TRUE((V(QTableHandlePtr(new test::NamedTable(u"a"))) + V(2)).Identical(V(2.0)))
         << "anything else counts as a number: a table as 0";
-    EXPECT_TRUE((QAnyValue(u"missing") + QAnyValue(1)).IsNA())
-        << "a formula giving N/A makes the sum N/A";
+    EXPECT_TRUE((V(u"missing") + V(1)).IsNA()) << "a formula giving N/A makes the sum N/A";
 }
 
 TEST_F(AnyValueTest, DatesAddSpansRatesMultiplyTheirHalvesAndDivisionLeavesNoFault) {
@@ -447,42 +435,42 @@ TEST_F(AnyValueTest, DatesAddSpansRatesMultiplyTheirHalvesAndDivisionLeavesNoFau
     const QDateTime noon(2026, 3, 1, 12, 0, 0);
     const QDateTime evening(2026, 3, 1, 18, 30, 0);
 
-    const QAnyValue later = QAnyValue(noon) + QAnyValue(6.5);
+    const QAnyValue later = V(noon) + V(6.5);
     ASSERT_TRUE(later.IsDateTime());
-    EXPECT_TRUE(later.Identical(QAnyValue(evening))) << "6.5 is hours by the default";
+    EXPECT_TRUE(later.Identical(V(evening))) << "6.5 is hours by the default";
 
-    const QAnyValue earlier = QAnyValue(evening) - Seconds(6 * 3600 + 1800);
-    EXPECT_TRUE(earlier.Identical(QAnyValue(noon)));
+    const QAnyValue earlier = V(evening) - Seconds(6 * 3600 + 1800);
+    EXPECT_TRUE(earlier.Identical(V(noon)));
 
-    EXPECT_TRUE((QAnyValue(evening) - QAnyValue(noon)).Identical(Seconds(6 * 3600 + 1800)));
+    EXPECT_TRUE((V(evening) - V(noon)).Identical(Seconds(6 * 3600 + 1800)));
 
-    const QAnyValue fromTheLeft = Seconds(6 * 3600 + 1800) + QAnyValue(noon);
-    EXPECT_TRUE(fromTheLeft.Identical(QAnyValue(evening)));
+    const QAnyValue fromTheLeft = Seconds(6 * 3600 + 1800) + V(noon);
+    EXPECT_TRUE(fromTheLeft.Identical(V(evening)));
 
-    const QAnyValue twoDates = QAnyValue(QDateTime(2.0)) + QAnyValue(QDateTime(1.0));
+    const QAnyValue twoDates = V(QDateTime(2.0)) + V(QDateTime(1.0));
     ASSERT_TRUE(twoDates.IsDateTime()) << "the second date is taken as a span of 1 hour";
-    EXPECT_TRUE(twoDates.Identical(QAnyValue(QDateTime(2.0 + 1.0 / 24))));
+    EXPECT_TRUE(twoDates.Identical(V(QDateTime(2.0 + 1.0 / 24))));
 
-    EXPECT_EQ(MessageOf(QAnyValue(noon) + QAnyValue(u"abc")), "Could not evaluate formula\nabc")
+    EXPECT_EQ(MessageOf(V(noon) + V(u"abc")), "Could not evaluate formula\nabc")
         << "the span that cannot be made is the error";
     QAnyValue angle = Degrees(30);
     (void)angle.MakeAngle().Cos();
-    angle *= QAnyValue(3);
+    angle *= V(3);
     const QAngle result = angle.MakeAngle();
     EXPECT_NEAR(result.GetRaw(), 90, 1e-12);
     EXPECT_NEAR(result.Cos(), 0, 1e-12) << "the cosine is worked out again";
     QLength::SetDefaultUnits(QLength::LU_FOOT);
     QMoney::SetDefaultUnits(QMoney::MU_DOLLARS);
-    const QAnyValue dollarsPerFoot(QRateValue(Cents(200), QAnyValue(QLength(1, QLength::LU_FOOT))));
+    const QAnyValue dollarsPerFoot(QRateValue(Cents(200), V(QLength(1, QLength::LU_FOOT))));
     ASSERT_TRUE(dollarsPerFoot.IsRate());
-    const QAnyValue product = dollarsPerFoot * QAnyValue(QLength(2, QLength::LU_FOOT));
+    const QAnyValue product = dollarsPerFoot * V(QLength(2, QLength::LU_FOOT));
     ASSERT_TRUE(product.IsRate());
     QAnyValue copy = product;
     const QRateValue& rate = copy.MakeRate();
-    EXPECT_TRUE(rate.Num().Identical(QAnyValue(4.0))) << "money by length is a plain number";
-    EXPECT_TRUE(rate.Den().Identical(QAnyValue(QLength(1, QLength::LU_FOOT))));
+    EXPECT_TRUE(rate.Num().Identical(V(4.0))) << "money by length is a plain number";
+    EXPECT_TRUE(rate.Den().Identical(V(QLength(1, QLength::LU_FOOT))));
 
-    const QAnyValue scaled = dollarsPerFoot * QAnyValue(3);
+    const QAnyValue scaled = dollarsPerFoot * V(3);
     ASSERT_TRUE(scaled.IsRate());
     QAnyValue scaledCopy = scaled;
     EXPECT_TRUE(scaledCopy.MakeRate().Num().Identical(Cents(600)));
@@ -494,13 +482,13 @@ TEST_F(AnyValueTest, DatesAddSpansRatesMultiplyTheirHalvesAndDivisionLeavesNoFau
 
     const QAnyValue back = perLength * Mm(2);
     EXPECT_TRUE(back.IsRate()) << "money by length is a number, over a length";
-    const QAnyValue halved = perLength / QAnyValue(2);
+    const QAnyValue halved = perLength / V(2);
     ASSERT_TRUE(halved.IsRate());
     QAnyValue halvedCopy = halved;
     EXPECT_TRUE(halvedCopy.MakeRate().Num().Identical(Cents(500)));
     EXPECT_TRUE(halvedCopy.MakeRate().Den().Identical(Mm(4))) << "through the reciprocal";
     ClearFPStatus();
-    const QAnyValue overflow = QAnyValue(1e300) / QAnyValue(1e-300);
+    const QAnyValue overflow = V(1e300) / V(1e-300);
     EXPECT_TRUE(overflow.IsError());
     EXPECT_EQ(ReadFPStatus() & (SW_OVERFLOW | SW_ZERODIVIDE | SW_INVALID), 0u);
 }
@@ -509,21 +497,21 @@ TEST_F(AnyValueTest, DatesAddSpansRatesMultiplyTheirHalvesAndDivisionLeavesNoFau
 
 TEST_F(AnyValueTest, PercentNotAndNegation) {
     QLength::SetDefaultUnits(QLength::LU_MM);
-    EXPECT_TRUE(QAnyValue(50).PERCENT().Identical(QAnyValue(0.5)));
-    EXPECT_TRUE(Mm(10).PERCENT().Identical(QAnyValue(0.1)));
-    EXPECT_TRUE(QAnyValue(u"25").PERCENT().Identical(QAnyValue(0.25)));
+    EXPECT_TRUE(V(50).PERCENT().Identical(V(0.5)));
+    EXPECT_TRUE(Mm(10).PERCENT().Identical(V(0.1)));
+    EXPECT_TRUE(V(u"25").PERCENT().Identical(V(0.25)));
     EXPECT_TRUE(Array({100, 200}).PERCENT().Identical(Array({1.0, 2.0})));
-    EXPECT_EQ(MessageOf(QAnyValue(u"abc").PERCENT()), "Cannot PERCENT() when not numeric");
+    EXPECT_EQ(MessageOf(V(u"abc").PERCENT()), "Cannot PERCENT() when not numeric");
     EXPECT_EQ(MessageOf(Error("kept").PERCENT()), "kept");
     EXPECT_TRUE(NA().PERCENT().IsNA());
-    EXPECT_TRUE((!QAnyValue(true)).Identical(QAnyValue(false)));
-    EXPECT_TRUE((!QAnyValue(0)).Identical(QAnyValue(true)));
-    EXPECT_TRUE((!QAnyValue(u"no")).Identical(QAnyValue(true)));
+    EXPECT_TRUE((!V(true)).Identical(V(false)));
+    EXPECT_TRUE((!V(0)).Identical(V(true)));
+    EXPECT_TRUE((!V(u"no")).Identical(V(true)));
     EXPECT_TRUE((!Array({true, 0})).Identical(Array({false, true})));
     EXPECT_EQ(MessageOf(!Error("kept")), "kept");
     EXPECT_TRUE((!NA()).IsNA());
-    EXPECT_TRUE((-QAnyValue(3)).Identical(QAnyValue(-3)));
-    EXPECT_TRUE((-QAnyValue(2.5)).Identical(QAnyValue(-2.5)));
+    EXPECT_TRUE((-V(3)).Identical(V(-3)));
+    EXPECT_TRUE((-V(2.5)).Identical(V(-2.5)));
     EXPECT_TRUE((-Cents(5)).Identical(Cents(-5)));
     EXPECT_TRUE((-Seconds(5)).Identical(Seconds(-5)));
     EXPECT_TRUE((-Mm(5)).Identical(Mm(-5)));
@@ -531,13 +519,13 @@ TEST_F(AnyValueTest, PercentNotAndNegation) {
     EXPECT_TRUE((-CubicMetres(5)).Identical(CubicMetres(-5)));
     EXPECT_TRUE((-Degrees(5)).Identical(Degrees(-5)));
     EXPECT_TRUE((-Array({1, 2})).Identical(Array({-1, -2})));
-    QAnyValue rate = -QAnyValue(QRateValue(Cents(5), Mm(1)));
+    QAnyValue rate = -V(QRateValue(Cents(5), Mm(1)));
     ASSERT_TRUE(rate.IsRate());
     EXPECT_TRUE(rate.MakeRate().Num().Identical(Cents(-5)));
-    EXPECT_EQ(MessageOf(-QAnyValue(u"5")), "Cannot negate when not numeric");
-    EXPECT_EQ(MessageOf(-QAnyValue(true)), "Cannot negate when not numeric");
+    EXPECT_EQ(MessageOf(-V(u"5")), "Cannot negate when not numeric");
+    EXPECT_EQ(MessageOf(-V(true)), "Cannot negate when not numeric");
     EXPECT_EQ(MessageOf(-Error("kept")), "kept");
-    EXPECT_TRUE((+QAnyValue(u"5")).Identical(QAnyValue(u"5")));
+    EXPECT_TRUE((+V(u"5")).Identical(V(u"5")));
     QAnyValue same(4);
     EXPECT_EQ(&same.POSit(), &same);
 }
@@ -554,22 +542,20 @@ TEST_F(AnyValueTest, PromotionStepsAndCanDivDecidesWhatARateReducesTo) {
         QAnyValue a, b;
         QAnyValue promotedA, promotedB;
     } cases[] = {
-        {"an error spreads", Error("why"), QAnyValue(1), Error("why"), Error("why")},
-        {"N/A spreads", QAnyValue(1), NA(), NA(), NA()},
-        {"empty takes the other type", QAnyValue(), Mm(3), Mm(0), Mm(3)},
-        {"rates are left as they are", rate, QAnyValue(1), rate, QAnyValue(1)},
+        {"an error spreads", Error("why"), V(1), Error("why"), Error("why")},
+        {"N/A spreads", V(1), NA(), NA(), NA()},
+        {"empty takes the other type", V(), Mm(3), Mm(0), Mm(3)},
+        {"rates are left as they are", rate, V(1), rate, V(1)},
         {"units that do not match", Cents(1), Mm(1), Error("Units not compatible"),
          Error("Units not compatible")},
-        {"the string runs as a formula", QAnyValue(1), QAnyValue(u"2+3"), QAnyValue(1.0),
-         QAnyValue(5.0)},
-        {"the other side takes the unit", QAnyValue(u"4"), Mm(1), Mm(4), Mm(1)},
-        {"the lower rank goes up", QAnyValue(true), QAnyValue(u"no"), QAnyValue(true),
-         QAnyValue(false)},
-        {"equal ranks: the right side takes the left type, and fails", QAnyValue(QDateTime(2.0)),
-         QAnyValue(u"x"), dateFails, dateFails},
-        {"a conversion that fails makes both errors", QAnyValue(true), QAnyValue(u"abc"),
-         formulaFails, formulaFails},
-        {"arrays", Array({1, 2}), QAnyValue(0.5), Array({1.0, 2.0}), Array({0.5, 0.5})},
+        {"the string runs as a formula", V(1), V(u"2+3"), V(1.0), V(5.0)},
+        {"the other side takes the unit", V(u"4"), Mm(1), Mm(4), Mm(1)},
+        {"the lower rank goes up", V(true), V(u"no"), V(true), V(false)},
+        {"equal ranks: the right side takes the left type, and fails", V(QDateTime(2.0)), V(u"x"),
+         dateFails, dateFails},
+        {"a conversion that fails makes both errors", V(true), V(u"abc"), formulaFails,
+         formulaFails},
+        {"arrays", Array({1, 2}), V(0.5), Array({1.0, 2.0}), Array({0.5, 0.5})},
     };
     for (const auto& c : cases) {
         QAnyValue a = c.a;
@@ -578,16 +564,16 @@ TEST_F(AnyValueTest, PromotionStepsAndCanDivDecidesWhatARateReducesTo) {
         EXPECT_TRUE(a.Identical(c.promotedA) && MessageOf(a) == MessageOf(c.promotedA)) << c.what;
         EXPECT_TRUE(b.Identical(c.promotedB) && MessageOf(b) == MessageOf(c.promotedB)) << c.what;
     }
-    EXPECT_TRUE(QAnyValue::CanDiv(Cents(1), QAnyValue(2)));
+    EXPECT_TRUE(QAnyValue::CanDiv(Cents(1), V(2)));
     EXPECT_TRUE(QAnyValue::CanDiv(Mm(1), Mm(2)));
     EXPECT_TRUE(QAnyValue::CanDiv(SquareMetres(1), Mm(2)));
     EXPECT_TRUE(QAnyValue::CanDiv(CubicMetres(1), Mm(2)));
     EXPECT_TRUE(QAnyValue::CanDiv(CubicMetres(1), SquareMetres(2)));
     EXPECT_FALSE(QAnyValue::CanDiv(Cents(1), Mm(2)));
-    EXPECT_FALSE(QAnyValue::CanDiv(QAnyValue(1), Mm(2)));
+    EXPECT_FALSE(QAnyValue::CanDiv(V(1), Mm(2)));
     EXPECT_FALSE(QAnyValue::CanDiv(Mm(1), SquareMetres(2)));
-    EXPECT_FALSE(QAnyValue::CanDiv(QAnyValue(1), QAnyValue(0)));
-    EXPECT_FALSE(QAnyValue::CanDiv(QAnyValue(u"1"), QAnyValue(2)));
+    EXPECT_FALSE(QAnyValue::CanDiv(V(1), V(0)));
+    EXPECT_FALSE(QAnyValue::CanDiv(V(u"1"), V(2)));
 }
 
 // --- Comparison --------------------------------------------------------------------------------
@@ -601,37 +587,36 @@ TEST_F(AnyValueTest, CompareAfterPromotionOrFail) {
         int sign;
         bool fails = false;
     } cases[] = {
-        {"1 and 1.0", QAnyValue(1), QAnyValue(1.0), 0},
-        {"1 and 2", QAnyValue(1), QAnyValue(2), -1},
-        {"strings ignore case", QAnyValue(u"abc"), QAnyValue(u"ABC"), 0},
-        {"strings order", QAnyValue(u"b"), QAnyValue(u"A"), 1},
-        {"length and a number in the default unit", Mm(3), QAnyValue(3), 0},
+        {"1 and 1.0", V(1), V(1.0), 0},
+        {"1 and 2", V(1), V(2), -1},
+        {"strings ignore case", V(u"abc"), V(u"ABC"), 0},
+        {"strings order", V(u"b"), V(u"A"), 1},
+        {"length and a number in the default unit", Mm(3), V(3), 0},
         {"lengths within the tolerance", Mm(1), Mm(1.005), 0},
         {"lengths apart", Mm(1), Mm(1.02), -1},
         {"angles the short way", Degrees(350), Degrees(10), -1},
         {"money", Cents(5), Cents(4), 1},
         {"colours as unsigned", Color(0xFFFFFFFFul), Color(1), 1},
-        {"booleans", QAnyValue(false), QAnyValue(true), -1},
-        {"dates half a second apart", QAnyValue(QDateTime(1.0)), QAnyValue(QDateTime(1.0 + 5.7e-6)),
-         0},
-        {"dates apart", QAnyValue(QDateTime(1.0)), QAnyValue(QDateTime(1.1)), -1},
-        {"two empties", QAnyValue(), QAnyValue(), 0},
+        {"booleans", V(false), V(true), -1},
+        {"dates half a second apart", V(QDateTime(1.0)), V(QDateTime(1.0 + 5.7e-6)), 0},
+        {"dates apart", V(QDateTime(1.0)), V(QDateTime(1.1)), -1},
+        {"two empties", V(), V(), 0},
         {"array element by element", Array({1, 2}), Array({1, 3}), -1},
         {"the shorter array is less", Array({1, 2}), Array({1, 2, 0}), -1},
-        {"array and scalar", Array({2, 2}), QAnyValue(2), 0},
-        {"tables of one name", QAnyValue(QTableHandlePtr(new test::NamedTable(u"T"))),
-         QAnyValue(QTableHandlePtr(new test::NamedTable(u"t"))), 0},
-        {"tables of two names", QAnyValue(QTableHandlePtr(new test::NamedTable(u"a"))),
-         QAnyValue(QTableHandlePtr(new test::NamedTable(u"b"))), 1},
-        {"rates by their quotients", QAnyValue(QRateValue(Cents(100), Mm(2))),
-         QAnyValue(QRateValue(Cents(100), Mm(4))), 1},
+        {"array and scalar", Array({2, 2}), V(2), 0},
+        {"tables of one name", V(QTableHandlePtr(new test::NamedTable(u"T"))),
+         V(QTableHandlePtr(new test::NamedTable(u"t"))), 0},
+        {"tables of two names", V(QTableHandlePtr(new test::NamedTable(u"a"))),
+         V(QTableHandlePtr(new test::NamedTable(u"b"))), 1},
+        {"rates by their quotients", V(QRateValue(Cents(100), Mm(2))),
+         V(QRateValue(Cents(100), Mm(4))), 1},
         {"two errors", Error("a"), Error("b"), 0, true},
-        {"error and number", Error("a"), QAnyValue(1), 0, true},
+        {"error and number", Error("a"), V(1), 0, true},
         {"N/A", NA(), NA(), 0, true},
         {"different units", Cents(1), Mm(1), 0, true},
-        {"rate and number", QAnyValue(QRateValue(Cents(1), Mm(1))), QAnyValue(1), 0, true},
-        {"rates of different units", QAnyValue(QRateValue(Cents(1), Mm(1))),
-         QAnyValue(QRateValue(Seconds(1), Mm(1))), 0, true},
+        {"rate and number", V(QRateValue(Cents(1), Mm(1))), V(1), 0, true},
+        {"rates of different units", V(QRateValue(Cents(1), Mm(1))),
+         V(QRateValue(Seconds(1), Mm(1))), 0, true},
         {"an element that fails", Array({Cents(1)}), Array({Mm(1)}), 0, true},
     };
     for (const auto& c : cases) {
@@ -652,11 +637,11 @@ TEST_F(AnyValueTest, TheOptionsAreReadOnceAndDecideWhetherStringsCompareWithCase
         return section == u"Options" && key == u"UseCompareNoCase" ? 0 : dflt;
     });
     bool failed = false;
-    EXPECT_NE(QAnyValue(u"abc").Compare(QAnyValue(u"ABC"), failed), 0);
-    EXPECT_FALSE(QAnyValue(u"abc").Identical(QAnyValue(u"ABC")));
+    EXPECT_NE(V(u"abc").Compare(V(u"ABC"), failed), 0);
+    EXPECT_FALSE(V(u"abc").Identical(V(u"ABC")));
     QAnyValue::SetProfileIntReader(nullptr);
-    EXPECT_EQ(QAnyValue(u"abc").Compare(QAnyValue(u"ABC"), failed), 0);
-    EXPECT_TRUE(QAnyValue(u"abc").Identical(QAnyValue(u"ABC")));
+    EXPECT_EQ(V(u"abc").Compare(V(u"ABC"), failed), 0);
+    EXPECT_TRUE(V(u"abc").Identical(V(u"ABC")));
     static int reads = 0;
     reads = 0;
     QAnyValue::SetProfileIntReader([](const CString&, const CString& key, int dflt) {
@@ -679,104 +664,51 @@ TEST_F(AnyValueTest, TheOptionsAreReadOnceAndDecideWhetherStringsCompareWithCase
 }
 
 TEST_F(AnyValueTest, IdenticalDoesNotPromoteEquivalentWidensAndComparisonMembersGiveBooleans) {
-    EXPECT_FALSE(QAnyValue(1).Identical(QAnyValue(1.0)));
-    EXPECT_TRUE(QAnyValue(1) != QAnyValue(1.0));
+    EXPECT_FALSE(V(1).Identical(V(1.0)));
+    EXPECT_TRUE(V(1) != V(1.0));
     EXPECT_TRUE(Error("a").Identical(Error("b"))) << "errors are identical whatever the message";
     EXPECT_TRUE(NA() == NA());
     EXPECT_FALSE(Error("a") == NA());
-    EXPECT_FALSE(Error("a") == QAnyValue(1));
+    EXPECT_FALSE(Error("a") == V(1));
     EXPECT_TRUE(Mm(1) == Mm(1.005)) << "units with their tolerance";
     EXPECT_FALSE(Mm(1) == Mm(1.02));
-    EXPECT_FALSE(Mm(3) == QAnyValue(3));
+    EXPECT_FALSE(Mm(3) == V(3));
     EXPECT_TRUE(Array({1, u"a"}) == Array({1, u"A"}));
     EXPECT_FALSE(Array({1}) == Array({1, 1}));
     EXPECT_FALSE(Array({1}) == Array({1.0}));
-    EXPECT_TRUE(QAnyValue() == QAnyValue());
-    EXPECT_TRUE(QAnyValue(QTableHandlePtr(new test::NamedTable(u"x"))) ==
-                QAnyValue(QTableHandlePtr(new test::NamedTable(u"X"))));
-    EXPECT_TRUE(QAnyValue(QDateTime(1.0)) == QAnyValue(QDateTime(1.0 + 5e-6)));
+    EXPECT_TRUE(V() == V());
+    EXPECT_TRUE(V(QTableHandlePtr(new test::NamedTable(u"x"))) ==
+                V(QTableHandlePtr(new test::NamedTable(u"X"))));
+    EXPECT_TRUE(V(QDateTime(1.0)) == V(QDateTime(1.0 + 5e-6)));
     QLength::SetDefaultUnits(QLength::LU_MM);
     EXPECT_TRUE(Mm(10).Equivalent(Mm(10.78)));
     EXPECT_TRUE(Mm(10.78).Equivalent(Mm(10)));
     EXPECT_FALSE(Mm(10).Equivalent(Mm(10.8))) << "within 0.8 less the length's own 0.01";
-    EXPECT_TRUE(Mm(10).Equivalent(QAnyValue(10.5))) << "after promotion";
-    EXPECT_TRUE(QAnyValue(1).Equivalent(QAnyValue(1.0)));
-    EXPECT_FALSE(QAnyValue(1).Equivalent(QAnyValue(1.5)));
+    EXPECT_TRUE(Mm(10).Equivalent(V(10.5))) << "after promotion";
+    EXPECT_TRUE(V(1).Equivalent(V(1.0)));
+    EXPECT_FALSE(V(1).Equivalent(V(1.5)));
     EXPECT_FALSE(Error("a").Equivalent(Error("a")));
     const struct {
         const char* what;
         QAnyValue result;
         QAnyValue expected;
     } cases[] = {
-        {"EQ", QAnyValue(1).EQ(QAnyValue(1.0)), QAnyValue(true)},
-        {"NE", QAnyValue(1).NE(QAnyValue(1.0)), QAnyValue(false)},
-        {"LT", QAnyValue(1).LT(QAnyValue(2)), QAnyValue(true)},
-        {"LE", QAnyValue(2).LE(QAnyValue(2)), QAnyValue(true)},
-        {"GT", QAnyValue(1).GT(QAnyValue(2)), QAnyValue(false)},
-        {"GE", QAnyValue(2).GE(QAnyValue(3)), QAnyValue(false)},
-        {"EQ over arrays", Array({1, 2, 3}).EQ(QAnyValue(2)), Array({false, true, false})},
+        {"EQ", V(1).EQ(V(1.0)), V(true)},
+        {"NE", V(1).NE(V(1.0)), V(false)},
+        {"LT", V(1).LT(V(2)), V(true)},
+        {"LE", V(2).LE(V(2)), V(true)},
+        {"GT", V(1).GT(V(2)), V(false)},
+        {"GE", V(2).GE(V(3)), V(false)},
+        {"EQ over arrays", Array({1, 2, 3}).EQ(V(2)), Array({false, true, false})},
         {"LT over two arrays", Array({1, 5}).LT(Array({2, 2, 9})), Array({true, false, true})},
     };
     for (const auto& c : cases)
         EXPECT_TRUE(c.result.Identical(c.expected)) << c.what << ": " << Utf8(c.result.Format());
     EXPECT_EQ(MessageOf(Cents(1).EQ(Mm(1))), "Cannot compare");
-    EXPECT_EQ(MessageOf(QAnyValue(1).GT(Error("kept"))), "kept");
+    EXPECT_EQ(MessageOf(V(1).GT(Error("kept"))), "kept");
     QAnyValue receiver(3);
-    EXPECT_EQ(&receiver.GEit(QAnyValue(2)), &receiver);
-    EXPECT_TRUE(receiver.Identical(QAnyValue(true)));
-}
-
-// --- Hashing -----------------------------------------------------------------------------------
-
-TEST_F(AnyValueTest, HashKeyByType) {
-    QLength::SetDefaultUnits(QLength::LU_MM);
-    const unsigned one = 16807;
-    const unsigned two = 33614;
-    const unsigned minusOne = 2147466840;
-    const struct {
-        const char* what;
-        QAnyValue value;
-        unsigned hash;
-    } cases[] = {
-        {"empty", QAnyValue(), 0},
-        {"error", Error("x"), 0},
-        {"N/A", NA(), 0},
-        {"whole number", QAnyValue(1), one},
-        {"negative whole number", QAnyValue(-1), minusOne},
-        {"at the divisor", QAnyValue(127773), 2147480811u},
-        {"boolean", QAnyValue(true), one},
-        {"false", QAnyValue(false), 0},
-        {"colour", Color(2), two},
-        {"number truncated", QAnyValue(2.9), two},
-        {"length truncated", Mm(2.9), two},
-        {"area", SquareMetres(1.5), one},
-        {"volume", CubicMetres(2.2), two},
-        {"angle", Degrees(1.9), one},
-        {"money raw", Cents(2), two},
-        {"largest money", QAnyValue(QMoney::FromRaw(INT32_MAX)), 0},
-        {"smallest money", QAnyValue(QMoney::FromRaw(INT32_MIN)), minusOne},
-        {"time raw", Seconds(1), one},
-        {"date", QAnyValue(QDateTime(2.75)), two},
-        {"date before day zero", QAnyValue(QDateTime(-1.25)), minusOne},
-        {"time of day zero", QAnyValue(QDateTime(0.5)), 0},
-        {"date out of range", QAnyValue(QDateTime(1e9)), 0},
-        {"string", QAnyValue(u"abc"), HashKey(CString(u"abc"))},
-        {"array", Array({1, 2}), one ^ two},
-        {"empty array", Array({}), 0},
-        {"table", QAnyValue(QTableHandlePtr(new test::NamedTable(u"t"))), HashKey(CString(u"t"))},
-        {"rate", QAnyValue(QRateValue(Cents(1), Mm(2))), one ^ two},
-    };
-    for (const auto& c : cases)
-        EXPECT_EQ(c.value.HashKey(), c.hash) << c.what;
-    QDateTime invalid(1.0);
-    invalid.SetStatus(QDateTime::invalid);
-    EXPECT_EQ(QAnyValue(invalid).HashKey(), 0u);
-    QDateTime null(5.0);
-    null.SetStatus(QDateTime::null);
-    EXPECT_EQ(QAnyValue(null).HashKey(), 0u);
-    EXPECT_EQ(HashKey(QAnyValue(1)), one) << "the free functions for the containers";
-    EXPECT_EQ(HashKey(QMoney::FromRaw(1)), one);
-    EXPECT_EQ(HashKey(QDateTime(127773.2)), 2147480811u);
+    EXPECT_EQ(&receiver.GEit(V(2)), &receiver);
+    EXPECT_TRUE(receiver.Identical(V(true)));
 }
 
 // --- Truth -------------------------------------------------------------------------------------
@@ -791,25 +723,25 @@ TEST_F(AnyValueTest, TruthTableAndTheMembersThatSetBooleans) {
     } cases[] = {
         {"error", Error("e"), false, false, false},
         {"N/A", NA(), false, false, false},
-        {"empty", QAnyValue(), false, true, true},
-        {"true", QAnyValue(true), true, false, false},
-        {"false", QAnyValue(false), false, true, true},
+        {"empty", V(), false, true, true},
+        {"true", V(true), true, false, false},
+        {"false", V(false), false, true, true},
         {"all true", Array({true, 1}), true, false, false},
         {"all false", Array({false, 0}), false, true, true},
         {"mixed", Array({true, 0}), false, false, false},
         {"empty array", Array({}), true, true, true},
-        {"yes", QAnyValue(u"Yes"), true, false, false},
-        {"the string 0", QAnyValue(u"0"), false, true, true},
-        {"an empty string", QAnyValue(u""), false, true, true},
-        {"an unknown word", QAnyValue(u"abc"), false, false, false},
-        {"2", QAnyValue(2), true, false, false},
-        {"0.0001", QAnyValue(0.0001), true, false, false},
-        {"0.0", QAnyValue(0.0), false, true, true},
+        {"yes", V(u"Yes"), true, false, false},
+        {"the string 0", V(u"0"), false, true, true},
+        {"an empty string", V(u""), false, true, true},
+        {"an unknown word", V(u"abc"), false, false, false},
+        {"2", V(2), true, false, false},
+        {"0.0001", V(0.0001), true, false, false},
+        {"0.0", V(0.0), false, true, true},
         {"a length within the tolerance", Mm(0.005), false, true, true},
         {"a length", Mm(1), true, false, false},
         {"zero money", Cents(0), false, true, true},
         {"colour", Color(0), false, true, true},
-        {"rate with a zero numerator", QAnyValue(QRateValue(Cents(0), Mm(1))), false, true, true},
+        {"rate with a zero numerator", V(QRateValue(Cents(0), Mm(1))), false, true, true},
     };
     for (const auto& c : cases) {
         EXPECT_EQ(c.value.IsTRUE(), c.isTrue) << c.what;
@@ -818,19 +750,19 @@ TEST_F(AnyValueTest, TruthTableAndTheMembersThatSetBooleans) {
         EXPECT_EQ(c.value.IsNotZero(), !c.isZero) << c.what;
     }
     QAnyValue value(5);
-    EXPECT_TRUE(value.TRUEit().Identical(QAnyValue(true)));
+    EXPECT_TRUE(value.TRUEit().Identical(V(true)));
     QAnyValue zero(0);
-    EXPECT_TRUE(zero.FALSEit().Identical(QAnyValue(true)));
+    EXPECT_TRUE(zero.FALSEit().Identical(V(true)));
     QAnyValue error = Error("kept");
     EXPECT_EQ(MessageOf(error.TRUEit()), "kept");
     QAnyValue array = Array({1, NA(), u"x"});
     array.TRUEFALSEit(0);
     ASSERT_EQ(array.GetSize(), 3);
-    EXPECT_TRUE(array.MakeArray()[0].Identical(QAnyValue(false)));
+    EXPECT_TRUE(array.MakeArray()[0].Identical(V(false)));
     EXPECT_TRUE(array.MakeArray()[1].IsNA());
-    EXPECT_TRUE(array.MakeArray()[2].Identical(QAnyValue(false)));
+    EXPECT_TRUE(array.MakeArray()[2].Identical(V(false)));
     QAnyValue scalar(u"x");
-    EXPECT_TRUE(scalar.TRUEFALSEit(7).Identical(QAnyValue(true)));
+    EXPECT_TRUE(scalar.TRUEFALSEit(7).Identical(V(true)));
 }
 
 // --- Make families -----------------------------------------------------------------------------
@@ -838,18 +770,21 @@ TEST_F(AnyValueTest, TruthTableAndTheMembersThatSetBooleans) {
 TEST_F(AnyValueTest, MakeFamilyGivesDefaultsForErrorsAndGoesDownIntoArrays) {
     QAnyValue error = Error("kept");
     EXPECT_FALSE(error.MakeBool());
-    EXPECT_EQ(error.MakeInt(), 0);
-    EXPECT_EQ(error.MakeByte(), 0);
-    EXPECT_EQ(error.MakeDouble(), 0.0);
     EXPECT_EQ(Utf8(error.MakeCString()), "#ERR!");
-    EXPECT_EQ(error.MakeMoney().GetRaw(), 0);
-    EXPECT_EQ(error.MakeTime().GetRaw(), 0);
-    EXPECT_EQ(error.MakeLength().GetRaw(), 0.0);
-    EXPECT_EQ(error.MakeArea().GetRaw(), 0.0);
-    EXPECT_EQ(error.MakeVolume().GetRaw(), 0.0);
-    EXPECT_EQ(error.MakeAngle().GetRaw(), 0.0);
-    EXPECT_EQ(error.MakeDateTime().GetOleDate(), 0.0);
-    EXPECT_EQ(error.MakeColor(), 0u);
+    const std::vector<double> zeros = {
+        double(error.MakeInt()),
+        double(error.MakeByte()),
+        error.MakeDouble(),
+        double(error.MakeMoney().GetRaw()),
+        double(error.MakeTime().GetRaw()),
+        error.MakeLength().GetRaw(),
+        error.MakeArea().GetRaw(),
+        error.MakeVolume().GetRaw(),
+        error.MakeAngle().GetRaw(),
+        error.MakeDateTime().GetOleDate(),
+        double(error.MakeColor()),
+    };
+    EXPECT_EQ(zeros, std::vector<double>(zeros.size(), 0.0));
     EXPECT_EQ(MessageOf(error), "kept") << "the error survives every conversion";
     QAnyValue na = NA();
     EXPECT_EQ(Utf8(na.MakeCString()), "#N/A");
@@ -864,80 +799,64 @@ TEST_F(AnyValueTest, MakeFamilyGivesDefaultsForErrorsAndGoesDownIntoArrays) {
     EXPECT_TRUE(value.IsInt());
     EXPECT_EQ(Utf8(value.Make<CString>()), "2");
     QAnyValue copy(u"x");
-    EXPECT_TRUE(copy.Make<QAnyValue>().Identical(QAnyValue(u"x")));
-    EXPECT_EQ(QAnyValue(300).Make<unsigned char>(), 44);
+    EXPECT_TRUE(copy.Make<QAnyValue>().Identical(V(u"x")));
+    EXPECT_EQ(V(300).Make<unsigned char>(), 44);
     QAnyValue length(3);
     QLength::SetDefaultUnits(QLength::LU_MM);
     EXPECT_EQ(length.Make<QLength>().GetRaw(), 3.0);
     QAnyValue target(5);
-    target.MakeSameTypeAs(QAnyValue(u"s"));
-    EXPECT_TRUE(target.Identical(QAnyValue(u"5")));
-    QAnyValue nested = Array({1, Array({2.5, true})});
-    nested.MakeAllCString();
-    EXPECT_TRUE(nested.Identical(Array({u"1", Array({u"2.5", u"Yes"})})));
-    QAnyValue numbers = Array({u"2", 1.5});
-    numbers.MakeAllInt();
-    EXPECT_TRUE(numbers.Identical(Array({2, 1})));
-    QAnyValue arrays = Array({1, 2});
-    arrays.MakeAllArray();
-    EXPECT_TRUE(arrays.Identical(Array({Array({1}), Array({2})})));
-    QAnyValue errors = Array({u"why", 1});
-    errors.MakeAllError();
-    ASSERT_TRUE(errors.IsArray());
-    EXPECT_EQ(MessageOf(errors.MakeArray()[0]), "why");
-    EXPECT_TRUE(errors.MakeArray()[1].IsError());
-    QAnyValue empties = Array({1, 2});
-    empties.MakeAllEmpty();
-    EXPECT_TRUE(empties.Identical(Array({QAnyValue(), QAnyValue()})));
-    QAnyValue scalar(u"3");
-    scalar.MakeAllNumeric();
-    EXPECT_TRUE(scalar.Identical(QAnyValue(3)));
+    target.MakeSameTypeAs(V(u"s"));
+    EXPECT_TRUE(target.Identical(V(u"5")));
+    using MakeAll = QAnyValue& (QAnyValue::*)();
+    const struct {
+        MakeAll make;
+        QAnyValue value, made;
+    } all[] = {
+        {&V::MakeAllCString, Array({1, Array({2.5, true})}),
+         Array({u"1", Array({u"2.5", u"Yes"})})},
+        {&V::MakeAllInt, Array({u"2", 1.5}), Array({2, 1})},
+        {&V::MakeAllArray, Array({1, 2}), Array({Array({1}), Array({2})})},
+        {&V::MakeAllError, Array({u"why", 1}), Array({Error("why"), Error("")})},
+        {&V::MakeAllEmpty, Array({1, 2}), Array({V(), V()})},
+        {&V::MakeAllNumeric, V(u"3"), V(3)},
+    };
+    for (const auto& c : all) {
+        QAnyValue value = c.value;
+        EXPECT_TRUE(test::Same((value.*c.make)(), c.made));
+    }
 }
 
 // --- Making numeric ----------------------------------------------------------------------------
 
 TEST_F(AnyValueTest, MakeNumericRunsStringsAsFormulasAndMakesOtherTypesNumbers) {
-    QAnyValue text(u"1+1");
-    text.MakeNumeric();
-    EXPECT_TRUE(text.Identical(QAnyValue(2)));
-    EXPECT_EQ(FakeEvaluator::asked, std::vector<std::string>{"1+1"});
-
-    QAnyValue blank(u"   ");
-    blank.MakeNumeric();
-    EXPECT_TRUE(blank.Identical(QAnyValue(0))) << "an empty formula is the whole number 0";
-
-    QAnyValue quoted(u"\"7\"");
-    quoted.MakeNumeric();
-    EXPECT_TRUE(quoted.Identical(QAnyValue(7))) << "again while the result is a string";
-
-    QAnyValue failing(u"  abc ");
-    failing.MakeNumeric();
-    EXPECT_EQ(MessageOf(failing), "Could not evaluate formula\nabc");
-
-    QAnyValue looping(u"selfie");
-    looping.MakeNumeric();
-    EXPECT_EQ(MessageOf(looping), "Could not evaluate formula (looping)\nselfie");
-
-    QAnyValue pingPong(u"ping");
-    pingPong.MakeNumeric();
-    EXPECT_TRUE(pingPong.IsError());
-    EXPECT_EQ(MessageOf(pingPong).rfind("Could not evaluate formula (looping)\n", 0), 0u);
     const struct {
+        const char* what;
         QAnyValue value;
         QAnyValue numeric;
     } cases[] = {
-        {QAnyValue(true), QAnyValue(1.0)},
-        {QAnyValue(QDateTime(3.5)), QAnyValue(3.5)},
-        {Color(0xFF), QAnyValue(255.0)},
-        {QAnyValue(7), QAnyValue(7)},
-        {Mm(2), Mm(2)},
-        {QAnyValue(), QAnyValue()},
+        {"a formula", V(u"1+1"), V(2)},
+        {"an empty formula is the whole number 0", V(u"   "), V(0)},
+        {"again while the result is a string", V(u"\"7\""), V(7)},
+        {"a formula that fails", V(u"  abc "), Error("Could not evaluate formula\nabc")},
+        {"a formula that gives itself", V(u"selfie"),
+         Error("Could not evaluate formula (looping)\nselfie")},
+        {"boolean", V(true), V(1.0)},
+        {"date", V(QDateTime(3.5)), V(3.5)},
+        {"colour", Color(0xFF), V(255.0)},
+        {"whole number", V(7), V(7)},
+        {"length", Mm(2), Mm(2)},
+        {"empty", V(), V()},
     };
     for (const auto& c : cases) {
         QAnyValue value = c.value;
         value.MakeNumeric();
-        EXPECT_TRUE(value.Identical(c.numeric)) << Utf8(c.value.TypeName());
+        EXPECT_TRUE(test::Same(value, c.numeric)) << c.what;
     }
+    EXPECT_EQ(FakeEvaluator::asked.front(), "1+1");
+    QAnyValue pingPong(u"ping");
+    pingPong.MakeNumeric();
+    EXPECT_TRUE(pingPong.IsError());
+    EXPECT_EQ(MessageOf(pingPong).rfind("Could not evaluate formula (looping)\n", 0), 0u);
 }
 
 TEST_F(AnyValueTest, TheEvaluatorSeamPassesTextAndContextAndWithoutItEveryFormulaFails) {
@@ -951,28 +870,26 @@ TEST_F(AnyValueTest, TheEvaluatorSeamPassesTextAndContextAndWithoutItEveryFormul
         return true;
     };
     SetFormulaEvaluatorHook(capture);
-    EXPECT_EQ(GetFormulaEvaluatorHook(), static_cast<QFormulaEvaluatorHook>(capture));
     auto* const context = reinterpret_cast<QFormulaContext*>(&seenText);
     QAnyValue direct;
     EXPECT_TRUE(EvaluateFormula(FormulaText(u"a + b"), context, direct));
     EXPECT_EQ(seenContext, context);
     EXPECT_EQ(seenText, "a + b");
-    EXPECT_TRUE(direct.Identical(QAnyValue(11)));
+    EXPECT_TRUE(direct.Identical(V(11)));
 
     QAnyValue text(u" width * 2 ");
     text.MakeNumeric();
     EXPECT_EQ(seenContext, nullptr) << "a string made numeric runs in no context";
     EXPECT_EQ(seenText, "width * 2");
-    EXPECT_TRUE(text.Identical(QAnyValue(11)));
+    EXPECT_TRUE(text.Identical(V(11)));
 
     SetFormulaEvaluatorHook(nullptr);
     QAnyValue none;
     EXPECT_FALSE(EvaluateFormula(FormulaText(u"1"), nullptr, none));
-    SetFormulaEvaluatorHook(nullptr);
     QAnyValue unevaluated(u"1+1");
     unevaluated.MakeNumeric();
     EXPECT_EQ(MessageOf(unevaluated), "Could not evaluate formula\n1+1");
-    EXPECT_EQ(MessageOf(QAnyValue(u"2") + QAnyValue(1)), "Could not evaluate formula\n2");
+    EXPECT_EQ(MessageOf(V(u"2") + V(1)), "Could not evaluate formula\n2");
 }
 
 // --- Text forms --------------------------------------------------------------------------------
@@ -980,31 +897,31 @@ TEST_F(AnyValueTest, TheEvaluatorSeamPassesTextAndContextAndWithoutItEveryFormul
 TEST_F(AnyValueTest, TextFormsEvaluateBackAndTablesOpenByNameThroughTheSource) {
     QLength::SetDefaultUnits(QLength::LU_MM);
     QDateTime::SetLocaleFormats(u"%d/%m/%Y", u"%H:%M:%S");
-    EXPECT_EQ(Utf8(QAnyValue(u"say \"hi\"\\\n\r\t").AsFormula().ToString()),
+    EXPECT_EQ(Utf8(V(u"say \"hi\"\\\n\r\t").AsFormula().ToString()),
               "\"say \"\"hi\"\"\\\\\\n\\r\\t\"");
-    EXPECT_EQ(Utf8(QAnyValue(12).AsFormula().ToString()), "12");
-    EXPECT_EQ(Utf8(QAnyValue(2.5).AsFormula().ToString()), "2.5");
-    EXPECT_EQ(Utf8(QAnyValue(QDateTime(2026, 11, 21)).AsFormula().ToString()), "\"21/11/2026\"");
-    EXPECT_EQ(Utf8(Array({1, QAnyValue(), u"a"}).AsFormula().ToString()), "[1,,\"a\"]");
+    EXPECT_EQ(Utf8(V(12).AsFormula().ToString()), "12");
+    EXPECT_EQ(Utf8(V(2.5).AsFormula().ToString()), "2.5");
+    EXPECT_EQ(Utf8(V(QDateTime(2026, 11, 21)).AsFormula().ToString()), "\"21/11/2026\"");
+    EXPECT_EQ(Utf8(Array({1, V(), u"a"}).AsFormula().ToString()), "[1,,\"a\"]");
     EXPECT_EQ(Utf8(Error("x").AsFormula().ToString()), "#ERR!");
     EXPECT_EQ(Utf8(NA().AsFormula().ToString()), "#N/A");
-    EXPECT_EQ(Utf8(QAnyValue(true).AsFormula().ToString()), "Yes");
+    EXPECT_EQ(Utf8(V(true).AsFormula().ToString()), "Yes");
     QDateTime::ResetLocale();
-    EXPECT_EQ(Utf8(QAnyValue(u"plain \"text\"").AsStringOrFormula()), "plain \"text\"");
-    EXPECT_EQ(Utf8(QAnyValue(3).AsStringOrFormula()), "3");
-    EXPECT_EQ(Utf8(QAnyValue(u"x").MakeCStringUntranslated()), "x");
+    EXPECT_EQ(Utf8(V(u"plain \"text\"").AsStringOrFormula()), "plain \"text\"");
+    EXPECT_EQ(Utf8(V(3).AsStringOrFormula()), "3");
+    EXPECT_EQ(Utf8(V(u"x").MakeCStringUntranslated()), "x");
     const QAnyValue number(0.25);
     EXPECT_EQ(Utf8(number.Format()), "0.25");
     EXPECT_TRUE(number.IsDouble()) << "Format leaves the value alone";
     QLength::SetDefaultUnits(QLength::LU_MM);
     EXPECT_EQ(Utf8(NA().AsCrystalFormula()), "\"#N/A\"");
-    EXPECT_EQ(Utf8(QAnyValue(u"a\"b").AsCrystalFormula()), "\"a\"\"b\"");
+    EXPECT_EQ(Utf8(V(u"a\"b").AsCrystalFormula()), "\"a\"\"b\"");
     EXPECT_EQ(Utf8(Mm(2.5).AsCrystalFormula()), "2.5");
     EXPECT_EQ(Utf8(Cents(150).AsCrystalFormula()), "1.5");
-    EXPECT_EQ(Utf8(QAnyValue(7).AsCrystalFormula()), "7");
+    EXPECT_EQ(Utf8(V(7).AsCrystalFormula()), "7");
     QAnyValue::SetYesNoStrings(u"Ja", u"Nein");
-    EXPECT_EQ(Utf8(QAnyValue(true).Format()), "Ja");
-    EXPECT_EQ(Utf8(QAnyValue(false).Format()), "Nein");
+    EXPECT_EQ(Utf8(V(true).Format()), "Ja");
+    EXPECT_EQ(Utf8(V(false).Format()), "Nein");
     bool yes = false;
     EXPECT_EQ(QAnyValue::ParseBool(yes, u"ja"), PARSE_EXACT);
     EXPECT_TRUE(yes);
@@ -1022,7 +939,7 @@ TEST_F(AnyValueTest, TextFormsEvaluateBackAndTablesOpenByNameThroughTheSource) {
 
     QAnyValue quiet(u"nowhere");
     EXPECT_FALSE(quiet.MakeLookupTableNoError());
-    EXPECT_TRUE(quiet.Identical(QAnyValue(u"nowhere"))) << "the value stays as it was";
+    EXPECT_TRUE(quiet.Identical(V(u"nowhere"))) << "the value stays as it was";
     EXPECT_FALSE(m_tables.m_lastReportErrors);
 
     QAnyValue converted(u"sizes");
@@ -1053,27 +970,25 @@ TEST_F(RateValueTest, ConstructionAndArithmeticWorkOnTheHalves) {
     assigned = 4;
     QRateValue assignedDouble(Cents(5), Mm(2));
     assignedDouble = 0.5;
-    const QRateValue half(QAnyValue(1), QAnyValue(2));
-    const QRateValue third(QAnyValue(1), QAnyValue(3));
+    const QRateValue half(V(1), V(2));
+    const QRateValue third(V(1), V(3));
     const QRateValue perFoot(Cents(200), Feet(1));
     const struct {
         const char* what;
         QRateValue rate;
         QAnyValue num, den;
     } cases[] = {
-        {"empty", QRateValue(), QAnyValue(), QAnyValue()},
-        {"whole number", QRateValue(3), QAnyValue(3), QAnyValue(1)},
-        {"number", QRateValue(2.5), QAnyValue(2.5), QAnyValue(1)},
-        {"money", QRateValue(Cents(5)), Cents(5), QAnyValue(1)},
+        {"empty", QRateValue(), V(), V()},
+        {"whole number", QRateValue(3), V(3), V(1)},
+        {"number", QRateValue(2.5), V(2.5), V(1)},
+        {"money", QRateValue(Cents(5)), Cents(5), V(1)},
         {"two halves", QRateValue(Cents(5), Mm(2)), Cents(5), Mm(2)},
-        {"assigned a whole number", assigned, QAnyValue(4), QAnyValue(1)},
-        {"assigned a number", assignedDouble, QAnyValue(0.5), QAnyValue(1)},
-        {"sum cross-multiplies", half + third, QAnyValue(5), QAnyValue(6)},
-        {"difference cross-multiplies", half - third, QAnyValue(1), QAnyValue(6)},
-        {"product", perFoot * QRateValue(QAnyValue(3), QAnyValue(1)), Cents(600), Feet(1)},
-        {"quotient",
-         QRateValue(QAnyValue(6), QAnyValue(1)) / QRateValue(QAnyValue(2), QAnyValue(1)),
-         QAnyValue(6), QAnyValue(2)},
+        {"assigned a whole number", assigned, V(4), V(1)},
+        {"assigned a number", assignedDouble, V(0.5), V(1)},
+        {"sum cross-multiplies", half + third, V(5), V(6)},
+        {"difference cross-multiplies", half - third, V(1), V(6)},
+        {"product", perFoot * QRateValue(V(3), V(1)), Cents(600), Feet(1)},
+        {"quotient", QRateValue(V(6), V(1)) / QRateValue(V(2), V(1)), V(6), V(2)},
         {"times a whole number", perFoot * 3, Cents(600), Feet(1)},
         {"times a number", perFoot * 1.5, Cents(300), Feet(1)},
         {"over a whole number", perFoot / 4, Cents(50), Feet(1)},
@@ -1095,9 +1010,9 @@ TEST_F(RateValueTest, ConstructionAndArithmeticWorkOnTheHalves) {
 }
 
 TEST_F(RateValueTest, ComparisonByQuotientAndDoubleInTheDefaultUnits) {
-    const QRateValue half(QAnyValue(1), QAnyValue(2));
-    const QRateValue twoQuarters(QAnyValue(2), QAnyValue(4));
-    const QRateValue twoThirds(QAnyValue(2), QAnyValue(3));
+    const QRateValue half(V(1), V(2));
+    const QRateValue twoQuarters(V(2), V(4));
+    const QRateValue twoThirds(V(2), V(3));
     EXPECT_TRUE(half == twoQuarters);
     EXPECT_FALSE(half != twoQuarters);
     EXPECT_TRUE(half < twoThirds);
@@ -1106,11 +1021,11 @@ TEST_F(RateValueTest, ComparisonByQuotientAndDoubleInTheDefaultUnits) {
     EXPECT_TRUE(twoThirds >= half);
     EXPECT_EQ(half.Compare(twoThirds), -1);
     EXPECT_EQ(twoThirds.Compare(half), 1);
-    EXPECT_DOUBLE_EQ(Double(QRateValue(QAnyValue(3), QAnyValue(2))), 1.5);
+    EXPECT_DOUBLE_EQ(Double(QRateValue(V(3), V(2))), 1.5);
     EXPECT_DOUBLE_EQ(Double(QRateValue(Cents(300), Mm(2))), 1.5);
     QLength::SetDefaultUnits(QLength::LU_FOOT);
     EXPECT_DOUBLE_EQ(Double(QRateValue(Cents(300), Feet(2))), 1.5);
-    EXPECT_EQ(Double(QRateValue(QAnyValue(3), QAnyValue(0))), 0.0);
+    EXPECT_EQ(Double(QRateValue(V(3), V(0))), 0.0);
     EXPECT_EQ(Double(QRateValue()), 0.0);
 }
 
@@ -1123,9 +1038,9 @@ TEST_F(RateValueTest, ParseSplitsAtTheStrokeUnitWordsAndTheTextForm) {
     EXPECT_EQ(rate.Parse(u"1 1/2' / 3 s"), PARSE_EXACT) << "the first stroke is a fraction";
     ExpectHalves(rate, Feet(1.5), Seconds(3));
     EXPECT_EQ(rate.Parse(u"3 sqm / SQFT"), PARSE_EXACT);
-    ExpectHalves(rate, QAnyValue(QArea(3, QArea::AU_SQM)), QAnyValue(QArea(1, QArea::AU_SQFT)));
+    ExpectHalves(rate, V(QArea(3, QArea::AU_SQM)), V(QArea(1, QArea::AU_SQFT)));
     EXPECT_EQ(rate.Parse(u"2.5 / cbm"), PARSE_EXACT);
-    ExpectHalves(rate, QAnyValue(2.5), QAnyValue(QVolume(1, QVolume::VU_CBM)));
+    ExpectHalves(rate, V(2.5), V(QVolume(1, QVolume::VU_CBM)));
     EXPECT_EQ(rate.Parse(u"1 1/2 / sec"), PARSE_DEFAULTED) << "a length without its unit";
     ExpectHalves(rate, Mm(1.5), Seconds(1));
     rate = QRateValue(Cents(1), Mm(1));
@@ -1142,16 +1057,16 @@ TEST_F(RateValueTest, ParseSplitsAtTheStrokeUnitWordsAndTheTextForm) {
         {u"m", Mm(1000)},
         {u"in", Mm(25.4)},
         {u"ft", Mm(304.8)},
-        {u"sqmm", QAnyValue(QArea(1, QArea::AU_SQMM))},
-        {u"sqcm", QAnyValue(QArea(1, QArea::AU_SQCM))},
-        {u"sqin", QAnyValue(QArea(1, QArea::AU_SQIN))},
-        {u"sqft", QAnyValue(QArea(1, QArea::AU_SQFT))},
-        {u"sqm", QAnyValue(QArea(1, QArea::AU_SQM))},
-        {u"cbmm", QAnyValue(QVolume(1, QVolume::VU_CBMM))},
-        {u"cbcm", QAnyValue(QVolume(1, QVolume::VU_CBCM))},
-        {u"cbin", QAnyValue(QVolume(1, QVolume::VU_CBIN))},
-        {u"cbft", QAnyValue(QVolume(1, QVolume::VU_CBFT))},
-        {u"cbm", QAnyValue(QVolume(1, QVolume::VU_CBM))},
+        {u"sqmm", V(QArea(1, QArea::AU_SQMM))},
+        {u"sqcm", V(QArea(1, QArea::AU_SQCM))},
+        {u"sqin", V(QArea(1, QArea::AU_SQIN))},
+        {u"sqft", V(QArea(1, QArea::AU_SQFT))},
+        {u"sqm", V(QArea(1, QArea::AU_SQM))},
+        {u"cbmm", V(QVolume(1, QVolume::VU_CBMM))},
+        {u"cbcm", V(QVolume(1, QVolume::VU_CBCM))},
+        {u"cbin", V(QVolume(1, QVolume::VU_CBIN))},
+        {u"cbft", V(QVolume(1, QVolume::VU_CBFT))},
+        {u"cbm", V(QVolume(1, QVolume::VU_CBM))},
         {u"sec", Seconds(1)},
         {u"min", Seconds(60)},
         {u"hr", Seconds(3600)},
@@ -1166,10 +1081,9 @@ TEST_F(RateValueTest, ParseSplitsAtTheStrokeUnitWordsAndTheTextForm) {
     EXPECT_FALSE(QRateValue::UnitWordValue(u"parsec", none));
     EXPECT_EQ(Utf8(QRateValue::UnitWordOf(Mm(2))), "");
     EXPECT_EQ(Utf8(QRateValue(Cents(500), Seconds(3600)).Format()), "$5.00/hr");
-    EXPECT_EQ(Utf8(QRateValue(Cents(0), QAnyValue(QArea(1, QArea::AU_SQFT))).Format()),
-              "$0.00/sqft");
+    EXPECT_EQ(Utf8(QRateValue(Cents(0), V(QArea(1, QArea::AU_SQFT))).Format()), "$0.00/sqft");
     EXPECT_EQ(Utf8(QRateValue(Cents(300), Mm(2)).Format()), "$3.00/2");
-    EXPECT_EQ(Utf8(QRateValue(QAnyValue(4.0), Feet(1)).Format()), "4/ft");
+    EXPECT_EQ(Utf8(QRateValue(V(4.0), Feet(1)).Format()), "4/ft");
     QRateValue back;
     EXPECT_EQ(back.Parse(QRateValue(Cents(500), Seconds(3600)).Format()), PARSE_EXACT);
     ExpectHalves(back, Cents(500), Seconds(3600));

@@ -2,15 +2,12 @@
 
 #include "keel/platform/file.h"
 #include "keel/platform/schema.h"
-#include "keel/values/compare.h"
 #include "keel/values/length.h"
 #include "keel/values/lengths.h"
 
 #include <clocale>
 #include <cmath>
-#include <cstdint>
 #include <cstring>
-#include <functional>
 #include <gtest/gtest.h>
 #include <limits>
 #include <string>
@@ -20,11 +17,9 @@ namespace keel {
 
 namespace {
 
-using test::Bytes;
 using test::DoubleBytes;
 using test::Int32Bytes;
 using test::Loaded;
-using test::Stored;
 using Reports = test::LimitDoubleReports;
 using LU = QLength::LENGTHUNITS;
 
@@ -46,146 +41,12 @@ private:
     test::LimitDoubleHooksGuard m_hooks;
 };
 
-TEST_F(LengthTest, EachUnitHasItsSizeMetricFlagAndSuffixAndTheConversionsFollowTheFactors) {
-    EXPECT_EQ(QLength::DefaultUnits(), QLength::LU_MM);
-    EXPECT_EQ(QLength::c_InchHandlerType, 0x20);
-    EXPECT_EQ(QLength::InchAsFraction(), 32);
-    const struct {
-        LU unit;
-        double millimetres;
-        bool metric;
-        const char16_t* suffix;
-    } rows[] = {
-        {QLength::LU_RAW, 1, false, u""},        {QLength::LU_HIMETRIC, 0.01, false, u""},
-        {QLength::LU_LOMETRIC, 0.1, false, u""}, {QLength::LU_MM, 1, true, u"mm"},
-        {QLength::LU_CM, 10, true, u"cm"},       {QLength::LU_INCH, 25.4, false, u"\""},
-        {QLength::LU_FOOT, 304.8, false, u"'"},  {QLength::LU_METRE, 1000, true, u"m"},
-    };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.unit);
-        EXPECT_DOUBLE_EQ(QLength::Factor(row.unit), row.millimetres);
-        EXPECT_DOUBLE_EQ(QLength::double_to_raw(2, row.unit), 2 * row.millimetres);
-        EXPECT_DOUBLE_EQ(QLength::raw_to_double(2 * row.millimetres, row.unit), 2);
-        EXPECT_EQ(QLength::LengthUnitSuffix(row.unit), row.suffix);
-        QLength::SetDefaultUnits(row.unit);
-        EXPECT_EQ(QLength::DefaultUnits(), row.unit);
-        EXPECT_EQ(QLength::DefaultUnitsAreMetric(), row.metric);
-        EXPECT_EQ(QLength::LengthUnitSuffix(), row.suffix);
-    }
-    QLength::SetDefaultUnits(QLength::LU_MM);
-    EXPECT_THROW(QLength::SetDefaultUnits(QLength::LU_DEFAULT), InvalidArgumentException);
-    EXPECT_THROW(QLength::SetDefaultUnits(static_cast<LU>(8)), InvalidArgumentException);
-    EXPECT_THROW(QLength(1, static_cast<LU>(-2)), InvalidArgumentException);
-    EXPECT_THROW(QLength::LengthUnitSuffix(static_cast<LU>(8)), InvalidArgumentException);
-    EXPECT_EQ(QLength::DefaultUnits(), QLength::LU_MM);
-    EXPECT_DOUBLE_EQ(QLength::inch_to_mm(1), 25.4);
-    EXPECT_DOUBLE_EQ(QLength::foot_to_m(10), 3.048);
-    EXPECT_DOUBLE_EQ(QLength::himetric_to_lometric(10), 1);
-    EXPECT_DOUBLE_EQ(QLength::foot_to_inch(1), 12);
-    EXPECT_DOUBLE_EQ(QLength::m_to_cm(1.5), 150);
-    EXPECT_DOUBLE_EQ(QLength::mm_to_inch(50.8), 2);
-    EXPECT_DOUBLE_EQ(QLength::lometric_to_himetric(1), 10);
-    EXPECT_DOUBLE_EQ(QLength::cm_to_foot(30.48), 1);
-    QLength::SetDefaultUnits(QLength::LU_INCH);
-    EXPECT_DOUBLE_EQ(QLength::double_to_raw(2), 50.8);
-    EXPECT_DOUBLE_EQ(QLength::raw_to_double(50.8), 2);
-    EXPECT_DOUBLE_EQ(QLength(2).GetRaw(), 50.8);
-    EXPECT_DOUBLE_EQ(QLength(2, QLength::LU_CM).GetRaw(), 20);
-    EXPECT_DOUBLE_EQ(QLength::FromRaw(50.8).AsDouble(), 2);
-    EXPECT_DOUBLE_EQ(QLength::FromRaw(50.8).AsDouble(QLength::LU_MM), 50.8);
-}
-
-TEST_F(LengthTest, ComparisonsHoldWithinAHundredthOfAMillimetreAndArithmeticWorksOnTheRawValue) {
-    const struct {
-        double difference;
-        bool equal, less, greater;
-    } rows[] = {
-        {0, true, false, false},    {0.005, true, false, false},   {0.0099, true, false, false},
-        {0.01, true, false, true},  {0.0101, false, false, true},  {-0.0099, true, false, false},
-        {-0.01, true, true, false}, {-0.0101, false, true, false},
-    };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.difference);
-        const QLength a = QLength::FromRaw(row.difference);
-        const QLength b = QLength::Zero;
-        EXPECT_EQ(a == b, row.equal);
-        EXPECT_EQ(a != b, !row.equal);
-        EXPECT_EQ(a < b, row.less);
-        EXPECT_EQ(a > b, row.greater);
-        EXPECT_EQ(a <= b, !row.greater);
-        EXPECT_EQ(a >= b, !row.less);
-        EXPECT_EQ(COMPARE(a, b), row.less ? -1 : row.greater ? 1 : 0);
-    }
-    EXPECT_TRUE(QLength::FromRaw(0.008) == QLength::FromRaw(0.016));
-    EXPECT_FALSE(QLength::FromRaw(0) == QLength::FromRaw(0.016)) << "equality is not transitive";
-    const QLength a = QLength::FromRaw(7);
-    const QLength b = QLength::FromRaw(2);
-    EXPECT_DOUBLE_EQ((a + b).GetRaw(), 9);
-    EXPECT_DOUBLE_EQ((a - b).GetRaw(), 5);
-    EXPECT_DOUBLE_EQ((a * 2).GetRaw(), 14);
-    EXPECT_DOUBLE_EQ((2.5 * a).GetRaw(), 17.5);
-    EXPECT_DOUBLE_EQ((a / 2).GetRaw(), 3.5);
-    EXPECT_DOUBLE_EQ((a / 0.5).GetRaw(), 14);
-    EXPECT_DOUBLE_EQ(a / b, 3.5);
-    EXPECT_DOUBLE_EQ((-a).GetRaw(), -7);
-    EXPECT_DOUBLE_EQ((+a).GetRaw(), 7);
-    EXPECT_FALSE(!a);
-    EXPECT_TRUE(!QLength::FromRaw(0.005));
-    QLength c = a;
-    c += b;
-    c -= QLength::FromRaw(1);
-    c *= 3;
-    c /= 4;
-    EXPECT_DOUBLE_EQ(c.GetRaw(), 6);
-}
-
-struct ParseRow {
-    const char* text;
-    LU defaultUnit;
-    PARSERESULT result;
-    double raw;
-};
-
-TEST_F(LengthTest, ParseReadsFractionsDecimalsAndUnitsAndRefusesWhatThePatternsDoNotTake) {
-    const LU mm = QLength::LU_MM;
-    const LU inch = QLength::LU_INCH;
-    const ParseRow rows[] = {
-        {"3", mm, PARSE_DEFAULTED, 3},         {"  3.5  ", mm, PARSE_DEFAULTED, 3.5},
-        {"-2.25", mm, PARSE_DEFAULTED, -2.25}, {"3mm", mm, PARSE_EXACT, 3},
-        {"3 mm", inch, PARSE_EXACT, 3},        {"2cm", mm, PARSE_EXACT, 20},
-        {"2.5 m", mm, PARSE_EXACT, 2500},      {"2\"", mm, PARSE_EXACT, 50.8},
-        {"2 '", mm, PARSE_EXACT, 609.6},       {"3/4", mm, PARSE_DEFAULTED, 0.75},
-        {"3 / 4", mm, PARSE_DEFAULTED, 0.75},  {"-3/4", mm, PARSE_DEFAULTED, -0.75},
-        {"1/2\"", mm, PARSE_EXACT, 12.7},      {"3/4'", mm, PARSE_EXACT, 228.6},
-        {"1 3/4", mm, PARSE_DEFAULTED, 1.75},  {"-1 1/2", mm, PARSE_DEFAULTED, -1.5},
-        {"1 1/2\"", mm, PARSE_EXACT, 38.1},    {"-1 1/2\"", mm, PARSE_EXACT, -38.1},
-        {"2 1/2'", mm, PARSE_EXACT, 762},      {"2", inch, PARSE_DEFAULTED, 50.8},
-        {"3/4", inch, PARSE_DEFAULTED, 19.05}, {"1 1/2", inch, PARSE_DEFAULTED, 38.1},
-        {"2mm", inch, PARSE_EXACT, 2},
-    };
-    for (const ParseRow& row : rows) {
-        SCOPED_TRACE(row.text);
-        QLength::SetDefaultUnits(row.defaultUnit);
-        QLength length;
-        EXPECT_EQ(length.Parse(CString(row.text)), row.result);
-        EXPECT_NEAR(length.GetRaw(), row.raw, 1e-9);
-    }
+TEST_F(LengthTest, AnInchOrFootMarkBeatsTheUnitGivenToParse) {
     QLength length;
-    EXPECT_EQ(length.Parse(u"2", QLength::LU_CM), PARSE_DEFAULTED) << "in the unit given";
-    EXPECT_DOUBLE_EQ(length.GetRaw(), 20);
     EXPECT_EQ(length.Parse(u"2\"", QLength::LU_CM), PARSE_EXACT);
     EXPECT_DOUBLE_EQ(length.GetRaw(), 50.8);
-    const char* const texts[] = {
-        "",      "abc",     "3 in",  "3 ft",    "3 MM",    "3 km",      "3 mc",  "3 m'",
-        "3mm x", "3 mm mm", "3/4 x", "3/4\" 5", "1 3/4 x", "1 3/4\" x", "1/2.5", "1/0",
-        "1 1/0", "5'6",     "inf",   "nan mm",  "- 1/2",   "1,5",
-    };
-    for (const char* text : texts) {
-        SCOPED_TRACE(text);
-        QLength length = QLength::FromRaw(42);
-        EXPECT_EQ(length.Parse(CString(text)), PARSE_NONE);
-        EXPECT_EQ(length.GetRaw(), 42) << "a failed parse changed the length";
-    }
+    EXPECT_EQ(length.Parse(u"2'", QLength::LU_CM), PARSE_EXACT);
+    EXPECT_DOUBLE_EQ(length.GetRaw(), 609.6);
 }
 
 TEST_F(LengthTest, ParseReadsAPointWhateverTheUserLocale) {
@@ -300,6 +161,7 @@ TEST_F(LengthTest, FormatWritesEachUnitsPrecisionFractionsAndDecimals) {
 }
 
 TEST_F(LengthTest, FormatWithoutAUnitTakesTheDefaultUnitAndInchAsFractionDecidesTheTextOfInches) {
+    EXPECT_EQ(QLength::InchAsFraction(), 32);
     QLength::SetDefaultUnits(QLength::LU_INCH);
     EXPECT_EQ(QLength::FromRaw(38.1).Format(), u"1 1/2");
     EXPECT_EQ(QLength::FromRaw(38.1).Format(u"%F"), u"1 1/2\"");
@@ -316,7 +178,6 @@ TEST_F(LengthTest, FormatWithoutAUnitTakesTheDefaultUnitAndInchAsFractionDecides
     for (const auto& row : rows) {
         SCOPED_TRACE(row.handler);
         QLength::c_InchHandlerType = row.handler;
-        EXPECT_EQ(QLength::InchAsFraction(), row.handler);
         EXPECT_EQ(QLength(row.inches, QLength::LU_INCH).Format(u"%F", QLength::LU_INCH).ToUtf8(),
                   CString(row.text).ToUtf8());
     }
@@ -407,44 +268,11 @@ TEST_F(LengthTest, LimitDoubleZeroesAnExponentBeyondSixtyOnlyWhileSwitchedOnButA
     EXPECT_EQ(Reports::rejected, (std::vector<double>{1e30, -1e25}));
 }
 
-TEST_F(LengthTest, StoresEightBytesReadsByTheSchemaAndOutOfRangeIsZeroWithAReport) {
-    EXPECT_EQ(Stored(QLength::FromRaw(1.5)), (Bytes{0, 0, 0, 0, 0, 0, 0xF8, 0x3F}));
-    EXPECT_EQ(Stored(QLength::FromRaw(-304.8)), DoubleBytes(-304.8));
-    const struct {
-        unsigned schema;
-        Bytes bytes;
-        double raw;
-    } rows[] = {
-        {0, Int32Bytes(15), 1.5},
-        {16, Int32Bytes(15), 1.5},
-        {16, Int32Bytes(-25), -2.5},
-        {16, {0x0F, 0, 0, 0}, 1.5},
-        {17, Int32Bytes(480), 1.5},
-        {17, Int32Bytes(-32), -0.1},
-        {17, {0xE0, 0x01, 0, 0}, 1.5},
-        {18, DoubleBytes(1.5), 1.5},
-        {18, {0, 0, 0, 0, 0, 0, 0xF8, 0x3F}, 1.5},
-        {250, DoubleBytes(-12.25), -12.25},
-    };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.schema);
-        EXPECT_DOUBLE_EQ(Loaded<QLength>(row.bytes, row.schema).GetRaw(), row.raw);
-    }
+TEST_F(LengthTest, WithoutASchemaTheArchiveReadsByTheDefaultSchema) {
     QSchema::SetDefaultSchema(16);
     EXPECT_DOUBLE_EQ(Loaded<QLength>(Int32Bytes(15), CArchive::noSchema).GetRaw(), 1.5);
     QSchema::SetDefaultSchema(18);
     EXPECT_DOUBLE_EQ(Loaded<QLength>(DoubleBytes(2.5), CArchive::noSchema).GetRaw(), 2.5);
-    EXPECT_EQ(Loaded<QLength>(DoubleBytes(1e30), 18).GetRaw(), 0.0) << "silent without a reporter";
-    Reports::Install();
-    Stored(QLength::FromRaw(12));
-    Loaded<QLength>(DoubleBytes(12), 18);
-    EXPECT_TRUE(Reports::traced.empty()) << "a good length is neither traced nor reported";
-    EXPECT_EQ(Loaded<QLength>(DoubleBytes(1e30), 18).GetRaw(), 0.0);
-    EXPECT_EQ(Stored(QLength::FromRaw(1e30)), DoubleBytes(0.0));
-    EXPECT_EQ(Reports::traced,
-              (std::vector<std::string>{"Length CArchive>> reading", "Length CArchive<< storing"}));
-    EXPECT_EQ(Reports::reported, (std::vector<std::string>{"length", "length storing"}));
-    EXPECT_EQ(Reports::files, (std::vector<std::string>{"loaded.drw", "stored.drw"}));
 }
 
 std::vector<double> Raws(const QLengths& lengths) {

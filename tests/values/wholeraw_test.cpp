@@ -291,7 +291,7 @@ TYPED_TEST(WholeRawTest, ArithmeticFollowsTheFloorRuleAndSaturates) {
     EXPECT_DOUBLE_EQ(R(300) / R(120), 2.5);
 }
 
-TYPED_TEST(WholeRawTest, ComparesAndHashesByTheRawNumberAndArchivesItInFourLittleEndianBytes) {
+TYPED_TEST(WholeRawTest, ComparesByTheRawNumberAndArchivesItInFourLittleEndianBytes) {
     using Quantity = typename TestFixture::Quantity;
     const Quantity one = Quantity::FromRaw(1);
     const Quantity two = Quantity::FromRaw(2);
@@ -305,10 +305,6 @@ TYPED_TEST(WholeRawTest, ComparesAndHashesByTheRawNumberAndArchivesItInFourLittl
     EXPECT_TRUE(!Quantity::Zero);
     EXPECT_FALSE(!one);
     EXPECT_TRUE(Quantity().IsZero());
-    EXPECT_EQ(one.HashKey(), 16807u);
-    EXPECT_EQ(Quantity::FromRaw(-1).HashKey(), 2147466840u);
-    EXPECT_EQ(HashKey(Quantity::FromRaw(127773)), 2147480811u);
-    EXPECT_EQ(Quantity::Zero.HashKey(), 0u);
     using Quantity = typename TestFixture::Quantity;
     EXPECT_EQ(Stored(Quantity::FromRaw(-2)), (Bytes{0xFE, 0xFF, 0xFF, 0xFF}));
     EXPECT_EQ(Stored(Quantity::FromRaw(0x01020304)), (Bytes{0x04, 0x03, 0x02, 0x01}));
@@ -335,10 +331,7 @@ TYPED_TEST(WholeRawTest, ParseReadsANumberAndAUnitWordAndFormatWritesThem) {
 
 class MoneyTest : public WholeRawTest<MoneyFigures> {};
 
-TEST_F(MoneyTest, DollarsRoundHalfUpToTheCentAndTextFollowsTheSymbolsInForceAndParsesBack) {
-    EXPECT_EQ(QMoney::dollar_to_raw(0.005), 1);
-    EXPECT_EQ(QMoney::dollar_to_raw(-0.005), 0);
-    EXPECT_EQ(QMoney(0.01).GetRaw(), 1);
+TEST_F(MoneyTest, TextFollowsTheSymbolsInForceAndParsesBack) {
     QMoney::SetLocaleSymbols(CString::FromUtf8("\xE2\x82\xAC"), u".", u",");
     EXPECT_EQ(QMoney::FromRaw(-123450).Format().ToUtf8(), "-\xE2\x82\xAC"
                                                           "1.234,50");
@@ -381,8 +374,6 @@ TEST_F(MoneyTest, DollarsRoundHalfUpToTheCentAndTextFollowsTheSymbolsInForceAndP
         }
     }
     QMoney::SetLocaleSymbols(u"CHF", u"'", u".");
-    EXPECT_EQ(QMoney::GetLocaleSymbols().symbol.ToUtf8(), "CHF");
-    EXPECT_EQ(QMoney::GetLocaleSymbols().thousands.ToUtf8(), "'");
     EXPECT_EQ(QMoney::FromRaw(123450).Format().ToUtf8(), "CHF1'234.50");
     const test::ScopedEnvironment cLocale("LC_ALL", "C");
     QMoney::ResetLocaleSymbols();
@@ -397,11 +388,7 @@ TEST_F(MoneyTest, DollarsRoundHalfUpToTheCentAndTextFollowsTheSymbolsInForceAndP
 
 class TimeTest : public WholeRawTest<TimeFigures> {};
 
-TEST_F(TimeTest, MinutesAndHoursRoundHalfUpAndTotalsAndPartsCutTheSpan) {
-    EXPECT_EQ(QTime::minute_to_raw(0.125), 8);
-    EXPECT_EQ(QTime::minute_to_raw(-0.125), -7);
-    EXPECT_EQ(QTime::hour_to_raw(0.5), 1800);
-    EXPECT_EQ(QTime::hour_to_raw(-0.5), -1800);
+TEST_F(TimeTest, TotalsAndPartsCutTheSpan) {
     QTime::SetDefaultUnits(QTime::TU_MINUTES);
     EXPECT_EQ(QTime::TimeUnitSuffix().ToUtf8(), "mn");
     const struct {
@@ -417,13 +404,11 @@ TEST_F(TimeTest, MinutesAndHoursRoundHalfUpAndTotalsAndPartsCutTheSpan) {
     for (const auto& row : rows) {
         SCOPED_TRACE(row.raw);
         const QTime time = QTime::FromRaw(row.raw);
-        EXPECT_EQ(time.GetTotalHours(), row.totalHours);
-        EXPECT_EQ(time.GetTotalMinutes(), row.totalMinutes);
-        EXPECT_EQ(time.GetTotalSeconds(), row.raw);
-        EXPECT_EQ(time.GetDays(), row.days);
-        EXPECT_EQ(time.GetHours(), row.hours);
-        EXPECT_EQ(time.GetMinutes(), row.minutes);
-        EXPECT_EQ(time.GetSeconds(), row.seconds);
+        EXPECT_EQ((std::vector<std::int32_t>{
+                      time.GetTotalHours(), time.GetTotalMinutes(), time.GetTotalSeconds(),
+                      time.GetDays(), time.GetHours(), time.GetMinutes(), time.GetSeconds()}),
+                  (std::vector<std::int32_t>{row.totalHours, row.totalMinutes, row.raw, row.days,
+                                             row.hours, row.minutes, row.seconds}));
     }
 }
 
