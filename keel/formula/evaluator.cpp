@@ -36,8 +36,8 @@ bool TraceEvaluations() {
     return IsTracing(USER_TRACE_EVALUATIONS);
 }
 
-// The count is process-wide but evaluators run on one thread, so a plain read and write serve:
-// a locked update would cost more than the rest of a short evaluation.
+// The count is process-wide and, as evaluators run on one thread, not locked: a plain read and
+// write serve.
 void RaiseNestingCount() {
     c_nestingCount.store(c_nestingCount.load(std::memory_order_relaxed) + 1,
                          std::memory_order_relaxed);
