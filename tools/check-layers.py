@@ -32,6 +32,7 @@ LAYERS = [
     ("tables", ["keel/tables/"]),
     ("questions, exchange, geometry", ["keel/questions/", "keel/exchange/", "keel/geometry/"]),
     ("document", ["keel/document/"]),
+    ("application", ["keel/document/winapp"]),
     ("program", ["tools/keel/"]),
 ]
 

@@ -70,6 +70,11 @@ public:
     // The document of the active view, for formulas whose context belongs to no document; none
     // without an application.
     virtual QDoc* ActiveDocument() const { return nullptr; }
+
+    // The folder that the file dialogs open in and that a save runs in, and its update after a
+    // save; empty, and kept nowhere, without an application.
+    virtual CString LastOpenSaveDir() const { return CString(); }
+    virtual void SetLastOpenSaveDir(const CString& /*folder*/) {}
 };
 
 // The installed services, or the defaults.

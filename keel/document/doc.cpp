@@ -4,7 +4,6 @@
 #include "keel/document/errorlog.h"
 #include "keel/document/translate.h"
 #include "keel/document/usertrace.h"
-#include "keel/document/winapp.h"
 #include "keel/platform/schema.h"
 #include "keel/platform/uiservices.h"
 #include "keel/system/currentdirectory.h"
@@ -394,16 +393,17 @@ bool QDoc::OnFileSaveAs(const CString& name) {
 }
 
 bool QDoc::InLastOpenSaveDir(const std::function<bool()>& save) {
-    QWinApp* app = QWinApp::GetApp();
-    if (app == nullptr)
+    QAppServices& services = AppServices();
+    const CString lastFolder = services.LastOpenSaveDir();
+    if (lastFolder.IsEmpty())
         return save();
     bool saved = false;
     {
-        const QSaveAndRestoreCurrentDirectory folder(app->LastOpenSaveDir());
+        const QSaveAndRestoreCurrentDirectory folder(lastFolder);
         saved = save();
     }
     if (!m_strPathName.IsEmpty())
-        app->SetLastOpenSaveDir(QPathOp::PathWithoutFileSpec(m_strPathName));
+        services.SetLastOpenSaveDir(QPathOp::PathWithoutFileSpec(m_strPathName));
     return saved;
 }
 

@@ -299,8 +299,8 @@ public:
         return SetFileLocation(QFileLocation::Backup, folder);
     }
     // The folder of the latest open or save dialog in this run; at first the Data folder.
-    CString LastOpenSaveDir() const;
-    void SetLastOpenSaveDir(const CString& folder) { m_strLastOpenSaveDir = folder; }
+    CString LastOpenSaveDir() const override;
+    void SetLastOpenSaveDir(const CString& folder) override { m_strLastOpenSaveDir = folder; }
     static CString GetSpecialFolderLocation(QSpecialFolder folder) {
         return QFolders::SpecialFolderLocation(folder);
     }
