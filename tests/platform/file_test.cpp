@@ -215,7 +215,6 @@ TEST_F(FileOnDisk, SharingModesHoldOffOtherOpenersUntilTheFirstCloses) {
     } cases[] = {{read | CFile::shareDenyWrite, read | CFile::shareDenyWrite, true},
                  {read | CFile::shareDenyWrite, write | CFile::shareDenyWrite, false},
                  {write | CFile::shareDenyWrite, read | CFile::shareDenyWrite, false},
-                 {write | CFile::shareDenyWrite, write | CFile::shareDenyWrite, false},
                  {read | CFile::shareExclusive, read | CFile::shareDenyWrite, false},
                  {read | CFile::shareDenyRead, read | CFile::shareExclusive, false},
                  {write | CFile::shareDenyWrite, read | CFile::shareDenyNone, true},
