@@ -84,8 +84,6 @@ TEST_F(RegistryTest, TheOptionsFileFollowsTheEnvironmentAndTheApplicationName) {
     EXPECT_EQ(U8(CRegistry::Current().MachineFilePath()), (m_root / "machine/Keel.ini").string());
     CRegistry::SetApplicationNameSource([] { return CString(u"Planner"); });
     EXPECT_EQ(U8(CRegistry::Current().FilePath()), (OptionsFolder() / "Planner.ini").string());
-    CRegistry::SetApplicationNameSource([] { return CString(); });
-    EXPECT_EQ(U8(CRegistry::Current().FilePath()), OptionsFile().string());
     CRegistry::SetApplicationNameSource(nullptr);
     m_environment.Set("XDG_CONFIG_HOME", (m_root / "other").string());
     EXPECT_EQ(U8(CRegistry::Current().FilePath()), (m_root / "other/keel/Keel.ini").string());
