@@ -261,6 +261,7 @@ TEST(CStringCompare, OrdinalOverCodeUnits) {
                                {u"", u"a", -1},
                                {u"", u"", 0},
                                {u"B", u"a", -1},
+                               {u"\u00E9", u"z", 1},
                                {u"\u00C9", u"\u00E9", -1},
                                {u"\uFFFD", u"\U0001F600", 1}};
     for (const CompareRow& row : rows) {
@@ -353,11 +354,9 @@ TEST(CStringEdit, ReplaceAndRemoveCount) {
         const char16_t* to;
         int count;
         const char16_t* expected;
-    } rows[] = {{u"an", u"AN", 2, u"bANANa"},
-                {u"ana", u"", 1, u"bna"},
-                {u"a", u"aa", 3, u"baanaanaa"},
-                {u"", u"x", 0, u"banana"},
-                {u"banana", u"", 1, u""}};
+    } rows[] = {{u"an", u"AN", 2, u"bANANa"},   {u"ana", u"", 1, u"bna"},
+                {u"a", u"aa", 3, u"baanaanaa"}, {u"", u"x", 0, u"banana"},
+                {u"xyz", u"q", 0, u"banana"},   {u"banana", u"", 1, u""}};
     for (const auto& row : rows) {
         SCOPED_TRACE(U8(row.from) + " -> " + U8(row.to));
         CString banana(u"banana");
@@ -367,6 +366,7 @@ TEST(CStringEdit, ReplaceAndRemoveCount) {
     CString list(u"a,b,,c");
     EXPECT_EQ(list.Remove(u','), 3);
     EXPECT_EQ(U8(list), "abc");
+    EXPECT_EQ(list.Remove(u'z'), 0);
     CString all(u"xxx");
     EXPECT_EQ(all.Remove(u'x'), 3);
     EXPECT_TRUE(all.IsEmpty());
@@ -459,9 +459,10 @@ TEST(CStringFormat, Numbers) {
                    F(u"1 2 3 4", u"%hd %hhd %wd %Ld", 1, 2, 3, 4)});
     ExpectFormats({F(u"1", u"%d", true), F(u"65", u"%d", u'A'), F(u" 3.14", u"%5.2f", 3.14159),
                    F(u"1.500000", u"%f", 1.5f), F(u"1.234568e+04", u"%e", 12345.678),
+                   F(u"1.23E-04", u"%.2E", 0.000123), F(u"0.0001", u"%g", 0.0001),
                    F(u"1E-10", u"%G", 1e-10)});
     ExpectFormats({F(u"2.", u"%#.0f", 2.0), F(u"0x1p+0", u"%a", 1.0), F(u"2.2", u"%.1Lf", 2.25),
-                   F(u"3.0", u"%.1f", 3), F(u"inf", u"%f", HUGE_VAL)});
+                   F(u"3.0", u"%.1f", 3), F(u"inf", u"%f", HUGE_VAL), F(u" 5", u"% d", 5)});
 }
 
 TEST(CStringFormat, WidthsAndPrecisions) {

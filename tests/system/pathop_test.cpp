@@ -31,6 +31,7 @@ const PartsCase c_partsCases[] = {
     {"//server/share/dir/x.doc", "//server/share/", "dir/", "x", ".doc", "", "//server/share"},
     {"\\\\server\\share", "//server/share", "", "", "", "", "//server/share"},
     {".bashrc", "", "", ".bashrc", "", "", ""},
+    {"dir/.config.json", "", "dir/", ".config", ".json", "", ""},
     {"archive.tar.gz", "", "", "archive.tar", ".gz", "", ""},
     {"name.", "", "", "name.", "", "", ""},
     {"...x", "", "", "...x", "", "", ""},
