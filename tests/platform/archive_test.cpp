@@ -399,8 +399,6 @@ TEST(ArchiveBuffering, LoadingFlushGivesUnreadBytesBack) {
     std::uint8_t byte = 0;
     loading.archive >> byte;
     EXPECT_EQ(byte, 1);
-    EXPECT_EQ(loading.file.GetPosition(), 10u);
-    EXPECT_FALSE(loading.archive.IsBufferEmpty());
     loading.archive.Flush();
     EXPECT_TRUE(loading.archive.IsBufferEmpty());
     EXPECT_EQ(loading.file.GetPosition(), 1u);
