@@ -136,7 +136,7 @@ protected:
     }
 };
 
-TEST_F(CompoundStorage, WrittenFilesReadBackThroughLibgsfAndThroughUs) {
+TEST_F(CompoundStorage, WrittenFilesReadBackThroughLibgsf) {
     const GsfTree tree = SampleTree();
     Created("doc.kdoc", tree).reset();
     // Our reader reads libgsf's files in the next test, and ours after a revert further down.
