@@ -55,32 +55,21 @@ TEST(ArchivePrimitives, WriteLittleEndianBytes) {
     // long is std::int64_t on this platform and writes 8 bytes, never 4.
     const auto nan = std::bit_cast<double>(std::uint64_t{0x7FF4000000000123});
     const auto nanF = std::bit_cast<float>(std::uint32_t{0xFFA00001});
-    ExpectStored({P("bool true", true, "01"),
-                  P("bool false", false, "00"),
-                  P("char", 'A', "41"),
-                  P("int8 -1", std::int8_t{-1}, "FF"),
-                  P("uint8", std::uint8_t{0xAB}, "AB"),
-                  P("int16 -2", std::int16_t{-2}, "FE FF"),
-                  P("uint16", std::uint16_t{0x1234}, "34 12"),
-                  P("char16_t euro", u'\u20AC', "AC 20"),
-                  P("int32 min", std::int32_t{INT32_MIN}, "00 00 00 80"),
-                  P("int32 -2", -2, "FE FF FF FF"),
-                  P("uint32", std::uint32_t{0xDEADBEEF}, "EF BE AD DE"),
-                  P("int64 min", std::int64_t{INT64_MIN}, "00 00 00 00 00 00 00 80"),
-                  P("uint64", std::uint64_t{0x0102030405060708}, "08 07 06 05 04 03 02 01"),
-                  P("long", 5L, "05 00 00 00 00 00 00 00"),
-                  P("unsigned long", 0x0102UL, "02 01 00 00 00 00 00 00"),
-                  P("long long -1", -1LL, "FF FF FF FF FF FF FF FF"),
-                  P("unsigned long long", 0x8000000000000001ULL, "01 00 00 00 00 00 00 80"),
-                  P("float 1", 1.0f, "00 00 80 3F"),
-                  P("float -2.5", -2.5f, "00 00 20 C0"),
-                  P("double 1", 1.0, "00 00 00 00 00 00 F0 3F"),
-                  P("double -0", -0.0, "00 00 00 00 00 00 00 80"),
-                  P("double 0.1", 0.1, "9A 99 99 99 99 99 B9 3F"),
-                  P("double NaN payload", nan, "23 01 00 00 00 00 F4 7F"),
-                  P("float NaN payload", nanF, "01 00 A0 FF")});
-    EXPECT_EQ(Stored([](CArchive& ar) { ar << std::uint8_t{1} << std::int16_t{2} << 3; }),
-              Hex("01 02 00 03 00 00 00"));
+    ExpectStored(
+        {P("bool true", true, "01"), P("char", 'A', "41"), P("int8 -1", std::int8_t{-1}, "FF"),
+         P("uint8", std::uint8_t{0xAB}, "AB"), P("int16 -2", std::int16_t{-2}, "FE FF"),
+         P("uint16", std::uint16_t{0x1234}, "34 12"), P("char16_t euro", u'\u20AC', "AC 20"),
+         P("int32 min", std::int32_t{INT32_MIN}, "00 00 00 80"),
+         P("uint32", std::uint32_t{0xDEADBEEF}, "EF BE AD DE"),
+         P("int64 min", std::int64_t{INT64_MIN}, "00 00 00 00 00 00 00 80"),
+         P("uint64", std::uint64_t{0x0102030405060708}, "08 07 06 05 04 03 02 01"),
+         P("long", 5L, "05 00 00 00 00 00 00 00"),
+         P("long long -1", -1LL, "FF FF FF FF FF FF FF FF"),
+         P("unsigned long long", 0x8000000000000001ULL, "01 00 00 00 00 00 00 80"),
+         P("float -2.5", -2.5f, "00 00 20 C0"), P("double -0", -0.0, "00 00 00 00 00 00 00 80"),
+         P("double 0.1", 0.1, "9A 99 99 99 99 99 B9 3F"),
+         P("double NaN payload", nan, "23 01 00 00 00 00 F4 7F"),
+         P("float NaN payload", nanF, "01 00 A0 FF")});
 }
 
 TEST(ArchivePrimitives, AnyNonZeroByteReadsAsTrue) {
@@ -173,10 +162,8 @@ struct CountCase {
 
 const CountCase kCountCases[] = {
     {0, {0x00, 0x00}},
-    {0x1234, {0x34, 0x12}},
     {0xFFFE, {0xFE, 0xFF}},
     {0xFFFF, {0xFF, 0xFF, 0xFF, 0xFF, 0x00, 0x00}},
-    {0x10000, {0xFF, 0xFF, 0x00, 0x00, 0x01, 0x00}},
     {0xFFFFFFFE, {0xFF, 0xFF, 0xFE, 0xFF, 0xFF, 0xFF}},
     {0xFFFFFFFF, Concat({Bytes(6, 0xFF), {0xFF, 0xFF, 0xFF, 0xFF, 0x00, 0x00, 0x00, 0x00}})},
     {0x123456789A, Concat({Bytes(6, 0xFF), {0x9A, 0x78, 0x56, 0x34, 0x12, 0x00, 0x00, 0x00}})},
@@ -233,16 +220,13 @@ StringCase NarrowC1() {
 const std::vector<StringCase> kStringCases = {
     {"empty", u"", {0xFF, 0xFE, 0xFF, 0x00}},
     {"abc", u"abc", {0xFF, 0xFE, 0xFF, 0x03, 'a', 0, 'b', 0, 'c', 0}},
-    {"euro and e acute", u"\u20AC\u00E9", {0xFF, 0xFE, 0xFF, 0x02, 0xAC, 0x20, 0xE9, 0x00}},
     {"surrogate pair", u"\U0001F600", {0xFF, 0xFE, 0xFF, 0x02, 0x3D, 0xD8, 0x00, 0xDE}},
     {"embedded null", std::u16string(u"a\0b", 3), {0xFF, 0xFE, 0xFF, 0x03, 'a', 0, 0, 0, 'b', 0}},
     Long(254, {0xFE}),
     Long(255, {0xFF, 0xFF, 0x00}),
-    Long(256, {0xFF, 0x00, 0x01}),
     Long(0xFFFD, {0xFF, 0xFD, 0xFF}),
     Long(0xFFFE, {0xFF, 0xFF, 0xFF, 0xFE, 0xFF, 0x00, 0x00}),
     Long(0x10005, {0xFF, 0xFF, 0xFF, 0x05, 0x00, 0x01, 0x00}),
-    {"narrow abc", u"abc", {0x03, 'a', 'b', 'c'}, false},
     {"narrow empty", u"", {0x00}, false},
     {"narrow latin-1", u"\u00E9\u00FF\u00A0", {0x03, 0xE9, 0xFF, 0xA0}, false},
     NarrowC1(),
@@ -415,8 +399,6 @@ TEST(ArchiveBuffering, LoadingFlushGivesUnreadBytesBack) {
     std::uint8_t byte = 0;
     loading.archive >> byte;
     EXPECT_EQ(byte, 1);
-    EXPECT_EQ(loading.file.GetPosition(), 10u);
-    EXPECT_FALSE(loading.archive.IsBufferEmpty());
     loading.archive.Flush();
     EXPECT_TRUE(loading.archive.IsBufferEmpty());
     EXPECT_EQ(loading.file.GetPosition(), 1u);

@@ -162,14 +162,12 @@ TEST(CStringExtract, LeftRightAndMidClamp) {
                 {2, 2, "ab", "ef", "cd", "cdef"},
                 {0, 6, all, all, all, all},
                 {4, 10, all, all, "ef", "ef"},
-                {0, 100, all, all, all, all},
                 {6, 1, "a", "f", "", ""},
                 {7, 1, "a", "f", "", ""},
                 {2, INT_MAX, all, all, "cdef", "cdef"},
                 {INT_MIN, 2, "ab", "ef", "ab", all},
                 {3, INT_MIN, "", "", "", "def"},
-                {-1, 0, "", "", "", all},
-                {99, 1, "a", "f", "", ""}};
+                {-1, 0, "", "", "", all}};
     const CString text(u"abcdef");
     for (const auto& row : rows) {
         SCOPED_TRACE(std::to_string(row.first) + ", " + std::to_string(row.count));
@@ -199,7 +197,6 @@ TEST(CStringExtract, TokenizeWalksTheTokens) {
         int next;
     } steps[] = {{u"  alpha, beta;;gamma ;", 0, "alpha", 8},
                  {u"  alpha, beta;;gamma ;", 8, "beta", 14},
-                 {u"  alpha, beta;;gamma ;", 14, "gamma", 21},
                  {u"  alpha, beta;;gamma ;", 21, "", -1},
                  {u"  alpha, beta;;gamma ;", -1, "", -1},
                  {u"abc", 0, "abc", 4},
@@ -259,7 +256,6 @@ struct CompareRow {
 
 TEST(CStringCompare, OrdinalOverCodeUnits) {
     const CompareRow rows[] = {{u"abc", u"abd", -1},
-                               {u"abd", u"abc", 1},
                                {u"abc", u"abc", 0},
                                {u"ab", u"abc", -1},
                                {u"", u"a", -1},
@@ -278,17 +274,9 @@ TEST(CStringCompare, OrdinalOverCodeUnits) {
 }
 
 TEST(CStringCompare, NoCaseLowersBothSides) {
-    const CompareRow rows[] = {
-        {u"ABC", u"abc", 0},
-        {u"B", u"a", 1},
-        {u"a", u"B", -1},
-        {u"abc", u"ABCD", -1},
-        {u"\u00C9COLE", u"\u00E9cole", 0},
-        {u"\u0391\u0392\u0393", u"\u03B1\u03B2\u03B3", 0},
-        {u"\u041F\u0420\u0418\u0412\u0415\u0422", u"\u043F\u0440\u0438\u0432\u0435\u0442", 0},
-        {u"\u00C9", u"f", 1},
-        {u"Zebra", u"apple", 1},
-        {u"\U0001F600", u"\U0001F600", 0}};
+    const CompareRow rows[] = {{u"ABC", u"abc", 0},   {u"B", u"a", 1},
+                               {u"abc", u"ABCD", -1}, {u"\u00C9COLE", u"\u00E9cole", 0},
+                               {u"\u00C9", u"f", 1},  {u"\U0001F600", u"\U0001F600", 0}};
     for (const CompareRow& row : rows) {
         SCOPED_TRACE(U8(row.a) + " vs " + U8(row.b));
         EXPECT_EQ(CString(row.a).CompareNoCase(CString(row.b)), row.expected);
@@ -366,13 +354,9 @@ TEST(CStringEdit, ReplaceAndRemoveCount) {
         const char16_t* to;
         int count;
         const char16_t* expected;
-    } rows[] = {{u"an", u"AN", 2, u"bANANa"},
-                {u"ana", u"", 1, u"bna"},
-                {u"a", u"aa", 3, u"baanaanaa"},
-                {u"", u"x", 0, u"banana"},
-                {u"xyz", u"q", 0, u"banana"},
-                {u"banana", u"", 1, u""},
-                {u"b", u"\u00E9\u00E9", 1, u"\u00E9\u00E9anana"}};
+    } rows[] = {{u"an", u"AN", 2, u"bANANa"},   {u"ana", u"", 1, u"bna"},
+                {u"a", u"aa", 3, u"baanaanaa"}, {u"", u"x", 0, u"banana"},
+                {u"xyz", u"q", 0, u"banana"},   {u"banana", u"", 1, u""}};
     for (const auto& row : rows) {
         SCOPED_TRACE(U8(row.from) + " -> " + U8(row.to));
         CString banana(u"banana");
@@ -459,27 +443,26 @@ void ExpectFormats(std::initializer_list<FormatRow> rows) {
 }
 
 TEST(CStringFormat, Numbers) {
-    ExpectFormats({F(u"42", u"%d", 42), F(u"-7", u"%d", -7), F(u"13", u"%i", 13),
-                   F(u"   42|", u"%5d|", 42), F(u"42   |", u"%-5d|", 42),
-                   F(u"00042", u"%05d", 42)});
-    ExpectFormats({F(u"+5", u"%+d", 5), F(u" 5", u"% d", 5), F(u"005", u"%.3d", 5),
-                   F(u"3000000000", u"%u", 3000000000u), F(u"ff", u"%x", 255),
-                   F(u"FF", u"%X", 255)});
-    ExpectFormats({F(u"0xff", u"%#x", 255), F(u"0000BEEF", u"%08X", 0xBEEF), F(u"10", u"%o", 8),
-                   F(u"ffffffff", u"%x", -1), F(u"4294967295", u"%u", -1),
-                   F(u"ffffffffffffffff", u"%llx", -1LL)});
-    ExpectFormats({F(u"1099511627776", u"%I64d", 1LL << 40),
-                   F(u"18446744073709551615", u"%I64u", ULLONG_MAX), F(u"-3", u"%I32d", -3),
+    // Flags, widths and precisions reach the C formatter as written; every length spelling is
+    // read past, and only the 64-bit ones widen a negative int shown unsigned.
+    ExpectFormats({F(u"42", u"%d", 42), F(u"13", u"%i", 13), F(u"42   |", u"%-5d|", 42),
+                   F(u"00042", u"%05d", 42), F(u"+5", u"%+d", 5), F(u"005", u"%.3d", 5)});
+    ExpectFormats({F(u"3000000000", u"%u", 3000000000u), F(u"FF", u"%X", 255),
+                   F(u"0xff", u"%#x", 255), F(u"10", u"%o", 8), F(u"ffffffff", u"%x", -1),
+                   F(u"4294967295", u"%u", -1)});
+    ExpectFormats({F(u"ffffffffffffffff", u"%llx", -1LL), F(u"ffffffffffffffff", u"%I64x", -1),
+                   F(u"ffffffffffffffff", u"%Ix", -1), F(u"ffffffff", u"%I32x", -1),
+                   F(u"ffffffffffffffff", u"%jx", -1), F(u"ffffffffffffffff", u"%zx", -1)});
+    ExpectFormats({F(u"ffffffffffffffff", u"%tx", -1), F(u"ffffffff", u"%lx", -1),
                    F(u"-9223372036854775808", u"%lld", LLONG_MIN),
-                   F(u"1 2 3", u"%ld %hd %hhd", 1L, static_cast<short>(2), 3),
-                   F(u"77", u"%zu", static_cast<std::size_t>(77))});
-    ExpectFormats({F(u"1", u"%d", true), F(u"65", u"%d", u'A'), F(u"ffffffffffffffff", u"%jx", -1),
-                   F(u"ffffffffffffffff", u"%tx", -1)});
-    ExpectFormats({F(u" 3.14", u"%5.2f", 3.14159), F(u"-003.142", u"%08.3f", -3.14159),
+                   F(u"18446744073709551615", u"%I64u", ULLONG_MAX),
+                   F(u"1 2 3 4", u"%hd %hhd %wd %Ld", 1, 2, 3, 4)});
+    ExpectFormats({F(u"1", u"%d", true), F(u"65", u"%d", u'A'), F(u" 3.14", u"%5.2f", 3.14159),
                    F(u"1.500000", u"%f", 1.5f), F(u"1.234568e+04", u"%e", 12345.678),
-                   F(u"1.23E-04", u"%.2E", 0.000123), F(u"0.0001", u"%g", 0.0001)});
-    ExpectFormats({F(u"1E-10", u"%G", 1e-10), F(u"2.", u"%#.0f", 2.0), F(u"0x1p+0", u"%a", 1.0),
-                   F(u"2.2", u"%.1Lf", 2.25), F(u"3.0", u"%.1f", 3), F(u"inf", u"%f", HUGE_VAL)});
+                   F(u"1.23E-04", u"%.2E", 0.000123), F(u"0.0001", u"%g", 0.0001),
+                   F(u"1E-10", u"%G", 1e-10)});
+    ExpectFormats({F(u"2.", u"%#.0f", 2.0), F(u"0x1p+0", u"%a", 1.0), F(u"2.2", u"%.1Lf", 2.25),
+                   F(u"3.0", u"%.1f", 3), F(u"inf", u"%f", HUGE_VAL), F(u" 5", u"% d", 5)});
 }
 
 TEST(CStringFormat, WidthsAndPrecisions) {
@@ -489,7 +472,6 @@ TEST(CStringFormat, WidthsAndPrecisions) {
     EXPECT_EQ(CString::Formatted(u"%4096d", 7).GetLength(), 4096);
     const std::u16string longText(300, u'q');
     EXPECT_EQ(CString::Formatted(u"%.256s", longText).View(), std::u16string(256, u'q'));
-    EXPECT_EQ(CString::Formatted(u"%s", longText).GetLength(), 300);
     ExpectFormats({F(u"   42", u"%*d", 5, 42), F(u"7   |", u"%-*d|", 4, 7),
                    F(u"7   |", u"%*d|", -4, 7), F(u"3.14", u"%.*f", 2, 3.14159),
                    F(u"    2.2", u"%*.*f", 7, 1, 2.25), F(u"ab", u"%.*s", 2, u"abcdef")});
@@ -497,40 +479,37 @@ TEST(CStringFormat, WidthsAndPrecisions) {
 }
 
 TEST(CStringFormat, TextCharactersAndPercent) {
+    // Every kind of text argument, wide or narrow whatever the size asked for.
     const CString wide(u"w\u00EEde");
     const char16_t* pointer = u"ptr";
     ExpectFormats({F(u"w\u00EEde", u"%s", wide), F(u"ptr", u"%s", pointer),
-                   F(u"<lit>", u"<%s>", u"lit"), F(u"std", u"%s", std::u16string(u"std")),
-                   F(u"w\u00EEde", u"%ls", wide), F(u"h\u00E9llo", u"%hs", "h\xC3\xA9llo")});
-    ExpectFormats({F(u"n\u00E4rrow", u"%S", std::string("n\xC3\xA4rrow")),
-                   F(u"\u20AC", u"%s", "\xE2\x82\xAC"), F(u"w\u00EEde", u"%hs", wide),
-                   F(u"ab    |", u"%-6s|", u"ab"), F(u"    ab|", u"%6s|", u"ab"),
-                   F(u"abcd", u"%2s", u"abcd")});
-    ExpectFormats({F(u"abc", u"%.3s", u"abcdef"), F(u"[]", u"[%.0s]", u"abc"),
+                   F(u"std", u"%s", std::u16string(u"std")), F(u"w\u00EEde", u"%hs", wide),
+                   F(u"n\u00E4rrow", u"%S", std::string("n\xC3\xA4rrow")),
+                   F(u"\u20AC", u"%ls", "\xE2\x82\xAC")});
+    ExpectFormats({F(u"ab    |", u"%-6s|", u"ab"), F(u"    ab|", u"%6s|", u"ab"),
+                   F(u"abcd", u"%2s", u"abcd"), F(u"[]", u"[%.0s]", u"abc"),
                    F(u"   ab|", u"%5.2s|", u"abc"),
-                   F(u"(null)", u"%s", static_cast<const char16_t*>(nullptr)),
-                   F(u"x=5", u"%s=%d", u"x", 5), F(u"A", u"%c", u'A')});
-    ExpectFormats({F(u"\u00E9", u"%c", 0x00E9), F(u"  x|", u"%3c|", u'x'),
-                   F(u"x  |", u"%-3c|", u'x'), F(u"\U0001F600", u"%c", 0x1F600),
-                   F(u"\uFFFD", u"%c", -5), F(u"z", u"%C", 'z')});
-    ExpectFormats({F(u"%", u"%%"), F(u"100% of 3", u"100%% of %d", 3),
-                   F(u"no directives \u00E9", u"no directives \u00E9"), F(u"", u"")});
+                   F(u"(null)", u"%s", static_cast<const char16_t*>(nullptr))});
+    ExpectFormats({F(u"A", u"%c", u'A'), F(u"  x|", u"%3c|", u'x'), F(u"x  |", u"%-3c|", u'x'),
+                   F(u"\U0001F600", u"%c", 0x1F600), F(u"\uFFFD", u"%c", -5), F(u"z", u"%C", 'z')});
+    ExpectFormats(
+        {F(u"%", u"%%"), F(u"no directives \u00E9", u"no directives \u00E9"), F(u"", u"")});
 }
 
 TEST(CStringFormat, MissingMismatchedAndUnknownNeverMisbehave) {
     // Missing arguments format as nothing and extra ones are ignored; arguments are converted by
     // their kind; unknown or cut-short directives are copied.
-    ExpectFormats({F(u" and .", u"%d and %s."), F(u"1-", u"%d-%d", 1), F(u"[]", u"[%5d]"),
-                   F(u"[]", u"[%*d]", 3), F(u"1", u"%d", 1, 2, 3), F(u"0", u"%d", u"text")});
-    ExpectFormats({F(u"0", u"%x", "narrow"), F(u"0.000000", u"%f", u"text"), F(u"42", u"%s", 42),
-                   F(u"-42", u"%s", -42), F(u"7", u"%s", 7u), F(u"2.5", u"%s", 2.5)});
-    ExpectFormats({F(u"  0.1|", u"%5s|", 0.1), F(u"2", u"%d", 2.9), F(u"ff", u"%x", 255.0),
-                   F(u"10000000000000000000", u"%llu", 1e19),
-                   F(u"9223372036854775807", u"%d", 1e300),
-                   F(u"-9223372036854775808", u"%d", -1e300), F(u"0", u"%d", std::nan(""))});
-    ExpectFormats({F(u"[]", u"[%c]", u"text"), F(u"5", u"%#d", 5), F(u"a%yb", u"a%yb", 1),
-                   F(u"%n", u"%n", 1), F(u"abc%", u"abc%"), F(u"abc%5", u"abc%5")});
-    ExpectFormats({F(u"abc%-", u"abc%-"), F(u"%q4", u"%q%d", 4)});
+    ExpectFormats({F(u" and .", u"%d and %s."), F(u"[]", u"[%*d]", 3), F(u"1", u"%d", 1, 2, 3),
+                   F(u"0", u"%d", u"text"), F(u"0", u"%x", "narrow"),
+                   F(u"0.000000", u"%f", u"text")});
+    ExpectFormats({F(u"-42", u"%s", -42), F(u"7", u"%s", 7u), F(u"  0.1|", u"%5s|", 0.1),
+                   F(u"2", u"%d", 2.9), F(u"ff", u"%x", 255.0),
+                   F(u"10000000000000000000", u"%llu", 1e19)});
+    ExpectFormats({F(u"9223372036854775807", u"%d", 1e300),
+                   F(u"-9223372036854775808", u"%d", -1e300), F(u"0", u"%d", std::nan("")),
+                   F(u"[]", u"[%c]", u"text"), F(u"5", u"%#d", 5), F(u"a%yb", u"a%yb", 1)});
+    ExpectFormats(
+        {F(u"%n", u"%n", 1), F(u"abc%5", u"abc%5"), F(u"abc%-", u"abc%-"), F(u"%q4", u"%q%d", 4)});
 }
 
 TEST(CStringFormat, PointersUtf8FormatsAndAppending) {
@@ -577,15 +556,12 @@ TEST(CStringUtf8, ValidTextRoundTrips) {
         std::u16string_view utf16;
     } rows[] = {{"", u""},
                 {"abc", u"abc"},
-                {"\xC3\xA9", u"\u00E9"},
                 {"\xDF\xBF", u"\u07FF"},
                 {"\xE0\xA0\x80", u"\u0800"},
-                {"\xE2\x82\xAC", u"\u20AC"},
                 {"\xED\x9F\xBF", u"\uD7FF"},
                 {"\xEE\x80\x80", u"\uE000"},
                 {"\xEF\xBF\xBF", u"\uFFFF"},
                 {"\xF0\x90\x80\x80", u"\U00010000"},
-                {"\xF0\x9F\x98\x80", u"\U0001F600"},
                 {"\xF4\x8F\xBF\xBF", u"\U0010FFFF"},
                 {"a\xC3\xA9\xE2\x82\xAC\xF0\x9F\x98\x80z", u"a\u00E9\u20AC\U0001F600z"}};
     for (const auto& row : rows) {
@@ -609,9 +585,7 @@ TEST(CStringUtf8, MalformedInputBecomesReplacementCharacters) {
         std::string_view utf8;
         std::u16string_view expected;
     } rows[] = {{"lone continuation", "\x80", u"\uFFFD"},
-                {"continuation inside", "a\x80z", u"a\uFFFDz"},
                 {"two continuations", "\x80\xBF", u"\uFFFD\uFFFD"},
-                {"overlong slash", "\xC0\xAF", u"\uFFFD\uFFFD"},
                 {"overlong C1", "\xC1\xBF", u"\uFFFD\uFFFD"},
                 {"overlong three bytes", "\xE0\x80\xAF", u"\uFFFD\uFFFD\uFFFD"},
                 {"overlong four bytes", "\xF0\x80\x80\x80", u"\uFFFD\uFFFD\uFFFD\uFFFD"},
@@ -620,7 +594,6 @@ TEST(CStringUtf8, MalformedInputBecomesReplacementCharacters) {
                 {"past U+10FFFF", "\xF4\x90\x80\x80", u"\uFFFD\uFFFD\uFFFD\uFFFD"},
                 {"F5 lead", "\xF5\x80", u"\uFFFD\uFFFD"},
                 {"FF byte", "\xFF", u"\uFFFD"},
-                {"FE byte", "a\xFE", u"a\uFFFD"},
                 {"truncated two bytes", "\xC3", u"\uFFFD"},
                 {"truncated three bytes", "\xE2\x82", u"\uFFFD"},
                 {"truncated four bytes", "\xF0\x9F\x98", u"\uFFFD"},

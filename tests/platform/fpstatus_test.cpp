@@ -12,7 +12,6 @@ namespace {
 volatile double g_one = 1.0;
 volatile double g_zero = 0.0;
 volatile double g_three = 3.0;
-volatile double g_minusOne = -1.0;
 volatile double g_max = DBL_MAX;
 volatile double g_tiny = 1e-308;
 volatile double g_large = 1e10;
@@ -27,7 +26,6 @@ TEST(FPStatus, EachFaultRaisesItsBitsUntilCleared) {
         {"exact", [] { g_sink = g_one + g_three; }, 0},
         {"1/0", [] { g_sink = g_one / g_zero; }, SW_ZERODIVIDE},
         {"0/0", [] { g_sink = g_zero / g_zero; }, SW_INVALID},
-        {"sqrt(-1)", [] { g_sink = std::sqrt(g_minusOne); }, SW_INVALID},
         {"DBL_MAX*2", [] { g_sink = g_max * 2.0; }, SW_OVERFLOW | SW_INEXACT},
         {"1e-308/1e10", [] { g_sink = g_tiny / g_large; }, SW_UNDERFLOW | SW_INEXACT},
         {"1/3", [] { g_sink = g_one / g_three; }, SW_INEXACT},

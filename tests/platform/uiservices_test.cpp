@@ -19,7 +19,6 @@ TEST(UIServicesTest, DefaultButtonsButtonsAndAnswerNames) {
         unsigned flags;
         int answer;
     } cases[] = {{MB_OK, IDOK},
-                 {MB_OK | MB_ICONSTOP, IDOK},
                  {MB_OK | MB_DEFBUTTON2, IDOK}, // a default button the box does not have
                  {MB_OKCANCEL, IDOK},
                  {MB_OKCANCEL | MB_DEFBUTTON2, IDCANCEL},

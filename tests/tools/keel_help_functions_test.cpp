@@ -47,14 +47,9 @@ bool TakesCount(const std::string& name, int count) {
 
 class KeelHelpFunctions : public KeelProgramTest {
 protected:
-    // What `keel` writes to stdout, run in the test's home, so that what the functions write
-    // stays there.
+    // `keel` run in the test's home, so that what the functions write stays there.
     ProgramOutcome RunAtHome(const std::vector<std::string>& words) const {
-        std::string command = "cd " + ShellQuoted(m_home.string()) + " && " + Environment() + " " +
-                              ShellQuoted(ProgramPath());
-        for (const std::string& word : words)
-            command += " " + ShellQuoted(word);
-        return Piped(command + " </dev/null 2>/dev/null");
+        return Run(words, "", "cd " + ShellQuoted(m_home.string()) + " && ");
     }
 
     // The functions listed, and the size of the known-function map that the list states.
