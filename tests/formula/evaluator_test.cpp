@@ -7,7 +7,6 @@
 #include "keel/document/errorlog.h"
 #include "keel/document/translate.h"
 #include "keel/document/usertrace.h"
-#include "keel/document/winapp.h"
 #include "keel/formula/evaluator.h"
 #include "keel/formula/evaluatorfactory.h"
 #include "keel/formula/formulacontext.h"
@@ -507,24 +506,16 @@ TEST_F(EvaluatorTest, TheFormulaHookRunsFormulasQuietly) {
 
 TEST_F(EvaluatorTest, EveryEvaluationIsTracedWhenTheMaskAsksForIt) {
     const fs::path folder = LogPath().string() + ".data";
-    test::ScopedEnvironment environment("XDG_DATA_HOME", folder.c_str());
-    UserTraceRestart();
-    const unsigned mask = QWinApp::c_UserTraceMask;
-    QWinApp::c_UserTraceMask = 0x1 | USER_TRACE_PLAIN_LINES;
-    Run("2 * 21");
-    Run("// nothing");
-    QWinApp::c_UserTraceMask = 0;
-    Run("3 * 3");
-    const fs::path trace = UserTraceFilePath().ToUtf8();
-    UserTraceClose();
-    QWinApp::c_UserTraceMask = mask;
-
-    const std::string text = test::ReadText(trace);
+    const std::string text = test::Traced(folder, 0x1 | USER_TRACE_PLAIN_LINES, [] {
+        Run("2 * 21");
+        Run("// nothing");
+        c_UserTraceMask = 0;
+        Run("3 * 3");
+    });
     EXPECT_NE(text.find("\tEvaluate{\n"), std::string::npos) << text;
     EXPECT_NE(text.find("\t}Evaluate==>42\n"), std::string::npos) << text;
     EXPECT_NE(text.find("\tEMPTY }Evaluate==>\n"), std::string::npos) << text;
     EXPECT_EQ(text.find("==>9"), std::string::npos) << text;
-    UserTraceRestart();
     fs::remove_all(folder);
 }
 

@@ -1,4 +1,3 @@
-#include "tests/support/environment.h"
 #include "tests/support/evaluations.h"
 #include "tests/support/functioncalls.h"
 #include "tests/tables/memorytable.h"
@@ -183,25 +182,12 @@ std::vector<std::string> TextsOfLines(const std::string& file) {
 TEST_F(FunctionsTablesTest, EachCallIsTracedAndAFailureToo) {
     const fs::path home = m_folder / "home";
     fs::create_directories(home);
-    test::ScopedEnvironment environment;
-    for (const char* variable : {"HOME", "XDG_CONFIG_HOME", "XDG_DATA_HOME"})
-        environment.Set(variable, home.string());
-    const unsigned savedMask = QWinApp::c_UserTraceMask;
-    std::vector<std::string> texts;
-    {
-        TraceApp app;
-        UserTraceRestart();
-        QWinApp::c_UserTraceMask = USER_TRACE_PLAIN_LINES | 0x1;
-        const Outcome found = Run("lookup(t, \"a\", \"x\")");
-        const Outcome missed = Run("rowlabel(t, 7)");
-        QWinApp::c_UserTraceMask = savedMask;
-        EXPECT_TRUE(found.ok);
-        EXPECT_TRUE(missed.ok);
-        const fs::path path = UserTraceFilePath().ToUtf8();
-        UserTraceClose();
-        texts = TextsOfLines(test::ReadText(path));
-        UserTraceRestart();
-    }
+    const TraceApp app;
+    const std::vector<std::string> texts =
+        TextsOfLines(test::Traced(home, USER_TRACE_PLAIN_LINES | 0x1, [this] {
+            EXPECT_TRUE(Run("lookup(t, \"a\", \"x\")").ok);
+            EXPECT_TRUE(Run("rowlabel(t, 7)").ok);
+        }));
     auto has = [&](const std::string& text) {
         return std::find(texts.begin(), texts.end(), text) != texts.end();
     };
