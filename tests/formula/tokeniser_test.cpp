@@ -105,9 +105,7 @@ INSTANTIATE_TEST_SUITE_P(Comments, TokeniserTokens,
 INSTANTIATE_TEST_SUITE_P(
     Strings, TokeniserTokens,
     testing::Values(TokenCase{"\"abc\"", {"str:abc"}}, TokenCase{"'abc'", {"str:abc"}},
-                    TokenCase{"'it''s'", {"str:it's"}},
-                    TokenCase{"\"say \"\"hi\"\"\"", {"str:say \"hi\""}},
-                    TokenCase{"\"it's\"", {"str:it's"}}, TokenCase{"'a\"b'", {"str:a\"b"}},
+                    TokenCase{"'it''s'", {"str:it's"}}, TokenCase{"'a\"b'", {"str:a\"b"}},
                     TokenCase{"\"\"", {"str:"}}, TokenCase{"''''", {"str:'"}},
                     TokenCase{"\"a\\tb\"", {"str:a\tb"}}, TokenCase{"\"a\\\\b\"", {"str:a\\b"}},
                     TokenCase{"\"a\\\" & 1", {"str:a\\", "c:&", "int:1"}},
@@ -119,9 +117,8 @@ INSTANTIATE_TEST_SUITE_P(
                     TokenCase{"$0.005", {"money:1"}}, TokenCase{"$5.", {"money:500"}},
                     TokenCase{"$1,", {"money:100", "c:,"}},
                     TokenCase{"$1,,2", {"money:100", "c:,", "c:,", "int:2"}},
-                    TokenCase{"$,5", {"c:$", "c:,", "int:5"}}, TokenCase{"$x", {"c:$", "id:x"}},
-                    TokenCase{"$ 5", {"c:$", "int:5"}}, TokenCase{"$.5", {"c:$", "num:0.5"}},
-                    TokenCase{"$", {"c:$"}},
+                    TokenCase{"$,5", {"c:$", "c:,", "int:5"}}, TokenCase{"$ 5", {"c:$", "int:5"}},
+                    TokenCase{"$.5", {"c:$", "num:0.5"}}, TokenCase{"$", {"c:$"}},
                     // Cents are rounded from the dollars.
                     TokenCase{"$19.99 $0.125 $1,000,000.01",
                               {"money:1999", "money:13", "money:100000001"}}));
@@ -138,13 +135,12 @@ INSTANTIATE_TEST_SUITE_P(Numbers, TokeniserTokens,
 
 INSTANTIATE_TEST_SUITE_P(
     Fractions, TokeniserTokens,
-    testing::Values(TokenCase{"6/2", {"num:3"}}, TokenCase{"3/4", {"num:0.75"}},
-                    TokenCase{"1.5/2", {"num:0.75"}}, TokenCase{"3 1/2", {"num:3.5"}},
-                    TokenCase{"3   1/4", {"num:3.25"}}, TokenCase{"3 4/2", {"num:5"}},
-                    TokenCase{"3 1", {"int:3", "int:1"}}, TokenCase{"2.5 1/2", {"num:3"}},
+    testing::Values(TokenCase{"6/2", {"num:3"}}, TokenCase{"1.5/2", {"num:0.75"}},
+                    TokenCase{"3 1/2", {"num:3.5"}}, TokenCase{"3   1/4", {"num:3.25"}},
+                    TokenCase{"3 4/2", {"num:5"}}, TokenCase{"3 1", {"int:3", "int:1"}},
+                    TokenCase{"2.5 1/2", {"num:3"}},
                     TokenCase{"3 1/2 1/4", {"num:3.5", "num:0.25"}},
-                    TokenCase{"3 1.5", {"int:3", "num:1.5"}}, TokenCase{"3 x", {"int:3", "id:x"}},
-                    TokenCase{"6/", {"int:6", "c:/"}},
+                    TokenCase{"3 1.5", {"int:3", "num:1.5"}}, TokenCase{"6/", {"int:6", "c:/"}},
                     TokenCase{"6/.5", {"int:6", "c:/", "num:0.5"}},
                     // A fraction needs only the '/' behind its numerator: with no digit behind
                     // the '/', the numerator alone is added.
