@@ -193,9 +193,6 @@ TEST_F(EvaluatorTest, ARunEndsWithTheseMessagesAndReports) {
     const char* const incomplete =
         "Expecting a number, string, name or (expression)\nbut found end of formula";
     const RunCase cases[] = {
-        {"1 +", true, false, incomplete, incomplete,
-         "Expecting a number, string, name or (expression)\nbut found end of formula\nin "
-         "formula\n\t1 +"},
         // An error value left by the failing part is replaced by the message too.
         {"refused()", true, false, "Error in calling function refused",
          "Error in calling function refused",
