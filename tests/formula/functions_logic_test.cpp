@@ -57,27 +57,13 @@ protected:
     }
 };
 
-const char* const c_reservedNames[] = {
-    "_oneditchange",     "_onopenpage",   "_systemaction",    "_updateprops",
-    "addtocatalog",      "addtolibrary",  "averagecolor",     "export",
-    "exportdata",        "exportdatamin", "exportdoc3d",      "exportitem3d",
-    "hascatalog",        "merge",         "previewcurrent",   "previewdonorfaceshadows",
-    "previewelevation",  "previewhilite", "previewmachining", "previewshowmachining",
-    "previewtype",       "report",        "savedrawing",      "transformtolocalx",
-    "transformtolocaly", "writehostdxf"};
-
 // ---------------------------------------------------------------------------------------------
 // The known-function map
 
-constexpr const char* c_databaseNames[] = {"dbexecute",         "dblookup",          "dblookupcol",
-                                           "dblookupcollabels", "dblookupcolvalues", "dblookuprow",
-                                           "dblookuprowvalues"};
-
 TEST_F(FunctionsLogicTest, TheKnownMapHoldsTheWholeListAndTheReservedNames) {
-    for (const char* name : c_databaseNames) {
-        const QBuiltinFunction* row = FindBuiltinFunction(FullId(name));
-        ASSERT_NE(row, nullptr) << name;
-        EXPECT_NE(row->body, nullptr) << name;
+    for (const QBuiltinFunction& row : DatabaseFunctions().functions) {
+        EXPECT_EQ(FindBuiltinFunction(FullId(row.name)), &row) << CString(row.name).ToUtf8();
+        EXPECT_NE(row.body, nullptr) << CString(row.name).ToUtf8();
     }
     EXPECT_EQ(KnownFunctionCount(), 192);
 }
@@ -85,13 +71,13 @@ TEST_F(FunctionsLogicTest, TheKnownMapHoldsTheWholeListAndTheReservedNames) {
 TEST_F(FunctionsLogicTest, TheReservedNamesAreKnownAndHaveNoBodyHere) {
     EXPECT_EQ(ApplicationFunctions().functions.size(), 26u);
     LogicContext context;
-    for (const char* name : c_reservedNames) {
-        const QBuiltinFunction* row = FindBuiltinFunction(FullId(name));
-        ASSERT_NE(row, nullptr) << name;
-        EXPECT_EQ(row->body, nullptr) << name;
+    for (const QBuiltinFunction& row : ApplicationFunctions().functions) {
+        const std::string name = CString(row.name).ToUtf8();
+        EXPECT_EQ(FindBuiltinFunction(FullId(row.name)), &row) << name;
+        EXPECT_EQ(row.body, nullptr) << name;
         // A property of the same name is not called instead.
-        context.Set(name, QAnyValue(u"%1"));
-        const Outcome outcome = Run(std::string(name) + "(1)", &context);
+        context.Set(name.c_str(), QAnyValue(u"%1"));
+        const Outcome outcome = Run(name + "(1)", &context);
         EXPECT_FALSE(outcome.ok) << name;
         EXPECT_EQ(outcome.message, WrongCount(name, "one value"));
     }
