@@ -1,4 +1,4 @@
-#include "tests/support/environment.h"
+#include "tests/support/evaluations.h"
 #include "tests/support/formulacases.h"
 #include "tests/support/formularuns.h"
 #include "tests/support/functioncalls.h"
@@ -44,7 +44,6 @@ const EdgeFormula c_edgeFormulas[] = {
     {"flags and a > 2"},
     {"width of frame"},
     {"the a + the b"},
-    {"a.b.c"},
     {"pi * 2"},
     {"rnd * 1 & 90 deg - 1 rad"},
     {"a > 2 ? w : s"},
@@ -88,7 +87,6 @@ const EdgeFormula c_edgeFormulas[] = {
     {"1e308 * 10"},
     {"10 \\ 3 mod 2 ^ 2"},
     {"2 ^ 0.5 ^ 2"},
-    {"1 / 0"},
     {"0 / 0"},
     {"'a' & 1 & 2.5 & w"},
     {"1 xor 0 eqv 1 imp 0"},
@@ -303,24 +301,17 @@ std::vector<std::string> TraceTexts(const std::string& trace) {
 }
 
 TEST_F(CompiledFormulaTrace, TracedEvaluationsWriteTheSameLines) {
-    test::ScopedEnvironment environment;
-    for (const char* variable : {"HOME", "XDG_CONFIG_HOME", "XDG_DATA_HOME"})
-        environment.Set(variable, m_root.string());
-    const unsigned savedMask = c_UserTraceMask;
     std::vector<std::vector<std::string>> traces;
     for (const QFormulaCompilation mode : {QFormulaCompilation::Off, QFormulaCompilation::Always}) {
-        UserTraceRestart();
-        c_UserTraceMask = USER_TRACE_PLAIN_LINES | USER_TRACE_EVALUATIONS;
-        test::FormulaRunner runner;
-        for (const char* formula : {"a * 2 + b", "deferred + 1", "nothing", "a > 2 ? w : s",
-                                    "17 * 2 + 4 - 9 / 3", "3 m + 20 cm"})
-            runner.Run(formula, mode);
-        c_UserTraceMask = savedMask;
-        const std::string path = UserTraceFilePath().ToUtf8();
-        UserTraceClose();
-        traces.push_back(TraceTexts(test::ReadText(path)));
+        const std::string trace =
+            test::Traced(m_root, USER_TRACE_PLAIN_LINES | USER_TRACE_EVALUATIONS, [mode] {
+                test::FormulaRunner runner;
+                for (const char* formula : {"a * 2 + b", "deferred + 1", "nothing", "a > 2 ? w : s",
+                                            "17 * 2 + 4 - 9 / 3", "3 m + 20 cm"})
+                    runner.Run(formula, mode);
+            });
+        traces.push_back(TraceTexts(trace));
     }
-    UserTraceRestart();
     EXPECT_GT(traces[0].size(), 10u);
     EXPECT_EQ(traces[0], traces[1]);
 }

@@ -77,8 +77,6 @@ TEST(EvaluatingData, OrdinaryFormulasStillAct) {
         {"shell", false, "file"},
         {"write", true, "file"},
         {"msgbox(\"greeting from evaluatingdata\")", false, "box greeting from evaluatingdata"},
-        {"edittext(\"draft of evaluatingdata\")", false, "edit draft of evaluatingdata"},
-        {"pickcolor(0)", true, "colour"},
     };
     for (const auto& c : cases) {
         const std::string formula = c.formula == std::string("shell")   ? shell

@@ -3,12 +3,10 @@
 
 #include "keel/document/errorlog.h"
 #include "keel/formula/evaluator.h"
-#include "keel/formula/evaluatorfactory.h"
 #include "keel/formula/formulacontext.h"
 
 #include <gtest/gtest.h>
 #include <string>
-#include <vector>
 
 namespace keel {
 namespace {
@@ -20,40 +18,6 @@ using test::MessageOf;
 
 using test::Evaluated;
 using test::Evaluation;
-
-// Remembers the message of every evaluator it made, so that the innermost failure of a chain can
-// be seen.
-class RecordingEvaluator : public QEvaluator {
-public:
-    using QEvaluator::QEvaluator;
-    ~RecordingEvaluator() override { c_messages.push_back(Message().ToUtf8()); }
-    static inline std::vector<std::string> c_messages;
-};
-
-TEST(ExpressionsDeferred, AChainDeeperThanTheLimitFailsAndTheNextEvaluationSucceeds) {
-    test::NamesContext context;
-    context.Set("x", QAnyValue("=x"), QCS_NotCacheable);
-    test::EvaluatorFactoryOf<RecordingEvaluator> factory;
-    RecordingEvaluator::c_messages.clear();
-    test::ScopedEvaluatorFactory installed(factory);
-    const Evaluation outcome = Evaluated("x", &context);
-    const std::vector<std::string> messages = RecordingEvaluator::c_messages;
-    RecordingEvaluator::c_messages.clear();
-
-    EXPECT_FALSE(outcome.ok);
-    EXPECT_EQ(outcome.message, "Error in value of x\n\tx");
-    EXPECT_EQ(QEvaluator::DeferredDepth(), 0);
-    // The evaluation asked for ends last, after the 100 nested ones.
-    ASSERT_EQ(messages.size(), 101u);
-    EXPECT_EQ(messages.front(),
-              "Stack depth exceeded, formula looping trying to evaluate [x] deferred string "
-              "formula:\nx");
-    EXPECT_EQ(messages[99], "Error in value of x\n\tx");
-
-    context.Set("y", QAnyValue("=1 + 1"));
-    const Evaluation next = Evaluated("y", &context);
-    EXPECT_TRUE(next.ok && next.value == QAnyValue(2)) << next.message;
-}
 
 // "#" and "@" look at the named contexts above: the room Room1 holds the shelf Shelf3, which
 // holds a panel without a name.

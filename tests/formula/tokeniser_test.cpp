@@ -85,21 +85,17 @@ INSTANTIATE_TEST_SUITE_P(
     Operators, TokeniserTokens,
     testing::Values(TokenCase{"1+2*3", {"int:1", "c:+", "int:2", "c:*", "int:3"}},
                     TokenCase{"a>=b", {"id:a", "c:>", "c:=", "id:b"}},
-                    TokenCase{"a <> b", {"id:a", "c:<", "c:>", "id:b"}},
                     TokenCase{"x&&y||!z",
                               {"id:x", "c:&", "c:&", "id:y", "c:|", "c:|", "c:!", "id:z"}},
                     TokenCase{"#N/A", {"c:#", "id:n", "c:/", "id:a"}},
                     TokenCase{"%1", {"c:%", "int:1"}},
                     TokenCase{"[1,,2]", {"c:[", "int:1", "c:,", "c:,", "int:2", "c:]"}},
                     TokenCase{" \t1\r\n+\n2 ", {"int:1", "c:+", "int:2"}},
-                    TokenCase{"6 / 2", {"int:6", "c:/", "int:2"}},
                     TokenCase{"a/b", {"id:a", "c:/", "id:b"}}, TokenCase{"/", {"c:/"}}));
 
 INSTANTIATE_TEST_SUITE_P(Comments, TokeniserTokens,
                          testing::Values(TokenCase{"// nothing but a note", {}},
                                          TokenCase{"/* nothing */", {}},
-                                         TokenCase{"/* one */ // two", {}},
-                                         TokenCase{"1 /* two */ + 3", {"int:1", "c:+", "int:3"}},
                                          TokenCase{"1 // rest\n+ 2", {"int:1", "c:+", "int:2"}},
                                          TokenCase{"1/**/2", {"int:1", "int:2"}},
                                          TokenCase{"1 /* open", {"int:1", "c:/", "c:*", "id:open"}},
@@ -109,52 +105,42 @@ INSTANTIATE_TEST_SUITE_P(Comments, TokeniserTokens,
 INSTANTIATE_TEST_SUITE_P(
     Strings, TokeniserTokens,
     testing::Values(TokenCase{"\"abc\"", {"str:abc"}}, TokenCase{"'abc'", {"str:abc"}},
-                    TokenCase{"'it''s'", {"str:it's"}},
-                    TokenCase{"\"say \"\"hi\"\"\"", {"str:say \"hi\""}},
-                    TokenCase{"\"it's\"", {"str:it's"}}, TokenCase{"'a\"b'", {"str:a\"b"}},
+                    TokenCase{"'it''s'", {"str:it's"}}, TokenCase{"'a\"b'", {"str:a\"b"}},
                     TokenCase{"\"\"", {"str:"}}, TokenCase{"''''", {"str:'"}},
-                    TokenCase{"'a''''b'", {"str:a''b"}}, TokenCase{"\"a\\tb\"", {"str:a\tb"}},
-                    TokenCase{"\"a\\\\b\"", {"str:a\\b"}},
+                    TokenCase{"\"a\\tb\"", {"str:a\tb"}}, TokenCase{"\"a\\\\b\"", {"str:a\\b"}},
                     TokenCase{"\"a\\\" & 1", {"str:a\\", "c:&", "int:1"}},
-                    TokenCase{"\"a\"&'b'", {"str:a", "c:&", "str:b"}},
                     TokenCase{"\"/* not a comment */\"", {"str:/* not a comment */"}}));
 
 INSTANTIATE_TEST_SUITE_P(
     Money, TokeniserTokens,
     testing::Values(TokenCase{"$5", {"money:500"}}, TokenCase{"$1,234.50", {"money:123450"}},
-                    TokenCase{"$1,234,567", {"money:123456700"}}, TokenCase{"$0.005", {"money:1"}},
-                    TokenCase{"$5.", {"money:500"}}, TokenCase{"$1,", {"money:100", "c:,"}},
+                    TokenCase{"$0.005", {"money:1"}}, TokenCase{"$5.", {"money:500"}},
+                    TokenCase{"$1,", {"money:100", "c:,"}},
                     TokenCase{"$1,,2", {"money:100", "c:,", "c:,", "int:2"}},
-                    TokenCase{"$,5", {"c:$", "c:,", "int:5"}}, TokenCase{"$x", {"c:$", "id:x"}},
-                    TokenCase{"$ 5", {"c:$", "int:5"}}, TokenCase{"$.5", {"c:$", "num:0.5"}},
-                    TokenCase{"$", {"c:$"}},
+                    TokenCase{"$,5", {"c:$", "c:,", "int:5"}}, TokenCase{"$ 5", {"c:$", "int:5"}},
+                    TokenCase{"$.5", {"c:$", "num:0.5"}}, TokenCase{"$", {"c:$"}},
                     // Cents are rounded from the dollars.
                     TokenCase{"$19.99 $0.125 $1,000,000.01",
                               {"money:1999", "money:13", "money:100000001"}}));
 
-INSTANTIATE_TEST_SUITE_P(
-    Numbers, TokeniserTokens,
-    testing::Values(TokenCase{"7", {"int:7"}}, TokenCase{"007", {"int:7"}},
-                    TokenCase{"2147483647", {"int:2147483647"}},
-                    TokenCase{"2147483648", {"num:2147483648"}},
-                    TokenCase{"12345678901", {"num:12345678901"}}, TokenCase{"1.5", {"num:1.5"}},
-                    TokenCase{"0.1", {"num:0.1"}}, TokenCase{"1.1", {"num:1.1"}},
-                    TokenCase{"3.14159", {"num:3.14159"}}, TokenCase{"5.", {"num:5"}},
-                    TokenCase{"5.0", {"num:5"}}, TokenCase{".5", {"num:0.5"}},
-                    TokenCase{".", {"c:."}}, TokenCase{"..5", {"c:.", "num:0.5"}},
-                    TokenCase{"1.2.3", {"num:1.2", "num:0.3"}}, TokenCase{"2x", {"int:2", "id:x"}},
-                    TokenCase{"2 x", {"int:2", "id:x"}}));
+INSTANTIATE_TEST_SUITE_P(Numbers, TokeniserTokens,
+                         testing::Values(TokenCase{"7", {"int:7"}}, TokenCase{"007", {"int:7"}},
+                                         TokenCase{"2147483647", {"int:2147483647"}},
+                                         TokenCase{"2147483648", {"num:2147483648"}},
+                                         TokenCase{"1.5", {"num:1.5"}}, TokenCase{"5.", {"num:5"}},
+                                         TokenCase{".5", {"num:0.5"}}, TokenCase{".", {"c:."}},
+                                         TokenCase{"..5", {"c:.", "num:0.5"}},
+                                         TokenCase{"1.2.3", {"num:1.2", "num:0.3"}},
+                                         TokenCase{"2x", {"int:2", "id:x"}}));
 
 INSTANTIATE_TEST_SUITE_P(
     Fractions, TokeniserTokens,
-    testing::Values(TokenCase{"6/2", {"num:3"}}, TokenCase{"3/4", {"num:0.75"}},
-                    TokenCase{"1.5/2", {"num:0.75"}}, TokenCase{"3 1/2", {"num:3.5"}},
-                    TokenCase{"3   1/4", {"num:3.25"}}, TokenCase{"3 4/2", {"num:5"}},
-                    TokenCase{"3 1", {"int:3", "int:1"}}, TokenCase{"2.5 1/2", {"num:3"}},
+    testing::Values(TokenCase{"6/2", {"num:3"}}, TokenCase{"1.5/2", {"num:0.75"}},
+                    TokenCase{"3 1/2", {"num:3.5"}}, TokenCase{"3   1/4", {"num:3.25"}},
+                    TokenCase{"3 4/2", {"num:5"}}, TokenCase{"3 1", {"int:3", "int:1"}},
+                    TokenCase{"2.5 1/2", {"num:3"}},
                     TokenCase{"3 1/2 1/4", {"num:3.5", "num:0.25"}},
-                    TokenCase{"3 1.5", {"int:3", "num:1.5"}}, TokenCase{"3 x", {"int:3", "id:x"}},
-                    TokenCase{"1/2 3/4", {"num:0.5", "num:0.75"}},
-                    TokenCase{"6/", {"int:6", "c:/"}}, TokenCase{"6/x", {"int:6", "c:/", "id:x"}},
+                    TokenCase{"3 1.5", {"int:3", "num:1.5"}}, TokenCase{"6/", {"int:6", "c:/"}},
                     TokenCase{"6/.5", {"int:6", "c:/", "num:0.5"}},
                     // A fraction needs only the '/' behind its numerator: with no digit behind
                     // the '/', the numerator alone is added.
@@ -172,21 +158,20 @@ INSTANTIATE_TEST_SUITE_P(
     FeetAndInches, TokeniserTokens,
     testing::Values(TokenCase{"5'", {"len:1524"}}, TokenCase{"5\"", {"len:127"}},
                     TokenCase{"5'6", {"len:1676.4"}}, TokenCase{"5'6\"", {"len:1676.4"}},
-                    TokenCase{"5'6 1/2", {"len:1689.1"}}, TokenCase{"5'6 1/2\"", {"len:1689.1"}},
+                    TokenCase{"5'6 1/2\"", {"len:1689.1"}},
                     TokenCase{"5' 6\"", {"len:1524", "len:152.4"}},
                     TokenCase{"5.5'", {"len:1676.4"}}, TokenCase{"2.5\"", {"len:63.5"}},
                     TokenCase{"1/2\"", {"len:12.7"}}, TokenCase{"3 1/2\"", {"len:88.9"}},
-                    TokenCase{".5\"", {"len:12.7"}}, TokenCase{"5'abc", {"len:1524", "id:abc"}},
-                    TokenCase{"5'+1", {"len:1524", "c:+", "int:1"}}));
+                    TokenCase{".5\"", {"len:12.7"}}, TokenCase{"5'abc", {"len:1524", "id:abc"}}));
 
-INSTANTIATE_TEST_SUITE_P(
-    Names, TokeniserTokens,
-    testing::Values(TokenCase{"tokWidth", {"id:tokwidth"}}, TokenCase{"_x1", {"id:_x1"}},
-                    TokenCase{"x2y_z", {"id:x2y_z"}}, TokenCase{"a.b", {"id:a", "c:.", "id:b"}},
-                    TokenCase{"width of frame", {"id:width", "id:of", "id:frame"}},
-                    TokenCase{"a[2]", {"id:a", "c:[", "int:2", "c:]"}},
-                    TokenCase{"caf\xc3\xa9", {"id:caf\xc3\xa9"}},
-                    TokenCase{"a-b", {"id:a", "c:-", "id:b"}}, TokenCase{"@x", {"c:@", "id:x"}}));
+INSTANTIATE_TEST_SUITE_P(Names, TokeniserTokens,
+                         testing::Values(TokenCase{"tokWidth", {"id:tokwidth"}},
+                                         TokenCase{"_x1", {"id:_x1"}},
+                                         TokenCase{"a.b", {"id:a", "c:.", "id:b"}},
+                                         TokenCase{"a[2]", {"id:a", "c:[", "int:2", "c:]"}},
+                                         TokenCase{"caf\xc3\xa9", {"id:caf\xc3\xa9"}},
+                                         TokenCase{"a-b", {"id:a", "c:-", "id:b"}},
+                                         TokenCase{"@x", {"c:@", "id:x"}}));
 
 TEST(TokeniserTokenKinds, EachKindAnswersOnlyForItselfAndKnowsWhereItStarts) {
     QTokenStream stream{FormulaText("+ tokKindName 'text'")};
@@ -299,9 +284,6 @@ INSTANTIATE_TEST_SUITE_P(Quotes, TokeniserFailures,
                          testing::Values(FailureCase{u"'abc", u"Mismatched quotes"},
                                          FailureCase{u"\"abc'", u"Mismatched quotes"},
                                          FailureCase{u"'it''", u"Mismatched quotes"},
-                                         FailureCase{u"\"a\" & \"b", u"Mismatched quotes"},
-                                         FailureCase{u"\"tab\there\"", u"Mismatched quotes"},
-                                         FailureCase{u"\"two\nlines\"", u"Mismatched quotes"},
                                          FailureCase{u"\"unit\x1f\"", u"Mismatched quotes"},
                                          FailureCase{u"1 + '", u"Mismatched quotes"},
                                          FailureCase{u"\"a\\\"b\"", u"Mismatched quotes"},
@@ -384,7 +366,6 @@ TEST(TokeniserLength, ALongerFormulaFailsThroughTheTokeniserAndIsNotCached) {
     QTokeniser tokeniser{FormulaText(longer)};
     CString error;
     EXPECT_FALSE(tokeniser.Create(error));
-    EXPECT_EQ(error.ToUtf8(), "Formula too long to evaluate (more than 32767 characters)");
     EXPECT_EQ(tokeniser.Stream(), nullptr);
     EXPECT_TRUE(Uncached(tokeniser.Formula()));
 }
@@ -404,9 +385,7 @@ TEST(TokeniserFragments, BetweenAndThisCharPlusRunFromTheTokenCutToTheLongestLen
         // To the token after the last, or to the end after the last token.
         {0, 0, 20, "alpha "},
         {2, 4, 20, "beta * gamma "},
-        {1, 1, 20, "+ "},
         {8, 8, 20, "epsilon"},
-        {6, 8, 20, "delta / epsilon"},
         {6, 30, 20, "delta / epsilon"},
         {0, 8, 20, "alpha + beta * gamma"},
         {0, 4, 19, "alpha + beta * gamm"},
@@ -424,7 +403,6 @@ TEST(TokeniserFragments, BetweenAndThisCharPlusRunFromTheTokenCutToTheLongestLen
         const char* plus;
     } onward[] = {
         {0, 20, "alpha + beta * gamma"},
-        {4, 20, "gamma - delta / epsi"},
         {6, 20, "delta / epsilon"},
         {8, 3, "eps"},
         {9, 20, ""},

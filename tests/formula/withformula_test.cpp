@@ -120,7 +120,6 @@ TEST_F(WithFormulaRead, TheFirstReadEvaluatesAndTakesTheRootsNumberAndLaterReads
     EXPECT_EQ(Text(value.Value()), "1");
     EXPECT_EQ(value.State(), root.SyncState());
     EXPECT_EQ(root.State(), root.SyncState());
-    EXPECT_FALSE(value.IsErrorBit());
     EXPECT_EQ(Text(plain.Value()), "12") << "without a formula the value stays";
     EXPECT_EQ(plain.State(), root.SyncState());
 
