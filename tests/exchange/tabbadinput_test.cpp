@@ -81,7 +81,6 @@ TEST_F(TabBadInputTest, EachBadFileGivesItsClearResult) {
          "title=a<D800>b<DC00> bag= groups="},
         {"UTF-16 without its mark", Utf16(u"title\t\"\"\"abc\"\"\"\t\t\n"),
          notText + "1 is not text"},
-        {"binary", std::string("\x00\x01\x02\x03\xFF\n\x80", 7), notText + "1 is not text"},
         // Nothing of the file is imported, not even the lines before the one that is not text.
         {"binary after text",
          "title\t\"\"\"t\"\"\"\t\t\n\nshelves\t1\t\tGroup|A\n" + std::string(1, '\0') + "z\n",

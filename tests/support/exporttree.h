@@ -183,7 +183,6 @@ public:
                identifier != previous) {
             previous = identifier;
             auto group = std::make_unique<FakeGroup>(identifier);
-            group->xmlStyle = newGroupXmlStyle;
             ok = SetupNewChildImportable(group.get(), levelName, identifier) && ok;
             ok = level.MergeImportableIfPresent(group.get()) && ok;
             groups.push_back(std::move(group));
@@ -211,8 +210,6 @@ public:
     FakeBag bag;
     std::vector<std::unique_ptr<FakeGroup>> groups;
     bool refuseDelete = false;
-    // The XML style of the groups made for what the file holds.
-    int newGroupXmlStyle = 0;
     // The selection's size for each call, -1 without one.
     std::vector<int> deleteCalls;
 };
