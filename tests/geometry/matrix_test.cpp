@@ -25,7 +25,6 @@ using test::Point3D;
 using test::PointNear;
 using test::Product;
 using test::Rows;
-using test::RowsOf;
 
 constexpr double c_pi = std::numbers::pi;
 

@@ -4,7 +4,6 @@
 
 #include <cmath>
 #include <gtest/gtest.h>
-#include <numbers>
 #include <string>
 
 namespace keel {
@@ -15,7 +14,6 @@ using test::Poly;
 using test::Pt;
 using test::Text;
 using test::VerticesNear;
-using test::Widths;
 using Arc = TPolyArc<QLength, 'W'>;
 
 TEST(ArcTest, VerticesLieOnTheCircleAndBulgeToTheRadiusSide) {

@@ -2,10 +2,7 @@
 
 #include "keel/geometry/tpoly.h"
 
-#include <climits>
-#include <functional>
 #include <gtest/gtest.h>
-#include <string>
 
 namespace keel {
 
@@ -14,7 +11,6 @@ namespace {
 using test::Poly;
 using test::Pt;
 using test::Text;
-using test::VerticesNear;
 
 constexpr std::uint8_t c_orientation = QWorldPoly::c_orientationValid;
 constexpr std::uint8_t c_bounds = QWorldPoly::c_boundsValid;

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "keel/exchange/exportformatascii.h"
 #include "keel/exchange/exportformatlevel.h"
 #include "keel/exchange/importattribute.h"
 #include "keel/exchange/importexport.h"
@@ -213,6 +214,16 @@ public:
     // The selection's size for each call, -1 without one.
     std::vector<int> deleteCalls;
 };
+
+// The tab lines that an export of the object gathers, one after another.
+inline CString GatheredLines(const QExportable& object, bool minimal = false) {
+    QExportFormatASCII format(object, minimal, nullptr);
+    format.GatherLines();
+    CString all;
+    for (const CString& line : format.GatheredLines())
+        all += line;
+    return all;
+}
 
 // A tree with something of every kind: defaults and changed values, a formula, an array, a
 // bag of typed values and numbered items.
