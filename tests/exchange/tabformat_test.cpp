@@ -24,6 +24,7 @@ TEST(ODBCFixupTest, EscapesAndQuotesAsTheColumnNeedsAndReverses) {
         {u"hello", u"hello", true},
         {u"", u"", true},
         {u"\u00e9t\u00e9", u"\u00e9t\u00e9", true},
+        {u"1st", u"1st", true},
         {u"=A", u"\"=A\"", true},
         {u"a\tb", u"a\\tb", true},
         {u"say \"hi\"", u"\"say \"\"hi\"\"\"", true},
