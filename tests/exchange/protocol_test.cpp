@@ -57,15 +57,6 @@ private:
     std::int32_t m_arrayIndex;
 };
 
-CString LinesOf(const QExportable& object, bool minimal) {
-    QExportFormatASCII format(object, minimal, nullptr);
-    format.GatherLines();
-    CString all;
-    for (const CString& line : format.GatheredLines())
-        all += line;
-    return all;
-}
-
 TEST(ExportLevelTest, MinimalDropsOnlyIdenticalDefaultsWithoutFormulaOutsideArrays) {
     const FormulaText formula(u"2");
     struct Case {
@@ -96,8 +87,8 @@ TEST(ExportLevelTest, MinimalDropsOnlyIdenticalDefaultsWithoutFormulaOutsideArra
     };
     for (const Case& c : cases) {
         const OneAttribute object(c.attribute, c.arrayIndex);
-        EXPECT_EQ(LinesOf(object, true), CString(c.minimal)) << c.what;
-        EXPECT_FALSE(LinesOf(object, false).IsEmpty()) << c.what;
+        EXPECT_EQ(GatheredLines(object, true), CString(c.minimal)) << c.what;
+        EXPECT_FALSE(GatheredLines(object, false).IsEmpty()) << c.what;
     }
 }
 

@@ -107,9 +107,6 @@ TEST(DeviceContextTest, ShapesBecomeTheirPlatformCalls) {
         {"curve of 2",
          [](Dc& dc) { DrawCurved(dc, PagePolyOf("0,0 1,1")); },
          {"lines 0,0 100,100"}},
-        {"arrow",
-         [](Dc& dc) { DrawArrow(dc, PagePt(10, 0), PagePt(0, 0), Mm(2), Mm(2)); },
-         {"lines 1000,0 800,100", "lines 800,100 800,-100", "lines 800,-100 1000,0"}},
         {"world arrow at 1:10",
          [](Dc& dc) { DrawArrow(dc, WorldPt(0, 100), WorldPt(0, 0), Mm(20), Mm(40), 10); },
          {"lines 0,1000 -200,800", "lines -200,800 200,800", "lines 200,800 0,1000"}},
@@ -175,7 +172,6 @@ TEST_F(CairoDCTest, PngOfThePageHasItsSizeAtTheResolution) {
     } cases[] = {
         {200, 150, 50, 96, 756, 567},    // 3779 px a metre
         {200, 150, 100, 96, 756, 567},   // the scale moves the drawing, not the page
-        {200, 150, 50, 192, 1512, 1134}, // 7558
         {100, 100, 50, 300, 1181, 1181}, // 11809
         {1000, 10, 50, 96, 3779, 38},
     };
@@ -198,7 +194,6 @@ TEST_F(CairoDCTest, PngPixelsWithoutAntialiasingLieWhereTheMappingPutsThem) {
         const char* where;
     } cases[] = {
         // At 1:50 the square runs from 76 to 302 across and 265 to 491 down.
-        {50, 189, 378, c_red, "inside the square"},
         {50, 76, 378, c_black, "on its left edge"},
         {50, 75, 378, c_white, "just outside it"},
         {50, 77, 378, c_red, "just inside it"},
@@ -313,11 +308,6 @@ TEST_F(CairoDCTest, SurfacesOutsideTheLimitsAreRefusedWithTheReason) {
              RenderSceneImage(setup, 96, false);
          },
          "An image of 3779000 by 3779000 pixels has a side longer than 32767 pixels"},
-        {[] {
-             PageSetup setup(0, 0, 50);
-             RenderSceneImage(setup, 96, false);
-         },
-         "An image of 0 by 0 pixels is empty"},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.message);

@@ -25,7 +25,6 @@ using test::Point3D;
 using test::PointNear;
 using test::Product;
 using test::Rows;
-using test::RowsOf;
 
 constexpr double c_pi = std::numbers::pi;
 
@@ -94,8 +93,6 @@ TEST_F(MatrixTest, OperationsMultiplyOnTheRightByTheirTransform) {
          test::TurnZ(turn)},
         {"short -x", [](QMatrix& m) { m.Rotate(QAngle::FromRaw(37), -0.25, 0, 0); },
          test::TurnX(-turn)},
-        {"an axis of length squared 2", [](QMatrix& m) { m.Rotate(QAngle::FromRaw(37), 1, 1, 0); },
-         test::TurnAbout(std::sqrt(0.5), std::sqrt(0.5), 0, turn)},
         {"a zero axis", [](QMatrix& m) { m.Rotate(QAngle::FromRaw(37), 0, 0, 0); }, identity},
         {"Translate a point in space", [](QMatrix& m) { m.Translate(P3(1, -2, 0.5)); },
          test::Shift(100, -200, 50)},
@@ -132,8 +129,6 @@ TEST_F(MatrixTest, OperationsMultiplyOnTheRightByTheirTransform) {
              m.RotateAboutAxis(QAngle::FromRaw(-0.000009), P3(0, 0, 0), P3(1, 1, 1));
          },
          identity},
-        {"about a vertical line by an angle below the tolerance",
-         [](QMatrix& m) { m.RotateAboutZAxis(QAngle::FromRaw(0.000001), P3(5, 5, 5)); }, identity},
         {"by an angle just above the tolerance",
          [](QMatrix& m) { m.RotateAboutAxis(QAngle::FromRaw(0.00002), 0, 0, 0, 0, 0, 1); },
          test::TurnZ(tiny)},
@@ -164,9 +159,6 @@ TEST_F(MatrixTest, MultiplyGivesTheProductAlsoIntoOneOfItsInputs) {
     const Rows a = test::ArbitraryRows(random);
     const Rows b = test::ArbitraryRows(random);
     const Rows ab = Product(a, b);
-    QMatrix result;
-    QMatrix::Multiply(result, MatrixOf(a), MatrixOf(b));
-    EXPECT_TRUE(MatrixNear(result, ab));
     QMatrix right = MatrixOf(b);
     QMatrix::Multiply(right, MatrixOf(a), right);
     EXPECT_TRUE(MatrixNear(right, ab)) << "into the right input";

@@ -1,10 +1,9 @@
 #include "tests/support/exchangetests.h"
+#include "tests/support/exporttree.h"
 #include "tests/support/geometry.h"
 
-#include "keel/exchange/exportformatascii.h"
 #include "keel/geometry/tpoly.h"
 
-#include <cmath>
 #include <gtest/gtest.h>
 #include <limits>
 #include <string>
@@ -17,32 +16,23 @@ using test::Poly;
 using test::Pt;
 using test::Text;
 
-CString ExportLines(const QExportable& object) {
-    QExportFormatASCII format(object, false, nullptr);
-    EXPECT_TRUE(format.GatherLines());
-    CString all;
-    for (const CString& line : format.GatheredLines())
-        all += line;
-    return all;
-}
-
 class PolyExportTest : public test::ExchangeFileTest {};
 
 TEST_F(PolyExportTest, TheCountAndEachVertexUnderItsIndex) {
     const QWorldPoly poly = Poly({{1.5, -2}, {0, 30}});
-    EXPECT_EQ(ExportLines(poly).ToUtf8(), "npoints\t2\t\t\n"
-                                          "x[0]\t1.5 mm\t\t\n"
-                                          "y[0]\t\"-2 mm\"\t\t\n"
-                                          "x[1]\t0 mm\t\t\n"
-                                          "y[1]\t30 mm\t\t\n");
-    EXPECT_EQ(ExportLines(QWorldPoly()).ToUtf8(), "npoints\t0\t\t\n");
-    EXPECT_EQ(ExportLines(Pt(4, 5)).ToUtf8(), "x\t4 mm\t\t\ny\t5 mm\t\t\n");
+    EXPECT_EQ(test::GatheredLines(poly).ToUtf8(), "npoints\t2\t\t\n"
+                                                  "x[0]\t1.5 mm\t\t\n"
+                                                  "y[0]\t\"-2 mm\"\t\t\n"
+                                                  "x[1]\t0 mm\t\t\n"
+                                                  "y[1]\t30 mm\t\t\n");
+    EXPECT_EQ(test::GatheredLines(QWorldPoly()).ToUtf8(), "npoints\t0\t\t\n");
+    EXPECT_EQ(test::GatheredLines(Pt(4, 5)).ToUtf8(), "x\t4 mm\t\t\ny\t5 mm\t\t\n");
 }
 
 TEST_F(PolyExportTest, ImportReadsBackWhatWasExported) {
     const QWorldPoly original = Poly({{1.5, -2}, {0, 30}, {123.456789, 1e-3}});
     QWorldPoly read = Poly({{9, 9}});
-    EXPECT_TRUE(Import(read, ExportLines(original).ToUtf8()));
+    EXPECT_TRUE(Import(read, test::GatheredLines(original).ToUtf8()));
     EXPECT_EQ(Text(read), Text(original));
     EXPECT_EQ(read.CacheFlags(), 0);
 }

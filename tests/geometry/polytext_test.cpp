@@ -9,8 +9,6 @@ namespace keel {
 
 namespace {
 
-using test::Text;
-
 TEST(PolyTextTest, CoordinatesAreMillimetresWhateverTheDefaultUnits) {
     const QLength::LENGTHUNITS units = QLength::DefaultUnits();
     QLength::SetDefaultUnits(QLength::LU_INCH);

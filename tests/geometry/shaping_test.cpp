@@ -4,7 +4,6 @@
 
 #include <cmath>
 #include <gtest/gtest.h>
-#include <numbers>
 #include <string>
 
 namespace keel {
@@ -15,26 +14,7 @@ using test::Poly;
 using test::Pt;
 using test::Text;
 using test::VerticesNear;
-using test::Widths;
 using Arc = TPolyArc<QLength, 'W'>;
-
-// Joints are mitred for one width; unequal widths meet exactly only at right angles.
-TEST(OffsetEdgesTest, EachOffsetEdgeLiesTheWidthFromTheOriginal) {
-    const QWorldPoly ring = Poly({{0, 0}, {40, -5}, {55, 20}, {30, 45}, {-10, 30}});
-    QWorldPoly offset = ring;
-    offset.OffsetEdges(Widths({2.5}), true, 1, true);
-    for (int edge = 0; edge < ring.GetCount(); ++edge) {
-        const test::RawXY a{ring.Vertex(edge)};
-        const test::RawXY b{ring.Vertex(edge + 1)};
-        const double length = std::hypot(b.x - a.x, b.y - a.y);
-        for (int end = 0; end < 2; ++end) {
-            const test::RawXY p{offset.Vertex(edge + end)};
-            const double leftDistance =
-                ((b.x - a.x) * (p.y - a.y) - (b.y - a.y) * (p.x - a.x)) / length;
-            EXPECT_NEAR(leftDistance, 2.5, 1e-9) << "edge " << edge << " end " << end;
-        }
-    }
-}
 
 TEST(ArcTest, VerticesLieOnTheCircleAndBulgeToTheRadiusSide) {
     const test::XY ends[] = {{10, 0}, {-3, 7}, {0.5, -40}, {123.4, 56.7}};

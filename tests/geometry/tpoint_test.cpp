@@ -6,7 +6,6 @@
 #include "keel/platform/schema.h"
 
 #include <gtest/gtest.h>
-#include <string>
 
 namespace keel {
 

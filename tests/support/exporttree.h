@@ -1,5 +1,6 @@
 #pragma once
 
+#include "keel/exchange/exportformatascii.h"
 #include "keel/exchange/exportformatlevel.h"
 #include "keel/exchange/importattribute.h"
 #include "keel/exchange/importexport.h"
@@ -183,7 +184,6 @@ public:
                identifier != previous) {
             previous = identifier;
             auto group = std::make_unique<FakeGroup>(identifier);
-            group->xmlStyle = newGroupXmlStyle;
             ok = SetupNewChildImportable(group.get(), levelName, identifier) && ok;
             ok = level.MergeImportableIfPresent(group.get()) && ok;
             groups.push_back(std::move(group));
@@ -211,11 +211,19 @@ public:
     FakeBag bag;
     std::vector<std::unique_ptr<FakeGroup>> groups;
     bool refuseDelete = false;
-    // The XML style of the groups made for what the file holds.
-    int newGroupXmlStyle = 0;
     // The selection's size for each call, -1 without one.
     std::vector<int> deleteCalls;
 };
+
+// The tab lines that an export of the object gathers, one after another.
+inline CString GatheredLines(const QExportable& object, bool minimal = false) {
+    QExportFormatASCII format(object, minimal, nullptr);
+    format.GatherLines();
+    CString all;
+    for (const CString& line : format.GatheredLines())
+        all += line;
+    return all;
+}
 
 // A tree with something of every kind: defaults and changed values, a formula, an array, a
 // bag of typed values and numbered items.

@@ -40,14 +40,6 @@ struct RawXY {
     double y;
 };
 
-// An array of raw lengths, as the widths of edges or the cuts of a quad.
-inline QArray<QLength> Widths(std::initializer_list<double> raw) {
-    QArray<QLength> widths;
-    for (double width : raw)
-        widths.Add(QLength::FromRaw(width));
-    return widths;
-}
-
 // A world polygon of raw coordinates (millimetres).
 inline QWorldPoly Poly(std::initializer_list<XY> vertices) {
     QWorldPoly poly;
