@@ -608,44 +608,5 @@ TEST(OlePropertySet, EveryTruncationOfAValidStreamGivesFalse) {
     }
 }
 
-TEST(Guid, BytesAndTextFollowTheStandardLayout) {
-    const GUID::Bytes bytes = FMTID_SummaryInformation.ToBytes();
-    const GUID::Bytes expected = {0xE0, 0x85, 0x9F, 0xF2, 0xF9, 0x4F, 0x68, 0x10,
-                                  0xAB, 0x91, 0x08, 0x00, 0x2B, 0x27, 0xB3, 0xD9};
-    EXPECT_EQ(bytes, expected);
-    EXPECT_EQ(GUID::FromBytes(bytes.data()), FMTID_SummaryInformation);
-    EXPECT_EQ(FMTID_SummaryInformation.ToString(),
-              CString(u"{F29F85E0-4FF9-1068-AB91-08002B27B3D9}"));
-    GUID parsed;
-    ASSERT_TRUE(GUID::FromString(u"d5cdd502-2e9c-101b-9397-08002b2cf9ae", parsed));
-    EXPECT_EQ(parsed, FMTID_DocSummaryInformation);
-    EXPECT_FALSE(GUID::FromString(u"{D5CDD502-2E9C-101B-9397-08002B2CF9A}", parsed));
-    EXPECT_FALSE(GUID::FromString(u"{D5CDD502+2E9C-101B-9397-08002B2CF9AE}", parsed));
-    EXPECT_LT(FMTID_DocSummaryInformation, FMTID_SummaryInformation);
-}
-
-TEST(FileTime, ConvertsToAndFromOleDates) {
-    struct Case {
-        double oleDate;
-        std::uint64_t ticks;
-    };
-    const Case cases[] = {
-        {0.0, 109205ull * c_fileTimeTicksPerDay},                               // 30 December 1899
-        {25569.0, 116444736000000000ull},                                       // 1 January 1970
-        {-1.25, 109204ull * c_fileTimeTicksPerDay + c_fileTimeTicksPerDay / 4}, // 29 Dec 06:00
-        {-109205.0, 0},                                                         // 1 January 1601
-        {45293.5, 133486704000000000ull}, // 2 January 2024 12:00
-    };
-    for (const Case& c : cases) {
-        FILETIME time;
-        ASSERT_TRUE(OleDateToFileTime(c.oleDate, time)) << c.oleDate;
-        EXPECT_EQ(time.Ticks(), c.ticks) << c.oleDate;
-        EXPECT_DOUBLE_EQ(FileTimeToOleDate(FILETIME::FromTicks(c.ticks)), c.oleDate);
-    }
-    FILETIME time;
-    EXPECT_FALSE(OleDateToFileTime(-109206.0, time));
-    EXPECT_FALSE(OleDateToFileTime(1e300, time));
-}
-
 } // namespace
 } // namespace keel
