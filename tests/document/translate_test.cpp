@@ -264,10 +264,8 @@ TEST_F(TranslateTest, AnEmptyTextIsReturnedAtOnceAndNeverEntersTheFile) {
     SwitchTo(path);
     EnableTranslationsFileUpdates(true);
     EnablePartialTranslations(true);
-    const std::vector<std::u16string> before = TableContents();
     EXPECT_TRUE(TranslateString(u"", u"", u"Message box").IsEmpty());
     EXPECT_TRUE(TranslateString(u"", u"qualifier", u"Dialog item").IsEmpty());
-    EXPECT_EQ(TableContents(), before);
     EXPECT_FALSE(Translator::TheTranslator().IsModified());
     ASSERT_TRUE(SaveTranslationFile());
     EXPECT_EQ(test::ReadText(path), test::ReadText(c_fixtures / "translations_fr.txt"));
