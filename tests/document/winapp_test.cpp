@@ -235,8 +235,6 @@ TEST_F(WinAppTest, AWriteGoesToTheStoreAndUpdatesTheCachedElement) {
     EXPECT_EQ(StoredInt(u"Options", u"NotCached"), 8);
     EXPECT_EQ(StoredString(u"Options", u"NotCachedText"), "t");
     EXPECT_EQ(app.GetProfileIntFromCache(u"Options", u"NotCached", 0), 0);
-    EXPECT_EQ(app.RegIntCache().GetCount(), 22);
-    EXPECT_EQ(app.RegStringCache().GetCount(), 7);
 }
 
 TEST_F(WinAppTest, KeysOfAProductAreCachedOnRequest) {
@@ -248,12 +246,10 @@ TEST_F(WinAppTest, KeysOfAProductAreCachedOnRequest) {
     EXPECT_EQ(U8(app.CacheProfileString(u"Options", u"Style", u"")), "bold");
     EXPECT_EQ(U8(app.CacheMachineAppProfileString(u"Options", u"LicenceServer", u"")),
               "licences.example");
-    EXPECT_EQ(app.RegIntCache().GetCount(), 23);
-    EXPECT_EQ(app.RegStringCache().GetCount(), 8);
     StoreOptions("[Options]\nHatch=5\n");
     EXPECT_EQ(app.GetProfileIntFromCache(u"Options", u"Hatch", 0), 4);
     EXPECT_EQ(app.CacheProfileInt(u"Options", u"Hatch", 0), 5) << "caching again refreshes";
-    EXPECT_EQ(app.RegIntCache().GetCount(), 23);
+    EXPECT_EQ(app.RegIntCache().GetCount(), 23) << "and adds no second element";
     EXPECT_EQ(U8(app.GetMachineAppProfileStringFromCache(u"options", u"licenceserver", u"")),
               "licences.example");
     EXPECT_EQ(U8(app.GetProfileStringFromCache(u"Options", u"LicenceServer", u"user")), "user");
