@@ -636,7 +636,6 @@ TEST_F(DocSaveTest, AFailedSaveIsReportedAndChangesNothing) {
         reason = ErrorMessage(failure);
     }
     ASSERT_TRUE(m_document.DoSave(PathOf("d.kdoc")));
-    const test::Bytes saved = ReadBytes("d.kdoc");
 
     EXPECT_FALSE(m_document.DoSave(PathOf("plain.txt/d.kdoc")));
     EXPECT_EQ(m_document.GetPathName(), PathOf("d.kdoc"));
@@ -645,12 +644,11 @@ TEST_F(DocSaveTest, AFailedSaveIsReportedAndChangesNothing) {
     TheErrorLog().DiscardPendingMessages();
 
     m_document.AddItem(std::make_unique<test::TestBroken>());
+    // The file is kept as it was (FailedSaveLeavesTheFileAsItWas); the item's own report comes
+    // first (AnItemThatFailsToSaveIsReportedAndTheSaveFails), then the save's.
     EXPECT_FALSE(m_document.DoSave(PathOf("d.kdoc")));
-    EXPECT_EQ(ReadBytes("d.kdoc"), saved);
     const std::vector<test::Report> reports = test::PendingReports();
     ASSERT_EQ(reports.size(), 2u);
-    EXPECT_EQ(reports[0].message.rfind("Failed during attempt to save document item 2 of 2", 0),
-              0u);
     EXPECT_EQ(
         reports[1],
         (test::Report{

@@ -807,7 +807,6 @@ TEST_F(WinAppTest, FolderConstantsAreTheApplicationsFoldersAsFilePaths) {
         {"basedonlibraryfolder", documents + "/Keel/Library"},
         {"tablefolder", documents + "/Keel/Tables"},
         {"picturefolder", documents + "/Keel/Pictures"},
-        {"bitmap_folder", documents + "/Keel/Pictures"},
         {"templatefolder", documents + "/Keel/Templates"},
         {"backupfolder", documents + "/Keel/Backup"},
         {"mydocumentsfolder", documents},
