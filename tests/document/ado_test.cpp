@@ -197,7 +197,6 @@ TEST_P(SqliteTest, DatabaseNamesFindTheirFileInTheTableFolder) {
     ExpectValues({
         // Any extension but .mdb and .accdb becomes .mdb.
         {"dblookup(\"prices.db\", \"select 1 as a from items\", \"a\")", QAnyValue(1)},
-        {"dblookup(\"prices.sqlite\", \"select 1 as a from items\", \"a\")", QAnyValue(1)},
         {"dblookup(\"stock.accdb\", \"select a from t\", \"a\")", QAnyValue(u"accdb")},
         {("dblookup(\"" + sub + "\", \"select a from t\", \"a\")").c_str(), QAnyValue(u"sub")},
         {"dbexecute(\"fresh\", \"create table t(a); insert into t values (1), (2)\")",

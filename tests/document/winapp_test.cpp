@@ -393,18 +393,16 @@ TEST_F(WinAppTest, ExitInstanceClosesTheTraceAndSavesNewTranslations) {
         << ReadText(translations);
 }
 
-TEST_F(WinAppTest, TheApplicationServesDatabasesAndLetsGoOfThemOnExit) {
+// How the application serves the db functions is checked with the SQLite backend
+// (TheApplicationServesTheCallsAndEachIsTraced); here, that it lets go of the connections.
+TEST_F(WinAppTest, TheApplicationLetsGoOfItsDatabasesOnExit) {
     QWinApp app;
     app.OverrideFileLocation(QFileLocation::Table, CString::FromUtf8(m_root.string()));
-    QFormulaDatabase* database = app.Database();
-    ASSERT_NE(database, nullptr);
     QAnyValue result;
     const std::unique_ptr<QEvaluator> evaluator(
         QEvaluator::New(result, FormulaText(u"dbexecute(\"stock\", \"create table t(a)\")"),
                         nullptr, false, true, false));
     ASSERT_TRUE(evaluator->Evaluate()) << U8(evaluator->Message());
-    EXPECT_TRUE(result.Identical(QAnyValue(0))) << U8(result.AsStringOrFormula());
-    EXPECT_TRUE(fs::exists(m_root / "stock.mdb"));
     EXPECT_EQ(QADOConnection::SharedCount(), 1);
     app.ExitInstance();
     EXPECT_EQ(QADOConnection::SharedCount(), 0);
