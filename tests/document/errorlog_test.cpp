@@ -204,7 +204,7 @@ const std::string c_advice = c_dashes +
                              c_dashes + "\n";
 
 // The first message makes the folder and the file, which starts with a header stamped with the
-// local date and time; an interactive run replaces a file of the same name.
+// local date and time.
 TEST_F(ErrorLogTest, TheFirstMessageWritesTheHeaderOfANewFile) {
     QErrorLog log(u"header.txt");
     EXPECT_FALSE(log.IsOpen());
@@ -218,47 +218,47 @@ TEST_F(ErrorLogTest, TheFirstMessageWritesTheHeaderOfANewFile) {
     EXPECT_EQ(WithoutTimes(text), "\n" + c_header + c_advice + "<clock> Formula:Bad value\n");
     EXPECT_TRUE(text.find(before) != std::string::npos || text.find(after) != std::string::npos)
         << text;
-
-    WriteText(LogsFolder() / "again.txt", "earlier run\n");
-    QErrorLog again(u"again.txt");
-    again.Log(again.Register(u"Formula"), u"Bad value");
-    EXPECT_EQ(WithoutTimes(ReadText(PathOf(again))),
-              "\n" + c_header + c_advice + "<clock> Formula:Bad value\n");
 }
 
-TEST_F(ErrorLogTest, AVerboseHeaderListsTheVersionBlock) {
-    QErrorLog log(u"verbose.txt", true);
-    log.Log(log.Register(u"Formula"), u"Bad value");
-    EXPECT_EQ(WithoutTimes(ReadText(PathOf(log))), "\n" + c_header +
-                                                       "Description:  Test program\n"
-                                                       "Copyright:    (c) Testers\n"
-                                                       "Other version information\n"
-                                                       "  Comments:                  No comment\n"
-                                                       "  Company Name:              Test Company\n"
-                                                       "  Internal Name:             tester\n"
-                                                       "  Legal Trademarks:          TM\n"
-                                                       "  Original Filename:         tester.bin\n"
-                                                       "  Private Build Description: private\n"
-                                                       "  Product Name:              Tester Suite\n"
-                                                       "  S)pecial Build Description: special\n" +
-                                                       c_advice + "<clock> Formula:Bad value\n");
+// An interactive run replaces a file of the same name; a server adds to it, without the advice,
+// but a file it starts has the advice. A verbose header lists the version block.
+TEST_F(ErrorLogTest, TheHeaderFollowsTheKindOfRunAndTheFileThere) {
+    const std::string versionBlock = "Description:  Test program\n"
+                                     "Copyright:    (c) Testers\n"
+                                     "Other version information\n"
+                                     "  Comments:                  No comment\n"
+                                     "  Company Name:              Test Company\n"
+                                     "  Internal Name:             tester\n"
+                                     "  Legal Trademarks:          TM\n"
+                                     "  Original Filename:         tester.bin\n"
+                                     "  Private Build Description: private\n"
+                                     "  Product Name:              Tester Suite\n"
+                                     "  S)pecial Build Description: special\n";
+    const struct {
+        const char* name;
+        bool server, verbose, earlier;
+        std::string header;
+    } cases[] = {
+        {"again.txt", false, false, true, "\n" + c_header + c_advice},
+        {"verbose.txt", false, true, false, "\n" + c_header + versionBlock + c_advice},
+        {"server.txt", true, false, true, "earlier run\n\n" + c_header},
+        {"server-new.txt", true, false, false, "\n" + c_header + c_advice},
+    };
+    for (const auto& c : cases) {
+        if (c.earlier)
+            WriteText(LogsFolder() / c.name, "earlier run\n");
+        m_app->SetServer(c.server);
+        QErrorLog log(CString::FromUtf8(c.name), c.verbose);
+        log.Log(log.Register(u"Formula"), u"Bad value");
+        EXPECT_EQ(WithoutTimes(ReadText(PathOf(log))), c.header + "<clock> Formula:Bad value\n")
+            << c.name;
+    }
 }
 
-// A server adds to an existing file, without the advice; a file it starts has the advice. It only
-// logs, even a type that is neither shown nor logged.
-TEST_F(ErrorLogTest, AServerOnlyLogsAndAddsToAnExistingFile) {
-    WriteText(LogsFolder() / "server.txt", "earlier run\n");
+// A server only logs, even a type that is neither shown nor logged.
+TEST_F(ErrorLogTest, AServerOnlyLogs) {
     m_app->SetServer(true);
     QErrorLog log(u"server.txt");
-    log.Log(log.Register(u"Formula"), u"Bad value");
-    EXPECT_EQ(WithoutTimes(ReadText(PathOf(log))),
-              "earlier run\n\n" + c_header + "<clock> Formula:Bad value\n");
-
-    QErrorLog fresh(u"server-new.txt");
-    fresh.Log(fresh.Register(u"Formula"), u"Bad value");
-    EXPECT_EQ(WithoutTimes(ReadText(PathOf(fresh))),
-              "\n" + c_header + c_advice + "<clock> Formula:Bad value\n");
-
     QErrorType* formula = log.Register(u"Formula");
     formula->DisplayOrLog(u"First");
     QErrorType* silent = log.Register(u"Silent");
@@ -267,8 +267,7 @@ TEST_F(ErrorLogTest, AServerOnlyLogsAndAddsToAnExistingFile) {
     silent->DisplayOrLog(u"Logged all the same");
     EXPECT_TRUE(log.IsLogOnly());
     EXPECT_EQ(log.GetSize(), 0);
-    EXPECT_EQ(LoggedLines(PathOf(log)),
-              Lines({"Formula:Bad value", "Formula:First", "Silent:Logged all the same"}));
+    EXPECT_EQ(LoggedLines(PathOf(log)), Lines({"Formula:First", "Silent:Logged all the same"}));
     EXPECT_TRUE(m_host.boxes.empty());
 }
 
