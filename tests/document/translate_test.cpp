@@ -1,3 +1,4 @@
+#include "tests/support/errorreports.h"
 #include "tests/support/homefolder.h"
 #include "tests/support/paths.h"
 
@@ -29,11 +30,6 @@ std::FILE* NullOutput() {
     static std::FILE* const output = std::fopen("/dev/null", "w");
     return output;
 }
-
-struct Report {
-    CString heading;
-    CString message;
-};
 
 // Each test starts with no translation file, every switch off, a fresh folder as home, and an
 // empty list of pending errors.
@@ -75,14 +71,6 @@ protected:
 
     static void SwitchTo(const fs::path& path) {
         ASSERT_TRUE(SwitchToTranslationFile(PathText(path), true, false)) << path;
-    }
-
-    static std::vector<Report> Reports() {
-        std::vector<Report> reports;
-        QErrorLog& log = TheErrorLog();
-        for (int i = 0; i < log.GetSize(); ++i)
-            reports.push_back(Report{log.ErrorType(i)->Description(), log.Message(i)});
-        return reports;
     }
 
     // Answers every box with its default button and keeps quiet about it.
@@ -237,7 +225,7 @@ TEST_F(TranslateTest, TheFileGivesEachTextInItsContextItsTranslation) {
     EXPECT_EQ(RecordOf(u"Print").m_matches[0].m_contextPattern, CString(u"Menu"));
     EXPECT_EQ(RecordOf(u"Item").m_matches[0].m_contextPattern, CString(u"Quantity \\d+"));
     EXPECT_FALSE(Translator::TheTranslator().IsModified());
-    EXPECT_TRUE(Reports().empty());
+    EXPECT_TRUE(test::PendingReports().empty());
 }
 
 TEST_F(TranslateTest, AContextThatNoPatternMatchesAddsADefaultTranslation) {
@@ -283,7 +271,7 @@ TEST_F(TranslateTest, TranslatingWhileDisabledLeavesTheTableUnchanged) {
     EXPECT_EQ(T(u"Close", u"Ribbon panel label"), CString(u"Close"));
     EXPECT_EQ(TableContents(), before);
     EXPECT_FALSE(Translator::TheTranslator().IsModified());
-    EXPECT_TRUE(Reports().empty());
+    EXPECT_TRUE(test::PendingReports().empty());
 
     EXPECT_TRUE(DisableTranslations(false));
     EXPECT_TRUE(AreTranslationsEnabled());
@@ -309,8 +297,8 @@ TEST_F(TranslateTest, AnUnknownTextIsAddedOnlyWhenFileUpdatesAreEnabled) {
 
 // --- The format check ---------------------------------------------------------------------------
 
-const CString c_tooMany = u"Invalid translation - wrong number of format specifiers:\n\tTrop de "
-                          u"%s et de %s\nWhen translating\n\tToo many %s\n";
+const std::string c_tooMany = "Invalid translation - wrong number of format specifiers:\n\tTrop de "
+                              "%s et de %s\nWhen translating\n\tToo many %s\n";
 
 // A translation with a conversion more or less than its text is reported, once, under the
 // heading "Translation", and the original is used.
@@ -320,15 +308,15 @@ TEST_F(TranslateTest, ATranslationWithAnotherCountOfConversionsIsReported) {
     for (int i = 0; i < 3; ++i)
         EXPECT_EQ(CString(text), CString(u"Too many %s"));
     EXPECT_EQ(T(u"Too many %s"), CString(u"Too many %s"));
-    std::vector<Report> reports = Reports();
+    std::vector<test::Report> reports = test::PendingReports();
     ASSERT_EQ(reports.size(), 1u);
-    EXPECT_EQ(reports[0].heading, CString(u"Translation"));
+    EXPECT_EQ(reports[0].heading, "Translation");
     EXPECT_EQ(reports[0].message, c_tooMany);
 
     TheErrorLog().DiscardPendingMessages();
     SwitchTo(Write("translations_x.txt", "Copy %d of %d\t\tCopie %d\n"));
     EXPECT_EQ(T(u"Copy %d of %d"), CString(u"Copy %d of %d"));
-    EXPECT_EQ(Reports().size(), 1u);
+    EXPECT_EQ(test::PendingReports().size(), 1u);
 }
 
 // The report of a bad translation is translated itself; when its own translation is bad as
@@ -340,19 +328,18 @@ TEST_F(TranslateTest, TheReportIsTranslatedUnlessItsOwnTranslationIsBad) {
                                              "Traduction invalide : %s\n"
                                              "Translation\t\tTraduction\n"));
     EXPECT_EQ(T(u"Too many %s"), CString(u"Too many %s"));
-    std::vector<Report> reports = Reports();
+    std::vector<test::Report> reports = test::PendingReports();
     ASSERT_EQ(reports.size(), 1u);
-    EXPECT_EQ(reports[0].heading, CString(u"Traduction"));
+    EXPECT_EQ(reports[0].heading, "Traduction");
     EXPECT_EQ(reports[0].message, c_tooMany);
 
     TheErrorLog().DiscardPendingMessages();
     SwitchTo(Write("translations_y.txt", "Too many %s\t\tTrop de %s et de %s\n" + report +
                                              "Traduction invalide %s de %s\n"));
     EXPECT_EQ(T(u"Too many %s"), CString(u"Too many %s"));
-    reports = Reports();
+    reports = test::PendingReports();
     ASSERT_EQ(reports.size(), 1u);
-    EXPECT_EQ(reports[0].message,
-              CString(u"Traduction invalide Trop de %s et de %s de Too many %s"));
+    EXPECT_EQ(reports[0].message, "Traduction invalide Trop de %s et de %s de Too many %s");
 }
 
 // --- Partial translations -----------------------------------------------------------------------
@@ -398,7 +385,7 @@ TEST_F(TranslateTest, PartialTranslationsReplaceWholeWords) {
     SwitchTo(Write("translations_y.txt", "percent\t\t%s pour cent\n"));
     EnablePartialTranslations(true);
     EXPECT_EQ(T(u"Ten percent"), CString(u"Ten percent"));
-    EXPECT_EQ(Reports().size(), 1u);
+    EXPECT_EQ(test::PendingReports().size(), 1u);
 }
 
 // --- The file -----------------------------------------------------------------------------------
@@ -476,7 +463,7 @@ TEST_F(TranslateTest, AMissingFileLeavesTheTableEmptyAndIsMadeBySaving) {
     EXPECT_TRUE(Translator::TheTranslator().IsLoaded());
     EXPECT_EQ(Translator::TheTranslator().GetCount(), 0);
     EXPECT_EQ(T(u"Open"), CString(u"Open"));
-    EXPECT_TRUE(Reports().empty());
+    EXPECT_TRUE(test::PendingReports().empty());
 
     EnableTranslationsFileUpdates(true);
     EXPECT_EQ(T(u"Open"), CString(u"Open"));
@@ -487,13 +474,13 @@ TEST_F(TranslateTest, AMissingFileLeavesTheTableEmptyAndIsMadeBySaving) {
 TEST_F(TranslateTest, DamagedLinesAreReportedOnceAndTheRestIsRead) {
     const fs::path path = Copy("broken_lines.txt");
     SwitchTo(path);
-    const std::vector<Report> reports = Reports();
+    const std::vector<test::Report> reports = test::PendingReports();
     ASSERT_EQ(reports.size(), 1u);
-    EXPECT_EQ(reports[0].heading, CString(u"Translation"));
+    EXPECT_EQ(reports[0].heading, "Translation");
     EXPECT_EQ(reports[0].message,
-              CString(u"The translation file ") + PathText(path) +
-                  u" has 4 damaged lines, the first of them line 3:\n\tOnly two\tfields\nLines "
-                  u"without the fields of a translation are kept as comments.");
+              "The translation file " + path.string() +
+                  " has 4 damaged lines, the first of them line 3:\n\tOnly two\tfields\nLines "
+                  "without the fields of a translation are kept as comments.");
 
     EXPECT_EQ(T(u"Open"), CString(u"Ouvrir"));
     EXPECT_EQ(T(u"Close"), CString(u"Fermer"));
@@ -520,7 +507,7 @@ TEST_F(TranslateTest, CommentLinesAreNotReported) {
                                          "#\tcommented\tout\n"
                                          "//\tcommented\tout\tas\twell\n"
                                          "Open\t\tOuvrir\n"));
-    EXPECT_TRUE(Reports().empty());
+    EXPECT_TRUE(test::PendingReports().empty());
     EXPECT_EQ(Translator::TheTranslator().GetCount(), 1);
     EXPECT_EQ(Translator::TheTranslator().GetCommentLines().GetCount(), 4);
 }
@@ -529,10 +516,11 @@ TEST_F(TranslateTest, AFileThatCannotBeReadOrSavedIsReported) {
     const fs::path folder = m_root / "translations_folder.txt";
     fs::create_directory(folder);
     EXPECT_FALSE(SwitchToTranslationFile(PathText(folder), false, false));
-    std::vector<Report> reports = Reports();
+    std::vector<test::Report> reports = test::PendingReports();
     ASSERT_EQ(reports.size(), 1u);
-    CString start = CString(u"Cannot read the translation file ") + PathText(folder) + u":\n";
-    EXPECT_EQ(reports[0].message.Left(start.GetLength()), start);
+    EXPECT_TRUE(reports[0].message.starts_with("Cannot read the translation file " +
+                                               folder.string() + ":\n"))
+        << reports[0].message;
     EXPECT_EQ(T(u"Open"), CString(u"Open"));
 
     TheErrorLog().DiscardPendingMessages();
@@ -541,10 +529,11 @@ TEST_F(TranslateTest, AFileThatCannotBeReadOrSavedIsReported) {
     EnableTranslationsFileUpdates(true);
     T(u"Open");
     EXPECT_FALSE(SaveTranslationFile());
-    reports = Reports();
+    reports = test::PendingReports();
     ASSERT_EQ(reports.size(), 1u);
-    start = CString(u"Cannot save the translation file ") + PathText(path) + u":\n";
-    EXPECT_EQ(reports[0].message.Left(start.GetLength()), start);
+    EXPECT_TRUE(
+        reports[0].message.starts_with("Cannot save the translation file " + path.string() + ":\n"))
+        << reports[0].message;
     EXPECT_TRUE(Translator::TheTranslator().IsModified());
 }
 
