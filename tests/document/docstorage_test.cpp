@@ -96,11 +96,7 @@ TEST_F(DocStorageTest, LibgsfReadsTheStreams) {
     ASSERT_GE(handlers.size(), 8u);
     EXPECT_EQ(Bytes(handlers.begin(), handlers.begin() + 8),
               (Bytes{0xFF, 0xFF, 0xFF, 0xFF, 120, 0, 0, 0}));
-    const test::GsfSummary summary =
-        test::ReadSummaryWithGsf(tree.at("\x05SummaryInformation").bytes);
-    ASSERT_TRUE(summary.read);
-    EXPECT_EQ(summary.texts.at("title"), "Kitchen");
-    EXPECT_EQ(summary.texts.at("author"), "Ann");
+    // What libgsf reads in the summary stream is the summary tests' to check.
 }
 
 // The summary's dates follow the saves of the document and of the file it was loaded from: the

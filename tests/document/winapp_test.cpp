@@ -429,7 +429,6 @@ TEST_F(WinAppTest, LoadOptionsCopiesStoredOptionsIntoTheirFields) {
     EXPECT_FALSE(IsLimitDouble());
     EXPECT_EQ(U8(QOptions::AboutBox::c_strCompanyEmail), "sales@example.com");
     EXPECT_EQ(QLength::DefaultUnits(), 5);
-    EXPECT_EQ(QArea::DefaultUnits(), 6);
     EXPECT_FALSE(QOptions::PageDoc::c_bPostscriptPrinterCheck);
 
     // The values read their own options; how they compare is theirs to test.
