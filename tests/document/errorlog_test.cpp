@@ -660,9 +660,6 @@ TEST_F(ErrorLogTest, MessageBoxOrLogReportsUnderTheHeading) {
     EXPECT_EQ(Pending(TheErrorLog()),
               Lines({"Table:Cannot open the table", "Error:Something failed",
                      "Error:Something else failed"}));
-    EXPECT_EQ(LoggedLines(ProcessLogPath()),
-              Lines({"Table:Cannot open the table", "Error:Something failed",
-                     "Error:Something else failed"}));
     EXPECT_EQ(m_host.refreshes, 3);
 
     // The statics act on the process's log.
