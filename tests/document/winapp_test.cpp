@@ -977,23 +977,6 @@ TEST_F(WinAppTest, AnOldHelpFileNameBecomesTheNewOne) {
     }
 }
 
-// A product whose library is a list of its own.
-class LibraryApp : public TestApp {
-public:
-    CString LibraryList(const CString& folder, const CString& filter, const CString& separator,
-                        const CString& type) const override {
-        return u"[" + folder + u"|" + filter + u"|" + separator + u"|" + type + u"]";
-    }
-};
-
-TEST_F(WinAppTest, LibraryListAsksTheApplication) {
-    LibraryApp app;
-    EXPECT_EQ(Evaluated("librarylist()"), "[|.*|||]");
-    EXPECT_EQ(Evaluated("librarylist(\"doors\", \"d.*\")"), "[doors|d.*|||]");
-    EXPECT_EQ(Evaluated("librarylistbytype(\"kd\", \"doors\", \"d.*\", \",\")"),
-              "[doors|d.*|,|kd]");
-}
-
 // The words of a boolean come from the translations of their own context, not from those of
 // "Yes" and "No" elsewhere.
 TEST_F(WinAppTest, TheApplicationTakesYesAndNoAsBooleanValueStrings) {
