@@ -1115,11 +1115,5 @@ TEST(CommandLineTest, ParseParamCanBeFedOneParameterAtATime) {
     EXPECT_EQ(info.m_nShellCommand, QCommandLineInfo::FileOpen);
 }
 
-TEST(CommandLineTest, ANonUtf8ParameterStillArrives) {
-    QCommandLineInfo info;
-    EXPECT_TRUE(Parse(info, {"caf\xe9.kdoc"}));
-    EXPECT_EQ(U8(info.m_strFileName), "caf\xef\xbf\xbd.kdoc");
-}
-
 } // namespace
 } // namespace keel
