@@ -92,10 +92,7 @@ TEST_F(DocStorageTest, LibgsfReadsTheStreams) {
     ASSERT_GE(contents.size(), 10u);
     EXPECT_EQ(Bytes(contents.begin(), contents.begin() + 10),
               (Bytes{0xBA, 0xBA, 120, 0, 0, 0, 4, 0, 0, 0}));
-    const Bytes& handlers = tree.at("FileHandlers").bytes;
-    ASSERT_GE(handlers.size(), 8u);
-    EXPECT_EQ(Bytes(handlers.begin(), handlers.begin() + 8),
-              (Bytes{0xFF, 0xFF, 0xFF, 0xFF, 120, 0, 0, 0}));
+    // The "FileHandlers" stream is laid out byte for byte in its own test below.
     // What libgsf reads in the summary stream is the summary tests' to check.
 }
 
