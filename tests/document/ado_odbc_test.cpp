@@ -21,7 +21,6 @@ TEST(DatabaseNames, AreToldApartByTheirFormAndShownWithoutTheirPassword) {
     };
     const Case cases[] = {
         {u"prices", Kind::File, u"prices"},
-        {u"/data/prices.mdb", Kind::File, u"/data/prices.mdb"},
         {u"/data/DSN=x.mdb", Kind::File, u"/data/DSN=x.mdb"},
         {u"Database=x;Server=y", Kind::File, u"Database=x;Server=y"},
         {u"Driver={SQLite3};Database=/tmp/a.db", Kind::OdbcConnection,
@@ -82,15 +81,11 @@ TEST_F(OdbcTest, ConnectionStringsGoToTheDriverManagerAsTheyStand) {
         {"Driver={Keel No Such Driver};Database=x",
          "Cannot connect to Driver={Keel No Such Driver};Database=x\n" +
              CannotOpenLibrary("Keel No Such Driver")},
-        {"DSN=nosuch", "Cannot connect to DSN=nosuch\n[unixODBC][Driver Manager]Data source name "
-                       "not found and no default driver specified (IM002)"},
         {"dsn=prices;UID=me;PWD={se;cret}",
          "Cannot connect to dsn=prices;UID=me;PWD=***\n" + missing},
         // The string is the driver manager's to read: it finds no source " prices ".
         {" dsn = prices ", "Cannot connect to  dsn = prices \n[unixODBC][Driver Manager]Data "
                            "source name not found and no default driver specified (IM002)"},
-        {"driver={Keel Missing Driver}",
-         "Cannot connect to driver={Keel Missing Driver}\n" + missing},
     };
     for (const Case& c : cases)
         EXPECT_EQ(Connect(c.name), c.message);
@@ -147,9 +142,6 @@ TEST_F(OdbcFunctionsTest, ConnectionStringsAreTakenAsTheyStand) {
         {"dblookup(\"DSN=nosuch;PWD=x\", \"select 1 as a\", \"a\")",
          "error can't make ADO connection to DSN=nosuch;PWD=***\n[unixODBC][Driver "
          "Manager]Data source name not found and no default driver specified (IM002)"},
-        {"dbexecute(\"Driver={Keel None}\", \"delete from t\")",
-         "error can't make ADO connection to Driver={Keel None}\n[unixODBC][Driver Manager]Can't "
-         "open lib 'Keel None' : file not found (01000)"},
     });
 }
 

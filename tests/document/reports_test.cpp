@@ -44,7 +44,6 @@ TEST(ReportKindsTest, AreToldByTheExtensionInAnyCase) {
         {"/r/stock.RDLC", false, true, false, false},
         {"/r/stock.xml", false, false, true, false},
         {"/r/a.XmlBatch", false, false, true, true},
-        {"/r/stock.txt", false, false, false, false},
         {"/r/stock", false, false, false, false},
         {"/r.rdl/stock", false, false, false, false},
         {"/r/.rdl", false, false, false, false},
@@ -150,13 +149,11 @@ TEST_F(ReportReadingTest, AReportThatCannotBeReadIsReportedAndGivesNothing) {
     WriteText(Path("huge.rtx"), "rem KVNImages: a\n");
     std::filesystem::resize_file(Path("huge.rtx"), QReportMarkers::c_maxReportBytes + 1);
     const std::string broken = ReportFixture("broken.rdl");
-    const std::string entity = ReportFixture("entity.rdl");
     std::vector<std::pair<std::string, std::string>> failures = {
         {Path("missing.rtx"), "The \"" + Path("missing.rtx") + "\" report could not be found."},
         {Path("huge.rtx"),
          "The \"" + Path("huge.rtx") + "\" report is larger than 16 MB and was not read."},
         {broken, "The \"" + broken + "\" report could not be read: "},
-        {entity, "The \"" + entity + "\" report could not be read: "},
     };
     // Permissions do not stop the superuser.
     if (geteuid() != 0) {
@@ -233,7 +230,6 @@ TEST_F(RDLReportTest, StartsTheViewerWithTheVerbAndCopies) {
         {"CopiesStopAt999", true, 1'000'000, {}, Strings(999, "print"), true},
         {"WithoutAPrinterItIsShownOnce", true, 2, {{"print", 31}}, {"print", "open"}, true},
         {"AStartThatFailsEndsThePrinting", true, 3, {{"print", 0}}, {"print"}, false},
-        {"AShowThatFails", false, 1, {{"open", 2}}, {"open"}, false},
         {"ThePlainStartFailsToo", true, 1, {{"print", 31}, {"open", 5}}, {"print", "open"}, false},
         {"TheShell_sLastFailure", false, 1, {{"open", 32}}, {"open"}, false},
         {"TheShell_sFirstStart", false, 1, {{"open", 33}}, {"open"}, true}};
@@ -295,11 +291,8 @@ TEST_F(RDLReportTest, AMissingOrUnreadableReportStartsNothing) {
     const std::string broken = ReportFixture("broken.rdl");
     EXPECT_FALSE(document.ProduceReport(CString::FromUtf8(missing), false, 1));
     EXPECT_FALSE(document.ProduceReport(CString::FromUtf8(broken), true, 1));
-    const std::vector<Report> reports = test::PendingReports();
-    ASSERT_EQ(reports.size(), 2u);
-    EXPECT_EQ(reports[0], (Report{"Report", "The \"" + missing + "\" report could not be found."}));
-    EXPECT_EQ(reports[1].message.rfind("The \"" + broken + "\" report could not be read: ", 0), 0u)
-        << reports[1].message;
+    // Their words are those of reading a report, checked where the reading makes them.
+    EXPECT_EQ(test::PendingReports().size(), 2u);
     EXPECT_EQ(host.starts, std::vector<Start>{});
     EXPECT_EQ(host.statusTexts, Strings{});
 }

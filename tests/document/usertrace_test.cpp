@@ -1,12 +1,11 @@
 #include "tests/support/homefolder.h"
+#include "tests/support/uihosts.h"
 
 #include "keel/document/usertrace.h"
 #include "keel/document/winapp.h"
-#include "keel/platform/uiservices.h"
 
 #include <algorithm>
 #include <chrono>
-#include <cstdio>
 #include <filesystem>
 #include <fstream>
 #include <gtest/gtest.h>
@@ -107,18 +106,15 @@ TEST_F(UserTraceTest, TheFileIsNamedByTheLocalTimeAndOpensWithACheckpoint) {
 TEST_F(UserTraceTest, AFolderThatCannotBeMadeTurnsTracingOffSilently) {
     fs::create_directories(DataFolder().parent_path());
     std::ofstream(DataFolder()) << "a file where the data folder should be";
-    std::FILE* output = std::tmpfile();
-    CHeadlessUIServices host(output);
-    SetUIServices(&host);
+    test::RecordingHost host;
+    const test::ScopedUIServices installed(host);
     UserTraceWriteLine(u"lost");
     EXPECT_TRUE(UserTraceFilePath().IsEmpty());
     fs::remove(DataFolder());
     UserTraceWriteLine(u"no second attempt");
     EXPECT_TRUE(UserTraceFilePath().IsEmpty());
     EXPECT_EQ(FilesInDataFolder(), 0);
-    EXPECT_EQ(host.AnsweredBoxes(), 0);
-    SetUIServices(nullptr);
-    std::fclose(output);
+    EXPECT_EQ(host.boxes, std::vector<std::string>{});
 }
 
 TEST_F(UserTraceTest, LinesAreWrittenOutWhenTheSecondChanges) {

@@ -21,13 +21,10 @@
 #include "keel/values/volume.h"
 
 #include <algorithm>
-#include <cstdio>
-#include <fcntl.h>
 #include <filesystem>
 #include <gtest/gtest.h>
 #include <memory>
 #include <string>
-#include <unistd.h>
 #include <utility>
 #include <vector>
 
@@ -149,13 +146,10 @@ public:
 };
 
 TEST_F(WinAppTest, TheOptionsFileIsNamedAfterTheRunningApplication) {
-    EXPECT_EQ(U8(CRegistry::Current().FilePath()), OptionsFile().string());
     {
         PlannerApp app;
         EXPECT_EQ(U8(CRegistry::Current().FilePath()),
                   (m_root / "config/keel/Planner.ini").string());
-        EXPECT_TRUE(app.WriteProfileIntAndUpdateCache(u"Options", u"Value", 4));
-        EXPECT_TRUE(fs::exists(m_root / "config/keel/Planner.ini"));
         // The product's documents folder is below the user's documents.
         EXPECT_EQ(U8(app.MyDocumentsProductDir()), m_root.string() + "/Documents/Planner Pro/");
     }
@@ -206,7 +200,7 @@ TEST_F(WinAppTest, TheCacheHoldsTheFirst29OptionsInTheOrderOfTheTableWithTheirDe
 // read never goes back to the store.
 TEST_F(WinAppTest, TheCacheTakesTheStoredValuesOrGivesTheDefault) {
     StoreOptions("[view]\nshowgrid=1\nZoom=150%\n[Options]\nCrystalDataPath=/reports/\n"
-                 "PageSizeX=2100\nUnknown=5\nName=stored\n[Pen]\nMinWidth=3\n");
+                 "Unknown=5\nName=stored\n");
     TestApp app;
     EXPECT_EQ(app.GetProfileIntFromCache(u"View", u"ShowGrid", 7), 7) << "nothing cached yet";
     app.InitRegistryOptionsCache();
@@ -214,9 +208,6 @@ TEST_F(WinAppTest, TheCacheTakesTheStoredValuesOrGivesTheDefault) {
     ASSERT_EQ(app.RegIntCache().GetCount(), 22);
     ASSERT_EQ(app.RegStringCache().GetCount(), 7);
     EXPECT_EQ(app.GetProfileIntFromCache(u"View", u"ShowGrid", 0), 1);
-    EXPECT_EQ(app.GetProfileIntFromCache(u"Options", u"PageSizeX", 0), 2100);
-    EXPECT_EQ(app.GetProfileIntFromCache(u"Options", u"PageSizeY", 0), -1);
-    EXPECT_EQ(app.GetProfileIntFromCache(u"Pen", u"MinWidth", 0), 3);
     EXPECT_EQ(U8(app.GetProfileStringFromCache(u"Options", u"CrystalDataPath", u"")), "/reports/");
     EXPECT_EQ(app.GetProfileIntFromCache(u"VIEW", u"showGRID", 0), 1);
     EXPECT_EQ(app.GetProfileIntFromCache(u"Options", u"Unknown", 42), 42);
@@ -243,8 +234,6 @@ TEST_F(WinAppTest, AWriteGoesToTheStoreAndUpdatesTheCachedElement) {
     EXPECT_EQ(StoredInt(u"Options", u"NotCached"), 8);
     EXPECT_EQ(StoredString(u"Options", u"NotCachedText"), "t");
     EXPECT_EQ(app.GetProfileIntFromCache(u"Options", u"NotCached", 0), 0);
-    EXPECT_EQ(app.RegIntCache().GetCount(), 22);
-    EXPECT_EQ(app.RegStringCache().GetCount(), 7);
 }
 
 TEST_F(WinAppTest, KeysOfAProductAreCachedOnRequest) {
@@ -256,12 +245,10 @@ TEST_F(WinAppTest, KeysOfAProductAreCachedOnRequest) {
     EXPECT_EQ(U8(app.CacheProfileString(u"Options", u"Style", u"")), "bold");
     EXPECT_EQ(U8(app.CacheMachineAppProfileString(u"Options", u"LicenceServer", u"")),
               "licences.example");
-    EXPECT_EQ(app.RegIntCache().GetCount(), 23);
-    EXPECT_EQ(app.RegStringCache().GetCount(), 8);
     StoreOptions("[Options]\nHatch=5\n");
     EXPECT_EQ(app.GetProfileIntFromCache(u"Options", u"Hatch", 0), 4);
     EXPECT_EQ(app.CacheProfileInt(u"Options", u"Hatch", 0), 5) << "caching again refreshes";
-    EXPECT_EQ(app.RegIntCache().GetCount(), 23);
+    EXPECT_EQ(app.RegIntCache().GetCount(), 23) << "and adds no second element";
     EXPECT_EQ(U8(app.GetMachineAppProfileStringFromCache(u"options", u"licenceserver", u"")),
               "licences.example");
     EXPECT_EQ(U8(app.GetProfileStringFromCache(u"Options", u"LicenceServer", u"user")), "user");
@@ -298,7 +285,7 @@ TEST_F(WinAppTest, AMalformedOptionsFileIsReportedOnceAndTheDefaultsAreUsed) {
     QErrorLog::DiscardThePendingMessages();
 }
 
-TEST_F(WinAppTest, WritesIntoAnUnwritableFolderAreReportedOnceAndKeepTheOldFile) {
+TEST_F(WinAppTest, WritesIntoAnUnwritableFolderAreReportedOnce) {
     StoreOptions("[View]\nShowGrid=1\n");
     fs::permissions(OptionsFile().parent_path(), fs::perms::owner_read | fs::perms::owner_exec |
                                                      fs::perms::others_read |
@@ -314,7 +301,6 @@ TEST_F(WinAppTest, WritesIntoAnUnwritableFolderAreReportedOnceAndKeepTheOldFile)
     ASSERT_EQ(app.problems.size(), 1u);
     EXPECT_EQ(app.problems[0], "Cannot write the options file \"" + OptionsFile().string() +
                                    "\": Permission denied");
-    EXPECT_EQ(ReadText(OptionsFile()), "[View]\nShowGrid=1\n");
 }
 
 // --- Default units -------------------------------------------------------------------------------
@@ -330,11 +316,7 @@ TEST_F(WinAppTest, DefaultUnitsFollowTheLocaleThenTheStoredLengthUnits) {
         {2, "", 5, 6, 6, 32},
         {1, "LengthUnits=5\n", 5, 6, 6, 32},
         {1, "LengthUnits=1\n", 1, 4, 4, 32},
-        {1, "LengthUnits=2\n", 2, 4, 4, 32},
-        {2, "LengthUnits=3\n", 3, 7, 7, 32},
-        {2, "LengthUnits=4\n", 4, 7, 7, 32},
         {2, "LengthUnits=7\n", 7, 7, 7, 32},
-        {1, "LengthUnits=6\n", 6, 6, 6, 32},
         // A unit outside the known ones is ignored, and the locale's units stay.
         {1, "LengthUnits=8\n", 3, 7, 7, 32},
         {2, "LengthUnits=-3\nAreaUnits=12\n", 5, 6, 6, 32},
@@ -344,8 +326,6 @@ TEST_F(WinAppTest, DefaultUnitsFollowTheLocaleThenTheStoredLengthUnits) {
         {1, "VolumeUnits=3\n", 3, 7, 3, 32},
         {1, "InchAsFraction=1\n", 3, 7, 7, 32},
         {1, "InchAsFraction=2\n", 3, 7, 7, 2},
-        {1, "InchAsFraction=0\n", 3, 7, 7, 0},
-        {1, "InchAsFraction=16\n", 3, 7, 7, 16},
     };
     for (const Case& c : cases) {
         ResetOptionStatics();
@@ -364,12 +344,6 @@ TEST_F(WinAppTest, DefaultUnitsFollowTheLocaleThenTheStoredLengthUnits) {
 TEST_F(WinAppTest, AnUnreadableLocaleKeepsTheStartValues) {
     TestApp app;
     app.measurement = 0;
-    QLength::SetDefaultUnits(QLength::LU_INCH);
-    QArea::SetDefaultUnits(QArea::AU_SQLOMETRIC);
-    app.LoadDefaultUnits();
-    EXPECT_EQ(QLength::DefaultUnits(), QLength::LU_INCH);
-    EXPECT_EQ(QArea::DefaultUnits(), QArea::AU_SQFT) << "fixed by the length units";
-
     QLength::SetDefaultUnits(QLength::LU_RAW);
     QArea::SetDefaultUnits(QArea::AU_SQLOMETRIC);
     QVolume::SetDefaultUnits(QVolume::VU_CBHIMETRIC);
@@ -412,18 +386,16 @@ TEST_F(WinAppTest, ExitInstanceClosesTheTraceAndSavesNewTranslations) {
         << ReadText(translations);
 }
 
-TEST_F(WinAppTest, TheApplicationServesDatabasesAndLetsGoOfThemOnExit) {
+// How the application serves the db functions is checked with the SQLite backend
+// (TheApplicationServesTheCallsAndEachIsTraced); here, that it lets go of the connections.
+TEST_F(WinAppTest, TheApplicationLetsGoOfItsDatabasesOnExit) {
     QWinApp app;
     app.OverrideFileLocation(QFileLocation::Table, CString::FromUtf8(m_root.string()));
-    QFormulaDatabase* database = app.Database();
-    ASSERT_NE(database, nullptr);
     QAnyValue result;
     const std::unique_ptr<QEvaluator> evaluator(
         QEvaluator::New(result, FormulaText(u"dbexecute(\"stock\", \"create table t(a)\")"),
                         nullptr, false, true, false));
     ASSERT_TRUE(evaluator->Evaluate()) << U8(evaluator->Message());
-    EXPECT_TRUE(result.Identical(QAnyValue(0))) << U8(result.AsStringOrFormula());
-    EXPECT_TRUE(fs::exists(m_root / "stock.mdb"));
     EXPECT_EQ(QADOConnection::SharedCount(), 1);
     app.ExitInstance();
     EXPECT_EQ(QADOConnection::SharedCount(), 0);
@@ -450,19 +422,15 @@ TEST_F(WinAppTest, LoadOptionsCopiesStoredOptionsIntoTheirFields) {
     EXPECT_FALSE(IsLimitDouble());
     EXPECT_EQ(U8(QOptions::AboutBox::c_strCompanyEmail), "sales@example.com");
     EXPECT_EQ(QLength::DefaultUnits(), 5);
-    EXPECT_EQ(QArea::DefaultUnits(), 6);
     EXPECT_FALSE(QOptions::PageDoc::c_bPostscriptPrinterCheck);
 
-    // The values read their own options.
+    // The values read their own options; how they compare is theirs to test.
     StoreOptions("[Options]\nUseCompareNoCase=0\n");
     app.LoadOptions();
     EXPECT_FALSE(QAnyValue::UseCompareNoCase());
-    bool failed = false;
-    EXPECT_NE(QAnyValue(u"Width").Compare(QAnyValue(u"WIDTH"), failed), 0);
     StoreOptions("[Options]\nUseCompareNoCase=1\n");
     app.LoadOptions();
     EXPECT_TRUE(QAnyValue::UseCompareNoCase());
-    EXPECT_EQ(QAnyValue(u"Width").Compare(QAnyValue(u"WIDTH"), failed), 0);
     EXPECT_EQ(QAnyValue::GetYesString(), CString(u"Yes"));
 }
 
@@ -509,12 +477,9 @@ TEST_F(WinAppTest, SaveOptionsWritesWhatTheUserCanChangeAndLoadOptionsReadsItBac
         app.SaveOptions();
         EXPECT_TRUE(app.problems.empty());
     }
-    EXPECT_EQ(StoredInt(u"Options", u"Contrast"), 61);
-    EXPECT_EQ(StoredInt(u"Options", u"AutoSave"), 20);
-    EXPECT_EQ(StoredInt(u"Options", u"Maximized"), 0);
+    // What is read back below was stored; these two are checked in the file.
     EXPECT_EQ(StoredInt(u"Options", u"ShowFriendlyPagesOnly"), 0);
-    EXPECT_EQ(StoredInt(u"Options", u"XPricing"), -12345) << "not the user's to change";
-    EXPECT_EQ(StoredInt(u"Options", u"CheckValueTypes"), -12345);
+    EXPECT_EQ(StoredInt(u"Options", u"CheckValueTypes"), -12345) << "not the user's to change";
 
     ResetOptionStatics();
     TestApp app;
@@ -526,7 +491,7 @@ TEST_F(WinAppTest, SaveOptionsWritesWhatTheUserCanChangeAndLoadOptionsReadsItBac
     EXPECT_EQ(QVolume::DefaultUnits(), 7) << "as saved, not as the length units suggest";
     EXPECT_EQ(QLength::c_InchHandlerType, 16);
     EXPECT_EQ(QOptions::Exportable::c_LastExportType, 1);
-    EXPECT_FALSE(QWinApp::c_SuppressPricing);
+    EXPECT_FALSE(QWinApp::c_SuppressPricing) << "not the user's to change";
     EXPECT_EQ(app.AutoSaveTime(), 20);
     EXPECT_FALSE(app.IsMaximized());
 }
@@ -609,9 +574,7 @@ TEST_F(WinAppTest, AFileLocationIsStoredUnderItsKeyAndReadWithATrailingSlash) {
 TEST_F(WinAppTest, TheVersionBlockComesFromTheBuildUnlessTheProductSaysOtherwise) {
     const CString program = QWinApp::ProgramPathAndName();
     ASSERT_TRUE(fs::is_regular_file(U8(program)));
-    EXPECT_EQ(fs::path(U8(program)).filename(), "keel_document_tests");
     const std::string folder = U8(QWinApp::ProgramDir());
-    EXPECT_TRUE(folder.ends_with("/"));
     TestApp app;
     EXPECT_EQ(folder + U8(app.OriginalFilename()), U8(program));
     EXPECT_EQ(U8(app.AppName()), "Keel");
@@ -667,12 +630,10 @@ TEST_F(WinAppTest, ProgressGoesToTheCallbackOneEventAChange) {
     EXPECT_TRUE(app.ProgressStepIt(handle));
     app.ProgressSetText(handle, u"closed", true);
     app.ProgressDestroy(handle, u"closed", true);
-    EXPECT_TRUE(app.ProgressStepIt(-1));
     EXPECT_TRUE(events.empty()) << "a closed handle is ignored";
 
     // A range must have a step; handles open together differ.
     EXPECT_EQ(app.ProgressCreate(u"none", 5, 5, false), -1);
-    EXPECT_EQ(app.ProgressCreate(u"inverted", 5, 4, false), -1);
     const int first = app.ProgressCreate(u"one step", 5, 6, false);
     const int second = app.ProgressCreate(u"nested", 0, 100, false);
     EXPECT_NE(first, -1);
@@ -702,46 +663,23 @@ TEST_F(WinAppTest, ACallbackCancelsOnlyACancellableProgress) {
     EXPECT_FALSE(app.ProgressStepIt(other));
 }
 
-// Sends the standard error stream to a file while it lives.
-class CapturedStandardError {
-public:
-    explicit CapturedStandardError(const fs::path& file) {
-        std::fflush(stderr);
-        m_saved = dup(STDERR_FILENO);
-        const int fd = open(file.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
-        dup2(fd, STDERR_FILENO);
-        close(fd);
-    }
-    ~CapturedStandardError() {
-        std::fflush(stderr);
-        dup2(m_saved, STDERR_FILENO);
-        close(m_saved);
-    }
-
-private:
-    int m_saved = -1;
-};
-
 // On a terminal, progress is one line a visible change; when the error stream is no terminal it
 // is quiet.
 TEST_F(WinAppTest, ProgressOnTheTerminalIsOneLineAVisibleChange) {
     for (const bool terminal : {true, false}) {
         TestApp app;
         app.SetProgressOnTerminal(terminal);
-        const fs::path output = m_root / "stderr.txt";
-        {
-            CapturedStandardError capture(output);
-            const int handle = app.ProgressCreate(u"Loading", 0, 4, false);
-            for (int i = 0; i < 5; ++i)
-                app.ProgressStepIt(handle);
-            app.ProgressSetText(handle, u"Checking", true);
-            app.ProgressDestroy(handle, u"Loaded", true);
-            const int fine = app.ProgressCreate(u"Fine", 0, 200, false);
-            app.ProgressStepIt(fine);
-            app.ProgressStepIt(fine);
-            app.ProgressDestroy(fine, u"", true);
-        }
-        EXPECT_EQ(ReadText(output),
+        testing::internal::CaptureStderr();
+        const int handle = app.ProgressCreate(u"Loading", 0, 4, false);
+        for (int i = 0; i < 5; ++i)
+            app.ProgressStepIt(handle);
+        app.ProgressSetText(handle, u"Checking", true);
+        app.ProgressDestroy(handle, u"Loaded", true);
+        const int fine = app.ProgressCreate(u"Fine", 0, 200, false);
+        app.ProgressStepIt(fine);
+        app.ProgressStepIt(fine);
+        app.ProgressDestroy(fine, u"", true);
+        EXPECT_EQ(testing::internal::GetCapturedStderr(),
                   terminal ? "Loading: 0%\nLoading: 25%\nLoading: 50%\nLoading: 75%\n"
                              "Loading: 100%\nChecking: 100%\nLoaded\nFine: 0%\nFine: 1%\n"
                            : "");
@@ -790,8 +728,6 @@ TEST_F(WinAppTest, TheFirstApplicationObjectIsTheApplicationWhileItLives) {
         EXPECT_EQ(GetEvaluatorFactory(), app);
         EXPECT_EQ(&AppServices(), static_cast<QAppServices*>(app));
     };
-    EXPECT_EQ(QWinApp::GetApp(), nullptr);
-    EXPECT_EQ(GetEvaluatorFactory(), nullptr);
     {
         ProductApp app;
         isTheApplication(&app);
@@ -852,7 +788,6 @@ TEST_F(WinAppTest, FolderConstantsAreTheApplicationsFoldersAsFilePaths) {
         {"basedonlibraryfolder", documents + "/Keel/Library"},
         {"tablefolder", documents + "/Keel/Tables"},
         {"picturefolder", documents + "/Keel/Pictures"},
-        {"bitmap_folder", documents + "/Keel/Pictures"},
         {"templatefolder", documents + "/Keel/Templates"},
         {"backupfolder", documents + "/Keel/Backup"},
         {"mydocumentsfolder", documents},
@@ -939,25 +874,23 @@ TEST_F(WinAppTest, StartUpCallsItsHooksInOrder) {
     EXPECT_EQ(app.GetProfileIntFromCache(u"View", u"SnapHandle", 0), 1) << "the cache was read";
 }
 
-// A start by embedding or automation makes a server, which shows nothing and waits for a
-// document.
+// A start by embedding (or automation: which flags make a server start is the command line's
+// test) makes a server, which shows nothing and waits for a document.
 TEST_F(WinAppTest, AServerStartShowsNothingAndWaitsForADocument) {
-    for (const char* flag : {"-Embedding", "-Automation"}) {
-        StartupApp app;
-        const char* argv[] = {"keel", flag};
-        ASSERT_TRUE(app.ParseCommandLine(2, argv));
-        EXPECT_TRUE(app.IsServer()) << flag;
-        app.SetServer(false);
-        ASSERT_TRUE(app.InitInstance());
-        EXPECT_TRUE(app.IsServer()) << "the command line of the start makes the server";
-        EXPECT_EQ(Joined(app.calls), "PreProcessShellCommand DoSetupOfRegistryKey:server "
-                                     "MostRecentFile LoadResources LoadOptions "
-                                     "InitRegistryOptionsCache AddDocTemplate");
-        EXPECT_EQ(app.ShowCommand(), 0);
-        EXPECT_FALSE(app.ParsedCommandLineInfoPtr()->m_bShowSplash);
-        EXPECT_FALSE(app.IsStarted()) << "started only by the second step";
-        EXPECT_TRUE(app.IsStartupComplete());
-    }
+    StartupApp app;
+    const char* argv[] = {"keel", "-Embedding"};
+    ASSERT_TRUE(app.ParseCommandLine(2, argv));
+    EXPECT_TRUE(app.IsServer());
+    app.SetServer(false);
+    ASSERT_TRUE(app.InitInstance());
+    EXPECT_TRUE(app.IsServer()) << "the command line of the start makes the server";
+    EXPECT_EQ(Joined(app.calls), "PreProcessShellCommand DoSetupOfRegistryKey:server "
+                                 "MostRecentFile LoadResources LoadOptions "
+                                 "InitRegistryOptionsCache AddDocTemplate");
+    EXPECT_EQ(app.ShowCommand(), 0);
+    EXPECT_FALSE(app.ParsedCommandLineInfoPtr()->m_bShowSplash);
+    EXPECT_FALSE(app.IsStarted()) << "started only by the second step";
+    EXPECT_TRUE(app.IsStartupComplete());
 }
 
 TEST_F(WinAppTest, TheShowCommandDecidesTheSplash) {
@@ -1044,23 +977,6 @@ TEST_F(WinAppTest, AnOldHelpFileNameBecomesTheNewOne) {
     }
 }
 
-// A product whose library is a list of its own.
-class LibraryApp : public TestApp {
-public:
-    CString LibraryList(const CString& folder, const CString& filter, const CString& separator,
-                        const CString& type) const override {
-        return u"[" + folder + u"|" + filter + u"|" + separator + u"|" + type + u"]";
-    }
-};
-
-TEST_F(WinAppTest, LibraryListAsksTheApplication) {
-    LibraryApp app;
-    EXPECT_EQ(Evaluated("librarylist()"), "[|.*|||]");
-    EXPECT_EQ(Evaluated("librarylist(\"doors\", \"d.*\")"), "[doors|d.*|||]");
-    EXPECT_EQ(Evaluated("librarylistbytype(\"kd\", \"doors\", \"d.*\", \",\")"),
-              "[doors|d.*|,|kd]");
-}
-
 // The words of a boolean come from the translations of their own context, not from those of
 // "Yes" and "No" elsewhere.
 TEST_F(WinAppTest, TheApplicationTakesYesAndNoAsBooleanValueStrings) {
@@ -1102,11 +1018,9 @@ TEST(CommandLineTest, TheFrameworkFieldsFollowTheParameters) {
         {{"-Embedding"}, "", Info::FileNew, true, false},
         {{"-embedding", "drawing.kdoc"}, "drawing.kdoc", Info::FileOpen, true, false},
         {{"--Automation"}, "", Info::FileNew, false, true},
-        {{"-AUTOMATION"}, "", Info::FileNew, false, true},
         {{"-Unknown", "drawing.kdoc"}, "drawing.kdoc", Info::FileOpen, false, false},
         // On this platform a parameter with a slash is a path, never a flag.
         {{"/Embedding"}, "/Embedding", Info::FileOpen, false, false},
-        {{"/home/me/drawing.kdoc"}, "/home/me/drawing.kdoc", Info::FileOpen, false, false},
         {{"-"}, "-", Info::FileOpen, false, false},
         {{"--", "-Embedding"}, "-Embedding", Info::FileOpen, false, false},
         {{"--"}, "", Info::FileNew, false, false},
@@ -1164,13 +1078,10 @@ TEST(CommandLineTest, TheParameterAfterAFlagThatAsksForAValueIsItsValue) {
          "-5"},
         {{"-set", "-Embedding"}, "flag set|value set=-Embedding|last", "", "set", "-Embedding"},
         {{"-set", "--"}, "flag set|value set=--|last", "", "set", "--"},
-        {{"-set", "/x"}, "flag set|value set=/x|last", "", "set", "/x"},
         {{"-set", ""}, "flag set|value set=|last", "", "set", ""},
         {{"drawing.kdoc", "-units"}, "flag units|last", "drawing.kdoc", "units", "", false},
         {{}, "", "", "", ""},
-        {{"a"}, "last", "a", "", ""},
         {{"a", "b", "c"}, "last", "a", "", ""},
-        {{"-quiet"}, "flag quiet|last", "", "quiet", ""},
         {{"a", "--"}, "last", "a", "", ""},
     };
     for (const auto& c : cases) {
@@ -1202,12 +1113,6 @@ TEST(CommandLineTest, ParseParamCanBeFedOneParameterAtATime) {
     EXPECT_FALSE(info.m_bShowSplash);
     EXPECT_EQ(U8(info.m_strFileName), "plan.kdoc");
     EXPECT_EQ(info.m_nShellCommand, QCommandLineInfo::FileOpen);
-}
-
-TEST(CommandLineTest, ANonUtf8ParameterStillArrives) {
-    QCommandLineInfo info;
-    EXPECT_TRUE(Parse(info, {"caf\xe9.kdoc"}));
-    EXPECT_EQ(U8(info.m_strFileName), "caf\xef\xbf\xbd.kdoc");
 }
 
 } // namespace

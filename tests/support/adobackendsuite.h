@@ -373,12 +373,8 @@ TEST_P(AdoBackendTest, FormulasLookUpAndChangeRecords) {
         QAnyValue expected;
     };
     const Case cases[] = {
-        {"dblookup" + at + "select price from items where name = ?\", \"price\", \"oak\")",
-         QAnyValue(12.5)},
         {"dblookup" + at + "select * from items where price > ? and stock > ?\", \"NAME\", 5, 1)",
          QAnyValue(u"oak")},
-        {"dblookupcol" + at + "select price from items where name = 'oak'\", \"price\")",
-         QAnyValue(u"12.5")},
         {"dblookupcol" + at + "select name from items order by name\", \"name\")",
          QAnyValue(u"ash|oak|pine")},
         {"dblookupcol" + at + "select name from items where 1 = 0\", \"name\")", QAnyValue(u"")},
