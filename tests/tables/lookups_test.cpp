@@ -51,8 +51,6 @@ TEST_F(LookupsTest, RowKeysFindTheirRowByNearestOrExactMatch) {
         {&bounds, 10, false, 1},
         {&bounds, 10.5, false, 2},
         {&bounds, 15, false, 2},
-        {&bounds, 16, false, -1},
-        {&bounds, -3, false, 0},
         {&bounds, u"A", false, -1},
         {&bounds, 15.0001, false, -1},
         {&texts, u"ABC", false, 0},
