@@ -134,14 +134,5 @@ TEST(TabTokens, UndoingLeavesWhatItDoesNotKnow) {
     EXPECT_EQ(U8(UndoInsertEscapesDoubleQuotesAndEnclose(CString(u"a\\tb"))), "a\tb");
 }
 
-TEST(TabTokens, EscapesComeFirstThenQuotes) {
-    const CString plain(u"say \"hi\"\tthen\\go\n");
-    const CString quoted = InsertEscapesDoubleQuotesAndEnclose(plain);
-    EXPECT_EQ(U8(quoted), "\"say \"\"hi\"\"\\tthen\\\\go\\n\"");
-    EXPECT_EQ(quoted.Find(u'\t'), -1);
-    EXPECT_EQ(quoted.Find(u'\n'), -1);
-    EXPECT_EQ(U8(UndoInsertEscapesDoubleQuotesAndEnclose(quoted)), U8(plain));
-}
-
 } // namespace
 } // namespace keel

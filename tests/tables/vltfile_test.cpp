@@ -215,30 +215,6 @@ TEST_F(VltFile, RepairFixesTheCountsSilently) {
     EXPECT_LT(PeakKilobytes(), 1024L * 1024L) << "kilobytes at most, about a gigabyte";
 }
 
-TEST_F(VltFile, ATruncatedOrBinaryFileFailsCleanly) {
-    const std::string whole = "c\tVltFormat=2.1\n2\t2\n\t\"\"\"xylem\"\"\"\t\"\"\"yew\"\"\"\n"
-                              "String\\String\tString\tString\n\"\"\"ash\"\"\"\t1\t2\n"
-                              "\"\"\"birch\"\"\"\t3\t4\n";
-    for (std::size_t length = 0; length < whole.size(); ++length) {
-        WriteTable("cut", whole.substr(0, length));
-        {
-            QLookupTable table;
-            const bool opened = table.SetName(TableCString("cut"));
-            EXPECT_EQ(opened, table.IsValid()) << length;
-            EXPECT_TRUE(opened || !table.LastError().IsEmpty()) << length;
-        }
-        QLookupTableData::CleanupCache();
-    }
-    std::string binary;
-    for (int byte = 0; byte < 256; ++byte)
-        binary += static_cast<char>(byte * 7 + 3);
-    WriteTable("binary", binary + "\t\n\xff\xfe\x00\x01" + binary);
-    const QLookupTable table = Open("binary");
-    EXPECT_FALSE(m_opened);
-    EXPECT_FALSE(table.IsValid());
-    EXPECT_FALSE(table.LastError().IsEmpty());
-}
-
 // Cells that the file holds well but that cannot take their column's type (an empty array has no
 // first element to make a number or a length of) read as error values, and writing the table
 // keeps them as they stand.
