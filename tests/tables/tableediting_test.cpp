@@ -2,7 +2,6 @@
 #include "tests/tables/memorytable.h"
 #include "tests/tables/tablefixture.h"
 
-#include "keel/document/errorlog.h"
 #include "keel/platform/uiservices.h"
 #include "keel/tables/tableediting.h"
 
@@ -38,7 +37,6 @@ protected:
     TableEditing() {
         m_host.otherwise = IDOK;
         SetUIServices(&m_host);
-        TheErrorLog().SetFilename(CString::FromUtf8((m_folder / "errors.log").string()));
     }
     ~TableEditing() override { SetUIServices(nullptr); }
 

@@ -51,19 +51,11 @@ constexpr const char* c_madeInEither =
 
 class VltFile : public test::TableFixture {
 protected:
-    void SetUp() override {
-        TheErrorLog().SetFilename(CString::FromUtf8((m_folder.parent_path() / LogName()).string()));
-        QErrorLog::DiscardThePendingMessages();
-        m_savedUnits = QLength::DefaultUnits();
-    }
+    void SetUp() override { m_savedUnits = QLength::DefaultUnits(); }
     void TearDown() override {
         SetUIServices(nullptr);
         QLength::SetDefaultUnits(m_savedUnits);
-        QErrorLog::DiscardThePendingMessages();
-        std::error_code ignored;
-        fs::remove(m_folder.parent_path() / LogName(), ignored);
     }
-    static std::string LogName() { return "keel-vltfile-" + std::to_string(::getpid()) + ".log"; }
 
     QLookupTable Open(const std::string& name, bool sortRows = false, bool repairCounts = false) {
         QLookupTable table;
