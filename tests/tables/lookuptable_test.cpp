@@ -575,7 +575,11 @@ TEST_F(LookupTable, LabelIndexesExistFromTheSizeThresholdOn) {
         int threshold;
         bool rowIndex;
         bool colIndex;
-    } cases[] = {{20, false, false}, {3, false, true}, {2, true, true}, {0, false, false}};
+    } cases[] = {{20, false, false},
+                 {3, false, true},
+                 {2, true, true},
+                 {0, false, false},
+                 {-1, false, false}};
     for (const auto& c : cases) {
         QLookupTableDataStatics::c_TableCacheOverSize = c.threshold;
         QSmartPtr<QLookupTableData> data = NamedTableInMemory(u"/t/prices.vlt");
