@@ -177,10 +177,8 @@ TEST(QPropDefTexts, EachTableReadsWithCaseAndFallsBackOtherwise) {
     EXPECT_EQ(D::StringToControlType(u"Knob"), D::Edit);
     EXPECT_EQ(D::StringToComboSource(u"Folder Names"), D::ComboFolderNames);
     EXPECT_EQ(D::StringToComboSource(u"folder names"), D::ComboList);
-    EXPECT_EQ(D::ComboSourceToString(D::ComboFromFile), CString(u"From File"));
     EXPECT_EQ(D::StringToComboValue(u"Index"), D::ComboIndex);
     EXPECT_EQ(D::StringToComboValue(u"INDEX"), D::ComboText);
-    EXPECT_EQ(D::RadioTypeToString(D::ValuePerButton), CString(u"Value-Per-Button"));
     EXPECT_EQ(D::StringToRadioType(u"Value-Per-Button"), D::ValuePerButton);
     EXPECT_EQ(D::StringToRadioType(u"Value Per Button"), D::PropertyPerButton);
     EXPECT_EQ(D::EnableModeToString(D::EnabledAllowFormulaOverride),

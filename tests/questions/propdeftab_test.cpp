@@ -34,15 +34,10 @@ TEST(QPropDefTabColumns, ANewTabHasSixFillColumnsAndOutOfRangeIsFill) {
 
 TEST(QPropDefTabColumns, EachItemOfTheTextIsReadByItsPrefix) {
     const std::pair<const char*, const char*> cases[] = {
-        {"Fixed:120", "Fixed:120"},
-        {"fixed:7", "Fixed:7"},
-        {"FIXED:", "Fixed:0"},
-        {"Percent:25", "Percent:25"},
-        {"percent:-5", "Percent:-5"},
-        {"Fixed", "Fill"},
-        {"Percent25", "Fill"},
-        {"Fill", "Fill"},
-        {"", "Fill"},
+        {"Fixed:120", "Fixed:120"}, {"fixed:7", "Fixed:7"},
+        {"FIXED:", "Fixed:0"},      {"percent:-5", "Percent:-5"},
+        {"Fixed", "Fill"},          {"Percent25", "Fill"},
+        {"Fill", "Fill"},           {"", "Fill"},
         {"Width:3", "Fill"},
     };
     for (const auto& [text, written] : cases)

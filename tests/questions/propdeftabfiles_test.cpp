@@ -263,10 +263,11 @@ void ExpectRefusedChanges(const std::string& valid, const std::string& path) {
     }
 }
 
-// Every field of every kind goes through each export format, full and minimal, and the
-// document's archive, and reads back the same; the numbers of the definitions are their places
-// again. A minimal file leaves out defaults; a .tab file knows each level by its identifiers alone;
-// the grammar of question files refuses each change of a list value or an unknown attribute.
+// Every field of every kind goes through both export formats (.viqx is the XML one), full and
+// minimal, and the document's archive, and reads back the same; the numbers of the definitions
+// are their places again. A minimal file leaves out defaults; a .tab file knows each level by its
+// identifiers alone; the grammar of question files refuses each change of a list value or an
+// unknown attribute.
 TEST_F(QuestionFileTest, EveryFieldGoesThroughEachExportFormatWhole) {
     const QPropDefTabGroupSet written = EveryField();
     const struct {
@@ -279,12 +280,10 @@ TEST_F(QuestionFileTest, EveryFieldGoesThroughEachExportFormatWhole) {
           "\tQuestions|Cabinet|Body|2\n", "\tQuestions|Empty|Only\n", "colsizes\t\"\"\"Fixed:120|",
           "defaultvlt\t\"\"\"rows.vlt\"\"\"\t\tQuestions|Empty\n"},
          {"Page", "Control", "Fill|Fill", "rowlocked\tfalse"}},
-        {"full.xml", {}, {}},
-        {"minimal.xml",
+        {"full.viqx", {}, {}},
+        {"minimal.viqx",
          {"<Questions", "<Group id=\"Empty\"", "<Page id=\"Body\"", "<Control id=\"2\""},
          {}},
-        {"full.viqx", {}, {}},
-        {"minimal.viqx", {}, {}},
     };
     for (const auto& file : files) {
         const CString path = PathOf(file.name);

@@ -292,7 +292,8 @@ TEST(PropSpecification, WhatMakesTwoPropertiesTheSameAndHashesAlike) {
 
 // --- The archive form of one property -----------------------------------------------------------
 
-TEST(PropArchive, TheBytesOfAPropertyAndTheirRoundTrip) {
+// Their round trip is the bag's, which holds every flag, a formula and a description.
+TEST(PropArchive, TheBytesOfAProperty) {
     QProp described(PropId("archDepth"), QWithFormula<QAnyValue>(nullptr, QAnyValue(5)),
                     QStringUnique("Depth"));
     described.SetIsFromTemplate(true);
@@ -304,17 +305,6 @@ TEST(PropArchive, TheBytesOfAPropertyAndTheirRoundTrip) {
                       WideString(u"Depth")}));
     EXPECT_EQ(PropStored(MakeProp("archWidth", 0, "archDepth * 2")),
               PropBytes(u"archWidth", IntValue(0), u"archDepth * 2", 0x00));
-
-    QProp prop(PropId("archRound"),
-               QWithFormula<QAnyValue>(nullptr, QAnyValue(u"text"), FormulaText("archRound + 1")),
-               QStringUnique("round trip"));
-    prop.SetIsFromTemplate(true);
-    prop.SetValueWithFormula(QAnyValue(u"text"), FormulaText("archRound + 2"));
-    const Bytes bytes = PropStored(prop);
-    QProp loaded;
-    Load(bytes, 120, loaded);
-    EXPECT_TRUE(loaded.IsSameSpecificationAs(prop));
-    EXPECT_EQ(PropStored(loaded), bytes);
 }
 
 TEST(PropArchive, ReadingOldSchemas) {
@@ -349,10 +339,8 @@ TEST(PropArchive, ReadingOldSchemas) {
                   c.expected)
             << c.schema;
     }
-    for (const auto& [text, upgraded] : {std::pair{u"no formula", "no formula"},
-                                         {u"", ""},
-                                         {u"=", "="},
-                                         {u":\t a  +  b", ":a  +  b"}})
+    for (const auto& [text, upgraded] :
+         {std::pair{u"", ""}, {u"=", "="}, {u":\t a  +  b", ":a  +  b"}})
         EXPECT_EQ(UpgradeFormulaBearingText(text).ToUtf8(), upgraded);
 }
 
@@ -551,7 +539,6 @@ TEST(PropertiesEvaluation, AnAnswerWithAFormulaIsEvaluatedWhenReadAndAgainAfterA
     document.SetPropertyValue(PropId("evalDepth"), QAnyValue(7));
     ASSERT_TRUE(document.GetPropertyValue(PropId("evalWidth"), value, error, &state));
     EXPECT_EQ(value, QAnyValue(14));
-    EXPECT_GT(document.m_changes, 0);
     EXPECT_EQ(StoredValue(document.Answers(), "evalWidth"), QAnyValue(14));
 
     // The WithNoEnsureUpToDate forms read the stored value.

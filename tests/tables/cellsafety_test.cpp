@@ -2,7 +2,6 @@
 #include "tests/support/uihosts.h"
 #include "tests/tables/tablefixture.h"
 
-#include "keel/document/errorlog.h"
 #include "keel/formula/evaluator.h"
 #include "keel/tables/celltokens.h"
 #include "keel/tables/lookuptable.h"
@@ -15,21 +14,7 @@
 namespace keel::test {
 namespace {
 
-class CellSafety : public TableFixture {
-protected:
-    void SetUp() override {
-        TheErrorLog().SetFilename(CString::FromUtf8(LogPath().string()));
-        TheErrorLog().DiscardPendingMessages();
-    }
-    void TearDown() override {
-        TheErrorLog().DiscardPendingMessages();
-        std::error_code ignored;
-        std::filesystem::remove(LogPath(), ignored);
-    }
-    std::filesystem::path LogPath() const {
-        return m_folder.parent_path() / ("keel-cellsafety-" + std::to_string(::getpid()) + ".log");
-    }
-};
+using CellSafety = TableFixture;
 
 // The cells of a table file are data: a cell whose formula would act on the machine or ask the
 // user is refused as outside an action field, whether it is read as a value or is a formula cell

@@ -5,6 +5,7 @@
 #include "tests/support/formulacases.h"
 #include "tests/support/paths.h"
 
+#include "keel/document/errorlog.h"
 #include "keel/formula/evaluator.h"
 #include "keel/formula/evaluatorfactory.h"
 #include "keel/platform/uiservices.h"
@@ -81,8 +82,9 @@ public:
 };
 
 // A fresh table folder for each test, installed as the application's, with the tables' source
-// installed, so that names resolve there and table values open through the tables. On the way
-// out every table nobody holds is dropped and the process-wide settings are put back.
+// installed, so that names resolve there and table values open through the tables; the error
+// log is kept beside the folder and starts empty. On the way out every table nobody holds is
+// dropped and the process-wide settings are put back.
 class TableFixture : public testing::Test {
 protected:
     TableFixture()
@@ -91,6 +93,8 @@ protected:
           m_savedCacheOverSize(QLookupTableDataStatics::c_TableCacheOverSize) {
         std::filesystem::remove_all(m_folder);
         std::filesystem::create_directories(m_folder);
+        TheErrorLog().SetFilename(CString::FromUtf8(LogPath().string()));
+        TheErrorLog().DiscardPendingMessages();
         m_factory.SetTableFolder(m_folder);
         m_previousFactory = SetEvaluatorFactory(&m_factory);
         m_previousSource = QLookupTableSource::Install();
@@ -106,8 +110,12 @@ protected:
         SetTableHandleSource(m_previousSource);
         SetEvaluatorFactory(m_previousFactory);
         std::filesystem::remove_all(m_folder);
+        TheErrorLog().DiscardPendingMessages();
+        std::filesystem::remove(LogPath());
         QFSFile::ClearFileStatusCache();
     }
+
+    std::filesystem::path LogPath() const { return m_folder.string() + ".log"; }
 
     // The path of a file in the table folder; ".vlt" is added to a name without an extension.
     std::filesystem::path TablePath(const std::string& name) const {

@@ -30,10 +30,8 @@ TEST(TabTokens, PutJoinsTokensWithSingleTabs) {
         {{"a", "b", "c"}, "a\tb\tc"},
         {{"a", "", "c"}, "a\t\tc"},
         {{"a", ""}, "a\t"},
-        {{"a", "", ""}, "a\t\t"},
         // An empty first token survives through the marker.
         {{"", "b"}, "\tb"},
-        {{"", "", "c"}, "\t\tc"},
         {{"", ""}, "\t"},
         // A lone empty token is the marker itself.
         {{""}, "#!EMPTY_FIRST_TOKEN!#"},
@@ -134,15 +132,6 @@ TEST(TabTokens, UndoingLeavesWhatItDoesNotKnow) {
         EXPECT_EQ(U8(UndoInsertEscapeSequences(CString(c.given))), c.undone) << c.undone;
     // Unquoted text only has its escapes undone.
     EXPECT_EQ(U8(UndoInsertEscapesDoubleQuotesAndEnclose(CString(u"a\\tb"))), "a\tb");
-}
-
-TEST(TabTokens, EscapesComeFirstThenQuotes) {
-    const CString plain(u"say \"hi\"\tthen\\go\n");
-    const CString quoted = InsertEscapesDoubleQuotesAndEnclose(plain);
-    EXPECT_EQ(U8(quoted), "\"say \"\"hi\"\"\\tthen\\\\go\\n\"");
-    EXPECT_EQ(quoted.Find(u'\t'), -1);
-    EXPECT_EQ(quoted.Find(u'\n'), -1);
-    EXPECT_EQ(U8(UndoInsertEscapesDoubleQuotesAndEnclose(quoted)), U8(plain));
 }
 
 } // namespace
