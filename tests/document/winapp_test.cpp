@@ -2,6 +2,7 @@
 #include "tests/support/appfactory.h"
 #include "tests/support/homefolder.h"
 #include "tests/support/processlimits.h"
+#include "tests/support/uihosts.h"
 
 #include "keel/document/ado.h"
 #include "keel/document/commandline.h"
@@ -718,10 +719,17 @@ std::string Evaluated(const char* formula) {
 }
 
 // The first application object is the application, the evaluator factory and the services of
-// the layers below while it lives; a second one is none of them.
+// the layers below while it lives; a second one is none of them. Without it, a run is automated
+// on a host without a display.
 TEST_F(WinAppTest, TheFirstApplicationObjectIsTheApplicationWhileItLives) {
     QAppServices& defaults = AppServices();
     EXPECT_FALSE(defaults.IsApplication());
+    EXPECT_TRUE(defaults.IsRunningAutomated()) << "the headless host has no display";
+    {
+        test::RecordingHost host;
+        test::ScopedUIServices installed(host);
+        EXPECT_FALSE(defaults.IsRunningAutomated()) << "a host with a display";
+    }
     EXPECT_EQ(defaults.ProgressCreate(u"Merging answers", 0, 2, false), -1);
     const auto isTheApplication = [](QWinApp* app) {
         EXPECT_EQ(QWinApp::GetApp(), app);

@@ -782,13 +782,6 @@ TEST_F(PropertiesTest, MergeAskPutsEachChangeToThePersonOrLogsItWhenAutomated) {
                              {"Recalc", "Changed answer for 'mrgLoggedFormula'\nfrom 3\nto 3"}}));
 }
 
-TEST_F(PropertiesTest, WithoutAnApplicationAMergeRunsAutomatedOnAHostWithoutDisplay) {
-    EXPECT_TRUE(AppServices().IsRunningAutomated());
-    test::RecordingHost host(IDNO);
-    test::ScopedUIServices installed(host);
-    EXPECT_FALSE(AppServices().IsRunningAutomated());
-}
-
 TEST_F(PropertiesTest, OverwriteAndKeepExistingWithAndWithoutTheDeletionMarker) {
     for (const auto& [strategy, shared] :
          {std::pair{MERGE_OVERWRITE, 2}, {MERGE_KEEP_EXISTING, 1}}) {
