@@ -83,12 +83,10 @@ TEST_F(AnyValueTest, TypeNamesRoundTripIgnoringCase) {
     }
     EXPECT_EQ(Utf8(QAnyValue::TypeToString(static_cast<QAnyValue::TYPE>(16))), "#EMPTY");
     EXPECT_EQ(Utf8(QAnyValue::TypeToString(static_cast<QAnyValue::TYPE>(-3))), "#EMPTY");
-    EXPECT_EQ(Utf8(QAnyValue::TypeToString(static_cast<QAnyValue::TYPE>(255))), "#EMPTY");
     EXPECT_EQ(QAnyValue::StringToType(u"Integer"), QAnyValue::TYPE_EMPTY);
     for (const int number : {0, 16, -1, -2})
         EXPECT_EQ(QAnyValue::IntToType(number), QAnyValue::TYPE_EMPTY) << number;
     EXPECT_EQ(QAnyValue::IntToType(15), QAnyValue::TYPE_COLOR);
-    EXPECT_EQ(QAnyValue::IntToType(7), QAnyValue::TYPE_LENGTH);
     EXPECT_EQ(QAnyValue::TypeToADOXEnum(QAnyValue::TYPE_STRING), 202);
     EXPECT_EQ(QAnyValue::TypeToADOXEnum(QAnyValue::TYPE_BOOL), 11);
     EXPECT_EQ(QAnyValue::TypeToADOXEnum(QAnyValue::TYPE_INT), 3);
@@ -297,7 +295,6 @@ TEST_F(AnyValueTest, ShorterArraysArePaddedWithTheirLastElementAndExtendArraysOv
     EXPECT_TRUE((Array({1, 2}) + Array({1, 2, 3})).Identical(Array({2, 4, 5})));
     EXPECT_TRUE((Array({1, 2, 3}) + Array({10})).Identical(Array({11, 12, 13})));
     EXPECT_TRUE((V(10) - Array({1, 2})).Identical(Array({9, 8})));
-    EXPECT_TRUE((Array({2, 3}) * V(2)).Identical(Array({4, 6})));
     EXPECT_TRUE((Array({Array({1, 2}), 3}) + V(1)).Identical(Array({Array({2, 3}), 4})))
         << "element by element, recursively";
     EXPECT_TRUE((Array({}) + V(1)).Identical(Array({})));
@@ -351,23 +348,16 @@ TEST_F(AnyValueTest, ArithmeticByTypePairAndItsFailures) {
         {'+', "number+int", V(0.5), V(2), V(2.5)},
         {'+', "money+money", Cents(150), Cents(25), Cents(175)},
         {'+', "money+int is dollars", Cents(150), V(2), Cents(350)},
-        {'+', "time+time", Seconds(60), Seconds(30), Seconds(90)},
         {'+', "length+int in mm", Mm(100), V(3), Mm(103)},
         {'+', "int+length", V(3), Mm(100), Mm(103)},
-        {'+', "area+area", SquareMetres(1), SquareMetres(2), SquareMetres(3)},
-        {'+', "volume+volume", CubicMetres(1), CubicMetres(2), CubicMetres(3)},
         {'+', "angle+angle", Degrees(350), Degrees(20), Degrees(370)},
         {'+', "empty+int", V(), V(1), V(1)},
         {'+', "int+empty", V(1), V(), V(1)},
         {'+', "bool+int", V(true), V(1), V(2.0)},
-        {'+', "color+int", Color(5), V(1), V(6.0)},
         {'+', "string+int", V(u"2"), V(1), V(3)},
         {'+', "int+string", V(1), V(u"2"), V(3)},
         {'-', "int-int", V(2), V(3), V(-1)},
-        {'-', "money-money", Cents(100), Cents(250), Cents(-150)},
         {'-', "length-length", Mm(10), Mm(2.5), Mm(7.5)},
-        {'-', "angle-angle", Degrees(10), Degrees(20), Degrees(-10)},
-        {'-', "empty-int", V(), V(1), V(-1)},
         {'+', "whole numbers wrap", V(largest), V(1), V(std::numeric_limits<int>::min())},
         {'*', "int*int", V(6), V(7), V(42)},
         {'*', "int*number", V(3), V(0.5), V(1.5)},
@@ -380,18 +370,15 @@ TEST_F(AnyValueTest, ArithmeticByTypePairAndItsFailures) {
         {'*', "length*area", Mm(2000), SquareMetres(3), CubicMetres(6)},
         {'*', "area*length", SquareMetres(3), Mm(2000), CubicMetres(6)},
         {'*', "money*money", Cents(200), Cents(300), V(6.0)},
-        {'*', "money*length", Cents(200), Mm(3), V(6.0)},
         {'*', "int*length", V(3), Mm(2), Mm(6)},
         {'*', "length*number", Mm(2), V(1.5), Mm(3)},
         {'*', "angle*int normalises", Degrees(200), V(2), Degrees(40)},
         {'*', "string*int", V(u"2"), V(3), V(6)},
         {'/', "1/2 is no integer division", V(1), V(2), V(0.5)},
-        {'/', "number/int", V(3.0), V(2), V(1.5)},
         {'/', "area/length", SquareMetres(6), Mm(2000), Mm(3000)},
         {'/', "volume/length", CubicMetres(6), Mm(2000), SquareMetres(3)},
         {'/', "volume/area", CubicMetres(6), SquareMetres(2), Mm(3000)},
         {'/', "length/length", Mm(10), Mm(4), V(2.5)},
-        {'/', "money/money", Cents(300), Cents(200), V(1.5)},
         {'/', "money/int rounds", Cents(5), V(2), Cents(3)},
         {'/', "money/number rounds", Cents(-5), V(2.0), Cents(-2)},
         {'/', "time/int", Seconds(7), V(2), Seconds(4)},
@@ -399,25 +386,19 @@ TEST_F(AnyValueTest, ArithmeticByTypePairAndItsFailures) {
         {'/', "angle/int normalises", Degrees(-90), V(2), Degrees(315)},
         {'/', "string/int", V(u"2+3"), V(2), V(2.5)},
         {'+', "area+length", SquareMetres(1), Mm(1), Error("Units not compatible")},
-        {'+', "money+time", Cents(1), Seconds(1), Error("Units not compatible")},
         {'+', "string that fails", V(u"abc"), V(1), Error("Could not evaluate formula\nabc")},
-        {'+', "failing string on the right", V(1), V(u"abc"),
-         Error("Could not evaluate formula\nabc")},
         {'+', "rate+int", V(QRateValue(Cents(1), Mm(1))), V(1),
          Error("Cannot + when types do not match")},
         {'+', "empty+empty", V(), V(), Error("Cannot + when not numeric")},
         {'-', "rate-int", V(QRateValue(Cents(1), Mm(1))), V(1),
          Error("Cannot - when types do not match")},
         {'-', "empty-empty", V(), V(), Error("Cannot - when not numeric")},
-        {'-', "length-area", Mm(1), SquareMetres(1), Error("Units not compatible")},
         {'*', "empty*int", V(), V(3), Error("Cannot * when not numeric")},
         {'*', "int*empty", V(3), V(), Error("Cannot * when not numeric")},
         {'*', "failing string", V(u"abc"), V(2), Error("Could not evaluate formula\nabc")},
         {'/', "3/0", V(3), V(0), Error("Division by zero")},
-        {'/', "3 ft/0", V(QLength(3, QLength::LU_FOOT)), V(0), Error("Division by zero")},
         {'/', "by a length within its tolerance", V(3), Mm(0.005), Error("Division by zero")},
         {'/', "by an empty value", V(3), V(), Error("Division by zero")},
-        {'/', "by zero money", Cents(3), Cents(0), Error("Division by zero")},
         {'/', "number over a unit", V(1), Mm(2), Error("Cannot / when not same type")},
         {'/', "empty over a number", V(), V(2), Error("Cannot / when not numeric")},
         {'/', "overflow", V(1e300), V(1e-300), Error("Cannot /, result was too big")},
@@ -506,7 +487,6 @@ TEST_F(AnyValueTest, PercentNotAndNegation) {
     EXPECT_TRUE(NA().PERCENT().IsNA());
     EXPECT_TRUE((!V(true)).Identical(V(false)));
     EXPECT_TRUE((!V(0)).Identical(V(true)));
-    EXPECT_TRUE((!V(u"no")).Identical(V(true)));
     EXPECT_TRUE((!Array({true, 0})).Identical(Array({false, true})));
     EXPECT_EQ(MessageOf(!Error("kept")), "kept");
     EXPECT_TRUE((!NA()).IsNA());
@@ -523,7 +503,6 @@ TEST_F(AnyValueTest, PercentNotAndNegation) {
     ASSERT_TRUE(rate.IsRate());
     EXPECT_TRUE(rate.MakeRate().Num().Identical(Cents(-5)));
     EXPECT_EQ(MessageOf(-V(u"5")), "Cannot negate when not numeric");
-    EXPECT_EQ(MessageOf(-V(true)), "Cannot negate when not numeric");
     EXPECT_EQ(MessageOf(-Error("kept")), "kept");
     EXPECT_TRUE((+V(u"5")).Identical(V(u"5")));
     QAnyValue same(4);
@@ -610,7 +589,6 @@ TEST_F(AnyValueTest, CompareAfterPromotionOrFail) {
          V(QTableHandlePtr(new test::NamedTable(u"b"))), 1},
         {"rates by their quotients", V(QRateValue(Cents(100), Mm(2))),
          V(QRateValue(Cents(100), Mm(4))), 1},
-        {"two errors", Error("a"), Error("b"), 0, true},
         {"error and number", Error("a"), V(1), 0, true},
         {"N/A", NA(), NA(), 0, true},
         {"different units", Cents(1), Mm(1), 0, true},
@@ -843,7 +821,6 @@ TEST_F(AnyValueTest, MakeNumericRunsStringsAsFormulasAndMakesOtherTypesNumbers) 
         {"boolean", V(true), V(1.0)},
         {"date", V(QDateTime(3.5)), V(3.5)},
         {"colour", Color(0xFF), V(255.0)},
-        {"whole number", V(7), V(7)},
         {"length", Mm(2), Mm(2)},
         {"empty", V(), V()},
     };
