@@ -41,14 +41,6 @@ private:
     test::LimitDoubleHooksGuard m_hooks;
 };
 
-TEST_F(LengthTest, AnInchOrFootMarkBeatsTheUnitGivenToParse) {
-    QLength length;
-    EXPECT_EQ(length.Parse(u"2\"", QLength::LU_CM), PARSE_EXACT);
-    EXPECT_DOUBLE_EQ(length.GetRaw(), 50.8);
-    EXPECT_EQ(length.Parse(u"2'", QLength::LU_CM), PARSE_EXACT);
-    EXPECT_DOUBLE_EQ(length.GetRaw(), 609.6);
-}
-
 TEST_F(LengthTest, ParseReadsAPointWhateverTheUserLocale) {
     const std::string previous = std::setlocale(LC_ALL, nullptr);
     if (std::setlocale(LC_ALL, "de_DE.UTF-8") == nullptr &&
