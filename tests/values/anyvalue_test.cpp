@@ -123,7 +123,6 @@ TEST_F(AnyValueTest, SetTypeGivesEachTypeItsDefault) {
     QAnyValue value(u"text");
     value.SetType(QAnyValue::TYPE_STRING);
     EXPECT_EQ(Utf8(value.MakeCString()), "text") << "the same type keeps the content";
-    QLength::SetDefaultUnits(QLength::LU_MM);
     const QAnyValue defaults[] = {
         V(false),        V(0),           V(0.0),     Cents(0),  Seconds(0), Mm(0),
         SquareMetres(0), CubicMetres(0), Degrees(0), Array({}), Color(0),   V(QDateTime(0.0)),
@@ -330,8 +329,6 @@ QAnyValue Apply(char op, const QAnyValue& a, const QAnyValue& b) {
 }
 
 TEST_F(AnyValueTest, ArithmeticByTypePairAndItsFailures) {
-    QLength::SetDefaultUnits(QLength::LU_MM);
-    QMoney::SetDefaultUnits(QMoney::MU_DOLLARS);
     const int largest = std::numeric_limits<int>::max();
     const struct {
         char op;
@@ -409,7 +406,6 @@ TEST_F(AnyValueTest, ArithmeticByTypePairAndItsFailures) {
 }
 
 TEST_F(AnyValueTest, DatesAddSpansRatesMultiplyTheirHalvesAndDivisionLeavesNoFault) {
-    QTime::SetDefaultUnits(QTime::TU_HOURS);
     const QDateTime noon(2026, 3, 1, 12, 0, 0);
     const QDateTime evening(2026, 3, 1, 18, 30, 0);
 
@@ -438,7 +434,6 @@ TEST_F(AnyValueTest, DatesAddSpansRatesMultiplyTheirHalvesAndDivisionLeavesNoFau
     EXPECT_NEAR(result.GetRaw(), 90, 1e-12);
     EXPECT_NEAR(result.Cos(), 0, 1e-12) << "the cosine is worked out again";
     QLength::SetDefaultUnits(QLength::LU_FOOT);
-    QMoney::SetDefaultUnits(QMoney::MU_DOLLARS);
     const QAnyValue dollarsPerFoot(QRateValue(Cents(200), V(QLength(1, QLength::LU_FOOT))));
     ASSERT_TRUE(dollarsPerFoot.IsRate());
     const QAnyValue product = dollarsPerFoot * V(QLength(2, QLength::LU_FOOT));
@@ -474,7 +469,6 @@ TEST_F(AnyValueTest, DatesAddSpansRatesMultiplyTheirHalvesAndDivisionLeavesNoFau
 // --- Unary operations --------------------------------------------------------------------------
 
 TEST_F(AnyValueTest, PercentNotAndNegation) {
-    QLength::SetDefaultUnits(QLength::LU_MM);
     EXPECT_TRUE(V(50).PERCENT().Identical(V(0.5)));
     EXPECT_TRUE(Mm(10).PERCENT().Identical(V(0.1)));
     EXPECT_TRUE(V(u"25").PERCENT().Identical(V(0.25)));
@@ -509,7 +503,6 @@ TEST_F(AnyValueTest, PercentNotAndNegation) {
 // --- Promotion ---------------------------------------------------------------------------------
 
 TEST_F(AnyValueTest, PromotionStepsAndCanDivDecidesWhatARateReducesTo) {
-    QLength::SetDefaultUnits(QLength::LU_MM);
     const QAnyValue rate(QRateValue(Cents(1), Mm(1)));
     const QAnyValue dateFails = Error("Invalid DateTime");
     const QAnyValue formulaFails = Error("Could not evaluate formula\nabc");
@@ -555,7 +548,6 @@ TEST_F(AnyValueTest, PromotionStepsAndCanDivDecidesWhatARateReducesTo) {
 // --- Comparison --------------------------------------------------------------------------------
 
 TEST_F(AnyValueTest, CompareAfterPromotionOrFail) {
-    QLength::SetDefaultUnits(QLength::LU_MM);
     const struct {
         const char* what;
         QAnyValue a;
@@ -655,7 +647,6 @@ TEST_F(AnyValueTest, IdenticalDoesNotPromoteEquivalentWidensAndComparisonMembers
     EXPECT_TRUE(V(QTableHandlePtr(new test::NamedTable(u"x"))) ==
                 V(QTableHandlePtr(new test::NamedTable(u"X"))));
     EXPECT_TRUE(V(QDateTime(1.0)) == V(QDateTime(1.0 + 5e-6)));
-    QLength::SetDefaultUnits(QLength::LU_MM);
     EXPECT_TRUE(Mm(10).Equivalent(Mm(10.78)));
     EXPECT_TRUE(Mm(10.78).Equivalent(Mm(10)));
     EXPECT_FALSE(Mm(10).Equivalent(Mm(10.8))) << "within 0.8 less the length's own 0.01";
@@ -777,7 +768,6 @@ TEST_F(AnyValueTest, MakeFamilyGivesDefaultsForErrorsAndGoesDownIntoArrays) {
     EXPECT_TRUE(copy.Make<QAnyValue>().Identical(V(u"x")));
     EXPECT_EQ(V(300).Make<unsigned char>(), 44);
     QAnyValue length(3);
-    QLength::SetDefaultUnits(QLength::LU_MM);
     EXPECT_EQ(length.Make<QLength>().GetRaw(), 3.0);
     QAnyValue target(5);
     target.MakeSameTypeAs(V(u"s"));
@@ -869,7 +859,6 @@ TEST_F(AnyValueTest, TheEvaluatorSeamPassesTextAndContextAndWithoutItEveryFormul
 // --- Text forms --------------------------------------------------------------------------------
 
 TEST_F(AnyValueTest, TextFormsEvaluateBackAndTablesOpenByNameThroughTheSource) {
-    QLength::SetDefaultUnits(QLength::LU_MM);
     QDateTime::SetLocaleFormats(u"%d/%m/%Y", u"%H:%M:%S");
     EXPECT_EQ(Utf8(V(u"say \"hi\"\\\n\r\t").AsFormula().ToString()),
               "\"say \"\"hi\"\"\\\\\\n\\r\\t\"");
@@ -880,17 +869,14 @@ TEST_F(AnyValueTest, TextFormsEvaluateBackAndTablesOpenByNameThroughTheSource) {
     EXPECT_EQ(Utf8(Error("x").AsFormula().ToString()), "#ERR!");
     EXPECT_EQ(Utf8(NA().AsFormula().ToString()), "#N/A");
     EXPECT_EQ(Utf8(V(true).AsFormula().ToString()), "Yes");
-    QDateTime::ResetLocale();
     EXPECT_EQ(Utf8(V(u"plain \"text\"").AsStringOrFormula()), "plain \"text\"");
     EXPECT_EQ(Utf8(V(3).AsStringOrFormula()), "3");
     EXPECT_EQ(Utf8(V(u"x").MakeCStringUntranslated()), "x");
     const QAnyValue number(0.25);
     EXPECT_EQ(Utf8(number.Format()), "0.25");
     EXPECT_TRUE(number.IsDouble()) << "Format leaves the value alone";
-    QLength::SetDefaultUnits(QLength::LU_MM);
     EXPECT_EQ(Utf8(NA().AsCrystalFormula()), "\"#N/A\"");
     EXPECT_EQ(Utf8(V(u"a\"b").AsCrystalFormula()), "\"a\"\"b\"");
-    EXPECT_EQ(Utf8(Mm(2.5).AsCrystalFormula()), "2.5");
     EXPECT_EQ(Utf8(Cents(150).AsCrystalFormula()), "1.5");
     EXPECT_EQ(Utf8(V(7).AsCrystalFormula()), "7");
     QAnyValue::SetYesNoStrings(u"Ja", u"Nein");

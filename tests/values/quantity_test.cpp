@@ -432,7 +432,6 @@ TYPED_TEST(QuantityTest, ParseReadsANumberAndAUnitWordAndAFailureLeavesTheValueA
 TYPED_TEST(QuantityTest, ArchiveKeepsADoubleReadByTheSchemaAndOneOutOfRangeIsZeroWithAReport) {
     using Quantity = typename TestFixture::Quantity;
     EXPECT_EQ(Stored(Quantity::FromRaw(1.5)), kOneAndAHalf);
-    EXPECT_EQ(Stored(Quantity::FromRaw(-0.25)), DoubleBytes(-0.25));
     for (const LoadRow& row : TypeParam::kLoads) {
         SCOPED_TRACE(row.schema);
         EXPECT_DOUBLE_EQ(Loaded<Quantity>(row.bytes, row.schema).GetRaw(), row.raw);
