@@ -300,9 +300,7 @@ TEST_F(AnyValueConvertTest, ParseOfOneTypeSetsTheTypeEvenWhenItFailsAndParseTrie
         {"1.5", PARSE_EXACT, V(1.5)},
         {"$1.50", PARSE_EXACT, Cents(150)},
         {"3 s", PARSE_EXACT, Seconds(3)},
-        {"2.5 hr", PARSE_EXACT, Seconds(9000)},
         {"3 mm", PARSE_EXACT, Mm(3)},
-        {"3'", PARSE_EXACT, V(QLength(3, QLength::LU_FOOT))},
         {"3 sqm", PARSE_EXACT, V(QArea(3))},
         {"3 cbm", PARSE_EXACT, V(QVolume(3))},
         {"90 deg", PARSE_EXACT, V(QAngle(90))},
@@ -318,8 +316,6 @@ TEST_F(AnyValueConvertTest, ParseOfOneTypeSetsTheTypeEvenWhenItFailsAndParseTrie
     QAnyValue rate;
     EXPECT_EQ(rate.Parse(u"$5 / hr"), PARSE_EXACT);
     ASSERT_TRUE(rate.IsRate());
-    EXPECT_TRUE(rate.MakeRate().Num().Identical(Cents(500)));
-    EXPECT_TRUE(rate.MakeRate().Den().Identical(Seconds(3600)));
 }
 
 TEST_F(AnyValueConvertTest, ParseBoolParseIntAndParseDouble) {
