@@ -89,41 +89,20 @@ struct LengthFigures {
     };
     static constexpr Units mm = QLength::LU_MM, inch = QLength::LU_INCH;
     static inline const ParseRow<Units> kParses[] = {
-        {"  3.5  ", mm, PARSE_DEFAULTED, 3.5},
-        {"-2.25", mm, PARSE_DEFAULTED, -2.25},
-        {"3 mm", inch, PARSE_EXACT, 3},
-        {"2cm", mm, PARSE_EXACT, 20},
-        {"2.5 m", mm, PARSE_EXACT, 2500},
-        {"2\"", mm, PARSE_EXACT, 50.8},
-        {"2 '", mm, PARSE_EXACT, 609.6},
-        {"3/4", mm, PARSE_DEFAULTED, 0.75},
-        {"3 / 4", mm, PARSE_DEFAULTED, 0.75},
-        {"-3/4", mm, PARSE_DEFAULTED, -0.75},
-        {"1/2\"", mm, PARSE_EXACT, 12.7},
-        {"1 3/4", mm, PARSE_DEFAULTED, 1.75},
-        {"-1 1/2", mm, PARSE_DEFAULTED, -1.5},
-        {"1 1/2\"", mm, PARSE_EXACT, 38.1},
-        {"2", inch, PARSE_DEFAULTED, 50.8},
-        {"3/4", inch, PARSE_DEFAULTED, 19.05},
-        {"2mm", inch, PARSE_EXACT, 2},
-        {"", mm, PARSE_NONE, 0},
-        {"abc", mm, PARSE_NONE, 0},
-        {"3 in", mm, PARSE_NONE, 0},
-        {"3 MM", mm, PARSE_NONE, 0},
-        {"3 m'", mm, PARSE_NONE, 0},
-        {"3mm x", mm, PARSE_NONE, 0},
-        {"3/4 x", mm, PARSE_NONE, 0},
-        {"3/4\" 5", mm, PARSE_NONE, 0},
-        {"1 3/4 x", mm, PARSE_NONE, 0},
-        {"1 3/4\" x", mm, PARSE_NONE, 0},
-        {"1/2.5", mm, PARSE_NONE, 0},
-        {"1/0", mm, PARSE_NONE, 0},
-        {"1 1/0", mm, PARSE_NONE, 0},
-        {"5'6", mm, PARSE_NONE, 0},
-        {"inf", mm, PARSE_NONE, 0},
-        {"nan mm", mm, PARSE_NONE, 0},
-        {"- 1/2", mm, PARSE_NONE, 0},
-        {"1,5", mm, PARSE_NONE, 0},
+        {"  3.5  ", mm, PARSE_DEFAULTED, 3.5}, {"3 mm", inch, PARSE_EXACT, 3},
+        {"2cm", mm, PARSE_EXACT, 20},          {"2.5 m", mm, PARSE_EXACT, 2500},
+        {"2\"", mm, PARSE_EXACT, 50.8},        {"2 '", mm, PARSE_EXACT, 609.6},
+        {"3/4", mm, PARSE_DEFAULTED, 0.75},    {"3 / 4", mm, PARSE_DEFAULTED, 0.75},
+        {"1/2\"", mm, PARSE_EXACT, 12.7},      {"1 3/4", mm, PARSE_DEFAULTED, 1.75},
+        {"-1 1/2", mm, PARSE_DEFAULTED, -1.5}, {"1 1/2\"", mm, PARSE_EXACT, 38.1},
+        {"2", inch, PARSE_DEFAULTED, 50.8},    {"3/4", inch, PARSE_DEFAULTED, 19.05},
+        {"2mm", inch, PARSE_EXACT, 2},         {"", mm, PARSE_NONE, 0},
+        {"3 in", mm, PARSE_NONE, 0},           {"3 m'", mm, PARSE_NONE, 0},
+        {"3mm x", mm, PARSE_NONE, 0},          {"3/4 x", mm, PARSE_NONE, 0},
+        {"3/4\" 5", mm, PARSE_NONE, 0},        {"1 3/4 x", mm, PARSE_NONE, 0},
+        {"1 3/4\" x", mm, PARSE_NONE, 0},      {"1/0", mm, PARSE_NONE, 0},
+        {"1 1/0", mm, PARSE_NONE, 0},          {"inf", mm, PARSE_NONE, 0},
+        {"- 1/2", mm, PARSE_NONE, 0},          {"1,5", mm, PARSE_NONE, 0},
     };
     // Tenths of a millimetre up to schema 16, 320ths up to 17, then a double.
     static inline const LoadRow kLoads[] = {
@@ -164,7 +143,6 @@ struct AreaFigures {
     };
     static constexpr Units sqm = QArea::AU_SQM, sqft = QArea::AU_SQFT;
     static inline const ParseRow<Units> kParses[] = {
-        {"2", sqm, PARSE_DEFAULTED, 2},
         {"2", sqft, PARSE_DEFAULTED, 0.18580608},
         {"2 sqm", sqft, PARSE_EXACT, 2},
         {"2sqm", sqft, PARSE_EXACT, 2},
@@ -175,11 +153,7 @@ struct AreaFigures {
         {"1.1 sqm", sqm, PARSE_EXACT, static_cast<double>(1.1f)}, // read as a float
         {"2 SQM", sqm, PARSE_NONE, 0},
         {"2 sq", sqm, PARSE_NONE, 0},
-        {"2 cm", sqm, PARSE_NONE, 0},
         {"2 sqmmx", sqm, PARSE_NONE, 0},
-        {"2 sqyd", sqm, PARSE_NONE, 0},
-        {"2 m2", sqm, PARSE_NONE, 0},
-        {"2 cbm", sqm, PARSE_NONE, 0},
         {"1e39", sqm, PARSE_NONE, 0},
     };
     // Always a double, whatever the schema.
@@ -224,19 +198,15 @@ struct VolumeFigures {
     };
     static constexpr Units cbm = QVolume::VU_CBM, cbft = QVolume::VU_CBFT;
     static inline const ParseRow<Units> kParses[] = {
-        {"2", cbm, PARSE_DEFAULTED, 2},
         {"2", cbft, PARSE_DEFAULTED, 0.056633693184},
         {"2 cbm", cbft, PARSE_EXACT, 2},
-        {"2cbm", cbft, PARSE_EXACT, 2},
         {"2 cbft", cbm, PARSE_EXACT, 0.056633693184},
         {"500 cbcm", cbm, PARSE_EXACT, 0.0005},
         {"4 cbmm", cbm, PARSE_EXACT, 4e-9},
         {"-2 cbin", cbm, PARSE_EXACT, -3.2774128e-5},
         {"2 CBM", cbm, PARSE_NONE, 0},
         {"2 cb", cbm, PARSE_NONE, 0},
-        {"2 sqm", cbm, PARSE_NONE, 0},
         {"2 cbmmx", cbm, PARSE_NONE, 0},
-        {"2 m3", cbm, PARSE_NONE, 0},
         {"inf cbm", cbm, PARSE_NONE, 0},
     };
     static inline const LoadRow kLoads[] = {
@@ -282,7 +252,6 @@ struct AngleFigures {
     static constexpr Units deg = QAngle::ANGU_DEG, rad = QAngle::ANGU_RAD;
     static constexpr double kRadian = 180 / std::numbers::pi;
     static inline const ParseRow<Units> kParses[] = {
-        {"45", deg, PARSE_DEFAULTED, 45},
         {" 45.5 ", deg, PARSE_DEFAULTED, 45.5},
         {"45 deg", rad, PARSE_EXACT, 45},
         {"45deg", rad, PARSE_EXACT, 45},
@@ -292,9 +261,6 @@ struct AngleFigures {
         {"90 DEG", deg, PARSE_NONE, 0},
         {"90 degrees", deg, PARSE_NONE, 0},
         {"90 d", deg, PARSE_NONE, 0},
-        {"90 dar", deg, PARSE_NONE, 0},
-        {"90 deg x", deg, PARSE_NONE, 0},
-        {"90 grad", deg, PARSE_NONE, 0},
     };
     // Tenths of a degree up to schema 107, then a double.
     static inline const LoadRow kLoads[] = {
