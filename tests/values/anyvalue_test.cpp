@@ -149,8 +149,6 @@ TEST_F(AnyValueTest, SetTypeOutsideTheRangeAndConstructionFromTextListsAndRates)
     QAnyValue value(u"text");
     value.SetType(static_cast<QAnyValue::TYPE>(20));
     EXPECT_EQ(static_cast<int>(value.Type()), 20);
-    EXPECT_FALSE(value.IsEmpty());
-    EXPECT_FALSE(value.IsError());
     EXPECT_EQ(Utf8(value.TypeName()), "#EMPTY");
     value.SetType(QAnyValue::TYPE_NA);
     EXPECT_TRUE(value.IsNA());
