@@ -156,11 +156,11 @@ struct AreaFigures {
         {"2 sqmmx", sqm, PARSE_NONE, 0},
         {"1e39", sqm, PARSE_NONE, 0},
     };
-    // Always a double, whatever the schema.
+    // Always a double, also at the schemas where lengths and angles still read tenths.
     static inline const LoadRow kLoads[] = {
-        {0, kOneAndAHalf, 1.5},   {16, DoubleBytes(-0.25), -0.25},
-        {17, kOneAndAHalf, 1.5},  {107, DoubleBytes(-0.25), -0.25},
-        {108, kOneAndAHalf, 1.5}, {CArchive::noSchema, DoubleBytes(-0.25), -0.25},
+        {16, DoubleBytes(-0.25), -0.25},
+        {107, kOneAndAHalf, 1.5},
+        {CArchive::noSchema, DoubleBytes(-0.25), -0.25},
     };
     static inline const FormatRow<Units> kFormats[] = {
         {1.5, sqm, false, "1.50"},
@@ -210,9 +210,9 @@ struct VolumeFigures {
         {"inf cbm", cbm, PARSE_NONE, 0},
     };
     static inline const LoadRow kLoads[] = {
-        {0, DoubleBytes(-0.25), -0.25},   {16, kOneAndAHalf, 1.5},
-        {17, DoubleBytes(-0.25), -0.25},  {107, kOneAndAHalf, 1.5},
-        {108, DoubleBytes(-0.25), -0.25}, {CArchive::noSchema, kOneAndAHalf, 1.5},
+        {16, kOneAndAHalf, 1.5},
+        {107, DoubleBytes(-0.25), -0.25},
+        {CArchive::noSchema, kOneAndAHalf, 1.5},
     };
     static inline const FormatRow<Units> kFormats[] = {
         {1.5, cbm, false, "1.50"},
