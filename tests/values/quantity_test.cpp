@@ -215,11 +215,9 @@ struct VolumeFigures {
         {CArchive::noSchema, kOneAndAHalf, 1.5},
     };
     static inline const FormatRow<Units> kFormats[] = {
-        {1.5, cbm, false, "1.50"},
         {1.5, cbm, true, "1.50 cbm"},
         {0.028316846592 * 2.5, cbft, true, "2.50 cbft"},
         {1e-6, QVolume::VU_CBCM, true, "1.00 cbcm"},
-        {1.5, QVolume::VU_RAW, true, "1.50"},
     };
     static inline const HugeReports kHuge = {
         {"Volume CArchive>> reading"}, {"volume"}, {"loaded.drw"}, DoubleBytes(1e30)};
@@ -274,7 +272,6 @@ struct AngleFigures {
         {45, deg, true, "45.00 deg"},
         {45, rad, true, "0.79 rad"},
         {45, QAngle::ANGU_TENTHDEG, true, "450.00"},
-        {-0.5, QAngle::ANGU_RAW, false, "-0.50"},
     };
     static inline const HugeReports kHuge = {
         {"Angle CArchive>> loading", "Angle CArchive<< storing"},

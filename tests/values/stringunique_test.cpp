@@ -54,7 +54,6 @@ TEST(StringUnique, CanonicalFormsOfEachKind) {
         {"PropId", u"3D", u"_3D"},
         {"PropId", u".5x", u"_5x"},
         {"PropId", u"  padded  ", u"padded"},
-        {"PropId", u"a.b", u"a_b"},
         {"PropId", u"a~b", u"a_b"},
         {"PropId", u"cell[2]", u"cell[2]"},
         {"PropId", u"open[", u"open_"},
