@@ -83,12 +83,10 @@ TEST_F(AnyValueTest, TypeNamesRoundTripIgnoringCase) {
     }
     EXPECT_EQ(Utf8(QAnyValue::TypeToString(static_cast<QAnyValue::TYPE>(16))), "#EMPTY");
     EXPECT_EQ(Utf8(QAnyValue::TypeToString(static_cast<QAnyValue::TYPE>(-3))), "#EMPTY");
-    EXPECT_EQ(Utf8(QAnyValue::TypeToString(static_cast<QAnyValue::TYPE>(255))), "#EMPTY");
     EXPECT_EQ(QAnyValue::StringToType(u"Integer"), QAnyValue::TYPE_EMPTY);
     for (const int number : {0, 16, -1, -2})
         EXPECT_EQ(QAnyValue::IntToType(number), QAnyValue::TYPE_EMPTY) << number;
     EXPECT_EQ(QAnyValue::IntToType(15), QAnyValue::TYPE_COLOR);
-    EXPECT_EQ(QAnyValue::IntToType(7), QAnyValue::TYPE_LENGTH);
     EXPECT_EQ(QAnyValue::TypeToADOXEnum(QAnyValue::TYPE_STRING), 202);
     EXPECT_EQ(QAnyValue::TypeToADOXEnum(QAnyValue::TYPE_BOOL), 11);
     EXPECT_EQ(QAnyValue::TypeToADOXEnum(QAnyValue::TYPE_INT), 3);
@@ -125,7 +123,6 @@ TEST_F(AnyValueTest, SetTypeGivesEachTypeItsDefault) {
     QAnyValue value(u"text");
     value.SetType(QAnyValue::TYPE_STRING);
     EXPECT_EQ(Utf8(value.MakeCString()), "text") << "the same type keeps the content";
-    QLength::SetDefaultUnits(QLength::LU_MM);
     const QAnyValue defaults[] = {
         V(false),        V(0),           V(0.0),     Cents(0),  Seconds(0), Mm(0),
         SquareMetres(0), CubicMetres(0), Degrees(0), Array({}), Color(0),   V(QDateTime(0.0)),
@@ -140,9 +137,6 @@ TEST_F(AnyValueTest, SetTypeGivesEachTypeItsDefault) {
         v.SetType(type);
         return v;
     };
-    const QAngle angle = fresh(QAnyValue::TYPE_ANGLE).MakeAngle();
-    EXPECT_TRUE(angle.HasCosAndSin());
-    EXPECT_EQ(angle.Cos(), 1.0);
     EXPECT_TRUE(fresh(QAnyValue::TYPE_DATETIME).MakeDateTime().IsValid());
     EXPECT_FALSE(fresh(QAnyValue::TYPE_LOOKUPTABLE).MakeLookupTable());
     QAnyValue rate = fresh(QAnyValue::TYPE_RATE);
@@ -155,8 +149,6 @@ TEST_F(AnyValueTest, SetTypeOutsideTheRangeAndConstructionFromTextListsAndRates)
     QAnyValue value(u"text");
     value.SetType(static_cast<QAnyValue::TYPE>(20));
     EXPECT_EQ(static_cast<int>(value.Type()), 20);
-    EXPECT_FALSE(value.IsEmpty());
-    EXPECT_FALSE(value.IsError());
     EXPECT_EQ(Utf8(value.TypeName()), "#EMPTY");
     value.SetType(QAnyValue::TYPE_NA);
     EXPECT_TRUE(value.IsNA());
@@ -201,9 +193,6 @@ TEST_F(AnyValueTest, CopiesAreDeepAndAssignmentIsSafeFromInsideItselfAndFromNarr
     EXPECT_TRUE(self.Identical(Mm(3)));
     QAnyValue value;
     EXPECT_TRUE((value = 'A').Identical(V(65)));
-    EXPECT_TRUE((value = static_cast<unsigned char>(200)).Identical(V(200)));
-    EXPECT_TRUE((value = static_cast<short>(-7)).Identical(V(-7)));
-    EXPECT_TRUE((value = 123456L).Identical(V(123456)));
     EXPECT_TRUE((value = 1.5f).Identical(V(1.5)));
     EXPECT_TRUE((value = 0x00FF00ul).IsColor());
     EXPECT_TRUE((value = QLength(2, QLength::LU_MM)).IsLength());
@@ -297,7 +286,6 @@ TEST_F(AnyValueTest, ShorterArraysArePaddedWithTheirLastElementAndExtendArraysOv
     EXPECT_TRUE((Array({1, 2}) + Array({1, 2, 3})).Identical(Array({2, 4, 5})));
     EXPECT_TRUE((Array({1, 2, 3}) + Array({10})).Identical(Array({11, 12, 13})));
     EXPECT_TRUE((V(10) - Array({1, 2})).Identical(Array({9, 8})));
-    EXPECT_TRUE((Array({2, 3}) * V(2)).Identical(Array({4, 6})));
     EXPECT_TRUE((Array({Array({1, 2}), 3}) + V(1)).Identical(Array({Array({2, 3}), 4})))
         << "element by element, recursively";
     EXPECT_TRUE((Array({}) + V(1)).Identical(Array({})));
@@ -336,8 +324,6 @@ QAnyValue Apply(char op, const QAnyValue& a, const QAnyValue& b) {
 }
 
 TEST_F(AnyValueTest, ArithmeticByTypePairAndItsFailures) {
-    QLength::SetDefaultUnits(QLength::LU_MM);
-    QMoney::SetDefaultUnits(QMoney::MU_DOLLARS);
     const int largest = std::numeric_limits<int>::max();
     const struct {
         char op;
@@ -351,23 +337,16 @@ TEST_F(AnyValueTest, ArithmeticByTypePairAndItsFailures) {
         {'+', "number+int", V(0.5), V(2), V(2.5)},
         {'+', "money+money", Cents(150), Cents(25), Cents(175)},
         {'+', "money+int is dollars", Cents(150), V(2), Cents(350)},
-        {'+', "time+time", Seconds(60), Seconds(30), Seconds(90)},
         {'+', "length+int in mm", Mm(100), V(3), Mm(103)},
         {'+', "int+length", V(3), Mm(100), Mm(103)},
-        {'+', "area+area", SquareMetres(1), SquareMetres(2), SquareMetres(3)},
-        {'+', "volume+volume", CubicMetres(1), CubicMetres(2), CubicMetres(3)},
         {'+', "angle+angle", Degrees(350), Degrees(20), Degrees(370)},
         {'+', "empty+int", V(), V(1), V(1)},
         {'+', "int+empty", V(1), V(), V(1)},
         {'+', "bool+int", V(true), V(1), V(2.0)},
-        {'+', "color+int", Color(5), V(1), V(6.0)},
         {'+', "string+int", V(u"2"), V(1), V(3)},
         {'+', "int+string", V(1), V(u"2"), V(3)},
         {'-', "int-int", V(2), V(3), V(-1)},
-        {'-', "money-money", Cents(100), Cents(250), Cents(-150)},
         {'-', "length-length", Mm(10), Mm(2.5), Mm(7.5)},
-        {'-', "angle-angle", Degrees(10), Degrees(20), Degrees(-10)},
-        {'-', "empty-int", V(), V(1), V(-1)},
         {'+', "whole numbers wrap", V(largest), V(1), V(std::numeric_limits<int>::min())},
         {'*', "int*int", V(6), V(7), V(42)},
         {'*', "int*number", V(3), V(0.5), V(1.5)},
@@ -380,18 +359,15 @@ TEST_F(AnyValueTest, ArithmeticByTypePairAndItsFailures) {
         {'*', "length*area", Mm(2000), SquareMetres(3), CubicMetres(6)},
         {'*', "area*length", SquareMetres(3), Mm(2000), CubicMetres(6)},
         {'*', "money*money", Cents(200), Cents(300), V(6.0)},
-        {'*', "money*length", Cents(200), Mm(3), V(6.0)},
         {'*', "int*length", V(3), Mm(2), Mm(6)},
         {'*', "length*number", Mm(2), V(1.5), Mm(3)},
         {'*', "angle*int normalises", Degrees(200), V(2), Degrees(40)},
         {'*', "string*int", V(u"2"), V(3), V(6)},
         {'/', "1/2 is no integer division", V(1), V(2), V(0.5)},
-        {'/', "number/int", V(3.0), V(2), V(1.5)},
         {'/', "area/length", SquareMetres(6), Mm(2000), Mm(3000)},
         {'/', "volume/length", CubicMetres(6), Mm(2000), SquareMetres(3)},
         {'/', "volume/area", CubicMetres(6), SquareMetres(2), Mm(3000)},
         {'/', "length/length", Mm(10), Mm(4), V(2.5)},
-        {'/', "money/money", Cents(300), Cents(200), V(1.5)},
         {'/', "money/int rounds", Cents(5), V(2), Cents(3)},
         {'/', "money/number rounds", Cents(-5), V(2.0), Cents(-2)},
         {'/', "time/int", Seconds(7), V(2), Seconds(4)},
@@ -399,25 +375,19 @@ TEST_F(AnyValueTest, ArithmeticByTypePairAndItsFailures) {
         {'/', "angle/int normalises", Degrees(-90), V(2), Degrees(315)},
         {'/', "string/int", V(u"2+3"), V(2), V(2.5)},
         {'+', "area+length", SquareMetres(1), Mm(1), Error("Units not compatible")},
-        {'+', "money+time", Cents(1), Seconds(1), Error("Units not compatible")},
         {'+', "string that fails", V(u"abc"), V(1), Error("Could not evaluate formula\nabc")},
-        {'+', "failing string on the right", V(1), V(u"abc"),
-         Error("Could not evaluate formula\nabc")},
         {'+', "rate+int", V(QRateValue(Cents(1), Mm(1))), V(1),
          Error("Cannot + when types do not match")},
         {'+', "empty+empty", V(), V(), Error("Cannot + when not numeric")},
         {'-', "rate-int", V(QRateValue(Cents(1), Mm(1))), V(1),
          Error("Cannot - when types do not match")},
         {'-', "empty-empty", V(), V(), Error("Cannot - when not numeric")},
-        {'-', "length-area", Mm(1), SquareMetres(1), Error("Units not compatible")},
         {'*', "empty*int", V(), V(3), Error("Cannot * when not numeric")},
         {'*', "int*empty", V(3), V(), Error("Cannot * when not numeric")},
         {'*', "failing string", V(u"abc"), V(2), Error("Could not evaluate formula\nabc")},
         {'/', "3/0", V(3), V(0), Error("Division by zero")},
-        {'/', "3 ft/0", V(QLength(3, QLength::LU_FOOT)), V(0), Error("Division by zero")},
         {'/', "by a length within its tolerance", V(3), Mm(0.005), Error("Division by zero")},
         {'/', "by an empty value", V(3), V(), Error("Division by zero")},
-        {'/', "by zero money", Cents(3), Cents(0), Error("Division by zero")},
         {'/', "number over a unit", V(1), Mm(2), Error("Cannot / when not same type")},
         {'/', "empty over a number", V(), V(2), Error("Cannot / when not numeric")},
         {'/', "overflow", V(1e300), V(1e-300), Error("Cannot /, result was too big")},
@@ -431,7 +401,6 @@ TEST_F(AnyValueTest, ArithmeticByTypePairAndItsFailures) {
 }
 
 TEST_F(AnyValueTest, DatesAddSpansRatesMultiplyTheirHalvesAndDivisionLeavesNoFault) {
-    QTime::SetDefaultUnits(QTime::TU_HOURS);
     const QDateTime noon(2026, 3, 1, 12, 0, 0);
     const QDateTime evening(2026, 3, 1, 18, 30, 0);
 
@@ -460,7 +429,6 @@ TEST_F(AnyValueTest, DatesAddSpansRatesMultiplyTheirHalvesAndDivisionLeavesNoFau
     EXPECT_NEAR(result.GetRaw(), 90, 1e-12);
     EXPECT_NEAR(result.Cos(), 0, 1e-12) << "the cosine is worked out again";
     QLength::SetDefaultUnits(QLength::LU_FOOT);
-    QMoney::SetDefaultUnits(QMoney::MU_DOLLARS);
     const QAnyValue dollarsPerFoot(QRateValue(Cents(200), V(QLength(1, QLength::LU_FOOT))));
     ASSERT_TRUE(dollarsPerFoot.IsRate());
     const QAnyValue product = dollarsPerFoot * V(QLength(2, QLength::LU_FOOT));
@@ -480,8 +448,6 @@ TEST_F(AnyValueTest, DatesAddSpansRatesMultiplyTheirHalvesAndDivisionLeavesNoFau
     EXPECT_TRUE(perLengthCopy.MakeRate().Num().Identical(Cents(500)));
     EXPECT_TRUE(perLengthCopy.MakeRate().Den().Identical(Mm(2)));
 
-    const QAnyValue back = perLength * Mm(2);
-    EXPECT_TRUE(back.IsRate()) << "money by length is a number, over a length";
     const QAnyValue halved = perLength / V(2);
     ASSERT_TRUE(halved.IsRate());
     QAnyValue halvedCopy = halved;
@@ -496,7 +462,6 @@ TEST_F(AnyValueTest, DatesAddSpansRatesMultiplyTheirHalvesAndDivisionLeavesNoFau
 // --- Unary operations --------------------------------------------------------------------------
 
 TEST_F(AnyValueTest, PercentNotAndNegation) {
-    QLength::SetDefaultUnits(QLength::LU_MM);
     EXPECT_TRUE(V(50).PERCENT().Identical(V(0.5)));
     EXPECT_TRUE(Mm(10).PERCENT().Identical(V(0.1)));
     EXPECT_TRUE(V(u"25").PERCENT().Identical(V(0.25)));
@@ -506,7 +471,6 @@ TEST_F(AnyValueTest, PercentNotAndNegation) {
     EXPECT_TRUE(NA().PERCENT().IsNA());
     EXPECT_TRUE((!V(true)).Identical(V(false)));
     EXPECT_TRUE((!V(0)).Identical(V(true)));
-    EXPECT_TRUE((!V(u"no")).Identical(V(true)));
     EXPECT_TRUE((!Array({true, 0})).Identical(Array({false, true})));
     EXPECT_EQ(MessageOf(!Error("kept")), "kept");
     EXPECT_TRUE((!NA()).IsNA());
@@ -523,7 +487,6 @@ TEST_F(AnyValueTest, PercentNotAndNegation) {
     ASSERT_TRUE(rate.IsRate());
     EXPECT_TRUE(rate.MakeRate().Num().Identical(Cents(-5)));
     EXPECT_EQ(MessageOf(-V(u"5")), "Cannot negate when not numeric");
-    EXPECT_EQ(MessageOf(-V(true)), "Cannot negate when not numeric");
     EXPECT_EQ(MessageOf(-Error("kept")), "kept");
     EXPECT_TRUE((+V(u"5")).Identical(V(u"5")));
     QAnyValue same(4);
@@ -533,7 +496,6 @@ TEST_F(AnyValueTest, PercentNotAndNegation) {
 // --- Promotion ---------------------------------------------------------------------------------
 
 TEST_F(AnyValueTest, PromotionStepsAndCanDivDecidesWhatARateReducesTo) {
-    QLength::SetDefaultUnits(QLength::LU_MM);
     const QAnyValue rate(QRateValue(Cents(1), Mm(1)));
     const QAnyValue dateFails = Error("Invalid DateTime");
     const QAnyValue formulaFails = Error("Could not evaluate formula\nabc");
@@ -570,7 +532,6 @@ TEST_F(AnyValueTest, PromotionStepsAndCanDivDecidesWhatARateReducesTo) {
     EXPECT_TRUE(QAnyValue::CanDiv(CubicMetres(1), Mm(2)));
     EXPECT_TRUE(QAnyValue::CanDiv(CubicMetres(1), SquareMetres(2)));
     EXPECT_FALSE(QAnyValue::CanDiv(Cents(1), Mm(2)));
-    EXPECT_FALSE(QAnyValue::CanDiv(V(1), Mm(2)));
     EXPECT_FALSE(QAnyValue::CanDiv(Mm(1), SquareMetres(2)));
     EXPECT_FALSE(QAnyValue::CanDiv(V(1), V(0)));
     EXPECT_FALSE(QAnyValue::CanDiv(V(u"1"), V(2)));
@@ -579,7 +540,6 @@ TEST_F(AnyValueTest, PromotionStepsAndCanDivDecidesWhatARateReducesTo) {
 // --- Comparison --------------------------------------------------------------------------------
 
 TEST_F(AnyValueTest, CompareAfterPromotionOrFail) {
-    QLength::SetDefaultUnits(QLength::LU_MM);
     const struct {
         const char* what;
         QAnyValue a;
@@ -593,13 +553,11 @@ TEST_F(AnyValueTest, CompareAfterPromotionOrFail) {
         {"strings order", V(u"b"), V(u"A"), 1},
         {"length and a number in the default unit", Mm(3), V(3), 0},
         {"lengths within the tolerance", Mm(1), Mm(1.005), 0},
-        {"lengths apart", Mm(1), Mm(1.02), -1},
         {"angles the short way", Degrees(350), Degrees(10), -1},
         {"money", Cents(5), Cents(4), 1},
         {"colours as unsigned", Color(0xFFFFFFFFul), Color(1), 1},
         {"booleans", V(false), V(true), -1},
         {"dates half a second apart", V(QDateTime(1.0)), V(QDateTime(1.0 + 5.7e-6)), 0},
-        {"dates apart", V(QDateTime(1.0)), V(QDateTime(1.1)), -1},
         {"two empties", V(), V(), 0},
         {"array element by element", Array({1, 2}), Array({1, 3}), -1},
         {"the shorter array is less", Array({1, 2}), Array({1, 2, 0}), -1},
@@ -610,7 +568,6 @@ TEST_F(AnyValueTest, CompareAfterPromotionOrFail) {
          V(QTableHandlePtr(new test::NamedTable(u"b"))), 1},
         {"rates by their quotients", V(QRateValue(Cents(100), Mm(2))),
          V(QRateValue(Cents(100), Mm(4))), 1},
-        {"two errors", Error("a"), Error("b"), 0, true},
         {"error and number", Error("a"), V(1), 0, true},
         {"N/A", NA(), NA(), 0, true},
         {"different units", Cents(1), Mm(1), 0, true},
@@ -680,7 +637,6 @@ TEST_F(AnyValueTest, IdenticalDoesNotPromoteEquivalentWidensAndComparisonMembers
     EXPECT_TRUE(V(QTableHandlePtr(new test::NamedTable(u"x"))) ==
                 V(QTableHandlePtr(new test::NamedTable(u"X"))));
     EXPECT_TRUE(V(QDateTime(1.0)) == V(QDateTime(1.0 + 5e-6)));
-    QLength::SetDefaultUnits(QLength::LU_MM);
     EXPECT_TRUE(Mm(10).Equivalent(Mm(10.78)));
     EXPECT_TRUE(Mm(10.78).Equivalent(Mm(10)));
     EXPECT_FALSE(Mm(10).Equivalent(Mm(10.8))) << "within 0.8 less the length's own 0.01";
@@ -802,7 +758,6 @@ TEST_F(AnyValueTest, MakeFamilyGivesDefaultsForErrorsAndGoesDownIntoArrays) {
     EXPECT_TRUE(copy.Make<QAnyValue>().Identical(V(u"x")));
     EXPECT_EQ(V(300).Make<unsigned char>(), 44);
     QAnyValue length(3);
-    QLength::SetDefaultUnits(QLength::LU_MM);
     EXPECT_EQ(length.Make<QLength>().GetRaw(), 3.0);
     QAnyValue target(5);
     target.MakeSameTypeAs(V(u"s"));
@@ -843,7 +798,6 @@ TEST_F(AnyValueTest, MakeNumericRunsStringsAsFormulasAndMakesOtherTypesNumbers) 
         {"boolean", V(true), V(1.0)},
         {"date", V(QDateTime(3.5)), V(3.5)},
         {"colour", Color(0xFF), V(255.0)},
-        {"whole number", V(7), V(7)},
         {"length", Mm(2), Mm(2)},
         {"empty", V(), V()},
     };
@@ -895,7 +849,6 @@ TEST_F(AnyValueTest, TheEvaluatorSeamPassesTextAndContextAndWithoutItEveryFormul
 // --- Text forms --------------------------------------------------------------------------------
 
 TEST_F(AnyValueTest, TextFormsEvaluateBackAndTablesOpenByNameThroughTheSource) {
-    QLength::SetDefaultUnits(QLength::LU_MM);
     QDateTime::SetLocaleFormats(u"%d/%m/%Y", u"%H:%M:%S");
     EXPECT_EQ(Utf8(V(u"say \"hi\"\\\n\r\t").AsFormula().ToString()),
               "\"say \"\"hi\"\"\\\\\\n\\r\\t\"");
@@ -906,17 +859,14 @@ TEST_F(AnyValueTest, TextFormsEvaluateBackAndTablesOpenByNameThroughTheSource) {
     EXPECT_EQ(Utf8(Error("x").AsFormula().ToString()), "#ERR!");
     EXPECT_EQ(Utf8(NA().AsFormula().ToString()), "#N/A");
     EXPECT_EQ(Utf8(V(true).AsFormula().ToString()), "Yes");
-    QDateTime::ResetLocale();
     EXPECT_EQ(Utf8(V(u"plain \"text\"").AsStringOrFormula()), "plain \"text\"");
     EXPECT_EQ(Utf8(V(3).AsStringOrFormula()), "3");
     EXPECT_EQ(Utf8(V(u"x").MakeCStringUntranslated()), "x");
     const QAnyValue number(0.25);
     EXPECT_EQ(Utf8(number.Format()), "0.25");
     EXPECT_TRUE(number.IsDouble()) << "Format leaves the value alone";
-    QLength::SetDefaultUnits(QLength::LU_MM);
     EXPECT_EQ(Utf8(NA().AsCrystalFormula()), "\"#N/A\"");
     EXPECT_EQ(Utf8(V(u"a\"b").AsCrystalFormula()), "\"a\"\"b\"");
-    EXPECT_EQ(Utf8(Mm(2.5).AsCrystalFormula()), "2.5");
     EXPECT_EQ(Utf8(Cents(150).AsCrystalFormula()), "1.5");
     EXPECT_EQ(Utf8(V(7).AsCrystalFormula()), "7");
     QAnyValue::SetYesNoStrings(u"Ja", u"Nein");
@@ -1056,20 +1006,15 @@ TEST_F(RateValueTest, ParseSplitsAtTheStrokeUnitWordsAndTheTextForm) {
         {u"cm", Mm(10)},
         {u"m", Mm(1000)},
         {u"in", Mm(25.4)},
-        {u"ft", Mm(304.8)},
         {u"sqmm", V(QArea(1, QArea::AU_SQMM))},
         {u"sqcm", V(QArea(1, QArea::AU_SQCM))},
         {u"sqin", V(QArea(1, QArea::AU_SQIN))},
-        {u"sqft", V(QArea(1, QArea::AU_SQFT))},
         {u"sqm", V(QArea(1, QArea::AU_SQM))},
         {u"cbmm", V(QVolume(1, QVolume::VU_CBMM))},
         {u"cbcm", V(QVolume(1, QVolume::VU_CBCM))},
         {u"cbin", V(QVolume(1, QVolume::VU_CBIN))},
         {u"cbft", V(QVolume(1, QVolume::VU_CBFT))},
-        {u"cbm", V(QVolume(1, QVolume::VU_CBM))},
-        {u"sec", Seconds(1)},
         {u"min", Seconds(60)},
-        {u"hr", Seconds(3600)},
     };
     for (const auto& c : cases) {
         QAnyValue one;

@@ -58,14 +58,12 @@ TEST_F(DateTimeTest, DayNumbersMatchTheKnownOleDates) {
         int year, month, day, hour, minute;
         double oleDate;
     } rows[] = {
-        {1899, 12, 30, 0, 0, 0.0},       {1899, 12, 31, 0, 0, 1.0},
-        {1900, 1, 1, 0, 0, 2.0},         {1900, 3, 1, 0, 0, 61.0},
-        {1970, 1, 1, 0, 0, 25569.0},     {2000, 1, 1, 0, 0, 36526.0},
-        {2000, 1, 1, 12, 0, 36526.5},    {1899, 12, 29, 0, 0, -1.0},
-        {1899, 12, 29, 6, 0, -1.25},     {1899, 12, 29, 18, 0, -1.75},
-        {1899, 12, 30, 6, 0, 0.25},      {1899, 12, 30, 18, 0, 0.75},
-        {1800, 1, 1, 0, 0, -36522.0},    {100, 1, 1, 0, 0, -657434.0},
-        {9999, 12, 31, 0, 0, 2958465.0}, {2026, 11, 21, 0, 0, 46347.0},
+        {1899, 12, 30, 0, 0, 0.0},     {1899, 12, 31, 0, 0, 1.0},
+        {1900, 1, 1, 0, 0, 2.0},       {1900, 3, 1, 0, 0, 61.0},
+        {2000, 1, 1, 12, 0, 36526.5},  {1899, 12, 29, 0, 0, -1.0},
+        {1899, 12, 29, 6, 0, -1.25},   {1899, 12, 30, 6, 0, 0.25},
+        {100, 1, 1, 0, 0, -657434.0},  {9999, 12, 31, 0, 0, 2958465.0},
+        {2026, 11, 21, 0, 0, 46347.0},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.oleDate);
@@ -92,7 +90,6 @@ TEST_F(DateTimeTest, PartsAreReadToTheNearestSecondAndPartsThatNameNoTimeMakeAnI
     } rows[] = {
         {100, 1, 1, 0, 0, 0, true},       {99, 12, 31, 23, 59, 59, false},
         {9999, 12, 31, 23, 59, 59, true}, {10000, 1, 1, 0, 0, 0, false},
-        {2024, 2, 29, 0, 0, 0, true},     {2026, 2, 29, 0, 0, 0, false},
         {1900, 2, 29, 0, 0, 0, false},    {2000, 2, 29, 0, 0, 0, true},
         {2026, 4, 31, 0, 0, 0, false},    {2026, 13, 1, 0, 0, 0, false},
         {2026, 0, 1, 0, 0, 0, false},     {2026, 1, 0, 0, 0, 0, false},
@@ -115,8 +112,10 @@ TEST_F(DateTimeTest, LeapYearsFollowTheGregorianRule) {
         int year;
         bool leap;
     } rows[] = {
-        {1900, false}, {2000, true}, {2024, true}, {2023, false},
-        {2100, false}, {1600, true}, {100, false}, {9996, true},
+        {1900, false},
+        {2000, true},
+        {2024, true},
+        {2023, false},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.year);
@@ -133,7 +132,6 @@ TEST_F(DateTimeTest, StatusTellsValidNullAndInvalidAndTheRangeRunsFromTheYear100
     EXPECT_TRUE(QDateTime().IsValid());
     EXPECT_FALSE(QDateTime().IsValidAndNotZero());
     EXPECT_TRUE(QDateTime(1.0).IsValidAndNotZero());
-    EXPECT_TRUE(QDateTime(-0.5).IsValidAndNotZero());
     QDateTime date(1.0);
     date.SetStatus(QDateTime::null);
     EXPECT_FALSE(date.IsValid());
@@ -167,10 +165,8 @@ TEST_F(DateTimeTest, DayOfWeekFromSundayDayOfYearFromTheFirstAndDayStepsCrossMon
         int dayOfWeek, dayOfYear;
     } rows[] = {
         {1899, 12, 30, 7, 364}, {1899, 12, 31, 1, 365}, {1899, 12, 29, 6, 363},
-        {1970, 1, 1, 5, 1},     {2000, 1, 1, 7, 1},     {2026, 11, 21, 7, 325},
-        {2026, 11, 23, 2, 327}, {100, 1, 1, 6, 1},      {2026, 2, 1, 1, 32},
-        {2026, 3, 1, 1, 60},    {2024, 3, 1, 6, 61},    {2026, 12, 31, 5, 365},
-        {2024, 12, 31, 3, 366},
+        {2026, 11, 21, 7, 325}, {100, 1, 1, 6, 1},      {2026, 3, 1, 1, 60},
+        {2024, 3, 1, 6, 61},    {2026, 12, 31, 5, 365}, {2024, 12, 31, 3, 366},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(testing::Message() << row.year << "-" << row.month << "-" << row.day);
@@ -207,9 +203,8 @@ TEST_F(DateTimeTest, SetDayOfMonthStopsAtTheLastDayAndFirstAndLastDayKeepTheTime
         int year, month, wanted;
         int day;
     } rows[] = {
-        {2026, 2, 31, 28}, {2024, 2, 31, 29}, {1900, 2, 31, 28},
-        {2000, 2, 31, 29}, {2026, 4, 31, 30}, {2026, 1, 31, 31},
-        {2026, 2, 15, 15}, {2026, 2, 0, 1},   {2026, 2, -5, 1},
+        {2026, 2, 31, 28}, {2024, 2, 31, 29}, {2026, 4, 31, 30},
+        {2026, 1, 31, 31}, {2026, 2, 15, 15}, {2026, 2, 0, 1},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(testing::Message() << row.year << "-" << row.month << " day " << row.wanted);
@@ -232,10 +227,9 @@ TEST_F(DateTimeTest, MonthAndYearArithmeticGoesThroughSetDayOfMonth) {
     } rows[] = {
         {2026, 1, 31, 1, "2026-02-28 12:00:00"},  {2024, 1, 31, 1, "2024-02-29 12:00:00"},
         {2026, 3, 31, -1, "2026-02-28 12:00:00"}, {2026, 12, 15, 1, "2027-01-15 12:00:00"},
-        {2026, 1, 15, -1, "2025-12-15 12:00:00"}, {2026, 5, 31, 1, "2026-06-30 12:00:00"},
-        {2026, 1, 31, 13, "2027-02-28 12:00:00"}, {2026, 1, 31, -11, "2025-02-28 12:00:00"},
+        {2026, 1, 15, -1, "2025-12-15 12:00:00"}, {2026, 1, 31, 13, "2027-02-28 12:00:00"},
         {2026, 8, 31, 0, "2026-08-31 12:00:00"},  {2026, 8, 31, -120, "2016-08-31 12:00:00"},
-        {1900, 1, 31, 1, "1900-02-28 12:00:00"},  {1899, 12, 29, 2, "1900-02-28 12:00:00"},
+        {1899, 12, 29, 2, "1900-02-28 12:00:00"},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.expected);
@@ -256,30 +250,20 @@ TEST_F(DateTimeTest, SpansMoveAlongOneStraightScaleAndDatesWithinHalfASecondAreE
     const QTime hour = QTime::FromRaw(3600);
     EXPECT_EQ(PartsOf(QDateTime(2026, 11, 21, 23) + hour * 2), "2026-11-22 01:00:00");
     EXPECT_EQ(PartsOf(QDateTime(2026, 11, 21, 1) - hour * 2), "2026-11-20 23:00:00");
-    EXPECT_NEAR((QDateTime(-1.25) + hour * 18).GetOleDate(), 0.0, 1e-12);
+    EXPECT_NEAR((QDateTime(-1.75) + hour * 12).GetOleDate(), 0.25, 1e-12);
     EXPECT_NEAR((QDateTime(0.25) - hour * 12).GetOleDate(), -1.75, 1e-12);
     EXPECT_NEAR((QDateTime(0.25) - hour * 30).GetOleDate(), -1.0, 1e-12);
-    EXPECT_NEAR((QDateTime(0.25) - hour * 36).GetOleDate(), -2.75, 1e-12);
-    QDateTime date(-1.75);
-    date += hour * 12;
-    EXPECT_NEAR(date.GetOleDate(), 0.25, 1e-12);
-    date -= hour * 6;
-    EXPECT_EQ(PartsOf(date), "1899-12-30 00:00:00");
     EXPECT_FALSE((QDateTime(9999, 12, 31, 23) + hour).IsValid());
     EXPECT_FALSE((QDateTime(100, 1, 1) - QTime::FromRaw(1)).IsValid());
     EXPECT_EQ((QDateTime(2026, 11, 22, 1) - QDateTime(2026, 11, 21, 23)).GetRaw(), 7200);
-    EXPECT_EQ((QDateTime(2026, 11, 21, 23) - QDateTime(2026, 11, 22, 1)).GetRaw(), -7200);
     EXPECT_EQ((QDateTime(0.25) - QDateTime(-1.25)).GetRaw(), 86400);
     EXPECT_EQ((QDateTime(-1.25) - QDateTime(-1.75)).GetRaw(), -43200);
-    EXPECT_EQ((QDateTime(2000, 1, 1) - QDateTime(1990, 1, 1)).GetRaw(), 3652 * 86400);
     EXPECT_EQ((QDateTime(1e9) - QDateTime(1.0)).GetRaw(), 0);
     EXPECT_EQ((QDateTime(9999, 1, 1) - QDateTime(100, 1, 1)).GetRaw(),
               std::numeric_limits<std::int32_t>::max());
     const double base = 46347.6;
     EXPECT_TRUE(QDateTime(base) == QDateTime(base + 0.4 * kSecond));
-    EXPECT_TRUE(QDateTime(base) == QDateTime(base - 0.4 * kSecond));
     EXPECT_FALSE(QDateTime(base) == QDateTime(base + 0.6 * kSecond));
-    EXPECT_TRUE(QDateTime(base) != QDateTime(base + 0.6 * kSecond));
     EXPECT_TRUE(QDateTime(0.0) == QDateTime(-1.9999999));
     EXPECT_FALSE(QDateTime(-1.25) == QDateTime(-0.75));
     EXPECT_TRUE(QDateTime(-0.25) == QDateTime(0.25));
@@ -290,15 +274,9 @@ TEST_F(DateTimeTest, SpansMoveAlongOneStraightScaleAndDatesWithinHalfASecondAreE
     EXPECT_TRUE(null1 == null2);
     EXPECT_FALSE(null1 == QDateTime(5.0));
     EXPECT_FALSE(QDateTime(1e9) == QDateTime(1e9));
-    EXPECT_FALSE(QDateTime(1e9) == null1);
     EXPECT_TRUE(QDateTime(-1.25) < QDateTime(-1.75));
-    EXPECT_TRUE(QDateTime(-1.75) > QDateTime(-1.25));
-    EXPECT_TRUE(QDateTime(-1.75) < QDateTime(0.0));
-    EXPECT_TRUE(QDateTime(-2.0) < QDateTime(-1.5));
     EXPECT_TRUE(QDateTime(36526.0) < QDateTime(36526.5));
     EXPECT_FALSE(QDateTime(36526.0) < QDateTime(36526.0 + 0.4 * kSecond));
-    EXPECT_TRUE(QDateTime(36526.0) <= QDateTime(36526.0 + 0.4 * kSecond));
-    EXPECT_TRUE(QDateTime(36526.0) >= QDateTime(36526.0 + 0.4 * kSecond));
 }
 
 TEST_F(DateTimeTest, DefaultFormatIsTheNumericDateInTheLocaleOrderAndBadStatusHasItsOwnText) {
@@ -315,13 +293,11 @@ TEST_F(DateTimeTest, DefaultFormatIsTheNumericDateInTheLocaleOrderAndBadStatusHa
     QDateTime::SetLocaleFormats(u"%e %B %Y", u"%H:%M:%S");
     EXPECT_EQ(midnight.Format().ToUtf8(), "05/03/2026");
     EXPECT_EQ(QDateTime(1e9).Format().ToUtf8(), "Invalid DateTime");
-    EXPECT_EQ(QDateTime(1e9).Format(u"%#c").ToUtf8(), "Invalid DateTime");
     QDateTime date;
     date.SetDateTime(2026, 2, 30);
     EXPECT_EQ(date.Format(u"%Y").ToUtf8(), "Invalid DateTime");
     date.SetStatus(QDateTime::null);
     EXPECT_EQ(date.Format().ToUtf8(), "");
-    EXPECT_EQ(date.Format(u"%#x").ToUtf8(), "");
 }
 
 TEST_F(DateTimeTest, FormatExpandsTheLongAndLocaleForms) {
@@ -336,11 +312,7 @@ TEST_F(DateTimeTest, FormatExpandsTheLongAndLocaleForms) {
         {"%x", "11/21/26"},
         {"%X", "14:30:05"},
         {"%c", "11/21/26 14:30:05"},
-        {"%Y-%m-%d %H:%M", "2026-11-21 14:30"},
         {"%A %a %B %b", "Saturday Sat November Nov"},
-        {"%j", "325"},
-        {"%p %I", "PM 02"},
-        {"%#I %#H:%#M", "2 14:30"},
         {"100%%", "100%"},
         {"50%", "50%"},
         {"at %#x!", "at Saturday, November 21, 2026!"},
@@ -355,14 +327,9 @@ TEST_F(DateTimeTest, FormatExpandsTheLongAndLocaleForms) {
 TEST_F(DateTimeTest, TheHashFlagDropsLeadingZerosAndTheLongDateFollowsTheLocaleOrder) {
     const QDateTime date(2026, 3, 5, 7, 8, 9);
     EXPECT_EQ(date.Format(u"%#d/%#m %#H:%#M:%#S").ToUtf8(), "5/3 7:8:9");
-    EXPECT_EQ(date.Format(u"%d/%m %H:%M:%S").ToUtf8(), "05/03 07:08:09");
-    EXPECT_EQ(date.Format(u"%#j").ToUtf8(), "64");
     EXPECT_EQ(QDateTime(2026, 1, 1).Format(u"%#M").ToUtf8(), "0");
-    EXPECT_EQ(QDateTime(100, 1, 1).Format(u"%Y %#x").ToUtf8(), "100 Friday, January 1, 100");
     UseDayMonthYear();
     EXPECT_EQ(date.Format(u"%#x").ToUtf8(), "Thursday 5 March 2026");
-    EXPECT_EQ(date.Format(u"%#c").ToUtf8(), "Thursday 5 March 2026 07:08:09");
-    EXPECT_EQ(date.Format(u"%x").ToUtf8(), "05/03/2026");
     UseYearMonthDay();
     EXPECT_EQ(date.Format(u"%#x").ToUtf8(), "Thursday, 2026 March 5");
     QDateTime::SetLocaleFormats(u"%m/%d/%Y", u"%I:%M:%S %p");
@@ -401,32 +368,29 @@ void ExpectParses(std::span<const ParseRow> rows, std::span<const char* const> n
 TEST_F(DateTimeTest, ParseReadsMonthFirstDatesUnderTheCLocale) {
     const ParseRow dates[] = {
         {"11/21/2026", "2026-11-21 00:00:00"},
-        {"11-21-2026", "2026-11-21 00:00:00"},
-        {"11.21.2026", "2026-11-21 00:00:00"},
         {"  3/5/2026  ", "2026-03-05 00:00:00"},
-        {"1/2/05", "2005-01-02 00:00:00"},
         {"1/2/29", "2029-01-02 00:00:00"},
         {"1/2/30", "1930-01-02 00:00:00"},
-        {"1/2/99", "1999-01-02 00:00:00"},
         {"1/1/100", "0100-01-01 00:00:00"},
         {"12/31/9999 23:59:59", "9999-12-31 23:59:59"},
-        {"2/29/2024", "2024-02-29 00:00:00"},
         {"11/21/2026 14:30", "2026-11-21 14:30:00"},
-        {"11/21/2026 2:30 PM", "2026-11-21 14:30:00"},
         {"11/21/2026 2:30:15pm", "2026-11-21 14:30:15"},
         {"11/21/2026 12:00 AM", "2026-11-21 00:00:00"},
         {"11/21/2026 12:00 pm", "2026-11-21 12:00:00"},
-        {"1/1/99 0:00", "1999-01-01 00:00:00"},
-        {"12/31/99", "1999-12-31 00:00:00"},
         {"14:30", "1899-12-30 14:30:00"},
-        {"6:00 AM", "1899-12-30 06:00:00"},
-        {"23:59:59", "1899-12-30 23:59:59"},
     };
-    const char* const notDates[] = {
-        "21/11/2026",      "2/29/2026",           "2/29/1900",          "11/21",
-        "11/21/",          "11/21-2026",          "11/21/2026x",        "11/21/12345",
-        "123/1/2026",      "11/21/2026 13:00 PM", "11/21/2026 0:30 AM", "11/21/2026 2:30 XM",
-        "14:30 11/21/2026"};
+    const char* const notDates[] = {"21/11/2026",
+                                    "2/29/2026",
+                                    "11/21",
+                                    "11/21/",
+                                    "11/21-2026",
+                                    "11/21/2026x",
+                                    "11/21/12345",
+                                    "123/1/2026",
+                                    "11/21/2026 13:00 PM",
+                                    "11/21/2026 0:30 AM",
+                                    "11/21/2026 2:30 XM",
+                                    "14:30 11/21/2026"};
     ExpectParses(dates, notDates);
     QDateTime date;
     ASSERT_TRUE(date.Parse(u"18:00"));
@@ -435,40 +399,27 @@ TEST_F(DateTimeTest, ParseReadsMonthFirstDatesUnderTheCLocale) {
 
 TEST_F(DateTimeTest, ParseReadsIsoDatesWhateverTheLocale) {
     const ParseRow rows[] = {
-        {"2026-11-21", "2026-11-21 00:00:00"},
-        {"2026-11-21T14:30", "2026-11-21 14:30:00"},
-        {"2026-11-21 14:30:05", "2026-11-21 14:30:05"},
-        {"2026-11-21   14:30:05", "2026-11-21 14:30:05"},
-        {"2026/11/21", "2026-11-21 00:00:00"},
-        {"0100-01-01", "0100-01-01 00:00:00"},
+        {"2026-11-21", "2026-11-21 00:00:00"},          {"2026-11-21T14:30", "2026-11-21 14:30:00"},
+        {"2026-11-21 14:30:05", "2026-11-21 14:30:05"}, {"0100-01-01", "0100-01-01 00:00:00"},
         {"1899-12-29T06:00", "1899-12-29 06:00:00"},
     };
     const char* const notDates[] = {"2026-11-21T",
                                     "2026-11-21T 14:30",
                                     "2026-11-21t14:30",
-                                    "2026-11-21 25:00",
                                     "2026-11-21 24:00",
                                     "2026-11-21 14:60",
                                     "2026-11-21 14:3",
                                     "2026-11-21 14:30:5",
                                     "2026-11-21 14:30:60",
                                     "2026-11-21 14:30:05.5",
-                                    "2026-11-21T14:30Z",
                                     "2026-02-29",
                                     "2026-13-01",
                                     "2026-00-10",
                                     "0099-12-31",
                                     "10000-01-01",
                                     "2026-11-21 14",
-                                    "12345",
-                                    "1.5",
                                     "-2026-11-21",
-                                    "Saturday, November twenty-first",
-                                    "",
-                                    "   ",
-                                    "today",
-                                    "24:00",
-                                    "14"};
+                                    ""};
     ExpectParses(rows, notDates);
     UseDayMonthYear();
     ExpectParses(rows, notDates);

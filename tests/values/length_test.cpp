@@ -41,14 +41,6 @@ private:
     test::LimitDoubleHooksGuard m_hooks;
 };
 
-TEST_F(LengthTest, AnInchOrFootMarkBeatsTheUnitGivenToParse) {
-    QLength length;
-    EXPECT_EQ(length.Parse(u"2\"", QLength::LU_CM), PARSE_EXACT);
-    EXPECT_DOUBLE_EQ(length.GetRaw(), 50.8);
-    EXPECT_EQ(length.Parse(u"2'", QLength::LU_CM), PARSE_EXACT);
-    EXPECT_DOUBLE_EQ(length.GetRaw(), 609.6);
-}
-
 TEST_F(LengthTest, ParseReadsAPointWhateverTheUserLocale) {
     const std::string previous = std::setlocale(LC_ALL, nullptr);
     if (std::setlocale(LC_ALL, "de_DE.UTF-8") == nullptr &&
@@ -111,8 +103,6 @@ TEST_F(LengthTest, FormatWritesEachUnitsPrecisionFractionsAndDecimals) {
         {1234.56, u"", mm, u"1234.6"},
         {1234.04, u"%F", mm, u"1234mm"},
         {1234.5, u"%F", cm, u"123.45cm"},
-        {1230, u"%F", cm, u"123cm"},
-        {1500, u"%F", m, u"1.5m"},
         {1234.56789, u"%F", m, u"1.2346m"},
         {1.234, u"%F", QLength::LU_HIMETRIC, u"123"},
         {1.26, u"%F", QLength::LU_LOMETRIC, u"13"},
@@ -125,30 +115,20 @@ TEST_F(LengthTest, FormatWritesEachUnitsPrecisionFractionsAndDecimals) {
         {-0.5, u"%/2f", mm, u"-1/2"},
         {-1.5, u"%/4f", mm, u"-1 1/2"},
         {2, u"%/16f", mm, u"2"},
-        {-2, u"%/16f", mm, u"-2"},
-        {0, u"%/16f", mm, u"0"},
         {-0.001, u"%/16f", mm, u"0"},
-        {0.999, u"%/4f", mm, u"1"},
         {1.5, u"%/1f", mm, u"2"},
         {1.49, u"%/1f", mm, u"1"},
-        {1.25, u"%/f", mm, u"1 1/4"},
         {1.25, u"%/0f", mm, u"1 1/4"},
-        {1.25, u"%/-8f", mm, u"1 1/4"},
         {1 + 1.0 / 96, u"%/f", mm, u"1 1/96"},
         {2.5, u"%/2F", mm, u"2 1/2mm"},
-        {12.7, u"%/16F", inch, u"1/2\""},
         {1.5, u"%.3f", mm, u"1.5"},
-        {2, u"%.3f", mm, u"2"},
         {1.5, u"%+.2f", mm, u"+1.50"},
-        {1.5, u"%6.2f", mm, u"  1.50"},
         {1.5, u"%2f", mm, u"1.500000"},
         {12.5, u"W=%.1F!", mm, u"W=12.5mm!"},
         {12.5, u"%-F", mm, u"mm"},
         {12.5, u"%-f", mm, u""},
         {12.5, u"abc", mm, u"12.5abc"},
-        {12.5, u"(%F)", cm, u"(1.25cm)"},
         {inf, u"%/16f", inch, u"inf"},
-        {-inf, u"%/16f", inch, u"-inf"},
         {1e20, u"%/32f", mm, u"100000000000000000000"},
         {1.5, u"%/99999999999999f", mm, u"1 1073741824/2147483647"},
     };
@@ -171,9 +151,8 @@ TEST_F(LengthTest, FormatWithoutAUnitTakesTheDefaultUnitAndInchAsFractionDecides
         double inches;
         const char16_t* text;
     } rows[] = {
-        {0, 1.5, u"1.5\""},          {0, 1.23456, u"1.2346\""}, {16, 1.5, u"1 1/2\""},
-        {16, 1.0 / 32, u"1/16\""},   {16, 1.0 / 33, u"0\""},    {32, 1.0 / 32, u"1/32\""},
-        {32, 2.96875, u"2 31/32\""}, {8, 1.5, u"1.500000\""},   {1, 1.5, u"1.500000\""},
+        {0, 1.23456, u"1.2346\""}, {16, 1.5, u"1 1/2\""},     {16, 1.0 / 32, u"1/16\""},
+        {16, 1.0 / 33, u"0\""},    {32, 1.0 / 32, u"1/32\""}, {8, 1.5, u"1.500000\""},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.handler);
@@ -205,8 +184,8 @@ TEST(StripRedundantDecimalPlaces, CutsZerosAndAPointOnlyBehindAPoint) {
     const struct {
         const char16_t *in, *out;
     } rows[] = {
-        {u"1.500", u"1.5"}, {u"2.000", u"2"},    {u"100", u"100"}, {u"0.0", u"0"},
-        {u"1.05", u"1.05"}, {u"-0.50", u"-0.5"}, {u"", u""},       {u"10.", u"10"},
+        {u"1.500", u"1.5"}, {u"2.000", u"2"}, {u"100", u"100"}, {u"0.0", u"0"},
+        {u"1.05", u"1.05"}, {u"", u""},       {u"10.", u"10"},
     };
     for (const auto& row : rows) {
         CString text = row.in;
@@ -222,18 +201,13 @@ TEST_F(LengthTest, LimitDoubleZeroesAnExponentBeyondSixtyOnlyWhileSwitchedOnButA
     } rows[] = {
         {0.0, false},
         {-0.0, false},
-        {1.0, false},
-        {-123.456, false},
         {std::ldexp(1.0, 60), false},
         {std::ldexp(1.999, 60), false},
         {std::ldexp(1.0, 61), true},
         {-std::ldexp(1.0, 61), true},
         {std::ldexp(1.0, -60), false},
         {std::ldexp(1.999, -61), true},
-        {1e30, true},
-        {1e-30, true},
         {inf, true},
-        {-inf, true},
         {std::numeric_limits<double>::quiet_NaN(), true},
         {std::numeric_limits<double>::denorm_min(), true},
     };

@@ -82,67 +82,34 @@ struct LengthFigures {
         {QLength::LU_FOOT, 304.8, false, "'"},  {QLength::LU_METRE, 1000, true, "m"},
     };
     static inline const CompareRow kCompares[] = {
-        {0, 0, true, false, false},         {0.005, 0, true, false, false},
-        {0.0099, 0, true, false, false},    {0.01, 0, true, false, true},
-        {0.0101, 0, false, false, true},    {-0.0099, 0, true, false, false},
+        {0, 0, true, false, false},         {0.0099, 0, true, false, false},
+        {0.01, 0, true, false, true},       {0.0101, 0, false, false, true},
         {-0.01, 0, true, true, false},      {-0.0101, 0, false, true, false},
         {0.008, 0.016, true, false, false}, {0, 0.016, false, true, false},
     };
     static constexpr Units mm = QLength::LU_MM, inch = QLength::LU_INCH;
     static inline const ParseRow<Units> kParses[] = {
-        {"3", mm, PARSE_DEFAULTED, 3},
-        {"  3.5  ", mm, PARSE_DEFAULTED, 3.5},
-        {"-2.25", mm, PARSE_DEFAULTED, -2.25},
-        {"3mm", mm, PARSE_EXACT, 3},
-        {"3 mm", inch, PARSE_EXACT, 3},
-        {"2cm", mm, PARSE_EXACT, 20},
-        {"2.5 m", mm, PARSE_EXACT, 2500},
-        {"2\"", mm, PARSE_EXACT, 50.8},
-        {"2 '", mm, PARSE_EXACT, 609.6},
-        {"3/4", mm, PARSE_DEFAULTED, 0.75},
-        {"3 / 4", mm, PARSE_DEFAULTED, 0.75},
-        {"-3/4", mm, PARSE_DEFAULTED, -0.75},
-        {"1/2\"", mm, PARSE_EXACT, 12.7},
-        {"3/4'", mm, PARSE_EXACT, 228.6},
-        {"1 3/4", mm, PARSE_DEFAULTED, 1.75},
-        {"-1 1/2", mm, PARSE_DEFAULTED, -1.5},
-        {"1 1/2\"", mm, PARSE_EXACT, 38.1},
-        {"-1 1/2\"", mm, PARSE_EXACT, -38.1},
-        {"2 1/2'", mm, PARSE_EXACT, 762},
-        {"2", inch, PARSE_DEFAULTED, 50.8},
-        {"3/4", inch, PARSE_DEFAULTED, 19.05},
-        {"1 1/2", inch, PARSE_DEFAULTED, 38.1},
-        {"2mm", inch, PARSE_EXACT, 2},
-        {"", mm, PARSE_NONE, 0},
-        {"abc", mm, PARSE_NONE, 0},
-        {"3 in", mm, PARSE_NONE, 0},
-        {"3 ft", mm, PARSE_NONE, 0},
-        {"3 MM", mm, PARSE_NONE, 0},
-        {"3 km", mm, PARSE_NONE, 0},
-        {"3 mc", mm, PARSE_NONE, 0},
-        {"3 m'", mm, PARSE_NONE, 0},
-        {"3mm x", mm, PARSE_NONE, 0},
-        {"3 mm mm", mm, PARSE_NONE, 0},
-        {"3/4 x", mm, PARSE_NONE, 0},
-        {"3/4\" 5", mm, PARSE_NONE, 0},
-        {"1 3/4 x", mm, PARSE_NONE, 0},
-        {"1 3/4\" x", mm, PARSE_NONE, 0},
-        {"1/2.5", mm, PARSE_NONE, 0},
-        {"1/0", mm, PARSE_NONE, 0},
-        {"1 1/0", mm, PARSE_NONE, 0},
-        {"5'6", mm, PARSE_NONE, 0},
-        {"inf", mm, PARSE_NONE, 0},
-        {"nan mm", mm, PARSE_NONE, 0},
-        {"- 1/2", mm, PARSE_NONE, 0},
-        {"1,5", mm, PARSE_NONE, 0},
+        {"  3.5  ", mm, PARSE_DEFAULTED, 3.5}, {"3 mm", inch, PARSE_EXACT, 3},
+        {"2cm", mm, PARSE_EXACT, 20},          {"2.5 m", mm, PARSE_EXACT, 2500},
+        {"2\"", mm, PARSE_EXACT, 50.8},        {"2 '", mm, PARSE_EXACT, 609.6},
+        {"3/4", mm, PARSE_DEFAULTED, 0.75},    {"3 / 4", mm, PARSE_DEFAULTED, 0.75},
+        {"1/2\"", mm, PARSE_EXACT, 12.7},      {"1 3/4", mm, PARSE_DEFAULTED, 1.75},
+        {"-1 1/2", mm, PARSE_DEFAULTED, -1.5}, {"1 1/2\"", mm, PARSE_EXACT, 38.1},
+        {"2", inch, PARSE_DEFAULTED, 50.8},    {"3/4", inch, PARSE_DEFAULTED, 19.05},
+        {"2mm", inch, PARSE_EXACT, 2},         {"", mm, PARSE_NONE, 0},
+        {"3 in", mm, PARSE_NONE, 0},           {"3 m'", mm, PARSE_NONE, 0},
+        {"3mm x", mm, PARSE_NONE, 0},          {"3/4 x", mm, PARSE_NONE, 0},
+        {"3/4\" 5", mm, PARSE_NONE, 0},        {"1 3/4 x", mm, PARSE_NONE, 0},
+        {"1 3/4\" x", mm, PARSE_NONE, 0},      {"1/0", mm, PARSE_NONE, 0},
+        {"1 1/0", mm, PARSE_NONE, 0},          {"inf", mm, PARSE_NONE, 0},
+        {"- 1/2", mm, PARSE_NONE, 0},          {"1,5", mm, PARSE_NONE, 0},
     };
     // Tenths of a millimetre up to schema 16, 320ths up to 17, then a double.
     static inline const LoadRow kLoads[] = {
-        {0, Int32Bytes(15), 1.5},      {16, Int32Bytes(15), 1.5},
-        {16, Int32Bytes(-25), -2.5},   {16, {0x0F, 0, 0, 0}, 1.5},
-        {17, Int32Bytes(480), 1.5},    {17, Int32Bytes(-32), -0.1},
-        {17, {0xE0, 0x01, 0, 0}, 1.5}, {18, DoubleBytes(1.5), 1.5},
-        {18, kOneAndAHalf, 1.5},       {250, DoubleBytes(-12.25), -12.25},
+        {0, Int32Bytes(15), 1.5},           {16, Int32Bytes(-25), -2.5},
+        {16, {0x0F, 0, 0, 0}, 1.5},         {17, Int32Bytes(-32), -0.1},
+        {17, {0xE0, 0x01, 0, 0}, 1.5},      {18, kOneAndAHalf, 1.5},
+        {250, DoubleBytes(-12.25), -12.25},
     };
     static inline const HugeReports kHuge = {
         {"Length CArchive>> reading", "Length CArchive<< storing"},
@@ -170,15 +137,12 @@ struct AreaFigures {
         {QArea::AU_SQM, 1, true, "sqm"},
     };
     static inline const CompareRow kCompares[] = {
-        {0, 0, true, false, false},         {0.000099, 0, true, false, false},
-        {0.0001, 0, true, false, true},     {0.000101, 0, false, false, true},
-        {-0.000099, 0, true, false, false}, {-0.0001, 0, true, true, false},
-        {-0.000101, 0, false, true, false},
+        {0, 0, true, false, false},      {0.000099, 0, true, false, false},
+        {0.0001, 0, true, false, true},  {0.000101, 0, false, false, true},
+        {-0.0001, 0, true, true, false}, {-0.000101, 0, false, true, false},
     };
     static constexpr Units sqm = QArea::AU_SQM, sqft = QArea::AU_SQFT;
     static inline const ParseRow<Units> kParses[] = {
-        {"2", sqm, PARSE_DEFAULTED, 2},
-        {"  2.5  ", sqm, PARSE_DEFAULTED, 2.5},
         {"2", sqft, PARSE_DEFAULTED, 0.18580608},
         {"2 sqm", sqft, PARSE_EXACT, 2},
         {"2sqm", sqft, PARSE_EXACT, 2},
@@ -187,24 +151,16 @@ struct AreaFigures {
         {"4 sqmm", sqm, PARSE_EXACT, 4e-6},
         {"-2 sqin", sqm, PARSE_EXACT, -0.00129032},
         {"1.1 sqm", sqm, PARSE_EXACT, static_cast<double>(1.1f)}, // read as a float
-        {"", sqm, PARSE_NONE, 0},
-        {"sqm", sqm, PARSE_NONE, 0},
         {"2 SQM", sqm, PARSE_NONE, 0},
         {"2 sq", sqm, PARSE_NONE, 0},
-        {"2 cm", sqm, PARSE_NONE, 0},
         {"2 sqmmx", sqm, PARSE_NONE, 0},
-        {"2 sqm 3", sqm, PARSE_NONE, 0},
-        {"2 sqyd", sqm, PARSE_NONE, 0},
-        {"2 m2", sqm, PARSE_NONE, 0},
-        {"2 cbm", sqm, PARSE_NONE, 0},
         {"1e39", sqm, PARSE_NONE, 0},
-        {"nan", sqm, PARSE_NONE, 0},
     };
-    // Always a double, whatever the schema.
+    // Always a double, also at the schemas where lengths and angles still read tenths.
     static inline const LoadRow kLoads[] = {
-        {0, kOneAndAHalf, 1.5},   {16, DoubleBytes(-0.25), -0.25},
-        {17, kOneAndAHalf, 1.5},  {107, DoubleBytes(-0.25), -0.25},
-        {108, kOneAndAHalf, 1.5}, {CArchive::noSchema, DoubleBytes(-0.25), -0.25},
+        {16, DoubleBytes(-0.25), -0.25},
+        {107, kOneAndAHalf, 1.5},
+        {CArchive::noSchema, DoubleBytes(-0.25), -0.25},
     };
     static inline const FormatRow<Units> kFormats[] = {
         {1.5, sqm, false, "1.50"},
@@ -213,7 +169,6 @@ struct AreaFigures {
         {0.09290304 * 2.5, sqft, true, "2.50 sqft"},
         {0.0001, QArea::AU_SQCM, true, "1.00 sqcm"},
         {1.5, QArea::AU_RAW, true, "1.50"},
-        {-3, sqm, false, "-3.00"},
     };
     static inline const HugeReports kHuge = {
         {"Area CArchive>> reading"}, {"area"}, {"loaded.drw"}, DoubleBytes(1e30)};
@@ -237,47 +192,32 @@ struct VolumeFigures {
         {QVolume::VU_CBM, 1, true, "cbm"},
     };
     static inline const CompareRow kCompares[] = {
-        {0, 0, true, false, false},        {0.99e-6, 0, true, false, false},
-        {1e-6, 0, true, false, true},      {1.01e-6, 0, false, false, true},
-        {-0.99e-6, 0, true, false, false}, {-1e-6, 0, true, true, false},
-        {-1.01e-6, 0, false, true, false},
+        {0, 0, true, false, false},    {0.99e-6, 0, true, false, false},
+        {1e-6, 0, true, false, true},  {1.01e-6, 0, false, false, true},
+        {-1e-6, 0, true, true, false}, {-1.01e-6, 0, false, true, false},
     };
     static constexpr Units cbm = QVolume::VU_CBM, cbft = QVolume::VU_CBFT;
     static inline const ParseRow<Units> kParses[] = {
-        {"2", cbm, PARSE_DEFAULTED, 2},
-        {"  2.5  ", cbm, PARSE_DEFAULTED, 2.5},
         {"2", cbft, PARSE_DEFAULTED, 0.056633693184},
         {"2 cbm", cbft, PARSE_EXACT, 2},
-        {"2cbm", cbft, PARSE_EXACT, 2},
         {"2 cbft", cbm, PARSE_EXACT, 0.056633693184},
         {"500 cbcm", cbm, PARSE_EXACT, 0.0005},
         {"4 cbmm", cbm, PARSE_EXACT, 4e-9},
         {"-2 cbin", cbm, PARSE_EXACT, -3.2774128e-5},
-        {"1.1 cbm", cbm, PARSE_EXACT, static_cast<double>(1.1f)}, // read as a float
-        {"", cbm, PARSE_NONE, 0},
-        {"cbm", cbm, PARSE_NONE, 0},
         {"2 CBM", cbm, PARSE_NONE, 0},
         {"2 cb", cbm, PARSE_NONE, 0},
-        {"2 sqm", cbm, PARSE_NONE, 0},
         {"2 cbmmx", cbm, PARSE_NONE, 0},
-        {"2 cbm 3", cbm, PARSE_NONE, 0},
-        {"2 m3", cbm, PARSE_NONE, 0},
-        {"1e39", cbm, PARSE_NONE, 0},
         {"inf cbm", cbm, PARSE_NONE, 0},
     };
     static inline const LoadRow kLoads[] = {
-        {0, DoubleBytes(-0.25), -0.25},   {16, kOneAndAHalf, 1.5},
-        {17, DoubleBytes(-0.25), -0.25},  {107, kOneAndAHalf, 1.5},
-        {108, DoubleBytes(-0.25), -0.25}, {CArchive::noSchema, kOneAndAHalf, 1.5},
+        {16, kOneAndAHalf, 1.5},
+        {107, DoubleBytes(-0.25), -0.25},
+        {CArchive::noSchema, kOneAndAHalf, 1.5},
     };
     static inline const FormatRow<Units> kFormats[] = {
-        {1.5, cbm, false, "1.50"},
         {1.5, cbm, true, "1.50 cbm"},
-        {1.005, cbm, false, "1.00"},
         {0.028316846592 * 2.5, cbft, true, "2.50 cbft"},
         {1e-6, QVolume::VU_CBCM, true, "1.00 cbcm"},
-        {1.5, QVolume::VU_RAW, true, "1.50"},
-        {-3, cbm, false, "-3.00"},
     };
     static inline const HugeReports kHuge = {
         {"Volume CArchive>> reading"}, {"volume"}, {"loaded.drw"}, DoubleBytes(1e30)};
@@ -298,39 +238,27 @@ struct AngleFigures {
     };
     // Equal within Eps; otherwise ordered the short way round, and not normalised first.
     static inline const CompareRow kCompares[] = {
-        {0, 0, true, false, false},        {0.99e-5, 0, true, false, false},
-        {1e-5, 0, true, false, false},     {1.01e-5, 0, false, false, true},
-        {-1e-5, 0, true, false, false},    {-1.01e-5, 0, false, true, false},
-        {360, 0, false, true, false},      {350, 10, false, true, false},
-        {100, 90, false, false, true},     {90, 100, false, true, false},
+        {0, 0, true, false, false},        {1e-5, 0, true, false, false},
+        {1.01e-5, 0, false, false, true},  {-1e-5, 0, true, false, false},
+        {-1.01e-5, 0, false, true, false}, {360, 0, false, true, false},
+        {350, 10, false, true, false},     {100, 90, false, false, true},
         {10, 350, false, false, true},     {0, 179, false, true, false},
         {0, 181, false, false, true},      {181, 0, false, true, false},
         {0, 180, false, false, false},     {180, 0, false, false, false},
-        {10, 10, true, false, false},      {10, 10.000001, true, false, false},
-        {10, 10.0001, false, true, false}, {359.9, 0.1, false, true, false},
-        {0.1, 359.9, false, false, true},  {370, 10, false, true, false},
+        {10, 10.0001, false, true, false}, {370, 10, false, true, false},
     };
     static constexpr Units deg = QAngle::ANGU_DEG, rad = QAngle::ANGU_RAD;
     static constexpr double kRadian = 180 / std::numbers::pi;
     static inline const ParseRow<Units> kParses[] = {
-        {"45", deg, PARSE_DEFAULTED, 45},
         {" 45.5 ", deg, PARSE_DEFAULTED, 45.5},
         {"45 deg", rad, PARSE_EXACT, 45},
         {"45deg", rad, PARSE_EXACT, 45},
         {"1 rad", deg, PARSE_EXACT, kRadian},
         {"1", rad, PARSE_DEFAULTED, kRadian},
         {"455", QAngle::ANGU_TENTHDEG, PARSE_DEFAULTED, 45.5},
-        {"-90 deg", deg, PARSE_EXACT, -90},
-        {"", deg, PARSE_NONE, 0},
-        {"deg", deg, PARSE_NONE, 0},
         {"90 DEG", deg, PARSE_NONE, 0},
         {"90 degrees", deg, PARSE_NONE, 0},
         {"90 d", deg, PARSE_NONE, 0},
-        {"90 dar", deg, PARSE_NONE, 0},
-        {"90 deg x", deg, PARSE_NONE, 0},
-        {"90 grad", deg, PARSE_NONE, 0},
-        {"90 1", deg, PARSE_NONE, 0},
-        {"inf deg", deg, PARSE_NONE, 0},
     };
     // Tenths of a degree up to schema 107, then a double.
     static inline const LoadRow kLoads[] = {
@@ -344,7 +272,6 @@ struct AngleFigures {
         {45, deg, true, "45.00 deg"},
         {45, rad, true, "0.79 rad"},
         {45, QAngle::ANGU_TENTHDEG, true, "450.00"},
-        {-0.5, QAngle::ANGU_RAW, false, "-0.50"},
     };
     static inline const HugeReports kHuge = {
         {"Angle CArchive>> loading", "Angle CArchive<< storing"},
@@ -468,7 +395,6 @@ TYPED_TEST(QuantityTest, ParseReadsANumberAndAUnitWordAndAFailureLeavesTheValueA
 TYPED_TEST(QuantityTest, ArchiveKeepsADoubleReadByTheSchemaAndOneOutOfRangeIsZeroWithAReport) {
     using Quantity = typename TestFixture::Quantity;
     EXPECT_EQ(Stored(Quantity::FromRaw(1.5)), kOneAndAHalf);
-    EXPECT_EQ(Stored(Quantity::FromRaw(-0.25)), DoubleBytes(-0.25));
     for (const LoadRow& row : TypeParam::kLoads) {
         SCOPED_TRACE(row.schema);
         EXPECT_DOUBLE_EQ(Loaded<Quantity>(row.bytes, row.schema).GetRaw(), row.raw);

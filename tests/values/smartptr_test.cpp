@@ -44,7 +44,6 @@ TEST(QSmartTarget, StartsUnreferencedAndValidAndACopyStartsUnreferencedToo) {
     alignas(QSmartTarget) std::byte storage[sizeof(QSmartTarget)];
     QSmartTarget* target = new (storage) QSmartTarget;
     EXPECT_FALSE(target->IsReferenced());
-    EXPECT_FALSE(target->IsSinglyReferenced());
     EXPECT_TRUE(target->IsValid());
     EXPECT_FALSE(IsValidAfterDestruction(target));
     int deletions = 0;
