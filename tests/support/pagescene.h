@@ -1,6 +1,7 @@
 #pragma once
 
 #include "tests/support/exchangetests.h"
+#include "tests/support/paths.h"
 
 #include "keel/geometry/cairodc.h"
 #include "keel/geometry/drawpoly.h"
@@ -10,7 +11,9 @@
 
 #include <cairo.h>
 #include <cstdint>
+#include <cstdlib>
 #include <cstring>
+#include <filesystem>
 #include <libxml/parser.h>
 #include <libxml/xpath.h>
 #include <libxml/xpathInternals.h>
@@ -201,9 +204,16 @@ inline std::unique_ptr<QCairoDC> RenderSceneImage(PageSetup& setup, int dpi, boo
 
 namespace keel::test {
 
-// Cairo keeps its fonts for the life of the process; the leak check at exit must not count them.
+// Text is drawn with the tests' own font configuration, as the program's tests draw it: a
+// machine's own may choose other faces, and Fontconfig leaks what some of them load. Cairo keeps
+// its fonts for the life of the process; the leak check at exit must not count them.
 class CairoStaticData : public testing::Environment {
 public:
+    void SetUp() override {
+        const std::filesystem::path fonts =
+            std::filesystem::path(TestDataFolder()) / "render/fonts.conf";
+        ::setenv("FONTCONFIG_FILE", fonts.c_str(), 1);
+    }
     void TearDown() override { cairo_debug_reset_static_data(); }
 };
 inline testing::Environment* const g_cairoStaticData =
