@@ -184,6 +184,7 @@ public:
                identifier != previous) {
             previous = identifier;
             auto group = std::make_unique<FakeGroup>(identifier);
+            group->xmlStyle = newGroupXmlStyle;
             ok = SetupNewChildImportable(group.get(), levelName, identifier) && ok;
             ok = level.MergeImportableIfPresent(group.get()) && ok;
             groups.push_back(std::move(group));
@@ -211,6 +212,8 @@ public:
     FakeBag bag;
     std::vector<std::unique_ptr<FakeGroup>> groups;
     bool refuseDelete = false;
+    // The XML style of the groups made for what the file holds (the XML fuzzer sets it).
+    int newGroupXmlStyle = 0;
     // The selection's size for each call, -1 without one.
     std::vector<int> deleteCalls;
 };
