@@ -28,8 +28,8 @@ constexpr std::uint32_t c_black = 0x000000;
 // A page, its scale, zoom and resolution, and where a world point falls on the image: pixels
 // from the left, and from the top of a page whose world y runs upward.
 struct PageCase {
-    double width;
-    double height;
+    int width;
+    int height;
     int scale;
     int zoom;
     int dpi;
@@ -38,15 +38,10 @@ struct PageCase {
     double X(double worldX) const { return worldX / scale * PixelsAMillimetre(); }
     double Y(double worldY) const { return (height - worldY / scale) * PixelsAMillimetre(); }
     std::vector<std::string> Options() const {
-        return {"--page",  Number(width) + "x" + Number(height),
+        return {"--page",  std::to_string(width) + "x" + std::to_string(height),
                 "--scale", std::to_string(scale),
                 "--zoom",  std::to_string(zoom),
                 "--dpi",   std::to_string(dpi)};
-    }
-    static std::string Number(double value) {
-        char text[32];
-        std::snprintf(text, sizeof text, "%g", value);
-        return text;
     }
 };
 
