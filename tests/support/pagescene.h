@@ -183,10 +183,6 @@ inline std::optional<std::vector<double>> PdfMediaBox(const std::string& path) {
                                std::stod(match[4])};
 }
 
-} // namespace keel::test
-
-namespace keel::test {
-
 // The scene drawn on an image of the whole page at a resolution, at zoom 100: the image is as
 // large as the page is at that many dots an inch.
 inline std::unique_ptr<QCairoDC> RenderSceneImage(PageSetup& setup, int dpi, bool antialias) {
@@ -199,10 +195,6 @@ inline std::unique_ptr<QCairoDC> RenderSceneImage(PageSetup& setup, int dpi, boo
     DrawScene(*dc, *setup.doc);
     return dc;
 }
-
-} // namespace keel::test
-
-namespace keel::test {
 
 // Text is drawn with the tests' own font configuration, as the program's tests draw it: a
 // machine's own may choose other faces, and Fontconfig leaks what some of them load. Cairo keeps

@@ -1,12 +1,11 @@
 #pragma once
 
+#include "tests/support/environment.h"
 #include "tests/support/paths.h"
 
 #include <cstdio>
 #include <filesystem>
-#include <fstream>
 #include <gtest/gtest.h>
-#include <sstream>
 #include <string>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -67,23 +66,14 @@ protected:
                        const std::string& shellSetup = "") const {
         const std::filesystem::path errFile = m_home / "stderr.txt";
         const std::filesystem::path inFile = m_home / "stdin.txt";
-        std::ofstream(inFile) << input;
+        WriteText(inFile, input);
         std::string command = shellSetup + Environment() + " " + ShellQuoted(ProgramPath());
         for (const std::string& word : words)
             command += " " + ShellQuoted(word);
         command += " <" + ShellQuoted(inFile.string()) + " 2>" + ShellQuoted(errFile.string());
         ProgramOutcome outcome = Piped(command);
-        std::stringstream err;
-        err << std::ifstream(errFile).rdbuf();
-        outcome.err = err.str();
+        outcome.err = ReadText(errFile);
         return outcome;
-    }
-
-    // `keel` with arguments as the shell reads them, quoting and redirections included; stderr
-    // comes merged into `out`.
-    ProgramOutcome RunMerged(const std::string& shellArguments) const {
-        return Piped(Environment() + " " + ShellQuoted(ProgramPath()) + " " + shellArguments +
-                     " 2>&1");
     }
 
     // Runs a shell command and gives what it wrote to stdout and its exit status.
@@ -102,14 +92,8 @@ protected:
 
     // A file of this test's own, in its home.
     std::string FileOfTest(const std::string& name, const std::string& text) const {
-        const std::filesystem::path path = m_home / name;
-        std::filesystem::create_directories(path.parent_path());
-        std::ofstream(path, std::ios::binary) << text;
-        return path.string();
-    }
-
-    void StoreOptions(const std::string& text) const {
-        std::ofstream(m_home / "config" / "keel" / "Keel.ini") << text;
+        WriteText(m_home / name, text);
+        return (m_home / name).string();
     }
 
     std::filesystem::path m_home;

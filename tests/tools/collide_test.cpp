@@ -4,7 +4,6 @@
 #include "keel/geometry/worldpolywithheightrange.h"
 
 #include <charconv>
-#include <chrono>
 #include <gtest/gtest.h>
 #include <random>
 #include <sstream>
@@ -113,38 +112,6 @@ TEST_F(CollideProgram, SweepGivesThePairsOfThePairwiseLoopInOrder) {
         EXPECT_NE(expected.find("\tcross\n"), std::string::npos);
         EXPECT_EQ(outcome.out, expected);
     }
-}
-
-// Ten thousand cabinets of 600 mm in a grid of 100 by 100, each touching its eight neighbours:
-// 2 * 99 * 100 pairs share an edge and 2 * 99 * 99 a corner, and none crosses.
-TEST_F(CollideProgram, TenThousandCabinetsInAGridTouchTheirNeighbours) {
-    std::vector<SolidText> solids;
-    for (int row = 0; row < 100; ++row)
-        for (int column = 0; column < 100; ++column) {
-            const double x = column * 600.0;
-            const double y = row * 600.0;
-            solids.push_back({"r" + std::to_string(row) + "c" + std::to_string(column),
-                              Point(x, y) + " " + Point(x + 600, y) + " " +
-                                  Point(x + 600, y + 600) + " " + Point(x, y + 600),
-                              0, 900});
-        }
-    const std::string file = FileOfTest("grid.json", SolidsJson(solids));
-    const auto start = std::chrono::steady_clock::now();
-    const ProgramOutcome outcome = Run({"geometry", "collide", file});
-    const double seconds =
-        std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-    ASSERT_EQ(outcome.status, 0) << outcome.err;
-    RecordProperty("seconds", std::to_string(seconds));
-    int touches = 0;
-    int others = 0;
-    std::istringstream lines(outcome.out);
-    for (std::string line; std::getline(lines, line);)
-        (line.ends_with("\ttouch") ? touches : others) += 1;
-    EXPECT_EQ(touches, 2 * 99 * 100 + 2 * 99 * 99);
-    EXPECT_EQ(others, 0);
-    EXPECT_TRUE(
-        outcome.out.starts_with("r0c0\tr0c1\ttouch\nr0c0\tr1c0\ttouch\nr0c0\tr1c1\ttouch\n"))
-        << outcome.out.substr(0, 200);
 }
 
 } // namespace

@@ -20,13 +20,6 @@ constexpr bool c_sanitized = false;
 namespace keel::test {
 namespace {
 
-size_t Occurrences(const std::string& text, const std::string& part) {
-    size_t count = 0;
-    for (size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + 1))
-        ++count;
-    return count;
-}
-
 // Memory that runs out while a formula runs is a failure in the program's own words.
 TEST_F(KeelProgramTest, RunningOutOfMemoryIsSaidInTheProgramsWords) {
     if (c_sanitized)
@@ -48,7 +41,11 @@ TEST_F(KeelProgramTest, DeepArraysAreWrittenInOnePass) {
     const ProgramOutcome deep =
         Run({"eval", "--json", "--action", nest}, "", c_sanitized ? "" : "ulimit -t 10; ");
     ASSERT_EQ(deep.status, 0) << deep.err;
-    EXPECT_EQ(Occurrences(deep.out, "\"elements\""), static_cast<size_t>(depth));
+    int elements = 0;
+    for (auto at = deep.out.find("\"elements\""); at != std::string::npos;
+         at = deep.out.find("\"elements\"", at + 1))
+        ++elements;
+    EXPECT_EQ(elements, depth);
     const std::string text = std::string(depth, '[') + "1" + std::string(depth, ']');
     EXPECT_NE(deep.out.find("\"text\":\"" + text + "\""), std::string::npos);
     EXPECT_NE(deep.out.find(R"("text":"[1]","raw":{"elements":[{"type":"Whole Number",)"
