@@ -362,8 +362,6 @@ TEST_F(FilesOnDisk, TheCurrentFolderIsEnteredAndRestored) {
     EXPECT_FALSE(QCurrentDirectory::Set(u""));
 }
 
-// --- Special folders -------------------------------------------------------------------------
-
 class Folders : public test::HomeFolderTest {
 protected:
     // The expected folder with "HOME" at its start standing for the test's home folder.

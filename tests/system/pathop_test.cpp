@@ -107,8 +107,6 @@ TEST(PathOpParts, PathsBuiltFromPartsComeApartTheSameWay) {
     }
 }
 
-// --- Tables of one function each ------------------------------------------------------------
-
 // The texts a test accepts and those it refuses.
 void ExpectTest(const char* name, const std::function<bool(const CString&)>& test,
                 std::initializer_list<const char*> accepted,
