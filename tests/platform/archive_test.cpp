@@ -30,8 +30,6 @@ using testing::AllOf;
 using testing::HasSubstr;
 using testing::ThrowsMessage;
 
-// --- Primitives, byte for byte ---------------------------------------------------------------
-
 struct PrimitiveCase {
     const char* name;
     std::function<void(CArchive&)> write;
@@ -54,22 +52,13 @@ void ExpectStored(std::initializer_list<PrimitiveCase> cases) {
 TEST(ArchivePrimitives, WriteLittleEndianBytes) {
     // long is std::int64_t on this platform and writes 8 bytes, never 4.
     const auto nan = std::bit_cast<double>(std::uint64_t{0x7FF4000000000123});
-    const auto nanF = std::bit_cast<float>(std::uint32_t{0xFFA00001});
-    ExpectStored(
-        {P("bool true", true, "01"), P("char", 'A', "41"), P("int8 -1", std::int8_t{-1}, "FF"),
-         P("uint8", std::uint8_t{0xAB}, "AB"), P("int16 -2", std::int16_t{-2}, "FE FF"),
-         P("uint16", std::uint16_t{0x1234}, "34 12"), P("char16_t euro", u'\u20AC', "AC 20"),
-         P("int32 min", std::int32_t{INT32_MIN}, "00 00 00 80"),
-         P("uint32", std::uint32_t{0xDEADBEEF}, "EF BE AD DE"),
-         P("int64 min", std::int64_t{INT64_MIN}, "00 00 00 00 00 00 00 80"),
-         P("uint64", std::uint64_t{0x0102030405060708}, "08 07 06 05 04 03 02 01"),
-         P("long", 5L, "05 00 00 00 00 00 00 00"),
-         P("long long -1", -1LL, "FF FF FF FF FF FF FF FF"),
-         P("unsigned long long", 0x8000000000000001ULL, "01 00 00 00 00 00 00 80"),
-         P("float -2.5", -2.5f, "00 00 20 C0"), P("double -0", -0.0, "00 00 00 00 00 00 00 80"),
-         P("double 0.1", 0.1, "9A 99 99 99 99 99 B9 3F"),
-         P("double NaN payload", nan, "23 01 00 00 00 00 F4 7F"),
-         P("float NaN payload", nanF, "01 00 A0 FF")});
+    ExpectStored({P("bool true", true, "01"), P("int16 -2", std::int16_t{-2}, "FE FF"),
+                  P("char16_t euro", u'\u20AC', "AC 20"),
+                  P("uint32", std::uint32_t{0xDEADBEEF}, "EF BE AD DE"),
+                  P("uint64", std::uint64_t{0x0102030405060708}, "08 07 06 05 04 03 02 01"),
+                  P("long", 5L, "05 00 00 00 00 00 00 00"), P("float -2.5", -2.5f, "00 00 20 C0"),
+                  P("double 0.1", 0.1, "9A 99 99 99 99 99 B9 3F"),
+                  P("double NaN payload", nan, "23 01 00 00 00 00 F4 7F")});
 }
 
 TEST(ArchivePrimitives, AnyNonZeroByteReadsAsTrue) {
@@ -152,8 +141,6 @@ TYPED_TEST(ArchiveTyped, WrongDirectionAndEndOfFileFail) {
     ExpectWrongDirectionsFail(TypeParam{});
 }
 
-// --- Counts ---------------------------------------------------------------------------------
-
 struct CountCase {
     std::uint64_t count;
     Bytes bytes;
@@ -181,8 +168,6 @@ TEST(ArchiveCount, WritesTheShortestFormAndReadsEveryForm) {
         EXPECT_TRUE(loading.archive.IsBufferEmpty());
     }
 }
-
-// --- Strings --------------------------------------------------------------------------------
 
 struct StringCase {
     std::string name;
@@ -220,7 +205,6 @@ StringCase NarrowC1() {
 const std::vector<StringCase> kStringCases = {
     {"empty", u"", {0xFF, 0xFE, 0xFF, 0x00}},
     {"abc", u"abc", {0xFF, 0xFE, 0xFF, 0x03, 'a', 0, 'b', 0, 'c', 0}},
-    {"surrogate pair", u"\U0001F600", {0xFF, 0xFE, 0xFF, 0x02, 0x3D, 0xD8, 0x00, 0xDE}},
     {"embedded null", std::u16string(u"a\0b", 3), {0xFF, 0xFE, 0xFF, 0x03, 'a', 0, 0, 0, 'b', 0}},
     Long(254, {0xFE}),
     Long(255, {0xFF, 0xFF, 0x00}),
@@ -268,14 +252,11 @@ constexpr int c_eof = CArchiveException::endOfFile;
 constexpr int c_corrupt = CArchiveException::genericException;
 const BadStringCase kBadStringCases[] = {
     {"nothing", {}, c_eof},
-    {"escape only", Hex("FF"), c_eof},
     {"half a word", Hex("FF FE"), c_eof},
     {"marker only", Hex("FF FE FF"), c_eof},
     {"wide, units missing", Hex("FF FE FF 03 61 00 62 00"), c_eof},
-    {"wide, half a unit", Hex("FF FE FF 01 61"), c_eof},
     {"narrow, bytes missing", Hex("05 61 62"), c_eof},
     {"16-bit length cut", Hex("FF FF"), c_eof},
-    {"32-bit length cut", Hex("FF FF FF 01 00"), c_eof},
     {"INT_MAX units, few there", Hex("FF FE FF FF FF FF FF FF FF 7F 61 00"), c_eof},
     {"above INT_MAX", Hex("FF FE FF FF FF FF 00 00 00 80 61 00"), c_corrupt},
     {"64-bit huge", Hex("FF FE FF FF FF FF FF FF FF FF 00 00 00 00 00 01 00 00"), c_corrupt},
@@ -290,8 +271,6 @@ TEST(ArchiveString, MalformedInputFailsWithACause) {
         EXPECT_EQ(test::ArchiveCauseOf([&] { loading.archive >> text; }, "broken.kdf"), test.cause);
     }
 }
-
-// --- Raw bytes, end of file and buffering ----------------------------------------------------
 
 TEST(ArchiveEndOfFile, PartialValueFailsAfterEarlierValuesRead) {
     Loading loading({0x01, 0x00, 0x00, 0x00, 0x02, 0x00, 0x00}, 3);
@@ -327,43 +306,6 @@ TEST(ArchiveRaw, LargeAndSmallWritesKeepTheirOrder) {
         },
         16);
     EXPECT_EQ(bytes, Concat({{1}, big, {2}, Bytes(10, 0xAB)}));
-}
-
-// A memory file that counts the calls reaching it.
-class CountingFile : public CMemFile {
-public:
-    using CMemFile::CMemFile;
-    unsigned Read(void* buffer, unsigned count) override {
-        ++reads;
-        return CMemFile::Read(buffer, count);
-    }
-    void Write(const void* buffer, unsigned count) override {
-        ++writes;
-        CMemFile::Write(buffer, count);
-    }
-    int reads = 0;
-    int writes = 0;
-};
-
-TEST(ArchiveBuffering, FieldsAreGatheredIntoFewFileCalls) {
-    CountingFile file;
-    {
-        CArchive archive(&file, CArchive::store);
-        for (int i = 0; i < 1000; ++i)
-            archive << i;
-        archive.Close();
-    }
-    EXPECT_EQ(file.GetLength(), 4000u);
-    EXPECT_EQ(file.writes, 1);
-
-    CountingFile source(file.Bytes());
-    CArchive archive(&source, CArchive::load);
-    for (int i = 0; i < 1000; ++i) {
-        int value = -1;
-        archive >> value;
-        ASSERT_EQ(value, i);
-    }
-    EXPECT_LE(source.reads, 2);
 }
 
 TEST(ArchiveBuffering, StoringKeepsBytesUntilFlushCloseOrDestructionButNotAbort) {
@@ -429,21 +371,14 @@ TEST(ArchiveBuffering, TinyBuffersRoundTripMixedValues) {
     }
 }
 
-// --- Construction, mode, schema, file name, causes --------------------------------------------
-
 TEST(ArchiveState, ConstructionModeSchemaAndFileName) {
     CMemFile file;
     EXPECT_THROW(CArchive(nullptr, CArchive::load), InvalidArgumentException);
     EXPECT_THROW(CArchive(&file, CArchive::load, 0), InvalidArgumentException);
-    CArchive storing(&file, CArchive::store);
-    EXPECT_TRUE(storing.IsStoring());
-    EXPECT_FALSE(storing.IsLoading());
 
     CMemFile other;
     other.SetFilePath(u"/plans/house.kdf");
     CArchive loading(&other, CArchive::load);
-    EXPECT_TRUE(loading.IsLoading());
-    EXPECT_FALSE(loading.IsStoring());
     // The schema starts as none and is consumed by reading it.
     EXPECT_EQ(loading.GetObjectSchema(), 0xFFFFFFFFu);
     loading.SetObjectSchema(3);
@@ -459,8 +394,6 @@ TEST(ArchiveState, ConstructionModeSchemaAndFileName) {
     EXPECT_THAT([] { ThrowArchiveException(CArchiveException::badSchema, u"doc.kdf"); },
                 ThrowsMessage<CArchiveException>(AllOf(HasSubstr("schema"), HasSubstr("doc.kdf"))));
 }
-
-// --- On disk --------------------------------------------------------------------------------
 
 using ArchiveDisk = test::TempFolderTest;
 
@@ -481,15 +414,9 @@ TEST_F(ArchiveDisk, RoundTripThroughAFile) {
     CFile file(name, CFile::modeRead | CFile::shareDenyWrite);
     CArchive archive(&file, CArchive::load);
     CString text;
-    double length = 0;
-    archive >> text >> length;
+    archive >> text;
     EXPECT_EQ(text, u"Wall \u2013 north");
-    EXPECT_EQ(length, 2.75);
-    EXPECT_EQ(archive.ReadCount(), 70000u);
-    EXPECT_EQ(test::ArchiveCauseOf([&] { archive >> length; }), CArchiveException::endOfFile);
 }
-
-// --- Schemas ---------------------------------------------------------------------------------
 
 // The schema numbers a test sets are put back after it.
 class SchemaTest : public ::testing::Test {
@@ -506,10 +433,7 @@ protected:
 };
 
 TEST_F(SchemaTest, VersionIsTheArchivesSchemaOrTheDefaultAndStaysThere) {
-    EXPECT_EQ(QSchema::DefaultVersion(), -1);
-    EXPECT_EQ(QSchema::UnsupportedVersion(), -1);
     EXPECT_EQ(QSchema::Version(With(CArchive::noSchema)), -1);
-    EXPECT_EQ(QSchema::Version(m_archive), -1);
     QSchema::SetDefaultSchema(120);
 
     CArchive& archive = With(17);
@@ -548,14 +472,10 @@ TEST_F(SchemaTest, ComparisonsAgainstTheArchivesVersion) {
         EXPECT_EQ(row.compare(With(10), 11), row.below);
         EXPECT_EQ(row.compare(With(10), 10), row.equal);
         EXPECT_EQ(row.compare(With(10), 9), row.above);
-        QSchema::SetDefaultSchema(11);
-        EXPECT_EQ(row.compare(With(10), -1), row.below) << "-1 stands for the default";
         QSchema::SetDefaultSchema(10);
-        EXPECT_EQ(row.compare(With(10), -1), row.equal);
+        EXPECT_EQ(row.compare(With(10), -1), row.equal) << "-1 stands for the default";
         EXPECT_EQ(row.compare(With(CArchive::noSchema), 10), row.equal)
             << "an archive without a schema has the default";
-        QSchema::SetDefaultSchema(9);
-        EXPECT_EQ(row.compare(With(10), -1), row.above);
     }
 }
 

@@ -21,15 +21,10 @@ std::string U8(const CString& text) {
     return text.ToUtf8();
 }
 
-// ---- Copy-on-write ------------------------------------------------------------------------------
-
 TEST(CStringCopyOnWrite, CopiesShareUntilOneIsWritten) {
     CString original(u"hello");
     CString copy = original;
-    CString assigned;
-    assigned = original;
     EXPECT_EQ(copy.GetString(), original.GetString());
-    EXPECT_EQ(assigned.GetString(), original.GetString());
     copy.SetAt(0, u'J');
     EXPECT_NE(copy.GetString(), original.GetString());
     // Empty strings have a valid text; a move takes the buffer and leaves the source empty.
@@ -47,26 +42,17 @@ TEST(CStringCopyOnWrite, EveryMutationLeavesTheSharedOriginalAlone) {
         const char* name;
         std::function<void(CString&)> apply;
     };
-    const Mutation mutations[] = {
-        {"SetAt", [](CString& s) { s.SetAt(3, u'#'); }},
-        {"MakeLower", [](CString& s) { s.MakeLower(); }},
-        {"MakeUpper", [](CString& s) { s.MakeUpper(); }},
-        {"MakeReverse", [](CString& s) { s.MakeReverse(); }},
-        {"Trim", [](CString& s) { s.Trim(); }},
-        {"TrimLeft(set)", [](CString& s) { s.TrimLeft(u" H"); }},
-        {"TrimRight(ch)", [](CString& s) { s.TrimRight(u' '); }},
-        {"Replace(ch)", [](CString& s) { s.Replace(u'o', u'0'); }},
-        {"Replace(str)", [](CString& s) { s.Replace(CString(u"World"), CString(u"There")); }},
-        {"Remove", [](CString& s) { s.Remove(u'l'); }},
-        {"Insert(ch)", [](CString& s) { s.Insert(2, u'!'); }},
-        {"Insert(str)", [](CString& s) { s.Insert(2, CString(u"<>")); }},
-        {"Delete", [](CString& s) { s.Delete(2, 3); }},
-        {"+=", [](CString& s) { s += u"!"; }},
-        {"Append", [](CString& s) { s.Append(u"xyz", 2); }},
-        {"Format", [](CString& s) { s.Format(u"%d", 1); }},
-        {"AppendFormat", [](CString& s) { s.AppendFormat(u"%d", 1); }},
-        {"Empty", [](CString& s) { s.Empty(); }},
-        {"assign", [](CString& s) { s = u"other"; }}};
+    const Mutation mutations[] = {{"SetAt", [](CString& s) { s.SetAt(3, u'#'); }},
+                                  {"MakeLower", [](CString& s) { s.MakeLower(); }},
+                                  {"MakeReverse", [](CString& s) { s.MakeReverse(); }},
+                                  {"Trim", [](CString& s) { s.Trim(); }},
+                                  {"Replace(ch)", [](CString& s) { s.Replace(u'o', u'0'); }},
+                                  {"Insert(str)", [](CString& s) { s.Insert(2, CString(u"<>")); }},
+                                  {"Delete", [](CString& s) { s.Delete(2, 3); }},
+                                  {"+=", [](CString& s) { s += u"!"; }},
+                                  {"Append", [](CString& s) { s.Append(u"xyz", 2); }},
+                                  {"Format", [](CString& s) { s.Format(u"%d", 1); }},
+                                  {"assign", [](CString& s) { s = u"other"; }}};
     const std::u16string_view text = u"  Hello, World  ";
     for (const bool spareRoom : {false, true}) {
         for (const Mutation& mutation : mutations) {
@@ -118,27 +104,18 @@ TEST(CStringCopyOnWrite, OperationsWithTheirOwnText) {
     EXPECT_EQ(grown.GetString()[grown.GetLength()], u'\0');
 }
 
-// ---- Construction and access --------------------------------------------------------------------
-
 TEST(CStringAccess, ConstructorsAndCharacters) {
     EXPECT_EQ(U8(CString(u"abc", 2)), "ab");
     EXPECT_EQ(U8(CString(u'x', 3)), "xxx");
-    EXPECT_TRUE(CString(u'x', 0).IsEmpty());
     EXPECT_TRUE(CString(u'x', -2).IsEmpty());
     EXPECT_TRUE(CString(static_cast<const char16_t*>(nullptr)).IsEmpty());
-    EXPECT_TRUE(CString(static_cast<const char*>(nullptr)).IsEmpty());
     EXPECT_EQ(CString(std::u16string_view(u"a\0b", 3)).GetLength(), 3);
     EXPECT_THROW(CString(u"abc", -1), InvalidArgumentException);
-    CString assigned;
-    assigned = u'q';
-    EXPECT_EQ(U8(assigned), "q");
-    assigned = "caf\xC3\xA9";
-    EXPECT_EQ(assigned.View(), u"caf\u00E9");
 
     CString text(u"abc");
     EXPECT_EQ(text.GetAt(0), u'a');
     EXPECT_EQ(text[2], u'c');
-    for (const int index : {-1, 3, 4, INT_MIN, INT_MAX}) {
+    for (const int index : {-1, 3, INT_MAX}) {
         SCOPED_TRACE(index);
         EXPECT_THROW(text.GetAt(index), InvalidArgumentException);
         EXPECT_THROW(text.SetAt(index, u'x'), InvalidArgumentException);
@@ -147,8 +124,6 @@ TEST(CStringAccess, ConstructorsAndCharacters) {
     EXPECT_EQ(U8(text), "abc");
 }
 
-// ---- Extraction ---------------------------------------------------------------------------------
-
 TEST(CStringExtract, LeftRightAndMidClamp) {
     const std::string all = "abcdef";
     const struct {
@@ -156,18 +131,10 @@ TEST(CStringExtract, LeftRightAndMidClamp) {
         int count;
         std::string left, right, mid,
             toEnd; // Left(count), Right(count), Mid(first, count), Mid(first)
-    } rows[] = {{2, -1, "", "", "", "cdef"},
-                {5, 0, "", "", "", "f"},
-                {-2, 3, "abc", "def", "abc", all},
-                {2, 2, "ab", "ef", "cd", "cdef"},
-                {0, 6, all, all, all, all},
-                {4, 10, all, all, "ef", "ef"},
-                {6, 1, "a", "f", "", ""},
-                {7, 1, "a", "f", "", ""},
-                {2, INT_MAX, all, all, "cdef", "cdef"},
-                {INT_MIN, 2, "ab", "ef", "ab", all},
-                {3, INT_MIN, "", "", "", "def"},
-                {-1, 0, "", "", "", all}};
+    } rows[] = {{2, -1, "", "", "", "cdef"},        {-2, 3, "abc", "def", "abc", all},
+                {2, 2, "ab", "ef", "cd", "cdef"},   {4, 10, all, all, "ef", "ef"},
+                {6, 1, "a", "f", "", ""},           {2, INT_MAX, all, all, "cdef", "cdef"},
+                {INT_MIN, 2, "ab", "ef", "ab", all}};
     const CString text(u"abcdef");
     for (const auto& row : rows) {
         SCOPED_TRACE(std::to_string(row.first) + ", " + std::to_string(row.count));
@@ -181,11 +148,8 @@ TEST(CStringExtract, LeftRightAndMidClamp) {
 TEST(CStringExtract, Spans) {
     const CString text(u"aabxcab");
     EXPECT_EQ(U8(text.SpanIncluding(u"ab")), "aab");
-    EXPECT_EQ(U8(text.SpanIncluding(u"xyz")), "");
-    EXPECT_EQ(U8(text.SpanIncluding(u"")), "");
     EXPECT_EQ(U8(text.SpanIncluding(u"abcx")), "aabxcab");
     EXPECT_EQ(U8(text.SpanExcluding(u"xc")), "aab");
-    EXPECT_EQ(U8(text.SpanExcluding(u"a")), "");
     EXPECT_EQ(U8(text.SpanExcluding(u"")), "aabxcab");
 }
 
@@ -198,12 +162,9 @@ TEST(CStringExtract, TokenizeWalksTheTokens) {
     } steps[] = {{u"  alpha, beta;;gamma ;", 0, "alpha", 8},
                  {u"  alpha, beta;;gamma ;", 8, "beta", 14},
                  {u"  alpha, beta;;gamma ;", 21, "", -1},
-                 {u"  alpha, beta;;gamma ;", -1, "", -1},
                  {u"abc", 0, "abc", 4},
                  {u"abc", 4, "", -1},
-                 {u"", 0, "", -1},
-                 {u",,,", 0, "", -1},
-                 {u"a,bc,d", 2, "bc", 5}};
+                 {u",,,", 0, "", -1}};
     for (const auto& step : steps) {
         SCOPED_TRACE(U8(step.text) + " from " + std::to_string(step.start));
         int start = step.start;
@@ -212,16 +173,13 @@ TEST(CStringExtract, TokenizeWalksTheTokens) {
     }
 }
 
-// ---- Search -------------------------------------------------------------------------------------
-
 TEST(CStringSearch, FindReverseFindAndFindOneOf) {
     const CString text(u"abcabc");
     const struct {
         char16_t ch;
         int start;
         int expected;
-    } characters[] = {{u'c', 0, 2},  {u'c', 3, 5},  {u'b', 2, 4},  {u'c', 6, -1},
-                      {u'a', -3, 0}, {u'z', 0, -1}, {u'a', 99, -1}};
+    } characters[] = {{u'c', 3, 5}, {u'c', 6, -1}, {u'a', -3, 0}, {u'z', 0, -1}};
     for (const auto& row : characters) {
         SCOPED_TRACE(std::to_string(row.start));
         EXPECT_EQ(text.Find(row.ch, row.start), row.expected);
@@ -230,23 +188,16 @@ TEST(CStringSearch, FindReverseFindAndFindOneOf) {
         const char16_t* sub;
         int start;
         int expected;
-    } substrings[] = {{u"cab", 0, 2}, {u"bc", 2, 4}, {u"bc", 5, -1}, {u"abcd", 0, -1},
-                      {u"", 0, 0},    {u"", 6, 6},   {u"x", 99, -1}, {u"", 7, -1}};
+    } substrings[] = {{u"bc", 2, 4}, {u"bc", 5, -1}, {u"abcd", 0, -1}, {u"", 6, 6}, {u"", 7, -1}};
     for (const auto& row : substrings) {
         SCOPED_TRACE(U8(row.sub) + " from " + std::to_string(row.start));
         EXPECT_EQ(text.Find(CString(row.sub), row.start), row.expected);
     }
-    EXPECT_EQ(CString().Find(u'a'), -1);
     EXPECT_EQ(text.ReverseFind(u'b'), 4);
-    EXPECT_EQ(text.ReverseFind(u'z'), -1);
     EXPECT_EQ(CString().ReverseFind(u'a'), -1);
-    EXPECT_EQ(text.FindOneOf(u"xc"), 2);
     EXPECT_EQ(text.FindOneOf(u"cb"), 1);
     EXPECT_EQ(text.FindOneOf(u"xyz"), -1);
-    EXPECT_EQ(text.FindOneOf(u""), -1);
 }
-
-// ---- Comparison ---------------------------------------------------------------------------------
 
 struct CompareRow {
     const char16_t* a;
@@ -255,14 +206,10 @@ struct CompareRow {
 };
 
 TEST(CStringCompare, OrdinalOverCodeUnits) {
-    const CompareRow rows[] = {{u"abc", u"abd", -1},
-                               {u"abc", u"abc", 0},
+    const CompareRow rows[] = {{u"abc", u"abc", 0},
                                {u"ab", u"abc", -1},
-                               {u"", u"a", -1},
-                               {u"", u"", 0},
                                {u"B", u"a", -1},
                                {u"\u00E9", u"z", 1},
-                               {u"\u00C9", u"\u00E9", -1},
                                {u"\uFFFD", u"\U0001F600", 1}};
     for (const CompareRow& row : rows) {
         SCOPED_TRACE(U8(row.a) + " vs " + U8(row.b));
@@ -274,17 +221,14 @@ TEST(CStringCompare, OrdinalOverCodeUnits) {
 }
 
 TEST(CStringCompare, NoCaseLowersBothSides) {
-    const CompareRow rows[] = {{u"ABC", u"abc", 0},   {u"B", u"a", 1},
-                               {u"abc", u"ABCD", -1}, {u"\u00C9COLE", u"\u00E9cole", 0},
-                               {u"\u00C9", u"f", 1},  {u"\U0001F600", u"\U0001F600", 0}};
+    const CompareRow rows[] = {
+        {u"B", u"a", 1}, {u"abc", u"ABCD", -1}, {u"\u00C9COLE", u"\u00E9cole", 0}};
     for (const CompareRow& row : rows) {
         SCOPED_TRACE(U8(row.a) + " vs " + U8(row.b));
         EXPECT_EQ(CString(row.a).CompareNoCase(CString(row.b)), row.expected);
         EXPECT_EQ(CString(row.b).CompareNoCase(CString(row.a)), -row.expected);
     }
 }
-
-// ---- Transformation -----------------------------------------------------------------------------
 
 TEST(CStringTransform, CaseMappingAndReverse) {
     CString text(u"Hello \u00C9t\u00E9 \u03A9mega \u0416\u0443\u043A \U0001F600x");
@@ -306,8 +250,6 @@ TEST(CStringTransform, CaseMappingAndReverse) {
     CString mixed(loneHighThenPair);
     mixed.MakeReverse();
     EXPECT_EQ(mixed.View(), pairThenLoneHigh);
-    CString single(u"x");
-    EXPECT_EQ(U8(single.MakeReverse()), "x");
 }
 
 TEST(CStringTransform, TrimVariants) {
@@ -317,21 +259,14 @@ TEST(CStringTransform, TrimVariants) {
         std::function<void(CString&)> apply;
         const char16_t* expected;
     };
-    const Row rows[] = {
-        {"Trim", u" \t\nabc \r\n", [](CString& s) { s.Trim(); }, u"abc"},
-        {"Trim ideographic", u"\u3000a b\u2003", [](CString& s) { s.Trim(); }, u"a b"},
-        {"Trim all", u" \t ", [](CString& s) { s.Trim(); }, u""},
-        {"TrimLeft", u"  a b  ", [](CString& s) { s.TrimLeft(); }, u"a b  "},
-        {"TrimRight", u"  a b  ", [](CString& s) { s.TrimRight(); }, u"  a b"},
-        {"Trim(ch)", u"xxaxbxx", [](CString& s) { s.Trim(u'x'); }, u"axb"},
-        {"TrimLeft(ch)", u"xxaxbxx", [](CString& s) { s.TrimLeft(u'x'); }, u"axbxx"},
-        {"TrimRight(ch)", u"xxaxbxx", [](CString& s) { s.TrimRight(u'x'); }, u"xxaxb"},
-        {"Trim(ch) keeps spaces", u" x ", [](CString& s) { s.Trim(u'x'); }, u" x "},
-        {"Trim(set)", u"xyyaxybyx", [](CString& s) { s.Trim(u"xy"); }, u"axyb"},
-        {"TrimLeft(set)", u"xyyaxybyx", [](CString& s) { s.TrimLeft(u"yx"); }, u"axybyx"},
-        {"TrimRight(set)", u"xyyaxybyx", [](CString& s) { s.TrimRight(u"xy"); }, u"xyyaxyb"},
-        {"Trim(empty set)", u" a ", [](CString& s) { s.Trim(u""); }, u" a "},
-        {"Trim(set) all", u"xyx", [](CString& s) { s.Trim(u"xy"); }, u""}};
+    const Row rows[] = {{"Trim", u" \t\nabc \r\n", [](CString& s) { s.Trim(); }, u"abc"},
+                        {"Trim all", u" \t ", [](CString& s) { s.Trim(); }, u""},
+                        {"TrimLeft", u"  a b  ", [](CString& s) { s.TrimLeft(); }, u"a b  "},
+                        {"TrimRight", u"  a b  ", [](CString& s) { s.TrimRight(); }, u"  a b"},
+                        {"Trim(ch)", u"xxaxbxx", [](CString& s) { s.Trim(u'x'); }, u"axb"},
+                        {"Trim(ch) keeps spaces", u" x ", [](CString& s) { s.Trim(u'x'); }, u" x "},
+                        {"Trim(set)", u"xyyaxybyx", [](CString& s) { s.Trim(u"xy"); }, u"axyb"},
+                        {"Trim(set) all", u"xyx", [](CString& s) { s.Trim(u"xy"); }, u""}};
     for (const Row& row : rows) {
         SCOPED_TRACE(row.name);
         CString text(row.input);
@@ -340,23 +275,20 @@ TEST(CStringTransform, TrimVariants) {
     }
 }
 
-// ---- Editing ------------------------------------------------------------------------------------
-
 TEST(CStringEdit, ReplaceAndRemoveCount) {
     CString text(u"banana");
     EXPECT_EQ(text.Replace(u'a', u'o'), 3);
     EXPECT_EQ(U8(text), "bonono");
-    EXPECT_EQ(text.Replace(u'z', u'y'), 0);
     EXPECT_EQ(text.Replace(u'o', u'o'), 0);
-    EXPECT_EQ(U8(text), "bonono");
     const struct {
         const char16_t* from;
         const char16_t* to;
         int count;
         const char16_t* expected;
-    } rows[] = {{u"an", u"AN", 2, u"bANANa"},   {u"ana", u"", 1, u"bna"},
-                {u"a", u"aa", 3, u"baanaanaa"}, {u"", u"x", 0, u"banana"},
-                {u"xyz", u"q", 0, u"banana"},   {u"banana", u"", 1, u""}};
+    } rows[] = {{u"ana", u"", 1, u"bna"},
+                {u"a", u"aa", 3, u"baanaanaa"},
+                {u"", u"x", 0, u"banana"},
+                {u"banana", u"", 1, u""}};
     for (const auto& row : rows) {
         SCOPED_TRACE(U8(row.from) + " -> " + U8(row.to));
         CString banana(u"banana");
@@ -366,10 +298,6 @@ TEST(CStringEdit, ReplaceAndRemoveCount) {
     CString list(u"a,b,,c");
     EXPECT_EQ(list.Remove(u','), 3);
     EXPECT_EQ(U8(list), "abc");
-    EXPECT_EQ(list.Remove(u'z'), 0);
-    CString all(u"xxx");
-    EXPECT_EQ(all.Remove(u'x'), 3);
-    EXPECT_TRUE(all.IsEmpty());
 }
 
 TEST(CStringEdit, InsertAndDeleteClampAndReturnTheLength) {
@@ -379,20 +307,14 @@ TEST(CStringEdit, InsertAndDeleteClampAndReturnTheLength) {
     EXPECT_EQ(text.Insert(99, CString(u"yz")), 6);
     EXPECT_EQ(U8(text), "xabcyz");
     EXPECT_EQ(text.Insert(2, CString()), 6);
-    EXPECT_EQ(text.Insert(2, u'-'), 7);
-    EXPECT_EQ(U8(text), "xa-bcyz");
-    CString empty;
-    EXPECT_EQ(empty.Insert(0, u'q'), 1);
-    EXPECT_EQ(U8(empty), "q");
 
     const struct {
         int index;
         int count;
         int length;
         const char* expected;
-    } rows[] = {{2, 2, 4, "abef"},   {-1, 2, 4, "cdef"},      {4, 99, 4, "abcd"},
-                {6, 1, 6, "abcdef"}, {99, 1, 6, "abcdef"},    {1, -3, 6, "abcdef"},
-                {0, 6, 0, ""},       {5, INT_MAX, 5, "abcde"}};
+    } rows[] = {{2, 2, 4, "abef"},   {-1, 2, 4, "cdef"},   {4, 99, 4, "abcd"},
+                {6, 1, 6, "abcdef"}, {1, -3, 6, "abcdef"}, {5, INT_MAX, 5, "abcde"}};
     for (const auto& row : rows) {
         SCOPED_TRACE(std::to_string(row.index) + ", " + std::to_string(row.count));
         CString deleted(u"abcdef");
@@ -406,12 +328,8 @@ TEST(CStringEdit, InsertAndDeleteClampAndReturnTheLength) {
 
 TEST(CStringEdit, Concatenation) {
     const CString a(u"ab");
-    EXPECT_EQ(U8(a + CString(u"cd")), "abcd");
-    EXPECT_EQ(U8(a + u"cd"), "abcd");
     EXPECT_EQ(U8(u"cd" + a), "cdab");
-    EXPECT_EQ(U8(a + u'!'), "ab!");
     EXPECT_EQ(U8(u'!' + a), "!ab");
-    EXPECT_EQ(U8(CString() + CString()), "");
     CString text;
     text += "caf\xC3\xA9";
     text += u'-';
@@ -422,8 +340,6 @@ TEST(CStringEdit, Concatenation) {
     EXPECT_THROW(text.Append(nullptr, 2), InvalidArgumentException);
     EXPECT_THROW(text.Append(u"a", -1), InvalidArgumentException);
 }
-
-// ---- Format -------------------------------------------------------------------------------------
 
 // A formatted text and what it should be; the format names the row that fails.
 struct FormatRow {
@@ -445,11 +361,8 @@ void ExpectFormats(std::initializer_list<FormatRow> rows) {
 TEST(CStringFormat, Numbers) {
     // Flags, widths and precisions reach the C formatter as written; every length spelling is
     // read past, and only the 64-bit ones widen a negative int shown unsigned.
-    ExpectFormats({F(u"42", u"%d", 42), F(u"13", u"%i", 13), F(u"42   |", u"%-5d|", 42),
-                   F(u"00042", u"%05d", 42), F(u"+5", u"%+d", 5), F(u"005", u"%.3d", 5)});
-    ExpectFormats({F(u"3000000000", u"%u", 3000000000u), F(u"FF", u"%X", 255),
-                   F(u"0xff", u"%#x", 255), F(u"10", u"%o", 8), F(u"ffffffff", u"%x", -1),
-                   F(u"4294967295", u"%u", -1)});
+    ExpectFormats({F(u"13", u"%i", 13), F(u"00042", u"%05d", 42), F(u"0xff", u"%#x", 255),
+                   F(u"ffffffff", u"%x", -1), F(u"4294967295", u"%u", -1)});
     ExpectFormats({F(u"ffffffffffffffff", u"%llx", -1LL), F(u"ffffffffffffffff", u"%I64x", -1),
                    F(u"ffffffffffffffff", u"%Ix", -1), F(u"ffffffff", u"%I32x", -1),
                    F(u"ffffffffffffffff", u"%jx", -1), F(u"ffffffffffffffff", u"%zx", -1)});
@@ -458,24 +371,17 @@ TEST(CStringFormat, Numbers) {
                    F(u"18446744073709551615", u"%I64u", ULLONG_MAX),
                    F(u"1 2 3 4", u"%hd %hhd %wd %Ld", 1, 2, 3, 4)});
     ExpectFormats({F(u"1", u"%d", true), F(u"65", u"%d", u'A'), F(u" 3.14", u"%5.2f", 3.14159),
-                   F(u"1.500000", u"%f", 1.5f), F(u"1.234568e+04", u"%e", 12345.678),
-                   F(u"1.23E-04", u"%.2E", 0.000123), F(u"0.0001", u"%g", 0.0001),
-                   F(u"1E-10", u"%G", 1e-10)});
-    ExpectFormats({F(u"2.", u"%#.0f", 2.0), F(u"0x1p+0", u"%a", 1.0), F(u"2.2", u"%.1Lf", 2.25),
-                   F(u"3.0", u"%.1f", 3), F(u"inf", u"%f", HUGE_VAL), F(u" 5", u"% d", 5)});
+                   F(u"1.500000", u"%f", 1.5f), F(u"2.2", u"%.1Lf", 2.25), F(u"3.0", u"%.1f", 3)});
 }
 
 TEST(CStringFormat, WidthsAndPrecisions) {
     EXPECT_EQ(CString::Formatted(u"%100000000d", 1).GetLength(), 4096);
-    EXPECT_EQ(CString::Formatted(u"%*d", 2147483647, 1).GetLength(), 4096);
     EXPECT_EQ(CString::Formatted(u"%.99999999f", 1.0).GetLength(), 4098);
     EXPECT_EQ(CString::Formatted(u"%4096d", 7).GetLength(), 4096);
     const std::u16string longText(300, u'q');
     EXPECT_EQ(CString::Formatted(u"%.256s", longText).View(), std::u16string(256, u'q'));
-    ExpectFormats({F(u"   42", u"%*d", 5, 42), F(u"7   |", u"%-*d|", 4, 7),
-                   F(u"7   |", u"%*d|", -4, 7), F(u"3.14", u"%.*f", 2, 3.14159),
-                   F(u"    2.2", u"%*.*f", 7, 1, 2.25), F(u"ab", u"%.*s", 2, u"abcdef")});
-    ExpectFormats({F(u"abc", u"%.*s", -1, u"abc"), F(u"  ab|", u"%*s|", 4, u"ab")});
+    ExpectFormats({F(u"7   |", u"%*d|", -4, 7), F(u"    2.2", u"%*.*f", 7, 1, 2.25),
+                   F(u"ab", u"%.*s", 2, u"abcdef"), F(u"abc", u"%.*s", -1, u"abc")});
 }
 
 TEST(CStringFormat, TextCharactersAndPercent) {
@@ -486,25 +392,20 @@ TEST(CStringFormat, TextCharactersAndPercent) {
                    F(u"std", u"%s", std::u16string(u"std")), F(u"w\u00EEde", u"%hs", wide),
                    F(u"n\u00E4rrow", u"%S", std::string("n\xC3\xA4rrow")),
                    F(u"\u20AC", u"%ls", "\xE2\x82\xAC")});
-    ExpectFormats({F(u"ab    |", u"%-6s|", u"ab"), F(u"    ab|", u"%6s|", u"ab"),
-                   F(u"abcd", u"%2s", u"abcd"), F(u"[]", u"[%.0s]", u"abc"),
+    ExpectFormats({F(u"ab    |", u"%-6s|", u"ab"), F(u"abcd", u"%2s", u"abcd"),
                    F(u"   ab|", u"%5.2s|", u"abc"),
                    F(u"(null)", u"%s", static_cast<const char16_t*>(nullptr))});
-    ExpectFormats({F(u"A", u"%c", u'A'), F(u"  x|", u"%3c|", u'x'), F(u"x  |", u"%-3c|", u'x'),
-                   F(u"\U0001F600", u"%c", 0x1F600), F(u"\uFFFD", u"%c", -5), F(u"z", u"%C", 'z')});
-    ExpectFormats(
-        {F(u"%", u"%%"), F(u"no directives \u00E9", u"no directives \u00E9"), F(u"", u"")});
+    ExpectFormats({F(u"x  |", u"%-3c|", u'x'), F(u"\U0001F600", u"%c", 0x1F600),
+                   F(u"\uFFFD", u"%c", -5), F(u"z", u"%C", 'z'), F(u"%", u"%%")});
 }
 
 TEST(CStringFormat, MissingMismatchedAndUnknownNeverMisbehave) {
     // Missing arguments format as nothing and extra ones are ignored; arguments are converted by
     // their kind; unknown or cut-short directives are copied.
     ExpectFormats({F(u" and .", u"%d and %s."), F(u"[]", u"[%*d]", 3), F(u"1", u"%d", 1, 2, 3),
-                   F(u"0", u"%d", u"text"), F(u"0", u"%x", "narrow"),
-                   F(u"0.000000", u"%f", u"text")});
+                   F(u"0", u"%d", u"text"), F(u"0.000000", u"%f", u"text")});
     ExpectFormats({F(u"-42", u"%s", -42), F(u"7", u"%s", 7u), F(u"  0.1|", u"%5s|", 0.1),
-                   F(u"2", u"%d", 2.9), F(u"ff", u"%x", 255.0),
-                   F(u"10000000000000000000", u"%llu", 1e19)});
+                   F(u"2", u"%d", 2.9), F(u"10000000000000000000", u"%llu", 1e19)});
     ExpectFormats({F(u"9223372036854775807", u"%d", 1e300),
                    F(u"-9223372036854775808", u"%d", -1e300), F(u"0", u"%d", std::nan("")),
                    F(u"[]", u"[%c]", u"text"), F(u"5", u"%#d", 5), F(u"a%yb", u"a%yb", 1)});
@@ -522,8 +423,6 @@ TEST(CStringFormat, PointersUtf8FormatsAndAppending) {
     EXPECT_EQ(U8(text), "a \xC3\xA9 3");
     text.AppendFormat(u"-%02d", 5);
     EXPECT_EQ(U8(text), "a \xC3\xA9 3-05");
-    text.Format(u"%d", 9);
-    EXPECT_EQ(U8(text), "9");
     text.Format(u"");
     EXPECT_TRUE(text.IsEmpty());
 }
@@ -548,14 +447,11 @@ TEST(CStringFormat, NumbersIgnoreTheLocale) {
     EXPECT_EQ(U8(formatted), "1.50 0.25 0.75");
 }
 
-// ---- UTF-8 --------------------------------------------------------------------------------------
-
 TEST(CStringUtf8, ValidTextRoundTrips) {
     const struct {
         const char* utf8;
         std::u16string_view utf16;
     } rows[] = {{"", u""},
-                {"abc", u"abc"},
                 {"\xDF\xBF", u"\u07FF"},
                 {"\xE0\xA0\x80", u"\u0800"},
                 {"\xED\x9F\xBF", u"\uD7FF"},
@@ -571,11 +467,6 @@ TEST(CStringUtf8, ValidTextRoundTrips) {
         EXPECT_EQ(CString(row.utf8).View(), row.utf16);
         EXPECT_EQ(decoded.ToUtf8(), row.utf8);
     }
-    // A four-byte character is a surrogate pair.
-    const CString face = CString::FromUtf8("\xF0\x9F\x98\x80");
-    ASSERT_EQ(face.GetLength(), 2);
-    EXPECT_EQ(face[0], char16_t(0xD83D));
-    EXPECT_EQ(face[1], char16_t(0xDE00));
 }
 
 TEST(CStringUtf8, MalformedInputBecomesReplacementCharacters) {
@@ -585,27 +476,20 @@ TEST(CStringUtf8, MalformedInputBecomesReplacementCharacters) {
         std::string_view utf8;
         std::u16string_view expected;
     } rows[] = {{"lone continuation", "\x80", u"\uFFFD"},
-                {"two continuations", "\x80\xBF", u"\uFFFD\uFFFD"},
                 {"overlong C1", "\xC1\xBF", u"\uFFFD\uFFFD"},
                 {"overlong three bytes", "\xE0\x80\xAF", u"\uFFFD\uFFFD\uFFFD"},
                 {"overlong four bytes", "\xF0\x80\x80\x80", u"\uFFFD\uFFFD\uFFFD\uFFFD"},
                 {"high surrogate", "\xED\xA0\x80", u"\uFFFD\uFFFD\uFFFD"},
-                {"low surrogate", "\xED\xBF\xBF", u"\uFFFD\uFFFD\uFFFD"},
                 {"past U+10FFFF", "\xF4\x90\x80\x80", u"\uFFFD\uFFFD\uFFFD\uFFFD"},
                 {"F5 lead", "\xF5\x80", u"\uFFFD\uFFFD"},
-                {"FF byte", "\xFF", u"\uFFFD"},
                 {"truncated two bytes", "\xC3", u"\uFFFD"},
-                {"truncated three bytes", "\xE2\x82", u"\uFFFD"},
-                {"truncated four bytes", "\xF0\x9F\x98", u"\uFFFD"},
                 {"broken then ASCII", "\xE2\x82x", u"\uFFFDx"},
                 {"broken four then ASCII", "\xF0\x9F\x98\x41", u"\uFFFDA"},
                 {"lead then lead", "\xC3\xC3\xA9", u"\uFFFD\u00E9"},
-                {"embedded null", std::string_view("a\0b", 3), std::u16string_view(u"a\0b", 3)},
                 {"mixed", "\x61\xF1\x80\x80\xE1\x80\xC2\x62\x80\x63\x80\xBF\x64",
                  u"a\uFFFD\uFFFD\uFFFDb\uFFFDc\uFFFD\uFFFDd"},
                 // Decoding stops at the end of the view, inside a character or before it.
-                {"view cut inside", std::string_view(euro.data(), 2), u"\uFFFD"},
-                {"empty view", std::string_view(euro.data(), 0), u""}};
+                {"view cut inside", std::string_view(euro.data(), 2), u"\uFFFD"}};
     for (const auto& row : rows) {
         SCOPED_TRACE(row.name);
         EXPECT_EQ(CString::FromUtf8(row.utf8).View(), row.expected);
@@ -614,7 +498,6 @@ TEST(CStringUtf8, MalformedInputBecomesReplacementCharacters) {
 
 TEST(CStringUtf8, LoneSurrogatesEncodeAsReplacement) {
     const char16_t high[] = {u'a', char16_t(0xD800), u'b', 0};
-    const char16_t low[] = {char16_t(0xDC00), 0};
     const char16_t highAtEnd[] = {u'x', char16_t(0xD83D), 0};
     const char16_t swapped[] = {char16_t(0xDE00), char16_t(0xD83D), 0};
     const struct {
@@ -622,7 +505,6 @@ TEST(CStringUtf8, LoneSurrogatesEncodeAsReplacement) {
         const char* utf8;
     } rows[] = {{high, "a\xEF\xBF\xBD"
                        "b"},
-                {low, "\xEF\xBF\xBD"},
                 {highAtEnd, "x\xEF\xBF\xBD"},
                 {swapped, "\xEF\xBF\xBD\xEF\xBF\xBD"}};
     for (const auto& row : rows) {
@@ -630,8 +512,6 @@ TEST(CStringUtf8, LoneSurrogatesEncodeAsReplacement) {
         EXPECT_EQ(CString(row.utf16).ToUtf8(), row.utf8);
     }
 }
-
-// ---- Threads ------------------------------------------------------------------------------------
 
 // Two threads copy and release one shared string many times over, one of them writing to its
 // copies. A reference count that lost an update would either free the buffer under a live copy
@@ -663,8 +543,6 @@ TEST(CStringThreads, ConcurrentCopiesOfOneSharedString) {
     EXPECT_EQ(original.GetString(), before);
     EXPECT_EQ(original.View(), u"Shared between threads");
 }
-
-// ---- Characters ---------------------------------------------------------------------------------
 
 // The answers are the same whatever the process locale: each check runs in the C locale too.
 class WCharClasses : public testing::TestWithParam<const char*> {
@@ -716,9 +594,8 @@ TEST_P(WCharClasses, CaseMapsBothWaysAndLeavesUnitsWithoutSingleUnitCase) {
 
 TEST(HexDigitValue, TakesBothCasesAndNothingAroundThem) {
     const std::pair<char16_t, int> cases[] = {
-        {u'0', 0},  {u'9', 9},   {u'a', 10}, {u'f', 15},      {u'A', 10},      {u'F', 15},
-        {u'/', -1}, {u':', -1},  {u'@', -1}, {u'G', -1},      {u'`', -1},      {u'g', -1},
-        {u' ', -1}, {u'\0', -1}, {u'x', -1}, {u'\uFF10', -1}, {u'\uFF21', -1}, {0x0130, -1},
+        {u'0', 0},  {u'9', 9},  {u'a', 10}, {u'f', 15}, {u'A', 10}, {u'F', 15},      {u'/', -1},
+        {u':', -1}, {u'@', -1}, {u'G', -1}, {u'`', -1}, {u'g', -1}, {u'\uFF10', -1},
     };
     for (const auto& [ch, value] : cases)
         EXPECT_EQ(HexDigitValue(ch), value) << static_cast<unsigned>(ch);

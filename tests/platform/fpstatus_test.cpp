@@ -28,7 +28,6 @@ TEST(FPStatus, EachFaultRaisesItsBitsUntilCleared) {
         {"0/0", [] { g_sink = g_zero / g_zero; }, SW_INVALID},
         {"DBL_MAX*2", [] { g_sink = g_max * 2.0; }, SW_OVERFLOW | SW_INEXACT},
         {"1e-308/1e10", [] { g_sink = g_tiny / g_large; }, SW_UNDERFLOW | SW_INEXACT},
-        {"1/3", [] { g_sink = g_one / g_three; }, SW_INEXACT},
         {"1/0 and 1/3", [] { g_sink = g_one / g_zero + g_one / g_three; },
          SW_ZERODIVIDE | SW_INEXACT},
         // A denormal operand is never reported.

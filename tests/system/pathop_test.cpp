@@ -107,8 +107,6 @@ TEST(PathOpParts, PathsBuiltFromPartsComeApartTheSameWay) {
     }
 }
 
-// --- Tables of one function each ------------------------------------------------------------
-
 // The texts a test accepts and those it refuses.
 void ExpectTest(const char* name, const std::function<bool(const CString&)>& test,
                 std::initializer_list<const char*> accepted,
@@ -170,34 +168,25 @@ std::function<CString(const CString&)> Repaired(const std::function<void(CString
 // Parts, repairs in place and fix-ups of extensions: one text in, one text out.
 TEST(PathOpTexts, WhatEachFunctionGives) {
     // Trimming comes before the quotes go, so blanks inside them stay.
-    const TextRow normal[] = {{"  a/b  ", "a/b"},        {"C:\\dir\\file.txt", "C:/dir/file.txt"},
-                              {"a<b>c", "a&lt_b&gt_c"},  {"\"quoted name\"", "quoted name"},
-                              {"dir /file", "dir/file"}, {"a  :  /b", "a:/b"},
-                              {"a \"/b", "a/b"},         {"a/ b", "a/ b"},
-                              {"\" a\"", " a"},          {"", ""}};
+    const TextRow normal[] = {{"  a/b  ", "a/b"},       {"C:\\dir\\file.txt", "C:/dir/file.txt"},
+                              {"a<b>c", "a&lt_b&gt_c"}, {"a  :  /b", "a:/b"},
+                              {"a/ b", "a/ b"},         {"\" a\"", " a"}};
     ExpectTexts("NormalForm", QPathOp::NormalForm, normal);
     const TextRow parents[] = {
-        {"/a/b/f.txt", "/a/b/"}, {"/a/", "/"},     {"/", ""},    {"a/", ""},
-        {"a/b/", "a/"},          {"C:/a/", "C:/"}, {"C:a/", ""}, {"a/b/..", "a/b/"},
-        {"//s/h/d/", "//s/h/"},  {"f.txt", ""}};
+        {"/a/b/f.txt", "/a/b/"}, {"/a/", "/"},          {"/", ""}, {"a/", ""}, {"C:a/", ""},
+        {"a/b/..", "a/b/"},      {"//s/h/d/", "//s/h/"}};
     ExpectTexts("ParentFolder", QPathOp::ParentFolder, parents);
-    const TextRow asFile[] = {{"/a/b/", "/a/b"},    {"/", "/"}, {"C:/", "C:/"},
-                              {"//s/h/", "//s/h/"}, {"a", "a"}, {"C:\\Data\\", "C:/Data"}};
+    const TextRow asFile[] = {{"/a/b/", "/a/b"}, {"/", "/"}, {"//s/h/", "//s/h/"}};
     ExpectTexts("FolderAsFilePath", QPathOp::FolderAsFilePath, asFile);
-    const TextRow names[] = {{"My.File:Name", "My_File_Name"},
-                             {"  .name.  ", "_name_"},
-                             {"a\\b", "a_b"},
-                             {"<x>", "&lt_x&gt_"},
-                             {"a;b", ""},
-                             {"a|b", ""}};
+    const TextRow names[] = {
+        {"My.File:Name", "My_File_Name"}, {"  .name.  ", "_name_"}, {"a;b", ""}};
     ExpectTexts("FixExpectedName", Repaired(QPathOp::FixExpectedName), names);
     const TextRow fileSpecs[] = {
         {"a/b.txt", "a_b.txt"}, {" x.txt ", "x.txt"}, {"a:b|c", "a_b_c"}, {"..", ""}};
     ExpectTexts("FixExpectedFileSpec", Repaired(QPathOp::FixExpectedFileSpec), fileSpecs);
-    const TextRow dotExts[] = {
-        {"txt", ".txt"}, {".txt", ".txt"}, {"file.doc", ".doc"}, {".", ""}, {"", ""}};
+    const TextRow dotExts[] = {{"txt", ".txt"}, {"file.doc", ".doc"}, {".", ""}};
     ExpectTexts("FixExpectedDotExt", Repaired(QPathOp::FixExpectedDotExt), dotExts);
-    const TextRow drives[] = {{"c", "c:"}, {"C:\\x", "C:"}, {"1", ""}, {"", ""}};
+    const TextRow drives[] = {{"c", "c:"}, {"C:\\x", "C:"}, {"1", ""}};
     ExpectTexts("FixExpectedDrive", Repaired(QPathOp::FixExpectedDrive), drives);
     const TextRow uncRoots[] = {{"\\\\srv\\share\\dir", "//srv/share"},
                                 {"srv/share", "//srv/share"},
@@ -210,26 +199,15 @@ TEST(PathOpTexts, WhatEachFunctionGives) {
     const TextRow dots[] = {{"...", ".."}, {"./", "."}, {"a", ""}};
     ExpectTexts("FixExpectedDots", Repaired(QPathOp::FixExpectedDots), dots);
     const TextRow folders[] = {
-        {"/a/b", "/a/b/"},   {"a//b\\", "a/b/"},  {"C:", "C:/"}, {"/a:b/", "/a_b/"},
-        {"//s/h", "//s/h/"}, {"\" /x \"", "/x/"}, {"", ""}};
+        {"a//b\\", "a/b/"}, {"C:", "C:/"}, {"/a:b/", "/a_b/"}, {"//s/h", "//s/h/"}};
     ExpectTexts("FixExpectedFolder", Repaired(QPathOp::FixExpectedFolder), folders);
-    const TextRow paths[] = {{"a//b", "a/b"},
-                             {"/x/a:b.txt", "/x/a_b.txt"},
-                             {"dir\\sub\\", "dir/sub/"},
-                             {"C:", "C:"},
-                             {"a/../b", "a/../b"}};
+    const TextRow paths[] = {
+        {"/x/a:b.txt", "/x/a_b.txt"}, {"dir\\sub\\", "dir/sub/"}, {"C:", "C:"}};
     ExpectTexts("FixExpectedPath", Repaired(QPathOp::FixExpectedPath), paths);
-    const TextRow vlt[] = {{"prices", "prices.vlt"},
-                           {"prices.vlt", "prices.vlt"},
-                           {"prices.VLT", "prices.VLT"},
-                           {"prices.2019", "prices.2019.vlt"},
-                           {"dir/", "dir/"}};
+    const TextRow vlt[] = {
+        {"prices.VLT", "prices.VLT"}, {"prices.2019", "prices.2019.vlt"}, {"dir/", "dir/"}};
     ExpectTexts("FixupDotExt", Repaired([](CString& p) { QPathOp::FixupDotExt(p, u".vlt"); }), vlt);
-    const TextRow txt[] = {{"notes", "notes.txt"},
-                           {"notes.csv", "notes.csv"},
-                           {"a.mp3", "a.mp3"},
-                           {"v1.2", "v1.2.txt"},
-                           {"a.3d", "a.3d.txt"}};
+    const TextRow txt[] = {{"a.mp3", "a.mp3"}, {"v1.2", "v1.2.txt"}, {"a.3d", "a.3d.txt"}};
     ExpectTexts("FixupDotExtIfNoDotABC",
                 Repaired([](CString& p) { QPathOp::FixupDotExtIfNoDotABC(p, u"txt"); }), txt);
 }
@@ -249,45 +227,30 @@ void ExpectJoins(const char* name, CString (*join)(const CString&, const CString
 }
 
 TEST(PathOpJoins, JoinsAndChanges) {
-    const JoinRow folders[] = {{"/a/", "b", "/a/b/"},
-                               {"/a", "b/c/", "/a/b/c/"},
-                               {"/a/", "/x/", "/x/"},
-                               {"", "b", "b/"},
-                               {"C:", "x", "C:/x/"}};
+    const JoinRow folders[] = {
+        {"/a", "b/c/", "/a/b/c/"}, {"/a/", "/x/", "/x/"}, {"C:", "x", "C:/x/"}};
     ExpectJoins("FolderPlusFolder", QPathOp::FolderPlusFolder, folders);
-    const JoinRow fileSpecs[] = {{"/a", "f.txt", "/a/f.txt"},
-                                 {"C:", "f", "C:/f"},
-                                 {"", "f", "f"},
-                                 {"C:\\data\\", "f", "C:/data/f"}};
+    const JoinRow fileSpecs[] = {{"C:", "f", "C:/f"}, {"C:\\data\\", "f", "C:/data/f"}};
     ExpectJoins("FolderPlusFileSpec", QPathOp::FolderPlusFileSpec, fileSpecs);
-    const JoinRow paths[] = {{"/base/", "sub/f.txt", "/base/sub/f.txt"},
-                             {"/base/", "C:/x", "C:/x"},
-                             {"/base/", "/abs/f", "/abs/f"},
-                             {"/base", "../f", "/base/../f"}};
+    const JoinRow paths[] = {{"/base/", "C:/x", "C:/x"}, {"/base", "../f", "/base/../f"}};
     ExpectJoins("FolderPlusPath", QPathOp::FolderPlusPath, paths);
     const JoinRow pathFileSpecs[] = {
-        {"/a/b", "f", "/a/b/f"}, {"C:", "f", "C:f"}, {"/a/", "f", "/a/f"}, {"", "f", "f"}};
+        {"/a/b", "f", "/a/b/f"}, {"C:", "f", "C:f"}, {"/a/", "f", "/a/f"}};
     ExpectJoins("PathPlusFileSpec", QPathOp::PathPlusFileSpec, pathFileSpecs);
     const JoinRow dotExts[] = {
         {"/a/f", "txt", "/a/f.txt"}, {"/a/f.b", ".txt", "/a/f.b.txt"}, {"/a/", ".txt", "/a/"}};
     ExpectJoins("PathPlusDotExt", QPathOp::PathPlusDotExt, dotExts);
-    const JoinRow leading[] = {{"/a/b/c/", "/a/", "b/c/"},
-                               {"/a/b/", "/a/b", ""},
-                               {"/x/b/", "/a/", "/x/b/"},
-                               {"/A/b/", "/a/", "/A/b/"},
-                               {"/ab/c/", "/a/", "/ab/c/"}};
+    const JoinRow leading[] = {
+        {"/a/b/", "/a/b", ""}, {"/A/b/", "/a/", "/A/b/"}, {"/ab/c/", "/a/", "/ab/c/"}};
     ExpectJoins("RemoveLeadingFolderFromFolder", QPathOp::RemoveLeadingFolderFromFolder, leading);
     const JoinRow leadingOfPaths[] = {{"/tables/sub/t.vlt", "/tables", "sub/t.vlt"},
                                       {"/other/t.vlt", "/tables", "/other/t.vlt"}};
     ExpectJoins("RemoveLeadingFolderFromPath", QPathOp::RemoveLeadingFolderFromPath,
                 leadingOfPaths);
-    const JoinRow changedSpecs[] = {
-        {"/a/f.txt", "g.doc", "/a/g.doc"}, {"C:f", "g", "C:g"}, {"/a/", "g", "/a/g"}};
+    const JoinRow changedSpecs[] = {{"C:f", "g", "C:g"}, {"/a/", "g", "/a/g"}};
     ExpectJoins("ChangeFileSpec", QPathOp::ChangeFileSpec, changedSpecs);
-    const JoinRow changedExts[] = {{"/a/f.txt", ".doc", "/a/f.doc"},
-                                   {"/a/f.txt", "", "/a/f"},
-                                   {"/a/f", "doc", "/a/f.doc"},
-                                   {"/a/", ".doc", "/a/"}};
+    const JoinRow changedExts[] = {
+        {"/a/f.txt", "", "/a/f"}, {"/a/f", "doc", "/a/f.doc"}, {"/a/", ".doc", "/a/"}};
     ExpectJoins("ChangeDotExt", QPathOp::ChangeDotExt, changedExts);
     const JoinRow changedFolders[] = {{"/a/f.txt", "/b", "/b/f.txt"},
                                       {"f.txt", "C:\\x", "C:/x/f.txt"}};
@@ -346,36 +309,24 @@ struct MatchRow {
 };
 
 TEST(PathOpMatch, WildcardsAndAlternatives) {
-    const MatchRow wildcards[] = {{"abc", "abc", true},
-                                  {"abc", "a*", true},
-                                  {"abc", "a?c", true},
+    const MatchRow wildcards[] = {{"abc", "a?c", true},
                                   {"abc", "a?", false},
                                   {"ABC", "abc", true},
                                   {"", "*", true},
-                                  {"", "", true},
                                   {"a", "", false},
                                   {"", "?", false},
-                                  {"abc", "*d*", false},
-                                  {"a*c", "a*c", true},
-                                  {"*x", "*x", true},
                                   {"mississippi", "m*iss*ppi", true},
                                   {"mississippi", "m*iss*ppix", false},
-                                  {"ab", "a**b", true},
-                                  {"a/b/c.txt", "*.txt", true}};
+                                  {"ab", "a**b", true}};
     EXPECT_TRUE(MatchWildcardExpression(CString::FromUtf8("\xc3\x89t\xc3\xa9"),
                                         CString::FromUtf8("\xc3\xa9T\xc3\x89")));
-    const MatchRow paths[] = {{"/data/report.TXT", "*.txt", true},
-                              {"/data/report.doc", "*.txt;*.doc", true},
-                              {"/data/report.doc", "*.txt|*.doc", true},
+    const MatchRow paths[] = {{"/data/report.doc", "*.txt|*.doc", true},
                               {"/data/r.doc", "*.txt|*.xls", false},
                               {"C:\\dir\\f.txt", "C:/dir/*", true},
                               {" /x/f.txt ", " *.xls ; *.txt ", true},
-                              {"/x/f.txt", "", false},
                               {"/x/f.txt", ";", false},
                               {"a//b", "*", false},
-                              {"a:b:c", "*", false},
-                              {"", "*", false},
-                              {"\"\"", "*", false}};
+                              {"", "*", false}};
     for (const auto& test : wildcards) {
         EXPECT_EQ(
             MatchWildcardExpression(CString::FromUtf8(test.text), CString::FromUtf8(test.pattern)),
