@@ -52,20 +52,16 @@ test::WPoint PointOf(const std::string& text) {
     return test::Pt(std::stod(xy[0]), std::stod(xy[1]));
 }
 
-QWorldPoly PolygonOf(const std::string& text) {
-    QWorldPoly poly;
-    std::istringstream in(text == "-" ? "" : text);
-    for (std::string point; in >> point;)
-        poly.Add(PointOf(point));
-    return poly;
-}
-
 // The polygon of the words from `first` on; "-" for none.
 QWorldPoly PolygonOf(const Words& words, std::size_t first) {
     QWorldPoly poly;
     for (std::size_t i = first; i < words.size() && words[i] != "-"; ++i)
         poly.Add(PointOf(words[i]));
     return poly;
+}
+
+QWorldPoly PolygonOf(const std::string& text) {
+    return PolygonOf(Split(text, " "), 0);
 }
 
 QWorldPoly::Rect RectOf(const std::string& text) {
@@ -247,16 +243,12 @@ std::string Edit(QWorldPoly& poly, const std::string& command) {
         poly.Reverse();
     else if (verb == "mirror-x")
         poly.MirrorX(PointOf(at(1)));
-    else if (verb == "mirror-y")
-        poly.MirrorY(PointOf(at(1)));
     else if (verb == "sort-angle")
         poly.SortAlong(QAngle(std::stod(at(1)), QAngle::ANGU_DEG));
     else if (verb == "remove-duplicates")
         poly.RemoveDuplicates(IsClosed(at(1)));
     else if (verb == "set-size")
         poly.SetSize(index(1));
-    else if (verb == "ensure-size")
-        poly.EnsureSize(index(1));
     else if (verb == "element-at")
         poly.ElementAt(index(1)) = PointOf(at(2));
     else if (verb == "element-at-wrapped")
