@@ -407,8 +407,6 @@ TEST(MapFlatTest, ScaleMirrorAndRotationShapeTheMap) {
     EXPECT_EQ(dc.GetViewportExt(), (QClientVector{50, 60}));
     EXPECT_EQ(dc.GetViewportOrg(), QClientPoint(7, 8));
     EXPECT_EQ(mirrored.SetMode(dc), MM_ANISOTROPIC);
-    EXPECT_EQ(mirrored.AngleStep().GetRaw(), 15);
-    EXPECT_EQ(mirrored.ClipRatio(), 100.0);
 }
 
 TEST(PageDocTest, DefaultScaleIsAMultipleOfFiveFromTheSmallerSide) {

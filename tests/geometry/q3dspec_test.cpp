@@ -50,9 +50,6 @@ TEST(CameraTest, FocusAndUpFollowTheLookOverManyAngles) {
             spec.GetEyeToFocusUnitVector(x, y, z);
             ASSERT_TRUE(PointNear(P3(x, y, z), look, 1e-12));
             ASSERT_TRUE(PointNear(spec.GetFocus(), Plus(P3(100, 200, 300), look, 1000)));
-            QLength fx, fy, fz;
-            spec.GetFocus(fx, fy, fz);
-            ASSERT_TRUE(PointNear({fx, fy, fz}, Of(spec.GetFocus()), 0));
 
             const Point3D up = spec.GetUp();
             const Triple u = Of(up);
@@ -61,14 +58,10 @@ TEST(CameraTest, FocusAndUpFollowTheLookOverManyAngles) {
             ASSERT_NEAR(u.z, 100 * std::cos(phi * std::numbers::pi / 180), 1e-12);
 
             const auto logical = spec.GetFocusLogical();
-            ASSERT_NEAR(logical.x, fx.GetRaw() / 0.01, 1e-6);
-            ASSERT_NEAR(logical.z, fz.GetRaw() / 0.01, 1e-6);
+            ASSERT_NEAR(logical.x, spec.GetFocus().x.GetRaw() / 0.01, 1e-6);
+            ASSERT_NEAR(logical.z, spec.GetFocus().z.GetRaw() / 0.01, 1e-6);
         }
     }
-    const auto eye = Looking(0, 0).GetEyeLogical();
-    EXPECT_DOUBLE_EQ(eye.x, 10000);
-    EXPECT_DOUBLE_EQ(eye.y, 20000);
-    EXPECT_DOUBLE_EQ(eye.z, 30000);
 }
 
 TEST(CameraTest, PanningInMovesTheEyeAloneAndSidewaysMovesTheCentreToo) {
@@ -187,10 +180,6 @@ TEST(CameraTest, ResetsLookAtWhereTheEyeWasOrAtTheFocusGiven) {
         EXPECT_TRUE(PointNear(spec.CenterOfRotation(), {-10, 20, 30}, 0));
         EXPECT_TRUE(PointNear(spec.GetFocus(), {-10, 20, 30}, 1e-9));
         EXPECT_NEAR(spec.DistanceFromEyeToCenterOfRotation().GetRaw(), 5000, 1e-9);
-
-        spec.PosReset();
-        EXPECT_TRUE(PointNear(spec.GetEye(), mode.focus, 0));
-        EXPECT_TRUE(PointNear(spec.CenterOfRotation(), mode.focus, 0));
     }
 
     Q3DSpec given;
@@ -201,10 +190,6 @@ TEST(CameraTest, ResetsLookAtWhereTheEyeWasOrAtTheFocusGiven) {
     EXPECT_EQ(given.FocalLength(), L(2500));
     EXPECT_TRUE(PointNear(given.GetEye(), Plus(P3(1, 2, 3), LookOf(45, -10), -2500)));
     EXPECT_TRUE(PointNear(given.CenterOfRotation(), {1, 2, 3}, 0));
-    given.ResetGivenFocusAndFocalLength(P3(0, 0, 0), L(50), Deg(12));
-    EXPECT_EQ(given.Theta(), Deg(12));
-    EXPECT_EQ(given.Phi(), Deg(12));
-    EXPECT_EQ(given.PosStep(), L(2));
 }
 
 TEST(CameraTest, EqualityLooksAtAnglesFieldOfViewEyeAndFocalLengthOnly) {
