@@ -455,12 +455,9 @@ TEST(PageDocTest, HimetricSizeRoundsHundredthsHalfUp) {
 // A printer that reports a page and counts the contexts asked of it.
 class FakePrinter : public IPrinter {
 public:
-    FakePrinter(int widthMm, int heightMm, const char* driver = "HPPCL.DLL",
-                const char* version = "1.0")
-        : m_widthMm(widthMm), m_heightMm(heightMm), m_driver(CString::FromUtf8(driver)),
-          m_version(CString::FromUtf8(version)) {}
-    CString DriverName() const override { return m_driver; }
-    CString DriverVersion() const override { return m_version; }
+    FakePrinter(int widthMm, int heightMm) : m_widthMm(widthMm), m_heightMm(heightMm) {}
+    CString DriverName() const override { return u"HPPCL.DLL"; }
+    CString DriverVersion() const override { return u"1.0"; }
     std::unique_ptr<QDeviceContext> CreateDC() override {
         ++asked;
         const QDeviceCaps caps{m_widthMm * 24, m_heightMm * 24, m_widthMm, m_heightMm};
@@ -470,7 +467,6 @@ public:
 
 private:
     int m_widthMm, m_heightMm;
-    CString m_driver, m_version;
 };
 
 // A view that follows the page size and records what it was given.
