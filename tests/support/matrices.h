@@ -49,12 +49,6 @@ inline Rows TurnAbout(double x, double y, double z, double radians) {
     return rows;
 }
 
-inline Rows TurnX(double radians) {
-    return TurnAbout(1, 0, 0, radians);
-}
-inline Rows TurnY(double radians) {
-    return TurnAbout(0, 1, 0, radians);
-}
 inline Rows TurnZ(double radians) {
     return TurnAbout(0, 0, 1, radians);
 }
