@@ -25,7 +25,8 @@ import time
 from dataclasses import dataclass
 
 ROOT = os.path.abspath(os.path.join(os.path.dirname(__file__), "..", ".."))
-SUBSYSTEMS = ["platform", "values", "system", "document", "formula", "tables", "questions", "exchange"]
+SUBSYSTEMS = ["platform", "values", "system", "document", "formula", "tables", "questions", "exchange",
+              "geometry"]
 
 # Operators that mutate into their opposite. clang-format puts spaces around binary operators,
 # which keeps template brackets, pointers and unary signs out of the sample.
