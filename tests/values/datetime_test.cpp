@@ -188,12 +188,7 @@ TEST_F(DateTimeTest, SetDayOfMonthStopsAtTheLastDayAndFirstAndLastDayKeepTheTime
     const struct {
         int year, month, wanted;
         int day;
-    } rows[] = {
-        {2026, 2, 31, 28},
-        {2024, 2, 31, 29},
-        {2026, 4, 31, 30},
-        {2026, 2, 0, 1},
-    };
+    } rows[] = {{2026, 2, 31, 28}, {2024, 2, 31, 29}, {2026, 4, 31, 30}, {2026, 2, 0, 1}};
     for (const auto& row : rows) {
         SCOPED_TRACE(testing::Message() << row.year << "-" << row.month << " day " << row.wanted);
         QDateTime date(row.year, row.month, 10, 14, 30, 5);
