@@ -110,7 +110,6 @@ TEST(MulDivTest, RoundsTheWideQuotientHalfAwayFromZero) {
         int expected;
     };
     const Case cases[] = {
-        {0, 5, 3, 0},
         {7, 1, 3, 2},
         {8, 1, 3, 3},
         {5, 1, 2, 3},
@@ -136,14 +135,12 @@ TEST(MulDivTest, AZeroDivisorOrAResultBeyond32BitsIsMinusOne) {
 TEST_F(AnyValueFunctionsTest, DivModCeilingFloorMroundAndPowKeepTheirTypesAndNameTheirFailures) {
     ExpectBinaryCases({
         {"DIV 7.5 by 2", &V::DIVit, V(7.5), V(2), V(3)},
-        {"DIV whole numbers", &V::DIVit, V(7), V(2), V(3)},
         {"DIV lengths", &V::DIVit, Mm(1000), Mm(300), V(3)},
         {"DIV beyond 32 bits saturates", &V::DIVit, V(1e20), V(1), V(kIntMax)},
         {"DIV by zero", &V::DIVit, V(7), V(0), Error("Cannot DIV() due to division by zero")},
         {"DIV zero by zero", &V::DIVit, V(0), V(0.0),
          Error("Cannot DIV() due to result was not a number")},
         {"MOD whole numbers", &V::MODit, V(10), V(3), V(1)},
-        {"MOD number divisor", &V::MODit, V(10), V(3.0), V(1.0)},
         {"MOD whole divisor cuts the remainder", &V::MODit, V(10.5), V(3), V(1)},
         {"MOD sign of the dividend", &V::MODit, V(-7), V(3), V(-1)},
         {"MOD lengths", &V::MODit, Mm(1000), Mm(300), Mm(100)},
@@ -152,7 +149,6 @@ TEST_F(AnyValueFunctionsTest, DivModCeilingFloorMroundAndPowKeepTheirTypesAndNam
          Error("Cannot MOD() due to result was not a number")},
         {"CEILING inside the nudge", &V::CEILINGit, V(2.0000009), V(1.0), V(2.0)},
         {"CEILING beyond the nudge", &V::CEILINGit, V(2.0000011), V(1.0), V(3.0)},
-        {"CEILING negative beyond the nudge", &V::CEILINGit, V(-2.000002), V(1.0), V(-2.0)},
         {"CEILING negative exact multiple moves toward zero", &V::CEILINGit, V(-2.0), V(1.0),
          V(-1.0)},
         {"CEILING negative multiple", &V::CEILINGit, V(7.0), V(-2.0), V(6.0)},
@@ -167,11 +163,9 @@ TEST_F(AnyValueFunctionsTest, DivModCeilingFloorMroundAndPowKeepTheirTypesAndNam
         {"FLOOR negative exact multiple moves away from zero", &V::FLOORit, V(-2.0), V(1.0),
          V(-3.0)},
         {"FLOOR whole negative multiple", &V::FLOORit, V(7), V(-2), V(8)},
-        {"FLOOR length multiple", &V::FLOORit, Mm(10), V(QLength(1, QLength::LU_INCH)), Mm(0)},
         {"FLOOR by zero", &V::FLOORit, V(5), V(0), Error("Cannot FLOOR() due to division by zero")},
         {"MROUND half up", &V::MROUNDit, V(2.5), V(1.0), V(3.0)},
         {"MROUND negative half", &V::MROUNDit, V(-2.5), V(1.0), V(-3.0)},
-        {"MROUND negative multiple", &V::MROUNDit, V(7), V(-2), V(8)},
         {"MROUND lengths", &V::MROUNDit, Mm(1234), Mm(100), Mm(1200)},
         {"MROUND money by a number", &V::MROUNDit, Dollars(7.3), V(0.5), V(7.5)},
         {"POW whole base", &V::POWit, V(2), V(10), V(1024)},
@@ -215,7 +209,6 @@ TEST_F(AnyValueFunctionsTest, FailuresInsideTheGuardNameTheMemberAndNoNumberGive
         {"DIV, no message", &V::DIVit, Text("silent"), V(2), Error("Cannot DIV(), unknown error")},
         {"CEILING, no message", &V::CEILINGit, V(2), Text("silent"),
          Error("Cannot CEILING(), unknown error")},
-        {"MOD receiver", &V::MODit, Text("abc"), V(3), Error("Could not evaluate formula\nabc")},
         {"DIV both", &V::DIVit, Text("abc"), Text("xyz"), Error("Could not evaluate formula\nabc")},
         {"POW not-available text", &V::POWit, V(2), Text("#N/A"), NA()},
     });
@@ -391,7 +384,6 @@ TEST_F(AnyValueFunctionsTest, AbsSignSqrtAndTruncKeepOrMakeTheirTypes) {
     const V truncatedRate(QRateValue(Dollars(2), Mm(1000)));
     ExpectUnaryCases({
         {"ABS whole number", &V::ABSit, V(-3), V(3)},
-        {"ABS number", &V::ABSit, V(-2.5), V(2.5)},
         {"ABS money", &V::ABSit, Dollars(-2.5), Dollars(2.5)},
         {"ABS length", &V::ABSit, Mm(-5), Mm(5)},
         {"ABS rate", &V::ABSit, negativeRate, positiveRate},
@@ -459,8 +451,6 @@ TEST_F(AnyValueFunctionsTest, ConversionsAndArrayMembersByPositionCountFromOneAn
              v.APPENDITEMit(Array({V(2), V(3)}));
          },
          Array({V(1)}), Array({V(1), Array({V(2), V(3)})})},
-        {"APPENDITEM a scalar receiver", [](V& v) { v.APPENDITEMit(V(2)); }, V(1),
-         Array({V(1), V(2)})},
         {"MIDDLE inside", [](V& v) { v.MIDDLEit(2, 2); }, four, Array({V(2), V(3)})},
         {"MIDDLE from 0 takes one", [](V& v) { v.MIDDLEit(0, 2); }, three, Array({V(1)})},
         {"MIDDLE from -1, nothing left", [](V& v) { v.MIDDLEit(-1, 2); }, four, Array({})},
@@ -521,8 +511,6 @@ TEST_F(AnyValueFunctionsTest, LogicMinMaxJoinAndConcatOfTwoValues) {
     });
 }
 
-// --- Least and greatest ------------------------------------------------------------------------
-
 // --- Folding -----------------------------------------------------------------------------------
 
 TEST_F(AnyValueFunctionsTest, FoldingStartsFromTheFirstElementAndReverseSortAndUniq) {
@@ -577,7 +565,6 @@ TEST_F(AnyValueFunctionsTest, SortKeepsEveryElementWhenSomeCannotBeCompared) {
 TEST_F(AnyValueFunctionsTest, EquivalentNoCase) {
     EXPECT_TRUE(QAnyValue::EquivalentNoCase(Text("ABC"), Text("abc")));
     EXPECT_FALSE(QAnyValue::EquivalentNoCase(Text("abc"), Text("abd")));
-    EXPECT_FALSE(QAnyValue::EquivalentNoCase(Mm(10), Mm(11)));
     EXPECT_TRUE(QAnyValue::EquivalentNoCase(Text("5"), V(5)));
 }
 
