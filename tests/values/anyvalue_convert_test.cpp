@@ -214,8 +214,6 @@ TEST_F(AnyValueConvertTest, StatesEmptyArraysAndTablesConvert) {
     EXPECT_TRUE(Converted(V(QTableHandlePtr()), T::TYPE_STRING).Identical(V(u"")));
 }
 
-// --- From a string -----------------------------------------------------------------------------
-
 TEST_F(AnyValueConvertTest, TheFormulaStepItsFailuresAndRunningAsAFormulaWhichSkipsTheParser) {
     EXPECT_TRUE(Converted(V(u"=1+1"), T::TYPE_DOUBLE).Identical(V(2.0)));
     EXPECT_EQ(FakeEvaluator::asked, std::vector<std::string>{"1+1"}) << "without the =";

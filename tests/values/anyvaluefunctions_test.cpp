@@ -413,8 +413,6 @@ TEST_F(AnyValueFunctionsTest, AbsSignSqrtAndTruncKeepOrMakeTheirTypes) {
     });
 }
 
-// --- Conversions with a display form -----------------------------------------------------------
-
 TEST_F(AnyValueFunctionsTest, ConversionsAndArrayMembersByPositionCountFromOneAndCutToWhatExists) {
     const V tens = Array({V(10), V(20), V(30)});
     const V three = Array({V(1), V(2), V(3)});
@@ -510,8 +508,6 @@ TEST_F(AnyValueFunctionsTest, LogicMinMaxJoinAndConcatOfTwoValues) {
         {"CONCAT a boolean", &V::CONCATit, Text("is "), V(true), Text("is Yes")},
     });
 }
-
-// --- Folding -----------------------------------------------------------------------------------
 
 TEST_F(AnyValueFunctionsTest, FoldingStartsFromTheFirstElementAndReverseSortAndUniq) {
     ExpectUnaryCases({
