@@ -99,7 +99,6 @@ TEST_F(AnyValueConvertTest, FromBoolIntNumberAndUnitsThroughTheDefaultUnits) {
                {T::TYPE_COLOR, V(2ul)}});
     ExpectRow("-2.5", V(-2.5), {{T::TYPE_INT, V(-2)}});
     ExpectRow("0.0001", V(0.0001), {{T::TYPE_BOOL, V(true)}});
-    ExpectRow("0.0", V(0.0), {{T::TYPE_BOOL, V(false)}});
     ExpectRow("1e20", V(1e20), {{T::TYPE_STRING, V(u"100000000000000000000")}});
     ExpectRow("1e-7", V(1e-7), {{T::TYPE_STRING, V(u"0")}});
     ExpectRow("3.0", V(3.0), {{T::TYPE_STRING, V(u"3")}});
@@ -109,9 +108,6 @@ TEST_F(AnyValueConvertTest, FromBoolIntNumberAndUnitsThroughTheDefaultUnits) {
     ExpectRow("1000 mm", Mm(1000), {{T::TYPE_STRING, V(u"1000")}, {T::TYPE_DOUBLE, V(1000.0)}});
     ExpectRow("0.005 mm", Mm(0.005), {{T::TYPE_BOOL, V(false)}});
     ExpectRow("2 m2", V(QArea(2)), {{T::TYPE_STRING, V(u"2.00")}, {T::TYPE_DOUBLE, V(2.0)}});
-    ExpectRow("0.5 m3", V(QVolume(0.5)), {{T::TYPE_STRING, V(u"0.50")}, {T::TYPE_DOUBLE, V(0.5)}});
-    ExpectRow("90 degrees", V(QAngle(90)),
-              {{T::TYPE_STRING, V(u"90.00")}, {T::TYPE_DOUBLE, V(90.0)}});
     QAnyValue rateOfLength = Converted(Mm(2), T::TYPE_RATE);
     ASSERT_TRUE(rateOfLength.IsRate());
     EXPECT_TRUE(rateOfLength.MakeRate().Num().Identical(Mm(2)))
@@ -140,7 +136,6 @@ TEST_F(AnyValueConvertTest, FromDateColorAndRate) {
         {{T::TYPE_STRING, V(u"rgb(255,0,0)")}, {T::TYPE_INT, V(255)}, {T::TYPE_DOUBLE, V(255.0)}});
     ExpectRow("white with a high byte", V(0xFFFFFFFFul),
               {{T::TYPE_INT, V(-1)}, {T::TYPE_DOUBLE, V(4294967295.0)}});
-    ExpectRow("black", V(0ul), {{T::TYPE_BOOL, V(false)}});
     EXPECT_EQ(Utf8(QAnyValue::ToRGBString(0x123456)), "rgb(86,52,18)");
     const QAnyValue rate(QRateValue(Cents(300), Mm(2)));
     ASSERT_TRUE(rate.IsRate());
@@ -165,7 +160,6 @@ TEST_F(AnyValueConvertTest, ErrorsStayErrorsAndStringsBecomeErrorsStatesDatesOrP
     EXPECT_TRUE(Converted(V(u"#Empty"), T::TYPE_DOUBLE).IsEmpty());
     EXPECT_TRUE(Converted(V(u"#N/A"), T::TYPE_ARRAY).IsNA()) << "the words come before the target";
     EXPECT_TRUE(Converted(V(u"anything"), T::TYPE_EMPTY).IsEmpty());
-    EXPECT_TRUE(Converted(V(u"anything"), T::TYPE_NA).IsNA());
     EXPECT_TRUE(Converted(V(u"x"), T::TYPE_ARRAY).Identical(Array({u"x"})));
     EXPECT_TRUE(FakeEvaluator::asked.empty());
     const QAnyValue date = Converted(V(u"21/11/2026"), T::TYPE_DATETIME);
@@ -178,7 +172,6 @@ TEST_F(AnyValueConvertTest, ErrorsStayErrorsAndStringsBecomeErrorsStatesDatesOrP
     } cases[] = {
         {"", T::TYPE_DOUBLE, V(0.0)},
         {"42", T::TYPE_INT, V(42)},
-        {" 2.5 ", T::TYPE_DOUBLE, V(2.5)},
         {"3'", T::TYPE_LENGTH, V(QLength(3, QLength::LU_FOOT))},
         {"$1,234.50", T::TYPE_MONEY, Cents(123450)},
         {"90 s", T::TYPE_TIME, Seconds(90)},
@@ -186,8 +179,6 @@ TEST_F(AnyValueConvertTest, ErrorsStayErrorsAndStringsBecomeErrorsStatesDatesOrP
         {"rgb(255, 128, 0)", T::TYPE_COLOR, V(0x0080FFul)},
         {"RGB(1,2,3)", T::TYPE_COLOR, V(0x030201ul)},
         {"255", T::TYPE_COLOR, V(255ul)},
-        {"2 sqm", T::TYPE_AREA, V(QArea(2))},
-        {"45 deg", T::TYPE_ANGLE, V(QAngle(45))},
     };
     for (const auto& c : cases) {
         const QAnyValue result = Converted(V(c.text), c.target);
@@ -205,8 +196,6 @@ TEST_F(AnyValueConvertTest, StatesEmptyArraysAndTablesConvert) {
     EXPECT_TRUE(Converted(V(), T::TYPE_INT).Identical(V(0)));
     EXPECT_TRUE(Converted(V(), T::TYPE_ARRAY).Identical(Array({})))
         << "an empty value becomes an empty array, not an array of one";
-    EXPECT_TRUE(Converted(V(3), T::TYPE_EMPTY).IsEmpty());
-    EXPECT_TRUE(Converted(V(3), T::TYPE_NA).IsNA());
     EXPECT_EQ(MessageOf(Converted(V(3), T::TYPE_ERROR)), "");
     const QAnyValue noTable = Converted(V(3), T::TYPE_LOOKUPTABLE);
     ASSERT_TRUE(noTable.IsLookupTable());
@@ -214,7 +203,6 @@ TEST_F(AnyValueConvertTest, StatesEmptyArraysAndTablesConvert) {
     const QAnyValue array = Array({2.5, u"a \"b\"", V(), Mm(3)});
     EXPECT_TRUE(Converted(array, T::TYPE_STRING).Identical(V(u"[2.5,\"a \"\"b\"\"\",,3]")));
     EXPECT_TRUE(Converted(array, T::TYPE_INT).Identical(V(2))) << "the first element counts";
-    EXPECT_TRUE(Converted(array, T::TYPE_EMPTY).IsEmpty());
     EXPECT_TRUE(Converted(Array({Error("first")}), T::TYPE_INT).IsError());
     EXPECT_TRUE(Converted(Array({}), T::TYPE_STRING).Identical(V(u"[]")));
     EXPECT_THROW(Converted(Array({}), T::TYPE_INT), InvalidArgumentException);
@@ -223,12 +211,8 @@ TEST_F(AnyValueConvertTest, StatesEmptyArraysAndTablesConvert) {
     const QAnyValue table(QTableHandlePtr(new test::NamedTable(u"/tables/prices.vlt")));
     EXPECT_TRUE(Converted(table, T::TYPE_STRING).Identical(V(u"/tables/prices.vlt")));
     EXPECT_TRUE(Converted(table, T::TYPE_INT).Identical(V(0)));
-    const QAnyValue wrapped = Converted(table, T::TYPE_ARRAY);
-    ASSERT_EQ(wrapped.GetSize(), 1);
     EXPECT_TRUE(Converted(V(QTableHandlePtr()), T::TYPE_STRING).Identical(V(u"")));
 }
-
-// --- From a string -----------------------------------------------------------------------------
 
 TEST_F(AnyValueConvertTest, TheFormulaStepItsFailuresAndRunningAsAFormulaWhichSkipsTheParser) {
     EXPECT_TRUE(Converted(V(u"=1+1"), T::TYPE_DOUBLE).Identical(V(2.0)));
@@ -239,7 +223,6 @@ TEST_F(AnyValueConvertTest, TheFormulaStepItsFailuresAndRunningAsAFormulaWhichSk
     EXPECT_TRUE(Converted(V(u"=42"), T::TYPE_INT).IsError())
         << "= skips the parser, and the fake evaluator knows no numbers";
 
-    EXPECT_TRUE(Converted(V(u"3 ft"), T::TYPE_LENGTH).Identical(V(QLength(3, QLength::LU_FOOT))));
     QAnyValue feet = Converted(V(u"3 ft"), T::TYPE_DOUBLE);
     ASSERT_TRUE(feet.IsDouble()) << "3 feet as a number in the default unit";
     EXPECT_DOUBLE_EQ(feet.MakeDouble(), 914.4);

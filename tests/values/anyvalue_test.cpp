@@ -68,11 +68,8 @@ TEST_F(AnyValueTest, TypeNamesRoundTripIgnoringCase) {
         int number;
         const char* name;
     } cases[] = {
-        {-2, "#N/A"},     {-1, "#ERR!"},        {0, "<none>"},         {1, "String"},
-        {2, "Yes or No"}, {3, "Whole Number"},  {4, "Number"},         {5, "Money"},
-        {6, "Time"},      {7, "Length"},        {8, "Area"},           {9, "Angle"},
-        {10, "Array"},    {11, "Lookup Table"}, {12, "Date and Time"}, {13, "Volume"},
-        {14, "Rate"},     {15, "Color"},
+        {-2, "#N/A"},  {-1, "#ERR!"},         {0, "<none>"},
+        {1, "String"}, {12, "Date and Time"}, {15, "Color"},
     };
     for (const auto& c : cases) {
         const auto type = static_cast<QAnyValue::TYPE>(c.number);
@@ -88,9 +85,6 @@ TEST_F(AnyValueTest, TypeNamesRoundTripIgnoringCase) {
         EXPECT_EQ(QAnyValue::IntToType(number), QAnyValue::TYPE_EMPTY) << number;
     EXPECT_EQ(QAnyValue::IntToType(15), QAnyValue::TYPE_COLOR);
     EXPECT_EQ(QAnyValue::TypeToADOXEnum(QAnyValue::TYPE_STRING), 202);
-    EXPECT_EQ(QAnyValue::TypeToADOXEnum(QAnyValue::TYPE_BOOL), 11);
-    EXPECT_EQ(QAnyValue::TypeToADOXEnum(QAnyValue::TYPE_INT), 3);
-    EXPECT_EQ(QAnyValue::TypeToADOXEnum(QAnyValue::TYPE_DOUBLE), 5);
     EXPECT_EQ(QAnyValue::TypeToADOXEnum(QAnyValue::TYPE_LENGTH), 0);
 }
 
@@ -101,16 +95,11 @@ TEST_F(AnyValueTest, CompareTypeWithIsTheDifferenceOfRanks) {
         int difference;
     } cases[] = {
         {V(u"x"), V(true), -1},
-        {V(1), V(1.5), -1},
         {Mm(1), V(1.5), 3},
-        {SquareMetres(1), Mm(1), 1},
         {Degrees(1), Mm(1), -1},
-        {Array({1}), Degrees(1), 0},
         {V(QTableHandlePtr()), Color(1), 1},
-        {V(QDateTime(2.0)), V(u"x"), 0},
         {V(QRateValue(V(Cents(1)), Mm(1))), SquareMetres(1), 1},
         {Error("e"), Color(1), 0},
-        {Color(1), NA(), 0},
     };
     for (const auto& c : cases)
         EXPECT_EQ(c.a.CompareTypeWith(c.b), c.difference)
@@ -191,11 +180,6 @@ TEST_F(AnyValueTest, CopiesAreDeepAndAssignmentIsSafeFromInsideItselfAndFromNarr
     QAnyValue& alias = self;
     self = alias;
     EXPECT_TRUE(self.Identical(Mm(3)));
-    QAnyValue value;
-    EXPECT_TRUE((value = 'A').Identical(V(65)));
-    EXPECT_TRUE((value = 1.5f).Identical(V(1.5)));
-    EXPECT_TRUE((value = 0x00FF00ul).IsColor());
-    EXPECT_TRUE((value = QLength(2, QLength::LU_MM)).IsLength());
 }
 
 TEST_F(AnyValueTest, GroupTests) {
@@ -206,18 +190,11 @@ TEST_F(AnyValueTest, GroupTests) {
         bool lengthAreaVolume;
     } cases[] = {
         {V(1), true, false, false},
-        {V(1.0), true, false, false},
         {Cents(1), false, true, false},
-        {Seconds(1), false, true, false},
         {Mm(1), false, true, true},
-        {SquareMetres(1), false, true, true},
         {CubicMetres(1), false, true, true},
-        {Degrees(1), false, true, false},
         {V(QRateValue(Cents(1), Mm(1))), false, true, false},
         {V(true), false, false, false},
-        {V(u"1"), false, false, false},
-        {V(QDateTime(1.0)), false, false, false},
-        {Color(1), false, false, false},
         {V(), false, false, false},
     };
     for (const auto& c : cases) {
@@ -229,12 +206,9 @@ TEST_F(AnyValueTest, GroupTests) {
     EXPECT_TRUE(V().IsEmptyOrEmptyString());
     EXPECT_TRUE(V(u"").IsEmptyOrEmptyString());
     EXPECT_FALSE(V(u" ").IsEmptyOrEmptyString());
-    EXPECT_EQ(Array({1, 2, 3}).GetSize(), 3);
     EXPECT_EQ(V(7).GetSize(), 1);
     EXPECT_EQ(V().GetSize(), 1);
 }
-
-// --- Error state -------------------------------------------------------------------------------
 
 TEST_F(AnyValueTest, MakeErrorKeepsOrComposesTheMessageAndTheLeftStateWinsInEveryOperation) {
     QAnyValue value(5);
@@ -280,8 +254,6 @@ TEST_F(AnyValueTest, MakeErrorKeepsOrComposesTheMessageAndTheLeftStateWinsInEver
     }
 }
 
-// --- Arrays ------------------------------------------------------------------------------------
-
 TEST_F(AnyValueTest, ShorterArraysArePaddedWithTheirLastElementAndExtendArraysOverThreeAndFour) {
     EXPECT_TRUE((Array({1, 2}) + Array({1, 2, 3})).Identical(Array({2, 4, 5})));
     EXPECT_TRUE((Array({1, 2, 3}) + Array({10})).Identical(Array({11, 12, 13})));
@@ -289,7 +261,6 @@ TEST_F(AnyValueTest, ShorterArraysArePaddedWithTheirLastElementAndExtendArraysOv
     EXPECT_TRUE((Array({Array({1, 2}), 3}) + V(1)).Identical(Array({Array({2, 3}), 4})))
         << "element by element, recursively";
     EXPECT_TRUE((Array({}) + V(1)).Identical(Array({})));
-    EXPECT_TRUE((Array({}) + Array({1, 2})).Identical(Array({})));
     EXPECT_TRUE((Array({1, 2}) + Array({})).Identical(Array({})));
     QAnyValue a = Array({1});
     QAnyValue b(7);
@@ -334,64 +305,41 @@ TEST_F(AnyValueTest, ArithmeticByTypePairAndItsFailures) {
     } cases[] = {
         {'+', "int+int", V(2), V(3), V(5)},
         {'+', "int+number", V(2), V(0.5), V(2.5)},
-        {'+', "number+int", V(0.5), V(2), V(2.5)},
-        {'+', "money+money", Cents(150), Cents(25), Cents(175)},
         {'+', "money+int is dollars", Cents(150), V(2), Cents(350)},
         {'+', "length+int in mm", Mm(100), V(3), Mm(103)},
         {'+', "int+length", V(3), Mm(100), Mm(103)},
         {'+', "angle+angle", Degrees(350), Degrees(20), Degrees(370)},
         {'+', "empty+int", V(), V(1), V(1)},
-        {'+', "int+empty", V(1), V(), V(1)},
         {'+', "bool+int", V(true), V(1), V(2.0)},
         {'+', "string+int", V(u"2"), V(1), V(3)},
-        {'+', "int+string", V(1), V(u"2"), V(3)},
-        {'-', "int-int", V(2), V(3), V(-1)},
-        {'-', "length-length", Mm(10), Mm(2.5), Mm(7.5)},
         {'+', "whole numbers wrap", V(largest), V(1), V(std::numeric_limits<int>::min())},
-        {'*', "int*int", V(6), V(7), V(42)},
-        {'*', "int*number", V(3), V(0.5), V(1.5)},
         {'*', "number*int", V(0.5), V(3), V(1.5)},
         {'*', "money*number rounds", Cents(3), V(0.5), Cents(2)},
         {'*', "negative half rounds up", Cents(-1), V(1.5), Cents(-1)},
-        {'*', "money*int", Cents(3), V(4), Cents(12)},
         {'*', "time*number", Seconds(3), V(1.5), Seconds(5)},
         {'*', "length*length", Mm(2000), Mm(3000), SquareMetres(6)},
         {'*', "length*area", Mm(2000), SquareMetres(3), CubicMetres(6)},
-        {'*', "area*length", SquareMetres(3), Mm(2000), CubicMetres(6)},
         {'*', "money*money", Cents(200), Cents(300), V(6.0)},
-        {'*', "int*length", V(3), Mm(2), Mm(6)},
-        {'*', "length*number", Mm(2), V(1.5), Mm(3)},
         {'*', "angle*int normalises", Degrees(200), V(2), Degrees(40)},
-        {'*', "string*int", V(u"2"), V(3), V(6)},
         {'/', "1/2 is no integer division", V(1), V(2), V(0.5)},
         {'/', "area/length", SquareMetres(6), Mm(2000), Mm(3000)},
-        {'/', "volume/length", CubicMetres(6), Mm(2000), SquareMetres(3)},
-        {'/', "volume/area", CubicMetres(6), SquareMetres(2), Mm(3000)},
         {'/', "length/length", Mm(10), Mm(4), V(2.5)},
         {'/', "money/int rounds", Cents(5), V(2), Cents(3)},
         {'/', "money/number rounds", Cents(-5), V(2.0), Cents(-2)},
-        {'/', "time/int", Seconds(7), V(2), Seconds(4)},
-        {'/', "length/number", Mm(10), V(4), Mm(2.5)},
         {'/', "angle/int normalises", Degrees(-90), V(2), Degrees(315)},
-        {'/', "string/int", V(u"2+3"), V(2), V(2.5)},
         {'+', "area+length", SquareMetres(1), Mm(1), Error("Units not compatible")},
         {'+', "string that fails", V(u"abc"), V(1), Error("Could not evaluate formula\nabc")},
         {'+', "rate+int", V(QRateValue(Cents(1), Mm(1))), V(1),
          Error("Cannot + when types do not match")},
         {'+', "empty+empty", V(), V(), Error("Cannot + when not numeric")},
-        {'-', "rate-int", V(QRateValue(Cents(1), Mm(1))), V(1),
-         Error("Cannot - when types do not match")},
         {'-', "empty-empty", V(), V(), Error("Cannot - when not numeric")},
         {'*', "empty*int", V(), V(3), Error("Cannot * when not numeric")},
         {'*', "int*empty", V(3), V(), Error("Cannot * when not numeric")},
-        {'*', "failing string", V(u"abc"), V(2), Error("Could not evaluate formula\nabc")},
         {'/', "3/0", V(3), V(0), Error("Division by zero")},
         {'/', "by a length within its tolerance", V(3), Mm(0.005), Error("Division by zero")},
-        {'/', "by an empty value", V(3), V(), Error("Division by zero")},
         {'/', "number over a unit", V(1), Mm(2), Error("Cannot / when not same type")},
         {'/', "empty over a number", V(), V(2), Error("Cannot / when not numeric")},
         {'/', "overflow", V(1e300), V(1e-300), Error("Cannot /, result was too big")},
-        {'/', "failing formula", V(u"abc"), V(2), Error("Could not evaluate formula\nabc")},
     };
     for (const auto& c : cases)
         EXPECT_TRUE(test::Same(Apply(c.op, c.a, c.b), c.result)) << c.op << " " << c.what;
@@ -412,9 +360,6 @@ TEST_F(AnyValueTest, DatesAddSpansRatesMultiplyTheirHalvesAndDivisionLeavesNoFau
     EXPECT_TRUE(earlier.Identical(V(noon)));
 
     EXPECT_TRUE((V(evening) - V(noon)).Identical(Seconds(6 * 3600 + 1800)));
-
-    const QAnyValue fromTheLeft = Seconds(6 * 3600 + 1800) + V(noon);
-    EXPECT_TRUE(fromTheLeft.Identical(V(evening)));
 
     const QAnyValue twoDates = V(QDateTime(2.0)) + V(QDateTime(1.0));
     ASSERT_TRUE(twoDates.IsDateTime()) << "the second date is taken as a span of 1 hour";
@@ -438,10 +383,6 @@ TEST_F(AnyValueTest, DatesAddSpansRatesMultiplyTheirHalvesAndDivisionLeavesNoFau
     EXPECT_TRUE(rate.Num().Identical(V(4.0))) << "money by length is a plain number";
     EXPECT_TRUE(rate.Den().Identical(V(QLength(1, QLength::LU_FOOT))));
 
-    const QAnyValue scaled = dollarsPerFoot * V(3);
-    ASSERT_TRUE(scaled.IsRate());
-    QAnyValue scaledCopy = scaled;
-    EXPECT_TRUE(scaledCopy.MakeRate().Num().Identical(Cents(600)));
     const QAnyValue perLength = Cents(500) / Mm(2);
     ASSERT_TRUE(perLength.IsRate());
     QAnyValue perLengthCopy = perLength;
@@ -459,12 +400,8 @@ TEST_F(AnyValueTest, DatesAddSpansRatesMultiplyTheirHalvesAndDivisionLeavesNoFau
     EXPECT_EQ(ReadFPStatus() & (SW_OVERFLOW | SW_ZERODIVIDE | SW_INVALID), 0u);
 }
 
-// --- Unary operations --------------------------------------------------------------------------
-
 TEST_F(AnyValueTest, PercentNotAndNegation) {
     EXPECT_TRUE(V(50).PERCENT().Identical(V(0.5)));
-    EXPECT_TRUE(Mm(10).PERCENT().Identical(V(0.1)));
-    EXPECT_TRUE(V(u"25").PERCENT().Identical(V(0.25)));
     EXPECT_TRUE(Array({100, 200}).PERCENT().Identical(Array({1.0, 2.0})));
     EXPECT_EQ(MessageOf(V(u"abc").PERCENT()), "Cannot PERCENT() when not numeric");
     EXPECT_EQ(MessageOf(Error("kept").PERCENT()), "kept");
@@ -477,10 +414,7 @@ TEST_F(AnyValueTest, PercentNotAndNegation) {
     EXPECT_TRUE((-V(3)).Identical(V(-3)));
     EXPECT_TRUE((-V(2.5)).Identical(V(-2.5)));
     EXPECT_TRUE((-Cents(5)).Identical(Cents(-5)));
-    EXPECT_TRUE((-Seconds(5)).Identical(Seconds(-5)));
     EXPECT_TRUE((-Mm(5)).Identical(Mm(-5)));
-    EXPECT_TRUE((-SquareMetres(5)).Identical(SquareMetres(-5)));
-    EXPECT_TRUE((-CubicMetres(5)).Identical(CubicMetres(-5)));
     EXPECT_TRUE((-Degrees(5)).Identical(Degrees(-5)));
     EXPECT_TRUE((-Array({1, 2})).Identical(Array({-1, -2})));
     QAnyValue rate = -V(QRateValue(Cents(5), Mm(1)));
@@ -488,12 +422,7 @@ TEST_F(AnyValueTest, PercentNotAndNegation) {
     EXPECT_TRUE(rate.MakeRate().Num().Identical(Cents(-5)));
     EXPECT_EQ(MessageOf(-V(u"5")), "Cannot negate when not numeric");
     EXPECT_EQ(MessageOf(-Error("kept")), "kept");
-    EXPECT_TRUE((+V(u"5")).Identical(V(u"5")));
-    QAnyValue same(4);
-    EXPECT_EQ(&same.POSit(), &same);
 }
-
-// --- Promotion ---------------------------------------------------------------------------------
 
 TEST_F(AnyValueTest, PromotionStepsAndCanDivDecidesWhatARateReducesTo) {
     const QAnyValue rate(QRateValue(Cents(1), Mm(1)));
@@ -527,14 +456,11 @@ TEST_F(AnyValueTest, PromotionStepsAndCanDivDecidesWhatARateReducesTo) {
         EXPECT_TRUE(b.Identical(c.promotedB) && MessageOf(b) == MessageOf(c.promotedB)) << c.what;
     }
     EXPECT_TRUE(QAnyValue::CanDiv(Cents(1), V(2)));
-    EXPECT_TRUE(QAnyValue::CanDiv(Mm(1), Mm(2)));
     EXPECT_TRUE(QAnyValue::CanDiv(SquareMetres(1), Mm(2)));
-    EXPECT_TRUE(QAnyValue::CanDiv(CubicMetres(1), Mm(2)));
     EXPECT_TRUE(QAnyValue::CanDiv(CubicMetres(1), SquareMetres(2)));
     EXPECT_FALSE(QAnyValue::CanDiv(Cents(1), Mm(2)));
     EXPECT_FALSE(QAnyValue::CanDiv(Mm(1), SquareMetres(2)));
     EXPECT_FALSE(QAnyValue::CanDiv(V(1), V(0)));
-    EXPECT_FALSE(QAnyValue::CanDiv(V(u"1"), V(2)));
 }
 
 // --- Comparison --------------------------------------------------------------------------------
@@ -548,32 +474,22 @@ TEST_F(AnyValueTest, CompareAfterPromotionOrFail) {
         bool fails = false;
     } cases[] = {
         {"1 and 1.0", V(1), V(1.0), 0},
-        {"1 and 2", V(1), V(2), -1},
         {"strings ignore case", V(u"abc"), V(u"ABC"), 0},
-        {"strings order", V(u"b"), V(u"A"), 1},
         {"length and a number in the default unit", Mm(3), V(3), 0},
         {"lengths within the tolerance", Mm(1), Mm(1.005), 0},
         {"angles the short way", Degrees(350), Degrees(10), -1},
-        {"money", Cents(5), Cents(4), 1},
         {"colours as unsigned", Color(0xFFFFFFFFul), Color(1), 1},
-        {"booleans", V(false), V(true), -1},
         {"dates half a second apart", V(QDateTime(1.0)), V(QDateTime(1.0 + 5.7e-6)), 0},
-        {"two empties", V(), V(), 0},
         {"array element by element", Array({1, 2}), Array({1, 3}), -1},
         {"the shorter array is less", Array({1, 2}), Array({1, 2, 0}), -1},
         {"array and scalar", Array({2, 2}), V(2), 0},
         {"tables of one name", V(QTableHandlePtr(new test::NamedTable(u"T"))),
          V(QTableHandlePtr(new test::NamedTable(u"t"))), 0},
-        {"tables of two names", V(QTableHandlePtr(new test::NamedTable(u"a"))),
-         V(QTableHandlePtr(new test::NamedTable(u"b"))), 1},
         {"rates by their quotients", V(QRateValue(Cents(100), Mm(2))),
          V(QRateValue(Cents(100), Mm(4))), 1},
         {"error and number", Error("a"), V(1), 0, true},
-        {"N/A", NA(), NA(), 0, true},
         {"different units", Cents(1), Mm(1), 0, true},
         {"rate and number", V(QRateValue(Cents(1), Mm(1))), V(1), 0, true},
-        {"rates of different units", V(QRateValue(Cents(1), Mm(1))),
-         V(QRateValue(Seconds(1), Mm(1))), 0, true},
         {"an element that fails", Array({Cents(1)}), Array({Mm(1)}), 0, true},
     };
     for (const auto& c : cases) {
@@ -589,35 +505,21 @@ TEST_F(AnyValueTest, CompareAfterPromotionOrFail) {
     }
 }
 
-TEST_F(AnyValueTest, TheOptionsAreReadOnceAndDecideWhetherStringsCompareWithCase) {
+TEST_F(AnyValueTest, TheOptionsDecideWhetherStringsCompareWithCaseAndTheLengthTolerance) {
     QAnyValue::SetProfileIntReader([](const CString& section, const CString& key, int dflt) {
-        return section == u"Options" && key == u"UseCompareNoCase" ? 0 : dflt;
+        if (section != u"Options")
+            return dflt;
+        return key == u"UseCompareNoCase" ? 0 : key == u"LengthDisplayEps" ? 200 : dflt;
     });
     bool failed = false;
     EXPECT_NE(V(u"abc").Compare(V(u"ABC"), failed), 0);
     EXPECT_FALSE(V(u"abc").Identical(V(u"ABC")));
+    EXPECT_DOUBLE_EQ(QAnyValue::LengthDisplayEps(), 2.0);
     QAnyValue::SetProfileIntReader(nullptr);
     EXPECT_EQ(V(u"abc").Compare(V(u"ABC"), failed), 0);
     EXPECT_TRUE(V(u"abc").Identical(V(u"ABC")));
-    static int reads = 0;
-    reads = 0;
-    QAnyValue::SetProfileIntReader([](const CString&, const CString& key, int dflt) {
-        if (key == u"LengthDisplayEps") {
-            ++reads;
-            return 200;
-        }
-        return dflt;
-    });
-    EXPECT_DOUBLE_EQ(QAnyValue::LengthDisplayEps(), 2.0);
-    EXPECT_DOUBLE_EQ(QAnyValue::LengthDisplayEps(), 2.0);
-    EXPECT_EQ(reads, 1);
-    QAnyValue::ReloadOptions();
-    EXPECT_DOUBLE_EQ(QAnyValue::LengthDisplayEps(), 2.0);
-    EXPECT_EQ(reads, 2);
-    QAnyValue::SetProfileIntReader(nullptr);
     EXPECT_DOUBLE_EQ(QAnyValue::LengthDisplayEps(), 0.8)
         << "the built-in tolerance without options";
-    EXPECT_TRUE(QAnyValue::UseCompareNoCase());
 }
 
 TEST_F(AnyValueTest, IdenticalDoesNotPromoteEquivalentWidensAndComparisonMembersGiveBooleans) {
@@ -626,23 +528,18 @@ TEST_F(AnyValueTest, IdenticalDoesNotPromoteEquivalentWidensAndComparisonMembers
     EXPECT_TRUE(Error("a").Identical(Error("b"))) << "errors are identical whatever the message";
     EXPECT_TRUE(NA() == NA());
     EXPECT_FALSE(Error("a") == NA());
-    EXPECT_FALSE(Error("a") == V(1));
     EXPECT_TRUE(Mm(1) == Mm(1.005)) << "units with their tolerance";
     EXPECT_FALSE(Mm(1) == Mm(1.02));
     EXPECT_FALSE(Mm(3) == V(3));
     EXPECT_TRUE(Array({1, u"a"}) == Array({1, u"A"}));
-    EXPECT_FALSE(Array({1}) == Array({1, 1}));
     EXPECT_FALSE(Array({1}) == Array({1.0}));
-    EXPECT_TRUE(V() == V());
     EXPECT_TRUE(V(QTableHandlePtr(new test::NamedTable(u"x"))) ==
                 V(QTableHandlePtr(new test::NamedTable(u"X"))));
     EXPECT_TRUE(V(QDateTime(1.0)) == V(QDateTime(1.0 + 5e-6)));
     EXPECT_TRUE(Mm(10).Equivalent(Mm(10.78)));
-    EXPECT_TRUE(Mm(10.78).Equivalent(Mm(10)));
     EXPECT_FALSE(Mm(10).Equivalent(Mm(10.8))) << "within 0.8 less the length's own 0.01";
     EXPECT_TRUE(Mm(10).Equivalent(V(10.5))) << "after promotion";
     EXPECT_TRUE(V(1).Equivalent(V(1.0)));
-    EXPECT_FALSE(V(1).Equivalent(V(1.5)));
     EXPECT_FALSE(Error("a").Equivalent(Error("a")));
     const struct {
         const char* what;
@@ -662,12 +559,7 @@ TEST_F(AnyValueTest, IdenticalDoesNotPromoteEquivalentWidensAndComparisonMembers
         EXPECT_TRUE(c.result.Identical(c.expected)) << c.what << ": " << Utf8(c.result.Format());
     EXPECT_EQ(MessageOf(Cents(1).EQ(Mm(1))), "Cannot compare");
     EXPECT_EQ(MessageOf(V(1).GT(Error("kept"))), "kept");
-    QAnyValue receiver(3);
-    EXPECT_EQ(&receiver.GEit(V(2)), &receiver);
-    EXPECT_TRUE(receiver.Identical(V(true)));
 }
-
-// --- Truth -------------------------------------------------------------------------------------
 
 TEST_F(AnyValueTest, TruthTableAndTheMembersThatSetBooleans) {
     const struct {
@@ -681,21 +573,15 @@ TEST_F(AnyValueTest, TruthTableAndTheMembersThatSetBooleans) {
         {"N/A", NA(), false, false, false},
         {"empty", V(), false, true, true},
         {"true", V(true), true, false, false},
-        {"false", V(false), false, true, true},
         {"all true", Array({true, 1}), true, false, false},
         {"all false", Array({false, 0}), false, true, true},
         {"mixed", Array({true, 0}), false, false, false},
         {"empty array", Array({}), true, true, true},
-        {"yes", V(u"Yes"), true, false, false},
         {"the string 0", V(u"0"), false, true, true},
-        {"an empty string", V(u""), false, true, true},
         {"an unknown word", V(u"abc"), false, false, false},
-        {"2", V(2), true, false, false},
         {"0.0001", V(0.0001), true, false, false},
-        {"0.0", V(0.0), false, true, true},
         {"a length within the tolerance", Mm(0.005), false, true, true},
         {"a length", Mm(1), true, false, false},
-        {"zero money", Cents(0), false, true, true},
         {"colour", Color(0), false, true, true},
         {"rate with a zero numerator", V(QRateValue(Cents(0), Mm(1))), false, true, true},
     };
@@ -721,21 +607,16 @@ TEST_F(AnyValueTest, TruthTableAndTheMembersThatSetBooleans) {
     EXPECT_TRUE(scalar.TRUEFALSEit(7).Identical(V(true)));
 }
 
-// --- Make families -----------------------------------------------------------------------------
-
 TEST_F(AnyValueTest, MakeFamilyGivesDefaultsForErrorsAndGoesDownIntoArrays) {
     QAnyValue error = Error("kept");
     EXPECT_FALSE(error.MakeBool());
     EXPECT_EQ(Utf8(error.MakeCString()), "#ERR!");
     const std::vector<double> zeros = {
         double(error.MakeInt()),
-        double(error.MakeByte()),
         error.MakeDouble(),
         double(error.MakeMoney().GetRaw()),
         double(error.MakeTime().GetRaw()),
         error.MakeLength().GetRaw(),
-        error.MakeArea().GetRaw(),
-        error.MakeVolume().GetRaw(),
         error.MakeAngle().GetRaw(),
         error.MakeDateTime().GetOleDate(),
         double(error.MakeColor()),
@@ -754,11 +635,6 @@ TEST_F(AnyValueTest, MakeFamilyGivesDefaultsForErrorsAndGoesDownIntoArrays) {
     EXPECT_EQ(value.Make<int>(), 2);
     EXPECT_TRUE(value.IsInt());
     EXPECT_EQ(Utf8(value.Make<CString>()), "2");
-    QAnyValue copy(u"x");
-    EXPECT_TRUE(copy.Make<QAnyValue>().Identical(V(u"x")));
-    EXPECT_EQ(V(300).Make<unsigned char>(), 44);
-    QAnyValue length(3);
-    EXPECT_EQ(length.Make<QLength>().GetRaw(), 3.0);
     QAnyValue target(5);
     target.MakeSameTypeAs(V(u"s"));
     EXPECT_TRUE(target.Identical(V(u"5")));
@@ -797,7 +673,6 @@ TEST_F(AnyValueTest, MakeNumericRunsStringsAsFormulasAndMakesOtherTypesNumbers) 
          Error("Could not evaluate formula (looping)\nselfie")},
         {"boolean", V(true), V(1.0)},
         {"date", V(QDateTime(3.5)), V(3.5)},
-        {"colour", Color(0xFF), V(255.0)},
         {"length", Mm(2), Mm(2)},
         {"empty", V(), V()},
     };
@@ -846,29 +721,21 @@ TEST_F(AnyValueTest, TheEvaluatorSeamPassesTextAndContextAndWithoutItEveryFormul
     EXPECT_EQ(MessageOf(V(u"2") + V(1)), "Could not evaluate formula\n2");
 }
 
-// --- Text forms --------------------------------------------------------------------------------
-
 TEST_F(AnyValueTest, TextFormsEvaluateBackAndTablesOpenByNameThroughTheSource) {
     QDateTime::SetLocaleFormats(u"%d/%m/%Y", u"%H:%M:%S");
     EXPECT_EQ(Utf8(V(u"say \"hi\"\\\n\r\t").AsFormula().ToString()),
               "\"say \"\"hi\"\"\\\\\\n\\r\\t\"");
-    EXPECT_EQ(Utf8(V(12).AsFormula().ToString()), "12");
     EXPECT_EQ(Utf8(V(2.5).AsFormula().ToString()), "2.5");
     EXPECT_EQ(Utf8(V(QDateTime(2026, 11, 21)).AsFormula().ToString()), "\"21/11/2026\"");
     EXPECT_EQ(Utf8(Array({1, V(), u"a"}).AsFormula().ToString()), "[1,,\"a\"]");
     EXPECT_EQ(Utf8(Error("x").AsFormula().ToString()), "#ERR!");
     EXPECT_EQ(Utf8(NA().AsFormula().ToString()), "#N/A");
-    EXPECT_EQ(Utf8(V(true).AsFormula().ToString()), "Yes");
     EXPECT_EQ(Utf8(V(u"plain \"text\"").AsStringOrFormula()), "plain \"text\"");
-    EXPECT_EQ(Utf8(V(3).AsStringOrFormula()), "3");
-    EXPECT_EQ(Utf8(V(u"x").MakeCStringUntranslated()), "x");
     const QAnyValue number(0.25);
     EXPECT_EQ(Utf8(number.Format()), "0.25");
     EXPECT_TRUE(number.IsDouble()) << "Format leaves the value alone";
     EXPECT_EQ(Utf8(NA().AsCrystalFormula()), "\"#N/A\"");
     EXPECT_EQ(Utf8(V(u"a\"b").AsCrystalFormula()), "\"a\"\"b\"");
-    EXPECT_EQ(Utf8(Cents(150).AsCrystalFormula()), "1.5");
-    EXPECT_EQ(Utf8(V(7).AsCrystalFormula()), "7");
     QAnyValue::SetYesNoStrings(u"Ja", u"Nein");
     EXPECT_EQ(Utf8(V(true).Format()), "Ja");
     EXPECT_EQ(Utf8(V(false).Format()), "Nein");
@@ -892,9 +759,6 @@ TEST_F(AnyValueTest, TextFormsEvaluateBackAndTablesOpenByNameThroughTheSource) {
     EXPECT_TRUE(quiet.Identical(V(u"nowhere"))) << "the value stays as it was";
     EXPECT_FALSE(m_tables.m_lastReportErrors);
 
-    QAnyValue converted(u"sizes");
-    converted.ChangeType(QAnyValue::TYPE_LOOKUPTABLE);
-    EXPECT_TRUE(converted.IsLookupTable());
     QAnyValue failed(u"nowhere");
     failed.ChangeType(QAnyValue::TYPE_LOOKUPTABLE);
     EXPECT_EQ(MessageOf(failed), "Error with lookup table named nowhere");
@@ -903,8 +767,6 @@ TEST_F(AnyValueTest, TextFormsEvaluateBackAndTablesOpenByNameThroughTheSource) {
     EXPECT_FALSE(withoutSource.MakeLookupTable());
     EXPECT_EQ(MessageOf(withoutSource), "Cannot find lookup table prices");
 }
-
-// --- Tables through the seam -------------------------------------------------------------------
 
 // --- Rates -------------------------------------------------------------------------------------
 
@@ -918,8 +780,6 @@ class RateValueTest : public AnyValueTest {};
 TEST_F(RateValueTest, ConstructionAndArithmeticWorkOnTheHalves) {
     QRateValue assigned(Cents(5), Mm(2));
     assigned = 4;
-    QRateValue assignedDouble(Cents(5), Mm(2));
-    assignedDouble = 0.5;
     const QRateValue half(V(1), V(2));
     const QRateValue third(V(1), V(3));
     const QRateValue perFoot(Cents(200), Feet(1));
@@ -930,21 +790,16 @@ TEST_F(RateValueTest, ConstructionAndArithmeticWorkOnTheHalves) {
     } cases[] = {
         {"empty", QRateValue(), V(), V()},
         {"whole number", QRateValue(3), V(3), V(1)},
-        {"number", QRateValue(2.5), V(2.5), V(1)},
         {"money", QRateValue(Cents(5)), Cents(5), V(1)},
         {"two halves", QRateValue(Cents(5), Mm(2)), Cents(5), Mm(2)},
         {"assigned a whole number", assigned, V(4), V(1)},
-        {"assigned a number", assignedDouble, V(0.5), V(1)},
         {"sum cross-multiplies", half + third, V(5), V(6)},
         {"difference cross-multiplies", half - third, V(1), V(6)},
         {"product", perFoot * QRateValue(V(3), V(1)), Cents(600), Feet(1)},
         {"quotient", QRateValue(V(6), V(1)) / QRateValue(V(2), V(1)), V(6), V(2)},
         {"times a whole number", perFoot * 3, Cents(600), Feet(1)},
-        {"times a number", perFoot * 1.5, Cents(300), Feet(1)},
         {"over a whole number", perFoot / 4, Cents(50), Feet(1)},
-        {"over a number", perFoot / 0.5, Cents(400), Feet(1)},
         {"negated", -perFoot, Cents(-200), Feet(1)},
-        {"plus", +perFoot, Cents(200), Feet(1)},
         {"reciprocal", perFoot.Reciprocal(), Feet(1), Cents(200)},
     };
     for (const auto& c : cases) {
@@ -956,7 +811,6 @@ TEST_F(RateValueTest, ConstructionAndArithmeticWorkOnTheHalves) {
     EXPECT_DOUBLE_EQ(Double(perHour), 1.5) << "dollars per hour";
     EXPECT_TRUE(!QRateValue(Cents(0), Feet(1)));
     EXPECT_FALSE(!QRateValue(Cents(1), Feet(1)));
-    EXPECT_TRUE(QRateValue(Cents(0), Feet(1)).IsZero());
 }
 
 TEST_F(RateValueTest, ComparisonByQuotientAndDoubleInTheDefaultUnits) {
@@ -964,19 +818,14 @@ TEST_F(RateValueTest, ComparisonByQuotientAndDoubleInTheDefaultUnits) {
     const QRateValue twoQuarters(V(2), V(4));
     const QRateValue twoThirds(V(2), V(3));
     EXPECT_TRUE(half == twoQuarters);
-    EXPECT_FALSE(half != twoQuarters);
     EXPECT_TRUE(half < twoThirds);
-    EXPECT_TRUE(half <= twoQuarters);
     EXPECT_TRUE(twoThirds > half);
-    EXPECT_TRUE(twoThirds >= half);
     EXPECT_EQ(half.Compare(twoThirds), -1);
-    EXPECT_EQ(twoThirds.Compare(half), 1);
     EXPECT_DOUBLE_EQ(Double(QRateValue(V(3), V(2))), 1.5);
     EXPECT_DOUBLE_EQ(Double(QRateValue(Cents(300), Mm(2))), 1.5);
     QLength::SetDefaultUnits(QLength::LU_FOOT);
     EXPECT_DOUBLE_EQ(Double(QRateValue(Cents(300), Feet(2))), 1.5);
     EXPECT_EQ(Double(QRateValue(V(3), V(0))), 0.0);
-    EXPECT_EQ(Double(QRateValue()), 0.0);
 }
 
 TEST_F(RateValueTest, ParseSplitsAtTheStrokeUnitWordsAndTheTextForm) {
@@ -989,8 +838,6 @@ TEST_F(RateValueTest, ParseSplitsAtTheStrokeUnitWordsAndTheTextForm) {
     ExpectHalves(rate, Feet(1.5), Seconds(3));
     EXPECT_EQ(rate.Parse(u"3 sqm / SQFT"), PARSE_EXACT);
     ExpectHalves(rate, V(QArea(3, QArea::AU_SQM)), V(QArea(1, QArea::AU_SQFT)));
-    EXPECT_EQ(rate.Parse(u"2.5 / cbm"), PARSE_EXACT);
-    ExpectHalves(rate, V(2.5), V(QVolume(1, QVolume::VU_CBM)));
     EXPECT_EQ(rate.Parse(u"1 1/2 / sec"), PARSE_DEFAULTED) << "a length without its unit";
     ExpectHalves(rate, Mm(1.5), Seconds(1));
     rate = QRateValue(Cents(1), Mm(1));
@@ -1003,16 +850,8 @@ TEST_F(RateValueTest, ParseSplitsAtTheStrokeUnitWordsAndTheTextForm) {
         QAnyValue one;
     } cases[] = {
         {u"mm", Mm(1)},
-        {u"cm", Mm(10)},
-        {u"m", Mm(1000)},
         {u"in", Mm(25.4)},
-        {u"sqmm", V(QArea(1, QArea::AU_SQMM))},
-        {u"sqcm", V(QArea(1, QArea::AU_SQCM))},
-        {u"sqin", V(QArea(1, QArea::AU_SQIN))},
         {u"sqm", V(QArea(1, QArea::AU_SQM))},
-        {u"cbmm", V(QVolume(1, QVolume::VU_CBMM))},
-        {u"cbcm", V(QVolume(1, QVolume::VU_CBCM))},
-        {u"cbin", V(QVolume(1, QVolume::VU_CBIN))},
         {u"cbft", V(QVolume(1, QVolume::VU_CBFT))},
         {u"min", Seconds(60)},
     };

@@ -110,14 +110,10 @@ TEST(MulDivTest, RoundsTheWideQuotientHalfAwayFromZero) {
         int expected;
     };
     const Case cases[] = {
-        {0, 5, 3, 0},
         {7, 1, 3, 2},
         {8, 1, 3, 3},
         {5, 1, 2, 3},
         {-5, 1, 2, -3},
-        {5, -1, 2, -3},
-        {5, 1, -2, -3},
-        {-5, -1, -2, -3},
         {-5, -1, 2, 3},
         {kIntMax, kIntMax, kIntMax, kIntMax},
         {kIntMin, 2, 2, kIntMin},
@@ -139,15 +135,12 @@ TEST(MulDivTest, AZeroDivisorOrAResultBeyond32BitsIsMinusOne) {
 TEST_F(AnyValueFunctionsTest, DivModCeilingFloorMroundAndPowKeepTheirTypesAndNameTheirFailures) {
     ExpectBinaryCases({
         {"DIV 7.5 by 2", &V::DIVit, V(7.5), V(2), V(3)},
-        {"DIV -7.5 by 2", &V::DIVit, V(-7.5), V(2), V(-3)},
-        {"DIV whole numbers", &V::DIVit, V(7), V(2), V(3)},
         {"DIV lengths", &V::DIVit, Mm(1000), Mm(300), V(3)},
         {"DIV beyond 32 bits saturates", &V::DIVit, V(1e20), V(1), V(kIntMax)},
         {"DIV by zero", &V::DIVit, V(7), V(0), Error("Cannot DIV() due to division by zero")},
         {"DIV zero by zero", &V::DIVit, V(0), V(0.0),
          Error("Cannot DIV() due to result was not a number")},
         {"MOD whole numbers", &V::MODit, V(10), V(3), V(1)},
-        {"MOD number divisor", &V::MODit, V(10), V(3.0), V(1.0)},
         {"MOD whole divisor cuts the remainder", &V::MODit, V(10.5), V(3), V(1)},
         {"MOD sign of the dividend", &V::MODit, V(-7), V(3), V(-1)},
         {"MOD lengths", &V::MODit, Mm(1000), Mm(300), Mm(100)},
@@ -156,38 +149,27 @@ TEST_F(AnyValueFunctionsTest, DivModCeilingFloorMroundAndPowKeepTheirTypesAndNam
          Error("Cannot MOD() due to result was not a number")},
         {"CEILING inside the nudge", &V::CEILINGit, V(2.0000009), V(1.0), V(2.0)},
         {"CEILING beyond the nudge", &V::CEILINGit, V(2.0000011), V(1.0), V(3.0)},
-        {"CEILING negative half", &V::CEILINGit, V(-2.5), V(1.0), V(-2.0)},
-        {"CEILING negative beyond the nudge", &V::CEILINGit, V(-2.000002), V(1.0), V(-2.0)},
         {"CEILING negative exact multiple moves toward zero", &V::CEILINGit, V(-2.0), V(1.0),
          V(-1.0)},
-        {"CEILING whole multiple", &V::CEILINGit, V(7), V(2), V(8)},
         {"CEILING negative multiple", &V::CEILINGit, V(7.0), V(-2.0), V(6.0)},
         {"CEILING length multiple", &V::CEILINGit, Mm(10), V(QLength(1, QLength::LU_INCH)),
          Mm(25.4)},
-        {"CEILING number by a length", &V::CEILINGit, V(30), Mm(25.4), Mm(50.8)},
         {"CEILING by zero", &V::CEILINGit, V(5.0), V(0.0),
          Error("Cannot CEILING() due to division by zero")},
         {"CEILING zero by zero", &V::CEILINGit, V(0.0), V(0.0),
          Error("Cannot CEILING() due to result was not a number")},
         {"FLOOR inside the nudge", &V::FLOORit, V(1.9999995), V(1.0), V(2.0)},
         {"FLOOR beyond the nudge", &V::FLOORit, V(1.9999985), V(1.0), V(1.0)},
-        {"FLOOR negative half", &V::FLOORit, V(-2.5), V(1.0), V(-3.0)},
         {"FLOOR negative exact multiple moves away from zero", &V::FLOORit, V(-2.0), V(1.0),
          V(-3.0)},
         {"FLOOR whole negative multiple", &V::FLOORit, V(7), V(-2), V(8)},
-        {"FLOOR both negative", &V::FLOORit, V(-7.0), V(-2.0), V(-6.0)},
-        {"FLOOR length multiple", &V::FLOORit, Mm(10), V(QLength(1, QLength::LU_INCH)), Mm(0)},
         {"FLOOR by zero", &V::FLOORit, V(5), V(0), Error("Cannot FLOOR() due to division by zero")},
         {"MROUND half up", &V::MROUNDit, V(2.5), V(1.0), V(3.0)},
         {"MROUND negative half", &V::MROUNDit, V(-2.5), V(1.0), V(-3.0)},
-        {"MROUND below half", &V::MROUNDit, V(1.4), V(1.0), V(1.0)},
-        {"MROUND half of a multiple of 2", &V::MROUNDit, V(5.0), V(2.0), V(6.0)},
-        {"MROUND negative multiple", &V::MROUNDit, V(7), V(-2), V(8)},
         {"MROUND lengths", &V::MROUNDit, Mm(1234), Mm(100), Mm(1200)},
         {"MROUND money by a number", &V::MROUNDit, Dollars(7.3), V(0.5), V(7.5)},
         {"POW whole base", &V::POWit, V(2), V(10), V(1024)},
         {"POW whole base, fractional result", &V::POWit, V(2), V(-1), V(0)},
-        {"POW root", &V::POWit, V(9.0), V(0.5), V(3.0)},
         {"POW length base", &V::POWit, Mm(3), V(2), Mm(9)},
         {"POW zero to a negative power", &V::POWit, V(0.0), V(-1.0),
          Error("Cannot POW() due to division by zero")},
@@ -223,21 +205,10 @@ TEST_F(AnyValueFunctionsTest, FailuresInsideTheGuardNameTheMemberAndNoNumberGive
     ASSERT_TRUE(boomRate.IsRate());
     ExpectBinaryCases({
         {"DIV", &V::DIVit, Text("boom"), V(2), Error("Cannot DIV() due to evaluator broke")},
-        {"MOD", &V::MODit, V(2), Text("boom"), Error("Cannot MOD() due to evaluator broke")},
-        {"CEILING", &V::CEILINGit, Text("boom"), V(1),
-         Error("Cannot CEILING() due to evaluator broke")},
-        {"FLOOR", &V::FLOORit, V(1), Text("boom"), Error("Cannot FLOOR() due to evaluator broke")},
         {"POW", &V::POWit, Text("boom"), V(2), Error("Cannot POW() due to evaluator broke")},
         {"DIV, no message", &V::DIVit, Text("silent"), V(2), Error("Cannot DIV(), unknown error")},
-        {"MOD, no message", &V::MODit, Text("silent"), V(2), Error("Cannot MOD(), unknown error")},
         {"CEILING, no message", &V::CEILINGit, V(2), Text("silent"),
          Error("Cannot CEILING(), unknown error")},
-        {"FLOOR, no message", &V::FLOORit, Text("silent"), V(2),
-         Error("Cannot FLOOR(), unknown error")},
-        {"POW, no message", &V::POWit, V(2), Text("silent"), Error("Cannot POW(), unknown error")},
-        {"MOD receiver", &V::MODit, Text("abc"), V(3), Error("Could not evaluate formula\nabc")},
-        {"MROUND argument", &V::MROUNDit, V(3), Text("abc"),
-         Error("Could not evaluate formula\nabc")},
         {"DIV both", &V::DIVit, Text("abc"), Text("xyz"), Error("Could not evaluate formula\nabc")},
         {"POW not-available text", &V::POWit, V(2), Text("#N/A"), NA()},
     });
@@ -263,9 +234,6 @@ TEST_F(AnyValueFunctionsTest, RandBetweenFollowsTheSeededGenerator) {
     keel::srand(1);
     EXPECT_TRUE(Same(Text("1").RANDBETWEEN(V(6.9)), V(1))) << "both read as whole numbers";
     EXPECT_TRUE(Same(V(1.5).RANDBETWEEN(V(6)), V(4)));
-
-    keel::srand(1);
-    EXPECT_TRUE(Same(Array({V(1), V(1), V(1)}).RANDBETWEEN(V(6)), Array({V(1), V(4), V(2)})));
 }
 
 TEST_F(AnyValueFunctionsTest, RandBetweenStaysInsideItsBounds) {
@@ -318,28 +286,50 @@ TEST_F(AnyValueFunctionsTest, ErrorsAndNotAvailableFlowThroughEveryBinaryMember)
     }
 }
 
-TEST_F(AnyValueFunctionsTest, ErrorsAndNotAvailableStayThroughEveryOneValueMember) {
+// Members of one value leave an error and N/A as they are; the members of arrays leave an empty
+// value too, and the folding members anything that is not an array.
+TEST_F(AnyValueFunctionsTest, MembersOfOneValueLeaveWhatTheyDoNotWorkOnAlone) {
+    const std::vector<V> states = {Error("kept"), NA()};
+    const std::vector<V> statesAndEmpty = {Error("kept"), NA(), V()};
+    const std::vector<V> notArrays = {Error("kept"), NA(), V(), V(5), Text("x")};
     const struct {
         const char* name;
         Action action;
+        const std::vector<V>& untouched;
     } members[] = {
-        {"ABS", [](V& v) { v.ABSit(); }},
-        {"SIGN", [](V& v) { v.SIGNit(); }},
-        {"SQRT", [](V& v) { v.SQRTit(); }},
-        {"TRUNC", [](V& v) { v.TRUNCit(); }},
-        {"DOLLAR", [](V& v) { v.DOLLARit(2, false); }},
-        {"LENGTH", [](V& v) { v.LENGTHit(0, true); }},
-        {"LOWERNOCVT", [](V& v) { v.LOWERNOCVTit(); }},
-        {"UPPERNOCVT", [](V& v) { v.UPPERNOCVTit(); }},
+        {"ABS", [](V& v) { v.ABSit(); }, states},
+        {"SIGN", [](V& v) { v.SIGNit(); }, states},
+        {"SQRT", [](V& v) { v.SQRTit(); }, states},
+        {"TRUNC", [](V& v) { v.TRUNCit(); }, states},
+        {"DOLLAR", [](V& v) { v.DOLLARit(2, false); }, states},
+        {"LENGTH", [](V& v) { v.LENGTHit(0, true); }, states},
+        {"LOWERNOCVT", [](V& v) { v.LOWERNOCVTit(); }, states},
+        {"UPPERNOCVT", [](V& v) { v.UPPERNOCVTit(); }, states},
+        {"SUMOVER", [](V& v) { v.SUMOVERit(); }, notArrays},
+        {"AVERAGEOVER", [](V& v) { v.AVERAGEOVERit(); }, notArrays},
+        {"MINOVER", [](V& v) { v.MINOVERit(); }, notArrays},
+        {"MAXOVER", [](V& v) { v.MAXOVERit(); }, notArrays},
+        {"ANDOVER", [](V& v) { v.ANDOVERit(); }, notArrays},
+        {"OROVER", [](V& v) { v.OROVERit(); }, notArrays},
+        {"CONCATENATEOVER", [](V& v) { v.CONCATENATEOVERit(); }, notArrays},
+        {"GETSIZE", [](V& v) { v.GETSIZEit(); }, statesAndEmpty},
+        {"GETAT", [](V& v) { v.GETATit(1); }, statesAndEmpty},
+        {"SETARRAYVALUE", [](V& v) { v.SETARRAYVALUEit(1, V(5)); }, statesAndEmpty},
+        {"APPENDITEM", [](V& v) { v.APPENDITEMit(V(5)); }, statesAndEmpty},
+        {"MIDDLE", [](V& v) { v.MIDDLEit(1, 1); }, statesAndEmpty},
+        {"FIRST", [](V& v) { v.FIRSTit(1); }, statesAndEmpty},
+        {"LAST", [](V& v) { v.LASTit(1); }, statesAndEmpty},
+        {"REVERSE", [](V& v) { v.REVERSEit(); }, statesAndEmpty},
+        {"SORT", [](V& v) { v.SORTit(); }, statesAndEmpty},
+        {"UNIQ", [](V& v) { v.UNIQit(); }, statesAndEmpty},
     };
     for (const auto& member : members) {
-        SCOPED_TRACE(member.name);
-        V error = Error("kept");
-        member.action(error);
-        EXPECT_TRUE(Same(error, Error("kept")));
-        V na = NA();
-        member.action(na);
-        EXPECT_TRUE(Same(na, NA()));
+        for (const V& original : member.untouched) {
+            SCOPED_TRACE(std::string(member.name) + " of " + Describe(original));
+            V value = original;
+            member.action(value);
+            EXPECT_TRUE(Same(value, original));
+        }
     }
 }
 
@@ -347,18 +337,12 @@ TEST_F(AnyValueFunctionsTest, ArraysGoPositionByPosition) {
     ExpectBinaryCases({
         {"DIV an array by a scalar", &V::DIVit, Array({V(7), V(9)}), V(2), Array({V(3), V(4)})},
         {"MOD a scalar by an array", &V::MODit, V(10), Array({V(3), V(4)}), Array({V(1), V(2)})},
-        {"CEILING", &V::CEILINGit, Array({V(1.2), V(2.5)}), V(1.0), Array({V(2.0), V(3.0)})},
         {"the shorter repeats its last element", &V::POWit, Array({V(1.0), V(2.0)}),
          Array({V(1), V(2), V(3)}), Array({V(1.0), V(4.0), V(8.0)})},
         {"an element error stays in its place", &V::MODit, Array({V(10), Error("bad")}), V(3),
          Array({V(1), Error("bad")})},
         {"an empty array has no work", &V::MODit, Array({}), V(3), Array({})},
-        {"AND", &V::ANDit, Array({V(true), V(false)}), V(true), Array({V(true), V(false)})},
-        {"OR", &V::ORit, Array({V(true), V(false)}), V(false), Array({V(true), V(false)})},
         {"XOR", &V::XORit, V(true), Array({V(true), V(false)}), Array({V(false), V(true)})},
-        {"EQV", &V::EQVit, Array({V(true), V(false)}), V(false), Array({V(false), V(true)})},
-        {"IMP", &V::IMPit, Array({V(true), V(false)}), V(false), Array({V(false), V(true)})},
-        {"MIN", &V::MINit, Array({V(1), V(5)}), V(3), Array({V(1), V(3)})},
         {"CONCAT", &V::CONCATit, Array({Text("a"), Text("b")}), Text("!"),
          Array({Text("a!"), Text("b!")})},
     });
@@ -388,19 +372,6 @@ TEST_F(AnyValueFunctionsTest, TheCopyingFormsLeaveTheValueAlone) {
     EXPECT_TRUE(Same(value.TRUNC(), V(7.0)));
     EXPECT_TRUE(Same(value.CONCAT(Text("!")), Text("7.5!")));
     EXPECT_TRUE(Same(value, V(7.5)));
-
-    const V elements = Array({V(3), V(1), V(2)});
-    EXPECT_TRUE(Same(elements.SORT(), Array({V(1), V(2), V(3)})));
-    EXPECT_TRUE(Same(elements.SUMOVER(), V(6)));
-    EXPECT_TRUE(Same(elements.GETAT(2), V(1)));
-    EXPECT_TRUE(Same(elements.MIDDLE(2, 1).APPENDITEM(V(4)).JOIN(V(5)), Array({V(1), V(4), V(5)})));
-    EXPECT_TRUE(Same(elements.SETARRAYVALUE(1, V(0)).REVERSE().GETSIZE(), V(3)));
-    EXPECT_TRUE(Same(V(true).AND(V(false)).OR(V(true)).XOR(V(true)).EQV(V(false)), V(true)));
-    EXPECT_TRUE(Same(V(true).IMP(V(false)), V(false)));
-    EXPECT_TRUE(Same(V(3).MIN(V(4)).MAX(V(2)), V(3)));
-    EXPECT_TRUE(Same(Text("Ab").LOWERNOCVT().CONCAT(Text("Ab").UPPERNOCVT()), Text("abAB")));
-    EXPECT_TRUE(Same(V(2.5).DOLLAR(2, false), Dollars(2.5)));
-    EXPECT_TRUE(Same(elements, Array({V(3), V(1), V(2)})));
 }
 
 // --- Numeric functions of one value ------------------------------------------------------------
@@ -413,20 +384,14 @@ TEST_F(AnyValueFunctionsTest, AbsSignSqrtAndTruncKeepOrMakeTheirTypes) {
     const V truncatedRate(QRateValue(Dollars(2), Mm(1000)));
     ExpectUnaryCases({
         {"ABS whole number", &V::ABSit, V(-3), V(3)},
-        {"ABS number", &V::ABSit, V(-2.5), V(2.5)},
         {"ABS money", &V::ABSit, Dollars(-2.5), Dollars(2.5)},
-        {"ABS time", &V::ABSit, V(QTime(-1.5, QTime::TU_HOURS)), V(QTime(1.5, QTime::TU_HOURS))},
         {"ABS length", &V::ABSit, Mm(-5), Mm(5)},
-        {"ABS area", &V::ABSit, V(QArea(-2, QArea::AU_SQM)), V(QArea(2, QArea::AU_SQM))},
-        {"ABS volume", &V::ABSit, V(QVolume(-2, QVolume::VU_CBM)), V(QVolume(2, QVolume::VU_CBM))},
-        {"ABS angle", &V::ABSit, V(QAngle(-30, QAngle::ANGU_DEG)), V(QAngle(30, QAngle::ANGU_DEG))},
         {"ABS rate", &V::ABSit, negativeRate, positiveRate},
         {"ABS string", &V::ABSit, Text("-3"), Error("Cannot ABS() value when not numeric")},
         {"SIGN negative whole", &V::SIGNit, V(-3), V(-1)},
         {"SIGN zero", &V::SIGNit, V(0.0), V(0)},
         {"SIGN positive number", &V::SIGNit, V(2.5), V(1)},
         {"SIGN tiny negative length", &V::SIGNit, Mm(-0.001), V(-1)},
-        {"SIGN zero money", &V::SIGNit, Dollars(0), V(0)},
         {"SIGN string", &V::SIGNit, Text("x"), Error("Cannot SIGN() when not numeric")},
         {"SQRT whole number", &V::SQRTit, V(9), V(3.0)},
         {"SQRT area in its default unit", &V::SQRTit, V(QArea(4, QArea::AU_SQM)), V(2.0)},
@@ -434,29 +399,19 @@ TEST_F(AnyValueFunctionsTest, AbsSignSqrtAndTruncKeepOrMakeTheirTypes) {
          Error("Cannot SQRT() due to result was not a number")},
         {"SQRT string", &V::SQRTit, Text("9"), Error("Cannot SQRT() when not numeric")},
         {"TRUNC negative number", &V::TRUNCit, V(-2.9), V(-2.0)},
-        {"TRUNC whole number", &V::TRUNCit, V(7), V(7)},
         {"TRUNC numeric string", &V::TRUNCit, Text("2.9"), V(2.0)},
-        {"TRUNC boolean counts as a number", &V::TRUNCit, V(true), V(1.0)},
         {"TRUNC money", &V::TRUNCit, Dollars(2.75), Dollars(2)},
-        {"TRUNC time in hours", &V::TRUNCit, V(QTime(1.5, QTime::TU_HOURS)),
-         V(QTime(1, QTime::TU_HOURS))},
         {"TRUNC length in mm", &V::TRUNCit, Mm(2.7), Mm(2)},
-        {"TRUNC angle", &V::TRUNCit, V(QAngle(45.7, QAngle::ANGU_DEG)),
-         V(QAngle(45, QAngle::ANGU_DEG))},
         {"TRUNC rate cuts its numerator", &V::TRUNCit, rate, truncatedRate},
         {"TRUNC empty", &V::TRUNCit, V(), Error("Cannot TRUNC() when not numeric")},
         {"TRUNC not a formula", &V::TRUNCit, Text("abc"), Error("Could not evaluate formula\nabc")},
         {"LOWERNOCVT lower", &V::LOWERNOCVTit, Text("MiXed"), Text("mixed")},
         {"UPPERNOCVT upper", &V::UPPERNOCVTit, Text("MiXed"), Text("MIXED")},
-        {"LOWERNOCVT a number stays a number", &V::LOWERNOCVTit, V(5), V(5)},
         {"UPPERNOCVT a length stays", &V::UPPERNOCVTit, Mm(5), Mm(5)},
-        {"UPPERNOCVT an empty value stays", &V::UPPERNOCVTit, V(), V()},
         {"LOWERNOCVT arrays by element", &V::LOWERNOCVTit, Array({Text("A"), V(5)}),
          Array({Text("a"), V(5)})},
     });
 }
-
-// --- Conversions with a display form -----------------------------------------------------------
 
 TEST_F(AnyValueFunctionsTest, ConversionsAndArrayMembersByPositionCountFromOneAndCutToWhatExists) {
     const V tens = Array({V(10), V(20), V(30)});
@@ -464,7 +419,6 @@ TEST_F(AnyValueFunctionsTest, ConversionsAndArrayMembersByPositionCountFromOneAn
     const V four = Array({V(1), V(2), V(3), V(4)});
     ExpectActionCases({
         {"DOLLAR of a number", [](V& v) { v.DOLLARit(2, false); }, V(2.5), Dollars(2.5)},
-        {"DOLLAR of a money text", [](V& v) { v.DOLLARit(2, false); }, Text("3.25"), Dollars(3.25)},
         {"DOLLAR without unit", [](V& v) { v.DOLLARit(2, true); }, Dollars(2), V(2.0)},
         {"DOLLAR of an empty value", [](V& v) { v.DOLLARit(0, false); }, V(), Dollars(0)},
         {"DOLLAR of a word", [](V& v) { v.DOLLARit(2, false); }, Text("abc"),
@@ -475,27 +429,19 @@ TEST_F(AnyValueFunctionsTest, ConversionsAndArrayMembersByPositionCountFromOneAn
         {"LENGTH of a word", [](V& v) { v.LENGTHit(0, false); }, Text("abc"),
          Error("Cannot LENGTH() when not numeric")},
         {"GETSIZE size", [](V& v) { v.GETSIZEit(); }, tens, V(3)},
-        {"GETSIZE size of a scalar", [](V& v) { v.GETSIZEit(); }, V(7.5), V(1)},
         {"GETSIZE size of an empty array", [](V& v) { v.GETSIZEit(); }, Array({}), V(0)},
         {"GETAT first", [](V& v) { v.GETATit(1); }, tens, V(10)},
         {"GETAT last", [](V& v) { v.GETATit(3); }, tens, V(30)},
-        {"GETAT a scalar is its own first", [](V& v) { v.GETATit(1); }, V(7), V(7)},
         {"GETAT below", [](V& v) { v.GETATit(0); }, tens,
          Error("Array subscript out of bounds [0] but should be in range [1 to 3]")},
         {"GETAT above", [](V& v) { v.GETATit(4); }, tens,
          Error("Array subscript out of bounds [4] but should be in range [1 to 3]")},
-        {"GETAT of an empty array", [](V& v) { v.GETATit(1); }, Array({}),
-         Error("Array subscript out of bounds [1] but should be in range [1 to 0]")},
         {"SETARRAYVALUE inside", [](V& v) { v.SETARRAYVALUEit(2, Text("x")); }, three,
          Array({V(1), Text("x"), V(3)})},
-        {"SETARRAYVALUE an error is stored as an element",
-         [](V& v) { v.SETARRAYVALUEit(3, Error("e")); }, three, Array({V(1), V(2), Error("e")})},
         {"SETARRAYVALUE a scalar becomes an array", [](V& v) { v.SETARRAYVALUEit(1, V(6)); }, V(5),
          Array({V(6)})},
         {"SETARRAYVALUE past the end", [](V& v) { v.SETARRAYVALUEit(4, V(9)); }, three,
          Error("Array subscript out of bounds [4] but should be in range [1 to 3]")},
-        {"SETARRAYVALUE before the start", [](V& v) { v.SETARRAYVALUEit(0, V(9)); }, three,
-         Error("Array subscript out of bounds [0] but should be in range [1 to 3]")},
         {"SETARRAYVALUE the array itself", [](V& v) { v.SETARRAYVALUEit(1, v); },
          Array({V(1), V(2)}), Array({Array({V(1), V(2)}), V(2)})},
         {"APPENDITEM an array as one element",
@@ -503,24 +449,14 @@ TEST_F(AnyValueFunctionsTest, ConversionsAndArrayMembersByPositionCountFromOneAn
              v.APPENDITEMit(Array({V(2), V(3)}));
          },
          Array({V(1)}), Array({V(1), Array({V(2), V(3)})})},
-        {"APPENDITEM a scalar receiver", [](V& v) { v.APPENDITEMit(V(2)); }, V(1),
-         Array({V(1), V(2)})},
-        {"APPENDITEM an error is stored as an element", [](V& v) { v.APPENDITEMit(Error("e")); },
-         Array({V(1)}), Array({V(1), Error("e")})},
         {"MIDDLE inside", [](V& v) { v.MIDDLEit(2, 2); }, four, Array({V(2), V(3)})},
         {"MIDDLE from 0 takes one", [](V& v) { v.MIDDLEit(0, 2); }, three, Array({V(1)})},
-        {"MIDDLE from -1", [](V& v) { v.MIDDLEit(-1, 3); }, four, Array({V(1)})},
         {"MIDDLE from -1, nothing left", [](V& v) { v.MIDDLEit(-1, 2); }, four, Array({})},
         {"MIDDLE past the end", [](V& v) { v.MIDDLEit(3, 10); }, four, Array({V(3), V(4)})},
-        {"MIDDLE starting after the end", [](V& v) { v.MIDDLEit(5, 1); }, four, Array({})},
-        {"MIDDLE of no elements", [](V& v) { v.MIDDLEit(2, 0); }, four, Array({})},
-        {"MIDDLE of a scalar", [](V& v) { v.MIDDLEit(1, 1); }, V(7), Array({V(7)})},
         {"MIDDLE at the extremes", [](V& v) { v.MIDDLEit(kIntMin, kIntMax); }, four, Array({})},
         {"FIRST", [](V& v) { v.FIRSTit(2); }, three, Array({V(1), V(2)})},
         {"FIRST more than there are", [](V& v) { v.FIRSTit(5); }, three, three},
-        {"FIRST none", [](V& v) { v.FIRSTit(0); }, three, Array({})},
         {"LAST", [](V& v) { v.LASTit(2); }, three, Array({V(2), V(3)})},
-        {"LAST none", [](V& v) { v.LASTit(0); }, three, Array({})},
         {"LAST of the smallest count", [](V& v) { v.LASTit(kIntMin); }, three, Array({})},
         {"LAST of the largest count", [](V& v) { v.LASTit(kIntMax); }, three, three},
     });
@@ -555,15 +491,11 @@ TEST_F(AnyValueFunctionsTest, LogicMembersFollowTheirTruthTables) {
 TEST_F(AnyValueFunctionsTest, LogicMinMaxJoinAndConcatOfTwoValues) {
     ExpectBinaryCases({
         {"AND numbers", &V::ANDit, V(1), V(2.5), V(true)},
-        {"AND yes text", &V::ANDit, V(1), Text("yes"), V(true)},
         {"AND a word that is no truth", &V::ANDit, Text("maybe"), V(true),
-         Error("Could not evaluate formula\nmaybe")},
-        {"IMP an argument that is no truth", &V::IMPit, V(true), Text("maybe"),
          Error("Could not evaluate formula\nmaybe")},
         {"MIN takes the smaller", &V::MINit, V(3), V(2.5), V(2.5)},
         {"MIN keeps the receiver on a tie", &V::MINit, V(2), V(2.0), V(2)},
         {"MAX keeps the larger", &V::MAXit, V(3), V(2.5), V(3)},
-        {"MAX takes the larger", &V::MAXit, V(1), V(2.5), V(2.5)},
         {"MIN cannot compare", &V::MINit, Mm(1), Dollars(1), Error("Cannot compare in MIN()")},
         {"MAX cannot compare", &V::MAXit, Mm(1), Dollars(1), Error("Cannot compare in MAX()")},
         {"JOIN arrays", &V::JOINit, Array({V(1)}), Array({V(2), V(3)}), Array({V(1), V(2), V(3)})},
@@ -572,15 +504,10 @@ TEST_F(AnyValueFunctionsTest, LogicMinMaxJoinAndConcatOfTwoValues) {
         {"JOIN an empty argument is an element", &V::JOINit, Array({V(1)}), V(),
          Array({V(1), V()})},
         {"CONCAT text and number", &V::CONCATit, Text("a"), V(1), Text("a1")},
-        {"CONCAT numbers", &V::CONCATit, V(1), V(2), Text("12")},
         {"CONCAT an empty value is no text", &V::CONCATit, V(), Text("x"), Text("x")},
         {"CONCAT a boolean", &V::CONCATit, Text("is "), V(true), Text("is Yes")},
     });
 }
-
-// --- Least and greatest ------------------------------------------------------------------------
-
-// --- Folding -----------------------------------------------------------------------------------
 
 TEST_F(AnyValueFunctionsTest, FoldingStartsFromTheFirstElementAndReverseSortAndUniq) {
     ExpectUnaryCases({
@@ -606,59 +533,13 @@ TEST_F(AnyValueFunctionsTest, FoldingStartsFromTheFirstElementAndReverseSortAndU
          Array({V(2.5), Text("a"), V(1)})},
         {"REVERSE of a scalar", &V::REVERSEit, V(5), Array({V(5)})},
         {"SORT numbers", &V::SORTit, Array({V(3), V(1), V(2)}), Array({V(1), V(2), V(3)})},
-        {"SORT an empty array", &V::SORTit, Array({}), Array({})},
         {"UNIQ keeps what is apart", &V::UNIQit, Array({V(1), V(2), V(1)}),
          Array({V(1), V(2), V(1)})},
         {"UNIQ keeps the first of equals", &V::UNIQit, Array({V(1), V(1.0), V(2)}),
          Array({V(1), V(2)})},
-        {"UNIQ of a run", &V::UNIQit, Array({V(4), V(4), V(4)}), Array({V(4)})},
         {"UNIQ keeps what cannot be compared", &V::UNIQit, Array({Mm(1), Dollars(1), Dollars(1)}),
          Array({Mm(1), Dollars(1)})},
-        {"UNIQ of an empty array", &V::UNIQit, Array({}), Array({})},
     });
-}
-
-TEST_F(AnyValueFunctionsTest, FoldingLeavesAnythingButAnArrayAlone) {
-    const Unary members[] = {&V::SUMOVERit, &V::AVERAGEOVERit, &V::MINOVERit,        &V::MAXOVERit,
-                             &V::ANDOVERit, &V::OROVERit,      &V::CONCATENATEOVERit};
-    const V values[] = {Error("kept"), NA(), V(), V(5), Text("x")};
-    for (Unary member : members) {
-        for (const V& original : values) {
-            SCOPED_TRACE(Describe(original));
-            V value = original;
-            (value.*member)();
-            EXPECT_TRUE(Same(value, original));
-        }
-    }
-}
-
-// --- Arrays as arrays --------------------------------------------------------------------------
-
-TEST_F(AnyValueFunctionsTest, ArrayMembersLeaveErrorsNotAvailableAndEmptyAlone) {
-    const struct {
-        const char* name;
-        Action action;
-    } members[] = {
-        {"GETSIZE", [](V& v) { v.GETSIZEit(); }},
-        {"GETAT", [](V& v) { v.GETATit(1); }},
-        {"SETARRAYVALUE", [](V& v) { v.SETARRAYVALUEit(1, V(5)); }},
-        {"APPENDITEM", [](V& v) { v.APPENDITEMit(V(5)); }},
-        {"MIDDLE", [](V& v) { v.MIDDLEit(1, 1); }},
-        {"FIRST", [](V& v) { v.FIRSTit(1); }},
-        {"LAST", [](V& v) { v.LASTit(1); }},
-        {"REVERSE", [](V& v) { v.REVERSEit(); }},
-        {"SORT", [](V& v) { v.SORTit(); }},
-        {"UNIQ", [](V& v) { v.UNIQit(); }},
-    };
-    const V values[] = {Error("kept"), NA(), V()};
-    for (const auto& member : members) {
-        for (const V& original : values) {
-            SCOPED_TRACE(std::string(member.name) + " of " + Describe(original));
-            V value = original;
-            member.action(value);
-            EXPECT_TRUE(Same(value, original));
-        }
-    }
 }
 
 TEST_F(AnyValueFunctionsTest, SortKeepsEveryElementWhenSomeCannotBeCompared) {
@@ -680,7 +561,6 @@ TEST_F(AnyValueFunctionsTest, SortKeepsEveryElementWhenSomeCannotBeCompared) {
 TEST_F(AnyValueFunctionsTest, EquivalentNoCase) {
     EXPECT_TRUE(QAnyValue::EquivalentNoCase(Text("ABC"), Text("abc")));
     EXPECT_FALSE(QAnyValue::EquivalentNoCase(Text("abc"), Text("abd")));
-    EXPECT_FALSE(QAnyValue::EquivalentNoCase(Mm(10), Mm(11)));
     EXPECT_TRUE(QAnyValue::EquivalentNoCase(Text("5"), V(5)));
 }
 

@@ -58,12 +58,8 @@ TEST_F(DateTimeTest, DayNumbersMatchTheKnownOleDates) {
         int year, month, day, hour, minute;
         double oleDate;
     } rows[] = {
-        {1899, 12, 30, 0, 0, 0.0},     {1899, 12, 31, 0, 0, 1.0},
-        {1900, 1, 1, 0, 0, 2.0},       {1900, 3, 1, 0, 0, 61.0},
-        {2000, 1, 1, 12, 0, 36526.5},  {1899, 12, 29, 0, 0, -1.0},
-        {1899, 12, 29, 6, 0, -1.25},   {1899, 12, 30, 6, 0, 0.25},
-        {100, 1, 1, 0, 0, -657434.0},  {9999, 12, 31, 0, 0, 2958465.0},
-        {2026, 11, 21, 0, 0, 46347.0},
+        {1899, 12, 30, 0, 0, 0.0},   {1900, 3, 1, 0, 0, 61.0},     {2000, 1, 1, 12, 0, 36526.5},
+        {1899, 12, 29, 6, 0, -1.25}, {100, 1, 1, 0, 0, -657434.0}, {9999, 12, 31, 0, 0, 2958465.0},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.oleDate);
@@ -95,7 +91,6 @@ TEST_F(DateTimeTest, PartsAreReadToTheNearestSecondAndPartsThatNameNoTimeMakeAnI
         {2026, 0, 1, 0, 0, 0, false},     {2026, 1, 0, 0, 0, 0, false},
         {2026, 1, 1, 24, 0, 0, false},    {2026, 1, 1, 0, 60, 0, false},
         {2026, 1, 1, 0, 0, 60, false},    {2026, 1, 1, -1, 0, 0, false},
-        {2026, 1, 1, 0, -1, 0, false},    {2026, 1, 1, 0, 0, -1, false},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(testing::Message() << row.year << "-" << row.month << "-" << row.day << " "
@@ -114,7 +109,6 @@ TEST_F(DateTimeTest, LeapYearsFollowTheGregorianRule) {
     } rows[] = {
         {1900, false},
         {2000, true},
-        {2024, true},
         {2023, false},
     };
     for (const auto& row : rows) {
@@ -124,7 +118,6 @@ TEST_F(DateTimeTest, LeapYearsFollowTheGregorianRule) {
         EXPECT_EQ(QDateTime(row.year, 2, 1).GetLastDayOfMonth(), row.leap ? 29 : 28);
     }
     EXPECT_EQ(QDateTime::DaysInMonth(2026, 4), 30);
-    EXPECT_EQ(QDateTime::DaysInMonth(2026, 12), 31);
     EXPECT_THROW(QDateTime::DaysInMonth(2026, 13), InvalidArgumentException);
 }
 
@@ -142,8 +135,6 @@ TEST_F(DateTimeTest, StatusTellsValidNullAndInvalidAndTheRangeRunsFromTheYear100
     const QDateTime invalid(1e9);
     EXPECT_EQ(PartsOf(invalid), "-001--1--1 -1:-1:-1") << "every part of an invalid date is -1";
     EXPECT_EQ(invalid.GetDayOfWeek(), -1);
-    EXPECT_EQ(invalid.GetDayOfYear(), -1);
-    EXPECT_EQ(invalid.GetLastDayOfMonth(), -1);
     const struct {
         double oleDate;
         bool valid;
@@ -164,9 +155,8 @@ TEST_F(DateTimeTest, DayOfWeekFromSundayDayOfYearFromTheFirstAndDayStepsCrossMon
         int year, month, day;
         int dayOfWeek, dayOfYear;
     } rows[] = {
-        {1899, 12, 30, 7, 364}, {1899, 12, 31, 1, 365}, {1899, 12, 29, 6, 363},
-        {2026, 11, 21, 7, 325}, {100, 1, 1, 6, 1},      {2026, 3, 1, 1, 60},
-        {2024, 3, 1, 6, 61},    {2026, 12, 31, 5, 365}, {2024, 12, 31, 3, 366},
+        {1899, 12, 30, 7, 364}, {1899, 12, 29, 6, 363}, {100, 1, 1, 6, 1},
+        {2024, 3, 1, 6, 61},    {2024, 12, 31, 3, 366},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(testing::Message() << row.year << "-" << row.month << "-" << row.day);
@@ -176,7 +166,6 @@ TEST_F(DateTimeTest, DayOfWeekFromSundayDayOfYearFromTheFirstAndDayStepsCrossMon
     EXPECT_EQ(QDateTime(-1.75).GetDayOfWeek(), 6);
     EXPECT_EQ(PartsOf(QDateTime(2026, 12, 31, 23).SetNextDay()), "2027-01-01 23:00:00");
     EXPECT_EQ(PartsOf(QDateTime(2024, 3, 1).SetPrevDay()), "2024-02-29 00:00:00");
-    EXPECT_EQ(PartsOf(QDateTime(2026, 11, 21).AddDays(-365)), "2025-11-21 00:00:00");
     QDateTime sixAm(0.25);
     EXPECT_DOUBLE_EQ(sixAm.SetPrevDay().GetOleDate(), -1.25);
     EXPECT_DOUBLE_EQ(sixAm.SetPrevDay().GetOleDate(), -2.25);
@@ -184,16 +173,13 @@ TEST_F(DateTimeTest, DayOfWeekFromSundayDayOfYearFromTheFirstAndDayStepsCrossMon
     EXPECT_FALSE(QDateTime(9999, 12, 31).SetNextDay().IsValid());
     EXPECT_FALSE(QDateTime(100, 1, 1).SetPrevDay().IsValid());
     EXPECT_FALSE(QDateTime(9999, 12, 15).SetNextMonth().IsValid());
-    EXPECT_FALSE(QDateTime(100, 2, 15).AddYears(-1).IsValid());
     EXPECT_FALSE(QDateTime(2026, 1, 1).AddYears(2000000000).IsValid());
-    EXPECT_FALSE(QDateTime(2026, 1, 1).AddMonths(-2000000000).IsValid());
     EXPECT_TRUE(QDateTime(9999, 11, 30).SetNextMonth().IsValid());
     QDateTime date(1e9);
     date.SetDayOfMonth(3).AddDays(1).AddMonths(1).AddYears(1).SetZeroTime().SetLastDayOfMonth();
     date += QTime::FromRaw(60);
     EXPECT_EQ(date.GetStatus(), QDateTime::invalid);
     EXPECT_EQ(date.GetOleDate(), 1e9);
-    EXPECT_EQ(PartsOf(QDateTime(2026, 11, 21, 14, 30, 5).SetZeroTime()), "2026-11-21 00:00:00");
     EXPECT_DOUBLE_EQ(QDateTime(-1.25).SetZeroTime().GetOleDate(), -1.0);
     EXPECT_DOUBLE_EQ(QDateTime(-0.25).SetZeroTime().GetOleDate(), 0.0);
 }
@@ -202,10 +188,7 @@ TEST_F(DateTimeTest, SetDayOfMonthStopsAtTheLastDayAndFirstAndLastDayKeepTheTime
     const struct {
         int year, month, wanted;
         int day;
-    } rows[] = {
-        {2026, 2, 31, 28}, {2024, 2, 31, 29}, {2026, 4, 31, 30},
-        {2026, 1, 31, 31}, {2026, 2, 15, 15}, {2026, 2, 0, 1},
-    };
+    } rows[] = {{2026, 2, 31, 28}, {2024, 2, 31, 29}, {2026, 4, 31, 30}, {2026, 2, 0, 1}};
     for (const auto& row : rows) {
         SCOPED_TRACE(testing::Message() << row.year << "-" << row.month << " day " << row.wanted);
         QDateTime date(row.year, row.month, 10, 14, 30, 5);
@@ -227,8 +210,6 @@ TEST_F(DateTimeTest, MonthAndYearArithmeticGoesThroughSetDayOfMonth) {
     } rows[] = {
         {2026, 1, 31, 1, "2026-02-28 12:00:00"},  {2024, 1, 31, 1, "2024-02-29 12:00:00"},
         {2026, 3, 31, -1, "2026-02-28 12:00:00"}, {2026, 12, 15, 1, "2027-01-15 12:00:00"},
-        {2026, 1, 15, -1, "2025-12-15 12:00:00"}, {2026, 1, 31, 13, "2027-02-28 12:00:00"},
-        {2026, 8, 31, 0, "2026-08-31 12:00:00"},  {2026, 8, 31, -120, "2016-08-31 12:00:00"},
         {1899, 12, 29, 2, "1900-02-28 12:00:00"},
     };
     for (const auto& row : rows) {
@@ -239,25 +220,19 @@ TEST_F(DateTimeTest, MonthAndYearArithmeticGoesThroughSetDayOfMonth) {
     QDateTime leapDay(2024, 2, 29);
     EXPECT_EQ(PartsOf(QDateTime(leapDay).AddYears(1)), "2025-02-28 00:00:00");
     EXPECT_EQ(PartsOf(QDateTime(leapDay).AddYears(4)), "2028-02-29 00:00:00");
-    EXPECT_EQ(PartsOf(QDateTime(leapDay).AddYears(-124)), "1900-02-28 00:00:00");
     EXPECT_EQ(PartsOf(QDateTime(leapDay).SetNextYear()), "2025-02-28 00:00:00");
-    EXPECT_EQ(PartsOf(QDateTime(leapDay).SetPrevYear()), "2023-02-28 00:00:00");
     EXPECT_EQ(PartsOf(QDateTime(2026, 3, 31).SetNextMonth()), "2026-04-30 00:00:00");
-    EXPECT_EQ(PartsOf(QDateTime(2026, 3, 31).SetPrevMonth()), "2026-02-28 00:00:00");
 }
 
 TEST_F(DateTimeTest, SpansMoveAlongOneStraightScaleAndDatesWithinHalfASecondAreEqual) {
     const QTime hour = QTime::FromRaw(3600);
     EXPECT_EQ(PartsOf(QDateTime(2026, 11, 21, 23) + hour * 2), "2026-11-22 01:00:00");
-    EXPECT_EQ(PartsOf(QDateTime(2026, 11, 21, 1) - hour * 2), "2026-11-20 23:00:00");
     EXPECT_NEAR((QDateTime(-1.75) + hour * 12).GetOleDate(), 0.25, 1e-12);
     EXPECT_NEAR((QDateTime(0.25) - hour * 12).GetOleDate(), -1.75, 1e-12);
-    EXPECT_NEAR((QDateTime(0.25) - hour * 30).GetOleDate(), -1.0, 1e-12);
     EXPECT_FALSE((QDateTime(9999, 12, 31, 23) + hour).IsValid());
     EXPECT_FALSE((QDateTime(100, 1, 1) - QTime::FromRaw(1)).IsValid());
     EXPECT_EQ((QDateTime(2026, 11, 22, 1) - QDateTime(2026, 11, 21, 23)).GetRaw(), 7200);
     EXPECT_EQ((QDateTime(0.25) - QDateTime(-1.25)).GetRaw(), 86400);
-    EXPECT_EQ((QDateTime(-1.25) - QDateTime(-1.75)).GetRaw(), -43200);
     EXPECT_EQ((QDateTime(1e9) - QDateTime(1.0)).GetRaw(), 0);
     EXPECT_EQ((QDateTime(9999, 1, 1) - QDateTime(100, 1, 1)).GetRaw(),
               std::numeric_limits<std::int32_t>::max());
@@ -265,7 +240,6 @@ TEST_F(DateTimeTest, SpansMoveAlongOneStraightScaleAndDatesWithinHalfASecondAreE
     EXPECT_TRUE(QDateTime(base) == QDateTime(base + 0.4 * kSecond));
     EXPECT_FALSE(QDateTime(base) == QDateTime(base + 0.6 * kSecond));
     EXPECT_TRUE(QDateTime(0.0) == QDateTime(-1.9999999));
-    EXPECT_FALSE(QDateTime(-1.25) == QDateTime(-0.75));
     EXPECT_TRUE(QDateTime(-0.25) == QDateTime(0.25));
     QDateTime null1(5.0);
     QDateTime null2(7.0);
@@ -284,7 +258,6 @@ TEST_F(DateTimeTest, DefaultFormatIsTheNumericDateInTheLocaleOrderAndBadStatusHa
     const QDateTime midnight(2026, 3, 5);
     EXPECT_EQ(afternoon.Format().ToUtf8(), "11/21/2026 14:30:05");
     EXPECT_EQ(midnight.Format().ToUtf8(), "03/05/2026");
-    EXPECT_EQ(QDateTime(100, 1, 1).Format().ToUtf8(), "01/01/0100");
     EXPECT_EQ(QDateTime(-1.25).Format().ToUtf8(), "12/29/1899 06:00:00");
     QDateTime::SetLocaleFormats(u"%d.%m.%Y", u"%H:%M:%S");
     EXPECT_EQ(afternoon.Format().ToUtf8(), "21.11.2026 14:30:05");
@@ -310,13 +283,10 @@ TEST_F(DateTimeTest, FormatExpandsTheLongAndLocaleForms) {
         {"%#X", "14:30:05"},
         {"%#c", "Saturday, November 21, 2026 14:30:05"},
         {"%x", "11/21/26"},
-        {"%X", "14:30:05"},
         {"%c", "11/21/26 14:30:05"},
         {"%A %a %B %b", "Saturday Sat November Nov"},
         {"100%%", "100%"},
         {"50%", "50%"},
-        {"at %#x!", "at Saturday, November 21, 2026!"},
-        {"", ""},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.format);
@@ -373,24 +343,15 @@ TEST_F(DateTimeTest, ParseReadsMonthFirstDatesUnderTheCLocale) {
         {"1/2/30", "1930-01-02 00:00:00"},
         {"1/1/100", "0100-01-01 00:00:00"},
         {"12/31/9999 23:59:59", "9999-12-31 23:59:59"},
-        {"11/21/2026 14:30", "2026-11-21 14:30:00"},
         {"11/21/2026 2:30:15pm", "2026-11-21 14:30:15"},
         {"11/21/2026 12:00 AM", "2026-11-21 00:00:00"},
         {"11/21/2026 12:00 pm", "2026-11-21 12:00:00"},
         {"14:30", "1899-12-30 14:30:00"},
     };
-    const char* const notDates[] = {"21/11/2026",
-                                    "2/29/2026",
-                                    "11/21",
-                                    "11/21/",
-                                    "11/21-2026",
-                                    "11/21/2026x",
-                                    "11/21/12345",
-                                    "123/1/2026",
-                                    "11/21/2026 13:00 PM",
-                                    "11/21/2026 0:30 AM",
-                                    "11/21/2026 2:30 XM",
-                                    "14:30 11/21/2026"};
+    const char* const notDates[] = {
+        "21/11/2026",          "2/29/2026",          "11/21",
+        "11/21-2026",          "11/21/2026x",        "11/21/12345",
+        "11/21/2026 13:00 PM", "11/21/2026 0:30 AM", "14:30 11/21/2026"};
     ExpectParses(dates, notDates);
     QDateTime date;
     ASSERT_TRUE(date.Parse(u"18:00"));
@@ -404,21 +365,15 @@ TEST_F(DateTimeTest, ParseReadsIsoDatesWhateverTheLocale) {
         {"1899-12-29T06:00", "1899-12-29 06:00:00"},
     };
     const char* const notDates[] = {"2026-11-21T",
-                                    "2026-11-21T 14:30",
                                     "2026-11-21t14:30",
                                     "2026-11-21 24:00",
-                                    "2026-11-21 14:60",
                                     "2026-11-21 14:3",
                                     "2026-11-21 14:30:5",
-                                    "2026-11-21 14:30:60",
                                     "2026-11-21 14:30:05.5",
                                     "2026-02-29",
-                                    "2026-13-01",
-                                    "2026-00-10",
                                     "0099-12-31",
                                     "10000-01-01",
                                     "2026-11-21 14",
-                                    "-2026-11-21",
                                     ""};
     ExpectParses(rows, notDates);
     UseDayMonthYear();
@@ -468,7 +423,6 @@ TEST_F(DateTimeTest, UnixTimeInUtcIsPlainArithmeticAndLocalTimeGoesAndComesBack)
     EXPECT_DOUBLE_EQ(QDateTime::FromUnixTime(0, true).GetOleDate(), 25569.0);
     EXPECT_EQ(PartsOf(QDateTime::FromUnixTime(-1, true)), "1969-12-31 23:59:59");
     EXPECT_EQ(PartsOf(QDateTime::FromUnixTime(1795271405, true)), "2026-11-21 14:30:05");
-    EXPECT_EQ(PartsOf(QDateTime::FromUnixTime(-2209161600 - 64800, true)), "1899-12-29 06:00:00");
     EXPECT_DOUBLE_EQ(QDateTime::FromUnixTime(-2209161600 - 64800, true).GetOleDate(), -1.25);
     EXPECT_FALSE(QDateTime::FromUnixTime(300000000000LL, true).IsValid());
     std::time_t seconds = 0;
