@@ -117,17 +117,6 @@ TEST_F(TableBasedOn, FileExistsInZipLooksUpTheMembersIgnoringCase) {
         EXPECT_EQ(QTableBasedOn::FileExistsInZip(c.fullName), c.exists) << c.fullName.ToUtf8();
 }
 
-TEST_F(TableBasedOn, TheMemberNamesAreGatheredOnceUntilReset) {
-    WriteZip(ZipPath(), {{"a.vlt", "one"}});
-    EXPECT_TRUE(QTableBasedOn::FileExistsInZip(InFolder("a.vlt")));
-    WriteZip(ZipPath(), {{"b.vlt", "two"}});
-    EXPECT_TRUE(QTableBasedOn::FileExistsInZip(InFolder("a.vlt")));
-    EXPECT_FALSE(QTableBasedOn::FileExistsInZip(InFolder("b.vlt")));
-    QTableBasedOn::Reset();
-    EXPECT_FALSE(QTableBasedOn::FileExistsInZip(InFolder("a.vlt")));
-    EXPECT_TRUE(QTableBasedOn::FileExistsInZip(InFolder("b.vlt")));
-}
-
 TEST_F(TableBasedOn, AnotherTableFolderHasItsOwnArchive) {
     WriteZip(ZipPath(), {{"a.vlt", "one"}});
     ASSERT_TRUE(QTableBasedOn::FileExistsInZip(InFolder("a.vlt")));
