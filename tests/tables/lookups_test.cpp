@@ -319,24 +319,5 @@ TEST_F(LookupsTest, FilteredValuesGiveEachTextOnce) {
     EXPECT_EQ(list.ToUtf8(), "p");
 }
 
-int CaseSensitiveOptions(const CString&, const CString& key, int defaultValue) {
-    return key == u"UseCompareNoCase" ? 0 : defaultValue;
-}
-
-TEST_F(LookupsTest, TheWalkIgnoresCaseWhenComparisonsDoNot) {
-    const QAnyValue::ProfileIntReader previous =
-        QAnyValue::SetProfileIntReader(CaseSensitiveOptions);
-    QAnyValue::ReloadOptions();
-    ASSERT_FALSE(QAnyValue::UseCompareNoCase());
-    QLookupTable table = MemoryTable({u"A", u"AB"}, {u"x"}, {{u"Oak"}, {u"pine"}});
-    EXPECT_EQ(table.FindRowExact(u"ab", nullptr), 1);
-    EXPECT_EQ(table.FindRow(u"abc", nullptr), 0);
-    CString list;
-    ASSERT_TRUE(table.RowLabelsForVal(list, u"OAK", true, nullptr, nullptr));
-    EXPECT_EQ(list.ToUtf8(), "A");
-    QAnyValue::SetProfileIntReader(previous);
-    QAnyValue::ReloadOptions();
-}
-
 } // namespace
 } // namespace keel
