@@ -136,15 +136,6 @@ TEST_F(VltFile, OlderFormOfALazyTableIsLoadedInFullToDeduceTypes) {
     EXPECT_TRUE(table.Data()->HasRowIndex());
 }
 
-TEST_F(VltFile, AByteOrderMarkIsNoPartOfTheComment) {
-    WriteTable("utf8", "\xef\xbb\xbfMarked\tVltFormat=2.1\n1\t1\n\t\"\"\"col\u00e9\"\"\"\n"
-                       "String\\String\tString\n\"\"\"rowan\"\"\"\t1\n");
-    const QLookupTable table = Open("utf8");
-    ASSERT_TRUE(m_opened) << U8(table.LastError());
-    EXPECT_EQ(U8(table.Comment()), "Marked");
-    EXPECT_EQ(Shape(table), "rowan / col\u00e9 / 1");
-}
-
 // --- Rows read on demand -------------------------------------------------------------------------
 
 TEST_F(VltFile, ALazyRowIsParsedWhenTouchedAndALongOneFailsThen) {
