@@ -87,7 +87,8 @@ TEST_F(AnyValueTablesTest, ANameThatIsNoTableIsAnError) {
     EXPECT_EQ(Describe(counted.ROWCOUNTit()), "N/A");
 }
 
-TEST_F(AnyValueTablesTest, LookupsGiveTheCellOrNotAvailable) {
+// Look-ups give the cell or not available, lists are strings.
+TEST_F(AnyValueTablesTest, EachCallGivesWhatItsTableGives) {
     struct Case {
         QAnyValue (*run)(QAnyValue table);
         std::string expected;
@@ -103,33 +104,6 @@ TEST_F(AnyValueTablesTest, LookupsGiveTheCellOrNotAvailable) {
         {[](QAnyValue t) { return t.COLLABELit(2, nullptr, nullptr); }, "1 y"},
         {[](QAnyValue t) { return t.ROWCOUNTit(); }, "3 3"},
         {[](QAnyValue t) { return t.COLCOUNTit(); }, "3 2"},
-    };
-    for (const Case& c : cases)
-        EXPECT_EQ(Describe(c.run(Table())), c.expected);
-}
-
-TEST_F(AnyValueTablesTest, ArraysSpreadPositionByPosition) {
-    QAnyValue value = Table();
-    EXPECT_EQ(Describe(value.LOOKUPit(Array({1, 7, 99}), u"x", nullptr, nullptr)),
-              "(3 1;3 3;N/A;)");
-    QAnyValue padded = Table();
-    EXPECT_EQ(Describe(padded.LOOKUPBYINDEXit(Array({1, 2}), Array({1, 2, 2}), nullptr, nullptr)),
-              "(3 1;3 4;3 4;)")
-        << "the shorter array repeats its last element";
-    QAnyValue withError = Table();
-    EXPECT_EQ(
-        Describe(withError.ROWLABELit(Array({1, Error("bad"), QAnyValue()}), nullptr, nullptr)),
-        "(3 5;error bad;0 ;)");
-    QAnyValue tables(Array({Table(), Error("t")}));
-    EXPECT_EQ(Describe(tables.ROWCOUNTit()), "(3 3;error t;)");
-}
-
-TEST_F(AnyValueTablesTest, ListsAreStrings) {
-    struct Case {
-        QAnyValue (*run)(QAnyValue table);
-        std::string expected;
-    };
-    const Case cases[] = {
         {[](QAnyValue t) { return t.ROWLABELSit(nullptr, nullptr); }, "1 5|10|c"},
         {[](QAnyValue t) { return t.COLLABELSit(nullptr, nullptr); }, "1 x|y"},
         {[](QAnyValue t) { return t.ROWVALUESit(10, nullptr, nullptr); }, "1 3|4"},
@@ -156,6 +130,22 @@ TEST_F(AnyValueTablesTest, ListsAreStrings) {
     };
     for (const Case& c : cases)
         EXPECT_EQ(Describe(c.run(Table())), c.expected);
+}
+
+TEST_F(AnyValueTablesTest, ArraysSpreadPositionByPosition) {
+    QAnyValue value = Table();
+    EXPECT_EQ(Describe(value.LOOKUPit(Array({1, 7, 99}), u"x", nullptr, nullptr)),
+              "(3 1;3 3;N/A;)");
+    QAnyValue padded = Table();
+    EXPECT_EQ(Describe(padded.LOOKUPBYINDEXit(Array({1, 2}), Array({1, 2, 2}), nullptr, nullptr)),
+              "(3 1;3 4;3 4;)")
+        << "the shorter array repeats its last element";
+    QAnyValue withError = Table();
+    EXPECT_EQ(
+        Describe(withError.ROWLABELit(Array({1, Error("bad"), QAnyValue()}), nullptr, nullptr)),
+        "(3 5;error bad;0 ;)");
+    QAnyValue tables(Array({Table(), Error("t")}));
+    EXPECT_EQ(Describe(tables.ROWCOUNTit()), "(3 3;error t;)");
 }
 
 TEST_F(AnyValueTablesTest, EditsGiveTrueOrNotAvailable) {
