@@ -117,17 +117,5 @@ TEST_F(TableBasedOn, FileExistsInZipLooksUpTheMembersIgnoringCase) {
         EXPECT_EQ(QTableBasedOn::FileExistsInZip(c.fullName), c.exists) << c.fullName.ToUtf8();
 }
 
-TEST_F(TableBasedOn, AnotherTableFolderHasItsOwnArchive) {
-    WriteZip(ZipPath(), {{"a.vlt", "one"}});
-    ASSERT_TRUE(QTableBasedOn::FileExistsInZip(InFolder("a.vlt")));
-    const fs::path other = m_folder / "other";
-    SetTableFolder(other);
-    EXPECT_EQ(QTableBasedOn::TableBasedOnZip(), nullptr);
-    EXPECT_FALSE(QTableBasedOn::FileExistsInZip(CString::FromUtf8((other / "a.vlt").string())));
-    WriteZip(other / "TableBasedOn.zip", {{"c.vlt", "three"}});
-    EXPECT_TRUE(QTableBasedOn::FileExistsInZip(CString::FromUtf8((other / "c.vlt").string())));
-    EXPECT_EQ(NamesOfTheTableFolder(), Texts{"c.vlt"});
-}
-
 } // namespace
 } // namespace keel
