@@ -193,8 +193,6 @@ TEST_F(LookupTable, HandlesWithoutAValidTableAnswerFalse) {
     EXPECT_EQ(U(invalid.LastError()), U(TableCString("broken")) + "\nRow/col counts invalid");
 }
 
-// --- A table in memory ---------------------------------------------------------------------------
-
 TEST_F(LookupTable, ANewTableIsOneStringCellSortedAndNameless) {
     QLookupTable table;
     table.CreateNewFile();
@@ -234,8 +232,6 @@ TEST_F(LookupTable, DeleteFreesTheContentsButKeepsNameAndDescription) {
     EXPECT_EQ(U(data->TLDesc()), "Item");
 }
 
-// --- The list ------------------------------------------------------------------------------------
-
 // Reloading every table through the source drops the tables no handle holds and marks the rest.
 TEST_F(LookupTable, ReloadingEveryTableDropsThoseNoHandleHolds) {
     QLookupTableData::CleanupCache();
@@ -249,22 +245,6 @@ TEST_F(LookupTable, ReloadingEveryTableDropsThoseNoHandleHolds) {
     EXPECT_EQ(QLookupTableData::ListCount(), before + 1);
     EXPECT_TRUE(held.Data()->IsReloadRequired());
 }
-
-TEST_F(LookupTable, FindIgnoresCaseAndGivesTheFirstOfTheNameAndNeverANamelessOne) {
-    const CString name = TableCString("Prices");
-    QSmartPtr<QLookupTableData> first = NamedTableInMemory(name);
-    QSmartPtr<QLookupTableData> second = NamedTableInMemory(name);
-    CString upper(name);
-    upper.MakeUpper();
-    EXPECT_EQ(QLookupTableData::Find(upper).Get(), first.Get());
-    EXPECT_EQ(QLookupTableData::Find(name).Get(), first.Get());
-    EXPECT_EQ(QLookupTableData::Find(TableCString("Other")).Get(), nullptr);
-    QLookupTable nameless;
-    nameless.CreateNewFile();
-    EXPECT_EQ(QLookupTableData::Find(CString()).Get(), nullptr);
-}
-
-// --- Names ---------------------------------------------------------------------------------------
 
 TEST_F(LookupTable, NamesResolveInTheTableFolderWithTheTableExtension) {
     const std::string folder = m_folder.string();
@@ -309,8 +289,6 @@ TEST_F(LookupTable, AMissingFileFailsAndStaysListed) {
         EXPECT_FALSE(fs::exists(TablePath("missing")));
     }
 }
-
-// --- Locking -------------------------------------------------------------------------------------
 
 TEST_F(LookupTable, LocksNestAndTheLastUnlockClosesTheFile) {
     WriteTable("locked", "contents stay\n");
@@ -414,8 +392,6 @@ TEST_F(LookupTable, ATableInATransactionKeepsOtherWritersOut) {
     EXPECT_TRUE(other.Open(TableCString("prices"), CFile::modeRead | CFile::shareDenyWrite));
 }
 
-// --- Reporting -----------------------------------------------------------------------------------
-
 TEST_F(LookupTable, ReportsAreShownOnlyWhileTheEvaluationReportsErrors) {
     QSmartPtr<QLookupTableData> data = NamedTableInMemory(u"/t/shown.vlt");
     const bool saved = NoEvalReportErrors();
@@ -430,8 +406,6 @@ TEST_F(LookupTable, ReportsAreShownOnlyWhileTheEvaluationReportsErrors) {
     EXPECT_EQ(loud, (std::vector<test::Report>{{"Lookup Table", "/t/shown.vlt\nloud one"}}));
     EXPECT_EQ(U(data->LastError()), "/t/shown.vlt\nloud one");
 }
-
-// --- The document form ---------------------------------------------------------------------------
 
 TEST_F(LookupTable, TheDocumentFormRoundTripsByteForByteWithTheSecondCommentFrom109) {
     for (int schema : {108, 109, 110}) {
@@ -468,22 +442,6 @@ TEST_F(LookupTable, ADocumentFormTooBigForMemoryIsOutOfMemory) {
     EXPECT_FALSE(data->IsValid());
 }
 
-TEST_F(LookupTable, ATableValueTravelsThroughADocument) {
-    QSmartPtr<QLookupTableData> data = NamedTableInMemory(u"/t/prices.vlt");
-    const Bytes bytes = StoredAt(
-        109, [&](CArchive& archive) { archive << QAnyValue(QTableHandlePtr(data.Get())); });
-    QAnyValue value;
-    LoadAt(bytes, 109, [&](CArchive& archive) { archive >> value; });
-    ASSERT_TRUE(value.IsLookupTable());
-    QLookupTable read(value.MakeLookupTable());
-    ASSERT_TRUE(read.IsValid());
-    EXPECT_NE(read.Data(), data.Get());
-    EXPECT_EQ(U(read.Name()), "/t/prices.vlt");
-    EXPECT_EQ(StoredBytes(*read.Data(), 109), StoredBytes(*data, 109));
-}
-
-// --- Label indexes -------------------------------------------------------------------------------
-
 TEST_F(LookupTable, LabelIndexesExistFromTheSizeThresholdOn) {
     const struct {
         int threshold;
@@ -504,8 +462,6 @@ TEST_F(LookupTable, LabelIndexesExistFromTheSizeThresholdOn) {
     EXPECT_TRUE(data->HasColIndex());
     EXPECT_EQ(data->ColLabelType(), QAnyValue::TYPE_STRING);
 }
-
-// --- Transactions --------------------------------------------------------------------------------
 
 TEST_F(LookupTable, ANamelessTableCommitsNothingAndRollsBackToANewTable) {
     QLookupTable table;
@@ -532,8 +488,6 @@ TEST_F(LookupTable, ANamelessTableCommitsNothingAndRollsBackToANewTable) {
     EXPECT_TRUE(table.Comment().IsEmpty());
     EXPECT_TRUE(table.IsSorted());
 }
-
-// --- Tables read from files ----------------------------------------------------------------------
 
 TEST_F(LookupTable, NamesDifferingInCaseOrExtensionShareOneTableReadOnce) {
     WriteTable("prices", c_priceFile);
@@ -621,8 +575,6 @@ TEST_F(LookupTable, TableValuesRunTransactionsOnTheirTable) {
     EXPECT_EQ(U(handle.Comment()), "By value");
 }
 
-// --- Tables taken from the archive ---------------------------------------------------------------
-
 TEST_F(LookupTable, AMissingFileIsReadFromTheArchiveAndTheFirstWriteLockGivesItItsOwnFile) {
     test::WriteZip(m_folder / "TableBasedOn.zip", {{"sub/shipped.vlt", c_priceFile}});
     QLookupTable table;
@@ -656,16 +608,7 @@ TEST_F(LookupTable, ALockForReadingOpensTheArchivedFile) {
     EXPECT_FALSE(absent->IsTakenFromArchive());
 }
 
-// --- The source of table values ------------------------------------------------------------------
-
-TEST_F(LookupTable, TheSourceOpensTablesByNameOrSaysWhyNot) {
-    WriteTable("prices", c_priceFile);
-    QAnyValue value(u"prices");
-    QLookupTable table(value.MakeLookupTable());
-    ASSERT_TRUE(value.IsLookupTable()) << U(value.Format());
-    ASSERT_TRUE(table.IsValid());
-    EXPECT_EQ(U(table.Name()), U(TableCString("prices")));
-
+TEST_F(LookupTable, TheSourceSaysWhyItOpensNoTable) {
     QLookupTableSource source;
     CString error;
     EXPECT_EQ(source.Open(u"", false, error).Get(), nullptr);

@@ -41,8 +41,6 @@ private:
     int m_failures = 0;
 };
 
-// --- Texts with known values -----------------------------------------------------------------
-
 TEST(PlainCells, ReadToTheValuesOfTheFormulaLanguage) {
     const struct {
         const char16_t* token;
@@ -92,8 +90,6 @@ TEST(PlainCells, LeaveWhatIsNotPlainToTheFormula) {
         EXPECT_EQ(DescribeCell(direct), DescribeCell(QAnyValue(u"untouched"))) << token.ToUtf8();
     }
 }
-
-// --- Generated texts -------------------------------------------------------------------------
 
 // Texts near the plain ones: numbers in every form the tokeniser takes, with signs and unit
 // words, amounts of money, string literals with quotes and escapes, truth values, each now and

@@ -56,8 +56,6 @@ protected:
     test::ScriptedHost m_host;
 };
 
-// --- Rows and columns ----------------------------------------------------------------------------
-
 // A sorted table puts a new label in its place and refuses one already there, in any case; an
 // unsorted one appends, repeats and all. A new column appends empty cells of its type.
 TEST_F(TableEditing, AddingPutsTheLabelInItsPlaceOrAtTheEnd) {
@@ -137,8 +135,6 @@ TEST_F(TableEditing, MovingSwapsLabelsAndCells) {
     EXPECT_EQ(Shape(table), before);
 }
 
-// --- Markup --------------------------------------------------------------------------------------
-
 TEST_F(TableEditing, MarkupArithmeticKeepsTheCellType) {
     const struct {
         QAnyValue cell;
@@ -199,8 +195,6 @@ TEST_F(TableEditing, MarkupAsksTheAmountUnderItsTitle) {
     }
 }
 
-// --- Duplicates ----------------------------------------------------------------------------------
-
 TEST_F(TableEditing, ADuplicateNeedsAUniqueLabelAndCopiesTheRightRowOrColumn) {
     QLookupTable table = MemoryTable({u"a", u"b"}, {u"x", u"y"}, {{1, 2}, {3, 4}});
     table.UpdateColType(0, QAnyValue::TYPE_INT);
@@ -227,8 +221,6 @@ TEST_F(TableEditing, ADuplicateNeedsAUniqueLabelAndCopiesTheRightRowOrColumn) {
     EXPECT_EQ(index, 0);
     EXPECT_EQ(Shape(sorted), "a|b|d / x / 2 / 1 / 2");
 }
-
-// --- Tables read from files ----------------------------------------------------------------------
 
 TEST_F(TableEditing, RowsStillHeldAsTextMoveWithTheirLabels) {
     QLookupTable made =

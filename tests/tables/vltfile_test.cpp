@@ -96,8 +96,6 @@ private:
     QLength::LENGTHUNITS m_savedUnits = QLength::LU_MM;
 };
 
-// --- Reading -------------------------------------------------------------------------------------
-
 // The cases of reading.txt, whose header tells its columns.
 TEST_F(VltFile, EachFileReadsAsItsCaseSays) {
     bool sortRows = false;
@@ -136,8 +134,6 @@ TEST_F(VltFile, OlderFormOfALazyTableIsLoadedInFullToDeduceTypes) {
     EXPECT_TRUE(table.Data()->HasRowIndex());
 }
 
-// --- Rows read on demand -------------------------------------------------------------------------
-
 TEST_F(VltFile, ALazyRowIsParsedWhenTouchedAndALongOneFailsThen) {
     QLookupTableDataStatics::c_TableCacheOverSize = 2;
     WriteTable("lazy",
@@ -162,8 +158,6 @@ TEST_F(VltFile, ALazyRowIsParsedWhenTouchedAndALongOneFailsThen) {
     EXPECT_FALSE(table.LookupByIndexNoEval(3, 0, value));
     EXPECT_EQ(StoredText(table, 1, 0), "2");
 }
-
-// --- Repair --------------------------------------------------------------------------------------
 
 // The cases of repairs.txt: the counts fail the read unless repair is asked for, and are then
 // fixed silently.
@@ -213,8 +207,6 @@ TEST_F(VltFile, ACellThatCannotTakeItsTypeReadsAsAnErrorAndIsWrittenBackAsItWas)
     ASSERT_TRUE(table.CommitTrans()) << U8(table.LastError());
     EXPECT_EQ(ReadTable("odd"), text);
 }
-
-// --- Writing -------------------------------------------------------------------------------------
 
 TEST_F(VltFile, WritesTheCurrentFormByteForByte) {
     QLookupTable table;
@@ -278,8 +270,6 @@ TEST_F(VltFile, AnInvalidTableWritesNothing) {
     EXPECT_FALSE(table.WriteToFile(file));
 }
 
-// --- Round trips ---------------------------------------------------------------------------------
-
 // The files of roundtrips.txt, written in the current form, read back the same table, and once in
 // the current form writing again changes no byte.
 TEST_F(VltFile, EachFormRoundTripsThroughTheCurrentForm) {
@@ -308,8 +298,6 @@ TEST_F(VltFile, EachFormRoundTripsThroughTheCurrentForm) {
         EXPECT_EQ(WriteCopy(copy, "again"), first);
     }
 }
-
-// --- The write of a transaction ------------------------------------------------------------------
 
 constexpr const char* c_smallTable = "c\tVltFormat=2.1\n2\t1\n\t\"\"\"num\"\"\"\n"
                                      "String\\String\tWhole Number\n"
@@ -349,8 +337,6 @@ TEST_F(VltFile, AFailedWriteLeavesTheOldFileAsItWas) {
     EXPECT_EQ(ReadTable("keep"), text);
     EXPECT_EQ(FolderEntries(), std::vector<std::string>{"keep.vlt"});
 }
-
-// --- Units of lengths at the write ---------------------------------------------------------------
 
 // A table whose row labels are lengths, given with their units so that they read the same in any
 // default units.
