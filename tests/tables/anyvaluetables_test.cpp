@@ -177,20 +177,5 @@ TEST_F(AnyValueTablesTest, UpdatesGiveTrueOrNotAvailable) {
     EXPECT_EQ(test::StoredText(m_table, 1, 0), "new");
 }
 
-TEST_F(AnyValueTablesTest, UpdatesReachAnyKindOfTable) {
-    test::NamedTableSource source;
-    SetTableHandleSource(&source);
-    source.m_opened.clear();
-    QAnyValue named(u"p");
-    EXPECT_EQ(Describe(named.UPDATEEXACTit(u"a", u"b", 5, nullptr)), "2 " + Text(true));
-    ASSERT_EQ(source.m_opened.size(), 1u);
-    source.m_opened[0]->m_succeed = false;
-    QAnyValue refused(source.m_opened[0]->Name());
-    refused = QAnyValue(QTableHandlePtr(source.m_opened[0].Get()));
-    EXPECT_EQ(Describe(refused.UPDATEBYINDEXit(1, 1, 5, nullptr)), "N/A");
-    EXPECT_EQ(source.m_opened[0]->m_journal,
-              (std::vector<std::string>{"UpdateExact a b 5", "UpdateByIndex 0 0 5"}));
-}
-
 } // namespace
 } // namespace keel

@@ -1,6 +1,5 @@
 #include "tests/support/anyvalues.h"
 #include "tests/support/errorreports.h"
-#include "tests/support/tables.h"
 #include "tests/tables/memorytable.h"
 #include "tests/tables/tablefixture.h"
 
@@ -184,6 +183,9 @@ TEST_F(LookupTable, HandlesWithoutAValidTableAnswerFalse) {
     }
     EXPECT_EQ(n, 7);
     EXPECT_EQ(type, QAnyValue::TYPE_MONEY);
+    // The table behind the handle answers so too.
+    EXPECT_FALSE(invalid.Data()->Lookup(k, k, v, nullptr, nullptr));
+    EXPECT_FALSE(invalid.Data()->LookupExact(k, k, v, nullptr, nullptr));
     EXPECT_FALSE(null.IsSameNameAs(null));
     EXPECT_FALSE(null.BeginTrans());
     EXPECT_TRUE(null.Name().IsEmpty());
