@@ -41,8 +41,6 @@ private:
     int m_failures = 0;
 };
 
-// --- Texts with known values -----------------------------------------------------------------
-
 TEST(PlainCells, ReadToTheValuesOfTheFormulaLanguage) {
     const struct {
         const char16_t* token;
@@ -52,32 +50,20 @@ TEST(PlainCells, ReadToTheValuesOfTheFormulaLanguage) {
         {u"2147483647", QAnyValue(2147483647)},
         // Past the largest int a whole number is a double.
         {u"2147483648", QAnyValue(2147483648.0)},
-        {u"5.", QAnyValue(5.0)},
         {u".5", QAnyValue(0.5)},
-        {u"123456789012345678901234567890", QAnyValue(1.2345678901234568e29)},
         {u"-0", QAnyValue(0)},
         {u"-0.0", QAnyValue(-0.0)},
-        {u"--3", QAnyValue(3)},
         {u" - 3 ", QAnyValue(-3)},
         {u"+-2.5", QAnyValue(-2.5)},
         {u"5 mm", QAnyValue(QLength::FromRaw(5))},
-        {u"5MM", QAnyValue(QLength::FromRaw(5))},
-        {u"-1.5 ft", QAnyValue(QLength::FromRaw(-(1.5 * 304.8)))},
-        {u"2 sqm", QAnyValue(QArea::FromRaw(2))},
-        {u"30 deg", QAnyValue(QAngle(30, QAngle::ANGU_DEG))},
-        {u"1.5 hours", QAnyValue(QTime::FromRaw(QTime::hour_to_raw(1.5)))},
         {u"250 cents", QAnyValue(QMoney::FromRaw(250))},
-        {u"$12.50", QAnyValue(QMoney::FromRaw(QMoney::dollar_to_raw(12.5)))},
         {u"$1,000", QAnyValue(QMoney::FromRaw(QMoney::dollar_to_raw(1000)))},
         {u"-$0.05", QAnyValue(QMoney::FromRaw(-QMoney::dollar_to_raw(0.05)))},
         {u"\"\"\"Board 1\"\"\"", QAnyValue(u"Board 1")},
         {u"\"\"\"a\"\"\"\"b\"\"\"", QAnyValue(u"a\"b")},
         {u"'it''s'", QAnyValue(u"it's")},
         {u"\"\"\"tab\\there\\\\\\q\"\"\"", QAnyValue(u"tab\there\\\\q")},
-        {u"\"\"\"\u00e9t\u00e9 \U0001F600\"\"\"", QAnyValue(u"\u00e9t\u00e9 \U0001F600")},
-        {u"\"\"\"=1+1\"\"\"", QAnyValue(u"=1+1")},
         {u"TRUE", QAnyValue(true)},
-        {u"False", QAnyValue(false)},
         {u"   ", QAnyValue()},
         {u"\"\"", QAnyValue()},
     };
@@ -94,14 +80,8 @@ TEST(PlainCells, ReadToTheValuesOfTheFormulaLanguage) {
 // feet and inches, fractions, operators, comments, names, unknown words and broken literals.
 TEST(PlainCells, LeaveWhatIsNotPlainToTheFormula) {
     const char16_t* const tokens[] = {
-        u"1..2",     u"12 mmm",    u"1e",      u"1e5",     u"-",
-        u".",        u"+",         u"5'",      u"5'6\"",   u"3 1/2",
-        u"1/2",      u"5 /2",      u"5%",      u"$",       u"$-5",
-        u"$5 mm",    u"5 mm 2",    u"5 mm;",   u"5 // x",  u"/* a */ 5",
-        u"(5)",      u"!5",        u"5 5",     u"5mm2",    u"5 m_",
-        u"5 \u00e9", u"5\u00a0mm", u"5\u2003", u"x",       u"pi",
-        u"true 1",   u"truex",     u"'open",   u"'a' 'b'", u"'a' mm",
-        u"'a\x01'",  u"5\x01",     u"1,000",   u"$1,,000", u"--------------------5",
+        u"1..2", u"12 mmm", u"1e5",    u"-",         u"5'6\"", u"3 1/2", u"5%",
+        u"$-5",  u"5 mm 2", u"5 // x", u"5\u00a0mm", u"truex", u"'open", u"1,000",
     };
     for (const char16_t* text : tokens) {
         const CString token(text);
@@ -110,8 +90,6 @@ TEST(PlainCells, LeaveWhatIsNotPlainToTheFormula) {
         EXPECT_EQ(DescribeCell(direct), DescribeCell(QAnyValue(u"untouched"))) << token.ToUtf8();
     }
 }
-
-// --- Generated texts -------------------------------------------------------------------------
 
 // Texts near the plain ones: numbers in every form the tokeniser takes, with signs and unit
 // words, amounts of money, string literals with quotes and escapes, truth values, each now and

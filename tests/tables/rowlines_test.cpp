@@ -50,7 +50,6 @@ TEST_F(RowLinesTest, GivesTheLinesTheFileGives) {
     } cases[] = {
         {"an empty file", ""},
         {"one empty line", "\n"},
-        {"plain lines", "a\tb\nc\td\n"},
         {"no newline at the end", "a\nb"},
         {"carriage returns", "a\r\nb\r\n\r\n\r\r\nc\rd\n\r"},
         {"UTF-8", "caf\xc3\xa9\t\xf0\x9f\x98\x80\r\n\xc3\xa9\n"},
@@ -61,17 +60,9 @@ TEST_F(RowLinesTest, GivesTheLinesTheFileGives) {
         {"UTF-16", std::string("\xff\xfe"
                                "a\0\n\0b\0\r\0\n\0",
                                12)},
-        {"UTF-16 big-endian", std::string("\xfe\xff\0a\0\n\0b", 8)},
         {"a return and its newline in two blocks", blockEdge + "\r\nnext\r\n"},
         {"a character in two blocks", std::string(65535, 'y') + "\xc3\xa9\n"},
         {"a line longer than a block", std::string(200000, 'z') + "\nend"},
-        {"many short lines",
-         [] {
-             std::string text;
-             for (int i = 0; i < 30000; ++i)
-                 text += std::to_string(i) + (i % 7 == 0 ? "\t\xc3\xa9\r\n" : "\tx\n");
-             return text;
-         }()},
     };
     for (const auto& c : cases)
         ExpectSameLines(c.bytes, c.what);
@@ -80,7 +71,6 @@ TEST_F(RowLinesTest, GivesTheLinesTheFileGives) {
 TEST_F(RowLinesTest, ReadsANarrowCodePageAsTheFileDoes) {
     ExpectSameLines("caf\xe9\r\n\x80\x9f\xff\n", "Windows Western",
                     CStdioFileEx::c_codePageWindowsWestern);
-    ExpectSameLines("caf\xe9\n\x80\n", "ASCII", CStdioFileEx::c_codePageAscii);
 }
 
 } // namespace

@@ -56,8 +56,6 @@ protected:
     test::ScriptedHost m_host;
 };
 
-// --- Rows and columns ----------------------------------------------------------------------------
-
 // A sorted table puts a new label in its place and refuses one already there, in any case; an
 // unsorted one appends, repeats and all. A new column appends empty cells of its type.
 TEST_F(TableEditing, AddingPutsTheLabelInItsPlaceOrAtTheEnd) {
@@ -134,12 +132,8 @@ TEST_F(TableEditing, MovingSwapsLabelsAndCells) {
     EXPECT_FALSE(table.MoveRowDown(2));
     EXPECT_FALSE(table.MoveColLeft(0));
     EXPECT_FALSE(table.MoveColRight(1));
-    EXPECT_FALSE(table.MoveRowUp(3));
-    EXPECT_FALSE(table.MoveRowDown(-1));
     EXPECT_EQ(Shape(table), before);
 }
-
-// --- Markup --------------------------------------------------------------------------------------
 
 TEST_F(TableEditing, MarkupArithmeticKeepsTheCellType) {
     const struct {
@@ -152,12 +146,9 @@ TEST_F(TableEditing, MarkupArithmeticKeepsTheCellType) {
         {10, Fixed, 5, true, 15},
         {10, Times, 1.26, true, 13},
         {200, Percent, 10, true, 220},
-        {2.5, Times, 2, true, 5.0},
         {test::Cents(1000), Percent, 15, true, test::Cents(1150)},
-        {test::Cents(1000), Fixed, test::Cents(250), true, test::Cents(1250)},
         {test::Mm(100), Times, 3, true, test::Mm(300)},
         {u"text", Fixed, 1, false, u"text"},
-        {true, Times, 2, false, true},
         {QAnyValue(), Fixed, 2, false, QAnyValue()},
         {10, Fixed, u"x", false, 10},
     };
@@ -204,20 +195,6 @@ TEST_F(TableEditing, MarkupAsksTheAmountUnderItsTitle) {
     }
 }
 
-TEST_F(TableEditing, DoForEachSelectedCellCountsWhatTookTheChange) {
-    QLookupTable table = MemoryTable({u"a", u"b"}, {u"x"}, {{1}, {2}});
-    const int changed = DoForEachSelectedCell(table, {{0, 0}, {1, 0}, {2, 0}}, [](QAnyValue& cell) {
-        if (QAnyValue(cell).MakeInt() == 2)
-            return false;
-        cell = u"changed";
-        return true;
-    });
-    EXPECT_EQ(changed, 1);
-    EXPECT_EQ(Shape(table), "a|b / x / changed / 2");
-}
-
-// --- Duplicates ----------------------------------------------------------------------------------
-
 TEST_F(TableEditing, ADuplicateNeedsAUniqueLabelAndCopiesTheRightRowOrColumn) {
     QLookupTable table = MemoryTable({u"a", u"b"}, {u"x", u"y"}, {{1, 2}, {3, 4}});
     table.UpdateColType(0, QAnyValue::TYPE_INT);
@@ -244,8 +221,6 @@ TEST_F(TableEditing, ADuplicateNeedsAUniqueLabelAndCopiesTheRightRowOrColumn) {
     EXPECT_EQ(index, 0);
     EXPECT_EQ(Shape(sorted), "a|b|d / x / 2 / 1 / 2");
 }
-
-// --- Tables read from files ----------------------------------------------------------------------
 
 TEST_F(TableEditing, RowsStillHeldAsTextMoveWithTheirLabels) {
     QLookupTable made =

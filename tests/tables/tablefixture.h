@@ -136,13 +136,6 @@ protected:
     }
     std::string ReadTable(const std::string& name) const { return ReadText(TablePath(name)); }
 
-    // Moves the table folder elsewhere for the rest of the test; the old folder stays.
-    void SetTableFolder(const std::filesystem::path& folder) {
-        std::filesystem::create_directories(folder);
-        m_factory.SetTableFolder(folder);
-        QFSFile::ClearFileStatusCache();
-    }
-
     static std::string CurrentTestName() {
         const testing::TestInfo* info = testing::UnitTest::GetInstance()->current_test_info();
         std::string name = info ? std::string(info->test_suite_name()) + "-" + info->name() : "x";
