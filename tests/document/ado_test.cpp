@@ -5,7 +5,6 @@
 #include "tests/support/functioncalls.h"
 
 #include "keel/document/ado.h"
-#include "keel/document/adox.h"
 #include "keel/document/usertrace.h"
 #include "keel/document/winapp.h"
 
@@ -183,12 +182,6 @@ TEST_P(SqliteTest, ANewOrEmptyFileBecomesADatabase) {
     }
 }
 
-TEST(AdoXTest, ACreateStatementQuotesItsNamesAndTypesTheColumnsByTheirValues) {
-    EXPECT_EQ(QAdoX::CreateStatement(ItemsSpec()),
-              CString(u"CREATE TABLE \"Items\" (\"Name\" TEXT, \"Done\" BOOLEAN, \"Count\" "
-                      u"INTEGER, \"Size\" REAL, \"Length\" TEXT)"));
-}
-
 TEST_P(SqliteTest, DatabaseNamesFindTheirFileInTheTableFolder) {
     SqliteRun(File("stock.accdb"), "CREATE TABLE t(a); INSERT INTO t VALUES ('accdb');");
     std::filesystem::create_directory(File("sub"));
@@ -281,19 +274,6 @@ TEST_P(SqliteTest, TheApplicationServesTheCallsAndEachIsTraced) {
         << trace;
     EXPECT_EQ(trace.find("DBLOOKUP ERROR"), std::string::npos) << trace;
     EXPECT_NE(trace.find("DBLOOKUPCOL ERROR"), std::string::npos) << trace;
-}
-
-TEST_P(SqliteTest, TheFunctionsTakeTheirCounts) {
-    ExpectCountsTaken({{"dblookuprow", 3, 3},
-                       {"dblookupcol", 3, 3},
-                       {"dblookuprowvalues", 3, 3},
-                       {"dblookupcolvalues", 3, 3},
-                       {"dblookupcollabels", 2, 2}},
-                      "\"prices\"");
-    const QBuiltinFunction* lookup = FindBuiltinFunction(FullId("dblookup"));
-    ASSERT_NE(lookup, nullptr);
-    EXPECT_EQ(lookup->minArgs, 3);
-    EXPECT_EQ(lookup->maxArgs, c_builtinAnyCount);
 }
 
 } // namespace

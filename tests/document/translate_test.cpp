@@ -520,16 +520,6 @@ TEST_F(TranslateTest, AFileThatCannotBeReadOrSavedIsReported) {
     EXPECT_TRUE(Translator::TheTranslator().IsModified());
 }
 
-TEST_F(TranslateTest, RememberStoresTheFileAsAnOption) {
-    const fs::path german = Copy("translations_de.txt");
-    SwitchToTranslationFile(PathText(german), false, true);
-    EXPECT_EQ(CRegistry::Current().GetProfileString(u"Options", u"TranslationsFile", u"none"),
-              PathText(german));
-    SwitchToTranslationFile(PathText(Copy("translations_fr.txt")), false, false);
-    EXPECT_EQ(CRegistry::Current().GetProfileString(u"Options", u"TranslationsFile", u"none"),
-              PathText(german));
-}
-
 // --- QTString -----------------------------------------------------------------------------------
 
 // A QTString built before the file translates at first use, and again after a refreshing switch.
