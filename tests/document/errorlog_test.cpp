@@ -157,8 +157,6 @@ protected:
     std::unique_ptr<TestApp> m_app;
 };
 
-// --- The file ------------------------------------------------------------------------------------
-
 TEST_F(ErrorLogTest, FileNameIsTheLocalTimeWithEnglishMonth) {
     const std::string before = test::LocalTimeText("errorlog_%d-%b-%y_%H%M%S.txt");
     const QErrorLog log;
@@ -297,8 +295,6 @@ TEST_F(ErrorLogTest, AFileThatCannotBeWrittenIsReportedOnce) {
                                 {panic + u">", u"Keel", MB_OK | MB_ICONSTOP}}));
 }
 
-// --- Pending messages ----------------------------------------------------------------------------
-
 TEST_F(ErrorLogTest, DisplayQueuesEachTextOfATypeOnce) {
     QErrorLog log;
     QErrorType* formula = log.Register(u"Formula");
@@ -341,8 +337,6 @@ TEST_F(ErrorLogTest, ThousandMessagesThenOverflowThenDropThenRoomAgain) {
     ASSERT_EQ(log.GetSize(), 1);
     EXPECT_EQ(log.Message(0), u"Room again");
 }
-
-// --- DisplayOrLog --------------------------------------------------------------------------------
 
 // A message is written and queued. The log starts as log-only, and the first message decides:
 // a type that is neither shown nor logged vanishes, unless the log is log-only.
@@ -407,8 +401,6 @@ TEST_F(ErrorLogTest, DescriptionsInErrorLogOnlyAreLoggedAndNeverShown) {
     EXPECT_FALSE(other.Register(u"Later")->IsDisplay());
 }
 
-// --- Types ---------------------------------------------------------------------------------------
-
 TEST_F(ErrorLogTest, ATypeIsRegisteredOnceByItsDescription) {
     QErrorLog log;
     QErrorType* formula = log.Register(u"Formula");
@@ -428,8 +420,6 @@ TEST_F(ErrorLogTest, ATypeIsRegisteredOnceByItsDescription) {
     delete orphan;
     EXPECT_EQ(TheErrorLog().GetTypeCount(), before);
 }
-
-// --- Showing pending messages --------------------------------------------------------------------
 
 // One message is shown in a box that offers the options, No the default, and captioned with the
 // application, the type and the time, leaving out empty parts.
@@ -508,8 +498,6 @@ TEST_F(ErrorLogTest, SeveralMessagesAreShownInOneList) {
     EXPECT_EQ(m_host.shownLists.size(), 2u);
 }
 
-// --- Closing -------------------------------------------------------------------------------------
-
 // Closing shows what is pending and offers the file; the next message opens the file again.
 TEST_F(ErrorLogTest, CloseShowsWhatIsPendingAndOffersTheFile) {
     QErrorLog log(u"close.txt");
@@ -557,8 +545,6 @@ TEST_F(ErrorLogTest, CloseAsksNothingWhenThereIsNoFileToOffer) {
     noApp.CloseLogFile();
     EXPECT_TRUE(m_host.boxes.empty());
 }
-
-// --- Options of the types ------------------------------------------------------------------------
 
 TEST_F(ErrorLogTest, CheckListsHaveOneRowATypeInOrderAndSetTheFlags) {
     QErrorLog log;
@@ -614,8 +600,6 @@ TEST_F(ErrorLogTest, CustomiseAppliesWhatThePersonTicked) {
     EXPECT_TRUE(table->IsDisplay());
     EXPECT_FALSE(table->IsLog());
 }
-
-// --- The process's log and the reporting functions -----------------------------------------------
 
 TEST_F(ErrorLogTest, MessageBoxOrLogReportsUnderTheHeading) {
     EXPECT_EQ(QMessageBoxOrLog(u"Cannot open the table", u"Table"), 1);
@@ -703,8 +687,6 @@ TEST_F(ErrorLogTest, ReportsAreTranslatedInTheirContext) {
     EXPECT_EQ(LoggedLines(ProcessLogPath()).back(), "Server:Ignoriere Save: Disk is full");
 }
 
-// --- Exceptions ----------------------------------------------------------------------------------
-
 TEST(ErrorMessageTest, IsTheExceptionsOwnTextCutToTheBuffer) {
     EXPECT_EQ(ErrorMessage(CException("Disk is full")), u"Disk is full");
     EXPECT_EQ(ErrorMessage(InvalidArgumentException("QArray::GetAt")),
@@ -746,8 +728,6 @@ TEST(ExceptionDescrTest, ThrowTellsTheDebugOutputWhereFirst) {
     EXPECT_EQ(testing::internal::GetCapturedStderr(),
               "==> Throw at pipe.cpp 42\n==> Throw at " + std::string(256, 'f') + " 7\n");
 }
-
-// --- Floating point ------------------------------------------------------------------------------
 
 TEST(FPExceptionMessageTest, ListsTheRaisedFaultsInOrderAndClearsThem) {
     const struct {

@@ -3,7 +3,6 @@
 
 #include "keel/document/appservices.h"
 #include "keel/document/reportmarkers.h"
-#include "keel/document/usertrace.h"
 #include "keel/platform/compoundstorage.h"
 #include "keel/system/folders.h"
 
@@ -29,8 +28,6 @@ using Strings = std::vector<std::string>;
 std::string UserName() {
     return AppServices().CurrentUserName().ToUtf8();
 }
-
-// --- Kinds, extensions and what the document supplies ---------------------------------------
 
 TEST(ReportKindsTest, AreToldByTheExtensionInAnyCase) {
     const struct {
@@ -85,8 +82,6 @@ TEST(ReportDocumentValuesTest, TheReportDatabaseIsBesideTheDocument) {
     document.SetPathName(u"/work/house.v2.kdoc");
     EXPECT_EQ(document.GetReportDatabasePath().ToUtf8(), "/work/house.v2.mdb");
 }
-
-// --- Reading a report's markers and comments through the document ----------------------------
 
 class ReportReadingTest : public test::ReportsTest {};
 
@@ -182,8 +177,6 @@ TEST_F(ReportReadingTest, AReportThatCannotBeReadIsReportedAndGivesNothing) {
         EXPECT_EQ(document.GetLastReportReadError().ToUtf8(), reports[0].message);
     }
 }
-
-// --- RDL reports in the viewer --------------------------------------------------------------
 
 class RDLReportTest : public test::ReportsTest {
 protected:
@@ -323,33 +316,6 @@ TEST_F(RDLReportTest, OnlyTheParametersTheDocumentSuppliesFollowTheFlag) {
             {viewer, {Path("bare.rdl"), Path("house.mdb"), "", ""}, "open"}}));
 }
 
-TEST_F(RDLReportTest, TheCommandLineIsTracedWithItsBit) {
-    InstallViewer();
-    const unsigned savedMask = c_UserTraceMask;
-    const std::string expected = "QDoc::ProduceReport RDL args: " + ReportFixture("stock.rdl") +
-                                 " " + Path("house.mdb") +
-                                 " Plan \"Stock > 0\" -p UserName=" + UserName() +
-                                 " DocumentTitle=Stock DocumentPath=" + Path("house.kdoc");
-    for (const unsigned mask : {USER_TRACE_PLAIN_LINES | QDoc::c_reportTraceBit,
-                                USER_TRACE_PLAIN_LINES | ~QDoc::c_reportTraceBit}) {
-        UserTraceRestart();
-        c_UserTraceMask = mask;
-        ASSERT_TRUE(ProduceStock());
-        c_UserTraceMask = savedMask;
-        int found = 0;
-        for (const std::string& line : test::ClosedTraceLines()) {
-            if (line.find("RDL args") != std::string::npos) {
-                ++found;
-                EXPECT_TRUE(line.ends_with("\t" + expected)) << line;
-            }
-        }
-        EXPECT_EQ(found, (mask & QDoc::c_reportTraceBit) ? 1 : 0) << mask;
-    }
-    UserTraceRestart();
-}
-
-// --- Reports of the report engine -----------------------------------------------------------
-
 class EngineReportTest : public test::ReportsTest {};
 
 TEST_F(EngineReportTest, TheStatusShowsWhileTheJobOpens) {
@@ -385,8 +351,6 @@ TEST_F(EngineReportTest, TheStatusShowsWhileTheJobOpens) {
     }
     EXPECT_EQ(host.starts, std::vector<Start>{});
 }
-
-// --- XML reports ----------------------------------------------------------------------------
 
 // The export of the group that the document of these tests gives.
 constexpr const char* kStockExport =
@@ -433,8 +397,6 @@ TEST_F(XMLReportTest, FailuresAreReportedAndNothingIsShown) {
     EXPECT_NE(reports[0].message.find("Cannot write export data to"), std::string::npos);
     EXPECT_EQ(host.starts, std::vector<Start>{});
 }
-
-// --- The desktop shell of a program without a desktop front end -----------------------------
 
 class ShellStartTest : public test::TempFolderTest {};
 

@@ -93,8 +93,6 @@ bool HasRecord(const CString& original, const CString& qualifier = CString()) {
     return Translator::TheTranslator().Lookup(original, qualifier, record);
 }
 
-// --- Escapes of the file ----------------------------------------------------------------------
-
 TEST(Escape, WritesTheEscapedFormAndReadsItBack) {
     const struct {
         const char16_t* text;
@@ -166,8 +164,6 @@ TEST(CountFormatSpecifiers, CountsAsPrintfReads) {
     for (const auto& [format, count] : cases)
         EXPECT_EQ(CountFormatSpecifiers(format), count) << CString(format).ToUtf8();
 }
-
-// --- Looking up ---------------------------------------------------------------------------------
 
 TEST_F(TranslateTest, WithoutAFileEveryTextIsItsOwnTranslation) {
     EXPECT_FALSE(AreTranslationsEnabled());
@@ -278,8 +274,6 @@ TEST_F(TranslateTest, AnUnknownTextIsAddedOnlyWhenFileUpdatesAreEnabled) {
     EXPECT_TRUE(Translator::TheTranslator().IsModified());
 }
 
-// --- The format check ---------------------------------------------------------------------------
-
 const std::string c_tooMany = "Invalid translation - wrong number of format specifiers:\n\tTrop de "
                               "%s et de %s\nWhen translating\n\tToo many %s\n";
 
@@ -325,8 +319,6 @@ TEST_F(TranslateTest, TheReportIsTranslatedUnlessItsOwnTranslationIsBad) {
     EXPECT_EQ(reports[0].message, "Traduction invalide Trop de %s et de %s de Too many %s");
 }
 
-// --- Partial translations -----------------------------------------------------------------------
-
 // Pieces replace whole words, longer pieces after shorter ones as they are found in the text that
 // the shorter ones changed; a piece no longer than the longest used is not tried. Records with
 // several matches, and the language name, are no pieces.
@@ -370,8 +362,6 @@ TEST_F(TranslateTest, PartialTranslationsReplaceWholeWords) {
     EXPECT_EQ(T(u"Ten percent"), CString(u"Ten percent"));
     EXPECT_EQ(test::PendingReports().size(), 1u);
 }
-
-// --- The file -----------------------------------------------------------------------------------
 
 TEST_F(TranslateTest, SavingAFileJustReadGivesItBackByteForByte) {
     const fs::path path = Copy("translations_fr.txt");
@@ -520,8 +510,6 @@ TEST_F(TranslateTest, AFileThatCannotBeReadOrSavedIsReported) {
     EXPECT_TRUE(Translator::TheTranslator().IsModified());
 }
 
-// --- QTString -----------------------------------------------------------------------------------
-
 // A QTString built before the file translates at first use, and again after a refreshing switch.
 TEST_F(TranslateTest, AQTStringTranslatesAtFirstUseAndAgainAfterARefreshingSwitch) {
     const fs::path french = Copy("translations_fr.txt");
@@ -549,8 +537,6 @@ TEST_F(TranslateTest, AQTStringTranslatesAtFirstUseAndAgainAfterARefreshingSwitc
     EXPECT_EQ(CString(text), CString(u"Ouvrir"));
 }
 
-// --- Available translations ---------------------------------------------------------------------
-
 TEST_F(TranslateTest, AvailableTranslationsAreTheFilesNamedTranslationsWithAnExtension) {
     const QArray<AvailableTranslation> found = GetAvailableTranslations(PathText(c_fixtures));
     ASSERT_EQ(found.GetCount(), 2);
@@ -571,8 +557,6 @@ TEST_F(TranslateTest, TheNamePatternIgnoresCaseAndWantsAnExtension) {
     EXPECT_EQ(found[1].m_displayName, CString(u"Translations_ES"));
     EXPECT_EQ(GetAvailableTranslations(PathText(m_root / "missing")).GetCount(), 0);
 }
-
-// --- Threads ------------------------------------------------------------------------------------
 
 TEST_F(TranslateTest, ThreadsTranslateAtTheSameTime) {
     SwitchTo(Copy("translations_fr.txt"));
