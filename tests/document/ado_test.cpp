@@ -241,40 +241,5 @@ TEST_P(SqliteTest, WithoutDatabaseAccessTheFunctionsCannotConnect) {
     EXPECT_EQ(SqliteRows(m_database, "SELECT count(*) FROM items"), "3;");
 }
 
-// The application serves the databases; each call is traced with its upper-case name, and a
-// failing one with " ERROR" after it.
-TEST_P(SqliteTest, TheApplicationServesTheCallsAndEachIsTraced) {
-    const std::filesystem::path home = m_root / "home";
-    std::filesystem::create_directories(home);
-    ScopedEnvironment environment;
-    for (const char* variable : {"HOME", "XDG_CONFIG_HOME", "XDG_DATA_HOME"})
-        environment.Set(variable, home.string());
-    const unsigned savedMask = QWinApp::c_UserTraceMask;
-    std::string trace;
-    {
-        QWinApp app;
-        app.OverrideFileLocation(QFileLocation::Table, CString::FromUtf8(m_root.string()));
-        UserTraceRestart();
-        QWinApp::c_UserTraceMask = USER_TRACE_PLAIN_LINES | USER_TRACE_EVALUATIONS;
-        const CallOutcome found =
-            Run("dblookup(\"prices\", \"select stock from items where name = ?\", \"stock\", "
-                "\"pine\")");
-        const CallOutcome missed = Run("dblookupcol(\"prices\", \"select 1 as a\", \"b\")");
-        QWinApp::c_UserTraceMask = savedMask;
-        EXPECT_TRUE(found.result.Identical(QAnyValue(10))) << DescribeValue(found.result);
-        EXPECT_TRUE(missed.result.IsError());
-        const std::string path = UserTraceFilePath().ToUtf8();
-        UserTraceClose();
-        trace = ReadText(path);
-        UserTraceRestart();
-    }
-    EXPECT_NE(trace.find("DBLOOKUP(prices, select stock from items where name = ?, stock, pine) "
-                         "= 10"),
-              std::string::npos)
-        << trace;
-    EXPECT_EQ(trace.find("DBLOOKUP ERROR"), std::string::npos) << trace;
-    EXPECT_NE(trace.find("DBLOOKUPCOL ERROR"), std::string::npos) << trace;
-}
-
 } // namespace
 } // namespace keel::test

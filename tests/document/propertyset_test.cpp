@@ -356,15 +356,6 @@ TEST(SummaryInformation, ForEachPropertyGivesEditTimeInMinutes) {
     EXPECT_TRUE(editTime.IsInt());
     EXPECT_EQ(U8(editTime.AsFormulaText()), "125");
     EXPECT_FALSE(summary.ForEachPropertyDo([](const CString&, const QAnyValue&) { return false; }));
-
-    static std::vector<std::string> formulas;
-    formulas.clear();
-    summary.SetCrystalFormulas(nullptr, [](void*, const CString& name, const CString& formula) {
-        formulas.push_back(U8(name) + "=" + U8(formula));
-    });
-    ASSERT_EQ(formulas.size(), 18u);
-    EXPECT_EQ(formulas[0], "title=\"T\"");
-    EXPECT_EQ(formulas[8], "edittime=125");
 }
 
 TEST(SummaryInformation, MergeTakesOrKeepsPropertiesByStrategy) {

@@ -115,16 +115,6 @@ TEST_F(UserTraceTest, AFolderThatCannotBeMadeTurnsTracingOffSilently) {
     EXPECT_EQ(host.boxes, std::vector<std::string>{});
 }
 
-TEST_F(UserTraceTest, LinesAreWrittenOutWhenTheSecondChanges) {
-    UserTraceWriteLine(u"first");
-    const fs::path path = UserTraceFilePath().ToUtf8();
-    Pause(1100);
-    UserTraceWriteLine(u"second");
-    const std::string written = test::ReadText(path);
-    EXPECT_NE(written.find("first"), std::string::npos);
-    EXPECT_NE(written.find("second"), std::string::npos);
-}
-
 // A line shows the time since the innermost start, or since the checkpoint, which starts the
 // time again.
 TEST_F(UserTraceTest, ALineShowsTheTimeSinceTheInnermostStart) {

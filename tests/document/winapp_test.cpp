@@ -370,8 +370,7 @@ TEST_F(WinAppTest, ExitInstanceClosesTheTraceAndSavesNewTranslations) {
         << ReadText(translations);
 }
 
-// How the application serves the db functions is checked with the SQLite backend
-// (TheApplicationServesTheCallsAndEachIsTraced); here, that it lets go of the connections.
+// The application serves the db functions, and lets go of the connections on exit.
 TEST_F(WinAppTest, TheApplicationLetsGoOfItsDatabasesOnExit) {
     QWinApp app;
     app.OverrideFileLocation(QFileLocation::Table, CString::FromUtf8(m_root.string()));
