@@ -64,7 +64,6 @@ TEST(ReportFixturesTest, ReadsTheMarkersOfTheFile) {
         Expected expected;
     } cases[] = {
         {"stock.rtx", {"Plan,Elevation", "{Items.Stock} > 0", "UserName;DocumentTitle, Unknown"}},
-        {"crlf.rtx", {"Photo", "Kind = 2", "DocumentPath"}},
         // Parameters first, then the query's markers for what they left open; the query's
         // parameter names join the report's own.
         {"stock.rdl", {"Plan", "Stock > 0", "UserName,DocumentTitle,DocumentPath"}},

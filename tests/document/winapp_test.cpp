@@ -883,7 +883,6 @@ TEST_F(WinAppTest, AnOldHelpFileNameBecomesTheNewOne) {
     for (const auto& [given, expected] :
          std::vector<std::pair<std::string, std::string>>{{"/help/keel.hlp", "/help/keel.chm"},
                                                           {"/help/KEEL.HLP", "/help/KEEL.chm"},
-                                                          {"hlp", "hlp"},
                                                           {"/help/keel.hlpx", "/help/keel.hlpx"}}) {
         StartupApp app;
         app.SetHelpFilePath(CString::FromUtf8(given));
