@@ -143,18 +143,6 @@ TEST_F(DocTest, ADocumentOfBlankItemsStoresACountOfZeroAndLoadsEmpty) {
     EXPECT_EQ(loaded.GetItemCount(), 0);
 }
 
-TEST_F(DocTest, ProgressNamesTheDocumentByItsPathOrItsFallback) {
-    QDoc unnamed;
-    unnamed.SetFallbackPath(u"/tmp/Untitled 3.tmp.drw");
-    Store(unnamed);
-    QDoc nameless;
-    Store(nameless);
-    EXPECT_EQ((std::vector<std::string>{"create Saving Untitled 3.tmp 0..0",
-                                        "destroy Saved Untitled 3.tmp", "create Saving  0..0",
-                                        "destroy Saved "}),
-              m_services.events);
-}
-
 const std::string c_newer =
     "This document can only be opened in a more recent release of Drafter.\n\nhouse data has a "
     "v8 schema data,\nand this release can only open v7 or older.\n\nHint: If you must open in "

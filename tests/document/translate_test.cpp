@@ -454,9 +454,9 @@ TEST_F(TranslateTest, DamagedLinesAreReportedOnceAndTheRestIsRead) {
     EXPECT_FALSE(HasRecord(u"Four"));
     EXPECT_FALSE(HasRecord(u"Six"));
 
-    // The lines that are no records are kept where they were.
+    // The lines that are no records are kept where they were; a comment is no damaged line.
     ASSERT_TRUE(SaveTranslationFile());
-    EXPECT_EQ(test::ReadText(path), "# A file with damaged lines\n"
+    EXPECT_EQ(test::ReadText(path), "#\tA file\twith damaged lines\n"
                                     "Open\t\tOuvrir\n"
                                     "Only two\tfields\n"
                                     "Four\t\tfields\there\n"
@@ -464,17 +464,6 @@ TEST_F(TranslateTest, DamagedLinesAreReportedOnceAndTheRestIsRead) {
                                     "Save\t\tEnregistr\xef\xbf\xbd"
                                     "er\n"
                                     "Close\t\tFermer\n");
-}
-
-TEST_F(TranslateTest, CommentLinesAreNotReported) {
-    SwitchTo(Write("translations_x.txt", "Free text without a tab\n"
-                                         "\n"
-                                         "#\tcommented\tout\n"
-                                         "//\tcommented\tout\tas\twell\n"
-                                         "Open\t\tOuvrir\n"));
-    EXPECT_TRUE(test::PendingReports().empty());
-    EXPECT_EQ(Translator::TheTranslator().GetCount(), 1);
-    EXPECT_EQ(Translator::TheTranslator().GetCommentLines().GetCount(), 4);
 }
 
 TEST_F(TranslateTest, AFileThatCannotBeReadOrSavedIsReported) {

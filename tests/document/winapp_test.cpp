@@ -879,38 +879,6 @@ TEST_F(WinAppTest, AFileThatCannotBeOpenedAtStartUpIsTracedWithItsBit) {
     }
 }
 
-TEST_F(WinAppTest, AnOldHelpFileNameBecomesTheNewOne) {
-    for (const auto& [given, expected] :
-         std::vector<std::pair<std::string, std::string>>{{"/help/keel.hlp", "/help/keel.chm"},
-                                                          {"/help/KEEL.HLP", "/help/KEEL.chm"},
-                                                          {"/help/keel.hlpx", "/help/keel.hlpx"}}) {
-        StartupApp app;
-        app.SetHelpFilePath(CString::FromUtf8(given));
-        ASSERT_TRUE(app.InitInstance());
-        EXPECT_EQ(U8(app.HelpFilePath()), expected) << given;
-    }
-}
-
-// The words of a boolean come from the translations of their own context, not from those of
-// "Yes" and "No" elsewhere.
-TEST_F(WinAppTest, TheApplicationTakesYesAndNoAsBooleanValueStrings) {
-    WriteText(m_root / "translations_booleans.txt", "Yes\t\tOui\tValue\t\n"
-                                                    "Yes\t\tJa\tBoolean value string\t\n"
-                                                    "No\t\tNon\tValue\t\n"
-                                                    "No\t\tNein\tBoolean value string\t\n");
-    ASSERT_TRUE(SwitchToTranslationFile(PathOf("translations_booleans.txt"), false, false));
-
-    QWinApp app;
-    app.ConnectValuesToOptions();
-    const std::string yes = QAnyValue::GetYesString().ToUtf8();
-    const std::string no = QAnyValue::GetNoString().ToUtf8();
-
-    SwitchToTranslationFile(CString(), false, false);
-    QAnyValue::SetYesNoStrings(u"Yes", u"No");
-    EXPECT_EQ(yes, "Ja");
-    EXPECT_EQ(no, "Nein");
-}
-
 bool Parse(QCommandLineInfo& info, std::vector<const char*> params) {
     params.insert(params.begin(), "program");
     return info.ParseCommandLine(static_cast<int>(params.size()), params.data());
