@@ -58,12 +58,12 @@ TEST(TextMarkersTest, ReadsTheCommentLines) {
     }
 }
 
+// The text reports' file is read through the document (ATextReportGivesItsMarkers).
 TEST(ReportFixturesTest, ReadsTheMarkersOfTheFile) {
     const struct {
         const char* file;
         Expected expected;
     } cases[] = {
-        {"stock.rtx", {"Plan,Elevation", "{Items.Stock} > 0", "UserName;DocumentTitle, Unknown"}},
         // Parameters first, then the query's markers for what they left open; the query's
         // parameter names join the report's own.
         {"stock.rdl", {"Plan", "Stock > 0", "UserName,DocumentTitle,DocumentPath"}},
@@ -78,13 +78,9 @@ TEST(ReportFixturesTest, ReadsTheMarkersOfTheFile) {
             test::ReadText(test::TestDataFolder() + "/document/reports/" + c.file);
         ASSERT_FALSE(bytes.empty());
         QReportMarkers markers;
-        if (std::string(c.file).ends_with(".rdl")) {
-            CString error;
-            ASSERT_TRUE(QReportMarkers::FromRDL(bytes, markers, error)) << error.ToUtf8();
-            EXPECT_TRUE(error.IsEmpty());
-        } else {
-            markers = QReportMarkers::FromText(bytes);
-        }
+        CString error;
+        ASSERT_TRUE(QReportMarkers::FromRDL(bytes, markers, error)) << error.ToUtf8();
+        EXPECT_TRUE(error.IsEmpty());
         ExpectMarkers(markers, c.expected);
     }
 }
