@@ -63,15 +63,14 @@ TEST(ReportFixturesTest, ReadsTheMarkersOfTheFile) {
     const struct {
         const char* file;
         Expected expected;
-    } cases[] = {
-        // Parameters first, then the query's markers for what they left open; the query's
-        // parameter names join the report's own.
-        {"stock.rdl", {"Plan", "Stock > 0", "UserName,DocumentTitle,DocumentPath"}},
-        {"query.rdl", {"Photo,Sketch", "Kind = 2", "DocumentTitle"}},
-        // Without a namespace the names are plain; the first value is taken, trimmed.
-        {"plain.rdl", {"Logo", "", "DocumentPath"}},
-        // Elements of another namespace under another prefix are not the report's.
-        {"prefixed.rdl", {"", "a", ""}}};
+    } cases[] = {// Parameters first, then the query's markers for what they left open; the query's
+                 // parameter names join the report's own.
+                 {"stock.rdl", {"Plan", "Stock > 0", "UserName,DocumentTitle,DocumentPath"}},
+                 {"query.rdl", {"Photo,Sketch", "Kind = 2", "DocumentTitle"}},
+                 // Without a namespace the names are plain; the first value is taken, trimmed.
+                 {"plain.rdl", {"Logo", "", "DocumentPath"}},
+                 // Elements of another namespace under another prefix are not the report's.
+                 {"prefixed.rdl", {"", "a", ""}}};
     for (const auto& c : cases) {
         SCOPED_TRACE(c.file);
         const std::string bytes =
