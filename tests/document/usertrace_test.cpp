@@ -151,37 +151,6 @@ TEST_F(UserTraceTest, PlainLinesCarryTheApplicationTag) {
         << lines[1];
 }
 
-// Columns show every open level; a stop without a start stays at the checkpoint.
-TEST_F(UserTraceTest, ColumnsShowEveryOpenLevel) {
-    QWinApp::c_UserTraceMask = USER_TRACE_COLUMNS;
-    UserTraceWriteLineStop(u"stop");
-    UserTraceCheckpoint(u"checkpoint");
-    UserTraceWriteLineStart(u"a");
-    UserTraceWriteLineStart(u"b");
-    UserTraceWriteLineStop(u"b done");
-    UserTraceWriteLineStop(u"a done");
-    UserTraceWriteLine(u"outside");
-    UserTraceCheckpoint(u"again");
-
-    const std::vector<std::string> lines = test::ClosedTraceLines();
-    const std::string used = R"(\t\d{6}\t)";
-    const std::string unused = "      \t";
-    const std::vector<std::string> forms = {
-        used,
-        used + "stop",
-        used + "checkpoint",
-        used + used + "a",
-        used + used + used + "b",
-        used + used + used + "b done",
-        used + used + unused + "a done",
-        used + unused + unused + "outside",
-        used + "again",
-    };
-    ASSERT_EQ(lines.size(), forms.size());
-    for (std::size_t i = 0; i < forms.size(); ++i)
-        EXPECT_TRUE(std::regex_match(lines[i], std::regex(forms[i]))) << i << ": " << lines[i];
-}
-
 int CountTabs(const std::string& line) {
     return static_cast<int>(std::count(line.begin(), line.end(), '\t'));
 }
