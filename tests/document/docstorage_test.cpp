@@ -469,8 +469,7 @@ TEST(SuggestedSaveName, ComesFromThePathOrTheTitle) {
         int extensionNumber;
         bool replace;
         const char* expected;
-    } cases[] = {{"Kitchen", "/plans/k.kdoc", ".kdoc", 0, true, "/plans/k.kdoc"},
-                 {"Kitchen", "/plans/k.kdoc", ".kdoc", 0, false, "/plans/k.kdoc"},
+    } cases[] = {{"Kitchen", "/plans/k.kdoc", ".kdoc", 0, false, "/plans/k.kdoc"},
                  // A copy of a document without a path has no name to start from.
                  {"Kitchen", "", ".kdoc", 0, false, ""},
                  {"Kitchen", "", "", 0, true, "Kitchen"},

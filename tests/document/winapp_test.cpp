@@ -804,7 +804,6 @@ TEST_F(WinAppTest, AServerStartShowsNothingAndWaitsForADocument) {
                                  "MostRecentFile LoadResources LoadOptions "
                                  "InitRegistryOptionsCache AddDocTemplate");
     EXPECT_EQ(app.ShowCommand(), 0);
-    EXPECT_FALSE(app.ParsedCommandLineInfoPtr()->m_bShowSplash);
     EXPECT_FALSE(app.IsStarted()) << "started only by the second step";
     EXPECT_TRUE(app.IsStartupComplete());
 }
@@ -901,7 +900,6 @@ TEST(CommandLineTest, TheFrameworkFieldsFollowTheParameters) {
         {{"--Automation"}, "", Info::FileNew, false, true},
         // On this platform a parameter with a slash is a path, never a flag.
         {{"/Embedding"}, "/Embedding", Info::FileOpen, false, false},
-        {{"-"}, "-", Info::FileOpen, false, false},
         {{"--", "-Embedding"}, "-Embedding", Info::FileOpen, false, false},
         {{"--"}, "", Info::FileNew, false, false},
     };
