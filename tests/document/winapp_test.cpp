@@ -1,5 +1,4 @@
 #include "tests/support/answerdocument.h"
-#include "tests/support/appfactory.h"
 #include "tests/support/homefolder.h"
 #include "tests/support/processlimits.h"
 #include "tests/support/uihosts.h"
