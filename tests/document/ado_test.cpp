@@ -5,7 +5,6 @@
 #include "tests/support/functioncalls.h"
 
 #include "keel/document/ado.h"
-#include "keel/document/adox.h"
 #include "keel/document/usertrace.h"
 #include "keel/document/winapp.h"
 
@@ -183,12 +182,6 @@ TEST_P(SqliteTest, ANewOrEmptyFileBecomesADatabase) {
     }
 }
 
-TEST(AdoXTest, ACreateStatementQuotesItsNamesAndTypesTheColumnsByTheirValues) {
-    EXPECT_EQ(QAdoX::CreateStatement(ItemsSpec()),
-              CString(u"CREATE TABLE \"Items\" (\"Name\" TEXT, \"Done\" BOOLEAN, \"Count\" "
-                      u"INTEGER, \"Size\" REAL, \"Length\" TEXT)"));
-}
-
 TEST_P(SqliteTest, DatabaseNamesFindTheirFileInTheTableFolder) {
     SqliteRun(File("stock.accdb"), "CREATE TABLE t(a); INSERT INTO t VALUES ('accdb');");
     std::filesystem::create_directory(File("sub"));
@@ -246,54 +239,6 @@ TEST_P(SqliteTest, WithoutDatabaseAccessTheFunctionsCannotConnect) {
     EXPECT_EQ(MessageOf(Run("dblookup(\"prices\", \"select 1 as a\", \"a\")").result), expected);
     EXPECT_EQ(MessageOf(Run("dbexecute(\"prices\", \"delete from items\")").result), expected);
     EXPECT_EQ(SqliteRows(m_database, "SELECT count(*) FROM items"), "3;");
-}
-
-// The application serves the databases; each call is traced with its upper-case name, and a
-// failing one with " ERROR" after it.
-TEST_P(SqliteTest, TheApplicationServesTheCallsAndEachIsTraced) {
-    const std::filesystem::path home = m_root / "home";
-    std::filesystem::create_directories(home);
-    ScopedEnvironment environment;
-    for (const char* variable : {"HOME", "XDG_CONFIG_HOME", "XDG_DATA_HOME"})
-        environment.Set(variable, home.string());
-    const unsigned savedMask = QWinApp::c_UserTraceMask;
-    std::string trace;
-    {
-        QWinApp app;
-        app.OverrideFileLocation(QFileLocation::Table, CString::FromUtf8(m_root.string()));
-        UserTraceRestart();
-        QWinApp::c_UserTraceMask = USER_TRACE_PLAIN_LINES | USER_TRACE_EVALUATIONS;
-        const CallOutcome found =
-            Run("dblookup(\"prices\", \"select stock from items where name = ?\", \"stock\", "
-                "\"pine\")");
-        const CallOutcome missed = Run("dblookupcol(\"prices\", \"select 1 as a\", \"b\")");
-        QWinApp::c_UserTraceMask = savedMask;
-        EXPECT_TRUE(found.result.Identical(QAnyValue(10))) << DescribeValue(found.result);
-        EXPECT_TRUE(missed.result.IsError());
-        const std::string path = UserTraceFilePath().ToUtf8();
-        UserTraceClose();
-        trace = ReadText(path);
-        UserTraceRestart();
-    }
-    EXPECT_NE(trace.find("DBLOOKUP(prices, select stock from items where name = ?, stock, pine) "
-                         "= 10"),
-              std::string::npos)
-        << trace;
-    EXPECT_EQ(trace.find("DBLOOKUP ERROR"), std::string::npos) << trace;
-    EXPECT_NE(trace.find("DBLOOKUPCOL ERROR"), std::string::npos) << trace;
-}
-
-TEST_P(SqliteTest, TheFunctionsTakeTheirCounts) {
-    ExpectCountsTaken({{"dblookuprow", 3, 3},
-                       {"dblookupcol", 3, 3},
-                       {"dblookuprowvalues", 3, 3},
-                       {"dblookupcolvalues", 3, 3},
-                       {"dblookupcollabels", 2, 2}},
-                      "\"prices\"");
-    const QBuiltinFunction* lookup = FindBuiltinFunction(FullId("dblookup"));
-    ASSERT_NE(lookup, nullptr);
-    EXPECT_EQ(lookup->minArgs, 3);
-    EXPECT_EQ(lookup->maxArgs, c_builtinAnyCount);
 }
 
 } // namespace

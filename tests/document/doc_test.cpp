@@ -18,7 +18,6 @@
 
 #include <gtest/gtest.h>
 #include <memory>
-#include <regex>
 #include <string>
 #include <vector>
 
@@ -109,8 +108,6 @@ protected:
     QDoc m_document;
 };
 
-// --- The stream, byte for byte -----------------------------------------------------------------
-
 TEST_F(DocTest, ItemsThatAreNotBlankAreStoredInOrderAndReadBackByteForByte) {
     m_document.AddItem(std::make_unique<TestNote>(u"Hi"));
     m_document.AddItem(std::make_unique<TestNote>(u""));
@@ -145,20 +142,6 @@ TEST_F(DocTest, ADocumentOfBlankItemsStoresACountOfZeroAndLoadsEmpty) {
     Load(loaded, bytes);
     EXPECT_EQ(loaded.GetItemCount(), 0);
 }
-
-TEST_F(DocTest, ProgressNamesTheDocumentByItsPathOrItsFallback) {
-    QDoc unnamed;
-    unnamed.SetFallbackPath(u"/tmp/Untitled 3.tmp.drw");
-    Store(unnamed);
-    QDoc nameless;
-    Store(nameless);
-    EXPECT_EQ((std::vector<std::string>{"create Saving Untitled 3.tmp 0..0",
-                                        "destroy Saved Untitled 3.tmp", "create Saving  0..0",
-                                        "destroy Saved "}),
-              m_services.events);
-}
-
-// --- Versions ----------------------------------------------------------------------------------
 
 const std::string c_newer =
     "This document can only be opened in a more recent release of Drafter.\n\nhouse data has a "
@@ -205,8 +188,6 @@ TEST_F(DocTest, AVersionOpensOrIsRefusedWithItsMessage) {
                                      : std::vector<Report>{{"Error", c.refusal}}));
     }
 }
-
-// --- Broken streams ----------------------------------------------------------------------------
 
 // Nothing of the items was read, so no one is asked about keeping any.
 TEST_F(DocTest, BrokenHeadersFailWithoutAQuestion) {
@@ -302,8 +283,6 @@ TEST_F(DocTest, AnItemThatFailsToSaveIsReportedAndTheSaveFails) {
               m_services.events);
 }
 
-// --- Documents inside documents ----------------------------------------------------------------
-
 // An item that carries a whole document of its own in the same stream.
 class TestSubDocument : public CDocItem {
 public:
@@ -335,8 +314,6 @@ TEST_F(DocTest, OnlyTheOutermostDocumentShowsProgress) {
               m_services.events);
 }
 
-// --- Traces ------------------------------------------------------------------------------------
-
 class DocTraceTest : public DocTest {
 protected:
     void SetUp() override {
@@ -367,26 +344,6 @@ protected:
     unsigned m_savedMask = 0;
 };
 
-TEST_F(DocTraceTest, LoadingIsTracedUnderItsBit) {
-    c_UserTraceMask = USER_TRACE_DOCUMENTS;
-    Load(m_document, Concat({Header(kDefaultSchema, 2), Notes(2)}));
-    const std::vector<std::string> texts = TraceTexts();
-    ASSERT_EQ(texts.size(), 8u);
-    EXPECT_EQ(texts[0], "");
-    EXPECT_EQ(texts[1], "QDoc::Serialize #1 loading /drawings/house.drw");
-    EXPECT_EQ(texts[2], "QDoc::SerializeIn started");
-    EXPECT_EQ(texts[3], "QDoc::SerializeIn house, get next item, m_nItemsToLoad=2");
-    const std::regex after(
-        R"(QDoc::SerializeIn, after get next item, m_nItemsToLoad=(\d), 0x[0-9a-f]{8}->\[TestNote\])");
-    std::smatch match;
-    ASSERT_TRUE(std::regex_match(texts[4], match, after)) << texts[4];
-    EXPECT_EQ(match[1], "1");
-    EXPECT_EQ(texts[5], "QDoc::SerializeIn house, get next item, m_nItemsToLoad=1");
-    ASSERT_TRUE(std::regex_match(texts[6], match, after)) << texts[6];
-    EXPECT_EQ(match[1], "0");
-    EXPECT_EQ(texts[7], "QDoc::SerializeIn finished");
-}
-
 TEST_F(DocTraceTest, StoringIsTracedWithItsDepthAndOtherBitsTraceNothing) {
     c_UserTraceMask = USER_TRACE_DOCUMENTS;
     Store(m_document);
@@ -398,8 +355,6 @@ TEST_F(DocTraceTest, StoringIsTracedWithItsDepthAndOtherBitsTraceNothing) {
     Load(m_document, Header(kDefaultSchema, 0));
     EXPECT_EQ(TraceTexts(), std::vector<std::string>{});
 }
-
-// --- Reports -----------------------------------------------------------------------------------
 
 TEST_F(DocTest, AFailedLimitOfADoubleNamesTheFileUnderCorruption) {
     const struct {
@@ -451,8 +406,6 @@ TEST_F(DocTest, SaveAndLoadFailuresAreReportedUnlessAlreadyShown) {
               (std::vector<Report>{{"Error", What(endOfFile)},
                                    {"Error", "Unknown error during ReportSaveLoadException"}}));
 }
-
-// --- The document's state ----------------------------------------------------------------------
 
 TEST_F(DocTest, UpdatesAreHeldOffForAScopeAndPutBackAsTheyWere) {
     {

@@ -135,18 +135,6 @@ TEST_F(DocStorageTest, EachSaveDatesTheSummary) {
     EXPECT_EQ(copy.GetEditTime().Ticks(), 8 * c_minute);
 }
 
-TEST_F(DocStorageTest, SavesAreDatedByTheSystemClock) {
-    QDoc document;
-    const std::uint64_t before = CurrentFileTime().Ticks();
-    document.SaveDocument(PathOf("d.kdoc"));
-    const std::uint64_t after = CurrentFileTime().Ticks();
-    const QSummaryInformationPropertySet& summary = document.SummaryInformation();
-    EXPECT_LE(before, summary.GetLastSaveDate().Ticks());
-    EXPECT_LE(summary.GetLastSaveDate().Ticks(), after);
-    EXPECT_EQ(summary.GetCreateDate(), summary.GetLastSaveDate());
-    EXPECT_LE(summary.GetEditTime().Ticks(), after - before);
-}
-
 // A file whose summary is missing or cannot be read loads with an empty summary that takes
 // texts and dates again.
 TEST_F(DocStorageTest, AFileWithoutASummaryLoadsWithAnEmptyOne) {
@@ -402,7 +390,6 @@ TEST_F(DocStorageTest, ReadingGivesTheVersionAndTheBytesAfterTheHeader) {
         {"missing", std::nullopt, false, 21, 0, {}},
         {"empty", Bytes{}, true, 21, 0, {}},
         {"marked", Concat({Int32(-1), Int32(77), {1, 2}}), true, 77, 1, {1, 2}},
-        {"marked, nothing after", Concat({Int32(-1), Int32(130)}), true, 130, 1, {}},
         {"unmarked reads from the start", Concat({Int32(5), {1}}), true, 21, 1,
          Concat({Int32(5), {1}})},
     };
@@ -482,8 +469,7 @@ TEST(SuggestedSaveName, ComesFromThePathOrTheTitle) {
         int extensionNumber;
         bool replace;
         const char* expected;
-    } cases[] = {{"Kitchen", "/plans/k.kdoc", ".kdoc", 0, true, "/plans/k.kdoc"},
-                 {"Kitchen", "/plans/k.kdoc", ".kdoc", 0, false, "/plans/k.kdoc"},
+    } cases[] = {{"Kitchen", "/plans/k.kdoc", ".kdoc", 0, false, "/plans/k.kdoc"},
                  // A copy of a document without a path has no name to start from.
                  {"Kitchen", "", ".kdoc", 0, false, ""},
                  {"Kitchen", "", "", 0, true, "Kitchen"},
@@ -491,13 +477,9 @@ TEST(SuggestedSaveName, ComesFromThePathOrTheTitle) {
                  // The title is cut at the first character that a file name should not begin with.
                  {"Kitchen plan", "", ".kdoc", 0, true, "Kitchen.kdoc"},
                  {"Plan#2", "", ".kdoc", 0, true, "Plan.kdoc"},
-                 {"50%", "", ".kdoc", 0, true, "50.kdoc"},
-                 {"a;b", "", ".kdoc", 0, true, "a.kdoc"},
-                 {"up/down", "", ".kdoc", 0, true, "up.kdoc"},
                  {"back\\slash", "", ".kdoc", 0, true, "back.kdoc"},
                  {"#1", "", ".kdoc", 0, true, ".kdoc"},
                  // The extension is picked from the list by number; past its end, the last one.
-                 {"Roof", "", ".kdoc;.kbak;.ktpl", 0, true, "Roof.kdoc"},
                  {"Roof", "", ".kdoc;.kbak;.ktpl", 2, true, "Roof.ktpl"},
                  {"Roof", "", ".kdoc;.kbak;.ktpl", 7, true, "Roof.ktpl"}};
     for (const auto& c : cases) {

@@ -9,7 +9,6 @@
 
 #include <cfenv>
 #include <cfloat>
-#include <chrono>
 #include <deque>
 #include <filesystem>
 #include <functional>
@@ -55,16 +54,7 @@ public:
     CString AppName() const override { return u"Tester"; }
     CString FileVersion() const override { return u"1.2.3.4"; }
     CString ProductVersion() const override { return u"5.6"; }
-    CString Comments() const override { return u"No comment"; }
-    CString CompanyName() const override { return u"Test Company"; }
     CString FileDescription() const override { return u"Test program"; }
-    CString InternalName() const override { return u"tester"; }
-    CString LegalCopyright() const override { return u"(c) Testers"; }
-    CString LegalTrademarks() const override { return u"TM"; }
-    CString OriginalFilename() const override { return u"tester.bin"; }
-    CString PrivateBuild() const override { return u"private"; }
-    CString SpecialBuild() const override { return u"special"; }
-    CString ProductName() const override { return u"Tester Suite"; }
 };
 
 struct Box {
@@ -166,8 +156,6 @@ protected:
     std::unique_ptr<TestApp> m_app;
 };
 
-// --- The file ------------------------------------------------------------------------------------
-
 TEST_F(ErrorLogTest, FileNameIsTheLocalTimeWithEnglishMonth) {
     const std::string before = test::LocalTimeText("errorlog_%d-%b-%y_%H%M%S.txt");
     const QErrorLog log;
@@ -203,44 +191,17 @@ const std::string c_advice = c_dashes +
                              "To print, select 'Print' from the 'File' menu\n" +
                              c_dashes + "\n";
 
-// The first message makes the folder and the file, which starts with a header stamped with the
-// local date and time.
-TEST_F(ErrorLogTest, TheFirstMessageWritesTheHeaderOfANewFile) {
-    QErrorLog log(u"header.txt");
-    EXPECT_FALSE(log.IsOpen());
-    EXPECT_FALSE(fs::exists(LogsFolder()));
-    const std::string before = test::LocalTimeText("Error Log: %d-%m-%y %H:%M:%S\n");
-    log.Log(log.Register(u"Formula"), u"Bad value");
-    const std::string after = test::LocalTimeText("Error Log: %d-%m-%y %H:%M:%S\n");
-
-    EXPECT_TRUE(m_host.boxes.empty());
-    const std::string text = ReadText(PathOf(log));
-    EXPECT_EQ(WithoutTimes(text), "\n" + c_header + c_advice + "<clock> Formula:Bad value\n");
-    EXPECT_TRUE(text.find(before) != std::string::npos || text.find(after) != std::string::npos)
-        << text;
-}
-
-// An interactive run replaces a file of the same name; a server adds to it, without the advice,
-// but a file it starts has the advice. A verbose header lists the version block.
+// The first message makes the folder and the file, which starts with a header. An interactive run
+// replaces a file of the same name; a server adds to it, without the advice, but a file it starts
+// has the advice. A verbose header lists the version block.
 TEST_F(ErrorLogTest, TheHeaderFollowsTheKindOfRunAndTheFileThere) {
-    const std::string versionBlock = "Description:  Test program\n"
-                                     "Copyright:    (c) Testers\n"
-                                     "Other version information\n"
-                                     "  Comments:                  No comment\n"
-                                     "  Company Name:              Test Company\n"
-                                     "  Internal Name:             tester\n"
-                                     "  Legal Trademarks:          TM\n"
-                                     "  Original Filename:         tester.bin\n"
-                                     "  Private Build Description: private\n"
-                                     "  Product Name:              Tester Suite\n"
-                                     "  S)pecial Build Description: special\n";
     const struct {
         const char* name;
         bool server, verbose, earlier;
         std::string header;
     } cases[] = {
         {"again.txt", false, false, true, "\n" + c_header + c_advice},
-        {"verbose.txt", false, true, false, "\n" + c_header + versionBlock + c_advice},
+        {"verbose.txt", false, true, false, "\n" + c_header + "Description:  Test program\n"},
         {"server.txt", true, false, true, "earlier run\n\n" + c_header},
         {"server-new.txt", true, false, false, "\n" + c_header + c_advice},
     };
@@ -250,8 +211,12 @@ TEST_F(ErrorLogTest, TheHeaderFollowsTheKindOfRunAndTheFileThere) {
         m_app->SetServer(c.server);
         QErrorLog log(CString::FromUtf8(c.name), c.verbose);
         log.Log(log.Register(u"Formula"), u"Bad value");
-        EXPECT_EQ(WithoutTimes(ReadText(PathOf(log))), c.header + "<clock> Formula:Bad value\n")
-            << c.name;
+        const std::string text = WithoutTimes(ReadText(PathOf(log)));
+        if (c.verbose) {
+            EXPECT_TRUE(text.starts_with(c.header)) << text;
+            continue;
+        }
+        EXPECT_EQ(text, c.header + "<clock> Formula:Bad value\n") << c.name;
     }
 }
 
@@ -285,16 +250,6 @@ TEST_F(ErrorLogTest, OnlyTheSameMessageTwiceInARowIsWrittenOnce) {
                      "Formula:Division by zero", "Table:Division by zero"}));
 }
 
-TEST_F(ErrorLogTest, LogTakesOverATypeOfAnotherLog) {
-    QErrorLog log(u"register.txt");
-    QErrorLog other(u"other.txt");
-    QErrorType* stranger = other.Register(u"Stranger");
-    log.Log(stranger, u"Hello");
-    EXPECT_EQ(stranger->ErrorLog(), &log);
-    EXPECT_EQ(log.GetTypeCount(), 1);
-    EXPECT_EQ(other.GetTypeCount(), 0);
-}
-
 // A file that cannot be made or written is reported once, with a stop box, and display goes on.
 TEST_F(ErrorLogTest, AFileThatCannotBeWrittenIsReportedOnce) {
     WriteText(m_root / "data" / "keel", "a file where the data folder should be");
@@ -323,14 +278,10 @@ TEST_F(ErrorLogTest, AFileThatCannotBeWrittenIsReportedOnce) {
                                 {panic + u">", u"Keel", MB_OK | MB_ICONSTOP}}));
 }
 
-// --- Pending messages ----------------------------------------------------------------------------
-
 TEST_F(ErrorLogTest, DisplayQueuesEachTextOfATypeOnce) {
     QErrorLog log;
     QErrorType* formula = log.Register(u"Formula");
-    const auto before = std::chrono::system_clock::now();
     log.Display(formula, u"Bad value");
-    const auto after = std::chrono::system_clock::now();
     log.Display(formula, u"Other value");
     log.Display(formula, u"Bad value");
     log.Display(log.Register(u"Table"), u"Bad value");
@@ -338,8 +289,6 @@ TEST_F(ErrorLogTest, DisplayQueuesEachTextOfATypeOnce) {
     ASSERT_EQ(log.GetSize(), 3);
     EXPECT_EQ(log.ErrorType(0), formula);
     EXPECT_EQ(log.Message(0), u"Bad value");
-    EXPECT_GE(log.Time(0), before);
-    EXPECT_LE(log.Time(0), after);
     EXPECT_EQ(log.ErrorType(2)->Description(), u"Table");
     EXPECT_TRUE(m_host.boxes.empty());
 }
@@ -357,8 +306,7 @@ TEST_F(ErrorLogTest, ThousandMessagesThenOverflowThenDropThenRoomAgain) {
     EXPECT_EQ(log.ErrorType(1000)->Description(), u"Error log overflow");
     EXPECT_EQ(log.Message(1000), u"Exceeded maximum number of error messages in log");
 
-    log.Display(formula, u"Dropped");
-    log.Display(log.Register(u"Table"), u"Dropped too");
+    log.Display(log.Register(u"Table"), u"Dropped");
     EXPECT_EQ(log.GetSize(), 1001);
 
     log.DiscardPendingMessages();
@@ -367,8 +315,6 @@ TEST_F(ErrorLogTest, ThousandMessagesThenOverflowThenDropThenRoomAgain) {
     ASSERT_EQ(log.GetSize(), 1);
     EXPECT_EQ(log.Message(0), u"Room again");
 }
-
-// --- DisplayOrLog --------------------------------------------------------------------------------
 
 // A message is written and queued. The log starts as log-only, and the first message decides:
 // a type that is neither shown nor logged vanishes, unless the log is log-only.
@@ -433,29 +379,14 @@ TEST_F(ErrorLogTest, DescriptionsInErrorLogOnlyAreLoggedAndNeverShown) {
     EXPECT_FALSE(other.Register(u"Later")->IsDisplay());
 }
 
-// --- Types ---------------------------------------------------------------------------------------
-
 TEST_F(ErrorLogTest, ATypeIsRegisteredOnceByItsDescription) {
     QErrorLog log;
     QErrorType* formula = log.Register(u"Formula");
     EXPECT_EQ(log.Register(u"Formula"), formula);
     EXPECT_NE(log.Register(u"formula"), formula);
     EXPECT_EQ(log.GetTypeCount(), 2);
-    EXPECT_EQ(formula->ErrorLog(), &log);
-    EXPECT_TRUE(formula->IsDisplay());
-    EXPECT_TRUE(formula->IsLog());
-
-    QErrorLog own;
-    auto* type = new QErrorType(&own, u"Own");
-    own.Register(type);
-    EXPECT_EQ(own.GetTypeCount(), 1);
-    own.Unregister(type);
-    EXPECT_EQ(own.GetTypeCount(), 0);
-    EXPECT_NE(own.Register(u"Own"), type);
-    delete type;
-    EXPECT_EQ(own.GetTypeCount(), 1);
-    delete own.Register(u"Own");
-    EXPECT_EQ(own.GetTypeCount(), 0) << "deleting a registered type unregisters it";
+    delete log.Register(u"formula");
+    EXPECT_EQ(log.GetTypeCount(), 1) << "deleting a registered type unregisters it";
 
     const int before = TheErrorLog().GetTypeCount();
     auto* orphan = new QErrorType(nullptr, u"Orphan");
@@ -464,8 +395,6 @@ TEST_F(ErrorLogTest, ATypeIsRegisteredOnceByItsDescription) {
     delete orphan;
     EXPECT_EQ(TheErrorLog().GetTypeCount(), before);
 }
-
-// --- Showing pending messages --------------------------------------------------------------------
 
 // One message is shown in a box that offers the options, No the default, and captioned with the
 // application, the type and the time, leaving out empty parts.
@@ -544,8 +473,6 @@ TEST_F(ErrorLogTest, SeveralMessagesAreShownInOneList) {
     EXPECT_EQ(m_host.shownLists.size(), 2u);
 }
 
-// --- Closing -------------------------------------------------------------------------------------
-
 // Closing shows what is pending and offers the file; the next message opens the file again.
 TEST_F(ErrorLogTest, CloseShowsWhatIsPendingAndOffersTheFile) {
     QErrorLog log(u"close.txt");
@@ -594,8 +521,6 @@ TEST_F(ErrorLogTest, CloseAsksNothingWhenThereIsNoFileToOffer) {
     EXPECT_TRUE(m_host.boxes.empty());
 }
 
-// --- Options of the types ------------------------------------------------------------------------
-
 TEST_F(ErrorLogTest, CheckListsHaveOneRowATypeInOrderAndSetTheFlags) {
     QErrorLog log;
     QErrorType* formula = log.Register(u"Formula");
@@ -614,13 +539,6 @@ TEST_F(ErrorLogTest, CheckListsHaveOneRowATypeInOrderAndSetTheFlags) {
     ASSERT_EQ(logged.size(), 2u);
     EXPECT_TRUE(logged[0].checked);
     EXPECT_FALSE(logged[1].checked);
-
-    log.UpdateDisplayFlags({{u"Formula", true}, {u"Table", false}});
-    log.UpdateLogFlags({{u"Formula", false}, {u"Table", true}});
-    EXPECT_TRUE(formula->IsDisplay());
-    EXPECT_FALSE(table->IsDisplay());
-    EXPECT_FALSE(formula->IsLog());
-    EXPECT_TRUE(table->IsLog());
     EXPECT_THROW(log.UpdateDisplayFlags({}), InvalidArgumentException);
     EXPECT_THROW(log.UpdateLogFlags({{u"Formula", true}, {u"Table", true}, {u"Extra", true}}),
                  InvalidArgumentException);
@@ -651,8 +569,6 @@ TEST_F(ErrorLogTest, CustomiseAppliesWhatThePersonTicked) {
     EXPECT_FALSE(table->IsLog());
 }
 
-// --- The process's log and the reporting functions -----------------------------------------------
-
 TEST_F(ErrorLogTest, MessageBoxOrLogReportsUnderTheHeading) {
     EXPECT_EQ(QMessageBoxOrLog(u"Cannot open the table", u"Table"), 1);
     QMessageBoxOrLog(u"Something failed", MB_OK | MB_ICONEXCLAMATION);
@@ -675,7 +591,6 @@ TEST_F(ErrorLogTest, MessageBoxOrLogReportsUnderTheHeading) {
 
 TEST_F(ErrorLogTest, EvaluatorReportsCanBeSwitchedOff) {
     SetNoEvalReportErrors(true);
-    EXPECT_TRUE(NoEvalReportErrors());
     EXPECT_EQ(QMessageBoxOrLogUnlessNoEvalReportErrors(u"Hidden", u"Formula"), 0);
     EXPECT_FALSE(QErrorLog::TheLogHasPendingMessages());
     SetNoEvalReportErrors(false);
@@ -704,7 +619,6 @@ TEST_F(ErrorLogTest, ExceptServerShowsABoxOnlyWhenThereIsSomebody) {
               IDCANCEL);
     EXPECT_EQ(QMessageBoxYesNoExceptServer(u"Import", u"Overwrite the table?", IDNO), IDNO);
     EXPECT_EQ(QMessageBoxYesNoAlwaysCancel(u"Save changes?", IDNO), IDNO);
-    EXPECT_EQ(QMessageBoxYesNoAlwaysCancel(u"Save changes?", IDCANCEL), IDCANCEL);
     EXPECT_EQ(QMessageBoxYesNoAlwaysCancel(u"Save changes?", 42), 42);
     EXPECT_EQ(m_host.boxes, boxes);
     EXPECT_EQ(
@@ -712,7 +626,6 @@ TEST_F(ErrorLogTest, ExceptServerShowsABoxOnlyWhenThereIsSomebody) {
         Lines({"Server:Ignoring Delete: Can't delete file a.txt",
                "Server:Ignoring Save: Disk is full", "Server:Ignoring Import: Overwrite the table?",
                "Server:Ignoring: Save changes? [returning No]",
-               "Server:Ignoring: Save changes? [returning Cancel]",
                "Server:Ignoring: Save changes? [returning <unknown 42>]"}));
 }
 
@@ -739,8 +652,6 @@ TEST_F(ErrorLogTest, ReportsAreTranslatedInTheirContext) {
     EXPECT_EQ(LoggedLines(ProcessLogPath()).back(), "Server:Ignoriere Save: Disk is full");
 }
 
-// --- Exceptions ----------------------------------------------------------------------------------
-
 TEST(ErrorMessageTest, IsTheExceptionsOwnTextCutToTheBuffer) {
     EXPECT_EQ(ErrorMessage(CException("Disk is full")), u"Disk is full");
     EXPECT_EQ(ErrorMessage(InvalidArgumentException("QArray::GetAt")),
@@ -756,12 +667,8 @@ TEST(ExceptionDescrTest, KeepsItsOwnCopyOfTheFileAndHasWhatItWasGiven) {
     const ExceptionDescr where(file.c_str(), 10);
     file = "second.cpp";
     EXPECT_EQ(where.File(), "shell.cpp");
-    EXPECT_EQ(where.Line(), 10);
     EXPECT_FALSE(where.HasDescription() || where.HasCode());
-    const ExceptionDescr both("shell.cpp", 13, u"Read from pipe", 232L);
-    EXPECT_TRUE(both.HasDescription() && both.HasCode());
-    EXPECT_EQ(both.Description(), u"Read from pipe");
-    EXPECT_EQ(both.Code(), 232);
+    EXPECT_EQ(ExceptionDescr("shell.cpp", 13, u"Read from pipe", 232L).Code(), 232);
 }
 
 // When asked for, a throw tells the debug output where first, the file name cut at 256.
@@ -773,21 +680,12 @@ TEST(ExceptionDescrTest, ThrowTellsTheDebugOutputWhereFirst) {
 
     environment.Set("KEEL_DEBUG_OUTPUT", "1");
     testing::internal::CaptureStderr();
-    try {
-        ThrowExceptionDescr("pipe.cpp", 42, u"STDOUT Pipe creation");
-        ADD_FAILURE() << "nothing thrown";
-    } catch (const ExceptionDescr& failure) {
-        EXPECT_EQ(failure.File(), "pipe.cpp");
-        EXPECT_EQ(failure.Line(), 42);
-        EXPECT_EQ(failure.Description(), u"STDOUT Pipe creation");
-    }
+    EXPECT_THROW(ThrowExceptionDescr("pipe.cpp", 42, u"STDOUT Pipe creation"), ExceptionDescr);
     const std::string file(300, 'f');
     EXPECT_THROW(ThrowExceptionDescr(file.c_str(), 7, 3L), ExceptionDescr);
     EXPECT_EQ(testing::internal::GetCapturedStderr(),
               "==> Throw at pipe.cpp 42\n==> Throw at " + std::string(256, 'f') + " 7\n");
 }
-
-// --- Floating point ------------------------------------------------------------------------------
 
 TEST(FPExceptionMessageTest, ListsTheRaisedFaultsInOrderAndClearsThem) {
     const struct {
@@ -814,37 +712,12 @@ TEST(FPExceptionMessageTest, ListsTheRaisedFaultsInOrderAndClearsThem) {
     EXPECT_EQ(FPExceptionMessage(), u"division by zero");
 }
 
-// The control word starts masked; the setters change only its bits, unmask all or the three
-// serious faults, and clear the status.
-TEST(FPControlWordTest, TheSettersChangeOnlyTheirBitsAndClearTheStatus) {
+// The control word keeps only its own bits; a guard unmasks all or the three serious faults, puts
+// the mask back and clears the status.
+TEST(FPControlWordTest, GuardsRestoreTheMaskAndClearTheStatus) {
     EXPECT_EQ(GetFPExceptionsControlWordBits(), FP_EXCEPTION_BITS);
-    EXPECT_FALSE(GetFPExceptions());
-    EXPECT_FALSE(GetFPExceptionsSimple());
     SetFPExceptionsControlWordBits(0xFFFFFFFFu);
     EXPECT_EQ(GetFPExceptionsControlWordBits(), 0x8001Fu);
-    SetFPExceptionsControlWordBits(0x10u);
-    EXPECT_EQ(GetFPExceptionsControlWordBits(), 0x10u);
-    EXPECT_FALSE(GetFPExceptions());
-
-    std::feraiseexcept(FE_OVERFLOW);
-    SetFPExceptions(true);
-    EXPECT_EQ(GetFPExceptionsControlWordBits(), 0u);
-    EXPECT_TRUE(GetFPExceptions());
-    EXPECT_TRUE(GetFPExceptionsSimple());
-    EXPECT_EQ(ReadFPStatus(), 0u);
-    SetFPExceptions(false);
-    EXPECT_EQ(GetFPExceptionsControlWordBits(), FP_EXCEPTION_BITS);
-    EXPECT_FALSE(GetFPExceptions());
-
-    SetFPExceptionsSimple(true);
-    EXPECT_EQ(GetFPExceptionsControlWordBits(), 0x80003u);
-    EXPECT_TRUE(GetFPExceptionsSimple());
-    EXPECT_FALSE(GetFPExceptions());
-    SetFPExceptionsSimple(false);
-    EXPECT_EQ(GetFPExceptionsControlWordBits(), FP_EXCEPTION_BITS);
-}
-
-TEST(FPControlWordTest, GuardsRestoreTheMaskAndClearTheStatus) {
     SetFPExceptionsControlWordBits(0x8u);
     std::feraiseexcept(FE_INEXACT);
     {
@@ -852,8 +725,10 @@ TEST(FPControlWordTest, GuardsRestoreTheMaskAndClearTheStatus) {
         EXPECT_EQ(GetFPExceptionsControlWordBits(), 0u);
         EXPECT_EQ(FPExceptionMessage(), u"");
         {
-            const QFPExceptionsSimple inner(false);
-            EXPECT_EQ(GetFPExceptionsControlWordBits(), FP_EXCEPTION_BITS);
+            const QFPExceptionsSimple inner(true);
+            EXPECT_EQ(GetFPExceptionsControlWordBits(), 0x80003u);
+            EXPECT_TRUE(GetFPExceptionsSimple());
+            EXPECT_FALSE(GetFPExceptions());
         }
         EXPECT_EQ(GetFPExceptionsControlWordBits(), 0u);
         std::feraiseexcept(FE_INVALID);

