@@ -95,39 +95,6 @@ protected:
     static std::string WrongCount(const std::string& name, const char* word) {
         return "Expecting " + name + " in correct number of values\nbut found\n\t" + word;
     }
-
-    // For each name, the counts of the known map, and a call with one value too few (when there
-    // can be fewer) and one too many gives the count report. `firstArgument` is the text of the
-    // first value of those calls; the others are 1.
-    struct CountCase {
-        const char* name;
-        int minArgs;
-        int maxArgs;
-    };
-    static void ExpectCountsTaken(std::initializer_list<CountCase> cases,
-                                  const char* firstArgument = "1") {
-        static const char* const words[] = {"no value",     "one value",   "two values",
-                                            "three values", "four values", "five values",
-                                            "six values",   "seven values"};
-        for (const CountCase& c : cases) {
-            const QBuiltinFunction* row = FindBuiltinFunction(FullId(c.name));
-            ASSERT_NE(row, nullptr) << c.name;
-            EXPECT_EQ(row->minArgs, c.minArgs) << c.name;
-            EXPECT_EQ(row->maxArgs, c.maxArgs) << c.name;
-            EXPECT_FALSE(row->actionOnly) << c.name;
-            for (int count : {c.minArgs - 1, c.maxArgs + 1}) {
-                if (count < 0)
-                    continue;
-                std::string formula = std::string(c.name) + "(";
-                for (int i = 0; i < count; ++i)
-                    formula += i == 0 ? firstArgument : ", 1";
-                formula += ")";
-                const CallOutcome outcome = Run(formula);
-                EXPECT_FALSE(outcome.ok) << formula;
-                EXPECT_EQ(outcome.message, WrongCount(c.name, words[count])) << formula;
-            }
-        }
-    }
 };
 
 } // namespace keel::test
