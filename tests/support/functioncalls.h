@@ -3,7 +3,6 @@
 #include "tests/support/anyvalues.h"
 
 #include "keel/document/errorlog.h"
-#include "keel/formula/builtins.h"
 #include "keel/formula/evaluator.h"
 #include "keel/formula/evaluatorfactory.h"
 #include "keel/platform/uiservices.h"
