@@ -488,7 +488,6 @@ TEST_F(FormulaContextCache, LookUpsReadThroughTheCacheAsTheirFlagsSay) {
     const ReadCase cases[] = {
         {"lll", QCS_Stable, 1},
         {"lll", QCS_BySeq, 3},
-        {"lll", QCS_ByAcceptor, 3},
         {"lll", QCS_NotCacheable, 3},
         // Without the cache nothing is read from it or written to it.
         {"nnl", QCS_Stable, 3},
@@ -973,14 +972,6 @@ TEST_F(FormulaContextLifecycle, SharingDetachesFromTheParent) {
     EXPECT_EQ(child.ParentContext(), &parent);
     child.DoSetParentContext(nullptr);
     EXPECT_EQ(child.ParentContext(), nullptr);
-
-    // A shared context given a parent directly keeps it when shared again, and when unshared.
-    child.SetCanBeShared(true);
-    child.DoSetParentContextAlways(&parent);
-    child.SetCanBeShared(true);
-    EXPECT_EQ(child.ParentContext(), &parent);
-    child.SetCanBeShared(false);
-    EXPECT_EQ(child.ParentContext(), &parent);
 }
 
 TEST_F(FormulaContextLifecycle, DeleteThisAndTheLastSmartPointerMarkTheContextBeforeItGoes) {
@@ -1205,29 +1196,6 @@ TEST_F(FormulaContextHolders, SettingAParentTellsTheRootOfTheChange) {
     EXPECT_EQ(root.m_notices.size(), 4u);
 }
 
-TEST_F(FormulaContextHolders, TheConcreteHolderKeepsItsParentInItself) {
-    TestRoot root;
-    TestContext wall("Wall", &root);
-    TestContext floor("Floor", &root);
-    QWithContextConcrete holder;
-    EXPECT_TRUE(holder.IsParentContextEmpty());
-    EXPECT_EQ(holder.TopLevelSyncState().Number(), 0u);
-
-    holder.SetParentContext(&wall);
-    EXPECT_EQ(holder.ParentContext(), &wall);
-    holder.EnsureUpToDate();
-    EXPECT_EQ(holder.State(), root.m_sync);
-
-    // A copy may take another parent; a copied state keeps only its number.
-    holder.SetErrorBit();
-    const QWithContextConcrete copy(holder);
-    const QWithContextConcrete moved(holder, &floor);
-    EXPECT_EQ(copy.ParentContext(), &wall);
-    EXPECT_EQ(moved.ParentContext(), &floor);
-    EXPECT_EQ(moved.State(), holder.State());
-    EXPECT_FALSE(moved.IsErrorBit());
-}
-
 // --- QState and QDelayedBase ------------------------------------------------------------------
 
 // A state whose number is 2^bits - 1, built by doubling: from all ones, count up to the next
@@ -1268,7 +1236,7 @@ TEST(StateCounter, CountsFromOneAndWrapsWithin29BitsLeavingTheFlags) {
     EXPECT_EQ(state.Word(), 0u);
 }
 
-TEST(StateCounter, CopiesAndComparisonsTakeTheNumberOnly) {
+TEST(StateCounter, ComparisonsTakeTheNumberOnly) {
     QState a;
     ++a;
     QState b;
@@ -1278,35 +1246,6 @@ TEST(StateCounter, CopiesAndComparisonsTakeTheNumberOnly) {
     EXPECT_TRUE(a == b);
     ++b;
     EXPECT_TRUE(a != b);
-
-    QState source = AllOnes(3);
-    source.SetErrorBit(true);
-    source.SetCacheState(QCS_BySeq);
-    EXPECT_EQ(QState(source).Word(), 7u);
-    QState target;
-    target.SetCacheState(QCS_NotCacheable);
-    target = source;
-    EXPECT_EQ(target.Number(), 7u);
-    EXPECT_EQ(target.CacheState(), QCS_NotCacheable);
-    EXPECT_FALSE(target.IsErrorBit());
-}
-
-TEST(StateDelayedBase, FlagsAndNumberAreKeptApart) {
-    QDelayedBase a;
-    QDelayedBase b;
-    a.SetCacheState(QCS_BySeq);
-    a.SetErrorBit();
-    EXPECT_TRUE(a.NeedsReevaluation());
-    EXPECT_TRUE(a.IsSameStateAs(b));
-
-    const QState seven = AllOnes(3);
-    a.SetState(seven);
-    EXPECT_TRUE(a.IsState(seven));
-    EXPECT_FALSE(a.IsSameStateAs(b));
-    EXPECT_TRUE(a.IsErrorBit()) << "setting the state keeps the flags";
-    EXPECT_EQ(a.CacheState(), QCS_BySeq);
-    a.SetCacheState(QCS_Stable);
-    EXPECT_FALSE(a.NeedsReevaluation());
 }
 
 } // namespace

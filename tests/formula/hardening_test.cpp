@@ -174,21 +174,6 @@ TEST_F(Hardening, AValueThatReadsItselfHoldsTheReport) {
     EXPECT_FALSE(QWithFormula<QAnyValue>::IsRecursiveFormulaError(test::Error("Division by zero")));
 }
 
-// --- Deferred string formulas -------------------------------------------------------------------
-
-TEST_F(Hardening, AFailedDeferredStringFormulaNamesItselfAndItsWholeFormula) {
-    test::NamesContext context;
-    context.Set("u", QAnyValue(CString(u"=1 +* 2")));
-    const CallOutcome reported = Run("u", &context);
-    EXPECT_FALSE(reported.ok);
-    EXPECT_EQ(reported.message,
-              "Error evaluating deferred string formula [u], Error in value of u\n\t1 +* 2");
-
-    const test::Evaluation quiet = test::Evaluated("u", &context);
-    EXPECT_FALSE(quiet.ok);
-    EXPECT_EQ(quiet.message, "Error in value of u\n\t1 +* 2");
-}
-
 // --- Lengths from formulas ----------------------------------------------------------------------
 
 TEST_F(Hardening, ALengthTakesAFormulasValueOrStaysAsItWas) {
