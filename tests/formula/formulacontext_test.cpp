@@ -616,58 +616,6 @@ TEST_F(FormulaContextCache, AFormulaValueIsKeptUnderTheKeyOfItsState) {
     }
 }
 
-// The caches start with 17 buckets and take more as they fill: around each count where they
-// grow, every value must stay under its own key, a forgotten one must go alone, and an emptied
-// cache must fill again.
-TEST_F(FormulaContextCache, EveryValueKeepsItsKeyWhileTheCachesGrow) {
-    for (const int count : {16, 17, 18, 35, 36, 73, 1000}) {
-        SCOPED_TRACE(count);
-        TestContext context("Box");
-        context.m_seq = 7;
-        const auto name = [](int i) { return CString::Formatted(u"n%d", i); };
-        const auto fill = [&] {
-            for (int i = 0; i < count; ++i) {
-                context.RememberThisFormulaValueForNextTime(QAnyValue(i), FormulaText(name(i)),
-                                                            QCS_BySeq);
-                context.RememberThisPropIdValueForNextTime(QAnyValue(i + 1), PropId(name(i)));
-                context.RememberThisFullIdValueForNextTime(QAnyValue(i + 2), FullId(name(i)));
-            }
-        };
-        // How many of the three caches serve the right value for each name.
-        const auto served = [&](int i) {
-            QAnyValue out;
-            QCacheState state = QCS_Stable;
-            int right = 0;
-            if (context.HeresAFormulaValueIPreparedEarlier(out, state, FormulaText(name(i))))
-                right += out == QAnyValue(i) && state == QCS_BySeq;
-            if (context.HeresAPropIdValueIPreparedEarlier(out, PropId(name(i))))
-                right += out == QAnyValue(i + 1);
-            if (context.HeresAFullIdValueIPreparedEarlier(out, FullId(name(i))))
-                right += out == QAnyValue(i + 2);
-            return right;
-        };
-
-        fill();
-        for (int i = 0; i < count; ++i)
-            ASSERT_EQ(served(i), 3) << name(i).ToUtf8();
-        const int forgotten = count / 2;
-        context.ForgetThisFormulaValueForNextTime(FormulaText(name(forgotten)));
-        context.ForgetThisPropIdValueForNextTime(PropId(name(forgotten)));
-        context.ForgetThisFullIdValueForNextTime(FullId(name(forgotten)));
-        for (int i = 0; i < count; ++i)
-            ASSERT_EQ(served(i), i == forgotten ? 0 : 3) << name(i).ToUtf8();
-        context.m_seq = 8;
-        EXPECT_EQ(served(0), 0) << "a value kept under another number is not served";
-        context.m_seq = 7;
-        context.ForgetEverythingIKnow();
-        for (int i = 0; i < count; ++i)
-            ASSERT_EQ(served(i), 0) << name(i).ToUtf8();
-        fill();
-        EXPECT_EQ(served(0), 3);
-        EXPECT_EQ(served(count - 1), 3);
-    }
-}
-
 TEST_F(FormulaContextCache, ForgetEverythingEmptiesThisContextOrItsLine) {
     TestContext grand("Grand");
     TestContext parent("Parent", &grand);
@@ -1196,7 +1144,7 @@ TEST_F(FormulaContextHolders, SettingAParentTellsTheRootOfTheChange) {
     EXPECT_EQ(root.m_notices.size(), 4u);
 }
 
-// --- QState and QDelayedBase ------------------------------------------------------------------
+// --- QState -----------------------------------------------------------------------------------
 
 // A state whose number is 2^bits - 1, built by doubling: from all ones, count up to the next
 // power and put the ones back.

@@ -279,12 +279,6 @@ TEST(TokeniserFailuresText, EachTokenSetsOrEmptiesTheError) {
     EXPECT_EQ(error.ToUtf8(), "");
     EXPECT_EQ(last.GetNewToken(error), nullptr);
     EXPECT_EQ(error.ToUtf8(), "");
-
-    // A number that is no fraction ends before the space.
-    QTokenInput three(FormulaText("3 1 x"), true);
-    QSmartPtr<QToken> token(three.GetNewToken(error));
-    EXPECT_EQ(error.ToUtf8(), "");
-    EXPECT_EQ(three.Cursor(), 1);
 }
 
 std::u16string Repeated(std::u16string_view unit, int count) {
@@ -377,24 +371,6 @@ TEST(TokeniserFragments, BetweenAndThisCharPlusRunFromTheTokenCutToTheLongestLen
     EXPECT_EQ(comments.ThisCharPlus(1, 20).ToUtf8(), "+ 2");
 }
 
-TEST(TokeniserFragments, TheTokeniserCutsAtTwentyByDefault) {
-    QTokeniser tokeniser{FormulaText("tokFragment + 123456789 + 987654321")};
-    CString error;
-    ASSERT_TRUE(tokeniser.Create(error));
-    EXPECT_EQ(tokeniser.ThisCharPlus().ToUtf8(), "tokFragment + 123456");
-    tokeniser.NextToken();
-    EXPECT_EQ(tokeniser.ThisCharPlus().ToUtf8(), "+ 123456789 + 987654");
-    EXPECT_EQ(tokeniser.FormulaStringBetween(0, 4).ToUtf8(), "tokFragment + 123456");
-    EXPECT_EQ(tokeniser.FormulaStringBetween(0, 1).ToUtf8(), "tokFragment + ");
-
-    // A division-by-zero literal is found whole at the start.
-    QTokeniser zero{FormulaText("1/0")};
-    ASSERT_TRUE(zero.Create(error));
-    EXPECT_EQ(error.ToUtf8(), "");
-    EXPECT_TRUE(zero.TestChar(u'1'));
-    EXPECT_EQ(zero.ThisCharPlus().ToUtf8(), "1/0");
-}
-
 // --- Matching ------------------------------------------------------------------------------------
 
 class TokeniserMatching : public testing::Test {
@@ -410,7 +386,7 @@ protected:
     const PropId m_and{"and"};
 };
 
-TEST_F(TokeniserMatching, TestLooksMatchMovesOnParseGivesTheContentAndKindsDoNotMix) {
+TEST_F(TokeniserMatching, TestLooksMatchMovesOnAndKindsDoNotMix) {
     // The kinds do not match each other.
     EXPECT_FALSE(m_tokeniser.TestChar(u't'));
     char16_t character = 0;
@@ -435,18 +411,6 @@ TEST_F(TokeniserMatching, TestLooksMatchMovesOnParseGivesTheContentAndKindsDoNot
     EXPECT_FALSE(m_tokeniser.MatchChar(u'<'));
     EXPECT_TRUE(m_tokeniser.MatchChar(u'>'));
     EXPECT_EQ(m_tokeniser.SaveCursor(), 2);
-
-    m_tokeniser.RestoreCursor(0);
-    ASSERT_TRUE(m_tokeniser.ParseId(id));
-    EXPECT_EQ(id, m_a);
-    ASSERT_TRUE(m_tokeniser.ParseChar(character));
-    EXPECT_EQ(character, u'>');
-    ASSERT_TRUE(m_tokeniser.ParseChar(character));
-    EXPECT_EQ(character, u'=');
-    ASSERT_TRUE(m_tokeniser.ParseValue(value));
-    EXPECT_EQ(value.MakeInt(), 3);
-    EXPECT_EQ(m_tokeniser.SaveCursor(), 4);
-    EXPECT_TRUE(m_tokeniser.MatchId(PropId("AND")));
 }
 
 TEST_F(TokeniserMatching, PairsAreTwoSuccessiveTokensAndNothingMatchesAtTheEnd) {
@@ -470,15 +434,6 @@ TEST_F(TokeniserMatching, PairsAreTwoSuccessiveTokensAndNothingMatchesAtTheEnd) 
     m_tokeniser.RestoreCursor(6);
     EXPECT_FALSE(m_tokeniser.MatchIdPair(m_b, m_b));
     EXPECT_EQ(m_tokeniser.SaveCursor(), 6);
-
-    // MatchIdWithToken uses the token given.
-    m_tokeniser.RestoreCursor(4);
-    const QToken* token = m_tokeniser.ThisToken();
-    EXPECT_FALSE(m_tokeniser.MatchIdWithToken(m_b, token));
-    EXPECT_FALSE(m_tokeniser.MatchIdWithToken(m_and, nullptr));
-    EXPECT_EQ(m_tokeniser.SaveCursor(), 4);
-    EXPECT_TRUE(m_tokeniser.MatchIdWithToken(m_and, token));
-    EXPECT_EQ(m_tokeniser.SaveCursor(), 5);
 
     // Nothing matches at the end.
     m_tokeniser.RestoreCursor(6);
@@ -531,21 +486,6 @@ QSmartPtr<QTokenStream> StreamOf(const char* formula) {
     CString error;
     EXPECT_TRUE(tokeniser.Create(error)) << formula;
     return tokeniser.Stream();
-}
-
-TEST(TokeniserCache, TextsThatDifferInCaseShareOneStreamAndCreateStartsAtTheBeginning) {
-    const QSmartPtr<QTokenStream> first = StreamOf("tokCacheA+b");
-    const QSmartPtr<QTokenStream> second = StreamOf("TOKCACHEa+B");
-    ASSERT_TRUE(first);
-    EXPECT_EQ(first.Get(), second.Get());
-
-    QTokeniser tokeniser{FormulaText("tokCacheStart * 2")};
-    CString error(u"left over");
-    ASSERT_TRUE(tokeniser.Create(error));
-    EXPECT_EQ(error.ToUtf8(), "");
-    EXPECT_EQ(tokeniser.SaveCursor(), 0);
-    EXPECT_FALSE(tokeniser.IsEmpty());
-    EXPECT_EQ(tokeniser.Stream()->Count(), 3);
 }
 
 TEST(TokeniserCache, ForceRetokeniseDropsTheStreamOfACachedIndexOnly) {
