@@ -162,16 +162,6 @@ INSTANTIATE_TEST_SUITE_P(
         ServerCase{"showfriendlywizard(\"Doors\", 1, 2, 3, 4)", "No",
                    "Server:Ignoring SHOWFRIENDLYWIZARD: Doors"}));
 
-TEST_F(FunctionsWindows, EditorsAreIgnoredWithoutADisplay) {
-    EXPECT_EQ(ValueOf("tableeditor(\"prices\")"), "No");
-    EXPECT_EQ(ValueOf("formeditor(\"kitchen\")"), "No");
-    EXPECT_THAT(
-        Logged(),
-        ElementsAre("Server:Ignoring TABLEEDITOR: " + Folder(QConstantFolder::Table) + "prices.vlt",
-                    "Server:Ignoring FORMEDITOR: " + Folder(QConstantFolder::Library) +
-                        "kitchen.viqx"));
-}
-
 TEST_F(FunctionsWindows, AServerWithADisplayAsksNothingEither) {
     m_host.display = true;
     m_app->SetServer(true);

@@ -165,15 +165,6 @@ TEST_F(Hardening, EveryValueOfALoopIsARecursiveFormulaInAnyOrder) {
     }
 }
 
-TEST_F(Hardening, AValueThatReadsItselfHoldsTheReport) {
-    test::FormulaValuesRoot root;
-    QWithFormula<QAnyValue>& x = root.Set("x", "x + 1");
-    EXPECT_EQ(MessageOf(x.Value()), "Recursive formula\n\tx + 1\nin\n\tSheet");
-    EXPECT_TRUE(x.IsErrorBit());
-    EXPECT_TRUE(QWithFormula<QAnyValue>::IsRecursiveFormulaError(x.Value()));
-    EXPECT_FALSE(QWithFormula<QAnyValue>::IsRecursiveFormulaError(test::Error("Division by zero")));
-}
-
 // --- Lengths from formulas ----------------------------------------------------------------------
 
 TEST_F(Hardening, ALengthTakesAFormulasValueOrStaysAsItWas) {

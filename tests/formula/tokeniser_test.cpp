@@ -464,21 +464,6 @@ TEST_F(TokeniserMatching, SaveRestoreCursorPutsThePositionBack) {
     EXPECT_EQ(m_tokeniser.SaveCursor(), 1);
 }
 
-TEST(TokeniserIterator, AnIteratorIsEmptyWithoutAStreamAndCreateStartsAtTheFirstToken) {
-    QTokenStreamIterator iterator;
-    EXPECT_TRUE(iterator.IsEmpty());
-    EXPECT_TRUE(iterator.PastEOF());
-    EXPECT_EQ(iterator.ThisToken(), nullptr);
-
-    QSmartPtr<QTokenStream> stream(new QTokenStream(FormulaText("tokIter + 1")));
-    ASSERT_TRUE(stream->Create(true));
-    iterator.Create(stream);
-    iterator.NextToken();
-    iterator.Create(stream);
-    EXPECT_EQ(iterator.SaveCursor(), 0);
-    EXPECT_EQ(iterator.ThisCharPlus(20).ToUtf8(), "tokIter + 1");
-}
-
 // --- The token cache -----------------------------------------------------------------------------
 
 QSmartPtr<QTokenStream> StreamOf(const char* formula) {
