@@ -105,9 +105,6 @@ TEST_F(ConstantsTest, AnApplicationAddsConstantsOfItsOwn) {
               42);
 }
 
-// ---------------------------------------------------------------------------------------------
-// Entry points
-
 TEST_F(ConstantsTest, TheTypedEntryPointsChangeTheValueToTheirType) {
     const auto length = [](const char* formula) {
         return QEvaluator::EvaluateFormulaAsLength(FormulaText(formula), nullptr, false, true,

@@ -68,8 +68,6 @@ protected:
     TickRoot root;
 };
 
-// --- The guard --------------------------------------------------------------------------------
-
 using DeferredEvalGuard = DeferredEvalTest;
 
 TEST_F(DeferredEvalGuard, TheFlagIsPerThreadAndGuardsNest) {
@@ -116,8 +114,6 @@ TEST_F(DeferredEvalGuard, ClearingAParentHappensInADeferredStretch) {
     EXPECT_TRUE(watcher.m_deferredAtLastSet);
     EXPECT_FALSE(QDeferredEval::IsDeferred());
 }
-
-// --- Pending evaluations ----------------------------------------------------------------------
 
 using DeferredEvalPending = DeferredEvalTest;
 
@@ -230,8 +226,6 @@ TEST_F(DeferredEvalPending, TheWorkerCanBeStartedAgainAfterItEnds) {
     EXPECT_EQ(Text(first.ValueNoEnsureUpToDate()), "1");
     EXPECT_EQ(Text(second.ValueNoEnsureUpToDate()), "200");
 }
-
-// --- Deferred string formulas -----------------------------------------------------------------
 
 // Names s0 .. s<depth - 1> hold the strings "=s1" .. "=s<depth>"; s<depth> holds 7.
 class StringChain : public QFormulaContext {

@@ -97,9 +97,6 @@ protected:
     }
 };
 
-// ---------------------------------------------------------------------------------------------
-// What Evaluate shows when it fails
-
 struct FailureCase {
     const char* formula;
     std::string shown;
@@ -235,9 +232,6 @@ TEST_F(EvaluatorTest, TheResultsOfRunsAreEmptyOrTheirValue) {
     EXPECT_TRUE(test::PendingReports().empty());
 }
 
-// ---------------------------------------------------------------------------------------------
-// Failure reporters
-
 TEST_F(EvaluatorTest, EachReporterWritesItsTextAndReturnsFalse) {
     QAnyValue result;
     QEvaluator e(result, FormulaText("1"), nullptr, false, true, false);
@@ -301,9 +295,6 @@ TEST_F(EvaluatorTest, ContextInfoHasALineForEachGuardInForceInnermostLast) {
     EXPECT_EQ(QEvaluator::ContextInfo(true).ToUtf8(), "");
 }
 
-// ---------------------------------------------------------------------------------------------
-// Process-wide state and the state of one evaluator
-
 TEST_F(EvaluatorTest, EachEvaluatorCountsItsNestingAndSetsTheReportSwitchUntilItEnds) {
     const int before = QEvaluator::NestingCount();
     QAnyValue a;
@@ -331,7 +322,7 @@ TEST_F(EvaluatorTest, EachEvaluatorCountsItsNestingAndSetsTheReportSwitchUntilIt
     EXPECT_TRUE(NoEvalReportErrors());
 }
 
-TEST_F(EvaluatorTest, ArgumentsVariablesAndTheCacheStateOfAnEvaluator) {
+TEST_F(EvaluatorTest, ArgumentsAndTheCacheStateOfAnEvaluator) {
     QAnyValue result;
     QEvaluator e(result, FormulaText("1"), nullptr, false, true, false);
     QAnyValue value;
@@ -345,20 +336,12 @@ TEST_F(EvaluatorTest, ArgumentsVariablesAndTheCacheStateOfAnEvaluator) {
     e.SetArg(0, QAnyValue(1));
     EXPECT_EQ(e.ArgCount(), 3) << "there is no argument 0";
 
-    // Local variables are kept by interned name.
-    e.SetVar(PropId("Count"), QAnyValue(4));
-    ASSERT_TRUE(e.GetVar(PropId("count"), value));
-    EXPECT_EQ(value.MakeInt(), 4);
-
     // The cache state only rises.
     EXPECT_EQ(e.CacheState(), QCS_Stable);
     e.RaiseCacheState(QCS_ByAcceptor);
     e.RaiseCacheState(QCS_BySeq);
     EXPECT_EQ(e.CacheState(), QCS_ByAcceptor);
 }
-
-// ---------------------------------------------------------------------------------------------
-// The context's formula cache
 
 TEST_F(EvaluatorTest, AValueKeptByTheContextAnswersAtOnceUnlessDebugOrAction) {
     test::NamesContext context;
@@ -397,24 +380,6 @@ TEST_F(EvaluatorTest, ASuccessIsKeptByTheContextUnlessItIsAnActionOrASyntaxCheck
     EXPECT_FALSE(context.HeresAFormulaValueIPreparedEarlier(kept, state, FormulaText("40 + 2")));
 }
 
-// ---------------------------------------------------------------------------------------------
-// Helpers
-
-TEST_F(EvaluatorTest, TheContextWithANameIsTheFirstAtOrAboveThatHasOne) {
-    test::NamesContext root("Drawing");
-    test::NamesContext unnamed("Unnamed", &root);
-    test::NamesContext frame("Frame", &unnamed);
-    test::NamesContext leaf("Leaf", &frame);
-    test::NamesContext lonely("Lonely");
-    for (test::NamesContext* nameless : {&unnamed, &leaf, &lonely})
-        nameless->MakeNameless();
-    EXPECT_EQ(QEvaluator::FindContextWithName(&frame), &frame);
-    EXPECT_EQ(QEvaluator::FindContextWithName(&leaf), &frame);
-    EXPECT_EQ(QEvaluator::FindContextWithName(&unnamed), &root);
-    EXPECT_EQ(QEvaluator::FindContextWithName(nullptr), nullptr);
-    EXPECT_EQ(QEvaluator::FindContextWithName(&lonely), nullptr);
-}
-
 TEST_F(EvaluatorTest, TheReverseIntIsTheNumberThatEndsAName) {
     const std::pair<const char*, int> cases[] = {
         {"frame12", 12}, {"frame", -1}, {"7", 7}, {"", -1}, {"x99999999999", 2147483647},
@@ -422,9 +387,6 @@ TEST_F(EvaluatorTest, TheReverseIntIsTheNumberThatEndsAName) {
     for (const auto& [name, expected] : cases)
         EXPECT_EQ(QEvaluator::FindReverseInt(CString(name)), expected) << name;
 }
-
-// ---------------------------------------------------------------------------------------------
-// Making evaluators
 
 TEST_F(EvaluatorTest, NewMakesEvaluatorsThroughTheInstalledFactory) {
     QAnyValue result;

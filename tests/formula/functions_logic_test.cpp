@@ -57,9 +57,6 @@ protected:
     }
 };
 
-// ---------------------------------------------------------------------------------------------
-// The reserved names
-
 TEST_F(FunctionsLogicTest, TheReservedNamesAreKnownAndHaveNoBodyHere) {
     LogicContext context;
     for (const QBuiltinFunction& row : ApplicationFunctions().functions) {
@@ -96,9 +93,6 @@ TEST_F(FunctionsLogicTest, DebugDiscardsWhatWasPendingBeforeItShowsItsLookUps) {
     for (const std::string& message : pending)
         EXPECT_EQ(message.find("an earlier message"), std::string::npos);
 }
-
-// ---------------------------------------------------------------------------------------------
-// No arguments
 
 TEST_F(FunctionsLogicTest, RandAndRandomScaleTheGeneratorDifferently) {
     keel::srand(1);

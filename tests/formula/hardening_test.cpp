@@ -37,8 +37,6 @@ std::string Nested(const std::string& open, const std::string& core, const std::
 
 using Hardening = test::FunctionCallTest;
 
-// --- Nesting ------------------------------------------------------------------------------------
-
 struct DeepCase {
     const char* what;
     std::string formula;
@@ -79,8 +77,6 @@ TEST_F(Hardening, TheLimitFallsBetweenTheDeepestParenthesesThatFitAndOneMore) {
     EXPECT_FALSE(beyond.ok);
     EXPECT_EQ(beyond.message, "Formula nested too deeply");
 }
-
-// --- Routines running inside each other ---------------------------------------------------------
 
 constexpr const char* c_sumTo = "function(n) if n <= 0 then 0 else n + f(n - 1) endif end function";
 
@@ -125,8 +121,6 @@ TEST_F(Hardening, AFileThatCallsItselfGivesAnErrorValue) {
     EXPECT_EQ(QEvaluator::RoutineDepth(), 0);
 }
 
-// --- Number tokens ------------------------------------------------------------------------------
-
 TEST_F(Hardening, ANumberTooLargeForAWholeNumberIsANumberAndInfiniteBeyondADouble) {
     const double infinity = HUGE_VAL;
     ExpectValues({
@@ -136,8 +130,6 @@ TEST_F(Hardening, ANumberTooLargeForAWholeNumberIsANumberAndInfiniteBeyondADoubl
         {("0." + Repeated("0", 400) + "1").c_str(), QAnyValue(0.0)},
     });
 }
-
-// --- Loops of values with formulas --------------------------------------------------------------
 
 struct LoopRead {
     const char* name;
@@ -165,8 +157,6 @@ TEST_F(Hardening, EveryValueOfALoopIsARecursiveFormulaInAnyOrder) {
     }
 }
 
-// --- Lengths from formulas ----------------------------------------------------------------------
-
 TEST_F(Hardening, ALengthTakesAFormulasValueOrStaysAsItWas) {
     struct Case {
         const char* formula;
@@ -186,8 +176,6 @@ TEST_F(Hardening, ALengthTakesAFormulasValueOrStaysAsItWas) {
         EXPECT_NEAR(length.AsDouble(QLength::LU_MM), c.mm, 1e-9) << c.formula;
     }
 }
-
-// --- fileexists and the shipped tables ----------------------------------------------------------
 
 // A source of tables whose archive holds one path.
 class ArchiveOnlySource : public QTableHandleSource {

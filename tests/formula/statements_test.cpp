@@ -108,14 +108,6 @@ TEST_F(StatementsTables, ReloadAllTables) {
     EXPECT_EQ(m_source.m_reloadAllCount, 1);
 }
 
-TEST_F(StatementsTables, NothingRunsWithEvaluationOff) {
-    EXPECT_TRUE(Action("if 0 then begintrans vlt 'p'; update vlt 'p' set cell = 1 where row "
-                       "= 1 and col = 2 endif")
-                    .ok);
-    EXPECT_TRUE(Action("rollback vlt 'p'", false).ok);
-    EXPECT_TRUE(Journal().empty());
-}
-
 TEST_F(StatementsTables, AnUnknownTableIsAnErrorValue) {
     test::NamedTableSource known({"prices"});
     SetTableHandleSource(&known);

@@ -194,8 +194,6 @@ TEST(TokeniserNumbers, FeetAreTwelveInchesAndDecimalsTheNearestDouble) {
     }
 }
 
-// --- Escapes -------------------------------------------------------------------------------------
-
 struct EscapeCase {
     const char16_t* text;
     const char16_t* expected;
@@ -231,8 +229,6 @@ TEST(TokeniserEscapesFlag, WithoutEscapesTheBackslashesStayButTheTokeniserAlways
     EXPECT_EQ(value.MakeCString().ToUtf8(), "tokEscape\tline\n");
 }
 
-// --- Failures ------------------------------------------------------------------------------------
-
 struct FailureCase {
     const char16_t* formula;
     const char16_t* message;
@@ -257,28 +253,6 @@ TEST(TokeniserFailuresText, ASpaceIsTheLowestCharacterAStringMayHold) {
     QTokenStream stream{FormulaText("\" \x7f\"")};
     EXPECT_TRUE(stream.Create(true));
     EXPECT_EQ(DescribeAll(stream), std::vector<std::string>{"str: \x7f"});
-}
-
-// Token by token: the error each leaves, and where the input stands after it.
-TEST(TokeniserFailuresText, EachTokenSetsOrEmptiesTheError) {
-    QTokenInput failed(FormulaText("1/0"), true);
-    CString error;
-    QSmartPtr<QToken> first(failed.GetNewToken(error));
-    ASSERT_TRUE(first);
-    EXPECT_EQ(first->Char(), u'1');
-    EXPECT_EQ(error.ToUtf8(), "Denominator zero in fraction");
-    QSmartPtr<QToken> second(failed.GetNewToken(error));
-    ASSERT_TRUE(second);
-    EXPECT_EQ(second->Char(), u'/');
-    EXPECT_EQ(error.ToUtf8(), "") << "the next token empties the error of a failed number";
-
-    QTokenInput last(FormulaText("7"), true);
-    error = u"earlier";
-    QSmartPtr<QToken> seven(last.GetNewToken(error));
-    ASSERT_TRUE(seven);
-    EXPECT_EQ(error.ToUtf8(), "");
-    EXPECT_EQ(last.GetNewToken(error), nullptr);
-    EXPECT_EQ(error.ToUtf8(), "");
 }
 
 std::u16string Repeated(std::u16string_view unit, int count) {
@@ -318,17 +292,6 @@ bool Uncached(const FormulaText& formula) {
     const int index = formula.UniqueId();
     return index >= QTokeniser::c_tokenstreams.GetCount() || !QTokeniser::c_tokenstreams[index];
 }
-
-TEST(TokeniserLength, ALongerFormulaFailsThroughTheTokeniserAndIsNotCached) {
-    const CString longer(std::u16string_view(u"tokLong+" + Repeated(u"x", 40000)));
-    QTokeniser tokeniser{FormulaText(longer)};
-    CString error;
-    EXPECT_FALSE(tokeniser.Create(error));
-    EXPECT_EQ(tokeniser.Stream(), nullptr);
-    EXPECT_TRUE(Uncached(tokeniser.Formula()));
-}
-
-// --- Fragments of the text -----------------------------------------------------------------------
 
 TEST(TokeniserFragments, BetweenAndThisCharPlusRunFromTheTokenCutToTheLongestLength) {
     // Tokens: 0 alpha, 1 +, 2 beta, 3 *, 4 gamma, 5 -, 6 delta, 7 /, 8 epsilon.
@@ -370,8 +333,6 @@ TEST(TokeniserFragments, BetweenAndThisCharPlusRunFromTheTokenCutToTheLongestLen
     EXPECT_EQ(comments.FormulaStringBetween(0, 0, 20).ToUtf8(), "1 /* one */ ");
     EXPECT_EQ(comments.ThisCharPlus(1, 20).ToUtf8(), "+ 2");
 }
-
-// --- Matching ------------------------------------------------------------------------------------
 
 class TokeniserMatching : public testing::Test {
 protected:
@@ -463,8 +424,6 @@ TEST_F(TokeniserMatching, SaveRestoreCursorPutsThePositionBack) {
     }
     EXPECT_EQ(m_tokeniser.SaveCursor(), 1);
 }
-
-// --- The token cache -----------------------------------------------------------------------------
 
 QSmartPtr<QTokenStream> StreamOf(const char* formula) {
     QTokeniser tokeniser{FormulaText(formula)};

@@ -91,8 +91,6 @@ protected:
     }
 };
 
-// --- Bringing a value up to date -------------------------------------------------------------
-
 using WithFormulaRead = WithFormulaTest;
 
 TEST_F(WithFormulaRead, AValueWithoutARootIsNeverEvaluatedButTakesWhatIsAssigned) {
@@ -207,8 +205,6 @@ TEST_F(WithFormulaRead, ARecursiveFormulaHoldsTheReport) {
     }
 }
 
-// --- Assignment -----------------------------------------------------------------------------
-
 using WithFormulaAssign = WithFormulaTest;
 
 struct RootInStep {
@@ -260,17 +256,7 @@ TEST_F(WithFormulaAssign, CopiesCarryValueAndFormulaAndAdoptAContextOnlyWhenThey
     EXPECT_EQ(moved.ParentContext(), &elsewhere);
 }
 
-// --- The formula --------------------------------------------------------------------------
-
 using WithFormulaBase = WithFormulaTest;
-
-TEST_F(WithFormulaBase, NoEvaluationIsPossibleWithoutAFormulaOrAContext) {
-    Root root;
-    EXPECT_TRUE(QWithFormulaBase(&root).NoEvaluationPossible());
-    EXPECT_TRUE(QWithFormulaBase(nullptr, FormulaText(u"1")).NoEvaluationPossible());
-    EXPECT_FALSE(QWithFormulaBase(&root, FormulaText(u"1")).NoEvaluationPossible());
-    EXPECT_TRUE(QWithFormulaBase(&root, FormulaText(u"")).IsFormulaEmpty());
-}
 
 TEST_F(WithFormulaBase, SetFormulaTellsTheRootAndTheNoChangeFormsDoNot) {
     RootInStep tree;
@@ -282,13 +268,6 @@ TEST_F(WithFormulaBase, SetFormulaTellsTheRootAndTheNoChangeFormsDoNot) {
     EXPECT_TRUE(tree.root.m_notices.empty());
     holder.SetFormula(FormulaText(u"a + 2"));
     EXPECT_EQ(tree.root.m_notices, (std::vector<std::string>{"pre", "changed"}));
-
-    RootInStep other;
-    QWithFormulaBase moved;
-    moved.SetFormulaAndContext(FormulaText(u"b"), &other.root);
-    EXPECT_EQ(moved.ParentContext(), &other.root);
-    EXPECT_EQ(moved.Formula(), FormulaText(u"b"));
-    EXPECT_EQ(other.root.m_notices, (std::vector<std::string>{"pre", "changed"}));
 }
 
 struct ColorCase {
