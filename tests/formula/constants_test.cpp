@@ -172,13 +172,6 @@ TEST_F(ConstantsTest, AnActionVariableRunsAsAnActionWithAColonInFrontWhenItHolds
     EXPECT_EQ(factory.made.size(), 2u);
 }
 
-TEST_F(ConstantsTest, OnlyTheErrorTestsEvaluateTheirArgumentQuietly) {
-    for (const char* name : {"isna", "iserr", "iserror", "ISERROR"})
-        EXPECT_TRUE(QEvaluator::RequiresEvaluationWithNoErrorReporting(FullId(name))) << name;
-    for (const char* name : {"isblank", "istext", "iserrors", "error", "if"})
-        EXPECT_FALSE(QEvaluator::RequiresEvaluationWithNoErrorReporting(FullId(name))) << name;
-}
-
 TEST_F(ConstantsTest, AnIdentifierIsDefinedAsALocalVariableOrInTheContext) {
     test::NamesContext context;
     context.Set("width", QAnyValue(3));

@@ -180,19 +180,6 @@ TEST_F(DeferredEvalPending, AValueDestroyedWhilePendingIsNeverEvaluated) {
     EXPECT_EQ(Text(survivor.ValueNoEnsureUpToDate()), "1");
 }
 
-TEST_F(DeferredEvalPending, RemovingAllLeavesTheValuesStaleForTheirNextRead) {
-    QWithFormula<QAnyValue> value(&root, QAnyValue(), FormulaText(u"tick"));
-    {
-        QDeferEnsureUpToDateEvaluation deferred;
-        value.Value();
-        QDeferredEval::RemoveAllPendingEvaluations();
-        EXPECT_FALSE(QDeferredEval::HasPendingEvaluation(&value));
-    }
-    QDeferredEval::WaitForWorker();
-    EXPECT_EQ(root.m_reads.load(), 0);
-    EXPECT_EQ(Text(value.Value()), "1");
-}
-
 TEST_F(DeferredEvalPending, TheFirstGuardWaitsForTheEvaluationInHand) {
     root.m_delay = 50ms;
     QWithFormula<QAnyValue> value(&root, QAnyValue(), FormulaText(u"tick"));
@@ -208,23 +195,6 @@ TEST_F(DeferredEvalPending, TheFirstGuardWaitsForTheEvaluationInHand) {
     }
     QDeferredEval::WaitForWorker();
     EXPECT_EQ(root.m_reads.load(), 1);
-}
-
-TEST_F(DeferredEvalPending, TheWorkerCanBeStartedAgainAfterItEnds) {
-    QWithFormula<QAnyValue> first(&root, QAnyValue(), FormulaText(u"tick"));
-    QWithFormula<QAnyValue> second(&root, QAnyValue(), FormulaText(u"tick * 100"));
-    {
-        QDeferEnsureUpToDateEvaluation deferred;
-        first.Value();
-    }
-    QDeferredEval::WaitForWorker();
-    {
-        QDeferEnsureUpToDateEvaluation deferred;
-        second.Value();
-    }
-    QDeferredEval::WaitForWorker();
-    EXPECT_EQ(Text(first.ValueNoEnsureUpToDate()), "1");
-    EXPECT_EQ(Text(second.ValueNoEnsureUpToDate()), "200");
 }
 
 // Names s0 .. s<depth - 1> hold the strings "=s1" .. "=s<depth>"; s<depth> holds 7.

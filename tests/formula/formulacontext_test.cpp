@@ -460,7 +460,6 @@ TEST_F(FormulaContextCache, LookUpsReadThroughTheCacheAsTheirFlagsSay) {
     const ReadCase cases[] = {
         {"lll", QCS_Stable, 1},
         {"lll", QCS_BySeq, 3},
-        {"lll", QCS_NotCacheable, 3},
         // Without the cache nothing is read from it or written to it.
         {"nnl", QCS_Stable, 3},
         {"lnl", QCS_Stable, 2},
@@ -776,13 +775,6 @@ TEST_F(FormulaContextSet, APathSetsOnTheContextItsHeadNamesOrNowhere) {
     EXPECT_EQ(wall.m_props.size(), 1u);
 
     // A formula is set like a value.
-    wall.HookFormula("h", "1");
-    doc.Prop("p", 1);
-    EXPECT_TRUE(wall.SetFormula(FullId("h"), FormulaText("2")));
-    EXPECT_EQ(wall.OwnHook("h").formula, FormulaText("2"));
-    EXPECT_TRUE(wall.SetFormula(FullId("p"), FormulaText("3")));
-    EXPECT_EQ(wall.OwnProp("p").formula, FormulaText("3"));
-    EXPECT_EQ(doc.OwnProp("p").formula.UniqueId(), -1);
     EXPECT_TRUE(doc.SetFormula(FullId("Wall.q"), FormulaText("4")));
     EXPECT_EQ(wall.OwnProp("q").formula, FormulaText("4"));
 }
@@ -989,18 +981,6 @@ public:
     mutable int m_updates = 0;
     mutable bool m_moveRootOnce = false;
 };
-
-TEST_F(FormulaContextHolders, WithoutARootNothingIsBroughtUpToDate) {
-    CountingHolder holder;
-    TestContext box("Box");
-    holder.DoSetParentContext(&box);
-
-    holder.EnsureUpToDate();
-    EXPECT_EQ(holder.m_updates, 0);
-    EXPECT_EQ(holder.State().Number(), 0u);
-    EXPECT_EQ(holder.TopLevelSyncState().Number(), 0u);
-    EXPECT_TRUE(holder.IsUpToDate());
-}
 
 TEST_F(FormulaContextHolders, BehindTheRootTheHolderTakesItsNumberOnce) {
     TestRoot root;

@@ -111,10 +111,9 @@ INSTANTIATE_TEST_SUITE_P(
 INSTANTIATE_TEST_SUITE_P(
     Money, TokeniserTokens,
     testing::Values(TokenCase{"$5", {"money:500"}}, TokenCase{"$1,234.50", {"money:123450"}},
-                    TokenCase{"$0.005", {"money:1"}}, TokenCase{"$5.", {"money:500"}},
-                    TokenCase{"$1,", {"money:100", "c:,"}},
-                    TokenCase{"$,5", {"c:$", "c:,", "int:5"}}, TokenCase{"$ 5", {"c:$", "int:5"}},
-                    TokenCase{"$.5", {"c:$", "num:0.5"}}, TokenCase{"$", {"c:$"}},
+                    TokenCase{"$5.", {"money:500"}}, TokenCase{"$1,", {"money:100", "c:,"}},
+                    TokenCase{"$ 5", {"c:$", "int:5"}}, TokenCase{"$.5", {"c:$", "num:0.5"}},
+                    TokenCase{"$", {"c:$"}},
                     // Cents are rounded from the dollars.
                     TokenCase{"$19.99 $0.125 $1,000,000.01",
                               {"money:1999", "money:13", "money:100000001"}}));
@@ -123,8 +122,8 @@ INSTANTIATE_TEST_SUITE_P(Numbers, TokeniserTokens,
                          testing::Values(TokenCase{"7", {"int:7"}}, TokenCase{"007", {"int:7"}},
                                          TokenCase{"2147483647", {"int:2147483647"}},
                                          TokenCase{"2147483648", {"num:2147483648"}},
-                                         TokenCase{"1.5", {"num:1.5"}}, TokenCase{"5.", {"num:5"}},
-                                         TokenCase{".5", {"num:0.5"}}, TokenCase{".", {"c:."}},
+                                         TokenCase{"5.", {"num:5"}}, TokenCase{".5", {"num:0.5"}},
+                                         TokenCase{".", {"c:."}},
                                          TokenCase{"..5", {"c:.", "num:0.5"}},
                                          TokenCase{"1.2.3", {"num:1.2", "num:0.3"}},
                                          TokenCase{"2x", {"int:2", "id:x"}}));
@@ -208,11 +207,10 @@ TEST_P(TokeniserEscapes, UnquotesBackslashSequences) {
 
 INSTANTIATE_TEST_SUITE_P(
     Sequences, TokeniserEscapes,
-    testing::Values(EscapeCase{u"plain text", u"plain text"}, EscapeCase{u"a\\\\b", u"a\\b"},
-                    EscapeCase{u"\\n", u"\n"}, EscapeCase{u"\\r", u"\r"}, EscapeCase{u"\\t", u"\t"},
-                    EscapeCase{u"\\q", u"\\q"}, EscapeCase{u"\\N", u"\\N"},
-                    EscapeCase{u"\\\"", u"\\\""}, EscapeCase{u"end\\", u"end\\"},
-                    EscapeCase{u"\\", u"\\"},
+    testing::Values(EscapeCase{u"a\\\\b", u"a\\b"}, EscapeCase{u"\\n", u"\n"},
+                    EscapeCase{u"\\t", u"\t"}, EscapeCase{u"\\q", u"\\q"},
+                    EscapeCase{u"\\N", u"\\N"}, EscapeCase{u"\\\"", u"\\\""},
+                    EscapeCase{u"end\\", u"end\\"}, EscapeCase{u"\\", u"\\"},
                     // One pass: the escaped backslash does not start a further sequence.
                     EscapeCase{u"\\\\n", u"\\n"}, EscapeCase{u"\\\\\\n", u"\\\n"},
                     EscapeCase{u"", u""}));

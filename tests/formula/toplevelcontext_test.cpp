@@ -119,17 +119,6 @@ TEST(TopLevelCounter, FullRecalcMovesTheCounter) {
     EXPECT_EQ(tree.Number(), 2u);
 }
 
-TEST(TopLevelCounter, ACopyIsANewRootWithItsOwnCounter) {
-    Tree tree;
-    tree.root.MarkAsNotUpToDate();
-    tree.root.StartBatchingNotifications();
-    const JournalRoot& original = tree.root;
-    JournalRoot copy(original);
-    EXPECT_EQ(copy.SyncState().Number(), 1u);
-    EXPECT_FALSE(copy.AreNotificationsBatched());
-    tree.root.StopBatchingNotifications();
-}
-
 // One character a step: r the reader catches up, c a change (pre-change and changed), p a
 // pre-change alone, ( and ) open and close a batch guard, { and } a guard that switches
 // notifications off, - and + switch them off and on by hand, ! stops and restarts all batches,

@@ -100,14 +100,6 @@ TEST_F(WithFormulaRead, AValueWithoutARootIsNeverEvaluatedButTakesWhatIsAssigned
     EXPECT_EQ(value.State().Number(), 0u);
     QWithFormula<QAnyValue> detached(nullptr, QAnyValue(1), FormulaText(u"2 + 3"));
     EXPECT_EQ(Text(detached.Value()), "1");
-
-    // Without a root nothing is told and an assigned value is taken.
-    QWithFormula<QAnyValue> assigned(&loose);
-    assigned.Assign(QAnyValue(2), FormulaText(u"a"));
-    EXPECT_EQ(assigned.Formula(), FormulaText(u"a"));
-    assigned = QAnyValue(3);
-    EXPECT_EQ(Text(assigned.ValueNoEnsureUpToDate()), "3");
-    EXPECT_TRUE(assigned.IsFormulaEmpty());
 }
 
 TEST_F(WithFormulaRead, TheFirstReadEvaluatesAndTakesTheRootsNumberAndLaterReadsWaitForAChange) {
