@@ -235,13 +235,6 @@ void PrintTo(const Found& found, std::ostream* out) {
          << " state " << found.state;
 }
 
-// What the formula cache serves for `formula`, from a stable state.
-Found Served(QFormulaContext& context, const FormulaText& formula) {
-    Found served;
-    served.found = context.HeresAFormulaValueIPreparedEarlier(served.value, served.state, formula);
-    return served;
-}
-
 class FormulaContextTest : public test::ErrorReportsTest {
 protected:
     static std::vector<Report> Reports() { return test::PendingReports(); }
@@ -553,38 +546,6 @@ TEST_F(FormulaContextCache, SharedAndDestructingContextsKeepNothing) {
     RememberAll(context);
     context.SetCanBeShared(true);
     EXPECT_FALSE(KeepsAll(context)) << "a stored value is not served once the context is shared";
-}
-
-struct RememberCase {
-    QCacheState remembered;
-    std::uint32_t seq;
-    bool acceptor;
-    bool kept;
-    QCacheState stateOnHit;
-};
-
-TEST_F(FormulaContextCache, AFormulaValueIsKeptUnderTheKeyOfItsState) {
-    static int acceptor;
-    const RememberCase cases[] = {
-        {QCS_Stable, 0, false, true, QCS_Stable},
-        {QCS_Stable, 9, true, true, QCS_Stable},
-        {QCS_BySeq, 9, false, true, QCS_BySeq},
-        {QCS_BySeq, 9, true, true, QCS_BySeq},
-        {QCS_ByAcceptor, 9, true, true, QCS_ByAcceptor},
-        {QCS_ByAcceptor, 0, true, true, QCS_ByAcceptor},
-        {QCS_ByAcceptor, 9, false, false, QCS_Stable},
-        {QCS_NotCacheable, 9, true, false, QCS_Stable},
-    };
-    for (const RememberCase& c : cases) {
-        TestContext context("Box");
-        context.m_seq = c.seq;
-        context.m_acceptor = c.acceptor ? &acceptor : nullptr;
-        context.RememberThisFormulaValueForNextTime(QAnyValue(5), FormulaText("f"), c.remembered);
-
-        EXPECT_EQ(Served(context, FormulaText("f")),
-                  (Found{c.kept, c.kept ? QAnyValue(5) : QAnyValue(), c.stateOnHit}))
-            << "state " << c.remembered << " seq " << c.seq << " acceptor " << c.acceptor;
-    }
 }
 
 TEST_F(FormulaContextCache, ForgetEverythingEmptiesThisContextOrItsLine) {
@@ -1008,13 +969,6 @@ TEST_F(FormulaContextHolders, BehindTheRootTheHolderTakesItsNumberOnce) {
     EXPECT_EQ(holder.m_updates, 3);
     EXPECT_EQ(root.m_madeUpToDate, 4);
     EXPECT_EQ(holder.State(), root.m_sync);
-
-    // MakeUpToDate skips the update.
-    ++root.m_sync;
-    holder.MakeUpToDate();
-    EXPECT_TRUE(holder.IsUpToDate());
-    EXPECT_EQ(holder.m_updates, 3);
-    EXPECT_EQ(root.m_madeUpToDate, 5);
 
     // The update of a context empties its caches and clears its error bit.
     wall.RememberThisPropIdValueForNextTime(QAnyValue(1), PropId("p"));
