@@ -2,7 +2,6 @@
 #include "tests/support/namescontext.h"
 #include "tests/support/tempfolder.h"
 
-#include "keel/document/usertrace.h"
 #include "keel/formula/evaluator.h"
 #include "keel/formula/evaluatorfactory.h"
 #include "keel/formula/formulacontext.h"
@@ -12,7 +11,6 @@
 #include <chrono>
 #include <fcntl.h>
 #include <filesystem>
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <string>
 #include <sys/file.h>
@@ -23,7 +21,6 @@ namespace keel {
 namespace {
 
 namespace fs = std::filesystem;
-using testing::HasSubstr;
 
 using FilesContext = test::NamesContext;
 
@@ -196,14 +193,6 @@ TEST_F(FunctionsFiles, CallRunsTheFileInThisContextAndGivesAFailureAsAnErrorValu
     const QAnyValue value = ValueOf("call(\"bad\")");
     EXPECT_TRUE(value.IsError());
     EXPECT_NE(test::MessageOf(value), "");
-}
-
-TEST_F(FunctionsFiles, CallOfAnEmptyFileIsTracedWithEvaluations) {
-    Write("empty.txt", "");
-    const std::string trace = test::Traced(m_root / "data", 0x1 | USER_TRACE_PLAIN_LINES, [this] {
-        EXPECT_TRUE(ValueOf("call(\"empty\")").IsEmpty());
-    });
-    EXPECT_THAT(trace, HasSubstr("\tCALL EMPTY\n"));
 }
 
 TEST_F(FunctionsFiles, ListsNameFilesAndFoldersInOrder) {

@@ -3,23 +3,17 @@
 #include "tests/tables/memorytable.h"
 #include "tests/tables/tablefixture.h"
 
-#include "keel/document/usertrace.h"
-#include "keel/document/winapp.h"
 #include "keel/formula/builtins.h"
 #include "keel/formula/evaluator.h"
-#include "keel/formula/stringtovalue.h"
 
-#include <algorithm>
 #include <gtest/gtest.h>
 #include <memory>
-#include <sstream>
 #include <string>
 #include <vector>
 
 namespace keel {
 namespace {
 
-namespace fs = std::filesystem;
 using test::MemoryTable;
 
 using Outcome = test::Evaluation;
@@ -141,39 +135,6 @@ TEST_F(FunctionsTablesTest, AnEditIsNeverTakenFromTheFormulaCache) {
     int cols = 0;
     ASSERT_TRUE(QLookupTable(m_t.MakeLookupTable()).ColCount(cols));
     EXPECT_EQ(cols, 3);
-}
-
-// An application with a data folder of the test's own, for the trace file.
-class TraceApp : public QWinApp {
-public:
-    CString AppName() const override { return u"Tracer"; }
-};
-
-std::vector<std::string> TextsOfLines(const std::string& file) {
-    std::vector<std::string> texts;
-    std::istringstream lines(file);
-    for (std::string line; std::getline(lines, line);) {
-        const auto tab = line.rfind('\t');
-        texts.push_back(tab == std::string::npos ? line : line.substr(tab + 1));
-    }
-    return texts;
-}
-
-TEST_F(FunctionsTablesTest, EachCallIsTracedAndAFailureToo) {
-    const fs::path home = m_folder / "home";
-    fs::create_directories(home);
-    const TraceApp app;
-    const std::vector<std::string> texts =
-        TextsOfLines(test::Traced(home, USER_TRACE_PLAIN_LINES | 0x1, [this] {
-            EXPECT_TRUE(Run("lookup(t, \"a\", \"x\")").ok);
-            EXPECT_TRUE(Run("rowlabel(t, 7)").ok);
-        }));
-    auto has = [&](const std::string& text) {
-        return std::find(texts.begin(), texts.end(), text) != texts.end();
-    };
-    EXPECT_TRUE(has("LOOKUP(" + ValueToString(m_t).ToUtf8() + ", a, x) = 1"));
-    EXPECT_FALSE(has("LOOKUP ERROR"));
-    EXPECT_TRUE(has("ROWLABEL ERROR"));
 }
 
 } // namespace
