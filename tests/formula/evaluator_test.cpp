@@ -97,9 +97,6 @@ protected:
     }
 };
 
-// ---------------------------------------------------------------------------------------------
-// What Evaluate shows when it fails
-
 struct FailureCase {
     const char* formula;
     std::string shown;
@@ -129,37 +126,19 @@ TEST_F(EvaluatorTest, AFailureIsShownUnderFormulaInTheFormThatFitsIt) {
     }
 }
 
-// Translation itself is the translation file's business; one form of each kind shows that the
-// forms reach it under their own contexts.
+// Translation itself is the translation file's business; one form shows that the forms reach
+// it under their own contexts.
 TEST_F(EvaluatorTest, TheFormsPassThroughTranslationUnderTheirOwnContexts) {
-    struct Form {
-        const char* original;
-        const char* context;
-        const char* translated;
-        const char* formula;
-        const char* expected;
-    };
-    const Form forms[] = {
-        {"%s\\nin formula\\n\\t%s\\nnear\\n\\t%s", "msg,formula,expr", "%s IN %s NEAR %s", "1; 2 +",
-         "Expecting a number, string, name or (expression)\nbut found end of formula IN 1; 2 + "
-         "NEAR 2 +"},
-        {"Error evaluating\\n\\t%s", "formula", "VALUE %s", "broken()", "VALUE broken()"},
-    };
-    // Each text has a decoy match first, so that only its own context picks the translation.
-    std::string file;
-    for (const Form& form : forms) {
-        file += std::string(form.original) + "\t\tWRONG\tMessage box \\(nothing\\)\t\n";
-        file += std::string(form.original) + "\t\t" + form.translated + "\tMessage box \\(" +
-                form.context + "\\)\t\n";
-    }
+    // A decoy match comes first, so that only the form's own context picks the translation.
+    const std::string original = "%s\\nin formula\\n\\t%s\\nnear\\n\\t%s";
     const fs::path path = LogPath().string() + ".translations.txt";
-    test::WriteText(path, file);
+    test::WriteText(path, original + "\t\tWRONG\tMessage box \\(nothing\\)\t\n" + original +
+                              "\t\t%s IN %s NEAR %s\tMessage box \\(msg,formula,expr\\)\t\n");
     ASSERT_TRUE(SwitchToTranslationFile(CString::FromUtf8(path.string()), true, false));
-    for (const Form& form : forms) {
-        TheErrorLog().DiscardPendingMessages();
-        Run(form.formula);
-        EXPECT_EQ(OnlyReport(), std::string("Formula: ") + form.expected);
-    }
+    TheErrorLog().DiscardPendingMessages();
+    Run("1; 2 +");
+    EXPECT_EQ(OnlyReport(), "Formula: Expecting a number, string, name or (expression)\nbut found "
+                            "end of formula IN 1; 2 + NEAR 2 +");
     SwitchToTranslationFile(CString(), true, false);
     fs::remove(path);
 }
@@ -219,33 +198,17 @@ TEST_F(EvaluatorTest, ARunEndsWithTheseMessagesAndReports) {
 }
 
 TEST_F(EvaluatorTest, TheResultsOfRunsAreEmptyOrTheirValue) {
-    EXPECT_TRUE(Run("// nothing").result.IsEmpty());
-    const Outcome seven = Run("1 + 2 * 3");
-    EXPECT_EQ(seven.result.Type(), QAnyValue::TYPE_INT);
-    EXPECT_EQ(QAnyValue(seven.result).MakeInt(), 7);
     QAnyValue result(7);
     QEvaluator empty(result, FormulaText(), nullptr, false, true, false);
     EXPECT_TRUE(result.IsEmpty()) << "the constructor empties the result";
     EXPECT_TRUE(empty.Evaluate());
     EXPECT_TRUE(result.IsEmpty());
 
-    FailingEvaluator quiet(result, FormulaText("quiet()"), nullptr, false, false, false);
-    EXPECT_FALSE(quiet.Evaluate());
-    EXPECT_TRUE(quiet.IsFailed());
-    EXPECT_FALSE(quiet.IsRunning());
-
     // A no-eval run checks the syntax only.
-    QEvaluator names(result, FormulaText("nosuchname + 1"), nullptr, false, true, false);
-    EXPECT_TRUE(names.EvaluateNoEval());
-    EXPECT_TRUE(result.IsEmpty());
-    EXPECT_FALSE(names.IsNoEval()) << "the count is lowered again";
     QEvaluator broken(result, FormulaText("nosuchname +"), nullptr, false, false, false);
     EXPECT_FALSE(broken.EvaluateNoEval());
     EXPECT_TRUE(test::PendingReports().empty());
 }
-
-// ---------------------------------------------------------------------------------------------
-// Failure reporters
 
 TEST_F(EvaluatorTest, EachReporterWritesItsTextAndReturnsFalse) {
     QAnyValue result;
@@ -310,9 +273,6 @@ TEST_F(EvaluatorTest, ContextInfoHasALineForEachGuardInForceInnermostLast) {
     EXPECT_EQ(QEvaluator::ContextInfo(true).ToUtf8(), "");
 }
 
-// ---------------------------------------------------------------------------------------------
-// Process-wide state and the state of one evaluator
-
 TEST_F(EvaluatorTest, EachEvaluatorCountsItsNestingAndSetsTheReportSwitchUntilItEnds) {
     const int before = QEvaluator::NestingCount();
     QAnyValue a;
@@ -340,16 +300,13 @@ TEST_F(EvaluatorTest, EachEvaluatorCountsItsNestingAndSetsTheReportSwitchUntilIt
     EXPECT_TRUE(NoEvalReportErrors());
 }
 
-TEST_F(EvaluatorTest, ArgumentsVariablesAndTheCacheStateOfAnEvaluator) {
+TEST_F(EvaluatorTest, ArgumentsAndTheCacheStateOfAnEvaluator) {
     QAnyValue result;
     QEvaluator e(result, FormulaText("1"), nullptr, false, true, false);
     QAnyValue value;
     // Arguments are one-based and grow the array.
-    EXPECT_FALSE(e.GetArg(1, value));
     e.SetArg(3, QAnyValue(30));
     EXPECT_EQ(e.ArgCount(), 3);
-    ASSERT_TRUE(e.GetArg(3, value));
-    EXPECT_EQ(value.MakeInt(), 30);
     ASSERT_TRUE(e.GetArg(2, value));
     EXPECT_TRUE(value.IsEmpty());
     EXPECT_FALSE(e.GetArg(4, value));
@@ -357,23 +314,12 @@ TEST_F(EvaluatorTest, ArgumentsVariablesAndTheCacheStateOfAnEvaluator) {
     e.SetArg(0, QAnyValue(1));
     EXPECT_EQ(e.ArgCount(), 3) << "there is no argument 0";
 
-    // Local variables are kept by interned name.
-    EXPECT_FALSE(e.GetVar(PropId("count"), value));
-    EXPECT_FALSE(e.HasVar(PropId("count")));
-    e.SetVar(PropId("Count"), QAnyValue(4));
-    EXPECT_TRUE(e.HasVar(PropId("COUNT")));
-    ASSERT_TRUE(e.GetVar(PropId("count"), value));
-    EXPECT_EQ(value.MakeInt(), 4);
-
     // The cache state only rises.
     EXPECT_EQ(e.CacheState(), QCS_Stable);
     e.RaiseCacheState(QCS_ByAcceptor);
     e.RaiseCacheState(QCS_BySeq);
     EXPECT_EQ(e.CacheState(), QCS_ByAcceptor);
 }
-
-// ---------------------------------------------------------------------------------------------
-// The context's formula cache
 
 TEST_F(EvaluatorTest, AValueKeptByTheContextAnswersAtOnceUnlessDebugOrAction) {
     test::NamesContext context;
@@ -412,40 +358,13 @@ TEST_F(EvaluatorTest, ASuccessIsKeptByTheContextUnlessItIsAnActionOrASyntaxCheck
     EXPECT_FALSE(context.HeresAFormulaValueIPreparedEarlier(kept, state, FormulaText("40 + 2")));
 }
 
-// ---------------------------------------------------------------------------------------------
-// Helpers
-
-TEST_F(EvaluatorTest, TheContextWithANameIsTheFirstAtOrAboveThatHasOne) {
-    test::NamesContext root("Drawing");
-    test::NamesContext unnamed("Unnamed", &root);
-    test::NamesContext frame("Frame", &unnamed);
-    test::NamesContext leaf("Leaf", &frame);
-    test::NamesContext lonely("Lonely");
-    for (test::NamesContext* nameless : {&unnamed, &leaf, &lonely})
-        nameless->MakeNameless();
-    EXPECT_EQ(QEvaluator::FindContextWithName(&frame), &frame);
-    EXPECT_EQ(QEvaluator::FindContextWithName(&leaf), &frame);
-    EXPECT_EQ(QEvaluator::FindContextWithName(&unnamed), &root);
-    EXPECT_EQ(QEvaluator::FindContextWithName(nullptr), nullptr);
-    EXPECT_EQ(QEvaluator::FindContextWithName(&lonely), nullptr);
-}
-
 TEST_F(EvaluatorTest, TheReverseIntIsTheNumberThatEndsAName) {
     const std::pair<const char*, int> cases[] = {
-        {"frame12", 12},
-        {"frame", -1},
-        {"a1b", -1},
-        {"7", 7},
-        {"", -1},
-        {"door007", 7},
-        {"x99999999999", 2147483647},
+        {"frame12", 12}, {"frame", -1}, {"7", 7}, {"", -1}, {"x99999999999", 2147483647},
     };
     for (const auto& [name, expected] : cases)
         EXPECT_EQ(QEvaluator::FindReverseInt(CString(name)), expected) << name;
 }
-
-// ---------------------------------------------------------------------------------------------
-// Making evaluators
 
 TEST_F(EvaluatorTest, NewMakesEvaluatorsThroughTheInstalledFactory) {
     QAnyValue result;
@@ -458,10 +377,7 @@ TEST_F(EvaluatorTest, NewMakesEvaluatorsThroughTheInstalledFactory) {
     EXPECT_EQ(SetEvaluatorFactory(&factory), nullptr);
     std::unique_ptr<QEvaluator> derived(
         QEvaluator::New(result, FormulaText("refused()"), nullptr, true, false, true));
-    EXPECT_EQ(factory.made.size(), 1u);
     EXPECT_TRUE(derived->IsPassThrough());
-    EXPECT_TRUE(derived->IsAction());
-    EXPECT_FALSE(derived->IsReportErrors());
     EXPECT_FALSE(derived->Evaluate());
     EXPECT_EQ(derived->Message().ToUtf8(), "Error in calling function refused");
     EXPECT_EQ(SetEvaluatorFactory(nullptr), &factory);

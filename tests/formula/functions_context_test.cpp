@@ -61,13 +61,6 @@ TEST_F(FunctionsContext, ATimerCanBeCancelledByItsNumber) {
     EXPECT_FALSE(m_room.Has("lamp"));
 }
 
-TEST_F(FunctionsContext, ATimerThatRanLeavesItsNumberFree) {
-    EXPECT_EQ(ValueOf("setvaluetimed(\"light\", \"on\", 0, 9, 0)", true), "on");
-    ASSERT_TRUE(QTimerQueue::Instance().WaitUntilIdle(std::chrono::seconds(5)));
-    EXPECT_EQ(ValueOf("setvaluetimed(\"light\", 0, 0, 9, 1)", true), "No");
-    EXPECT_EQ(m_room.Text("light"), "on");
-}
-
 // The user as the system knows the account that runs the tests.
 TEST_F(FunctionsContext, UserIdTellsWhoRunsTheProgram) {
     const passwd* entry = ::getpwuid(::geteuid());

@@ -2,7 +2,6 @@
 #include "tests/support/namescontext.h"
 #include "tests/support/tempfolder.h"
 
-#include "keel/document/usertrace.h"
 #include "keel/formula/evaluator.h"
 #include "keel/formula/evaluatorfactory.h"
 #include "keel/formula/formulacontext.h"
@@ -12,7 +11,6 @@
 #include <chrono>
 #include <fcntl.h>
 #include <filesystem>
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <string>
 #include <sys/file.h>
@@ -23,7 +21,6 @@ namespace keel {
 namespace {
 
 namespace fs = std::filesystem;
-using testing::HasSubstr;
 
 using FilesContext = test::NamesContext;
 
@@ -123,11 +120,9 @@ INSTANTIATE_TEST_SUITE_P(
     testing::Values(
         ReadCase{"readfile(\"notes\")", "first\r\nsecond\r\nthird"},
         ReadCase{"readfile(\"notes\", \" | \")", "first | second | third"},
-        ReadCase{"readfile(\"data.csv\")", "1;2"},
         ReadCase{"readfile(\"\xC3\xA9t\xC3\xA9\")", "summer"}, ReadCase{"readfile(\"empty\")", ""},
-        ReadCase{"readline(\"notes\", 1)", "first"}, ReadCase{"readline(\"notes\", 3)", "third"},
-        ReadCase{"fileexists(\"notes\")", "Yes"}, ReadCase{"fileexists(\"notes.csv\")", "No"},
-        ReadCase{"filelen(\"notes\")", "20"}));
+        ReadCase{"readline(\"notes\", 3)", "third"}, ReadCase{"fileexists(\"notes\")", "Yes"},
+        ReadCase{"fileexists(\"notes.csv\")", "No"}, ReadCase{"filelen(\"notes\")", "20"}));
 
 TEST_F(FunctionsFiles, AMissingFileOrLineIsAnErrorValue) {
     const std::string missing = Path("missing.txt");
@@ -150,8 +145,6 @@ TEST_F(FunctionsFiles, ReadAndIncrementCountsFromTheNumberInTheFileOrFromZero) {
     Write("counter.txt", "  41 apples\n");
     EXPECT_EQ(Text(ValueOf("readandincrement(\"counter\")")), "41");
     EXPECT_EQ(Read("counter.txt"), "42\n");
-    EXPECT_EQ(Text(ValueOf("readandincrement(\"counter\")")), "42");
-    EXPECT_EQ(Read("counter.txt"), "43\n");
     EXPECT_EQ(Text(ValueOf("readandincrement(\"counters/new\")")), "0");
     EXPECT_EQ(Read("counters/new.txt"), "1\n");
     Write("words.txt", "none\n");
@@ -202,14 +195,6 @@ TEST_F(FunctionsFiles, CallRunsTheFileInThisContextAndGivesAFailureAsAnErrorValu
     EXPECT_NE(test::MessageOf(value), "");
 }
 
-TEST_F(FunctionsFiles, CallOfAnEmptyFileIsTracedWithEvaluations) {
-    Write("empty.txt", "");
-    const std::string trace = test::Traced(m_root / "data", 0x1 | USER_TRACE_PLAIN_LINES, [this] {
-        EXPECT_TRUE(ValueOf("call(\"empty\")").IsEmpty());
-    });
-    EXPECT_THAT(trace, HasSubstr("\tCALL EMPTY\n"));
-}
-
 TEST_F(FunctionsFiles, ListsNameFilesAndFoldersInOrder) {
     Write("b.txt", "");
     Write("a.txt", "");
@@ -218,10 +203,8 @@ TEST_F(FunctionsFiles, ListsNameFilesAndFoldersInOrder) {
     Write("other/x.txt", "");
     EXPECT_EQ(Text(ValueOf("listfilenames(\"*\")")), "a.txt|b.txt|c.vlt");
     EXPECT_EQ(Text(ValueOf("listfilenames(\"*.txt\", \", \")")), "a.txt, b.txt");
-    EXPECT_EQ(Text(ValueOf("listfilenames(\"?.vlt\")")), "c.vlt");
     EXPECT_EQ(Text(ValueOf("listfilenames(\"sub/\")")), "inner.txt");
     EXPECT_EQ(Text(ValueOf("listfoldernames(\"*\")")), "other|sub");
-    EXPECT_EQ(Text(ValueOf("listfoldernames(\"s*\", \";\")")), "sub");
     EXPECT_EQ(Text(ValueOf("listfilenames(\"nowhere/*\")")), "");
 }
 
@@ -237,7 +220,6 @@ TEST_F(FunctionsFiles, LibraryListsNameTheItemsByFilterAndType) {
     EXPECT_EQ(Text(ValueOf("librarylist(\"kitchen\")")), "sink");
     EXPECT_EQ(Text(ValueOf("librarylistbytype(\"viqx\")")), "door|drawer");
     EXPECT_EQ(Text(ValueOf("librarylistbytype(\".vlt\", \"\", \".*f\")")), "shelf");
-    EXPECT_EQ(Text(ValueOf("librarylistbytype(\"vlt\", \"\", \".*\", \" \")")), "door shelf");
 }
 
 TEST_F(FunctionsFiles, WithoutAnApplicationNamesAreInTheCurrentFolder) {

@@ -57,19 +57,7 @@ protected:
     }
 };
 
-// ---------------------------------------------------------------------------------------------
-// The known-function map
-
-TEST_F(FunctionsLogicTest, TheKnownMapHoldsTheWholeListAndTheReservedNames) {
-    for (const QBuiltinFunction& row : DatabaseFunctions().functions) {
-        EXPECT_EQ(FindBuiltinFunction(FullId(row.name)), &row) << CString(row.name).ToUtf8();
-        EXPECT_NE(row.body, nullptr) << CString(row.name).ToUtf8();
-    }
-    EXPECT_EQ(KnownFunctionCount(), 192);
-}
-
 TEST_F(FunctionsLogicTest, TheReservedNamesAreKnownAndHaveNoBodyHere) {
-    EXPECT_EQ(ApplicationFunctions().functions.size(), 26u);
     LogicContext context;
     for (const QBuiltinFunction& row : ApplicationFunctions().functions) {
         const std::string name = CString(row.name).ToUtf8();
@@ -81,13 +69,6 @@ TEST_F(FunctionsLogicTest, TheReservedNamesAreKnownAndHaveNoBodyHere) {
         EXPECT_FALSE(outcome.ok) << name;
         EXPECT_EQ(outcome.message, WrongCount(name, "one value"));
     }
-}
-
-TEST_F(FunctionsLogicTest, TheVariableArgumentFunctionsAreOutsideTheKnownMap) {
-    EXPECT_EQ(VariableArgumentFunctions().functions.size(), 16u);
-    for (const QBuiltinFunction& row : VariableArgumentFunctions().functions)
-        EXPECT_EQ(FindBuiltinFunction(FullId(row.name)), nullptr) << CString(row.name).ToUtf8();
-    EXPECT_EQ(FindBuiltinFunction(FullId("nosuchfunction")), nullptr);
 }
 
 TEST_F(FunctionsLogicTest, AnApplicationServesReservedNamesAndOtherCountsThroughItsExtras) {
@@ -113,9 +94,6 @@ TEST_F(FunctionsLogicTest, DebugDiscardsWhatWasPendingBeforeItShowsItsLookUps) {
         EXPECT_EQ(message.find("an earlier message"), std::string::npos);
 }
 
-// ---------------------------------------------------------------------------------------------
-// No arguments
-
 TEST_F(FunctionsLogicTest, RandAndRandomScaleTheGeneratorDifferently) {
     keel::srand(1);
     const int first = keel::rand();
@@ -132,9 +110,6 @@ TEST_F(FunctionsLogicTest, RandBetweenDrawsBetweenItsLimitsInOrder) {
     keel::srand(3);
     ExpectValues({{"randbetween(1, 1000)", drawn}});
 }
-
-// ---------------------------------------------------------------------------------------------
-// Conversions and tests
 
 } // namespace
 } // namespace keel

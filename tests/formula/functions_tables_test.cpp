@@ -3,23 +3,17 @@
 #include "tests/tables/memorytable.h"
 #include "tests/tables/tablefixture.h"
 
-#include "keel/document/usertrace.h"
-#include "keel/document/winapp.h"
 #include "keel/formula/builtins.h"
 #include "keel/formula/evaluator.h"
-#include "keel/formula/stringtovalue.h"
 
-#include <algorithm>
 #include <gtest/gtest.h>
 #include <memory>
-#include <sstream>
 #include <string>
 #include <vector>
 
 namespace keel {
 namespace {
 
-namespace fs = std::filesystem;
 using test::MemoryTable;
 
 using Outcome = test::Evaluation;
@@ -73,56 +67,36 @@ protected:
     QAnyValue m_t;
 };
 
-TEST_F(FunctionsTablesTest, TheGroupHoldsTheTwentySevenFunctions) {
-    EXPECT_EQ(TableFunctions().functions.size(), 27u);
-    for (const QBuiltinFunction& row : TableFunctions().functions) {
-        EXPECT_EQ(FindBuiltinFunction(FullId(row.name)), &row) << CString(row.name).ToUtf8();
-        EXPECT_NE(row.body, nullptr) << CString(row.name).ToUtf8();
-        EXPECT_FALSE(row.actionOnly) << CString(row.name).ToUtf8();
-    }
-}
-
 TEST_F(FunctionsTablesTest, ReadsByLabelsIndexesAndTests) {
     ExpectValues({
         {"lookup(\"prices\", 7, \"large\")", 4},
         {"lookup(\"nosuch\", 7, \"large\")", Error("Cannot find lookup table nosuch")},
         {"lookup(\"nosuch\", 7, \"large\", -1)", -1},
-        {"lookup(\"prices\", 7, \"large\", -1)", 4},
         {"lookup(\"prices\", 99, \"large\", -1)", NA()},
         {"lookup(t, \"B\", \"x\")", 2},
         {"lookupexact(\"prices\", 10, \"SMALL\")", 3},
         {"lookupexact(\"nosuch\", 10, \"small\", \"none\")", u"none"},
         {"lookupbyindex(\"prices\", 3, 2)", 6},
-        {"lookupbyindex(\"nosuch\", 1, 1, 0)", 0},
         {"rowcount(\"prices\")", 3},
         {"colcount(\"prices\")", 2},
-        {"colcount(cverr(\"x\"))", Error("x")},
         {"rowlabel(\"prices\", 2)", 10},
         {"collabel(\"prices\", 1)", u"small"},
         {"rowlabels(\"prices\")", u"5|10|15"},
-        {"rowlabels(nothing)", QAnyValue()},
         {"collabels(\"prices\")", u"small|large"},
         {"rowvalues(\"prices\", 10)", u"3|4"},
         {"colvalues(\"prices\", \"large\")", u"2|4|6"},
-        {"rowvaluesbyindex(\"prices\", 1)", u"1|2"},
         {"colvaluesbyindex(\"prices\", 2)", u"2|4|6"},
         {"rowlabelsforval(\"prices\", 4)", u"10"},
         {"rowlabelsforval(\"prices\", 4, false)", u"5|10|15"},
-        {"rowlabelsforval(\"prices\")", u""},
         {"rowlabelsforval(\"prices\", 4, cverr(\"f\"))", Error("f")},
         {"collabelsforval(\"prices\", 6)", u"large"},
         {"rowlabelsforcol(\"prices\", \"small\", 3)", u"10"},
-        {"rowlabelsforcol(\"prices\", \"small\", 3, false)", u"5|15"},
-        {"rowlabelsforcol(\"prices\", \"small\")", u""},
         {"collabelsforrow(\"prices\", 15, 5)", u"small"},
         {"rowlabelsforcol2(\"prices\", \"small\", 1, \"large\", 2)", u"5"},
-        {"rowlabelsforcol2(\"prices\", \"small\", 1, false, \"large\", 2, false)", u"10|15"},
-        {"rowlabelsforcol2(\"prices\", \"small\", \"large\")", u""},
         {"rowlabelsforcol2(\"prices\", \"small\", 1, cverr(\"s\"), \"large\", 2, true)",
          Error("s")},
         {"collabelsforrow2(\"prices\", 5, 1, 10, 3)", u"small"},
         {"rowvaluesfilterbyrow2(\"prices\", 5, 10, 3)", u"1"},
-        {"rowvaluesfilterbyrow2(\"prices\", 5, 10, 3, false)", u"2"},
         {"colvaluesfilterbycol2(\"prices\", \"small\", \"large\", 4)", u"3"},
         {"colvaluesfilterbycol2(\"prices\", \"small\", \"large\", 4, cverr(\"e\"))", Error("e")},
     });
@@ -161,39 +135,6 @@ TEST_F(FunctionsTablesTest, AnEditIsNeverTakenFromTheFormulaCache) {
     int cols = 0;
     ASSERT_TRUE(QLookupTable(m_t.MakeLookupTable()).ColCount(cols));
     EXPECT_EQ(cols, 3);
-}
-
-// An application with a data folder of the test's own, for the trace file.
-class TraceApp : public QWinApp {
-public:
-    CString AppName() const override { return u"Tracer"; }
-};
-
-std::vector<std::string> TextsOfLines(const std::string& file) {
-    std::vector<std::string> texts;
-    std::istringstream lines(file);
-    for (std::string line; std::getline(lines, line);) {
-        const auto tab = line.rfind('\t');
-        texts.push_back(tab == std::string::npos ? line : line.substr(tab + 1));
-    }
-    return texts;
-}
-
-TEST_F(FunctionsTablesTest, EachCallIsTracedAndAFailureToo) {
-    const fs::path home = m_folder / "home";
-    fs::create_directories(home);
-    const TraceApp app;
-    const std::vector<std::string> texts =
-        TextsOfLines(test::Traced(home, USER_TRACE_PLAIN_LINES | 0x1, [this] {
-            EXPECT_TRUE(Run("lookup(t, \"a\", \"x\")").ok);
-            EXPECT_TRUE(Run("rowlabel(t, 7)").ok);
-        }));
-    auto has = [&](const std::string& text) {
-        return std::find(texts.begin(), texts.end(), text) != texts.end();
-    };
-    EXPECT_TRUE(has("LOOKUP(" + ValueToString(m_t).ToUtf8() + ", a, x) = 1"));
-    EXPECT_FALSE(has("LOOKUP ERROR"));
-    EXPECT_TRUE(has("ROWLABEL ERROR"));
 }
 
 } // namespace

@@ -37,8 +37,6 @@ std::string Nested(const std::string& open, const std::string& core, const std::
 
 using Hardening = test::FunctionCallTest;
 
-// --- Nesting ------------------------------------------------------------------------------------
-
 struct DeepCase {
     const char* what;
     std::string formula;
@@ -79,8 +77,6 @@ TEST_F(Hardening, TheLimitFallsBetweenTheDeepestParenthesesThatFitAndOneMore) {
     EXPECT_FALSE(beyond.ok);
     EXPECT_EQ(beyond.message, "Formula nested too deeply");
 }
-
-// --- Routines running inside each other ---------------------------------------------------------
 
 constexpr const char* c_sumTo = "function(n) if n <= 0 then 0 else n + f(n - 1) endif end function";
 
@@ -125,8 +121,6 @@ TEST_F(Hardening, AFileThatCallsItselfGivesAnErrorValue) {
     EXPECT_EQ(QEvaluator::RoutineDepth(), 0);
 }
 
-// --- Number tokens ------------------------------------------------------------------------------
-
 TEST_F(Hardening, ANumberTooLargeForAWholeNumberIsANumberAndInfiniteBeyondADouble) {
     const double infinity = HUGE_VAL;
     ExpectValues({
@@ -136,8 +130,6 @@ TEST_F(Hardening, ANumberTooLargeForAWholeNumberIsANumberAndInfiniteBeyondADoubl
         {("0." + Repeated("0", 400) + "1").c_str(), QAnyValue(0.0)},
     });
 }
-
-// --- Loops of values with formulas --------------------------------------------------------------
 
 struct LoopRead {
     const char* name;
@@ -165,32 +157,6 @@ TEST_F(Hardening, EveryValueOfALoopIsARecursiveFormulaInAnyOrder) {
     }
 }
 
-TEST_F(Hardening, AValueThatReadsItselfHoldsTheReport) {
-    test::FormulaValuesRoot root;
-    QWithFormula<QAnyValue>& x = root.Set("x", "x + 1");
-    EXPECT_EQ(MessageOf(x.Value()), "Recursive formula\n\tx + 1\nin\n\tSheet");
-    EXPECT_TRUE(x.IsErrorBit());
-    EXPECT_TRUE(QWithFormula<QAnyValue>::IsRecursiveFormulaError(x.Value()));
-    EXPECT_FALSE(QWithFormula<QAnyValue>::IsRecursiveFormulaError(test::Error("Division by zero")));
-}
-
-// --- Deferred string formulas -------------------------------------------------------------------
-
-TEST_F(Hardening, AFailedDeferredStringFormulaNamesItselfAndItsWholeFormula) {
-    test::NamesContext context;
-    context.Set("u", QAnyValue(CString(u"=1 +* 2")));
-    const CallOutcome reported = Run("u", &context);
-    EXPECT_FALSE(reported.ok);
-    EXPECT_EQ(reported.message,
-              "Error evaluating deferred string formula [u], Error in value of u\n\t1 +* 2");
-
-    const test::Evaluation quiet = test::Evaluated("u", &context);
-    EXPECT_FALSE(quiet.ok);
-    EXPECT_EQ(quiet.message, "Error in value of u\n\t1 +* 2");
-}
-
-// --- Lengths from formulas ----------------------------------------------------------------------
-
 TEST_F(Hardening, ALengthTakesAFormulasValueOrStaysAsItWas) {
     struct Case {
         const char* formula;
@@ -210,8 +176,6 @@ TEST_F(Hardening, ALengthTakesAFormulasValueOrStaysAsItWas) {
         EXPECT_NEAR(length.AsDouble(QLength::LU_MM), c.mm, 1e-9) << c.formula;
     }
 }
-
-// --- fileexists and the shipped tables ----------------------------------------------------------
 
 // A source of tables whose archive holds one path.
 class ArchiveOnlySource : public QTableHandleSource {

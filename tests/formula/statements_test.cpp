@@ -84,9 +84,7 @@ using Entries = std::vector<std::string>;
 TEST_F(StatementsTables, EachStatementRunsOnTheTable) {
     const std::pair<const char*, QAnyValue> cases[] = {
         {"begin transaction vlt 'prices'", QAnyValue(true)},
-        {"begintrans vlt 'prices'", QAnyValue(true)},
         {"commit transaction vlt 'prices'", QAnyValue(true)},
-        {"committrans vlt 'prices'", QAnyValue(true)},
         {"rollback vlt 'prices'", QAnyValue(true)},
         {"reload vlt 'prices'", QAnyValue(true)},
         {"x := 'p'; begin transaction vlt x; 3", QAnyValue(3)},
@@ -98,10 +96,9 @@ TEST_F(StatementsTables, EachStatementRunsOnTheTable) {
     };
     for (const auto& [formula, expected] : cases)
         EXPECT_TRUE(Gives(formula, expected));
-    EXPECT_EQ(Journal(),
-              (Entries{"BeginTrans", "BeginTrans", "CommitTrans", "CommitTrans", "Rollback",
-                       "Reload", "BeginTrans", "UpdateExact a b 5", "UpdateExact a b 6",
-                       "UpdateByIndex 2 1 6", "UpdateByIndex 1 0 7"}));
+    EXPECT_EQ(Journal(), (Entries{"BeginTrans", "CommitTrans", "Rollback", "Reload", "BeginTrans",
+                                  "UpdateExact a b 5", "UpdateExact a b 6", "UpdateByIndex 2 1 6",
+                                  "UpdateByIndex 1 0 7"}));
 }
 
 TEST_F(StatementsTables, ReloadAllTables) {
@@ -109,14 +106,6 @@ TEST_F(StatementsTables, ReloadAllTables) {
     EXPECT_EQ(m_source.m_reloadAllCount, 1);
     EXPECT_TRUE(Action("if 0 then reload vlt * endif").ok);
     EXPECT_EQ(m_source.m_reloadAllCount, 1);
-}
-
-TEST_F(StatementsTables, NothingRunsWithEvaluationOff) {
-    EXPECT_TRUE(Action("if 0 then begintrans vlt 'p'; update vlt 'p' set cell = 1 where row "
-                       "= 1 and col = 2 endif")
-                    .ok);
-    EXPECT_TRUE(Action("rollback vlt 'p'", false).ok);
-    EXPECT_TRUE(Journal().empty());
 }
 
 TEST_F(StatementsTables, AnUnknownTableIsAnErrorValue) {

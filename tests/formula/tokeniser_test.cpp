@@ -83,19 +83,16 @@ TEST_P(TokeniserTokens, CutsTheTextIntoTheseTokens) {
 
 INSTANTIATE_TEST_SUITE_P(
     Operators, TokeniserTokens,
-    testing::Values(TokenCase{"1+2*3", {"int:1", "c:+", "int:2", "c:*", "int:3"}},
-                    TokenCase{"a>=b", {"id:a", "c:>", "c:=", "id:b"}},
-                    TokenCase{"x&&y||!z",
-                              {"id:x", "c:&", "c:&", "id:y", "c:|", "c:|", "c:!", "id:z"}},
-                    TokenCase{"#N/A", {"c:#", "id:n", "c:/", "id:a"}},
-                    TokenCase{"%1", {"c:%", "int:1"}},
-                    TokenCase{"[1,,2]", {"c:[", "int:1", "c:,", "c:,", "int:2", "c:]"}},
-                    TokenCase{" \t1\r\n+\n2 ", {"int:1", "c:+", "int:2"}},
-                    TokenCase{"a/b", {"id:a", "c:/", "id:b"}}, TokenCase{"/", {"c:/"}}));
+    testing::Values(
+        TokenCase{"1+2*3", {"int:1", "c:+", "int:2", "c:*", "int:3"}},
+        TokenCase{"a>=b", {"id:a", "c:>", "c:=", "id:b"}},
+        TokenCase{"x&&y||!z", {"id:x", "c:&", "c:&", "id:y", "c:|", "c:|", "c:!", "id:z"}},
+        TokenCase{"#N/A", {"c:#", "id:n", "c:/", "id:a"}}, TokenCase{"%1", {"c:%", "int:1"}},
+        TokenCase{"[1,,2]", {"c:[", "int:1", "c:,", "c:,", "int:2", "c:]"}},
+        TokenCase{" \t1\r\n+\n2 ", {"int:1", "c:+", "int:2"}}, TokenCase{"/", {"c:/"}}));
 
 INSTANTIATE_TEST_SUITE_P(Comments, TokeniserTokens,
                          testing::Values(TokenCase{"// nothing but a note", {}},
-                                         TokenCase{"/* nothing */", {}},
                                          TokenCase{"1 // rest\n+ 2", {"int:1", "c:+", "int:2"}},
                                          TokenCase{"1/**/2", {"int:1", "int:2"}},
                                          TokenCase{"1 /* open", {"int:1", "c:/", "c:*", "id:open"}},
@@ -106,19 +103,17 @@ INSTANTIATE_TEST_SUITE_P(
     Strings, TokeniserTokens,
     testing::Values(TokenCase{"\"abc\"", {"str:abc"}}, TokenCase{"'abc'", {"str:abc"}},
                     TokenCase{"'it''s'", {"str:it's"}}, TokenCase{"'a\"b'", {"str:a\"b"}},
-                    TokenCase{"\"\"", {"str:"}}, TokenCase{"''''", {"str:'"}},
-                    TokenCase{"\"a\\tb\"", {"str:a\tb"}}, TokenCase{"\"a\\\\b\"", {"str:a\\b"}},
+                    TokenCase{"''''", {"str:'"}}, TokenCase{"\"a\\tb\"", {"str:a\tb"}},
+                    TokenCase{"\"a\\\\b\"", {"str:a\\b"}},
                     TokenCase{"\"a\\\" & 1", {"str:a\\", "c:&", "int:1"}},
                     TokenCase{"\"/* not a comment */\"", {"str:/* not a comment */"}}));
 
 INSTANTIATE_TEST_SUITE_P(
     Money, TokeniserTokens,
     testing::Values(TokenCase{"$5", {"money:500"}}, TokenCase{"$1,234.50", {"money:123450"}},
-                    TokenCase{"$0.005", {"money:1"}}, TokenCase{"$5.", {"money:500"}},
-                    TokenCase{"$1,", {"money:100", "c:,"}},
-                    TokenCase{"$1,,2", {"money:100", "c:,", "c:,", "int:2"}},
-                    TokenCase{"$,5", {"c:$", "c:,", "int:5"}}, TokenCase{"$ 5", {"c:$", "int:5"}},
-                    TokenCase{"$.5", {"c:$", "num:0.5"}}, TokenCase{"$", {"c:$"}},
+                    TokenCase{"$5.", {"money:500"}}, TokenCase{"$1,", {"money:100", "c:,"}},
+                    TokenCase{"$ 5", {"c:$", "int:5"}}, TokenCase{"$.5", {"c:$", "num:0.5"}},
+                    TokenCase{"$", {"c:$"}},
                     // Cents are rounded from the dollars.
                     TokenCase{"$19.99 $0.125 $1,000,000.01",
                               {"money:1999", "money:13", "money:100000001"}}));
@@ -127,8 +122,8 @@ INSTANTIATE_TEST_SUITE_P(Numbers, TokeniserTokens,
                          testing::Values(TokenCase{"7", {"int:7"}}, TokenCase{"007", {"int:7"}},
                                          TokenCase{"2147483647", {"int:2147483647"}},
                                          TokenCase{"2147483648", {"num:2147483648"}},
-                                         TokenCase{"1.5", {"num:1.5"}}, TokenCase{"5.", {"num:5"}},
-                                         TokenCase{".5", {"num:0.5"}}, TokenCase{".", {"c:."}},
+                                         TokenCase{"5.", {"num:5"}}, TokenCase{".5", {"num:0.5"}},
+                                         TokenCase{".", {"c:."}},
                                          TokenCase{"..5", {"c:.", "num:0.5"}},
                                          TokenCase{"1.2.3", {"num:1.2", "num:0.3"}},
                                          TokenCase{"2x", {"int:2", "id:x"}}));
@@ -136,9 +131,8 @@ INSTANTIATE_TEST_SUITE_P(Numbers, TokeniserTokens,
 INSTANTIATE_TEST_SUITE_P(
     Fractions, TokeniserTokens,
     testing::Values(TokenCase{"6/2", {"num:3"}}, TokenCase{"1.5/2", {"num:0.75"}},
-                    TokenCase{"3 1/2", {"num:3.5"}}, TokenCase{"3   1/4", {"num:3.25"}},
-                    TokenCase{"3 4/2", {"num:5"}}, TokenCase{"3 1", {"int:3", "int:1"}},
-                    TokenCase{"2.5 1/2", {"num:3"}},
+                    TokenCase{"3   1/4", {"num:3.25"}}, TokenCase{"3 4/2", {"num:5"}},
+                    TokenCase{"3 1", {"int:3", "int:1"}},
                     TokenCase{"3 1/2 1/4", {"num:3.5", "num:0.25"}},
                     TokenCase{"3 1.5", {"int:3", "num:1.5"}}, TokenCase{"6/", {"int:6", "c:/"}},
                     TokenCase{"6/.5", {"int:6", "c:/", "num:0.5"}},
@@ -148,7 +142,6 @@ INSTANTIATE_TEST_SUITE_P(
 
 INSTANTIATE_TEST_SUITE_P(DenominatorZero, TokeniserTokens,
                          testing::Values(TokenCase{"1/0", {"c:1", "c:/", "int:0"}},
-                                         TokenCase{"1/0.0", {"c:1", "c:/", "num:0"}},
                                          TokenCase{"12/0+1",
                                                    {"c:1", "c:2", "c:/", "int:0", "c:+", "int:1"}},
                                          TokenCase{"3 1/0", {"int:3", "c:1", "c:/", "int:0"}},
@@ -160,43 +153,16 @@ INSTANTIATE_TEST_SUITE_P(
                     TokenCase{"5'6", {"len:1676.4"}}, TokenCase{"5'6\"", {"len:1676.4"}},
                     TokenCase{"5'6 1/2\"", {"len:1689.1"}},
                     TokenCase{"5' 6\"", {"len:1524", "len:152.4"}},
-                    TokenCase{"5.5'", {"len:1676.4"}}, TokenCase{"2.5\"", {"len:63.5"}},
-                    TokenCase{"1/2\"", {"len:12.7"}}, TokenCase{"3 1/2\"", {"len:88.9"}},
-                    TokenCase{".5\"", {"len:12.7"}}, TokenCase{"5'abc", {"len:1524", "id:abc"}}));
+                    TokenCase{"5.5'", {"len:1676.4"}}, TokenCase{"1/2\"", {"len:12.7"}},
+                    TokenCase{"3 1/2\"", {"len:88.9"}}, TokenCase{".5\"", {"len:12.7"}},
+                    TokenCase{"5'abc", {"len:1524", "id:abc"}}));
 
 INSTANTIATE_TEST_SUITE_P(Names, TokeniserTokens,
                          testing::Values(TokenCase{"tokWidth", {"id:tokwidth"}},
-                                         TokenCase{"_x1", {"id:_x1"}},
                                          TokenCase{"a.b", {"id:a", "c:.", "id:b"}},
                                          TokenCase{"a[2]", {"id:a", "c:[", "int:2", "c:]"}},
                                          TokenCase{"caf\xc3\xa9", {"id:caf\xc3\xa9"}},
-                                         TokenCase{"a-b", {"id:a", "c:-", "id:b"}},
                                          TokenCase{"@x", {"c:@", "id:x"}}));
-
-TEST(TokeniserTokenKinds, EachKindAnswersOnlyForItselfAndKnowsWhereItStarts) {
-    QTokenStream stream{FormulaText("+ tokKindName 'text'")};
-    ASSERT_TRUE(stream.Create(true));
-    const QToken& character = *stream.GetToken(0);
-    const QToken& name = *stream.GetToken(1);
-    const QToken& value = *stream.GetToken(2);
-    EXPECT_TRUE(character.IsChar() && !character.IsId() && !character.IsValue());
-    EXPECT_TRUE(name.IsId() && !name.IsChar() && !name.IsValue());
-    EXPECT_TRUE(value.IsValue() && !value.IsChar() && !value.IsId());
-    for (const QToken* token : {&character, &name, &value})
-        EXPECT_FALSE(token->Empty());
-    EXPECT_EQ(name.Char(), u'\0');
-    EXPECT_EQ(value.Char(), u'\0');
-    EXPECT_TRUE(character.Id().IsEmpty());
-    EXPECT_TRUE(value.Id().IsEmpty());
-    EXPECT_TRUE(character.Value().IsEmpty());
-    EXPECT_TRUE(name.Value().IsEmpty());
-    EXPECT_EQ(name.Id(), PropId("TOKKINDNAME"));
-
-    const QToken base(4);
-    EXPECT_TRUE(base.Empty());
-    EXPECT_FALSE(base.IsChar() || base.IsId() || base.IsValue());
-    EXPECT_EQ(base.Cursor(), 4);
-}
 
 TEST(TokeniserTokenKinds, CursorIsTheOffsetOfTheFirstCharacterInTheTrimmedText) {
     QTokenStream stream{FormulaText("ab + 'x' /* c */ $1,000 5'6 .5")};
@@ -218,8 +184,7 @@ TEST(TokeniserNumbers, FeetAreTwelveInchesAndDecimalsTheNearestDouble) {
     EXPECT_EQ(QAnyValue(stream.GetToken(0)->Value()).MakeLength().GetRaw(),
               60 * 25.400000000000002);
     EXPECT_EQ(QAnyValue(stream.GetToken(1)->Value()).MakeLength().GetRaw(), 25.400000000000002);
-    for (const char* literal : {"0.1", "0.3", "1.1", "2.675", "123.456", "9.999999999999999",
-                                "0.000001", "1234567.891"}) {
+    for (const char* literal : {"0.1", "2.675", "9.999999999999999", "1234567.891"}) {
         QTokenStream decimal{FormulaText(literal)};
         ASSERT_TRUE(decimal.Create(true));
         EXPECT_EQ(QAnyValue(decimal.GetToken(0)->Value()).MakeDouble(),
@@ -227,8 +192,6 @@ TEST(TokeniserNumbers, FeetAreTwelveInchesAndDecimalsTheNearestDouble) {
             << literal;
     }
 }
-
-// --- Escapes -------------------------------------------------------------------------------------
 
 struct EscapeCase {
     const char16_t* text;
@@ -244,9 +207,8 @@ TEST_P(TokeniserEscapes, UnquotesBackslashSequences) {
 
 INSTANTIATE_TEST_SUITE_P(
     Sequences, TokeniserEscapes,
-    testing::Values(EscapeCase{u"plain text", u"plain text"}, EscapeCase{u"a\\\\b", u"a\\b"},
-                    EscapeCase{u"\\n", u"\n"}, EscapeCase{u"\\r", u"\r"}, EscapeCase{u"\\t", u"\t"},
-                    EscapeCase{u"1\\n2\\t3", u"1\n2\t3"}, EscapeCase{u"\\q", u"\\q"},
+    testing::Values(EscapeCase{u"a\\\\b", u"a\\b"}, EscapeCase{u"\\n", u"\n"},
+                    EscapeCase{u"\\t", u"\t"}, EscapeCase{u"\\q", u"\\q"},
                     EscapeCase{u"\\N", u"\\N"}, EscapeCase{u"\\\"", u"\\\""},
                     EscapeCase{u"end\\", u"end\\"}, EscapeCase{u"\\", u"\\"},
                     // One pass: the escaped backslash does not start a further sequence.
@@ -265,8 +227,6 @@ TEST(TokeniserEscapesFlag, WithoutEscapesTheBackslashesStayButTheTokeniserAlways
     EXPECT_EQ(value.MakeCString().ToUtf8(), "tokEscape\tline\n");
 }
 
-// --- Failures ------------------------------------------------------------------------------------
-
 struct FailureCase {
     const char16_t* formula;
     const char16_t* message;
@@ -283,9 +243,7 @@ TEST_P(TokeniserFailures, StopsWithThisMessage) {
 INSTANTIATE_TEST_SUITE_P(Quotes, TokeniserFailures,
                          testing::Values(FailureCase{u"'abc", u"Mismatched quotes"},
                                          FailureCase{u"\"abc'", u"Mismatched quotes"},
-                                         FailureCase{u"'it''", u"Mismatched quotes"},
                                          FailureCase{u"\"unit\x1f\"", u"Mismatched quotes"},
-                                         FailureCase{u"1 + '", u"Mismatched quotes"},
                                          FailureCase{u"\"a\\\"b\"", u"Mismatched quotes"},
                                          FailureCase{u"5'6 '", u"Mismatched quotes"}));
 
@@ -293,34 +251,6 @@ TEST(TokeniserFailuresText, ASpaceIsTheLowestCharacterAStringMayHold) {
     QTokenStream stream{FormulaText("\" \x7f\"")};
     EXPECT_TRUE(stream.Create(true));
     EXPECT_EQ(DescribeAll(stream), std::vector<std::string>{"str: \x7f"});
-}
-
-// Token by token: the error each leaves, and where the input stands after it.
-TEST(TokeniserFailuresText, EachTokenSetsOrEmptiesTheError) {
-    QTokenInput failed(FormulaText("1/0"), true);
-    CString error;
-    QSmartPtr<QToken> first(failed.GetNewToken(error));
-    ASSERT_TRUE(first);
-    EXPECT_EQ(first->Char(), u'1');
-    EXPECT_EQ(error.ToUtf8(), "Denominator zero in fraction");
-    QSmartPtr<QToken> second(failed.GetNewToken(error));
-    ASSERT_TRUE(second);
-    EXPECT_EQ(second->Char(), u'/');
-    EXPECT_EQ(error.ToUtf8(), "") << "the next token empties the error of a failed number";
-
-    QTokenInput last(FormulaText("7"), true);
-    error = u"earlier";
-    QSmartPtr<QToken> seven(last.GetNewToken(error));
-    ASSERT_TRUE(seven);
-    EXPECT_EQ(error.ToUtf8(), "");
-    EXPECT_EQ(last.GetNewToken(error), nullptr);
-    EXPECT_EQ(error.ToUtf8(), "");
-
-    // A number that is no fraction ends before the space.
-    QTokenInput three(FormulaText("3 1 x"), true);
-    QSmartPtr<QToken> token(three.GetNewToken(error));
-    EXPECT_EQ(error.ToUtf8(), "");
-    EXPECT_EQ(three.Cursor(), 1);
 }
 
 std::u16string Repeated(std::u16string_view unit, int count) {
@@ -361,17 +291,6 @@ bool Uncached(const FormulaText& formula) {
     return index >= QTokeniser::c_tokenstreams.GetCount() || !QTokeniser::c_tokenstreams[index];
 }
 
-TEST(TokeniserLength, ALongerFormulaFailsThroughTheTokeniserAndIsNotCached) {
-    const CString longer(std::u16string_view(u"tokLong+" + Repeated(u"x", 40000)));
-    QTokeniser tokeniser{FormulaText(longer)};
-    CString error;
-    EXPECT_FALSE(tokeniser.Create(error));
-    EXPECT_EQ(tokeniser.Stream(), nullptr);
-    EXPECT_TRUE(Uncached(tokeniser.Formula()));
-}
-
-// --- Fragments of the text -----------------------------------------------------------------------
-
 TEST(TokeniserFragments, BetweenAndThisCharPlusRunFromTheTokenCutToTheLongestLength) {
     // Tokens: 0 alpha, 1 +, 2 beta, 3 *, 4 gamma, 5 -, 6 delta, 7 /, 8 epsilon.
     QTokenStream stream{FormulaText("alpha + beta * gamma - delta / epsilon")};
@@ -385,9 +304,7 @@ TEST(TokeniserFragments, BetweenAndThisCharPlusRunFromTheTokenCutToTheLongestLen
         // To the token after the last, or to the end after the last token.
         {0, 0, 20, "alpha "},
         {2, 4, 20, "beta * gamma "},
-        {8, 8, 20, "epsilon"},
         {6, 30, 20, "delta / epsilon"},
-        {0, 8, 20, "alpha + beta * gamma"},
         {0, 4, 19, "alpha + beta * gamm"},
         {0, 8, 0, ""},
         // Empty past the end or backwards.
@@ -403,7 +320,6 @@ TEST(TokeniserFragments, BetweenAndThisCharPlusRunFromTheTokenCutToTheLongestLen
         const char* plus;
     } onward[] = {
         {0, 20, "alpha + beta * gamma"},
-        {6, 20, "delta / epsilon"},
         {8, 3, "eps"},
         {9, 20, ""},
     };
@@ -415,26 +331,6 @@ TEST(TokeniserFragments, BetweenAndThisCharPlusRunFromTheTokenCutToTheLongestLen
     EXPECT_EQ(comments.FormulaStringBetween(0, 0, 20).ToUtf8(), "1 /* one */ ");
     EXPECT_EQ(comments.ThisCharPlus(1, 20).ToUtf8(), "+ 2");
 }
-
-TEST(TokeniserFragments, TheTokeniserCutsAtTwentyByDefault) {
-    QTokeniser tokeniser{FormulaText("tokFragment + 123456789 + 987654321")};
-    CString error;
-    ASSERT_TRUE(tokeniser.Create(error));
-    EXPECT_EQ(tokeniser.ThisCharPlus().ToUtf8(), "tokFragment + 123456");
-    tokeniser.NextToken();
-    EXPECT_EQ(tokeniser.ThisCharPlus().ToUtf8(), "+ 123456789 + 987654");
-    EXPECT_EQ(tokeniser.FormulaStringBetween(0, 4).ToUtf8(), "tokFragment + 123456");
-    EXPECT_EQ(tokeniser.FormulaStringBetween(0, 1).ToUtf8(), "tokFragment + ");
-
-    // A division-by-zero literal is found whole at the start.
-    QTokeniser zero{FormulaText("1/0")};
-    ASSERT_TRUE(zero.Create(error));
-    EXPECT_EQ(error.ToUtf8(), "");
-    EXPECT_TRUE(zero.TestChar(u'1'));
-    EXPECT_EQ(zero.ThisCharPlus().ToUtf8(), "1/0");
-}
-
-// --- Matching ------------------------------------------------------------------------------------
 
 class TokeniserMatching : public testing::Test {
 protected:
@@ -449,7 +345,7 @@ protected:
     const PropId m_and{"and"};
 };
 
-TEST_F(TokeniserMatching, TestLooksMatchMovesOnParseGivesTheContentAndKindsDoNotMix) {
+TEST_F(TokeniserMatching, TestLooksMatchMovesOnAndKindsDoNotMix) {
     // The kinds do not match each other.
     EXPECT_FALSE(m_tokeniser.TestChar(u't'));
     char16_t character = 0;
@@ -474,18 +370,6 @@ TEST_F(TokeniserMatching, TestLooksMatchMovesOnParseGivesTheContentAndKindsDoNot
     EXPECT_FALSE(m_tokeniser.MatchChar(u'<'));
     EXPECT_TRUE(m_tokeniser.MatchChar(u'>'));
     EXPECT_EQ(m_tokeniser.SaveCursor(), 2);
-
-    m_tokeniser.RestoreCursor(0);
-    ASSERT_TRUE(m_tokeniser.ParseId(id));
-    EXPECT_EQ(id, m_a);
-    ASSERT_TRUE(m_tokeniser.ParseChar(character));
-    EXPECT_EQ(character, u'>');
-    ASSERT_TRUE(m_tokeniser.ParseChar(character));
-    EXPECT_EQ(character, u'=');
-    ASSERT_TRUE(m_tokeniser.ParseValue(value));
-    EXPECT_EQ(value.MakeInt(), 3);
-    EXPECT_EQ(m_tokeniser.SaveCursor(), 4);
-    EXPECT_TRUE(m_tokeniser.MatchId(PropId("AND")));
 }
 
 TEST_F(TokeniserMatching, PairsAreTwoSuccessiveTokensAndNothingMatchesAtTheEnd) {
@@ -509,15 +393,6 @@ TEST_F(TokeniserMatching, PairsAreTwoSuccessiveTokensAndNothingMatchesAtTheEnd) 
     m_tokeniser.RestoreCursor(6);
     EXPECT_FALSE(m_tokeniser.MatchIdPair(m_b, m_b));
     EXPECT_EQ(m_tokeniser.SaveCursor(), 6);
-
-    // MatchIdWithToken uses the token given.
-    m_tokeniser.RestoreCursor(4);
-    const QToken* token = m_tokeniser.ThisToken();
-    EXPECT_FALSE(m_tokeniser.MatchIdWithToken(m_b, token));
-    EXPECT_FALSE(m_tokeniser.MatchIdWithToken(m_and, nullptr));
-    EXPECT_EQ(m_tokeniser.SaveCursor(), 4);
-    EXPECT_TRUE(m_tokeniser.MatchIdWithToken(m_and, token));
-    EXPECT_EQ(m_tokeniser.SaveCursor(), 5);
 
     // Nothing matches at the end.
     m_tokeniser.RestoreCursor(6);
@@ -548,48 +423,11 @@ TEST_F(TokeniserMatching, SaveRestoreCursorPutsThePositionBack) {
     EXPECT_EQ(m_tokeniser.SaveCursor(), 1);
 }
 
-TEST(TokeniserIterator, AnIteratorIsEmptyWithoutAStreamAndCreateStartsAtTheFirstToken) {
-    QTokenStreamIterator iterator;
-    EXPECT_TRUE(iterator.IsEmpty());
-    EXPECT_TRUE(iterator.PastEOF());
-    EXPECT_EQ(iterator.ThisToken(), nullptr);
-    EXPECT_EQ(iterator.ThisCharPlus(20).ToUtf8(), "");
-    EXPECT_EQ(iterator.FormulaStringBetween(0, 0, 20).ToUtf8(), "");
-
-    QSmartPtr<QTokenStream> stream(new QTokenStream(FormulaText("tokIter + 1")));
-    ASSERT_TRUE(stream->Create(true));
-    iterator.Create(stream);
-    iterator.NextToken();
-    iterator.Create(stream);
-    EXPECT_EQ(iterator.SaveCursor(), 0);
-    EXPECT_EQ(iterator.Stream(), stream.Get());
-    EXPECT_TRUE(iterator.ThisToken()->IsId());
-    EXPECT_EQ(iterator.ThisCharPlus(20).ToUtf8(), "tokIter + 1");
-}
-
-// --- The token cache -----------------------------------------------------------------------------
-
 QSmartPtr<QTokenStream> StreamOf(const char* formula) {
     QTokeniser tokeniser{FormulaText(formula)};
     CString error;
     EXPECT_TRUE(tokeniser.Create(error)) << formula;
     return tokeniser.Stream();
-}
-
-TEST(TokeniserCache, TextsThatDifferInCaseShareOneStreamAndCreateStartsAtTheBeginning) {
-    const QSmartPtr<QTokenStream> first = StreamOf("tokCacheA+b");
-    const QSmartPtr<QTokenStream> second = StreamOf("TOKCACHEa+B");
-    ASSERT_TRUE(first);
-    EXPECT_EQ(first.Get(), second.Get());
-    EXPECT_EQ(QTokeniser::c_tokenstreams[FormulaText("tokcachea+b").UniqueId()].Get(), first.Get());
-
-    QTokeniser tokeniser{FormulaText("tokCacheStart * 2")};
-    CString error(u"left over");
-    ASSERT_TRUE(tokeniser.Create(error));
-    EXPECT_EQ(error.ToUtf8(), "");
-    EXPECT_EQ(tokeniser.SaveCursor(), 0);
-    EXPECT_FALSE(tokeniser.IsEmpty());
-    EXPECT_EQ(tokeniser.Stream()->Count(), 3);
 }
 
 TEST(TokeniserCache, ForceRetokeniseDropsTheStreamOfACachedIndexOnly) {
@@ -646,14 +484,6 @@ TEST(TokeniserCache, AnEmptyFormulaGetsAFreshStreamEachTimeAndCommentsAloneAnEmp
     ASSERT_TRUE(note.Create(error));
     EXPECT_TRUE(note.IsEmpty());
     EXPECT_EQ(note.Stream()->Count(), 0);
-}
-
-TEST(TokeniserCache, ForgetAllTokenStreamsEmptiesTheCache) {
-    const QSmartPtr<QTokenStream> before = StreamOf("tokCacheForget");
-    QTokeniser::ForgetAllTokenStreams();
-    EXPECT_EQ(QTokeniser::c_tokenstreams.GetCount(), 0);
-    const QSmartPtr<QTokenStream> after = StreamOf("tokCacheForget");
-    EXPECT_NE(before.Get(), after.Get());
 }
 
 } // namespace
