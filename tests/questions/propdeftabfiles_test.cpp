@@ -103,14 +103,11 @@ TEST_F(QuestionFileTest, EachLegacyFixtureIsReadWithTheOlderConversions) {
     }
 }
 
+// How the bytes are decoded is the text file's own rule; here a question file reaches it.
 TEST_F(QuestionFileTest, BytesThatAreNotUtf8AreReadInTheWesternCodePage) {
-    // UTF-8, UTF-8 after its byte order mark, and the Western code page.
-    for (const char* name : {"Caf\xc3\xa9", "\xef\xbb\xbf[group]\tCaf\xc3\xa9", "Caf\xe9"}) {
-        const std::string line = name[0] == 'C' ? std::string("[group]\t") + name : name;
-        QPropDefTabGroupSet set;
-        ASSERT_TRUE(set.ReadFromFile(Written("coded.viq", line + "\n[tab]\tT\n")));
-        EXPECT_EQ(set.GetAt(0)->Name(), CString(u"Caf\u00e9")) << line;
-    }
+    QPropDefTabGroupSet set;
+    ASSERT_TRUE(set.ReadFromFile(Written("coded.viq", "[group]\tCaf\xe9\n[tab]\tT\n")));
+    EXPECT_EQ(set.GetAt(0)->Name(), CString(u"Caf\u00e9"));
 }
 
 // A malformed file: what is reported, and that the load is given up whole.
