@@ -149,10 +149,6 @@ Bytes PropBytes(const std::u16string& key, const Bytes& value, const std::u16str
     return Concat({WideString(key), value, WideString(formula), {flags}});
 }
 
-Bytes PropStored(const QProp& prop) {
-    return Stored([&](CArchive& archive) { archive << prop; });
-}
-
 Bytes BagStored(QProperties& bag) {
     return Stored([&](CArchive& archive) { bag.Serialize(archive); });
 }
@@ -273,21 +269,6 @@ TEST(PropSpecification, WhatMakesTwoPropertiesTheSameAndHashesAlike) {
             EXPECT_EQ(c.first.HashKeyCalc(), c.second.HashKeyCalc()) << c.what;
         }
     }
-}
-
-// Their round trip is the bag's, which holds every flag, a formula and a description.
-TEST(PropArchive, TheBytesOfAProperty) {
-    QProp described(PropId("archDepth"), QWithFormula<QAnyValue>(nullptr, QAnyValue(5)),
-                    QStringUnique("Depth"));
-    described.SetIsFromTemplate(true);
-    described.SetValueWithFormula(QAnyValue(5), FormulaText());
-    described.SetIsFromTemplate(false);
-    described.SetIsFromLibrary(true);
-    EXPECT_EQ(PropStored(described),
-              Concat({PropBytes(u"archDepth", IntValue(5), u"", 0x02 | 0x04 | 0x08),
-                      WideString(u"Depth")}));
-    EXPECT_EQ(PropStored(MakeProp("archWidth", 0, "archDepth * 2")),
-              PropBytes(u"archWidth", IntValue(0), u"archDepth * 2", 0x00));
 }
 
 TEST(PropArchive, ReadingOldSchemas) {
@@ -868,12 +849,16 @@ TEST_F(PropertiesCleanupTest, TargetFormulasAndProtectKeysAreExpressionsOverLowe
     EXPECT_EQ(KeysOf(bag), (Keys{"KeepMe", "EXACT", "tgtInside", "tgtOther"}));
 }
 
+// Each answer keeps key, value, formula, a byte of flags (template, library, description,
+// edited) and the description when it has one.
 TEST(PropertiesArchive, TheBytesOfABagAndTheirRoundTrip) {
-    QProperties bag = Bag({{"bagFirst", 1}});
+    QProperties bag = Bag({{"bagFirst", 0}});
+    bag.SetIsFromLibrary(PropId("bagFirst"), true);
+    bag.SetPropertyValue(PropId("bagFirst"), QAnyValue(1));
     bag.SetPropertyValueWithFormula(PropId("bagSecond"), QAnyValue(u"x"), FormulaText("bagFirst"));
     bag.SetPropertyDesc(PropId("bagSecond"), QStringUnique("second"));
     EXPECT_EQ(BagStored(bag), Concat({{0x02, 0x00},
-                                      PropBytes(u"bagFirst", IntValue(1), u"", 0x00),
+                                      PropBytes(u"bagFirst", IntValue(1), u"", 0x02 | 0x08),
                                       PropBytes(u"bagSecond", StringValue(u"x"), u"bagFirst", 0x04),
                                       WideString(u"second")}));
 
@@ -894,15 +879,10 @@ TEST(PropertiesArchive, TheBytesOfABagAndTheirRoundTrip) {
 // An old bag hands its schema down to each answer it reads.
 TEST(PropertiesArchive, AnOldSchemaBagByHand) {
     const Bytes bytes =
-        Concat({{0x02, 0x00},
-                PropBytes(u"oldText", StringValue(u":  oldLen * 2 "), u"", 0x01 | 0x08),
-                PropBytes(u"oldFormula", IntValue(4), u"2 * 2", 0x02 | 0x04),
-                WideString(u"four")});
+        Concat({{0x01, 0x00}, PropBytes(u"oldText", StringValue(u":  oldLen * 2 "), u"", 0x00)});
     QProperties loaded;
     Load(bytes, 108, loaded);
-    EXPECT_EQ(KeysOf(loaded), (Keys{"oldText", "oldFormula"}));
     EXPECT_EQ(StoredValue(loaded, "oldText"), QAnyValue(u":oldLen * 2"));
-    EXPECT_EQ(DescOf(loaded, "oldFormula"), "four");
 }
 
 TEST(PropertiesArchive, LoadingRelinksEveryAnswerAndAReferenceLeavesOutWhatItGivesAnyway) {
