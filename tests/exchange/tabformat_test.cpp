@@ -73,6 +73,8 @@ TEST(NameValueFormulaStringTest, ShortenedCutsEachPartLongerThan254) {
               exact + u"\t1\t");
     EXPECT_EQ(QExport_NameValueFormulaString(over, QAnyValue(1), FormulaText(), true),
               Repeated(u'n', 251) + u"...\t1\t");
+    EXPECT_EQ(QExport_NameValueFormulaString(over, QAnyValue(1), FormulaText(), false),
+              over + u"\t1\t");
     // A string value is quoted: it keeps a closing quote after the dots.
     const CString shortValue = QExport_NameValueFormulaString(
         CString(u"s"), QAnyValue(Repeated(u'x', 300)), FormulaText(), true);

@@ -258,6 +258,7 @@ TEST(XMLNode, ChildrenAreAddedFoundCountedAndRemoved) {
     EXPECT_TRUE(comment.IsEmpty());
 
     EXPECT_FALSE(root->RemoveNode(u"a", 2));
+    EXPECT_FALSE(root->RemoveNode(u"a", -1));
     EXPECT_FALSE(root->RemoveNode(u"..", 0));
     EXPECT_TRUE(root->RemoveNode(u"a", 1));
     EXPECT_TRUE(root->RemoveNode(u"comment()", 0));

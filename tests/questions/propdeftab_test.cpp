@@ -18,6 +18,7 @@ TEST(QPropDefTabColumns, ANewTabHasSixFillColumnsAndOutOfRangeIsFill) {
     ASSERT_EQ(tab.ColumnCount(), 6);
     tab.SetColumnSize(0, {Col::Fixed, 120});
     EXPECT_EQ(tab.ColumnSize(-1), Col());
+    EXPECT_EQ(tab.ColumnSize(99), Col());
     tab.SetColumnSize(6, {Col::Fixed, 7});
     EXPECT_EQ(tab.ColumnCount(), 6) << "setting out of range does nothing";
     tab.SetColumnCount(8);
@@ -63,6 +64,7 @@ TEST(QPropDefTabGroupNames, TheFirstFreeNumberOfTheFamilyIsGiven) {
         {{}, "T"},
         {{"T 2"}, "T"},
         {{"T", "T 3"}, "T 2"},
+        {{"T", "T 2", "T 3", "T 4"}, "T 5"},
         {{"T", "T 1"}, "T 2"},
         {{"T", "T 02", "T  2", "T 2x", "T2", "t 2", "T 2 "}, "T 2"},
         {{"T", "T 2", "T 99999999999999999999"}, "T 3"},
@@ -144,6 +146,10 @@ TEST(QPropDefTabEquality, EachFieldOfATabCounts) {
         {"on show", [](QPropDefTab& t) { t.SetOnShow(FormulaText(u"1")); }},
         {"template", [](QPropDefTab& t) { t.SetIsFromTemplate(true); }},
         {"library", [](QPropDefTab& t) { t.SetIsFromLibrary(true); }},
+        {"first column",
+         [](QPropDefTab& t) {
+             t.SetColumnSize(0, {Col::Percent, 0});
+         }},
         {"last column",
          [](QPropDefTab& t) {
              t.SetColumnSize(5, {Col::Fixed, 1});
@@ -275,6 +281,9 @@ TEST_F(QPropDefTabMergeTest, ASetAddsNewGroupsMergesKnownOnesAndTakesTheWidth) {
     EXPECT_TRUE(target.Lookup(u"Known")->GetAt(1)->IsFromTemplate());
     EXPECT_FALSE(target.Lookup(u"Known")->GetAt(0)->IsFromTemplate()) << "untouched";
     EXPECT_EQ(target.MinimumWidth(), 320);
+    QPropDefTabGroupSet library;
+    library.Merge(&source, MERGE_OVERWRITE, false, true, true);
+    EXPECT_TRUE(library.Lookup(u"Fresh")->GetAt(0)->IsFromLibrary());
 }
 
 TEST_F(QPropDefTabMergeTest, TheGroupClipboardMergesIntoTheNamedOrTheCurrentGroup) {
