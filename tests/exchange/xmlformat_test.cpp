@@ -34,9 +34,6 @@ TEST(XMLTypedValue, ConvertsByTypeNameOrStaysAString) {
     const Case cases[] = {
         {u"12", u"Whole Number", QAnyValue::TYPE_INT},
         {u"12", u"whole number", QAnyValue::TYPE_INT},
-        {u"2.5", u"Number", QAnyValue::TYPE_DOUBLE},
-        {u"1234.5", u"Length", QAnyValue::TYPE_LENGTH},
-        {u"Yes", u"Yes or No", QAnyValue::TYPE_BOOL},
         {u"", u"<none>", QAnyValue::TYPE_EMPTY},
         {u"abc", u"Whole Number", QAnyValue::TYPE_STRING},
         {u"12", u"Bogus", QAnyValue::TYPE_STRING},
@@ -218,7 +215,6 @@ TEST_F(XmlFormatTest, LeftoversAndUnparsableFilesAreReported) {
     }
 }
 
-// A selection writes the root and the chosen group with everything below it.
 TEST_F(XmlFormatTest, SelectionWritesTheChosenGroupWithEverythingBelowIt) {
     FakeTree tree;
     PopulateSampleTree(tree);

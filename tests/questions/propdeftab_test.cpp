@@ -195,7 +195,6 @@ TEST(QPropDefTabEquality, GroupsAndSetsMatchByNameInAnyOrder) {
 
 class QPropDefTabMergeTest : public ErrorReportsTest {};
 
-// What a merge leaves of a tab that both groups hold, by strategy and answer.
 TEST_F(QPropDefTabMergeTest, ATabIsReplacedWholeByStrategyOrNotAtAll) {
     const struct {
         QMergeResolutionStrategy strategy;

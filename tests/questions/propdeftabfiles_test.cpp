@@ -110,7 +110,6 @@ TEST_F(QuestionFileTest, BytesThatAreNotUtf8AreReadInTheWesternCodePage) {
     EXPECT_EQ(set.GetAt(0)->Name(), CString(u"Caf\u00e9"));
 }
 
-// A malformed file: what is reported, and that the load is given up whole.
 TEST_F(QuestionFileTest, EachMalformedFileIsReportedAndUnwindsTheLoad) {
     const struct {
         const char* bytes;

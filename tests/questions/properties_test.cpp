@@ -876,8 +876,7 @@ TEST(PropertiesArchive, TheBytesOfABagAndTheirRoundTrip) {
     EXPECT_EQ(BagStored(loaded), bytes);
 }
 
-// An old bag hands its schema down to each answer it reads.
-TEST(PropertiesArchive, AnOldSchemaBagByHand) {
+TEST(PropertiesArchive, AnOldBagHandsItsSchemaToEachAnswer) {
     const Bytes bytes =
         Concat({{0x01, 0x00}, PropBytes(u"oldText", StringValue(u":  oldLen * 2 "), u"", 0x00)});
     QProperties loaded;
