@@ -367,13 +367,6 @@ TEST_F(QPropDefTranslationTest, FormulasHaveTheirStringsTranslatedAndOtherTextsT
     EXPECT_EQ(translated.Tooltip(), CString(u"=\"Profond\""));
     QPropDef noQuestion = LoadAt<QPropDef>(archived(""), 110);
     EXPECT_EQ(noQuestion.Tooltip(), CString(u"=\"Deep\"")) << "without a question nothing is";
-    const std::string path = Path("line.viq");
-    WriteFileBytes(path, "w\tWidth\t\t\t\t\t\t\t\t\t\t\tDeep\n");
-    CStdioFileEx file(CString::FromUtf8(path), CFile::modeRead | CFile::typeText);
-    QPropDef line;
-    ASSERT_TRUE(line.ReadFromLegacyQIQFile(&file, {}, {}));
-    EXPECT_EQ(line.Question(), CString(u"Largeur"));
-    EXPECT_EQ(line.Tooltip(), CString(u"Profond"));
 }
 
 } // namespace

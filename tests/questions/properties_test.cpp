@@ -905,16 +905,7 @@ TEST(PropertiesArchive, LoadingRelinksEveryAnswerAndAReferenceLeavesOutWhatItGiv
     EXPECT_EQ(bag.PropertyCount(), 2);
 }
 
-struct CrystalCalls {
-    static inline void* job = nullptr;
-    static inline std::vector<std::string> calls;
-    static void Set(void* theJob, const CString& name, const CString& formula) {
-        job = theJob;
-        calls.push_back(name.ToUtf8() + " " + formula.ToUtf8());
-    }
-};
-
-TEST(PropertiesDump, OneLineAnAnswerAndReportFormulasInOrderAndEvaluated) {
+TEST(PropertiesDump, OneLineAnAnswer) {
     QProperties bag = Bag({{"dumpWidth", 5}});
     bag.SetPropertyValueWithFormula(PropId("dumpArea"), QAnyValue(4), FormulaText("2*2"));
     QArray<CString> lines;
@@ -924,16 +915,6 @@ TEST(PropertiesDump, OneLineAnAnswerAndReportFormulasInOrderAndEvaluated) {
     EXPECT_EQ(lines[0].ToUtf8(), "before");
     EXPECT_EQ(lines[1].ToUtf8(), "\t\t0 dumpWidth\t5\t");
     EXPECT_EQ(lines[2].ToUtf8(), "\t\t1 dumpArea\t4\t2*2");
-
-    AnswerDocument document;
-    document.SetPropertyValue(PropId("crysName"), QAnyValue(u"say \"hi\""));
-    document.SetPropertyValueWithFormula(PropId("crysCount"), QAnyValue(0), FormulaText("1 + 2"));
-    int job = 0;
-    CrystalCalls::calls.clear();
-    document.Answers().SetCrystalFormulas(&job, &CrystalCalls::Set);
-    EXPECT_EQ(CrystalCalls::job, &job);
-    EXPECT_EQ(CrystalCalls::calls,
-              (std::vector<std::string>{"crysName \"say \"\"hi\"\"\"", "crysCount 3"}));
 }
 
 } // namespace
