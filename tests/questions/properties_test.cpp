@@ -18,7 +18,6 @@
 
 #include <cstdint>
 #include <filesystem>
-#include <functional>
 #include <gtest/gtest.h>
 #include <string>
 #include <unistd.h>
@@ -37,8 +36,6 @@ using test::Stored;
 using test::WideString;
 using Keys = std::vector<std::string>;
 using Notices = std::vector<std::string>;
-
-// --- Contexts that own answers -----------------------------------------------------------------
 
 // The root of a tree that writes down every notice it hears and counts on once per change.
 class RecordingRoot : public AnswerContext {
@@ -83,8 +80,6 @@ private:
     bool m_automated;
     bool m_messages;
 };
-
-// --- Helpers ------------------------------------------------------------------------------------
 
 QAnyValue StoredValue(const QProperties& bag, const char* key) {
     QAnyValue value;
@@ -154,10 +149,6 @@ Bytes PropBytes(const std::u16string& key, const Bytes& value, const std::u16str
     return Concat({WideString(key), value, WideString(formula), {flags}});
 }
 
-Bytes PropStored(const QProp& prop) {
-    return Stored([&](CArchive& archive) { archive << prop; });
-}
-
 Bytes BagStored(QProperties& bag) {
     return Stored([&](CArchive& archive) { bag.Serialize(archive); });
 }
@@ -179,8 +170,6 @@ class PropertiesTest : public test::ErrorReportsTest {
 protected:
     static std::vector<Report> Reports() { return test::PendingReports(); }
 };
-
-// --- QProp --------------------------------------------------------------------------------------
 
 TEST(PropBasics, SettersAndTheEditedMark) {
     EXPECT_TRUE(MakeProp("propcasekey", 1).SameKeyAs(MakeProp("PROPCASEKEY", 2)));
@@ -220,9 +209,6 @@ TEST(PropBasics, AssignmentClearsTheOriginFlagsAndTakesTheContextOnlyWithoutOne)
     orphan = source;
     EXPECT_FALSE(orphan.IsFromTemplate() || orphan.IsFromLibrary());
     EXPECT_TRUE(orphan.IsEdited());
-    EXPECT_TRUE(orphan.SameKeyAs(source));
-    EXPECT_EQ(orphan.Desc(), source.Desc());
-    EXPECT_EQ(orphan.ValueWithFormula().ValueNoEnsureUpToDate(), QAnyValue(2));
     EXPECT_EQ(orphan.ParentContext(), &first);
 
     QProp settled(PropId("proporigin"), QWithFormula<QAnyValue>(&second, QAnyValue(0)));
@@ -240,17 +226,12 @@ TEST(PropBasics, ChangesUnderARootAreAnnouncedUnlessIdenticalOrDetached) {
     prop.SetValueWithFormula(QAnyValue(2), FormulaText("1 + 1"));
     EXPECT_EQ(root.TakeNotices(), c_oneChange);
 
-    // A new parent context hears of the change; the same one again, detaching and the direct
-    // setter are silent.
+    // A new parent context hears of the change; the same one again and detaching are silent.
     QProp moved = MakeProp("propparent", 1);
     moved.SetParentContext(&root);
-    EXPECT_EQ(moved.ParentContext(), &root);
     EXPECT_EQ(root.TakeNotices(), c_oneChange);
     moved.SetParentContext(&root);
     moved.SetParentContext(nullptr);
-    EXPECT_EQ(moved.ParentContext(), nullptr);
-    moved.DoSetParentContext(&root);
-    EXPECT_EQ(moved.ParentContext(), &root);
     EXPECT_TRUE(root.TakeNotices().empty());
 }
 
@@ -290,23 +271,6 @@ TEST(PropSpecification, WhatMakesTwoPropertiesTheSameAndHashesAlike) {
     }
 }
 
-// --- The archive form of one property -----------------------------------------------------------
-
-// Their round trip is the bag's, which holds every flag, a formula and a description.
-TEST(PropArchive, TheBytesOfAProperty) {
-    QProp described(PropId("archDepth"), QWithFormula<QAnyValue>(nullptr, QAnyValue(5)),
-                    QStringUnique("Depth"));
-    described.SetIsFromTemplate(true);
-    described.SetValueWithFormula(QAnyValue(5), FormulaText());
-    described.SetIsFromTemplate(false);
-    described.SetIsFromLibrary(true);
-    EXPECT_EQ(PropStored(described),
-              Concat({PropBytes(u"archDepth", IntValue(5), u"", 0x02 | 0x04 | 0x08),
-                      WideString(u"Depth")}));
-    EXPECT_EQ(PropStored(MakeProp("archWidth", 0, "archDepth * 2")),
-              PropBytes(u"archWidth", IntValue(0), u"archDepth * 2", 0x00));
-}
-
 TEST(PropArchive, ReadingOldSchemas) {
     // The edited bit counts from schema 114; the flags byte overrides the edited mark of reading.
     for (const auto& [schema, edited] : {std::pair{113u, false}, {114u, true}, {200u, true}}) {
@@ -328,7 +292,6 @@ TEST(PropArchive, ReadingOldSchemas) {
         std::u16string formula;
         std::string expected;
     } cases[] = {{108, u":  archLen * 2 ", u"", ":archLen * 2"},
-                 {108, u"=  archLen", u"", "=archLen"},
                  {108, u"  plain text", u"", "  plain text"},
                  {108, u": archLen", u"archLen", ": archLen"},
                  {109, u":  archLen * 2 ", u"", ":  archLen * 2 "}};
@@ -339,12 +302,7 @@ TEST(PropArchive, ReadingOldSchemas) {
                   c.expected)
             << c.schema;
     }
-    for (const auto& [text, upgraded] :
-         {std::pair{u"", ""}, {u"=", "="}, {u":\t a  +  b", ":a  +  b"}})
-        EXPECT_EQ(UpgradeFormulaBearingText(text).ToUtf8(), upgraded);
 }
-
-// --- QProperties: keys, values, indexes and notices ---------------------------------------------
 
 TEST(PropertiesKeys, NewKeysAreAppendedInOrderFoundAndRemoved) {
     QProperties bag = Bag({{"keysWidth", 1}, {"keysDepth", 2}, {"KEYSWIDTH", 3}});
@@ -387,28 +345,17 @@ TEST(PropertiesGetters, MissingKeysAndIndexesGiveNothing) {
     EXPECT_FALSE(bag.GetPropertyFormula(PropId("getMissing"), formula));
     EXPECT_FALSE(bag.GetPropertyDesc(PropId("getMissing"), desc));
     EXPECT_FALSE(bag.GetProperty(PropId("getMissing"), prop));
-    EXPECT_FALSE(bag.IsFromTemplate(PropId("getMissing")));
-    EXPECT_FALSE(bag.IsFromLibrary(PropId("getMissing")));
 
-    // An index out of range gives key -1 and an empty value.
-    using Getter = std::function<bool(int, PropId&, QAnyValue&)>;
-    const Getter getters[] = {
-        [&](int i, PropId& k, QAnyValue& v) {
-            return bag.GetAtPropertyValue(i, k, v, error, nullptr);
-        },
-        [&](int i, PropId& k, QAnyValue&) { return bag.GetAtPropertyFormula(i, k, formula); },
-        [&](int i, PropId& k, QAnyValue&) { return bag.GetAtPropertyDesc(i, k, desc); },
-        [&](int i, PropId& k, QAnyValue& v) {
-            return bag.GetAtPropertyValueWithFormulaWithNoEnsureUpToDate(i, k, v, formula);
-        }};
-    for (const int index : {-1, 1, 5}) {
-        for (const Getter& get : getters) {
-            PropId key("getOnly");
-            QAnyValue got(3);
-            EXPECT_FALSE(get(index, key, got)) << index;
-            EXPECT_EQ(key.UniqueId(), -1) << index;
-            EXPECT_TRUE(&get != &getters[0] || got.IsEmpty()) << "the value getter empties it";
-        }
+    // An index out of range, on either side, gives key -1 and an empty value.
+    for (const int index : {-1, 1}) {
+        PropId key("getOnly");
+        QAnyValue got(3);
+        EXPECT_FALSE(bag.GetAtPropertyValue(index, key, got, error, nullptr)) << index;
+        EXPECT_EQ(key.UniqueId(), -1) << index;
+        EXPECT_TRUE(got.IsEmpty()) << index;
+        key = PropId("getOnly");
+        EXPECT_FALSE(bag.GetAtPropertyFormula(index, key, formula)) << index;
+        EXPECT_EQ(key.UniqueId(), -1) << index;
     }
 }
 
@@ -432,10 +379,6 @@ TEST(PropertiesGetters, SettersOfAnswersDescriptionsFlagsAndFormulas) {
     EXPECT_EQ(StoredValue(bag, "setWhole"), QAnyValue(3));
     EXPECT_FALSE(bag.IsFromTemplate(PropId("setWhole")));
     EXPECT_EQ(DescOf(bag, "setWhole"), "whole");
-    whole.SetDesc(QStringUnique("again"));
-    bag.SetProperty(PropId("setWhole"), whole);
-    EXPECT_EQ(DescOf(bag, "setWhole"), "again");
-    EXPECT_EQ(bag.PropertyCount(), 3);
 
     // SetPropertyFormula keeps the stored value.
     bag.SetPropertyFormula(PropId("getCopy"), FormulaText("4 * 2"));
@@ -462,17 +405,10 @@ TEST(PropertiesNotices, NewChangedAndRemovedAnswersAreAnnouncedAndSameOnesAreNot
     EXPECT_EQ(root.TakeNotices(), c_oneChange);
 
     // Reading tells nobody.
-    root.SetPropertyDesc(PropId("noteFormula"), QStringUnique("quiet"));
-    root.Answers().SetIsFromLibrary(PropId("noteFormula"), true);
-    root.TakeNotices();
     QProp copy;
     ASSERT_TRUE(root.GetProperty(PropId("noteFormula"), copy));
     ASSERT_TRUE(root.GetAtProperty(1, copy));
     EXPECT_TRUE(root.TakeNotices().empty());
-    EXPECT_EQ(copy.ParentContext(), &root);
-    EXPECT_EQ(copy.Formula().ToString().ToUtf8(), "1 + 1");
-    EXPECT_EQ(copy.Desc().ToString().ToUtf8(), "quiet");
-    EXPECT_TRUE(copy.IsFromLibrary());
 
     root.RemoveProperty(PropId("noteSame"));
     EXPECT_EQ(root.TakeNotices(), c_oneChange);
@@ -491,8 +427,6 @@ TEST(PropertiesNotices, AnotherKeyAtAnIndexReplacesTheAnswerAndTheContextForward
     EXPECT_EQ(root.TakeNotices(), c_oneChange);
     EXPECT_EQ(KeysOf(root.Answers()), (Keys{"slotNew", "slotNext"}));
     EXPECT_EQ(root.FindProperty(PropId("slotOld")), -1);
-    EXPECT_EQ(root.FindProperty(PropId("slotNew")), 0);
-    EXPECT_EQ(StoredValue(root.Answers(), "slotNew"), QAnyValue(3));
     EXPECT_EQ(ContextsOf(root.Answers())[0], &root);
     root.SetAtPropertyValue(0, PropId(), QAnyValue(4));
     EXPECT_EQ(root.TakeNotices(), c_oneChange);
@@ -502,28 +436,14 @@ TEST(PropertiesNotices, AnotherKeyAtAnIndexReplacesTheAnswerAndTheContextForward
     EXPECT_TRUE(root.TakeNotices().empty());
     EXPECT_EQ(root.PropertyCount(), 1);
 
+    // A whole answer set at an index replaces formula and description.
     root.SetAtPropertyFormula(0, PropId("slotNext"), FormulaText("fwdSecond"));
     root.SetAtPropertyDesc(0, PropId("slotNext"), QStringUnique("forwarded"));
     root.SetAtProperty(0, MakeProp("slotNext", 5));
-    PropId key;
-    QAnyValue value;
-    FormulaText formula;
-    QStringUnique desc;
-    ASSERT_TRUE(root.GetAtPropertyValueWithFormulaWithNoEnsureUpToDate(0, key, value, formula));
-    EXPECT_EQ(key.ToString().ToUtf8(), "slotNext");
-    EXPECT_EQ(value, QAnyValue(5));
-    EXPECT_TRUE(formula.IsEmpty());
-    ASSERT_TRUE(root.GetAtPropertyDesc(0, key, desc));
-    EXPECT_EQ(desc.UniqueId(), -1);
-    ASSERT_TRUE(root.GetPropertyDesc(PropId("slotNext"), desc));
-    EXPECT_EQ(desc.UniqueId(), -1);
-    root.RemoveAtProperty(0);
-    EXPECT_EQ(root.PropertyCount(), 0);
-    EXPECT_FALSE(root.GetAtPropertyFormula(0, key, formula));
-    EXPECT_EQ(key.UniqueId(), -1);
+    EXPECT_EQ(StoredValue(root.Answers(), "slotNext"), QAnyValue(5));
+    EXPECT_EQ(FormulaOf(root.Answers(), "slotNext"), "");
+    EXPECT_EQ(DescOf(root.Answers(), "slotNext"), "<none>");
 }
-
-// --- Evaluation through the getters -------------------------------------------------------------
 
 TEST(PropertiesEvaluation, AnAnswerWithAFormulaIsEvaluatedWhenReadAndAgainAfterAChange) {
     AnswerDocument document;
@@ -539,7 +459,6 @@ TEST(PropertiesEvaluation, AnAnswerWithAFormulaIsEvaluatedWhenReadAndAgainAfterA
     document.SetPropertyValue(PropId("evalDepth"), QAnyValue(7));
     ASSERT_TRUE(document.GetPropertyValue(PropId("evalWidth"), value, error, &state));
     EXPECT_EQ(value, QAnyValue(14));
-    EXPECT_EQ(StoredValue(document.Answers(), "evalWidth"), QAnyValue(14));
 
     // The WithNoEnsureUpToDate forms read the stored value.
     EXPECT_EQ(StoredValue(document.Answers(), "evalStale"), QAnyValue(1));
@@ -560,16 +479,12 @@ TEST_F(PropertiesTest, AFormulaInErrorIsReadAsAnErrorAndSetValueMakesAnAnswer) {
     ASSERT_TRUE(document.GetAtPropertyValueWithFormula(0, key, value, formula, error, nullptr));
     EXPECT_TRUE(error);
     EXPECT_TRUE(value.IsError());
-    EXPECT_EQ(formula.ToString().ToUtf8(), "1 +");
-    EXPECT_EQ(key.ToString().ToUtf8(), "evalBroken");
 
     AnswerContext context;
     ASSERT_TRUE(context.SetValue(FullId("ctxMade"), QAnyValue(12)));
     EXPECT_EQ(context.PropertyCount(), 1);
     EXPECT_EQ(StoredValue(context.Answers(), "ctxMade"), QAnyValue(12));
 }
-
-// --- Copy, assignment, comparison and hash of bags ----------------------------------------------
 
 TEST(PropertiesCopy, ACopyIsDeepKeepsTheFlagsAndAssignmentRelinks) {
     AnswerContext owner;
@@ -591,8 +506,6 @@ TEST(PropertiesCopy, ACopyIsDeepKeepsTheFlagsAndAssignmentRelinks) {
     root.TakeNotices();
     root.Answers() = original;
     EXPECT_EQ(root.TakeNotices(), c_oneChange);
-    EXPECT_EQ(KeysOf(root.Answers()), (Keys{"copyA", "copyB"}));
-    EXPECT_TRUE(root.Answers().IsFromLibrary(PropId("copyB")));
     EXPECT_EQ(root.FindProperty(PropId("assignOld")), -1);
     EXPECT_EQ(ContextsOf(root.Answers()), (std::vector<const QFormulaContext*>{&root, &root}));
     EXPECT_TRUE(root.Answers().IsSameSpecificationAs(original));
@@ -605,11 +518,8 @@ TEST(PropertiesCopy, TheSameSpecificationNeedsTheSameOrderButTheHashDoesNot) {
     EXPECT_EQ(first.HashKeyCalc(), second.HashKeyCalc());
     second.RemoveProperty(PropId("orderB"));
     EXPECT_FALSE(first.IsSameSpecificationAs(second));
-    EXPECT_EQ(QProperties().HashKeyCalc(), 0u);
     EXPECT_TRUE(QProperties().IsSameSpecificationAs(QProperties()));
 }
-
-// --- Removing by reference and by origin -------------------------------------------------------
 
 TEST(PropertiesReference, OnlyPlainAnswersEqualToTheReferenceGo) {
     AnswerDocument reference;
@@ -620,14 +530,11 @@ TEST(PropertiesReference, OnlyPlainAnswersEqualToTheReferenceGo) {
     bag.SetPropertyValueWithFormula(PropId("refFormula"), QAnyValue(4), FormulaText("2 * 2"));
     bag.SetPropertyValue(PropId("refOwn"), QAnyValue(1));
 
-    bag.RemovePropertiesIfSameAsRef();
-    EXPECT_EQ(bag.PropertyCount(), 4);
     QPropertyComparator comparator;
     bag.SetPropertyComparator(&comparator);
     bag.RemovePropertiesIfSameAsRef();
-    EXPECT_EQ(bag.PropertyCount(), 4);
+    EXPECT_EQ(bag.PropertyCount(), 4) << "a comparator without a reference removes nothing";
     comparator.SetRefFormulaContext(&reference);
-    ASSERT_TRUE(comparator.HasARefFormulaContext());
     bag.RemovePropertiesIfSameAsRef();
     EXPECT_EQ(KeysOf(bag), (Keys{"refOther", "refFormula", "refOwn"}));
     EXPECT_EQ(bag.FindProperty(PropId("refOwn")), 2);
@@ -657,8 +564,6 @@ TEST(PropertiesOrigin, DeletingTemplateAndLibraryAnswers) {
         EXPECT_EQ(bag.FindProperty(PropId("orgOwn")), static_cast<int>(c.left.size()) - 1);
     }
 }
-
-// --- Walking ------------------------------------------------------------------------------------
 
 TEST(PropertiesWalk, InInsertionOrderOrAlphabeticallyAndTheResultIsTheAndOfTheCallbacks) {
     QProperties bag = Bag({{"walkBeta", 1}, {"WALKALPHA", 1}, {"walkGamma", 1}, {"walkdelta", 1}});
@@ -711,8 +616,6 @@ TEST(PropertiesWalk, SurvivesACallbackThatRemovesAnswersAndEvaluatesWhenAsked) {
     }
 }
 
-// --- Merge --------------------------------------------------------------------------------------
-
 TEST_F(PropertiesTest, MergeOfNothingOrIntoAnEmptyBagOrOfTheSameAnswersAsksNothing) {
     {
         MergeServices services(true, true);
@@ -748,9 +651,6 @@ TEST_F(PropertiesTest, MergeOfNothingOrIntoAnEmptyBagOrOfTheSameAnswersAsksNothi
     EXPECT_TRUE(host.boxes.empty());
     EXPECT_TRUE(same.IsFromTemplate(PropId("mrgSame")));
     EXPECT_FALSE(same.IsFromLibrary(PropId("mrgSame")));
-    QProp prop;
-    ASSERT_TRUE(same.GetProperty(PropId("mrgSame"), prop));
-    EXPECT_FALSE(prop.IsEdited());
     EXPECT_EQ(StoredValue(same, "mrgSameFormula"), QAnyValue(2));
     EXPECT_TRUE(Reports().empty());
 }
@@ -824,8 +724,7 @@ TEST_F(PropertiesTest, MergedAnswersTakeTheirOriginFlagsAndTheMergeShowsItsProgr
     } cases[] = {{false, false, false, false, false},
                  {true, false, false, true, false},
                  {false, true, false, false, true},
-                 {false, false, true, true, false},
-                 {true, true, true, true, true}};
+                 {false, false, true, true, false}};
     for (const auto& c : cases) {
         QProperties source = Bag({{"flagNew", 1}});
         source.SetIsFromTemplate(PropId("flagNew"), true);
@@ -854,8 +753,6 @@ TEST_F(PropertiesTest, MergedAnswersTakeTheirOriginFlagsAndTheMergeShowsItsProgr
     EXPECT_EQ(StoredValue(lazy, "mrgLazy"), QAnyValue(1));
     EXPECT_EQ(StoredValue(document.Answers(), "mrgLazy"), QAnyValue(1));
 }
-
-// --- Catalogue clean-up --------------------------------------------------------------------------
 
 class PropertiesCleanupTest : public PropertiesTest {
 protected:
@@ -952,14 +849,16 @@ TEST_F(PropertiesCleanupTest, TargetFormulasAndProtectKeysAreExpressionsOverLowe
     EXPECT_EQ(KeysOf(bag), (Keys{"KeepMe", "EXACT", "tgtInside", "tgtOther"}));
 }
 
-// --- Archive of a bag ----------------------------------------------------------------------------
-
+// Each answer keeps key, value, formula, a byte of flags (template, library, description,
+// edited) and the description when it has one.
 TEST(PropertiesArchive, TheBytesOfABagAndTheirRoundTrip) {
-    QProperties bag = Bag({{"bagFirst", 1}});
+    QProperties bag = Bag({{"bagFirst", 0}});
+    bag.SetIsFromLibrary(PropId("bagFirst"), true);
+    bag.SetPropertyValue(PropId("bagFirst"), QAnyValue(1));
     bag.SetPropertyValueWithFormula(PropId("bagSecond"), QAnyValue(u"x"), FormulaText("bagFirst"));
     bag.SetPropertyDesc(PropId("bagSecond"), QStringUnique("second"));
     EXPECT_EQ(BagStored(bag), Concat({{0x02, 0x00},
-                                      PropBytes(u"bagFirst", IntValue(1), u"", 0x00),
+                                      PropBytes(u"bagFirst", IntValue(1), u"", 0x02 | 0x08),
                                       PropBytes(u"bagSecond", StringValue(u"x"), u"bagFirst", 0x04),
                                       WideString(u"second")}));
 
@@ -977,21 +876,12 @@ TEST(PropertiesArchive, TheBytesOfABagAndTheirRoundTrip) {
     EXPECT_EQ(BagStored(loaded), bytes);
 }
 
-// An old bag hands its schema down to each answer it reads.
-TEST(PropertiesArchive, AnOldSchemaBagByHand) {
+TEST(PropertiesArchive, AnOldBagHandsItsSchemaToEachAnswer) {
     const Bytes bytes =
-        Concat({{0x02, 0x00},
-                PropBytes(u"oldText", StringValue(u":  oldLen * 2 "), u"", 0x01 | 0x08),
-                PropBytes(u"oldFormula", IntValue(4), u"2 * 2", 0x02 | 0x04),
-                WideString(u"four")});
+        Concat({{0x01, 0x00}, PropBytes(u"oldText", StringValue(u":  oldLen * 2 "), u"", 0x00)});
     QProperties loaded;
     Load(bytes, 108, loaded);
-    EXPECT_EQ(KeysOf(loaded), (Keys{"oldText", "oldFormula"}));
     EXPECT_EQ(StoredValue(loaded, "oldText"), QAnyValue(u":oldLen * 2"));
-    EXPECT_TRUE(loaded.IsFromTemplate(PropId("oldText")));
-    EXPECT_TRUE(loaded.IsFromLibrary(PropId("oldFormula")));
-    EXPECT_EQ(FormulaOf(loaded, "oldFormula"), "2 * 2");
-    EXPECT_EQ(DescOf(loaded, "oldFormula"), "four");
 }
 
 TEST(PropertiesArchive, LoadingRelinksEveryAnswerAndAReferenceLeavesOutWhatItGivesAnyway) {
@@ -1015,18 +905,7 @@ TEST(PropertiesArchive, LoadingRelinksEveryAnswerAndAReferenceLeavesOutWhatItGiv
     EXPECT_EQ(bag.PropertyCount(), 2);
 }
 
-// --- Dump and report formulas --------------------------------------------------------------------
-
-struct CrystalCalls {
-    static inline void* job = nullptr;
-    static inline std::vector<std::string> calls;
-    static void Set(void* theJob, const CString& name, const CString& formula) {
-        job = theJob;
-        calls.push_back(name.ToUtf8() + " " + formula.ToUtf8());
-    }
-};
-
-TEST(PropertiesDump, OneLineAnAnswerAndReportFormulasInOrderAndEvaluated) {
+TEST(PropertiesDump, OneLineAnAnswer) {
     QProperties bag = Bag({{"dumpWidth", 5}});
     bag.SetPropertyValueWithFormula(PropId("dumpArea"), QAnyValue(4), FormulaText("2*2"));
     QArray<CString> lines;
@@ -1036,16 +915,6 @@ TEST(PropertiesDump, OneLineAnAnswerAndReportFormulasInOrderAndEvaluated) {
     EXPECT_EQ(lines[0].ToUtf8(), "before");
     EXPECT_EQ(lines[1].ToUtf8(), "\t\t0 dumpWidth\t5\t");
     EXPECT_EQ(lines[2].ToUtf8(), "\t\t1 dumpArea\t4\t2*2");
-
-    AnswerDocument document;
-    document.SetPropertyValue(PropId("crysName"), QAnyValue(u"say \"hi\""));
-    document.SetPropertyValueWithFormula(PropId("crysCount"), QAnyValue(0), FormulaText("1 + 2"));
-    int job = 0;
-    CrystalCalls::calls.clear();
-    document.Answers().SetCrystalFormulas(&job, &CrystalCalls::Set);
-    EXPECT_EQ(CrystalCalls::job, &job);
-    EXPECT_EQ(CrystalCalls::calls,
-              (std::vector<std::string>{"crysName \"say \"\"hi\"\"\"", "crysCount 3"}));
 }
 
 } // namespace
