@@ -5,7 +5,9 @@
 #include <algorithm>
 #include <bit>
 #include <cstring>
+#include <string>
 #include <string_view>
+#include <unordered_set>
 
 namespace keel {
 
@@ -443,13 +445,31 @@ bool CPropertySection::ReadFromStream(CFile& stream) {
     return true;
 }
 
+// The names encoded as a reader takes them back. In a narrow code page two names can come out
+// alike (both "??"), and a reader keeps only the last of them, as it keeps no empty name: those
+// are left out, so that what is written reads back as it was written.
+std::vector<std::pair<std::uint32_t, Bytes>>
+CPropertySection::NamesAsRead(unsigned codePage) const {
+    std::vector<std::pair<std::uint32_t, Bytes>> names;
+    std::unordered_set<std::u16string> later;
+    for (auto entry = m_names.rbegin(); entry != m_names.rend(); ++entry) {
+        Bytes encoded = EncodeName(entry->second, codePage);
+        CString readBack = DecodeName(encoded, codePage);
+        if (readBack.IsEmpty() || !later.insert(std::u16string(readBack.MakeLower().View())).second)
+            continue;
+        names.emplace_back(entry->first, std::move(encoded));
+    }
+    std::reverse(names.begin(), names.end());
+    return names;
+}
+
 void CPropertySection::WriteNameDictToStream(CFile& stream) const {
     const unsigned codePage = GetCodePage();
     const bool unicode = codePage == c_unicodePropertyCodePage;
+    const std::vector<std::pair<std::uint32_t, Bytes>> names = NamesAsRead(codePage);
     Bytes bytes;
-    AppendLittleEndian(bytes, m_names.size(), 4);
-    for (const auto& [id, name] : m_names) {
-        const Bytes encoded = EncodeName(name, codePage);
+    AppendLittleEndian(bytes, names.size(), 4);
+    for (const auto& [id, encoded] : names) {
         AppendLittleEndian(bytes, id, 4);
         AppendLittleEndian(bytes, unicode ? encoded.size() / 2 : encoded.size(), 4);
         bytes.insert(bytes.end(), encoded.begin(), encoded.end());

@@ -147,6 +147,9 @@ public:
     bool ReadNameDictFromStream(CFile& stream, std::uint32_t extent);
 
 private:
+    std::vector<std::pair<std::uint32_t, std::vector<std::uint8_t>>>
+    NamesAsRead(unsigned codePage) const;
+
     PropertyList m_properties;
     NameList m_names;
     GUID m_formatId;

@@ -498,6 +498,26 @@ TEST(OlePropertySet, UnicodeCodePageDictionaryPadsEachNameAndReadsBack) {
     EXPECT_EQ(read->GetSize(), 8u + 24u + 8u + 20u + 4u + 20u + 16u);
 }
 
+// US-ASCII writes both "\u00e9X" and "\u00fcx" as "?x", which a reader takes as one name: the
+// later one is written, as a reader would keep it, and the stream reads back as written.
+TEST(OlePropertySet, NamesAlikeInTheNarrowCodePageAreWrittenOnceAsTheyReadBack) {
+    CPropertySet set;
+    CPropertySection* section = set.AddSection(FMTID_DocSummaryInformation);
+    const std::int16_t ascii = 20127;
+    section->Set(c_codePagePropertyId, &ascii, VT_I2);
+    section->SetName(5, u"\u00e9X");
+    section->SetName(6, u"b");
+    section->SetName(7, u"\u00fcx");
+    const StreamBytes first = WrittenStream(set);
+
+    CPropertySet back;
+    ASSERT_TRUE(ReadsSet(first, back));
+    const CPropertySection* read = back.GetSection(FMTID_DocSummaryInformation);
+    ASSERT_NE(read, nullptr);
+    EXPECT_EQ(read->GetNames(), (CPropertySection::NameList{{6, u"b"}, {7, u"?x"}}));
+    EXPECT_EQ(WrittenStream(back), first);
+}
+
 TEST(OlePropertySet, NamesAreUniqueAndFoundWithoutRegardToCase) {
     CPropertySection section;
     section.SetName(2, u"Title");
