@@ -7,6 +7,7 @@
 #include <cstring>
 #include <string>
 #include <string_view>
+#include <unordered_map>
 #include <unordered_set>
 
 namespace keel {
@@ -176,6 +177,50 @@ CString DecodeName(const Bytes& bytes, unsigned codePage) {
     const auto end = std::find(bytes.begin(), bytes.end(), std::uint8_t{0});
     return CStdioFileEx::DecodeNarrow(bytes.data(), static_cast<std::size_t>(end - bytes.begin()),
                                       codePage);
+}
+
+std::u16string Lowered(CString name) {
+    return std::u16string(name.MakeLower().View());
+}
+
+// What SetName leaves when called for each entry in turn: an entry drops another id's entry of
+// the same name and renames its own id's in place, and an empty name drops its id's. In linear
+// time, since a hostile stream holds as many names as it has room for.
+CPropertySection::NameList NamesSetInTurn(CPropertySection::NameList entries) {
+    CPropertySection::NameList names;
+    std::vector<bool> kept;
+    std::unordered_map<std::uint32_t, std::size_t> byId;
+    std::unordered_map<std::u16string, std::size_t> byName;
+    const auto drop = [&](std::size_t at) {
+        kept[at] = false;
+        byId.erase(names[at].first);
+        byName.erase(Lowered(names[at].second));
+    };
+    for (auto& [id, name] : entries) {
+        std::u16string key = Lowered(name);
+        const auto same = byName.find(key);
+        if (!name.IsEmpty() && same != byName.end() && names[same->second].first != id)
+            drop(same->second);
+        const auto own = byId.find(id);
+        if (name.IsEmpty()) {
+            if (own != byId.end())
+                drop(own->second);
+        } else if (own != byId.end()) {
+            byName.erase(Lowered(names[own->second].second));
+            names[own->second].second = std::move(name);
+            byName[std::move(key)] = own->second;
+        } else {
+            byId[id] = names.size();
+            byName[std::move(key)] = names.size();
+            names.emplace_back(id, std::move(name));
+            kept.push_back(true);
+        }
+    }
+    CPropertySection::NameList settled;
+    for (std::size_t at = 0; at < names.size(); ++at)
+        if (kept[at])
+            settled.push_back(std::move(names[at]));
+    return settled;
 }
 
 } // namespace
@@ -422,16 +467,22 @@ bool CPropertySection::ReadFromStream(CFile& stream) {
         const auto next = std::upper_bound(offsets.begin(), offsets.end(), offset);
         return (next == offsets.end() ? size : *next) - offset;
     };
-    // The dictionary's names are in the code page of property 1, so they are read last.
+    // The dictionary's names are in the code page of property 1, so they are read last. A later
+    // entry of the same id replaces an earlier one in place, as AddProperty does, found through a
+    // map since a hostile stream holds as many entries as it has room for.
+    std::unordered_map<std::uint32_t, std::size_t> indexOfId;
     for (const auto& [id, offset] : table) {
-        CProperty property;
-        property.SetID(id);
+        auto property = std::make_unique<CProperty>();
+        property->SetID(id);
         if (id != c_dictionaryPropertyId) {
             stream.Seek(static_cast<long long>(start + offset), CFile::begin);
-            if (!property.ReadFromStream(stream, extentAt(offset)))
+            if (!property->ReadFromStream(stream, extentAt(offset)))
                 return false;
         }
-        AddProperty(property);
+        if (const auto [known, added] = indexOfId.try_emplace(id, m_properties.size()); added)
+            m_properties.push_back(std::move(property));
+        else
+            m_properties[known->second] = std::move(property);
     }
     for (const auto& [id, offset] : table) {
         if (id != c_dictionaryPropertyId)
@@ -455,7 +506,7 @@ CPropertySection::NamesAsRead(unsigned codePage) const {
     for (auto entry = m_names.rbegin(); entry != m_names.rend(); ++entry) {
         Bytes encoded = EncodeName(entry->second, codePage);
         CString readBack = DecodeName(encoded, codePage);
-        if (readBack.IsEmpty() || !later.insert(std::u16string(readBack.MakeLower().View())).second)
+        if (readBack.IsEmpty() || !later.insert(Lowered(readBack)).second)
             continue;
         names.emplace_back(entry->first, std::move(encoded));
     }
@@ -489,6 +540,8 @@ bool CPropertySection::ReadNameDictFromStream(CFile& stream, std::uint32_t exten
     std::uint64_t remaining = extent - 4;
     if (count > remaining / 8)
         return false;
+    NameList entries = m_names;
+    entries.reserve(entries.size() + count);
     for (std::uint32_t entry = 0; entry < count; ++entry) {
         std::uint32_t id = 0;
         std::uint32_t length = 0;
@@ -508,8 +561,9 @@ bool CPropertySection::ReadNameDictFromStream(CFile& stream, std::uint32_t exten
                 return false;
             remaining -= padding;
         }
-        SetName(id, DecodeName(name, codePage));
+        entries.emplace_back(id, DecodeName(name, codePage));
     }
+    m_names = NamesSetInTurn(std::move(entries));
     return true;
 }
 

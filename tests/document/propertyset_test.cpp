@@ -530,6 +530,54 @@ TEST(OlePropertySet, NamesAreUniqueAndFoundWithoutRegardToCase) {
     EXPECT_FALSE(section.GetID(u"title", id));
 }
 
+// A dictionary read from a stream holds what SetName leaves when given its entries in turn.
+TEST(OlePropertySet, ADictionaryReadsAsItsEntriesSetInTurn) {
+    const std::vector<std::pair<std::uint32_t, std::string>> entries = {
+        {2, "Title"}, {3, "title"}, {4, "a"}, {5, "x"}, {6, "c"}, {7, "d"},
+        {4, "B"},     {5, ""},      {6, "D"}, {8, "b"}, {9, "e"}, {8, "E"}};
+    StreamBytes bytes(4);
+    PutU32(bytes, 0, static_cast<std::uint32_t>(entries.size()));
+    CPropertySection expected;
+    for (const auto& [id, name] : entries) {
+        bytes.resize(bytes.size() + 8);
+        PutU32(bytes, bytes.size() - 8, id);
+        PutU32(bytes, bytes.size() - 4, static_cast<std::uint32_t>(name.size() + 1));
+        bytes.insert(bytes.end(), name.begin(), name.end() + 1);
+        expected.SetName(id, CString::FromUtf8(name));
+    }
+    CMemFile file(bytes);
+    CPropertySection read;
+    ASSERT_TRUE(read.ReadNameDictFromStream(file, static_cast<std::uint32_t>(bytes.size())));
+    EXPECT_EQ(read.GetNames(), (CPropertySection::NameList{{3, u"title"}, {6, u"D"}, {8, u"E"}}));
+    EXPECT_EQ(read.GetNames(), expected.GetNames());
+}
+
+// A later entry of an id replaces the earlier one where it stands.
+TEST(OlePropertySet, ASectionTakesTheLastValueOfAnIdInThePlaceOfItsFirst) {
+    const std::vector<std::pair<std::uint32_t, std::uint32_t>> entries = {
+        {2, 10}, {3, 20}, {2, 30}};
+    StreamBytes bytes(8 + 16 * entries.size());
+    PutU32(bytes, 0, static_cast<std::uint32_t>(bytes.size()));
+    PutU32(bytes, 4, static_cast<std::uint32_t>(entries.size()));
+    for (std::size_t at = 0; at < entries.size(); ++at) {
+        const std::size_t property = 8 + 8 * entries.size() + 8 * at;
+        PutU32(bytes, 8 + 8 * at, entries[at].first);
+        PutU32(bytes, 12 + 8 * at, static_cast<std::uint32_t>(property));
+        PutU32(bytes, property, VT_I4);
+        PutU32(bytes, property + 4, entries[at].second);
+    }
+    CMemFile file(bytes);
+    CPropertySection read;
+    ASSERT_TRUE(read.ReadFromStream(file));
+    ASSERT_EQ(read.GetCount(), 2);
+    EXPECT_EQ(read.GetList()[0]->GetID(), 2u);
+    EXPECT_EQ(read.GetList()[1]->GetID(), 3u);
+    std::uint32_t size = 0;
+    const std::uint8_t* value = read.Get(2, &size);
+    ASSERT_EQ(size, 4u);
+    EXPECT_EQ(value[0], 30);
+}
+
 // Each case spoils the fixture in one place; every one must give false and an empty set.
 TEST(OlePropertySet, HostileStreamsGiveFalseAndLeaveTheSetEmpty) {
     const struct {
