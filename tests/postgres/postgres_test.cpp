@@ -74,9 +74,6 @@ INSTANTIATE_TEST_SUITE_P(Postgres, AdoBackendTest, testing::Values(&postgresBack
 class PostgresServerTest : public AdoBackendTest {
 protected:
     static PostgresServer& Server() { return PostgresServer::Shared(); }
-    static CString Uri(const std::string& database = PostgresServer::c_database) {
-        return CString::FromUtf8(Server().Uri(database));
-    }
 };
 INSTANTIATE_TEST_SUITE_P(Postgres, PostgresServerTest, testing::Values(&postgresBackend));
 
@@ -110,7 +107,7 @@ TEST_P(PostgresServerTest, OnlyAQuestionMarkOutsideQuotesAndCommentsIsAParameter
 
 TEST_P(PostgresServerTest, AConnectionThatCannotBeMadeSaysWhyAndHidesThePassword) {
     QAdo ado;
-    EXPECT_FALSE(ado.SetConnection(Uri("nosuchdb"), false));
+    EXPECT_FALSE(ado.SetConnection(CString::FromUtf8(Server().Uri("nosuchdb")), false));
     EXPECT_EQ(Error(ado).rfind("Cannot connect to " + Server().Uri("nosuchdb") + "\n", 0), 0u)
         << Error(ado);
     EXPECT_NE(Error(ado).find("database \"nosuchdb\" does not exist"), std::string::npos);

@@ -54,17 +54,6 @@ public:
     std::string moreStatements;
 };
 
-// A table "Items" of a column of each type a value may have in a column of its own.
-inline TableSpec ItemsSpec() {
-    TableSpec spec{u"Items", {}};
-    for (const auto& [name, type] :
-         {std::pair{u"Name", QAnyValue::TYPE_STRING}, std::pair{u"Done", QAnyValue::TYPE_BOOL},
-          std::pair{u"Count", QAnyValue::TYPE_INT}, std::pair{u"Size", QAnyValue::TYPE_DOUBLE},
-          std::pair{u"Length", QAnyValue::TYPE_LENGTH}})
-        spec.columns.Add(ColumnAndType{name, type});
-    return spec;
-}
-
 // Each test has a folder of its own, and formulas that call the `db` functions have database
 // access; the shared connections are let go after each test.
 class AdoBackendTest : public FunctionCallTest,
@@ -270,8 +259,12 @@ TEST_P(AdoBackendTest, BlobsAndPicturesKeepEveryByte) {
     Backend().Make("CREATE TABLE \"Pictures\"(\"ID\" TEXT, \"Picture\" " + Backend().blobType +
                    ")");
     QBlob picture;
-    for (int i = 0; i < 600; ++i)
+    std::string hex;
+    for (int i = 0; i < 600; ++i) {
         picture.push_back(static_cast<std::uint8_t>((i * 37) & 0xff));
+        hex += "0123456789abcdef"[picture.back() >> 4];
+        hex += "0123456789abcdef"[picture.back() & 15];
+    }
     const std::string door = File("door.bmp");
     WriteText(door, std::string(picture.begin(), picture.end()));
 
@@ -285,12 +278,6 @@ TEST_P(AdoBackendTest, BlobsAndPicturesKeepEveryByte) {
     EXPECT_FALSE(ado.AddNewPicture(u"gone", CString::FromUtf8(door + "x")));
     EXPECT_EQ(Error(ado), "Cannot read picture file " + door + "x");
 
-    std::string hex;
-    for (std::uint8_t byte : picture) {
-        static constexpr char digits[] = "0123456789abcdef";
-        hex += digits[byte >> 4];
-        hex += digits[byte & 15];
-    }
     EXPECT_EQ(Backend().Rows("SELECT \"ID\", " + Backend().Hex("\"Picture\"") +
                              ", length(\"Picture\") FROM \"Pictures\" ORDER BY \"ID\""),
               "door|" + hex + "|600;empty||0;");
@@ -334,7 +321,13 @@ TEST_P(AdoBackendTest, AResultPastTheLimitsIsRefused) {
 }
 
 TEST_P(AdoBackendTest, TablesAreCreatedWithTheColumnTypesOfTheirValues) {
-    const TableSpec spec = ItemsSpec();
+    // A column of each type a value may have in a column of its own.
+    TableSpec spec{u"Items", {}};
+    for (const auto& [name, type] :
+         {std::pair{u"Name", QAnyValue::TYPE_STRING}, std::pair{u"Done", QAnyValue::TYPE_BOOL},
+          std::pair{u"Count", QAnyValue::TYPE_INT}, std::pair{u"Size", QAnyValue::TYPE_DOUBLE},
+          std::pair{u"Length", QAnyValue::TYPE_LENGTH}})
+        spec.columns.Add(ColumnAndType{name, type});
     QAdo ado = Connected();
     QAdoX adox(ado.GetConnection());
     const TableSpec empty{u"Nothing", {}};

@@ -18,6 +18,14 @@ inline std::string MessageOf(const QAnyValue& value) {
     return value.IsErrorAndGetMessage(message) ? message.ToUtf8() : "<no error>";
 }
 
+// A value as a failing check shows it: its type and formula text, or its error message.
+inline std::string DescribeValue(const QAnyValue& value) {
+    CString message;
+    if (value.IsErrorAndGetMessage(message))
+        return "error \"" + message.ToUtf8() + "\"";
+    return value.TypeName().ToUtf8() + " " + value.AsStringOrFormula().ToUtf8();
+}
+
 inline QAnyValue Array(std::initializer_list<QAnyValue> elements) {
     return QAnyValue(QArray<QAnyValue>(elements));
 }

@@ -48,7 +48,6 @@ inline Bytes WideString(const std::u16string& text) {
     return Concat({{0xFF, 0xFE, 0xFF, static_cast<std::uint8_t>(text.size())}, WideUnits(text)});
 }
 
-// 32 bits, low byte first.
 inline Bytes LittleEndian32(std::uint32_t value) {
     return {static_cast<std::uint8_t>(value), static_cast<std::uint8_t>(value >> 8),
             static_cast<std::uint8_t>(value >> 16), static_cast<std::uint8_t>(value >> 24)};

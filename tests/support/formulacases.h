@@ -16,7 +16,6 @@ inline std::filesystem::path CasesFolder() {
     return std::filesystem::path(TestDataFolder()).parent_path() / "formula" / "cases";
 }
 
-// The names of the files, sorted.
 inline std::vector<std::string> CaseFiles() {
     std::vector<std::string> names;
     std::error_code error;

@@ -40,13 +40,6 @@ struct FormulaRun {
     }
 };
 
-inline std::string DescribeResult(const QAnyValue& value) {
-    CString message;
-    if (value.IsErrorAndGetMessage(message))
-        return "error \"" + message.ToUtf8() + "\"";
-    return value.TypeName().ToUtf8() + " " + value.AsStringOrFormula().ToUtf8();
-}
-
 inline std::string Describe(const FormulaRun& run) {
     std::string text = (run.ok ? "ok " : "failed \"" + run.message + "\" ") + run.shown +
                        " state " + std::to_string(run.state) + " fp " +
@@ -93,7 +86,7 @@ public:
         run.fpStatus = ClearFPStatus();
         run.compiled = CompiledEvaluationCount() != before;
         run.type = m_result.Type();
-        run.shown = DescribeResult(m_result);
+        run.shown = DescribeValue(m_result);
         run.stored = Stored([this](CArchive& archive) { archive << m_result; });
         for (int i = 0; i < TheErrorLog().GetSize(); ++i)
             run.logged.push_back(TheErrorLog().Message(i).ToUtf8());

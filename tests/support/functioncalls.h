@@ -16,14 +16,6 @@
 
 namespace keel::test {
 
-// A value as a failing check shows it: its type and formula text, or its error message.
-inline std::string DescribeValue(const QAnyValue& value) {
-    CString message;
-    if (value.IsErrorAndGetMessage(message))
-        return "error \"" + message.ToUtf8() + "\"";
-    return value.TypeName().ToUtf8() + " " + value.AsStringOrFormula().ToUtf8();
-}
-
 struct CallOutcome {
     bool ok = false;
     QAnyValue result;

@@ -33,7 +33,6 @@ inline WPoint Pt(double x, double y) {
     return WPoint(QLength::FromRaw(x), QLength::FromRaw(y));
 }
 
-// A vertex's raw coordinates.
 struct RawXY {
     explicit RawXY(const WPoint& point) : x(point.x.GetRaw()), y(point.y.GetRaw()) {}
     double x;

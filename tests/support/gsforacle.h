@@ -44,10 +44,6 @@ inline void Initialise() {
     (void)initialised;
 }
 
-inline bool IsStorage(GsfInput* input) {
-    return GSF_IS_INFILE(input) && gsf_infile_num_children(GSF_INFILE(input)) >= 0;
-}
-
 inline void ReadStorage(GsfInfile* storage, const std::string& prefix, GsfTree& tree) {
     for (int index = 0; index < gsf_infile_num_children(storage); ++index) {
         const std::string path = prefix + gsf_infile_name_by_index(storage, index);
@@ -55,7 +51,7 @@ inline void ReadStorage(GsfInfile* storage, const std::string& prefix, GsfTree& 
         if (!child)
             throw std::runtime_error("libgsf cannot open " + path);
         GsfElement& element = tree[path];
-        if (IsStorage(child.get())) {
+        if (GSF_IS_INFILE(child.get()) && gsf_infile_num_children(GSF_INFILE(child.get())) >= 0) {
             element.isStorage = true;
             ReadStorage(GSF_INFILE(child.get()), path + "/", tree);
             continue;

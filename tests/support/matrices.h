@@ -78,8 +78,9 @@ inline QMatrix MatrixOf(const Rows& rows) {
 }
 
 // Every element within `tolerance`, naming the first that is not.
-inline ::testing::AssertionResult RowsNear(const Rows& actual, const Rows& expected,
-                                           double tolerance) {
+inline ::testing::AssertionResult MatrixNear(const QMatrix& matrix, const Rows& expected,
+                                             double tolerance = 1e-12) {
+    const Rows actual = RowsOf(matrix);
     for (int r = 0; r < 4; ++r) {
         for (int c = 0; c < 4; ++c) {
             if (!(std::abs(actual[r][c] - expected[r][c]) <= tolerance))
@@ -88,11 +89,6 @@ inline ::testing::AssertionResult RowsNear(const Rows& actual, const Rows& expec
         }
     }
     return ::testing::AssertionSuccess();
-}
-
-inline ::testing::AssertionResult MatrixNear(const QMatrix& actual, const Rows& expected,
-                                             double tolerance = 1e-12) {
-    return RowsNear(RowsOf(actual), expected, tolerance);
 }
 
 // A matrix of values in [-2, 2] with no structure, so that every element of a product counts.

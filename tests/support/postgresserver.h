@@ -4,13 +4,10 @@
 
 #include "keel/document/ado.h"
 
-#include <algorithm>
-#include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <string>
 #include <unistd.h>
-#include <vector>
 
 namespace keel::test {
 
@@ -46,19 +43,10 @@ public:
     // The rows of a query as psql gives them, unaligned: "|" between fields, a line a record;
     // the oracle of what a connection wrote. `sql` is run as it stands.
     std::string Psql(const std::string& sql) const {
-        const std::string command = ShellQuoted(m_bin + "/psql") +
-                                    " -X -q -At -v ON_ERROR_STOP=1 -h " + ShellQuoted(m_folder) +
-                                    " -U " + c_user + " -d " + c_database + " -c " +
-                                    ShellQuoted(sql) + " 2>&1";
-        std::string out;
-        FILE* pipe = ::popen(command.c_str(), "r");
-        if (!pipe)
-            return "<cannot run psql>";
-        char buffer[4096];
-        for (std::size_t n; (n = std::fread(buffer, 1, sizeof buffer, pipe)) > 0;)
-            out.append(buffer, n);
-        ::pclose(pipe);
-        return out;
+        return Piped(ShellQuoted(m_bin + "/psql") + " -X -q -At -v ON_ERROR_STOP=1 -h " +
+                     ShellQuoted(m_folder) + " -U " + c_user + " -d " + c_database + " -c " +
+                     ShellQuoted(sql) + " 2>&1")
+            .out;
     }
 
     ~PostgresServer() {
@@ -108,23 +96,15 @@ private:
 
     static constexpr uid_t c_nobody = 65534;
 
+    // The bin folder of the newest version that has the server's programs.
     static std::string NewestBinFolder() {
-        std::vector<std::filesystem::path> found;
-        std::error_code error;
-        for (const auto& entry :
-             std::filesystem::directory_iterator("/usr/lib/postgresql", error)) {
-            if (std::filesystem::exists(entry.path() / "bin" / "pg_ctl", error) &&
-                std::filesystem::exists(entry.path() / "bin" / "initdb", error))
-                found.push_back(entry.path() / "bin");
-        }
-        if (found.empty())
-            return {};
-        // Version folders are numbers: the longest, then the greatest, is the newest.
-        std::sort(found.begin(), found.end(), [](const auto& a, const auto& b) {
-            const std::string x = a.parent_path().filename(), y = b.parent_path().filename();
-            return x.size() != y.size() ? x.size() < y.size() : x < y;
-        });
-        return found.back().string();
+        std::string newest =
+            Piped("for bin in /usr/lib/postgresql/*/bin; do test -x \"$bin/pg_ctl\" && "
+                  "test -x \"$bin/initdb\" && echo \"$bin\"; done | sort -V | tail -n 1")
+                .out;
+        if (!newest.empty() && newest.back() == '\n')
+            newest.pop_back();
+        return newest;
     }
 
     // Runs a server program, as nobody when the test is root: through setpriv, which needs no

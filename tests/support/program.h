@@ -20,12 +20,26 @@ struct ProgramOutcome {
     int status = -1;
 };
 
-// Puts a text in single quotes for the shell.
 inline std::string ShellQuoted(const std::string& text) {
     std::string quoted = "'";
     for (const char ch : text)
         quoted += ch == '\'' ? std::string("'\\''") : std::string(1, ch);
     return quoted + "'";
+}
+
+// Runs a shell command and gives what it wrote to stdout and its exit status (-1 when it did not
+// exit).
+inline ProgramOutcome Piped(const std::string& command) {
+    ProgramOutcome outcome;
+    FILE* pipe = popen(command.c_str(), "r");
+    if (!pipe)
+        return outcome;
+    char buffer[4096];
+    for (size_t n; (n = fread(buffer, 1, sizeof buffer, pipe)) > 0;)
+        outcome.out.append(buffer, n);
+    const int status = pclose(pipe);
+    outcome.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    return outcome;
 }
 
 // Runs `keel` in a home of its own for each test: its options file, logs and data stay there and
@@ -76,21 +90,6 @@ protected:
         return outcome;
     }
 
-    // Runs a shell command and gives what it wrote to stdout and its exit status.
-    static ProgramOutcome Piped(const std::string& command) {
-        ProgramOutcome outcome;
-        FILE* pipe = popen(command.c_str(), "r");
-        if (!pipe)
-            return outcome;
-        char buffer[4096];
-        for (size_t n; (n = fread(buffer, 1, sizeof buffer, pipe)) > 0;)
-            outcome.out.append(buffer, n);
-        const int status = pclose(pipe);
-        outcome.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-        return outcome;
-    }
-
-    // A file of this test's own, in its home.
     std::string FileOfTest(const std::string& name, const std::string& text) const {
         WriteText(m_home / name, text);
         return (m_home / name).string();

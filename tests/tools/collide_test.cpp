@@ -3,8 +3,8 @@
 #include "keel/geometry/polytext.h"
 #include "keel/geometry/worldpolywithheightrange.h"
 
-#include <charconv>
 #include <gtest/gtest.h>
+#include <iomanip>
 #include <random>
 #include <sstream>
 #include <string>
@@ -56,13 +56,11 @@ std::string PairwiseLines(const std::vector<SolidText>& texts) {
     return lines;
 }
 
-// The shortest text of each coordinate that reads back as the same double.
+// Each coordinate with the digits that read back as the same double.
 std::string Point(double x, double y) {
-    char text[64];
-    char* end = std::to_chars(text, text + 30, x).ptr;
-    *end++ = ',';
-    end = std::to_chars(end, text + sizeof text, y).ptr;
-    return std::string(text, end);
+    std::ostringstream text;
+    text << std::setprecision(17) << x << ',' << y;
+    return text.str();
 }
 
 // Rectangles and triangles on a 100 mm grid, so that many share edges and corners, with some
