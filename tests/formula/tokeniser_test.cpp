@@ -285,12 +285,6 @@ TEST(TokeniserLength, AFormulaOfTheLongestLengthIsTokenisedAndALongerOneRefused)
     EXPECT_EQ(refused.Count(), 0);
 }
 
-// Whether the cache of token streams holds nothing for the formula.
-bool Uncached(const FormulaText& formula) {
-    const int index = formula.UniqueId();
-    return index >= QTokeniser::c_tokenstreams.GetCount() || !QTokeniser::c_tokenstreams[index];
-}
-
 TEST(TokeniserFragments, BetweenAndThisCharPlusRunFromTheTokenCutToTheLongestLength) {
     // Tokens: 0 alpha, 1 +, 2 beta, 3 *, 4 gamma, 5 -, 6 delta, 7 /, 8 epsilon.
     QTokenStream stream{FormulaText("alpha + beta * gamma - delta / epsilon")};
@@ -332,119 +326,11 @@ TEST(TokeniserFragments, BetweenAndThisCharPlusRunFromTheTokenCutToTheLongestLen
     EXPECT_EQ(comments.ThisCharPlus(1, 20).ToUtf8(), "+ 2");
 }
 
-class TokeniserMatching : public testing::Test {
-protected:
-    void SetUp() override {
-        CString error;
-        ASSERT_TRUE(m_tokeniser.Create(error)) << error.ToUtf8();
-    }
-    // Tokens: 0 tokA, 1 >, 2 =, 3 3, 4 and, 5 tokB, 6 'x'.
-    QTokeniser m_tokeniser{FormulaText("tokA >= 3 and tokB 'x'")};
-    const PropId m_a{"tokA"};
-    const PropId m_b{"tokB"};
-    const PropId m_and{"and"};
-};
-
-TEST_F(TokeniserMatching, TestLooksMatchMovesOnAndKindsDoNotMix) {
-    // The kinds do not match each other.
-    EXPECT_FALSE(m_tokeniser.TestChar(u't'));
-    char16_t character = 0;
-    EXPECT_FALSE(m_tokeniser.ParseChar(character));
-    QAnyValue value;
-    EXPECT_FALSE(m_tokeniser.ParseValue(value));
-    m_tokeniser.RestoreCursor(1);
-    PropId id;
-    EXPECT_FALSE(m_tokeniser.ParseId(id));
-    EXPECT_FALSE(m_tokeniser.TestId(PropId()));
-    EXPECT_EQ(m_tokeniser.SaveCursor(), 1);
-
-    m_tokeniser.RestoreCursor(0);
-    EXPECT_TRUE(m_tokeniser.TestId(m_a));
-    EXPECT_TRUE(m_tokeniser.TestId(PropId("TOKa"))) << "names match whatever their case";
-    EXPECT_EQ(m_tokeniser.SaveCursor(), 0);
-    EXPECT_FALSE(m_tokeniser.MatchId(m_b));
-    EXPECT_EQ(m_tokeniser.SaveCursor(), 0);
-    EXPECT_TRUE(m_tokeniser.MatchId(m_a));
-    EXPECT_EQ(m_tokeniser.SaveCursor(), 1);
-    EXPECT_TRUE(m_tokeniser.TestChar(u'>'));
-    EXPECT_FALSE(m_tokeniser.MatchChar(u'<'));
-    EXPECT_TRUE(m_tokeniser.MatchChar(u'>'));
-    EXPECT_EQ(m_tokeniser.SaveCursor(), 2);
-}
-
-TEST_F(TokeniserMatching, PairsAreTwoSuccessiveTokensAndNothingMatchesAtTheEnd) {
-    m_tokeniser.RestoreCursor(1);
-    EXPECT_TRUE(m_tokeniser.TestCharPair(u'>', u'='));
-    EXPECT_FALSE(m_tokeniser.TestCharPair(u'>', u'>'));
-    EXPECT_FALSE(m_tokeniser.MatchCharPair(u'=', u'>'));
-    EXPECT_EQ(m_tokeniser.SaveCursor(), 1);
-    EXPECT_TRUE(m_tokeniser.MatchCharPair(u'>', u'='));
-    EXPECT_EQ(m_tokeniser.SaveCursor(), 3);
-
-    m_tokeniser.RestoreCursor(4);
-    EXPECT_TRUE(m_tokeniser.TestIdPair(m_and, m_b));
-    EXPECT_FALSE(m_tokeniser.TestIdPair(m_b, m_and));
-    EXPECT_TRUE(m_tokeniser.MatchIdPair(m_and, PropId("TOKB")));
-    EXPECT_EQ(m_tokeniser.SaveCursor(), 6);
-
-    // A pair needs its second token.
-    m_tokeniser.RestoreCursor(5);
-    EXPECT_FALSE(m_tokeniser.TestIdPair(m_b, m_b));
-    m_tokeniser.RestoreCursor(6);
-    EXPECT_FALSE(m_tokeniser.MatchIdPair(m_b, m_b));
-    EXPECT_EQ(m_tokeniser.SaveCursor(), 6);
-
-    // Nothing matches at the end.
-    m_tokeniser.RestoreCursor(6);
-    EXPECT_FALSE(m_tokeniser.PastEOF());
-    m_tokeniser.NextToken();
-    EXPECT_TRUE(m_tokeniser.PastEOF());
-    EXPECT_EQ(m_tokeniser.ThisToken(), nullptr);
-    EXPECT_FALSE(m_tokeniser.TestChar(u'x'));
-    EXPECT_FALSE(m_tokeniser.MatchId(m_b));
-    QAnyValue value;
-    EXPECT_FALSE(m_tokeniser.ParseValue(value));
-    EXPECT_EQ(m_tokeniser.SaveCursor(), 7);
-    EXPECT_FALSE(m_tokeniser.IsEmpty());
-}
-
-TEST_F(TokeniserMatching, SaveRestoreCursorPutsThePositionBack) {
-    {
-        QTokeniser::SaveRestoreCursor guard(m_tokeniser.Iterator());
-        m_tokeniser.NextToken();
-        m_tokeniser.NextToken();
-    }
-    EXPECT_EQ(m_tokeniser.SaveCursor(), 0);
-    {
-        QTokeniser::SaveRestoreCursor guard(m_tokeniser.Iterator());
-        m_tokeniser.NextToken();
-        guard.DoNoRestore();
-    }
-    EXPECT_EQ(m_tokeniser.SaveCursor(), 1);
-}
-
 QSmartPtr<QTokenStream> StreamOf(const char* formula) {
     QTokeniser tokeniser{FormulaText(formula)};
     CString error;
     EXPECT_TRUE(tokeniser.Create(error)) << formula;
     return tokeniser.Stream();
-}
-
-TEST(TokeniserCache, ForceRetokeniseDropsTheStreamOfACachedIndexOnly) {
-    const FormulaText formula("tokCacheForce + 1");
-    const QSmartPtr<QTokenStream> before = StreamOf("tokCacheForce + 1");
-    QTokeniser::ForceRetokenise(formula.UniqueId());
-    EXPECT_FALSE(QTokeniser::c_tokenstreams[formula.UniqueId()]);
-    EXPECT_EQ(before->Count(), 3) << "whoever holds the stream keeps it";
-    const QSmartPtr<QTokenStream> after = StreamOf("tokCacheForce + 1");
-    EXPECT_NE(before.Get(), after.Get());
-    EXPECT_EQ(after->Count(), 3);
-    EXPECT_EQ(QTokeniser::c_tokenstreams[formula.UniqueId()].Get(), after.Get());
-
-    const int count = QTokeniser::c_tokenstreams.GetCount();
-    QTokeniser::ForceRetokenise(-1);
-    QTokeniser::ForceRetokenise(count + 1000);
-    EXPECT_EQ(QTokeniser::c_tokenstreams.GetCount(), count);
 }
 
 TEST(TokeniserCache, RespellingTokenisesTheNewSpellingAgain) {
@@ -456,34 +342,6 @@ TEST(TokeniserCache, RespellingTokenisesTheNewSpellingAgain) {
     EXPECT_NE(before.Get(), after.Get());
     EXPECT_EQ(DescribeAll(*after)[0], "str:TOKRESPELL");
     EXPECT_EQ(after->ThisCharPlus(0, 20).ToUtf8(), "'TOKRESPELL' & 1");
-}
-
-TEST(TokeniserCache, AFailedTextIsNotCachedAndFailsAgain) {
-    for (int round = 0; round < 2; ++round) {
-        QTokeniser tokeniser{FormulaText("'tokCacheUnclosed")};
-        CString error;
-        EXPECT_FALSE(tokeniser.Create(error));
-        EXPECT_EQ(error.ToUtf8(), "Mismatched quotes");
-        EXPECT_TRUE(Uncached(tokeniser.Formula()));
-    }
-}
-
-TEST(TokeniserCache, AnEmptyFormulaGetsAFreshStreamEachTimeAndCommentsAloneAnEmptyOne) {
-    QTokeniser first{FormulaText("  ")};
-    QTokeniser second{FormulaText()};
-    CString error;
-    ASSERT_TRUE(first.Create(error));
-    ASSERT_TRUE(second.Create(error));
-    EXPECT_EQ(first.Formula().UniqueId(), -1);
-    ASSERT_TRUE(first.Stream());
-    EXPECT_NE(first.Stream(), second.Stream());
-    EXPECT_TRUE(first.IsEmpty());
-    EXPECT_TRUE(first.PastEOF());
-
-    QTokeniser note{FormulaText("// tokCacheNote")};
-    ASSERT_TRUE(note.Create(error));
-    EXPECT_TRUE(note.IsEmpty());
-    EXPECT_EQ(note.Stream()->Count(), 0);
 }
 
 } // namespace
