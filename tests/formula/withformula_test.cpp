@@ -262,30 +262,6 @@ TEST_F(WithFormulaBase, SetFormulaTellsTheRootAndTheNoChangeFormsDoNot) {
     EXPECT_EQ(tree.root.m_notices, (std::vector<std::string>{"pre", "changed"}));
 }
 
-struct ColorCase {
-    const char16_t* formula;
-    bool error;
-    bool selected;
-    unsigned long color;
-};
-
-TEST_F(WithFormulaBase, DisplayColorTellsFormulasAndErrorsApart) {
-    const unsigned long normal = 0x123456;
-    const ColorCase cases[] = {
-        {u"", false, false, normal},
-        {u"a", false, false, QWithFormulaBase::c_formulaColor},
-        {u"a", false, true, QWithFormulaBase::c_formulaSelectedColor},
-        {u"a", true, false, QWithFormulaBase::c_errorColor},
-        {u"", true, true, QWithFormulaBase::c_errorColor},
-    };
-    for (const ColorCase& c : cases) {
-        QWithFormulaBase holder(nullptr, FormulaText(c.formula));
-        holder.SetErrorBit(c.error);
-        EXPECT_EQ(holder.DisplayColor(normal, c.selected), c.color)
-            << CString(c.formula).ToUtf8() << c.error << c.selected;
-    }
-}
-
 std::vector<std::uint8_t> Stored(const QWithFormulaBase& holder) {
     CMemFile file;
     {
