@@ -57,14 +57,6 @@ public:
         path = CString::FromUtf8(*answer);
         return true;
     }
-    bool EditForm(const CString& path, const CString& group) override {
-        asked.push_back("form " + path.ToUtf8() + " " + group.ToUtf8());
-        return true;
-    }
-    bool EditTable(const CString& path) override {
-        asked.push_back("table " + path.ToUtf8());
-        return true;
-    }
     PageSelection SelectCategoryAndPage(const CString& category, const CString& page) override {
         asked.push_back("page " + category.ToUtf8() + "/" + page.ToUtf8());
         return selection;
@@ -121,9 +113,6 @@ protected:
         }
         return lines;
     }
-    std::string Folder(QConstantFolder kind) const {
-        return m_app->FolderForConstant(kind).ToUtf8() + "/";
-    }
 
     DialogHost m_host;
     std::unique_ptr<QWinApp> m_app;
@@ -162,23 +151,6 @@ INSTANTIATE_TEST_SUITE_P(
         ServerCase{"showfriendlywizard(\"Doors\", 1, 2, 3, 4)", "No",
                    "Server:Ignoring SHOWFRIENDLYWIZARD: Doors"}));
 
-TEST_F(FunctionsWindows, AServerWithADisplayAsksNothingEither) {
-    m_host.display = true;
-    m_app->SetServer(true);
-    EXPECT_EQ(ValueOf("edittext(\"draft\")"), "draft");
-    EXPECT_THAT(Logged(), ElementsAre("Server:Ignoring EDITTEXT: draft"));
-    EXPECT_TRUE(m_host.asked.empty());
-}
-
-TEST_F(FunctionsWindows, ShowPageSelectsThePageOfTheSheet) {
-    m_host.selection = IUIServices::PageSelection::Selected;
-    EXPECT_EQ(ValueOf("showpage(\"Doors\", \"Size\")"), "Yes");
-    m_host.selection = IUIServices::PageSelection::NotFound;
-    EXPECT_EQ(ValueOf("showpage(\"Doors\", \"Colour\")"),
-              "#ERR Cannot select the page of category [Doors], page [Colour]");
-    EXPECT_THAT(m_host.asked, ElementsAre("page Doors/Size", "page Doors/Colour"));
-}
-
 TEST_F(FunctionsWindows, TheDialogsGiveWhatThePersonChoseOrTheOldValue) {
     m_host.display = true;
     m_host.answer = "final";
@@ -200,26 +172,6 @@ TEST_F(FunctionsWindows, TheDialogsGiveWhatThePersonChoseOrTheOldValue) {
     EXPECT_EQ(ValueOf("showfriendlypages(\"Doors\")"),
               "#ERR Friendly pages cannot be shown: there are no question pages");
     EXPECT_TRUE(Logged().empty());
-}
-
-TEST_F(FunctionsWindows, BrowseGivesAPathRelativeToTheDialogsFolder) {
-    m_host.display = true;
-    const std::string tables = Folder(QConstantFolder::Table);
-    m_host.answer = tables + "sub/a.dat";
-    EXPECT_EQ(ValueOf("browsefile()"), "sub/a.dat");
-    m_host.answer = "/elsewhere/b.dat";
-    EXPECT_EQ(ValueOf("browsemodel(\"old.obj\", \"*.obj\")"), "/elsewhere/b.dat");
-    EXPECT_THAT(m_host.asked, ElementsAre("browse Browse for File in " + tables + " for  at ",
-                                          "browse Browse for Model in " + tables +
-                                              " for *.obj at " + tables + "old.obj"));
-}
-
-TEST_F(FunctionsWindows, EditorsOpenOnTheirFiles) {
-    m_host.display = true;
-    EXPECT_EQ(ValueOf("tableeditor(\"prices\")"), "Yes");
-    EXPECT_EQ(ValueOf("formeditor(\"/forms/kitchen.viqx\", \"Doors\")"), "Yes");
-    EXPECT_THAT(m_host.asked, ElementsAre("table " + Folder(QConstantFolder::Table) + "prices.vlt",
-                                          "form /forms/kitchen.viqx Doors"));
 }
 
 TEST_F(FunctionsWindows, MsgBoxLogReportsUnderItsHeading) {
