@@ -1,30 +1,24 @@
 #include "tests/support/anyvalues.h"
-#include "tests/support/environment.h"
 #include "tests/support/errorreports.h"
 #include "tests/support/evaluations.h"
 #include "tests/support/namescontext.h"
 
 #include "keel/document/errorlog.h"
-#include "keel/document/translate.h"
-#include "keel/document/usertrace.h"
 #include "keel/formula/evaluator.h"
 #include "keel/formula/evaluatorfactory.h"
 #include "keel/formula/formulacontext.h"
 #include "keel/values/formulahook.h"
 
-#include <filesystem>
 #include <gtest/gtest.h>
 #include <memory>
 #include <stdexcept>
 #include <string>
-#include <unistd.h>
 #include <utility>
 #include <vector>
 
 namespace keel {
 namespace {
 
-namespace fs = std::filesystem;
 using test::MessageOf;
 
 // Functions that fail in each of the ways an evaluation can: with no message and no value
@@ -124,23 +118,6 @@ TEST_F(EvaluatorTest, AFailureIsShownUnderFormulaInTheFormThatFitsIt) {
         EXPECT_FALSE(Run(c.formula).ok) << c.formula;
         EXPECT_EQ(OnlyReport(), "Formula: " + c.shown) << c.formula;
     }
-}
-
-// Translation itself is the translation file's business; one form shows that the forms reach
-// it under their own contexts.
-TEST_F(EvaluatorTest, TheFormsPassThroughTranslationUnderTheirOwnContexts) {
-    // A decoy match comes first, so that only the form's own context picks the translation.
-    const std::string original = "%s\\nin formula\\n\\t%s\\nnear\\n\\t%s";
-    const fs::path path = LogPath().string() + ".translations.txt";
-    test::WriteText(path, original + "\t\tWRONG\tMessage box \\(nothing\\)\t\n" + original +
-                              "\t\t%s IN %s NEAR %s\tMessage box \\(msg,formula,expr\\)\t\n");
-    ASSERT_TRUE(SwitchToTranslationFile(CString::FromUtf8(path.string()), true, false));
-    TheErrorLog().DiscardPendingMessages();
-    Run("1; 2 +");
-    EXPECT_EQ(OnlyReport(), "Formula: Expecting a number, string, name or (expression)\nbut found "
-                            "end of formula IN 1; 2 + NEAR 2 +");
-    SwitchToTranslationFile(CString(), true, false);
-    fs::remove(path);
 }
 
 // How a run ends: whether it succeeds, its message, the message of the error value it leaves
