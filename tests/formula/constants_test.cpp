@@ -172,23 +172,5 @@ TEST_F(ConstantsTest, AnActionVariableRunsAsAnActionWithAColonInFrontWhenItHolds
     EXPECT_EQ(factory.made.size(), 2u);
 }
 
-TEST_F(ConstantsTest, AnIdentifierIsDefinedAsALocalVariableOrInTheContext) {
-    test::NamesContext context;
-    context.Set("width", QAnyValue(3));
-    QAnyValue result;
-    QEvaluator evaluator(result, FormulaText("1"), &context, false, true, false);
-    evaluator.SetVar(PropId("count"), QAnyValue(1));
-    EXPECT_TRUE(evaluator.IsIdentifierDefined(FullId("count")));
-    EXPECT_TRUE(evaluator.IsIdentifierDefined(FullId("Width")));
-    EXPECT_FALSE(evaluator.IsIdentifierDefined(FullId("depth")));
-    EXPECT_FALSE(evaluator.IsIdentifierDefined(FullId("pi"))) << "a constant is no identifier";
-    EXPECT_FALSE(evaluator.IsIdentifierDefined(FullId("count.x")));
-    EXPECT_EQ(TheErrorLog().GetSize(), 0);
-    EXPECT_FALSE(NoEvalReportErrors()) << "the quiet look-up puts the switch back";
-
-    QEvaluator alone(result, FormulaText("1"), nullptr, false, true, false);
-    EXPECT_FALSE(alone.IsIdentifierDefined(FullId("width")));
-}
-
 } // namespace
 } // namespace keel
