@@ -244,8 +244,6 @@ protected:
     }
 };
 
-using FormulaContextLookup = FormulaContextTest;
-
 // The tree: grand <- parent <- asker <- kid, and parent <- sibling. Each place that holds the
 // name answers with its own number; the nearest place must win.
 enum Place {
@@ -263,7 +261,7 @@ struct OrderCase {
     int winner;
 };
 
-TEST_F(FormulaContextLookup, NearestPlaceWins) {
+TEST_F(FormulaContextTest, NearestPlaceWins) {
     const OrderCase cases[] = {
         {AskerProp | AskerHook | Kid | ParentProp | ParentHook | Sibling | Grand, AskerProp},
         {AskerHook | Kid | ParentProp | ParentHook | Sibling | Grand, AskerHook},
@@ -295,7 +293,7 @@ TEST_F(FormulaContextLookup, NearestPlaceWins) {
     }
 }
 
-TEST_F(FormulaContextLookup, UnknownNamesAndPathsAreFalseAndSilent) {
+TEST_F(FormulaContextTest, UnknownNamesAndPathsAreFalseAndSilent) {
     TestContext doc("Doc");
     TestContext wall("Wall", &doc);
     doc.Hook("w", 3);
@@ -311,7 +309,7 @@ TEST_F(FormulaContextLookup, UnknownNamesAndPathsAreFalseAndSilent) {
     EXPECT_TRUE(Reports().empty());
 }
 
-TEST_F(FormulaContextLookup, APropertyThatFailsToGiveAValueEndsTheSearch) {
+TEST_F(FormulaContextTest, APropertyThatFailsToGiveAValueEndsTheSearch) {
     TestContext parent("Parent");
     TestContext asker("Asker", &parent);
     asker.PropFormula("x", "1 +");
@@ -323,7 +321,7 @@ TEST_F(FormulaContextLookup, APropertyThatFailsToGiveAValueEndsTheSearch) {
     EXPECT_EQ(parent.m_hookReads, 0);
 }
 
-TEST_F(FormulaContextLookup, ErrorAndStateComeFromWhereTheNameWasFoundAndNeverFall) {
+TEST_F(FormulaContextTest, ErrorAndStateComeFromWhereTheNameWasFoundAndNeverFall) {
     TestContext parent("Parent");
     TestContext asker("Asker", &parent);
     parent.Hook("x", 1, QCS_ByAcceptor);
@@ -340,7 +338,7 @@ TEST_F(FormulaContextLookup, ErrorAndStateComeFromWhereTheNameWasFoundAndNeverFa
     EXPECT_EQ(Find(asker, "y", QCS_NotCacheable), (Found{true, QAnyValue(1), QCS_NotCacheable}));
 }
 
-TEST_F(FormulaContextLookup, FormulasAreFoundInTheSameOrderAndThroughPaths) {
+TEST_F(FormulaContextTest, FormulasAreFoundInTheSameOrderAndThroughPaths) {
     TestContext grand("Grand");
     TestContext parent("Parent", &grand);
     TestContext asker("Asker", &parent);
@@ -362,7 +360,7 @@ TEST_F(FormulaContextLookup, FormulasAreFoundInTheSameOrderAndThroughPaths) {
     EXPECT_FALSE(grand.LookupFormula(FullId("Roof.h"), formula));
 }
 
-TEST_F(FormulaContextLookup, AContextIsFoundByItsTypeNameNearestFirst) {
+TEST_F(FormulaContextTest, AContextIsFoundByItsTypeNameNearestFirst) {
     TestContext doc("Doc");
     TestContext wall("Wall", &doc);
     TestContext window("Window", &wall);
@@ -387,7 +385,7 @@ TEST_F(FormulaContextLookup, AContextIsFoundByItsTypeNameNearestFirst) {
     }
 }
 
-TEST_F(FormulaContextLookup, ADottedNameIsLookedUpInTheContextItsHeadNames) {
+TEST_F(FormulaContextTest, ADottedNameIsLookedUpInTheContextItsHeadNames) {
     TestContext doc("Doc");
     TestContext wall("Wall", &doc);
     TestContext floor("Floor", &doc);
@@ -401,7 +399,7 @@ TEST_F(FormulaContextLookup, ADottedNameIsLookedUpInTheContextItsHeadNames) {
 }
 
 // A value found through a path depends on the state of the path's head, found or not.
-TEST_F(FormulaContextLookup, AValueFoundThroughAPathTakesTheStateOfItsHead) {
+TEST_F(FormulaContextTest, AValueFoundThroughAPathTakesTheStateOfItsHead) {
     TestContext doc("Doc");
     TestContext wall("Wall", &doc);
     wall.Hook("w", 3);
@@ -410,8 +408,6 @@ TEST_F(FormulaContextLookup, AValueFoundThroughAPathTakesTheStateOfItsHead) {
     wall.m_stateWhenFound = QCS_ByAcceptor;
     EXPECT_EQ(Find(doc, "Wall.v"), (Found{false, QAnyValue(), QCS_ByAcceptor}));
 }
-
-using FormulaContextTries = FormulaContextTest;
 
 // A line of contexts L0 <- L1 <- ... each the parent of the one before, with no children scanned.
 class Chain {
@@ -440,7 +436,7 @@ private:
 
 // Each link takes two tries, so 127 links up is the farthest reach of each family.
 // A walk that goes no farther gives up once, however long the chain above.
-TEST_F(FormulaContextTries, EachFamilyReaches127LinksUpAndGivesUpOnceWithItsOwnMessage) {
+TEST_F(FormulaContextTest, EachFamilyReaches127LinksUpAndGivesUpOnceWithItsOwnMessage) {
     Chain chain(300);
     chain[127].Hook("chainTop", 1);
     chain[299].Hook("chainFar", 2);
@@ -466,7 +462,7 @@ TEST_F(FormulaContextTries, EachFamilyReaches127LinksUpAndGivesUpOnceWithItsOwnM
     EXPECT_EQ(Reports(), chain.GaveUp("context", "L128"));
 }
 
-TEST_F(FormulaContextTries, EveryFormOfTheThreeFamiliesGivesUpAtZero) {
+TEST_F(FormulaContextTest, EveryFormOfTheThreeFamiliesGivesUpAtZero) {
     TestContext context("TriesBox");
     context.Hook("triesName", 1);
     context.HookFormula("triesName", "1");
@@ -504,9 +500,7 @@ TEST_F(FormulaContextTries, EveryFormOfTheThreeFamiliesGivesUpAtZero) {
     EXPECT_TRUE(Reports().empty());
 }
 
-using FormulaContextSet = FormulaContextTest;
-
-TEST_F(FormulaContextSet, AValueGoesToWhereTheNameIsHeldOrBecomesAPropertyOfTheAsker) {
+TEST_F(FormulaContextTest, AValueGoesToWhereTheNameIsHeldOrBecomesAPropertyOfTheAsker) {
     TestContext parent("Parent");
     TestContext asker("Asker", &parent);
     TestContext kid("Kid", &asker);
@@ -537,7 +531,7 @@ TEST_F(FormulaContextSet, AValueGoesToWhereTheNameIsHeldOrBecomesAPropertyOfTheA
     EXPECT_TRUE(asker.OwnProp("h").value == QAnyValue(6));
 }
 
-TEST_F(FormulaContextSet, APathSetsOnTheContextItsHeadNamesOrNowhere) {
+TEST_F(FormulaContextTest, APathSetsOnTheContextItsHeadNamesOrNowhere) {
     TestContext doc("Doc");
     TestContext wall("Wall", &doc);
     TestContext floor("Floor", &doc);
@@ -555,8 +549,6 @@ TEST_F(FormulaContextSet, APathSetsOnTheContextItsHeadNamesOrNowhere) {
     EXPECT_EQ(wall.OwnProp("q").formula, FormulaText("4"));
 }
 
-using FormulaContextIdentity = FormulaContextTest;
-
 struct WhoCase {
     const char* root;
     const char* middle;
@@ -564,7 +556,7 @@ struct WhoCase {
     const char* expected;
 };
 
-TEST_F(FormulaContextIdentity, WhoAmIPutsTheRootFirstAndSkipsEmptyPartsAndTheTypeNameNames) {
+TEST_F(FormulaContextTest, WhoAmIPutsTheRootFirstAndSkipsEmptyPartsAndTheTypeNameNames) {
     const WhoCase cases[] = {
         {"Doc", "Wall", "Box", "Doc Wall Box"},
         {"", "Wall", "Box", "Wall Box"},
@@ -584,9 +576,7 @@ TEST_F(FormulaContextIdentity, WhoAmIPutsTheRootFirstAndSkipsEmptyPartsAndTheTyp
     EXPECT_FALSE(box.IsNamed(PropId("Bo")));
 }
 
-using FormulaContextLifecycle = FormulaContextTest;
-
-TEST_F(FormulaContextLifecycle, SharingDetachesFromTheParent) {
+TEST_F(FormulaContextTest, SharingDetachesFromTheParent) {
     TestContext parent("Parent");
     TestContext child("Child", &parent);
     child.SetCanBeShared(true);
@@ -602,7 +592,7 @@ TEST_F(FormulaContextLifecycle, SharingDetachesFromTheParent) {
     EXPECT_EQ(child.ParentContext(), nullptr);
 }
 
-TEST_F(FormulaContextLifecycle, DeleteThisAndTheLastSmartPointerMarkTheContextBeforeItGoes) {
+TEST_F(FormulaContextTest, DeleteThisAndTheLastSmartPointerMarkTheContextBeforeItGoes) {
     for (const bool smart : {false, true}) {
         int destroyed = 0;
         bool destructingAtPreDelete = false;
@@ -618,7 +608,7 @@ TEST_F(FormulaContextLifecycle, DeleteThisAndTheLastSmartPointerMarkTheContextBe
     }
 }
 
-TEST_F(FormulaContextLifecycle, FullRecalcTellsTheRootAndReachesEveryLivingChild) {
+TEST_F(FormulaContextTest, FullRecalcTellsTheRootAndReachesEveryLivingChild) {
     TestRoot root;
     TestContext wall("Wall", &root);
     TestContext window("Window", &wall);
@@ -641,9 +631,7 @@ TEST_F(FormulaContextLifecycle, FullRecalcTellsTheRootAndReachesEveryLivingChild
     EXPECT_EQ(shared.m_fullRecalcs, 0);
 }
 
-using FormulaContextEvaluate = FormulaContextTest;
-
-TEST_F(FormulaContextEvaluate, AFormulaIsEvaluatedInTheContextAndRaisesTheState) {
+TEST_F(FormulaContextTest, AFormulaIsEvaluatedInTheContextAndRaisesTheState) {
     const struct {
         const char* formula;
         QCacheState hookState;
@@ -687,7 +675,7 @@ std::vector<bool> FlagsOf(const test::EvaluatorFactoryOf<>::Made& made) {
     return {made.passThrough, made.report, made.action};
 }
 
-TEST_F(FormulaContextEvaluate, TheEvaluatorComesFromTheInstalledFactory) {
+TEST_F(FormulaContextTest, TheEvaluatorComesFromTheInstalledFactory) {
     test::EvaluatorFactoryOf<> factory;
     test::ScopedEvaluatorFactory installed(factory);
     TestContext box("Box");
@@ -711,8 +699,6 @@ TEST_F(FormulaContextEvaluate, TheEvaluatorComesFromTheInstalledFactory) {
     EXPECT_FALSE(box.EvaluateVarAsBool(u"w > 5", false));
 }
 
-using FormulaContextHolders = FormulaContextTest;
-
 class Holder : public QWithContextVirtual {
 public:
     QFormulaContext* ParentContext() override { return m_parent; }
@@ -722,7 +708,7 @@ public:
     QFormulaContext* m_parent = nullptr;
 };
 
-TEST_F(FormulaContextHolders, SettingAParentTellsTheRootOfTheChange) {
+TEST_F(FormulaContextTest, SettingAParentTellsTheRootOfTheChange) {
     TestRoot root;
     TestContext wall("Wall", &root);
     Holder holder;
