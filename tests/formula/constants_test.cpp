@@ -85,16 +85,6 @@ TEST_F(ConstantsTest, FoldersComeFromTheFactoryAndAreEmptyWithoutOne) {
             << name;
 }
 
-TEST_F(ConstantsTest, WithEvaluationOffAConstantIsKnownButNotRead) {
-    QAnyValue ignored;
-    QEvaluator evaluator(ignored, FormulaText("1"), nullptr, false, true, false);
-    QEvaluator::NoEval noEval(evaluator);
-    QAnyValue value(5);
-    EXPECT_TRUE(evaluator.EvaluateNamedConstant(value, PropId("pi")));
-    EXPECT_EQ(value.MakeInt(), 5);
-    EXPECT_FALSE(evaluator.EvaluateNamedConstant(value, PropId("width")));
-}
-
 TEST_F(ConstantsTest, AnApplicationAddsConstantsOfItsOwn) {
     EXPECT_TRUE(Evaluated("answer").IsError()) << "a plain evaluator has no such constant";
     TheErrorLog().DiscardPendingMessages();
