@@ -178,21 +178,6 @@ TEST(TokeniserTokenKinds, CursorIsTheOffsetOfTheFirstCharacterInTheTrimmedText) 
     EXPECT_EQ(trimmed.GetToken(2)->Cursor(), 2);
 }
 
-TEST(TokeniserNumbers, FeetAreTwelveInchesAndDecimalsTheNearestDouble) {
-    QTokenStream stream{FormulaText("5' 1\"")};
-    ASSERT_TRUE(stream.Create(true));
-    EXPECT_EQ(QAnyValue(stream.GetToken(0)->Value()).MakeLength().GetRaw(),
-              60 * 25.400000000000002);
-    EXPECT_EQ(QAnyValue(stream.GetToken(1)->Value()).MakeLength().GetRaw(), 25.400000000000002);
-    for (const char* literal : {"0.1", "2.675", "9.999999999999999", "1234567.891"}) {
-        QTokenStream decimal{FormulaText(literal)};
-        ASSERT_TRUE(decimal.Create(true));
-        EXPECT_EQ(QAnyValue(decimal.GetToken(0)->Value()).MakeDouble(),
-                  std::strtod(literal, nullptr))
-            << literal;
-    }
-}
-
 struct EscapeCase {
     const char16_t* text;
     const char16_t* expected;
@@ -214,18 +199,6 @@ INSTANTIATE_TEST_SUITE_P(
                     // One pass: the escaped backslash does not start a further sequence.
                     EscapeCase{u"\\\\n", u"\\n"}, EscapeCase{u"\\\\\\n", u"\\\n"},
                     EscapeCase{u"", u""}));
-
-TEST(TokeniserEscapesFlag, WithoutEscapesTheBackslashesStayButTheTokeniserAlwaysUnquotes) {
-    QTokenStream stream{FormulaText("'a\\nb'")};
-    ASSERT_TRUE(stream.Create(false));
-    EXPECT_EQ(DescribeAll(stream), std::vector<std::string>{"str:a\\nb"});
-    QTokeniser tokeniser{FormulaText("'tokEscape\\tline\\n'")};
-    CString error;
-    ASSERT_TRUE(tokeniser.Create(error));
-    QAnyValue value;
-    ASSERT_TRUE(tokeniser.ParseValue(value));
-    EXPECT_EQ(value.MakeCString().ToUtf8(), "tokEscape\tline\n");
-}
 
 struct FailureCase {
     const char16_t* formula;
