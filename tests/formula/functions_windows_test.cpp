@@ -7,7 +7,6 @@
 #include "keel/formula/evaluatorfactory.h"
 #include "keel/platform/uiservices.h"
 
-#include <filesystem>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <memory>
@@ -15,13 +14,11 @@
 #include <regex>
 #include <sstream>
 #include <string>
-#include <unistd.h>
 #include <vector>
 
 namespace keel {
 namespace {
 
-namespace fs = std::filesystem;
 using testing::ElementsAre;
 
 // Records what the functions ask of the person and answers from what the test set.
@@ -48,24 +45,18 @@ public:
         color = std::stoul(*answer);
         return true;
     }
-    bool BrowseForFile(const CString& title, const CString& folder, const CString& filter,
-                       CString& path) override {
-        asked.push_back("browse " + title.ToUtf8() + " in " + folder.ToUtf8() + " for " +
-                        filter.ToUtf8() + " at " + path.ToUtf8());
-        if (!answer)
-            return false;
-        path = CString::FromUtf8(*answer);
-        return true;
+    bool BrowseForFile(const CString& title, const CString&, const CString&, CString&) override {
+        asked.push_back("browse " + title.ToUtf8());
+        return false;
     }
-    PageSelection SelectCategoryAndPage(const CString& category, const CString& page) override {
-        asked.push_back("page " + category.ToUtf8() + "/" + page.ToUtf8());
-        return selection;
+    PageSelection SelectCategoryAndPage(const CString& category, const CString&) override {
+        asked.push_back("page " + category.ToUtf8());
+        return PageSelection::NoSheet;
     }
 
     bool display = false;
     int boxAnswer = IDOK;
     std::optional<std::string> answer;
-    PageSelection selection = PageSelection::NoSheet;
     std::vector<std::string> boxes;
     std::vector<std::string> asked;
 };
