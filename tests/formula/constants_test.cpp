@@ -122,20 +122,6 @@ TEST_F(ConstantsTest, AFailedFormulaReportsAndGivesTheTypesDefault) {
     EXPECT_EQ(TheErrorLog().GetSize(), 1) << "without the report flag nothing more is shown";
 }
 
-TEST_F(ConstantsTest, AConstantFormulaNeedsNoContext) {
-    QAnyValue result(1);
-    EXPECT_FALSE(QEvaluator::IsConstantFormula(FormulaText(), result));
-    EXPECT_EQ(result.MakeInt(), 1) << "an empty formula is not even evaluated";
-
-    EXPECT_TRUE(QEvaluator::IsConstantFormula(FormulaText("2 * pi"), result));
-    EXPECT_DOUBLE_EQ(result.MakeDouble(), 2 * 3.141592653589793);
-
-    EXPECT_FALSE(QEvaluator::IsConstantFormula(FormulaText("width * 2"), result));
-    EXPECT_TRUE(result.IsError());
-    EXPECT_EQ(TheErrorLog().GetSize(), 0) << "nothing is reported";
-    EXPECT_FALSE(NoEvalReportErrors());
-}
-
 TEST_F(ConstantsTest, AnActionVariableRunsAsAnActionWithAColonInFrontWhenItHoldsAText) {
     ProductFactory factory;
     SetEvaluatorFactory(&factory);
