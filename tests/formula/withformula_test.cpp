@@ -232,22 +232,6 @@ TEST_F(WithFormulaAssign, AValueDropsTheFormulaAndTheErrorBitAndOnlyADifferentOn
     }
 }
 
-TEST_F(WithFormulaAssign, CopiesCarryValueAndFormulaAndAdoptAContextOnlyWhenTheyHaveNone) {
-    Root first("First");
-    Root second("Second");
-    const QWithFormula<QAnyValue> source(&first, QAnyValue(4), FormulaText(u"2 * 2"));
-    QWithFormula<QAnyValue> orphan;
-    orphan = source;
-    EXPECT_EQ(orphan.ParentContext(), &first);
-    QWithFormula<QAnyValue> settled(&second);
-    settled = source;
-    EXPECT_EQ(settled.ParentContext(), &second);
-    EXPECT_EQ(settled.Formula(), FormulaText(u"2 * 2"));
-    Loose elsewhere;
-    const QWithFormula<QAnyValue> moved(source, &elsewhere);
-    EXPECT_EQ(moved.ParentContext(), &elsewhere);
-}
-
 using WithFormulaBase = WithFormulaTest;
 
 TEST_F(WithFormulaBase, SetFormulaTellsTheRootAndTheNoChangeFormsDoNot) {
