@@ -222,28 +222,6 @@ TEST_F(EvaluatorTest, AValueKeptByTheContextAnswersAtOnceUnlessDebugOrAction) {
     }
 }
 
-TEST_F(EvaluatorTest, ASuccessIsKeptByTheContextUnlessItIsAnActionOrASyntaxCheck) {
-    test::NamesContext context;
-    context.Set("depth", QAnyValue(20));
-    EXPECT_EQ(QAnyValue(Run("depth * 2", true, &context).result).MakeInt(), 40);
-    QAnyValue kept;
-    QCacheState state = QCS_Stable;
-    ASSERT_TRUE(context.HeresAFormulaValueIPreparedEarlier(kept, state, FormulaText("depth * 2")));
-    EXPECT_EQ(kept.MakeInt(), 40);
-
-    QAnyValue result;
-    QEvaluator action(result, FormulaText("depth * 3"), &context, false, true, true);
-    EXPECT_TRUE(action.Evaluate());
-    EXPECT_FALSE(context.HeresAFormulaValueIPreparedEarlier(kept, state, FormulaText("depth * 3")));
-
-    context.RememberThisFormulaValueForNextTime(QAnyValue(42), FormulaText("40 +"), QCS_Stable);
-    QEvaluator check(result, FormulaText("40 +"), &context, false, false, false);
-    EXPECT_FALSE(check.EvaluateNoEval()) << "a syntax check does not read the cache";
-    QEvaluator other(result, FormulaText("40 + 2"), &context, false, false, false);
-    EXPECT_TRUE(other.EvaluateNoEval());
-    EXPECT_FALSE(context.HeresAFormulaValueIPreparedEarlier(kept, state, FormulaText("40 + 2")));
-}
-
 TEST_F(EvaluatorTest, TheReverseIntIsTheNumberThatEndsAName) {
     const std::pair<const char*, int> cases[] = {
         {"frame12", 12}, {"frame", -1}, {"7", 7}, {"", -1}, {"x99999999999", 2147483647},
