@@ -559,22 +559,6 @@ TEST_F(FormulaContextTest, WhoAmISkipsContextsWithoutANameAndIsNamedFoldsCase) {
     EXPECT_FALSE(middle.IsNamed(PropId("Wal")));
 }
 
-TEST_F(FormulaContextTest, SharingDetachesFromTheParent) {
-    TestContext parent("Parent");
-    TestContext child("Child", &parent);
-    child.SetCanBeShared(true);
-    EXPECT_TRUE(child.CanBeSharedOrIsDestructing());
-    EXPECT_EQ(child.ParentContext(), nullptr);
-    child.DoSetParentContext(&parent);
-    EXPECT_EQ(child.ParentContext(), nullptr) << "a shared context gets no parent this way";
-
-    child.SetCanBeShared(false);
-    child.DoSetParentContextIfNotShared(&parent);
-    EXPECT_EQ(child.ParentContext(), &parent);
-    child.DoSetParentContext(nullptr);
-    EXPECT_EQ(child.ParentContext(), nullptr);
-}
-
 TEST_F(FormulaContextTest, DeleteThisAndTheLastSmartPointerMarkTheContextBeforeItGoes) {
     for (const bool smart : {false, true}) {
         int destroyed = 0;
