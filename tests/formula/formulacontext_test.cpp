@@ -703,43 +703,5 @@ TEST_F(FormulaContextTest, SettingAParentTellsTheRootOfTheChange) {
     EXPECT_EQ(root.m_notices.size(), 4u);
 }
 
-// A state whose number is 2^bits - 1, built by doubling: from all ones, count up to the next
-// power and put the ones back.
-QState AllOnes(int bits) {
-    QState state;
-    ++state;
-    for (int i = 1; i < bits; ++i) {
-        const QState ones(state);
-        ++state;
-        state ^= ones;
-    }
-    return state;
-}
-
-TEST(StateCounter, CountsFromOneAndWrapsWithin29BitsLeavingTheFlags) {
-    QState state;
-    EXPECT_EQ(state.Number(), 0u);
-    ++state;
-    ++state;
-    EXPECT_EQ(state.Number(), 2u);
-    EXPECT_EQ(state.ToString().ToUtf8(), "2");
-
-    state = AllOnes(29);
-    EXPECT_EQ(state.Number(), (1u << 29) - 1);
-    EXPECT_EQ(state.ToString().ToUtf8(), "536870911");
-    ++state;
-    EXPECT_EQ(state.Word(), 1u) << "zero is skipped and the carry never reaches the flags";
-
-    state = AllOnes(29);
-    state.SetCacheState(QCS_ByAcceptor);
-    state.SetErrorBit(true);
-    ++state;
-    EXPECT_EQ(state.Number(), 1u);
-    EXPECT_EQ(state.CacheState(), QCS_ByAcceptor);
-    EXPECT_TRUE(state.IsErrorBit());
-    state.Reset();
-    EXPECT_EQ(state.Word(), 0u);
-}
-
 } // namespace
 } // namespace keel
