@@ -174,19 +174,6 @@ TEST_F(EvaluatorTest, ARunEndsWithTheseMessagesAndReports) {
     EXPECT_FALSE(NoEvalReportErrors()) << "the evaluator put the switch back as it found it";
 }
 
-TEST_F(EvaluatorTest, TheResultsOfRunsAreEmptyOrTheirValue) {
-    QAnyValue result(7);
-    QEvaluator empty(result, FormulaText(), nullptr, false, true, false);
-    EXPECT_TRUE(result.IsEmpty()) << "the constructor empties the result";
-    EXPECT_TRUE(empty.Evaluate());
-    EXPECT_TRUE(result.IsEmpty());
-
-    // A no-eval run checks the syntax only.
-    QEvaluator broken(result, FormulaText("nosuchname +"), nullptr, false, false, false);
-    EXPECT_FALSE(broken.EvaluateNoEval());
-    EXPECT_TRUE(test::PendingReports().empty());
-}
-
 TEST_F(EvaluatorTest, ContextInfoHasALineForEachGuardInForceInnermostLast) {
     EXPECT_EQ(QEvaluator::ContextInfo(true).ToUtf8(), "");
     {
