@@ -164,20 +164,6 @@ INSTANTIATE_TEST_SUITE_P(Names, TokeniserTokens,
                                          TokenCase{"caf\xc3\xa9", {"id:caf\xc3\xa9"}},
                                          TokenCase{"@x", {"c:@", "id:x"}}));
 
-TEST(TokeniserTokenKinds, CursorIsTheOffsetOfTheFirstCharacterInTheTrimmedText) {
-    QTokenStream stream{FormulaText("ab + 'x' /* c */ $1,000 5'6 .5")};
-    ASSERT_TRUE(stream.Create(true));
-    std::vector<int> cursors;
-    for (short position = 0; position < stream.Count(); ++position)
-        cursors.push_back(stream.GetToken(position)->Cursor());
-    EXPECT_EQ(cursors, (std::vector<int>{0, 3, 5, 17, 24, 28}));
-    // The interned formula loses what lies at or below a space at both ends.
-    QTokenStream trimmed{FormulaText("\n\t  a+b")};
-    ASSERT_TRUE(trimmed.Create(true));
-    EXPECT_EQ(trimmed.GetToken(0)->Cursor(), 0);
-    EXPECT_EQ(trimmed.GetToken(2)->Cursor(), 2);
-}
-
 struct EscapeCase {
     const char16_t* text;
     const char16_t* expected;
