@@ -490,14 +490,6 @@ TEST_F(FormulaContextTest, EveryFormOfTheThreeFamiliesGivesUpAtZero) {
                              {"Construction", "In TriesBox\nCannot find formula for\ntriesName"},
                              {"Construction", "In TriesBox\nCannot find context for\nTriesBox"},
                          }));
-
-    // A cached value is served even without tries.
-    TheErrorLog().DiscardPendingMessages();
-    context.RememberThisPropIdValueForNextTime(QAnyValue(9), name);
-    EXPECT_TRUE(context.SimpleLookupValueWithTries(name, value, error, state, nullptr, false, false,
-                                                   true, 0));
-    EXPECT_TRUE(value == QAnyValue(9));
-    EXPECT_TRUE(Reports().empty());
 }
 
 TEST_F(FormulaContextTest, AValueGoesToWhereTheNameIsHeldOrBecomesAPropertyOfTheAsker) {
