@@ -2,13 +2,9 @@
 #include "tests/support/formulacases.h"
 #include "tests/support/formularuns.h"
 #include "tests/support/functioncalls.h"
-#include "tests/support/tempfolder.h"
-
-#include "keel/document/usertrace.h"
 
 #include <gtest/gtest.h>
 #include <iostream>
-#include <sstream>
 #include <string>
 #include <vector>
 
@@ -209,37 +205,6 @@ TEST_F(CompiledFormulas, AnEvaluatorOfADerivedClassWalks) {
     SetEvaluatorFactory(previous);
     EXPECT_TRUE(run.ok);
     EXPECT_FALSE(run.compiled);
-}
-
-class CompiledFormulaTrace : public test::TempFolderTest {};
-
-// The lines of the trace file after the clock and the application's name.
-std::vector<std::string> TraceTexts(const std::string& trace) {
-    std::vector<std::string> texts;
-    std::istringstream lines(trace);
-    for (std::string line; std::getline(lines, line);) {
-        const std::size_t first = line.find('\t');
-        const std::size_t second = first == std::string::npos ? first : line.find('\t', first + 1);
-        if (second != std::string::npos)
-            texts.push_back(line.substr(second + 1));
-    }
-    return texts;
-}
-
-TEST_F(CompiledFormulaTrace, TracedEvaluationsWriteTheSameLines) {
-    std::vector<std::vector<std::string>> traces;
-    for (const QFormulaCompilation mode : {QFormulaCompilation::Off, QFormulaCompilation::Always}) {
-        const std::string trace =
-            test::Traced(m_root, USER_TRACE_PLAIN_LINES | USER_TRACE_EVALUATIONS, [mode] {
-                test::FormulaRunner runner;
-                for (const char* formula : {"a * 2 + b", "deferred + 1", "nothing", "a > 2 ? w : s",
-                                            "17 * 2 + 4 - 9 / 3", "3 m + 20 cm"})
-                    runner.Run(formula, mode);
-            });
-        traces.push_back(TraceTexts(trace));
-    }
-    EXPECT_GT(traces[0].size(), 10u);
-    EXPECT_EQ(traces[0], traces[1]);
 }
 
 } // namespace

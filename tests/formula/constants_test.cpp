@@ -85,16 +85,6 @@ TEST_F(ConstantsTest, FoldersComeFromTheFactoryAndAreEmptyWithoutOne) {
             << name;
 }
 
-TEST_F(ConstantsTest, WithEvaluationOffAConstantIsKnownButNotRead) {
-    QAnyValue ignored;
-    QEvaluator evaluator(ignored, FormulaText("1"), nullptr, false, true, false);
-    QEvaluator::NoEval noEval(evaluator);
-    QAnyValue value(5);
-    EXPECT_TRUE(evaluator.EvaluateNamedConstant(value, PropId("pi")));
-    EXPECT_EQ(value.MakeInt(), 5);
-    EXPECT_FALSE(evaluator.EvaluateNamedConstant(value, PropId("width")));
-}
-
 TEST_F(ConstantsTest, AnApplicationAddsConstantsOfItsOwn) {
     EXPECT_TRUE(Evaluated("answer").IsError()) << "a plain evaluator has no such constant";
     TheErrorLog().DiscardPendingMessages();
@@ -132,20 +122,6 @@ TEST_F(ConstantsTest, AFailedFormulaReportsAndGivesTheTypesDefault) {
     EXPECT_EQ(TheErrorLog().GetSize(), 1) << "without the report flag nothing more is shown";
 }
 
-TEST_F(ConstantsTest, AConstantFormulaNeedsNoContext) {
-    QAnyValue result(1);
-    EXPECT_FALSE(QEvaluator::IsConstantFormula(FormulaText(), result));
-    EXPECT_EQ(result.MakeInt(), 1) << "an empty formula is not even evaluated";
-
-    EXPECT_TRUE(QEvaluator::IsConstantFormula(FormulaText("2 * pi"), result));
-    EXPECT_DOUBLE_EQ(result.MakeDouble(), 2 * 3.141592653589793);
-
-    EXPECT_FALSE(QEvaluator::IsConstantFormula(FormulaText("width * 2"), result));
-    EXPECT_TRUE(result.IsError());
-    EXPECT_EQ(TheErrorLog().GetSize(), 0) << "nothing is reported";
-    EXPECT_FALSE(NoEvalReportErrors());
-}
-
 TEST_F(ConstantsTest, AnActionVariableRunsAsAnActionWithAColonInFrontWhenItHoldsAText) {
     ProductFactory factory;
     SetEvaluatorFactory(&factory);
@@ -170,24 +146,6 @@ TEST_F(ConstantsTest, AnActionVariableRunsAsAnActionWithAColonInFrontWhenItHolds
     EXPECT_FALSE(QEvaluator::ExecuteActionVariableIfAny(u"broken", &context));
     EXPECT_FALSE(QEvaluator::ExecuteActionVariableIfAny(u"absent", nullptr));
     EXPECT_EQ(factory.made.size(), 2u);
-}
-
-TEST_F(ConstantsTest, AnIdentifierIsDefinedAsALocalVariableOrInTheContext) {
-    test::NamesContext context;
-    context.Set("width", QAnyValue(3));
-    QAnyValue result;
-    QEvaluator evaluator(result, FormulaText("1"), &context, false, true, false);
-    evaluator.SetVar(PropId("count"), QAnyValue(1));
-    EXPECT_TRUE(evaluator.IsIdentifierDefined(FullId("count")));
-    EXPECT_TRUE(evaluator.IsIdentifierDefined(FullId("Width")));
-    EXPECT_FALSE(evaluator.IsIdentifierDefined(FullId("depth")));
-    EXPECT_FALSE(evaluator.IsIdentifierDefined(FullId("pi"))) << "a constant is no identifier";
-    EXPECT_FALSE(evaluator.IsIdentifierDefined(FullId("count.x")));
-    EXPECT_EQ(TheErrorLog().GetSize(), 0);
-    EXPECT_FALSE(NoEvalReportErrors()) << "the quiet look-up puts the switch back";
-
-    QEvaluator alone(result, FormulaText("1"), nullptr, false, true, false);
-    EXPECT_FALSE(alone.IsIdentifierDefined(FullId("width")));
 }
 
 } // namespace

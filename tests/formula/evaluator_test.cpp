@@ -1,30 +1,24 @@
 #include "tests/support/anyvalues.h"
-#include "tests/support/environment.h"
 #include "tests/support/errorreports.h"
 #include "tests/support/evaluations.h"
 #include "tests/support/namescontext.h"
 
 #include "keel/document/errorlog.h"
-#include "keel/document/translate.h"
-#include "keel/document/usertrace.h"
 #include "keel/formula/evaluator.h"
 #include "keel/formula/evaluatorfactory.h"
 #include "keel/formula/formulacontext.h"
 #include "keel/values/formulahook.h"
 
-#include <filesystem>
 #include <gtest/gtest.h>
 #include <memory>
 #include <stdexcept>
 #include <string>
-#include <unistd.h>
 #include <utility>
 #include <vector>
 
 namespace keel {
 namespace {
 
-namespace fs = std::filesystem;
 using test::MessageOf;
 
 // Functions that fail in each of the ways an evaluation can: with no message and no value
@@ -126,23 +120,6 @@ TEST_F(EvaluatorTest, AFailureIsShownUnderFormulaInTheFormThatFitsIt) {
     }
 }
 
-// Translation itself is the translation file's business; one form shows that the forms reach
-// it under their own contexts.
-TEST_F(EvaluatorTest, TheFormsPassThroughTranslationUnderTheirOwnContexts) {
-    // A decoy match comes first, so that only the form's own context picks the translation.
-    const std::string original = "%s\\nin formula\\n\\t%s\\nnear\\n\\t%s";
-    const fs::path path = LogPath().string() + ".translations.txt";
-    test::WriteText(path, original + "\t\tWRONG\tMessage box \\(nothing\\)\t\n" + original +
-                              "\t\t%s IN %s NEAR %s\tMessage box \\(msg,formula,expr\\)\t\n");
-    ASSERT_TRUE(SwitchToTranslationFile(CString::FromUtf8(path.string()), true, false));
-    TheErrorLog().DiscardPendingMessages();
-    Run("1; 2 +");
-    EXPECT_EQ(OnlyReport(), "Formula: Expecting a number, string, name or (expression)\nbut found "
-                            "end of formula IN 1; 2 + NEAR 2 +");
-    SwitchToTranslationFile(CString(), true, false);
-    fs::remove(path);
-}
-
 // How a run ends: whether it succeeds, its message, the message of the error value it leaves
 // (empty when it leaves none) and the one report shown (empty when none is).
 struct RunCase {
@@ -197,62 +174,6 @@ TEST_F(EvaluatorTest, ARunEndsWithTheseMessagesAndReports) {
     EXPECT_FALSE(NoEvalReportErrors()) << "the evaluator put the switch back as it found it";
 }
 
-TEST_F(EvaluatorTest, TheResultsOfRunsAreEmptyOrTheirValue) {
-    QAnyValue result(7);
-    QEvaluator empty(result, FormulaText(), nullptr, false, true, false);
-    EXPECT_TRUE(result.IsEmpty()) << "the constructor empties the result";
-    EXPECT_TRUE(empty.Evaluate());
-    EXPECT_TRUE(result.IsEmpty());
-
-    // A no-eval run checks the syntax only.
-    QEvaluator broken(result, FormulaText("nosuchname +"), nullptr, false, false, false);
-    EXPECT_FALSE(broken.EvaluateNoEval());
-    EXPECT_TRUE(test::PendingReports().empty());
-}
-
-TEST_F(EvaluatorTest, EachReporterWritesItsTextAndReturnsFalse) {
-    QAnyValue result;
-    QEvaluator e(result, FormulaText("1"), nullptr, false, true, false);
-    struct Case {
-        bool returned;
-        std::string message;
-    };
-    const auto after = [&](bool returned) { return Case{returned, e.Message().ToUtf8()}; };
-    const std::vector<std::pair<Case, std::string>> cases = {
-        {after(e.Unknown(u"name", u"widht")), "Unknown name\n\twidht"},
-        {after(e.ActionOnly(u"set value x")), "Only allowed in an action field\n\tset value x"},
-        {after(e.ActionOnly(u"")), "Only allowed in an action field end of formula"},
-        {after(e.ExpectingButFoundIn(u"'then'", u"x + 1", u"")),
-         "Expecting 'then'\nbut found\n\tx + 1"},
-        {after(e.ExpectingButFoundIn(u"statement", u"", u"stat-list")),
-         "Expecting statement in stat-list\nbut found end of formula"},
-        {after(e.ExpectingAfterButFound(u"'to'", u"'equal'", u"3")),
-         "Expecting 'to' after 'equal'\nbut found\n\t3"},
-        {after(e.ExpectingMatchingButFound(u"'}'", u"'{'", u"")),
-         "Expecting a matching '}' for the '{'\nbut found end of formula"},
-        {after(e.ExpectingMatchingButFoundIn(u"')'", u"'('", u"; 2", u"array subscript")),
-         "Expecting a matching ')' for the '(' in array subscript\nbut found\n\t; 2"},
-        {after(e.ExpectingCommaOrParenthesisButFoundIn(u"3)", u"max")),
-         "Expecting a ',' or ')' in max\nbut found\n\t3)"},
-        {after(e.ErrorEvaluating(u"width")), "Error in value of width"},
-        {after(e.ErrorEvaluatingFunction(u"area")), "Error in calling function area"},
-        {after(e.ErrorEvaluatingAtOrHash(u"#")), "Error in finding value for #"},
-        {after(e.ErrorEvaluatingWithFormula(u"depth", u"width * 2")),
-         "Error in value of depth\n\twidth * 2"},
-    };
-    for (const auto& [c, expected] : cases) {
-        EXPECT_FALSE(c.returned) << expected;
-        EXPECT_EQ(c.message, expected);
-    }
-
-    // Without the report flag Unknown composes nothing; the other reporters always write.
-    QEvaluator quiet(result, FormulaText("1"), nullptr, false, false, false);
-    EXPECT_FALSE(quiet.Unknown(u"name", u"widht"));
-    EXPECT_EQ(quiet.Message().ToUtf8(), "");
-    EXPECT_FALSE(quiet.ErrorEvaluating(u"width"));
-    EXPECT_EQ(quiet.Message().ToUtf8(), "Error in value of width");
-}
-
 TEST_F(EvaluatorTest, ContextInfoHasALineForEachGuardInForceInnermostLast) {
     EXPECT_EQ(QEvaluator::ContextInfo(true).ToUtf8(), "");
     {
@@ -273,54 +194,6 @@ TEST_F(EvaluatorTest, ContextInfoHasALineForEachGuardInForceInnermostLast) {
     EXPECT_EQ(QEvaluator::ContextInfo(true).ToUtf8(), "");
 }
 
-TEST_F(EvaluatorTest, EachEvaluatorCountsItsNestingAndSetsTheReportSwitchUntilItEnds) {
-    const int before = QEvaluator::NestingCount();
-    QAnyValue a;
-    QAnyValue b;
-    {
-        QEvaluator quiet(a, FormulaText("1"), nullptr, false, false, false);
-        EXPECT_EQ(QEvaluator::NestingCount(), before + 1);
-        EXPECT_TRUE(NoEvalReportErrors());
-        {
-            QEvaluator loud(b, FormulaText("2"), nullptr, false, true, false);
-            EXPECT_EQ(QEvaluator::NestingCount(), before + 2);
-            EXPECT_FALSE(NoEvalReportErrors());
-        }
-        EXPECT_EQ(QEvaluator::NestingCount(), before + 1);
-        EXPECT_TRUE(NoEvalReportErrors());
-    }
-    EXPECT_EQ(QEvaluator::NestingCount(), before);
-    EXPECT_FALSE(NoEvalReportErrors());
-
-    SetNoEvalReportErrors(true);
-    {
-        QEvaluator loud(a, FormulaText("1"), nullptr, false, true, false);
-        EXPECT_FALSE(NoEvalReportErrors());
-    }
-    EXPECT_TRUE(NoEvalReportErrors());
-}
-
-TEST_F(EvaluatorTest, ArgumentsAndTheCacheStateOfAnEvaluator) {
-    QAnyValue result;
-    QEvaluator e(result, FormulaText("1"), nullptr, false, true, false);
-    QAnyValue value;
-    // Arguments are one-based and grow the array.
-    e.SetArg(3, QAnyValue(30));
-    EXPECT_EQ(e.ArgCount(), 3);
-    ASSERT_TRUE(e.GetArg(2, value));
-    EXPECT_TRUE(value.IsEmpty());
-    EXPECT_FALSE(e.GetArg(4, value));
-    EXPECT_FALSE(e.GetArg(0, value));
-    e.SetArg(0, QAnyValue(1));
-    EXPECT_EQ(e.ArgCount(), 3) << "there is no argument 0";
-
-    // The cache state only rises.
-    EXPECT_EQ(e.CacheState(), QCS_Stable);
-    e.RaiseCacheState(QCS_ByAcceptor);
-    e.RaiseCacheState(QCS_BySeq);
-    EXPECT_EQ(e.CacheState(), QCS_ByAcceptor);
-}
-
 TEST_F(EvaluatorTest, AValueKeptByTheContextAnswersAtOnceUnlessDebugOrAction) {
     test::NamesContext context;
     context.RememberThisFormulaValueForNextTime(QAnyValue(42), FormulaText("40 + 1"), QCS_Stable);
@@ -334,28 +207,6 @@ TEST_F(EvaluatorTest, AValueKeptByTheContextAnswersAtOnceUnlessDebugOrAction) {
         EXPECT_TRUE(e.Evaluate());
         EXPECT_EQ(result.MakeInt(), 41);
     }
-}
-
-TEST_F(EvaluatorTest, ASuccessIsKeptByTheContextUnlessItIsAnActionOrASyntaxCheck) {
-    test::NamesContext context;
-    context.Set("depth", QAnyValue(20));
-    EXPECT_EQ(QAnyValue(Run("depth * 2", true, &context).result).MakeInt(), 40);
-    QAnyValue kept;
-    QCacheState state = QCS_Stable;
-    ASSERT_TRUE(context.HeresAFormulaValueIPreparedEarlier(kept, state, FormulaText("depth * 2")));
-    EXPECT_EQ(kept.MakeInt(), 40);
-
-    QAnyValue result;
-    QEvaluator action(result, FormulaText("depth * 3"), &context, false, true, true);
-    EXPECT_TRUE(action.Evaluate());
-    EXPECT_FALSE(context.HeresAFormulaValueIPreparedEarlier(kept, state, FormulaText("depth * 3")));
-
-    context.RememberThisFormulaValueForNextTime(QAnyValue(42), FormulaText("40 +"), QCS_Stable);
-    QEvaluator check(result, FormulaText("40 +"), &context, false, false, false);
-    EXPECT_FALSE(check.EvaluateNoEval()) << "a syntax check does not read the cache";
-    QEvaluator other(result, FormulaText("40 + 2"), &context, false, false, false);
-    EXPECT_TRUE(other.EvaluateNoEval());
-    EXPECT_FALSE(context.HeresAFormulaValueIPreparedEarlier(kept, state, FormulaText("40 + 2")));
 }
 
 TEST_F(EvaluatorTest, TheReverseIntIsTheNumberThatEndsAName) {
@@ -401,21 +252,6 @@ TEST_F(EvaluatorTest, TheFormulaHookRunsFormulasQuietly) {
         << "not an action";
     EXPECT_FALSE(context.Has("w"));
     SetFormulaEvaluatorHook(previous);
-}
-
-TEST_F(EvaluatorTest, EveryEvaluationIsTracedWhenTheMaskAsksForIt) {
-    const fs::path folder = LogPath().string() + ".data";
-    const std::string text = test::Traced(folder, 0x1 | USER_TRACE_PLAIN_LINES, [] {
-        Run("2 * 21");
-        Run("// nothing");
-        c_UserTraceMask = 0;
-        Run("3 * 3");
-    });
-    EXPECT_NE(text.find("\tEvaluate{\n"), std::string::npos) << text;
-    EXPECT_NE(text.find("\t}Evaluate==>42\n"), std::string::npos) << text;
-    EXPECT_NE(text.find("\tEMPTY }Evaluate==>\n"), std::string::npos) << text;
-    EXPECT_EQ(text.find("==>9"), std::string::npos) << text;
-    fs::remove_all(folder);
 }
 
 } // namespace

@@ -71,7 +71,6 @@ public:
 
     bool HasProperty(PropId name) const override { return m_props.contains(name.UniqueId()); }
     bool GetPropertyValue(PropId name, QAnyValue& value, bool& error, QCacheState* state) override {
-        ++m_propertyReads;
         const auto found = m_props.find(name.UniqueId());
         if (found == m_props.end() || found->second.formula.UniqueId() >= 0)
             return false;
@@ -177,18 +176,12 @@ public:
             *m_destructingAtPreDelete = IsDestructing();
     }
 
-    std::uint32_t SeqForValueCache() const override { return m_seq; }
-    const void* AcceptorForValueCache() const override { return m_acceptor; }
-
     CString m_type;
     QFormulaContext* m_parent = nullptr;
     std::vector<TestContext*> m_children;
     std::map<int, Entry> m_props;
     std::map<int, Entry> m_hook;
     QCacheState m_stateWhenFound = QCS_Stable;
-    std::uint32_t m_seq = 0;
-    const void* m_acceptor = nullptr;
-    int m_propertyReads = 0;
     int m_hookReads = 0;
     int m_fullRecalcs = 0;
     bool m_lastPassthrough = false;
@@ -207,14 +200,10 @@ public:
         m_notices.push_back("changed");
         ++m_sync;
     }
-    void OnNotifyChildMadeUpToDate() const override {
-        ++m_madeUpToDate;
-        SetState(m_sync);
-    }
+    void OnNotifyChildMadeUpToDate() const override { SetState(m_sync); }
 
     QState m_sync;
     std::vector<std::string> m_notices;
-    mutable int m_madeUpToDate = 0;
 };
 
 using test::Report;
@@ -255,8 +244,6 @@ protected:
     }
 };
 
-using FormulaContextLookup = FormulaContextTest;
-
 // The tree: grand <- parent <- asker <- kid, and parent <- sibling. Each place that holds the
 // name answers with its own number; the nearest place must win.
 enum Place {
@@ -274,7 +261,7 @@ struct OrderCase {
     int winner;
 };
 
-TEST_F(FormulaContextLookup, NearestPlaceWins) {
+TEST_F(FormulaContextTest, NearestPlaceWins) {
     const OrderCase cases[] = {
         {AskerProp | AskerHook | Kid | ParentProp | ParentHook | Sibling | Grand, AskerProp},
         {AskerHook | Kid | ParentProp | ParentHook | Sibling | Grand, AskerHook},
@@ -306,7 +293,7 @@ TEST_F(FormulaContextLookup, NearestPlaceWins) {
     }
 }
 
-TEST_F(FormulaContextLookup, UnknownNamesAndPathsAreFalseAndSilent) {
+TEST_F(FormulaContextTest, UnknownNamesAndPathsAreFalseAndSilent) {
     TestContext doc("Doc");
     TestContext wall("Wall", &doc);
     doc.Hook("w", 3);
@@ -322,7 +309,7 @@ TEST_F(FormulaContextLookup, UnknownNamesAndPathsAreFalseAndSilent) {
     EXPECT_TRUE(Reports().empty());
 }
 
-TEST_F(FormulaContextLookup, APropertyThatFailsToGiveAValueEndsTheSearch) {
+TEST_F(FormulaContextTest, APropertyThatFailsToGiveAValueEndsTheSearch) {
     TestContext parent("Parent");
     TestContext asker("Asker", &parent);
     asker.PropFormula("x", "1 +");
@@ -334,7 +321,7 @@ TEST_F(FormulaContextLookup, APropertyThatFailsToGiveAValueEndsTheSearch) {
     EXPECT_EQ(parent.m_hookReads, 0);
 }
 
-TEST_F(FormulaContextLookup, ErrorAndStateComeFromWhereTheNameWasFoundAndNeverFall) {
+TEST_F(FormulaContextTest, ErrorAndStateComeFromWhereTheNameWasFoundAndNeverFall) {
     TestContext parent("Parent");
     TestContext asker("Asker", &parent);
     parent.Hook("x", 1, QCS_ByAcceptor);
@@ -351,7 +338,7 @@ TEST_F(FormulaContextLookup, ErrorAndStateComeFromWhereTheNameWasFoundAndNeverFa
     EXPECT_EQ(Find(asker, "y", QCS_NotCacheable), (Found{true, QAnyValue(1), QCS_NotCacheable}));
 }
 
-TEST_F(FormulaContextLookup, FormulasAreFoundInTheSameOrderAndThroughPaths) {
+TEST_F(FormulaContextTest, FormulasAreFoundInTheSameOrderAndThroughPaths) {
     TestContext grand("Grand");
     TestContext parent("Parent", &grand);
     TestContext asker("Asker", &parent);
@@ -373,7 +360,7 @@ TEST_F(FormulaContextLookup, FormulasAreFoundInTheSameOrderAndThroughPaths) {
     EXPECT_FALSE(grand.LookupFormula(FullId("Roof.h"), formula));
 }
 
-TEST_F(FormulaContextLookup, AContextIsFoundByItsTypeNameNearestFirst) {
+TEST_F(FormulaContextTest, AContextIsFoundByItsTypeNameNearestFirst) {
     TestContext doc("Doc");
     TestContext wall("Wall", &doc);
     TestContext window("Window", &wall);
@@ -398,7 +385,7 @@ TEST_F(FormulaContextLookup, AContextIsFoundByItsTypeNameNearestFirst) {
     }
 }
 
-TEST_F(FormulaContextLookup, ADottedNameIsLookedUpInTheContextItsHeadNames) {
+TEST_F(FormulaContextTest, ADottedNameIsLookedUpInTheContextItsHeadNames) {
     TestContext doc("Doc");
     TestContext wall("Wall", &doc);
     TestContext floor("Floor", &doc);
@@ -411,192 +398,16 @@ TEST_F(FormulaContextLookup, ADottedNameIsLookedUpInTheContextItsHeadNames) {
     EXPECT_TRUE(ValueOf(doc, ".x") == QAnyValue(4)) << "a leading dot makes no path";
 }
 
-// A full name is remembered under its whole text by the context that asked, unless the value
-// depends on the state of its head, which is added to the value's state.
-TEST_F(FormulaContextLookup, AFullNameIsRememberedByTheAskerUnlessItsHeadsStateSaysOtherwise) {
+// A value found through a path depends on the state of the path's head, found or not.
+TEST_F(FormulaContextTest, AValueFoundThroughAPathTakesTheStateOfItsHead) {
     TestContext doc("Doc");
     TestContext wall("Wall", &doc);
     wall.Hook("w", 3);
-
-    EXPECT_TRUE(ValueOf(doc, "Wall.w") == QAnyValue(3));
-    wall.ForgetEverythingIKnow();
-    EXPECT_TRUE(ValueOf(doc, "Wall.w") == QAnyValue(3));
-    EXPECT_EQ(wall.m_hookReads, 1);
-    doc.ForgetEverythingIKnow();
-    EXPECT_TRUE(ValueOf(doc, "Wall.w") == QAnyValue(3));
-    EXPECT_EQ(wall.m_hookReads, 2);
-
-    doc.ForgetEverythingIKnow();
-    wall.ForgetEverythingIKnow();
     wall.m_stateWhenFound = QCS_BySeq;
-    EXPECT_EQ(Find(doc, "Wall.w").state, QCS_BySeq);
-    wall.ForgetEverythingIKnow();
-    EXPECT_TRUE(Find(doc, "Wall.w").found);
-    EXPECT_EQ(wall.m_hookReads, 4) << "a value that depends on its head is not remembered";
-
-    // Even when the tail is not found.
+    EXPECT_EQ(Find(doc, "Wall.w"), (Found{true, QAnyValue(3), QCS_BySeq}));
     wall.m_stateWhenFound = QCS_ByAcceptor;
     EXPECT_EQ(Find(doc, "Wall.v"), (Found{false, QAnyValue(), QCS_ByAcceptor}));
 }
-
-using FormulaContextCache = FormulaContextTest;
-
-// A script of look-ups of one name: l with the cache, n without it, d for debug, f forgets what
-// the asker knows. The name is a property of the asker or a hook of its parent.
-struct ReadCase {
-    const char* script;
-    QCacheState kept;
-    int reads;
-};
-
-TEST_F(FormulaContextCache, LookUpsReadThroughTheCacheAsTheirFlagsSay) {
-    const ReadCase cases[] = {
-        {"lll", QCS_Stable, 1},
-        {"lll", QCS_BySeq, 3},
-        // Without the cache nothing is read from it or written to it.
-        {"nnl", QCS_Stable, 3},
-        {"lnl", QCS_Stable, 2},
-        // Debug never reads the cache but writes it.
-        {"ld", QCS_Stable, 2},
-        {"fdl", QCS_Stable, 1},
-    };
-    for (const ReadCase& c : cases) {
-        for (const bool inParent : {false, true}) {
-            SCOPED_TRACE(std::string(c.script) + (inParent ? " in the parent" : " here"));
-            TestContext parent("Parent");
-            TestContext asker("Asker", &parent);
-            if (inParent)
-                parent.Hook("a", 1, c.kept);
-            else
-                asker.Prop("a", 1, c.kept);
-            for (const char* step = c.script; *step; ++step) {
-                if (*step == 'f') {
-                    asker.ForgetEverythingIKnow();
-                    continue;
-                }
-                EXPECT_EQ(Find(asker, "a", QCS_Stable, *step == 'd', *step != 'n'),
-                          (Found{true, QAnyValue(1), c.kept}));
-            }
-            EXPECT_EQ(inParent ? parent.m_hookReads : asker.m_propertyReads, c.reads);
-        }
-    }
-}
-
-TEST_F(FormulaContextCache, ACacheHitLeavesStateAndErrorAlone) {
-    TestContext asker("Asker");
-    asker.Hook("a", 1);
-    EXPECT_TRUE(ValueOf(asker, "a") == QAnyValue(1));
-    QAnyValue value;
-    bool error = true;
-    QCacheState state = QCS_BySeq;
-
-    EXPECT_TRUE(asker.LookupValue(FullId("a"), value, error, state, false, false, true));
-    EXPECT_TRUE(error);
-    EXPECT_EQ(state, QCS_BySeq);
-}
-
-TEST_F(FormulaContextCache, DebugShowsEachHitWhereItWasFound) {
-    TestContext doc("Doc");
-    TestContext wall("Wall", &doc);
-    wall.Hook("debugAlpha", 12);
-    doc.Hook("debugBeta", 34);
-
-    EXPECT_TRUE(Find(wall, "debugAlpha", QCS_Stable, true).found);
-    EXPECT_TRUE(Find(wall, "debugBeta", QCS_Stable, true).found);
-    EXPECT_EQ(Reports(),
-              (std::vector<Report>{
-                  {"Formula Debug", "debugAlpha\nfound with value\n\t12\nin\n\tDoc Wall"},
-                  {"Formula Debug", "debugBeta\nfound with value\n\t34\nin\n\tDoc"},
-              }));
-}
-
-// Remembers 5 under the formula "f", the name "p" and the full name "q".
-void RememberAll(QFormulaContext& context) {
-    context.RememberThisFormulaValueForNextTime(QAnyValue(5), FormulaText("f"), QCS_Stable);
-    context.RememberThisPropIdValueForNextTime(QAnyValue(5), PropId("p"));
-    context.RememberThisFullIdValueForNextTime(QAnyValue(5), FullId("q"));
-}
-
-// Whether the context serves "f", "p" and "q"; all three must agree.
-bool KeepsAll(QFormulaContext& context) {
-    QAnyValue out;
-    QCacheState state = QCS_Stable;
-    const bool formula = context.HeresAFormulaValueIPreparedEarlier(out, state, FormulaText("f"));
-    EXPECT_EQ(formula, context.HeresAPropIdValueIPreparedEarlier(out, PropId("p")));
-    EXPECT_EQ(formula, context.HeresAFullIdValueIPreparedEarlier(out, FullId("q")));
-    return formula;
-}
-
-TEST_F(FormulaContextCache, SharedAndDestructingContextsKeepNothing) {
-    TestContext shared("Shared");
-    shared.SetCanBeShared(true);
-    TestContext dying("Dying");
-    dying.Destructing();
-    for (TestContext* context : {&shared, &dying}) {
-        context->Hook("a", 1);
-        EXPECT_TRUE(ValueOf(*context, "a") == QAnyValue(1));
-        EXPECT_TRUE(ValueOf(*context, "a") == QAnyValue(1));
-        EXPECT_EQ(context->m_hookReads, 2);
-        RememberAll(*context);
-    }
-    shared.SetCanBeShared(false);
-    EXPECT_FALSE(KeepsAll(shared));
-
-    TestContext context("Box");
-    RememberAll(context);
-    context.SetCanBeShared(true);
-    EXPECT_FALSE(KeepsAll(context)) << "a stored value is not served once the context is shared";
-}
-
-TEST_F(FormulaContextCache, ForgetEverythingEmptiesThisContextOrItsLine) {
-    TestContext grand("Grand");
-    TestContext parent("Parent", &grand);
-    TestContext asker("Asker", &parent);
-    TestContext sibling("Sibling", &parent);
-    const auto fill = [&] {
-        for (TestContext* context : {&grand, &parent, &asker, &sibling})
-            RememberAll(*context);
-    };
-
-    fill();
-    asker.ForgetEverythingIKnow();
-    EXPECT_FALSE(KeepsAll(asker));
-    EXPECT_TRUE(KeepsAll(parent));
-    fill();
-    asker.ForgetEverythingIKnowInThisAndParents();
-    EXPECT_FALSE(KeepsAll(asker));
-    EXPECT_FALSE(KeepsAll(parent));
-    EXPECT_FALSE(KeepsAll(grand));
-    EXPECT_TRUE(KeepsAll(sibling));
-}
-
-TEST_F(FormulaContextCache, BeingBehindTheRootOrAFullRecalcEmptiesTheCaches) {
-    TestRoot root;
-    TestContext wall("Wall", &root);
-    TestContext window("Window", &wall);
-    root.Hook("r", 1);
-    wall.Hook("w", 2);
-    window.Hook("v", 3);
-    const auto readAll = [&] {
-        ValueOf(root, "r");
-        ValueOf(wall, "w");
-        ValueOf(window, "v");
-    };
-    readAll();
-    readAll();
-    EXPECT_EQ(root.m_hookReads + wall.m_hookReads + window.m_hookReads, 3);
-
-    ++root.m_sync;
-    readAll();
-    EXPECT_EQ(wall.m_hookReads, 2);
-    root.FullRecalc();
-    readAll();
-    EXPECT_EQ(root.m_hookReads, 3);
-    EXPECT_EQ(wall.m_hookReads, 3);
-    EXPECT_EQ(window.m_hookReads, 3);
-}
-
-using FormulaContextTries = FormulaContextTest;
 
 // A line of contexts L0 <- L1 <- ... each the parent of the one before, with no children scanned.
 class Chain {
@@ -625,7 +436,7 @@ private:
 
 // Each link takes two tries, so 127 links up is the farthest reach of each family.
 // A walk that goes no farther gives up once, however long the chain above.
-TEST_F(FormulaContextTries, EachFamilyReaches127LinksUpAndGivesUpOnceWithItsOwnMessage) {
+TEST_F(FormulaContextTest, EachFamilyReaches127LinksUpAndGivesUpOnceWithItsOwnMessage) {
     Chain chain(300);
     chain[127].Hook("chainTop", 1);
     chain[299].Hook("chainFar", 2);
@@ -651,7 +462,7 @@ TEST_F(FormulaContextTries, EachFamilyReaches127LinksUpAndGivesUpOnceWithItsOwnM
     EXPECT_EQ(Reports(), chain.GaveUp("context", "L128"));
 }
 
-TEST_F(FormulaContextTries, EveryFormOfTheThreeFamiliesGivesUpAtZero) {
+TEST_F(FormulaContextTest, EveryFormOfTheThreeFamiliesGivesUpAtZero) {
     TestContext context("TriesBox");
     context.Hook("triesName", 1);
     context.HookFormula("triesName", "1");
@@ -679,19 +490,9 @@ TEST_F(FormulaContextTries, EveryFormOfTheThreeFamiliesGivesUpAtZero) {
                              {"Construction", "In TriesBox\nCannot find formula for\ntriesName"},
                              {"Construction", "In TriesBox\nCannot find context for\nTriesBox"},
                          }));
-
-    // A cached value is served even without tries.
-    TheErrorLog().DiscardPendingMessages();
-    context.RememberThisPropIdValueForNextTime(QAnyValue(9), name);
-    EXPECT_TRUE(context.SimpleLookupValueWithTries(name, value, error, state, nullptr, false, false,
-                                                   true, 0));
-    EXPECT_TRUE(value == QAnyValue(9));
-    EXPECT_TRUE(Reports().empty());
 }
 
-using FormulaContextSet = FormulaContextTest;
-
-TEST_F(FormulaContextSet, AValueGoesToWhereTheNameIsHeldOrBecomesAPropertyOfTheAsker) {
+TEST_F(FormulaContextTest, AValueGoesToWhereTheNameIsHeldOrBecomesAPropertyOfTheAsker) {
     TestContext parent("Parent");
     TestContext asker("Asker", &parent);
     TestContext kid("Kid", &asker);
@@ -722,7 +523,7 @@ TEST_F(FormulaContextSet, AValueGoesToWhereTheNameIsHeldOrBecomesAPropertyOfTheA
     EXPECT_TRUE(asker.OwnProp("h").value == QAnyValue(6));
 }
 
-TEST_F(FormulaContextSet, APathSetsOnTheContextItsHeadNamesOrNowhere) {
+TEST_F(FormulaContextTest, APathSetsOnTheContextItsHeadNamesOrNowhere) {
     TestContext doc("Doc");
     TestContext wall("Wall", &doc);
     TestContext floor("Floor", &doc);
@@ -740,75 +541,17 @@ TEST_F(FormulaContextSet, APathSetsOnTheContextItsHeadNamesOrNowhere) {
     EXPECT_EQ(wall.OwnProp("q").formula, FormulaText("4"));
 }
 
-TEST_F(FormulaContextSet, SettingEmptiesTheCachesOfTheContextsOnThePath) {
-    TestContext doc("Doc");
-    TestContext wall("Wall", &doc);
-    doc.Hook("d", 1);
-    wall.Hook("w", 2);
-    const auto readBoth = [&] {
-        ValueOf(doc, "d");
-        ValueOf(wall, "w");
-    };
-    readBoth();
-
-    EXPECT_TRUE(doc.SetValue(FullId("Wall.other"), QAnyValue(3)));
-    readBoth();
-    EXPECT_EQ(doc.m_hookReads, 2);
-    EXPECT_EQ(wall.m_hookReads, 2);
-    EXPECT_TRUE(wall.SetFormula(FullId("f"), FormulaText("1")));
-    readBoth();
-    EXPECT_EQ(doc.m_hookReads, 2) << "a parent waits for the root's notice";
-    EXPECT_EQ(wall.m_hookReads, 3);
+// A context is named by its type name, whatever the case; one without a name is left out.
+TEST_F(FormulaContextTest, WhoAmISkipsContextsWithoutANameAndIsNamedFoldsCase) {
+    TestContext root("");
+    TestContext middle("Wall", &root);
+    TestContext leaf("", &middle);
+    EXPECT_EQ(leaf.WhoAmI().ToUtf8(), "Wall");
+    EXPECT_TRUE(middle.IsNamed(PropId("WALL")));
+    EXPECT_FALSE(middle.IsNamed(PropId("Wal")));
 }
 
-using FormulaContextIdentity = FormulaContextTest;
-
-struct WhoCase {
-    const char* root;
-    const char* middle;
-    const char* leaf;
-    const char* expected;
-};
-
-TEST_F(FormulaContextIdentity, WhoAmIPutsTheRootFirstAndSkipsEmptyPartsAndTheTypeNameNames) {
-    const WhoCase cases[] = {
-        {"Doc", "Wall", "Box", "Doc Wall Box"},
-        {"", "Wall", "Box", "Wall Box"},
-        {"Doc", "Wall", "", "Doc Wall"},
-        {"", "", "", ""},
-    };
-    for (const WhoCase& c : cases) {
-        TestContext root(c.root);
-        TestContext middle(c.middle, &root);
-        TestContext leaf(c.leaf, &middle);
-        EXPECT_EQ(leaf.WhoAmI().ToUtf8(), c.expected);
-    }
-
-    // A context is named by its type name, whatever the case.
-    TestContext box("Box");
-    EXPECT_TRUE(box.IsNamed(PropId("BOX")));
-    EXPECT_FALSE(box.IsNamed(PropId("Bo")));
-}
-
-using FormulaContextLifecycle = FormulaContextTest;
-
-TEST_F(FormulaContextLifecycle, SharingDetachesFromTheParent) {
-    TestContext parent("Parent");
-    TestContext child("Child", &parent);
-    child.SetCanBeShared(true);
-    EXPECT_TRUE(child.CanBeSharedOrIsDestructing());
-    EXPECT_EQ(child.ParentContext(), nullptr);
-    child.DoSetParentContext(&parent);
-    EXPECT_EQ(child.ParentContext(), nullptr) << "a shared context gets no parent this way";
-
-    child.SetCanBeShared(false);
-    child.DoSetParentContextIfNotShared(&parent);
-    EXPECT_EQ(child.ParentContext(), &parent);
-    child.DoSetParentContext(nullptr);
-    EXPECT_EQ(child.ParentContext(), nullptr);
-}
-
-TEST_F(FormulaContextLifecycle, DeleteThisAndTheLastSmartPointerMarkTheContextBeforeItGoes) {
+TEST_F(FormulaContextTest, DeleteThisAndTheLastSmartPointerMarkTheContextBeforeItGoes) {
     for (const bool smart : {false, true}) {
         int destroyed = 0;
         bool destructingAtPreDelete = false;
@@ -824,7 +567,7 @@ TEST_F(FormulaContextLifecycle, DeleteThisAndTheLastSmartPointerMarkTheContextBe
     }
 }
 
-TEST_F(FormulaContextLifecycle, FullRecalcTellsTheRootAndReachesEveryLivingChild) {
+TEST_F(FormulaContextTest, FullRecalcTellsTheRootAndReachesEveryLivingChild) {
     TestRoot root;
     TestContext wall("Wall", &root);
     TestContext window("Window", &wall);
@@ -847,9 +590,7 @@ TEST_F(FormulaContextLifecycle, FullRecalcTellsTheRootAndReachesEveryLivingChild
     EXPECT_EQ(shared.m_fullRecalcs, 0);
 }
 
-using FormulaContextEvaluate = FormulaContextTest;
-
-TEST_F(FormulaContextEvaluate, AFormulaIsEvaluatedInTheContextAndRaisesTheState) {
+TEST_F(FormulaContextTest, AFormulaIsEvaluatedInTheContextAndRaisesTheState) {
     const struct {
         const char* formula;
         QCacheState hookState;
@@ -893,7 +634,7 @@ std::vector<bool> FlagsOf(const test::EvaluatorFactoryOf<>::Made& made) {
     return {made.passThrough, made.report, made.action};
 }
 
-TEST_F(FormulaContextEvaluate, TheEvaluatorComesFromTheInstalledFactory) {
+TEST_F(FormulaContextTest, TheEvaluatorComesFromTheInstalledFactory) {
     test::EvaluatorFactoryOf<> factory;
     test::ScopedEvaluatorFactory installed(factory);
     TestContext box("Box");
@@ -917,72 +658,19 @@ TEST_F(FormulaContextEvaluate, TheEvaluatorComesFromTheInstalledFactory) {
     EXPECT_FALSE(box.EvaluateVarAsBool(u"w > 5", false));
 }
 
-using FormulaContextHolders = FormulaContextTest;
-
-// A holder that counts its updates.
-class CountingHolder : public QWithContextVirtual {
+class Holder : public QWithContextVirtual {
 public:
     QFormulaContext* ParentContext() override { return m_parent; }
     const QFormulaContext* ParentContext() const override { return m_parent; }
     void DoSetParentContextAlways(QFormulaContext* parent) override { m_parent = parent; }
-    // Either moves the root, as an update that changes something does, or looks again, as a
-    // look-up made from inside the update does.
-    void OnEnsureUpToDate() const override {
-        ++m_updates;
-        if (m_moveRootOnce && m_root) {
-            m_moveRootOnce = false;
-            ++m_root->m_sync;
-            return;
-        }
-        EnsureUpToDate();
-    }
 
     QFormulaContext* m_parent = nullptr;
-    TestRoot* m_root = nullptr;
-    mutable int m_updates = 0;
-    mutable bool m_moveRootOnce = false;
 };
 
-TEST_F(FormulaContextHolders, BehindTheRootTheHolderTakesItsNumberOnce) {
+TEST_F(FormulaContextTest, SettingAParentTellsTheRootOfTheChange) {
     TestRoot root;
     TestContext wall("Wall", &root);
-    CountingHolder holder;
-    holder.DoSetParentContext(&wall);
-    EXPECT_FALSE(holder.IsUpToDate());
-
-    holder.EnsureUpToDate();
-    EXPECT_EQ(holder.m_updates, 1) << "a look-up from inside the update does not recurse";
-    EXPECT_EQ(holder.State(), root.m_sync);
-    EXPECT_EQ(root.m_madeUpToDate, 1);
-    holder.EnsureUpToDate();
-    EXPECT_EQ(holder.m_updates, 1);
-    ++root.m_sync;
-    holder.EnsureUpToDate();
-    EXPECT_EQ(holder.m_updates, 2);
-    EXPECT_EQ(root.m_madeUpToDate, 2);
-
-    // An update that moves the root is followed once.
-    holder.m_root = &root;
-    holder.m_moveRootOnce = true;
-    ++root.m_sync;
-    holder.EnsureUpToDate();
-    EXPECT_EQ(holder.m_updates, 3);
-    EXPECT_EQ(root.m_madeUpToDate, 4);
-    EXPECT_EQ(holder.State(), root.m_sync);
-
-    // The update of a context empties its caches and clears its error bit.
-    wall.RememberThisPropIdValueForNextTime(QAnyValue(1), PropId("p"));
-    wall.SetErrorBit();
-    wall.EnsureUpToDate();
-    QAnyValue out;
-    EXPECT_FALSE(wall.HeresAPropIdValueIPreparedEarlier(out, PropId("p")));
-    EXPECT_FALSE(wall.IsErrorBit());
-}
-
-TEST_F(FormulaContextHolders, SettingAParentTellsTheRootOfTheChange) {
-    TestRoot root;
-    TestContext wall("Wall", &root);
-    CountingHolder holder;
+    Holder holder;
     holder.SetErrorBit();
 
     holder.SetParentContext(&wall);
@@ -1005,44 +693,6 @@ TEST_F(FormulaContextHolders, SettingAParentTellsTheRootOfTheChange) {
     EXPECT_TRUE(holder.IsParentContextEmpty());
     EXPECT_FALSE(holder.IsErrorBit());
     EXPECT_EQ(root.m_notices.size(), 4u);
-}
-
-// A state whose number is 2^bits - 1, built by doubling: from all ones, count up to the next
-// power and put the ones back.
-QState AllOnes(int bits) {
-    QState state;
-    ++state;
-    for (int i = 1; i < bits; ++i) {
-        const QState ones(state);
-        ++state;
-        state ^= ones;
-    }
-    return state;
-}
-
-TEST(StateCounter, CountsFromOneAndWrapsWithin29BitsLeavingTheFlags) {
-    QState state;
-    EXPECT_EQ(state.Number(), 0u);
-    ++state;
-    ++state;
-    EXPECT_EQ(state.Number(), 2u);
-    EXPECT_EQ(state.ToString().ToUtf8(), "2");
-
-    state = AllOnes(29);
-    EXPECT_EQ(state.Number(), (1u << 29) - 1);
-    EXPECT_EQ(state.ToString().ToUtf8(), "536870911");
-    ++state;
-    EXPECT_EQ(state.Word(), 1u) << "zero is skipped and the carry never reaches the flags";
-
-    state = AllOnes(29);
-    state.SetCacheState(QCS_ByAcceptor);
-    state.SetErrorBit(true);
-    ++state;
-    EXPECT_EQ(state.Number(), 1u);
-    EXPECT_EQ(state.CacheState(), QCS_ByAcceptor);
-    EXPECT_TRUE(state.IsErrorBit());
-    state.Reset();
-    EXPECT_EQ(state.Word(), 0u);
 }
 
 } // namespace

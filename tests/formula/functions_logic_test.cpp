@@ -2,14 +2,12 @@
 #include "tests/support/functioncalls.h"
 #include "tests/support/namescontext.h"
 
-#include "keel/document/errorlog.h"
 #include "keel/formula/builtins.h"
 #include "keel/formula/evaluatorfactory.h"
 #include "keel/platform/random.h"
 
 #include <gtest/gtest.h>
 #include <string>
-#include <vector>
 
 namespace keel {
 namespace {
@@ -47,15 +45,7 @@ using ExtrasFactory = test::EvaluatorFactoryOf<ExtrasEvaluator>;
 
 using Outcome = test::CallOutcome;
 
-class FunctionsLogicTest : public test::FunctionCallTest {
-protected:
-    static std::vector<std::string> Pending() {
-        std::vector<std::string> messages;
-        for (int i = 0; i < TheErrorLog().GetSize(); ++i)
-            messages.push_back(TheErrorLog().Message(i).ToUtf8());
-        return messages;
-    }
-};
+using FunctionsLogicTest = test::FunctionCallTest;
 
 TEST_F(FunctionsLogicTest, TheReservedNamesAreKnownAndHaveNoBodyHere) {
     LogicContext context;
@@ -81,17 +71,6 @@ TEST_F(FunctionsLogicTest, AnApplicationServesReservedNamesAndOtherCountsThrough
     EXPECT_EQ(ExtrasEvaluator::c_derivedAsked, 0);
     EXPECT_EQ(Run("report(1, 2)").message, WrongCount("report", "two values"));
     EXPECT_EQ(Run("len(1, 2, 3)").message, WrongCount("len", "three values"));
-}
-
-TEST_F(FunctionsLogicTest, DebugDiscardsWhatWasPendingBeforeItShowsItsLookUps) {
-    LogicContext context;
-    context.Set("width", QAnyValue(5));
-    QMessageBoxOrLog(u"an earlier message", u"Error");
-    ASSERT_TRUE(Run("debug(width * 2)", &context).ok);
-    const std::vector<std::string> pending = Pending();
-    ASSERT_FALSE(pending.empty());
-    for (const std::string& message : pending)
-        EXPECT_EQ(message.find("an earlier message"), std::string::npos);
 }
 
 TEST_F(FunctionsLogicTest, RandAndRandomScaleTheGeneratorDifferently) {

@@ -7,73 +7,41 @@
 #include "keel/formula/evaluatorfactory.h"
 #include "keel/platform/uiservices.h"
 
-#include <filesystem>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <memory>
-#include <optional>
 #include <regex>
 #include <sstream>
 #include <string>
-#include <unistd.h>
 #include <vector>
 
 namespace keel {
 namespace {
 
-namespace fs = std::filesystem;
 using testing::ElementsAre;
 
-// Records what the functions ask of the person and answers from what the test set.
+// A host without a display that writes down whatever the functions ask of the person.
 class DialogHost : public CHeadlessUIServices {
 public:
-    bool HasDisplay() const override { return display; }
     int MessageBox(const CString& text, const CString&, unsigned) override {
         boxes.push_back(text.ToUtf8());
-        return boxAnswer;
+        return IDOK;
     }
     void ShowPendingMessages(const std::vector<CPendingMessage>&) override {}
-
-    bool EditText(CString& text, const CString& title) override {
-        asked.push_back("edit " + title.ToUtf8() + ": " + text.ToUtf8());
-        if (!answer)
-            return false;
-        text = CString::FromUtf8(*answer);
-        return true;
+    bool EditText(CString& text, const CString&) override { return Asked("edit " + text.ToUtf8()); }
+    bool PickColor(unsigned long&) override { return Asked("color"); }
+    bool BrowseForFile(const CString& title, const CString&, const CString&, CString&) override {
+        return Asked("browse " + title.ToUtf8());
     }
-    bool PickColor(unsigned long& color) override {
-        asked.push_back("color " + std::to_string(color));
-        if (!answer)
-            return false;
-        color = std::stoul(*answer);
-        return true;
+    PageSelection SelectCategoryAndPage(const CString& category, const CString&) override {
+        Asked("page " + category.ToUtf8());
+        return PageSelection::NoSheet;
     }
-    bool BrowseForFile(const CString& title, const CString& folder, const CString& filter,
-                       CString& path) override {
-        asked.push_back("browse " + title.ToUtf8() + " in " + folder.ToUtf8() + " for " +
-                        filter.ToUtf8() + " at " + path.ToUtf8());
-        if (!answer)
-            return false;
-        path = CString::FromUtf8(*answer);
-        return true;
-    }
-    bool EditForm(const CString& path, const CString& group) override {
-        asked.push_back("form " + path.ToUtf8() + " " + group.ToUtf8());
-        return true;
-    }
-    bool EditTable(const CString& path) override {
-        asked.push_back("table " + path.ToUtf8());
-        return true;
-    }
-    PageSelection SelectCategoryAndPage(const CString& category, const CString& page) override {
-        asked.push_back("page " + category.ToUtf8() + "/" + page.ToUtf8());
-        return selection;
+    bool Asked(const std::string& what) {
+        asked.push_back(what);
+        return false;
     }
 
-    bool display = false;
-    int boxAnswer = IDOK;
-    std::optional<std::string> answer;
-    PageSelection selection = PageSelection::NoSheet;
     std::vector<std::string> boxes;
     std::vector<std::string> asked;
 };
@@ -121,9 +89,6 @@ protected:
         }
         return lines;
     }
-    std::string Folder(QConstantFolder kind) const {
-        return m_app->FolderForConstant(kind).ToUtf8() + "/";
-    }
 
     DialogHost m_host;
     std::unique_ptr<QWinApp> m_app;
@@ -161,66 +126,6 @@ INSTANTIATE_TEST_SUITE_P(
                    "Server:Ignoring SHOWFRIENDLYPAGES: Doors"},
         ServerCase{"showfriendlywizard(\"Doors\", 1, 2, 3, 4)", "No",
                    "Server:Ignoring SHOWFRIENDLYWIZARD: Doors"}));
-
-TEST_F(FunctionsWindows, AServerWithADisplayAsksNothingEither) {
-    m_host.display = true;
-    m_app->SetServer(true);
-    EXPECT_EQ(ValueOf("edittext(\"draft\")"), "draft");
-    EXPECT_THAT(Logged(), ElementsAre("Server:Ignoring EDITTEXT: draft"));
-    EXPECT_TRUE(m_host.asked.empty());
-}
-
-TEST_F(FunctionsWindows, ShowPageSelectsThePageOfTheSheet) {
-    m_host.selection = IUIServices::PageSelection::Selected;
-    EXPECT_EQ(ValueOf("showpage(\"Doors\", \"Size\")"), "Yes");
-    m_host.selection = IUIServices::PageSelection::NotFound;
-    EXPECT_EQ(ValueOf("showpage(\"Doors\", \"Colour\")"),
-              "#ERR Cannot select the page of category [Doors], page [Colour]");
-    EXPECT_THAT(m_host.asked, ElementsAre("page Doors/Size", "page Doors/Colour"));
-}
-
-TEST_F(FunctionsWindows, TheDialogsGiveWhatThePersonChoseOrTheOldValue) {
-    m_host.display = true;
-    m_host.answer = "final";
-    EXPECT_EQ(ValueOf("edittext(\"draft\")"), "final");
-    m_host.answer = "65280";
-    const test::Evaluation chosen = Evaluated("pickcolor(255)");
-    ASSERT_TRUE(chosen.ok) << chosen.message;
-    EXPECT_TRUE(chosen.value.IsColor());
-    EXPECT_EQ(QAnyValue(chosen.value).MakeColor(), 65280u);
-    m_host.answer.reset();
-    EXPECT_EQ(ValueOf("pickcolor(17)"), "17");
-    EXPECT_THAT(m_host.asked, ElementsAre("edit Edit Text: draft", "color 255", "color 17"));
-
-    m_host.boxAnswer = IDNO;
-    EXPECT_EQ(ValueOf("confirm(\"Sure?\")"), "No");
-    m_host.boxAnswer = IDYES;
-    EXPECT_EQ(ValueOf("confirm(\"Sure?\")"), "Yes");
-    EXPECT_THAT(m_host.boxes, ElementsAre("Sure?", "Sure?"));
-    EXPECT_EQ(ValueOf("showfriendlypages(\"Doors\")"),
-              "#ERR Friendly pages cannot be shown: there are no question pages");
-    EXPECT_TRUE(Logged().empty());
-}
-
-TEST_F(FunctionsWindows, BrowseGivesAPathRelativeToTheDialogsFolder) {
-    m_host.display = true;
-    const std::string tables = Folder(QConstantFolder::Table);
-    m_host.answer = tables + "sub/a.dat";
-    EXPECT_EQ(ValueOf("browsefile()"), "sub/a.dat");
-    m_host.answer = "/elsewhere/b.dat";
-    EXPECT_EQ(ValueOf("browsemodel(\"old.obj\", \"*.obj\")"), "/elsewhere/b.dat");
-    EXPECT_THAT(m_host.asked, ElementsAre("browse Browse for File in " + tables + " for  at ",
-                                          "browse Browse for Model in " + tables +
-                                              " for *.obj at " + tables + "old.obj"));
-}
-
-TEST_F(FunctionsWindows, EditorsOpenOnTheirFiles) {
-    m_host.display = true;
-    EXPECT_EQ(ValueOf("tableeditor(\"prices\")"), "Yes");
-    EXPECT_EQ(ValueOf("formeditor(\"/forms/kitchen.viqx\", \"Doors\")"), "Yes");
-    EXPECT_THAT(m_host.asked, ElementsAre("table " + Folder(QConstantFolder::Table) + "prices.vlt",
-                                          "form /forms/kitchen.viqx Doors"));
-}
 
 TEST_F(FunctionsWindows, MsgBoxLogReportsUnderItsHeading) {
     EXPECT_EQ(ValueOf("msgboxlog(\"Careful\", \"Checks\")"), "Yes");

@@ -5,7 +5,6 @@
 
 #include "keel/formula/evaluator.h"
 #include "keel/values/formulahook.h"
-#include "keel/values/tablehandle.h"
 
 #include <cmath>
 #include <filesystem>
@@ -175,32 +174,6 @@ TEST_F(Hardening, ALengthTakesAFormulasValueOrStaysAsItWas) {
         EXPECT_EQ(length.SetFromFormula(FormulaText(c.formula)), c.taken) << c.formula;
         EXPECT_NEAR(length.AsDouble(QLength::LU_MM), c.mm, 1e-9) << c.formula;
     }
-}
-
-// A source of tables whose archive holds one path.
-class ArchiveOnlySource : public QTableHandleSource {
-public:
-    explicit ArchiveOnlySource(CString path) : m_path(std::move(path)) {}
-    QTableHandlePtr Open(const CString&, bool, CString& error) override {
-        error = u"none";
-        return QTableHandlePtr();
-    }
-    QTableHandlePtr CreateEmpty() override { return QTableHandlePtr(); }
-    void ReloadAll() override {}
-    bool ExistsInArchive(const CString& path) override { return path == m_path; }
-
-private:
-    CString m_path;
-};
-
-TEST_F(Hardening, FileExistsFindsAShippedTableThatHasNoFile) {
-    const std::string shipped = "/nowhere/tables/prices.vlt";
-    ArchiveOnlySource source{CString::FromUtf8(shipped)};
-    QTableHandleSource* previous = SetTableHandleSource(&source);
-    ExpectValues({{("fileexists(\"" + shipped + "\")").c_str(), QAnyValue(true)},
-                  {"fileexists(\"/nowhere/tables/other.vlt\")", QAnyValue(false)}});
-    SetTableHandleSource(previous);
-    ExpectValues({{("fileexists(\"" + shipped + "\")").c_str(), QAnyValue(false)}});
 }
 
 } // namespace

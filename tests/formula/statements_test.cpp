@@ -30,38 +30,6 @@ testing::AssertionResult Gives(const char* formula, const QAnyValue& expected) {
 
 // --- Lookup-table statements
 
-// Writes down, at each transaction, the extra context lines in force.
-class ContextRecordingTable : public test::NamedTable {
-public:
-    explicit ContextRecordingTable(const CString& name) : NamedTable(name) {}
-    bool BeginTrans() override { return Record(NamedTable::BeginTrans()); }
-    bool CommitTrans() override { return Record(NamedTable::CommitTrans()); }
-    bool Rollback() override { return Record(NamedTable::Rollback()); }
-    bool Reload() override { return Record(NamedTable::Reload()); }
-    bool UpdateExact(const QAnyValue& row, const QAnyValue& col, const QAnyValue& value,
-                     QFormulaContext* context) override {
-        return Record(NamedTable::UpdateExact(row, col, value, context));
-    }
-
-    std::vector<std::string> m_contexts;
-
-private:
-    bool Record(bool succeeded) {
-        m_contexts.push_back(QEvaluator::ContextInfo(true).ToUtf8());
-        return succeeded;
-    }
-};
-
-class ContextRecordingSource : public test::NamedTableSource {
-public:
-    QTableHandlePtr Open(const CString& name, bool, CString&) override {
-        m_tables.push_back(QSmartPtr<ContextRecordingTable>(new ContextRecordingTable(name)));
-        return QTableHandlePtr(m_tables.back().Get());
-    }
-
-    std::vector<QSmartPtr<ContextRecordingTable>> m_tables;
-};
-
 class StatementsTables : public testing::Test {
 protected:
     void SetUp() override { m_previous = SetTableHandleSource(&m_source); }
@@ -114,23 +82,6 @@ TEST_F(StatementsTables, AnUnknownTableIsAnErrorValue) {
     const test::Evaluation outcome = Action("rollback vlt 'costs'");
     EXPECT_TRUE(outcome.ok) << outcome.message;
     EXPECT_EQ(MessageOf(outcome.value), "Cannot find lookup table costs");
-}
-
-TEST_F(StatementsTables, EachRunsUnderItsContextLine) {
-    ContextRecordingSource recording;
-    SetTableHandleSource(&recording);
-    for (const char* formula :
-         {"begintrans vlt 'p'", "committrans vlt 'p'", "rollback vlt 'p'", "reload vlt 'p'",
-          "update vlt 'p' set cell = 1 where row = 1 and col = 2"})
-        EXPECT_TRUE(Action(formula).ok) << formula;
-    std::vector<std::string> contexts;
-    for (const auto& table : recording.m_tables)
-        contexts.insert(contexts.end(), table->m_contexts.begin(), table->m_contexts.end());
-    EXPECT_EQ(contexts,
-              (std::vector<std::string>{"\nin\n\tBEGINTRANS VLT", "\nin\n\tCOMMITTRANS VLT",
-                                        "\nin\n\tROLLBACK VLT", "\nin\n\tRELOAD VLT",
-                                        "\nin\n\tUPDATE VLT\n\tUPDATE VLT ERROR"}));
-    EXPECT_EQ(QEvaluator::ContextInfo(true).ToUtf8(), "");
 }
 
 } // namespace

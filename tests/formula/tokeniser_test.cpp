@@ -164,35 +164,6 @@ INSTANTIATE_TEST_SUITE_P(Names, TokeniserTokens,
                                          TokenCase{"caf\xc3\xa9", {"id:caf\xc3\xa9"}},
                                          TokenCase{"@x", {"c:@", "id:x"}}));
 
-TEST(TokeniserTokenKinds, CursorIsTheOffsetOfTheFirstCharacterInTheTrimmedText) {
-    QTokenStream stream{FormulaText("ab + 'x' /* c */ $1,000 5'6 .5")};
-    ASSERT_TRUE(stream.Create(true));
-    std::vector<int> cursors;
-    for (short position = 0; position < stream.Count(); ++position)
-        cursors.push_back(stream.GetToken(position)->Cursor());
-    EXPECT_EQ(cursors, (std::vector<int>{0, 3, 5, 17, 24, 28}));
-    // The interned formula loses what lies at or below a space at both ends.
-    QTokenStream trimmed{FormulaText("\n\t  a+b")};
-    ASSERT_TRUE(trimmed.Create(true));
-    EXPECT_EQ(trimmed.GetToken(0)->Cursor(), 0);
-    EXPECT_EQ(trimmed.GetToken(2)->Cursor(), 2);
-}
-
-TEST(TokeniserNumbers, FeetAreTwelveInchesAndDecimalsTheNearestDouble) {
-    QTokenStream stream{FormulaText("5' 1\"")};
-    ASSERT_TRUE(stream.Create(true));
-    EXPECT_EQ(QAnyValue(stream.GetToken(0)->Value()).MakeLength().GetRaw(),
-              60 * 25.400000000000002);
-    EXPECT_EQ(QAnyValue(stream.GetToken(1)->Value()).MakeLength().GetRaw(), 25.400000000000002);
-    for (const char* literal : {"0.1", "2.675", "9.999999999999999", "1234567.891"}) {
-        QTokenStream decimal{FormulaText(literal)};
-        ASSERT_TRUE(decimal.Create(true));
-        EXPECT_EQ(QAnyValue(decimal.GetToken(0)->Value()).MakeDouble(),
-                  std::strtod(literal, nullptr))
-            << literal;
-    }
-}
-
 struct EscapeCase {
     const char16_t* text;
     const char16_t* expected;
@@ -214,18 +185,6 @@ INSTANTIATE_TEST_SUITE_P(
                     // One pass: the escaped backslash does not start a further sequence.
                     EscapeCase{u"\\\\n", u"\\n"}, EscapeCase{u"\\\\\\n", u"\\\n"},
                     EscapeCase{u"", u""}));
-
-TEST(TokeniserEscapesFlag, WithoutEscapesTheBackslashesStayButTheTokeniserAlwaysUnquotes) {
-    QTokenStream stream{FormulaText("'a\\nb'")};
-    ASSERT_TRUE(stream.Create(false));
-    EXPECT_EQ(DescribeAll(stream), std::vector<std::string>{"str:a\\nb"});
-    QTokeniser tokeniser{FormulaText("'tokEscape\\tline\\n'")};
-    CString error;
-    ASSERT_TRUE(tokeniser.Create(error));
-    QAnyValue value;
-    ASSERT_TRUE(tokeniser.ParseValue(value));
-    EXPECT_EQ(value.MakeCString().ToUtf8(), "tokEscape\tline\n");
-}
 
 struct FailureCase {
     const char16_t* formula;
@@ -285,12 +244,6 @@ TEST(TokeniserLength, AFormulaOfTheLongestLengthIsTokenisedAndALongerOneRefused)
     EXPECT_EQ(refused.Count(), 0);
 }
 
-// Whether the cache of token streams holds nothing for the formula.
-bool Uncached(const FormulaText& formula) {
-    const int index = formula.UniqueId();
-    return index >= QTokeniser::c_tokenstreams.GetCount() || !QTokeniser::c_tokenstreams[index];
-}
-
 TEST(TokeniserFragments, BetweenAndThisCharPlusRunFromTheTokenCutToTheLongestLength) {
     // Tokens: 0 alpha, 1 +, 2 beta, 3 *, 4 gamma, 5 -, 6 delta, 7 /, 8 epsilon.
     QTokenStream stream{FormulaText("alpha + beta * gamma - delta / epsilon")};
@@ -302,7 +255,6 @@ TEST(TokeniserFragments, BetweenAndThisCharPlusRunFromTheTokenCutToTheLongestLen
         const char* between;
     } cases[] = {
         // To the token after the last, or to the end after the last token.
-        {0, 0, 20, "alpha "},
         {2, 4, 20, "beta * gamma "},
         {6, 30, 20, "delta / epsilon"},
         {0, 4, 19, "alpha + beta * gamm"},
@@ -314,113 +266,12 @@ TEST(TokeniserFragments, BetweenAndThisCharPlusRunFromTheTokenCutToTheLongestLen
     for (const auto& c : cases)
         EXPECT_EQ(stream.FormulaStringBetween(c.first, c.last, c.length).ToUtf8(), c.between)
             << c.first << " " << c.last << " " << c.length;
-    const struct {
-        short first;
-        int length;
-        const char* plus;
-    } onward[] = {
-        {0, 20, "alpha + beta * gamma"},
-        {8, 3, "eps"},
-        {9, 20, ""},
-    };
-    for (const auto& c : onward)
-        EXPECT_EQ(stream.ThisCharPlus(c.first, c.length).ToUtf8(), c.plus) << c.first;
-
+    EXPECT_EQ(stream.ThisCharPlus(8, 3).ToUtf8(), "eps");
+    EXPECT_EQ(stream.ThisCharPlus(9, 20).ToUtf8(), "");
     QTokenStream comments{FormulaText("1 /* one */ + 2")};
     ASSERT_TRUE(comments.Create(true));
     EXPECT_EQ(comments.FormulaStringBetween(0, 0, 20).ToUtf8(), "1 /* one */ ");
     EXPECT_EQ(comments.ThisCharPlus(1, 20).ToUtf8(), "+ 2");
-}
-
-class TokeniserMatching : public testing::Test {
-protected:
-    void SetUp() override {
-        CString error;
-        ASSERT_TRUE(m_tokeniser.Create(error)) << error.ToUtf8();
-    }
-    // Tokens: 0 tokA, 1 >, 2 =, 3 3, 4 and, 5 tokB, 6 'x'.
-    QTokeniser m_tokeniser{FormulaText("tokA >= 3 and tokB 'x'")};
-    const PropId m_a{"tokA"};
-    const PropId m_b{"tokB"};
-    const PropId m_and{"and"};
-};
-
-TEST_F(TokeniserMatching, TestLooksMatchMovesOnAndKindsDoNotMix) {
-    // The kinds do not match each other.
-    EXPECT_FALSE(m_tokeniser.TestChar(u't'));
-    char16_t character = 0;
-    EXPECT_FALSE(m_tokeniser.ParseChar(character));
-    QAnyValue value;
-    EXPECT_FALSE(m_tokeniser.ParseValue(value));
-    m_tokeniser.RestoreCursor(1);
-    PropId id;
-    EXPECT_FALSE(m_tokeniser.ParseId(id));
-    EXPECT_FALSE(m_tokeniser.TestId(PropId()));
-    EXPECT_EQ(m_tokeniser.SaveCursor(), 1);
-
-    m_tokeniser.RestoreCursor(0);
-    EXPECT_TRUE(m_tokeniser.TestId(m_a));
-    EXPECT_TRUE(m_tokeniser.TestId(PropId("TOKa"))) << "names match whatever their case";
-    EXPECT_EQ(m_tokeniser.SaveCursor(), 0);
-    EXPECT_FALSE(m_tokeniser.MatchId(m_b));
-    EXPECT_EQ(m_tokeniser.SaveCursor(), 0);
-    EXPECT_TRUE(m_tokeniser.MatchId(m_a));
-    EXPECT_EQ(m_tokeniser.SaveCursor(), 1);
-    EXPECT_TRUE(m_tokeniser.TestChar(u'>'));
-    EXPECT_FALSE(m_tokeniser.MatchChar(u'<'));
-    EXPECT_TRUE(m_tokeniser.MatchChar(u'>'));
-    EXPECT_EQ(m_tokeniser.SaveCursor(), 2);
-}
-
-TEST_F(TokeniserMatching, PairsAreTwoSuccessiveTokensAndNothingMatchesAtTheEnd) {
-    m_tokeniser.RestoreCursor(1);
-    EXPECT_TRUE(m_tokeniser.TestCharPair(u'>', u'='));
-    EXPECT_FALSE(m_tokeniser.TestCharPair(u'>', u'>'));
-    EXPECT_FALSE(m_tokeniser.MatchCharPair(u'=', u'>'));
-    EXPECT_EQ(m_tokeniser.SaveCursor(), 1);
-    EXPECT_TRUE(m_tokeniser.MatchCharPair(u'>', u'='));
-    EXPECT_EQ(m_tokeniser.SaveCursor(), 3);
-
-    m_tokeniser.RestoreCursor(4);
-    EXPECT_TRUE(m_tokeniser.TestIdPair(m_and, m_b));
-    EXPECT_FALSE(m_tokeniser.TestIdPair(m_b, m_and));
-    EXPECT_TRUE(m_tokeniser.MatchIdPair(m_and, PropId("TOKB")));
-    EXPECT_EQ(m_tokeniser.SaveCursor(), 6);
-
-    // A pair needs its second token.
-    m_tokeniser.RestoreCursor(5);
-    EXPECT_FALSE(m_tokeniser.TestIdPair(m_b, m_b));
-    m_tokeniser.RestoreCursor(6);
-    EXPECT_FALSE(m_tokeniser.MatchIdPair(m_b, m_b));
-    EXPECT_EQ(m_tokeniser.SaveCursor(), 6);
-
-    // Nothing matches at the end.
-    m_tokeniser.RestoreCursor(6);
-    EXPECT_FALSE(m_tokeniser.PastEOF());
-    m_tokeniser.NextToken();
-    EXPECT_TRUE(m_tokeniser.PastEOF());
-    EXPECT_EQ(m_tokeniser.ThisToken(), nullptr);
-    EXPECT_FALSE(m_tokeniser.TestChar(u'x'));
-    EXPECT_FALSE(m_tokeniser.MatchId(m_b));
-    QAnyValue value;
-    EXPECT_FALSE(m_tokeniser.ParseValue(value));
-    EXPECT_EQ(m_tokeniser.SaveCursor(), 7);
-    EXPECT_FALSE(m_tokeniser.IsEmpty());
-}
-
-TEST_F(TokeniserMatching, SaveRestoreCursorPutsThePositionBack) {
-    {
-        QTokeniser::SaveRestoreCursor guard(m_tokeniser.Iterator());
-        m_tokeniser.NextToken();
-        m_tokeniser.NextToken();
-    }
-    EXPECT_EQ(m_tokeniser.SaveCursor(), 0);
-    {
-        QTokeniser::SaveRestoreCursor guard(m_tokeniser.Iterator());
-        m_tokeniser.NextToken();
-        guard.DoNoRestore();
-    }
-    EXPECT_EQ(m_tokeniser.SaveCursor(), 1);
 }
 
 QSmartPtr<QTokenStream> StreamOf(const char* formula) {
@@ -428,23 +279,6 @@ QSmartPtr<QTokenStream> StreamOf(const char* formula) {
     CString error;
     EXPECT_TRUE(tokeniser.Create(error)) << formula;
     return tokeniser.Stream();
-}
-
-TEST(TokeniserCache, ForceRetokeniseDropsTheStreamOfACachedIndexOnly) {
-    const FormulaText formula("tokCacheForce + 1");
-    const QSmartPtr<QTokenStream> before = StreamOf("tokCacheForce + 1");
-    QTokeniser::ForceRetokenise(formula.UniqueId());
-    EXPECT_FALSE(QTokeniser::c_tokenstreams[formula.UniqueId()]);
-    EXPECT_EQ(before->Count(), 3) << "whoever holds the stream keeps it";
-    const QSmartPtr<QTokenStream> after = StreamOf("tokCacheForce + 1");
-    EXPECT_NE(before.Get(), after.Get());
-    EXPECT_EQ(after->Count(), 3);
-    EXPECT_EQ(QTokeniser::c_tokenstreams[formula.UniqueId()].Get(), after.Get());
-
-    const int count = QTokeniser::c_tokenstreams.GetCount();
-    QTokeniser::ForceRetokenise(-1);
-    QTokeniser::ForceRetokenise(count + 1000);
-    EXPECT_EQ(QTokeniser::c_tokenstreams.GetCount(), count);
 }
 
 TEST(TokeniserCache, RespellingTokenisesTheNewSpellingAgain) {
@@ -456,34 +290,6 @@ TEST(TokeniserCache, RespellingTokenisesTheNewSpellingAgain) {
     EXPECT_NE(before.Get(), after.Get());
     EXPECT_EQ(DescribeAll(*after)[0], "str:TOKRESPELL");
     EXPECT_EQ(after->ThisCharPlus(0, 20).ToUtf8(), "'TOKRESPELL' & 1");
-}
-
-TEST(TokeniserCache, AFailedTextIsNotCachedAndFailsAgain) {
-    for (int round = 0; round < 2; ++round) {
-        QTokeniser tokeniser{FormulaText("'tokCacheUnclosed")};
-        CString error;
-        EXPECT_FALSE(tokeniser.Create(error));
-        EXPECT_EQ(error.ToUtf8(), "Mismatched quotes");
-        EXPECT_TRUE(Uncached(tokeniser.Formula()));
-    }
-}
-
-TEST(TokeniserCache, AnEmptyFormulaGetsAFreshStreamEachTimeAndCommentsAloneAnEmptyOne) {
-    QTokeniser first{FormulaText("  ")};
-    QTokeniser second{FormulaText()};
-    CString error;
-    ASSERT_TRUE(first.Create(error));
-    ASSERT_TRUE(second.Create(error));
-    EXPECT_EQ(first.Formula().UniqueId(), -1);
-    ASSERT_TRUE(first.Stream());
-    EXPECT_NE(first.Stream(), second.Stream());
-    EXPECT_TRUE(first.IsEmpty());
-    EXPECT_TRUE(first.PastEOF());
-
-    QTokeniser note{FormulaText("// tokCacheNote")};
-    ASSERT_TRUE(note.Create(error));
-    EXPECT_TRUE(note.IsEmpty());
-    EXPECT_EQ(note.Stream()->Count(), 0);
 }
 
 } // namespace

@@ -78,24 +78,6 @@ struct Tree {
     QWithContextConcrete value{&root};
 };
 
-TEST(TopLevelCounter, ANewRootHasCountedOnceAndEachMarkCountsOne) {
-    JournalRoot root;
-    Child child(&root);
-    const QWithContextConcrete value(&child);
-    EXPECT_EQ(root.SyncState().Number(), 1u);
-    EXPECT_EQ(value.State().Number(), 0u);
-    EXPECT_FALSE(value.IsUpToDate()) << "no new value is up to date";
-    EXPECT_EQ(value.TopLevelContext(), &root);
-
-    root.MarkAsNotUpToDate();
-    root.MarkAsNotUpToDate();
-    EXPECT_EQ(root.SyncState().Number(), 3u);
-    EXPECT_NE(root.State(), root.SyncState());
-    value.MakeUpToDate();
-    EXPECT_EQ(value.State().Number(), 3u);
-    EXPECT_EQ(root.State().Number(), 3u) << "a child made up to date brings the root in step";
-}
-
 TEST(TopLevelCounter, TheRootForgetsWhatItKnowsWhenItsCounterMoves) {
     Tree tree;
     tree.reader.MakeUpToDate();

@@ -232,22 +232,6 @@ TEST_F(WithFormulaAssign, AValueDropsTheFormulaAndTheErrorBitAndOnlyADifferentOn
     }
 }
 
-TEST_F(WithFormulaAssign, CopiesCarryValueAndFormulaAndAdoptAContextOnlyWhenTheyHaveNone) {
-    Root first("First");
-    Root second("Second");
-    const QWithFormula<QAnyValue> source(&first, QAnyValue(4), FormulaText(u"2 * 2"));
-    QWithFormula<QAnyValue> orphan;
-    orphan = source;
-    EXPECT_EQ(orphan.ParentContext(), &first);
-    QWithFormula<QAnyValue> settled(&second);
-    settled = source;
-    EXPECT_EQ(settled.ParentContext(), &second);
-    EXPECT_EQ(settled.Formula(), FormulaText(u"2 * 2"));
-    Loose elsewhere;
-    const QWithFormula<QAnyValue> moved(source, &elsewhere);
-    EXPECT_EQ(moved.ParentContext(), &elsewhere);
-}
-
 using WithFormulaBase = WithFormulaTest;
 
 TEST_F(WithFormulaBase, SetFormulaTellsTheRootAndTheNoChangeFormsDoNot) {
@@ -260,30 +244,6 @@ TEST_F(WithFormulaBase, SetFormulaTellsTheRootAndTheNoChangeFormsDoNot) {
     EXPECT_TRUE(tree.root.m_notices.empty());
     holder.SetFormula(FormulaText(u"a + 2"));
     EXPECT_EQ(tree.root.m_notices, (std::vector<std::string>{"pre", "changed"}));
-}
-
-struct ColorCase {
-    const char16_t* formula;
-    bool error;
-    bool selected;
-    unsigned long color;
-};
-
-TEST_F(WithFormulaBase, DisplayColorTellsFormulasAndErrorsApart) {
-    const unsigned long normal = 0x123456;
-    const ColorCase cases[] = {
-        {u"", false, false, normal},
-        {u"a", false, false, QWithFormulaBase::c_formulaColor},
-        {u"a", false, true, QWithFormulaBase::c_formulaSelectedColor},
-        {u"a", true, false, QWithFormulaBase::c_errorColor},
-        {u"", true, true, QWithFormulaBase::c_errorColor},
-    };
-    for (const ColorCase& c : cases) {
-        QWithFormulaBase holder(nullptr, FormulaText(c.formula));
-        holder.SetErrorBit(c.error);
-        EXPECT_EQ(holder.DisplayColor(normal, c.selected), c.color)
-            << CString(c.formula).ToUtf8() << c.error << c.selected;
-    }
 }
 
 std::vector<std::uint8_t> Stored(const QWithFormulaBase& holder) {
