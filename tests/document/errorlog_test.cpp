@@ -3,12 +3,9 @@
 #include "keel/document/errorlog.h"
 #include "keel/document/translate.h"
 #include "keel/document/winapp.h"
-#include "keel/platform/fpstatus.h"
 #include "keel/platform/registry.h"
 #include "keel/platform/uiservices.h"
 
-#include <cfenv>
-#include <cfloat>
 #include <deque>
 #include <filesystem>
 #include <functional>
@@ -93,10 +90,9 @@ public:
         if (onShow)
             onShow();
     }
-    bool Customise(CCheckList& displayFlags, CCheckList& logFlags,
-                   const std::function<void()>& viewLogFile) override {
+    bool Customise(CCheckList&, CCheckList&, const std::function<void()>&) override {
         ++customiseCalls;
-        return customise ? customise(displayFlags, logFlags, viewLogFile) : false;
+        return false;
     }
     bool OpenFile(const CString& path) override {
         openedFiles.push_back(path);
@@ -107,7 +103,6 @@ public:
     bool display = true;
     std::deque<int> answers;
     std::function<void()> onShow;
-    std::function<bool(CCheckList&, CCheckList&, const std::function<void()>&)> customise;
 
     std::vector<Box> boxes;
     std::vector<std::vector<CPendingMessage>> shownLists;
@@ -521,54 +516,6 @@ TEST_F(ErrorLogTest, CloseAsksNothingWhenThereIsNoFileToOffer) {
     EXPECT_TRUE(m_host.boxes.empty());
 }
 
-TEST_F(ErrorLogTest, CheckListsHaveOneRowATypeInOrderAndSetTheFlags) {
-    QErrorLog log;
-    QErrorType* formula = log.Register(u"Formula");
-    QErrorType* table = log.Register(u"Table");
-    formula->SetIsDisplay(false);
-    table->SetIsLog(false);
-    CCheckList display = {{u"stale", true}};
-    CCheckList logged;
-    log.FillWithDisplayFlags(display);
-    log.FillWithLogFlags(logged);
-    ASSERT_EQ(display.size(), 2u);
-    EXPECT_EQ(display[0].text, u"Formula");
-    EXPECT_FALSE(display[0].checked);
-    EXPECT_EQ(display[1].text, u"Table");
-    EXPECT_TRUE(display[1].checked);
-    ASSERT_EQ(logged.size(), 2u);
-    EXPECT_TRUE(logged[0].checked);
-    EXPECT_FALSE(logged[1].checked);
-    EXPECT_THROW(log.UpdateDisplayFlags({}), InvalidArgumentException);
-    EXPECT_THROW(log.UpdateLogFlags({{u"Formula", true}, {u"Table", true}, {u"Extra", true}}),
-                 InvalidArgumentException);
-}
-
-// Customise applies what the person ticked unless cancelled, and may open the log file.
-TEST_F(ErrorLogTest, CustomiseAppliesWhatThePersonTicked) {
-    QErrorLog log(u"view.txt");
-    QErrorType* formula = log.Register(u"Formula");
-    QErrorType* table = log.Register(u"Table");
-    bool accept = false;
-    m_host.customise = [&](CCheckList& display, CCheckList& logged,
-                           const std::function<void()>& viewLogFile) {
-        display[0].checked = false;
-        logged[1].checked = false;
-        viewLogFile();
-        return accept;
-    };
-    log.Customise();
-    EXPECT_TRUE(formula->IsDisplay()) << "cancelled";
-    EXPECT_EQ(m_host.openedFiles, std::vector<CString>({PathText(LogsFolder() / "view.txt")}));
-
-    accept = true;
-    log.Customise();
-    EXPECT_FALSE(formula->IsDisplay());
-    EXPECT_TRUE(formula->IsLog());
-    EXPECT_TRUE(table->IsDisplay());
-    EXPECT_FALSE(table->IsLog());
-}
-
 TEST_F(ErrorLogTest, MessageBoxOrLogReportsUnderTheHeading) {
     EXPECT_EQ(QMessageBoxOrLog(u"Cannot open the table", u"Table"), 1);
     QMessageBoxOrLog(u"Something failed", MB_OK | MB_ICONEXCLAMATION);
@@ -660,82 +607,6 @@ TEST(ErrorMessageTest, IsTheExceptionsOwnTextCutToTheBuffer) {
     EXPECT_TRUE(ErrorMessage(ExceptionDescr("pipe.cpp", 12)).IsEmpty());
     EXPECT_EQ(ErrorMessage(ExceptionDescr("pipe.cpp", 12, u"STDOUT Pipe creation")),
               u"STDOUT Pipe creation");
-}
-
-TEST(ExceptionDescrTest, KeepsItsOwnCopyOfTheFileAndHasWhatItWasGiven) {
-    std::string file = "shell.cpp";
-    const ExceptionDescr where(file.c_str(), 10);
-    file = "second.cpp";
-    EXPECT_EQ(where.File(), "shell.cpp");
-    EXPECT_FALSE(where.HasDescription() || where.HasCode());
-    EXPECT_EQ(ExceptionDescr("shell.cpp", 13, u"Read from pipe", 232L).Code(), 232);
-}
-
-// When asked for, a throw tells the debug output where first, the file name cut at 256.
-TEST(ExceptionDescrTest, ThrowTellsTheDebugOutputWhereFirst) {
-    test::ScopedEnvironment environment("KEEL_DEBUG_OUTPUT", nullptr);
-    testing::internal::CaptureStderr();
-    EXPECT_THROW(ThrowExceptionDescr("pipe.cpp", 1), ExceptionDescr);
-    EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
-
-    environment.Set("KEEL_DEBUG_OUTPUT", "1");
-    testing::internal::CaptureStderr();
-    EXPECT_THROW(ThrowExceptionDescr("pipe.cpp", 42, u"STDOUT Pipe creation"), ExceptionDescr);
-    const std::string file(300, 'f');
-    EXPECT_THROW(ThrowExceptionDescr(file.c_str(), 7, 3L), ExceptionDescr);
-    EXPECT_EQ(testing::internal::GetCapturedStderr(),
-              "==> Throw at pipe.cpp 42\n==> Throw at " + std::string(256, 'f') + " 7\n");
-}
-
-TEST(FPExceptionMessageTest, ListsTheRaisedFaultsInOrderAndClearsThem) {
-    const struct {
-        int raised;
-        const char16_t* message;
-    } cases[] = {
-        {0, u""},
-        {FE_DIVBYZERO, u"division by zero"},
-        {FE_ALL_EXCEPT, u"result was not exact, result was too small, result was too big, "
-                        u"division by zero, result was not a number"},
-    };
-    for (const auto& c : cases) {
-        std::feclearexcept(FE_ALL_EXCEPT);
-        std::feraiseexcept(c.raised);
-        EXPECT_EQ(FPExceptionMessage(), c.message) << "raised " << c.raised;
-        EXPECT_EQ(FPExceptionMessage(), u"") << "raised " << c.raised;
-        EXPECT_EQ(ReadFPStatus(), 0u);
-    }
-    const QFPExceptions guard(true);
-    volatile double numerator = 1.0;
-    volatile double zero = 0.0;
-    const double result = numerator / zero;
-    EXPECT_GT(result, DBL_MAX);
-    EXPECT_EQ(FPExceptionMessage(), u"division by zero");
-}
-
-// The control word keeps only its own bits; a guard unmasks all or the three serious faults, puts
-// the mask back and clears the status.
-TEST(FPControlWordTest, GuardsRestoreTheMaskAndClearTheStatus) {
-    EXPECT_EQ(GetFPExceptionsControlWordBits(), FP_EXCEPTION_BITS);
-    SetFPExceptionsControlWordBits(0xFFFFFFFFu);
-    EXPECT_EQ(GetFPExceptionsControlWordBits(), 0x8001Fu);
-    SetFPExceptionsControlWordBits(0x8u);
-    std::feraiseexcept(FE_INEXACT);
-    {
-        const QFPExceptions guard(true);
-        EXPECT_EQ(GetFPExceptionsControlWordBits(), 0u);
-        EXPECT_EQ(FPExceptionMessage(), u"");
-        {
-            const QFPExceptionsSimple inner(true);
-            EXPECT_EQ(GetFPExceptionsControlWordBits(), 0x80003u);
-            EXPECT_TRUE(GetFPExceptionsSimple());
-            EXPECT_FALSE(GetFPExceptions());
-        }
-        EXPECT_EQ(GetFPExceptionsControlWordBits(), 0u);
-        std::feraiseexcept(FE_INVALID);
-    }
-    EXPECT_EQ(GetFPExceptionsControlWordBits(), 0x8u);
-    EXPECT_EQ(ReadFPStatus(), 0u);
-    SetFPExceptionsControlWordBits(FP_EXCEPTION_BITS);
 }
 
 } // namespace
