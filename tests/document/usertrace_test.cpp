@@ -5,14 +5,12 @@
 #include "keel/document/winapp.h"
 
 #include <algorithm>
-#include <chrono>
 #include <filesystem>
 #include <fstream>
 #include <gtest/gtest.h>
 #include <memory>
 #include <regex>
 #include <string>
-#include <thread>
 #include <vector>
 
 namespace keel {
@@ -20,25 +18,10 @@ namespace {
 
 namespace fs = std::filesystem;
 
-void Pause(int milliseconds) {
-    std::this_thread::sleep_for(std::chrono::milliseconds(milliseconds));
-}
-
 class TestApp : public QWinApp {
 public:
     CString AppName() const override { return u"Tester"; }
 };
-
-// The milliseconds of a line "T HH:MM:SS.mmm<tab>elapsed<tab>text".
-int Elapsed(const std::string& line) {
-    static const std::regex form(R"(T \d\d:\d\d:\d\d\.\d{3}\t(\d{6})\t.*)");
-    std::smatch match;
-    if (!std::regex_match(line, match, form)) {
-        ADD_FAILURE() << "not a timed line: " << line;
-        return -1;
-    }
-    return std::stoi(match[1]);
-}
 
 // Each test traces into a fresh data folder, with an application named "Tester", the mask
 // cleared and no trace file open.
@@ -113,42 +96,6 @@ TEST_F(UserTraceTest, AFolderThatCannotBeMadeTurnsTracingOffSilently) {
     EXPECT_TRUE(UserTraceFilePath().IsEmpty());
     EXPECT_EQ(FilesInDataFolder(), 0);
     EXPECT_EQ(host.boxes, std::vector<std::string>{});
-}
-
-// A line shows the time since the innermost start, or since the checkpoint, which starts the
-// time again.
-TEST_F(UserTraceTest, ALineShowsTheTimeSinceTheInnermostStart) {
-    UserTraceCheckpoint(u"checkpoint");
-    Pause(60);
-    UserTraceWriteLineStart(u"start");
-    Pause(30);
-    UserTraceWriteLine(u"inside");
-    UserTraceWriteLineStop(u"stop");
-    UserTraceWriteLine(u"after");
-    Pause(50);
-    UserTraceCheckpoint(u"again");
-
-    const std::vector<std::string> lines = test::ClosedTraceLines();
-    ASSERT_EQ(lines.size(), 7u);
-    EXPECT_LT(Elapsed(lines[2]), 60) << lines[2];
-    EXPECT_GE(Elapsed(lines[3]), 30) << lines[3];
-    EXPECT_LT(Elapsed(lines[3]), 60 + 30) << lines[3];
-    EXPECT_GE(Elapsed(lines[4]), 30) << lines[4];
-    EXPECT_GE(Elapsed(lines[5]), 60 + 30) << lines[5];
-    EXPECT_EQ(lines[5].substr(lines[5].size() - 6), "\tafter");
-    EXPECT_LT(Elapsed(lines[6]), 50) << lines[6];
-}
-
-// Plain lines carry the first three letters of the application's name.
-TEST_F(UserTraceTest, PlainLinesCarryTheApplicationTag) {
-    QWinApp::c_UserTraceMask = USER_TRACE_PLAIN_LINES | USER_TRACE_COLUMNS;
-    UserTraceWriteLine(u"hello");
-    std::vector<std::string> lines = test::ClosedTraceLines();
-    ASSERT_EQ(lines.size(), 2u);
-    EXPECT_TRUE(std::regex_match(lines[0], std::regex(R"(\d\d:\d\d:\d\d\.\d{3}\tTes\t)")))
-        << lines[0];
-    EXPECT_TRUE(std::regex_match(lines[1], std::regex(R"(\d\d:\d\d:\d\d\.\d{3}\tTes\thello)")))
-        << lines[1];
 }
 
 int CountTabs(const std::string& line) {
