@@ -2,7 +2,6 @@
 #include "tests/support/archivebytes.h"
 #include "tests/support/compoundprobe.h"
 #include "tests/support/docitems.h"
-#include "tests/support/environment.h"
 #include "tests/support/errorreports.h"
 #include "tests/support/gsforacle.h"
 #include "tests/support/propertysets.h"
@@ -11,7 +10,6 @@
 
 #include "keel/document/doc.h"
 #include "keel/document/filehandlerdoc.h"
-#include "keel/document/winapp.h"
 #include "keel/platform/schema.h"
 #include "keel/system/currentdirectory.h"
 
@@ -627,61 +625,6 @@ TEST_F(DocSaveTest, AFailedSaveIsReportedAndChangesNothing) {
         (test::Report{
             "Error",
             ErrorMessage(CFileException(CFileException::diskFull, -1, u"broken.doc")).ToUtf8()}));
-}
-
-// Save and Save As with an application: they run in its folder of the last open or save, which
-// then follows the document.
-class DocFileCommandTest : public DocSaveTest {
-protected:
-    void SetUp() override {
-        DocSaveTest::SetUp();
-        m_environment.Set("HOME", Path("home"));
-        m_environment.Set("XDG_CONFIG_HOME", Path("home/config"));
-        m_environment.Set("XDG_DATA_HOME", Path("home/data"));
-        m_app = std::make_unique<QWinApp>();
-        m_app->SetLastOpenSaveDir(PathOf("last"));
-        std::filesystem::create_directories(m_root / "last");
-        m_startFolder = QCurrentDirectory::Get();
-    }
-    void TearDown() override {
-        m_app.reset();
-        DocSaveTest::TearDown();
-    }
-
-    test::ScopedEnvironment m_environment;
-    std::unique_ptr<QWinApp> m_app;
-    CString m_startFolder;
-};
-
-TEST_F(DocFileCommandTest, SaveAsTakesARelativeNameFromTheLastFolder) {
-    ASSERT_TRUE(m_document.OnFileSaveAs(u"plan.kdoc"));
-    EXPECT_EQ(m_document.GetPathName(), PathOf("last/plan.kdoc"));
-    EXPECT_EQ(NotesIn("last/plan.kdoc"), std::vector<std::string>{"kept"});
-    EXPECT_EQ(QCurrentDirectory::Get(), m_startFolder);
-
-    ASSERT_TRUE(m_document.OnFileSaveAs(PathOf("other/plan.kdoc")));
-    EXPECT_EQ(m_app->LastOpenSaveDir(), PathOf("other/"));
-    EXPECT_EQ(m_document.saveActions, 0);
-}
-
-TEST_F(DocFileCommandTest, SaveWritesThePathUnlessTheApplicationTakesItOver) {
-    ASSERT_TRUE(m_document.OnFileSaveAs(PathOf("plan.kdoc")));
-    EXPECT_EQ(m_app->LastOpenSaveDir(), PathOf(""));
-    const std::uint64_t firstSave = m_clock.ticks;
-
-    m_clock.Advance(60);
-    m_document.saveActionTakesOver = true;
-    EXPECT_TRUE(m_document.OnFileSave());
-    QDoc loaded;
-    loaded.LoadDocument(PathOf("plan.kdoc"));
-    EXPECT_EQ(loaded.SummaryInformation().GetLastSaveDate().Ticks(), firstSave);
-
-    m_document.saveActionTakesOver = false;
-    EXPECT_TRUE(m_document.OnFileSave());
-    loaded.LoadDocument(PathOf("plan.kdoc"));
-    EXPECT_EQ(loaded.SummaryInformation().GetLastSaveDate().Ticks(), m_clock.ticks);
-    EXPECT_EQ(m_document.saveActions, 2);
-    EXPECT_EQ(QCurrentDirectory::Get(), m_startFolder);
 }
 
 } // namespace
