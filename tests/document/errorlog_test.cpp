@@ -1,7 +1,6 @@
 #include "tests/support/homefolder.h"
 
 #include "keel/document/errorlog.h"
-#include "keel/document/translate.h"
 #include "keel/document/winapp.h"
 #include "keel/platform/registry.h"
 #include "keel/platform/uiservices.h"
@@ -143,21 +142,9 @@ protected:
     fs::path ProcessLogPath() const { return m_root / "process-log.txt"; }
     static fs::path PathOf(const QErrorLog& log) { return log.FilenameFullPath().ToUtf8(); }
 
-    void WriteOption(const char16_t* key, int value) {
-        ASSERT_TRUE(CRegistry::Current().WriteProfileInt(u"Options", key, value));
-    }
-
     ScriptedHost m_host;
     std::unique_ptr<TestApp> m_app;
 };
-
-TEST_F(ErrorLogTest, FileNameIsTheLocalTimeWithEnglishMonth) {
-    const std::string before = test::LocalTimeText("errorlog_%d-%b-%y_%H%M%S.txt");
-    const QErrorLog log;
-    const std::string after = test::LocalTimeText("errorlog_%d-%b-%y_%H%M%S.txt");
-    const std::string name = log.Filename().ToUtf8();
-    EXPECT_TRUE(name == before || name == after) << name;
-}
 
 TEST_F(ErrorLogTest, ANameIsInTheLogsFolderOfTheDataFolderAndAFullPathIsKept) {
     QErrorLog log(u"mine.txt");
@@ -331,22 +318,6 @@ TEST_F(ErrorLogTest, DisplayOrLogWritesAndQueues) {
     EXPECT_EQ(LoggedLines(PathOf(log)), Lines({"Quiet:First", "Formula:Bad value"}));
     ASSERT_EQ(log.GetSize(), 3);
     EXPECT_EQ(log.Message(2), u"Bad value");
-}
-
-TEST_F(ErrorLogTest, AServerWithServerErrorsShowsEachMessageAtOnce) {
-    WriteOption(u"ServerErrors", 1);
-    m_app->SetServer(true);
-    QErrorLog log(u"server-errors.txt");
-    log.Register(u"Formula")->DisplayOrLog(u"Shown at once");
-
-    EXPECT_FALSE(log.IsLogOnly());
-    EXPECT_EQ(log.GetSize(), 0);
-    EXPECT_EQ(m_host.boxes.size(), 1u);
-
-    // The option is kept in a static whose default is its former value: put it back.
-    WriteOption(u"ServerErrors", 0);
-    QErrorLog resetting(u"reset.txt");
-    resetting.Log(resetting.Register(u"Formula"), u"Reads the option again");
 }
 
 // The descriptions listed in the option ErrorLogOnly are logged and never shown; the option is
@@ -574,29 +545,6 @@ TEST_F(ErrorLogTest, ExceptServerShowsABoxOnlyWhenThereIsSomebody) {
                "Server:Ignoring Save: Disk is full", "Server:Ignoring Import: Overwrite the table?",
                "Server:Ignoring: Save changes? [returning No]",
                "Server:Ignoring: Save changes? [returning <unknown 42>]"}));
-}
-
-// Messages and headings are translated as message box texts, unless translated already.
-TEST_F(ErrorLogTest, ReportsAreTranslatedInTheirContext) {
-    const fs::path file = m_root / "translations_de.txt";
-    WriteText(file, "Cannot open\t\tKann nicht \xC3\xB6"
-                    "ffnen\t^Message box$\tc\n"
-                    "Cannot open\t\tFALSCH\t^Dialog item$\tc\n"
-                    "Trouble\t\t\xC3\x84rger\t^Message box$\tc\n"
-                    "Trouble\t\tFALSCH\t^Dialog item$\tc\n"
-                    "Ignoring %s: %s\t\tIgnoriere %s: %s\t^Message box \\(function,prompt\\)$\tc\n"
-                    "Ignoring %s: %s\t\tFALSCH %s %s\t^Message box$\tc\n");
-    SwitchToTranslationFile(PathText(file), true, false);
-    QMessageBoxOrLog(u"Cannot open", u"Trouble");
-    QMessageBoxOrLog(u"Cannot open", u"Trouble", true);
-    m_app->SetServer(true);
-    QMessageBoxExceptServer(u"Save", u"Disk is full");
-    SwitchToTranslationFile(CString(), true, false);
-
-    EXPECT_EQ(Pending(TheErrorLog()), Lines({"\xC3\x84rger:Kann nicht \xC3\xB6"
-                                             "ffnen",
-                                             "Trouble:Cannot open"}));
-    EXPECT_EQ(LoggedLines(ProcessLogPath()).back(), "Server:Ignoriere Save: Disk is full");
 }
 
 TEST(ErrorMessageTest, IsTheExceptionsOwnTextCutToTheBuffer) {

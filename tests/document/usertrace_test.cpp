@@ -117,24 +117,5 @@ TEST_F(UserTraceTest, LevelsNestUpTo127AndTheDeepestIsReused) {
     EXPECT_TRUE(after.ends_with("      \tafter")) << after;
 }
 
-// The place goes first; one newline at the end is dropped, and the text is cut at 1024.
-TEST_F(UserTraceTest, FileAndLineInfoPrefixesThePlace) {
-    QWinApp::c_UserTraceMask = USER_TRACE_COLUMNS;
-    UserTraceFileAndLineInfo("doc.cpp", 42)(u"loaded %d items from %s\n", 3, u"plan.dwg");
-    UserTraceFileAndLineInfo("doc.cpp", 43)(u"two newlines\n\n");
-    UserTraceFileAndLineInfo("doc.cpp", 44)(u"none");
-    UserTraceFileAndLineInfo("doc.cpp", 1)(u"%s", CString(u'y', 2000));
-
-    const std::vector<std::string> lines = test::ClosedTraceLines();
-    ASSERT_EQ(lines.size(), 6u);
-    const std::string used = R"(\t\d{6}\tdoc\.cpp )";
-    EXPECT_TRUE(std::regex_match(lines[1], std::regex(used + "42: loaded 3 items from plan\\.dwg")))
-        << lines[1];
-    EXPECT_TRUE(std::regex_match(lines[2], std::regex(used + "43: two newlines"))) << lines[2];
-    EXPECT_EQ(lines[3], "");
-    EXPECT_TRUE(std::regex_match(lines[4], std::regex(used + "44: none"))) << lines[4];
-    EXPECT_TRUE(std::regex_match(lines[5], std::regex(used + "1: y{1024}"))) << lines[5];
-}
-
 } // namespace
 } // namespace keel

@@ -262,7 +262,6 @@ TEST_F(WinAppTest, DefaultUnitsFollowTheLocaleThenTheStoredLengthUnits) {
     const Case cases[] = {
         {1, "", 3, 7, 7, 32},
         {2, "", 5, 6, 6, 32},
-        {1, "LengthUnits=1\n", 1, 4, 4, 32},
         {2, "LengthUnits=7\n", 7, 7, 7, 32},
         // A unit outside the known ones is ignored, and the locale's units stay.
         {1, "LengthUnits=8\n", 3, 7, 7, 32},
@@ -346,25 +345,22 @@ TEST_F(WinAppTest, TheApplicationLetsGoOfItsDatabasesOnExit) {
 }
 
 TEST_F(WinAppTest, LoadOptionsCopiesStoredOptionsIntoTheirFields) {
-    StoreOptions("[Options]\nContrast=60\nBrightness=10\nXFileLocations=1\nXPricing=1\n"
-                 "UserTraceMask=8192\nMergingPrompts=1\nMergingDefault=0\nMaximized=0\n"
-                 "AutoSave=15\nShowFriendlyPagesOnly=0\nTableCacheOverSize=0\nLimitDouble=0\n"
-                 "CompanyEmail=sales@example.com\nLengthUnits=5\nPostscriptPrinterCheck=0\n");
+    StoreOptions("[Options]\nContrast=60\nXFileLocations=1\nUserTraceMask=8192\n"
+                 "MergingPrompts=1\nMergingDefault=0\nMaximized=0\nAutoSave=15\n"
+                 "TableCacheOverSize=0\nLimitDouble=0\nCompanyEmail=sales@example.com\n"
+                 "LengthUnits=5\n");
     TestApp app;
     app.LoadOptions();
     EXPECT_EQ(QOptions::Spec3D::c_contrast, 60);
     EXPECT_TRUE(QWinApp::c_SuppressFileLocations);
-    EXPECT_TRUE(QWinApp::c_SuppressPricing);
     EXPECT_EQ(QWinApp::c_UserTraceMask, 0x2000u);
     EXPECT_EQ(QWinApp::MergingStrategy(), 0);
     EXPECT_FALSE(app.IsMaximized());
     EXPECT_EQ(app.AutoSaveTime(), 15);
-    EXPECT_FALSE(app.IsFriendlyPagesOnly());
     EXPECT_EQ(QLookupTableDataStatics::c_TableCacheOverSize, 0);
     EXPECT_FALSE(IsLimitDouble());
     EXPECT_EQ(U8(QOptions::AboutBox::c_strCompanyEmail), "sales@example.com");
     EXPECT_EQ(QLength::DefaultUnits(), 5);
-    EXPECT_FALSE(QOptions::PageDoc::c_bPostscriptPrinterCheck);
 
     // The values read their own options; how they compare is theirs to test.
     StoreOptions("[Options]\nUseCompareNoCase=0\n");
@@ -478,20 +474,6 @@ TEST_F(WinAppTest, AFileLocationIsStoredUnderItsKeyAndReadWithATrailingSlash) {
     EXPECT_TRUE(app.SetFileLocation(QFileLocation::Library, u"/parts"));
     EXPECT_EQ(U8(app.GetProfileStringFromCache(u"Options", u"Library", u"")), "/parts");
     EXPECT_EQ(U8(app.FileLocation(QFileLocation::Library)), "/parts/");
-}
-
-TEST_F(WinAppTest, TheVersionBlockComesFromTheBuildUnlessTheProductSaysOtherwise) {
-    const CString program = QWinApp::ProgramPathAndName();
-    ASSERT_TRUE(fs::is_regular_file(U8(program)));
-    const std::string folder = U8(QWinApp::ProgramDir());
-    TestApp app;
-    EXPECT_EQ(folder + U8(app.OriginalFilename()), U8(program));
-    EXPECT_EQ(U8(app.FileVersion()), "0.1.0.0");
-    EXPECT_EQ(U8(app.GetExeNameAndVer()), "keel_document_tests 0.1.0");
-    EXPECT_EQ(U8(app.GetEmbedName()), "Keel");
-
-    PlannerApp planner;
-    EXPECT_EQ(U8(planner.FileDescription()), "Planner Pro");
 }
 
 std::string Describe(const QProgressEvent& event) {
@@ -632,16 +614,9 @@ TEST_F(WinAppTest, FolderConstantsAreTheApplicationsFoldersAsFilePaths) {
     const std::pair<const char*, std::string> defaults[] = {
         {"programfolder", program},
         {"datafolder", documents + "/Keel"},
-        {"drawingfolder", documents + "/Keel"},
         {"drawingsubfolder", documents + "/Keel"},
         {"reportfolder", documents + "/Keel/Reports"},
-        {"tooldatafolder", documents + "/Keel/ToolData"},
-        {"libraryfolder", documents + "/Keel/Library"},
         {"basedonlibraryfolder", documents + "/Keel/Library"},
-        {"tablefolder", documents + "/Keel/Tables"},
-        {"picturefolder", documents + "/Keel/Pictures"},
-        {"templatefolder", documents + "/Keel/Templates"},
-        {"backupfolder", documents + "/Keel/Backup"},
         {"mydocumentsfolder", documents},
         {"mydocumentsproductfolder", documents + "/Keel"},
     };
