@@ -304,23 +304,6 @@ TEST(SummaryInformation, EditTimeAddsElapsedStepsAndWritesOncePerTick) {
     EXPECT_EQ(document.m_changes, changesBefore + 2);
 }
 
-TEST(SummaryInformation, RevisionCountsUpAndUserComesFromTheApplication) {
-    Summary summary;
-    summary.IncrRevNumber();
-    EXPECT_EQ(U8(summary.GetRevNumber()), "1");
-    summary.SetRevNumber(u"41");
-    summary.IncrRevNumber();
-    EXPECT_EQ(U8(summary.GetRevNumber()), "42");
-
-    test::NamedUserServices services(u"Zoë Writer");
-    QAppServices* previous = SetAppServices(&services);
-    summary.SetUserAsAuthor();
-    summary.SetUserAsLastAuthor();
-    SetAppServices(previous);
-    EXPECT_EQ(U8(summary.GetAuthor()), "Zoë Writer");
-    EXPECT_EQ(U8(summary.GetLastAuthor()), "Zoë Writer");
-}
-
 TEST(SummaryInformation, FormulasReadAndSetPropertiesByName) {
     test::NamedValuesDocument document;
     Summary summary(&document);
@@ -335,25 +318,6 @@ TEST(SummaryInformation, FormulasReadAndSetPropertiesByName) {
     EXPECT_FALSE(summary.Set(QAnyValue(1), u"nosuchname"));
     std::uint32_t id = 0;
     EXPECT_FALSE(summary.GetID(u"nosuchname", id));
-}
-
-TEST(SummaryInformation, ForEachPropertyGivesEditTimeInMinutes) {
-    Summary summary;
-    summary.SetEditTime(FILETIME::FromTicks(125 * 60 * c_fileTimeTicksPerSecond + 59));
-    summary.SetTitle(u"T");
-    std::vector<std::string> seen;
-    QAnyValue editTime;
-    EXPECT_TRUE(summary.ForEachPropertyDo([&](const CString& name, const QAnyValue& value) {
-        seen.push_back(U8(name));
-        if (name == u"edittime")
-            editTime = value;
-        return true;
-    }));
-    EXPECT_EQ(seen.size(), 18u);
-    EXPECT_EQ(seen.front(), "title");
-    EXPECT_TRUE(editTime.IsInt());
-    EXPECT_EQ(U8(editTime.AsFormulaText()), "125");
-    EXPECT_FALSE(summary.ForEachPropertyDo([](const CString&, const QAnyValue&) { return false; }));
 }
 
 TEST(SummaryInformation, MergeTakesOrKeepsPropertiesByStrategy) {

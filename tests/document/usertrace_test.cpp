@@ -84,20 +84,6 @@ TEST_F(UserTraceTest, TheFileIsNamedByTheLocalTimeAndOpensWithACheckpoint) {
     EXPECT_NE(second[1].find("second run"), std::string::npos);
 }
 
-TEST_F(UserTraceTest, AFolderThatCannotBeMadeTurnsTracingOffSilently) {
-    fs::create_directories(DataFolder().parent_path());
-    std::ofstream(DataFolder()) << "a file where the data folder should be";
-    test::RecordingHost host;
-    const test::ScopedUIServices installed(host);
-    UserTraceWriteLine(u"lost");
-    EXPECT_TRUE(UserTraceFilePath().IsEmpty());
-    fs::remove(DataFolder());
-    UserTraceWriteLine(u"no second attempt");
-    EXPECT_TRUE(UserTraceFilePath().IsEmpty());
-    EXPECT_EQ(FilesInDataFolder(), 0);
-    EXPECT_EQ(host.boxes, std::vector<std::string>{});
-}
-
 int CountTabs(const std::string& line) {
     return static_cast<int>(std::count(line.begin(), line.end(), '\t'));
 }

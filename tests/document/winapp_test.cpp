@@ -190,20 +190,14 @@ TEST_F(WinAppTest, AWriteGoesToTheStoreAndUpdatesTheCachedElement) {
 
 TEST_F(WinAppTest, KeysOfAProductAreCachedOnRequest) {
     StoreOptions("[Options]\nHatch=4\nStyle=bold\n");
-    WriteText(m_root / "machine/Keel.ini", "[Options]\nLicenceServer=licences.example\n");
     TestApp app;
     app.InitRegistryOptionsCache();
     EXPECT_EQ(app.CacheProfileInt(u"Options", u"Hatch", 0), 4);
     EXPECT_EQ(U8(app.CacheProfileString(u"Options", u"Style", u"")), "bold");
-    EXPECT_EQ(U8(app.CacheMachineAppProfileString(u"Options", u"LicenceServer", u"")),
-              "licences.example");
     StoreOptions("[Options]\nHatch=5\n");
     EXPECT_EQ(app.GetProfileIntFromCache(u"Options", u"Hatch", 0), 4);
     EXPECT_EQ(app.CacheProfileInt(u"Options", u"Hatch", 0), 5) << "caching again refreshes";
     EXPECT_EQ(app.RegIntCache().GetCount(), 23) << "and adds no second element";
-    EXPECT_EQ(U8(app.GetMachineAppProfileStringFromCache(u"options", u"licenceserver", u"")),
-              "licences.example");
-    EXPECT_EQ(U8(app.GetProfileStringFromCache(u"Options", u"LicenceServer", u"user")), "user");
 }
 
 TEST_F(WinAppTest, AMalformedOptionsFileIsReportedOnceAndTheDefaultsAreUsed) {
