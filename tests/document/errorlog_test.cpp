@@ -301,7 +301,6 @@ TEST_F(ErrorLogTest, DisplayOrLogWritesAndQueues) {
     EXPECT_EQ(log.Message(2), u"Bad value");
 }
 
-// The descriptions listed in the option ErrorLogOnly are logged and never shown.
 TEST_F(ErrorLogTest, DescriptionsInErrorLogOnlyAreLoggedAndNeverShown) {
     ASSERT_TRUE(
         CRegistry::Current().WriteProfileString(u"Options", u"ErrorLogOnly", u";Quiet;Silent;"));

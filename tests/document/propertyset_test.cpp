@@ -154,11 +154,6 @@ TEST(PropertySet, SetValueConvertsToTheKindOfAnExistingProperty) {
     summary.SetCreateDate(FILETIME::FromTicks(133486704000000000ull));
     EXPECT_FALSE(summary.SetValue(Summary::PID_CREATE_DTM, QAnyValue(u"no date")));
     EXPECT_EQ(summary.GetCreateDate().Ticks(), 133486704000000000ull);
-    for (std::uint32_t id : {Summary::PID_PAGECOUNT, Summary::PID_TITLE, Summary::PID_CREATE_DTM}) {
-        std::uint32_t type = 0;
-        ASSERT_TRUE(summary.GetType(id, type));
-        EXPECT_EQ(type, Summary::TypeOf(id));
-    }
 }
 
 TEST(PropertySet, BlocksKeepTheAmountInTenThousandthsAndTheStringWithItsNull) {
@@ -521,7 +516,6 @@ TEST(OlePropertySet, ADictionaryReadsAsItsEntriesSetInTurn) {
     EXPECT_EQ(read.GetNames(), expected.GetNames());
 }
 
-// A later entry of an id replaces the earlier one where it stands.
 TEST(OlePropertySet, ASectionTakesTheLastValueOfAnIdInThePlaceOfItsFirst) {
     const std::vector<std::pair<std::uint32_t, std::uint32_t>> entries = {
         {2, 10}, {3, 20}, {2, 30}};

@@ -367,7 +367,6 @@ TEST_F(TranslateTest, ALineForATextAlreadyReadAddsAMatchToItsRecord) {
                                     "Save\t\tEnregistrer\n");
 }
 
-// Switching saves the modified file only when file updates are enabled.
 TEST_F(TranslateTest, SwitchingSavesTheModifiedFileWhenFileUpdatesAreEnabled) {
     const fs::path french = Copy("translations_fr.txt");
     SwitchTo(french);
@@ -458,7 +457,6 @@ TEST_F(TranslateTest, AFileThatCannotBeReadOrSavedIsReported) {
     EXPECT_TRUE(Translator::TheTranslator().IsModified());
 }
 
-// A QTString built before the file translates at first use, and again after a refreshing switch.
 TEST_F(TranslateTest, AQTStringTranslatesAtFirstUseAndAgainAfterARefreshingSwitch) {
     const fs::path french = Copy("translations_fr.txt");
     const fs::path german = Copy("translations_de.txt");

