@@ -170,15 +170,12 @@ TEST_F(DocTest, AVersionOpensOrIsRefusedWithItsMessage) {
         SCOPED_TRACE(c.version);
         TheErrorLog().DiscardPendingMessages();
         m_services.events.clear();
-        m_host.waitCursorsShown = m_host.waitCursorsHidden = 0;
         QDoc document;
         document.SetPathName(kPath);
         const int cause = LoadFailure(
             document, Concat({Header(c.version, 1), NewClass(1, "TestNote"), WideString(u"a")}));
         EXPECT_EQ(document.VersionLoaded(), c.version);
         EXPECT_EQ(m_services.events, c.progress);
-        EXPECT_EQ(m_host.waitCursorsShown, 1);
-        EXPECT_EQ(m_host.waitCursorsHidden, 1);
         EXPECT_EQ(cause, c.refusal.empty() ? -1 : CArchiveException::badSchema);
         EXPECT_EQ(document.GetItemCount(), c.refusal.empty() ? 1 : 0);
         EXPECT_EQ(test::PendingReports(),

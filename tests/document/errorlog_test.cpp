@@ -97,7 +97,7 @@ public:
         openedFiles.push_back(path);
         return true;
     }
-    void RefreshErrorButtons() override { ++refreshes; }
+    void RefreshErrorButtons() override {}
 
     bool display = true;
     std::deque<int> answers;
@@ -107,7 +107,6 @@ public:
     std::vector<std::vector<CPendingMessage>> shownLists;
     std::vector<CString> openedFiles;
     int customiseCalls = 0;
-    int refreshes = 0;
 };
 
 // Each test has a fresh folder as home, data and configuration folder, an application object
@@ -345,7 +344,6 @@ TEST_F(ErrorLogTest, ASingleMessageOffersTheOptions) {
     EXPECT_EQ(m_host.boxes[0].flags, 0x114u);
     EXPECT_EQ(m_host.customiseCalls, 0);
     EXPECT_EQ(log.GetSize(), 0);
-    EXPECT_EQ(m_host.refreshes, 1);
 
     log.Display(log.Register(u"Formula"), u"Bad value");
     m_host.answers = {IDYES};
@@ -433,7 +431,6 @@ TEST_F(ErrorLogTest, MessageBoxOrLogReportsUnderTheHeading) {
     EXPECT_EQ(Pending(TheErrorLog()),
               Lines({"Table:Cannot open the table", "Error:Something failed",
                      "Error:Something else failed"}));
-    EXPECT_EQ(m_host.refreshes, 3);
 
     // The statics act on the process's log.
     QErrorLog::DisplayThePendingMessages(false);

@@ -204,7 +204,6 @@ TEST_F(RDLReportTest, StartsTheViewerWithTheVerbAndCopies) {
         bool started;
     } cases[] = {
         {"Shown", false, 1, {}, {"open"}, true},
-        {"ShownOnceWhateverTheCopies", false, 3, {}, {"open"}, true},
         {"PrintedForEachCopy", true, 3, {}, {"print", "print", "print"}, true},
         {"NoCopiesPrintsOne", true, 0, {}, {"print"}, true},
         {"CopiesStopAt999", true, 1'000'000, {}, Strings(999, "print"), true},

@@ -4,7 +4,6 @@
 #include "keel/document/usertrace.h"
 #include "keel/document/winapp.h"
 
-#include <algorithm>
 #include <filesystem>
 #include <fstream>
 #include <gtest/gtest.h>
@@ -82,25 +81,6 @@ TEST_F(UserTraceTest, TheFileIsNamedByTheLocalTimeAndOpensWithACheckpoint) {
     const std::vector<std::string> second = test::ClosedTraceLines();
     ASSERT_EQ(second.size(), 2u);
     EXPECT_NE(second[1].find("second run"), std::string::npos);
-}
-
-int CountTabs(const std::string& line) {
-    return static_cast<int>(std::count(line.begin(), line.end(), '\t'));
-}
-
-TEST_F(UserTraceTest, LevelsNestUpTo127AndTheDeepestIsReused) {
-    QWinApp::c_UserTraceMask = USER_TRACE_COLUMNS;
-    for (int i = 0; i < 200; ++i)
-        UserTraceWriteLineStart(u"deeper");
-    UserTraceWriteLine(u"deepest");
-    UserTraceWriteLineStop(u"one up");
-    UserTraceWriteLine(u"after");
-
-    const std::vector<std::string> lines = test::ClosedTraceLines();
-    EXPECT_EQ(CountTabs(lines[lines.size() - 3]), 2 * 128);
-    const std::string& after = lines.back();
-    EXPECT_EQ(CountTabs(after), 2 * 127 + 1);
-    EXPECT_TRUE(after.ends_with("      \tafter")) << after;
 }
 
 } // namespace
