@@ -113,10 +113,6 @@ TEST_F(DocStorageTest, EachSaveDatesTheSummary) {
     EXPECT_EQ(summary.GetCreateDate().Ticks(), firstSave);
     EXPECT_EQ(summary.GetLastSaveDate().Ticks(), clock.ticks);
     EXPECT_EQ(summary.GetEditTime().Ticks(), 7 * c_minute);
-    const test::GsfSummary read = test::ReadSummaryWithGsf(
-        test::ReadWithGsf(ReadBytes("d.kdoc")).at("\x05SummaryInformation").bytes);
-    EXPECT_EQ(read.times.at("create_dtm"), clock.UnixSeconds() - 2 * 60);
-    EXPECT_EQ(read.times.at("lastsave_dtm"), clock.UnixSeconds());
 
     // An hour passes before the file is opened again; it does not count as editing.
     clock.Advance(60 * 60);
@@ -465,10 +461,8 @@ TEST(SuggestedSaveName, ComesFromThePathOrTheTitle) {
                  // A copy of a document without a path has no name to start from.
                  {"Kitchen", "", ".kdoc", 0, false, ""},
                  {"Kitchen", "", "", 0, true, "Kitchen"},
-                 {"Kitchen", "", ".kdoc", 0, true, "Kitchen.kdoc"},
                  // The title is cut at the first character that a file name should not begin with.
                  {"Kitchen plan", "", ".kdoc", 0, true, "Kitchen.kdoc"},
-                 {"back\\slash", "", ".kdoc", 0, true, "back.kdoc"},
                  {"#1", "", ".kdoc", 0, true, ".kdoc"},
                  // The extension is picked from the list by number; past its end, the last one.
                  {"Roof", "", ".kdoc;.kbak;.ktpl", 2, true, "Roof.ktpl"},

@@ -412,20 +412,6 @@ TEST_F(WinAppTest, SaveOptionsWritesWhatTheUserCanChangeAndLoadOptionsReadsItBac
     EXPECT_FALSE(app.IsMaximized());
 }
 
-TEST_F(WinAppTest, TheMergingStrategyFollowsThePromptsThenTheDefault) {
-    struct Case {
-        bool prompts;
-        bool byDefault;
-        int strategy;
-    };
-    const Case cases[] = {{true, true, 0}, {true, false, 0}, {false, true, 1}, {false, false, 2}};
-    for (const Case& c : cases) {
-        QWinApp::c_bMergingPrompts = c.prompts;
-        QWinApp::c_bMergingDefault = c.byDefault;
-        EXPECT_EQ(QWinApp::MergingStrategy(), c.strategy) << c.prompts << c.byDefault;
-    }
-}
-
 // A file location is stored under its key and read with a trailing slash; an override wins for
 // the run, is not stored, and is only for the location named. The last open/save folder starts
 // at the data folder.
@@ -549,7 +535,6 @@ TEST_F(WinAppTest, TheFirstApplicationObjectIsTheApplicationWhileItLives) {
         test::ScopedUIServices installed(host);
         EXPECT_FALSE(defaults.IsRunningAutomated()) << "a host with a display";
     }
-    EXPECT_EQ(defaults.ProgressCreate(u"Merging answers", 0, 2, false), -1);
     const auto isTheApplication = [](QWinApp* app) {
         EXPECT_EQ(QWinApp::GetApp(), app);
         EXPECT_EQ(GetEvaluatorFactory(), app);
