@@ -83,5 +83,17 @@ TEST_F(UserTraceTest, TheFileIsNamedByTheLocalTimeAndOpensWithACheckpoint) {
     EXPECT_NE(second[1].find("second run"), std::string::npos);
 }
 
+// A checkpoint closes every level: the lines after it show the outermost column alone.
+TEST_F(UserTraceTest, ACheckpointClosesEveryLevel) {
+    QWinApp::c_UserTraceMask = USER_TRACE_COLUMNS;
+    UserTraceWriteLineStart(u"start");
+    UserTraceCheckpoint(u"checkpoint");
+    UserTraceWriteLine(u"after");
+    const std::vector<std::string> lines = test::ClosedTraceLines();
+    ASSERT_EQ(lines.size(), 4u);
+    EXPECT_TRUE(std::regex_match(lines[1], std::regex(R"(\t\d{6}\t\t\d{6}\tstart)"))) << lines[1];
+    EXPECT_TRUE(std::regex_match(lines[3], std::regex(R"(\t\d{6}\tafter)"))) << lines[3];
+}
+
 } // namespace
 } // namespace keel
