@@ -1,11 +1,9 @@
 #include "tests/support/homefolder.h"
-#include "tests/support/uihosts.h"
 
 #include "keel/document/usertrace.h"
 #include "keel/document/winapp.h"
 
 #include <filesystem>
-#include <fstream>
 #include <gtest/gtest.h>
 #include <memory>
 #include <regex>
