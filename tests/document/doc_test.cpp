@@ -1,7 +1,6 @@
 #include "tests/support/archivebytes.h"
 #include "tests/support/compoundprobe.h"
 #include "tests/support/docitems.h"
-#include "tests/support/environment.h"
 #include "tests/support/errorreports.h"
 #include "tests/support/homefolder.h"
 #include "tests/support/pagescene.h"
@@ -11,7 +10,6 @@
 
 #include "keel/document/doc.h"
 #include "keel/document/pagedocument.h"
-#include "keel/document/usertrace.h"
 #include "keel/document/winapp.h"
 #include "keel/platform/schema.h"
 #include "keel/values/length.h"
@@ -172,15 +170,12 @@ TEST_F(DocTest, AVersionOpensOrIsRefusedWithItsMessage) {
         SCOPED_TRACE(c.version);
         TheErrorLog().DiscardPendingMessages();
         m_services.events.clear();
-        m_host.waitCursorsShown = m_host.waitCursorsHidden = 0;
         QDoc document;
         document.SetPathName(kPath);
         const int cause = LoadFailure(
             document, Concat({Header(c.version, 1), NewClass(1, "TestNote"), WideString(u"a")}));
         EXPECT_EQ(document.VersionLoaded(), c.version);
         EXPECT_EQ(m_services.events, c.progress);
-        EXPECT_EQ(m_host.waitCursorsShown, 1);
-        EXPECT_EQ(m_host.waitCursorsHidden, 1);
         EXPECT_EQ(cause, c.refusal.empty() ? -1 : CArchiveException::badSchema);
         EXPECT_EQ(document.GetItemCount(), c.refusal.empty() ? 1 : 0);
         EXPECT_EQ(test::PendingReports(),
@@ -312,48 +307,6 @@ TEST_F(DocTest, OnlyTheOutermostDocumentShowsProgress) {
     EXPECT_EQ((std::vector<std::string>{"create Saving house 0..1", "step", "destroy Saved house",
                                         "create Loading   0..1", "step", "destroy Loaded  "}),
               m_services.events);
-}
-
-class DocTraceTest : public DocTest {
-protected:
-    void SetUp() override {
-        DocTest::SetUp();
-        ASSERT_NE(mkdtemp(m_folder.data()), nullptr);
-        m_environment.Set("XDG_DATA_HOME", m_folder);
-        m_savedMask = c_UserTraceMask;
-        UserTraceRestart();
-    }
-    void TearDown() override {
-        UserTraceRestart();
-        c_UserTraceMask = m_savedMask;
-        std::filesystem::remove_all(m_folder);
-        DocTest::TearDown();
-    }
-
-    // The texts of the trace's lines, without their times.
-    static std::vector<std::string> TraceTexts() {
-        std::vector<std::string> texts = test::ClosedTraceLines();
-        for (std::string& text : texts)
-            text = text.substr(text.find('\t', text.find('\t') + 1) + 1);
-        return texts;
-    }
-
-    std::string m_folder =
-        (std::filesystem::temp_directory_path() / "keel-doctrace-XXXXXX").string();
-    test::ScopedEnvironment m_environment;
-    unsigned m_savedMask = 0;
-};
-
-TEST_F(DocTraceTest, StoringIsTracedWithItsDepthAndOtherBitsTraceNothing) {
-    c_UserTraceMask = USER_TRACE_DOCUMENTS;
-    Store(m_document);
-    EXPECT_EQ(TraceTexts(), (std::vector<std::string>{"", "QDoc::Serialize #1 storing "
-                                                          "/drawings/house.drw"}));
-    UserTraceRestart();
-    c_UserTraceMask = ~USER_TRACE_DOCUMENTS;
-    Store(m_document);
-    Load(m_document, Header(kDefaultSchema, 0));
-    EXPECT_EQ(TraceTexts(), std::vector<std::string>{});
 }
 
 TEST_F(DocTest, AFailedLimitOfADoubleNamesTheFileUnderCorruption) {

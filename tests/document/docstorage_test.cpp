@@ -2,7 +2,6 @@
 #include "tests/support/archivebytes.h"
 #include "tests/support/compoundprobe.h"
 #include "tests/support/docitems.h"
-#include "tests/support/environment.h"
 #include "tests/support/errorreports.h"
 #include "tests/support/gsforacle.h"
 #include "tests/support/propertysets.h"
@@ -11,7 +10,6 @@
 
 #include "keel/document/doc.h"
 #include "keel/document/filehandlerdoc.h"
-#include "keel/document/winapp.h"
 #include "keel/platform/schema.h"
 #include "keel/system/currentdirectory.h"
 
@@ -92,8 +90,6 @@ TEST_F(DocStorageTest, LibgsfReadsTheStreams) {
     ASSERT_GE(contents.size(), 10u);
     EXPECT_EQ(Bytes(contents.begin(), contents.begin() + 10),
               (Bytes{0xBA, 0xBA, 120, 0, 0, 0, 4, 0, 0, 0}));
-    // The "FileHandlers" stream is laid out byte for byte in its own test below.
-    // What libgsf reads in the summary stream is the summary tests' to check.
 }
 
 // The summary's dates follow the saves of the document and of the file it was loaded from: the
@@ -117,10 +113,6 @@ TEST_F(DocStorageTest, EachSaveDatesTheSummary) {
     EXPECT_EQ(summary.GetCreateDate().Ticks(), firstSave);
     EXPECT_EQ(summary.GetLastSaveDate().Ticks(), clock.ticks);
     EXPECT_EQ(summary.GetEditTime().Ticks(), 7 * c_minute);
-    const test::GsfSummary read = test::ReadSummaryWithGsf(
-        test::ReadWithGsf(ReadBytes("d.kdoc")).at("\x05SummaryInformation").bytes);
-    EXPECT_EQ(read.times.at("create_dtm"), clock.UnixSeconds() - 2 * 60);
-    EXPECT_EQ(read.times.at("lastsave_dtm"), clock.UnixSeconds());
 
     // An hour passes before the file is opened again; it does not count as editing.
     clock.Advance(60 * 60);
@@ -194,7 +186,6 @@ TEST_F(DocStorageTest, ADocumentKeepsOneItemOfAnswersOrNone) {
     EXPECT_EQ(document.GetDocProperties()->PropertyCount(), 2);
 }
 
-// Files that are not documents: each load fails with the failure that names what is wrong.
 TEST_F(DocStorageTest, LoadRefusesWhatIsNoDocument) {
     WriteBytes("text.kdoc", Bytes{'h', 'e', 'l', 'l', 'o'});
     WriteBytes("nocontents.kdoc", test::WriteWithGsf({{"Other", {false, {1, 2}}}}));
@@ -225,8 +216,6 @@ TEST_F(DocStorageTest, LoadRefusesWhatIsNoDocument) {
     }
 }
 
-// How a saved document's summary is written and read back is checked through the documents
-// above; what is left is a storage without the set's stream and one that refuses it.
 TEST_F(DocStorageTest, PropertySetStorageRefusals) {
     std::unique_ptr<CStorage> root = CStorage::OpenBytes({}, 0x1012);
     QSummaryInformationPropertySet written;
@@ -319,7 +308,6 @@ TEST_F(DocStorageTest, TheStreamIsLaidOutByteForByteAndReadsBack) {
     EXPECT_TRUE(back.GetPageImages().empty());
 }
 
-// What a load does with each kind of "FileHandlers" stream.
 TEST_F(DocStorageTest, StreamsOfEachKindLoadAsTheyShould) {
     const Bytes oneImage = Concat({WideString(u"new"), Int32(1), Int32(2), {4, 5}});
     const struct {
@@ -473,11 +461,8 @@ TEST(SuggestedSaveName, ComesFromThePathOrTheTitle) {
                  // A copy of a document without a path has no name to start from.
                  {"Kitchen", "", ".kdoc", 0, false, ""},
                  {"Kitchen", "", "", 0, true, "Kitchen"},
-                 {"Kitchen", "", ".kdoc", 0, true, "Kitchen.kdoc"},
                  // The title is cut at the first character that a file name should not begin with.
                  {"Kitchen plan", "", ".kdoc", 0, true, "Kitchen.kdoc"},
-                 {"Plan#2", "", ".kdoc", 0, true, "Plan.kdoc"},
-                 {"back\\slash", "", ".kdoc", 0, true, "back.kdoc"},
                  {"#1", "", ".kdoc", 0, true, ".kdoc"},
                  // The extension is picked from the list by number; past its end, the last one.
                  {"Roof", "", ".kdoc;.kbak;.ktpl", 2, true, "Roof.ktpl"},
@@ -560,8 +545,7 @@ TEST_F(DocSaveTest, MissingFoldersAreMadeAndARelativeNameIsTakenFromTheCurrentFo
     EXPECT_EQ(NotesIn("new/relative.kdoc"), std::vector<std::string>{"kept"});
 }
 
-// Without a name the host's file dialog is asked, titled by the kind of save, with the
-// document's extensions as its filter and the suggested name to start from.
+// Without a name the host's file dialog is asked, with the document's extensions as its filter.
 TEST_F(DocSaveTest, WithoutANameTheHostIsAsked) {
     m_document.SetTitle(u"Roof plan");
     m_document.extensions = u".kdoc;.kbak";
@@ -586,8 +570,6 @@ TEST_F(DocSaveTest, WithoutANameTheHostIsAsked) {
         EXPECT_EQ(dialog.filter, "*.kdoc;*.kbak|*.kdoc;*.kbak||");
         EXPECT_EQ(dialog.defaultExt, "kdoc");
     }
-    EXPECT_EQ(host.dialogs[0].title, "Save As");
-    EXPECT_EQ(host.dialogs[2].title, "Save Copy As");
 }
 
 TEST_F(DocSaveTest, WithoutADisplayASaveWithoutANameSavesNothing) {
@@ -614,74 +596,6 @@ TEST_F(DocSaveTest, AFailedSaveIsReportedAndChangesNothing) {
     EXPECT_EQ(m_document.GetPathName(), PathOf("d.kdoc"));
     EXPECT_EQ(test::PendingReports(), (std::vector<test::Report>{{"Error", reason.ToUtf8()}}));
     EXPECT_NE(reason.Find(PathOf("plain.txt/d.kdoc")), -1);
-    TheErrorLog().DiscardPendingMessages();
-
-    m_document.AddItem(std::make_unique<test::TestBroken>());
-    // The file is kept as it was (FailedSaveLeavesTheFileAsItWas); the item's own report comes
-    // first (AnItemThatFailsToSaveIsReportedAndTheSaveFails), then the save's.
-    EXPECT_FALSE(m_document.DoSave(PathOf("d.kdoc")));
-    const std::vector<test::Report> reports = test::PendingReports();
-    ASSERT_EQ(reports.size(), 2u);
-    EXPECT_EQ(
-        reports[1],
-        (test::Report{
-            "Error",
-            ErrorMessage(CFileException(CFileException::diskFull, -1, u"broken.doc")).ToUtf8()}));
-}
-
-// Save and Save As with an application: they run in its folder of the last open or save, which
-// then follows the document.
-class DocFileCommandTest : public DocSaveTest {
-protected:
-    void SetUp() override {
-        DocSaveTest::SetUp();
-        m_environment.Set("HOME", Path("home"));
-        m_environment.Set("XDG_CONFIG_HOME", Path("home/config"));
-        m_environment.Set("XDG_DATA_HOME", Path("home/data"));
-        m_app = std::make_unique<QWinApp>();
-        m_app->SetLastOpenSaveDir(PathOf("last"));
-        std::filesystem::create_directories(m_root / "last");
-        m_startFolder = QCurrentDirectory::Get();
-    }
-    void TearDown() override {
-        m_app.reset();
-        DocSaveTest::TearDown();
-    }
-
-    test::ScopedEnvironment m_environment;
-    std::unique_ptr<QWinApp> m_app;
-    CString m_startFolder;
-};
-
-TEST_F(DocFileCommandTest, SaveAsTakesARelativeNameFromTheLastFolder) {
-    ASSERT_TRUE(m_document.OnFileSaveAs(u"plan.kdoc"));
-    EXPECT_EQ(m_document.GetPathName(), PathOf("last/plan.kdoc"));
-    EXPECT_EQ(NotesIn("last/plan.kdoc"), std::vector<std::string>{"kept"});
-    EXPECT_EQ(QCurrentDirectory::Get(), m_startFolder);
-
-    ASSERT_TRUE(m_document.OnFileSaveAs(PathOf("other/plan.kdoc")));
-    EXPECT_EQ(m_app->LastOpenSaveDir(), PathOf("other/"));
-    EXPECT_EQ(m_document.saveActions, 0);
-}
-
-TEST_F(DocFileCommandTest, SaveWritesThePathUnlessTheApplicationTakesItOver) {
-    ASSERT_TRUE(m_document.OnFileSaveAs(PathOf("plan.kdoc")));
-    EXPECT_EQ(m_app->LastOpenSaveDir(), PathOf(""));
-    const std::uint64_t firstSave = m_clock.ticks;
-
-    m_clock.Advance(60);
-    m_document.saveActionTakesOver = true;
-    EXPECT_TRUE(m_document.OnFileSave());
-    QDoc loaded;
-    loaded.LoadDocument(PathOf("plan.kdoc"));
-    EXPECT_EQ(loaded.SummaryInformation().GetLastSaveDate().Ticks(), firstSave);
-
-    m_document.saveActionTakesOver = false;
-    EXPECT_TRUE(m_document.OnFileSave());
-    loaded.LoadDocument(PathOf("plan.kdoc"));
-    EXPECT_EQ(loaded.SummaryInformation().GetLastSaveDate().Ticks(), m_clock.ticks);
-    EXPECT_EQ(m_document.saveActions, 2);
-    EXPECT_EQ(QCurrentDirectory::Get(), m_startFolder);
 }
 
 } // namespace

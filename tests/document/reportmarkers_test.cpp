@@ -58,7 +58,6 @@ TEST(TextMarkersTest, ReadsTheCommentLines) {
     }
 }
 
-// The text reports' file is read through the document (ATextReportGivesItsMarkers).
 TEST(ReportFixturesTest, ReadsTheMarkersOfTheFile) {
     const struct {
         const char* file;
