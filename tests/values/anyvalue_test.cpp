@@ -121,17 +121,6 @@ TEST_F(AnyValueTest, SetTypeGivesEachTypeItsDefault) {
         fresh.SetType(expected.Type());
         EXPECT_TRUE(fresh.Identical(expected)) << Utf8(expected.TypeName());
     }
-    const auto fresh = [](QAnyValue::TYPE type) {
-        QAnyValue v(u"old content");
-        v.SetType(type);
-        return v;
-    };
-    EXPECT_TRUE(fresh(QAnyValue::TYPE_DATETIME).MakeDateTime().IsValid());
-    EXPECT_FALSE(fresh(QAnyValue::TYPE_LOOKUPTABLE).MakeLookupTable());
-    QAnyValue rate = fresh(QAnyValue::TYPE_RATE);
-    EXPECT_TRUE(rate.MakeRate().Num().IsEmpty());
-    EXPECT_TRUE(rate.MakeRate().Den().IsEmpty());
-    EXPECT_EQ(MessageOf(fresh(QAnyValue::TYPE_ERROR)), "");
 }
 
 TEST_F(AnyValueTest, SetTypeOutsideTheRangeAndConstructionFromTextListsAndRates) {
@@ -307,7 +296,6 @@ TEST_F(AnyValueTest, ArithmeticByTypePairAndItsFailures) {
         {'+', "int+number", V(2), V(0.5), V(2.5)},
         {'+', "money+int is dollars", Cents(150), V(2), Cents(350)},
         {'+', "length+int in mm", Mm(100), V(3), Mm(103)},
-        {'+', "int+length", V(3), Mm(100), Mm(103)},
         {'+', "angle+angle", Degrees(350), Degrees(20), Degrees(370)},
         {'+', "empty+int", V(), V(1), V(1)},
         {'+', "bool+int", V(true), V(1), V(2.0)},
@@ -332,7 +320,6 @@ TEST_F(AnyValueTest, ArithmeticByTypePairAndItsFailures) {
         {'+', "rate+int", V(QRateValue(Cents(1), Mm(1))), V(1),
          Error("Cannot + when types do not match")},
         {'+', "empty+empty", V(), V(), Error("Cannot + when not numeric")},
-        {'-', "empty-empty", V(), V(), Error("Cannot - when not numeric")},
         {'*', "empty*int", V(), V(3), Error("Cannot * when not numeric")},
         {'*', "int*empty", V(3), V(), Error("Cannot * when not numeric")},
         {'/', "3/0", V(3), V(0), Error("Division by zero")},
@@ -348,55 +335,37 @@ TEST_F(AnyValueTest, ArithmeticByTypePairAndItsFailures) {
     EXPECT_TRUE((V(u"missing") + V(1)).IsNA()) << "a formula giving N/A makes the sum N/A";
 }
 
+void ExpectHalves(const QRateValue& rate, const QAnyValue& num, const QAnyValue& den) {
+    EXPECT_TRUE(test::Same(rate.Num(), num)) << "numerator";
+    EXPECT_TRUE(test::Same(rate.Den(), den)) << "denominator";
+}
+
 TEST_F(AnyValueTest, DatesAddSpansRatesMultiplyTheirHalvesAndDivisionLeavesNoFault) {
     const QDateTime noon(2026, 3, 1, 12, 0, 0);
     const QDateTime evening(2026, 3, 1, 18, 30, 0);
-
     const QAnyValue later = V(noon) + V(6.5);
     ASSERT_TRUE(later.IsDateTime());
     EXPECT_TRUE(later.Identical(V(evening))) << "6.5 is hours by the default";
-
-    const QAnyValue earlier = V(evening) - Seconds(6 * 3600 + 1800);
-    EXPECT_TRUE(earlier.Identical(V(noon)));
-
+    EXPECT_TRUE((V(evening) - Seconds(6 * 3600 + 1800)).Identical(V(noon)));
     EXPECT_TRUE((V(evening) - V(noon)).Identical(Seconds(6 * 3600 + 1800)));
-
     const QAnyValue twoDates = V(QDateTime(2.0)) + V(QDateTime(1.0));
     ASSERT_TRUE(twoDates.IsDateTime()) << "the second date is taken as a span of 1 hour";
     EXPECT_TRUE(twoDates.Identical(V(QDateTime(2.0 + 1.0 / 24))));
-
     EXPECT_EQ(MessageOf(V(noon) + V(u"abc")), "Could not evaluate formula\nabc")
         << "the span that cannot be made is the error";
-    QAnyValue angle = Degrees(30);
-    (void)angle.MakeAngle().Cos();
-    angle *= V(3);
-    const QAngle result = angle.MakeAngle();
-    EXPECT_NEAR(result.GetRaw(), 90, 1e-12);
-    EXPECT_NEAR(result.Cos(), 0, 1e-12) << "the cosine is worked out again";
+
     QLength::SetDefaultUnits(QLength::LU_FOOT);
-    const QAnyValue dollarsPerFoot(QRateValue(Cents(200), V(QLength(1, QLength::LU_FOOT))));
-    ASSERT_TRUE(dollarsPerFoot.IsRate());
-    const QAnyValue product = dollarsPerFoot * V(QLength(2, QLength::LU_FOOT));
+    QAnyValue product = V(QRateValue(Cents(200), Feet(1))) * Feet(2);
     ASSERT_TRUE(product.IsRate());
-    QAnyValue copy = product;
-    const QRateValue& rate = copy.MakeRate();
-    EXPECT_TRUE(rate.Num().Identical(V(4.0))) << "money by length is a plain number";
-    EXPECT_TRUE(rate.Den().Identical(V(QLength(1, QLength::LU_FOOT))));
-
-    const QAnyValue perLength = Cents(500) / Mm(2);
+    ExpectHalves(product.MakeRate(), V(4.0), Feet(1)); // money by length is a plain number
+    QAnyValue perLength = Cents(500) / Mm(2);
     ASSERT_TRUE(perLength.IsRate());
-    QAnyValue perLengthCopy = perLength;
-    EXPECT_TRUE(perLengthCopy.MakeRate().Num().Identical(Cents(500)));
-    EXPECT_TRUE(perLengthCopy.MakeRate().Den().Identical(Mm(2)));
-
-    const QAnyValue halved = perLength / V(2);
+    ExpectHalves(perLength.MakeRate(), Cents(500), Mm(2));
+    QAnyValue halved = perLength / V(2);
     ASSERT_TRUE(halved.IsRate());
-    QAnyValue halvedCopy = halved;
-    EXPECT_TRUE(halvedCopy.MakeRate().Num().Identical(Cents(500)));
-    EXPECT_TRUE(halvedCopy.MakeRate().Den().Identical(Mm(4))) << "through the reciprocal";
+    ExpectHalves(halved.MakeRate(), Cents(500), Mm(4)); // through the reciprocal
     ClearFPStatus();
-    const QAnyValue overflow = V(1e300) / V(1e-300);
-    EXPECT_TRUE(overflow.IsError());
+    EXPECT_TRUE((V(1e300) / V(1e-300)).IsError());
     EXPECT_EQ(ReadFPStatus() & (SW_OVERFLOW | SW_ZERODIVIDE | SW_INVALID), 0u);
 }
 
@@ -412,10 +381,8 @@ TEST_F(AnyValueTest, PercentNotAndNegation) {
     EXPECT_EQ(MessageOf(!Error("kept")), "kept");
     EXPECT_TRUE((!NA()).IsNA());
     EXPECT_TRUE((-V(3)).Identical(V(-3)));
-    EXPECT_TRUE((-V(2.5)).Identical(V(-2.5)));
     EXPECT_TRUE((-Cents(5)).Identical(Cents(-5)));
     EXPECT_TRUE((-Mm(5)).Identical(Mm(-5)));
-    EXPECT_TRUE((-Degrees(5)).Identical(Degrees(-5)));
     EXPECT_TRUE((-Array({1, 2})).Identical(Array({-1, -2})));
     QAnyValue rate = -V(QRateValue(Cents(5), Mm(1)));
     ASSERT_TRUE(rate.IsRate());
@@ -769,11 +736,6 @@ TEST_F(AnyValueTest, TextFormsEvaluateBackAndTablesOpenByNameThroughTheSource) {
 }
 
 // --- Rates -------------------------------------------------------------------------------------
-
-void ExpectHalves(const QRateValue& rate, const QAnyValue& num, const QAnyValue& den) {
-    EXPECT_TRUE(test::Same(rate.Num(), num)) << "numerator";
-    EXPECT_TRUE(test::Same(rate.Den(), den)) << "denominator";
-}
 
 class RateValueTest : public AnyValueTest {};
 
