@@ -56,14 +56,10 @@ using Texts = std::vector<CString>;
 TEST(QArray, CountsBoundsAndCheckedElementAccess) {
     QArray<int> array;
     EXPECT_TRUE(array.IsEmpty());
-    EXPECT_EQ(array.GetCount(), 0);
-    EXPECT_EQ(array.GetUpperBound(), -1);
     EXPECT_EQ(array.Add(10), 0);
     EXPECT_EQ(array.Add(20), 1);
     EXPECT_EQ(array.Add(30), 2);
-    EXPECT_EQ(array.GetUpperBound(), 2);
     const QArray<int>& view = array;
-    EXPECT_EQ(array[0], 10);
     EXPECT_EQ(view[2], 30);
     EXPECT_EQ(view.GetAt(1), 20);
     array.ElementAt(1) = 21;
@@ -89,41 +85,8 @@ TEST(QArray, SetAtGrowExtendsWithDefaultsEvenWithOneOfItsOwnElements) {
     EXPECT_EQ(Contents(strings), (Texts{u"kept", u"", u"", u"", u"", u"kept"}));
 }
 
-TEST(QArray, HeadTailAndAWalkThatMovesBeforeGetPrevAndAfterGetNext) {
-    QArray<int> array;
-    EXPECT_THROW(array.GetHead(), InvalidArgumentException);
-    EXPECT_THROW(array.GetTail(), InvalidArgumentException);
-    EXPECT_THROW(array.RemoveHead(), InvalidArgumentException);
-    EXPECT_THROW(array.RemoveTail(), InvalidArgumentException);
-    array = {1, 2, 3, 4};
-    EXPECT_EQ(array.GetTailPosition(), 3);
-    EXPECT_EQ(array.RemoveHead(), 1);
-    EXPECT_EQ(array.RemoveTail(), 4);
-    EXPECT_EQ(Contents(array), (std::vector<int>{2, 3}));
-    int pos = 1;
-    EXPECT_EQ(array.GetPrev(pos), 2);
-    EXPECT_EQ(pos, 0);
-    EXPECT_EQ(array.GetNext(pos), 2);
-    EXPECT_EQ(pos, 1);
-    pos = 2;
-    EXPECT_THROW(array.GetNext(pos), InvalidArgumentException);
-    EXPECT_EQ(pos, 2);
-    pos = 0;
-    EXPECT_THROW(array.GetPrev(pos), InvalidArgumentException);
-    EXPECT_EQ(pos, 0);
-}
-
-TEST(QArray, AddHeadAddTailAndAppendReturnTheNewIndexEvenFromItself) {
-    QArray<int> array{5};
-    EXPECT_EQ(array.AddTail(6), 1);
-    EXPECT_EQ(array.AddHead(4), 0);
-    EXPECT_EQ(Contents(array), (std::vector<int>{4, 5, 6}));
-
-    const QArray<int> more{7, 8};
-    EXPECT_EQ(array.AddTail(more), 3);
-    EXPECT_EQ(array.AddHead(QArray<int>{1, 2}), 0);
-    EXPECT_EQ(Contents(array), (std::vector<int>{1, 2, 4, 5, 6, 7, 8}));
-    array = {1, 2};
+TEST(QArray, AppendAndInsertAtTakeTheArrayItself) {
+    QArray<int> array{1, 2};
     EXPECT_EQ(array.Append(array), 2);
     EXPECT_EQ(Contents(array), (std::vector<int>{1, 2, 1, 2}));
     array.InsertAt(1, array);
@@ -146,11 +109,6 @@ TEST(QArray, InsertAtBeforeAndAfterInsertCopiesAndPastTheEndExtendWithDefaults) 
     array.InsertAt(7, QArray<int>{8, 9});
     EXPECT_EQ(Contents(array), (std::vector<int>{1, 0, 0, 7, 7, 0, 0, 8, 9}));
     EXPECT_THROW(array.InsertAt(-1, QArray<int>{1}), InvalidArgumentException);
-    array = {1, 3};
-    EXPECT_EQ(array.InsertBefore(1, 2), 1);
-    EXPECT_EQ(array.InsertAfter(2, 4), 3);
-    EXPECT_EQ(array.InsertAfter(-1, 0), 0);
-    EXPECT_EQ(Contents(array), (std::vector<int>{0, 1, 2, 3, 4}));
 }
 
 TEST(QArray, InsertOneOfItsOwnElementsWhileGrowing) {
@@ -181,7 +139,7 @@ TEST(QArray, RemoveAtChecksTheWholeRange) {
     EXPECT_EQ(Contents(array), (std::vector<int>{0, 3}));
 }
 
-TEST(QArray, FindAndFindNoCaseStartAboveAfter) {
+TEST(QArray, FindStartsAboveAfter) {
     QArray<int> array{4, 7, 4, 9};
     EXPECT_EQ(array.Find(4), 0);
     EXPECT_EQ(array.Find(4, 0), 2);
@@ -192,8 +150,6 @@ TEST(QArray, FindAndFindNoCaseStartAboveAfter) {
     QArray<CString> names{CString(u"Width"), CString(u"height"), CString(u"WIDTH")};
     EXPECT_EQ(names.Find(CString(u"WIDTH")), 2);
     EXPECT_EQ(names.Find(CString(u"width")), -1);
-    EXPECT_EQ(names.FindNoCase(CString(u"width")), 0);
-    EXPECT_EQ(names.FindNoCase(CString(u"width"), 0), 2);
 }
 
 TEST(QArray, SortAndSortNoCase) {
@@ -217,8 +173,6 @@ TEST(QArray, UsesTheElementTypesOwnCompareFoundByLookup) {
     EXPECT_EQ(array.Find(Approx{2.4}), 2);
     EXPECT_EQ(array.Find(Approx{2.6}), 0);
     EXPECT_EQ(array.Find(Approx{5.0}), -1);
-    // No notion of case: FindNoCase falls back on the type's COMPARE.
-    EXPECT_EQ(array.FindNoCase(Approx{0.7}), 1);
 
     array.Sort();
     EXPECT_EQ(array[0].value, 1.0);
@@ -408,33 +362,20 @@ TEST(QMap, KeysOfOneBucketAreFoundAndRemovedFromTheirChainByHashThenKey) {
 TEST(QMap, IterationVisitsEveryEntryOnceAndCopiesKeepBuckets) {
     QMap<int, int> map(3);
     map.InitHashTable(7);
-    EXPECT_EQ(map.GetStartPosition(), nullptr);
     std::map<int, int> expected;
     for (int key = 0; key < 60; key += 3)
         expected[key] = map[key] = key * key;
-    std::map<int, int> seen;
-    for (POSITION pos = map.GetStartPosition(); pos;) {
-        int key = 0;
-        int value = 0;
-        map.GetNextAssoc(pos, key, value);
-        EXPECT_TRUE(seen.emplace(key, value).second) << key;
-    }
-    EXPECT_EQ(seen, expected);
-    POSITION end = nullptr;
-    int key = 0;
-    EXPECT_THROW(map.GetNextAssoc(end, key, key), InvalidArgumentException);
-
     QMap<int, int> copy(map);
     QMap<int, int> assigned;
     assigned[100] = 1;
     assigned = map;
     copy[0] = 5;
     EXPECT_EQ(map[0], 0);
-    for (const QMap<int, int>* each : {&copy, &assigned}) {
+    for (const QMap<int, int>* each : {&map, &copy, &assigned}) {
         EXPECT_EQ(each->GetHashTableSize(), 7u);
         std::map<int, int> ranged;
         for (const auto& pair : *each)
-            ranged.emplace(pair.key, pair.value);
+            EXPECT_TRUE(ranged.emplace(pair.key, pair.value).second) << pair.key;
         ranged[0] = 0;
         EXPECT_EQ(ranged, expected);
     }

@@ -402,12 +402,5 @@ TYPED_TEST(QuantityTest, ArchiveKeepsADoubleReadByTheSchemaAndOneOutOfRangeIsZer
     EXPECT_EQ(value.GetRaw(), 1e-6);
 }
 
-TEST(QuantityConversions, NamedConversionsGoFromTheFirstUnitToTheSecond) {
-    EXPECT_DOUBLE_EQ(QLength::inch_to_mm(1), 25.4);
-    EXPECT_DOUBLE_EQ(QArea::sqft_to_sqin(1), 144);
-    EXPECT_DOUBLE_EQ(QVolume::cbft_to_cbin(1), 1728);
-    EXPECT_DOUBLE_EQ(QAngle::deg_to_rad(180), std::numbers::pi);
-}
-
 } // namespace
 } // namespace keel

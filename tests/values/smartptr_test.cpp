@@ -1,7 +1,6 @@
 #include "keel/values/smartptr.h"
 
 #include <gtest/gtest.h>
-#include <memory>
 #include <thread>
 #include <vector>
 
@@ -45,21 +44,6 @@ TEST(QSmartTarget, ACopyStartsUnreferencedButAssignmentCopiesTheOtherCount) {
     EXPECT_FALSE(assigned->IsReferenced());
     assigned->DeleteThis();
     EXPECT_EQ(deletions, 1);
-}
-
-TEST(QSmartTarget, NotSmartObjectSurvivesItsSmartPointers) {
-    int deletions = 0;
-    // Owned here, as a member or a stack object would be owned by its scope.
-    auto owned = std::make_unique<Tracked>(&deletions);
-    owned->ConstructorNotSmart();
-    {
-        QSmartPtr<Tracked> pointer(owned.get());
-        EXPECT_FALSE(owned->IsSinglyReferenced());
-    }
-    EXPECT_EQ(deletions, 0);
-    EXPECT_TRUE(owned->IsSinglyReferenced());
-    owned->DestructorNotSmart();
-    EXPECT_FALSE(owned->IsReferenced());
 }
 
 TEST(QSmartPtr, TheLastReleaseDeletesAndAssignmentAndMoveHandTheReferencesOver) {
@@ -123,32 +107,6 @@ TEST(QSmartPtr, CountsStayExactAcrossThreads) {
         thread.join();
     EXPECT_TRUE(shared->IsSinglyReferenced());
     EXPECT_EQ(deletions, 0);
-}
-
-TEST(QHoldSmartPtr, LeavesAnUnreferencedObjectAloneAndHoldsAReferencedOne) {
-    int deletions = 0;
-    Tracked onStack(&deletions);
-    {
-        QHoldSmartPtr<Tracked> hold(&onStack);
-        QHoldSmartPtr<Tracked> copy(hold);
-        EXPECT_FALSE(onStack.IsReferenced());
-        EXPECT_EQ(copy.Get(), &onStack);
-    }
-    EXPECT_EQ(deletions, 0);
-    QSmartPtr<Tracked> owner(new Tracked(&deletions));
-    QHoldSmartPtr<Tracked> hold(&onStack);
-    hold = owner.Get();
-    EXPECT_FALSE(owner->IsSinglyReferenced());
-    hold = &onStack;
-    EXPECT_TRUE(owner->IsSinglyReferenced());
-    EXPECT_FALSE(onStack.IsReferenced());
-
-    QHoldSmartPtr<Tracked> outliving(owner.Get());
-    owner = nullptr;
-    EXPECT_EQ(deletions, 0);
-    EXPECT_TRUE(outliving->IsSinglyReferenced());
-    outliving = nullptr;
-    EXPECT_EQ(deletions, 1);
 }
 
 // Records the calls the guards make.

@@ -312,30 +312,6 @@ TEST_F(MoneyTest, TextFollowsTheSymbolsInForceAndParsesBack) {
 
 class TimeTest : public WholeRawTest<TimeFigures> {};
 
-TEST_F(TimeTest, TotalsAndPartsCutTheSpan) {
-    QTime::SetDefaultUnits(QTime::TU_MINUTES);
-    EXPECT_EQ(QTime::TimeUnitSuffix().ToUtf8(), "mn");
-    const struct {
-        std::int32_t raw;
-        std::int32_t totalHours, totalMinutes;
-        std::int32_t days, hours, minutes, seconds;
-    } rows[] = {
-        {0, 0, 0, 0, 0, 0, 0},         {59, 0, 0, 0, 0, 0, 59},
-        {60, 0, 1, 0, 0, 1, 0},        {3599, 0, 59, 0, 0, 59, 59},
-        {3600, 1, 60, 0, 1, 0, 0},     {86399, 23, 1439, 0, 23, 59, 59},
-        {90061, 25, 1501, 1, 1, 1, 1}, {-3661, -1, -61, 0, -1, -1, -1},
-    };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.raw);
-        const QTime time = QTime::FromRaw(row.raw);
-        EXPECT_EQ((std::vector<std::int32_t>{
-                      time.GetTotalHours(), time.GetTotalMinutes(), time.GetTotalSeconds(),
-                      time.GetDays(), time.GetHours(), time.GetMinutes(), time.GetSeconds()}),
-                  (std::vector<std::int32_t>{row.totalHours, row.totalMinutes, row.raw, row.days,
-                                             row.hours, row.minutes, row.seconds}));
-    }
-}
-
 TEST_F(TimeTest, ParseTakesABareNumberInTheUnitAskedAndFormattedSpansReadBack) {
     QTime time;
     EXPECT_EQ(time.Parse(u"2", QTime::TU_SECONDS), PARSE_EXACT);
