@@ -410,18 +410,9 @@ TEST_F(DateTimeTest, FormattedDatesParseBackInEveryOrder) {
     EXPECT_EQ(PartsOf(date), "2026-11-21 14:30:00");
 }
 
-TEST_F(DateTimeTest, UnixTimeInUtcIsPlainArithmeticAndLocalTimeGoesAndComesBack) {
-    EXPECT_DOUBLE_EQ(QDateTime::FromUnixTime(0, true).GetOleDate(), 25569.0);
-    EXPECT_EQ(PartsOf(QDateTime::FromUnixTime(-1, true)), "1969-12-31 23:59:59");
-    EXPECT_EQ(PartsOf(QDateTime::FromUnixTime(1795271405, true)), "2026-11-21 14:30:05");
-    EXPECT_DOUBLE_EQ(QDateTime::FromUnixTime(-2209161600 - 64800, true).GetOleDate(), -1.25);
-    EXPECT_FALSE(QDateTime::FromUnixTime(300000000000LL, true).IsValid());
-    std::time_t seconds = 0;
-    ASSERT_TRUE(QDateTime(2026, 11, 21, 14, 30, 5).GetAsUnixTime(seconds, true));
-    EXPECT_EQ(seconds, 1795271405);
-    ASSERT_TRUE(QDateTime(-1.25).GetAsUnixTime(seconds, true));
-    EXPECT_EQ(seconds, -2209161600 - 64800);
-    EXPECT_FALSE(QDateTime(1e9).GetAsUnixTime(seconds, true));
+TEST_F(DateTimeTest, UnixTimeIsReadInLocalTimeAndGoesBack) {
+    std::time_t invalid = 0;
+    EXPECT_FALSE(QDateTime(1e9).GetAsUnixTime(invalid));
     for (std::time_t seconds : {std::time_t{0}, std::time_t{1700000000}, std::time_t{1795271405}}) {
         SCOPED_TRACE(seconds);
         const QDateTime date = QDateTime::FromUnixTime(seconds);
