@@ -258,28 +258,23 @@ TYPED_TEST(WholeRawTest, ParseReadsANumberAndAUnitWordAndFormatWritesThem) {
 class MoneyTest : public WholeRawTest<MoneyFigures> {};
 
 TEST_F(MoneyTest, TextFollowsTheSymbolsInForceAndParsesBack) {
-    QMoney::SetLocaleSymbols(CString::FromUtf8("\xE2\x82\xAC"), u".", u",");
-    EXPECT_EQ(QMoney::FromRaw(-123450).Format().ToUtf8(), "-\xE2\x82\xAC"
-                                                          "1.234,50");
+    QMoney::SetLocaleSymbols(u"\u20ac", u".", u",");
+    EXPECT_EQ(QMoney::FromRaw(-123450).Format(), u"-\u20ac1.234,50");
     const struct {
-        const char* text;
+        const char16_t* text;
         PARSERESULT result;
         std::int32_t raw;
     } rows[] = {
-        {"\xE2\x82\xAC"
-         "1.234,50",
-         PARSE_EXACT, 123450},
-        {"1,5", PARSE_EXACT, 150},
-        {"-\xE2\x82\xAC"
-         "0,05",
-         PARSE_EXACT, -5},
-        {"1.5", PARSE_EXACT, 1500},
-        {"$5", PARSE_NONE, 0},
+        {u"\u20ac1.234,50", PARSE_EXACT, 123450},
+        {u"1,5", PARSE_EXACT, 150},
+        {u"-\u20ac0,05", PARSE_EXACT, -5},
+        {u"1.5", PARSE_EXACT, 1500},
+        {u"$5", PARSE_NONE, 0},
     };
     for (const auto& row : rows) {
-        SCOPED_TRACE(row.text);
+        SCOPED_TRACE(CString(row.text).ToUtf8());
         QMoney money;
-        EXPECT_EQ(money.Parse(CString::FromUtf8(row.text)), row.result);
+        EXPECT_EQ(money.Parse(row.text), row.result);
         EXPECT_EQ(money.GetRaw(), row.raw);
     }
     QMoney::SetLocaleSymbols(u"$", CString(), u".");
@@ -287,8 +282,8 @@ TEST_F(MoneyTest, TextFollowsTheSymbolsInForceAndParsesBack) {
 
     const std::vector<std::vector<CString>> symbolSets = {
         {u"$", u",", u"."},
-        {CString::FromUtf8("\xE2\x82\xAC"), u".", u","},
-        {u"kr", CString::FromUtf8("\xC2\xA0"), u","},
+        {u"\u20ac", u".", u","},
+        {u"kr", u"\u00a0", u","},
     };
     for (const auto& symbols : symbolSets) {
         QMoney::SetLocaleSymbols(symbols[0], symbols[1], symbols[2]);
@@ -301,11 +296,7 @@ TEST_F(MoneyTest, TextFollowsTheSymbolsInForceAndParsesBack) {
     }
     const test::ScopedEnvironment cLocale("LC_ALL", "C");
     QMoney::ResetLocaleSymbols();
-    const QMoney::LocaleSymbols symbols = QMoney::GetLocaleSymbols();
-    EXPECT_EQ(symbols.symbol.ToUtf8(), "$");
-    EXPECT_EQ(symbols.thousands.ToUtf8(), ",");
-    EXPECT_EQ(symbols.decimal.ToUtf8(), ".");
-    EXPECT_EQ(QMoney::FromRaw(123450).Format().ToUtf8(), "$1,234.50");
+    EXPECT_EQ(QMoney::FromRaw(123450).Format(), u"$1,234.50");
 }
 
 // --- Time alone --------------------------------------------------------------------------------
