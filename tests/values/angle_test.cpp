@@ -60,8 +60,7 @@ TEST(QAngle, IsBetweenCCWFollowsTheSweepAndInclusiveTheShortWayOrder) {
     EXPECT_FALSE(Degrees(180).IsBetweenInclusive(Degrees(350), Degrees(10)));
 }
 
-// The cosine and sine are kept once worked out: each check asks for them before the change, so
-// that a pair kept from the old value shows.
+// The cosine and sine are kept once worked out, so the callers ask for them before a change too.
 void ExpectCosAndSinOf(const QAngle& angle, double degrees) {
     EXPECT_DOUBLE_EQ(angle.GetRaw(), degrees);
     EXPECT_NEAR(angle.Cos(), std::cos(QAngle::deg_to_rad(degrees)), 1e-15);

@@ -67,8 +67,6 @@ void ExpectRow(const char* source, const QAnyValue& value, std::initializer_list
     ExpectRow(source, value, std::span<const Row>(row.begin(), row.size()));
 }
 
-// --- The matrix --------------------------------------------------------------------------------
-
 TEST_F(AnyValueConvertTest, FromBoolIntNumberAndUnitsThroughTheDefaultUnits) {
     // Every target once, from true; each other source then needs only its own text, its own
     // zero and the number it hands on.
@@ -246,8 +244,6 @@ TEST_F(AnyValueConvertTest, TheFormulaStepItsFailuresAndRunningAsAFormulaWhichSk
     EXPECT_TRUE(digits.IsError()) << "the fake evaluator does not know digits";
     EXPECT_EQ(FakeEvaluator::asked.back(), "12");
 }
-
-// --- Parsing -----------------------------------------------------------------------------------
 
 TEST_F(AnyValueConvertTest, ParseOfOneTypeSetsTheTypeEvenWhenItFailsAndParseTriesTheTypesInOrder) {
     QAnyValue value(u"old");

@@ -61,8 +61,6 @@ private:
     QAnyValue::ProfileIntReader m_previousReader = nullptr;
 };
 
-// --- Types -------------------------------------------------------------------------------------
-
 TEST_F(AnyValueTest, TypeNamesRoundTripIgnoringCase) {
     const struct {
         int number;
@@ -83,26 +81,6 @@ TEST_F(AnyValueTest, TypeNamesRoundTripIgnoringCase) {
     EXPECT_EQ(QAnyValue::TypeToADOXEnum(QAnyValue::TYPE_STRING), 202);
     EXPECT_EQ(QAnyValue::TypeToADOXEnum(QAnyValue::TYPE_LENGTH), 0);
 }
-
-TEST_F(AnyValueTest, CompareTypeWithIsTheDifferenceOfRanks) {
-    const struct {
-        QAnyValue a;
-        QAnyValue b;
-        int difference;
-    } cases[] = {
-        {V(u"x"), V(true), -1},
-        {Mm(1), V(1.5), 3},
-        {Degrees(1), Mm(1), -1},
-        {V(QTableHandlePtr()), Color(1), 1},
-        {V(QRateValue(V(Cents(1)), Mm(1))), SquareMetres(1), 1},
-        {Error("e"), Color(1), 0},
-    };
-    for (const auto& c : cases)
-        EXPECT_EQ(c.a.CompareTypeWith(c.b), c.difference)
-            << Utf8(c.a.TypeName()) << " against " << Utf8(c.b.TypeName());
-}
-
-// --- Storage -----------------------------------------------------------------------------------
 
 TEST_F(AnyValueTest, SetTypeGivesEachTypeItsDefault) {
     QAnyValue value(u"text");
@@ -250,8 +228,6 @@ TEST_F(AnyValueTest, ShorterArraysArePaddedWithTheirLastElementAndExtendArraysOv
     scalar.ExtendArray(1);
     EXPECT_TRUE(scalar.Identical(Array({4})));
 }
-
-// --- Arithmetic --------------------------------------------------------------------------------
 
 TEST_F(AnyValueTest, ArithmeticByTypePairAndItsFailures) {
     const int largest = std::numeric_limits<int>::max();
@@ -403,8 +379,6 @@ TEST_F(AnyValueTest, PromotionStepsAndCanDivDecidesWhatARateReducesTo) {
     EXPECT_FALSE(QAnyValue::CanDiv(Mm(1), SquareMetres(2)));
     EXPECT_FALSE(QAnyValue::CanDiv(V(1), V(0)));
 }
-
-// --- Comparison --------------------------------------------------------------------------------
 
 TEST_F(AnyValueTest, CompareAfterPromotionOrFail) {
     const struct {
@@ -580,8 +554,6 @@ TEST_F(AnyValueTest, MakeFamilyGivesDefaultsForErrorsAndGoesDownIntoArrays) {
     EXPECT_TRUE(test::Same(numbers.MakeAllNumeric(), Array({3, Array({2})})));
 }
 
-// --- Making numeric ----------------------------------------------------------------------------
-
 TEST_F(AnyValueTest, MakeNumericRunsStringsAsFormulasAndMakesOtherTypesNumbers) {
     const struct {
         const char* what;
@@ -686,8 +658,6 @@ TEST_F(AnyValueTest, TextFormsEvaluateBackAndTablesOpenByNameThroughTheSource) {
     EXPECT_FALSE(withoutSource.MakeLookupTable());
     EXPECT_EQ(MessageOf(withoutSource), "Cannot find lookup table prices");
 }
-
-// --- Rates -------------------------------------------------------------------------------------
 
 class RateValueTest : public AnyValueTest {};
 

@@ -101,8 +101,6 @@ void ExpectActionCases(const std::vector<ActionCase>& cases) {
     }
 }
 
-// --- MulDiv --------------------------------------------------------------------------------------
-
 // A zero divisor or a result beyond 32 bits gives -1.
 TEST(MulDivTest, RoundsTheWideQuotientHalfAwayFromZero) {
     struct Case {
@@ -128,8 +126,6 @@ TEST(MulDivTest, RoundsTheWideQuotientHalfAwayFromZero) {
         EXPECT_EQ(MulDiv(c.number, c.numerator, c.denominator), c.expected)
             << c.number << " * " << c.numerator << " / " << c.denominator;
 }
-
-// --- Numeric functions with a second value -----------------------------------------------------
 
 TEST_F(AnyValueFunctionsTest, DivModCeilingFloorMroundAndPowKeepTheirTypesAndNameTheirFailures) {
     ExpectBinaryCases({
@@ -232,8 +228,6 @@ TEST_F(AnyValueFunctionsTest, RandBetweenFollowsTheSeededGenerator) {
     EXPECT_TRUE(Same(Text("1").RANDBETWEEN(V(6.9)), V(1))) << "both read as whole numbers";
     EXPECT_TRUE(Same(V(1.5).RANDBETWEEN(V(6)), V(4)));
 }
-
-// --- The shared rule ---------------------------------------------------------------------------
 
 TEST_F(AnyValueFunctionsTest, ErrorsAndNotAvailableFlowThroughEveryBinaryMember) {
     const struct {
@@ -347,8 +341,6 @@ TEST_F(AnyValueFunctionsTest, ArraysGoPositionByPosition) {
     });
 }
 
-// --- Numeric functions of one value ------------------------------------------------------------
-
 TEST_F(AnyValueFunctionsTest, AbsSignSqrtAndTruncKeepOrMakeTheirTypes) {
     const V negativeRate(QRateValue(Dollars(-10), Mm(1000)));
     const V positiveRate(QRateValue(Dollars(10), Mm(1000)));
@@ -435,8 +427,6 @@ TEST_F(AnyValueFunctionsTest, ConversionsAndArrayMembersByPositionCountFromOneAn
     value.APPENDITEMit(value);
     EXPECT_TRUE(Same(value, Array({V(1), Array({V(1)})})));
 }
-
-// --- Logic -------------------------------------------------------------------------------------
 
 TEST_F(AnyValueFunctionsTest, LogicMembersFollowTheirTruthTables) {
     const struct {

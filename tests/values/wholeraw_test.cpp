@@ -253,8 +253,6 @@ TYPED_TEST(WholeRawTest, ParseReadsANumberAndAUnitWordAndFormatWritesThem) {
                   row.text);
 }
 
-// --- Money alone -------------------------------------------------------------------------------
-
 class MoneyTest : public WholeRawTest<MoneyFigures> {};
 
 TEST_F(MoneyTest, TextFollowsTheSymbolsInForceAndParsesBack) {
@@ -298,8 +296,6 @@ TEST_F(MoneyTest, TextFollowsTheSymbolsInForceAndParsesBack) {
     QMoney::ResetLocaleSymbols();
     EXPECT_EQ(QMoney::FromRaw(123450).Format(), u"$1,234.50");
 }
-
-// --- Time alone --------------------------------------------------------------------------------
 
 class TimeTest : public WholeRawTest<TimeFigures> {};
 
