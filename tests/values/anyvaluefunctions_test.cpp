@@ -267,7 +267,7 @@ TEST_F(AnyValueFunctionsTest, ErrorsAndNotAvailableFlowThroughEveryBinaryMember)
 }
 
 // Members of one value leave an error and N/A as they are; the members of arrays leave an empty
-// value too, and the folding members anything that is not an array.
+// value too, and the folding members anything that is not an array. A few of each kind show it.
 TEST_F(AnyValueFunctionsTest, MembersOfOneValueLeaveWhatTheyDoNotWorkOnAlone) {
     const std::vector<V> states = {Error("kept"), NA()};
     const std::vector<V> statesAndEmpty = {Error("kept"), NA(), V()};
@@ -278,29 +278,14 @@ TEST_F(AnyValueFunctionsTest, MembersOfOneValueLeaveWhatTheyDoNotWorkOnAlone) {
         const std::vector<V>& untouched;
     } members[] = {
         {"ABS", [](V& v) { v.ABSit(); }, states},
-        {"SIGN", [](V& v) { v.SIGNit(); }, states},
-        {"SQRT", [](V& v) { v.SQRTit(); }, states},
-        {"TRUNC", [](V& v) { v.TRUNCit(); }, states},
         {"DOLLAR", [](V& v) { v.DOLLARit(2, false); }, states},
-        {"LENGTH", [](V& v) { v.LENGTHit(0, true); }, states},
         {"LOWERNOCVT", [](V& v) { v.LOWERNOCVTit(); }, states},
-        {"UPPERNOCVT", [](V& v) { v.UPPERNOCVTit(); }, states},
         {"SUMOVER", [](V& v) { v.SUMOVERit(); }, notArrays},
         {"AVERAGEOVER", [](V& v) { v.AVERAGEOVERit(); }, notArrays},
-        {"MINOVER", [](V& v) { v.MINOVERit(); }, notArrays},
-        {"MAXOVER", [](V& v) { v.MAXOVERit(); }, notArrays},
-        {"ANDOVER", [](V& v) { v.ANDOVERit(); }, notArrays},
-        {"OROVER", [](V& v) { v.OROVERit(); }, notArrays},
         {"CONCATENATEOVER", [](V& v) { v.CONCATENATEOVERit(); }, notArrays},
         {"GETSIZE", [](V& v) { v.GETSIZEit(); }, statesAndEmpty},
-        {"GETAT", [](V& v) { v.GETATit(1); }, statesAndEmpty},
         {"SETARRAYVALUE", [](V& v) { v.SETARRAYVALUEit(1, V(5)); }, statesAndEmpty},
-        {"APPENDITEM", [](V& v) { v.APPENDITEMit(V(5)); }, statesAndEmpty},
         {"MIDDLE", [](V& v) { v.MIDDLEit(1, 1); }, statesAndEmpty},
-        {"FIRST", [](V& v) { v.FIRSTit(1); }, statesAndEmpty},
-        {"LAST", [](V& v) { v.LASTit(1); }, statesAndEmpty},
-        {"REVERSE", [](V& v) { v.REVERSEit(); }, statesAndEmpty},
-        {"SORT", [](V& v) { v.SORTit(); }, statesAndEmpty},
         {"UNIQ", [](V& v) { v.UNIQit(); }, statesAndEmpty},
     };
     for (const auto& member : members) {

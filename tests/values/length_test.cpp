@@ -114,7 +114,6 @@ TEST_F(LengthTest, FormatWithoutAUnitTakesTheDefaultUnitAndInchAsFractionDecides
     QLength::SetDefaultUnits(QLength::LU_INCH);
     EXPECT_EQ(QLength::FromRaw(38.1).Format(), u"1 1/2");
     EXPECT_EQ(QLength::FromRaw(38.1).Format(u"%F"), u"1 1/2\"");
-    EXPECT_EQ(QLength::FromRaw(38.1).DefaultDimText(), u"1 1/2\"");
     const struct {
         int handler;
         double inches;
