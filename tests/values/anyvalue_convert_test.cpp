@@ -235,14 +235,6 @@ TEST_F(AnyValueConvertTest, TheFormulaStepItsFailuresAndRunningAsAFormulaWhichSk
               "Could not evaluate formula\nrgb(256,0,0)");
     SetFormulaEvaluatorHook(nullptr);
     EXPECT_EQ(MessageOf(Converted(V(u"1+1"), T::TYPE_DOUBLE)), "Could not evaluate formula\n1+1");
-    SetFormulaEvaluatorHook(&FakeEvaluator::Evaluate);
-    QAnyValue value(u"1+1");
-    value.ChangeTypeFromString(T::TYPE_INT, true);
-    EXPECT_TRUE(value.Identical(V(2)));
-    QAnyValue digits(u"12");
-    digits.ChangeTypeFromString(T::TYPE_INT, true);
-    EXPECT_TRUE(digits.IsError()) << "the fake evaluator does not know digits";
-    EXPECT_EQ(FakeEvaluator::asked.back(), "12");
 }
 
 TEST_F(AnyValueConvertTest, ParseOfOneTypeSetsTheTypeEvenWhenItFailsAndParseTriesTheTypesInOrder) {

@@ -365,6 +365,7 @@ TEST_F(AnyValueFunctionsTest, ConversionsAndArrayMembersByPositionCountFromOneAn
     const V tens = Array({V(10), V(20), V(30)});
     const V three = Array({V(1), V(2), V(3)});
     const V four = Array({V(1), V(2), V(3), V(4)});
+    const V pair = Array({V(2), V(3)});
     ExpectActionCases({
         {"DOLLAR of a number", [](V& v) { v.DOLLARit(2, false); }, V(2.5), Dollars(2.5)},
         {"DOLLAR without unit", [](V& v) { v.DOLLARit(2, true); }, Dollars(2), V(2.0)},
@@ -392,11 +393,8 @@ TEST_F(AnyValueFunctionsTest, ConversionsAndArrayMembersByPositionCountFromOneAn
          Error("Array subscript out of bounds [4] but should be in range [1 to 3]")},
         {"SETARRAYVALUE the array itself", [](V& v) { v.SETARRAYVALUEit(1, v); },
          Array({V(1), V(2)}), Array({Array({V(1), V(2)}), V(2)})},
-        {"APPENDITEM an array as one element",
-         [](V& v) {
-             v.APPENDITEMit(Array({V(2), V(3)}));
-         },
-         Array({V(1)}), Array({V(1), Array({V(2), V(3)})})},
+        {"APPENDITEM an array as one element", [&](V& v) { v.APPENDITEMit(pair); }, Array({V(1)}),
+         Array({V(1), pair})},
         {"MIDDLE inside", [](V& v) { v.MIDDLEit(2, 2); }, four, Array({V(2), V(3)})},
         {"MIDDLE from 0 takes one", [](V& v) { v.MIDDLEit(0, 2); }, three, Array({V(1)})},
         {"MIDDLE from -1, nothing left", [](V& v) { v.MIDDLEit(-1, 2); }, four, Array({})},
