@@ -332,7 +332,6 @@ TEST_F(AnyValueTest, PercentNotAndNegation) {
     EXPECT_TRUE((!NA()).IsNA());
     EXPECT_TRUE((-V(3)).Identical(V(-3)));
     EXPECT_TRUE((-Cents(5)).Identical(Cents(-5)));
-    EXPECT_TRUE((-Mm(5)).Identical(Mm(-5)));
     EXPECT_TRUE((-Array({1, 2})).Identical(Array({-1, -2})));
     QAnyValue rate = -V(QRateValue(Cents(5), Mm(1)));
     ASSERT_TRUE(rate.IsRate());
@@ -609,7 +608,6 @@ TEST_F(AnyValueTest, TheEvaluatorSeamPassesTextAndContextAndWithoutItEveryFormul
     QAnyValue unevaluated(u"1+1");
     unevaluated.MakeNumeric();
     EXPECT_EQ(MessageOf(unevaluated), "Could not evaluate formula\n1+1");
-    EXPECT_EQ(MessageOf(V(u"2") + V(1)), "Could not evaluate formula\n2");
 }
 
 TEST_F(AnyValueTest, TextFormsEvaluateBackAndTablesOpenByNameThroughTheSource) {
@@ -653,10 +651,6 @@ TEST_F(AnyValueTest, TextFormsEvaluateBackAndTablesOpenByNameThroughTheSource) {
     QAnyValue failed(u"nowhere");
     failed.ChangeType(QAnyValue::TYPE_LOOKUPTABLE);
     EXPECT_EQ(MessageOf(failed), "Error with lookup table named nowhere");
-    SetTableHandleSource(nullptr);
-    QAnyValue withoutSource(u"prices");
-    EXPECT_FALSE(withoutSource.MakeLookupTable());
-    EXPECT_EQ(MessageOf(withoutSource), "Cannot find lookup table prices");
 }
 
 class RateValueTest : public AnyValueTest {};
