@@ -85,8 +85,9 @@ TEST(QArray, SetAtGrowExtendsWithDefaultsEvenWithOneOfItsOwnElements) {
     EXPECT_EQ(Contents(strings), (Texts{u"kept", u"", u"", u"", u"", u"kept"}));
 }
 
-TEST(QArray, AppendAndInsertAtTakeTheArrayItself) {
-    QArray<int> array{1, 2};
+TEST(QArray, AddHeadAppendAndInsertAtTakeTheArrayItself) {
+    QArray<int> array{2};
+    EXPECT_EQ(array.AddHead(1), 0);
     EXPECT_EQ(array.Append(array), 2);
     EXPECT_EQ(Contents(array), (std::vector<int>{1, 2, 1, 2}));
     array.InsertAt(1, array);
