@@ -67,8 +67,6 @@ void ExpectRow(const char* source, const QAnyValue& value, std::initializer_list
     ExpectRow(source, value, std::span<const Row>(row.begin(), row.size()));
 }
 
-// --- The matrix --------------------------------------------------------------------------------
-
 TEST_F(AnyValueConvertTest, FromBoolIntNumberAndUnitsThroughTheDefaultUnits) {
     // Every target once, from true; each other source then needs only its own text, its own
     // zero and the number it hands on.
@@ -189,7 +187,6 @@ TEST_F(AnyValueConvertTest, ErrorsStayErrorsAndStringsBecomeErrorsStatesDatesOrP
 }
 
 TEST_F(AnyValueConvertTest, StatesEmptyArraysAndTablesConvert) {
-    EXPECT_TRUE(Converted(NA(), T::TYPE_INT).IsNA());
     EXPECT_TRUE(Converted(NA(), T::TYPE_EMPTY).IsNA());
     EXPECT_TRUE(Converted(NA(), T::TYPE_ERROR).IsError());
     EXPECT_TRUE(Converted(NA(), T::TYPE_ARRAY).Identical(Array({NA()})));
@@ -206,8 +203,6 @@ TEST_F(AnyValueConvertTest, StatesEmptyArraysAndTablesConvert) {
     EXPECT_TRUE(Converted(Array({Error("first")}), T::TYPE_INT).IsError());
     EXPECT_TRUE(Converted(Array({}), T::TYPE_STRING).Identical(V(u"[]")));
     EXPECT_THROW(Converted(Array({}), T::TYPE_INT), InvalidArgumentException);
-    QAnyValue empty = Array({});
-    EXPECT_THROW(empty.MakeDouble(), InvalidArgumentException);
     const QAnyValue table(QTableHandlePtr(new test::NamedTable(u"/tables/prices.vlt")));
     EXPECT_TRUE(Converted(table, T::TYPE_STRING).Identical(V(u"/tables/prices.vlt")));
     EXPECT_TRUE(Converted(table, T::TYPE_INT).Identical(V(0)));
@@ -226,7 +221,6 @@ TEST_F(AnyValueConvertTest, TheFormulaStepItsFailuresAndRunningAsAFormulaWhichSk
     QAnyValue feet = Converted(V(u"3 ft"), T::TYPE_DOUBLE);
     ASSERT_TRUE(feet.IsDouble()) << "3 feet as a number in the default unit";
     EXPECT_DOUBLE_EQ(feet.MakeDouble(), 914.4);
-    EXPECT_TRUE(Converted(V(u"true"), T::TYPE_BOOL).Identical(V(true)));
     EXPECT_TRUE(Converted(V(u"red"), T::TYPE_COLOR).Identical(V(0xFFul)));
     EXPECT_TRUE(Converted(V(u"five"), T::TYPE_INT).Identical(V(5)))
         << "a string result is converted in turn";
@@ -234,8 +228,6 @@ TEST_F(AnyValueConvertTest, TheFormulaStepItsFailuresAndRunningAsAFormulaWhichSk
     EXPECT_EQ(MessageOf(Converted(V(u"broken"), T::TYPE_INT)), "inner failure");
     EXPECT_TRUE(Converted(V(u"="), T::TYPE_INT).Identical(V(0)));
     EXPECT_EQ(MessageOf(Converted(V(u"abc"), T::TYPE_DOUBLE)), "Could not evaluate formula\nabc");
-    EXPECT_EQ(MessageOf(Converted(V(u"selfie"), T::TYPE_DOUBLE)),
-              "Could not evaluate formula (looping)\nselfie");
     const QAnyValue pingPong = Converted(V(u"ping"), T::TYPE_INT);
     EXPECT_EQ(MessageOf(pingPong).rfind("Could not evaluate formula (looping)\n", 0), 0u)
         << MessageOf(pingPong);
@@ -243,19 +235,7 @@ TEST_F(AnyValueConvertTest, TheFormulaStepItsFailuresAndRunningAsAFormulaWhichSk
               "Could not evaluate formula\nrgb(256,0,0)");
     SetFormulaEvaluatorHook(nullptr);
     EXPECT_EQ(MessageOf(Converted(V(u"1+1"), T::TYPE_DOUBLE)), "Could not evaluate formula\n1+1");
-    EXPECT_TRUE(Converted(V(u"12"), T::TYPE_DOUBLE).Identical(V(12.0)))
-        << "a text the parser reads needs no evaluator";
-    SetFormulaEvaluatorHook(&FakeEvaluator::Evaluate);
-    QAnyValue value(u"1+1");
-    value.ChangeTypeFromString(T::TYPE_INT, true);
-    EXPECT_TRUE(value.Identical(V(2)));
-    QAnyValue digits(u"12");
-    digits.ChangeTypeFromString(T::TYPE_INT, true);
-    EXPECT_TRUE(digits.IsError()) << "the fake evaluator does not know digits";
-    EXPECT_EQ(FakeEvaluator::asked.back(), "12");
 }
-
-// --- Parsing -----------------------------------------------------------------------------------
 
 TEST_F(AnyValueConvertTest, ParseOfOneTypeSetsTheTypeEvenWhenItFailsAndParseTriesTheTypesInOrder) {
     QAnyValue value(u"old");
@@ -271,7 +251,6 @@ TEST_F(AnyValueConvertTest, ParseOfOneTypeSetsTheTypeEvenWhenItFailsAndParseTrie
     EXPECT_EQ(value.Parse(u"21/11/2026", T::TYPE_DATETIME), PARSE_EXACT);
     EXPECT_EQ(value.Parse(u"no digits", T::TYPE_DATETIME), PARSE_NONE);
     EXPECT_EQ(value.Parse(u"$2 / hr", T::TYPE_RATE), PARSE_EXACT);
-    EXPECT_TRUE(value.IsRate());
     const struct {
         const char* text;
         PARSERESULT result;
@@ -298,7 +277,7 @@ TEST_F(AnyValueConvertTest, ParseOfOneTypeSetsTheTypeEvenWhenItFailsAndParseTrie
     }
     QAnyValue rate;
     EXPECT_EQ(rate.Parse(u"$5 / hr"), PARSE_EXACT);
-    ASSERT_TRUE(rate.IsRate());
+    EXPECT_TRUE(rate.IsRate());
 }
 
 TEST_F(AnyValueConvertTest, ParseBoolParseIntAndParseDouble) {

@@ -61,8 +61,6 @@ private:
     QAnyValue::ProfileIntReader m_previousReader = nullptr;
 };
 
-// --- Types -------------------------------------------------------------------------------------
-
 TEST_F(AnyValueTest, TypeNamesRoundTripIgnoringCase) {
     const struct {
         int number;
@@ -79,34 +77,10 @@ TEST_F(AnyValueTest, TypeNamesRoundTripIgnoringCase) {
         EXPECT_EQ(QAnyValue::StringToType(upper), type) << c.name;
     }
     EXPECT_EQ(Utf8(QAnyValue::TypeToString(static_cast<QAnyValue::TYPE>(16))), "#EMPTY");
-    EXPECT_EQ(Utf8(QAnyValue::TypeToString(static_cast<QAnyValue::TYPE>(-3))), "#EMPTY");
     EXPECT_EQ(QAnyValue::StringToType(u"Integer"), QAnyValue::TYPE_EMPTY);
-    for (const int number : {0, 16, -1, -2})
-        EXPECT_EQ(QAnyValue::IntToType(number), QAnyValue::TYPE_EMPTY) << number;
-    EXPECT_EQ(QAnyValue::IntToType(15), QAnyValue::TYPE_COLOR);
     EXPECT_EQ(QAnyValue::TypeToADOXEnum(QAnyValue::TYPE_STRING), 202);
     EXPECT_EQ(QAnyValue::TypeToADOXEnum(QAnyValue::TYPE_LENGTH), 0);
 }
-
-TEST_F(AnyValueTest, CompareTypeWithIsTheDifferenceOfRanks) {
-    const struct {
-        QAnyValue a;
-        QAnyValue b;
-        int difference;
-    } cases[] = {
-        {V(u"x"), V(true), -1},
-        {Mm(1), V(1.5), 3},
-        {Degrees(1), Mm(1), -1},
-        {V(QTableHandlePtr()), Color(1), 1},
-        {V(QRateValue(V(Cents(1)), Mm(1))), SquareMetres(1), 1},
-        {Error("e"), Color(1), 0},
-    };
-    for (const auto& c : cases)
-        EXPECT_EQ(c.a.CompareTypeWith(c.b), c.difference)
-            << Utf8(c.a.TypeName()) << " against " << Utf8(c.b.TypeName());
-}
-
-// --- Storage -----------------------------------------------------------------------------------
 
 TEST_F(AnyValueTest, SetTypeGivesEachTypeItsDefault) {
     QAnyValue value(u"text");
@@ -121,17 +95,6 @@ TEST_F(AnyValueTest, SetTypeGivesEachTypeItsDefault) {
         fresh.SetType(expected.Type());
         EXPECT_TRUE(fresh.Identical(expected)) << Utf8(expected.TypeName());
     }
-    const auto fresh = [](QAnyValue::TYPE type) {
-        QAnyValue v(u"old content");
-        v.SetType(type);
-        return v;
-    };
-    EXPECT_TRUE(fresh(QAnyValue::TYPE_DATETIME).MakeDateTime().IsValid());
-    EXPECT_FALSE(fresh(QAnyValue::TYPE_LOOKUPTABLE).MakeLookupTable());
-    QAnyValue rate = fresh(QAnyValue::TYPE_RATE);
-    EXPECT_TRUE(rate.MakeRate().Num().IsEmpty());
-    EXPECT_TRUE(rate.MakeRate().Den().IsEmpty());
-    EXPECT_EQ(MessageOf(fresh(QAnyValue::TYPE_ERROR)), "");
 }
 
 TEST_F(AnyValueTest, SetTypeOutsideTheRangeAndConstructionFromTextListsAndRates) {
@@ -187,39 +150,28 @@ TEST_F(AnyValueTest, GroupTests) {
         QAnyValue value;
         bool simple;
         bool withUnits;
-        bool lengthAreaVolume;
     } cases[] = {
-        {V(1), true, false, false},
-        {Cents(1), false, true, false},
-        {Mm(1), false, true, true},
-        {CubicMetres(1), false, true, true},
-        {V(QRateValue(Cents(1), Mm(1))), false, true, false},
-        {V(true), false, false, false},
-        {V(), false, false, false},
+        {V(1), true, false},     {Cents(1), false, true},
+        {Mm(1), false, true},    {V(QRateValue(Cents(1), Mm(1))), false, true},
+        {V(true), false, false}, {V(), false, false},
     };
     for (const auto& c : cases) {
         EXPECT_EQ(c.value.IsSimpleNumeric(), c.simple) << Utf8(c.value.TypeName());
         EXPECT_EQ(c.value.IsNumericWithUnits(), c.withUnits) << Utf8(c.value.TypeName());
         EXPECT_EQ(c.value.IsNumeric(), c.simple || c.withUnits) << Utf8(c.value.TypeName());
-        EXPECT_EQ(c.value.IsLengthAreaOrVolume(), c.lengthAreaVolume) << Utf8(c.value.TypeName());
     }
     EXPECT_TRUE(V().IsEmptyOrEmptyString());
     EXPECT_TRUE(V(u"").IsEmptyOrEmptyString());
     EXPECT_FALSE(V(u" ").IsEmptyOrEmptyString());
-    EXPECT_EQ(V(7).GetSize(), 1);
-    EXPECT_EQ(V().GetSize(), 1);
 }
 
 TEST_F(AnyValueTest, MakeErrorKeepsOrComposesTheMessageAndTheLeftStateWinsInEveryOperation) {
     QAnyValue value(5);
     EXPECT_EQ(Utf8(value.MakeError(u"broken")), "broken");
-    EXPECT_TRUE(value.IsError());
     EXPECT_EQ(Utf8(value.MakeError()), "broken") << "an error keeps its message";
-
     QAnyValue text(u"from a string");
     EXPECT_EQ(Utf8(text.MakeError()), "from a string");
     EXPECT_EQ(MessageOf(text), "from a string");
-
     QAnyValue number(5);
     EXPECT_EQ(Utf8(number.MakeError()), "");
     EXPECT_TRUE(number.IsError());
@@ -241,10 +193,8 @@ TEST_F(AnyValueTest, MakeErrorKeepsOrComposesTheMessageAndTheLeftStateWinsInEver
         {"LT", [](QAnyValue a, const QAnyValue& b) { return a.LTit(b); }},
     };
     for (const auto& [name, op] : operations) {
-        const QAnyValue errorFirst = op(Error("left"), V(1));
-        EXPECT_EQ(MessageOf(errorFirst), "left") << name;
-        const QAnyValue errorSecond = op(V(1), Error("right"));
-        EXPECT_EQ(MessageOf(errorSecond), "right") << name;
+        EXPECT_EQ(MessageOf(op(Error("left"), V(1))), "left") << name;
+        EXPECT_EQ(MessageOf(op(V(1), Error("right"))), "right") << name;
         EXPECT_TRUE(op(NA(), Error("right")).IsNA()) << name;
         EXPECT_EQ(MessageOf(op(Error("left"), NA())), "left") << name;
         EXPECT_TRUE(op(V(1), NA()).IsNA()) << name;
@@ -279,124 +229,93 @@ TEST_F(AnyValueTest, ShorterArraysArePaddedWithTheirLastElementAndExtendArraysOv
     EXPECT_TRUE(scalar.Identical(Array({4})));
 }
 
-// --- Arithmetic --------------------------------------------------------------------------------
-
-QAnyValue Apply(char op, const QAnyValue& a, const QAnyValue& b) {
-    switch (op) {
-    case '+':
-        return a + b;
-    case '-':
-        return a - b;
-    case '*':
-        return a * b;
-    default:
-        return a / b;
-    }
-}
-
 TEST_F(AnyValueTest, ArithmeticByTypePairAndItsFailures) {
     const int largest = std::numeric_limits<int>::max();
+    using Assign = QAnyValue& (QAnyValue::*)(const QAnyValue&);
+    const Assign plus = &V::operator+=, times = &V::operator*=, over = &V::operator/=;
     const struct {
-        char op;
+        Assign op;
         const char* what;
         QAnyValue a;
         QAnyValue b;
         QAnyValue result;
     } cases[] = {
-        {'+', "int+int", V(2), V(3), V(5)},
-        {'+', "int+number", V(2), V(0.5), V(2.5)},
-        {'+', "money+int is dollars", Cents(150), V(2), Cents(350)},
-        {'+', "length+int in mm", Mm(100), V(3), Mm(103)},
-        {'+', "int+length", V(3), Mm(100), Mm(103)},
-        {'+', "angle+angle", Degrees(350), Degrees(20), Degrees(370)},
-        {'+', "empty+int", V(), V(1), V(1)},
-        {'+', "bool+int", V(true), V(1), V(2.0)},
-        {'+', "string+int", V(u"2"), V(1), V(3)},
-        {'+', "whole numbers wrap", V(largest), V(1), V(std::numeric_limits<int>::min())},
-        {'*', "number*int", V(0.5), V(3), V(1.5)},
-        {'*', "money*number rounds", Cents(3), V(0.5), Cents(2)},
-        {'*', "negative half rounds up", Cents(-1), V(1.5), Cents(-1)},
-        {'*', "time*number", Seconds(3), V(1.5), Seconds(5)},
-        {'*', "length*length", Mm(2000), Mm(3000), SquareMetres(6)},
-        {'*', "length*area", Mm(2000), SquareMetres(3), CubicMetres(6)},
-        {'*', "money*money", Cents(200), Cents(300), V(6.0)},
-        {'*', "angle*int normalises", Degrees(200), V(2), Degrees(40)},
-        {'/', "1/2 is no integer division", V(1), V(2), V(0.5)},
-        {'/', "area/length", SquareMetres(6), Mm(2000), Mm(3000)},
-        {'/', "length/length", Mm(10), Mm(4), V(2.5)},
-        {'/', "money/int rounds", Cents(5), V(2), Cents(3)},
-        {'/', "money/number rounds", Cents(-5), V(2.0), Cents(-2)},
-        {'/', "angle/int normalises", Degrees(-90), V(2), Degrees(315)},
-        {'+', "area+length", SquareMetres(1), Mm(1), Error("Units not compatible")},
-        {'+', "string that fails", V(u"abc"), V(1), Error("Could not evaluate formula\nabc")},
-        {'+', "rate+int", V(QRateValue(Cents(1), Mm(1))), V(1),
+        {plus, "int+int", V(2), V(3), V(5)},
+        {plus, "int+number", V(2), V(0.5), V(2.5)},
+        {plus, "money+int is dollars", Cents(150), V(2), Cents(350)},
+        {plus, "length+int in mm", Mm(100), V(3), Mm(103)},
+        {plus, "angle+angle", Degrees(350), Degrees(20), Degrees(370)},
+        {plus, "empty+int", V(), V(1), V(1)},
+        {plus, "bool+int", V(true), V(1), V(2.0)},
+        {plus, "string+int", V(u"2"), V(1), V(3)},
+        {plus, "whole numbers wrap", V(largest), V(1), V(std::numeric_limits<int>::min())},
+        {times, "number*int", V(0.5), V(3), V(1.5)},
+        {times, "money*number rounds", Cents(3), V(0.5), Cents(2)},
+        {times, "negative half rounds up", Cents(-1), V(1.5), Cents(-1)},
+        {times, "time*number", Seconds(3), V(1.5), Seconds(5)},
+        {times, "length*length", Mm(2000), Mm(3000), SquareMetres(6)},
+        {times, "length*area", Mm(2000), SquareMetres(3), CubicMetres(6)},
+        {times, "money*money", Cents(200), Cents(300), V(6.0)},
+        {times, "angle*int normalises", Degrees(200), V(2), Degrees(40)},
+        {over, "1/2 is no integer division", V(1), V(2), V(0.5)},
+        {over, "area/length", SquareMetres(6), Mm(2000), Mm(3000)},
+        {over, "length/length", Mm(10), Mm(4), V(2.5)},
+        {over, "money/int rounds", Cents(5), V(2), Cents(3)},
+        {over, "money/number rounds", Cents(-5), V(2.0), Cents(-2)},
+        {over, "angle/int normalises", Degrees(-90), V(2), Degrees(315)},
+        {plus, "area+length", SquareMetres(1), Mm(1), Error("Units not compatible")},
+        {plus, "string that fails", V(u"abc"), V(1), Error("Could not evaluate formula\nabc")},
+        {plus, "rate+int", V(QRateValue(Cents(1), Mm(1))), V(1),
          Error("Cannot + when types do not match")},
-        {'+', "empty+empty", V(), V(), Error("Cannot + when not numeric")},
-        {'-', "empty-empty", V(), V(), Error("Cannot - when not numeric")},
-        {'*', "empty*int", V(), V(3), Error("Cannot * when not numeric")},
-        {'*', "int*empty", V(3), V(), Error("Cannot * when not numeric")},
-        {'/', "3/0", V(3), V(0), Error("Division by zero")},
-        {'/', "by a length within its tolerance", V(3), Mm(0.005), Error("Division by zero")},
-        {'/', "number over a unit", V(1), Mm(2), Error("Cannot / when not same type")},
-        {'/', "empty over a number", V(), V(2), Error("Cannot / when not numeric")},
-        {'/', "overflow", V(1e300), V(1e-300), Error("Cannot /, result was too big")},
+        {plus, "empty+empty", V(), V(), Error("Cannot + when not numeric")},
+        {times, "empty*int", V(), V(3), Error("Cannot * when not numeric")},
+        {times, "int*empty", V(3), V(), Error("Cannot * when not numeric")},
+        {over, "3/0", V(3), V(0), Error("Division by zero")},
+        {over, "by a length within its tolerance", V(3), Mm(0.005), Error("Division by zero")},
+        {over, "number over a unit", V(1), Mm(2), Error("Cannot / when not same type")},
+        {over, "empty over a number", V(), V(2), Error("Cannot / when not numeric")},
+        {over, "overflow", V(1e300), V(1e-300), Error("Cannot /, result was too big")},
     };
-    for (const auto& c : cases)
-        EXPECT_TRUE(test::Same(Apply(c.op, c.a, c.b), c.result)) << c.op << " " << c.what;
+    for (const auto& c : cases) {
+        QAnyValue value = c.a;
+        EXPECT_TRUE(test::Same((value.*c.op)(c.b), c.result)) << c.what;
+    }
     EXPECT_TRUE((V(QTableHandlePtr(new test::NamedTable(u"a"))) + V(2)).Identical(V(2.0)))
         << "anything else counts as a number: a table as 0";
     EXPECT_TRUE((V(u"missing") + V(1)).IsNA()) << "a formula giving N/A makes the sum N/A";
 }
 
+void ExpectHalves(const QRateValue& rate, const QAnyValue& num, const QAnyValue& den) {
+    EXPECT_TRUE(test::Same(rate.Num(), num)) << "numerator";
+    EXPECT_TRUE(test::Same(rate.Den(), den)) << "denominator";
+}
+
 TEST_F(AnyValueTest, DatesAddSpansRatesMultiplyTheirHalvesAndDivisionLeavesNoFault) {
     const QDateTime noon(2026, 3, 1, 12, 0, 0);
     const QDateTime evening(2026, 3, 1, 18, 30, 0);
-
     const QAnyValue later = V(noon) + V(6.5);
     ASSERT_TRUE(later.IsDateTime());
     EXPECT_TRUE(later.Identical(V(evening))) << "6.5 is hours by the default";
-
-    const QAnyValue earlier = V(evening) - Seconds(6 * 3600 + 1800);
-    EXPECT_TRUE(earlier.Identical(V(noon)));
-
+    EXPECT_TRUE((V(evening) - Seconds(6 * 3600 + 1800)).Identical(V(noon)));
     EXPECT_TRUE((V(evening) - V(noon)).Identical(Seconds(6 * 3600 + 1800)));
-
     const QAnyValue twoDates = V(QDateTime(2.0)) + V(QDateTime(1.0));
     ASSERT_TRUE(twoDates.IsDateTime()) << "the second date is taken as a span of 1 hour";
     EXPECT_TRUE(twoDates.Identical(V(QDateTime(2.0 + 1.0 / 24))));
-
     EXPECT_EQ(MessageOf(V(noon) + V(u"abc")), "Could not evaluate formula\nabc")
         << "the span that cannot be made is the error";
-    QAnyValue angle = Degrees(30);
-    (void)angle.MakeAngle().Cos();
-    angle *= V(3);
-    const QAngle result = angle.MakeAngle();
-    EXPECT_NEAR(result.GetRaw(), 90, 1e-12);
-    EXPECT_NEAR(result.Cos(), 0, 1e-12) << "the cosine is worked out again";
+
     QLength::SetDefaultUnits(QLength::LU_FOOT);
-    const QAnyValue dollarsPerFoot(QRateValue(Cents(200), V(QLength(1, QLength::LU_FOOT))));
-    ASSERT_TRUE(dollarsPerFoot.IsRate());
-    const QAnyValue product = dollarsPerFoot * V(QLength(2, QLength::LU_FOOT));
+    QAnyValue product = V(QRateValue(Cents(200), Feet(1))) * Feet(2);
     ASSERT_TRUE(product.IsRate());
-    QAnyValue copy = product;
-    const QRateValue& rate = copy.MakeRate();
-    EXPECT_TRUE(rate.Num().Identical(V(4.0))) << "money by length is a plain number";
-    EXPECT_TRUE(rate.Den().Identical(V(QLength(1, QLength::LU_FOOT))));
-
-    const QAnyValue perLength = Cents(500) / Mm(2);
+    ExpectHalves(product.MakeRate(), V(4.0), Feet(1)); // money by length is a plain number
+    QAnyValue perLength = Cents(500) / Mm(2);
     ASSERT_TRUE(perLength.IsRate());
-    QAnyValue perLengthCopy = perLength;
-    EXPECT_TRUE(perLengthCopy.MakeRate().Num().Identical(Cents(500)));
-    EXPECT_TRUE(perLengthCopy.MakeRate().Den().Identical(Mm(2)));
-
-    const QAnyValue halved = perLength / V(2);
+    ExpectHalves(perLength.MakeRate(), Cents(500), Mm(2));
+    QAnyValue halved = perLength / V(2);
     ASSERT_TRUE(halved.IsRate());
-    QAnyValue halvedCopy = halved;
-    EXPECT_TRUE(halvedCopy.MakeRate().Num().Identical(Cents(500)));
-    EXPECT_TRUE(halvedCopy.MakeRate().Den().Identical(Mm(4))) << "through the reciprocal";
+    ExpectHalves(halved.MakeRate(), Cents(500), Mm(4)); // through the reciprocal
     ClearFPStatus();
-    const QAnyValue overflow = V(1e300) / V(1e-300);
-    EXPECT_TRUE(overflow.IsError());
+    EXPECT_TRUE((V(1e300) / V(1e-300)).IsError());
     EXPECT_EQ(ReadFPStatus() & (SW_OVERFLOW | SW_ZERODIVIDE | SW_INVALID), 0u);
 }
 
@@ -412,10 +331,7 @@ TEST_F(AnyValueTest, PercentNotAndNegation) {
     EXPECT_EQ(MessageOf(!Error("kept")), "kept");
     EXPECT_TRUE((!NA()).IsNA());
     EXPECT_TRUE((-V(3)).Identical(V(-3)));
-    EXPECT_TRUE((-V(2.5)).Identical(V(-2.5)));
     EXPECT_TRUE((-Cents(5)).Identical(Cents(-5)));
-    EXPECT_TRUE((-Mm(5)).Identical(Mm(-5)));
-    EXPECT_TRUE((-Degrees(5)).Identical(Degrees(-5)));
     EXPECT_TRUE((-Array({1, 2})).Identical(Array({-1, -2})));
     QAnyValue rate = -V(QRateValue(Cents(5), Mm(1)));
     ASSERT_TRUE(rate.IsRate());
@@ -462,8 +378,6 @@ TEST_F(AnyValueTest, PromotionStepsAndCanDivDecidesWhatARateReducesTo) {
     EXPECT_FALSE(QAnyValue::CanDiv(Mm(1), SquareMetres(2)));
     EXPECT_FALSE(QAnyValue::CanDiv(V(1), V(0)));
 }
-
-// --- Comparison --------------------------------------------------------------------------------
 
 TEST_F(AnyValueTest, CompareAfterPromotionOrFail) {
     const struct {
@@ -635,29 +549,9 @@ TEST_F(AnyValueTest, MakeFamilyGivesDefaultsForErrorsAndGoesDownIntoArrays) {
     EXPECT_EQ(value.Make<int>(), 2);
     EXPECT_TRUE(value.IsInt());
     EXPECT_EQ(Utf8(value.Make<CString>()), "2");
-    QAnyValue target(5);
-    target.MakeSameTypeAs(V(u"s"));
-    EXPECT_TRUE(target.Identical(V(u"5")));
-    using MakeAll = QAnyValue& (QAnyValue::*)();
-    const struct {
-        MakeAll make;
-        QAnyValue value, made;
-    } all[] = {
-        {&V::MakeAllCString, Array({1, Array({2.5, true})}),
-         Array({u"1", Array({u"2.5", u"Yes"})})},
-        {&V::MakeAllInt, Array({u"2", 1.5}), Array({2, 1})},
-        {&V::MakeAllArray, Array({1, 2}), Array({Array({1}), Array({2})})},
-        {&V::MakeAllError, Array({u"why", 1}), Array({Error("why"), Error("")})},
-        {&V::MakeAllEmpty, Array({1, 2}), Array({V(), V()})},
-        {&V::MakeAllNumeric, V(u"3"), V(3)},
-    };
-    for (const auto& c : all) {
-        QAnyValue value = c.value;
-        EXPECT_TRUE(test::Same((value.*c.make)(), c.made));
-    }
+    QAnyValue numbers = Array({u"3", Array({u"1+1"})});
+    EXPECT_TRUE(test::Same(numbers.MakeAllNumeric(), Array({3, Array({2})})));
 }
-
-// --- Making numeric ----------------------------------------------------------------------------
 
 TEST_F(AnyValueTest, MakeNumericRunsStringsAsFormulasAndMakesOtherTypesNumbers) {
     const struct {
@@ -682,10 +576,6 @@ TEST_F(AnyValueTest, MakeNumericRunsStringsAsFormulasAndMakesOtherTypesNumbers) 
         EXPECT_TRUE(test::Same(value, c.numeric)) << c.what;
     }
     EXPECT_EQ(FakeEvaluator::asked.front(), "1+1");
-    QAnyValue pingPong(u"ping");
-    pingPong.MakeNumeric();
-    EXPECT_TRUE(pingPong.IsError());
-    EXPECT_EQ(MessageOf(pingPong).rfind("Could not evaluate formula (looping)\n", 0), 0u);
 }
 
 TEST_F(AnyValueTest, TheEvaluatorSeamPassesTextAndContextAndWithoutItEveryFormulaFails) {
@@ -718,7 +608,6 @@ TEST_F(AnyValueTest, TheEvaluatorSeamPassesTextAndContextAndWithoutItEveryFormul
     QAnyValue unevaluated(u"1+1");
     unevaluated.MakeNumeric();
     EXPECT_EQ(MessageOf(unevaluated), "Could not evaluate formula\n1+1");
-    EXPECT_EQ(MessageOf(V(u"2") + V(1)), "Could not evaluate formula\n2");
 }
 
 TEST_F(AnyValueTest, TextFormsEvaluateBackAndTablesOpenByNameThroughTheSource) {
@@ -762,17 +651,6 @@ TEST_F(AnyValueTest, TextFormsEvaluateBackAndTablesOpenByNameThroughTheSource) {
     QAnyValue failed(u"nowhere");
     failed.ChangeType(QAnyValue::TYPE_LOOKUPTABLE);
     EXPECT_EQ(MessageOf(failed), "Error with lookup table named nowhere");
-    SetTableHandleSource(nullptr);
-    QAnyValue withoutSource(u"prices");
-    EXPECT_FALSE(withoutSource.MakeLookupTable());
-    EXPECT_EQ(MessageOf(withoutSource), "Cannot find lookup table prices");
-}
-
-// --- Rates -------------------------------------------------------------------------------------
-
-void ExpectHalves(const QRateValue& rate, const QAnyValue& num, const QAnyValue& den) {
-    EXPECT_TRUE(test::Same(rate.Num(), num)) << "numerator";
-    EXPECT_TRUE(test::Same(rate.Den(), den)) << "denominator";
 }
 
 class RateValueTest : public AnyValueTest {};
@@ -850,9 +728,7 @@ TEST_F(RateValueTest, ParseSplitsAtTheStrokeUnitWordsAndTheTextForm) {
         QAnyValue one;
     } cases[] = {
         {u"mm", Mm(1)},
-        {u"in", Mm(25.4)},
         {u"sqm", V(QArea(1, QArea::AU_SQM))},
-        {u"cbft", V(QVolume(1, QVolume::VU_CBFT))},
         {u"min", Seconds(60)},
     };
     for (const auto& c : cases) {

@@ -10,6 +10,7 @@
 #include "keel/values/formulahook.h"
 #include "keel/values/ratevalue.h"
 
+#include <algorithm>
 #include <cmath>
 #include <functional>
 #include <gtest/gtest.h>
@@ -100,8 +101,7 @@ void ExpectActionCases(const std::vector<ActionCase>& cases) {
     }
 }
 
-// --- MulDiv --------------------------------------------------------------------------------------
-
+// A zero divisor or a result beyond 32 bits gives -1.
 TEST(MulDivTest, RoundsTheWideQuotientHalfAwayFromZero) {
     struct Case {
         int number;
@@ -117,20 +117,15 @@ TEST(MulDivTest, RoundsTheWideQuotientHalfAwayFromZero) {
         {-5, -1, 2, 3},
         {kIntMax, kIntMax, kIntMax, kIntMax},
         {kIntMin, 2, 2, kIntMin},
+        {5, 7, 0, -1},
+        {kIntMax, 2, 1, -1},
+        {kIntMin, 1, -1, -1},
+        {kIntMin, -1, 2, 1073741824},
     };
     for (const Case& c : cases)
         EXPECT_EQ(MulDiv(c.number, c.numerator, c.denominator), c.expected)
             << c.number << " * " << c.numerator << " / " << c.denominator;
 }
-
-TEST(MulDivTest, AZeroDivisorOrAResultBeyond32BitsIsMinusOne) {
-    EXPECT_EQ(MulDiv(5, 7, 0), -1);
-    EXPECT_EQ(MulDiv(kIntMax, 2, 1), -1);
-    EXPECT_EQ(MulDiv(kIntMin, 1, -1), -1);
-    EXPECT_EQ(MulDiv(kIntMin, -1, 2), 1073741824);
-}
-
-// --- Numeric functions with a second value -----------------------------------------------------
 
 TEST_F(AnyValueFunctionsTest, DivModCeilingFloorMroundAndPowKeepTheirTypesAndNameTheirFailures) {
     ExpectBinaryCases({
@@ -156,8 +151,6 @@ TEST_F(AnyValueFunctionsTest, DivModCeilingFloorMroundAndPowKeepTheirTypesAndNam
          Mm(25.4)},
         {"CEILING by zero", &V::CEILINGit, V(5.0), V(0.0),
          Error("Cannot CEILING() due to division by zero")},
-        {"CEILING zero by zero", &V::CEILINGit, V(0.0), V(0.0),
-         Error("Cannot CEILING() due to result was not a number")},
         {"FLOOR inside the nudge", &V::FLOORit, V(1.9999995), V(1.0), V(2.0)},
         {"FLOOR beyond the nudge", &V::FLOORit, V(1.9999985), V(1.0), V(1.0)},
         {"FLOOR negative exact multiple moves away from zero", &V::FLOORit, V(-2.0), V(1.0),
@@ -236,19 +229,6 @@ TEST_F(AnyValueFunctionsTest, RandBetweenFollowsTheSeededGenerator) {
     EXPECT_TRUE(Same(V(1.5).RANDBETWEEN(V(6)), V(4)));
 }
 
-TEST_F(AnyValueFunctionsTest, RandBetweenStaysInsideItsBounds) {
-    keel::srand(7);
-    for (int i = 0; i < 1000; ++i) {
-        const V drawn = V(-3).RANDBETWEEN(V(3));
-        ASSERT_TRUE(drawn.IsInt());
-        const int number = V(drawn).MakeInt();
-        ASSERT_GE(number, -3);
-        ASSERT_LE(number, 3);
-    }
-}
-
-// --- The shared rule ---------------------------------------------------------------------------
-
 TEST_F(AnyValueFunctionsTest, ErrorsAndNotAvailableFlowThroughEveryBinaryMember) {
     const struct {
         const char* name;
@@ -287,7 +267,7 @@ TEST_F(AnyValueFunctionsTest, ErrorsAndNotAvailableFlowThroughEveryBinaryMember)
 }
 
 // Members of one value leave an error and N/A as they are; the members of arrays leave an empty
-// value too, and the folding members anything that is not an array.
+// value too, and the folding members anything that is not an array. A few of each kind show it.
 TEST_F(AnyValueFunctionsTest, MembersOfOneValueLeaveWhatTheyDoNotWorkOnAlone) {
     const std::vector<V> states = {Error("kept"), NA()};
     const std::vector<V> statesAndEmpty = {Error("kept"), NA(), V()};
@@ -298,29 +278,14 @@ TEST_F(AnyValueFunctionsTest, MembersOfOneValueLeaveWhatTheyDoNotWorkOnAlone) {
         const std::vector<V>& untouched;
     } members[] = {
         {"ABS", [](V& v) { v.ABSit(); }, states},
-        {"SIGN", [](V& v) { v.SIGNit(); }, states},
-        {"SQRT", [](V& v) { v.SQRTit(); }, states},
-        {"TRUNC", [](V& v) { v.TRUNCit(); }, states},
         {"DOLLAR", [](V& v) { v.DOLLARit(2, false); }, states},
-        {"LENGTH", [](V& v) { v.LENGTHit(0, true); }, states},
         {"LOWERNOCVT", [](V& v) { v.LOWERNOCVTit(); }, states},
-        {"UPPERNOCVT", [](V& v) { v.UPPERNOCVTit(); }, states},
         {"SUMOVER", [](V& v) { v.SUMOVERit(); }, notArrays},
         {"AVERAGEOVER", [](V& v) { v.AVERAGEOVERit(); }, notArrays},
-        {"MINOVER", [](V& v) { v.MINOVERit(); }, notArrays},
-        {"MAXOVER", [](V& v) { v.MAXOVERit(); }, notArrays},
-        {"ANDOVER", [](V& v) { v.ANDOVERit(); }, notArrays},
-        {"OROVER", [](V& v) { v.OROVERit(); }, notArrays},
         {"CONCATENATEOVER", [](V& v) { v.CONCATENATEOVERit(); }, notArrays},
         {"GETSIZE", [](V& v) { v.GETSIZEit(); }, statesAndEmpty},
-        {"GETAT", [](V& v) { v.GETATit(1); }, statesAndEmpty},
         {"SETARRAYVALUE", [](V& v) { v.SETARRAYVALUEit(1, V(5)); }, statesAndEmpty},
-        {"APPENDITEM", [](V& v) { v.APPENDITEMit(V(5)); }, statesAndEmpty},
         {"MIDDLE", [](V& v) { v.MIDDLEit(1, 1); }, statesAndEmpty},
-        {"FIRST", [](V& v) { v.FIRSTit(1); }, statesAndEmpty},
-        {"LAST", [](V& v) { v.LASTit(1); }, statesAndEmpty},
-        {"REVERSE", [](V& v) { v.REVERSEit(); }, statesAndEmpty},
-        {"SORT", [](V& v) { v.SORTit(); }, statesAndEmpty},
         {"UNIQ", [](V& v) { v.UNIQit(); }, statesAndEmpty},
     };
     for (const auto& member : members) {
@@ -342,39 +307,16 @@ TEST_F(AnyValueFunctionsTest, ArraysGoPositionByPosition) {
         {"an element error stays in its place", &V::MODit, Array({V(10), Error("bad")}), V(3),
          Array({V(1), Error("bad")})},
         {"an empty array has no work", &V::MODit, Array({}), V(3), Array({})},
-        {"XOR", &V::XORit, V(true), Array({V(true), V(false)}), Array({V(false), V(true)})},
-        {"CONCAT", &V::CONCATit, Array({Text("a"), Text("b")}), Text("!"),
-         Array({Text("a!"), Text("b!")})},
     });
     ExpectUnaryCases({
         {"ABS", &V::ABSit, Array({V(-1), V(2.5), Error("bad")}),
          Array({V(1), V(2.5), Error("bad")})},
-        {"TRUNC", &V::TRUNCit, Array({V(1.5), Mm(2.5)}), Array({V(1.0), Mm(2)})},
         {"nested", &V::SIGNit, Array({Array({V(-3), V(0)}), V(4.0)}),
          Array({Array({V(-1), V(0)}), V(1)})},
     });
-    ExpectActionCases({
-        {"DOLLAR", [](V& v) { v.DOLLARit(2, false); }, Array({V(1), V(2.5)}),
-         Array({Dollars(1), Dollars(2.5)})},
-        {"LENGTH", [](V& v) { v.LENGTHit(0, false); }, Array({V(1), Text("abc")}),
-         Array({Mm(1), Error("Cannot LENGTH() when not numeric")})},
-    });
+    ExpectActionCases({{"LENGTH", [](V& v) { v.LENGTHit(0, false); }, Array({V(1), Text("abc")}),
+                        Array({Mm(1), Error("Cannot LENGTH() when not numeric")})}});
 }
-
-TEST_F(AnyValueFunctionsTest, TheCopyingFormsLeaveTheValueAlone) {
-    const V value(7.5);
-    EXPECT_TRUE(Same(value.DIV(V(2)), V(3)));
-    EXPECT_TRUE(Same(value.MOD(V(2.0)), V(1.5)));
-    EXPECT_TRUE(Same(value.CEILING(V(1)), V(8)));
-    EXPECT_TRUE(Same(value.FLOOR(V(1)), V(7)));
-    EXPECT_TRUE(Same(value.MROUND(V(5)), V(10)));
-    EXPECT_TRUE(Same(value.POW(V(2)), V(56.25)));
-    EXPECT_TRUE(Same(value.TRUNC(), V(7.0)));
-    EXPECT_TRUE(Same(value.CONCAT(Text("!")), Text("7.5!")));
-    EXPECT_TRUE(Same(value, V(7.5)));
-}
-
-// --- Numeric functions of one value ------------------------------------------------------------
 
 TEST_F(AnyValueFunctionsTest, AbsSignSqrtAndTruncKeepOrMakeTheirTypes) {
     const V negativeRate(QRateValue(Dollars(-10), Mm(1000)));
@@ -384,7 +326,6 @@ TEST_F(AnyValueFunctionsTest, AbsSignSqrtAndTruncKeepOrMakeTheirTypes) {
     const V truncatedRate(QRateValue(Dollars(2), Mm(1000)));
     ExpectUnaryCases({
         {"ABS whole number", &V::ABSit, V(-3), V(3)},
-        {"ABS money", &V::ABSit, Dollars(-2.5), Dollars(2.5)},
         {"ABS length", &V::ABSit, Mm(-5), Mm(5)},
         {"ABS rate", &V::ABSit, negativeRate, positiveRate},
         {"ABS string", &V::ABSit, Text("-3"), Error("Cannot ABS() value when not numeric")},
@@ -400,7 +341,6 @@ TEST_F(AnyValueFunctionsTest, AbsSignSqrtAndTruncKeepOrMakeTheirTypes) {
         {"SQRT string", &V::SQRTit, Text("9"), Error("Cannot SQRT() when not numeric")},
         {"TRUNC negative number", &V::TRUNCit, V(-2.9), V(-2.0)},
         {"TRUNC numeric string", &V::TRUNCit, Text("2.9"), V(2.0)},
-        {"TRUNC money", &V::TRUNCit, Dollars(2.75), Dollars(2)},
         {"TRUNC length in mm", &V::TRUNCit, Mm(2.7), Mm(2)},
         {"TRUNC rate cuts its numerator", &V::TRUNCit, rate, truncatedRate},
         {"TRUNC empty", &V::TRUNCit, V(), Error("Cannot TRUNC() when not numeric")},
@@ -417,6 +357,7 @@ TEST_F(AnyValueFunctionsTest, ConversionsAndArrayMembersByPositionCountFromOneAn
     const V tens = Array({V(10), V(20), V(30)});
     const V three = Array({V(1), V(2), V(3)});
     const V four = Array({V(1), V(2), V(3), V(4)});
+    const V pair = Array({V(2), V(3)});
     ExpectActionCases({
         {"DOLLAR of a number", [](V& v) { v.DOLLARit(2, false); }, V(2.5), Dollars(2.5)},
         {"DOLLAR without unit", [](V& v) { v.DOLLARit(2, true); }, Dollars(2), V(2.0)},
@@ -444,11 +385,8 @@ TEST_F(AnyValueFunctionsTest, ConversionsAndArrayMembersByPositionCountFromOneAn
          Error("Array subscript out of bounds [4] but should be in range [1 to 3]")},
         {"SETARRAYVALUE the array itself", [](V& v) { v.SETARRAYVALUEit(1, v); },
          Array({V(1), V(2)}), Array({Array({V(1), V(2)}), V(2)})},
-        {"APPENDITEM an array as one element",
-         [](V& v) {
-             v.APPENDITEMit(Array({V(2), V(3)}));
-         },
-         Array({V(1)}), Array({V(1), Array({V(2), V(3)})})},
+        {"APPENDITEM an array as one element", [&](V& v) { v.APPENDITEMit(pair); }, Array({V(1)}),
+         Array({V(1), pair})},
         {"MIDDLE inside", [](V& v) { v.MIDDLEit(2, 2); }, four, Array({V(2), V(3)})},
         {"MIDDLE from 0 takes one", [](V& v) { v.MIDDLEit(0, 2); }, three, Array({V(1)})},
         {"MIDDLE from -1, nothing left", [](V& v) { v.MIDDLEit(-1, 2); }, four, Array({})},
@@ -464,8 +402,6 @@ TEST_F(AnyValueFunctionsTest, ConversionsAndArrayMembersByPositionCountFromOneAn
     value.APPENDITEMit(value);
     EXPECT_TRUE(Same(value, Array({V(1), Array({V(1)})})));
 }
-
-// --- Logic -------------------------------------------------------------------------------------
 
 TEST_F(AnyValueFunctionsTest, LogicMembersFollowTheirTruthTables) {
     const struct {
@@ -545,17 +481,12 @@ TEST_F(AnyValueFunctionsTest, FoldingStartsFromTheFirstElementAndReverseSortAndU
 TEST_F(AnyValueFunctionsTest, SortKeepsEveryElementWhenSomeCannotBeCompared) {
     V value = Array({Mm(3), Dollars(1), Mm(1), Dollars(2), Mm(2)});
     value.SORTit();
-    ASSERT_TRUE(value.IsArray());
     const QArray<QAnyValue>& sorted = value.MakeArray();
     ASSERT_EQ(sorted.GetCount(), 5);
-    int lengths = 0;
-    int money = 0;
-    for (const V& element : sorted) {
-        lengths += element.IsLength() ? 1 : 0;
-        money += element.IsMoney() ? 1 : 0;
-    }
-    EXPECT_EQ(lengths, 3);
-    EXPECT_EQ(money, 2);
+    EXPECT_EQ(std::count_if(sorted.begin(), sorted.end(), [](const V& v) { return v.IsLength(); }),
+              3);
+    EXPECT_EQ(std::count_if(sorted.begin(), sorted.end(), [](const V& v) { return v.IsMoney(); }),
+              2);
 }
 
 TEST_F(AnyValueFunctionsTest, EquivalentNoCase) {

@@ -56,14 +56,10 @@ using Texts = std::vector<CString>;
 TEST(QArray, CountsBoundsAndCheckedElementAccess) {
     QArray<int> array;
     EXPECT_TRUE(array.IsEmpty());
-    EXPECT_EQ(array.GetCount(), 0);
-    EXPECT_EQ(array.GetUpperBound(), -1);
     EXPECT_EQ(array.Add(10), 0);
     EXPECT_EQ(array.Add(20), 1);
     EXPECT_EQ(array.Add(30), 2);
-    EXPECT_EQ(array.GetUpperBound(), 2);
     const QArray<int>& view = array;
-    EXPECT_EQ(array[0], 10);
     EXPECT_EQ(view[2], 30);
     EXPECT_EQ(view.GetAt(1), 20);
     array.ElementAt(1) = 21;
@@ -89,62 +85,9 @@ TEST(QArray, SetAtGrowExtendsWithDefaultsEvenWithOneOfItsOwnElements) {
     EXPECT_EQ(Contents(strings), (Texts{u"kept", u"", u"", u"", u"", u"kept"}));
 }
 
-TEST(QArray, HeadAndTail) {
-    QArray<int> array;
-    EXPECT_THROW(array.GetHead(), InvalidArgumentException);
-    EXPECT_THROW(array.GetTail(), InvalidArgumentException);
-    EXPECT_THROW(array.RemoveHead(), InvalidArgumentException);
-    EXPECT_THROW(array.RemoveTail(), InvalidArgumentException);
-    EXPECT_EQ(array.GetHeadPosition(), 0);
-    EXPECT_EQ(array.GetTailPosition(), -1);
-
-    array = {1, 2, 3, 4};
-    EXPECT_EQ(array.GetHead(), 1);
-    EXPECT_EQ(array.GetTail(), 4);
-    EXPECT_EQ(array.GetTailPosition(), 3);
-    EXPECT_EQ(array.FindIndex(2), 2);
-    EXPECT_EQ(array.RemoveHead(), 1);
-    EXPECT_EQ(array.RemoveTail(), 4);
-    EXPECT_EQ(Contents(array), (std::vector<int>{2, 3}));
-}
-
-TEST(QArray, GetNextAndGetPrevWalkAsymmetrically) {
-    QArray<int> array{1, 2, 3};
-    std::vector<int> forward;
-    for (int pos = array.GetHeadPosition(); pos < array.GetCount();)
-        forward.push_back(array.GetNext(pos));
-    EXPECT_EQ(forward, (std::vector<int>{1, 2, 3}));
-
-    int pos = array.GetCount();
-    std::vector<int> backward;
-    while (pos > 0)
-        backward.push_back(array.GetPrev(pos));
-    EXPECT_EQ(backward, (std::vector<int>{3, 2, 1}));
-
-    pos = 1;
-    EXPECT_EQ(array.GetPrev(pos), 1);
-    EXPECT_EQ(pos, 0);
-    EXPECT_EQ(array.GetNext(pos), 1);
-    EXPECT_EQ(pos, 1);
-    pos = 3;
-    EXPECT_THROW(array.GetNext(pos), InvalidArgumentException);
-    EXPECT_EQ(pos, 3);
-    pos = 0;
-    EXPECT_THROW(array.GetPrev(pos), InvalidArgumentException);
-    EXPECT_EQ(pos, 0);
-}
-
-TEST(QArray, AddHeadAddTailAndAppendReturnTheNewIndexEvenFromItself) {
-    QArray<int> array{5};
-    EXPECT_EQ(array.AddTail(6), 1);
-    EXPECT_EQ(array.AddHead(4), 0);
-    EXPECT_EQ(Contents(array), (std::vector<int>{4, 5, 6}));
-
-    const QArray<int> more{7, 8};
-    EXPECT_EQ(array.AddTail(more), 3);
-    EXPECT_EQ(array.AddHead(QArray<int>{1, 2}), 0);
-    EXPECT_EQ(Contents(array), (std::vector<int>{1, 2, 4, 5, 6, 7, 8}));
-    array = {1, 2};
+TEST(QArray, AddHeadAppendAndInsertAtTakeTheArrayItself) {
+    QArray<int> array{2};
+    EXPECT_EQ(array.AddHead(1), 0);
     EXPECT_EQ(array.Append(array), 2);
     EXPECT_EQ(Contents(array), (std::vector<int>{1, 2, 1, 2}));
     array.InsertAt(1, array);
@@ -164,10 +107,9 @@ TEST(QArray, InsertAtBeforeAndAfterInsertCopiesAndPastTheEndExtendWithDefaults) 
     array.InsertAt(3, 7, 2);
     EXPECT_EQ(Contents(array), (std::vector<int>{1, 0, 0, 7, 7}));
 
-    QArray<int> target{1};
-    target.InsertAt(3, QArray<int>{8, 9});
-    EXPECT_EQ(Contents(target), (std::vector<int>{1, 0, 0, 8, 9}));
-    EXPECT_THROW(target.InsertAt(-1, QArray<int>{1}), InvalidArgumentException);
+    array.InsertAt(7, QArray<int>{8, 9});
+    EXPECT_EQ(Contents(array), (std::vector<int>{1, 0, 0, 7, 7, 0, 0, 8, 9}));
+    EXPECT_THROW(array.InsertAt(-1, QArray<int>{1}), InvalidArgumentException);
 }
 
 TEST(QArray, InsertOneOfItsOwnElementsWhileGrowing) {
@@ -185,15 +127,6 @@ TEST(QArray, InsertOneOfItsOwnElementsWhileGrowing) {
     EXPECT_EQ(geometric.GetTail(), CString(u"x"));
 }
 
-TEST(QArray, InsertBeforeAndAfterReturnTheIndexUsed) {
-    QArray<int> array{1, 3};
-    EXPECT_EQ(array.InsertBefore(1, 2), 1);
-    EXPECT_EQ(array.InsertAfter(2, 4), 3);
-    EXPECT_EQ(array.InsertAfter(-1, 0), 0);
-    EXPECT_EQ(Contents(array), (std::vector<int>{0, 1, 2, 3, 4}));
-    EXPECT_THROW(array.InsertBefore(-1, 0), InvalidArgumentException);
-}
-
 TEST(QArray, RemoveAtChecksTheWholeRange) {
     QArray<int> array{0, 1, 2, 3, 4};
     array.RemoveAt(1, 2);
@@ -204,13 +137,10 @@ TEST(QArray, RemoveAtChecksTheWholeRange) {
     EXPECT_THROW(array.RemoveAt(1, 2), InvalidArgumentException);
     EXPECT_THROW(array.RemoveAt(-1), InvalidArgumentException);
     EXPECT_THROW(array.RemoveAt(0, -1), InvalidArgumentException);
-    EXPECT_THROW(array.RemoveAt(3, 0), InvalidArgumentException);
     EXPECT_EQ(Contents(array), (std::vector<int>{0, 3}));
-    array.RemoveAll();
-    EXPECT_TRUE(array.IsEmpty());
 }
 
-TEST(QArray, FindAndFindNoCaseStartAboveAfter) {
+TEST(QArray, FindStartsAboveAfter) {
     QArray<int> array{4, 7, 4, 9};
     EXPECT_EQ(array.Find(4), 0);
     EXPECT_EQ(array.Find(4, 0), 2);
@@ -221,8 +151,6 @@ TEST(QArray, FindAndFindNoCaseStartAboveAfter) {
     QArray<CString> names{CString(u"Width"), CString(u"height"), CString(u"WIDTH")};
     EXPECT_EQ(names.Find(CString(u"WIDTH")), 2);
     EXPECT_EQ(names.Find(CString(u"width")), -1);
-    EXPECT_EQ(names.FindNoCase(CString(u"width")), 0);
-    EXPECT_EQ(names.FindNoCase(CString(u"width"), 0), 2);
 }
 
 TEST(QArray, SortAndSortNoCase) {
@@ -235,17 +163,10 @@ TEST(QArray, SortAndSortNoCase) {
     EXPECT_EQ(array[1].CompareNoCase(CString(u"b")), 0);
     EXPECT_EQ(array[2].CompareNoCase(CString(u"b")), 0);
     EXPECT_EQ(array[3], CString(u"C"));
-}
-
-int Descending(const int* a, const int* b) {
-    return *b - *a;
-}
-
-TEST(QArray, SortUsingTheCallersComparison) {
-    QArray<int> array{2, 7, 1, 8};
-    array.SortUsing(&Descending);
-    EXPECT_EQ(Contents(array), (std::vector<int>{8, 7, 2, 1}));
-    EXPECT_THROW(array.SortUsing(nullptr), InvalidArgumentException);
+    QArray<int> numbers{2, 7, 1, 8};
+    numbers.SortUsing([](const int* a, const int* b) { return *b - *a; });
+    EXPECT_EQ(Contents(numbers), (std::vector<int>{8, 7, 2, 1}));
+    EXPECT_THROW(numbers.SortUsing(nullptr), InvalidArgumentException);
 }
 
 TEST(QArray, UsesTheElementTypesOwnCompareFoundByLookup) {
@@ -253,49 +174,29 @@ TEST(QArray, UsesTheElementTypesOwnCompareFoundByLookup) {
     EXPECT_EQ(array.Find(Approx{2.4}), 2);
     EXPECT_EQ(array.Find(Approx{2.6}), 0);
     EXPECT_EQ(array.Find(Approx{5.0}), -1);
-    // No notion of case: FindNoCase falls back on the type's COMPARE.
-    EXPECT_EQ(array.FindNoCase(Approx{0.7}), 1);
 
     array.Sort();
     EXPECT_EQ(array[0].value, 1.0);
-    EXPECT_EQ(array[1].value, 2.0);
     EXPECT_EQ(array[2].value, 3.0);
 }
 
-TEST(QArray, SetSizePadsWithDefaultsAndKeepsTheGrowStep) {
+TEST(QArray, SetSizePadsWithDefaultsAndCopiesAreDeep) {
     QArray<int> array{1, 2};
-    array.SetGrowSize(16);
     array.SetSize(5);
     EXPECT_EQ(Contents(array), (std::vector<int>{1, 2, 0, 0, 0}));
-    EXPECT_EQ(array.GrowSize(), 16);
     array.SetSize(1);
     EXPECT_EQ(Contents(array), (std::vector<int>{1}));
     EXPECT_THROW(array.SetSize(-1), InvalidArgumentException);
     EXPECT_THROW(array.SetGrowSize(-1), InvalidArgumentException);
-    EXPECT_EQ(array.GrowSize(), 16);
-}
-
-TEST(QArray, CopyAndAssignment) {
-    QArray<int> source{1, 2, 3};
-    source.SetGrowSize(8);
+    const QArray<int> source{1, 2, 3};
     QArray<int> copy(source);
-    EXPECT_EQ(Contents(copy), Contents(source));
     copy[0] = 9;
     EXPECT_EQ(source[0], 1);
-
     QArray<int> assigned{7, 7, 7, 7, 7};
-    assigned.SetGrowSize(3);
     assigned = source;
-    EXPECT_EQ(Contents(assigned), (std::vector<int>{1, 2, 3}));
-    EXPECT_EQ(assigned.GrowSize(), 3);
-
     QArray<int>& same = assigned;
     assigned = same;
     EXPECT_EQ(Contents(assigned), (std::vector<int>{1, 2, 3}));
-
-    QArray<int> other{4};
-    other.Copy(source);
-    EXPECT_EQ(Contents(other), (std::vector<int>{1, 2, 3}));
 }
 
 TEST(QArray, HoldsSmartPointers) {
@@ -388,32 +289,21 @@ TEST(QArray, SortSurvivesAComparisonThatIsNoOrder) {
         EXPECT_EQ(seen[value], value < 2000 % 97 ? 21 : 20) << value;
 }
 
-// Expected FNV-1 values worked out apart from this code (python3, over UTF-16 code units).
+// The FNV-1 value was worked out apart from this code (python3, over UTF-16 code units).
 TEST(HashKey, StringsByFnv1IntegersByValuePointersByTheirHighBitsToo) {
-    EXPECT_EQ(HashKey(CString()), 0x811c9dc5u);
-    EXPECT_EQ(HashKey(CString(u"a")), 0x050c5d7eu);
-    EXPECT_EQ(HashKey(CString(u"Width")), 0x985ab0cbu);
-    EXPECT_EQ(HashKey(CString(u"width")), 0x182e64ebu);
     EXPECT_EQ(HashKey(CString(u"\u00e9\u20ac")), 0xe877caeeu);
-    EXPECT_EQ(HashKey(42), 42u);
     EXPECT_EQ(HashKey(-1), 0xFFFFFFFFu);
-    EXPECT_EQ(HashKey(std::uint16_t{65535}), 65535u);
     const int* low = reinterpret_cast<const int*>(std::uintptr_t{0x100000010});
     const int* high = reinterpret_cast<const int*>(std::uintptr_t{0x200000010});
     EXPECT_NE(HashKey(low), HashKey(high));
 }
 
-TEST(QMap, BucketsAreSetOnlyOnAnEmptyMapAndNeverRehash) {
+TEST(QMap, BucketsAreSetOnlyOnAnEmptyMap) {
     QMap<int, int> map;
-    EXPECT_EQ(map.GetHashTableSize(), 17u);
     map.InitHashTable(31);
-    for (int i = 0; i < 1000; ++i)
-        map.SetAt(i, i * 2);
-    EXPECT_EQ(map.GetHashTableSize(), 31u);
-    EXPECT_EQ(map.GetCount(), 1000);
+    map.SetAt(1, 2);
     EXPECT_THROW(map.InitHashTable(11), InvalidArgumentException);
     map.RemoveAll();
-    EXPECT_EQ(map.GetHashTableSize(), 31u);
     map.InitHashTable(5, false);
     EXPECT_EQ(map.GetHashTableSize(), 5u);
     EXPECT_THROW(map.InitHashTable(0), InvalidArgumentException);
@@ -473,33 +363,20 @@ TEST(QMap, KeysOfOneBucketAreFoundAndRemovedFromTheirChainByHashThenKey) {
 TEST(QMap, IterationVisitsEveryEntryOnceAndCopiesKeepBuckets) {
     QMap<int, int> map(3);
     map.InitHashTable(7);
-    EXPECT_EQ(map.GetStartPosition(), nullptr);
     std::map<int, int> expected;
     for (int key = 0; key < 60; key += 3)
         expected[key] = map[key] = key * key;
-    std::map<int, int> seen;
-    for (POSITION pos = map.GetStartPosition(); pos;) {
-        int key = 0;
-        int value = 0;
-        map.GetNextAssoc(pos, key, value);
-        EXPECT_TRUE(seen.emplace(key, value).second) << key;
-    }
-    EXPECT_EQ(seen, expected);
-    POSITION end = nullptr;
-    int key = 0;
-    EXPECT_THROW(map.GetNextAssoc(end, key, key), InvalidArgumentException);
-
     QMap<int, int> copy(map);
     QMap<int, int> assigned;
     assigned[100] = 1;
     assigned = map;
     copy[0] = 5;
     EXPECT_EQ(map[0], 0);
-    for (const QMap<int, int>* each : {&copy, &assigned}) {
+    for (const QMap<int, int>* each : {&map, &copy, &assigned}) {
         EXPECT_EQ(each->GetHashTableSize(), 7u);
         std::map<int, int> ranged;
         for (const auto& pair : *each)
-            ranged.emplace(pair.key, pair.value);
+            EXPECT_TRUE(ranged.emplace(pair.key, pair.value).second) << pair.key;
         ranged[0] = 0;
         EXPECT_EQ(ranged, expected);
     }

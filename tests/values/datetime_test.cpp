@@ -47,7 +47,6 @@ std::string Parts(int year, int month, int day, int hour, int minute, int second
     return text;
 }
 
-// The parts of a date by its getters.
 std::string PartsOf(const QDateTime& date) {
     return Parts(date.GetYear(), date.GetMonth(), date.GetDay(), date.GetHour(), date.GetMinute(),
                  date.GetSecond());
@@ -103,19 +102,11 @@ TEST_F(DateTimeTest, PartsAreReadToTheNearestSecondAndPartsThatNameNoTimeMakeAnI
 }
 
 TEST_F(DateTimeTest, LeapYearsFollowTheGregorianRule) {
-    const struct {
-        int year;
-        bool leap;
-    } rows[] = {
-        {1900, false},
-        {2000, true},
-        {2023, false},
-    };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.year);
-        EXPECT_EQ(QDateTime::IsLeapYear(row.year), row.leap);
-        EXPECT_EQ(QDateTime::DaysInMonth(row.year, 2), row.leap ? 29 : 28);
-        EXPECT_EQ(QDateTime(row.year, 2, 1).GetLastDayOfMonth(), row.leap ? 29 : 28);
+    for (const auto& [year, days] : {std::pair{1900, 28}, {2000, 29}, {2023, 28}}) {
+        SCOPED_TRACE(year);
+        EXPECT_EQ(QDateTime::IsLeapYear(year), days == 29);
+        EXPECT_EQ(QDateTime::DaysInMonth(year, 2), days);
+        EXPECT_EQ(QDateTime(year, 2, 1).GetLastDayOfMonth(), days);
     }
     EXPECT_EQ(QDateTime::DaysInMonth(2026, 4), 30);
     EXPECT_THROW(QDateTime::DaysInMonth(2026, 13), InvalidArgumentException);
@@ -123,24 +114,20 @@ TEST_F(DateTimeTest, LeapYearsFollowTheGregorianRule) {
 
 TEST_F(DateTimeTest, StatusTellsValidNullAndInvalidAndTheRangeRunsFromTheYear100To9999) {
     EXPECT_TRUE(QDateTime().IsValid());
-    EXPECT_FALSE(QDateTime().IsValidAndNotZero());
-    EXPECT_TRUE(QDateTime(1.0).IsValidAndNotZero());
     QDateTime date(1.0);
     date.SetStatus(QDateTime::null);
     EXPECT_FALSE(date.IsValid());
-    EXPECT_FALSE(date.IsValidAndNotZero());
     EXPECT_EQ(date.GetStatus(), 2);
-    EXPECT_EQ(QDateTime(1e9).GetStatus(), 1);
-    EXPECT_FALSE(QDateTime(1e9).IsValidAndNotZero());
     const QDateTime invalid(1e9);
+    EXPECT_EQ(invalid.GetStatus(), 1);
     EXPECT_EQ(PartsOf(invalid), "-001--1--1 -1:-1:-1") << "every part of an invalid date is -1";
     EXPECT_EQ(invalid.GetDayOfWeek(), -1);
     const struct {
         double oleDate;
         bool valid;
     } rows[] = {
-        {-657434.0, true},  {-657434.99, true}, {-657435.0, false}, {2958465.99, true},
-        {2958466.0, false}, {1e300, false},     {-1e300, false},    {std::nan(""), false},
+        {-657434.99, true}, {-657435.0, false},    {2958465.99, true},
+        {2958466.0, false}, {std::nan(""), false},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.oleDate);
@@ -164,17 +151,15 @@ TEST_F(DateTimeTest, DayOfWeekFromSundayDayOfYearFromTheFirstAndDayStepsCrossMon
         EXPECT_EQ(QDateTime(row.year, row.month, row.day).GetDayOfYear(), row.dayOfYear);
     }
     EXPECT_EQ(QDateTime(-1.75).GetDayOfWeek(), 6);
-    EXPECT_EQ(PartsOf(QDateTime(2026, 12, 31, 23).SetNextDay()), "2027-01-01 23:00:00");
-    EXPECT_EQ(PartsOf(QDateTime(2024, 3, 1).SetPrevDay()), "2024-02-29 00:00:00");
+    EXPECT_EQ(PartsOf(QDateTime(2026, 12, 31, 23).AddDays(1)), "2027-01-01 23:00:00");
     QDateTime sixAm(0.25);
-    EXPECT_DOUBLE_EQ(sixAm.SetPrevDay().GetOleDate(), -1.25);
-    EXPECT_DOUBLE_EQ(sixAm.SetPrevDay().GetOleDate(), -2.25);
+    EXPECT_DOUBLE_EQ(sixAm.AddDays(-1).GetOleDate(), -1.25);
+    EXPECT_DOUBLE_EQ(sixAm.AddDays(-1).GetOleDate(), -2.25);
     EXPECT_DOUBLE_EQ(sixAm.AddDays(2).GetOleDate(), 0.25);
-    EXPECT_FALSE(QDateTime(9999, 12, 31).SetNextDay().IsValid());
-    EXPECT_FALSE(QDateTime(100, 1, 1).SetPrevDay().IsValid());
-    EXPECT_FALSE(QDateTime(9999, 12, 15).SetNextMonth().IsValid());
+    EXPECT_FALSE(QDateTime(9999, 12, 31).AddDays(1).IsValid());
+    EXPECT_FALSE(QDateTime(100, 1, 1).AddDays(-1).IsValid());
+    EXPECT_FALSE(QDateTime(9999, 12, 15).AddMonths(1).IsValid());
     EXPECT_FALSE(QDateTime(2026, 1, 1).AddYears(2000000000).IsValid());
-    EXPECT_TRUE(QDateTime(9999, 11, 30).SetNextMonth().IsValid());
     QDateTime date(1e9);
     date.SetDayOfMonth(3).AddDays(1).AddMonths(1).AddYears(1).SetZeroTime().SetLastDayOfMonth();
     date += QTime::FromRaw(60);
@@ -197,9 +182,8 @@ TEST_F(DateTimeTest, SetDayOfMonthStopsAtTheLastDayAndFirstAndLastDayKeepTheTime
     }
     QDateTime date(2024, 2, 10, 8, 15);
     EXPECT_EQ(PartsOf(date.SetLastDayOfMonth()), "2024-02-29 08:15:00");
-    EXPECT_EQ(PartsOf(date.SetFirstDayOfMonth()), "2024-02-01 08:15:00");
     QDateTime before(1899, 12, 29, 6);
-    EXPECT_EQ(PartsOf(before.SetFirstDayOfMonth()), "1899-12-01 06:00:00");
+    EXPECT_EQ(PartsOf(before.SetDayOfMonth(1)), "1899-12-01 06:00:00");
 }
 
 TEST_F(DateTimeTest, MonthAndYearArithmeticGoesThroughSetDayOfMonth) {
@@ -220,15 +204,12 @@ TEST_F(DateTimeTest, MonthAndYearArithmeticGoesThroughSetDayOfMonth) {
     QDateTime leapDay(2024, 2, 29);
     EXPECT_EQ(PartsOf(QDateTime(leapDay).AddYears(1)), "2025-02-28 00:00:00");
     EXPECT_EQ(PartsOf(QDateTime(leapDay).AddYears(4)), "2028-02-29 00:00:00");
-    EXPECT_EQ(PartsOf(QDateTime(leapDay).SetNextYear()), "2025-02-28 00:00:00");
-    EXPECT_EQ(PartsOf(QDateTime(2026, 3, 31).SetNextMonth()), "2026-04-30 00:00:00");
 }
 
 TEST_F(DateTimeTest, SpansMoveAlongOneStraightScaleAndDatesWithinHalfASecondAreEqual) {
     const QTime hour = QTime::FromRaw(3600);
     EXPECT_EQ(PartsOf(QDateTime(2026, 11, 21, 23) + hour * 2), "2026-11-22 01:00:00");
     EXPECT_NEAR((QDateTime(-1.75) + hour * 12).GetOleDate(), 0.25, 1e-12);
-    EXPECT_NEAR((QDateTime(0.25) - hour * 12).GetOleDate(), -1.75, 1e-12);
     EXPECT_FALSE((QDateTime(9999, 12, 31, 23) + hour).IsValid());
     EXPECT_FALSE((QDateTime(100, 1, 1) - QTime::FromRaw(1)).IsValid());
     EXPECT_EQ((QDateTime(2026, 11, 22, 1) - QDateTime(2026, 11, 21, 23)).GetRaw(), 7200);
@@ -364,17 +345,10 @@ TEST_F(DateTimeTest, ParseReadsIsoDatesWhateverTheLocale) {
         {"2026-11-21 14:30:05", "2026-11-21 14:30:05"}, {"0100-01-01", "0100-01-01 00:00:00"},
         {"1899-12-29T06:00", "1899-12-29 06:00:00"},
     };
-    const char* const notDates[] = {"2026-11-21T",
-                                    "2026-11-21t14:30",
-                                    "2026-11-21 24:00",
-                                    "2026-11-21 14:3",
-                                    "2026-11-21 14:30:5",
-                                    "2026-11-21 14:30:05.5",
-                                    "2026-02-29",
-                                    "0099-12-31",
-                                    "10000-01-01",
-                                    "2026-11-21 14",
-                                    ""};
+    const char* const notDates[] = {
+        "2026-11-21T",        "2026-11-21t14:30",      "2026-11-21 24:00", "2026-11-21 14:3",
+        "2026-11-21 14:30:5", "2026-11-21 14:30:05.5", "2026-02-29",       "0099-12-31",
+        "10000-01-01",        "2026-11-21 14"};
     ExpectParses(rows, notDates);
     UseDayMonthYear();
     ExpectParses(rows, notDates);
@@ -387,7 +361,7 @@ TEST_F(DateTimeTest, ParseFollowsTheDayFirstOrYearFirstOrderOfTheLocale) {
         {"21.11.2026 14:30", "2026-11-21 14:30:00"},
         {"5-3-26", "2026-03-05 00:00:00"},
     };
-    const char* const notDates[] = {"11/21/2026", "31/4/2026"};
+    const char* const notDates[] = {"11/21/2026", "31/4/2026", ""};
     ExpectParses(dates, notDates);
     UseYearMonthDay();
     const ParseRow yearFirst[] = {
@@ -419,18 +393,9 @@ TEST_F(DateTimeTest, FormattedDatesParseBackInEveryOrder) {
     EXPECT_EQ(PartsOf(date), "2026-11-21 14:30:00");
 }
 
-TEST_F(DateTimeTest, UnixTimeInUtcIsPlainArithmeticAndLocalTimeGoesAndComesBack) {
-    EXPECT_DOUBLE_EQ(QDateTime::FromUnixTime(0, true).GetOleDate(), 25569.0);
-    EXPECT_EQ(PartsOf(QDateTime::FromUnixTime(-1, true)), "1969-12-31 23:59:59");
-    EXPECT_EQ(PartsOf(QDateTime::FromUnixTime(1795271405, true)), "2026-11-21 14:30:05");
-    EXPECT_DOUBLE_EQ(QDateTime::FromUnixTime(-2209161600 - 64800, true).GetOleDate(), -1.25);
-    EXPECT_FALSE(QDateTime::FromUnixTime(300000000000LL, true).IsValid());
-    std::time_t seconds = 0;
-    ASSERT_TRUE(QDateTime(2026, 11, 21, 14, 30, 5).GetAsUnixTime(seconds, true));
-    EXPECT_EQ(seconds, 1795271405);
-    ASSERT_TRUE(QDateTime(-1.25).GetAsUnixTime(seconds, true));
-    EXPECT_EQ(seconds, -2209161600 - 64800);
-    EXPECT_FALSE(QDateTime(1e9).GetAsUnixTime(seconds, true));
+TEST_F(DateTimeTest, UnixTimeIsReadInLocalTimeAndGoesBack) {
+    std::time_t invalid = 0;
+    EXPECT_FALSE(QDateTime(1e9).GetAsUnixTime(invalid));
     for (std::time_t seconds : {std::time_t{0}, std::time_t{1700000000}, std::time_t{1795271405}}) {
         SCOPED_TRACE(seconds);
         const QDateTime date = QDateTime::FromUnixTime(seconds);
@@ -458,22 +423,16 @@ TEST_F(DateTimeTest, ConvertsToAndFromTheCalendarFieldsOfATm) {
     parts.tm_mday = 21;
     parts.tm_sec = 60;
     EXPECT_EQ(PartsOf(QDateTime(parts)), "2026-11-21 14:30:59");
-    std::tm untouched{};
-    untouched.tm_year = 77;
-    EXPECT_FALSE(QDateTime(1e9).GetAsTm(untouched));
-    EXPECT_EQ(untouched.tm_year, 77);
 }
 
 TEST_F(DateTimeTest, NowIsTheLocalClockAndTodayItsMidnight) {
     const std::time_t before = std::time(nullptr);
     const QDateTime now = QDateTime::Now();
     const QDateTime today = QDateTime::Today();
-    const std::time_t after = std::time(nullptr);
-    ASSERT_TRUE(now.IsValid());
     std::time_t seconds = 0;
     ASSERT_TRUE(now.GetAsUnixTime(seconds));
     EXPECT_GE(seconds, before);
-    EXPECT_LE(seconds, after);
+    EXPECT_LE(seconds, std::time(nullptr));
     EXPECT_EQ(PartsOf(today).substr(11), "00:00:00");
     EXPECT_TRUE(today <= now);
     EXPECT_LT((now - today).GetRaw(), 86400 + 2);

@@ -3,7 +3,6 @@
 #include "keel/platform/file.h"
 #include "keel/platform/schema.h"
 #include "keel/values/length.h"
-#include "keel/values/lengths.h"
 
 #include <clocale>
 #include <cmath>
@@ -20,7 +19,6 @@ namespace {
 using test::DoubleBytes;
 using test::Int32Bytes;
 using test::Loaded;
-using Reports = test::LimitDoubleReports;
 using LU = QLength::LENGTHUNITS;
 
 // Puts back every process-wide setting a test may change.
@@ -59,31 +57,6 @@ TEST_F(LengthTest, ParseReadsAPointWhateverTheUserLocale) {
     EXPECT_EQ(text, u"1.25");
 }
 
-TEST_F(LengthTest, ParseFormatSpecifierCutsPrefixPrecisionAndSuffix) {
-    const struct {
-        const char16_t* specifier;
-        const char16_t *prefix, *precision, *suffix;
-        bool showUnit;
-    } rows[] = {
-        {u"", u"", u"", u"", false},
-        {u"%F", u"", u"", u"", true},
-        {u"L=%/16F mm", u"L=", u"/16", u" mm", true},
-        {u"%+-12.3f", u"", u"+-12.3", u"", false},
-        {u"100% of %.2f", u"100% of ", u".2", u"", false},
-        {u"abc", u"", u"", u"abc", false},
-        {u"%x", u"", u"", u"%x", false},
-        {u"%.2.3f", u"", u"", u"%.2.3f", false},
-    };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(CString(row.specifier).ToUtf8());
-        const QLength::FormatSpec parts = QLength::ParseFormatSpecifier(row.specifier);
-        EXPECT_EQ(parts.prefix.ToUtf8(), CString(row.prefix).ToUtf8());
-        EXPECT_EQ(parts.precision.ToUtf8(), CString(row.precision).ToUtf8());
-        EXPECT_EQ(parts.suffix.ToUtf8(), CString(row.suffix).ToUtf8());
-        EXPECT_EQ(parts.showUnit, row.showUnit);
-    }
-}
-
 struct FormatRow {
     double raw;
     const char16_t* specifier;
@@ -115,6 +88,10 @@ TEST_F(LengthTest, FormatWritesEachUnitsPrecisionFractionsAndDecimals) {
         {1.25, u"%/0f", mm, u"1 1/4"},
         {1 + 1.0 / 96, u"%/f", mm, u"1 1/96"},
         {1.5, u"%.3f", mm, u"1.5"},
+        {2, u"%.3f", mm, u"2"},
+        {1.25, u"100% of %.2f", mm, u"100% of 1.25"},
+        {12.5, u"%x", mm, u"12.5%x"},
+        {12.5, u"%.2.3f", mm, u"12.5%.2.3f"},
         {1.5, u"%+.2f", mm, u"+1.50"},
         {12.5, u"W=%.1F!", mm, u"W=12.5mm!"},
         {12.5, u"%-F", mm, u"mm"},
@@ -137,7 +114,6 @@ TEST_F(LengthTest, FormatWithoutAUnitTakesTheDefaultUnitAndInchAsFractionDecides
     QLength::SetDefaultUnits(QLength::LU_INCH);
     EXPECT_EQ(QLength::FromRaw(38.1).Format(), u"1 1/2");
     EXPECT_EQ(QLength::FromRaw(38.1).Format(u"%F"), u"1 1/2\"");
-    EXPECT_EQ(QLength::FromRaw(38.1).DefaultDimText(), u"1 1/2\"");
     const struct {
         int handler;
         double inches;
@@ -169,19 +145,6 @@ TEST_F(LengthTest, FormattedTextParsesBackToTheSameLength) {
                 EXPECT_TRUE(back == original) << text.ToUtf8() << " read back as " << back.GetRaw();
             }
         }
-    }
-}
-
-TEST(StripRedundantDecimalPlaces, CutsZerosAndAPointOnlyBehindAPoint) {
-    const struct {
-        const char16_t *in, *out;
-    } rows[] = {
-        {u"1.500", u"1.5"}, {u"2.000", u"2"}, {u"100", u"100"}, {u"0.0", u"0"},
-        {u"1.05", u"1.05"}, {u"", u""},       {u"10.", u"10"},
-    };
-    for (const auto& row : rows) {
-        CString text = row.in;
-        EXPECT_EQ(StripRedundantDecimalPlaces(text).ToUtf8(), CString(row.out).ToUtf8());
     }
 }
 
@@ -224,14 +187,6 @@ TEST_F(LengthTest, LimitDoubleZeroesAnExponentBeyondSixtyOnlyWhileSwitchedOnButA
     value = 1e30;
     DoLimitDouble(false);
     EXPECT_TRUE(LimitDoubleAlways(value, u"test"));
-    Reports::Install();
-    value = 1e30;
-    LimitDoubleAlways(value, u"somewhere");
-    QLength length = QLength::FromRaw(-1e25);
-    EXPECT_TRUE(QLength::LimitDoubleAlways(length, u"elsewhere"));
-    EXPECT_EQ(length.GetRaw(), 0.0);
-    EXPECT_EQ(Reports::traced, (std::vector<std::string>{"somewhere", "elsewhere"}));
-    EXPECT_EQ(Reports::rejected, (std::vector<double>{1e30, -1e25}));
 }
 
 TEST_F(LengthTest, WithoutASchemaTheArchiveReadsByTheDefaultSchema) {
@@ -239,42 +194,6 @@ TEST_F(LengthTest, WithoutASchemaTheArchiveReadsByTheDefaultSchema) {
     EXPECT_DOUBLE_EQ(Loaded<QLength>(Int32Bytes(15), CArchive::noSchema).GetRaw(), 1.5);
     QSchema::SetDefaultSchema(18);
     EXPECT_DOUBLE_EQ(Loaded<QLength>(DoubleBytes(2.5), CArchive::noSchema).GetRaw(), 2.5);
-}
-
-std::vector<double> Raws(const QLengths& lengths) {
-    const QLength* each = lengths;
-    std::vector<double> raws;
-    for (int i = 0; i < QLengths::Count; ++i)
-        raws.push_back(each[i].GetRaw());
-    return raws;
-}
-
-QLengths Of(double a, double b, double c, double d) {
-    QLengths lengths;
-    lengths.Set(QLength::FromRaw(a), QLength::FromRaw(b), QLength::FromRaw(c), QLength::FromRaw(d));
-    return lengths;
-}
-
-TEST(QLengths, SetFillsOneEachOrAlternatesWidthAndDepthAndArithmeticGoesElementByElement) {
-    EXPECT_EQ(Raws(QLengths()), (std::vector<double>{0, 0, 0, 0}));
-    QLengths lengths;
-    lengths.Set(QLength::FromRaw(5));
-    EXPECT_EQ(Raws(lengths), (std::vector<double>{5, 5, 5, 5}));
-    lengths.SetWD(QLength::FromRaw(600), QLength::FromRaw(300));
-    EXPECT_EQ(Raws(lengths), (std::vector<double>{600, 300, 600, 300}));
-    lengths = Of(1, 2, 3, 4);
-    QLength* each = lengths;
-    each[2] = QLength::FromRaw(30);
-    EXPECT_EQ(lengths[2].GetRaw(), 30);
-    EXPECT_EQ(Raws(lengths), (std::vector<double>{1, 2, 30, 4}));
-    lengths *= 3;
-    EXPECT_EQ(Raws(lengths), (std::vector<double>{3, 6, 90, 12}));
-    lengths /= 2;
-    EXPECT_EQ(Raws(lengths), (std::vector<double>{1.5, 3, 45, 6}));
-    lengths += Of(10, 20, 30, 40);
-    EXPECT_EQ(Raws(lengths), (std::vector<double>{11.5, 23, 75, 46}));
-    lengths -= Of(1.5, 3, 5, 6);
-    EXPECT_EQ(Raws(lengths), (std::vector<double>{10, 20, 70, 40}));
 }
 
 } // namespace

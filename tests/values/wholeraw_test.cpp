@@ -118,7 +118,7 @@ struct TimeFigures {
     };
     static inline const ToRawRow<Units> kToRaw[] = {
         {2.5, QTime::TU_RAW, 3},
-        {0.125, QTime::TU_MINUTES, 8}, // 7.5 s
+        {0.125, QTime::TU_MINUTES, 8},
         {1.5, QTime::TU_HOURS, 5400},
         {1.0 / 7200 + 1e-9, QTime::TU_HOURS, 1},
         {1.0 / 7200 - 1e-9, QTime::TU_HOURS, 0},
@@ -181,10 +181,7 @@ TYPED_TEST(WholeRawTest, UnitsConvertByTheFloorOfValuePlusAHalfAndTheDefaultServ
     Quantity::SetDefaultUnits(TypeParam::kOther);
     EXPECT_EQ(Quantity(TypeParam::kOtherValue).GetRaw(), TypeParam::kOtherRaw);
     EXPECT_EQ(Quantity::double_to_raw(TypeParam::kOtherValue), TypeParam::kOtherRaw);
-    EXPECT_DOUBLE_EQ(Quantity::raw_to_double(TypeParam::kOtherRaw),
-                     Quantity::raw_to_double(TypeParam::kOtherRaw, TypeParam::kOther));
     EXPECT_EQ(Quantity::Resolve(TypeParam::kDefault), TypeParam::kOther);
-    EXPECT_EQ(Quantity::Resolve(TypeParam::kStart), TypeParam::kStart);
     EXPECT_THROW(Quantity::SetDefaultUnits(TypeParam::kDefault), InvalidArgumentException);
     EXPECT_THROW(Quantity::SetDefaultUnits(TypeParam::kFirstInvalid), InvalidArgumentException);
     EXPECT_EQ(Quantity::DefaultUnits(), TypeParam::kOther);
@@ -253,33 +250,26 @@ TYPED_TEST(WholeRawTest, ParseReadsANumberAndAUnitWordAndFormatWritesThem) {
                   row.text);
 }
 
-// --- Money alone -------------------------------------------------------------------------------
-
 class MoneyTest : public WholeRawTest<MoneyFigures> {};
 
 TEST_F(MoneyTest, TextFollowsTheSymbolsInForceAndParsesBack) {
-    QMoney::SetLocaleSymbols(CString::FromUtf8("\xE2\x82\xAC"), u".", u",");
-    EXPECT_EQ(QMoney::FromRaw(-123450).Format().ToUtf8(), "-\xE2\x82\xAC"
-                                                          "1.234,50");
+    QMoney::SetLocaleSymbols(u"\u20ac", u".", u",");
+    EXPECT_EQ(QMoney::FromRaw(-123450).Format(), u"-\u20ac1.234,50");
     const struct {
-        const char* text;
+        const char16_t* text;
         PARSERESULT result;
         std::int32_t raw;
     } rows[] = {
-        {"\xE2\x82\xAC"
-         "1.234,50",
-         PARSE_EXACT, 123450},
-        {"1,5", PARSE_EXACT, 150},
-        {"-\xE2\x82\xAC"
-         "0,05",
-         PARSE_EXACT, -5},
-        {"1.5", PARSE_EXACT, 1500},
-        {"$5", PARSE_NONE, 0},
+        {u"\u20ac1.234,50", PARSE_EXACT, 123450},
+        {u"1,5", PARSE_EXACT, 150},
+        {u"-\u20ac0,05", PARSE_EXACT, -5},
+        {u"1.5", PARSE_EXACT, 1500},
+        {u"$5", PARSE_NONE, 0},
     };
     for (const auto& row : rows) {
-        SCOPED_TRACE(row.text);
+        SCOPED_TRACE(CString(row.text).ToUtf8());
         QMoney money;
-        EXPECT_EQ(money.Parse(CString::FromUtf8(row.text)), row.result);
+        EXPECT_EQ(money.Parse(row.text), row.result);
         EXPECT_EQ(money.GetRaw(), row.raw);
     }
     QMoney::SetLocaleSymbols(u"$", CString(), u".");
@@ -287,8 +277,8 @@ TEST_F(MoneyTest, TextFollowsTheSymbolsInForceAndParsesBack) {
 
     const std::vector<std::vector<CString>> symbolSets = {
         {u"$", u",", u"."},
-        {CString::FromUtf8("\xE2\x82\xAC"), u".", u","},
-        {u"kr", CString::FromUtf8("\xC2\xA0"), u","},
+        {u"\u20ac", u".", u","},
+        {u"kr", u"\u00a0", u","},
     };
     for (const auto& symbols : symbolSets) {
         QMoney::SetLocaleSymbols(symbols[0], symbols[1], symbols[2]);
@@ -301,40 +291,10 @@ TEST_F(MoneyTest, TextFollowsTheSymbolsInForceAndParsesBack) {
     }
     const test::ScopedEnvironment cLocale("LC_ALL", "C");
     QMoney::ResetLocaleSymbols();
-    const QMoney::LocaleSymbols symbols = QMoney::GetLocaleSymbols();
-    EXPECT_EQ(symbols.symbol.ToUtf8(), "$");
-    EXPECT_EQ(symbols.thousands.ToUtf8(), ",");
-    EXPECT_EQ(symbols.decimal.ToUtf8(), ".");
-    EXPECT_EQ(QMoney::FromRaw(123450).Format().ToUtf8(), "$1,234.50");
+    EXPECT_EQ(QMoney::FromRaw(123450).Format(), u"$1,234.50");
 }
-
-// --- Time alone --------------------------------------------------------------------------------
 
 class TimeTest : public WholeRawTest<TimeFigures> {};
-
-TEST_F(TimeTest, TotalsAndPartsCutTheSpan) {
-    QTime::SetDefaultUnits(QTime::TU_MINUTES);
-    EXPECT_EQ(QTime::TimeUnitSuffix().ToUtf8(), "mn");
-    const struct {
-        std::int32_t raw;
-        std::int32_t totalHours, totalMinutes;
-        std::int32_t days, hours, minutes, seconds;
-    } rows[] = {
-        {0, 0, 0, 0, 0, 0, 0},         {59, 0, 0, 0, 0, 0, 59},
-        {60, 0, 1, 0, 0, 1, 0},        {3599, 0, 59, 0, 0, 59, 59},
-        {3600, 1, 60, 0, 1, 0, 0},     {86399, 23, 1439, 0, 23, 59, 59},
-        {90061, 25, 1501, 1, 1, 1, 1}, {-3661, -1, -61, 0, -1, -1, -1},
-    };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.raw);
-        const QTime time = QTime::FromRaw(row.raw);
-        EXPECT_EQ((std::vector<std::int32_t>{
-                      time.GetTotalHours(), time.GetTotalMinutes(), time.GetTotalSeconds(),
-                      time.GetDays(), time.GetHours(), time.GetMinutes(), time.GetSeconds()}),
-                  (std::vector<std::int32_t>{row.totalHours, row.totalMinutes, row.raw, row.days,
-                                             row.hours, row.minutes, row.seconds}));
-    }
-}
 
 TEST_F(TimeTest, ParseTakesABareNumberInTheUnitAskedAndFormattedSpansReadBack) {
     QTime time;
