@@ -1,6 +1,5 @@
 #include "tests/support/archivebytes.h"
 #include "tests/support/compoundprobe.h"
-#include "tests/support/tempfolder.h"
 
 #include "keel/platform/archive.h"
 #include "keel/platform/file.h"
@@ -272,15 +271,6 @@ TEST(ArchiveString, MalformedInputFailsWithACause) {
     }
 }
 
-TEST(ArchiveEndOfFile, PartialValueFailsAfterEarlierValuesRead) {
-    Loading loading({0x01, 0x00, 0x00, 0x00, 0x02, 0x00, 0x00}, 3);
-    int first = 0;
-    loading.archive >> first;
-    EXPECT_EQ(first, 1);
-    EXPECT_EQ(test::ArchiveCauseOf([&] { loading.archive >> first; }),
-              CArchiveException::endOfFile);
-}
-
 TEST(ArchiveRaw, ReadIsShortOnlyAtTheEnd) {
     Bytes bytes(10000);
     for (std::size_t i = 0; i < bytes.size(); ++i)
@@ -393,29 +383,6 @@ TEST(ArchiveState, ConstructionModeSchemaAndFileName) {
     // The text of a failure names its cause and its file.
     EXPECT_THAT([] { ThrowArchiveException(CArchiveException::badSchema, u"doc.kdf"); },
                 ThrowsMessage<CArchiveException>(AllOf(HasSubstr("schema"), HasSubstr("doc.kdf"))));
-}
-
-using ArchiveDisk = test::TempFolderTest;
-
-TEST_F(ArchiveDisk, RoundTripThroughAFile) {
-    const CString name = PathOf("values.kdf");
-    const auto write = [](CArchive& archive) {
-        archive << CString(u"Wall \u2013 north") << 2.75;
-        archive.WriteCount(70000);
-    };
-    {
-        CFile file(name, CFile::modeCreate | CFile::modeWrite | CFile::typeBinary);
-        CArchive archive(&file, CArchive::store);
-        EXPECT_EQ(archive.GetFileName(), name);
-        write(archive);
-        archive.Close();
-    }
-    EXPECT_EQ(ReadBytes("values.kdf"), Stored(write));
-    CFile file(name, CFile::modeRead | CFile::shareDenyWrite);
-    CArchive archive(&file, CArchive::load);
-    CString text;
-    archive >> text;
-    EXPECT_EQ(text, u"Wall \u2013 north");
 }
 
 // The schema numbers a test sets are put back after it.
