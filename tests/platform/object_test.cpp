@@ -276,23 +276,5 @@ TEST(ClassRegistry, ClassesAreFoundByNameWhileRegistered) {
               CArchiveException::badClass);
 }
 
-TEST(ClassRegistry, RefusesClassesNoArchiveCouldRead) {
-    const std::string longName(CRuntimeClass::c_maxNameLength + 1, 'L');
-    const CRuntimeClass tooLong{longName.c_str(), 1, nullptr, nullptr};
-    const CRuntimeClass unnamed{"", 1, nullptr, nullptr};
-    const CRuntimeClass wideSchema{"WideSchema", 0x10000, nullptr, nullptr};
-    const CRuntimeClass versionable{"Versionable", VERSIONABLE_SCHEMA | 0xFFFF, nullptr, nullptr};
-    EXPECT_THROW(RegisterClass(tooLong), InvalidArgumentException);
-    EXPECT_THROW(RegisterClass(unnamed), InvalidArgumentException);
-    EXPECT_THROW(RegisterClass(wideSchema), InvalidArgumentException);
-    RegisterClass(versionable);
-    UnregisterClass(versionable);
-    const std::string longest(CRuntimeClass::c_maxNameLength, 'L');
-    const CRuntimeClass longestName{longest.c_str(), 1, nullptr, nullptr};
-    RegisterClass(longestName);
-    EXPECT_EQ(CRuntimeClass::FromName(longest), &longestName);
-    UnregisterClass(longestName);
-}
-
 } // namespace
 } // namespace keel

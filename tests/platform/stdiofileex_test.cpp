@@ -91,15 +91,6 @@ TEST_F(TextFile, EveryByteOfCodePage1252ReadsAndWritesBack) {
     EXPECT_EQ(lines[0x80 - 2], u'\u20ac');
     WriteWith("again.txt", 0, CStdioFileEx::c_codePageWindowsWestern, false, lines);
     EXPECT_EQ(ReadBytes("again.txt"), bytes);
-
-    // The filler stands for what the code page cannot hold, one for a character beyond 16 bits.
-    CStdioFileEx file;
-    ASSERT_TRUE(file.Open(PathOf("filled.txt"), CFile::modeCreate | CFile::modeWrite));
-    file.SetCodePage(CStdioFileEx::c_codePageLatin1);
-    file.SetFillerChar('#');
-    file.WriteString(u"a\u0100\U0001F600b\xD800");
-    file.Close();
-    EXPECT_EQ(ReadBytes("filled.txt"), B("a##b#"));
 }
 
 TEST_F(TextFile, TheFirstBytesDecideTheEncodingAndLinesEndAtLineFeeds) {
@@ -180,23 +171,6 @@ TEST_F(TextFile, WritingTranslatesNoLineEndsAndPutsTheMarkOnlyAtTheStart) {
     file.Abort();
     EXPECT_FALSE(file.IsOpen());
     EXPECT_TRUE(ReadBytes("aborted.txt").empty());
-}
-
-TEST_F(TextFile, CharCountLeavesTheMarkOutAndThePositionAlone) {
-    const struct {
-        std::string_view bytes;
-        unsigned long long count;
-    } cases[] = {
-        {"\xFF\xFE\x61\0\x62\0\n\0"sv, 3}, {"\xEF\xBB\xBF\xC3\xA9\xF0\x9F\x98\x80", 3}, {"", 0}};
-    for (const auto& test : cases) {
-        WriteBytes("count.txt", B(test.bytes));
-        CStdioFileEx file(PathOf("count.txt"), CFile::modeRead);
-        CString line;
-        file.ReadString(line);
-        const unsigned long long position = file.GetPosition();
-        EXPECT_EQ(file.GetCharCount(), test.count);
-        EXPECT_EQ(file.GetPosition(), position);
-    }
 }
 
 TEST_F(TextFile, ThePositionCountsWhatWasReadAndSeekingDropsWhatWasReadAhead) {
