@@ -3,7 +3,6 @@
 #include "tests/support/processlimits.h"
 #include "tests/support/tempfolder.h"
 
-#include "keel/platform/archive.h"
 #include "keel/platform/compoundstorage.h"
 
 #include <algorithm>
@@ -171,39 +170,21 @@ TEST_F(CompoundStorage, FilesOfLibgsfAreReadAndOursWriteBackByteForByte) {
     EXPECT_EQ(rebuilt->SaveToBytes(), ours);
 }
 
-TEST_F(CompoundStorage, StreamsAreFilesForAnArchive) {
-    std::unique_ptr<CStorage> root = CStorage::OpenBytes({}, kCreate);
-    CStreamFile stream;
-    ASSERT_TRUE(stream.CreateStream(*root, u"Contents", kCreate));
-    {
-        CArchive archive(&stream, CArchive::store);
-        archive << CString(u"name");
-        archive.Close();
-    }
-    // A seek past the end leaves a gap of zeros at the next write; SetLength cuts.
-    stream.Seek(4, CFile::end);
-    stream.Write("z", 1);
-    const unsigned long long length = stream.GetLength();
-    stream.SetLength(length - 1);
-    stream.SeekToBegin();
-    CArchive archive(&stream, CArchive::load);
-    CString name;
-    archive >> name;
-    EXPECT_EQ(name, u"name");
-    std::uint8_t gap[5] = {1, 1, 1, 1, 1};
-    EXPECT_EQ(archive.Read(gap, sizeof gap), 4u);
-    EXPECT_EQ(Bytes(gap, gap + 4), Bytes(4, 0));
-}
-
-// A stream seeks as a memory file does, through the same arithmetic that the file tests check
-// from each origin, up to the 4 GiB that a stream can hold; a seek that fails leaves the position
-// where it was.
-TEST_F(CompoundStorage, StreamsSeekUpToFourGiB) {
+// A stream seeks, writes and cuts as a memory file does, up to the 4 GiB that a stream can hold:
+// a seek past the end leaves a gap of zeros at the next write, and a seek that fails leaves the
+// position where it was.
+TEST_F(CompoundStorage, StreamsSeekWriteAndCutUpToFourGiB) {
     std::unique_ptr<CStorage> root = CStorage::OpenBytes({}, kCreate);
     CStreamFile stream;
     ASSERT_TRUE(stream.CreateStream(*root, u"Data", kCreate));
     stream.Write("0123456789", 10);
-    EXPECT_EQ(stream.Seek(5, CFile::end), 15u);
+    EXPECT_EQ(stream.Seek(4, CFile::end), 14u);
+    stream.Write("z", 1);
+    stream.SetLength(13);
+    stream.SeekToBegin();
+    char all[16] = {};
+    EXPECT_EQ(stream.Read(all, sizeof all), 13u);
+    EXPECT_EQ(std::string(all, 13), std::string("0123456789\0\0\0", 13));
     EXPECT_EQ(stream.Seek(0xFFFFFFFFll, CFile::begin), 0xFFFFFFFFu);
     stream.Seek(4, CFile::begin);
     const std::pair<long long, CFile::SeekPosition> refused[] = {
@@ -215,32 +196,6 @@ TEST_F(CompoundStorage, StreamsSeekUpToFourGiB) {
         EXPECT_EQ(stream.GetPosition(), 4u);
     }
     EXPECT_THROW(stream.Seek(0, static_cast<CFile::SeekPosition>(3)), InvalidArgumentException);
-}
-
-// Where each handle wrote shows the position it kept.
-TEST_F(CompoundStorage, ACloneKeepsItsOwnPositionOnTheSameBytes) {
-    std::unique_ptr<CStorage> root = CStorage::OpenBytes({}, kCreate);
-    CStreamFile stream;
-    ASSERT_TRUE(stream.CreateStream(*root, u"\x05SummaryInformation", kCreate));
-    stream.Write("head", 4);
-    std::unique_ptr<CStreamFile> clone = stream.Clone();
-    stream.Seek(20, CFile::current);
-    stream.Write("body", 4);
-    clone->Write("TABLE", 5);
-    stream.SeekToBegin();
-    char all[28] = {};
-    ASSERT_EQ(stream.Read(all, sizeof all), 28u);
-    EXPECT_EQ(std::string(all, 9), "headTABLE");
-    EXPECT_EQ(std::string(all + 24, 4), "body");
-    // The clone holds the stream open as the first handle does.
-    stream.Close();
-    CStreamFile again;
-    EXPECT_EQ(CauseOf([&](CFileException* e) {
-                  return again.OpenStream(*root, u"\x05SummaryInformation", kRead, e);
-              }),
-              CFileException::sharingViolation);
-    clone.reset();
-    EXPECT_TRUE(again.OpenStream(*root, u"\x05SUMMARYINFORMATION", kRead));
 }
 
 TEST_F(CompoundStorage, OpenModesAndNamesGiveTheirCauses) {
