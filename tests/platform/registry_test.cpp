@@ -71,12 +71,6 @@ TEST_F(RegistryTest, TheOptionsFileFollowsTheEnvironmentAndTheApplicationName) {
         EXPECT_EQ(U8(CRegistry::UserFileFor(CString::FromUtf8(c.appName))), expected)
             << c.configHome.value_or("(unset)") << " " << c.appName;
     }
-    m_environment.Set("HOME", m_root.string() + "/");
-    EXPECT_EQ(U8(UserHomeFolder()), m_root.string());
-    m_environment.Set("HOME", std::nullopt);
-    EXPECT_FALSE(UserHomeFolder().IsEmpty()); // from the password database
-    m_environment.Set("HOME", m_root.string());
-
     m_environment.Set("XDG_CONFIG_HOME", (m_root / "config").string());
     EXPECT_EQ(U8(CRegistry::Current().FilePath()), OptionsFile().string());
     EXPECT_EQ(U8(CRegistry::Current().MachineFilePath()), (m_root / "machine/Keel.ini").string());
@@ -344,33 +338,19 @@ int ReadInABoundedChild(const fs::path& file) {
     return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
 }
 
-// An options file whose place is taken by something that is no regular file is refused without
-// waiting on it. A write puts a regular file in its place and keeps what was there under
-// "<file>.bad", as with a file that cannot be parsed; no write goes near a device, as the test
-// may run as root.
-TEST_F(RegistryTest, SomethingElseThanARegularFileIsRefusedAndKeptAsideByAWrite) {
+// An options file whose place is taken by a FIFO is refused without waiting on it. A write puts a
+// regular file in its place and keeps the FIFO under "<file>.bad", as with a file that cannot be
+// parsed.
+TEST_F(RegistryTest, AFifoIsRefusedWithoutWaitingAndKeptAsideByAWrite) {
     fs::create_directories(OptionsFolder());
-    for (const char* kind : {"fifo", "folder", "device"}) {
-        SCOPED_TRACE(kind);
-        const fs::path file = OptionsFolder() / kind;
-        if (kind == std::string("fifo"))
-            ASSERT_EQ(::mkfifo(file.c_str(), 0600), 0);
-        else if (kind == std::string("folder"))
-            fs::create_directory(file);
-        else
-            fs::create_symlink("/dev/zero", file);
-        EXPECT_EQ(ReadInABoundedChild(file), 0) << "1: wrong answer, 142: it waited";
-        if (kind == std::string("device"))
-            continue;
-        CRegistry store(CString::FromUtf8(file.string()));
-        ASSERT_TRUE(store.WriteProfileInt(u"Options", u"LengthUnits", 5)) << U8(store.LastError());
-        EXPECT_TRUE(fs::is_regular_file(file));
-        EXPECT_TRUE(fs::exists(fs::symlink_status(file.string() + ".bad")));
-        EXPECT_EQ(ReadText(file), "[Options]\nLengthUnits=5\n");
-        EXPECT_EQ(CRegistry(CString::FromUtf8(file.string()))
-                      .GetProfileInt(u"Options", u"LengthUnits", 3),
-                  5);
-    }
+    const fs::path file = OptionsFolder() / "fifo";
+    ASSERT_EQ(::mkfifo(file.c_str(), 0600), 0);
+    EXPECT_EQ(ReadInABoundedChild(file), 0) << "1: wrong answer, 142: it waited";
+    CRegistry store(CString::FromUtf8(file.string()));
+    ASSERT_TRUE(store.WriteProfileInt(u"Options", u"LengthUnits", 5)) << U8(store.LastError());
+    EXPECT_TRUE(fs::is_regular_file(file));
+    EXPECT_TRUE(fs::exists(fs::symlink_status(file.string() + ".bad")));
+    EXPECT_EQ(ReadText(file), "[Options]\nLengthUnits=5\n");
 }
 
 } // namespace
