@@ -13,7 +13,6 @@
 #include <gtest/gtest.h>
 #include <limits>
 #include <string>
-#include <tuple>
 #include <vector>
 
 namespace keel {
@@ -336,29 +335,6 @@ TEST(ArchiveBuffering, LoadingFlushGivesUnreadBytesBack) {
     EXPECT_EQ(loading.file.GetPosition(), 1u);
     loading.archive >> byte;
     EXPECT_EQ(byte, 2);
-}
-
-TEST(ArchiveBuffering, TinyBuffersRoundTripMixedValues) {
-    for (const int bufferSize : {1, 2, 3, 5, 7, 8, 9, 4096}) {
-        SCOPED_TRACE(bufferSize);
-        const Bytes bytes = Stored(
-            [](CArchive& ar) {
-                ar << std::uint8_t{0x11} << -3.5 << CString(u"buffer") << 7 << CString(u"")
-                   << std::int64_t{-9};
-                ar.WriteCount(0x12345);
-            },
-            bufferSize);
-        Loading loading(bytes, bufferSize);
-        std::uint8_t byte = 0;
-        double number = 0;
-        CString text, empty = u"x";
-        int seven = 0;
-        std::int64_t wide = 0;
-        loading.archive >> byte >> number >> text >> seven >> empty >> wide;
-        EXPECT_EQ(std::tuple(byte, number, text, seven, empty, wide),
-                  std::tuple(0x11, -3.5, CString(u"buffer"), 7, CString(), -9));
-        EXPECT_EQ(loading.archive.ReadCount(), 0x12345u);
-    }
 }
 
 TEST(ArchiveState, ConstructionModeSchemaAndFileName) {
