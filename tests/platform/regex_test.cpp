@@ -1,9 +1,6 @@
 #include "keel/platform/regex.h"
 
-#include <atomic>
 #include <gtest/gtest.h>
-#include <thread>
-#include <vector>
 
 namespace keel {
 namespace {
@@ -44,24 +41,6 @@ TEST(RegexMatch, AnswersAsTheTableSays) {
         EXPECT_EQ(RegexMatch(c.text, c.pattern), c.matches)
             << "text \"" << c.text.ToUtf8() << "\", pattern \"" << c.pattern.ToUtf8() << "\"";
     }
-}
-
-TEST(RegexMatch, ThreadsMatchAtTheSameTime) {
-    std::atomic<int> wrong{0};
-    std::vector<std::thread> threads;
-    for (int t = 0; t < 4; ++t) {
-        threads.emplace_back([t, &wrong] {
-            for (int i = 0; i < 2000; ++i) {
-                const CString pattern = CString::Formatted(u"context %d", (i + t) % 50);
-                const CString context = CString::Formatted(u"A context %d here", (i + t) % 50);
-                if (!RegexMatch(context, pattern) || RegexMatch(u"other", pattern))
-                    ++wrong;
-            }
-        });
-    }
-    for (std::thread& thread : threads)
-        thread.join();
-    EXPECT_EQ(wrong.load(), 0);
 }
 
 TEST(RegexQuote, TheQuotedTextMatchesItselfAndNotAVariant) {
