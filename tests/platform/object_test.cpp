@@ -4,11 +4,9 @@
 #include "keel/platform/archive.h"
 #include "keel/platform/object.h"
 
-#include <functional>
 #include <gtest/gtest.h>
 #include <memory>
 #include <set>
-#include <string>
 #include <vector>
 
 namespace keel {

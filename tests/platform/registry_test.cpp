@@ -6,9 +6,7 @@
 
 #include <climits>
 #include <filesystem>
-#include <functional>
 #include <gtest/gtest.h>
-#include <memory>
 #include <optional>
 #include <string>
 #include <sys/stat.h>
