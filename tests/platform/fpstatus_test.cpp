@@ -21,16 +21,13 @@ TEST(FPStatus, EachFaultRaisesItsBitsUntilCleared) {
         const char* name;
         std::function<void()> compute;
         unsigned expected;
-    } cases[] = {
-        {"exact", [] { g_sink = g_one + g_three; }, 0},
-        {"1/0", [] { g_sink = g_one / g_zero; }, SW_ZERODIVIDE},
-        {"0/0", [] { g_sink = g_zero / g_zero; }, SW_INVALID},
-        {"DBL_MAX*2", [] { g_sink = g_max * 2.0; }, SW_OVERFLOW | SW_INEXACT},
-        {"1e-308/1e10", [] { g_sink = g_tiny / g_large; }, SW_UNDERFLOW | SW_INEXACT},
-        {"1/0 and 1/3", [] { g_sink = g_one / g_zero + g_one / g_three; },
-         SW_ZERODIVIDE | SW_INEXACT},
-        // A denormal operand is never reported.
-        {"denormal", [] { g_sink = g_tiny / g_large * g_one; }, SW_UNDERFLOW | SW_INEXACT}};
+    } cases[] = {{"exact", [] { g_sink = g_one + g_three; }, 0},
+                 {"1/0", [] { g_sink = g_one / g_zero; }, SW_ZERODIVIDE},
+                 {"0/0", [] { g_sink = g_zero / g_zero; }, SW_INVALID},
+                 {"DBL_MAX*2", [] { g_sink = g_max * 2.0; }, SW_OVERFLOW | SW_INEXACT},
+                 {"1e-308/1e10", [] { g_sink = g_tiny / g_large; }, SW_UNDERFLOW | SW_INEXACT},
+                 {"1/0 and 1/3", [] { g_sink = g_one / g_zero + g_one / g_three; },
+                  SW_ZERODIVIDE | SW_INEXACT}};
     for (const auto& test : cases) {
         SCOPED_TRACE(test.name);
         ClearFPStatus();

@@ -6,8 +6,6 @@ namespace keel {
 namespace {
 
 TEST(RegexMatch, AnswersAsTheTableSays) {
-    const char16_t loneInText[] = {u'a', 0xD800, u'b', u'c', 0};
-    const char16_t loneInPattern[] = {u'a', 0xDC00, 0};
     const struct {
         CString text;
         CString pattern;
@@ -31,12 +29,9 @@ TEST(RegexMatch, AnswersAsTheTableSays) {
         {u"a", u"a{2,1}", false},
         {u"(a", u"(a", false},
         {u"(a", u"(a", false},
-        // A character beyond the basic plane is one character; a lone surrogate in the text
-        // does not stop the search, and in the pattern matches nothing.
+        // A character beyond the basic plane is one character.
         {u"x\U0001F600y", u"^x.y$", true},
-        {u"x\U0001F600y", u"\U0001F600", true},
-        {loneInText, u"bc", true},
-        {loneInPattern, loneInPattern, false}};
+        {u"x\U0001F600y", u"\U0001F600", true}};
     for (const auto& c : cases) {
         EXPECT_EQ(RegexMatch(c.text, c.pattern), c.matches)
             << "text \"" << c.text.ToUtf8() << "\", pattern \"" << c.pattern.ToUtf8() << "\"";
