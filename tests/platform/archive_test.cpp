@@ -40,23 +40,20 @@ PrimitiveCase P(const char* name, T value, const char* bytes) {
     return {name, [value](CArchive& ar) { ar << value; }, Hex(bytes)};
 }
 
-void ExpectStored(std::initializer_list<PrimitiveCase> cases) {
-    for (const PrimitiveCase& test : cases) {
-        SCOPED_TRACE(test.name);
-        EXPECT_EQ(Stored(test.write), test.expected);
-    }
-}
-
 TEST(ArchivePrimitives, WriteLittleEndianBytes) {
     // long is std::int64_t on this platform and writes 8 bytes, never 4.
     const auto nan = std::bit_cast<double>(std::uint64_t{0x7FF4000000000123});
-    ExpectStored({P("bool true", true, "01"), P("int16 -2", std::int16_t{-2}, "FE FF"),
-                  P("char16_t euro", u'\u20AC', "AC 20"),
-                  P("uint32", std::uint32_t{0xDEADBEEF}, "EF BE AD DE"),
-                  P("uint64", std::uint64_t{0x0102030405060708}, "08 07 06 05 04 03 02 01"),
-                  P("long", 5L, "05 00 00 00 00 00 00 00"), P("float -2.5", -2.5f, "00 00 20 C0"),
-                  P("double 0.1", 0.1, "9A 99 99 99 99 99 B9 3F"),
-                  P("double NaN payload", nan, "23 01 00 00 00 00 F4 7F")});
+    for (const PrimitiveCase& test :
+         {P("bool true", true, "01"), P("int16 -2", std::int16_t{-2}, "FE FF"),
+          P("char16_t euro", u'\u20AC', "AC 20"),
+          P("uint32", std::uint32_t{0xDEADBEEF}, "EF BE AD DE"),
+          P("uint64", std::uint64_t{0x0102030405060708}, "08 07 06 05 04 03 02 01"),
+          P("long", 5L, "05 00 00 00 00 00 00 00"), P("float -2.5", -2.5f, "00 00 20 C0"),
+          P("double 0.1", 0.1, "9A 99 99 99 99 99 B9 3F"),
+          P("double NaN payload", nan, "23 01 00 00 00 00 F4 7F")}) {
+        SCOPED_TRACE(test.name);
+        EXPECT_EQ(Stored(test.write), test.expected);
+    }
 }
 
 TEST(ArchivePrimitives, AnyNonZeroByteReadsAsTrue) {
@@ -80,8 +77,8 @@ using ArchiveTypes =
                      unsigned long long, float, double>;
 TYPED_TEST_SUITE(ArchiveTyped, ArchiveTypes);
 
-template <class T>
-std::vector<T> LimitValues() {
+TYPED_TEST(ArchiveTyped, LimitsSurviveBitForBit) {
+    using T = TypeParam;
     using Limits = std::numeric_limits<T>;
     std::vector<T> values = {T{}, Limits::min(), Limits::max(), Limits::lowest()};
     if constexpr (std::is_floating_point_v<T>) {
@@ -93,23 +90,19 @@ std::vector<T> LimitValues() {
         else
             values.push_back(std::bit_cast<T>(std::uint32_t{0xFFA00001}));
     }
-    return values;
-}
-
-TYPED_TEST(ArchiveTyped, LimitsSurviveBitForBit) {
-    for (const TypeParam value : LimitValues<TypeParam>()) {
+    for (const T value : values) {
         const Bytes bytes = Stored([&](CArchive& ar) { ar << value; });
-        EXPECT_EQ(bytes.size(), sizeof(TypeParam));
+        EXPECT_EQ(bytes.size(), sizeof(T));
         Loading loading(bytes);
-        TypeParam back{};
+        T back{};
         loading.archive >> back;
-        EXPECT_EQ(std::memcmp(&back, &value, sizeof(TypeParam)), 0);
+        EXPECT_EQ(std::memcmp(&back, &value, sizeof(T)), 0);
         EXPECT_TRUE(loading.archive.IsBufferEmpty());
     }
 }
 
-template <class T>
-void ExpectWrongDirectionsFail(T value) {
+TYPED_TEST(ArchiveTyped, WrongDirectionAndEndOfFileFail) {
+    TypeParam value{};
     const char* name = "/drawings/site plan.kdf";
     CMemFile file;
     file.SetFilePath(CString(name));
@@ -131,10 +124,6 @@ void ExpectWrongDirectionsFail(T value) {
              [&] { empty.archive >> value; }, [&] { empty.archive >> text; },
              [&] { empty.archive.ReadCount(); }})
         EXPECT_EQ(test::ArchiveCauseOf(read, "empty.kdf"), CArchiveException::endOfFile);
-}
-
-TYPED_TEST(ArchiveTyped, WrongDirectionAndEndOfFileFail) {
-    ExpectWrongDirectionsFail(TypeParam{});
 }
 
 struct CountCase {
@@ -172,16 +161,11 @@ struct StringCase {
     bool written = true; // the form that is written; the others are only read
 };
 
-std::u16string PatternText(int length) {
+// A text of `length` units after the wide marker and the given length prefix.
+StringCase Long(int length, const Bytes& prefix) {
     std::u16string text;
     for (int i = 0; i < length; ++i)
         text.push_back(static_cast<char16_t>(0x20 + i % 0x3000));
-    return text;
-}
-
-// A text of `length` units after the wide marker and the given length prefix.
-StringCase Long(int length, const Bytes& prefix) {
-    const std::u16string text = PatternText(length);
     return {std::to_string(length), text, Concat({{0xFF, 0xFE, 0xFF}, prefix, WideUnits(text)})};
 }
 

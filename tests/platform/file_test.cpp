@@ -16,10 +16,6 @@ namespace {
 
 using test::Bytes;
 
-std::string Text(const Bytes& bytes) {
-    return std::string(bytes.begin(), bytes.end());
-}
-
 // The cause of the file exception that `action` throws, or -1; the failure names `fileName` and
 // its text says it, and it keeps `osError`, when they are given.
 int CauseOf(const std::function<void()>& action, const CString& fileName = CString(),
@@ -123,7 +119,7 @@ TEST_F(FileOnDisk, CreateTruncatesUnlessToldNotToAndKeepsThePath) {
         CFile emptied(PathOf("emptied"), CFile::modeCreate | CFile::modeReadWrite);
         EXPECT_EQ(emptied.GetLength(), 0u);
     }
-    EXPECT_EQ(Text(ReadBytes("kept")), "XYcdef");
+    EXPECT_EQ(ReadBytes("kept"), (Bytes{'X', 'Y', 'c', 'd', 'e', 'f'}));
     EXPECT_TRUE(ReadBytes("emptied").empty());
 
     const CString path = PathOf("plan \u00E9\u20AC.kdf");

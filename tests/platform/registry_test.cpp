@@ -201,12 +201,6 @@ TEST_F(RegistryTest, AMalformedFileGivesTheDefaultsAndIsKeptAsideWhenWrittenOver
     EXPECT_TRUE(reread.LastError().IsEmpty());
 }
 
-void MakeReadOnly(const fs::path& folder) {
-    fs::permissions(folder, fs::perms::owner_read | fs::perms::owner_exec | fs::perms::group_read |
-                                fs::perms::group_exec | fs::perms::others_read |
-                                fs::perms::others_exec);
-}
-
 TEST_F(RegistryTest, AFailedWriteLeavesTheOldFileIntactAndSaysWhy) {
     const std::string original = "[Options]\nLengthUnits=5\n";
     for (const bool full : {false, true}) {
@@ -218,7 +212,10 @@ TEST_F(RegistryTest, AFailedWriteLeavesTheOldFileIntactAndSaysWhy) {
             FileSizeLimit limit(1024);
             written = store.WriteProfileString(u"Options", u"LengthUnits", CString(u'x', 8192));
         } else {
-            MakeReadOnly(OptionsFolder());
+            fs::permissions(OptionsFolder(),
+                            fs::perms::owner_write | fs::perms::group_write |
+                                fs::perms::others_write,
+                            fs::perm_options::remove);
             UnprivilegedScope unprivileged;
             written = store.WriteProfileInt(u"Options", u"LengthUnits", 3);
         }
@@ -254,23 +251,6 @@ TEST_F(RegistryTest, MachineWideStringsComeFromTheirOwnReadOnlyFile) {
     EXPECT_TRUE(U8(store.LastError()).starts_with("Cannot read the machine options file"));
 }
 
-// Whether a read of `file` refuses it, in a child process that an alarm ends if the read waits.
-int ReadInABoundedChild(const fs::path& file) {
-    const pid_t child = ::fork();
-    if (child == 0) {
-        ::alarm(10);
-        CRegistry store(CString::FromUtf8(file.string()));
-        const bool defaulted = store.GetProfileInt(u"Options", u"LengthUnits", 3) == 3;
-        const bool said = U8(store.LastError()) == "Cannot read the options file \"" +
-                                                       file.string() + "\": Not a regular file";
-        ::_exit(defaulted && said ? 0 : 1);
-    }
-    int status = 0;
-    if (child < 0 || ::waitpid(child, &status, 0) != child)
-        return -1;
-    return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
-}
-
 // An options file whose place is taken by a FIFO is refused without waiting on it. A write puts a
 // regular file in its place and keeps the FIFO under "<file>.bad", as with a file that cannot be
 // parsed.
@@ -278,7 +258,20 @@ TEST_F(RegistryTest, AFifoIsRefusedWithoutWaitingAndKeptAsideByAWrite) {
     fs::create_directories(OptionsFolder());
     const fs::path file = OptionsFolder() / "fifo";
     ASSERT_EQ(::mkfifo(file.c_str(), 0600), 0);
-    EXPECT_EQ(ReadInABoundedChild(file), 0) << "1: wrong answer, 142: it waited";
+    // The read runs in a child process that an alarm ends if the read waits.
+    const pid_t child = ::fork();
+    if (child == 0) {
+        ::alarm(10);
+        CRegistry reader(CString::FromUtf8(file.string()));
+        const bool defaulted = reader.GetProfileInt(u"Options", u"LengthUnits", 3) == 3;
+        const bool said = U8(reader.LastError()) == "Cannot read the options file \"" +
+                                                        file.string() + "\": Not a regular file";
+        ::_exit(defaulted && said ? 0 : 1);
+    }
+    int status = 0;
+    ASSERT_EQ(::waitpid(child, &status, 0), child);
+    EXPECT_EQ(WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status), 0)
+        << "1: wrong answer, 142: it waited";
     CRegistry store(CString::FromUtf8(file.string()));
     ASSERT_TRUE(store.WriteProfileInt(u"Options", u"LengthUnits", 5)) << U8(store.LastError());
     EXPECT_TRUE(fs::is_regular_file(file));
