@@ -1,12 +1,9 @@
-#include "tests/support/uihosts.h"
-
 #include "keel/platform/reentrancy.h"
 #include "keel/platform/uiservices.h"
 
 #include <cstdio>
 #include <gtest/gtest.h>
 #include <string>
-#include <vector>
 
 namespace keel {
 namespace {
