@@ -16,25 +16,8 @@
 namespace keel {
 namespace {
 
-// Failures print as UTF-8 so that a wrong character can be read in the log.
 std::string U8(const CString& text) {
     return text.ToUtf8();
-}
-
-TEST(CStringCopyOnWrite, CopiesShareUntilOneIsWritten) {
-    CString original(u"hello");
-    CString copy = original;
-    EXPECT_EQ(copy.GetString(), original.GetString());
-    copy.SetAt(0, u'J');
-    EXPECT_NE(copy.GetString(), original.GetString());
-    // Empty strings have a valid text; a move takes the buffer and leaves the source empty.
-    ASSERT_NE(CString().GetString(), nullptr);
-    EXPECT_EQ(CString().GetString()[0], u'\0');
-    const char16_t* buffer = original.GetString();
-    CString target(std::move(original));
-    EXPECT_EQ(target.GetString(), buffer);
-    EXPECT_TRUE(
-        original.IsEmpty()); // NOLINT(bugprone-use-after-move): a moved-from string is empty
 }
 
 TEST(CStringCopyOnWrite, EveryMutationLeavesTheSharedOriginalAlone) {
@@ -44,15 +27,13 @@ TEST(CStringCopyOnWrite, EveryMutationLeavesTheSharedOriginalAlone) {
     };
     const Mutation mutations[] = {{"SetAt", [](CString& s) { s.SetAt(3, u'#'); }},
                                   {"MakeLower", [](CString& s) { s.MakeLower(); }},
-                                  {"MakeReverse", [](CString& s) { s.MakeReverse(); }},
                                   {"Trim", [](CString& s) { s.Trim(); }},
                                   {"Replace(ch)", [](CString& s) { s.Replace(u'o', u'0'); }},
                                   {"Insert(str)", [](CString& s) { s.Insert(2, CString(u"<>")); }},
                                   {"Delete", [](CString& s) { s.Delete(2, 3); }},
                                   {"+=", [](CString& s) { s += u"!"; }},
                                   {"Append", [](CString& s) { s.Append(u"xyz", 2); }},
-                                  {"Format", [](CString& s) { s.Format(u"%d", 1); }},
-                                  {"assign", [](CString& s) { s = u"other"; }}};
+                                  {"Format", [](CString& s) { s.Format(u"%d", 1); }}};
     const std::u16string_view text = u"  Hello, World  ";
     for (const bool spareRoom : {false, true}) {
         for (const Mutation& mutation : mutations) {
@@ -92,24 +73,11 @@ TEST(CStringCopyOnWrite, OperationsWithTheirOwnText) {
     spare.Delete(2, 4);
     spare.Append(spare.GetString(), 2);
     EXPECT_EQ(U8(spare), "aaaa");
-
-    CString grown;
-    std::u16string expected;
-    for (int i = 0; i < 2000; ++i) {
-        const auto ch = static_cast<char16_t>(u'a' + i % 26);
-        grown += ch;
-        expected.push_back(ch);
-    }
-    EXPECT_EQ(grown.View(), expected);
-    EXPECT_EQ(grown.GetString()[grown.GetLength()], u'\0');
 }
 
 TEST(CStringAccess, ConstructorsAndCharacters) {
-    EXPECT_EQ(U8(CString(u"abc", 2)), "ab");
-    EXPECT_EQ(U8(CString(u'x', 3)), "xxx");
     EXPECT_TRUE(CString(u'x', -2).IsEmpty());
     EXPECT_TRUE(CString(static_cast<const char16_t*>(nullptr)).IsEmpty());
-    EXPECT_EQ(CString(std::u16string_view(u"a\0b", 3)).GetLength(), 3);
     EXPECT_THROW(CString(u"abc", -1), InvalidArgumentException);
 
     CString text(u"abc");
@@ -143,14 +111,6 @@ TEST(CStringExtract, LeftRightAndMidClamp) {
         EXPECT_EQ(U8(text.Mid(row.first, row.count)), row.mid);
         EXPECT_EQ(U8(text.Mid(row.first)), row.toEnd);
     }
-}
-
-TEST(CStringExtract, Spans) {
-    const CString text(u"aabxcab");
-    EXPECT_EQ(U8(text.SpanIncluding(u"ab")), "aab");
-    EXPECT_EQ(U8(text.SpanIncluding(u"abcx")), "aabxcab");
-    EXPECT_EQ(U8(text.SpanExcluding(u"xc")), "aab");
-    EXPECT_EQ(U8(text.SpanExcluding(u"")), "aabxcab");
 }
 
 TEST(CStringExtract, TokenizeWalksTheTokens) {
@@ -199,38 +159,31 @@ TEST(CStringSearch, FindReverseFindAndFindOneOf) {
     EXPECT_EQ(text.FindOneOf(u"xyz"), -1);
 }
 
-struct CompareRow {
-    const char16_t* a;
-    const char16_t* b;
-    int expected;
-};
-
-TEST(CStringCompare, OrdinalOverCodeUnits) {
-    const CompareRow rows[] = {{u"abc", u"abc", 0},
-                               {u"ab", u"abc", -1},
-                               {u"B", u"a", -1},
-                               {u"\u00E9", u"z", 1},
-                               {u"\uFFFD", u"\U0001F600", 1}};
-    for (const CompareRow& row : rows) {
+TEST(CStringCompare, OrdinalOverCodeUnitsAndNoCaseLowersBothSides) {
+    const struct {
+        const char16_t* a;
+        const char16_t* b;
+        int ordinal;
+        int noCase;
+    } rows[] = {{u"abc", u"abc", 0, 0},
+                {u"ab", u"abc", -1, -1},
+                {u"B", u"a", -1, 1},
+                {u"abc", u"ABCD", 1, -1},
+                {u"\u00C9COLE", u"\u00E9cole", -1, 0},
+                {u"\u00E9", u"z", 1, 1},
+                {u"\uFFFD", u"\U0001F600", 1, 1}};
+    for (const auto& row : rows) {
         SCOPED_TRACE(U8(row.a) + " vs " + U8(row.b));
-        EXPECT_EQ(CString(row.a).Compare(CString(row.b)), row.expected);
-        EXPECT_EQ(CString(row.b).Compare(CString(row.a)), -row.expected);
-        EXPECT_EQ(CString(row.a) == CString(row.b), row.expected == 0);
-        EXPECT_EQ(CString(row.a) < CString(row.b), row.expected < 0);
+        EXPECT_EQ(CString(row.a).Compare(CString(row.b)), row.ordinal);
+        EXPECT_EQ(CString(row.b).Compare(CString(row.a)), -row.ordinal);
+        EXPECT_EQ(CString(row.a) == CString(row.b), row.ordinal == 0);
+        EXPECT_EQ(CString(row.a) < CString(row.b), row.ordinal < 0);
+        EXPECT_EQ(CString(row.a).CompareNoCase(CString(row.b)), row.noCase);
+        EXPECT_EQ(CString(row.b).CompareNoCase(CString(row.a)), -row.noCase);
     }
 }
 
-TEST(CStringCompare, NoCaseLowersBothSides) {
-    const CompareRow rows[] = {
-        {u"B", u"a", 1}, {u"abc", u"ABCD", -1}, {u"\u00C9COLE", u"\u00E9cole", 0}};
-    for (const CompareRow& row : rows) {
-        SCOPED_TRACE(U8(row.a) + " vs " + U8(row.b));
-        EXPECT_EQ(CString(row.a).CompareNoCase(CString(row.b)), row.expected);
-        EXPECT_EQ(CString(row.b).CompareNoCase(CString(row.a)), -row.expected);
-    }
-}
-
-TEST(CStringTransform, CaseMappingAndReverse) {
+TEST(CStringTransform, CaseMapping) {
     CString text(u"Hello \u00C9t\u00E9 \u03A9mega \u0416\u0443\u043A \U0001F600x");
     text.MakeUpper();
     EXPECT_EQ(U8(text), U8(u"HELLO \u00C9T\u00C9 \u03A9MEGA \u0416\u0423\u041A \U0001F600X"));
@@ -240,16 +193,6 @@ TEST(CStringTransform, CaseMappingAndReverse) {
     CString pair(u"\U00010428");
     pair.MakeUpper();
     EXPECT_EQ(pair.View(), u"\U00010428");
-
-    // Reversing keeps surrogate pairs in order.
-    CString reversed(u"ab\U0001F600c");
-    reversed.MakeReverse();
-    EXPECT_EQ(U8(reversed), U8(u"c\U0001F600ba"));
-    const char16_t loneHighThenPair[] = {char16_t(0xD800), char16_t(0xD83D), char16_t(0xDE00), 0};
-    const char16_t pairThenLoneHigh[] = {char16_t(0xD83D), char16_t(0xDE00), char16_t(0xD800), 0};
-    CString mixed(loneHighThenPair);
-    mixed.MakeReverse();
-    EXPECT_EQ(mixed.View(), pairThenLoneHigh);
 }
 
 TEST(CStringTransform, TrimVariants) {
@@ -321,9 +264,6 @@ TEST(CStringEdit, InsertAndDeleteClampAndReturnTheLength) {
         EXPECT_EQ(deleted.Delete(row.index, row.count), row.length);
         EXPECT_EQ(U8(deleted), row.expected);
     }
-    CString one(u"abc");
-    EXPECT_EQ(one.Delete(1), 2);
-    EXPECT_EQ(U8(one), "ac");
 }
 
 TEST(CStringEdit, Concatenation) {
@@ -363,13 +303,10 @@ TEST(CStringFormat, Numbers) {
     // read past, and only the 64-bit ones widen a negative int shown unsigned.
     ExpectFormats({F(u"13", u"%i", 13), F(u"00042", u"%05d", 42), F(u"0xff", u"%#x", 255),
                    F(u"ffffffff", u"%x", -1), F(u"4294967295", u"%u", -1)});
-    ExpectFormats({F(u"ffffffffffffffff", u"%llx", -1LL), F(u"ffffffffffffffff", u"%I64x", -1),
-                   F(u"ffffffffffffffff", u"%Ix", -1), F(u"ffffffff", u"%I32x", -1),
-                   F(u"ffffffffffffffff", u"%jx", -1), F(u"ffffffffffffffff", u"%zx", -1)});
-    ExpectFormats({F(u"ffffffffffffffff", u"%tx", -1), F(u"ffffffff", u"%lx", -1),
+    ExpectFormats({F(u"ffffffffffffffff", u"%llx", -1LL), F(u"ffffffffffffffff", u"%tx", -1),
+                   F(u"ffffffff", u"%I32x", -1), F(u"ffffffff", u"%lx", -1),
                    F(u"-9223372036854775808", u"%lld", LLONG_MIN),
-                   F(u"18446744073709551615", u"%I64u", ULLONG_MAX),
-                   F(u"1 2 3 4", u"%hd %hhd %wd %Ld", 1, 2, 3, 4)});
+                   F(u"18446744073709551615", u"%I64u", ULLONG_MAX), F(u"1 2", u"%hd %Ld", 1, 2)});
     ExpectFormats({F(u"1", u"%d", true), F(u"65", u"%d", u'A'), F(u" 3.14", u"%5.2f", 3.14159),
                    F(u"1.500000", u"%f", 1.5f), F(u"2.2", u"%.1Lf", 2.25), F(u"3.0", u"%.1f", 3)});
 }
@@ -413,11 +350,7 @@ TEST(CStringFormat, MissingMismatchedAndUnknownNeverMisbehave) {
         {F(u"%n", u"%n", 1), F(u"abc%5", u"abc%5"), F(u"abc%-", u"abc%-"), F(u"%q4", u"%q%d", 4)});
 }
 
-TEST(CStringFormat, PointersUtf8FormatsAndAppending) {
-    const auto* pointer = reinterpret_cast<const void*>(std::uintptr_t{0xBEEF});
-    ExpectFormats(
-        {F(std::u16string(2 * sizeof(void*) - 4, u'0') + u"BEEF", u"%p", pointer),
-         F(std::u16string(2 * sizeof(void*), u'0'), u"%p", static_cast<const void*>(nullptr))});
+TEST(CStringFormat, Utf8FormatsAndAppending) {
     CString text;
     text.Format("%s \xC3\xA9 %d", u"a", 3);
     EXPECT_EQ(U8(text), "a \xC3\xA9 3");
@@ -513,10 +446,8 @@ TEST(CStringUtf8, LoneSurrogatesEncodeAsReplacement) {
     }
 }
 
-// Two threads copy and release one shared string many times over, one of them writing to its
-// copies. A reference count that lost an update would either free the buffer under a live copy
-// (the sanitizers report it) or leave the original believing it is shared, so that its next write
-// would move to a new buffer.
+// Two threads copy one shared string many times over. A reference count that lost an update
+// would free the buffer under a live copy or leave the original's next write on a new buffer.
 TEST(CStringThreads, ConcurrentCopiesOfOneSharedString) {
     CString original(u"shared between threads");
     const CString& shared = original;
@@ -544,25 +475,8 @@ TEST(CStringThreads, ConcurrentCopiesOfOneSharedString) {
     EXPECT_EQ(original.View(), u"Shared between threads");
 }
 
-// The answers are the same whatever the process locale: each check runs in the C locale too.
-class WCharClasses : public testing::TestWithParam<const char*> {
-protected:
-    void SetUp() override {
-        m_locale = newlocale(LC_ALL_MASK, GetParam(), locale_t{});
-        ASSERT_TRUE(m_locale);
-        m_previous = uselocale(m_locale);
-    }
-    void TearDown() override {
-        uselocale(m_previous);
-        freelocale(m_locale);
-    }
-    locale_t m_locale{};
-    locale_t m_previous{};
-};
-
-INSTANTIATE_TEST_SUITE_P(Locales, WCharClasses, testing::Values("C", "C.UTF-8"));
-
-TEST_P(WCharClasses, ClassifyAsciiAndBeyond) {
+// In the C locale the C library knows no letter past ASCII: the answers are our own.
+TEST(WCharClasses, ClassifyAsciiAndBeyond) {
     const std::u16string alpha = u"aZ\u00C9\u00DF\u03A9\u0416\u4E2D\u0663\uFF21";
     const std::u16string digit = u"09";
     const std::u16string space = u" \t\n\v\f\r\u3000\u2003";
@@ -576,7 +490,7 @@ TEST_P(WCharClasses, ClassifyAsciiAndBeyond) {
     }
 }
 
-TEST_P(WCharClasses, CaseMapsBothWaysAndLeavesUnitsWithoutSingleUnitCase) {
+TEST(WCharClasses, CaseMapsBothWaysAndLeavesUnitsWithoutSingleUnitCase) {
     // Pairs at the same place; the last units have no case of their own as single units.
     const std::u16string noCase{0xD83D, 0xDE00, 0xDC00};
     const std::u16string upper =
@@ -590,15 +504,6 @@ TEST_P(WCharClasses, CaseMapsBothWaysAndLeavesUnitsWithoutSingleUnitCase) {
         EXPECT_EQ(ToLower(lower[i]), lower[i]);
         EXPECT_EQ(ToUpper(upper[i]), upper[i]);
     }
-}
-
-TEST(HexDigitValue, TakesBothCasesAndNothingAroundThem) {
-    const std::pair<char16_t, int> cases[] = {
-        {u'0', 0},  {u'9', 9},  {u'a', 10}, {u'f', 15}, {u'A', 10}, {u'F', 15},      {u'/', -1},
-        {u':', -1}, {u'@', -1}, {u'G', -1}, {u'`', -1}, {u'g', -1}, {u'\uFF10', -1},
-    };
-    for (const auto& [ch, value] : cases)
-        EXPECT_EQ(HexDigitValue(ch), value) << static_cast<unsigned>(ch);
 }
 
 } // namespace

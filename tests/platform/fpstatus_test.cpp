@@ -1,7 +1,6 @@
 #include "keel/platform/fpstatus.h"
 
 #include <cfloat>
-#include <cmath>
 #include <functional>
 #include <gtest/gtest.h>
 
@@ -22,16 +21,13 @@ TEST(FPStatus, EachFaultRaisesItsBitsUntilCleared) {
         const char* name;
         std::function<void()> compute;
         unsigned expected;
-    } cases[] = {
-        {"exact", [] { g_sink = g_one + g_three; }, 0},
-        {"1/0", [] { g_sink = g_one / g_zero; }, SW_ZERODIVIDE},
-        {"0/0", [] { g_sink = g_zero / g_zero; }, SW_INVALID},
-        {"DBL_MAX*2", [] { g_sink = g_max * 2.0; }, SW_OVERFLOW | SW_INEXACT},
-        {"1e-308/1e10", [] { g_sink = g_tiny / g_large; }, SW_UNDERFLOW | SW_INEXACT},
-        {"1/0 and 1/3", [] { g_sink = g_one / g_zero + g_one / g_three; },
-         SW_ZERODIVIDE | SW_INEXACT},
-        // A denormal operand is never reported.
-        {"denormal", [] { g_sink = g_tiny / g_large * g_one; }, SW_UNDERFLOW | SW_INEXACT}};
+    } cases[] = {{"exact", [] { g_sink = g_one + g_three; }, 0},
+                 {"1/0", [] { g_sink = g_one / g_zero; }, SW_ZERODIVIDE},
+                 {"0/0", [] { g_sink = g_zero / g_zero; }, SW_INVALID},
+                 {"DBL_MAX*2", [] { g_sink = g_max * 2.0; }, SW_OVERFLOW | SW_INEXACT},
+                 {"1e-308/1e10", [] { g_sink = g_tiny / g_large; }, SW_UNDERFLOW | SW_INEXACT},
+                 {"1/0 and 1/3", [] { g_sink = g_one / g_zero + g_one / g_three; },
+                  SW_ZERODIVIDE | SW_INEXACT}};
     for (const auto& test : cases) {
         SCOPED_TRACE(test.name);
         ClearFPStatus();
@@ -41,22 +37,6 @@ TEST(FPStatus, EachFaultRaisesItsBitsUntilCleared) {
         EXPECT_EQ(ClearFPStatus(), test.expected);
         EXPECT_EQ(ReadFPStatus() | ClearFPStatus(), 0u);
     }
-}
-
-TEST(FPStatusScope, ClearsOnEntryAndExitAndFaultsDoNotTrap) {
-    ClearFPStatus();
-    g_sink = g_one / g_zero;
-    ASSERT_EQ(ReadFPStatus(), SW_ZERODIVIDE);
-    {
-        CFPStatusScope scope;
-        EXPECT_EQ(scope.GetStatus(), 0u);
-        g_sink = g_one / g_zero;
-        EXPECT_TRUE(std::isinf(g_sink));
-        g_sink = g_zero / g_zero;
-        EXPECT_TRUE(std::isnan(g_sink));
-        EXPECT_EQ(scope.GetStatus(), SW_ZERODIVIDE | SW_INVALID);
-    }
-    EXPECT_EQ(ReadFPStatus(), 0u);
 }
 
 } // namespace

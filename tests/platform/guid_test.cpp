@@ -12,22 +12,6 @@ TEST(Guid, BytesAreLowByteFirstAndTheTextIsCapitalHex) {
     const GUID guid = GUID::FromBytes(bytes.data());
     EXPECT_EQ(guid.ToString(), CString(u"{F29F85E0-4FF9-1068-AB91-08002B27B3D9}"));
     EXPECT_EQ(guid.ToBytes(), bytes);
-    for (const char16_t* text :
-         {u"{F29F85E0-4FF9-1068-AB91-08002B27B3D9}", u"f29f85e0-4ff9-1068-ab91-08002b27b3d9"}) {
-        GUID read;
-        EXPECT_TRUE(GUID::FromString(text, read));
-        EXPECT_EQ(read, guid);
-    }
-    for (const char16_t* text :
-         {u"{F29F85E0-4FF9-1068-AB91-08002B27B3D9", u"F29F85E0_4FF9-1068-AB91-08002B27B3D9",
-          u"G29F85E0-4FF9-1068-AB91-08002B27B3D9"}) {
-        GUID kept = guid;
-        EXPECT_FALSE(GUID::FromString(text, kept)) << CString(text).ToUtf8();
-        EXPECT_EQ(kept, guid);
-    }
-    EXPECT_TRUE(GUID().IsNull());
-    EXPECT_FALSE(guid.IsNull());
-    EXPECT_LT((GUID{1, 0xFFFF}), (GUID{2})) << "Data1 is compared first";
 }
 
 // Day 0 is 30 December 1899; before it the fraction still counts forward from the day's midnight.

@@ -1,16 +1,11 @@
 #include "keel/platform/regex.h"
 
-#include <atomic>
 #include <gtest/gtest.h>
-#include <thread>
-#include <vector>
 
 namespace keel {
 namespace {
 
 TEST(RegexMatch, AnswersAsTheTableSays) {
-    const char16_t loneInText[] = {u'a', 0xD800, u'b', u'c', 0};
-    const char16_t loneInPattern[] = {u'a', 0xDC00, 0};
     const struct {
         CString text;
         CString pattern;
@@ -34,43 +29,13 @@ TEST(RegexMatch, AnswersAsTheTableSays) {
         {u"a", u"a{2,1}", false},
         {u"(a", u"(a", false},
         {u"(a", u"(a", false},
-        // A character beyond the basic plane is one character; a lone surrogate in the text
-        // does not stop the search, and in the pattern matches nothing.
+        // A character beyond the basic plane is one character.
         {u"x\U0001F600y", u"^x.y$", true},
-        {u"x\U0001F600y", u"\U0001F600", true},
-        {loneInText, u"bc", true},
-        {loneInPattern, loneInPattern, false}};
+        {u"x\U0001F600y", u"\U0001F600", true}};
     for (const auto& c : cases) {
         EXPECT_EQ(RegexMatch(c.text, c.pattern), c.matches)
             << "text \"" << c.text.ToUtf8() << "\", pattern \"" << c.pattern.ToUtf8() << "\"";
     }
-}
-
-TEST(RegexMatch, ManyDistinctPatternsKeepGivingRightAnswers) {
-    // More patterns than the cache keeps, so that it is emptied on the way at least once.
-    for (int i = 0; i < 3000; ++i) {
-        const CString pattern = CString::Formatted(u"^item %d$", i);
-        ASSERT_TRUE(RegexMatch(CString::Formatted(u"item %d", i), pattern)) << i;
-        ASSERT_FALSE(RegexMatch(CString::Formatted(u"item %d", i + 1), pattern)) << i;
-    }
-}
-
-TEST(RegexMatch, ThreadsMatchAtTheSameTime) {
-    std::atomic<int> wrong{0};
-    std::vector<std::thread> threads;
-    for (int t = 0; t < 4; ++t) {
-        threads.emplace_back([t, &wrong] {
-            for (int i = 0; i < 2000; ++i) {
-                const CString pattern = CString::Formatted(u"context %d", (i + t) % 50);
-                const CString context = CString::Formatted(u"A context %d here", (i + t) % 50);
-                if (!RegexMatch(context, pattern) || RegexMatch(u"other", pattern))
-                    ++wrong;
-            }
-        });
-    }
-    for (std::thread& thread : threads)
-        thread.join();
-    EXPECT_EQ(wrong.load(), 0);
 }
 
 TEST(RegexQuote, TheQuotedTextMatchesItselfAndNotAVariant) {

@@ -14,7 +14,6 @@ namespace {
 using namespace std::chrono_literals;
 using testing::ElementsAre;
 
-// What the timers' work did, in order, from the queue's thread.
 class Journal {
 public:
     std::function<void()> Note(std::string text) {
@@ -45,25 +44,6 @@ TEST(TimerQueue, RunsTheWorkOnceAfterItsDelay) {
     EXPECT_EQ(queue.PendingCount(), 0);
 }
 
-TEST(TimerQueue, RunsByDueTimeThenByOrderOfScheduling) {
-    QTimerQueue queue;
-    Journal journal;
-    std::mutex gate;
-    {
-        // The first work holds the thread until everything else is scheduled.
-        const std::lock_guard hold(gate);
-        queue.Schedule(0ms, [&gate] { const std::lock_guard wait(gate); });
-        queue.Schedule(150ms, journal.Note("late"));
-        queue.Schedule(-5s, journal.Note("negative delay"));
-        queue.Schedule(0ms, journal.Note("first"));
-        queue.Schedule(0ms, journal.Note("second"));
-        queue.Schedule(50ms, journal.Note("soon"));
-    }
-    ASSERT_TRUE(queue.WaitUntilIdle(5s));
-    EXPECT_THAT(journal.Entries(),
-                ElementsAre("negative delay", "first", "second", "soon", "late"));
-}
-
 TEST(TimerQueue, ACancelledTimerNeverRunsEvenWhenWorkCancelsIt) {
     QTimerQueue queue;
     Journal journal;
@@ -80,19 +60,6 @@ TEST(TimerQueue, ACancelledTimerNeverRunsEvenWhenWorkCancelsIt) {
     EXPECT_THAT(journal.Entries(), ElementsAre("cancelled", "kept"));
     EXPECT_FALSE(queue.Cancel(kept));
     EXPECT_FALSE(queue.Cancel(12345));
-}
-
-TEST(TimerQueue, WaitingGivesUpAtItsTimeoutAndTheEndOfTheQueueDropsWhatWaits) {
-    std::atomic<bool> ran{false};
-    const auto start = QTimerQueue::Clock::now();
-    {
-        QTimerQueue queue;
-        queue.Schedule(10s, [&ran] { ran = true; });
-        EXPECT_FALSE(queue.WaitUntilIdle(30ms));
-        EXPECT_EQ(queue.PendingCount(), 1);
-    }
-    EXPECT_FALSE(ran);
-    EXPECT_LT(QTimerQueue::Clock::now() - start, 5s);
 }
 
 } // namespace

@@ -106,9 +106,8 @@ TEST_F(FilesOnDisk, FileOrFolderTestSaysExactlyWhy) {
     QFSFileStatus status;
     EXPECT_FALSE(QFSFile::GetStatus(u"", status));
     EXPECT_TRUE(Boxes().empty());
-    // An existing folder expected to be a file is refused as a folder.
-    EXPECT_EQ(Said(QFSFile::Exists(C("dir"), false)),
-              "no: " + P("dir") + " exists, but is a folder file");
+    // Exists asks for a file, and a folder is refused as one.
+    EXPECT_FALSE(QFSFile::Exists(C("dir")));
     EXPECT_TRUE(QFSFolder::Exists(C("dir")));
 }
 
@@ -187,8 +186,6 @@ TEST_F(FilesOnDisk, DeleteAndRenameAndTheirFailures) {
     EXPECT_TRUE(fs::is_directory(P("folder"))) << "Delete removes files only";
 
     EXPECT_EQ(Said(QFSFile::DeleteIfExists(C("never.txt"), false)), "yes");
-    EXPECT_EQ(Said(QFSFile::DeleteIfExists(C("folder"), false)),
-              "no: Can't delete old file " + P("folder"));
 
     // Rename never overwrites; RenameIfExists replaces an old file.
     MakeFile("from.txt", "from");
@@ -248,11 +245,6 @@ TEST_F(FilesOnDisk, UniqueStemsNumberTheNameAndTempPathsAreFree) {
     EXPECT_EQ(QFSFile::GetFileUniqueStem(C("report.txt")), C("report_1.txt"));
     MakeFile("report_1.txt");
     EXPECT_EQ(QFSFile::GetFileUniqueStem(C("report.txt")), C("report_2.txt"));
-    MakeFile("source.txt", "content");
-    EXPECT_EQ(QFSFile::CopyFileUniqueStem(C("source.txt"), C("report.txt")), C("report_2.txt"));
-    EXPECT_EQ(Content("report_2.txt"), "content");
-    EXPECT_EQ(Content("report.txt"), "first");
-    EXPECT_EQ(QFSFile::CopyFileUniqueStem(C("missing"), C("copy.txt")), CString());
 
     const CString first = QFSFile::GenerateTempPath(C(""));
     const CString second = QFSFile::GenerateTempPath(C(""));
@@ -305,8 +297,6 @@ TEST_F(FilesOnDisk, DeleteContentsByPatternAndDeleteAllFollowsNoLink) {
     EXPECT_EQ(Said(QFSFolder::DeleteContents(C("box"), false)), "yes");
     EXPECT_TRUE(Listing("work/box").empty());
     EXPECT_TRUE(fs::is_directory(P("box")));
-    EXPECT_EQ(Said(QFSFolder::DeleteContents(C("nobox"), false)),
-              "no: " + P("nobox") + "/ does not exist");
 
     fs::create_directory_symlink(P("target"), P("tree/link"));
     EXPECT_TRUE(QFSFolder::DeleteAll(C("tree")));
@@ -400,7 +390,7 @@ TEST_F(Folders, TheDesktopsFoldersComeFromItsUserDirsFile) {
     }
 }
 
-TEST_F(Folders, TheDataFolderFollowsTheEnvironment) {
+TEST_F(Folders, TheDataAndTempFoldersFollowTheEnvironment) {
     const std::pair<std::optional<std::string>, std::string> cases[] = {
         {"/var/data", "/var/data/keel/"},
         {"relative", "HOME/.local/share/keel/"},
@@ -409,16 +399,10 @@ TEST_F(Folders, TheDataFolderFollowsTheEnvironment) {
         m_environment.Set("XDG_DATA_HOME", dataHome);
         EXPECT_EQ(QFolders::DataDir().ToUtf8(), InHome(expected)) << dataHome.value_or("(unset)");
     }
-}
-
-TEST_F(Folders, SpecialFoldersEndInASlash) {
     m_environment.Set("TMPDIR", "/var/tmp");
     EXPECT_EQ(Location(QSpecialFolder::Temp), "/var/tmp/");
     m_environment.Set("TMPDIR", std::nullopt);
     EXPECT_EQ(Location(QSpecialFolder::Temp), "/tmp/");
-    EXPECT_EQ(Location(QSpecialFolder::Home), InHome("HOME/"));
-    EXPECT_EQ(Location(QSpecialFolder::Config), InHome("HOME/config/"));
-    EXPECT_EQ(Location(QSpecialFolder::Data), InHome("HOME/data/"));
 }
 
 TEST_F(Folders, TheProgramsFolderHoldsTheRunningProgram) {
