@@ -220,11 +220,6 @@ TEST_F(VltFile, WritesTheCurrentFormByteForByte) {
               "\t\"\"\"New Column\"\"\"\n"
               "String\\String\tString\n"
               "\"\"\"New Row\"\"\"\t\"\"\"say \"\"\"\"hi\"\"\"\"\\tthere\"\"\"\n");
-    // An empty top-left description starts the heading line with a tab, never the marker.
-    table.SetTLDesc(CString());
-    const std::string written = WriteCopy(table, "tl");
-    EXPECT_NE(written.find("\n\t\"\"\"New Column\"\"\"\n"), std::string::npos) << written;
-    EXPECT_EQ(written.find("#!EMPTY"), std::string::npos);
 }
 
 TEST_F(VltFile, WritesEmptyCellsAsEmptyTokensAndConvertsToTheColumnType) {
@@ -257,17 +252,6 @@ TEST_F(VltFile, WritesUtf8UnlessForcedToTheNarrowCodePage) {
     m_factory.SetOption("Options", "VltForceAscii", 1);
     QLookupTableDataStatics::ForgetForceAsciiWrite();
     EXPECT_EQ(WriteCopy(table, "narrow", mode).substr(0, 5), "caf\xe9\t");
-}
-
-TEST_F(VltFile, AnInvalidTableWritesNothing) {
-    WriteTable("zero", "c\n0\t0\n\n");
-    QLookupTable table = Open("zero");
-    EXPECT_FALSE(m_opened);
-    CStdioFileEx file;
-    ASSERT_TRUE(
-        file.Open(TableCString("out"), CFile::modeCreate | CFile::modeWrite | CFile::typeText));
-    ASSERT_NE(table.Data(), nullptr);
-    EXPECT_FALSE(table.WriteToFile(file));
 }
 
 // The files of roundtrips.txt, written in the current form, read back the same table, and once in
