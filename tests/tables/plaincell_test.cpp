@@ -46,23 +46,16 @@ TEST(PlainCells, ReadToTheValuesOfTheFormulaLanguage) {
         const char16_t* token;
         QAnyValue expected;
     } cases[] = {
-        {u"42", QAnyValue(42)},
         {u"2147483647", QAnyValue(2147483647)},
         // Past the largest int a whole number is a double.
         {u"2147483648", QAnyValue(2147483648.0)},
-        {u".5", QAnyValue(0.5)},
-        {u"-0", QAnyValue(0)},
         {u"-0.0", QAnyValue(-0.0)},
-        {u" - 3 ", QAnyValue(-3)},
-        {u"+-2.5", QAnyValue(-2.5)},
+        {u" +- 3 ", QAnyValue(-3)},
         {u"5 mm", QAnyValue(QLength::FromRaw(5))},
-        {u"250 cents", QAnyValue(QMoney::FromRaw(250))},
         {u"$1,000", QAnyValue(QMoney::FromRaw(QMoney::dollar_to_raw(1000)))},
         {u"-$0.05", QAnyValue(QMoney::FromRaw(-QMoney::dollar_to_raw(0.05)))},
-        {u"\"\"\"Board 1\"\"\"", QAnyValue(u"Board 1")},
-        {u"\"\"\"a\"\"\"\"b\"\"\"", QAnyValue(u"a\"b")},
+        {u"\"\"\"a\"\"\"\"b\\t\\\\\\q\"\"\"", QAnyValue(u"a\"b\t\\\\q")},
         {u"'it''s'", QAnyValue(u"it's")},
-        {u"\"\"\"tab\\there\\\\\\q\"\"\"", QAnyValue(u"tab\there\\\\q")},
         {u"TRUE", QAnyValue(true)},
         {u"   ", QAnyValue()},
         {u"\"\"", QAnyValue()},
