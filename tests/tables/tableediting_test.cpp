@@ -40,14 +40,6 @@ protected:
     }
     ~TableEditing() override { SetUIServices(nullptr); }
 
-    void WriteMemoryTable(QLookupTable table, const fs::path& path) {
-        CStdioFileEx file;
-        ASSERT_TRUE(file.Open(CString::FromUtf8(path.string()),
-                              CFile::modeCreate | CFile::modeWrite | CFile::typeText));
-        ASSERT_TRUE(table.WriteToFile(file));
-        file.Close();
-        QFSFile::ClearFileStatusCache();
-    }
     static std::string Numbers(const std::string& counts, const std::string& rows) {
         return "c\tVltFormat=2.1\t\n" + counts + "\nd\t\"\"\"P\"\"\"\nString\\String\tNumber\n" +
                rows;
@@ -228,7 +220,7 @@ TEST_F(TableEditing, RowsStillHeldAsTextMoveWithTheirLabels) {
                     {{u"a1", u"a2"}, {u"c1", u"c2"}, {u"e1", u"e2"}, {u"g1", u"g2"}});
     made.UpdateColType(0, QAnyValue::TYPE_STRING);
     made.UpdateColType(1, QAnyValue::TYPE_STRING);
-    WriteMemoryTable(made, TablePath("lazy"));
+    WriteCopy(made, "lazy");
     QLookupTableDataStatics::c_TableCacheOverSize = 2;
     QLookupTable table;
     ASSERT_TRUE(table.SetName(u"lazy"));
@@ -247,38 +239,24 @@ TEST_F(TableEditing, RowsStillHeldAsTextMoveWithTheirLabels) {
 
 // One unreadable file fails and the others are converted, found in every folder below.
 TEST_F(TableEditing, BatchConversionConvertsEveryTableFileBelowTheFolder) {
-    const auto convert = [this](Texts& statuses) {
-        return BatchConvertTables(CString::FromUtf8(m_folder.string()), [&](const CString& status) {
-            statuses.push_back(status.ToUtf8());
-        });
-    };
-    Texts statuses;
-    QBatchConversion result = convert(statuses);
-    EXPECT_EQ(result.converted, 0);
-    EXPECT_EQ(result.failed, 0);
-    EXPECT_EQ(statuses, (Texts{"Finding files...", "Converted 0 files"}));
-
-    const QLookupTable made = MemoryTable({u"a", u"b"}, {u"x"}, {{1}, {2}});
-    WriteMemoryTable(made, m_folder / "good.vlt");
-    const std::string written = test::ReadText(m_folder / "good.vlt");
+    const std::string written = WriteCopy(MemoryTable({u"a", u"b"}, {u"x"}, {{1}, {2}}), "good");
     ASSERT_FALSE(written.empty());
     test::WriteText(m_folder / "sub" / "deeper" / "also.VLT", written);
     test::WriteText(m_folder / "sub" / "broken.vlt", "this is no table\n");
     test::WriteText(m_folder / "sub" / "notes.txt", "not a table and not looked at\n");
     QFSFile::ClearFileStatusCache();
-    statuses.clear();
-    result = convert(statuses);
+    Texts statuses;
+    const QBatchConversion result =
+        BatchConvertTables(CString::FromUtf8(m_folder.string()),
+                           [&](const CString& status) { statuses.push_back(status.ToUtf8()); });
     EXPECT_EQ(result.converted, 2);
-    EXPECT_EQ(result.failed, 1);
-    EXPECT_EQ(
-        statuses,
-        (Texts{"Finding files...", "Converting 1/3 " + (m_folder / "good.vlt").string(),
-               "Converting 2/3 " + (m_folder / "sub" / "broken.vlt").string(),
-               "Converting 3/3 " + (m_folder / "sub" / "deeper" / "also.VLT").string(),
-               "Converted 2 files", "Failed to convert 1 files.\nSee error log for details"}));
+    ASSERT_EQ(result.failed, 1);
+    EXPECT_EQ(result.failures.at(0).path.ToUtf8(), (m_folder / "sub" / "broken.vlt").string());
+    EXPECT_EQ(result.failures.at(0).reason.ToUtf8(), "Cannot read row/col counts line");
+    EXPECT_EQ(statuses.back(), "Failed to convert 1 files.\nSee error log for details");
     EXPECT_EQ(test::ReadText(m_folder / "sub" / "broken.vlt"), "this is no table\n");
     EXPECT_EQ(test::ReadText(m_folder / "good.vlt"), written);
-    EXPECT_EQ(QLookupTableData::ListCount(), 1) << "only the table made here is held";
+    EXPECT_EQ(QLookupTableData::ListCount(), 0) << "no converted table stays held";
 }
 
 TEST_F(TableEditing, TryOpenRepairsCountsOrSaysWhyItFailed) {

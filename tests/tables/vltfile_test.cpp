@@ -70,18 +70,6 @@ protected:
             return error.empty() ? "" : "<not led by the name> " + error;
         return error.substr(lead.size());
     }
-    // The table written by the public writer into a file of the table folder.
-    std::string WriteCopy(const QLookupTable& table, const std::string& name,
-                          unsigned mode = CFile::modeCreate | CFile::modeWrite) {
-        CStdioFileEx file;
-        if (mode & CStdioFileEx::modeUseCodePage)
-            file.SetCodePage(CStdioFileEx::c_codePageWindowsWestern);
-        EXPECT_TRUE(file.Open(TableCString(name), mode | CFile::typeText));
-        EXPECT_TRUE(table.WriteToFile(file));
-        file.Close();
-        QFSFile::ClearFileStatusCache();
-        return ReadTable(name);
-    }
     std::vector<std::string> FolderEntries() const {
         std::vector<std::string> names;
         for (const fs::directory_entry& entry : fs::directory_iterator(m_folder))
