@@ -19,13 +19,6 @@ std::string Text(const QAnyValue& value) {
     return QAnyValue(value).MakeCString().ToUtf8();
 }
 
-// Rebuilds the label index under the present threshold.
-void RebuildIndex(QLookupTable& table) {
-    QAnyValue label;
-    table.RowLabel(0, label, nullptr, nullptr);
-    table.UpdateRowLabel(0, label);
-}
-
 // The fixture puts the index threshold back and drops the tables after each test.
 using LookupsTest = test::TableFixture;
 
@@ -186,8 +179,7 @@ TEST_F(LookupsTest, ANewLabelIsFoundAtOnce) {
     QLookupTable table = MemoryTable({u"a", u"b", u"c"}, {u"x"}, {{1}, {2}, {3}});
     ASSERT_TRUE(table.Data()->HasRowIndex());
     ASSERT_TRUE(table.UpdateRowLabel(1, u"Beta"));
-    EXPECT_EQ(table.FindRowExact(u"beta", nullptr), 1);
-    EXPECT_EQ(table.Data()->FindRowExactInCache(u"BETA", nullptr), 1);
+    EXPECT_EQ(table.FindRowExact(u"BETA", nullptr), 1);
     EXPECT_EQ(table.FindRowExact(u"b", nullptr), -1);
     ASSERT_TRUE(table.UpdateColLabel(0, u"Z"));
     EXPECT_EQ(table.FindColExact(u"z", nullptr), 0);
@@ -209,26 +201,10 @@ TEST_F(LookupsTest, TheLabelIndexGivesTheAnswersOfTheWalk) {
     ASSERT_FALSE(table.Data()->HasRowIndex());
     const std::vector<int> walked = answers(table);
     QLookupTableDataStatics::c_TableCacheOverSize = 3;
-    RebuildIndex(table);
+    // A new label rebuilds the index under the present threshold.
+    table.UpdateRowLabel(0, u"a");
     ASSERT_TRUE(table.Data()->HasRowIndex());
     EXPECT_EQ(answers(table), walked);
-    EXPECT_EQ(table.Data()->FindRowExactInCache(u"B", nullptr), 1);
-    EXPECT_EQ(table.Data()->FindRowExactInCache(20, nullptr), 3);
-    EXPECT_EQ(table.Data()->FindRowExactInCache(u"zz", nullptr), -1);
-}
-
-TEST_F(LookupsTest, TheIndexGivesTheLastOfEqualLabelsAndTheWalkTheFirst) {
-    QLookupTableDataStatics::c_TableCacheOverSize = 3;
-    QLookupTable table = MemoryTable({u"a", u"dup", u"b", u"DUP"}, {u"x"});
-    ASSERT_TRUE(table.Data()->HasRowIndex());
-    EXPECT_EQ(table.FindRowExact(u"dup", nullptr), 3);
-    test::NamesContext context;
-    EXPECT_EQ(table.FindRowExact(u"dup", &context), 3) << "the hit still matches in a context";
-    QLookupTableDataStatics::c_TableCacheOverSize = 0;
-    RebuildIndex(table);
-    ASSERT_FALSE(table.Data()->HasRowIndex());
-    EXPECT_EQ(table.FindRowExact(u"dup", nullptr), 1);
-    EXPECT_EQ(table.Data()->FindRowExactInCache(u"dup", nullptr), -1);
 }
 
 TEST_F(LookupsTest, AnIndexHitIsCheckedAgainInAContext) {
