@@ -136,12 +136,10 @@ protected:
     }
     std::string ReadTable(const std::string& name) const { return ReadText(TablePath(name)); }
     // The table written by the public writer into a file of the table folder, read back.
-    std::string WriteCopy(const QLookupTable& table, const std::string& name,
-                          unsigned mode = CFile::modeCreate | CFile::modeWrite) const {
+    std::string WriteCopy(const QLookupTable& table, const std::string& name) const {
         CStdioFileEx file;
-        if (mode & CStdioFileEx::modeUseCodePage)
-            file.SetCodePage(CStdioFileEx::c_codePageWindowsWestern);
-        EXPECT_TRUE(file.Open(TableCString(name), mode | CFile::typeText));
+        EXPECT_TRUE(
+            file.Open(TableCString(name), CFile::modeCreate | CFile::modeWrite | CFile::typeText));
         EXPECT_TRUE(table.WriteToFile(file));
         file.Close();
         QFSFile::ClearFileStatusCache();

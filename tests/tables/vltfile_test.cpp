@@ -231,17 +231,6 @@ TEST_F(VltFile, WritesEmptyCellsAsEmptyTokensAndConvertsToTheColumnType) {
     EXPECT_TRUE(stored.IsType(QAnyValue::TYPE_INT));
 }
 
-TEST_F(VltFile, WritesUtf8UnlessForcedToTheNarrowCodePage) {
-    QLookupTable table;
-    table.CreateNewFile();
-    table.SetComment(u"caf\u00e9");
-    const unsigned mode = CFile::modeCreate | CFile::modeWrite | CStdioFileEx::modeUseCodePage;
-    EXPECT_EQ(WriteCopy(table, "utf8", mode).substr(0, 5), "caf\xc3\xa9");
-    m_factory.SetOption("Options", "VltForceAscii", 1);
-    QLookupTableDataStatics::ForgetForceAsciiWrite();
-    EXPECT_EQ(WriteCopy(table, "narrow", mode).substr(0, 5), "caf\xe9\t");
-}
-
 // The files of roundtrips.txt, written in the current form, read back the same table, and once in
 // the current form writing again changes no byte.
 TEST_F(VltFile, EachFormRoundTripsThroughTheCurrentForm) {
