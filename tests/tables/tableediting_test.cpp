@@ -168,8 +168,6 @@ TEST_F(TableEditing, MarkupAsksTheAmountUnderItsTitle) {
         const char* after;
     } cases[] = {
         {" 10 ", Percent, {{0, 0}, {0, 1}, {1, 0}}, true, "percentage", "", "110 t / 55 7"},
-        {"3", Fixed, {{1, 1}}, true, "fixed amount", "", "100 t / 50 10"},
-        {"3", Times, {{1, 1}}, true, "multiplier", "", "100 t / 50 21"},
         {"abc", Fixed, {{0, 0}}, false, "fixed amount", invalid, "100 t / 50 7"},
         {"2", Times, {{0, 1}, {5, 5}}, false, "multiplier", none, "100 t / 50 7"},
         {std::nullopt, Times, {{0, 0}}, false, "multiplier", "", "100 t / 50 7"},
