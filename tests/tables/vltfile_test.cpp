@@ -107,15 +107,6 @@ TEST_F(VltFile, EachFileReadsAsItsCaseSays) {
     EXPECT_LT(PeakKilobytes(), 1024L * 1024L) << "kilobytes at most, about a gigabyte";
 }
 
-TEST_F(VltFile, OlderFormOfALazyTableIsLoadedInFullToDeduceTypes) {
-    QLookupTableDataStatics::c_TableCacheOverSize = 2;
-    WriteTable("oldlazy", "\n3\t1\n\t\"\"\"num\"\"\"\n1\t4\n2\t5\n3\t6\n");
-    const QLookupTable table = Open("oldlazy");
-    ASSERT_TRUE(m_opened) << U8(table.LastError());
-    EXPECT_TRUE(table.Data()->AreAllRowsLoaded());
-    EXPECT_EQ(Types(table), "3/1: 3");
-}
-
 TEST_F(VltFile, ALazyRowIsParsedWhenTouchedAndALongOneFailsThen) {
     QLookupTableDataStatics::c_TableCacheOverSize = 2;
     WriteTable("lazy",
