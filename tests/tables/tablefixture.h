@@ -135,11 +135,15 @@ protected:
         return path;
     }
     std::string ReadTable(const std::string& name) const { return ReadText(TablePath(name)); }
-    // The table written by the public writer into a file of the table folder, read back.
-    std::string WriteCopy(const QLookupTable& table, const std::string& name) const {
+    // The table written by the public writer into a file of the table folder, read back; the file
+    // is opened in the narrow code page when asked.
+    std::string WriteCopy(const QLookupTable& table, const std::string& name,
+                          bool narrow = false) const {
         CStdioFileEx file;
+        file.SetCodePage(CStdioFileEx::c_codePageWindowsWestern);
+        const unsigned mode = CFile::modeCreate | CFile::modeWrite | CFile::typeText;
         EXPECT_TRUE(
-            file.Open(TableCString(name), CFile::modeCreate | CFile::modeWrite | CFile::typeText));
+            file.Open(TableCString(name), narrow ? mode | CStdioFileEx::modeUseCodePage : mode));
         EXPECT_TRUE(table.WriteToFile(file));
         file.Close();
         QFSFile::ClearFileStatusCache();
