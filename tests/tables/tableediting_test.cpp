@@ -1,4 +1,5 @@
 #include "tests/support/anyvalues.h"
+#include "tests/support/samevalue.h"
 #include "tests/tables/memorytable.h"
 #include "tests/tables/tablefixture.h"
 
@@ -148,8 +149,7 @@ TEST_F(TableEditing, MarkupArithmeticKeepsTheCellType) {
         SCOPED_TRACE(Text(c.cell) + " by " + Text(c.amount));
         QAnyValue cell(c.cell);
         EXPECT_EQ(MarkupValue(cell, c.markup, c.amount), c.taken);
-        EXPECT_EQ(cell.Type(), c.expected.Type());
-        EXPECT_EQ(Text(cell), Text(c.expected));
+        EXPECT_TRUE(test::Same(cell, c.expected));
     }
 }
 
@@ -279,9 +279,7 @@ TEST_F(TableEditing, TryOpenRepairsCountsOrSaysWhyItFailed) {
         QLookupTable table;
         EXPECT_EQ(TryOpen(table, TableCString("t")), c.opens);
         ASSERT_EQ(m_host.questions.size(), c.box.empty() ? 0u : 1u);
-        if (!c.box.empty()) {
-            EXPECT_EQ(m_host.questions[0].rfind(c.box, 0), 0u) << m_host.questions[0];
-        }
+        EXPECT_EQ(c.box.empty() ? "" : m_host.questions[0].substr(0, c.box.size()), c.box);
         EXPECT_EQ(c.opens && table.Data()->IsWritable(), c.opens);
         if (c.opens)
             table.Rollback();

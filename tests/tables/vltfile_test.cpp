@@ -302,6 +302,11 @@ TEST_F(VltFile, AsksWhenTheLengthsDoNotSurviveTheCurrentUnits) {
     const std::string mm = LengthLabels("10 mm", "20 mm");
     const std::string mixed = LengthLabels("0.0625 in", "10 mm");
     const std::string odd = LengthLabels("1.015625 in", "10.05 mm");
+    // Lengths in cells and in column labels count too.
+    const std::string cells = "c\tVltFormat=2.1\n1\t1\n\t\"\"\"num\"\"\"\nString\\String\tLength\n"
+                              "\"\"\"ash\"\"\"\t0.0625 in\n";
+    const std::string heads = "c\tVltFormat=2.1\n1\t1\n\t0.0625 in\nString\\Length\tString\n"
+                              "\"\"\"ash\"\"\"\t1\n";
     const struct {
         QLength::LENGTHUNITS current;
         const std::string& text;
@@ -318,6 +323,8 @@ TEST_F(VltFile, AsksWhenTheLengthsDoNotSurviveTheCurrentUnits) {
         {QLength::LU_INCH, odd, IDYES, c_madeInEither, "1.015625 in"},
         {QLength::LU_MM, inch, 0, "", "0.03125 in"},
         {QLength::LU_MM, mixed, 0, "", ""},
+        {QLength::LU_MM, cells, IDCANCEL, c_madeInImperial, ""},
+        {QLength::LU_MM, heads, IDCANCEL, c_madeInImperial, ""},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.text + " answered " + std::to_string(c.answer));
@@ -340,22 +347,6 @@ TEST_F(VltFile, AsksWhenTheLengthsDoNotSurviveTheCurrentUnits) {
         else
             EXPECT_EQ(file, c.text);
     }
-}
-
-TEST_F(VltFile, LengthCellsAndColumnLabelsAreCheckedToo) {
-    QLength::SetDefaultUnits(QLength::LU_MM);
-    test::RecordingHost host(IDNO);
-    test::ScopedUIServices installed(host);
-    WriteTable("cells", "c\tVltFormat=2.1\n1\t1\n\t\"\"\"num\"\"\"\nString\\String\tLength\n"
-                        "\"\"\"ash\"\"\"\t0.0625 in\n");
-    WriteTable("heads", "c\tVltFormat=2.1\n1\t1\n\t0.0625 in\nString\\Length\tString\n"
-                        "\"\"\"ash\"\"\"\t1\n");
-    for (const char* name : {"cells", "heads"}) {
-        QLookupTable table = Open(name);
-        ASSERT_TRUE(table.BeginTrans());
-        EXPECT_TRUE(table.CommitTrans());
-    }
-    EXPECT_EQ(host.boxes, (std::vector<std::string>{c_madeInImperial, c_madeInImperial}));
 }
 
 } // namespace
