@@ -1,5 +1,6 @@
 #include "tests/support/plaincells.h"
 
+#include "keel/formula/literals.h"
 #include "keel/tables/celltokens.h"
 #include "keel/tables/tabtokens.h"
 #include "keel/values/datetime.h"
@@ -182,21 +183,17 @@ private:
         }
     }
 
+    // Any spelling of any unit word the formula language knows, in any case.
     std::u16string Unit() {
-        static const char16_t* const words[] = {
-            u"dollar",     u"dollars",     u"c",      u"cent",       u"cents",       u"in",
-            u"inch",       u"inches",      u"mm",     u"millimetre", u"millimetres", u"cm",
-            u"centimetre", u"centimetres", u"ft",     u"foot",       u"feet",        u"m",
-            u"metre",      u"metres",      u"sqmm",   u"sqcm",       u"sqin",        u"sqft",
-            u"sqm",        u"cbmm",        u"cbcm",   u"cbin",       u"cbft",        u"cbm",
-            u"hr",         u"hour",        u"hours",  u"mn",         u"minute",      u"minutes",
-            u"s",          u"sec",         u"second", u"seconds",    u"deg",         u"degrees",
-            u"rad",        u"radians"};
         if (Below(5) < 2)
             return u"";
-        std::u16string word = words[Below(static_cast<int>(std::size(words)))];
+        const QUnitWord& unit = UnitWords()[Below(static_cast<int>(UnitWords().size()))];
+        int spellings = 0;
+        while (spellings < 4 && unit.spellings[spellings])
+            ++spellings;
+        std::u16string word = unit.spellings[Below(spellings)];
         for (char16_t& ch : word)
-            if (Below(4) == 0)
+            if (Below(4) == 0 && ch >= u'a' && ch <= u'z')
                 ch = static_cast<char16_t>(ch - u'a' + u'A');
         return Pick({u"", u" ", u"  "}) + word;
     }
