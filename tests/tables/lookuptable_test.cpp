@@ -164,12 +164,6 @@ TEST_F(LookupTable, ANewTableIsOneStringCellSortedAndNameless) {
     EXPECT_EQ(cell, QAnyValue::TYPE_STRING);
     EXPECT_TRUE(table.UpdateColType(0, QAnyValue::TYPE_INT));
     EXPECT_EQ(test::Types(table), "1/1: 3");
-
-    // A new table on a shared handle leaves the other holder its table.
-    QLookupTable second(table);
-    second.CreateNewFile();
-    EXPECT_NE(table.Data(), second.Data());
-    EXPECT_TRUE(table.IsValid());
 }
 
 TEST_F(LookupTable, DeleteFreesTheContentsButKeepsNameAndDescription) {
@@ -392,25 +386,6 @@ TEST_F(LookupTable, NamesDifferingInCaseOrExtensionShareOneTableReadOnce) {
     EXPECT_FALSE(first.Data()->IsWritable());
     EXPECT_FALSE(first.CommitTrans());
     EXPECT_EQ(ReadTable("prices"), c_priceFile);
-}
-
-TEST_F(LookupTable, AFailedReadStaysListedAsInvalid) {
-    WriteTable("broken", "Only a comment\n");
-    QLookupTable first;
-    EXPECT_FALSE(first.SetName(u"broken"));
-    QSmartPtr<QLookupTableData> listed = QLookupTableData::Find(TableCString("broken"));
-    ASSERT_NE(listed.Get(), nullptr);
-    EXPECT_FALSE(listed->IsValid());
-    // The next handle finds the invalid entry and does not read again.
-    WriteTable("broken", c_priceFile);
-    QLookupTable second;
-    EXPECT_FALSE(second.SetName(u"broken"));
-    EXPECT_EQ(second.Data(), listed.Get());
-    // Unless a reload is asked for.
-    QLookupTableData::SetAllReloadRequired();
-    QLookupTable third;
-    EXPECT_TRUE(third.SetName(u"broken"));
-    EXPECT_TRUE(first.IsValid());
 }
 
 TEST_F(LookupTable, WithoutTheSizeThresholdATableIsReadWholeAndHasNoIndex) {

@@ -89,7 +89,7 @@ class TableFixture : public testing::Test {
 protected:
     TableFixture()
         : m_folder(std::filesystem::temp_directory_path() /
-                   ("keel-tables-" + std::to_string(::getpid()) + "-" + CurrentTestName())),
+                   ("keel-tables-" + std::to_string(::getpid()) + "-" + std::to_string(++s_made))),
           m_savedCacheOverSize(QLookupTableDataStatics::c_TableCacheOverSize) {
         std::filesystem::remove_all(m_folder);
         std::filesystem::create_directories(m_folder);
@@ -150,15 +150,7 @@ protected:
         return ReadTable(name);
     }
 
-    static std::string CurrentTestName() {
-        const testing::TestInfo* info = testing::UnitTest::GetInstance()->current_test_info();
-        std::string name = info ? std::string(info->test_suite_name()) + "-" + info->name() : "x";
-        for (char& c : name)
-            if (c == '/')
-                c = '_';
-        return name;
-    }
-
+    inline static int s_made = 0;
     std::filesystem::path m_folder;
     TestAppFactory m_factory;
 
