@@ -251,9 +251,6 @@ TEST_F(LookupsTest, LabelsForOneOrTwoTests) {
         table.RowLabelsForCol2(list, u"kind", u"oak", true, u"none", 2, true, nullptr, nullptr));
     ASSERT_TRUE(table.ColLabelsForRow(list, u"b", 2, true, nullptr, nullptr));
     EXPECT_EQ(list.ToUtf8(), "size");
-    ASSERT_TRUE(
-        table.ColLabelsForRow2(list, u"a", u"oak", true, u"b", u"OAK", true, nullptr, nullptr));
-    EXPECT_EQ(list.ToUtf8(), "kind");
 }
 
 TEST_F(LookupsTest, FilteredValuesGiveEachTextOnce) {
@@ -267,11 +264,6 @@ TEST_F(LookupsTest, FilteredValuesGiveEachTextOnce) {
     EXPECT_EQ(list.ToUtf8(), "z");
     EXPECT_FALSE(table.RowValuesFilterByRow2(u"nothing", list, u"keep", 1, true, nullptr, nullptr));
     EXPECT_FALSE(table.RowValuesFilterByRow2(u"name", list, 11, 1, true, nullptr, nullptr));
-    // The columns mirror the rows.
-    QLookupTable columns =
-        MemoryTable({u"r1", u"r2", u"r3"}, {u"name", u"keep"}, {{u"p", 1}, {u"q", 0}, {u"p", 1}});
-    ASSERT_TRUE(columns.ColValuesFilterByCol2(u"name", list, u"keep", 1, true, nullptr, nullptr));
-    EXPECT_EQ(list.ToUtf8(), "p");
 }
 
 } // namespace
