@@ -59,16 +59,12 @@ TEST_F(AnyValueTablesTest, ErrorsNotAvailableAndEmptyPassThroughInOrder) {
 // A name that opens no table is an error; a table of another kind answers not available.
 TEST_F(AnyValueTablesTest, ANameThatIsNoTableIsAnError) {
     const QAnyValue notFound = Error("Cannot find lookup table prices");
-    QAnyValue name(u"prices");
-    EXPECT_TRUE(Same(name.LOOKUPit(5, u"x", nullptr, nullptr), notFound));
+    EXPECT_TRUE(Same(QAnyValue(u"prices").LOOKUPit(5, u"x", nullptr, nullptr), notFound));
     test::NamedTableSource known({"costs"});
     SetTableHandleSource(&known);
-    QAnyValue missing(u"prices");
-    EXPECT_TRUE(Same(missing.ROWCOUNTit(), notFound));
-    QAnyValue named(u"costs");
-    EXPECT_TRUE(Same(named.LOOKUPit(5, u"x", nullptr, nullptr), NA()));
-    QAnyValue counted(u"costs");
-    EXPECT_TRUE(Same(counted.ROWCOUNTit(), NA()));
+    EXPECT_TRUE(Same(QAnyValue(u"prices").ROWCOUNTit(), notFound));
+    EXPECT_TRUE(Same(QAnyValue(u"costs").LOOKUPit(5, u"x", nullptr, nullptr), NA()));
+    EXPECT_TRUE(Same(QAnyValue(u"costs").ROWCOUNTit(), NA()));
 }
 
 // Look-ups give the cell or not available, lists are strings.
@@ -117,18 +113,14 @@ TEST_F(AnyValueTablesTest, EachCallGivesWhatItsTableGives) {
 }
 
 TEST_F(AnyValueTablesTest, ArraysSpreadPositionByPosition) {
-    QAnyValue value = Table();
     EXPECT_TRUE(
-        Same(value.LOOKUPit(Array({1, 7, 99}), u"x", nullptr, nullptr), Array({1, 3, NA()})));
-    QAnyValue padded = Table();
-    EXPECT_TRUE(Same(padded.LOOKUPBYINDEXit(Array({1, 2}), Array({1, 2, 2}), nullptr, nullptr),
+        Same(Table().LOOKUPit(Array({1, 7, 99}), u"x", nullptr, nullptr), Array({1, 3, NA()})));
+    EXPECT_TRUE(Same(Table().LOOKUPBYINDEXit(Array({1, 2}), Array({1, 2, 2}), nullptr, nullptr),
                      Array({1, 4, 4})))
         << "the shorter array repeats its last element";
-    QAnyValue withError = Table();
-    EXPECT_TRUE(Same(withError.ROWLABELit(Array({1, Error("bad"), QAnyValue()}), nullptr, nullptr),
+    EXPECT_TRUE(Same(Table().ROWLABELit(Array({1, Error("bad"), QAnyValue()}), nullptr, nullptr),
                      Array({5, Error("bad"), QAnyValue()})));
-    QAnyValue tables(Array({Table(), Error("t")}));
-    EXPECT_TRUE(Same(tables.ROWCOUNTit(), Array({3, Error("t")})));
+    EXPECT_TRUE(Same(Array({Table(), Error("t")}).ROWCOUNTit(), Array({3, Error("t")})));
 }
 
 TEST_F(AnyValueTablesTest, EditsGiveTrueOrNotAvailable) {

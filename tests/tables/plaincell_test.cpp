@@ -21,25 +21,19 @@ using test::DescribeCell;
 using test::ReadCellBothWays;
 
 // Every token read both ways must agree; a run of cases stops reporting after a few failures.
-class AgreementCount {
-public:
+struct AgreementCount {
     void Check(const CString& token) {
         const CellReading reading = ReadCellBothWays(token);
-        ++m_tokens;
+        ++tokens;
         if (reading.plain)
-            ++m_plain;
-        if (reading.difference.empty())
-            return;
-        if (++m_failures <= 20)
+            ++plain;
+        if (!reading.difference.empty() && ++failures <= 20)
             ADD_FAILURE() << reading.difference;
     }
-    int Tokens() const { return m_tokens; }
-    int Plain() const { return m_plain; }
 
-private:
-    int m_tokens = 0;
-    int m_plain = 0;
-    int m_failures = 0;
+    int tokens = 0;
+    int plain = 0;
+    int failures = 0;
 };
 
 TEST(PlainCells, ReadToTheValuesOfTheFormulaLanguage) {
@@ -249,8 +243,8 @@ TEST(PlainCells, GeneratedTextsReadAlikeBothWays) {
     for (int i = 0; i < 30000; ++i)
         count.Check(generator.Next());
     // Both ways are taken often: the generator is no test of one of them alone.
-    EXPECT_GT(count.Plain(), count.Tokens() / 3);
-    EXPECT_LT(count.Plain(), count.Tokens() * 9 / 10);
+    EXPECT_GT(count.plain, count.tokens / 3);
+    EXPECT_LT(count.plain, count.tokens * 9 / 10);
 }
 
 // The tokens the table writer makes, for values of every type in columns of every type.
@@ -295,7 +289,7 @@ TEST(PlainCells, WrittenTokensReadAlikeBothWays) {
         for (const QAnyValue::TYPE type : columnTypes)
             count.Check(CellToken(value, type));
     }
-    EXPECT_GT(count.Plain(), count.Tokens() * 9 / 10);
+    EXPECT_GT(count.plain, count.tokens * 9 / 10);
 }
 
 } // namespace

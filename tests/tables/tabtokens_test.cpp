@@ -7,8 +7,6 @@
 namespace keel {
 namespace {
 
-using Texts = std::vector<std::string>;
-
 std::string U8(const CString& text) {
     return text.ToUtf8();
 }
