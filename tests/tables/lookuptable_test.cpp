@@ -139,6 +139,7 @@ TEST_F(LookupTable, HandlesWithoutAValidTableAnswerFalse) {
     EXPECT_EQ(n, 7);
     EXPECT_EQ(type, QAnyValue::TYPE_MONEY);
     // The table behind the handle answers so too.
+    EXPECT_FALSE(invalid.Data()->Lookup(k, k, v, nullptr, nullptr));
     EXPECT_FALSE(invalid.Data()->LookupExact(k, k, v, nullptr, nullptr));
     EXPECT_FALSE(null.IsSameNameAs(null));
     EXPECT_FALSE(null.BeginTrans());
