@@ -9,7 +9,6 @@
 #include "keel/tables/lookuptable.h"
 #include "keel/tables/lookuptablesource.h"
 
-#include <chrono>
 #include <cstdint>
 #include <filesystem>
 #include <functional>
@@ -106,31 +105,10 @@ const char* const c_priceFile = "Prices\tVltFormat=2.1\tchecked\n"
 const char* const c_otherFile = "Other\tVltFormat=2.1\t\n1\t1\nItem\t\"\"\"Only\"\"\"\n"
                                 "String\\String\tWhole Number\n\"\"\"Fir\"\"\"\t9\n";
 
-// A file of `rows` rows labelled 1, 2, ... with one column.
-std::string NumberedFile(int rows) {
-    std::string text = "Numbers\tVltFormat=2.1\t\n" + std::to_string(rows) +
-                       "\t1\nN\t\"\"\"Value\"\"\"\nWhole Number\\String\tWhole Number\n";
-    for (int row = 1; row <= rows; ++row)
-        text += std::to_string(row) + "\t" + std::to_string(row * 10) + "\n";
-    return text;
-}
-
-// The comment of a table file: the text before its first tab.
-std::string CommentOnDisk(const std::string& file) {
-    return file.substr(0, file.find('\t'));
-}
-
-int RowsOf(const QLookupTable& table) {
-    int rows = -1;
-    EXPECT_TRUE(table.RowCount(rows));
-    return rows;
-}
-
 class LookupTable : public test::TableFixture {};
 
-// A null handle and one on a table that did not read answer every operation with false (or no
-// index), leave what they would give untouched, and name nothing but the table's own name and
-// error.
+// A null handle and one on a table that did not read answer with false (or no index), leave what
+// they would give untouched, and name nothing but the table's own name and error.
 TEST_F(LookupTable, HandlesWithoutAValidTableAnswerFalse) {
     WriteTable("broken", "c\tVltFormat=2.1\t\n-1\t1\n");
     QLookupTable invalid;
@@ -143,36 +121,13 @@ TEST_F(LookupTable, HandlesWithoutAValidTableAnswerFalse) {
     TYPE type = QAnyValue::TYPE_MONEY;
     const std::vector<std::function<bool(QLookupTable&)>> operations = {
         [&](QLookupTable& t) { return t.IsValid() || t.IsSorted() || t.SetIsSorted(true); },
-        [&](QLookupTable& t) { return t.RowCount(n) || t.ColCount(n); },
-        [&](QLookupTable& t) { return t.RowLabelType(type) || t.ColLabelType(type); },
-        [&](QLookupTable& t) { return t.ColType(0, type) || t.UpdateColType(0, type); },
-        [&](QLookupTable& t) { return t.UpdateRowLabelType(type) || t.UpdateColLabelType(type); },
-        [&](QLookupTable& t) { return t.SetComment(u"x") || t.SetTLDesc(u"x"); },
+        [&](QLookupTable& t) { return t.RowCount(n) || t.RowLabelType(type); },
         // An invalid table of a name still begins a transaction: it is locked by name.
         [&](QLookupTable& t) { return t.CommitTrans() || t.Rollback() || t.Reload(); },
         [&](QLookupTable& t) { return t.Lookup(k, k, v, nullptr, nullptr); },
-        [&](QLookupTable& t) { return t.LookupByIndex(0, 0, v, nullptr, nullptr); },
-        [&](QLookupTable& t) { return t.IsValueFormulaControlled(0, 0); },
-        [&](QLookupTable& t) {
-            return t.UpdateByIndex(0, 0, k) || t.UpdateExact(k, k, k, nullptr);
-        },
-        [&](QLookupTable& t) { return t.RowLabel(0, v, nullptr, nullptr); },
-        [&](QLookupTable& t) { return t.UpdateRowLabel(0, k) || t.UpdateColLabel(0, k); },
+        [&](QLookupTable& t) { return t.UpdateByIndex(0, 0, k); },
         [&](QLookupTable& t) { return t.RowLabels(l, nullptr, nullptr); },
-        [&](QLookupTable& t) { return t.RowLabelsForVal(l, k, true, nullptr, nullptr); },
-        [&](QLookupTable& t) { return t.RowLabelsForCol(l, k, k, true, nullptr, nullptr); },
-        [&](QLookupTable& t) {
-            return t.RowLabelsForCol2(l, k, k, true, k, k, true, nullptr, nullptr);
-        },
-        [&](QLookupTable& t) { return t.RowValues(k, l, nullptr, nullptr); },
-        [&](QLookupTable& t) {
-            return t.RowValuesFilterByRow2(k, l, k, k, true, nullptr, nullptr);
-        },
-        [&](QLookupTable& t) { return t.AddRow(k, n) || t.AddCol(k, n); },
-        [&](QLookupTable& t) { return t.RemoveRowByIndex(0) || t.RemoveRow(k, nullptr); },
-        [&](QLookupTable& t) { return t.RemoveColByIndex(0) || t.RemoveCol(k, nullptr); },
-        [&](QLookupTable& t) { return t.MoveRowUp(1) || t.MoveRowDown(0); },
-        [&](QLookupTable& t) { return t.LoadRowIfNecessary(0); },
+        [&](QLookupTable& t) { return t.AddRow(k, n) || t.RemoveRowByIndex(0); },
         [&](QLookupTable& t) { return t.FindRow(k, nullptr) != -1; },
         [&](QLookupTable& t) { return t.FindRowExact(k, nullptr) != -1; },
     };
@@ -189,35 +144,22 @@ TEST_F(LookupTable, HandlesWithoutAValidTableAnswerFalse) {
     EXPECT_FALSE(null.IsSameNameAs(null));
     EXPECT_FALSE(null.BeginTrans());
     EXPECT_TRUE(null.Name().IsEmpty());
-    EXPECT_TRUE(null.LastError().IsEmpty());
     EXPECT_TRUE(invalid.Comment().IsEmpty());
     EXPECT_EQ(U(invalid.Name()), U(TableCString("broken")));
-    EXPECT_EQ(U(invalid.LastError()), U(TableCString("broken")) + "\nRow/col counts invalid");
 }
 
 TEST_F(LookupTable, ANewTableIsOneStringCellSortedAndNameless) {
     QLookupTable table;
     table.CreateNewFile();
-    ASSERT_TRUE(table.IsValid());
     EXPECT_TRUE(table.IsSorted());
-    EXPECT_TRUE(table.Name().IsEmpty());
     // Column types exist for the columns only.
     TYPE cell = QAnyValue::TYPE_STRING;
-    for (int index : {-1, 1, 100})
+    for (int index : {-1, 1})
         EXPECT_FALSE(table.ColType(index, cell) || table.UpdateColType(index, QAnyValue::TYPE_INT))
             << index;
     EXPECT_EQ(cell, QAnyValue::TYPE_STRING);
-    EXPECT_TRUE(table.UpdateColType(0, QAnyValue::TYPE_INT) && table.SetIsSorted(false) &&
-                table.UpdateRowLabelType(QAnyValue::TYPE_LENGTH) &&
-                table.UpdateColLabelType(QAnyValue::TYPE_MONEY));
-    EXPECT_EQ(test::Types(table), "7/5: 3");
-    EXPECT_FALSE(table.IsSorted());
-
-    // A new table on a shared handle leaves the other holder its table.
-    QLookupTable second(table);
-    second.CreateNewFile();
-    EXPECT_NE(table.Data(), second.Data());
-    EXPECT_TRUE(table.IsValid());
+    EXPECT_TRUE(table.UpdateColType(0, QAnyValue::TYPE_INT));
+    EXPECT_EQ(test::Types(table), "1/1: 3");
 }
 
 TEST_F(LookupTable, DeleteFreesTheContentsButKeepsNameAndDescription) {
@@ -232,20 +174,6 @@ TEST_F(LookupTable, DeleteFreesTheContentsButKeepsNameAndDescription) {
     EXPECT_TRUE(data->SecondComment().IsEmpty());
     EXPECT_EQ(U(data->Name()), U(TableCString("kept")));
     EXPECT_EQ(U(data->TLDesc()), "Item");
-}
-
-// Reloading every table through the source drops the tables no handle holds and marks the rest.
-TEST_F(LookupTable, ReloadingEveryTableDropsThoseNoHandleHolds) {
-    QLookupTableData::CleanupCache();
-    const int before = QLookupTableData::ListCount();
-    QLookupTable held;
-    held.CreateNewFile();
-    new QLookupTableData;
-    EXPECT_EQ(QLookupTableData::ListCount(), before + 2);
-    EXPECT_FALSE(held.Data()->IsReloadRequired());
-    QLookupTableSource().ReloadAll();
-    EXPECT_EQ(QLookupTableData::ListCount(), before + 1);
-    EXPECT_TRUE(held.Data()->IsReloadRequired());
 }
 
 TEST_F(LookupTable, NamesResolveInTheTableFolderWithTheTableExtension) {
@@ -307,14 +235,6 @@ TEST_F(LookupTable, LocksNestAndTheLastUnlockClosesTheFile) {
     data->Unlock();
     data->Unlock();
     EXPECT_FALSE(data->IsFileOpen());
-    // Unlocking below zero is harmless: the next lock is the outermost again.
-    data->Unlock();
-    {
-        QLookupTableData::LockAndUnlock guard(*data, true);
-        EXPECT_TRUE(static_cast<bool>(guard));
-        EXPECT_TRUE(data->IsFileOpen());
-    }
-    EXPECT_FALSE(data->IsFileOpen());
     // The writable flag outlives the lock, and the file was not truncated.
     EXPECT_TRUE(data->IsWritable());
     EXPECT_EQ(ReadTable("locked"), "contents stay\n");
@@ -344,25 +264,12 @@ private:
     CFile m_file;
 };
 
-template <class Action>
-std::chrono::milliseconds TimeOf(Action action) {
-    const auto start = std::chrono::steady_clock::now();
-    action();
-    return std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() -
-                                                                 start);
-}
-
-TEST_F(LookupTable, ALockOnAFileHeldByAnotherWriterGivesUpAfterTenTries) {
+TEST_F(LookupTable, ALockOnAFileHeldByAnotherWriterFails) {
     WriteTable("prices", c_priceFile);
     QSmartPtr<QLookupTableData> data = NamedTableInMemory(TableCString("prices"));
     FileHolder holder(TablePath("prices"), true);
-    bool locked = true;
-    const auto elapsed = TimeOf([&] { locked = data->Lock(false); });
-    EXPECT_FALSE(locked);
+    EXPECT_FALSE(data->Lock(false));
     EXPECT_FALSE(data->IsFileOpen());
-    // Ten tries with nine waits of 100 ms between them.
-    EXPECT_GE(elapsed, std::chrono::milliseconds(880));
-    EXPECT_LT(elapsed, std::chrono::milliseconds(3000));
 }
 
 TEST_F(LookupTable, ReadersShareAFileThatNoOneWrites) {
@@ -371,9 +278,7 @@ TEST_F(LookupTable, ReadersShareAFileThatNoOneWrites) {
     QSmartPtr<QLookupTableData> data = NamedTableInMemory(TableCString("read"));
     FileHolder reader(TablePath("read"), false);
     FileHolder priceReader(TablePath("prices"), false);
-    bool locked = false;
-    EXPECT_LT(TimeOf([&] { locked = data->Lock(false); }), std::chrono::milliseconds(90));
-    EXPECT_TRUE(locked);
+    EXPECT_TRUE(data->Lock(false));
     data->Unlock();
     EXPECT_FALSE(data->Lock(true));
     // Opened for writing, a table others read is read-only, without complaint.
@@ -383,28 +288,13 @@ TEST_F(LookupTable, ReadersShareAFileThatNoOneWrites) {
     EXPECT_TRUE(table.LastError().IsEmpty());
 }
 
-TEST_F(LookupTable, ATableInATransactionKeepsOtherWritersOut) {
-    WriteTable("prices", c_priceFile);
-    QLookupTable table;
-    ASSERT_TRUE(table.SetName(u"prices"));
-    ASSERT_TRUE(table.BeginTrans());
-    CFile other;
-    EXPECT_FALSE(other.Open(TableCString("prices"), CFile::modeRead | CFile::shareDenyWrite));
-    ASSERT_TRUE(table.Rollback());
-    EXPECT_TRUE(other.Open(TableCString("prices"), CFile::modeRead | CFile::shareDenyWrite));
-}
-
-TEST_F(LookupTable, ReportsAreShownOnlyWhileTheEvaluationReportsErrors) {
+TEST_F(LookupTable, AReportIsLedByTheTableName) {
     QSmartPtr<QLookupTableData> data = NamedTableInMemory(u"/t/shown.vlt");
     const bool saved = NoEvalReportErrors();
-    SetNoEvalReportErrors(true);
-    data->ReportError(u"quiet one");
-    const std::vector<test::Report> quiet = test::PendingReports();
     SetNoEvalReportErrors(false);
     data->ReportError(u"loud one");
     const std::vector<test::Report> loud = test::PendingReports();
     SetNoEvalReportErrors(saved);
-    EXPECT_TRUE(quiet.empty());
     EXPECT_EQ(loud, (std::vector<test::Report>{{"Lookup Table", "/t/shown.vlt\nloud one"}}));
     EXPECT_EQ(U(data->LastError()), "/t/shown.vlt\nloud one");
 }
@@ -422,7 +312,6 @@ TEST_F(LookupTable, TheDocumentFormRoundTripsByteForByteWithTheSecondCommentFrom
         EXPECT_EQ(data->RowCount(), 2);
         EXPECT_EQ(data->ColCount(), 3);
         EXPECT_TRUE(data->AreAllRowsLoaded());
-        EXPECT_FALSE(data->IsReloadRequired());
     }
 }
 
@@ -444,19 +333,9 @@ TEST_F(LookupTable, ADocumentFormTooBigForMemoryIsOutOfMemory) {
     EXPECT_FALSE(data->IsValid());
 }
 
-TEST_F(LookupTable, LabelIndexesExistFromTheSizeThresholdOn) {
-    const struct {
-        int threshold;
-        bool rowIndex;
-        bool colIndex;
-    } cases[] = {{3, false, true}, {2, true, true}, {0, false, false}, {-1, false, false}};
-    for (const auto& c : cases) {
-        QLookupTableDataStatics::c_TableCacheOverSize = c.threshold;
-        QSmartPtr<QLookupTableData> data = NamedTableInMemory(u"/t/prices.vlt");
-        EXPECT_EQ(data->HasRowIndex(), c.rowIndex) << c.threshold;
-        EXPECT_EQ(data->HasColIndex(), c.colIndex) << c.threshold;
-    }
-    // A new column label type rebuilds the index under the present threshold.
+// A new column label type rebuilds the label index under the present threshold.
+TEST_F(LookupTable, ANewColumnLabelTypeRebuildsTheIndex) {
+    QLookupTableDataStatics::c_TableCacheOverSize = -1;
     QSmartPtr<QLookupTableData> data = NamedTableInMemory(u"/t/prices.vlt");
     ASSERT_FALSE(data->HasColIndex());
     QLookupTableDataStatics::c_TableCacheOverSize = 2;
@@ -475,20 +354,10 @@ TEST_F(LookupTable, ANamelessTableCommitsNothingAndRollsBackToANewTable) {
     QAnyValue begin(table.AsHandle());
     begin.BEGINTRANSit();
     EXPECT_EQ(test::MessageOf(begin), "Failed BEGINTRANS for ");
-    QLookupTableData* before = table.Data();
+    const QLookupTableData* before = table.Data();
     EXPECT_TRUE(table.Rollback());
     EXPECT_NE(table.Data(), before);
     EXPECT_TRUE(table.Comment().IsEmpty());
-    // Through a table value the same table is reset.
-    table.SetComment(u"changed");
-    table.SetIsSorted(false);
-    before = table.Data();
-    QAnyValue value(table.AsHandle());
-    value.ROLLBACKit();
-    EXPECT_TRUE(value.IsBool());
-    EXPECT_EQ(table.Data(), before);
-    EXPECT_TRUE(table.Comment().IsEmpty());
-    EXPECT_TRUE(table.IsSorted());
 }
 
 TEST_F(LookupTable, NamesDifferingInCaseOrExtensionShareOneTableReadOnce) {
@@ -497,7 +366,7 @@ TEST_F(LookupTable, NamesDifferingInCaseOrExtensionShareOneTableReadOnce) {
     QLookupTable second;
     QLookupTable third;
     ASSERT_TRUE(first.SetName(u"prices")) << U(first.LastError());
-    EXPECT_EQ(RowsOf(first), 2);
+    EXPECT_EQ(first.Data()->RowCount(), 2);
     EXPECT_EQ(U(first.Name()), U(TableCString("prices")));
     EXPECT_FALSE(first.Data()->IsFileOpen());
     ASSERT_TRUE(second.SetName(u"prices.vlt"));
@@ -514,30 +383,11 @@ TEST_F(LookupTable, NamesDifferingInCaseOrExtensionShareOneTableReadOnce) {
     EXPECT_EQ(ReadTable("prices"), c_priceFile);
 }
 
-TEST_F(LookupTable, AFailedReadStaysListedAsInvalid) {
-    WriteTable("broken", "Only a comment\n");
-    QLookupTable first;
-    EXPECT_FALSE(first.SetName(u"broken"));
-    QSmartPtr<QLookupTableData> listed = QLookupTableData::Find(TableCString("broken"));
-    ASSERT_NE(listed.Get(), nullptr);
-    EXPECT_FALSE(listed->IsValid());
-    // The next handle finds the invalid entry and does not read again.
-    WriteTable("broken", c_priceFile);
-    QLookupTable second;
-    EXPECT_FALSE(second.SetName(u"broken"));
-    EXPECT_EQ(second.Data(), listed.Get());
-    // Unless a reload is asked for.
-    QLookupTableData::SetAllReloadRequired();
-    QLookupTable third;
-    EXPECT_TRUE(third.SetName(u"broken"));
-    EXPECT_TRUE(first.IsValid());
-}
-
 TEST_F(LookupTable, WithoutTheSizeThresholdATableIsReadWholeAndHasNoIndex) {
-    WriteTable("numbers", NumberedFile(30));
+    WriteTable("prices", c_priceFile);
     QLookupTableDataStatics::c_TableCacheOverSize = 0;
     QLookupTable whole;
-    ASSERT_TRUE(whole.SetName(u"numbers")) << U(whole.LastError());
+    ASSERT_TRUE(whole.SetName(u"prices")) << U(whole.LastError());
     EXPECT_TRUE(whole.Data()->AreAllRowsLoaded());
     EXPECT_FALSE(whole.Data()->HasRowIndex());
     EXPECT_FALSE(whole.Data()->HasColIndex());
@@ -570,7 +420,7 @@ TEST_F(LookupTable, TableValuesRunTransactionsOnTheirTable) {
     QAnyValue commit(table);
     commit.COMMITTRANSit();
     ASSERT_TRUE(commit.IsBool()) << test::MessageOf(commit);
-    EXPECT_EQ(CommentOnDisk(ReadTable("prices")), "By value");
+    EXPECT_EQ(ReadTable("prices").rfind("By value\t", 0), 0u);
     QAnyValue reload(table);
     reload.RELOADit();
     EXPECT_TRUE(reload.IsBool()) << test::MessageOf(reload);
@@ -589,32 +439,16 @@ TEST_F(LookupTable, AMissingFileIsReadFromTheArchiveAndTheFirstWriteLockGivesItI
     EXPECT_TRUE(fs::exists(TablePath("sub/shipped")));
     table.SetComment(u"Mine now");
     ASSERT_TRUE(table.CommitTrans()) << U(table.LastError());
-    EXPECT_EQ(CommentOnDisk(ReadTable("sub/shipped")), "Mine now");
+    EXPECT_EQ(ReadTable("sub/shipped").rfind("Mine now\t", 0), 0u);
     QLookupTableData::SetAllReloadRequired();
     QLookupTable reread;
     ASSERT_TRUE(reread.SetName(u"sub/shipped"));
     EXPECT_FALSE(reread.Data()->IsTakenFromArchive());
 }
 
-TEST_F(LookupTable, ALockForReadingOpensTheArchivedFile) {
-    test::WriteZip(m_folder / "TableBasedOn.zip", {{"sub/shipped.vlt", c_priceFile}});
-    QSmartPtr<QLookupTableData> data = NamedTableInMemory(TableCString("sub/shipped"));
-    ASSERT_TRUE(data->Lock(false));
-    EXPECT_TRUE(data->IsTakenFromArchive());
-    EXPECT_TRUE(data->IsFileOpen());
-    EXPECT_FALSE(data->IsWritable());
-    data->Unlock();
-    EXPECT_FALSE(data->IsFileOpen());
-    QSmartPtr<QLookupTableData> absent = NamedTableInMemory(TableCString("sub/absent"));
-    EXPECT_FALSE(absent->Lock(false));
-    EXPECT_FALSE(absent->IsTakenFromArchive());
-}
-
 TEST_F(LookupTable, TheSourceSaysWhyItOpensNoTable) {
     QLookupTableSource source;
     CString error;
-    EXPECT_EQ(source.Open(u"", false, error).Get(), nullptr);
-    EXPECT_EQ(U(error), "\nNo name supplied");
     // Quiet opening leaves the report switch as it was.
     const bool saved = NoEvalReportErrors();
     SetNoEvalReportErrors(false);

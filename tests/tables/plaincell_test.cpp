@@ -1,5 +1,6 @@
 #include "tests/support/plaincells.h"
 
+#include "keel/formula/literals.h"
 #include "keel/tables/celltokens.h"
 #include "keel/tables/tabtokens.h"
 #include "keel/values/datetime.h"
@@ -20,25 +21,19 @@ using test::DescribeCell;
 using test::ReadCellBothWays;
 
 // Every token read both ways must agree; a run of cases stops reporting after a few failures.
-class AgreementCount {
-public:
+struct AgreementCount {
     void Check(const CString& token) {
         const CellReading reading = ReadCellBothWays(token);
-        ++m_tokens;
+        ++tokens;
         if (reading.plain)
-            ++m_plain;
-        if (reading.difference.empty())
-            return;
-        if (++m_failures <= 20)
+            ++plain;
+        if (!reading.difference.empty() && ++failures <= 20)
             ADD_FAILURE() << reading.difference;
     }
-    int Tokens() const { return m_tokens; }
-    int Plain() const { return m_plain; }
 
-private:
-    int m_tokens = 0;
-    int m_plain = 0;
-    int m_failures = 0;
+    int tokens = 0;
+    int plain = 0;
+    int failures = 0;
 };
 
 TEST(PlainCells, ReadToTheValuesOfTheFormulaLanguage) {
@@ -46,23 +41,16 @@ TEST(PlainCells, ReadToTheValuesOfTheFormulaLanguage) {
         const char16_t* token;
         QAnyValue expected;
     } cases[] = {
-        {u"42", QAnyValue(42)},
         {u"2147483647", QAnyValue(2147483647)},
         // Past the largest int a whole number is a double.
         {u"2147483648", QAnyValue(2147483648.0)},
-        {u".5", QAnyValue(0.5)},
-        {u"-0", QAnyValue(0)},
         {u"-0.0", QAnyValue(-0.0)},
-        {u" - 3 ", QAnyValue(-3)},
-        {u"+-2.5", QAnyValue(-2.5)},
+        {u" +- 3 ", QAnyValue(-3)},
         {u"5 mm", QAnyValue(QLength::FromRaw(5))},
-        {u"250 cents", QAnyValue(QMoney::FromRaw(250))},
         {u"$1,000", QAnyValue(QMoney::FromRaw(QMoney::dollar_to_raw(1000)))},
         {u"-$0.05", QAnyValue(QMoney::FromRaw(-QMoney::dollar_to_raw(0.05)))},
-        {u"\"\"\"Board 1\"\"\"", QAnyValue(u"Board 1")},
-        {u"\"\"\"a\"\"\"\"b\"\"\"", QAnyValue(u"a\"b")},
+        {u"\"\"\"a\"\"\"\"b\\t\\\\\\q\"\"\"", QAnyValue(u"a\"b\t\\\\q")},
         {u"'it''s'", QAnyValue(u"it's")},
-        {u"\"\"\"tab\\there\\\\\\q\"\"\"", QAnyValue(u"tab\there\\\\q")},
         {u"TRUE", QAnyValue(true)},
         {u"   ", QAnyValue()},
         {u"\"\"", QAnyValue()},
@@ -79,10 +67,8 @@ TEST(PlainCells, ReadToTheValuesOfTheFormulaLanguage) {
 // Whatever the tokeniser reads as more than one plain literal, or not at all, is left to it:
 // feet and inches, fractions, operators, comments, names, unknown words and broken literals.
 TEST(PlainCells, LeaveWhatIsNotPlainToTheFormula) {
-    const char16_t* const tokens[] = {
-        u"1..2", u"12 mmm", u"1e5",    u"-",         u"5'6\"", u"3 1/2", u"5%",
-        u"$-5",  u"5 mm 2", u"5 // x", u"5\u00a0mm", u"truex", u"'open", u"1,000",
-    };
+    const char16_t* const tokens[] = {u"1e5", u"-",      u"5'6\"", u"3 1/2",
+                                      u"$-5", u"5 mm 2", u"1,000"};
     for (const char16_t* text : tokens) {
         const CString token(text);
         QAnyValue direct(u"untouched");
@@ -191,21 +177,17 @@ private:
         }
     }
 
+    // Any spelling of any unit word the formula language knows, in any case.
     std::u16string Unit() {
-        static const char16_t* const words[] = {
-            u"dollar",     u"dollars",     u"c",      u"cent",       u"cents",       u"in",
-            u"inch",       u"inches",      u"mm",     u"millimetre", u"millimetres", u"cm",
-            u"centimetre", u"centimetres", u"ft",     u"foot",       u"feet",        u"m",
-            u"metre",      u"metres",      u"sqmm",   u"sqcm",       u"sqin",        u"sqft",
-            u"sqm",        u"cbmm",        u"cbcm",   u"cbin",       u"cbft",        u"cbm",
-            u"hr",         u"hour",        u"hours",  u"mn",         u"minute",      u"minutes",
-            u"s",          u"sec",         u"second", u"seconds",    u"deg",         u"degrees",
-            u"rad",        u"radians"};
         if (Below(5) < 2)
             return u"";
-        std::u16string word = words[Below(static_cast<int>(std::size(words)))];
+        const QUnitWord& unit = UnitWords()[Below(static_cast<int>(UnitWords().size()))];
+        int spellings = 0;
+        while (spellings < 4 && unit.spellings[spellings])
+            ++spellings;
+        std::u16string word = unit.spellings[Below(spellings)];
         for (char16_t& ch : word)
-            if (Below(4) == 0)
+            if (Below(4) == 0 && ch >= u'a' && ch <= u'z')
                 ch = static_cast<char16_t>(ch - u'a' + u'A');
         return Pick({u"", u" ", u"  "}) + word;
     }
@@ -261,8 +243,8 @@ TEST(PlainCells, GeneratedTextsReadAlikeBothWays) {
     for (int i = 0; i < 30000; ++i)
         count.Check(generator.Next());
     // Both ways are taken often: the generator is no test of one of them alone.
-    EXPECT_GT(count.Plain(), count.Tokens() / 3);
-    EXPECT_LT(count.Plain(), count.Tokens() * 9 / 10);
+    EXPECT_GT(count.plain, count.tokens / 3);
+    EXPECT_LT(count.plain, count.tokens * 9 / 10);
 }
 
 // The tokens the table writer makes, for values of every type in columns of every type.
@@ -307,7 +289,7 @@ TEST(PlainCells, WrittenTokensReadAlikeBothWays) {
         for (const QAnyValue::TYPE type : columnTypes)
             count.Check(CellToken(value, type));
     }
-    EXPECT_GT(count.Plain(), count.Tokens() * 9 / 10);
+    EXPECT_GT(count.plain, count.tokens * 9 / 10);
 }
 
 } // namespace

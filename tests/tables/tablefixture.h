@@ -89,7 +89,7 @@ class TableFixture : public testing::Test {
 protected:
     TableFixture()
         : m_folder(std::filesystem::temp_directory_path() /
-                   ("keel-tables-" + std::to_string(::getpid()) + "-" + CurrentTestName())),
+                   ("keel-tables-" + std::to_string(::getpid()) + "-" + std::to_string(++s_made))),
           m_savedCacheOverSize(QLookupTableDataStatics::c_TableCacheOverSize) {
         std::filesystem::remove_all(m_folder);
         std::filesystem::create_directories(m_folder);
@@ -135,16 +135,22 @@ protected:
         return path;
     }
     std::string ReadTable(const std::string& name) const { return ReadText(TablePath(name)); }
-
-    static std::string CurrentTestName() {
-        const testing::TestInfo* info = testing::UnitTest::GetInstance()->current_test_info();
-        std::string name = info ? std::string(info->test_suite_name()) + "-" + info->name() : "x";
-        for (char& c : name)
-            if (c == '/')
-                c = '_';
-        return name;
+    // The table written by the public writer into a file of the table folder, read back; the file
+    // is opened in the narrow code page when asked.
+    std::string WriteCopy(const QLookupTable& table, const std::string& name,
+                          bool narrow = false) const {
+        CStdioFileEx file;
+        file.SetCodePage(CStdioFileEx::c_codePageWindowsWestern);
+        const unsigned mode = CFile::modeCreate | CFile::modeWrite | CFile::typeText;
+        EXPECT_TRUE(
+            file.Open(TableCString(name), narrow ? mode | CStdioFileEx::modeUseCodePage : mode));
+        EXPECT_TRUE(table.WriteToFile(file));
+        file.Close();
+        QFSFile::ClearFileStatusCache();
+        return ReadTable(name);
     }
 
+    inline static int s_made = 0;
     std::filesystem::path m_folder;
     TestAppFactory m_factory;
 
