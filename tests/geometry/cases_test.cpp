@@ -31,8 +31,8 @@ using Words = std::vector<std::string>;
 // and what it gives, separated by " | "; "#" opens a comment line, and the head of each file
 // names the operations it uses. A point is "x,y" in millimetres, a polygon its points separated
 // by spaces ("-" for none), a box "x,y,z x,y,z", a prism a plan and then "bottom top". Relations
-// of two things are checked both ways round. The operations "edit", "cache", "bounds" and
-// "count" run a command (see Edit) on a polygon; "edit" gives what the command answers, if
+// of two things are checked both ways round. The operations "edit", "orientation-after", "bounds"
+// and "count" run a command (see Edit) on a polygon; "edit" gives what the command answers, if
 // anything, and "; ", or "error: " and the exception's text and "; ", then the vertices after it
 // to 4 decimals.
 
@@ -403,19 +403,14 @@ std::string Result(const Words& f) {
     if (op == "bounds") {
         poly.GetBounds();
         Edit(poly, f.at(2));
-        const int flags = poly.CacheFlags();
         const QWorldPoly::Rect& bounds = poly.GetBounds();
-        return std::to_string(flags) + "; " +
-               RoundedText(test::Poly({{bounds.left.GetRaw(), bounds.top.GetRaw()},
+        return RoundedText(test::Poly({{bounds.left.GetRaw(), bounds.top.GetRaw()},
                                        {bounds.right.GetRaw(), bounds.bottom.GetRaw()}}));
     }
-    if (op == "cache") {
+    if (op == "orientation-after") {
         poly.Orientation();
-        poly.GetBounds();
         Edit(poly, f.at(2));
-        const int flags = poly.CacheFlags();
-        return std::to_string(flags) + " " +
-               (flags & QWorldPoly::c_orientationValid ? std::to_string(poly.Orientation()) : "-");
+        return std::to_string(poly.Orientation());
     }
     if (op != "edit")
         throw std::invalid_argument("no operation " + op);
