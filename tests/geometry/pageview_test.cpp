@@ -139,17 +139,14 @@ TEST(PageViewTest, ZoomPreviousGoesBackInTheOrderOfTheZooms) {
     view.ScrollToPosition(PagePt(10, 140), false);
     const QPagePoint start = view.GetScrollPositionPage();
     view.ZoomToRect(QPageRect(PagePt(0, 0), PagePt(100, 75)));
-    const int first = view.GetZoom();
     const QPagePoint firstPosition = view.GetScrollPositionPage();
     view.ZoomToRect(QPageRect(PagePt(10, 10), PagePt(20, 20)));
-    const int second = view.GetZoom();
-    EXPECT_EQ(first, 212);
-    EXPECT_EQ(second, 1588);
+    EXPECT_EQ(view.GetZoom(), 1588);
     ASSERT_EQ(view.ZoomStack().GetCount(), 2);
-    EXPECT_EQ(view.ZoomStack().Top().zoom, first);
+    EXPECT_EQ(view.ZoomStack().Top().zoom, 212);
 
     view.ZoomPrevious();
-    EXPECT_EQ(view.GetZoom(), first);
+    EXPECT_EQ(view.GetZoom(), 212);
     EXPECT_NEAR(view.GetScrollPositionPage().x.GetRaw(), firstPosition.x.GetRaw(), 0.2);
     view.ZoomPrevious();
     EXPECT_EQ(view.GetZoom(), 100);
@@ -472,33 +469,17 @@ TEST(PageDocTest, ComputePageSizeAsksThePrinterAndKeepsTheDrawingOnPaper) {
     doc.RemoveFollower(&follower);
 }
 
-TEST(PageDocTest, ComputePageSizeMeasuresAGivenContextAndRefusesNesting) {
+TEST(PageDocTest, ComputePageSizeMeasuresAGivenContext) {
     PageStaticsScope statics;
     QPageDoc::SetManualPageSize({});
-
-    class NestingDoc : public QPageDoc {
-    public:
-        bool nestedResult = true;
-
-    protected:
-        void ScaleChanged(int) override { nestedResult = ComputePageSize(nullptr, false, true); }
-    } doc;
+    QPageDoc doc;
     QInfoDC a4(QDeviceCaps{0, 0, 210, 297}, true);
     QInfoDC a3(QDeviceCaps{0, 0, 297, 420}, true);
     EXPECT_TRUE(doc.ComputePageSize(&a4, false, false));
     EXPECT_EQ(doc.GetScale(), 30);
-    EXPECT_TRUE(doc.nestedResult) << "no notification yet";
     EXPECT_TRUE(doc.ComputePageSize(&a3, false, false));
     EXPECT_EQ(doc.GetPageSize(), PageSize(297, 420));
     EXPECT_EQ(doc.GetScale(), 21) << "30 * 210 / 297";
-    EXPECT_FALSE(doc.nestedResult) << "the scale notification ran inside the computation";
-}
-
-TEST(PageDocTest, VersionsCompareNumberByNumber) {
-    EXPECT_TRUE(IsVersionAtLeast(u"0.3.1296.1", u"0.3.1296.1"));
-    EXPECT_TRUE(IsVersionAtLeast(u"0.3.6000.16386", u"0.3.1296.1"));
-    EXPECT_FALSE(IsVersionAtLeast(u"0.3.999.9", u"0.3.1296.1"));
-    EXPECT_FALSE(IsVersionAtLeast(u"0.3.1296", u"0.3.1296.1"));
 }
 
 TEST(PageDocTest, SetScaleRefusesAScaleThatIsNotPositive) {
