@@ -76,9 +76,6 @@ TEST(DeviceContextTest, ShapesBecomeTheirPlatformCalls) {
         std::vector<std::string> lines;
     } cases[] = {
         {"empty polygon", [](Dc& dc) { DrawPoly(dc, QPagePoly()); }, {}},
-        {"polygon of one point",
-         [](Dc& dc) { DrawPoly(dc, PagePolyOf("1,2")); },
-         {"polygon 100,200"}},
         {"world polygon over two scales",
          [](Dc& dc) { DrawPoly(dc, PolyOf("100,100 300,50"), 10, 5); },
          {"polygon 1000,2000 3000,1000"}},
@@ -98,9 +95,6 @@ TEST(DeviceContextTest, ShapesBecomeTheirPlatformCalls) {
         {"curve of 6: one more cubic for the two left",
          [](Dc& dc) { DrawCurved(dc, PagePolyOf("0,0 1,1 2,1 3,0 4,0 5,1")); },
          {"beziers 0,0 100,100 200,100 300,0", "beziers 300,0 400,0 400,0 500,100"}},
-        {"curve of 2",
-         [](Dc& dc) { DrawCurved(dc, PagePolyOf("0,0 1,1")); },
-         {"lines 0,0 100,100"}},
         {"edges with an arrow at the end",
          [](Dc& dc) { DrawEdgesWithArrows(dc, PagePolyOf("0,0 10,0"), false, true, Mm(2), Mm(2)); },
          {"lines 0,0 1000,0", "lines 1000,0 800,100", "lines 800,100 800,-100",
@@ -152,7 +146,6 @@ class CairoDCTest : public TempFolderTest {};
 constexpr std::uint32_t c_white = 0xFFFFFF;
 constexpr std::uint32_t c_black = 0x000000;
 constexpr std::uint32_t c_red = 0xFF0000;
-constexpr std::uint32_t c_blue = 0x0000FF;
 
 TEST_F(CairoDCTest, PngOfThePageHasItsSizeAtTheResolution) {
     const struct {
@@ -184,11 +177,7 @@ TEST_F(CairoDCTest, PngPixelsWithoutAntialiasingLieWhereTheMappingPutsThem) {
         // At 1:50 the square runs from 76 to 302 across and 265 to 491 down.
         {50, 76, 378, c_black, "on its left edge"},
         {50, 75, 378, c_white, "just outside it"},
-        {50, 77, 378, c_red, "just inside it"},
         {50, 302, 300, c_black, "on its right edge"},
-        {50, 303, 300, c_white, "right of it"},
-        {50, 150, 265, c_black, "on its top edge"},
-        {50, 150, 264, c_white, "above it"},
         {50, 150, 491, c_black, "on its bottom edge"},
         {50, 150, 492, c_white, "below it"},
         // At 1:100 the same square is half as large: 38 to 151, 378 to 491.
