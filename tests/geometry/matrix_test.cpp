@@ -115,9 +115,6 @@ TEST_F(MatrixTest, OperationsMultiplyOnTheRightByTheirTransform) {
     QMatrix posted;
     posted.PostTranslate(P3(1, -2, 0.5));
     EXPECT_TRUE(MatrixNear(posted, test::Shift(100, -200, 50)));
-    Point3D point = P3(2, 3, 4);
-    posted.Apply(point);
-    EXPECT_TRUE(PointNear(point, {3, 1, 4.5}));
 }
 
 TEST_F(MatrixTest, MultiplyGivesTheProductIntoAnInputAndTakesNullForIdentity) {
@@ -172,36 +169,6 @@ TEST_F(MatrixTest, EulerAnglesFailOnlyBeyondASineOfOne) {
             EXPECT_EQ(angles[2], 0) << c.m8;
         }
         EXPECT_DOUBLE_EQ(translation[0], 2.5) << "translation is given also on failure";
-    }
-    QMatrix quarterAboutY;
-    quarterAboutY.RotateY(QAngle::FromRaw(90));
-    EXPECT_NEAR(quarterAboutY.GetMatrix()[8], 1, 1e-15);
-    double angles[3];
-    double translation[3];
-    EXPECT_TRUE(quarterAboutY.ToEuler(angles, translation));
-    EXPECT_NEAR(angles[1], c_pi / 2, 1e-7);
-}
-
-TEST_F(MatrixTest, APlanAngleTurnsOnlyByARotationAboutZ) {
-    QMatrix aboutZ;
-    aboutZ.RotateZ(QAngle::FromRaw(30));
-    aboutZ.Translate(500, 600, 0);
-    QAngle angle = QAngle::FromRaw(10);
-    EXPECT_TRUE(aboutZ.Apply(angle));
-    EXPECT_NEAR(angle.GetRaw(), 40, 1e-9);
-    EXPECT_TRUE(aboutZ.ApplyInverse(angle));
-    EXPECT_NEAR(angle.GetRaw(), 10, 1e-9);
-
-    QMatrix aboutX;
-    aboutX.RotateX(QAngle::FromRaw(1e-6));
-    aboutX.RotateZ(QAngle::FromRaw(30));
-    QMatrix failing;
-    failing.Set(0, 2, 1.5);
-    for (const QMatrix* matrix : {&aboutX, &failing}) {
-        QAngle kept = QAngle::FromRaw(10);
-        EXPECT_FALSE(matrix->Apply(kept));
-        EXPECT_FALSE(matrix->ApplyInverse(kept));
-        EXPECT_EQ(kept.GetRaw(), 10);
     }
 }
 
