@@ -72,7 +72,7 @@ TEST(PrismSetTest, CollisionsAreTheCrossingPairsInOrder) {
     EXPECT_TRUE(b[0].IsPresent());
 }
 
-TEST(PrismSetTest, ContainmentMergeMoveAndRotation) {
+TEST(PrismSetTest, ContainmentAndMerge) {
     const QWorldPolyWithHeightRange room = Prism(PolyOf("0,0 100,0 100,100 0,100"), 0, 100);
     const QWorldPolyWithHeightRange inside = Prism(PolyOf("10,10 20,10 20,20"), 10, 20);
     const QWorldPolyWithHeightRange outside = Prism(PolyOf("150,10 160,10 160,20"), 10, 20);
@@ -91,16 +91,6 @@ TEST(PrismSetTest, ContainmentMergeMoveAndRotation) {
     merged.Merge(SetOf({absent})); // differs by its flag alone
     ASSERT_EQ(merged.GetCount(), 3);
     EXPECT_FALSE(merged[2].IsPresent());
-
-    Set moved = SetOf({inside});
-    moved.Move({QLength::FromRaw(5), QLength::FromRaw(-5), QLength::FromRaw(100)});
-    EXPECT_EQ(Text(moved[0].Poly()), "15,5 25,5 25,15");
-    EXPECT_EQ(moved[0].Bottom.GetRaw(), 110);
-    EXPECT_EQ(moved[0].Top.GetRaw(), 120);
-
-    const Set turned = SetOf({inside}).Rotated2D(QAngle::FromRaw(90));
-    EXPECT_TRUE(test::VerticesNear(turned[0].Poly(), {{-10, 10}, {-10, 20}, {-20, 20}}));
-    EXPECT_EQ(turned[0].Top.GetRaw(), 20);
 }
 
 // The sweep over the boxes must find exactly the pairs of the plain loop over all present

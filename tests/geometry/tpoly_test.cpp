@@ -17,15 +17,6 @@ QWorldPoly Square() {
     return Poly({{0, 0}, {10, 0}, {10, 10}, {0, 10}});
 }
 
-TEST(PolyTest, SortAlongKeepsNoOrderAmongEqualKeysButSortsTheRest) {
-    QWorldPoly poly = Poly({{3, 0}, {1.005, 9}, {1, 8}, {0, 0}});
-    poly.SortAlong(1, 0);
-    EXPECT_EQ(poly.Vertex(0).x.GetRaw(), 0);
-    EXPECT_EQ(poly.Vertex(1), Pt(1, poly.Vertex(1).y.GetRaw()));
-    EXPECT_EQ(poly.Vertex(2), Pt(1, poly.Vertex(2).y.GetRaw()));
-    EXPECT_EQ(poly.Vertex(3).x.GetRaw(), 3);
-}
-
 // Random simple polygons are compared with the sign of their area elsewhere, and reversing and
 // mirroring a square are in the cases; these are the corners that repeat or lie on a line.
 TEST(PolyOrientationTest, RepeatedAndCollinearCornersStillGiveTheSignOfTheArea) {
