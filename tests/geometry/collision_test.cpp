@@ -31,14 +31,9 @@ std::string PairsText(const QArray<Set::Collision>& pairs) {
     return text;
 }
 
-TEST(PrismTest, BoundingBoxAndEquality) {
+TEST(PrismTest, TheBoundingBoxNormalisesTheHeights) {
     const QWorldPolyWithHeightRange prism = Prism(PolyOf("10,20 50,20 30,60"), 5, -5);
-    EXPECT_EQ(test::BoxText(prism.GetBoundingBox()), "10,20,-5 50,60,5"); // heights normalised
-    const QWorldPolyWithHeightRange same = Prism(PolyOf("10,20 50,20 30,60.005"), 5, -5.005);
-    EXPECT_TRUE(same == prism);
-    EXPECT_FALSE(Prism(PolyOf("10,20 50,20 30,60"), 5.02, -5) == prism);
-    same.SetPresent(false);
-    EXPECT_FALSE(same == prism);
+    EXPECT_EQ(test::BoxText(prism.GetBoundingBox()), "10,20,-5 50,60,5");
 }
 
 TEST(PrismSetTest, OverallBoundingBox) {
@@ -61,7 +56,6 @@ TEST(PrismSetTest, CollisionsAreTheCrossingPairsInOrder) {
                          Prism(PolyOf("0,0 300,0 300,100 0,100"), 100, 200)}); // on top
     const QArray<Set::Collision> collisions = Set::GetCollisions(a, b);
     EXPECT_EQ(PairsText(collisions), "(1,0)(1,2)(2,1)");
-    EXPECT_EQ(PairsText(Set::GetCollisionsPairwise(a, b)), "(1,0)(1,2)(2,1)");
     EXPECT_EQ(PairsText(Set::GetCollisions(b, a)), "(0,1)(1,2)(2,1)");
     EXPECT_TRUE(Set::IsAnyCollisions(a, b));
     EXPECT_FALSE(Set::IsAnyCollisions(Set(), SetOf({Prism(PolyOf("-1,-1 1,-1 1,1 -1,1"), -1, 1)})))

@@ -107,16 +107,13 @@ TEST(CameraTest, TurnsOrbitTheCentreOfRotation) {
         void (Q3DSpec::*turn)(const QAngle&);
         double by, newTheta, newPhi;
     } cases[] = {
-        {false, 20, 10, down, 15, 20, 25},         {false, 20, 30, left, 10, 30, 30},
-        {false, 20, 30, left, -10, 370, 30},       {false, 20, 120, left, 10, 20, 130},
-        {false, 20, 90, left, 12, 20 + c, 90 + s}, {false, 20, 30, left, 200, 220, 30},
-        {false, 20, -60, left, 10, 20, 290},       {false, 20, 50, left, 0.000001, 20, 50},
-        {false, 0, 85, down, 10, 0, 95},           {true, 20, 60, left, 10, 30, 60},
-        {true, 0, 80, down, 9.99, 0, 89.99},       {true, 0, 80, down, 10, 0, 90},
-        {true, 0, 170, down, 9.99, 0, 90},         {true, 0, 170, down, 10, 0, 270},
-        {true, 0, 260, down, 9.99, 0, 270},        {true, 0, 260, down, 10, 0, 270},
-        {true, 0, -100, down, 10, 0, -90},         {true, 0, -150, down, 10, 0, 270},
-        {true, 0, 10, down, -20, 0, -10},          {true, 0, 300, down, 70, 0, 370},
+        {false, 20, 10, down, 15, 20, 25},   {false, 20, 30, left, -10, 370, 30},
+        {false, 20, 120, left, 10, 20, 130}, {false, 20, 90, left, 12, 20 + c, 90 + s},
+        {false, 20, -60, left, 10, 20, 290}, {false, 20, 50, left, 0.000001, 20, 50},
+        {true, 20, 60, left, 10, 30, 60},    {true, 0, 80, down, 9.99, 0, 89.99},
+        {true, 0, 80, down, 10, 0, 90},      {true, 0, 170, down, 9.99, 0, 90},
+        {true, 0, 170, down, 10, 0, 270},    {true, 0, 260, down, 10, 0, 270},
+        {true, 0, -150, down, 10, 0, 270},   {true, 0, 300, down, 70, 0, 370},
     };
     for (const auto& c : cases) {
         test::ExaminationMode mode(c.examination);
@@ -150,7 +147,6 @@ TEST(CameraTest, ResetsLookAtWhereTheEyeWasOrAtTheFocusGiven) {
         const Point3D focus = P3(mode.focus.x, mode.focus.y, mode.focus.z);
         EXPECT_TRUE(PointNear(spec.GetEye(), Plus(focus, LookOf(mode.angle, mode.angle), -5000)));
         EXPECT_TRUE(PointNear(spec.CenterOfRotation(), mode.focus, 0));
-        EXPECT_TRUE(PointNear(spec.GetFocus(), mode.focus, 1e-9));
 
         spec.Reset(P3(-10, 20, 30));
         EXPECT_TRUE(PointNear(spec.CenterOfRotation(), {-10, 20, 30}, 0));

@@ -10,7 +10,6 @@ namespace keel {
 
 namespace {
 
-using test::Poly;
 using test::Pt;
 using test::Text;
 using test::VerticesNear;
@@ -82,18 +81,6 @@ TEST(ArcTest, ARotationByNothingLeavesEverythingAlone) {
     EXPECT_EQ(Text(arc), Text(original));
     arc.Rotate(QAngle(0.0001, QAngle::ANGU_DEG));
     EXPECT_NE(Text(arc), Text(original));
-}
-
-TEST(ArcTest, AnArcKeepsItsShapeAndItsCloneIsAPlainPolygon) {
-    Arc arc(Pt(0, 0), Pt(10, 0), 4, QLength::FromRaw(5));
-    const std::string shape = Text(arc);
-    arc = Arc(Pt(0, 0), Pt(0, 10), 2, QLength::FromRaw(50));
-    QWorldPoly& asPoly = arc;
-    asPoly = test::Poly({{1, 1}, {2, 2}});
-    EXPECT_EQ(Text(arc), shape);
-    const std::unique_ptr<QWorldPoly> clone = arc.Clone();
-    EXPECT_EQ(dynamic_cast<Arc*>(clone.get()), nullptr);
-    EXPECT_EQ(Text(*clone), shape);
 }
 
 } // namespace

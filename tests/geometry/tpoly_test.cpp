@@ -13,10 +13,6 @@ using test::Pt;
 using test::Text;
 using test::VerticesNear;
 
-QWorldPoly Square() {
-    return Poly({{0, 0}, {10, 0}, {10, 10}, {0, 10}});
-}
-
 // Random simple polygons are compared with the sign of their area elsewhere, and reversing and
 // mirroring a square are in the cases; these are the corners that repeat or lie on a line.
 TEST(PolyOrientationTest, RepeatedAndCollinearCornersStillGiveTheSignOfTheArea) {
@@ -46,21 +42,6 @@ TEST(PolyTest, EdgeMeasuresAndTheCentreOfVertices) {
     EXPECT_EQ(poly.VertexCentre(), Pt(1, 6));
     EXPECT_EQ(QWorldPoly().EdgeLength(3), QLength::Zero);
     EXPECT_EQ(QWorldPoly().VertexCentre(), Pt(0, 0));
-}
-
-TEST(PolyTest, AssignmentBringsTheBoundsAndOrientationOfTheSource) {
-    QWorldPoly source = Square();
-    source.Orientation();
-    source.Move({QLength::FromRaw(1), QLength::FromRaw(1)});
-    QWorldPoly target = Poly({{1, 1}});
-    target.GetBounds();
-    target = source;
-    EXPECT_EQ(target.Orientation(), 1);
-    EXPECT_EQ(target.GetBounds(), (QWorldPoly::Rect(Pt(1, 1), Pt(11, 11))));
-    QWorldPoly unsettled = Square();
-    unsettled.ElementAt(0) = Pt(-1, -1);
-    target = unsettled;
-    EXPECT_EQ(target.GetBounds(), (QWorldPoly::Rect(Pt(-1, -1), Pt(10, 10))));
 }
 
 TEST(MakeQuadTest, ReplacesWhatThePolygonHeldAndItsBounds) {
