@@ -75,7 +75,6 @@ TEST(DeviceContextTest, ShapesBecomeTheirPlatformCalls) {
         std::function<void(QDeviceContext&)> draw;
         std::vector<std::string> lines;
     } cases[] = {
-        {"empty polygon", [](Dc& dc) { DrawPoly(dc, QPagePoly()); }, {}},
         {"world polygon over two scales",
          [](Dc& dc) { DrawPoly(dc, PolyOf("100,100 300,50"), 10, 5); },
          {"polygon 1000,2000 3000,1000"}},
