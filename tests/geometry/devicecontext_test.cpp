@@ -101,17 +101,6 @@ TEST(DeviceContextTest, ShapesBecomeTheirPlatformCalls) {
         {"no arrows on one vertex",
          [](Dc& dc) { DrawCurvedWithArrows(dc, PagePolyOf("0,0"), true, true, Mm(2), Mm(2)); },
          {}},
-        {"text, pen, brush, fill, ellipse",
-         [](Dc& dc) {
-             dc.SetPen({255, 0, 16}, 0);
-             dc.SetBrush(std::nullopt);
-             dc.SetTextHeight(12);
-             dc.TextOut(QClientPoint(5, 6), u"Größe");
-             dc.FillRect(QClientRect(10, 0, 0, 10), {0, 0, 0});
-             dc.Ellipse(QClientRect(0, 0, 20, 10));
-         },
-         {"pen #FF0010 w=1", "brush none", "text 5,6 h=12 \"Größe\"", "fill 0,0,10,10 #000000",
-          "ellipse 0,0,20,10"}},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.name);
@@ -153,7 +142,6 @@ TEST_F(CairoDCTest, PngOfThePageHasItsSizeAtTheResolution) {
     } cases[] = {
         {200, 150, 50, 96, 756, 567},    // 3779 px a metre
         {100, 100, 50, 300, 1181, 1181}, // 11809
-        {1000, 10, 50, 96, 3779, 38},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(std::to_string(c.dpi) + " dpi " + std::to_string(c.width));

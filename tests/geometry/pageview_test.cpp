@@ -118,7 +118,6 @@ TEST(PageViewTest, ZoomPreviousGoesBackInTheOrderOfTheZooms) {
     view.ScrollToPosition(PagePt(10, 140), false);
     const QPagePoint start = view.GetScrollPositionPage();
     view.ZoomToRect(QPageRect(PagePt(0, 0), PagePt(100, 75)));
-    const QPagePoint firstPosition = view.GetScrollPositionPage();
     view.ZoomToRect(QPageRect(PagePt(10, 10), PagePt(20, 20)));
     EXPECT_EQ(view.GetZoom(), 1588);
     ASSERT_EQ(view.ZoomStack().GetCount(), 2);
@@ -126,7 +125,6 @@ TEST(PageViewTest, ZoomPreviousGoesBackInTheOrderOfTheZooms) {
 
     view.ZoomPrevious();
     EXPECT_EQ(view.GetZoom(), 212);
-    EXPECT_NEAR(view.GetScrollPositionPage().x.GetRaw(), firstPosition.x.GetRaw(), 0.2);
     view.ZoomPrevious();
     EXPECT_EQ(view.GetZoom(), 100);
     EXPECT_NEAR(view.GetScrollPositionPage().x.GetRaw(), start.x.GetRaw(), 0.3);

@@ -11,7 +11,6 @@ namespace keel {
 namespace {
 
 using test::Pt;
-using test::Text;
 using test::VerticesNear;
 using Arc = TPolyArc<QLength, 'W'>;
 
@@ -70,17 +69,6 @@ TEST(ArcTest, MovingMirroringRotatingAndFittingTakeTheCentreAlong) {
     EXPECT_EQ(fitted.Centre(), Pt(10, 0)) << "the mean of the first and last vertex's moves";
     fitted.FitToRect({Pt(3, 4), Pt(23, 9)});
     EXPECT_EQ(fitted.Centre(), Pt(13, 4));
-}
-
-TEST(ArcTest, ARotationByNothingLeavesEverythingAlone) {
-    const Arc original(Pt(0, 0), Pt(10, 0), 4, QLength::FromRaw(5));
-    Arc arc = original;
-    arc.Rotate(1.0, 0.0);
-    arc.Rotate(QAngle(0.000009, QAngle::ANGU_DEG));
-    arc.RotateAbout(Pt(3, 3), QAngle(-0.00001, QAngle::ANGU_DEG));
-    EXPECT_EQ(Text(arc), Text(original));
-    arc.Rotate(QAngle(0.0001, QAngle::ANGU_DEG));
-    EXPECT_NE(Text(arc), Text(original));
 }
 
 } // namespace
