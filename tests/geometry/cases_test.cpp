@@ -31,8 +31,8 @@ using Words = std::vector<std::string>;
 // and what it gives, separated by " | "; "#" opens a comment line, and the head of each file
 // names the operations it uses. A point is "x,y" in millimetres, a polygon its points separated
 // by spaces ("-" for none), a box "x,y,z x,y,z", a prism a plan and then "bottom top". Relations
-// of two things are checked both ways round. The operations "edit", "cache", "bounds" and
-// "count" run a command (see Edit) on a polygon; "edit" gives what the command answers, if
+// of two things are checked both ways round. The operations "edit", "orientation-after", "bounds"
+// and "count" run a command (see Edit) on a polygon; "edit" gives what the command answers, if
 // anything, and "; ", or "error: " and the exception's text and "; ", then the vertices after it
 // to 4 decimals.
 
@@ -201,25 +201,6 @@ std::string PageHeaderResult(const std::string& schema, const std::string& hex) 
         });
 }
 
-std::string Unescaped(const std::string& text) {
-    std::string plain;
-    for (std::size_t i = 0; i < text.size(); ++i) {
-        const char c = text[i];
-        const char code = c == '\\' && i + 1 < text.size() ? text[++i] : 0;
-        if (code == 'x') {
-            plain += static_cast<char>(std::stoi(text.substr(i + 1, 2), nullptr, 16));
-            i += 2;
-        } else {
-            plain += code == 0     ? c
-                     : code == 't' ? '\t'
-                     : code == 'n' ? '\n'
-                     : code == 'r' ? '\r'
-                                   : code;
-        }
-    }
-    return plain;
-}
-
 // Runs one editing command on the polygon, or several joined by " & "; gives what the (last)
 // operation answers, if anything.
 std::string Edit(QWorldPoly& poly, const std::string& command) {
@@ -244,8 +225,6 @@ std::string Edit(QWorldPoly& poly, const std::string& command) {
         poly.SortAlong(QAngle(std::stod(at(1)), QAngle::ANGU_DEG));
     else if (verb == "remove-duplicates")
         poly.RemoveDuplicates(IsClosed(at(1)));
-    else if (verb == "set-size")
-        poly.SetSize(index(1));
     else if (verb == "element-at")
         poly.ElementAt(index(1)) = PointOf(at(2));
     else if (verb == "element-at-wrapped")
@@ -382,7 +361,7 @@ std::string Result(const Words& f) {
     if (op == "read") {
         QWorldPoly poly = test::Poly({{5, 5}});
         std::string message;
-        if (!ReadPolyText(Unescaped(f.at(1)), poly, message))
+        if (!ReadPolyText(f.at(1), poly, message))
             return "error: " + message + (test::Text(poly) == "5,5" ? "" : "; changed the polygon");
         return test::Text(poly) + (message.empty() ? "" : "; a message: " + message);
     }
@@ -403,19 +382,14 @@ std::string Result(const Words& f) {
     if (op == "bounds") {
         poly.GetBounds();
         Edit(poly, f.at(2));
-        const int flags = poly.CacheFlags();
         const QWorldPoly::Rect& bounds = poly.GetBounds();
-        return std::to_string(flags) + "; " +
-               RoundedText(test::Poly({{bounds.left.GetRaw(), bounds.top.GetRaw()},
+        return RoundedText(test::Poly({{bounds.left.GetRaw(), bounds.top.GetRaw()},
                                        {bounds.right.GetRaw(), bounds.bottom.GetRaw()}}));
     }
-    if (op == "cache") {
+    if (op == "orientation-after") {
         poly.Orientation();
-        poly.GetBounds();
         Edit(poly, f.at(2));
-        const int flags = poly.CacheFlags();
-        return std::to_string(flags) + " " +
-               (flags & QWorldPoly::c_orientationValid ? std::to_string(poly.Orientation()) : "-");
+        return std::to_string(poly.Orientation());
     }
     if (op != "edit")
         throw std::invalid_argument("no operation " + op);

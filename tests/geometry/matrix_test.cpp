@@ -1,4 +1,3 @@
-#include "tests/support/environment.h"
 #include "tests/support/geometry.h"
 #include "tests/support/matrices.h"
 
@@ -11,7 +10,6 @@
 #include <gtest/gtest.h>
 #include <numbers>
 #include <random>
-#include <regex>
 #include <string>
 
 namespace keel {
@@ -49,12 +47,6 @@ TEST_F(MatrixTest, EqualityAllowsTwoTenThousandthsInEachElement) {
         EXPECT_EQ(changed != QMatrix(), !c.equal) << c.index << " by " << c.by;
         EXPECT_EQ(changed.IsIdentity(), c.equal) << c.index << " by " << c.by;
     }
-    QMatrix zero;
-    EXPECT_FALSE(zero.IsZero());
-    zero.SetZero();
-    EXPECT_TRUE(zero.IsZero());
-    zero.SetIdentity();
-    EXPECT_TRUE(zero.IsIdentity());
 }
 
 // Each operation multiplies an arbitrary matrix on the right by the transform it stands for;
@@ -102,11 +94,6 @@ TEST_F(MatrixTest, OperationsMultiplyOnTheRightByTheirTransform) {
         {"by an angle below the tolerance",
          [](QMatrix& m) { m.RotateAboutAxis(QAngle::FromRaw(0.000001), P3(0, 0, 0), P3(0, 0, 1)); },
          identity},
-        {"by a negative angle below the tolerance",
-         [](QMatrix& m) {
-             m.RotateAboutAxis(QAngle::FromRaw(-0.000009), P3(0, 0, 0), P3(1, 1, 1));
-         },
-         identity},
         {"by an angle just above the tolerance",
          [](QMatrix& m) { m.RotateAboutAxis(QAngle::FromRaw(0.00002), 0, 0, 0, 0, 0, 1); },
          test::TurnZ(tiny)},
@@ -128,32 +115,24 @@ TEST_F(MatrixTest, OperationsMultiplyOnTheRightByTheirTransform) {
     QMatrix posted;
     posted.PostTranslate(P3(1, -2, 0.5));
     EXPECT_TRUE(MatrixNear(posted, test::Shift(100, -200, 50)));
-    Point3D point = P3(2, 3, 4);
-    posted.Apply(point);
-    EXPECT_TRUE(PointNear(point, {3, 1, 4.5}));
 }
 
-TEST_F(MatrixTest, MultiplyGivesTheProductAlsoIntoOneOfItsInputs) {
-    const Rows a = test::ArbitraryRows(random);
-    const Rows b = test::ArbitraryRows(random);
-    const Rows ab = Product(a, b);
-    QMatrix right = MatrixOf(b);
-    QMatrix::Multiply(right, MatrixOf(a), right);
-    EXPECT_TRUE(MatrixNear(right, ab)) << "into the right input";
-    QMatrix square = MatrixOf(a);
-    QMatrix::Multiply(square, square, square);
-    EXPECT_TRUE(MatrixNear(square, Product(a, a))) << "into both";
-    QMatrix accumulated = MatrixOf(a);
-    accumulated *= MatrixOf(b);
-    EXPECT_TRUE(MatrixNear(accumulated, ab));
-}
-
-TEST_F(MatrixTest, Multiply2TakesANullInputForIdentity) {
+TEST_F(MatrixTest, MultiplyGivesTheProductIntoAnInputAndTakesNullForIdentity) {
     const Rows a = test::ArbitraryRows(random);
     const Rows b = test::ArbitraryRows(random);
     const QMatrix ma = MatrixOf(a);
     const QMatrix mb = MatrixOf(b);
-    QMatrix result = MatrixOf(test::ArbitraryRows(random));
+    QMatrix right = mb;
+    QMatrix::Multiply(right, ma, right);
+    EXPECT_TRUE(MatrixNear(right, Product(a, b))) << "into the right input";
+    QMatrix square = ma;
+    QMatrix::Multiply(square, square, square);
+    EXPECT_TRUE(MatrixNear(square, Product(a, a))) << "into both";
+    QMatrix accumulated = ma;
+    accumulated *= mb;
+    EXPECT_TRUE(MatrixNear(accumulated, Product(a, b)));
+
+    QMatrix result = square;
     QMatrix::Multiply2(result, nullptr, nullptr);
     EXPECT_TRUE(MatrixNear(result, test::IdentityRows(), 0));
     QMatrix::Multiply2(result, &ma, nullptr);
@@ -191,36 +170,6 @@ TEST_F(MatrixTest, EulerAnglesFailOnlyBeyondASineOfOne) {
         }
         EXPECT_DOUBLE_EQ(translation[0], 2.5) << "translation is given also on failure";
     }
-    QMatrix quarterAboutY;
-    quarterAboutY.RotateY(QAngle::FromRaw(90));
-    EXPECT_NEAR(quarterAboutY.GetMatrix()[8], 1, 1e-15);
-    double angles[3];
-    double translation[3];
-    EXPECT_TRUE(quarterAboutY.ToEuler(angles, translation));
-    EXPECT_NEAR(angles[1], c_pi / 2, 1e-7);
-}
-
-TEST_F(MatrixTest, APlanAngleTurnsOnlyByARotationAboutZ) {
-    QMatrix aboutZ;
-    aboutZ.RotateZ(QAngle::FromRaw(30));
-    aboutZ.Translate(500, 600, 0);
-    QAngle angle = QAngle::FromRaw(10);
-    EXPECT_TRUE(aboutZ.Apply(angle));
-    EXPECT_NEAR(angle.GetRaw(), 40, 1e-9);
-    EXPECT_TRUE(aboutZ.ApplyInverse(angle));
-    EXPECT_NEAR(angle.GetRaw(), 10, 1e-9);
-
-    QMatrix aboutX;
-    aboutX.RotateX(QAngle::FromRaw(1e-6));
-    aboutX.RotateZ(QAngle::FromRaw(30));
-    QMatrix failing;
-    failing.Set(0, 2, 1.5);
-    for (const QMatrix* matrix : {&aboutX, &failing}) {
-        QAngle kept = QAngle::FromRaw(10);
-        EXPECT_FALSE(matrix->Apply(kept));
-        EXPECT_FALSE(matrix->ApplyInverse(kept));
-        EXPECT_EQ(kept.GetRaw(), 10);
-    }
 }
 
 TEST_F(MatrixTest, APlanPolygonIsTakenAtHeightZeroAndItsNewHeightDropped) {
@@ -233,77 +182,33 @@ TEST_F(MatrixTest, APlanPolygonIsTakenAtHeightZeroAndItsNewHeightDropped) {
     matrix.Apply(poly);
     // (x, y, 0) turns about x to (x, 0, y), then about z to (0, x, y), then moves 10 mm along x.
     EXPECT_TRUE(test::VerticesNear(poly, {{10, 0}, {10, 10}, {10, 0}}));
-    EXPECT_EQ(poly.CacheFlags(), 0);
+    EXPECT_EQ(poly.GetBounds(), (QWorldPoly::Rect(test::Pt(10, 0), test::Pt(10, 10))))
+        << "the bounds known before are not kept";
 
     QMatrix turn;
     turn.RotateAboutZAxis(QAngle::FromRaw(90), test::Pt(5, 5));
     QWorldPoly square = test::Poly({{0, 0}, {10, 0}, {10, 10}});
-    turn.Apply(square);
-    EXPECT_TRUE(test::VerticesNear(square, {{10, 0}, {10, 10}, {0, 10}}));
     turn.ApplyInverse(square);
-    EXPECT_TRUE(test::VerticesNear(square, {{0, 0}, {10, 0}, {10, 10}}));
+    EXPECT_TRUE(test::VerticesNear(square, {{0, 10}, {0, 0}, {10, 0}}));
 }
 
-TEST_F(MatrixTest, TheDescriptionNamesTheAddressAndTheAnglesOrWhyNot) {
-    EXPECT_EQ(QMatrix2Euler(nullptr).ToUtf8(), "=NULL");
-    const std::regex address(R"(^\[0x[0-9a-f]{8,}\](.*)$)");
-    const auto rest = [&](const QMatrix& matrix) {
-        const std::string text = QMatrix2Euler(&matrix).ToUtf8();
-        std::smatch match;
-        return std::regex_match(text, match, address) ? match[1].str() : "bad start: " + text;
-    };
-    EXPECT_EQ(rest(QMatrix()), "=Identity");
-    QMatrix turned;
-    turned.PostTranslate(150, -25, 1);
-    turned.RotateX(QAngle::FromRaw(10));
-    turned.RotateY(QAngle::FromRaw(-20));
-    turned.RotateZ(QAngle::FromRaw(30.5));
-    EXPECT_EQ(rest(turned), "=eangs: 10.0000 -20.0000 30.5000 deg, xlate: 1.50 -0.25 0.01");
-    QMatrix failing;
-    failing.Set(0, 2, 1.001);
-    EXPECT_EQ(rest(failing), "=ToEuler ***fails***");
-}
-
-TEST_F(MatrixTest, TraceWritesTheTextTheDescriptionAndTheRowsToTheDebugOutput) {
-    test::ScopedEnvironment debug("KEEL_DEBUG_OUTPUT", "1");
-    QMatrix matrix;
-    matrix.Translate(150, 0, -2);
-    testing::internal::CaptureStderr();
-    matrix.Trace(u"moved");
-    const std::string traced = testing::internal::GetCapturedStderr();
-    const std::regex lines(R"(^moved \[0x[0-9a-f]+\]=eangs: -?0\.0000 -?0\.0000 -?0\.0000 deg, )"
-                           R"(xlate: 1\.50 0\.00 -0\.02\n( +-?[0-9]+\.[0-9]{6}){4}\n)"
-                           R"(.*\n.*\n +0\.000000 +0\.000000 +0\.000000 +1\.000000\n$)");
-    EXPECT_TRUE(std::regex_match(traced, lines)) << traced;
-    EXPECT_NE(traced.find("   150.000000\n"), std::string::npos) << traced;
-}
-
-TEST_F(MatrixTest, AnObjectTransformRefreshesOnceUntilInvalidated) {
+TEST_F(MatrixTest, AnObjectTransformRefreshesOnlyWhenInvalidated) {
     test::CountingTransform transform;
-    EXPECT_FALSE(transform.IsUpToDate());
     transform.next = test::Shift(100, 200, 300);
     const test::CountingTransform& reader = transform;
-    EXPECT_EQ(reader.SafeGetMatrix(0, 3), 100);
-    EXPECT_EQ(reader.SafeGetMatrixPtr()[13], 200);
-    EXPECT_TRUE(MatrixNear(reader.SafeEval(), test::Shift(100, 200, 300), 0));
     Point3D point = P3(0, 0, 0);
     reader.SafeApply(point);
     EXPECT_TRUE(PointNear(point, {1, 2, 3}));
-    reader.SafeApplyInverse(point);
-    EXPECT_TRUE(PointNear(point, {0, 0, 0}));
-    EXPECT_EQ(transform.refreshes, 1);
-
-    transform.Invalidate();
     transform.next = test::Shift(5, 0, 0);
+    EXPECT_EQ(reader.SafeGetMatrix(0, 3), 100) << "still the matrix of the last refresh";
+    transform.Invalidate();
     EXPECT_EQ(reader.SafeGetMatrix(0, 3), 5);
-    EXPECT_EQ(transform.refreshes, 2);
     transform.Invalidate();
     QMatrix given;
     given.Translate(7, 0, 0);
     transform.Set(given);
     EXPECT_TRUE(transform.IsUpToDate());
     EXPECT_EQ(reader.SafeGetMatrix(0, 3), 7);
-    EXPECT_EQ(transform.refreshes, 2) << "Set needs no refresh";
 }
 
 TEST_F(MatrixTest, ATextureMapScalesByTheRatiosTurnsAndShiftsByAFraction) {

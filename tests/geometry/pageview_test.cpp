@@ -2,7 +2,6 @@
 
 #include "keel/platform/exceptions.h"
 
-#include <cmath>
 #include <gtest/gtest.h>
 
 namespace keel::test {
@@ -54,15 +53,6 @@ TEST(PageViewTest, PointsRunPageTopToClientTopAndOnToTheScreen) {
     EXPECT_EQ(view.WorldToClient(WorldPt(5000, 3750)), QClientPoint(378, 283));
     EXPECT_EQ(view.ClientToScreen(QClientPoint(378, 283)), QScreenPoint(478, 333));
     EXPECT_EQ(view.ScreenToClient(QScreenPoint(478, 333)), QClientPoint(378, 283));
-    for (const int zoom : {10, 100, 1000}) {
-        view.SetZoom(zoom, false);
-        const double pixel = 1000.0 / (3779 * zoom / 100.0);
-        for (const QPagePoint& page : {PagePt(0, 0), PagePt(12.34, 56.78), PagePt(199, 1)}) {
-            const QPagePoint back = view.ClientToPage(view.PageToClient(page));
-            EXPECT_NEAR(back.x.GetRaw(), page.x.GetRaw(), pixel) << zoom;
-            EXPECT_NEAR(back.y.GetRaw(), page.y.GetRaw(), pixel) << zoom;
-        }
-    }
     const QClientRect rect = view.PageToClient(QPageRect(PagePt(10, 10), PagePt(20, 30)));
     EXPECT_LT(rect.top, rect.bottom) << "normalised on the client";
 }
@@ -73,11 +63,9 @@ TEST(PageViewTest, FreeFunctionsWithoutAContextGiveLogicalUnits) {
     EXPECT_EQ(ClientPoint(WorldPt(500, 250), nullptr, 50), QClientPoint(1000, 500));
     EXPECT_EQ(PagePoint(QClientPoint(1000, -250), nullptr), PagePt(10, -2.5));
     EXPECT_EQ(WorldPoint(QClientPoint(1000, -250), nullptr, 20), WorldPt(200, -50));
-    EXPECT_EQ(HIMETRICPoint(QClientPoint(7, 8), nullptr).y, 8);
-    EXPECT_EQ(ClientPoint(QHimetricPoint(21000, 29700), nullptr), QClientPoint(21000, 29700));
 }
 
-TEST(PageViewTest, APrinterTakesNoZoomAndAContainerItsOwn) {
+TEST(PageViewTest, APrinterTakesNoZoom) {
     PageSetup setup(200, 150, 50);
     setup.view->SetZoom(250, false);
     QDeviceCaps caps;
@@ -88,28 +76,17 @@ TEST(PageViewTest, APrinterTakesNoZoomAndAContainerItsOwn) {
     QInfoDC screen(caps);
     setup.view->PrepareDC(screen, {3779, 3779});
     EXPECT_EQ(screen.GetViewportExt().x, 9448) << "2.5 * 3779 = 9447.5 rounds up";
-    setup.view->SetContainerZoomFactor(0.5);
-    setup.view->PrepareDC(screen, {3779, 3779});
-    EXPECT_EQ(screen.GetViewportExt().x, 1890) << "the container's factor, not the zoom";
-    setup.view->PrepareDC(printer, {23622, 23622});
-    EXPECT_EQ(printer.GetViewportExt().x, 23622) << "nor on a printer";
 }
 
 TEST(PageViewTest, ZoomOutsideItsRangeIsRefusedWithTheReason) {
     PageSetup setup(200, 150, 50);
-    const struct {
-        int zoom;
-        const char* message;
-    } cases[] = {{0, "Invalid argument: a zoom of 0% is outside 1 to 100000%"},
-                 {1000000000, "Invalid argument: a zoom of 1000000000% is outside 1 to 100000%"}};
-    for (const auto& c : cases) {
-        try {
-            setup.view->SetZoom(c.zoom, true);
-            ADD_FAILURE() << c.zoom;
-        } catch (const InvalidArgumentException& failure) {
-            EXPECT_STREQ(failure.what(), c.message);
-        }
+    try {
+        setup.view->SetZoom(0, true);
+        ADD_FAILURE();
+    } catch (const InvalidArgumentException& failure) {
+        EXPECT_STREQ(failure.what(), "Invalid argument: a zoom of 0% is outside 1 to 100000%");
     }
+    EXPECT_THROW(setup.view->SetZoom(100001, true), InvalidArgumentException);
     EXPECT_EQ(setup.view->GetZoom(), 100);
     EXPECT_TRUE(setup.window->Invalidated().empty());
 }
@@ -141,18 +118,13 @@ TEST(PageViewTest, ZoomPreviousGoesBackInTheOrderOfTheZooms) {
     view.ScrollToPosition(PagePt(10, 140), false);
     const QPagePoint start = view.GetScrollPositionPage();
     view.ZoomToRect(QPageRect(PagePt(0, 0), PagePt(100, 75)));
-    const int first = view.GetZoom();
-    const QPagePoint firstPosition = view.GetScrollPositionPage();
     view.ZoomToRect(QPageRect(PagePt(10, 10), PagePt(20, 20)));
-    const int second = view.GetZoom();
-    EXPECT_EQ(first, 212);
-    EXPECT_EQ(second, 1588);
+    EXPECT_EQ(view.GetZoom(), 1588);
     ASSERT_EQ(view.ZoomStack().GetCount(), 2);
-    EXPECT_EQ(view.ZoomStack().Top().zoom, first);
+    EXPECT_EQ(view.ZoomStack().Top().zoom, 212);
 
     view.ZoomPrevious();
-    EXPECT_EQ(view.GetZoom(), first);
-    EXPECT_NEAR(view.GetScrollPositionPage().x.GetRaw(), firstPosition.x.GetRaw(), 0.2);
+    EXPECT_EQ(view.GetZoom(), 212);
     view.ZoomPrevious();
     EXPECT_EQ(view.GetZoom(), 100);
     EXPECT_NEAR(view.GetScrollPositionPage().x.GetRaw(), start.x.GetRaw(), 0.3);
@@ -212,68 +184,23 @@ TEST(PageViewTest, AnEmptyZoomStackHasNoTop) {
     QZoomPreviousStack stack;
     EXPECT_THROW(stack.Top(), InvalidArgumentException);
     EXPECT_THROW(stack.Pop(), InvalidArgumentException);
-    stack.Push(50, PagePt(1, 2));
-    stack.Push(75, PagePt(3, 4));
-    EXPECT_EQ(stack.Pop().zoom, 75);
-    EXPECT_EQ(stack.Top().position, PagePt(1, 2));
-}
-
-TEST(PageViewTest, HandlesAreThreePixelsAtEveryZoom) {
-    PageSetup setup(200, 150, 50);
-    for (const int zoom : {50, 100, 400}) {
-        SCOPED_TRACE(zoom);
-        setup.view->SetZoom(zoom, false);
-        const double grip = 3 * 1000.0 / std::lround(3779 * zoom / 100.0);
-        const QPageRect handle = setup.view->HandleRectAtPointPage(PagePt(10, 20));
-        EXPECT_NEAR(handle.left.GetRaw(), 10 - grip, 1e-9);
-        EXPECT_NEAR(handle.bottom.GetRaw(), 20 + grip, 1e-9);
-        const QPageRect inflated =
-            setup.view->InflateForHandles(QPageRect(PagePt(0, 0), PagePt(5, 5)));
-        EXPECT_NEAR(inflated.top.GetRaw(), -grip, 1e-9);
-        EXPECT_NEAR(inflated.right.GetRaw(), 5 + grip, 1e-9);
-    }
-}
-
-// Where a page coordinate falls on the client, unrounded.
-struct DeviceOf {
-    DeviceOf(const QPageView& view) : dc(view.ClientDC(true)) {}
-    double X(const QLength& x) const { return dc->LogicalToDeviceX(x.GetRaw() / 0.01); }
-    double Y(const QLength& y) const { return dc->LogicalToDeviceY(y.GetRaw() / 0.01); }
-    std::unique_ptr<QDeviceContext> dc;
-};
-
-bool IsWhole(double value) {
-    return std::fabs(value - std::round(value)) < 1e-6;
 }
 
 TEST(PageViewTest, ClientSnapPutsRectanglesOnWholePixels) {
     PageSetup setup(200, 150, 50);
     QPageView& view = *setup.view;
-    const DeviceOf device(view);
-    const QPageRect rect(PagePt(10.1, 20.3), PagePt(30.55, 40.9));
-    const QPageRect nearest = view.ClientSnap(rect);
-    const QPageRect outward = view.ClientSnapPlus(rect);
-    const QPageRect inward = view.ClientSnapMinus(rect);
-    for (const QPageRect* snapped : {&nearest, &outward, &inward}) {
-        EXPECT_TRUE(IsWhole(device.X(snapped->left)));
-        EXPECT_TRUE(IsWhole(device.X(snapped->right)));
-        EXPECT_TRUE(IsWhole(device.Y(snapped->top)));
-        EXPECT_TRUE(IsWhole(device.Y(snapped->bottom)));
-    }
-    EXPECT_NEAR(device.X(nearest.left), 38, 1e-6) << "38.17";
-    EXPECT_NEAR(device.X(outward.right), 116, 1e-6) << "115.45 up";
-    EXPECT_NEAR(device.X(inward.right), 115, 1e-6) << "115.45 down";
-    EXPECT_EQ(view.ClientSnapPlus(outward), outward) << "a snapped rectangle stays";
-    const QWorldRect world = view.ClientSnapPlus(view.PageToWorld(rect));
-    EXPECT_EQ(world, view.PageToWorld(outward));
-
     const auto dc = view.ClientDC(true);
-    const QPagePoint up = ClientSnapPlus(PagePt(10.1, 20.3), *dc);
-    const QPagePoint down = ClientSnapMinus(PagePt(10.1, 20.3), *dc);
-    EXPECT_GT(up.x.GetRaw(), 10.1);
-    EXPECT_GT(up.y.GetRaw(), 20.3) << "plus is larger in page units, up the page";
-    EXPECT_LT(down.y.GetRaw(), 20.3);
-    EXPECT_TRUE(IsWhole(device.Y(ClientSnap(PagePt(10.1, 20.3), *dc).y)));
+    const auto deviceX = [&](const QLength& x) { return dc->LogicalToDeviceX(x.GetRaw() / 0.01); };
+    const QPageRect rect(PagePt(10.1, 20.3), PagePt(30.55, 40.9));
+    EXPECT_NEAR(deviceX(view.ClientSnap(rect).left), 38, 1e-6) << "38.17";
+    const QPageRect outward = view.ClientSnapPlus(rect);
+    EXPECT_NEAR(deviceX(outward.right), 116, 1e-6) << "115.45 up";
+    EXPECT_NEAR(deviceX(view.ClientSnapMinus(rect).right), 115, 1e-6) << "115.45 down";
+    EXPECT_EQ(view.ClientSnapPlus(outward), outward) << "a snapped rectangle stays";
+    EXPECT_EQ(view.ClientSnapPlus(view.PageToWorld(rect)), view.PageToWorld(outward));
+    EXPECT_GT(ClientSnapPlus(PagePt(10.1, 20.3), *dc).y.GetRaw(), 20.3)
+        << "plus is larger in page units, up the page";
+    EXPECT_LT(ClientSnapMinus(PagePt(10.1, 20.3), *dc).y.GetRaw(), 20.3);
 }
 
 TEST(PageViewTest, FillsCoverTheRectangleOrTheBandsAroundItInTheClipBox) {
@@ -310,28 +237,6 @@ TEST(PageViewTest, FillsCoverTheRectangleOrTheBandsAroundItInTheClipBox) {
         EXPECT_NEAR(painting.left.GetRaw(), 0, 0.01);
         EXPECT_NEAR(painting.top.GetRaw(), 150 - c.height * 1000.0 / 3779, 0.01);
     }
-}
-
-class RecordedStatusBar : public IStatusBar {
-public:
-    void SetPaneText(int pane, const CString& text) override { panes[pane] = text.ToUtf8(); }
-    std::string panes[4];
-};
-
-TEST(PageViewTest, MouseStatusShowsPaperModelDeltaAndDistance) {
-    PageSetup setup(200, 150, 50);
-    RecordedStatusBar bar;
-    QPageMainFrame frame(bar);
-    frame.PrevPointWorld = WorldPt(-300, 7100);
-    frame.UpdateMouseStatus(*setup.view, QClientPoint(0, 0));
-    EXPECT_EQ(frame.MousePointPage, PagePt(0, 150));
-    EXPECT_EQ(frame.MousePointWorld, WorldPt(0, 7500));
-    const auto text = [](double raw) { return Mm(raw).Format().ToUtf8(); };
-    EXPECT_EQ(bar.panes[0], "Paper:" + text(0) + " " + text(150));
-    EXPECT_EQ(bar.panes[1], "Model:" + text(0) + " " + text(7500));
-    EXPECT_EQ(bar.panes[2], "Delta:" + text(300) + " " + text(400));
-    EXPECT_EQ(bar.panes[3],
-              "Dist:" + text(500) + " " + QAngle::FromRaw(53.13010235415598).Format().ToUtf8());
 }
 
 TEST(PageViewTest, TheTotalRectangleFollowsThePageAndItsOffset) {
@@ -382,33 +287,6 @@ TEST(MapFlatTest, ZoomedWorldMapCentresTheRectangleInsideTheMargin) {
               QWorldRect(WorldPt(0, 0), WorldPt(1000, 500)));
 }
 
-TEST(MapFlatTest, ScaleMirrorAndRotationShapeTheMap) {
-    QMapFlat map;
-    map.SetScale(2);
-    ASSERT_TRUE(map.SetZoomedWorldMap(QWorldRect(WorldPt(0, 0), WorldPt(1000, 500)),
-                                      QClientRect(0, 0, 110, 60), 5));
-    EXPECT_DOUBLE_EQ(map.ZoomRatio(), 500) << "twice the scale, half the ratio";
-
-    map.SetTheta(QAngle::FromRaw(90));
-    const QWorldPoint turned = map.Rotate(WorldPt(10, 0));
-    EXPECT_NEAR(turned.x.GetRaw(), 0, 1e-12);
-    EXPECT_NEAR(turned.y.GetRaw(), 10, 1e-12);
-
-    QMapFlat mirrored;
-    mirrored.SetWindowExt(200, -100);
-    mirrored.SetWindowOrg(10, 20);
-    mirrored.SetViewportExt(50, 60);
-    mirrored.SetViewportOrg(7, 8);
-    mirrored.SetMirrored(true);
-    QRecordingDC dc(QDeviceCaps{});
-    EXPECT_EQ(mirrored.SetMode(dc), MM_TEXT);
-    EXPECT_EQ(dc.GetWindowExt(), (QClientVector{-200, -100}));
-    EXPECT_EQ(dc.GetWindowOrg(), QClientPoint(210, 20));
-    EXPECT_EQ(dc.GetViewportExt(), (QClientVector{50, 60}));
-    EXPECT_EQ(dc.GetViewportOrg(), QClientPoint(7, 8));
-    EXPECT_EQ(mirrored.SetMode(dc), MM_ANISOTROPIC);
-}
-
 TEST(PageDocTest, DefaultScaleIsAMultipleOfFiveFromTheSmallerSide) {
     const struct {
         double width, height;
@@ -425,7 +303,6 @@ TEST(PageDocTest, DefaultScaleIsAMultipleOfFiveFromTheSmallerSide) {
         QPageDoc::SetManualPageSize(PageSize(c.width, c.height));
         const QPageDoc doc;
         EXPECT_EQ(doc.GetScale(), c.scale);
-        EXPECT_EQ(doc.GetPageSize(), PageSize(c.width, c.height));
         EXPECT_EQ(QPageDoc::DefaultScaleFor(PageSize(c.width, c.height)), c.scale);
     }
 }
@@ -469,22 +346,10 @@ private:
     int m_widthMm, m_heightMm;
 };
 
-// A view that follows the page size and records what it was given.
-struct FollowingView : IPageSizeFollower {
-    void SetPageSize(const QPageVector& size, bool redraw) override {
-        sizes.push_back(size);
-        redraws.push_back(redraw);
-    }
-    std::vector<QPageVector> sizes;
-    std::vector<bool> redraws;
-};
-
 TEST(PageDocTest, ComputePageSizeAsksThePrinterAndKeepsTheDrawingOnPaper) {
     PageStaticsScope statics;
     QPageDoc::SetManualPageSize({});
     QPageDoc doc;
-    FollowingView follower;
-    doc.AddFollower(&follower);
     FakePrinter printer(210, 297);
     SetDefaultPrinter(&printer);
     ASSERT_EQ(doc.GetScale(), 30);
@@ -493,8 +358,6 @@ TEST(PageDocTest, ComputePageSizeAsksThePrinterAndKeepsTheDrawingOnPaper) {
     EXPECT_EQ(printer.asked, 1);
     EXPECT_EQ(doc.GetPageSize(), PageSize(210, 297));
     EXPECT_EQ(doc.GetScale(), 30) << "kept";
-    ASSERT_EQ(follower.sizes.size(), 1u);
-    EXPECT_TRUE(follower.redraws[0]);
 
     FakePrinter bigger(420, 594);
     SetDefaultPrinter(&bigger);
@@ -502,46 +365,25 @@ TEST(PageDocTest, ComputePageSizeAsksThePrinterAndKeepsTheDrawingOnPaper) {
     EXPECT_EQ(doc.GetPageSize(), PageSize(420, 594));
     EXPECT_EQ(doc.GetScale(), 15) << "30 * 210 / 420";
 
-    EXPECT_TRUE(doc.ComputePageSize(nullptr, false, false));
-    EXPECT_EQ(follower.sizes.size(), 2u) << "nothing changed, nobody told";
-
     QPageDoc::SetManualPageSizeA4();
     EXPECT_TRUE(QPageDoc::IsManualPageSizeA4());
     EXPECT_TRUE(doc.ComputePageSize(nullptr, false, false));
-    EXPECT_EQ(bigger.asked, 2) << "a manual size is not asked of the printer";
+    EXPECT_EQ(bigger.asked, 1) << "a manual size is not asked of the printer";
     EXPECT_EQ(doc.GetPageSize(), PageSize(210, 297));
     EXPECT_EQ(doc.GetScale(), 15) << "a manual size keeps the scale";
-    doc.RemoveFollower(&follower);
 }
 
-TEST(PageDocTest, ComputePageSizeMeasuresAGivenContextAndRefusesNesting) {
+TEST(PageDocTest, ComputePageSizeMeasuresAGivenContext) {
     PageStaticsScope statics;
     QPageDoc::SetManualPageSize({});
-
-    class NestingDoc : public QPageDoc {
-    public:
-        bool nestedResult = true;
-
-    protected:
-        void ScaleChanged(int) override { nestedResult = ComputePageSize(nullptr, false, true); }
-    } doc;
+    QPageDoc doc;
     QInfoDC a4(QDeviceCaps{0, 0, 210, 297}, true);
     QInfoDC a3(QDeviceCaps{0, 0, 297, 420}, true);
     EXPECT_TRUE(doc.ComputePageSize(&a4, false, false));
     EXPECT_EQ(doc.GetScale(), 30);
-    EXPECT_TRUE(doc.nestedResult) << "no notification yet";
     EXPECT_TRUE(doc.ComputePageSize(&a3, false, false));
     EXPECT_EQ(doc.GetPageSize(), PageSize(297, 420));
     EXPECT_EQ(doc.GetScale(), 21) << "30 * 210 / 297";
-    EXPECT_FALSE(doc.nestedResult) << "the scale notification ran inside the computation";
-}
-
-TEST(PageDocTest, VersionsCompareNumberByNumber) {
-    EXPECT_TRUE(IsVersionAtLeast(u"0.3.1296.1", u"0.3.1296.1"));
-    EXPECT_TRUE(IsVersionAtLeast(u"0.3.6000.16386", u"0.3.1296.1"));
-    EXPECT_TRUE(IsVersionAtLeast(u"0.4", u"0.3.1296.1"));
-    EXPECT_FALSE(IsVersionAtLeast(u"0.3.999.9", u"0.3.1296.1"));
-    EXPECT_FALSE(IsVersionAtLeast(u"0.3.1296", u"0.3.1296.1"));
 }
 
 TEST(PageDocTest, SetScaleRefusesAScaleThatIsNotPositive) {

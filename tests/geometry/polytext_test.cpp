@@ -21,6 +21,15 @@ TEST(PolyTextTest, CoordinatesAreMillimetresWhateverTheDefaultUnits) {
     EXPECT_EQ(poly.Vertex(2).y.GetRaw(), 2);
 }
 
+TEST(PolyTextTest, AnyWhiteSpaceSeparatesPointsAndOtherBytesShowAsQuestionMarks) {
+    QWorldPoly poly;
+    std::string message;
+    ASSERT_TRUE(ReadPolyText("  \t0,0\n100,0\r\n  100,50   ", poly, message)) << message;
+    EXPECT_EQ(test::Text(poly), "0,0 100,0 100,50");
+    EXPECT_FALSE(ReadPolyText("0,0 1,1 2,\xC3\xA9", poly, message));
+    EXPECT_EQ(message, "point 3: y \"??\" is not a number");
+}
+
 TEST(PolyTextTest, WrittenTextReadsBackToTheSameDoubles) {
     const QWorldPoly original =
         test::Poly({{0.1, 1.0 / 3}, {-123456.789, 2e-7}, {987654321.5, -0.0}, {1e-300, 5}});

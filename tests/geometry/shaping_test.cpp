@@ -10,9 +10,7 @@ namespace keel {
 
 namespace {
 
-using test::Poly;
 using test::Pt;
-using test::Text;
 using test::VerticesNear;
 using Arc = TPolyArc<QLength, 'W'>;
 
@@ -71,36 +69,6 @@ TEST(ArcTest, MovingMirroringRotatingAndFittingTakeTheCentreAlong) {
     EXPECT_EQ(fitted.Centre(), Pt(10, 0)) << "the mean of the first and last vertex's moves";
     fitted.FitToRect({Pt(3, 4), Pt(23, 9)});
     EXPECT_EQ(fitted.Centre(), Pt(13, 4));
-}
-
-TEST(ArcTest, ARotationByNothingLeavesEverythingAlone) {
-    const Arc original(Pt(0, 0), Pt(10, 0), 4, QLength::FromRaw(5));
-    Arc arc = original;
-    arc.Orientation();
-    arc.GetBounds();
-    arc.Rotate(1.0, 0.0);
-    arc.Rotate(QAngle(0.000009, QAngle::ANGU_DEG));
-    arc.RotateAbout(Pt(3, 3), QAngle(-0.00001, QAngle::ANGU_DEG));
-    EXPECT_EQ(arc.CacheFlags(), QWorldPoly::c_orientationValid | QWorldPoly::c_boundsValid);
-    EXPECT_EQ(Text(arc), Text(original));
-    arc.Rotate(QAngle(0.0001, QAngle::ANGU_DEG));
-    EXPECT_NE(Text(arc), Text(original));
-    EXPECT_EQ(arc.CacheFlags(), QWorldPoly::c_orientationValid);
-}
-
-TEST(ArcTest, AnArcKeepsItsShapeAndItsCloneIsAPlainPolygon) {
-    Arc arc(Pt(0, 0), Pt(10, 0), 4, QLength::FromRaw(5));
-    const std::string shape = Text(arc);
-    arc = Arc(Pt(0, 0), Pt(0, 10), 2, QLength::FromRaw(50));
-    QWorldPoly& asPoly = arc;
-    asPoly = test::Poly({{1, 1}, {2, 2}});
-    EXPECT_EQ(Text(arc), shape);
-    const std::unique_ptr<QWorldPoly> clone = arc.Clone();
-    EXPECT_EQ(dynamic_cast<Arc*>(clone.get()), nullptr);
-    EXPECT_EQ(Text(*clone), shape);
-    QWorldPoly plain;
-    plain = arc;
-    EXPECT_EQ(Text(plain), shape);
 }
 
 } // namespace

@@ -35,30 +35,10 @@ TEST(RectTest, ExtendingTakesInOnlyPointsBeyondASideByEps) {
     EXPECT_EQ(rect.bottom.GetRaw(), 12);
 }
 
-class SpaceTest : public ::testing::Test {
-protected:
-    void TearDown() override { QLength::SetDefaultUnits(m_units); }
-
-private:
-    QLength::LENGTHUNITS m_units = QLength::DefaultUnits();
-};
-
 using test::P3;
-using W3 = TPoint3D<QLength, 'W'>;
 
-TEST_F(SpaceTest, CrossProductTakesTheRightOperandInTheDefaultUnits) {
-    const W3 inMillimetres = P3(1, 2, 3) ^ P3(4, 5, 6);
-    EXPECT_EQ(inMillimetres, P3(-3, 6, -3));
-    QLength::SetDefaultUnits(QLength::LU_CM);
-    EXPECT_TRUE(test::PointNear(P3(1, 2, 3) ^ P3(4, 5, 6), {-0.3, 0.6, -0.3}, 1e-15));
-}
-
-TEST_F(SpaceTest, DistanceIsEuclideanAndHopsAreSemicolonTerminated) {
+TEST(SpaceTest, DistanceIsEuclideanAndABoxNormalisesEachPairAndGrowsByPoints) {
     EXPECT_DOUBLE_EQ(Distance(P3(1, 1, 1), P3(3, 4, 7)).GetRaw(), 7);
-    EXPECT_EQ(FormatHops(P3(1.5, -2, 0)).ToUtf8(), "1.5;-2;0;");
-}
-
-TEST_F(SpaceTest, BoxNormalisesEachPairAndGrowsByPoints) {
     EXPECT_EQ(test::BoxText({P3(5, 0, 9), P3(0, 4, 1)}), "0,0,1 5,4,9");
     TPoly3D<QLength, 'W'> path;
     EXPECT_EQ(test::BoxText(path.GetBounds()), "0,0,0 0,0,0");

@@ -13,22 +13,6 @@ using test::Pt;
 using test::Text;
 using test::VerticesNear;
 
-constexpr std::uint8_t c_orientation = QWorldPoly::c_orientationValid;
-constexpr std::uint8_t c_bounds = QWorldPoly::c_boundsValid;
-
-QWorldPoly Square() {
-    return Poly({{0, 0}, {10, 0}, {10, 10}, {0, 10}});
-}
-
-TEST(PolyTest, SortAlongKeepsNoOrderAmongEqualKeysButSortsTheRest) {
-    QWorldPoly poly = Poly({{3, 0}, {1.005, 9}, {1, 8}, {0, 0}});
-    poly.SortAlong(1, 0);
-    EXPECT_EQ(poly.Vertex(0).x.GetRaw(), 0);
-    EXPECT_EQ(poly.Vertex(1), Pt(1, poly.Vertex(1).y.GetRaw()));
-    EXPECT_EQ(poly.Vertex(2), Pt(1, poly.Vertex(2).y.GetRaw()));
-    EXPECT_EQ(poly.Vertex(3).x.GetRaw(), 3);
-}
-
 // Random simple polygons are compared with the sign of their area elsewhere, and reversing and
 // mirroring a square are in the cases; these are the corners that repeat or lie on a line.
 TEST(PolyOrientationTest, RepeatedAndCollinearCornersStillGiveTheSignOfTheArea) {
@@ -58,24 +42,6 @@ TEST(PolyTest, EdgeMeasuresAndTheCentreOfVertices) {
     EXPECT_EQ(poly.VertexCentre(), Pt(1, 6));
     EXPECT_EQ(QWorldPoly().EdgeLength(3), QLength::Zero);
     EXPECT_EQ(QWorldPoly().VertexCentre(), Pt(0, 0));
-}
-
-TEST(PolyTest, AssignmentCopiesTheValidCaches) {
-    QWorldPoly source = Square();
-    source.Orientation();
-    source.Move({QLength::FromRaw(1), QLength::FromRaw(1)});
-    QWorldPoly target = Poly({{1, 1}});
-    target.GetBounds();
-    target = source;
-    EXPECT_EQ(target.CacheFlags(), c_orientation | c_bounds);
-    EXPECT_EQ(target.Orientation(), 1);
-    EXPECT_EQ(target.GetBounds(), (QWorldPoly::Rect(Pt(1, 1), Pt(11, 11))));
-    EXPECT_EQ(Text(target), Text(source));
-    QWorldPoly unsettled = Square();
-    unsettled.ElementAt(0) = Pt(-1, -1);
-    target = unsettled;
-    EXPECT_EQ(target.CacheFlags(), 0);
-    EXPECT_EQ(target.GetBounds(), (QWorldPoly::Rect(Pt(-1, -1), Pt(10, 10))));
 }
 
 TEST(MakeQuadTest, ReplacesWhatThePolygonHeldAndItsBounds) {
