@@ -59,32 +59,6 @@ TEST(NameValueFormulaStringTest, ValueColumnIsEmptyForAFormulaUnlessFlagSix) {
     }
 }
 
-CString Repeated(char16_t ch, int count) {
-    CString text;
-    for (int i = 0; i < count; ++i)
-        text += ch;
-    return text;
-}
-
-TEST(NameValueFormulaStringTest, ShortenedCutsEachPartLongerThan254) {
-    const CString exact = Repeated(u'n', 254);
-    const CString over = Repeated(u'n', 255);
-    EXPECT_EQ(QExport_NameValueFormulaString(exact, QAnyValue(1), FormulaText(), true),
-              exact + u"\t1\t");
-    EXPECT_EQ(QExport_NameValueFormulaString(over, QAnyValue(1), FormulaText(), true),
-              Repeated(u'n', 251) + u"...\t1\t");
-    EXPECT_EQ(QExport_NameValueFormulaString(over, QAnyValue(1), FormulaText(), false),
-              over + u"\t1\t");
-    // A string value is quoted: it keeps a closing quote after the dots.
-    const CString shortValue = QExport_NameValueFormulaString(
-        CString(u"s"), QAnyValue(Repeated(u'x', 300)), FormulaText(), true);
-    EXPECT_EQ(shortValue, u"s\t\"\"\"" + Repeated(u'x', 248) + u"...\"\t");
-    const CString longFormula = u"1+" + Repeated(u'2', 300);
-    EXPECT_EQ(
-        QExport_NameValueFormulaString(CString(u"f"), QAnyValue(), FormulaText(longFormula), true),
-        u"f\t\t" + longFormula.Left(251) + u"...");
-}
-
 TEST(CheckContextFirstTest, ContextFirstMustOutnumberTheOthers) {
     const struct {
         std::vector<CString> sample;

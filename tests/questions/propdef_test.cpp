@@ -163,25 +163,6 @@ TEST(QPropDefHeight, TicksNameTheirSideByWhetherTheSliderStandsUpright) {
     }
 }
 
-TEST(QPropDefTexts, EachTableReadsWithCaseAndFallsBackOtherwise) {
-    EXPECT_EQ(D::StringToControlType(u"static"), D::Edit);
-    EXPECT_EQ(D::StringToComboSource(u"folder names"), D::ComboList);
-    EXPECT_EQ(D::StringToComboValue(u"INDEX"), D::ComboText);
-    EXPECT_EQ(D::StringToRadioType(u"Value Per Button"), D::PropertyPerButton);
-    EXPECT_EQ(D::StringToEnableMode(u"hidden"), D::Enabled);
-    EXPECT_EQ(D::AlignmentBitsToString(0), CString());
-    EXPECT_EQ(D::AlignmentBitsToString(D::AlignCenter | D::StyleBold), CString(u"Center"));
-    EXPECT_EQ(D::StringToAlignmentBits(u"LEFT"), D::AlignLeft);
-    EXPECT_EQ(D::StyleBitsToString(D::StyleSorted | D::StyleBold | D::StyleUnderline | 3),
-              CString(u"Bold|Underline|Sorted"));
-    EXPECT_EQ(D::StyleBitsToString(D::AlignLeft), CString());
-    EXPECT_EQ(D::StringToStyleBits(u"bold|ITALIC|Glowing|quoted"),
-              D::StyleBold | D::StyleItalic | D::StyleQuoted);
-    EXPECT_EQ(D::StringToStyleBits(u""), 0);
-    EXPECT_EQ(D::SizeTweaks::FromString(u"1|-2").AsString(), CString(u"1|-2|0|0"));
-    EXPECT_EQ(D::SizeTweaks::FromString(u"4|3|2|1"), (D::SizeTweaks{4, 3, 2, 1}));
-}
-
 TEST(QPropDefSubstitution, MarkersTakeNamedOrNumberedValuesOnce) {
     struct Case {
         const char* text;
@@ -335,7 +316,6 @@ protected:
         ASSERT_TRUE(SwitchToTranslationFile(CString::FromUtf8(path), false, false));
     }
     void TearDown() override {
-        D::SetTranslateDuringSerialize(false);
         SwitchToTranslationFile(CString(), false, false);
         ExchangeFileTest::TearDown();
     }
@@ -353,20 +333,6 @@ TEST_F(QPropDefTranslationTest, FormulasHaveTheirStringsTranslatedAndOtherTextsT
     };
     for (const auto& [text, translated] : cases)
         EXPECT_EQ(D::TranslateFriendlyText(text), CString(translated)) << CString(text).ToUtf8();
-
-    // Loads translate the question and the tooltip only when asked, and only with a question.
-    const auto archived = [](const std::string& question) {
-        return ArchiveText("\"w\" \"" + question + "\" 03 02 00 00 \"\" 03 \"\" #3 #3 \"\" #0 00 " +
-                           "\"=\\\"Deep\\\"\" 00 00 01 00 #0 #0 #0 #0 #0 #0 #0 #0");
-    };
-    QPropDef plain = LoadAt<QPropDef>(archived("Width"), 110);
-    EXPECT_EQ(plain.Question(), CString(u"Width"));
-    D::SetTranslateDuringSerialize(true);
-    QPropDef translated = LoadAt<QPropDef>(archived("Width"), 110);
-    EXPECT_EQ(translated.Question(), CString(u"Largeur"));
-    EXPECT_EQ(translated.Tooltip(), CString(u"=\"Profond\""));
-    QPropDef noQuestion = LoadAt<QPropDef>(archived(""), 110);
-    EXPECT_EQ(noQuestion.Tooltip(), CString(u"=\"Deep\"")) << "without a question nothing is";
 }
 
 } // namespace

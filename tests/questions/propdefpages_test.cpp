@@ -137,47 +137,5 @@ TEST(QuestionClipboard, APasteGivesWhatWasCopiedUnderThePastingObjectsContext) {
         [](const QPropDefTabGroup& group) { return group.GetAt(0)->GetAt(0)->ParentContext(); });
 }
 
-template <class T>
-std::string NameOf(const T* named) {
-    return named ? named->Name().ToUtf8() : "(none)";
-}
-
-// A context that holds the question definitions it is given.
-class QuestionsContext : public NamesContext {
-public:
-    QPropDefTabGroupSet* PropDefTabGroupSet() override { return m_set; }
-    QPropDefTabGroupSet* m_set = nullptr;
-};
-
-TEST(QFormulaContextQuestions, TheGroupAndTabAreTheCurrentOnesAndNullWhenTheStepBeforeIs) {
-    QPropDefTabGroupSet filled =
-        Set({Group("First", {Tab("A")}), Group("Second", {Tab("B1"), Tab("B2")}), Group("Empty")});
-    QPropDefTabGroupSet none;
-    const struct {
-        QPropDefTabGroupSet* set;
-        int currentGroup, currentTab;
-        const char* group;
-        const char* tab;
-    } cases[] = {
-        {nullptr, 0, 0, "(none)", "(none)"}, {&none, 0, 0, "(none)", "(none)"},
-        {&filled, 1, 9, "Second", "B2"},     {&filled, 1, -4, "Second", "B1"},
-        {&filled, 2, 0, "Empty", "(none)"},  {&filled, 7, 0, "Empty", "(none)"},
-    };
-    for (const auto& c : cases) {
-        QuestionsContext context;
-        context.m_set = c.set;
-        if (c.set) {
-            c.set->SetCurrentTabGroup(c.currentGroup);
-            if (c.set->CurrentTabGroupPtr())
-                c.set->CurrentTabGroupPtr()->SetCurrentTab(c.currentTab);
-        }
-        const std::string where =
-            std::to_string(c.currentGroup) + "/" + std::to_string(c.currentTab);
-        EXPECT_EQ(context.PropDefTabGroupSet(), c.set) << where;
-        EXPECT_EQ(NameOf(context.PropDefTabGroup()), c.group) << where;
-        EXPECT_EQ(NameOf(context.PropDefTab()), c.tab) << where;
-    }
-}
-
 } // namespace
 } // namespace keel::test
