@@ -136,31 +136,16 @@ TEST(QPropDefHeight, RowsLiveInTheNegatedWidthOfTheKindsThatHaveThem) {
     }
 }
 
-TEST(QPropDefHeight, TicksNameTheirSideByWhetherTheSliderStandsUpright) {
-    // Beside an answer two wide, a slider three high stands upright.
-    const struct {
-        int height, style;
-        const char* text;
-    } cases[] = {{3, 0, "Right"}, {1, 0, "Bottom"}, {2, 0, "Bottom"}, {3, 4, "Left"}, {1, 4, "Top"},
-                 {1, 8, "Both"},  {3, 8, "Both"},   {3, 12, ""},      {1, 1, ""}};
-    for (const auto& c : cases) {
-        QPropDef slider;
-        slider.SetControlType(D::Slider);
-        slider.SetHeight(c.height);
-        slider.SetAnswerWidth(2);
-        slider.SetStyle(c.style);
-        EXPECT_EQ(slider.TickStyleAsString().ToUtf8(), c.text) << c.height << " " << c.style;
-    }
-    // A text read without case sets the side; an unknown text leaves the style alone.
-    QPropDef slider;
-    slider.SetControlType(D::Slider);
-    const std::pair<const char16_t*, int> reads[] = {{u"top", 4},   {u"BOTH", 8}, {u"sideways", 8},
-                                                     {u"Right", 0}, {u"Left", 4}, {u"bottom", 0},
-                                                     {u"Middle", 0}};
-    for (const auto& [text, style] : reads) {
-        slider.SetTickStyleFromString(text);
-        EXPECT_EQ(slider.Style(), style) << CString(text).ToUtf8();
-    }
+// A text of a file that no entry of its table spells exactly gives the first entry; a style
+// word that is unknown is passed over, and missing size tweaks are 0.
+TEST(QPropDefTexts, ATextNoEntrySpellsFallsBackToTheFirst) {
+    EXPECT_EQ(D::StringToComboSource(u"folder names"), D::ComboList);
+    EXPECT_EQ(D::StringToComboValue(u"INDEX"), D::ComboText);
+    EXPECT_EQ(D::StringToRadioType(u"Value Per Button"), D::PropertyPerButton);
+    EXPECT_EQ(D::StringToEnableMode(u"hidden"), D::Enabled);
+    EXPECT_EQ(D::StringToStyleBits(u"bold|ITALIC|Glowing|quoted"),
+              D::StyleBold | D::StyleItalic | D::StyleQuoted);
+    EXPECT_EQ(D::SizeTweaks::FromString(u"1|-2").AsString(), CString(u"1|-2|0|0"));
 }
 
 TEST(QPropDefSubstitution, MarkersTakeNamedOrNumberedValuesOnce) {

@@ -35,17 +35,6 @@ QPropDefTabGroup Doors() {
                   EnabledTab("Side", "doors>2", "doors>1"), EnabledTab("Back", "doors>1", "0")});
 }
 
-TEST(QPropDefTabGroupPages, AnEmptyGroupGivesTheDefaultPageEvenInEditMode) {
-    NamesContext context;
-    for (const bool editMode : {false, true}) {
-        QPropDefTabGroup group = Group("Empty");
-        group.SetEditMode(editMode);
-        const QPSCategoryPtr category(new QPSCategory);
-        EXPECT_FALSE(group.AddPages(category, &context)) << editMode;
-        EXPECT_EQ(PageIndices(*category), std::vector<int>{-1}) << editMode;
-    }
-}
-
 TEST(QPropDefTabGroupPages, PagesAreAppendedAfterThoseTheCategoryHasAndANullCategoryTakesNone) {
     NamesContext context;
     context.Set("doors", QAnyValue(2));

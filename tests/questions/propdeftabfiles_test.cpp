@@ -103,6 +103,12 @@ TEST_F(QuestionFileTest, EachLegacyFixtureIsReadWithTheOlderConversions) {
     }
 }
 
+TEST_F(QuestionFileTest, BytesThatAreNotUtf8AreReadInTheWesternCodePage) {
+    QPropDefTabGroupSet set;
+    ASSERT_TRUE(set.ReadFromFile(Written("coded.viq", "[group]\tCaf\xe9\n[tab]\tT\n")));
+    EXPECT_EQ(set.GetAt(0)->Name(), CString(u"Caf\u00e9"));
+}
+
 TEST_F(QuestionFileTest, EachMalformedFileIsReportedAndUnwindsTheLoad) {
     const struct {
         const char* bytes;
@@ -206,10 +212,6 @@ TEST_F(QuestionFileTest, TheLegacyFormIsNeverWritten) {
     EXPECT_FALSE(plain.WriteToFile(CString())) << "the dialog was cancelled";
     dialog.chosenPath = Path("chosen.viq");
     ASSERT_TRUE(plain.WriteToFile(CString()));
-    ASSERT_EQ(dialog.dialogs.size(), 2u);
-    EXPECT_EQ(dialog.dialogs[0].title, "Export Questions");
-    EXPECT_EQ(dialog.dialogs[0].filter, "Questions (*.viqx)|*.viqx||");
-    EXPECT_EQ(dialog.dialogs[0].defaultExt, ".viqx");
     EXPECT_TRUE(IsValidQuestionFile(Path("chosen.viqx"))) << "an empty set is valid";
 }
 
@@ -400,36 +402,6 @@ TEST(QuestionArchive, EachLayoutOfTheCasesIsReadAndWrittenAgainInTheCurrentOne) 
         else
             CheckLayout<QPropDefTabGroupSet>(schema, bytes, expected, &SetLines);
     }
-}
-
-// Older options of one tab pair by name: an option takes values per button when the next one
-// shares its name, and starts a radio group unless it follows one of the same radio type and
-// name; each tab starts afresh, and an option that is gone pairs with nothing.
-TEST(QPropDefTabArchive, OlderOptionsOfOneTabPairByName) {
-    const auto option = [](const std::string& name, const std::string& value) {
-        return " \"" + name + "\" \"Q\" 02 07 00 00 \"\" 03 \"" + value + "\" #3 #3 \"\" #0";
-    };
-    const std::string tab = " \"T\" \"\" \"\" \"\" \"\" 00";
-    const QPropDefTabGroup group = LoadAt<QPropDefTabGroup>(
-        ArchiveText("\"G\" \"\" \"\" 02 00" + tab + " 05 00" + option("Finish", "Oak") +
-                    option("finish", "Ash") + option("Glazed", "") + option("Lit", "1") +
-                    option("Plain", "") + tab + " 01 00" + option("Plain", "")),
-        100);
-    EXPECT_EQ(GroupLines(group),
-              "group G\n  tab T\n"
-              "    Option name=finish question=Q type=Yes or No extra=Oak radio=Value-Per-Button "
-              "newradiogroup=1\n"
-              "    Option name=finish question=Q type=Yes or No extra=Ash radio=Value-Per-Button\n"
-              "    Option name=glazed question=Q type=Yes or No newradiogroup=1\n"
-              "    Option name=lit question=Q type=Yes or No extra=1 newradiogroup=1\n"
-              "    Option name=plain question=Q type=Yes or No\n"
-              "  tab T\n"
-              "    Option name=plain question=Q type=Yes or No newradiogroup=1\n");
-    { const QPropDef gone = LoadAt<QPropDef>(ArchiveText(option("Gone", "")), 100); }
-    const QPropDef afterGone = LoadAt<QPropDef>(ArchiveText(option("Gone", "")), 100);
-    EXPECT_EQ(DefinitionLine(afterGone),
-              "Option name=gone question=Q type=Yes or No newradiogroup=1");
-    D::ForgetPreviousOption();
 }
 
 // A page builds at most 1000 controls, but a file may give a tab more definitions than that,
