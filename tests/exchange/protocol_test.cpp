@@ -1,6 +1,5 @@
 #include "tests/support/exchangetests.h"
 #include "tests/support/exporttree.h"
-#include "tests/support/formulavalues.h"
 
 #include "keel/exchange/exportflags.h"
 #include "keel/exchange/exportformatascii.h"
@@ -200,35 +199,6 @@ TEST_F(ImportLevelTest, ByValueAndSetterAttributesConvertOrFallBackToTheDefault)
     CString message;
     EXPECT_TRUE(target.v.IsErrorAndGetMessage(message)) << "a bad value arrives as an error";
     EXPECT_DOUBLE_EQ(target.w, 12.0) << "a setter takes the converted value";
-}
-
-// A formula root that reads from the file: a recalculation waits for the end of the read.
-class ImportingRoot : public FormulaValuesRoot, public QImportable {
-public:
-    bool ImportAttributesAndChildren(QImportFormatLevel&) override {
-        batchedDuringImport = AreNotificationsBatched();
-        return true;
-    }
-    bool batchedDuringImport = false;
-};
-
-class MergesRoot : public QImportable {
-public:
-    explicit MergesRoot(QImportable* child) : m_child(child) {}
-    bool ImportAttributesAndChildren(QImportFormatLevel& level) override {
-        return level.MergeImportableIfPresent(m_child);
-    }
-
-private:
-    QImportable* m_child;
-};
-
-TEST_F(ImportLevelTest, AFormulaRootIsReadInsideOneBatch) {
-    ImportingRoot root;
-    MergesRoot parent(&root);
-    EXPECT_TRUE(Import(parent, ""));
-    EXPECT_TRUE(root.batchedDuringImport);
-    EXPECT_FALSE(root.AreNotificationsBatched());
 }
 
 } // namespace

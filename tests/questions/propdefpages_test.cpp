@@ -111,15 +111,6 @@ void CheckClipboard(const T& sample, Change change, Innermost innermost) {
 }
 
 TEST(QuestionClipboard, APasteGivesWhatWasCopiedUnderThePastingObjectsContext) {
-    QPropDef width = Def("Width", "How wide?");
-    width.SetAnswerWidth(3);
-    CheckClipboard<QPropDef>(
-        width, [](QPropDef& def) { def.SetQuestion(u"Changed"); },
-        [](const QPropDef& def) { return def.ParentContext(); });
-    CheckClipboard<QPropDefTab>(
-        Tab("Sizes", {"Width", "Depth"}),
-        [](QPropDefTab& tab) { tab.GetAt(1)->SetQuestion(u"Changed"); },
-        [](const QPropDefTab& tab) { return tab.GetAt(0)->ParentContext(); });
     CheckClipboard<QPropDefTabGroup>(
         Group("Body", {Tab("Sizes", {"Width"}), Tab("Finish", {"Colour"})}),
         [](QPropDefTabGroup& group) { group.RemoveAt(0); },

@@ -728,28 +728,6 @@ protected:
     std::filesystem::path m_options;
 };
 
-TEST_F(PropertiesCleanupTest, WithoutQuestionsOnlyFormulaTextGoesAndProtectedKeysStay) {
-    QProperties bag = Bag({{"cleanPlain", u"plain text"},
-                           {"cleanColon", u":cleanPlain"},
-                           {"cleanEquals", u"=1+1"},
-                           {"cleanNumber", 3}});
-    bag.SetPropertyValueWithFormula(PropId("cleanFormula"), QAnyValue(2), FormulaText("1 + 1"));
-    EXPECT_EQ(bag.CatalogCleanup(nullptr), 2);
-    EXPECT_EQ(KeysOf(bag), (Keys{"cleanPlain", "cleanNumber", "cleanFormula"}));
-    EXPECT_EQ(Reports(),
-              (std::vector<Report>{{"Cleanup", Deleted("key=[cleanEquals] value=[=1+1]")},
-                                   {"Cleanup", Deleted("key=[cleanColon] value=[:cleanPlain]")}}));
-
-    QProperties kept;
-    for (const char* key : {"_RibbonPaletteKitchen", "_BASEDONLIBRARY", "BasedOnLibrary",
-                            "_GeneratePalettesAlways", "_generatepalettesnever", "_RibbonPalett"})
-        kept.SetPropertyValue(PropId(key), QAnyValue(u":formula"));
-    const QPropDefTabGroupSet noQuestions;
-    EXPECT_EQ(kept.CatalogCleanup(&noQuestions), 1);
-    EXPECT_EQ(kept.FindProperty(PropId("_RibbonPalett")), -1);
-    EXPECT_EQ(kept.PropertyCount(), 5);
-}
-
 TEST_F(PropertiesCleanupTest, WithQuestionsAnAnswerWithoutAControllerGoes) {
     QProperties bag = Bag({{"ctlAsked", 1}, {"ctlOrphan", 1}});
     bag.SetPropertyValueWithFormula(PropId("ctlOrphanFormula"), QAnyValue(2), FormulaText("1+1"));
@@ -760,22 +738,6 @@ TEST_F(PropertiesCleanupTest, WithQuestionsAnAnswerWithoutAControllerGoes) {
     EXPECT_EQ(bag.CatalogCleanup(&questions), 1);
     EXPECT_EQ(KeysOf(bag), (Keys{"ctlAsked", "ctlOrphanFormula"}));
     EXPECT_EQ(Reports(), (std::vector<Report>{{"Cleanup", Deleted("key=[ctlOrphan] value=[1]")}}));
-}
-
-TEST_F(PropertiesCleanupTest, TheFormulasOptionDeletesEveryFormula) {
-    QProperties bag = Bag({{"optPlain", 2}});
-    bag.SetPropertyValueWithFormula(PropId("optFormula"), QAnyValue(2), FormulaText("1+1"));
-    EXPECT_EQ(bag.CatalogCleanup(nullptr), 0);
-    SetOption(u"CatalogCleanupFormulas", u"1");
-    QProperties::ReloadCatalogCleanupOptions();
-    // The formulas option deletes every formula, controlled or not.
-    QPropDefTabGroupSet questions;
-    const QPropDefTabGroup group = test::Group("g", {test::Tab("t", {"optPlain", "optFormula"})});
-    questions.Add(&group);
-    EXPECT_EQ(bag.CatalogCleanup(&questions), 1);
-    EXPECT_EQ(KeysOf(bag), (Keys{"optPlain"}));
-    EXPECT_EQ(Reports(), (std::vector<Report>{
-                             {"Cleanup", Deleted("key=[optFormula] value=[2] formula=[1+1]")}}));
 }
 
 TEST_F(PropertiesCleanupTest, TargetFormulasAndProtectKeysAreExpressionsOverLowerCasedText) {

@@ -141,19 +141,6 @@ TEST_F(PropertyHandleTest, ReadsWhatTheGetterReadsAfterEveryKindOfChange) {
     }
 }
 
-TEST_F(PropertyHandleTest, AHandleToNothingOrToAContextWithoutAnswersFindsNothing) {
-    struct Bare : QFormulaContext {
-        CString SimpleTypeName() const override { return u"Bare"; }
-        QProperties* Properties() const override { return nullptr; }
-    } bare;
-    QPropertyHandle toNothing;
-    QPropertyHandle toBare(bare, c_key);
-    for (QPropertyHandle* handle : {&toNothing, &toBare}) {
-        ExpectSame(ByHandle(*handle), Reading{}, "nothing");
-        EXPECT_TRUE(handle->Value().IsEmpty());
-    }
-}
-
 // The tests below are meant for the address sanitizer as much as for their checks: a handle
 // that read what it pointed at after the owner went would be caught there.
 TEST_F(PropertyHandleTest, AfterItsContextOrItsRootIsDestroyedAHandleFindsNothing) {
