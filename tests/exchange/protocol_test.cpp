@@ -85,41 +85,6 @@ TEST(ExportLevelTest, MinimalDropsOnlyIdenticalDefaultsWithoutFormulaOutsideArra
     }
 }
 
-// Writes a child that may be forced past the selection.
-class Holder : public QExportable {
-public:
-    Holder(const QExportable* inner, bool force) : m_inner(inner), m_force(force) {}
-    bool AddAttributesAndChildrenToExport(QExportFormatLevel& level) const override {
-        return level.AddExportable(nullptr, false) && level.AddExportable(m_inner, m_force);
-    }
-
-private:
-    const QExportable* m_inner;
-    bool m_force;
-};
-
-class Passer : public QExportable {
-public:
-    explicit Passer(const QExportable* group) : m_group(group) {}
-    bool AddAttributesAndChildrenToExport(QExportFormatLevel& level) const override {
-        return level.AddExportable(m_group, false);
-    }
-
-private:
-    const QExportable* m_group;
-};
-
-TEST(ExportLevelTest, ForceSetsTheSelectionAsideBelowAChildInTheSameLevel) {
-    FakeGroup group(u"G");
-    const Passer passer(&group);
-    for (bool force : {false, true}) {
-        const Holder holder(&passer, force);
-        QExportFormatASCII format(holder, false, new QExportSelection{CString(u"other")});
-        EXPECT_TRUE(format.GatherLines());
-        EXPECT_EQ(format.GatheredLines().GetCount(), force ? 2 : 0) << force;
-    }
-}
-
 // A receiver that refuses what it is given.
 class Refusing : public QImportAttribute {
 public:

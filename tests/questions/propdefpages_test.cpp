@@ -35,17 +35,6 @@ QPropDefTabGroup Doors() {
                   EnabledTab("Side", "doors>2", "doors>1"), EnabledTab("Back", "doors>1", "0")});
 }
 
-TEST(QPropDefTabGroupPages, PagesAreAppendedAfterThoseTheCategoryHasAndANullCategoryTakesNone) {
-    NamesContext context;
-    context.Set("doors", QAnyValue(2));
-    const QPSCategoryPtr category(new QPSCategory);
-    category->AddPage(QPropPageClass::QuestionPage(7));
-    EXPECT_TRUE(Doors().AddPages(category, &context));
-    EXPECT_EQ(PageIndices(*category), (std::vector<int>{7, 0, 2}));
-    EXPECT_FALSE(Doors().AddPages(QPSCategoryPtr(), &context));
-    EXPECT_FALSE(Doors().IsEnabled(3, &context) || Doors().IsEnabledAlternative(-1, &context));
-}
-
 // Each tab enabled in the view gives the page of its index, or the default page stands in; edit
 // mode offers every tab. Groups are found by their exact names alone.
 TEST(QPropDefTabGroupSetCategory, AGroupFoundByItsExactNameGivesAFriendlyCategoryOfItsPages) {

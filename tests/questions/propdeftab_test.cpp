@@ -13,19 +13,6 @@ namespace {
 
 using Col = QPropDefTab::QColumnSize;
 
-TEST(QPropDefTabColumns, ANewTabHasSixFillColumnsAndOutOfRangeIsFill) {
-    QPropDefTab tab;
-    ASSERT_EQ(tab.ColumnCount(), 6);
-    tab.SetColumnSize(0, {Col::Fixed, 120});
-    EXPECT_EQ(tab.ColumnSize(-1), Col());
-    EXPECT_EQ(tab.ColumnSize(99), Col());
-    tab.SetColumnSize(6, {Col::Fixed, 7});
-    EXPECT_EQ(tab.ColumnCount(), 6) << "setting out of range does nothing";
-    tab.SetColumnCount(8);
-    EXPECT_EQ(tab.ColumnSize(0), (Col{Col::Fixed, 120}));
-    EXPECT_EQ(tab.ColumnSize(7), Col()) << "added columns fill";
-}
-
 TEST(QPropDefTabColumns, EachItemOfTheTextIsReadByItsPrefix) {
     const std::pair<const char*, const char*> cases[] = {
         {"fixed:7", "Fixed:7"}, {"FIXED:", "Fixed:0"}, {"percent:-5", "Percent:-5"},
