@@ -87,12 +87,6 @@ TEST_F(XMLDocFiles, BytesAreReadInTheEncodingTheyDeclare) {
     }
 }
 
-TEST(XMLDoc, AStringIsTakenAsItsCharactersWhateverItsDeclarationSays) {
-    QXMLDoc doc(CString(u"<?xml version='1.0' encoding='ISO-8859-1'?><r>\u00e9\u4e2d</r>"));
-    ASSERT_TRUE(doc.RootNode());
-    EXPECT_EQ(U(doc.RootNode()->GetText()), "\u00e9\u4e2d");
-}
-
 TEST(XMLDoc, HostileOrBrokenInputLeavesAnEmptyDocumentAndSaysWhy) {
     const struct {
         std::string bytes;
