@@ -18,13 +18,14 @@ TEST(QPropDefTabGroupEnabled, ATabIsEnabledByItsFormulaOrItsAlternative) {
     front.SetEnabledFormula(FormulaText("doors>1"));
     front.SetEnabledAlternativeFormula(FormulaText("doors>2"));
     const QPropDefTabGroup doors = Group("Doors", {front});
-    NamesContext context;
-    context.Set("doors", QAnyValue(2));
-    EXPECT_TRUE(doors.IsEnabled(0, &context));
-    EXPECT_FALSE(doors.IsEnabledAlternative(0, &context));
-    context.Set("doors", QAnyValue(3));
-    EXPECT_TRUE(doors.IsEnabledAlternative(0, &context));
-    EXPECT_FALSE(doors.IsEnabled(1, &context) || doors.IsEnabledAlternative(-1, &context));
+    NamesContext two;
+    two.Set("doors", QAnyValue(2));
+    EXPECT_TRUE(doors.IsEnabled(0, &two));
+    EXPECT_FALSE(doors.IsEnabledAlternative(0, &two));
+    EXPECT_FALSE(doors.IsEnabled(1, &two) || doors.IsEnabledAlternative(-1, &two));
+    NamesContext three;
+    three.Set("doors", QAnyValue(3));
+    EXPECT_TRUE(doors.IsEnabledAlternative(0, &three));
 }
 
 // An object of the class under the context, given the sample's fields.
