@@ -13,52 +13,8 @@ namespace fs = std::filesystem;
 
 class PromptsTest : public ExchangeFileTest {
 protected:
-    void SetUp() override {
-        ExchangeFileTest::SetUp();
-        m_path = Path("prompts.tab");
-    }
-
-    std::string m_path;
     ExportDialogHost m_host;
 };
-
-TEST_F(PromptsTest, ExportPromptAsksWithTheFilterAndTitleOfItsKind) {
-    ScopedUIServices installed(m_host);
-    FakeTree tree;
-    tree.title = u"t";
-    EXPECT_FALSE(tree.ExportPrompt(true, nullptr)) << "cancelled";
-    m_host.chosenPath = m_path;
-    EXPECT_TRUE(tree.ExportPrompt(false, nullptr));
-    EXPECT_TRUE(fs::exists(m_path));
-    ASSERT_EQ(m_host.dialogs.size(), 2u);
-    EXPECT_TRUE(m_host.dialogs[0].save);
-    EXPECT_EQ(m_host.dialogs[1].filter, "ASCII Export (*.tab)|*.tab|XML Export (*.xml)|*.xml||");
-    EXPECT_EQ(m_host.dialogs[1].defaultExt, ".tab");
-    EXPECT_EQ(QExportable::LastExportType(), QExportTypeASCII);
-    EXPECT_TRUE(m_host.shellCalls.empty());
-}
-
-TEST_F(PromptsTest, ImportAndMergePromptsAskUnlessGivenAFile) {
-    ScopedUIServices installed(m_host);
-    FakeTree source;
-    source.title = u"from file";
-    ASSERT_TRUE(source.ExportData(CString::FromUtf8(m_path), false, true, nullptr));
-    ASSERT_EQ(m_host.shellCalls.size(), 1u);
-    EXPECT_EQ(m_host.shellCalls[0].verb, "open");
-
-    FakeTree tree;
-    EXPECT_FALSE(tree.ImportPrompt());
-    m_host.chosenPath = m_path;
-    EXPECT_TRUE(tree.MergePrompt());
-    EXPECT_EQ(tree.title, CString(u"from file"));
-    tree.title = u"changed";
-    EXPECT_TRUE(tree.ImportOrMergePrompt(false, CString::FromUtf8(m_path)));
-    EXPECT_EQ(tree.title, CString(u"from file"));
-    ASSERT_EQ(m_host.dialogs.size(), 2u);
-    EXPECT_FALSE(m_host.dialogs[0].save);
-    EXPECT_EQ(m_host.dialogs[1].filter, "Export files (*.tab,*.xml)|*.tab;*.xml||");
-    EXPECT_EQ(tree.deleteCalls, (std::vector<int>{-1})) << "only the import empties the tree";
-}
 
 TEST_F(PromptsTest, AnExternalEditorsSavesAreMergedBackUntilItEnds) {
     ScopedUIServices installed(m_host);

@@ -206,25 +206,5 @@ TEST_F(AnswersExchangeTest, ATabFileKeepsTheContentOfDatesAndUnnamedColoursButNo
     EXPECT_EQ(back(u"colour").MakeColor(), 0x030201u);
 }
 
-// Answers take every attribute of their level; lines of levels below it are nobody's and are
-// reported, and a value that does not evaluate arrives as an error value.
-TEST_F(AnswersExchangeTest, LinesOfOtherLevelsAreReportedAndBadValuesArriveAsErrors) {
-    WriteFileBytes(Path("mixed.tab"), "a\t2\t\t\nb\t1 +\t\t\nc\t3\t\tPage|1\nd\t\t1+\t\n");
-    AnswerDocument document;
-    EXPECT_FALSE(document.Answers().ImportOrMergeFrom(PathOf("mixed.tab"), false, nullptr));
-    QProperties& answers = document.Answers();
-    ASSERT_EQ(answers.PropertyCount(), 3);
-    QAnyValue value;
-    FormulaText formula;
-    answers.GetPropertyValueWithFormulaWithNoEnsureUpToDate(PropId(u"b"), value, formula);
-    EXPECT_TRUE(value.IsError()) << Describe(value);
-    answers.GetPropertyValueWithFormulaWithNoEnsureUpToDate(PropId(u"d"), value, formula);
-    EXPECT_EQ(formula.ToString().ToUtf8(), "1+") << "a formula is taken as it is written";
-    EXPECT_FALSE(answers.HasProperty(PropId(u"c")));
-    const std::vector<Report> expected{{"Import error", "Unmatched content for :\n\nPage|1\tc\t"},
-                                       c_importHadErrors};
-    EXPECT_EQ(PendingReports(), expected);
-}
-
 } // namespace
 } // namespace keel::test

@@ -7,7 +7,6 @@
 #include "keel/document/translate.h"
 #include "keel/exchange/exportformatlevel.h"
 #include "keel/platform/schema.h"
-#include "keel/platform/stdiofileex.h"
 #include "keel/questions/propdef.h"
 
 #include <gtest/gtest.h>
@@ -221,14 +220,12 @@ TEST_F(QPropDefContextTest, EnableModeFollowsParentFormulaAndFormulaDrivenAnswer
         D::ENABLEMODE parent, expected;
     } cases[] = {
         {false, nullptr, nullptr, true, D::Collapsed, D::Collapsed},
-        {true, nullptr, nullptr, true, D::Collapsed, D::Collapsed},
         {false, u"3", nullptr, true, D::Hidden, D::Hidden},
         {true, u"3", nullptr, true, D::Hidden, D::Enabled},
         {false, u"1", nullptr, false, D::Enabled, D::Hidden},
         {false, u"Yes", nullptr, false, D::Enabled, D::Enabled},
         {false, u"No", nullptr, false, D::Enabled, D::Collapsed},
         {false, u"plinth-3", nullptr, true, D::Enabled, D::Hidden},
-        {false, u"\"yes\"", nullptr, true, D::Enabled, D::Enabled},
         {false, u"nosuchfunction(", nullptr, true, D::Enabled, D::Collapsed},
         {false, u"2.0", nullptr, true, D::Enabled, D::Disabled},
         {false, nullptr, u"width", true, D::Enabled, D::Disabled},
@@ -270,25 +267,6 @@ TEST(QPropDefIdentity, EveryFieldButIndexAndContextCounts) {
     b = a;
     b.SetIsTransparent(true);
     EXPECT_FALSE(a == b);
-}
-
-using QPropDefExchangeTest = ExchangeFileTest;
-
-// The lines of a legacy file are read through the question set from the fixtures; here what
-// only a definition read alone shows.
-TEST_F(QPropDefExchangeTest, AnEmptyDefaultClearsTheOneThereWasAndTheNextTabLineIsGivenBack) {
-    const std::string path = Path("lines.viq");
-    WriteFileBytes(path, "bare\n#note\n");
-    CStdioFileEx file(CString::FromUtf8(path), CFile::modeRead | CFile::typeText);
-    QPropDef def;
-    def.SetDefaultValue(QAnyValue(1));
-    ASSERT_TRUE(def.ReadFromLegacyQIQFile(&file, {}, {}));
-    EXPECT_EQ(DefinitionLine(def), "Edit name=bare type=String");
-    EXPECT_FALSE(def.ReadFromLegacyQIQFile(&file, {}, {}));
-    CString line;
-    ASSERT_TRUE(file.ReadString(line));
-    EXPECT_EQ(line, CString(u"#note")) << "the line is given back to the tab reader";
-    EXPECT_FALSE(def.ReadFromLegacyQIQFile(&file, {}, {})) << "end of file";
 }
 
 // Labels translated by a file of the test's own, and turned off again afterwards.

@@ -721,9 +721,6 @@ protected:
     static void SetOption(const char16_t* key, const CString& value) {
         ASSERT_TRUE(CRegistry::Current().WriteProfileString(u"Options", key, value));
     }
-    static std::string Deleted(const char* rest) {
-        return std::string("Catalog Cleanup of Kitchen deleted ") + rest;
-    }
 
     std::filesystem::path m_options;
 };
@@ -737,7 +734,9 @@ TEST_F(PropertiesCleanupTest, WithQuestionsAnAnswerWithoutAControllerGoes) {
     questions.Add(&main);
     EXPECT_EQ(bag.CatalogCleanup(&questions), 1);
     EXPECT_EQ(KeysOf(bag), (Keys{"ctlAsked", "ctlOrphanFormula"}));
-    EXPECT_EQ(Reports(), (std::vector<Report>{{"Cleanup", Deleted("key=[ctlOrphan] value=[1]")}}));
+    EXPECT_EQ(Reports(),
+              (std::vector<Report>{
+                  {"Cleanup", "Catalog Cleanup of Kitchen deleted key=[ctlOrphan] value=[1]"}}));
 }
 
 TEST_F(PropertiesCleanupTest, TargetFormulasAndProtectKeysAreExpressionsOverLowerCasedText) {
