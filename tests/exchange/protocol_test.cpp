@@ -18,8 +18,6 @@ TEST(ExportFlagsTest, InitSetsFlagFiveAloneInEachBankAndTheGlobalReadsFalseWitho
     flags.SetExportFlag(16, true);
     EXPECT_FALSE(flags.IsExportFlagSet(16));
     QExport* const process = QExport::TheExportFlags();
-    QExport::SetTheExportFlags(&flags);
-    EXPECT_TRUE(QExport::IsFlagSet(4));
     QExport::SetTheExportFlags(nullptr);
     EXPECT_FALSE(QExport::IsFlagSet(5));
     QExport::SetTheExportFlags(process);

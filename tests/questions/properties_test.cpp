@@ -576,12 +576,9 @@ TEST_F(PropertiesTest, MergeOfNothingOrIntoAnEmptyBagOrOfTheSameAnswersAsksNothi
         MergeServices services(true);
         QProperties bag = Bag({{"mrgKept", 1}});
         const QProperties empty;
-        for (QMergeResolutionStrategy strategy :
-             {MERGE_ASK, MERGE_OVERWRITE, MERGE_KEEP_EXISTING}) {
-            bag.MergeProperties(nullptr, strategy, true, true, true);
-            bag.MergeProperties(&bag, strategy, true, true, true);
-            bag.MergeProperties(&empty, strategy, true, true, true);
-        }
+        bag.MergeProperties(nullptr, MERGE_OVERWRITE, true, true, true);
+        bag.MergeProperties(&bag, MERGE_OVERWRITE, true, true, true);
+        bag.MergeProperties(&empty, MERGE_OVERWRITE, true, true, true);
         EXPECT_EQ(bag.PropertyCount(), 1);
         EXPECT_FALSE(bag.IsFromTemplate(PropId("mrgKept")));
     }
@@ -718,10 +715,6 @@ protected:
         PropertiesTest::TearDown();
     }
 
-    static void SetOption(const char16_t* key, const CString& value) {
-        ASSERT_TRUE(CRegistry::Current().WriteProfileString(u"Options", key, value));
-    }
-
     std::filesystem::path m_options;
 };
 
@@ -737,21 +730,6 @@ TEST_F(PropertiesCleanupTest, WithQuestionsAnAnswerWithoutAControllerGoes) {
     EXPECT_EQ(Reports(),
               (std::vector<Report>{
                   {"Cleanup", "Catalog Cleanup of Kitchen deleted key=[ctlOrphan] value=[1]"}}));
-}
-
-TEST_F(PropertiesCleanupTest, TargetFormulasAndProtectKeysAreExpressionsOverLowerCasedText) {
-    SetOption(u"CatalogCleanupTargetFormulas", u"old.* ; .*legacy\\(\\)");
-    SetOption(u"CatalogCleanupProtectKeys", u"keep.*;exact");
-    QProperties::ReloadCatalogCleanupOptions();
-    QProperties bag =
-        Bag({{"KeepMe", u"=1"}, {"EXACT", u"=1"}, {"notExact", u"=1"}, {"exactly", u"=1"}});
-    for (const auto& [key, formula] : {std::pair{"tgtOld", "OLD_price + 1"},
-                                       {"tgtLegacy", "1 + Legacy()"},
-                                       {"tgtInside", "1 + old"},
-                                       {"tgtOther", "price"}})
-        bag.SetPropertyValueWithFormula(PropId(key), QAnyValue(), FormulaText(formula));
-    EXPECT_EQ(bag.CatalogCleanup(nullptr), 4);
-    EXPECT_EQ(KeysOf(bag), (Keys{"KeepMe", "EXACT", "tgtInside", "tgtOther"}));
 }
 
 // Each answer keeps key, value, formula, a byte of flags (template, library, description,
