@@ -3,6 +3,7 @@
 #include "tests/support/uihosts.h"
 
 #include <filesystem>
+#include <fstream>
 #include <gtest/gtest.h>
 
 namespace keel::test {
@@ -11,6 +12,29 @@ namespace {
 namespace fs = std::filesystem;
 
 using ExternalEditorTest = ExchangeFileTest;
+
+// Each save of the editor's file is merged back, and the editor stays known, until it ends.
+TEST_F(ExternalEditorTest, ItsSavesAreMergedBackUntilItEnds) {
+    ExportDialogHost host;
+    ScopedUIServices installed(host);
+    FakeTree tree;
+    tree.title = u"before";
+    ASSERT_TRUE(tree.EditUsingExternalEditor(nullptr));
+    ASSERT_EQ(host.shellCalls.size(), 1u);
+    const std::string edited = host.shellCalls[0].path;
+    EXPECT_EQ(ExternalEditorCount(), 1);
+
+    std::ofstream(edited, std::ios::binary) << "title\t\"\"\"after\"\"\"\t\t\n";
+    fs::last_write_time(edited, fs::last_write_time(edited) + std::chrono::seconds(2));
+    ProcessUpdatesFromExternalEditors();
+    EXPECT_EQ(tree.title, CString(u"after"));
+    EXPECT_EQ(ExternalEditorCount(), 1);
+
+    host.processesRunning = false;
+    ProcessUpdatesFromExternalEditors();
+    EXPECT_EQ(ExternalEditorCount(), 0);
+    EXPECT_FALSE(fs::exists(edited)) << "the file goes with its editor";
+}
 
 TEST_F(ExternalEditorTest, NoEditorMeansNoInstanceAndNoFileLeft) {
     ExportDialogHost host;
