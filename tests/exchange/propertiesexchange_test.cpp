@@ -60,14 +60,10 @@ std::vector<Answer> EveryKindOfAnswer() {
         {"tiny", QAnyValue(1e-7), nullptr},
         {"huge", QAnyValue(1e20), nullptr},
         {"width", QAnyValue(QLength::FromRaw(1234.5678901234567)), nullptr},
-        {"foot", QAnyValue(QLength(1.0, QLength::LU_FOOT)), nullptr},
-        {"below", QAnyValue(QLength::FromRaw(-2.5)), nullptr},
         {"floor", QAnyValue(QArea::FromRaw(12.345678912)), nullptr},
         {"tank", QAnyValue(QVolume::FromRaw(0.001)), nullptr},
         {"pitch", QAnyValue(QAngle::FromRaw(45.123456789)), nullptr},
-        {"cent", QAnyValue(QMoney::FromRaw(-5)), nullptr},
         {"money_min", QAnyValue(QMoney::FromRaw(INT_MIN)), nullptr},
-        {"time_back", QAnyValue(QTime::FromRaw(-3)), nullptr},
         {"time_min", QAnyValue(QTime::FromRaw(INT_MIN)), nullptr},
         {"per_foot",
          QAnyValue(QRateValue(QAnyValue(QMoney::FromRaw(1250)), QAnyValue(QLength(304.8)))),
@@ -208,46 +204,6 @@ TEST_F(AnswersExchangeTest, ATabFileKeepsTheContentOfDatesAndUnnamedColoursButNo
     }
     ASSERT_TRUE(back(u"colour").IsInt()) << Describe(back(u"colour"));
     EXPECT_EQ(back(u"colour").MakeColor(), 0x030201u);
-}
-
-// Answers take every attribute of their level; lines of levels below it are nobody's and are
-// reported, and a value that does not evaluate arrives as an error value.
-TEST_F(AnswersExchangeTest, LinesOfOtherLevelsAreReportedAndBadValuesArriveAsErrors) {
-    WriteFileBytes(Path("mixed.tab"), "a\t2\t\t\nb\t1 +\t\t\nc\t3\t\tPage|1\nd\t\t1+\t\n");
-    AnswerDocument document;
-    EXPECT_FALSE(document.Answers().ImportOrMergeFrom(PathOf("mixed.tab"), false, nullptr));
-    QProperties& answers = document.Answers();
-    ASSERT_EQ(answers.PropertyCount(), 3);
-    QAnyValue value;
-    FormulaText formula;
-    answers.GetPropertyValueWithFormulaWithNoEnsureUpToDate(PropId(u"b"), value, formula);
-    EXPECT_TRUE(value.IsError()) << Describe(value);
-    answers.GetPropertyValueWithFormulaWithNoEnsureUpToDate(PropId(u"d"), value, formula);
-    EXPECT_EQ(formula.ToString().ToUtf8(), "1+") << "a formula is taken as it is written";
-    EXPECT_FALSE(answers.HasProperty(PropId(u"c")));
-    const std::vector<Report> expected{{"Import error", "Unmatched content for :\n\nPage|1\tc\t"},
-                                       c_importHadErrors};
-    EXPECT_EQ(PendingReports(), expected);
-}
-
-// An import into answers that a change notice starts while another import is filling answers
-// takes nothing; the outer import goes on.
-TEST_F(AnswersExchangeTest, ImportsIntoAnswersDoNotNest) {
-    WriteFileBytes(Path("inner.tab"), "inner\t1\t\t\n");
-    WriteFileBytes(Path("outer.tab"), "outer\t2\t\t\nsecond\t3\t\t\n");
-    AnswerDocument inner;
-    AnswerDocument outer;
-    int innerImports = 0;
-    bool innerResult = true;
-    outer.onChanged = [&] {
-        if (innerImports++ == 0)
-            innerResult = inner.Answers().ImportOrMergeFrom(PathOf("inner.tab"), true, nullptr);
-    };
-    EXPECT_TRUE(outer.Answers().ImportOrMergeFrom(PathOf("outer.tab"), false, nullptr));
-    ASSERT_EQ(innerImports, 2) << "each answer set sends a change notice";
-    EXPECT_FALSE(innerResult);
-    EXPECT_EQ(inner.Answers().PropertyCount(), 0);
-    EXPECT_EQ(outer.Answers().PropertyCount(), 2);
 }
 
 } // namespace

@@ -1,6 +1,5 @@
 #include "tests/support/exchangetests.h"
 #include "tests/support/exporttree.h"
-#include "tests/support/formulavalues.h"
 
 #include "keel/exchange/exportflags.h"
 #include "keel/exchange/exportformatascii.h"
@@ -11,22 +10,14 @@
 namespace keel::test {
 namespace {
 
-// Two banks of flags apart; Init leaves flag 5 alone set in each, and the process's flags read
-// false without an object.
+// Init leaves flag 5 alone set in each bank, and the process's flags read false without an
+// object.
 TEST(ExportFlagsTest, InitSetsFlagFiveAloneInEachBankAndTheGlobalReadsFalseWithoutAnObject) {
     QExport flags;
     flags.SetExportFlag(4, true);
-    flags.SelectBank(1);
-    EXPECT_FALSE(flags.IsExportFlagSet(4));
-    flags.SetExportFlag(7, true);
-    flags.SelectBank(0);
-    EXPECT_TRUE(flags.IsExportFlagSet(4));
-    EXPECT_FALSE(flags.IsExportFlagSet(7));
     flags.SetExportFlag(16, true);
     EXPECT_FALSE(flags.IsExportFlagSet(16));
     QExport* const process = QExport::TheExportFlags();
-    QExport::SetTheExportFlags(&flags);
-    EXPECT_TRUE(QExport::IsFlagSet(4));
     QExport::SetTheExportFlags(nullptr);
     EXPECT_FALSE(QExport::IsFlagSet(5));
     QExport::SetTheExportFlags(process);
@@ -92,41 +83,6 @@ TEST(ExportLevelTest, MinimalDropsOnlyIdenticalDefaultsWithoutFormulaOutsideArra
     }
 }
 
-// Writes a child that may be forced past the selection.
-class Holder : public QExportable {
-public:
-    Holder(const QExportable* inner, bool force) : m_inner(inner), m_force(force) {}
-    bool AddAttributesAndChildrenToExport(QExportFormatLevel& level) const override {
-        return level.AddExportable(nullptr, false) && level.AddExportable(m_inner, m_force);
-    }
-
-private:
-    const QExportable* m_inner;
-    bool m_force;
-};
-
-class Passer : public QExportable {
-public:
-    explicit Passer(const QExportable* group) : m_group(group) {}
-    bool AddAttributesAndChildrenToExport(QExportFormatLevel& level) const override {
-        return level.AddExportable(m_group, false);
-    }
-
-private:
-    const QExportable* m_group;
-};
-
-TEST(ExportLevelTest, ForceSetsTheSelectionAsideBelowAChildInTheSameLevel) {
-    FakeGroup group(u"G");
-    const Passer passer(&group);
-    for (bool force : {false, true}) {
-        const Holder holder(&passer, force);
-        QExportFormatASCII format(holder, false, new QExportSelection{CString(u"other")});
-        EXPECT_TRUE(format.GatherLines());
-        EXPECT_EQ(format.GatheredLines().GetCount(), force ? 2 : 0) << force;
-    }
-}
-
 // A receiver that refuses what it is given.
 class Refusing : public QImportAttribute {
 public:
@@ -180,11 +136,8 @@ TEST_F(ImportLevelTest, AFailedChildIsReportedWithItsLevelAndIdentifier) {
 TEST_F(ImportLevelTest, ByValueAndSetterAttributesConvertOrFallBackToTheDefault) {
     struct Target : QImportable {
         bool ImportAttributesAndChildren(QImportFormatLevel& level) override {
-            return level.ImportAttributeIfPresent(QByValImportAttribute<bool>(u"b", b)) &&
-                   level.ImportAttributeIfPresent(QByValImportAttribute<int>(u"i", i)) &&
-                   level.ImportAttributeIfPresent(QByValImportAttribute<double>(u"d", d)) &&
+            return level.ImportAttributeIfPresent(QByValImportAttribute<int>(u"i", i)) &&
                    level.ImportAttributeIfPresent(QByValImportAttribute<CString>(u"s", s)) &&
-                   level.ImportAttributeIfPresent(QByValImportAttribute<ControlId>(u"c", c)) &&
                    level.ImportAttributeIfPresent(
                        QByValImportAttribute<FormulaText>(u"f", f, &formula)) &&
                    level.ImportAttributeIfPresent(QByValImportAttribute<QAnyValue>(u"v", v)) &&
@@ -192,59 +145,23 @@ TEST_F(ImportLevelTest, ByValueAndSetterAttributesConvertOrFallBackToTheDefault)
                        QSetterImportAttribute<Target, double>(u"w", this, &Target::SetWidth));
         }
         void SetWidth(double width) { w = width; }
-        bool b = false;
         int i = 5;
-        double d = 0;
         CString s;
-        ControlId c;
         FormulaText f;
         FormulaText formula;
         QAnyValue v;
         double w = 0;
     };
     Target target;
-    EXPECT_TRUE(Import(
-        target, "b\t1\t\t\ni\t\"\"\"abc\"\"\"\t\t\nd\t2.5\t\t\ns\t42\t\t\n"
-                "c\t\"\"\"Width\"\"\"\t\t\nf\t\"\"\"x+1\"\"\"\tx+2\t\nv\t1/0\t\t\nw\t3*4\t\t\n"));
-    EXPECT_TRUE(target.b);
+    EXPECT_TRUE(Import(target, "i\t\"\"\"abc\"\"\"\t\t\ns\t42\t\t\n"
+                               "f\t\"\"\"x+1\"\"\"\tx+2\t\nv\t1/0\t\t\nw\t3*4\t\t\n"));
     EXPECT_EQ(target.i, 0) << "text that is no number gives the default";
-    EXPECT_DOUBLE_EQ(target.d, 2.5);
     EXPECT_EQ(target.s, CString(u"42"));
-    EXPECT_EQ(target.c, ControlId(u"Width"));
     EXPECT_EQ(target.f.ToString(), "x+1");
     EXPECT_EQ(target.formula.ToString(), "x+2");
     CString message;
     EXPECT_TRUE(target.v.IsErrorAndGetMessage(message)) << "a bad value arrives as an error";
     EXPECT_DOUBLE_EQ(target.w, 12.0) << "a setter takes the converted value";
-}
-
-// A formula root that reads from the file: a recalculation waits for the end of the read.
-class ImportingRoot : public FormulaValuesRoot, public QImportable {
-public:
-    bool ImportAttributesAndChildren(QImportFormatLevel&) override {
-        batchedDuringImport = AreNotificationsBatched();
-        return true;
-    }
-    bool batchedDuringImport = false;
-};
-
-class MergesRoot : public QImportable {
-public:
-    explicit MergesRoot(QImportable* child) : m_child(child) {}
-    bool ImportAttributesAndChildren(QImportFormatLevel& level) override {
-        return level.MergeImportableIfPresent(m_child);
-    }
-
-private:
-    QImportable* m_child;
-};
-
-TEST_F(ImportLevelTest, AFormulaRootIsReadInsideOneBatch) {
-    ImportingRoot root;
-    MergesRoot parent(&root);
-    EXPECT_TRUE(Import(parent, ""));
-    EXPECT_TRUE(root.batchedDuringImport);
-    EXPECT_FALSE(root.AreNotificationsBatched());
 }
 
 } // namespace

@@ -38,53 +38,6 @@ TEST(ODBCFixupTest, EscapesAndQuotesAsTheColumnNeedsAndReverses) {
     }
 }
 
-TEST(NameValueFormulaStringTest, ValueColumnIsEmptyForAFormulaUnlessFlagSix) {
-    const FormulaText formula(u"a+1");
-    const struct {
-        bool flagSix;
-        FormulaText formula;
-        const char16_t* expected;
-    } cases[] = {
-        {false, FormulaText(), u"w\t12\t"},
-        {false, formula, u"w\t\ta+1"},
-        {true, formula, u"w\t12\ta+1"},
-    };
-    for (const auto& c : cases) {
-        ExportFlagsScope flags{};
-        QExport::TheExportFlags()->SetExportFlag(6, c.flagSix);
-        EXPECT_EQ(QExport_NameValueFormulaString(PropId(u"w"), QAnyValue(12), c.formula),
-                  CString(c.expected));
-        EXPECT_EQ(QExport_NameValueFormulaString(QExportAttribute(u"w", QAnyValue(12), c.formula)),
-                  CString(c.expected));
-    }
-}
-
-CString Repeated(char16_t ch, int count) {
-    CString text;
-    for (int i = 0; i < count; ++i)
-        text += ch;
-    return text;
-}
-
-TEST(NameValueFormulaStringTest, ShortenedCutsEachPartLongerThan254) {
-    const CString exact = Repeated(u'n', 254);
-    const CString over = Repeated(u'n', 255);
-    EXPECT_EQ(QExport_NameValueFormulaString(exact, QAnyValue(1), FormulaText(), true),
-              exact + u"\t1\t");
-    EXPECT_EQ(QExport_NameValueFormulaString(over, QAnyValue(1), FormulaText(), true),
-              Repeated(u'n', 251) + u"...\t1\t");
-    EXPECT_EQ(QExport_NameValueFormulaString(over, QAnyValue(1), FormulaText(), false),
-              over + u"\t1\t");
-    // A string value is quoted: it keeps a closing quote after the dots.
-    const CString shortValue = QExport_NameValueFormulaString(
-        CString(u"s"), QAnyValue(Repeated(u'x', 300)), FormulaText(), true);
-    EXPECT_EQ(shortValue, u"s\t\"\"\"" + Repeated(u'x', 248) + u"...\"\t");
-    const CString longFormula = u"1+" + Repeated(u'2', 300);
-    EXPECT_EQ(
-        QExport_NameValueFormulaString(CString(u"f"), QAnyValue(), FormulaText(longFormula), true),
-        u"f\t\t" + longFormula.Left(251) + u"...");
-}
-
 TEST(CheckContextFirstTest, ContextFirstMustOutnumberTheOthers) {
     const struct {
         std::vector<CString> sample;
@@ -124,22 +77,6 @@ TEST(ParseLineTest, SplitsAtThreeTabsAndEvaluatesTheValue) {
 
     const ImportLine rest = QImportFormatASCII::ParseLine(u"w\t1\t\tG|x\tmore", false);
     EXPECT_EQ(rest.context, CString(u"G|x\tmore"));
-}
-
-TEST(ContextMatchesTest, MatchesWholePartsWithoutCase) {
-    const struct {
-        const char16_t* line;
-        const char16_t* wanted;
-        bool matches;
-    } cases[] = {
-        {u"Page2", u"Page", false},
-        {u"page|x", u"PAGE", true},
-        {u"Pa", u"Page", false},
-        {u"anything", u"", true},
-    };
-    for (const auto& c : cases)
-        EXPECT_EQ(QImportFormatLevelASCII::ContextMatches(c.line, c.wanted), c.matches)
-            << CString(c.line).ToUtf8() << " / " << CString(c.wanted).ToUtf8();
 }
 
 void AddLines(QImportLinePool& lines, std::initializer_list<const char16_t*> contexts) {

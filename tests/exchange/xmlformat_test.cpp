@@ -247,19 +247,6 @@ TEST_F(XmlFormatTest, FullAndMinimalRoundTripsOfTheTree) {
     EXPECT_EQ(QExportable::LastExportType(), QExportTypeXML);
 }
 
-// The document is UTF-8 with its declaration, indented, and a root without a level is "Export".
-TEST_F(XmlFormatTest, WritesAnIndentedUtf8Document) {
-    FakeTree tree;
-    tree.title = u"Küche";
-    tree.AddGroup(u"Base");
-    ASSERT_TRUE(tree.ExportData(PathOf("plain.xml"), true, false, nullptr));
-    EXPECT_EQ(ReadFileBytes(Path("plain.xml")), "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n"
-                                                "<Export title=\"K\xC3\xBC"
-                                                "che\">\n"
-                                                "  <Group id=\"Base\"/>\n"
-                                                "</Export>\n");
-}
-
 // A name or a value that XML cannot hold fails the export, and the rest is still written.
 TEST_F(XmlFormatTest, NamesAndValuesXmlCannotHoldFailTheExport) {
     const std::pair<const char16_t*, QAnyValue> cases[] = {

@@ -7,7 +7,6 @@
 #include "keel/document/translate.h"
 #include "keel/exchange/exportformatlevel.h"
 #include "keel/platform/schema.h"
-#include "keel/platform/stdiofileex.h"
 #include "keel/questions/propdef.h"
 
 #include <gtest/gtest.h>
@@ -136,50 +135,16 @@ TEST(QPropDefHeight, RowsLiveInTheNegatedWidthOfTheKindsThatHaveThem) {
     }
 }
 
-TEST(QPropDefHeight, TicksNameTheirSideByWhetherTheSliderStandsUpright) {
-    // Beside an answer two wide, a slider three high stands upright.
-    const struct {
-        int height, style;
-        const char* text;
-    } cases[] = {{3, 0, "Right"}, {1, 0, "Bottom"}, {2, 0, "Bottom"}, {3, 4, "Left"}, {1, 4, "Top"},
-                 {1, 8, "Both"},  {3, 8, "Both"},   {3, 12, ""},      {1, 1, ""}};
-    for (const auto& c : cases) {
-        QPropDef slider;
-        slider.SetControlType(D::Slider);
-        slider.SetHeight(c.height);
-        slider.SetAnswerWidth(2);
-        slider.SetStyle(c.style);
-        EXPECT_EQ(slider.TickStyleAsString().ToUtf8(), c.text) << c.height << " " << c.style;
-    }
-    // A text read without case sets the side; an unknown text leaves the style alone.
-    QPropDef slider;
-    slider.SetControlType(D::Slider);
-    const std::pair<const char16_t*, int> reads[] = {{u"top", 4},   {u"BOTH", 8}, {u"sideways", 8},
-                                                     {u"Right", 0}, {u"Left", 4}, {u"bottom", 0},
-                                                     {u"Middle", 0}};
-    for (const auto& [text, style] : reads) {
-        slider.SetTickStyleFromString(text);
-        EXPECT_EQ(slider.Style(), style) << CString(text).ToUtf8();
-    }
-}
-
-TEST(QPropDefTexts, EachTableReadsWithCaseAndFallsBackOtherwise) {
-    EXPECT_EQ(D::StringToControlType(u"static"), D::Edit);
+// A text of a file that no entry of its table spells exactly gives the first entry; a style
+// word that is unknown is passed over, and missing size tweaks are 0.
+TEST(QPropDefTexts, ATextNoEntrySpellsFallsBackToTheFirst) {
     EXPECT_EQ(D::StringToComboSource(u"folder names"), D::ComboList);
     EXPECT_EQ(D::StringToComboValue(u"INDEX"), D::ComboText);
     EXPECT_EQ(D::StringToRadioType(u"Value Per Button"), D::PropertyPerButton);
     EXPECT_EQ(D::StringToEnableMode(u"hidden"), D::Enabled);
-    EXPECT_EQ(D::AlignmentBitsToString(0), CString());
-    EXPECT_EQ(D::AlignmentBitsToString(D::AlignCenter | D::StyleBold), CString(u"Center"));
-    EXPECT_EQ(D::StringToAlignmentBits(u"LEFT"), D::AlignLeft);
-    EXPECT_EQ(D::StyleBitsToString(D::StyleSorted | D::StyleBold | D::StyleUnderline | 3),
-              CString(u"Bold|Underline|Sorted"));
-    EXPECT_EQ(D::StyleBitsToString(D::AlignLeft), CString());
     EXPECT_EQ(D::StringToStyleBits(u"bold|ITALIC|Glowing|quoted"),
               D::StyleBold | D::StyleItalic | D::StyleQuoted);
-    EXPECT_EQ(D::StringToStyleBits(u""), 0);
     EXPECT_EQ(D::SizeTweaks::FromString(u"1|-2").AsString(), CString(u"1|-2|0|0"));
-    EXPECT_EQ(D::SizeTweaks::FromString(u"4|3|2|1"), (D::SizeTweaks{4, 3, 2, 1}));
 }
 
 TEST(QPropDefSubstitution, MarkersTakeNamedOrNumberedValuesOnce) {
@@ -255,14 +220,12 @@ TEST_F(QPropDefContextTest, EnableModeFollowsParentFormulaAndFormulaDrivenAnswer
         D::ENABLEMODE parent, expected;
     } cases[] = {
         {false, nullptr, nullptr, true, D::Collapsed, D::Collapsed},
-        {true, nullptr, nullptr, true, D::Collapsed, D::Collapsed},
         {false, u"3", nullptr, true, D::Hidden, D::Hidden},
         {true, u"3", nullptr, true, D::Hidden, D::Enabled},
         {false, u"1", nullptr, false, D::Enabled, D::Hidden},
         {false, u"Yes", nullptr, false, D::Enabled, D::Enabled},
         {false, u"No", nullptr, false, D::Enabled, D::Collapsed},
         {false, u"plinth-3", nullptr, true, D::Enabled, D::Hidden},
-        {false, u"\"yes\"", nullptr, true, D::Enabled, D::Enabled},
         {false, u"nosuchfunction(", nullptr, true, D::Enabled, D::Collapsed},
         {false, u"2.0", nullptr, true, D::Enabled, D::Disabled},
         {false, nullptr, u"width", true, D::Enabled, D::Disabled},
@@ -306,25 +269,6 @@ TEST(QPropDefIdentity, EveryFieldButIndexAndContextCounts) {
     EXPECT_FALSE(a == b);
 }
 
-using QPropDefExchangeTest = ExchangeFileTest;
-
-// The lines of a legacy file are read through the question set from the fixtures; here what
-// only a definition read alone shows.
-TEST_F(QPropDefExchangeTest, AnEmptyDefaultClearsTheOneThereWasAndTheNextTabLineIsGivenBack) {
-    const std::string path = Path("lines.viq");
-    WriteFileBytes(path, "bare\n#note\n");
-    CStdioFileEx file(CString::FromUtf8(path), CFile::modeRead | CFile::typeText);
-    QPropDef def;
-    def.SetDefaultValue(QAnyValue(1));
-    ASSERT_TRUE(def.ReadFromLegacyQIQFile(&file, {}, {}));
-    EXPECT_EQ(DefinitionLine(def), "Edit name=bare type=String");
-    EXPECT_FALSE(def.ReadFromLegacyQIQFile(&file, {}, {}));
-    CString line;
-    ASSERT_TRUE(file.ReadString(line));
-    EXPECT_EQ(line, CString(u"#note")) << "the line is given back to the tab reader";
-    EXPECT_FALSE(def.ReadFromLegacyQIQFile(&file, {}, {})) << "end of file";
-}
-
 // Labels translated by a file of the test's own, and turned off again afterwards.
 class QPropDefTranslationTest : public ExchangeFileTest {
 protected:
@@ -335,7 +279,6 @@ protected:
         ASSERT_TRUE(SwitchToTranslationFile(CString::FromUtf8(path), false, false));
     }
     void TearDown() override {
-        D::SetTranslateDuringSerialize(false);
         SwitchToTranslationFile(CString(), false, false);
         ExchangeFileTest::TearDown();
     }
@@ -353,20 +296,6 @@ TEST_F(QPropDefTranslationTest, FormulasHaveTheirStringsTranslatedAndOtherTextsT
     };
     for (const auto& [text, translated] : cases)
         EXPECT_EQ(D::TranslateFriendlyText(text), CString(translated)) << CString(text).ToUtf8();
-
-    // Loads translate the question and the tooltip only when asked, and only with a question.
-    const auto archived = [](const std::string& question) {
-        return ArchiveText("\"w\" \"" + question + "\" 03 02 00 00 \"\" 03 \"\" #3 #3 \"\" #0 00 " +
-                           "\"=\\\"Deep\\\"\" 00 00 01 00 #0 #0 #0 #0 #0 #0 #0 #0");
-    };
-    QPropDef plain = LoadAt<QPropDef>(archived("Width"), 110);
-    EXPECT_EQ(plain.Question(), CString(u"Width"));
-    D::SetTranslateDuringSerialize(true);
-    QPropDef translated = LoadAt<QPropDef>(archived("Width"), 110);
-    EXPECT_EQ(translated.Question(), CString(u"Largeur"));
-    EXPECT_EQ(translated.Tooltip(), CString(u"=\"Profond\""));
-    QPropDef noQuestion = LoadAt<QPropDef>(archived(""), 110);
-    EXPECT_EQ(noQuestion.Tooltip(), CString(u"=\"Deep\"")) << "without a question nothing is";
 }
 
 } // namespace

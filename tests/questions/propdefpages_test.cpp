@@ -2,7 +2,6 @@
 #include "tests/support/questiondefs.h"
 
 #include "keel/questions/propdeftabgroupset.h"
-#include "keel/questions/pscategory.h"
 
 #include <gtest/gtest.h>
 #include <memory>
@@ -12,82 +11,21 @@
 namespace keel::test {
 namespace {
 
-// The tab index of each page, -1 for the default page.
-std::vector<int> PageIndices(const QPSCategory& category) {
-    std::vector<int> indices;
-    for (const QPropPageClass& page : category.GetPages())
-        indices.push_back(page.IsDefaultPropPage() ? -1 : page.tabIndex);
-    return indices;
-}
-
-QPropDefTab EnabledTab(const char* name, const char* enabled, const char* alternative) {
-    QPropDefTab tab = Tab(name);
-    tab.SetEnabledFormula(FormulaText(enabled));
-    tab.SetEnabledAlternativeFormula(FormulaText(alternative));
-    return tab;
-}
-
-// Three tabs: the first and last enabled when there is more than one door, the middle one in
-// views that use the alternative formulas.
-QPropDefTabGroup Doors() {
-    return Group("Doors",
-                 {EnabledTab("Front", "doors>1", "doors>2"),
-                  EnabledTab("Side", "doors>2", "doors>1"), EnabledTab("Back", "doors>1", "0")});
-}
-
-TEST(QPropDefTabGroupPages, AnEmptyGroupGivesTheDefaultPageEvenInEditMode) {
-    NamesContext context;
-    for (const bool editMode : {false, true}) {
-        QPropDefTabGroup group = Group("Empty");
-        group.SetEditMode(editMode);
-        const QPSCategoryPtr category(new QPSCategory);
-        EXPECT_FALSE(group.AddPages(category, &context)) << editMode;
-        EXPECT_EQ(PageIndices(*category), std::vector<int>{-1}) << editMode;
-    }
-}
-
-TEST(QPropDefTabGroupPages, PagesAreAppendedAfterThoseTheCategoryHasAndANullCategoryTakesNone) {
-    NamesContext context;
-    context.Set("doors", QAnyValue(2));
-    const QPSCategoryPtr category(new QPSCategory);
-    category->AddPage(QPropPageClass::QuestionPage(7));
-    EXPECT_TRUE(Doors().AddPages(category, &context));
-    EXPECT_EQ(PageIndices(*category), (std::vector<int>{7, 0, 2}));
-    EXPECT_FALSE(Doors().AddPages(QPSCategoryPtr(), &context));
-    EXPECT_FALSE(Doors().IsEnabled(3, &context) || Doors().IsEnabledAlternative(-1, &context));
-}
-
-// Each tab enabled in the view gives the page of its index, or the default page stands in; edit
-// mode offers every tab. Groups are found by their exact names alone.
-TEST(QPropDefTabGroupSetCategory, AGroupFoundByItsExactNameGivesAFriendlyCategoryOfItsPages) {
-    QPropDefTabGroupSet set = Set(
-        {Group("Closed", {EnabledTab("Shut", "doors>5", "doors>5"), EnabledTab("Never", "0", "0")}),
-         Doors()});
-    const struct {
-        const char* name;
-        int doors;
-        bool editMode, alternative;
-        std::vector<int> pages; // none: no category
-    } cases[] = {
-        {"Doors", 2, false, false, {0, 2}}, {"Doors", 2, false, true, {1}},
-        {"Doors", 0, false, true, {-1}},    {"Doors", 0, true, true, {0, 1, 2}},
-        {"Closed", 2, false, false, {-1}},  {"Closed", 2, true, false, {0, 1}},
-        {"doors", 2, false, false, {}},     {"Missing", 2, true, false, {}},
-    };
-    for (const auto& c : cases) {
-        NamesContext context;
-        context.Set("doors", QAnyValue(c.doors));
-        set.SetEditMode(c.editMode);
-        const QPSCategoryPtr category = set.GetCategory(CString(c.name), &context, c.alternative);
-        const std::string what = std::string(c.name) + " " + std::to_string(c.doors) + " " +
-                                 std::to_string(c.editMode) + std::to_string(c.alternative);
-        ASSERT_EQ(category.Get() != nullptr, !c.pages.empty()) << what;
-        if (!category)
-            continue;
-        EXPECT_EQ(category->GetName().ToUtf8(), c.name);
-        EXPECT_TRUE(category->IsFriendly()) << what;
-        EXPECT_EQ(PageIndices(*category), c.pages) << what;
-    }
+// A tab is enabled by its formula, or by its alternative formula in views that use those; an
+// index out of range is not enabled.
+TEST(QPropDefTabGroupEnabled, ATabIsEnabledByItsFormulaOrItsAlternative) {
+    QPropDefTab front = Tab("Front");
+    front.SetEnabledFormula(FormulaText("doors>1"));
+    front.SetEnabledAlternativeFormula(FormulaText("doors>2"));
+    const QPropDefTabGroup doors = Group("Doors", {front});
+    NamesContext two;
+    two.Set("doors", QAnyValue(2));
+    EXPECT_TRUE(doors.IsEnabled(0, &two));
+    EXPECT_FALSE(doors.IsEnabledAlternative(0, &two));
+    EXPECT_FALSE(doors.IsEnabled(1, &two) || doors.IsEnabledAlternative(-1, &two));
+    NamesContext three;
+    three.Set("doors", QAnyValue(3));
+    EXPECT_TRUE(doors.IsEnabledAlternative(0, &three));
 }
 
 // An object of the class under the context, given the sample's fields.
@@ -122,61 +60,10 @@ void CheckClipboard(const T& sample, Change change, Innermost innermost) {
 }
 
 TEST(QuestionClipboard, APasteGivesWhatWasCopiedUnderThePastingObjectsContext) {
-    QPropDef width = Def("Width", "How wide?");
-    width.SetAnswerWidth(3);
-    CheckClipboard<QPropDef>(
-        width, [](QPropDef& def) { def.SetQuestion(u"Changed"); },
-        [](const QPropDef& def) { return def.ParentContext(); });
-    CheckClipboard<QPropDefTab>(
-        Tab("Sizes", {"Width", "Depth"}),
-        [](QPropDefTab& tab) { tab.GetAt(1)->SetQuestion(u"Changed"); },
-        [](const QPropDefTab& tab) { return tab.GetAt(0)->ParentContext(); });
     CheckClipboard<QPropDefTabGroup>(
         Group("Body", {Tab("Sizes", {"Width"}), Tab("Finish", {"Colour"})}),
         [](QPropDefTabGroup& group) { group.RemoveAt(0); },
         [](const QPropDefTabGroup& group) { return group.GetAt(0)->GetAt(0)->ParentContext(); });
-}
-
-template <class T>
-std::string NameOf(const T* named) {
-    return named ? named->Name().ToUtf8() : "(none)";
-}
-
-// A context that holds the question definitions it is given.
-class QuestionsContext : public NamesContext {
-public:
-    QPropDefTabGroupSet* PropDefTabGroupSet() override { return m_set; }
-    QPropDefTabGroupSet* m_set = nullptr;
-};
-
-TEST(QFormulaContextQuestions, TheGroupAndTabAreTheCurrentOnesAndNullWhenTheStepBeforeIs) {
-    QPropDefTabGroupSet filled =
-        Set({Group("First", {Tab("A")}), Group("Second", {Tab("B1"), Tab("B2")}), Group("Empty")});
-    QPropDefTabGroupSet none;
-    const struct {
-        QPropDefTabGroupSet* set;
-        int currentGroup, currentTab;
-        const char* group;
-        const char* tab;
-    } cases[] = {
-        {nullptr, 0, 0, "(none)", "(none)"}, {&none, 0, 0, "(none)", "(none)"},
-        {&filled, 1, 9, "Second", "B2"},     {&filled, 1, -4, "Second", "B1"},
-        {&filled, 2, 0, "Empty", "(none)"},  {&filled, 7, 0, "Empty", "(none)"},
-    };
-    for (const auto& c : cases) {
-        QuestionsContext context;
-        context.m_set = c.set;
-        if (c.set) {
-            c.set->SetCurrentTabGroup(c.currentGroup);
-            if (c.set->CurrentTabGroupPtr())
-                c.set->CurrentTabGroupPtr()->SetCurrentTab(c.currentTab);
-        }
-        const std::string where =
-            std::to_string(c.currentGroup) + "/" + std::to_string(c.currentTab);
-        EXPECT_EQ(context.PropDefTabGroupSet(), c.set) << where;
-        EXPECT_EQ(NameOf(context.PropDefTabGroup()), c.group) << where;
-        EXPECT_EQ(NameOf(context.PropDefTab()), c.tab) << where;
-    }
 }
 
 } // namespace

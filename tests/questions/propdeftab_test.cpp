@@ -13,19 +13,6 @@ namespace {
 
 using Col = QPropDefTab::QColumnSize;
 
-TEST(QPropDefTabColumns, ANewTabHasSixFillColumnsAndOutOfRangeIsFill) {
-    QPropDefTab tab;
-    ASSERT_EQ(tab.ColumnCount(), 6);
-    tab.SetColumnSize(0, {Col::Fixed, 120});
-    EXPECT_EQ(tab.ColumnSize(-1), Col());
-    EXPECT_EQ(tab.ColumnSize(99), Col());
-    tab.SetColumnSize(6, {Col::Fixed, 7});
-    EXPECT_EQ(tab.ColumnCount(), 6) << "setting out of range does nothing";
-    tab.SetColumnCount(8);
-    EXPECT_EQ(tab.ColumnSize(0), (Col{Col::Fixed, 120}));
-    EXPECT_EQ(tab.ColumnSize(7), Col()) << "added columns fill";
-}
-
 TEST(QPropDefTabColumns, EachItemOfTheTextIsReadByItsPrefix) {
     const std::pair<const char*, const char*> cases[] = {
         {"fixed:7", "Fixed:7"}, {"FIXED:", "Fixed:0"}, {"percent:-5", "Percent:-5"},
@@ -47,12 +34,6 @@ TEST(QPropDefTabGroupNames, UniqueNamesCountFromTwoAndCompareWithCase) {
     EXPECT_EQ(TabNames(group), "New Tab,New Tab 3") << "a taken name is made unique";
     group.SetNameAt(1, u"New Tab 3");
     EXPECT_EQ(TabNames(group), "New Tab,New Tab 3") << "an unchanged name stays";
-
-    QPropDefTabGroupSet set;
-    set.AddNewEmptyGroup();
-    set.AddNewEmptyGroup();
-    EXPECT_EQ(set.Name(0).ToUtf8(), "New Group");
-    EXPECT_EQ(set.Name(1).ToUtf8(), "New Group 2");
 }
 
 // Only "T" and "T <n>" for n from 2, written as %d writes it, take a number of the family "T".
@@ -283,31 +264,6 @@ TEST_F(QPropDefTabMergeTest, ASetAddsNewGroupsMergesKnownOnesAndTakesTheWidth) {
     QPropDefTabGroupSet library;
     library.Merge(&source, MERGE_OVERWRITE, false, true, true);
     EXPECT_TRUE(library.Lookup(u"Fresh")->GetAt(0)->IsFromLibrary());
-}
-
-TEST_F(QPropDefTabMergeTest, TheGroupClipboardMergesIntoTheNamedOrTheCurrentGroup) {
-    Group("Copied", {Tab("Extra"), Tab("Kept", {"new"})}).CopyToClipboard();
-    const struct {
-        const char* groupName;
-        QMergeResolutionStrategy strategy;
-        std::string first, second, firstKept;
-    } cases[] = {
-        {"", MERGE_KEEP_EXISTING, "Kept,Extra", "Kept", "old"},
-        {"", MERGE_OVERWRITE, "Kept,Extra", "Kept", "new"},
-        {"Second", MERGE_OVERWRITE, "Kept", "Kept,Extra", "old"},
-        {"second", MERGE_OVERWRITE, "Kept", "Kept", "old"},
-    };
-    for (const auto& c : cases) {
-        QPropDefTabGroupSet set =
-            Set({Group("First", {Tab("Kept", {"old"})}), Group("Second", {Tab("Kept", {"old"})})});
-        set.SetCurrentTabGroup(0);
-        set.MergeFromClipboard(c.strategy, CString(c.groupName));
-        EXPECT_EQ(TabNames(*set.GetAt(0)), c.first) << c.groupName;
-        EXPECT_EQ(TabNames(*set.GetAt(1)), c.second) << c.groupName;
-        EXPECT_EQ(set.GetAt(0)->GetAt(0)->GetAt(0)->Name().ToString().ToUtf8(), c.firstKept)
-            << c.groupName << " " << c.strategy;
-        EXPECT_FALSE(set.GetAt(0)->GetAt(0)->IsFromTemplate());
-    }
 }
 
 TEST(QPropDefTabControllers, EveryDefinitionOfTheKeyIsNamedWithItsGroupAndTab) {

@@ -103,7 +103,6 @@ TEST_F(QuestionFileTest, EachLegacyFixtureIsReadWithTheOlderConversions) {
     }
 }
 
-// How the bytes are decoded is the text file's own rule; here a question file reaches it.
 TEST_F(QuestionFileTest, BytesThatAreNotUtf8AreReadInTheWesternCodePage) {
     QPropDefTabGroupSet set;
     ASSERT_TRUE(set.ReadFromFile(Written("coded.viq", "[group]\tCaf\xe9\n[tab]\tT\n")));
@@ -213,44 +212,13 @@ TEST_F(QuestionFileTest, TheLegacyFormIsNeverWritten) {
     EXPECT_FALSE(plain.WriteToFile(CString())) << "the dialog was cancelled";
     dialog.chosenPath = Path("chosen.viq");
     ASSERT_TRUE(plain.WriteToFile(CString()));
-    ASSERT_EQ(dialog.dialogs.size(), 2u);
-    EXPECT_EQ(dialog.dialogs[0].title, "Export Questions");
-    EXPECT_EQ(dialog.dialogs[0].filter, "Questions (*.viqx)|*.viqx||");
-    EXPECT_EQ(dialog.dialogs[0].defaultExt, ".viqx");
     EXPECT_TRUE(IsValidQuestionFile(Path("chosen.viqx"))) << "an empty set is valid";
-}
-
-// One change to a valid file, each of which the grammar of question files refuses.
-void ExpectRefusedChanges(const std::string& valid, const std::string& path) {
-    const struct {
-        const char* from;
-        const char* to;
-    } changes[] = {
-        {"controltype=\"Edit\"", "controltype=\"Editor\""},
-        {"type=\"String\"", "type=\"Text\""},
-        {"qwidth=\"4\"", "qwidth=\"four\""},
-        {"colsizes=\"Fill|", "colsizes=\"Wide|"},
-        {"tooltip=\"\"", "tooltip=\"\" colour=\"red\""},
-        {"<Control id=\"1\"", "<Row id=\"1\""},
-    };
-    for (const auto& change : changes) {
-        const std::size_t at = valid.find(change.from);
-        ASSERT_NE(at, std::string::npos) << change.from;
-        std::string changed = valid;
-        changed.replace(at, std::string(change.from).size(), change.to);
-        if (std::string(change.from).starts_with("<Control"))
-            changed = std::regex_replace(changed, std::regex("(<Row [^>]*)/>"), "$1></Row>",
-                                         std::regex_constants::format_first_only);
-        WriteFileBytes(path, changed);
-        EXPECT_FALSE(IsValidQuestionFile(path)) << change.to;
-    }
 }
 
 // Every field of every kind goes through both export formats (.viqx is the XML one), full and
 // minimal, and the document's archive, and reads back the same; the numbers of the definitions
 // are their places again. A minimal file leaves out defaults; a .tab file knows each level by its
-// identifiers alone; the grammar of question files refuses each change of a list value or an
-// unknown attribute.
+// identifiers alone.
 TEST_F(QuestionFileTest, EveryFieldGoesThroughEachExportFormatWhole) {
     const QPropDefTabGroupSet written = EveryField();
     const struct {
@@ -278,8 +246,6 @@ TEST_F(QuestionFileTest, EveryFieldGoesThroughEachExportFormatWhole) {
             EXPECT_EQ(text.find(mark), std::string::npos) << file.name << ": " << mark;
         if (path.Right(5) == CString(u".viqx")) {
             EXPECT_TRUE(IsValidQuestionFile(path.ToUtf8()));
-            if (file.name[0] == 'f')
-                ExpectRefusedChanges(text, Path("changed.viqx"));
         }
         QPropDefTabGroupSet read;
         ASSERT_TRUE(read.ReadFromFile(path)) << file.name << "\n" << ReportLines();
@@ -436,36 +402,6 @@ TEST(QuestionArchive, EachLayoutOfTheCasesIsReadAndWrittenAgainInTheCurrentOne) 
         else
             CheckLayout<QPropDefTabGroupSet>(schema, bytes, expected, &SetLines);
     }
-}
-
-// Older options of one tab pair by name: an option takes values per button when the next one
-// shares its name, and starts a radio group unless it follows one of the same radio type and
-// name; each tab starts afresh, and an option that is gone pairs with nothing.
-TEST(QPropDefTabArchive, OlderOptionsOfOneTabPairByName) {
-    const auto option = [](const std::string& name, const std::string& value) {
-        return " \"" + name + "\" \"Q\" 02 07 00 00 \"\" 03 \"" + value + "\" #3 #3 \"\" #0";
-    };
-    const std::string tab = " \"T\" \"\" \"\" \"\" \"\" 00";
-    const QPropDefTabGroup group = LoadAt<QPropDefTabGroup>(
-        ArchiveText("\"G\" \"\" \"\" 02 00" + tab + " 05 00" + option("Finish", "Oak") +
-                    option("finish", "Ash") + option("Glazed", "") + option("Lit", "1") +
-                    option("Plain", "") + tab + " 01 00" + option("Plain", "")),
-        100);
-    EXPECT_EQ(GroupLines(group),
-              "group G\n  tab T\n"
-              "    Option name=finish question=Q type=Yes or No extra=Oak radio=Value-Per-Button "
-              "newradiogroup=1\n"
-              "    Option name=finish question=Q type=Yes or No extra=Ash radio=Value-Per-Button\n"
-              "    Option name=glazed question=Q type=Yes or No newradiogroup=1\n"
-              "    Option name=lit question=Q type=Yes or No extra=1 newradiogroup=1\n"
-              "    Option name=plain question=Q type=Yes or No\n"
-              "  tab T\n"
-              "    Option name=plain question=Q type=Yes or No newradiogroup=1\n");
-    { const QPropDef gone = LoadAt<QPropDef>(ArchiveText(option("Gone", "")), 100); }
-    const QPropDef afterGone = LoadAt<QPropDef>(ArchiveText(option("Gone", "")), 100);
-    EXPECT_EQ(DefinitionLine(afterGone),
-              "Option name=gone question=Q type=Yes or No newradiogroup=1");
-    D::ForgetPreviousOption();
 }
 
 // A page builds at most 1000 controls, but a file may give a tab more definitions than that,

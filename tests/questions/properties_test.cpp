@@ -59,26 +59,15 @@ private:
 
 const Notices c_oneChange = {"pre", "changed"};
 
-// Progress services for a merge, which say whether it runs automated and shows its messages.
+// Progress services for a merge, which say whether it runs automated.
 class MergeServices : public test::RecordingProgressServices {
 public:
-    MergeServices(bool automated, bool messages) : m_automated(automated), m_messages(messages) {}
+    explicit MergeServices(bool automated) : m_automated(automated) {}
 
     bool IsRunningAutomated() const override { return m_automated; }
-    bool ShowsMergingMessages() const override { return m_messages; }
-    // The handle given at the creation is the one stepped and destroyed.
-    bool ProgressStepIt(int handle) override {
-        EXPECT_EQ(handle, 3);
-        return RecordingProgressServices::ProgressStepIt(handle);
-    }
-    void ProgressDestroy(int handle, const CString& text, bool redraw) override {
-        EXPECT_EQ(handle, 3);
-        RecordingProgressServices::ProgressDestroy(handle, text, redraw);
-    }
 
 private:
     bool m_automated;
-    bool m_messages;
 };
 
 QAnyValue StoredValue(const QProperties& bag, const char* key) {
@@ -171,27 +160,6 @@ protected:
     static std::vector<Report> Reports() { return test::PendingReports(); }
 };
 
-TEST(PropBasics, SettersAndTheEditedMark) {
-    EXPECT_TRUE(MakeProp("propcasekey", 1).SameKeyAs(MakeProp("PROPCASEKEY", 2)));
-
-    QProp prop = MakeProp("propsetters", 3, "1 + 2");
-    prop.SetValue(QAnyValue(4));
-    EXPECT_TRUE(prop.Formula().IsEmpty()) << "SetValue drops the formula";
-    prop.SetFormula(FormulaText("2 + 2"));
-    EXPECT_EQ(prop.ValueWithFormula().ValueNoEnsureUpToDate(), QAnyValue(4))
-        << "SetFormula keeps the value";
-
-    // Setting an answer that came from a template or library marks it edited.
-    for (const auto& [fromTemplate, fromLibrary] :
-         {std::pair{false, false}, {true, false}, {false, true}, {true, true}}) {
-        QProp answer = MakeProp("propedited", 1);
-        answer.SetIsFromTemplate(fromTemplate);
-        answer.SetIsFromLibrary(fromLibrary);
-        answer.SetValueWithFormula(QAnyValue(2), FormulaText());
-        EXPECT_EQ(answer.IsEdited(), fromTemplate || fromLibrary) << fromTemplate << fromLibrary;
-    }
-}
-
 TEST(PropBasics, AssignmentClearsTheOriginFlagsAndTakesTheContextOnlyWithoutOne) {
     AnswerContext first;
     AnswerContext second;
@@ -216,17 +184,9 @@ TEST(PropBasics, AssignmentClearsTheOriginFlagsAndTakesTheContextOnlyWithoutOne)
     EXPECT_EQ(settled.ParentContext(), &second);
 }
 
-TEST(PropBasics, ChangesUnderARootAreAnnouncedUnlessIdenticalOrDetached) {
+// A new parent context hears of the change; the same one again and detaching are silent.
+TEST(PropBasics, ANewParentContextIsAnnouncedUnlessTheSameOrDetached) {
     RecordingRoot root;
-    QProp prop(PropId("propnotice"), QWithFormula<QAnyValue>(&root, QAnyValue(1)));
-    prop.SetValueWithFormula(QAnyValue(1), FormulaText());
-    EXPECT_TRUE(root.TakeNotices().empty());
-    prop.SetValueWithFormula(QAnyValue(2), FormulaText());
-    EXPECT_EQ(root.TakeNotices(), c_oneChange);
-    prop.SetValueWithFormula(QAnyValue(2), FormulaText("1 + 1"));
-    EXPECT_EQ(root.TakeNotices(), c_oneChange);
-
-    // A new parent context hears of the change; the same one again and detaching are silent.
     QProp moved = MakeProp("propparent", 1);
     moved.SetParentContext(&root);
     EXPECT_EQ(root.TakeNotices(), c_oneChange);
@@ -340,11 +300,6 @@ TEST(PropertiesGetters, MissingKeysAndIndexesGiveNothing) {
     EXPECT_FALSE(error);
     EXPECT_EQ(state, QCS_BySeq);
     FormulaText formula;
-    QStringUnique desc;
-    QProp prop;
-    EXPECT_FALSE(bag.GetPropertyFormula(PropId("getMissing"), formula));
-    EXPECT_FALSE(bag.GetPropertyDesc(PropId("getMissing"), desc));
-    EXPECT_FALSE(bag.GetProperty(PropId("getMissing"), prop));
 
     // An index out of range, on either side, gives key -1 and an empty value.
     for (const int index : {-1, 1}) {
@@ -618,22 +573,18 @@ TEST(PropertiesWalk, SurvivesACallbackThatRemovesAnswersAndEvaluatesWhenAsked) {
 
 TEST_F(PropertiesTest, MergeOfNothingOrIntoAnEmptyBagOrOfTheSameAnswersAsksNothing) {
     {
-        MergeServices services(true, true);
+        MergeServices services(true);
         QProperties bag = Bag({{"mrgKept", 1}});
         const QProperties empty;
-        for (QMergeResolutionStrategy strategy :
-             {MERGE_ASK, MERGE_OVERWRITE, MERGE_KEEP_EXISTING}) {
-            bag.MergeProperties(nullptr, strategy, true, true, true);
-            bag.MergeProperties(&bag, strategy, true, true, true);
-            bag.MergeProperties(&empty, strategy, true, true, true);
-        }
+        bag.MergeProperties(nullptr, MERGE_OVERWRITE, true, true, true);
+        bag.MergeProperties(&bag, MERGE_OVERWRITE, true, true, true);
+        bag.MergeProperties(&empty, MERGE_OVERWRITE, true, true, true);
         EXPECT_EQ(bag.PropertyCount(), 1);
         EXPECT_FALSE(bag.IsFromTemplate(PropId("mrgKept")));
-        EXPECT_TRUE(services.events.empty()) << "no progress is shown";
     }
     test::RecordingHost host(IDNO);
     test::ScopedUIServices installed(host);
-    MergeServices services(false, false);
+    MergeServices services(false);
     QProperties source = Bag({{"mrgFirst", 1}, {"mrgSecond", 2}});
     QProperties bag;
     bag.MergeProperties(&source, MERGE_ASK, false, false, false);
@@ -659,7 +610,7 @@ TEST_F(PropertiesTest, MergeAskPutsEachChangeToThePersonOrLogsItWhenAutomated) {
     for (int answer : {IDYES, IDNO}) {
         test::RecordingHost host(answer);
         test::ScopedUIServices installed(host);
-        MergeServices services(false, false);
+        MergeServices services(false);
         QProperties source = Bag({{"mrgColour", u"new"}});
         QProperties bag = Bag({{"mrgColour", u"old"}});
         bag.MergeProperties(&source, MERGE_ASK, true, false, false);
@@ -669,7 +620,7 @@ TEST_F(PropertiesTest, MergeAskPutsEachChangeToThePersonOrLogsItWhenAutomated) {
         EXPECT_EQ(bag.IsFromTemplate(PropId("mrgColour")), answer == IDYES);
         EXPECT_TRUE(Reports().empty());
     }
-    MergeServices services(true, false);
+    MergeServices services(true);
     QProperties source = Bag({{"mrgLogged", 2}});
     source.SetPropertyValueWithFormula(PropId("mrgLoggedFormula"), QAnyValue(3),
                                        FormulaText("1 + 2"));
@@ -687,7 +638,7 @@ TEST_F(PropertiesTest, OverwriteAndKeepExistingWithAndWithoutTheDeletionMarker) 
          {std::pair{MERGE_OVERWRITE, 2}, {MERGE_KEEP_EXISTING, 1}}) {
         test::RecordingHost host(IDNO);
         test::ScopedUIServices installed(host);
-        MergeServices services(false, false);
+        MergeServices services(false);
         QProperties source = Bag({{"mrgShared", 2}, {"mrgAdded", 3}});
         QProperties bag = Bag({{"mrgShared", 1}});
         bag.MergeProperties(&source, strategy, false, false, false);
@@ -718,7 +669,7 @@ TEST_F(PropertiesTest, OverwriteAndKeepExistingWithAndWithoutTheDeletionMarker) 
     EXPECT_TRUE(FormulaOf(kept, "dmKeepOld").empty());
 }
 
-TEST_F(PropertiesTest, MergedAnswersTakeTheirOriginFlagsAndTheMergeShowsItsProgress) {
+TEST_F(PropertiesTest, MergedAnswersTakeTheirOriginFlagsAndAMergeReadsWithoutEvaluating) {
     const struct {
         bool asTemplate, asLibrary, keepOrigin, fromTemplate, fromLibrary;
     } cases[] = {{false, false, false, false, false},
@@ -737,15 +688,6 @@ TEST_F(PropertiesTest, MergedAnswersTakeTheirOriginFlagsAndTheMergeShowsItsProgr
         EXPECT_TRUE(bag.IsFromTemplate(PropId("flagOld")));
         EXPECT_TRUE(bag.IsFromLibrary(PropId("flagOld")));
     }
-    MergeServices services(true, true);
-    QProperties source = Bag({{"progA", 1}, {"progB", 1}, {"progC", 1}});
-    QProperties bag;
-    bag.MergeProperties(&source, MERGE_OVERWRITE, false, false, false);
-    EXPECT_EQ(services.events,
-              (std::vector<std::string>{"create Merging answers 0..3", "step", "step", "step",
-                                        "destroy Merged answers"}));
-
-    // A merge reads without evaluating.
     AnswerDocument document;
     document.SetPropertyValueWithFormula(PropId("mrgLazy"), QAnyValue(1), FormulaText("40 + 2"));
     QProperties lazy;
@@ -773,37 +715,8 @@ protected:
         PropertiesTest::TearDown();
     }
 
-    static void SetOption(const char16_t* key, const CString& value) {
-        ASSERT_TRUE(CRegistry::Current().WriteProfileString(u"Options", key, value));
-    }
-    static std::string Deleted(const char* rest) {
-        return std::string("Catalog Cleanup of Kitchen deleted ") + rest;
-    }
-
     std::filesystem::path m_options;
 };
-
-TEST_F(PropertiesCleanupTest, WithoutQuestionsOnlyFormulaTextGoesAndProtectedKeysStay) {
-    QProperties bag = Bag({{"cleanPlain", u"plain text"},
-                           {"cleanColon", u":cleanPlain"},
-                           {"cleanEquals", u"=1+1"},
-                           {"cleanNumber", 3}});
-    bag.SetPropertyValueWithFormula(PropId("cleanFormula"), QAnyValue(2), FormulaText("1 + 1"));
-    EXPECT_EQ(bag.CatalogCleanup(nullptr), 2);
-    EXPECT_EQ(KeysOf(bag), (Keys{"cleanPlain", "cleanNumber", "cleanFormula"}));
-    EXPECT_EQ(Reports(),
-              (std::vector<Report>{{"Cleanup", Deleted("key=[cleanEquals] value=[=1+1]")},
-                                   {"Cleanup", Deleted("key=[cleanColon] value=[:cleanPlain]")}}));
-
-    QProperties kept;
-    for (const char* key : {"_RibbonPaletteKitchen", "_BASEDONLIBRARY", "BasedOnLibrary",
-                            "_GeneratePalettesAlways", "_generatepalettesnever", "_RibbonPalett"})
-        kept.SetPropertyValue(PropId(key), QAnyValue(u":formula"));
-    const QPropDefTabGroupSet noQuestions;
-    EXPECT_EQ(kept.CatalogCleanup(&noQuestions), 1);
-    EXPECT_EQ(kept.FindProperty(PropId("_RibbonPalett")), -1);
-    EXPECT_EQ(kept.PropertyCount(), 5);
-}
 
 TEST_F(PropertiesCleanupTest, WithQuestionsAnAnswerWithoutAControllerGoes) {
     QProperties bag = Bag({{"ctlAsked", 1}, {"ctlOrphan", 1}});
@@ -814,39 +727,9 @@ TEST_F(PropertiesCleanupTest, WithQuestionsAnAnswerWithoutAControllerGoes) {
     questions.Add(&main);
     EXPECT_EQ(bag.CatalogCleanup(&questions), 1);
     EXPECT_EQ(KeysOf(bag), (Keys{"ctlAsked", "ctlOrphanFormula"}));
-    EXPECT_EQ(Reports(), (std::vector<Report>{{"Cleanup", Deleted("key=[ctlOrphan] value=[1]")}}));
-}
-
-TEST_F(PropertiesCleanupTest, TheOptionsAreReadOnceUntilReloaded) {
-    QProperties bag = Bag({{"optPlain", 2}});
-    bag.SetPropertyValueWithFormula(PropId("optFormula"), QAnyValue(2), FormulaText("1+1"));
-    EXPECT_EQ(bag.CatalogCleanup(nullptr), 0);
-    SetOption(u"CatalogCleanupFormulas", u"1");
-    EXPECT_EQ(bag.CatalogCleanup(nullptr), 0);
-    QProperties::ReloadCatalogCleanupOptions();
-    // The formulas option deletes every formula, controlled or not.
-    QPropDefTabGroupSet questions;
-    const QPropDefTabGroup group = test::Group("g", {test::Tab("t", {"optPlain", "optFormula"})});
-    questions.Add(&group);
-    EXPECT_EQ(bag.CatalogCleanup(&questions), 1);
-    EXPECT_EQ(KeysOf(bag), (Keys{"optPlain"}));
-    EXPECT_EQ(Reports(), (std::vector<Report>{
-                             {"Cleanup", Deleted("key=[optFormula] value=[2] formula=[1+1]")}}));
-}
-
-TEST_F(PropertiesCleanupTest, TargetFormulasAndProtectKeysAreExpressionsOverLowerCasedText) {
-    SetOption(u"CatalogCleanupTargetFormulas", u"old.* ; .*legacy\\(\\)");
-    SetOption(u"CatalogCleanupProtectKeys", u"keep.*;exact");
-    QProperties::ReloadCatalogCleanupOptions();
-    QProperties bag =
-        Bag({{"KeepMe", u"=1"}, {"EXACT", u"=1"}, {"notExact", u"=1"}, {"exactly", u"=1"}});
-    for (const auto& [key, formula] : {std::pair{"tgtOld", "OLD_price + 1"},
-                                       {"tgtLegacy", "1 + Legacy()"},
-                                       {"tgtInside", "1 + old"},
-                                       {"tgtOther", "price"}})
-        bag.SetPropertyValueWithFormula(PropId(key), QAnyValue(), FormulaText(formula));
-    EXPECT_EQ(bag.CatalogCleanup(nullptr), 4);
-    EXPECT_EQ(KeysOf(bag), (Keys{"KeepMe", "EXACT", "tgtInside", "tgtOther"}));
+    EXPECT_EQ(Reports(),
+              (std::vector<Report>{
+                  {"Cleanup", "Catalog Cleanup of Kitchen deleted key=[ctlOrphan] value=[1]"}}));
 }
 
 // Each answer keeps key, value, formula, a byte of flags (template, library, description,
@@ -903,18 +786,6 @@ TEST(PropertiesArchive, LoadingRelinksEveryAnswerAndAReferenceLeavesOutWhatItGiv
     EXPECT_EQ(BagStored(bag),
               Concat({{0x01, 0x00}, PropBytes(u"savedOwn", IntValue(2), u"", 0x00)}));
     EXPECT_EQ(bag.PropertyCount(), 2);
-}
-
-TEST(PropertiesDump, OneLineAnAnswer) {
-    QProperties bag = Bag({{"dumpWidth", 5}});
-    bag.SetPropertyValueWithFormula(PropId("dumpArea"), QAnyValue(4), FormulaText("2*2"));
-    QArray<CString> lines;
-    lines.Add(u"before");
-    bag.DumpProperties(lines);
-    ASSERT_EQ(lines.GetCount(), 3);
-    EXPECT_EQ(lines[0].ToUtf8(), "before");
-    EXPECT_EQ(lines[1].ToUtf8(), "\t\t0 dumpWidth\t5\t");
-    EXPECT_EQ(lines[2].ToUtf8(), "\t\t1 dumpArea\t4\t2*2");
 }
 
 } // namespace
