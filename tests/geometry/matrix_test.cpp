@@ -193,9 +193,9 @@ TEST_F(MatrixTest, APlanPolygonIsTakenAtHeightZeroAndItsNewHeightDropped) {
 }
 
 TEST_F(MatrixTest, AnObjectTransformRefreshesOnlyWhenInvalidated) {
-    test::CountingTransform transform;
+    test::PresetTransform transform;
     transform.next = test::Shift(100, 200, 300);
-    const test::CountingTransform& reader = transform;
+    const test::PresetTransform& reader = transform;
     Point3D point = P3(0, 0, 0);
     reader.SafeApply(point);
     EXPECT_TRUE(PointNear(point, {1, 2, 3}));

@@ -1,13 +1,10 @@
 #pragma once
 
 #include "tests/support/anyvalues.h"
-#include "tests/support/environment.h"
 
-#include "keel/document/usertrace.h"
 #include "keel/formula/evaluator.h"
 #include "keel/formula/evaluatorfactory.h"
 
-#include <filesystem>
 #include <functional>
 #include <memory>
 #include <string>
@@ -50,25 +47,6 @@ inline Evaluation Evaluated(const std::string& formula, QFormulaContext* context
     outcome.message = evaluator->Message().ToUtf8();
     outcome.state = evaluator->CacheState();
     return outcome;
-}
-
-// The text of the trace file that `run` writes under the trace mask given, with the home and data
-// folders in `home` for the while.
-inline std::string Traced(const std::filesystem::path& home, unsigned mask,
-                          const std::function<void()>& run) {
-    ScopedEnvironment environment;
-    for (const char* variable : {"HOME", "XDG_CONFIG_HOME", "XDG_DATA_HOME"})
-        environment.Set(variable, home.string());
-    UserTraceClose();
-    UserTraceRestart();
-    const unsigned saved = c_UserTraceMask;
-    c_UserTraceMask = mask;
-    run();
-    c_UserTraceMask = saved;
-    const std::string path = UserTraceFilePath().ToUtf8();
-    UserTraceClose();
-    UserTraceRestart();
-    return ReadText(path);
 }
 
 // A factory of evaluators of class E that writes down what each was made with; its folders are

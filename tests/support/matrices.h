@@ -134,14 +134,10 @@ inline ::testing::AssertionResult PointNear(const Point3D& point, const Triple& 
            << expected.y << "," << expected.z;
 }
 
-// A transform whose Refresh counts its calls and loads a matrix chosen beforehand.
-class CountingTransform : public ObjectTransformBase {
+// A transform whose Refresh loads a matrix chosen beforehand.
+class PresetTransform : public ObjectTransformBase {
 public:
-    void Refresh() override {
-        ++refreshes;
-        LoadMatrix(MatrixOf(next).GetMatrix());
-    }
-    int refreshes = 0;
+    void Refresh() override { LoadMatrix(MatrixOf(next).GetMatrix()); }
     Rows next = IdentityRows();
 };
 

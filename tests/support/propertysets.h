@@ -152,16 +152,6 @@ private:
     std::size_t m_read = 0;
 };
 
-// Application services that name the user.
-class NamedUserServices : public QAppServices {
-public:
-    explicit NamedUserServices(const char16_t* user) : m_user(user) {}
-    CString CurrentUserName() const override { return m_user; }
-
-private:
-    CString m_user;
-};
-
 // A document whose formulas also reach the values of one named-value source, as a document
 // reaches its summary properties.
 class NamedValuesDocument : public AnswerDocument {

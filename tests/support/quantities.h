@@ -59,27 +59,18 @@ Value Loaded(const Bytes& bytes, unsigned schema = 0) {
     return value;
 }
 
-// What the guard of doubles told its hooks, most recent last.
+// What the guard of doubles reported, most recent last.
 struct LimitDoubleReports {
-    static inline std::vector<std::string> traced;
-    static inline std::vector<double> rejected;
     static inline std::vector<std::string> reported;
     static inline std::vector<std::string> files;
 
-    static void Trace(const CString& where, double value) {
-        traced.push_back(where.ToUtf8());
-        rejected.push_back(value);
-    }
     static void Report(CArchive& archive, const CString& what) {
         reported.push_back(what.ToUtf8());
         files.push_back(archive.GetFileName().ToUtf8());
     }
     static void Install() {
-        traced.clear();
-        rejected.clear();
         reported.clear();
         files.clear();
-        SetLimitDoubleTrace(Trace);
         SetLimitDoubleFailedReporter(Report);
     }
 };

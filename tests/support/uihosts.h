@@ -18,13 +18,9 @@ public:
         boxFlags.push_back(flags);
         return m_answer;
     }
-    void BeginWaitCursor() override { ++waitCursorsShown; }
-    void EndWaitCursor() override { ++waitCursorsHidden; }
 
     std::vector<std::string> boxes;
     std::vector<unsigned> boxFlags;
-    int waitCursorsShown = 0;
-    int waitCursorsHidden = 0;
 
 private:
     int m_answer;
