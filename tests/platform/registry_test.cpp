@@ -231,11 +231,61 @@ TEST_F(RegistryTest, AFailedWriteLeavesTheOldFileIntactAndSaysWhy) {
     }
 }
 
-TEST_F(RegistryTest, AWriteMakesMissingFoldersAndAPrivateFile) {
+TEST_F(RegistryTest, AWriteMakesMissingFoldersAPrivateFileAndKeepsALink) {
     CRegistry deep(CString::FromUtf8((m_root / "deep/er/options.ini").string()));
     ASSERT_TRUE(deep.WriteProfileInt(u"Options", u"Value", 1));
     const fs::perms permissions = fs::status(m_root / "deep/er/options.ini").permissions();
     EXPECT_EQ(permissions & (fs::perms::group_all | fs::perms::others_all), fs::perms::none);
+
+    WriteText(m_root / "dotfiles/Keel.ini", "[Options]\nOld=1\n");
+    fs::create_directories(OptionsFolder());
+    fs::create_symlink(m_root / "dotfiles/Keel.ini", OptionsFile());
+    CRegistry store(OptionsPath());
+    ASSERT_TRUE(store.WriteProfileInt(u"Options", u"New", 2));
+    EXPECT_TRUE(fs::is_symlink(OptionsFile()));
+    EXPECT_EQ(ReadText(m_root / "dotfiles/Keel.ini"), "[Options]\nOld=1\nNew=2\n");
+}
+
+TEST_F(RegistryTest, DeferredWritesAreSavedOnceWhenTheOutermostGuardEnds) {
+    CRegistry store(OptionsPath());
+    CRegistry::DeferredSave outer(store);
+    ASSERT_TRUE(store.WriteProfileInt(u"Options", u"A", 1));
+    {
+        CRegistry::DeferredSave inner(store);
+        ASSERT_TRUE(store.WriteProfileInt(u"Options", u"B", 2));
+    }
+    EXPECT_FALSE(fs::exists(OptionsFile())) << "nothing is saved before the outer guard ends";
+
+    ASSERT_TRUE(CRegistry(OptionsPath()).WriteProfileInt(u"Options", u"C", 3));
+    EXPECT_EQ(store.GetProfileInt(u"Options", u"C", 0), 3);
+    EXPECT_EQ(store.GetProfileInt(u"Options", u"B", 0), 2) << "held back writes survive a reload";
+    EXPECT_TRUE(outer.End());
+    EXPECT_TRUE(outer.End());
+
+    CRegistry reader(OptionsPath());
+    for (const auto& [key, value] : {std::pair{u"A", 1}, {u"B", 2}, {u"C", 3}})
+        EXPECT_EQ(reader.GetProfileInt(u"Options", key, 0), value);
+}
+
+TEST_F(RegistryTest, AFailedDeferredSaveForgetsTheHeldBackWrites) {
+    const std::string original = "[Options]\nA=1\n";
+    WriteText(OptionsFile(), original);
+    fs::permissions(OptionsFolder(), fs::perms::owner_write, fs::perm_options::remove);
+    CRegistry store(OptionsPath());
+    bool saved = true;
+    {
+        UnprivilegedScope unprivileged;
+        CRegistry::DeferredSave together(store);
+        EXPECT_TRUE(store.WriteProfileInt(u"Options", u"A", 5));
+        EXPECT_TRUE(store.WriteProfileInt(u"Options", u"B", 6));
+        saved = together.End();
+    }
+    fs::permissions(OptionsFolder(), fs::perms::owner_all);
+    EXPECT_FALSE(saved);
+    EXPECT_TRUE(U8(store.LastError()).starts_with("Cannot write the options file"));
+    EXPECT_EQ(ReadText(OptionsFile()), original);
+    EXPECT_EQ(store.GetProfileInt(u"Options", u"A", 0), 1);
+    EXPECT_EQ(store.GetProfileInt(u"Options", u"B", 0), 0);
 }
 
 TEST_F(RegistryTest, MachineWideStringsComeFromTheirOwnReadOnlyFile) {

@@ -122,8 +122,8 @@ TEST_F(TextFile, TheFirstBytesDecideTheEncodingAndLinesEndAtLineFeeds) {
     }
 }
 
-TEST_F(TextFile, TheCodePageIsUtf8UnlessKept) {
-    WriteBytes("latin.txt", B("\xE9\n\xC3\xA9\n"));
+TEST_F(TextFile, TheCodePageIsUtf8UnlessKeptAndAnUnknownPageReadsAs1252) {
+    WriteBytes("latin.txt", B("\xE9\n\xC3\xA9\n\x80\n"));
     CStdioFileEx file;
     file.SetCodePage(CStdioFileEx::c_codePageLatin1);
     ASSERT_TRUE(file.Open(PathOf("latin.txt"), CFile::modeRead));
@@ -133,6 +133,9 @@ TEST_F(TextFile, TheCodePageIsUtf8UnlessKept) {
     EXPECT_EQ(line, CString(u"\uFFFD"));
     ASSERT_TRUE(file.ReadString(line));
     EXPECT_EQ(line, CString(u"\u00e9"));
+    file.SetCodePage(437);
+    ASSERT_TRUE(file.ReadString(line));
+    EXPECT_EQ(line, CString(u"\u20ac")) << "from the next line on";
 }
 
 TEST_F(TextFile, LongLinesAndCharactersAcrossTheReadBuffer) {
