@@ -215,10 +215,37 @@ TEST_F(QuestionFileTest, TheLegacyFormIsNeverWritten) {
     EXPECT_TRUE(IsValidQuestionFile(Path("chosen.viqx"))) << "an empty set is valid";
 }
 
+// One change to a valid file, each of which the grammar of question files refuses.
+void ExpectRefusedChanges(const std::string& valid, const std::string& path) {
+    const struct {
+        const char* from;
+        const char* to;
+    } changes[] = {
+        {"controltype=\"Edit\"", "controltype=\"Editor\""},
+        {"type=\"String\"", "type=\"Text\""},
+        {"qwidth=\"4\"", "qwidth=\"four\""},
+        {"colsizes=\"Fill|", "colsizes=\"Wide|"},
+        {"tooltip=\"\"", "tooltip=\"\" colour=\"red\""},
+        {"<Control id=\"1\"", "<Row id=\"1\""},
+    };
+    for (const auto& change : changes) {
+        const std::size_t at = valid.find(change.from);
+        ASSERT_NE(at, std::string::npos) << change.from;
+        std::string changed = valid;
+        changed.replace(at, std::string(change.from).size(), change.to);
+        if (std::string(change.from).starts_with("<Control"))
+            changed = std::regex_replace(changed, std::regex("(<Row [^>]*)/>"), "$1></Row>",
+                                         std::regex_constants::format_first_only);
+        WriteFileBytes(path, changed);
+        EXPECT_FALSE(IsValidQuestionFile(path)) << change.to;
+    }
+}
+
 // Every field of every kind goes through both export formats (.viqx is the XML one), full and
 // minimal, and the document's archive, and reads back the same; the numbers of the definitions
 // are their places again. A minimal file leaves out defaults; a .tab file knows each level by its
-// identifiers alone.
+// identifiers alone; the grammar of question files refuses each change of a list value or an
+// unknown attribute.
 TEST_F(QuestionFileTest, EveryFieldGoesThroughEachExportFormatWhole) {
     const QPropDefTabGroupSet written = EveryField();
     const struct {
@@ -246,6 +273,8 @@ TEST_F(QuestionFileTest, EveryFieldGoesThroughEachExportFormatWhole) {
             EXPECT_EQ(text.find(mark), std::string::npos) << file.name << ": " << mark;
         if (path.Right(5) == CString(u".viqx")) {
             EXPECT_TRUE(IsValidQuestionFile(path.ToUtf8()));
+            if (file.name[0] == 'f')
+                ExpectRefusedChanges(text, Path("changed.viqx"));
         }
         QPropDefTabGroupSet read;
         ASSERT_TRUE(read.ReadFromFile(path)) << file.name << "\n" << ReportLines();
