@@ -206,5 +206,25 @@ TEST_F(AnswersExchangeTest, ATabFileKeepsTheContentOfDatesAndUnnamedColoursButNo
     EXPECT_EQ(back(u"colour").MakeColor(), 0x030201u);
 }
 
+// An import into answers that a change notice starts while another import is filling answers
+// takes nothing; the outer import goes on.
+TEST_F(AnswersExchangeTest, ImportsIntoAnswersDoNotNest) {
+    WriteFileBytes(Path("inner.tab"), "inner\t1\t\t\n");
+    WriteFileBytes(Path("outer.tab"), "outer\t2\t\t\nsecond\t3\t\t\n");
+    AnswerDocument inner;
+    AnswerDocument outer;
+    int innerImports = 0;
+    bool innerResult = true;
+    outer.onChanged = [&] {
+        if (innerImports++ == 0)
+            innerResult = inner.Answers().ImportOrMergeFrom(PathOf("inner.tab"), true, nullptr);
+    };
+    EXPECT_TRUE(outer.Answers().ImportOrMergeFrom(PathOf("outer.tab"), false, nullptr));
+    ASSERT_EQ(innerImports, 2) << "each answer set sends a change notice";
+    EXPECT_FALSE(innerResult);
+    EXPECT_EQ(inner.Answers().PropertyCount(), 0);
+    EXPECT_EQ(outer.Answers().PropertyCount(), 2);
+}
+
 } // namespace
 } // namespace keel::test

@@ -87,6 +87,26 @@ TEST_F(XMLDocFiles, BytesAreReadInTheEncodingTheyDeclare) {
     }
 }
 
+TEST_F(XMLDocFiles, AFileIsReadWholeFromItsStartOrNotAtAll) {
+    test::WriteText(m_root / "in.xml", "<r>\n<a>1</a>\n</r>\n");
+    CStdioFileEx file;
+    ASSERT_TRUE(file.Open(PathOf("in.xml"), CFile::modeRead | CFile::typeText));
+    CString line;
+    ASSERT_TRUE(file.ReadString(line));
+    ASSERT_TRUE(m_doc.FromFile(file));
+    EXPECT_EQ(U(m_doc.RootNode()->ToString()), "<r><a>1</a></r>");
+    file.Close();
+    EXPECT_FALSE(m_doc.FromFile(file));
+    EXPECT_FALSE(m_doc.RootNode());
+    EXPECT_FALSE(m_doc.GetParseError().IsEmpty());
+}
+
+TEST(XMLDoc, AStringIsTakenAsItsCharactersWhateverItsDeclarationSays) {
+    QXMLDoc doc(CString(u"<?xml version='1.0' encoding='ISO-8859-1'?><r>\u00e9\u4e2d</r>"));
+    ASSERT_TRUE(doc.RootNode());
+    EXPECT_EQ(U(doc.RootNode()->GetText()), "\u00e9\u4e2d");
+}
+
 TEST(XMLDoc, HostileOrBrokenInputLeavesAnEmptyDocumentAndSaysWhy) {
     const struct {
         std::string bytes;
